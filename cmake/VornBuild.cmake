@@ -1,0 +1,55 @@
+# Targets and helpers that every folder uses: compile options, the place of the products, the
+# library helper, and the runtime that vorn-run is linked with.
+
+# What every target of ours is compiled with. Linked PRIVATE, so none of it reaches a user.
+add_library(vorn_options INTERFACE)
+target_compile_features(vorn_options INTERFACE cxx_std_20)
+target_compile_options(vorn_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(VORN_WARNINGS_AS_ERRORS)
+  target_compile_options(vorn_options INTERFACE -Werror)
+endif()
+if(VORN_SANITIZE)
+  target_compile_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE}
+                         -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE})
+endif()
+
+# vorn_library(<name> SOURCES <file>... [LINKS <target>...]): a static library of one folder.
+# Files include by their path below the source root ("common/log.h").
+function(vorn_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "ROOT" "SOURCES;LINKS")
+  add_library(${name} STATIC ${arg_SOURCES})
+  set_target_properties(${name} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON
+                        CXX_VISIBILITY_PRESET hidden)
+  target_include_directories(${name} PUBLIC ${arg_ROOT})
+  target_link_libraries(${name} PUBLIC ${arg_LINKS} PRIVATE vorn_options)
+endfunction()
+
+# The products lie side by side at the top of the build tree and find each other there, whatever
+# folder the tree is moved to. RUNPATH, not RPATH: LD_LIBRARY_PATH has to come first.
+function(vorn_product name)
+  set_target_properties(${name} PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
+    CXX_EXTENSIONS OFF
+    BUILD_RPATH_USE_ORIGIN ON)
+  target_link_options(${name} PRIVATE -Wl,--enable-new-dtags -Wl,--as-needed)
+endfunction()
+
+# vorn_import_runtime(<file>): makes `vorn` the runtime in that file instead of ours. Its own
+# dependencies are its own business, so what it leaves undefined is not asked for here.
+function(vorn_import_runtime file)
+  if(NOT EXISTS ${file})
+    message(FATAL_ERROR "VORN_LIBRARY names ${file}, which does not exist. "
+                        "Give the path of a libvorn.so, or leave it empty for the host runtime.")
+  endif()
+  add_library(vorn SHARED IMPORTED GLOBAL)
+  set_target_properties(vorn PROPERTIES IMPORTED_LOCATION ${file})
+  execute_process(COMMAND ${CMAKE_READELF} -d ${file} OUTPUT_VARIABLE dynamic ERROR_QUIET)
+  if(NOT dynamic MATCHES "\\(SONAME\\)")
+    # Without a soname the linker would write down the file's path.
+    set_target_properties(vorn PROPERTIES IMPORTED_NO_SONAME ON)
+  endif()
+  target_link_libraries(vorn INTERFACE vorn_interface)
+  target_link_options(vorn INTERFACE -Wl,--allow-shlib-undefined)
+endfunction()

@@ -1,0 +1,31 @@
+# The installed tree: bin/vorn-run, lib/libvorn.so (with the library that executes its models beside
+# it), include/vorn/vorn.h and a CMake package for whoever writes or uses a runtime.
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn)
+
+file(RELATIVE_PATH bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
+set_target_properties(vorn-run PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
+install(TARGETS vorn-run RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS vorn_interface EXPORT vorn-targets)
+install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vorn)
+
+if(NOT VORN_LIBRARY)
+  set_target_properties(vorn PROPERTIES INSTALL_RPATH $ORIGIN)
+  install(TARGETS vorn EXPORT vorn-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  if(TARGET onnxruntime_shipped)
+    get_target_property(shipped onnxruntime_shipped VORN_SHIPPED_FILE)
+    install(PROGRAMS ${shipped} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  endif()
+endif()
+
+install(EXPORT vorn-targets NAMESPACE vorn:: DESTINATION ${package_dir})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/vorn-config.cmake.in
+                              ${PROJECT_BINARY_DIR}/vorn-config.cmake
+                              INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/vorn-config-version.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/vorn-config.cmake
+              ${PROJECT_BINARY_DIR}/vorn-config-version.cmake
+        DESTINATION ${package_dir})
