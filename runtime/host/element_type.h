@@ -1,0 +1,19 @@
+// What the runtime knows of an element type.
+#ifndef VORN_RUNTIME_HOST_ELEMENT_TYPE_H_
+#define VORN_RUNTIME_HOST_ELEMENT_TYPE_H_
+
+#include <cstdint>
+
+#include "vorn/vorn.h"
+
+namespace vorn::host {
+
+/// Bits of one element; 0 for a code that vorn.h does not number.
+uint64_t ElementBits(vorn_data_type type);
+
+/// Bytes of one element; 0 likewise.
+inline uint64_t ElementBytes(vorn_data_type type) { return ElementBits(type) / 8; }
+
+}  // namespace vorn::host
+
+#endif  // VORN_RUNTIME_HOST_ELEMENT_TYPE_H_

@@ -1,0 +1,18 @@
+// Copying rows between a strided and a dense place.
+#ifndef VORN_RUNTIME_HOST_ROW_COPY_H_
+#define VORN_RUNTIME_HOST_ROW_COPY_H_
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vorn::host {
+
+/// Copies `rows` rows of `rowBytes` bytes. Rows start `fromStride` and `toStride` bytes apart, both
+/// at least `rowBytes`. Neither the padding between rows nor that behind the last one is read or
+/// written. The places do not overlap.
+void CopyRows(const std::byte* from, uint64_t fromStride, std::byte* to, uint64_t toStride,
+              uint64_t rowBytes, uint64_t rows);
+
+}  // namespace vorn::host
+
+#endif  // VORN_RUNTIME_HOST_ROW_COPY_H_
