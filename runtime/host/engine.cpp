@@ -1,0 +1,282 @@
+// Sessions over ONNX Runtime's C++ interface.
+#include "host/engine.h"
+
+#include <algorithm>
+#include <optional>
+
+#define ORT_API_MANUAL_INIT
+#include <onnxruntime_cxx_api.h>
+
+#include "host/element_type.h"
+#include "host/engine_library.h"
+#include "host/failure.h"
+#include "host/log.h"
+#include "host/onnx_image.h"
+
+namespace vorn::host {
+namespace {
+
+/// At the level of information even for its errors: those come back as statuses, too.
+void ORT_API_CALL ForwardLog(void*, OrtLoggingLevel, const char* category, const char*, const char*,
+                             const char* message) {
+  Log(LogLevel::kInfo, category == nullptr ? "engine" : category, message);
+}
+
+/// How much the library is to tell; without a log it need not even put words together.
+OrtLoggingLevel Severity() {
+  return IsLogged(LogLevel::kInfo) ? ORT_LOGGING_LEVEL_WARNING : ORT_LOGGING_LEVEL_FATAL;
+}
+
+GraphOptimizationLevel OptimizationLevel(GraphOptimization level) {
+  switch (level) {
+    case GraphOptimization::kNone:
+      return ORT_DISABLE_ALL;
+    case GraphOptimization::kBasic:
+      return ORT_ENABLE_BASIC;
+    case GraphOptimization::kExtended:
+      return ORT_ENABLE_EXTENDED;
+    case GraphOptimization::kAll:
+      return ORT_ENABLE_ALL;
+  }
+  return ORT_ENABLE_ALL;
+}
+
+Ort::SessionOptions SessionOptionsFor(const Config& config) {
+  Ort::SessionOptions options;
+  options.SetIntraOpNumThreads(config.threads);
+  options.SetInterOpNumThreads(1);
+  options.SetExecutionMode(ORT_SEQUENTIAL);
+  options.SetGraphOptimizationLevel(OptimizationLevel(config.graphOptimization));
+  options.SetLogSeverityLevel(Severity());
+  // Idle threads that spin would take the processor from the caller's own work.
+  options.AddConfigEntry("session.intra_op.allow_spinning", "0");
+  options.AddConfigEntry("session.inter_op.allow_spinning", "0");
+  // Nothing but the format that InspectOnnxImage has looked at.
+  options.AddConfigEntry("session.load_model_format", "ONNX");
+  for (const auto& [name, size] : config.dims) {
+    Ort::ThrowOnError(Ort::GetApi().AddFreeDimensionOverrideByName(options, name.c_str(), size));
+  }
+  return options;
+}
+
+std::optional<vorn_data_type> FromElementType(ONNXTensorElementDataType type) {
+  switch (type) {
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT:
+      return VORN_FLOAT32;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16:
+      return VORN_FLOAT16;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT8:
+      return VORN_INT8;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT32:
+      return VORN_INT32;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT8:
+      return VORN_UINT8;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT32:
+      return VORN_UINT32;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT16:
+      return VORN_INT16;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT16:
+      return VORN_UINT16;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT64:
+      return VORN_INT64;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT64:
+      return VORN_UINT64;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE:
+      return VORN_FLOAT64;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL:
+      return VORN_BOOL;
+    default:
+      return std::nullopt;
+  }
+}
+
+ONNXTensorElementDataType ToElementType(vorn_data_type type) {
+  for (int code = 0; code <= ONNX_TENSOR_ELEMENT_DATA_TYPE_BFLOAT16; ++code) {
+    const auto candidate = static_cast<ONNXTensorElementDataType>(code);
+    if (FromElementType(candidate) == type) return candidate;
+  }
+  return ONNX_TENSOR_ELEMENT_DATA_TYPE_UNDEFINED;
+}
+
+DeclaredShape DeclaredShapeOf(const Ort::ConstTensorTypeAndShapeInfo& info) {
+  const std::vector<int64_t> sizes = info.GetShape();
+  std::vector<const char*> symbols(sizes.size());
+  info.GetSymbolicDimensions(symbols.data(), symbols.size());
+  DeclaredShape shape;
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    shape.push_back({.size = sizes[i] < 0 ? DeclaredDim::kOpen : sizes[i],
+                     .symbol = symbols[i] == nullptr ? "" : symbols[i]});
+  }
+  return shape;
+}
+
+DeclaredTensor Declare(const char* kind, std::string name, const Ort::TypeInfo& type) {
+  if (type.GetONNXType() != ONNX_TYPE_TENSOR) {
+    throw Failure(VORN_ERROR_MODEL, kind, " '", name,
+                  "' is a sequence, map or optional value; only dense tensors are served");
+  }
+  const Ort::ConstTensorTypeAndShapeInfo info = type.GetTensorTypeAndShapeInfo();
+  const std::optional<vorn_data_type> element = FromElementType(info.GetElementType());
+  if (!element) {
+    throw Failure(VORN_ERROR_MODEL, kind, " '", name, "' has ONNX element type ",
+                  static_cast<int>(info.GetElementType()),
+                  ", which vorn.h does not number (strings, complex and packed numbers)");
+  }
+  return {.name = std::move(name), .type = *element, .shape = DeclaredShapeOf(info)};
+}
+
+/// Memory that is bound to one input or output.
+struct Binding {
+  void* data = nullptr;
+  Shape shape;
+};
+
+class OrtSession : public Session {
+ public:
+  OrtSession(std::shared_ptr<Ort::Env> env, std::span<const std::byte> image, const Config& config)
+      : env_(std::move(env)),
+        session_(*env_, image.data(), image.size(), SessionOptionsFor(config)),
+        memory_(Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault)),
+        binding_(session_) {
+    const Ort::AllocatorWithDefaultOptions allocator;
+    for (size_t i = 0; i < session_.GetInputCount(); ++i) {
+      const auto name = session_.GetInputNameAllocated(i, allocator);
+      inputs_.push_back(Declare("input", name.get(), session_.GetInputTypeInfo(i)));
+    }
+    for (size_t i = 0; i < session_.GetOutputCount(); ++i) {
+      const auto name = session_.GetOutputNameAllocated(i, allocator);
+      outputs_.push_back(Declare("output", name.get(), session_.GetOutputTypeInfo(i)));
+    }
+    boundInputs_.resize(inputs_.size());
+    boundOutputs_.resize(outputs_.size());
+  }
+
+  const std::vector<DeclaredTensor>& inputs() const override { return inputs_; }
+  const std::vector<DeclaredTensor>& outputs() const override { return outputs_; }
+
+  void BindInput(size_t index, void* data, const Shape& shape) override {
+    if (!Rebind(boundInputs_.at(index), data, shape)) return;
+    binding_.BindInput(inputs_[index].name.c_str(), Wrap(inputs_[index].type, data, shape));
+  }
+
+  void BindOutput(size_t index, void* data, const Shape& shape) override {
+    if (!Rebind(boundOutputs_.at(index), data, shape)) return;
+    binding_.BindOutput(outputs_[index].name.c_str(), Wrap(outputs_[index].type, data, shape));
+  }
+
+  void Run() override {
+    try {
+      session_.Run(Ort::RunOptions{nullptr}, binding_);
+    } catch (const Ort::Exception& e) {
+      throw Failure(VORN_ERROR_EXECUTION, "the model failed while it ran (", e.what(), ")");
+    }
+  }
+
+  std::vector<Shape> Try(std::span<const Shape> inputShapes) override {
+    try {
+      return TryUnguarded(inputShapes);
+    } catch (const Ort::Exception& e) {
+      throw Failure(VORN_ERROR_EXECUTION, "a trial with zero inputs failed (", e.what(), ")");
+    }
+  }
+
+ private:
+  /// Notes what is bound; false if it was bound already.
+  static bool Rebind(Binding& bound, void* data, const Shape& shape) {
+    if (bound.data == data && bound.shape == shape) return false;
+    bound.shape = shape;
+    bound.data = data;
+    return true;
+  }
+
+  Ort::Value Wrap(vorn_data_type type, void* data, const Shape& shape) const {
+    size_t bytes = ElementBytes(type);
+    for (const int64_t dim : shape) bytes *= static_cast<size_t>(dim);
+    return Ort::Value::CreateTensor(memory_, data, bytes, shape.data(), shape.size(),
+                                    ToElementType(type));
+  }
+
+  std::vector<Shape> TryUnguarded(std::span<const Shape> inputShapes) {
+    const Ort::AllocatorWithDefaultOptions allocator;
+    std::vector<const char*> inputNames;
+    std::vector<Ort::Value> inputValues;
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+      inputNames.push_back(inputs_[i].name.c_str());
+      inputValues.push_back(Ort::Value::CreateTensor(
+          allocator, inputShapes[i].data(), inputShapes[i].size(), ToElementType(inputs_[i].type)));
+      const size_t count = inputValues.back().GetTensorTypeAndShapeInfo().GetElementCount();
+      auto* bytes = static_cast<std::byte*>(inputValues.back().GetTensorMutableRawData());
+      std::fill_n(bytes, count * ElementBytes(inputs_[i].type), std::byte{0});
+    }
+    std::vector<const char*> outputNames;
+    for (const DeclaredTensor& output : outputs_) outputNames.push_back(output.name.c_str());
+    const std::vector<Ort::Value> results =
+        session_.Run(Ort::RunOptions{nullptr}, inputNames.data(), inputValues.data(),
+                     inputValues.size(), outputNames.data(), outputNames.size());
+    std::vector<Shape> shapes;
+    for (const Ort::Value& result : results) {
+      shapes.push_back(result.GetTensorTypeAndShapeInfo().GetShape());
+    }
+    return shapes;
+  }
+
+  std::shared_ptr<Ort::Env> env_;  // outlives the session
+  Ort::Session session_;
+  Ort::MemoryInfo memory_;
+  Ort::IoBinding binding_;
+  std::vector<DeclaredTensor> inputs_;
+  std::vector<DeclaredTensor> outputs_;
+  std::vector<Binding> boundInputs_;
+  std::vector<Binding> boundOutputs_;
+};
+
+void CheckImage(std::span<const std::byte> image) {
+  if (image.size() > INT32_MAX) {
+    throw Failure(VORN_ERROR_MODEL, "the image is ", image.size(),
+                  " bytes; an ONNX file has at most ", INT32_MAX);
+  }
+  const OnnxImageFacts facts = InspectOnnxImage(image);
+  if (!facts.hasGraph) {
+    throw Failure(VORN_ERROR_MODEL, "the image holds no graph; give the bytes of an ONNX file");
+  }
+  if (facts.hasExternalData) {
+    throw Failure(VORN_ERROR_MODEL, "the model keeps weights in other files, which are not read; ",
+                  "save it as one file");
+  }
+  if (!facts.shapelessInputs.empty()) {
+    throw Failure(VORN_ERROR_MODEL, "input '", *facts.shapelessInputs.begin(),
+                  "' says nothing of its shape; declare it in the model");
+  }
+}
+
+class OrtEngine : public Engine {
+ public:
+  OrtEngine() : env_(std::make_shared<Ort::Env>(Severity(), "vorn", ForwardLog, nullptr)) {
+    env_->DisableTelemetryEvents();
+  }
+
+  std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) override {
+    CheckImage(image);
+    try {
+      return std::make_unique<OrtSession>(env_, image, config);
+    } catch (const Ort::Exception& e) {
+      throw Failure(VORN_ERROR_MODEL, "the model is refused (", e.what(), ")");
+    }
+  }
+
+ private:
+  std::shared_ptr<Ort::Env> env_;
+};
+
+}  // namespace
+
+std::unique_ptr<Engine> CreateEngine() {
+  Ort::InitApi(LoadEngineLibrary());
+  try {
+    return std::make_unique<OrtEngine>();
+  } catch (const Ort::Exception& e) {
+    throw Failure(VORN_ERROR_INTERNAL, "the execution library does not come up (", e.what(), ")");
+  }
+}
+
+}  // namespace vorn::host
