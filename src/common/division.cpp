@@ -1,0 +1,16 @@
+#include "common/division.h"
+
+#include <csignal>
+#include <cstdlib>
+
+void RaiseDivisionFault() noexcept {
+  struct sigaction byDefault {};
+  byDefault.sa_handler = SIG_DFL;
+  sigaction(SIGFPE, &byDefault, nullptr);
+  sigset_t fault;
+  sigemptyset(&fault);
+  sigaddset(&fault, SIGFPE);
+  sigprocmask(SIG_UNBLOCK, &fault, nullptr);
+  std::raise(SIGFPE);
+  std::abort();
+}

@@ -1,0 +1,76 @@
+#include "common/file.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <limits>
+
+#include "common/log.h"
+
+namespace {
+
+// A standard output that somebody made non-blocking must not lose lines.
+void WaitUntilWritable(int fd) {
+  pollfd waiting{fd, POLLOUT, 0};
+  poll(&waiting, 1, -1);
+}
+
+}  // namespace
+
+FileDescriptor::~FileDescriptor() {
+  if (fd >= 0) close(fd);
+}
+
+FileDescriptor OpenForReading(const std::string& path) {
+  return FileDescriptor(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+}
+
+FileDescriptor OpenForWriting(const std::string& path) {
+  return FileDescriptor(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+}
+
+int64_t SeekEnd(const FileDescriptor& file) { return lseek(file.Get(), 0, SEEK_END); }
+
+size_t ReadFullyAt(int fd, void* data, size_t size, uint64_t offset) {
+  size_t done = 0;
+  while (done < size) {
+    if (offset + done > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) break;
+    const ssize_t got =
+        pread(fd, static_cast<char*>(data) + done, size - done, static_cast<off_t>(offset + done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    done += static_cast<size_t>(got);
+  }
+  return done;
+}
+
+void WriteFully(int fd, const void* data, size_t size) {
+  const char* next = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t put = write(fd, next, size);
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0 && errno == EAGAIN) {
+      WaitUntilWritable(fd);
+      continue;
+    }
+    if (put <= 0) return;
+    next += put;
+    size -= static_cast<size_t>(put);
+  }
+}
+
+int CheckPathIsFile(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    PrintLine("[ERROR] failed to get file %s\n", path.c_str());
+    return 1;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    PrintLine("[ERROR] %s is not a file, please enter a file\n", path.c_str());
+    return 1;
+  }
+  return 0;
+}

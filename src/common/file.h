@@ -1,0 +1,48 @@
+// Files by descriptor: an owner for the descriptor, whole reads and writes, and the regular-file
+// check.
+#ifndef VORN_SRC_COMMON_FILE_H_
+#define VORN_SRC_COMMON_FILE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+
+/// Owns one file descriptor; closed by `close` on destruction. -1 is "not open".
+class FileDescriptor {
+ public:
+  explicit FileDescriptor(int descriptor = -1) : fd(descriptor) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(fd, other.fd);
+    return *this;
+  }
+  ~FileDescriptor();
+
+  [[nodiscard]] bool IsOpen() const { return fd >= 0; }
+  [[nodiscard]] int Get() const { return fd; }
+
+ private:
+  int fd;
+};
+
+/// Opens for reading. Never waits for a writer, so a FIFO opens at once (and holds nothing).
+[[nodiscard]] FileDescriptor OpenForReading(const std::string& path);
+
+/// Opens for writing from the start; creates the file with mode 0666 or empties an existing one.
+[[nodiscard]] FileDescriptor OpenForWriting(const std::string& path);
+
+/// The position of the end, -1 where the file has none.
+[[nodiscard]] int64_t SeekEnd(const FileDescriptor& file);
+
+/// Reads up to `size` bytes from `offset` on; returns the bytes read, fewer only at the end of the
+/// file or on an error.
+[[nodiscard]] size_t ReadFullyAt(int fd, void* data, size_t size, uint64_t offset);
+
+/// Writes all `size` bytes unless an error stops it, which is ignored.
+void WriteFully(int fd, const void* data, size_t size);
+
+/// 0 if `path` names a regular file, links followed; otherwise prints what it is not and returns 1.
+[[nodiscard]] int CheckPathIsFile(const std::string& path);
+
+#endif  // VORN_SRC_COMMON_FILE_H_

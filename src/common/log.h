@@ -1,0 +1,10 @@
+// The one way to say something: whole lines on standard output.
+#ifndef VORN_SRC_COMMON_LOG_H_
+#define VORN_SRC_COMMON_LOG_H_
+
+/// Formats one line as `printf` does and puts it on standard output with a single write,
+/// unbuffered: whatever ends the process afterwards, the line has left it. The format carries tag
+/// and line feed. A standard output that takes nothing (closed, full) is ignored.
+[[gnu::format(printf, 1, 2)]] void PrintLine(const char* format, ...);
+
+#endif  // VORN_SRC_COMMON_LOG_H_

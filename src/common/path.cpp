@@ -1,0 +1,30 @@
+#include "common/path.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+
+#include "common/log.h"
+
+namespace {
+
+constexpr int kMinPathLength = 0;  // exclusive
+constexpr int kMaxPathLength = 4096;
+static_assert(kMaxPathLength >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
+
+}  // namespace
+
+int GetRealPath(const std::string& path, std::string& resolved) {
+  PrintLine("[INFO]  inputPath: %s\n", path.c_str());
+  if (path.empty() || path.size() > kMaxPathLength) {
+    PrintLine("[ERROR] inputPath size = %zu, out of range (%d, %d] error\n", path.size(),
+              kMinPathLength, kMaxPathLength);
+    return 1;
+  }
+  char buffer[kMaxPathLength + 1] = {};
+  if (realpath(path.c_str(), buffer) == nullptr && errno != ENOENT) {
+    PrintLine("[ERROR] realpath fail, input: %s\n", path.c_str());
+  }
+  resolved = buffer;
+  return 0;
+}

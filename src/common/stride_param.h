@@ -1,0 +1,23 @@
+// How one model input or output lies in its block.
+#ifndef VORN_SRC_COMMON_STRIDE_PARAM_H_
+#define VORN_SRC_COMMON_STRIDE_PARAM_H_
+
+#include <algorithm>
+#include <cstdint>
+#include <span>
+
+#include "vorn/vorn.h"
+
+struct StrideParam {
+  uint64_t size = 0;    ///< bytes: an input's whole block, an output's single batch item
+  uint64_t stride = 0;  ///< bytes of one row with its padding
+  vorn_mdl_io_dims dims{};
+};
+
+/// The dimensions that count, outermost first. A count beyond the record is cut to the record, so
+/// nothing outside it is read.
+[[nodiscard]] inline std::span<const int64_t> Dimensions(const vorn_mdl_io_dims& dims) {
+  return {dims.dims, std::min<uint64_t>(dims.dimCount, VORN_MAX_DIMS)};
+}
+
+#endif  // VORN_SRC_COMMON_STRIDE_PARAM_H_

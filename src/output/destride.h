@@ -1,0 +1,29 @@
+// Removing the stride: from rows with padding in an output block to a dense sequence of floats.
+//
+//     block    | e e e e e . . . | e e e e e . . . | ...     e: element, .: padding
+//              |<- lastDim ->|
+//              |<- rowElements ->|
+//     result   f f f f f f f f f f ...
+#ifndef VORN_SRC_OUTPUT_DESTRIDE_H_
+#define VORN_SRC_OUTPUT_DESTRIDE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+struct RowShape {
+  uint64_t rows = 0;
+  uint64_t rowElements = 0;  ///< elements from one row's start to the next row's
+  uint64_t lastDim = 0;      ///< elements of a row that are data
+};
+
+/// Appends `lastDim` elements of each row, converted to float, to `values`. Positions count in
+/// elements of `Element`, which is float, int8_t, uint8_t, int16_t or uint16_t; a float keeps its
+/// bit pattern. Reading ends for good at the first element that is not wholly inside `block`: the
+/// rows may ask for more than was allocated, since a batch can grow after its blocks were sized.
+template <typename Element>
+void RemoveStride(std::span<const std::byte> block, const RowShape& shape,
+                  std::vector<float>& values);
+
+#endif  // VORN_SRC_OUTPUT_DESTRIDE_H_

@@ -1,0 +1,16 @@
+// Writing the outputs of one inference to files.
+#ifndef VORN_SRC_OUTPUT_DUMP_H_
+#define VORN_SRC_OUTPUT_DUMP_H_
+
+#include <cstdint>
+#include <string>
+
+#include "output/output_values.h"
+
+/// Makes the folder of the inference under `outputPath` (whose parent folders have to be there) and
+/// writes every output into it twice: one value a line as text (".float") and dense 32-bit floats
+/// in the machine's byte order (".bin"). A problem with one file is printed and the next file
+/// follows. `inference` counts successful executions from 0.
+void DumpOutputs(const OutputSource& source, const std::string& outputPath, uint32_t inference);
+
+#endif  // VORN_SRC_OUTPUT_DUMP_H_

@@ -1,0 +1,30 @@
+#include "common/division.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+
+TEST(Division, DividesAndTakesTheRemainder) {
+  EXPECT_EQ(DivideOrFault(7, 2), 3U);
+  EXPECT_EQ(RemainderOrFault(7, 2), 1U);
+}
+
+TEST(DivisionDeathTest, EndsByTheSignalOnZero) {
+  EXPECT_EXIT((void)DivideOrFault(1, 0), testing::KilledBySignal(SIGFPE), "");
+  EXPECT_EXIT((void)RemainderOrFault(0, 0), testing::KilledBySignal(SIGFPE), "");
+}
+
+TEST(DivisionDeathTest, EndsByTheSignalEvenWhereItIsHandledOrBlocked) {
+  const auto divide = [] {
+    std::signal(SIGFPE, SIG_IGN);
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
+    (void)DivideOrFault(1, 0);
+  };
+  EXPECT_EXIT(divide(), testing::KilledBySignal(SIGFPE), "");
+}
+
+}  // namespace

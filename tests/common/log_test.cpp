@@ -1,0 +1,24 @@
+#include "common/log.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+TEST(PrintLine, FormatsAsPrintfDoes) {
+  testing::internal::CaptureStdout();
+  PrintLine("[INFO]  %s %d %.2f %zu\n", "text", -5, 1.5, size_t{7});
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "[INFO]  text -5 1.50 7\n");
+}
+
+TEST(PrintLine, PrintsLinesOfEveryLengthWhole) {
+  for (const size_t length : {1022, 1023, 1024, 1025, 3000000}) {
+    const std::string text(length, 'x');
+    testing::internal::CaptureStdout();
+    PrintLine("%s\n", text.c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), text + "\n") << length;
+  }
+}
+
+}  // namespace
