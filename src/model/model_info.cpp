@@ -1,0 +1,15 @@
+#include "model/model_info.h"
+
+#include <cstring>
+
+#include "common/stride_param.h"
+
+std::string ShapeToString(const vorn_mdl_io_dims& dims) {
+  std::string text = "[";
+  for (const int64_t dimension : Dimensions(dims)) text += std::to_string(dimension) + ", ";
+  return text + "]";
+}
+
+std::string NameToString(const vorn_mdl_io_dims& dims) {
+  return {dims.name, strnlen(dims.name, sizeof(dims.name))};
+}

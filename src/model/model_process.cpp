@@ -1,0 +1,57 @@
+#include "model/model_process.h"
+
+#include <utility>
+
+#include "common/dataset.h"
+#include "common/log.h"
+#include "output/dump.h"
+#include "output/output_dataset.h"
+
+ModelProcess::ModelProcess(std::vector<std::string> rpnFileList, uint32_t batch, int32_t totalT,
+                           uint32_t profiling)
+    : batchSize(batch), nlpTotalT(totalT), rpnFiles(std::move(rpnFileList)), profile(profiling) {}
+
+ModelProcess::~ModelProcess() {
+  UnloadModel();
+  DestroyDesc();
+  DestroyInput();
+  DestroyOutput();
+}
+
+void ModelProcess::UnloadModel() {
+  if (!loadFlag) {
+    PrintLine("[WARN]  no model had been loaded, unload failed\n");
+    return;
+  }
+  if (vorn_mdl_unload(modelId) != VORN_SUCCESS) {
+    PrintLine("[ERROR] unload model failed, modelId is %u\n", modelId);
+  }
+  DestroyDesc();
+  if (modelMemPtr != nullptr) {
+    vorn_rt_free(modelMemPtr);
+    modelMemPtr = nullptr;
+    modelMemSize = 0;
+  }
+  loadFlag = false;
+  PrintLine("[INFO]  unload model success, modelId is %u\n", modelId);
+}
+
+void ModelProcess::DestroyDesc() {
+  if (modelDesc == nullptr) return;
+  vorn_mdl_destroy_desc(modelDesc);
+  modelDesc = nullptr;
+}
+
+uint64_t ModelProcess::GetInputNum() const { return vorn_mdl_get_num_inputs(modelDesc) - 2; }
+
+int ModelProcess::CreateOutput() {
+  return CreateOutputDataset(modelDesc, batchSize, outputDataset);
+}
+
+void ModelProcess::DestroyOutput() { DestroyDataset(outputDataset); }
+
+void ModelProcess::DestroyInput() { DestroyDataset(inputDataset); }
+
+void ModelProcess::DumpOutputData(const std::string& outputPath) const {
+  DumpOutputs({modelDesc, outputDataset, batchSize}, outputPath, execCounter - 1);
+}

@@ -1,0 +1,91 @@
+#include "model/processing_loop.h"
+
+#include <span>
+
+#include "common/division.h"
+#include "common/log.h"
+#include "common/path.h"
+#include "model/model_process.h"
+#include "model/sort_inputs.h"
+
+namespace {
+
+// Fails at the first entry that has no path's length; the entries before it are resolved by then.
+// Leaves `status` as it is for an empty list.
+int ResolveInputFiles(std::vector<std::string>& inputFiles, int& status) {
+  for (std::string& file : inputFiles) {
+    status = GetRealPath(file, file);
+    if (status != 0) return 1;
+  }
+  return 0;
+}
+
+int RunInference(ModelProcess& model, std::span<const std::string> files,
+                 const std::string& outputPath) {
+  if (model.InitInput() != 0) {
+    PrintLine("[ERROR] execute InitInput failed\n");
+    return 1;
+  }
+  if (model.CreateInputBuf(files) != 0) {
+    PrintLine("[ERROR] CreateInputBuf failed\n");
+    return 1;
+  }
+  if (model.SetBatchSize() != 0) {
+    PrintLine("[ERROR] Set batch size failed\n");
+    return 1;
+  }
+  if (model.SetRpnData() != 0) {
+    PrintLine("[ERROR] Set rpn data failed\n");
+    return 1;
+  }
+  if (model.CreateTaskBufAndWorkBuf() != 0) {
+    PrintLine("[ERROR] CreateTaskBufAndWorkBuf failed\n");
+    return 1;
+  }
+  if (model.Execute() != 0) {
+    PrintLine("[ERROR] execute inference failed\n");
+    model.DestroyInput();
+    return 1;
+  }
+  model.DumpOutputData(outputPath);
+  model.DestroyInput();
+  return 0;
+}
+
+int RunAllInferences(ModelProcess& model, const ModelRun& run) {
+  const uint64_t inputNum = model.GetInputNum() - run.rpnFiles.size();
+  PrintLine("[INFO]  Model inputNum: %zu\n", inputNum);
+  const uint64_t iterations = DivideOrFault(run.inputFiles.size(), inputNum);
+  PrintLine("[INFO]  Model Iters : %zu\n", iterations);
+
+  const std::span files(run.inputFiles);
+  for (uint64_t i = 0; i < iterations; ++i) {
+    if (RunInference(model, files.subspan(i * inputNum, inputNum), run.outputPath) != 0) return 1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int Process(ModelRun& run) {
+  ModelProcess model(run.rpnFiles, static_cast<uint32_t>(run.batchSize), run.nlpTotalT,
+                     static_cast<uint32_t>(run.profile));
+  if (model.LoadModelFromFileWithMem(run.modelFile) != 0) {
+    PrintLine("[ERROR] execute LoadModelFromFileWithMem failed\n");
+    return 1;
+  }
+  // One status for the description and the paths, on purpose: paths that resolve overrule a
+  // description that failed.
+  int status = model.CreateDesc(run.inputNames);
+  SortInputsByName(run.inputFiles, run.inputNames);
+  if (ResolveInputFiles(run.inputFiles, status) != 0) return 1;
+  if (status != 0) {
+    PrintLine("[ERROR] execute CreateDesc failed\n");
+    return 1;
+  }
+  if (model.CreateOutput() != 0) {
+    PrintLine("[ERROR] execute CreateOutput failed\n");
+    return 1;
+  }
+  return RunAllInferences(model, run);
+}

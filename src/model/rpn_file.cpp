@@ -1,0 +1,26 @@
+#include "model/rpn_file.h"
+
+#include <fstream>
+
+#include "common/file.h"
+#include "common/log.h"
+
+int ExtractRpnValues(std::istream& text, std::vector<float>& detPara) {
+  float value = 0.0F;
+  while (!text.eof()) {
+    if (text.fail()) return 1;
+    text >> value;
+    detPara.push_back(value);
+  }
+  return 0;
+}
+
+int ReadRpnPara(const std::string& path, std::vector<float>& detPara) {
+  if (CheckPathIsFile(path) != 0) return 1;
+  std::ifstream text(path);
+  if (!text.is_open()) {
+    PrintLine("[ERROR] open file %s failed\n", path.c_str());
+    return 1;
+  }
+  return ExtractRpnValues(text, detPara);
+}

@@ -1,0 +1,120 @@
+#include "model/row_reader.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <random>
+#include <vector>
+
+#include "common/file.h"
+
+namespace {
+
+using Bytes = std::vector<std::byte>;
+
+constexpr auto kUntouched = std::byte{0xA5};
+
+Bytes Counting(size_t size) {
+  Bytes bytes(size);
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::byte>(i * 7 + 1);
+  return bytes;
+}
+
+FileDescriptor FileOf(const Bytes& content) {
+  std::string name = testing::TempDir() + "row_reader_test.XXXXXX";
+  FileDescriptor file(mkstemp(name.data()));
+  unlink(name.c_str());
+  WriteFully(file.Get(), content.data(), content.size());
+  return file;
+}
+
+Bytes Read(const Bytes& content, size_t blockSize, const RowLayout& layout) {
+  Bytes block(blockSize, kUntouched);
+  const FileDescriptor file = FileOf(content);
+  ReadRows(file.Get(), block, layout);
+  return block;
+}
+
+// Byte by byte, in file order: byte i of row r of batch b goes to b * batchBytes + r * stride + i.
+Bytes SlowReference(const Bytes& content, size_t blockSize, const RowLayout& layout) {
+  Bytes block(blockSize, kUntouched);
+  size_t next = 0;
+  for (uint64_t b = 0; b < layout.batches; ++b) {
+    for (uint64_t r = 0; r < layout.rows; ++r) {
+      for (uint64_t i = 0; i < layout.rowBytes; ++i, ++next) {
+        if (next >= content.size()) return block;
+        const uint64_t at = b * layout.batchBytes + r * layout.stride + i;
+        if (at < blockSize) block[at] = content[next];
+      }
+    }
+  }
+  return block;
+}
+
+void ExpectAsReference(size_t fileSize, size_t blockSize, const RowLayout& layout) {
+  const Bytes content = Counting(fileSize);
+  ASSERT_EQ(Read(content, blockSize, layout), SlowReference(content, blockSize, layout))
+      << "file " << fileSize << " block " << blockSize << " batches " << layout.batches
+      << " batchBytes " << layout.batchBytes << " rows " << layout.rows << " stride "
+      << layout.stride << " rowBytes " << layout.rowBytes;
+}
+
+TEST(ReadRows, StartsEveryRowAtAMultipleOfTheStride) {
+  const Bytes content = Counting(60);
+  const Bytes block = Read(content, 384, {1, 384, 12, 32, 5});
+  for (size_t row = 0; row < 12; ++row) {
+    for (size_t i = 0; i < 32; ++i) {
+      EXPECT_EQ(block[row * 32 + i], i < 5 ? content[row * 5 + i] : kUntouched);
+    }
+  }
+}
+
+TEST(ReadRows, LeavesTheRestOfAShortFileUnwritten) {
+  const Bytes block = Read(Counting(7), 32, {1, 32, 4, 8, 5});
+  EXPECT_EQ(std::count(block.begin(), block.end(), kUntouched), 32 - 7);
+  EXPECT_NE(block[8], kUntouched);
+  EXPECT_NE(block[9], kUntouched);
+  EXPECT_EQ(block[10], kUntouched);
+}
+
+TEST(ReadRows, ReadsDenseRowsAtOnceBatchAfterBatch) {
+  ExpectAsReference(64, 64, {2, 32, 4, 8, 8});
+  ExpectAsReference(60, 72, {2, 36, 4, 8, 8});  // four bytes between the batch items
+}
+
+TEST(ReadRows, WritesNothingOutsideTheBlock) {
+  ExpectAsReference(100, 20, {1, 20, 2, 8, 30});  // rows longer than their stride
+  ExpectAsReference(100, 17, {3, 8, 2, 4, 3});    // more batch items than the block holds
+  ExpectAsReference(100, 17, {3, 8, 2, 4, 4});
+}
+
+TEST(ReadRows, ReadsNothingWithoutRowsOrBytes) {
+  const Bytes untouched(16, kUntouched);
+  EXPECT_EQ(Read(Counting(16), 16, {1, 16, 0, 4, 4}), untouched);
+  EXPECT_EQ(Read(Counting(16), 16, {1, 16, 4, 4, 0}), untouched);
+  EXPECT_EQ(Read(Counting(16), 16, {0, 16, 4, 4, 4}), untouched);
+  EXPECT_EQ(Read(Counting(16), 16, {1, 16, 4, 4, ~uint64_t{0} - 3}), untouched);
+}
+
+TEST(ReadRows, ReadsRowsAcrossTheEndsOfItsPieces) {
+  ExpectAsReference(700000, 1000000, {1, 1000000, 1000, 1000, 700});
+  ExpectAsReference(800000, 1000000, {2, 500000, 2, 250000, 200000});  // rows read in place
+  ExpectAsReference(1, 1000000, {2, 500000, 2, 250000, 200000});
+}
+
+TEST(ReadRows, AgreesWithTheSlowWayForRandomLayouts) {
+  constexpr uint32_t kSeed = 11;
+  SCOPED_TRACE(kSeed);
+  std::mt19937 random(kSeed);
+  for (int round = 0; round < 1500; ++round) {
+    const uint64_t stride = 1 + random() % 40;
+    const uint64_t rows = random() % 12;
+    ExpectAsReference(random() % 900, 1 + random() % 900,
+                      {random() % 4, rows * stride + random() % 10, rows, stride, random() % 60});
+  }
+}
+
+}  // namespace

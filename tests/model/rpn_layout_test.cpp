@@ -1,0 +1,47 @@
+#include "model/rpn_layout.h"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <vector>
+
+namespace {
+
+// The floats of a zero-filled block after the values have been written.
+std::vector<float> Written(size_t blockFloats, size_t values, uint32_t width, int32_t stride) {
+  std::vector<float> block(blockFloats);
+  std::vector<float> input(values);
+  std::iota(input.begin(), input.end(), 1.0F);
+  WriteRpnValues(std::as_writable_bytes(std::span(block)), input, width, stride);
+  return block;
+}
+
+TEST(WriteRpnValues, WritesFourValuesInARow) {
+  EXPECT_EQ(Written(6, 4, 4, 16), (std::vector<float>{1, 2, 3, 4, 0, 0}));
+}
+
+TEST(WriteRpnValues, TakesFourValuesForASingleClassWhateverTheStride) {
+  EXPECT_EQ(Written(8, 4, 1, 8), (std::vector<float>{1, 2, 3, 4, 0, 0, 0, 0}));
+}
+
+TEST(WriteRpnValues, StartsTheRowsOfAMultiClassAtTheStride) {
+  EXPECT_EQ(Written(16, 12, 3, 16),
+            (std::vector<float>{1, 2, 3, 0, 4, 5, 6, 0, 7, 8, 9, 0, 10, 11, 12, 0}));
+}
+
+TEST(WriteRpnValues, RoundsTheStrideDownToWholeFloats) {
+  EXPECT_EQ(Written(9, 8, 2, 11), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 0}));
+}
+
+TEST(WriteRpnValues, WritesNothingOutsideTheBlock) {
+  EXPECT_EQ(Written(2, 4, 4, 16), (std::vector<float>{1, 2}));
+  EXPECT_EQ(Written(5, 12, 3, 16), (std::vector<float>{1, 2, 3, 0, 4}));
+  EXPECT_EQ(Written(3, 12, 3, -16), (std::vector<float>{1, 2, 3}));
+  EXPECT_EQ(Written(0, 4, 4, 16), (std::vector<float>{}));
+}
+
+TEST(WriteRpnValues, EndsWhereTheValuesEnd) {
+  EXPECT_EQ(Written(8, 5, 1000000, 16), (std::vector<float>{1, 2, 3, 4, 5, 0, 0, 0}));
+}
+
+}  // namespace
