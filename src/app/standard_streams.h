@@ -1,0 +1,9 @@
+// Standard input, output and error being there.
+#ifndef VORN_SRC_APP_STANDARD_STREAMS_H_
+#define VORN_SRC_APP_STANDARD_STREAMS_H_
+
+/// Puts /dev/null where one of the three is closed. Otherwise the next file to be opened would take
+/// its number, and the lines of the run would end up in a dump file.
+void HoldStandardStreams();
+
+#endif  // VORN_SRC_APP_STANDARD_STREAMS_H_

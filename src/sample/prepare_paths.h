@@ -1,0 +1,12 @@
+// From the paths of the command line to the paths of a run.
+#ifndef VORN_SRC_SAMPLE_PREPARE_PATHS_H_
+#define VORN_SRC_SAMPLE_PREPARE_PATHS_H_
+
+#include "sample/sample_options.h"
+
+/// Resolves model, configuration and rpn files and reads the input list. Returns 1 for the first
+/// path whose length is out of range; files that are not there, the list included, are no failure
+/// here.
+[[nodiscard]] int PreparePaths(const SampleOptions& options, ResolvedPaths& paths);
+
+#endif  // VORN_SRC_SAMPLE_PREPARE_PATHS_H_

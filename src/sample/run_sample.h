@@ -1,0 +1,11 @@
+// One run from first to last.
+#ifndef VORN_SRC_SAMPLE_RUN_SAMPLE_H_
+#define VORN_SRC_SAMPLE_RUN_SAMPLE_H_
+
+#include "sample/sample_options.h"
+
+/// Brings the runtime up, runs the model, prints the outcome and takes the runtime down, in every
+/// case. Returns the exit status, 0 or 1.
+[[nodiscard]] int RunSample(const SampleOptions& options, const ResolvedPaths& paths);
+
+#endif  // VORN_SRC_SAMPLE_RUN_SAMPLE_H_

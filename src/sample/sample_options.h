@@ -1,0 +1,28 @@
+// What the command line asks for, and what its paths became.
+#ifndef VORN_SRC_SAMPLE_SAMPLE_OPTIONS_H_
+#define VORN_SRC_SAMPLE_SAMPLE_OPTIONS_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// The command line as it was given; nothing in it has been checked.
+struct SampleOptions {
+  std::string modelPath;
+  std::string imagePath;     ///< the input list file
+  std::string vornJsonPath;  ///< the runtime's configuration
+  std::string rpnData;       ///< rpn parameter files, separated by commas
+  int32_t batchSize = 1;
+  int32_t nlpTotalT = -1;  ///< time steps of a recurrent model; -1 leaves them to its input
+  int32_t profile = 0;     ///< only 1 is on
+  std::string outputPath;
+};
+
+struct ResolvedPaths {
+  std::string modelFile;
+  std::vector<std::string> inputFiles;  ///< entries of the list, relative to its folder, unresolved
+  std::string jsonFile;
+  std::vector<std::string> rpnFiles;
+};
+
+#endif  // VORN_SRC_SAMPLE_SAMPLE_OPTIONS_H_
