@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Runs a trained network over real pictures of handwritten digits that it has never seen, and shows
+# what it read. Sets up, builds and runs; the second time it only runs.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+./scripts/build.sh release vorn-run digits-report
+
+out=build/demo
+rm -rf "$out"
+mkdir -p "$out"
+command=(build/release/vorn-run -m examples/digits/digits.onnx -i examples/digits/list.txt
+  -j examples/digits/host.json -o "$out" -p 1)
+printf '\n$ %s\n' "${command[*]}"
+if ! "${command[@]}" >"$out/vorn-run.log"; then
+  tail -n 20 "$out/vorn-run.log"
+  printf 'demo: the run failed; all its lines are in %s\n' "$out/vorn-run.log" >&2
+  exit 1
+fi
+sed -n '/execute sample success/,$p' "$out/vorn-run.log"
+
+printf '\n$ build/release/digits-report examples/digits %s\n' "$out"
+build/release/digits-report examples/digits "$out"
+cat <<EOT
+
+Every line of the run     $out/vorn-run.log
+Ten values a picture      $(cd "$out/0" && echo "$out/0"/*.float)  (text; 0 is the first of 200 folders)
+The same, 32-bit floats   $(cd "$out/0" && echo "$out/0"/*.bin)
+The network, the data     examples/digits/README.md
+EOT

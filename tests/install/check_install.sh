@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# check_install.sh CMAKE BUILD_DIR WORK_DIR: installs, moves the tree, builds a project against it and
+# runs the command out of it.
+set -euo pipefail
+cmake=$1 build=$2 work=$3
+here=$(cd "$(dirname "$0")" && pwd)
+fail() {
+  echo "check_install: $*" >&2
+  exit 1
+}
+
+rm -rf "$work"
+mkdir -p "$work"
+"$cmake" --install "$build" --prefix "$work/first" >/dev/null
+mv "$work/first" "$work/moved"
+
+env -u LD_LIBRARY_PATH ldd "$work/moved/bin/vorn-run" >"$work/ldd"
+grep -q "libvorn.so => $work/moved/" "$work/ldd" ||
+  fail "the installed command does not find its own library: $(cat "$work/ldd")"
+if grep -vE 'linux-vdso|ld-linux|lib(vorn|stdc\+\+|gcc_s|m|c)\.so' "$work/ldd"; then
+  fail "the command depends on more than the standard library and libvorn"
+fi
+
+echo '{}' >"$work/config.json"
+"$cmake" -S "$here/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
+"$cmake" --build "$work/consumer" >/dev/null
+[ "$("$work/consumer/consumer" "$work/config.json")" = "16 bits" ] ||
+  fail "the project built against the installed tree did not run"
+
+# An empty list of inputs is a whole run without an inference; a missing model ends it early.
+"$work/moved/bin/vorn-run" -m /nonexistent -i /nonexistent -j "$work/config.json" >"$work/out" &&
+  fail "a missing model was accepted"
+grep -qF '[INFO]  vorn init success' "$work/out" || fail "no runtime came up: $(cat "$work/out")"
