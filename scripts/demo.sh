@@ -23,7 +23,8 @@ build/release/digits-report examples/digits "$out"
 cat <<EOT
 
 Every line of the run     $out/vorn-run.log
-Ten values a picture      $(cd "$out/0" && echo "$out/0"/*.float)  (text; 0 is the first of 200 folders)
-The same, 32-bit floats   $(cd "$out/0" && echo "$out/0"/*.bin)
+Ten values a picture      $(echo "$out"/0/*.float)
+The same as 32-bit floats $(echo "$out"/0/*.bin)
+Further pictures          $out/1 to $out/199
 The network, the data     examples/digits/README.md
 EOT
