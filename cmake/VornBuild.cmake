@@ -5,6 +5,10 @@
 add_library(vorn_options INTERFACE)
 target_compile_features(vorn_options INTERFACE cxx_std_20)
 target_compile_options(vorn_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # This version sees overlaps in joining strings that are not there.
+  target_compile_options(vorn_options INTERFACE -Wno-restrict)
+endif()
 if(VORN_WARNINGS_AS_ERRORS)
   target_compile_options(vorn_options INTERFACE -Werror)
 endif()

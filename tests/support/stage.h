@@ -38,7 +38,7 @@ struct Transcript {
   /** All of it, for the message of a failing test. */
   [[nodiscard]] std::string Describe() const;
 
-  /** True if a division by zero ended the run: by its signal or, sanitized, by the report of it. */
+  /** True if a division by zero ended the run: by its signal, sanitized or not. */
   [[nodiscard]] bool EndedByDivision() const;
 
   [[nodiscard]] bool HasLine(const std::string& line) const;
