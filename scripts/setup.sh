@@ -131,7 +131,7 @@ fetch_library() {
   esac
   command -v npm >/dev/null || install_packages npm
   say "fetching the library: npm package $kLibraryPackage $kLibraryVersion (100 MB, once)"
-  npm pack --silent --ignore-scripts --pack-destination "$work" \
+  npm pack --loglevel=error --ignore-scripts --pack-destination "$work" \
     "$kLibraryPackage@$kLibraryVersion" >/dev/null ||
     die "cannot download $kLibraryPackage $kLibraryVersion with npm; is the network there?"
   local archive="$work/$kLibraryPackage-$kLibraryVersion.tgz"
