@@ -2,7 +2,9 @@
 #include "host/engine.h"
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
+#include <set>
 
 #define ORT_API_MANUAL_INIT
 #include <onnxruntime_cxx_api.h>
@@ -129,6 +131,7 @@ DeclaredTensor Declare(const char* kind, std::string name, const Ort::TypeInfo& 
 struct Binding {
   void* data = nullptr;
   Shape shape;
+  bool isDetached = false;  // an output that the library leaves elsewhere
 };
 
 class OrtSession : public Session {
@@ -147,6 +150,7 @@ class OrtSession : public Session {
       const auto name = session_.GetOutputNameAllocated(i, allocator);
       outputs_.push_back(Declare("output", name.get(), session_.GetOutputTypeInfo(i)));
     }
+    RefuseTwins();
     boundInputs_.resize(inputs_.size());
     boundOutputs_.resize(outputs_.size());
   }
@@ -160,13 +164,19 @@ class OrtSession : public Session {
   }
 
   void BindOutput(size_t index, void* data, const Shape& shape) override {
-    if (!Rebind(boundOutputs_.at(index), data, shape)) return;
-    binding_.BindOutput(outputs_[index].name.c_str(), Wrap(outputs_[index].type, data, shape));
+    if (boundOutputs_.at(index).data == nullptr) outputOrder_.push_back(index);
+    if (!Rebind(boundOutputs_[index], data, shape)) return;
+    PutOutput(index);
+    areOutputsChecked_ = false;
   }
 
   void Run() override {
     try {
+      for (size_t i = 0; i < outputs_.size(); ++i) {
+        if (boundOutputs_[i].isDetached) PutOutput(i);
+      }
       session_.Run(Ort::RunOptions{nullptr}, binding_);
+      FetchDetachedOutputs();
     } catch (const Ort::Exception& e) {
       throw Failure(VORN_ERROR_EXECUTION, "the model failed while it ran (", e.what(), ")");
     }
@@ -181,6 +191,15 @@ class OrtSession : public Session {
   }
 
  private:
+  /// Memory is bound by name.
+  void RefuseTwins() const {
+    std::set<std::string> names;
+    for (const DeclaredTensor& output : outputs_) {
+      if (names.insert(output.name).second) continue;
+      throw Failure(VORN_ERROR_MODEL, "two outputs are named '", output.name, "'; rename one");
+    }
+  }
+
   /// Notes what is bound; false if it was bound already.
   static bool Rebind(Binding& bound, void* data, const Shape& shape) {
     if (bound.data == data && bound.shape == shape) return false;
@@ -189,11 +208,45 @@ class OrtSession : public Session {
     return true;
   }
 
-  Ort::Value Wrap(vorn_data_type type, void* data, const Shape& shape) const {
+  void PutOutput(size_t index) {
+    const Binding& bound = boundOutputs_[index];
+    binding_.BindOutput(outputs_[index].name.c_str(),
+                        Wrap(outputs_[index].type, bound.data, bound.shape));
+  }
+
+  /// An output that no operator writes, such as an input that is an output as well, replaces what
+  /// was bound instead of filling it, and is copied. Whether an output does so is a matter of the
+  /// graph, so looking once for each set of bindings is enough.
+  void FetchDetachedOutputs() {
+    if (areOutputsChecked_) return;
+    bool isAnyDetached = false;
+    const std::vector<Ort::Value> values = binding_.GetOutputValues();
+    for (size_t i = 0; i < values.size(); ++i) {
+      const size_t index = outputOrder_[i];
+      Binding& bound = boundOutputs_[index];
+      const void* data = values[i].GetTensorRawData();
+      bound.isDetached = data != bound.data;
+      if (!bound.isDetached) continue;
+      isAnyDetached = true;
+      const Shape shape = values[i].GetTensorTypeAndShapeInfo().GetShape();
+      if (shape != bound.shape) {
+        throw Failure(VORN_ERROR_EXECUTION, "output '", outputs_[index].name, "' has the shape ",
+                      ShapeText(shape), " and not ", ShapeText(bound.shape), ", as described");
+      }
+      std::memcpy(bound.data, data, ByteCount(outputs_[index].type, shape));
+    }
+    areOutputsChecked_ = !isAnyDetached;
+  }
+
+  static size_t ByteCount(vorn_data_type type, const Shape& shape) {
     size_t bytes = ElementBytes(type);
     for (const int64_t dim : shape) bytes *= static_cast<size_t>(dim);
-    return Ort::Value::CreateTensor(memory_, data, bytes, shape.data(), shape.size(),
-                                    ToElementType(type));
+    return bytes;
+  }
+
+  Ort::Value Wrap(vorn_data_type type, void* data, const Shape& shape) const {
+    return Ort::Value::CreateTensor(memory_, data, ByteCount(type, shape), shape.data(),
+                                    shape.size(), ToElementType(type));
   }
 
   std::vector<Shape> TryUnguarded(std::span<const Shape> inputShapes) {
@@ -228,6 +281,8 @@ class OrtSession : public Session {
   std::vector<DeclaredTensor> outputs_;
   std::vector<Binding> boundInputs_;
   std::vector<Binding> boundOutputs_;
+  std::vector<size_t> outputOrder_;  // in which they were bound first
+  bool areOutputsChecked_ = false;   // since the last binding: no output is detached
 };
 
 void CheckImage(std::span<const std::byte> image) {
