@@ -1,5 +1,7 @@
 // The runtime as a whole, device, context, stream, memory.
 #include <cstdlib>
+#include <sstream>
+#include <string>
 #include <thread>
 
 #include "runtime/host/host_fixture.h"
@@ -63,6 +65,46 @@ TEST(HostProcess, IsSilentUnlessAskedAndThenTellsOneLineAFault) {
             "vorn: vorn_init: the configuration file '/nowhere/vorn.json' cannot be read "
             "(No such file or directory); give the path of a JSON file\n");
   unsetenv("VORN_LOG");
+}
+
+/// Everything that two refused models make the process write, with VORN_LOG of that value.
+std::string WrittenOverRefusedModels(const char* log) {
+  const ConfigFile config("{}");
+  const std::string unknown =
+      OnnxWriter().Output("y", kOnnxFloat, {1}).Node("No\nSuch", {}, {"y"}).Image();
+  vorn_rt_context* context = nullptr;
+  uint32_t id = 0;
+  setenv("VORN_LOG", log, 1);
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(vorn_init(config.path()), VORN_SUCCESS);
+  EXPECT_EQ(vorn_rt_set_device(0), VORN_SUCCESS);
+  EXPECT_EQ(vorn_rt_create_context(&context, 0), VORN_SUCCESS);
+  EXPECT_EQ(vorn_mdl_load_from_mem(unknown.data(), unknown.size(), &id), VORN_ERROR_MODEL);
+  EXPECT_EQ(vorn_mdl_load_from_mem("garbage", 7, &id), VORN_ERROR_MODEL);
+  EXPECT_EQ(vorn_finalize(), VORN_SUCCESS);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  unsetenv("VORN_LOG");
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(HostProcess, KeepsTheExecutionLibrarySilent) { EXPECT_EQ(WrittenOverRefusedModels("0"), ""); }
+
+TEST(HostProcess, TellsEveryFaultOnceAndOnOneLine) {
+  std::istringstream lines(WrittenOverRefusedModels("1"));
+  std::string line;
+  int count = 0;
+  while (std::getline(lines, line)) {
+    EXPECT_EQ(line.rfind("vorn: vorn_mdl_load_from_mem: the ", 0), 0u) << line;
+    ++count;
+  }
+  EXPECT_EQ(count, 2);
+}
+
+TEST(HostProcess, MarksEveryLineOfAFullLog) {
+  std::istringstream lines(WrittenOverRefusedModels("info"));
+  std::string line;
+  while (std::getline(lines, line)) EXPECT_EQ(line.rfind("vorn: ", 0), 0u) << line;
 }
 
 using HostDevice = HostFixture;
