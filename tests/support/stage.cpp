@@ -3,8 +3,8 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
-#include <regex>
 #include <stdexcept>
 
 namespace support {
@@ -19,6 +19,41 @@ constexpr char kSanitizerOptions[] =
 std::string ReplaceAll(std::string text, const std::string& from, const std::string& to) {
   for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
     text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+size_t CountDigits(const std::string& text, size_t at) {
+  size_t count = 0;
+  while (at + count < text.size() && std::isdigit(static_cast<unsigned char>(text[at + count]))) {
+    ++count;
+  }
+  return count;
+}
+
+/** `.1699999999123456.float` becomes `.T.float`; a stamp has 16 digits from 2001 to 2286. */
+std::string ReplaceStamps(std::string text) {
+  constexpr size_t kDigits = 16;
+  for (size_t at = text.find('.'); at != std::string::npos; at = text.find('.', at + 1)) {
+    const size_t after = at + 1 + kDigits;
+    if (CountDigits(text, at + 1) == kDigits &&
+        (text.compare(after, 6, ".float") == 0 || text.compare(after, 4, ".bin") == 0)) {
+      text.replace(at + 1, kDigits, "T");
+    }
+  }
+  return text;
+}
+
+/** `... Time:  12.34 ms` becomes `... Time:  T ms`. */
+std::string ReplaceTimes(std::string text) {
+  for (size_t at = text.find(" Time:"); at != std::string::npos; at = text.find(" Time:", at + 1)) {
+    const size_t start = std::min(text.find_first_not_of(' ', at + 6), text.size());
+    const size_t whole = CountDigits(text, start);
+    const size_t length = whole + 3;  // a point and two digits more
+    if (whole > 0 && text[start + whole] == '.' && CountDigits(text, start + whole + 1) == 2 &&
+        text.compare(start + length, 3, " ms") == 0) {
+      text.replace(start, length, "T");
+    }
   }
   return text;
 }
@@ -97,12 +132,7 @@ Transcript Stage::RunWith(const std::vector<std::string>& words) {
 }
 
 std::string Stage::Normalise(const std::string& text) const {
-  // A time stamp in microseconds has 16 digits from 2001 to 2286.
-  static const std::regex stamp(R"(\.[0-9]{16}\.(float|bin))");
-  static const std::regex time(R"(( Time: +)[0-9]+\.[0-9][0-9] ms)");
-  std::string result = ReplaceAll(text, Folder().string(), "$DIR");
-  result = std::regex_replace(result, stamp, ".T.$1");
-  return std::regex_replace(result, time, "$1T ms");
+  return ReplaceTimes(ReplaceStamps(ReplaceAll(text, Folder().string(), "$DIR")));
 }
 
 std::string Transcript::Describe() const {
