@@ -37,7 +37,7 @@ constexpr std::array<char, 40000> MakeFourDigits() {
 }
 constexpr std::array<char, 40000> kFourDigits = MakeFourDigits();
 
-void WriteFourDigits(uint32_t value, char* text) { std::memcpy(text, &kFourDigits[4 * value], 4); }
+void WriteFourDigits(size_t value, char* text) { std::memcpy(text, &kFourDigits[4 * value], 4); }
 
 void WriteSixteenDigits(uint64_t value, char* text) {
   const auto high = static_cast<uint32_t>(value / 100000000);
