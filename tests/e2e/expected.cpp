@@ -1,6 +1,8 @@
 #include "e2e/expected.h"
 
 #include <gtest/gtest.h>
+#include <limits.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -179,6 +181,45 @@ void ExpectLinesInOrder(const Transcript& transcript, const Lines& lines) {
     }
     ++at;
   }
+}
+
+Lines FilesRead(const Transcript& transcript) {
+  const std::string start = "[INFO]  start to process file:";
+  Lines files;
+  for (const std::string& line : transcript.lines) {
+    if (line.compare(0, start.size(), start) == 0) files.push_back(line.substr(start.size()));
+  }
+  return files;
+}
+
+Lines EntriesChecked(const Transcript& transcript) {
+  const std::string start = "[INFO]  inputPath: ";
+  const std::string model = "[INFO]  create model description success";
+  Lines entries;
+  auto line = std::find(transcript.lines.begin(), transcript.lines.end(), model);
+  for (; line != transcript.lines.end(); ++line) {
+    if (line->compare(0, start.size(), start) == 0) entries.push_back(line->substr(start.size()));
+  }
+  return entries;
+}
+
+std::string Resolved(const Stage& stage, const std::string& path) {
+  std::string buffer(PATH_MAX + 1, '\0');
+  if (realpath((stage.Folder() / path).c_str(), buffer.data()) == nullptr) {
+    // What it left behind is what is asked for.
+  }
+  return stage.Normalise(buffer.c_str());
+}
+
+Lines FailedInput(const Lines& cause) {
+  return Join({cause, {"[ERROR] CreateInputBuf failed"}, Unloaded(), ProcessFailed()});
+}
+
+Lines FromFirstError(const Transcript& transcript) {
+  const auto first =
+      std::find_if(transcript.lines.begin(), transcript.lines.end(),
+                   [](const std::string& line) { return line.compare(0, 7, "[ERROR]") == 0; });
+  return {first, transcript.lines.end()};
 }
 
 std::vector<Sight> InputsSeen(const Transcript& transcript, uint64_t execution) {

@@ -83,6 +83,21 @@ void ExpectStatus(const support::Transcript& transcript, int status);
 /** Fails the test unless all lines stand in the output, in this order, with or without others. */
 void ExpectLinesInOrder(const support::Transcript& transcript, const Lines& lines);
 
+/** The input files that the run set out to read, in order. */
+[[nodiscard]] Lines FilesRead(const support::Transcript& transcript);
+
+/** The entries of the list as they were checked. */
+[[nodiscard]] Lines EntriesChecked(const support::Transcript& transcript);
+
+/** What the system's realpath leaves in a zeroed buffer, as a run in the stage would show it. */
+[[nodiscard]] std::string Resolved(const support::Stage& stage, const std::string& path);
+
+/** The lines of a run that ended in an input, from the first that is wrong to the end. */
+[[nodiscard]] Lines FailedInput(const Lines& cause);
+
+/** The lines from the first error on. */
+[[nodiscard]] Lines FromFirstError(const support::Transcript& transcript);
+
 /** The input blocks that an execution (from 1) saw. */
 [[nodiscard]] std::vector<support::Sight> InputsSeen(const support::Transcript& transcript,
                                                      uint64_t execution = 1);

@@ -1,6 +1,8 @@
 // Bringing the runtime up, taking it down, and the outcome line in between.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "e2e/expected.h"
 
 namespace e2e {
