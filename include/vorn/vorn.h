@@ -79,8 +79,8 @@ typedef struct vorn_mdl_dataset vorn_mdl_dataset;
 typedef struct vorn_data_buffer vorn_data_buffer;
 
 /**
- * Element types. A text dump shows codes 0, 2, 4, 6 and 7 as the values they hold; codes 1 and 7 are
- * read as plain unsigned 16-bit integers, every other code as 32-bit float bit patterns.
+ * Element types. A dump shows codes 0, 2, 4, 6 and 7 as the values that they hold, code 1 as its bits
+ * read as an unsigned 16-bit integer, and every other code as its bits read as a 32-bit float.
  */
 typedef uint32_t vorn_data_type;
 

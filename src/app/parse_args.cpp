@@ -1,3 +1,4 @@
+// The command line by getopt, its values by position.
 #include "app/parse_args.h"
 
 #include <unistd.h>
@@ -52,7 +53,7 @@ void StoreOption(int option, const std::string& value, SampleOptions& options) {
     case 'p':
       options.profile = StringToInt(value);
       break;
-    default:
+    default:  // `getopt` returns no other letter
       break;
   }
 }

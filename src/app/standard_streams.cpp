@@ -1,3 +1,4 @@
+// Keeps the first three descriptors taken.
 #include "app/standard_streams.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// System calls on files, repeated where they were interrupted or cut short.
 #include "common/file.h"
 
 #include <fcntl.h>

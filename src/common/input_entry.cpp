@@ -1,3 +1,4 @@
+// Where an entry splits into name and path.
 #include "common/input_entry.h"
 
 bool HasInputNamePrefix(std::string_view entry) {

@@ -1,3 +1,4 @@
+// A path check that leaves missing files to whoever opens them.
 #include "common/path.h"
 
 #include <cerrno>

@@ -1,9 +1,11 @@
+// The statistics' own arithmetic, and their two forms as text.
 #include "common/perf_info.h"
 
 #include <fstream>
 #include <iomanip>
 
 #include "common/log.h"
+#include "common/model_inputs.h"
 
 PerfInfo g_perfInfo;
 
@@ -31,7 +33,7 @@ uint32_t InputSize(const vorn_mdl_desc* modelDesc, int32_t index) {
 void CollectModelSizes(PerfInfo& perfInfo, const vorn_mdl_desc* modelDesc) {
   const uint64_t inputs = vorn_mdl_get_num_inputs(modelDesc);
   const uint64_t outputs = vorn_mdl_get_num_outputs(modelDesc);
-  const int32_t taskBuffer = IndexFromEnd(inputs, 2);
+  const int32_t taskBuffer = IndexFromEnd(inputs, kScratchInputs);
   for (int32_t i = 0; i < taskBuffer; ++i) perfInfo.inputSize += InputSize(modelDesc, i);
   perfInfo.taskBufSize = InputSize(modelDesc, taskBuffer);
   perfInfo.workBufSize = InputSize(modelDesc, IndexFromEnd(inputs, 1));

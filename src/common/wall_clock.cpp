@@ -1,3 +1,4 @@
+// The clock is gettimeofday throughout.
 #include "common/wall_clock.h"
 
 #include <sys/time.h>

@@ -1,6 +1,8 @@
 // The input dataset of one inference: a block an input, in index order, registered with its size
-// and row stride.
+// and row stride. Where something fails, the order of message, free and destroy is part of the
+// behaviour; so are the queries, which are asked anew at every step.
 #include "common/log.h"
+#include "common/model_inputs.h"
 #include "common/runtime_memory.h"
 #include "model/input_file.h"
 #include "model/model_process.h"
@@ -15,6 +17,7 @@ int ModelProcess::InitInput() {
 }
 
 int ModelProcess::CreateInput(void* block, uint64_t size, int32_t stride) {
+  // A stride is carried as a signed 32-bit value and widened with its sign.
   const auto wideStride = static_cast<uint64_t>(static_cast<int64_t>(stride));
   vorn_data_buffer* buffer = vorn_create_data_buffer(block, size, wideStride);
   if (buffer == nullptr) {
@@ -113,7 +116,7 @@ int ModelProcess::CreateExtraInput(uint32_t index) {
 
 int ModelProcess::CreateTaskBufAndWorkBuf() {
   const uint64_t inputs = vorn_mdl_get_num_inputs(modelDesc);
-  if (inputs <= 2) {
+  if (inputs <= kScratchInputs) {
     PrintLine("[ERROR] input dataset Num is error.\n");
     return 1;
   }

@@ -1,10 +1,14 @@
+// The steps of reading an input file, in the order in which they report.
 #include "model/input_file.h"
 
-#include "common/division.h"
+#include <cstddef>
+#include <span>
+
 #include "common/file.h"
 #include "common/log.h"
 #include "common/runtime_memory.h"
 #include "common/stride_param.h"
+#include "model/division.h"
 #include "model/input_shape.h"
 #include "model/row_reader.h"
 
@@ -78,13 +82,10 @@ int CheckShape(std::span<const int64_t> dimensions, const InputLayout& layout, u
 }
 
 // More frames than the model takes are reported and nothing else.
-void CheckFrameCount(int32_t frames, int64_t maxFrames) {
-  if (frames > maxFrames) {
-    PrintLine(
-        "[ERROR] Current number of frames[%u] must be smaller than the "
-        "recurrent_max_total_t[%zu]\n",
-        static_cast<uint32_t>(frames), static_cast<size_t>(maxFrames));
-  }
+void ReportTooManyFrames(int32_t frames, uint64_t maxFrames) {
+  PrintLine(
+      "[ERROR] Current number of frames[%u] must be smaller than the recurrent_max_total_t[%zu]\n",
+      static_cast<uint32_t>(frames), maxFrames);
 }
 
 void CountFrames(std::span<const int64_t> dimensions, const InputLayout& layout, uint64_t fileSize,
@@ -92,7 +93,15 @@ void CountFrames(std::span<const int64_t> dimensions, const InputLayout& layout,
   const uint64_t frameBytes = FrameBytes(dimensions, layout.elementSize);
   nlpTotalT = static_cast<int32_t>(DivideOrFault(fileSize, frameBytes));
   batchSize = 1;
-  CheckFrameCount(nlpTotalT, dimensions.empty() ? 0 : dimensions.front());
+  const int64_t maxFrames = dimensions.empty() ? 0 : dimensions.front();
+  if (nlpTotalT > maxFrames) ReportTooManyFrames(nlpTotalT, static_cast<uint64_t>(maxFrames));
+}
+
+// The second input's row holds a flag a frame. Its length counts as unsigned, unlike the first
+// dimension above.
+void CheckFlags(std::span<const int64_t> dimensions, int32_t nlpTotalT) {
+  const auto flags = static_cast<uint64_t>(RowElements(dimensions));
+  if (static_cast<uint64_t>(int64_t{nlpTotalT}) > flags) ReportTooManyFrames(nlpTotalT, flags);
 }
 
 void* MallocInputBlock(uint64_t size) {
@@ -127,14 +136,14 @@ void* ReadInputFile(const std::string& path, const InputFileTarget& target, uint
   const vorn_status status = vorn_ext_get_mdl_net_type(target.modelId, &netType);
   if (status != VORN_SUCCESS) {
     PrintLine("[ERROR] vorn_ext_get_mdl_net_type fail! ret = %d\n", status);
-    return nullptr;
+    return nullptr;  // the block stays allocated, see the header; so does it below
   }
 
   const auto dimensions = Dimensions(target.dims);
   if (netType == VORN_NET_RECURRENT && target.index == 0) {
     CountFrames(dimensions, layout, file.size, batchSize, nlpTotalT);
   } else if (netType == VORN_NET_RECURRENT && target.index == 1) {
-    CheckFrameCount(nlpTotalT, RowElements(dimensions));
+    CheckFlags(dimensions, nlpTotalT);
   } else if (CheckShape(dimensions, layout, file.size, batchSize) != 0) {
     return nullptr;
   }

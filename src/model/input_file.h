@@ -15,15 +15,15 @@ struct InputFileTarget {
   uint32_t modelId;
 };
 
-/// Reads the file, dense rows, into a new block with the input's row stride. On the way
-/// - a file that is not of the input's shape resets `batchSize` to the whole batch items it holds,
-///   unless it is smaller than one;
-/// - input 0 of a recurrent model sets `nlpTotalT` to the frames that the file holds and
-/// `batchSize`
-///   to 1; input 1 is checked against them.
-/// Returns the block, the caller's to free, or null after having printed the cause. When the file
-/// is too large or the kind of network unknown, the block stays allocated, unreachable: a device
-/// has had it handed over by then.
+/// Reads the file, dense rows, into a new block with the input's row stride.
+///
+/// A file that is not of the input's shape resets `batchSize` to the whole batch items that it
+/// holds, unless it is smaller than one. Input 0 of a recurrent model sets `nlpTotalT` to the
+/// frames that the file holds and `batchSize` to 1, and input 1 is checked against those frames.
+///
+/// Returns the block, the caller's to free, or null after having printed the cause. Where the kind
+/// of network cannot be asked or the file is too large, the block stays allocated and is lost: that
+/// the runtime sees no free there is part of the behaviour.
 [[nodiscard]] void* ReadInputFile(const std::string& path, const InputFileTarget& target,
                                   uint32_t& batchSize, int32_t& nlpTotalT);
 

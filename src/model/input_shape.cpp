@@ -1,3 +1,4 @@
+// Products and texts of dimensions.
 #include "model/input_shape.h"
 
 std::string JoinDimensions(std::span<const int64_t> dimensions) {

@@ -1,5 +1,6 @@
 // Describing the loaded model: the info block on standard output, the names of the data inputs.
 #include "common/log.h"
+#include "common/model_inputs.h"
 #include "common/perf_info.h"
 #include "model/model_info.h"
 #include "model/model_process.h"
@@ -21,6 +22,18 @@ constexpr TensorQueries kOutputQueries{
     vorn_mdl_get_output_data_type, vorn_mdl_get_output_size_by_index,
     vorn_mdl_get_output_default_stride, vorn_mdl_get_output_format};
 
+// The queries come one by one between the lines: should one of them end the process, the lines
+// before it tell which.
+void PrintLayout(const vorn_mdl_desc* modelDesc, uint64_t index, uint32_t batchSize,
+                 const TensorQueries& query) {
+  const vorn_data_type dataType = query.dataType(modelDesc, index);
+  const uint64_t size = batchSize * query.size(modelDesc, index);
+  const uint64_t stride = query.stride(modelDesc, index);
+  const vorn_format format = query.format(modelDesc, index);
+  PrintLine("[INFO]  DataType: %d, stride: %zu, format: %d, dataSizeWithStride: %zu\n",
+            static_cast<int>(dataType), stride, format, size);
+}
+
 }  // namespace
 
 int ModelProcess::CreateDesc(std::vector<std::string>& inputNames) {
@@ -40,19 +53,6 @@ int ModelProcess::CreateDesc(std::vector<std::string>& inputNames) {
 }
 
 void ModelProcess::PrintModelInfo(std::vector<std::string>& inputNames) const {
-  // The queries come one by one between the lines: should one of them end the process, the lines
-  // before it tell which.
-  const auto printLayout = [this](uint64_t index, const vorn_mdl_io_dims& dims,
-                                  const TensorQueries& query) {
-    PrintLine("[INFO]  Shape: %s\n", ShapeToString(dims).c_str());
-    const vorn_data_type dataType = query.dataType(modelDesc, index);
-    const uint64_t size = batchSize * query.size(modelDesc, index);
-    const uint64_t stride = query.stride(modelDesc, index);
-    const vorn_format format = query.format(modelDesc, index);
-    PrintLine("[INFO]  DataType: %d, stride: %zu, format: %d, dataSizeWithStride: %zu\n",
-              static_cast<int>(dataType), stride, format, size);
-  };
-
   vorn_mdl_io_dims dims{};
   PrintLine("[INFO]  ------------------ Input Info ------------------\n");
   const uint64_t inputs = vorn_mdl_get_num_inputs(modelDesc);
@@ -64,9 +64,10 @@ void ModelProcess::PrintModelInfo(std::vector<std::string>& inputNames) const {
     const std::string name = NameToString(dims);
     // Task buffer and work buffer have no name to be matched; with fewer than two inputs the bound
     // wraps and every input is named.
-    if (i < inputs - 2) inputNames.push_back(name);
+    if (i < inputs - kScratchInputs) inputNames.push_back(name);
     PrintLine("[INFO]  Input index: %zu, name: %s\n", i, name.c_str());
-    printLayout(i, dims, kInputQueries);
+    PrintLine("[INFO]  Shape: %s\n", ShapeToString(dims).c_str());
+    PrintLayout(modelDesc, i, batchSize, kInputQueries);
   }
   PrintLine("[INFO]  ------------------ Output Info ------------------\n");
   const uint64_t outputs = vorn_mdl_get_num_outputs(modelDesc);
@@ -76,6 +77,7 @@ void ModelProcess::PrintModelInfo(std::vector<std::string>& inputNames) const {
       return;
     }
     PrintLine("[INFO]  Output index: %zu, name: %s\n", i, NameToString(dims).c_str());
-    printLayout(i, dims, kOutputQueries);
+    PrintLine("[INFO]  Shape: %s\n", ShapeToString(dims).c_str());
+    PrintLayout(modelDesc, i, batchSize, kOutputQueries);
   }
 }

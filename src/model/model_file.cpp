@@ -1,11 +1,9 @@
+// Reads and measures the model file.
 #include "model/model_file.h"
 
 #include "common/file.h"
 #include "common/log.h"
-#include "common/perf_info.h"
 #include "common/runtime_memory.h"
-#include "common/wall_clock.h"
-#include "model/model_process.h"
 
 namespace {
 
@@ -50,27 +48,5 @@ int GetFileSize(const std::string& path, uint32_t& size) {
   uint32_t length = 0;
   if (!OpenNonEmpty(path, length).IsOpen()) return 1;
   size = length;
-  return 0;
-}
-
-int ModelProcess::LoadModelFromFileWithMem(const std::string& modelFile) {
-  uint32_t size = 0;
-  const double readStart = GetCurrentTimeMs();
-  modelMemPtr = ReadBinFile(modelFile, size);
-  g_perfInfo.readModelFileTime = GetCurrentTimeMs() - readStart;
-  modelMemSize = size;
-
-  // Even without an image, and whatever it says of one: the description tells.
-  const double loadStart = GetCurrentTimeMs();
-  vorn_mdl_load_from_mem(modelMemPtr, modelMemSize, &modelId);
-  g_perfInfo.modelLoadTime = GetCurrentTimeMs() - loadStart;
-
-  if (GetFileSize(modelFile, g_perfInfo.omSize) != 0) {
-    vorn_rt_free(modelMemPtr);
-    PrintLine("[ERROR] load model from file failed, model file is %s\n", modelFile.c_str());
-    return 1;
-  }
-  loadFlag = true;
-  PrintLine("[INFO]  load model %s success\n", modelFile.c_str());
   return 0;
 }

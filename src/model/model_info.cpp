@@ -1,3 +1,4 @@
+// A dims record's texts.
 #include "model/model_info.h"
 
 #include <cstring>

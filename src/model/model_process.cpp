@@ -1,9 +1,11 @@
+// The life of the model and of what belongs to it.
 #include "model/model_process.h"
 
 #include <utility>
 
-#include "common/dataset.h"
 #include "common/log.h"
+#include "common/model_inputs.h"
+#include "model/dataset.h"
 #include "output/dump.h"
 #include "output/output_dataset.h"
 
@@ -42,7 +44,9 @@ void ModelProcess::DestroyDesc() {
   modelDesc = nullptr;
 }
 
-uint64_t ModelProcess::GetInputNum() const { return vorn_mdl_get_num_inputs(modelDesc) - 2; }
+uint64_t ModelProcess::GetInputNum() const {
+  return vorn_mdl_get_num_inputs(modelDesc) - kScratchInputs;
+}
 
 int ModelProcess::CreateOutput() {
   return CreateOutputDataset(modelDesc, batchSize, outputDataset);

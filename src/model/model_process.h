@@ -99,7 +99,7 @@ class ModelProcess {
   vorn_mdl_desc* modelDesc = nullptr;
   vorn_mdl_dataset* inputDataset = nullptr;
   vorn_mdl_dataset* outputDataset = nullptr;
-  uint8_t classMode = 0;  ///< thresholds: 0 single class, 1 multi class
+  uint8_t classMode = 0;  ///< recorded only: 0 single class, 1 multi class
   uint32_t rpnHeight = 0;
   uint32_t rpnWidth = 0;
 };

@@ -1,17 +1,18 @@
+// A run as a list of steps, and an inference as another.
 #include "model/processing_loop.h"
 
 #include <span>
 
-#include "common/division.h"
 #include "common/log.h"
 #include "common/path.h"
+#include "model/division.h"
 #include "model/model_process.h"
 #include "model/sort_inputs.h"
 
 namespace {
 
-// Fails at the first entry that has no path's length; the entries before it are resolved by then.
-// Leaves `status` as it is for an empty list.
+// Fails at the first entry that is too short or too long for a path; the entries before it are
+// resolved by then. Leaves `status` as it is for an empty list.
 int ResolveInputFiles(std::vector<std::string>& inputFiles, int& status) {
   for (std::string& file : inputFiles) {
     status = GetRealPath(file, file);

@@ -9,8 +9,8 @@
 /// What is to be run. `Process` reorders and resolves `inputFiles` in place and fills `inputNames`.
 struct ModelRun {
   std::string modelFile;
-  std::vector<std::string>
-      inputFiles;  ///< path or name:path, one group of data inputs an inference
+  /// Path or name:path, one group of data inputs an inference.
+  std::vector<std::string> inputFiles;
   std::vector<std::string> inputNames;
   std::vector<std::string> rpnFiles;
   std::string outputPath;

@@ -1,3 +1,4 @@
+// Long and dense rows are read in place, short ones through a piece of the file.
 #include "model/row_reader.h"
 
 #include <algorithm>
@@ -34,7 +35,8 @@ class RowSource {
   uint64_t Copy(std::byte* row, uint64_t size) {
     if (offset + rowBytes > pieceStart + pieceBytes && !atEnd) FillPiece();
     const uint64_t end = pieceStart + pieceBytes;
-    const uint64_t available = end > offset ? std::min(size, end - offset) : 0;
+    if (offset >= end) return 0;
+    const uint64_t available = std::min(size, end - offset);
     std::memcpy(row, piece.get() + (offset - pieceStart), available);
     return available;
   }

@@ -21,9 +21,9 @@ struct RowLayout {
   uint64_t rowBytes = 0;  ///< may exceed `stride`: a row then overlaps the start of the next
 };
 
-/// Reads the file from its start, row after row, into `block`. What would lie outside of `block` is
-/// passed over in the file and not written. A row of 2^63 bytes or more cannot be read and ends the
-/// reading.
+/// Reads the file from its start, row after row, into `block`. The part of a row that would lie
+/// outside of `block` is passed over in the file; a row that would start outside ends the reading.
+/// A row of 2^63 bytes or more cannot be read.
 void ReadRows(int fd, std::span<std::byte> block, const RowLayout& layout);
 
 #endif  // VORN_SRC_MODEL_ROW_READER_H_

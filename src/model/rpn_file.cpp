@@ -1,3 +1,4 @@
+// Formatted extraction, with what it does at the end of a text.
 #include "model/rpn_file.h"
 
 #include <fstream>

@@ -1,5 +1,7 @@
 // The rpn inputs of a detection model: thresholds from files, checked against the model's shape.
+// Where something fails, the order of message, free and destroy is part of the behaviour.
 #include <algorithm>
+#include <cstddef>
 
 #include "common/log.h"
 #include "common/runtime_memory.h"
@@ -13,7 +15,8 @@ namespace {
 // inputs than one and the rpn input stands further back.
 constexpr uint64_t kRpnBlockIndex = 1;
 
-constexpr uint64_t kThresholdKinds = 4;
+constexpr uint32_t kSingleClassHeight = 1;
+constexpr uint32_t kMultiClassHeight = kThresholdKinds;
 
 uint32_t ToExtent(int64_t dimension) {
   return static_cast<uint32_t>(std::max<int64_t>(dimension, 0));
@@ -53,7 +56,7 @@ int ModelProcess::CheckRpnPara(const std::vector<float>& detPara) {
 
   const uint32_t area = rpnHeight * rpnWidth;
   switch (rpnHeight) {
-    case 1:
+    case kSingleClassHeight:
       if (detPara.size() != kThresholdKinds || area != kThresholdKinds) {
         // The number shown is the count of complete sets of thresholds, not of values.
         PrintLine("[ERROR] [single thr]: detPara.size %lu should be 4, Please check rpn file.\n",
@@ -62,7 +65,7 @@ int ModelProcess::CheckRpnPara(const std::vector<float>& detPara) {
       }
       classMode = 0;
       return 0;
-    case kThresholdKinds:
+    case kMultiClassHeight:
       if (detPara.size() != area) {
         PrintLine("[ERROR] [multi thr]: detPara.size %zu should be %u\n", detPara.size(), area);
         return 1;

@@ -1,3 +1,4 @@
+// Writes thresholds float by float; the blocks are small.
 #include "model/rpn_layout.h"
 
 #include <algorithm>
@@ -5,29 +6,30 @@
 
 namespace {
 
-constexpr size_t kThresholdKinds = 4;  // values of a single class, rows of a multi class layout
-
-void WriteRow(std::span<std::byte> block, int64_t offset, std::span<const float> values) {
-  if (offset < 0 || static_cast<uint64_t>(offset) >= block.size()) return;
-  const size_t room = (block.size() - static_cast<size_t>(offset)) / sizeof(float);
-  const size_t count = std::min(room, values.size());
-  if (count == 0) return;
-  std::memcpy(block.data() + offset, values.data(), count * sizeof(float));
+void WriteFloat(std::span<std::byte> block, int64_t offset, float value) {
+  if (offset < 0 || static_cast<uint64_t>(offset) + sizeof(float) > block.size()) return;
+  std::memcpy(block.data() + offset, &value, sizeof(float));
 }
 
 }  // namespace
 
 void WriteRpnValues(std::span<std::byte> block, std::span<const float> values, uint32_t width,
                     int32_t stride) {
+  constexpr int64_t kFloat = sizeof(float);
   if (values.size() <= kThresholdKinds) {
-    WriteRow(block, 0, values);
+    for (size_t i = 0; i < values.size(); ++i) {
+      WriteFloat(block, static_cast<int64_t>(i) * kFloat, values[i]);
+    }
     return;
   }
-  const int64_t floatStride = stride / static_cast<int32_t>(sizeof(float));
-  for (size_t row = 0; row < kThresholdKinds; ++row) {
-    const size_t first = std::min(row * width, values.size());
-    const size_t count = std::min<size_t>(width, values.size() - first);
-    WriteRow(block, static_cast<int64_t>(row) * floatStride * int64_t{sizeof(float)},
-             values.subspan(first, count));
+  const int64_t rowStep = stride / kFloat * kFloat;
+  const size_t classes = std::min<size_t>(width, values.size());
+  for (size_t c = 0; c < classes; ++c) {
+    for (size_t row = 0; row < kThresholdKinds; ++row) {
+      const size_t value = row * width + c;
+      if (value >= values.size()) break;
+      const int64_t offset = static_cast<int64_t>(row) * rowStep + static_cast<int64_t>(c) * kFloat;
+      WriteFloat(block, offset, values[value]);
+    }
   }
 }

@@ -10,9 +10,13 @@
 #include <cstdint>
 #include <span>
 
+/// The values of a single class, and the rows of a multi class layout.
+inline constexpr uint32_t kThresholdKinds = 4;
+
 /// Writes the values into the zero-filled `block`: up to four as single class, more as multi class
 /// with `width` values a row, rows starting at multiples of `stride` rounded down to whole floats.
-/// What would lie outside of `block` is not written, and rows end where `values` end.
+/// Classes are written one after the other, so where rows overlap the later class stays. What would
+/// lie outside of `block` is not written, and rows end where `values` end.
 void WriteRpnValues(std::span<std::byte> block, std::span<const float> values, uint32_t width,
                     int32_t stride);
 

@@ -1,3 +1,4 @@
+// Sorts by position with the standard unstable sort.
 #include "model/sort_inputs.h"
 
 #include <algorithm>
@@ -8,8 +9,8 @@
 #include <unordered_set>
 #include <utility>
 
-#include "common/division.h"
 #include "common/input_entry.h"
+#include "model/division.h"
 
 namespace {
 

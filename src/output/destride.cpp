@@ -1,3 +1,4 @@
+// Rows are copied or converted whole.
 #include "output/destride.h"
 
 #include <algorithm>

@@ -14,7 +14,7 @@
 
 struct RowShape {
   uint64_t rows = 0;
-  uint64_t rowElements = 0;  ///< elements from one row's start to the next row's
+  uint64_t rowElements = 0;  ///< from one row's start to the next row's; 0 repeats the first row
   uint64_t lastDim = 0;      ///< elements of a row that are data
 };
 

@@ -1,3 +1,4 @@
+// From an output to its text and binary file.
 #include "output/dump.h"
 
 #include <sys/stat.h>

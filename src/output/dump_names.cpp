@@ -1,3 +1,4 @@
+// Plain concatenation: a path is used as it was given.
 #include "output/dump_names.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Where something fails here, the order of message, free and destroy is part of the behaviour.
 #include "output/output_dataset.h"
 
 #include "common/log.h"

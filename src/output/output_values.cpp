@@ -1,4 +1,8 @@
+// Checks an output in the order in which its faults are reported, then reads it.
 #include "output/output_values.h"
+
+#include <cstddef>
+#include <span>
 
 #include "common/log.h"
 #include "output/destride.h"

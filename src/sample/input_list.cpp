@@ -1,3 +1,4 @@
+// Splits lines and pieces; nothing is trimmed.
 #include "sample/input_list.h"
 
 #include <libgen.h>

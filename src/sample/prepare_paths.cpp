@@ -1,3 +1,4 @@
+// The order in which paths are looked at shows on standard output.
 #include "sample/prepare_paths.h"
 
 #include "common/path.h"

@@ -1,3 +1,4 @@
+// The outcome line comes before the teardown, which the destructor does.
 #include "sample/run_sample.h"
 
 #include "common/log.h"

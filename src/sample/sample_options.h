@@ -13,8 +13,10 @@ struct SampleOptions {
   std::string vornJsonPath;  ///< the runtime's configuration
   std::string rpnData;       ///< rpn parameter files, separated by commas
   int32_t batchSize = 1;
-  int32_t nlpTotalT = -1;  ///< time steps of a recurrent model; -1 leaves them to its input
-  int32_t profile = 0;     ///< only 1 is on
+  /// Time steps. A recurrent model's first input overrides them; for another network a number above
+  /// 0 has its kind printed.
+  int32_t nlpTotalT = -1;
+  int32_t profile = 0;  ///< only 1 is on
   std::string outputPath;
 };
 

@@ -1,3 +1,4 @@
+// Runtime up and down, a line a step.
 #include "sample/sample_process.h"
 
 #include <utility>

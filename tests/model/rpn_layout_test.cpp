@@ -33,6 +33,10 @@ TEST(WriteRpnValues, RoundsTheStrideDownToWholeFloats) {
   EXPECT_EQ(Written(9, 8, 2, 11), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 0}));
 }
 
+TEST(WriteRpnValues, LetsTheLaterClassStayWhereRowsOverlap) {
+  EXPECT_EQ(Written(9, 12, 3, 8), (std::vector<float>{1, 2, 3, 5, 6, 8, 9, 11, 12}));
+}
+
 TEST(WriteRpnValues, WritesNothingOutsideTheBlock) {
   EXPECT_EQ(Written(2, 4, 4, 16), (std::vector<float>{1, 2}));
   EXPECT_EQ(Written(5, 12, 3, 16), (std::vector<float>{1, 2, 3, 0, 4}));

@@ -1,4 +1,5 @@
-#include "common/division.h"
+// The signal, past every handler and mask.
+#include "model/division.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -10,7 +11,7 @@ void RaiseDivisionFault() noexcept {
   sigset_t fault;
   sigemptyset(&fault);
   sigaddset(&fault, SIGFPE);
-  sigprocmask(SIG_UNBLOCK, &fault, nullptr);
+  pthread_sigmask(SIG_UNBLOCK, &fault, nullptr);
   std::raise(SIGFPE);
   std::abort();
 }

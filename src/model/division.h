@@ -1,7 +1,7 @@
 // Integer division by counts that a model or its runtime supplies. A zero ends the process the way
 // an integer division does on x86-64, by SIGFPE: scripts tell that end from an error by the signal.
-#ifndef VORN_SRC_COMMON_DIVISION_H_
-#define VORN_SRC_COMMON_DIVISION_H_
+#ifndef VORN_SRC_MODEL_DIVISION_H_
+#define VORN_SRC_MODEL_DIVISION_H_
 
 #include <cstdint>
 
@@ -20,4 +20,4 @@ inline uint64_t RemainderOrFault(uint64_t dividend, uint64_t divisor) {
   return dividend % divisor;
 }
 
-#endif  // VORN_SRC_COMMON_DIVISION_H_
+#endif  // VORN_SRC_MODEL_DIVISION_H_

@@ -1,4 +1,4 @@
-#include "common/division.h"
+#include "model/division.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Releasing a dataset with everything behind it; inputs and outputs go the same way.
-#ifndef VORN_SRC_COMMON_DATASET_H_
-#define VORN_SRC_COMMON_DATASET_H_
+#ifndef VORN_SRC_MODEL_DATASET_H_
+#define VORN_SRC_MODEL_DATASET_H_
 
 #include "vorn/vorn.h"
 
@@ -8,4 +8,4 @@
 /// the handle to null. Does nothing for a null handle. Results of the runtime are ignored.
 void DestroyDataset(vorn_mdl_dataset*& dataset);
 
-#endif  // VORN_SRC_COMMON_DATASET_H_
+#endif  // VORN_SRC_MODEL_DATASET_H_

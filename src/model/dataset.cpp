@@ -1,4 +1,5 @@
-#include "common/dataset.h"
+// The blocks of a dataset are known to its buffers alone, so they are read back from there.
+#include "model/dataset.h"
 
 #include <cstdint>
 
