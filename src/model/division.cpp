@@ -4,7 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 
-void RaiseDivisionFault() noexcept {
+void RaiseDivisionFault() {
   struct sigaction byDefault {};
   byDefault.sa_handler = SIG_DFL;
   sigaction(SIGFPE, &byDefault, nullptr);

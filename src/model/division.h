@@ -8,7 +8,7 @@
 /// Ends the process by SIGFPE whatever handler or mask is in place. The division itself would not
 /// do: it does not trap on every processor, sanitizers intercept it, and the compiler may assume
 /// that it never happens.
-[[noreturn]] void RaiseDivisionFault() noexcept;
+[[noreturn]] void RaiseDivisionFault();
 
 inline uint64_t DivideOrFault(uint64_t dividend, uint64_t divisor) {
   if (divisor == 0) RaiseDivisionFault();
