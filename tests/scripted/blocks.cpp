@@ -7,6 +7,11 @@
 namespace scripted {
 namespace {
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define __SANITIZE_ADDRESS__ 1  // clang's spelling of it
+#endif
+#endif
 #if defined(__SANITIZE_ADDRESS__)
 constexpr uint64_t kGuardBytes = 0;
 #else
