@@ -1,0 +1,32 @@
+// The fuzz targets. Each turns any bytes into one use of a part of `vorn-run` and throws
+// `fuzz::Violation` where the part does not do what a slow, plain reference says. They run one
+// after the other in one process, on one thread, with standard output caught (captured_stdout.h).
+#ifndef VORN_TESTS_FUZZ_TARGETS_H_
+#define VORN_TESTS_FUZZ_TARGETS_H_
+
+#include <cstdint>
+#include <span>
+
+namespace fuzz {
+
+/// Zero-separated words, parsed as a command line.
+void CommandLine(std::span<const uint8_t> bytes);
+
+/// A list file: its entries, and their order by the names of model inputs.
+void ListFile(std::span<const uint8_t> bytes);
+
+/// A text of thresholds, and the block that they are written to.
+void RpnText(std::span<const uint8_t> bytes);
+
+/// A description of one model input and a file for it.
+void InputFile(std::span<const uint8_t> bytes);
+
+/// Descriptions of model outputs and the blocks behind them, dumped to files.
+void Dump(std::span<const uint8_t> bytes);
+
+/// A model, the answers of its runtime, options and files: one run from first to last.
+void WholeRun(std::span<const uint8_t> bytes);
+
+}  // namespace fuzz
+
+#endif  // VORN_TESTS_FUZZ_TARGETS_H_
