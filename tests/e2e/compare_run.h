@@ -1,0 +1,25 @@
+/** Plays a plan for real and holds what came of it against what the model foretells. */
+#ifndef VORN_TESTS_E2E_COMPARE_RUN_H_
+#define VORN_TESTS_E2E_COMPARE_RUN_H_
+
+#include <string>
+
+#include "e2e/model_of_run.h"
+#include "e2e/run_plan.h"
+#include "support/stage.h"
+
+namespace e2e {
+
+/** Runs the executable with the plan in a fresh stage. */
+[[nodiscard]] support::Transcript Play(const RunPlan& plan);
+
+/** What differs, part by part, with the plan below it; empty if nothing does. */
+[[nodiscard]] std::string Difference(const RunPlan& plan, const ForetoldRun& foretold,
+                                     const support::Transcript& run);
+
+/** Plays the plan and returns what differs from the model. */
+[[nodiscard]] std::string PlayAndCompare(const RunPlan& plan);
+
+}  // namespace e2e
+
+#endif  // VORN_TESTS_E2E_COMPARE_RUN_H_
