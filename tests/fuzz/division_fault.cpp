@@ -1,7 +1,7 @@
-// Takes the place of src/common/division.cpp: an object file of the program comes before a member
+// Takes the place of src/model/division.cpp: an object file of the program comes before a member
 // of an archive.
 #include "fuzz/division_fault.h"
 
-#include "common/division.h"
+#include "model/division.h"
 
 void RaiseDivisionFault() { throw fuzz::DivisionFault{}; }
