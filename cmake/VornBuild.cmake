@@ -17,6 +17,13 @@ if(VORN_SANITIZE)
                          -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(vorn_options INTERFACE -fsanitize=${VORN_SANITIZE})
 endif()
+if(VORN_COVERAGE)
+  target_compile_options(vorn_options INTERFACE --coverage)
+  target_link_options(vorn_options INTERFACE --coverage)
+  # Every program writes its counters also when a signal ends it, which some tests are about.
+  target_sources(vorn_options INTERFACE
+    $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:${PROJECT_SOURCE_DIR}/tests/coverage/write_counters.cpp>)
+endif()
 
 # vorn_library(<name> SOURCES <file>... [LINKS <target>...]): a static library of one folder.
 # Files include by their path below the source root ("common/log.h").

@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# coverage.sh: builds with counters, runs all tests, prints which lines and branches of src/ ran, and
+# leaves the same as pages in build/coverage/report/. Installs gcovr where it is missing.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=build/coverage
+report=$build/report
+
+install_gcovr() {
+  command -v gcovr >/dev/null && return
+  printf 'coverage: installing gcovr\n'
+  local root=(env)
+  [ "$(id -u)" = 0 ] || root=(sudo env)
+  "${root[@]}" apt-get update -qq
+  "${root[@]}" DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends gcovr \
+    >/dev/null
+}
+
+# A branch that only an exception takes, or that the compiler knows not to be taken, is no choice of
+# this code's.
+count() {
+  gcovr --root . --object-directory "$build" --filter src/ --exclude-throw-branches \
+    --exclude-unreachable-branches -j 2 --json "$report/coverage.json" \
+    "$build/src" "$build/tests"
+}
+
+show() { gcovr --root . --add-tracefile "$report/coverage.json" "$@"; }
+
+install_gcovr
+./scripts/build.sh coverage
+find "$build" -name '*.gcda' -delete # counters of an earlier run
+mkdir -p "$report"
+status=0
+ctest --preset coverage >"$report/tests.log" 2>&1 || status=$?
+sed -n '/tests passed/,$p' "$report/tests.log"
+
+count
+show --html-details "$report/index.html"
+printf '\nLines\n'
+show --txt
+printf '\nBranches, those that only an exception takes left out\n'
+show --txt --branches
+printf '\nThe pages: %s/index.html\n' "$report"
+exit "$status"
