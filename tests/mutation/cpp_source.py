@@ -1,0 +1,259 @@
+"""Reads C++ as far as making mutants needs it: tokens, and statements with their siblings.
+
+It knows the language as this project writes and formats it, no more: binary operators stand between
+blanks, pointers and references stick to their type. What it takes wrongly makes a mutant that does
+not compile, which the report counts apart.
+"""
+import bisect
+import re
+from dataclasses import dataclass, field
+
+_TOKEN = re.compile(
+    r"""
+    (?P<blank>\s+|//[^\n]*|/\*.*?\*/)
+  | (?P<directive>\#(?:[^\n\\]|\\.)*)
+  | (?P<string>(?:u8|[uUL])?"(?:[^"\\\n]|\\.)*")
+  | (?P<char>'(?:[^'\\\n]|\\.)+')
+  | (?P<number>(?:0[xXbB][0-9a-fA-F']+|(?:\d[\d']*)?\.?\d[\d']*\.?(?:[eE][+-]?\d+)?)[a-zA-Z]*)
+  | (?P<word>[A-Za-z_]\w*)
+  | (?P<operator><=>|<<=|>>=|\.\.\.|->\*|::|->|\+\+|--|<<|>>|<=|>=|==|!=|&&|\|\||
+      \+=|-=|\*=|/=|%=|&=|\|=|\^=|[-+*/%&|^~!=<>?:;,.(){}\[\]])
+    """,
+    re.VERBOSE | re.DOTALL,
+)
+
+_CLOSING = {"(": ")", "[": "]", "{": "}"}
+_TYPE_WORDS = set(
+    "const constexpr static extern auto unsigned signed int char bool float double long short void "
+    "struct class enum using typedef typename".split()
+)
+_LEAVING = {"return", "break", "continue", "throw", "goto"}
+
+
+@dataclass
+class Token:
+    kind: str  # string, char, number, word or operator
+    text: str
+    start: int
+    end: int
+
+
+@dataclass
+class Statement:
+    """`tokens` are the indexes of its first token and of the one behind its last."""
+
+    kind: str  # block, if, loop, switch, try, label, declaration, expression or a word of leaving
+    tokens: tuple
+    children: list = field(default_factory=list)  # lists of siblings
+
+
+class Source:
+    """A file, its tokens (without blanks and directives) and the sibling lists of its functions."""
+
+    def __init__(self, text):
+        self.text = text
+        self.tokens = []
+        at = 0
+        while at < len(text):
+            match = _TOKEN.match(text, at)
+            if match is None:
+                raise ValueError(f"no token at offset {at}: {text[at:at + 20]!r}")
+            at = match.end()
+            if match.lastgroup not in ("blank", "directive"):
+                self.tokens.append(Token(match.lastgroup, match.group(), match.start(), at))
+        self._line_starts = [0] + [m.end() for m in re.finditer("\n", text)]
+        self.partner = self._match_brackets()
+        self.siblings = []  # lists of statements that stand in a row
+        self.conditions = []  # token ranges of what an `if` or a `while` asks
+        self._scan_declarations(0, len(self.tokens))
+
+    def line_of(self, offset):
+        return bisect.bisect_right(self._line_starts, offset)
+
+    def lines(self, start, end):
+        """The whole lines that an extent touches, blanks squeezed."""
+        first = self.text.rfind("\n", 0, start) + 1
+        last = self.text.find("\n", max(start, end - 1))
+        return " ".join(self.text[first : last if last >= 0 else None].split())
+
+    def extent(self, statement):
+        first, behind = statement.tokens
+        return self.tokens[first].start, self.tokens[behind - 1].end
+
+    def statement_text(self, statement):
+        start, end = self.extent(statement)
+        return self.text[start:end]
+
+    def words(self, statement):
+        return {t.text for t in self.tokens[slice(*statement.tokens)] if t.kind == "word"}
+
+    def has_call(self, statement):
+        """True if anything but a cast to a type is called in it."""
+        first, behind = statement.tokens
+        for i in range(first + 1, behind):
+            if self.tokens[i].text == "(":
+                before = self.tokens[i - 1]
+                if before.kind == "word" and before.text not in ("if", "for", "while", "switch"):
+                    return True
+                if before.text == ">":
+                    opening = max(j for j in range(first, i) if self.tokens[j].text == "<")
+                    if not self.tokens[opening - 1].text.endswith("_cast"):
+                        return True
+        return False
+
+    def declared_name(self, statement):
+        """The name that a declaration brings in; None for structured bindings and the like."""
+        first, behind = statement.tokens
+        for i in range(first, behind):
+            if self.tokens[i].text in ("=", "{", ";", "(", "["):
+                return self.tokens[i - 1].text if self.tokens[i - 1].kind == "word" else None
+        return None
+
+    def all_statements(self):
+        for siblings in self.siblings:
+            yield from siblings
+
+    # ----------------------------------------------------------------------------------------------
+
+    def _match_brackets(self):
+        partner, open_at = {}, []
+        for i, token in enumerate(self.tokens):
+            if token.kind != "operator":
+                continue
+            if token.text in _CLOSING:
+                open_at.append(i)
+            elif token.text in _CLOSING.values():
+                opening = open_at.pop()
+                partner[opening], partner[i] = i, opening
+        return partner
+
+    def _is(self, i, *texts):
+        return i < len(self.tokens) and self.tokens[i].text in texts
+
+    def _scan_declarations(self, i, end):
+        """Namespaces and classes from token `i` on: finds the functions' bodies."""
+        while i < end:
+            i = self._scan_declaration(i, end)
+
+    def _scan_declaration(self, i, end):
+        first, seen_call, in_initializers = i, False, False
+        scope = next((t.text for t in self.tokens[first:end] if t.text in "{;("), "")
+        words = set()
+        while i < end:
+            text = self.tokens[i].text
+            if text == ";":
+                return i + 1
+            if text == ":" and self.tokens[first].text in ("public", "private", "protected"):
+                return i + 1
+            if text == ":" and seen_call:
+                in_initializers = True
+            elif text == "(":
+                seen_call = True
+                i = self.partner[i]
+            elif text == "[":
+                i = self.partner[i]
+            elif text == "{":
+                close = self.partner[i]
+                before = self.tokens[i - 1]
+                if scope == "{" and words & {"namespace", "class", "struct"} and "=" not in words:
+                    self._scan_declarations(i + 1, close)
+                    if "namespace" in words:
+                        return close + 1
+                elif seen_call and "=" not in words and not (
+                    in_initializers and before.kind == "word" and before.text != "noexcept"
+                ):
+                    self._parse_block(i)
+                    return close + 1
+                i = close
+            else:
+                words.add(text)
+            i += 1
+        return end
+
+    def _parse_block(self, opening):
+        """The statements between braces; returns the token behind them."""
+        close = self.partner[opening]
+        siblings, i = [], opening + 1
+        while i < close:
+            statement = self._parse_statement(i)
+            siblings.append(statement)
+            i = statement.tokens[1]
+        self.siblings.append(siblings)
+        return close + 1
+
+    def _parse_substatement(self, i):
+        if self._is(i, "{"):
+            return self._parse_block(i)
+        statement = self._parse_statement(i)
+        self.siblings.append([statement])
+        return statement.tokens[1]
+
+    def _parse_statement(self, i):
+        first, text = i, self.tokens[i].text
+        if text == "{":
+            return Statement("block", (first, self._parse_block(i)))
+        if text in ("if", "while", "for", "switch"):
+            while not self._is(i, "("):
+                i += 1
+            if text in ("if", "while") and not self._is(first + 1, "constexpr"):
+                self.conditions.append((i + 1, self.partner[i]))
+            i = self._parse_substatement(self.partner[i] + 1)
+            if text == "if" and self._is(i, "else"):
+                i = self._parse_substatement(i + 1)
+            kind = {"if": "if", "switch": "switch"}.get(text, "loop")
+            return Statement(kind, (first, i))
+        if text == "do":
+            i = self._parse_substatement(i + 1)
+            return Statement("loop", (first, self._end_of_expression(i)))
+        if text == "try":
+            i = self._parse_block(i + 1)
+            while self._is(i, "catch"):
+                i = self._parse_block(self.partner[i + 1] + 1)
+            return Statement("try", (first, i))
+        if text in ("case", "default"):
+            while not self._is(i, ":"):
+                i += 1
+            return Statement("label", (first, i + 1))
+        if text in _LEAVING:
+            return Statement(text, (first, self._end_of_expression(i)))
+        kind = "declaration" if self._is_declaration(i) else "expression"
+        return Statement(kind, (first, self._end_of_expression(i)))
+
+    def _end_of_expression(self, i):
+        """The token behind the semicolon; enters the bodies of lambdas on the way."""
+        behind = i
+        while not self._is(behind, ";"):
+            behind = self.partner[behind] + 1 if self.tokens[behind].text in _CLOSING else behind + 1
+        while i < behind:
+            is_lambda = self.tokens[i].text == "{" and self._begins_lambda(i)
+            i = self._parse_block(i) if is_lambda else i + 1
+        return behind + 1
+
+    def _begins_lambda(self, brace):
+        before = brace - 1
+        return (
+            self._is(before, ")") and self._is(self.partner[before] - 1, "]")
+        ) or (self._is(before, "]") and not self._is(self.partner[before] - 1, "]", ")"))
+
+    def _is_declaration(self, i):
+        if self.tokens[i].text in _TYPE_WORDS:
+            return True
+        if self.tokens[i].kind != "word":
+            return False
+        i += 1
+        while True:
+            if self._is(i, "::"):
+                i += 2
+            elif self._is(i, "<") and self.tokens[i].start == self.tokens[i - 1].end:
+                depth = 0
+                while True:
+                    depth += {"<": 1, ">": -1, ">>": -2}.get(self.tokens[i].text, 0)
+                    i += 1
+                    if depth <= 0:
+                        break
+            else:
+                break
+        follows = self.tokens[i]
+        if follows.text in ("*", "&", "&&"):
+            return follows.start == self.tokens[i - 1].end
+        return follows.kind == "word"
