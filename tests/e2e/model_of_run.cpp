@@ -100,6 +100,12 @@ Found Disk::Look(const std::string& path) const {
       return found;
     }
     if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (name.empty()) throw OutsideTheFolder();
+      const size_t slash = name.rfind('/');
+      name = slash == std::string::npos ? "" : name.substr(0, slash);
+      continue;
+    }
     if (part.size() > kMaxFileName) {
       found.what = Found::What::kTooLong;
       return found;
@@ -132,6 +138,7 @@ bool Disk::Write(const std::string& path, const std::string& bytes) {
 }
 
 void Disk::MakeFolder(const std::string& path) {
+  if (path.front() == '/') throw OutsideTheFolder();
   const Found above = Look(path.substr(0, path.rfind('/')));
   const Found itself = Look(path);
   if (above.what == Found::What::kFolder && itself.what == Found::What::kNothing) {

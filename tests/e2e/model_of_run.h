@@ -26,6 +26,10 @@ struct ForetoldRun {
   std::map<std::string, std::string> files;  // below the folder `out`, without their time stamps
 };
 
+/** A plan that would look or write outside the folder of its run. */
+struct OutsideTheFolder {};
+
+/** Throws OutsideTheFolder. */
 [[nodiscard]] ForetoldRun ModelOfRun(const RunPlan& plan);
 
 }  // namespace e2e

@@ -66,8 +66,8 @@ std::string Describe(const RunPlan& plan) {
   text += "\n" + ScriptOf(plan);
   for (const auto& [name, bytes] : plan.files) {
     text += name + ": " + std::to_string(bytes.size()) + " bytes";
-    if (bytes.size() < 300 && bytes.find('\0') == std::string::npos) text += "\n[" + bytes + "]";
-    text += "\n";
+    text += ": " + support::Hex(bytes).substr(0, 400) + "\n";
+    if (name.find(".txt") != std::string::npos) text += "[" + bytes + "]\n";
   }
   for (const std::string& name : plan.folders) text += name + "/\n";
   return text;
