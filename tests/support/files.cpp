@@ -44,7 +44,8 @@ std::map<std::string, std::string> ReadTree(const fs::path& folder) {
   std::map<std::string, std::string> files;
   if (!fs::is_directory(folder)) return files;
   for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    if (!entry.is_regular_file()) continue;
+    std::error_code ignored;  // a link in a circle is no file
+    if (!entry.is_regular_file(ignored)) continue;
     files[fs::relative(entry.path(), folder).string()] = ReadFile(entry.path());
   }
   return files;

@@ -100,8 +100,11 @@ Transcript Stage::RunWith(const std::vector<std::string>& words) {
   WriteFile(aside.Path() / "script", script.Text());
 
   Command command;
-  command.program = VornRunPath();
-  command.arguments = words;
+  std::vector<std::string> line = launcher;
+  line.push_back(VornRunPath());
+  line.insert(line.end(), words.begin(), words.end());
+  command.program = line.front();
+  command.arguments.assign(line.begin() + 1, line.end());
   command.directory = Folder();
   command.stdoutGoes = stdoutGoes;
   command.descriptor = descriptor;

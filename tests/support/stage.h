@@ -70,6 +70,9 @@ class Stage {
   Command::Stdout stdoutGoes = Command::Stdout::kCapture;
   int descriptor = -1;
 
+  /** Words before the executable: a program that arranges its surroundings and becomes it. */
+  std::vector<std::string> launcher;
+
   /** Where the transcript looks for dumped files. */
   std::string outputFolder = "out";
 
