@@ -7,6 +7,8 @@ namespace {
 TEST(HasInputNamePrefix, WantsAColonInside) {
   EXPECT_TRUE(HasInputNamePrefix("in0:a.bin"));
   EXPECT_TRUE(HasInputNamePrefix("a:b:c"));
+  EXPECT_TRUE(HasInputNamePrefix("a:b:"));
+  EXPECT_TRUE(HasInputNamePrefix("a::"));
   EXPECT_FALSE(HasInputNamePrefix("a.bin"));
   EXPECT_FALSE(HasInputNamePrefix(":a.bin"));
   EXPECT_FALSE(HasInputNamePrefix("a.bin:"));

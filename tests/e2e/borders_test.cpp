@@ -166,6 +166,22 @@ TEST(Frames, AreComparedWithSignAndShownWithout) {
   EXPECT_EQ(FrameMessages(4, {0, 4}, 64), (Lines{TooMany("1", "0"), TotalT(1)}));
 }
 
+TEST(Frames, AreCountedForNoOtherNetTypeThanTwo) {
+  for (const int32_t type : {-2, 0, 1, 3, 258}) {
+    SCOPED_TRACE(type);
+    Stage stage;
+    stage.script.Net(type).Input({"x", {8, 4}, 4, 4, 32, 0}).Scratch();
+    stage.File("x", support::CountingBytes(32)).List({"x"});
+    const Transcript run = stage.Run({"-t", "5"});
+    ExpectStatus(run, 0);
+    ExpectLinesInOrder(run,
+                       {"[INFO]  The shape of the model is [8,4]",
+                        "[INFO]  vorn_ext_get_mdl_net_type model type: " + std::to_string(type),
+                        "[INFO]  model execute success"});
+    EXPECT_TRUE(run.record.CallsOf("vorn_mdl_set_total_t").empty());
+  }
+}
+
 // --- Values of an rpn file.
 
 /** The first error of a run over this rpn shape and so many values; empty if there is none. */
@@ -214,6 +230,11 @@ TEST(RpnCount, OfSeveralClassesIsFourForEach) {
   EXPECT_EQ(RpnError({4, 5}, 19), NotMulti(19, 20));
   EXPECT_EQ(RpnError({4, 5}, 20), "");
   EXPECT_EQ(RpnError({4, 5}, 21), NotMulti(21, 20));
+}
+
+TEST(RpnCount, TakesANegativeWidthForNone) {
+  EXPECT_EQ(RpnError({1, -4}, 4), NotSingle(1));
+  EXPECT_EQ(RpnError({4, -1}, 4), NotMulti(4, 0));
 }
 
 // --- Rows against their stride.

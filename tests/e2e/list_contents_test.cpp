@@ -158,6 +158,22 @@ TEST(ListContents, StartWithAByteOrderMarkAsPartOfTheFirstPath) {
                                                 "a.bin"}));
 }
 
+TEST(ListContents, StandInTheFolderThatTheNameOfTheListSays) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.File("data/list.txt", "a.bin\n");
+  for (const auto& [list, entry] : std::map<std::string, std::string>{
+           {"data//list.txt", "data/a.bin"},
+           {"./data/list.txt", "./data/a.bin"},
+           {"data/../data/list.txt", "data/../data/a.bin"},
+           {stage.Folder().string() + "/data/list.txt", "$DIR/data/a.bin"}}) {
+    SCOPED_TRACE(list);
+    EXPECT_EQ(EntriesChecked(
+                  stage.RunWith({"-m", "model.om", "-i", list, "-j", "vorn.json", "-o", "out"})),
+              (Lines{entry}));
+  }
+}
+
 // The stream fails where memory ends, and what was no whole line is no entry.
 TEST(ListContents, WithoutALineEndAreNoEntriesWhenMemoryRunsOut) {
 #if defined(__SANITIZE_ADDRESS__)

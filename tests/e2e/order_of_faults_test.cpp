@@ -292,6 +292,35 @@ TEST(Report, TakesBothOfTwoInputsForTheScratchBuffers) {
                            "[INFO]  Work Buffer Size:          2.000 KB."});
 }
 
+TEST(ScratchBuffers, TellTheShapeThenTheStrideThenTheSize) {
+  const struct {
+    Lines statements;
+    const char* error;
+  } cases[] = {
+      {{"answer vorn_mdl_get_input_dims index=1 2- 5",
+        "answer vorn_mdl_get_input_default_stride index=1 2- 0"},
+       "[ERROR] vorn_mdl_get_input_dims error!"},
+      {{"answer vorn_mdl_get_input_default_stride index=1 2- 0",
+        "answer vorn_mdl_get_input_size_by_index index=1 3- 0"},
+       "[ERROR] vorn_mdl_get_input_default_stride error!"},
+      {{"answer vorn_mdl_get_input_size_by_index index=1 3- 0"},
+       "[ERROR] vorn_mdl_get_input_size_by_index error!"},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.error);
+    Stage stage;
+    SetPlain(&stage);
+    for (const std::string& statement : each.statements) stage.script.Line(statement);
+    const Transcript run = stage.Run();
+    ExpectStatus(run, 1);
+    EXPECT_EQ(FromFirstError(run),
+              Failed({each.error, "[ERROR] Error, GetInputStrideParam failed",
+                      "[ERROR] execute Create taskBuffer and workBuffer failed"},
+                     "[ERROR] CreateTaskBufAndWorkBuf failed"));
+    ExpectClean(run);
+  }
+}
+
 // --- What the order of the steps leaves no room for.
 
 TEST(CreateDesc, ThatFailsWithoutEntriesEndsInTheDivisionAllTheSame) {

@@ -227,6 +227,16 @@ TEST(ListFile, FromAPipeIsWaitedForUntilItsWriterIsDone) {
             (Lines{"/dev/a.bin", "/dev/b.bin"}));
 }
 
+TEST(ListFile, ThatIsAPipeWithANameIsReadOnceItHasAWriter) {
+  Stage stage;
+  SetPlain(&stage);
+  MakeFifo(stage, "fifo");
+  stage.launcher = {"/bin/sh", "-c", "{ sleep 0.2; echo a.bin; } >fifo & \"$@\"", "sh"};
+  const Transcript run = stage.RunWith(Words("model.om", "fifo"));
+  ExpectStatus(run, 0);
+  EXPECT_EQ(run.lines, PlainRun(stage.script));
+}
+
 // --- The input files.
 
 TEST(InputEntry, ThatIsAPipeOrADeviceIsNoFile) {
