@@ -1152,7 +1152,9 @@ int Command::CreateRpnBuffer(const std::vector<float>& values) {
     while (row % 4 != 0) --row;
     for (int64_t k = 0; k < 4; ++k) {
       for (int64_t c = 0; c < rpnWidth_; ++c) {
-        put(k * row + c * 4, values.at(static_cast<size_t>(k * rpnWidth_ + c)));
+        const auto index = static_cast<size_t>(k * rpnWidth_ + c);
+        if (index >= values.size()) break;  // the area goes through 32 bits and may be less
+        put(k * row + c * 4, values[index]);
       }
     }
   }

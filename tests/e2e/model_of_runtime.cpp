@@ -112,7 +112,7 @@ uint64_t ModelOfRuntime::Handle(Call call, const std::string& noun,
   return handle;
 }
 
-uint64_t ModelOfRuntime::Count(Call call, uint64_t natural) {
+uint64_t ModelOfRuntime::Count(const Call& call, uint64_t natural) {
   uint64_t count = natural;
   if (call.answer != nullptr) count = call.answer->number;
   if (call.failure) count = 0;
@@ -318,7 +318,7 @@ int32_t ModelOfRuntime::GetFormat(Side side, uint64_t index) {
 
 std::string ModelOfRuntime::GetOutputName(uint64_t index) {
   const PlannedTensor* tensor = Find(Side::kOutput, index);
-  const std::string name = tensor == nullptr ? "" : tensor->fullName.value_or(tensor->name);
+  std::string name = tensor == nullptr ? "" : tensor->fullName.value_or(tensor->name);
   End(Begin("vorn_mdl_get_output_name_by_index", List({NameOf("desc", desc_), TextU(index)}),
             index),
       tensor == nullptr ? "null" : Quoted(name), false);

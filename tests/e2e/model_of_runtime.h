@@ -112,7 +112,7 @@ class ModelOfRuntime {
   /** The three kinds of answer; `work` is what the operation does when nobody interferes. */
   int32_t Status(Call call, const std::function<int32_t(Call*)>& work);
   uint64_t Handle(Call call, const std::string& noun, const std::function<uint64_t(Call*)>& work);
-  uint64_t Count(Call call, uint64_t natural);
+  uint64_t Count(const Call& call, uint64_t natural);
 
   const PlannedTensor* Find(Side side, uint64_t index) const;
   uint64_t NumberOf(Side side) const;

@@ -174,9 +174,15 @@ void Planner::PlanRpnInput() {
   rpn.stride = dice_.Pick<uint64_t>({16, 16, 20, 32});
   rpn.size = rpn.stride * (single ? 1 : 4);
   if (Odd(15)) rpn.dims[0] = dice_.Pick<int64_t>({-4, 0, 2, 5, (int64_t{1} << 32) + 1, kMin64});
-  if (Odd(15)) rpn.dims[1] = dice_.Pick<int64_t>({-4, 0, 3, 5, (int64_t{1} << 32) + 4});
+  if (Odd(15))
+    rpn.dims[1] = dice_.Pick<int64_t>(
+        {-4, 0, 3, 5, (int64_t{1} << 32) + 4, (int64_t{1} << 30) + 1, (int64_t{1} << 30) + 2});
   if (Odd(10)) rpn.rank = dice_.Roll(0, 3);
   if (Odd(15)) rpn.stride = dice_.Roll(0, 40);
+  if (Odd(10)) {
+    rpn.stride = dice_.Pick<uint64_t>(
+        {0xFFFFFFF4, 0xFFFFFFFC, 0x80000000, (uint64_t{1} << 32) + 4, (uint64_t{1} << 32) + 20});
+  }
   if (Odd(10)) rpn.size = dice_.Roll(0, 40);
   plan_.inputs.push_back(rpn);
   rpnFiles_ = 1;
@@ -217,8 +223,9 @@ std::string Planner::FileFor(const PlannedTensor& tensor) {
 std::string Planner::RpnText() {
   const PlannedTensor& rpn = plan_.inputs[std::min(dataInputs_, plan_.inputs.size() - 1)];
   size_t count = 4;
-  if (rpn.dims.size() == 2 && rpn.dims[0] == 4 && rpn.dims[1] > 0 && rpn.dims[1] < 9) {
-    count = static_cast<size_t>(4 * rpn.dims[1]);
+  if (rpn.dims.size() == 2 && rpn.dims[0] == 4) {
+    const auto area = static_cast<uint32_t>(4 * static_cast<uint64_t>(rpn.dims[1]));
+    if (area < 33) count = area;
   }
   if (Odd(15)) count = dice_.Count(0, 20);
   std::string text;
