@@ -22,7 +22,7 @@ void WriteRpnValues(std::span<std::byte> block, std::span<const float> values, u
     }
     return;
   }
-  const int64_t rowStep = stride / kFloat * kFloat;
+  const int64_t rowStep = int64_t{stride} & ~(kFloat - 1);  // rounded down below 0, too
   const size_t classes = std::min<size_t>(width, values.size());
   for (size_t c = 0; c < classes; ++c) {
     for (size_t row = 0; row < kThresholdKinds; ++row) {

@@ -208,7 +208,7 @@ class Command {
   uint64_t ReadInputFile(const std::string& path, const ShapeAnswer& dims, uint64_t index);
   int CheckShape(const ShapeAnswer& dims, uint64_t elem, uint64_t fileSize, uint64_t singleBatch);
   void CountFrames(const ShapeAnswer& dims, uint64_t elem, uint64_t fileSize);
-  void CheckFrames(int64_t limit);
+  void ReportFrames(uint64_t limit);
   void CopyRows(const std::string& bytes, uint64_t block, uint64_t singleBatch, uint64_t stride,
                 uint64_t rowBytes);
 
@@ -985,7 +985,9 @@ uint64_t Command::ReadInputFile(const std::string& path, const ShapeAnswer& dims
   if (netType == kRecurrent && index == 0) {
     CountFrames(dims, elem, bytes.size());
   } else if (netType == kRecurrent && index == 1) {
-    CheckFrames(RowOf(dims));
+    // Without a sign, unlike the first dimension of input 0.
+    const auto flags = static_cast<uint64_t>(RowOf(dims));
+    if (static_cast<uint64_t>(int64_t{nlpTotalT_}) > flags) ReportFrames(flags);
   } else if (CheckShape(dims, elem, bytes.size(), singleBatch) != 0) {
     return 0;
   }
@@ -1033,14 +1035,13 @@ void Command::CountFrames(const ShapeAnswer& dims, uint64_t elem, uint64_t fileS
   }
   nlpTotalT_ = static_cast<int32_t>(Divide(fileSize, frameBytes));
   batchSize_ = 1;
-  CheckFrames(CountDims(dims) == 0 ? 0 : dims.dims[0]);
+  const int64_t limit = CountDims(dims) == 0 ? 0 : dims.dims[0];
+  if (nlpTotalT_ > limit) ReportFrames(static_cast<uint64_t>(limit));
 }
 
-void Command::CheckFrames(int64_t limit) {
-  if (nlpTotalT_ <= limit) return;
+void Command::ReportFrames(uint64_t limit) {
   Say("[ERROR] Current number of frames[" + TextU(static_cast<uint32_t>(nlpTotalT_)) +
-      "] must be smaller than the recurrent_max_total_t[" + TextU(static_cast<uint64_t>(limit)) +
-      "]");
+      "] must be smaller than the recurrent_max_total_t[" + TextU(limit) + "]");
 }
 
 void Command::CopyRows(const std::string& bytes, uint64_t block, uint64_t singleBatch,
@@ -1150,12 +1151,16 @@ int Command::CreateRpnBuffer(const std::vector<float>& values) {
   } else {
     int64_t row = static_cast<int32_t>(stride);
     while (row % 4 != 0) --row;
-    for (int64_t k = 0; k < 4; ++k) {
-      for (int64_t c = 0; c < rpnWidth_; ++c) {
+    // Class by class: where rows overlap, the later class stays.
+    for (int64_t c = 0; c < rpnWidth_; ++c) {
+      bool reached = false;  // a width of many millions has values for few classes
+      for (int64_t k = 0; k < 4; ++k) {
         const auto index = static_cast<size_t>(k * rpnWidth_ + c);
-        if (index >= values.size()) break;  // the area goes through 32 bits and may be less
+        if (index >= values.size()) continue;  // the area goes through 32 bits and may be less
         put(k * row + c * 4, values[index]);
+        reached = true;
       }
+      if (!reached) break;
     }
   }
   const uint64_t buffer = runtime_.CreateDataBuffer(block, size, stride);

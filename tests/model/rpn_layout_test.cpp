@@ -33,6 +33,11 @@ TEST(WriteRpnValues, RoundsTheStrideDownToWholeFloats) {
   EXPECT_EQ(Written(9, 8, 2, 11), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 0}));
 }
 
+TEST(WriteRpnValues, RoundsANegativeStrideDown) {
+  // Rows start at 0, -1, -2 and -3 floats: of row k the classes from k on lie in the block.
+  EXPECT_EQ(Written(3, 12, 3, -2), (std::vector<float>{9, 6, 3}));
+}
+
 TEST(WriteRpnValues, LetsTheLaterClassStayWhereRowsOverlap) {
   EXPECT_EQ(Written(9, 12, 3, 8), (std::vector<float>{1, 2, 3, 5, 6, 8, 9, 11, 12}));
 }
