@@ -152,5 +152,28 @@ TEST(Dump, PutsASlashBehindTheFolderWhateverItEndsWith) {
   ExpectLinesInOrder(run, {"[ERROR] create output file [not//0/prob.0.T.float] failed"});
 }
 
+TEST(Dump, WritesEveryLineOfALargeOutput) {
+  // More lines than one write takes, of lengths that put its border at any place in a line.
+  constexpr size_t kValues = 20000;
+  Stage stage;
+  stage.script.Input({"in", {1, 4}, 0, 16, 16, 0})
+      .Scratch()
+      .Output({"o", {1, kValues}, 2, kValues, kValues, 0})
+      .Line("write 0 counter 0");
+  stage.File("a.bin", support::CountingBytes(16)).List({"a.bin"});
+  const Transcript run = stage.Run();
+  ExpectStatus(run, 0);
+  std::string text;
+  std::vector<float> values;
+  for (size_t i = 0; i < kValues; ++i) {
+    const int value = static_cast<int8_t>(i % 256);
+    text += std::to_string(value) + ".0000000000000000\n";
+    values.push_back(static_cast<float>(value));
+  }
+  ASSERT_EQ(run.files.count("0/o.0.T.float"), 1u) << run.Describe();
+  EXPECT_TRUE(run.files.at("0/o.0.T.float") == text);
+  EXPECT_TRUE(run.files.at("0/o.0.T.bin") == support::Bytes(values));
+}
+
 }  // namespace
 }  // namespace e2e

@@ -221,7 +221,9 @@ std::string Planner::FileFor(const PlannedTensor& tensor) {
 }
 
 std::string Planner::RpnText() {
-  const PlannedTensor& rpn = plan_.inputs[std::min(dataInputs_, plan_.inputs.size() - 1)];
+  // Some models have lost their rpn input by now.
+  const PlannedTensor rpn =
+      dataInputs_ < plan_.inputs.size() ? plan_.inputs[dataInputs_] : PlannedTensor();
   size_t count = 4;
   if (rpn.dims.size() == 2 && rpn.dims[0] == 4) {
     const auto area = static_cast<uint32_t>(4 * static_cast<uint64_t>(rpn.dims[1]));

@@ -125,7 +125,9 @@ Content TakeContent(ByteSource& source, const Case& input) {
       return Counting(source.TakeNumber(source.TakeRarely(16) ? 3 : 2));
     case 3: {
       Content content{source.TakeText(64), 0};
-      content.size = source.TakeNumber(5);
+      content.size = source.Pick<uint64_t>({0x7FFFFFFF, 0x80000000, 0x80000010, 0xC0000000,
+                                            0xFFFFFFF0, 0x100000000, 0x100000010, 100}) +
+                     source.TakeByte();
       content.start.resize(std::min<uint64_t>(content.start.size(), content.size));
       return content;
     }
@@ -156,6 +158,12 @@ Case TakeCase(ByteSource& source) {
   }
   input.content = TakeContent(source, input);
   return input;
+}
+
+// Rows that overlap ask for more bytes than the block holds, and a sparse file has them all.
+bool TakesTooLong(const Case& input) {
+  return input.content.size > kLargestContent &&
+         input.LastDim() * input.Elem() > input.tensor.stride;
 }
 
 // ---- The reference ------------------------------------------------------------------------------
@@ -296,6 +304,7 @@ Outcome Read(const Case& input) {
 void InputFile(std::span<const uint8_t> bytes) {
   ByteSource source(bytes);
   const Case input = TakeCase(source);
+  if (TakesTooLong(input)) return;
   const Outcome expected = Expect(input);
   const Outcome actual = Read(input);
   g_modelRuntime.Reset();

@@ -110,21 +110,25 @@ bool SameBits(const std::vector<float>& left, const std::vector<float>& right) {
          (left.empty() || std::memcmp(left.data(), right.data(), left.size() * 4) == 0);
 }
 
-// One value after the other; a row that starts before the block is left out as a whole.
+// One value after the other, class by class; a value that is not wholly in the block is left out.
 std::vector<std::byte> ExpectedBlock(size_t size, const std::vector<float>& values, uint32_t width,
                                      int32_t stride) {
   std::vector<std::byte> block(size);
   const auto put = [&](int64_t offset, float value) {
-    if (offset + 4 <= static_cast<int64_t>(size)) std::memcpy(block.data() + offset, &value, 4);
+    if (offset >= 0 && offset + 4 <= static_cast<int64_t>(size))
+      std::memcpy(block.data() + offset, &value, 4);
   };
   if (values.size() < 5) {
     for (size_t i = 0; i < values.size(); ++i) put(static_cast<int64_t>(i) * 4, values[i]);
     return block;
   }
-  for (uint64_t row = 0; row < 4; ++row) {
-    const int64_t start = static_cast<int64_t>(row) * (stride / 4) * 4;
-    for (uint64_t c = 0; c < width && row * width + c < values.size() && start >= 0; ++c) {
-      put(start + static_cast<int64_t>(c) * 4, values[row * width + c]);
+  int64_t rowStep = stride;
+  while (rowStep % 4 != 0) --rowStep;
+  for (uint64_t c = 0; c < width && c < values.size(); ++c) {
+    for (uint64_t row = 0; row < 4; ++row) {
+      if (row * width + c >= values.size()) continue;
+      put(static_cast<int64_t>(row) * rowStep + static_cast<int64_t>(c) * 4,
+          values[row * width + c]);
     }
   }
   return block;

@@ -134,16 +134,33 @@ Shape Scratch(const char* name, uint64_t size) {
 
 // ---- Answers out of turn ------------------------------------------------------------------------
 
-constexpr const char* kStatusOperations[] = {
-    "vorn_init", "vorn_rt_set_device", "vorn_rt_set_op_wait_timeout", "vorn_rt_create_context",
-    "vorn_rt_create_stream", "vorn_rt_get_run_mode", "vorn_rt_malloc", "vorn_mdl_load_from_mem",
-    "vorn_ext_get_mdl_net_type", "vorn_mdl_get_desc", "vorn_mdl_get_input_dims",
-    "vorn_mdl_get_output_dims", "vorn_mdl_add_dataset_buffer", "vorn_mdl_set_dynamic_batch_size",
-    "vorn_mdl_set_total_t", "vorn_mdl_execute",
-    // From here on those that release.
-    "vorn_finalize", "vorn_rt_reset_device", "vorn_rt_destroy_context", "vorn_rt_destroy_stream",
-    "vorn_rt_free", "vorn_mdl_unload", "vorn_mdl_destroy_desc", "vorn_destroy_data_buffer",
-    "vorn_mdl_destroy_dataset"};
+constexpr const char* kStatusOperations[] = {"vorn_init",
+                                             "vorn_rt_set_device",
+                                             "vorn_rt_set_op_wait_timeout",
+                                             "vorn_rt_create_context",
+                                             "vorn_rt_create_stream",
+                                             "vorn_rt_get_run_mode",
+                                             "vorn_rt_malloc",
+                                             "vorn_mdl_load_from_mem",
+                                             "vorn_ext_get_mdl_net_type",
+                                             "vorn_mdl_get_desc",
+                                             "vorn_mdl_get_input_dims",
+                                             "vorn_mdl_get_output_dims",
+                                             "vorn_mdl_add_dataset_buffer",
+                                             "vorn_mdl_set_dynamic_batch_size",
+                                             "vorn_mdl_set_total_t",
+                                             "vorn_mdl_execute"};
+
+// These may do their work and deny it. What hands something out may not: vorn.h says so.
+constexpr const char* kReleases[] = {"vorn_finalize",
+                                     "vorn_rt_reset_device",
+                                     "vorn_rt_destroy_context",
+                                     "vorn_rt_destroy_stream",
+                                     "vorn_rt_free",
+                                     "vorn_mdl_unload",
+                                     "vorn_mdl_destroy_desc",
+                                     "vorn_destroy_data_buffer",
+                                     "vorn_mdl_destroy_dataset"};
 
 constexpr const char* kNullOperations[] = {
     "vorn_mdl_create_desc",        "vorn_mdl_create_dataset",
@@ -182,24 +199,29 @@ std::string TakeCalls(ByteSource& source) {
   }
 }
 
+template <size_t kCount>
+std::string TakeOperation(ByteSource& source, const char* const (&operations)[kCount]) {
+  return operations[source.TakeBelow(kCount)];
+}
+
 std::string TakeAnswer(ByteSource& source) {
-  switch (source.TakeBelow(4)) {
-    case 0: {
-      const char* operation = kNullOperations[source.TakeBelow(std::size(kNullOperations))];
-      return std::string("answer ") + operation + TakeCalls(source) + "null\n";
-    }
-    case 1: {
-      const auto& operation = kCountOperations[source.TakeBelow(std::size(kCountOperations))];
-      const std::string calls = TakeCalls(source);
-      return std::string("answer ") + operation.name + calls + source.Pick(operation.values) + "\n";
-    }
-    default: {
-      const char* operation = kStatusOperations[source.TakeBelow(std::size(kStatusOperations))];
-      const std::string calls = TakeCalls(source);
-      const char* effect = source.TakeRarely(16) ? " effect" : "";
-      return std::string("answer ") + operation + calls + "5" + effect + "\n";
-    }
+  const uint64_t kind = source.TakeBelow(5);
+  std::string operation;
+  std::string value = "5";
+  if (kind == 0) {
+    operation = TakeOperation(source, kNullOperations);
+    value = "null";
+  } else if (kind == 1) {
+    const auto& count = kCountOperations[source.TakeBelow(std::size(kCountOperations))];
+    operation = count.name;
+    value = source.Pick(count.values);
+  } else if (kind == 2) {
+    operation = TakeOperation(source, kReleases);
+    if (source.TakeRarely(2)) value += " effect";
+  } else {
+    operation = TakeOperation(source, kStatusOperations);
   }
+  return "answer " + operation + TakeCalls(source) + value + "\n";
 }
 
 std::string TakeSurprises(ByteSource& source) {
@@ -467,6 +489,13 @@ void CheckLines(const Outcome& outcome) {
           "a failure without an error line");
 }
 
+std::string Describe(const Plan& plan, const Outcome& outcome) {
+  std::string text = "the script:\n" + plan.script + "the list:\n" + plan.list + "the output:\n" +
+                     outcome.output + "the record:\n";
+  for (const std::string& line : outcome.record) text += line + "\n";
+  return text;
+}
+
 }  // namespace
 
 void WholeRun(std::span<const uint8_t> bytes) {
@@ -474,9 +503,13 @@ void WholeRun(std::span<const uint8_t> bytes) {
   Plan plan = TakePlan(source);
   const Outcome outcome = Run(plan);
   const Surprises surprises = SurprisesIn(outcome.record);
-  CheckLines(outcome);
-  CheckViolations(outcome, surprises);
-  CheckReleases(outcome, surprises);
+  try {
+    CheckLines(outcome);
+    CheckViolations(outcome, surprises);
+    CheckReleases(outcome, surprises);
+  } catch (const Violation& violation) {
+    throw Violation{violation.text + "\n" + Describe(plan, outcome)};
+  }
 }
 
 }  // namespace fuzz
