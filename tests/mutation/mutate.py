@@ -4,6 +4,7 @@
     tests/mutation/mutate.py --sample 60          a sample that spreads over all files
     tests/mutation/mutate.py --jobs 2             all mutants, two at a time
     tests/mutation/mutate.py --jobs 2 --resume    the rest of a run that was interrupted
+    tests/mutation/mutate.py --survivors --thorough    what survived, against all tests and new ones
     tests/mutation/mutate.py --files 'src/output/*'
     tests/mutation/mutate.py --list               what would be made
     tests/mutation/mutate.py --report             the report on the results that are there
@@ -49,9 +50,11 @@ EQUIVALENT = Path(__file__).resolve().with_name("equivalent.txt")
 BUILD_SECONDS = 300
 MAX_OUTPUT_BYTES = 64 << 20
 MAX_MEMORY_KB = 3 << 20
-MAX_FILE_BYTES = 5 << 30  # a test has a sparse file of 4 GiB
+MAX_DISK_BYTES = 2 << 30  # really taken; tests have sparse files of many gibibytes
 KILLERS_KEPT = 4  # tests that are tried first, for each file
 SLOW_SHARE = 0.1  # of its program's time makes a test slow
+RANDOM_RUNS = 100  # of the command against its model
+THOROUGH_TESTS = "FailEveryCall.*"  # minutes long; with --thorough only
 
 
 # --- which mutants --------------------------------------------------------------------------------
@@ -74,7 +77,7 @@ def read_equivalent():
 def explains(entry, mutant):
     return (
         entry["file"] == mutant.file
-        and entry["change"] == mutant.change
+        and entry["change"] in (mutant.change, "*")
         and entry["code"] in mutant.code
         and int(entry.get("which", mutant.ordinal + 1)) == mutant.ordinal + 1
     )
@@ -84,8 +87,10 @@ def check_equivalent(entries, mutants):
     """Complains of entries that explain nothing, or more than one change of the same words."""
     for entry in entries:
         found = collections.Counter(m.code for m in mutants if explains(entry, m))
-        trouble = "" if found else "there is no such mutant"
-        if any(count > 1 for count in found.values()):
+        trouble = ""
+        if not found:
+            trouble = "there is no such mutant"
+        elif entry["change"] != "*" and max(found.values()) > 1:
             trouble = "there are several; say which"
         if trouble:
             name = f"{entry['file']}: {entry['code']}: {entry['change']}"
@@ -130,11 +135,11 @@ class Stopped(Exception):
 
 
 stop = threading.Event()
+thorough = threading.Event()
 
 
-def limit_resources():
+def forbid_core_files():
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    resource.setrlimit(resource.RLIMIT_FSIZE, (MAX_FILE_BYTES, MAX_FILE_BYTES))
 
 
 def session_memory_kb(session):
@@ -150,6 +155,18 @@ def session_memory_kb(session):
     return pages * os.sysconf("SC_PAGE_SIZE") // 1024
 
 
+def disk_bytes(folder):
+    """What the files of a folder take on the disk."""
+    blocks = 0
+    for parent, _, names in os.walk(folder):
+        for name in names:
+            try:
+                blocks += os.lstat(os.path.join(parent, name)).st_blocks
+            except OSError:
+                continue  # is gone meanwhile
+    return blocks * 512
+
+
 def end_session(process):
     """Ends a program that we started as the leader of a session, with its children."""
     try:
@@ -159,12 +176,19 @@ def end_session(process):
     process.wait()
 
 
-def run_limited(command, seconds, log, environment=None):
-    """Runs a program to its end or its limits; returns its status, or in words what it exceeded."""
+def run_limited(command, seconds, log, temporary):
+    """Runs a program to its end or its limits; returns its status, or in words what it exceeded.
+
+    `temporary` is the folder for its temporary files.
+    """
+    environment = dict(os.environ, TMPDIR=str(temporary))
+    environment.pop("VORN_RUN", None)
+    if not thorough.is_set():
+        environment["VORN_RANDOM_RUNS"] = str(RANDOM_RUNS)
     with open(log, "wb") as out:
         process = subprocess.Popen(
             command, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT,
-            env=environment, start_new_session=True, preexec_fn=limit_resources,
+            env=environment, start_new_session=True, preexec_fn=forbid_core_files,
         )
     deadline, rounds = time.monotonic() + seconds, 0
     while True:
@@ -181,6 +205,8 @@ def run_limited(command, seconds, log, environment=None):
             excess = "endless output"
         elif rounds % 5 == 0 and session_memory_kb(process.pid) > MAX_MEMORY_KB:
             excess = "endless memory"
+        elif rounds % 5 == 0 and disk_bytes(temporary) > MAX_DISK_BYTES:
+            excess = "endless files"
         if excess or stop.is_set():
             end_session(process)
             if excess:
@@ -231,6 +257,7 @@ class Tree:
             (self.folder / ".deps").symlink_to(ROOT / ".deps")
 
     def configure(self):
+        self.temporary.mkdir(exist_ok=True)
         self._run_or_die(["cmake", "-S", str(self.folder), "--preset", "mutation"])
 
     def build_everything(self):
@@ -243,7 +270,7 @@ class Tree:
         for folder in [*folders, "e2e"]:
             for program in programs_of(folder):
                 start = time.monotonic()
-                if self._run_program(folder, program, BUILD_SECONDS) != 0:
+                if self._run_program(folder, program, BUILD_SECONDS, "*") != 0:
                     print(self._tail(), file=sys.stderr)
                     sys.exit(2)
                 self.seconds[program] = time.monotonic() - start
@@ -260,7 +287,7 @@ class Tree:
             if not targets:
                 continue
             command = ["ninja", "-C", str(self.build), *targets]
-            if run_limited(command, BUILD_SECONDS, self.log) != 0:
+            if run_limited(command, BUILD_SECONDS, self.log, self.temporary) != 0:
                 return "stillborn", self._first_error()
             for program in programs_of(tests):
                 by = self._kill(mutant.file, tests, program)
@@ -279,7 +306,7 @@ class Tree:
         seconds = 10 + 5 * self.seconds[program]
         likely, slow = ":".join(self.killers[file, program]), ":".join(self.slow[program])
         for tried in [likely] * bool(likely) + (["-" + slow, slow] if slow else ["*"]):
-            status = self._run_program(tests, program, seconds, f"--gtest_filter={tried}")
+            status = self._run_program(tests, program, seconds, tried)
             if status != 0:
                 return self._blame(file, program, status)
         return ""
@@ -303,19 +330,18 @@ class Tree:
         how = "" if status == 1 else f" ({status if isinstance(status, str) else f'status {status}'})"
         return f"{program}: {test}{how}"
 
-    def _run_program(self, tests, program, seconds, *options):
+    def _run_program(self, tests, program, seconds, tried):
+        """Runs the tests of a filter: names, or a minus and names to be left out."""
+        if not thorough.is_set():
+            tried += (":" if "-" in tried else "-") + THOROUGH_TESTS
         shutil.rmtree(self.temporary, ignore_errors=True)
-        self.temporary.mkdir(parents=True)
+        self.temporary.mkdir()
         path = self.build / "tests" / tests / program
-        environment = dict(os.environ, TMPDIR=str(self.temporary))
-        environment.pop("VORN_RUN", None)
-        return run_limited(
-            [str(path), "--gtest_fail_fast", "--gtest_color=no", *options],
-            seconds, self.log, environment,
-        )
+        command = [str(path), "--gtest_fail_fast", "--gtest_color=no", f"--gtest_filter={tried}"]
+        return run_limited(command, seconds, self.log, self.temporary)
 
     def _run_or_die(self, command):
-        if run_limited(command, 3600, self.log) != 0:
+        if run_limited(command, 3600, self.log, self.temporary) != 0:
             print(self._tail(), file=sys.stderr)
             print(f"failed: {' '.join(command)}", file=sys.stderr)
             sys.exit(2)
@@ -497,6 +523,7 @@ def parse_arguments():
     parser.add_argument("--resume", action="store_true", help="keep results, run what has none")
     parser.add_argument("--survivors", action="store_true",
                         help="with the results kept, run again what survived")
+    parser.add_argument("--thorough", action="store_true", help="with the tests of minutes, too")
     parser.add_argument("--check-explained", action="store_true", help="run what is explained, too")
     parser.add_argument("--list", action="store_true", help="list the mutants and run nothing")
     parser.add_argument("--report", action="store_true", help="report on what there is, run nothing")
@@ -505,6 +532,8 @@ def parse_arguments():
 
 def main():
     arguments = parse_arguments()
+    if arguments.thorough:
+        thorough.set()
     mutants, texts = make_all_mutants(arguments.files)
     equivalent = read_equivalent()
     if not arguments.files:
