@@ -56,7 +56,7 @@ run_fuzzer() {
     "$(last_of 'stat::number_of_executed_units:' "$log")" \
     "$(last_of 'stat::average_exec_per_sec:' "$log")" "$(last_of ' cov:' "$log")" \
     $((after - before)) "$([ "$status" = 0 ] || echo ", status $status: see $log")"
-  rmdir --ignore-fail-on-non-empty "$findings"
+  rmdir -p --ignore-fail-on-non-empty "$findings"
   return $((status != 0))
 }
 
