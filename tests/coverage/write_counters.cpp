@@ -30,8 +30,8 @@ const bool kInstalled = [] {
 
 }  // namespace
 
-// In place of the library's: a caller may have put the default back first, and no handler would run.
-// What is written here is not written again at the end, should the signal be survived.
+// In place of the library's: a caller may have put the default back first, and no handler would
+// run. What is written here is not written again at the end, should the signal be survived.
 extern "C" int raise(int signal) noexcept {
   __gcov_dump();
   __gcov_reset();

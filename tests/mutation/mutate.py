@@ -18,7 +18,8 @@ program of its folder runs, then the end-to-end tests; the first failure ends it
     explained   is listed in equivalent.txt; not run
 
 Results are appended to build/mutation/results.jsonl, the report is build/mutation/report.md. The
-exit status is 0 if nothing survived, 1 if something did, 2 if the tests fail without any change.
+exit status is 0 if nothing survived, 1 if something did, 2 if the tests fail without any change or
+the run was interrupted.
 """
 import argparse
 import collections
@@ -383,7 +384,7 @@ class FileQueue:
 
 
 def run_mutants(mutants, texts, jobs):
-    """Runs them and appends each result to the file of results."""
+    """Runs them and appends each result to the file of results; False if interrupted."""
     waiting, lock = FileQueue(mutants), threading.Lock()
     done, start, troubles = [0], time.monotonic(), queue.Queue()
 
@@ -435,6 +436,7 @@ def run_mutants(mutants, texts, jobs):
     if not troubles.empty():
         raise troubles.get()
     print(f"{done[0]} mutants in {time.monotonic() - start:.0f} s, builds of the trees included")
+    return not stop.is_set()
 
 
 def read_results():
@@ -565,7 +567,9 @@ def main():
         elif not arguments.ids:
             waiting = [m for m in waiting if m.id not in results]
         if waiting:
-            run_mutants(waiting, texts, max(1, min(arguments.jobs, len(waiting))))
+            jobs = max(1, min(arguments.jobs, len(waiting)))
+            if not run_mutants(waiting, texts, jobs):
+                return 2
     return 1 if report(mutants, texts, explained, read_results()) else 0
 
 
