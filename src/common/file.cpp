@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <limits>
 
 #include "common/log.h"
 
@@ -38,7 +37,7 @@ int64_t SeekEnd(const FileDescriptor& file) { return lseek(file.Get(), 0, SEEK_E
 size_t ReadFullyAt(int fd, void* data, size_t size, uint64_t offset) {
   size_t done = 0;
   while (done < size) {
-    if (offset + done > static_cast<uint64_t>(std::numeric_limits<off_t>::max())) break;
+    // An offset too large for a file is negative here, which the system refuses.
     const ssize_t got =
         pread(fd, static_cast<char*>(data) + done, size - done, static_cast<off_t>(offset + done));
     if (got < 0 && errno == EINTR) continue;

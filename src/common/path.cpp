@@ -11,7 +11,6 @@ namespace {
 
 constexpr int kMinPathLength = 0;  // exclusive
 constexpr int kMaxPathLength = 4096;
-static_assert(kMaxPathLength >= PATH_MAX, "realpath writes up to PATH_MAX bytes");
 
 }  // namespace
 
@@ -22,7 +21,7 @@ int GetRealPath(const std::string& path, std::string& resolved) {
               kMinPathLength, kMaxPathLength);
     return 1;
   }
-  char buffer[kMaxPathLength + 1] = {};
+  char buffer[PATH_MAX] = {};  // what realpath asks for
   if (realpath(path.c_str(), buffer) == nullptr && errno != ENOENT) {
     PrintLine("[ERROR] realpath fail, input: %s\n", path.c_str());
   }

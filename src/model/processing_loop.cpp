@@ -80,6 +80,8 @@ int Process(ModelRun& run) {
   int status = model.CreateDesc(run.inputNames);
   SortInputsByName(run.inputFiles, run.inputNames);
   if (ResolveInputFiles(run.inputFiles, status) != 0) return 1;
+  // An empty list would leave the status; but a description that failed leaves no input names
+  // either, and sorting has then divided by their count.
   if (status != 0) {
     PrintLine("[ERROR] execute CreateDesc failed\n");
     return 1;

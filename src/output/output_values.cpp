@@ -33,10 +33,6 @@ int OutputRows(const OutputSource& source, uint64_t index, RowShape& shape) {
     PrintLine("[ERROR] Error, GetOutputStrideParam failed\n");
     return 1;
   }
-  if (param.size == 0 || param.stride == 0) {
-    PrintLine("[ERROR] Error, bufSize(%zu) bufStride(%zu) invalid\n", param.size, param.stride);
-    return 1;
-  }
   const auto dimensions = Dimensions(param.dims);
   if (dimensions.empty() || dimensions.back() <= 0) {
     PrintLine("[ERROR] Error, dims para invalid\n");

@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 namespace {
 
@@ -48,24 +50,49 @@ TEST_F(FileTest, WritingEmptiesTheFile) {
   EXPECT_EQ(content, "new");
 }
 
-TEST_F(FileTest, WritesEverythingIntoANonBlockingPipe) {
+// Puts `extra` bytes more than it holds into a pipe whose writing end does not block, and takes
+// nothing out until it is full.
+void ExpectAllThroughAFullPipe(size_t extra) {
   int ends[2];
-  ASSERT_EQ(pipe2(ends, O_NONBLOCK), 0);
+  EXPECT_EQ(pipe(ends), 0);
   const FileDescriptor readEnd(ends[0]);
-  const FileDescriptor writeEnd(ends[1]);
-  const std::string sent(1 << 20, 'x');  // far more than a pipe holds
-  const pid_t child = fork();
-  if (child == 0) {
-    WriteFully(writeEnd.Get(), sent.data(), sent.size());
-    _exit(0);
-  }
-  size_t received = 0;
+  EXPECT_EQ(fcntl(ends[1], F_SETFL, O_NONBLOCK), 0);
+  const int holds = fcntl(ends[1], F_GETPIPE_SZ);
+  const std::string sent(static_cast<size_t>(holds) + extra, 'x');
+  std::thread writer([fd = ends[1], &sent] {
+    WriteFully(fd, sent.data(), sent.size());
+    close(fd);
+  });
+  int held = 0;
+  while (held < holds && ioctl(readEnd.Get(), FIONREAD, &held) == 0) std::this_thread::yield();
+  std::string received;
   char piece[4096];
-  while (received < sent.size()) {
-    const ssize_t got = read(readEnd.Get(), piece, sizeof(piece));
-    if (got > 0) received += static_cast<size_t>(got);
+  ssize_t got = 0;
+  while ((got = read(readEnd.Get(), piece, sizeof piece)) > 0) {
+    received.append(piece, static_cast<size_t>(got));
   }
-  EXPECT_EQ(received, sent.size());
+  writer.join();
+  EXPECT_EQ(received.size(), sent.size());
+  EXPECT_TRUE(received == sent);
+}
+
+TEST_F(FileTest, WritesEverythingIntoANonBlockingPipe) { ExpectAllThroughAFullPipe(1 << 20); }
+
+TEST_F(FileTest, WritesTheOneByteThatDidNotFitAtFirst) { ExpectAllThroughAFullPipe(1); }
+
+// In a process of its own, where the lowest number is free.
+TEST_F(FileTest, OwnsTheLowestDescriptorLikeAnyOther) {
+  const auto own = [] {
+    close(0);
+    bool wasOpen = false;
+    {
+      const FileDescriptor file(open("/dev/null", O_RDONLY));
+      wasOpen = file.Get() == 0 && file.IsOpen();
+    }
+    const bool isClosed = fcntl(0, F_GETFD) == -1;
+    _exit(wasOpen && isClosed ? 0 : 1);
+  };
+  EXPECT_EXIT(own(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(FileTest, OpensAFifoWithoutAWriter) {

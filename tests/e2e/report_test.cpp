@@ -1,6 +1,7 @@
 // The report of sizes and times that ends a run with -p 1.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 
 #include "e2e/expected.h"
@@ -84,6 +85,53 @@ TEST(Report, ShowsTheImageOfAModelThatWasNotExecuted) {
   ExpectStatus(run, 0);
   EXPECT_EQ(Tail(run, 11), Report("0.031", "0.031", "0.062", "0.016", "0.001"));
   EXPECT_NE(run.rawOut.find("Model Execute Time:        0.00 ms"), std::string::npos);
+}
+
+/** The time that a line of the report shows, in milliseconds. */
+double TimeOf(const Transcript& run, const std::string& what) {
+  const size_t at = run.rawOut.find("[INFO]  " + what + ":");
+  if (at == std::string::npos) return -1;
+  return std::strtod(run.rawOut.c_str() + run.rawOut.find(':', at) + 1, nullptr);
+}
+
+double MillisecondsSince(std::chrono::steady_clock::time_point start) {
+  const std::chrono::duration<double, std::milli> passed = std::chrono::steady_clock::now() - start;
+  return passed.count();
+}
+
+// The runtime takes its time over one operation; the line that is about it shows that at least, and
+// all of the lines together no more than the whole run took. A shown time is rounded.
+TEST(Report, CountsTheMemoryForTheImageAsReading) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.List({}).script.Line("pause vorn_rt_malloc 200");
+  const auto start = std::chrono::steady_clock::now();
+  const Transcript run = stage.Run({"-p", "1"});
+  const double whole = MillisecondsSince(start);
+  EXPECT_GE(TimeOf(run, "Read Model File Time"), 199);
+  EXPECT_LE(TimeOf(run, "Read Model File Time") + TimeOf(run, "Model Load Time"), whole + 1);
+}
+
+TEST(Report, CountsTheRuntimesLoadingOnly) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.List({}).script.Line("pause vorn_mdl_load_from_mem 200");
+  const auto start = std::chrono::steady_clock::now();
+  const Transcript run = stage.Run({"-p", "1"});
+  const double whole = MillisecondsSince(start);
+  EXPECT_GE(TimeOf(run, "Model Load Time"), 199);
+  EXPECT_LE(TimeOf(run, "Read Model File Time") + TimeOf(run, "Model Load Time"), whole + 1);
+}
+
+TEST(Report, ShowsTheMeanOfTheLastInferencesExecutions) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.script.Line("pause vorn_mdl_execute 20");
+  const auto start = std::chrono::steady_clock::now();
+  const Transcript run = stage.Run({"-p", "1"});
+  const double whole = MillisecondsSince(start);
+  EXPECT_GE(TimeOf(run, "Model Execute Time"), 19.9);
+  EXPECT_LE(21 * TimeOf(run, "Model Execute Time"), whole + 1);
 }
 
 TEST(Report, IsNotPrintedUnlessAskedFor) {

@@ -394,5 +394,17 @@ TEST(RpnFile, IsReadAsItIsAtEachInference) {
   EXPECT_EQ(InputsSeen(run, 2)[1].bytes, support::Bytes<float>({5, 6, 7, 8}));
 }
 
+// Every file is closed again: a run opens far more of them than a process may have open at a time.
+TEST(OpenFiles, AreFewHoweverLongTheList) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.List(Lines(60, "a.bin"));
+  stage.launcher = AfterShell("ulimit -n 16");
+  const Transcript run = stage.Run();
+  ExpectStatus(run, 0);
+  EXPECT_EQ(run.files.size(), 120u) << run.Describe();
+  ExpectClean(run);
+}
+
 }  // namespace
 }  // namespace e2e

@@ -1,6 +1,7 @@
 #include "model/division.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <csignal>
 
@@ -25,6 +26,19 @@ TEST(DivisionDeathTest, EndsByTheSignalEvenWhereItIsHandledOrBlocked) {
     (void)DivideOrFault(1, 0);
   };
   EXPECT_EXIT(divide(), testing::KilledBySignal(SIGFPE), "");
+}
+
+TEST(DivisionDeathTest, EndsByTheSignalWithoutTheProgramsHandler) {
+  const auto divide = [] {
+    std::signal(SIGFPE, [](int) { _exit(0); });
+    (void)DivideOrFault(1, 0);
+  };
+  EXPECT_EXIT(divide(), testing::KilledBySignal(SIGFPE), "");
+  const auto takeRemainder = [] {
+    std::signal(SIGFPE, [](int) { _exit(0); });
+    (void)RemainderOrFault(1, 0);
+  };
+  EXPECT_EXIT(takeRemainder(), testing::KilledBySignal(SIGFPE), "");
 }
 
 }  // namespace

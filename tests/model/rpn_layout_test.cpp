@@ -53,4 +53,11 @@ TEST(WriteRpnValues, EndsWhereTheValuesEnd) {
   EXPECT_EQ(Written(8, 5, 1000000, 16), (std::vector<float>{1, 2, 3, 4, 5, 0, 0, 0}));
 }
 
+TEST(WriteRpnValues, ReadsNothingBehindTheValues) {
+  const std::vector<float> values = {1, 2, 3, 4, 5, 99};
+  std::vector<float> block(8);
+  WriteRpnValues(std::as_writable_bytes(std::span(block)), std::span(values).first(5), 3, 12);
+  EXPECT_EQ(block, (std::vector<float>{1, 2, 3, 4, 5, 0, 0, 0}));
+}
+
 }  // namespace

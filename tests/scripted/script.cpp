@@ -235,13 +235,17 @@ Tensor ReadTensor(Line* line) {
   return tensor;
 }
 
+std::string ReadOperation(Line* line) {
+  const std::string name = line->Take().text;
+  if (std::find(std::begin(kOperations), std::end(kOperations), name) == std::end(kOperations)) {
+    Refuse("there is no operation '" + name + "'");
+  }
+  return name;
+}
+
 AnswerRule ReadAnswer(Line* line) {
   AnswerRule rule;
-  rule.operation = line->Take().text;
-  if (std::find(std::begin(kOperations), std::end(kOperations), rule.operation) ==
-      std::end(kOperations)) {
-    Refuse("there is no operation '" + rule.operation + "'");
-  }
+  rule.operation = ReadOperation(line);
   if (const auto index = line->TakeOption("index")) rule.index = ReadNumber(*index);
   rule.calls = ReadCalls(line->Take().text);
   const Word value = line->Take();
@@ -376,6 +380,9 @@ void ReadLine(Line* line, Script* script) {
     script->answers.push_back(ReadAnswer(line));
   } else if (verb == "fail") {
     script->failures.push_back(ReadFail(line));
+  } else if (verb == "pause") {
+    const std::string operation = ReadOperation(line);
+    script->pauses[operation] = line->TakeNumber();
   } else if (verb == "write") {
     script->writes.push_back(ReadWrite(line));
   } else if (verb == "see") {

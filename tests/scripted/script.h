@@ -38,6 +38,8 @@
  *   what the operation returns. Types, formats and names have no way to fail: they are counted and
  *   answer as ever.
  *
+ *   pause OPERATION MILLISECONDS   every call of the operation takes at least that long
+ *
  *   What an execution writes into its output blocks. AT is any of `execute=CALLS` (every execution
  *   without it), `at=BYTES` (0) and `frame=ROW,STRIDE`. What does not fit is cut off.
  *     write I [AT] bytes HH HH ...   these bytes; blanks between them are optional
@@ -60,6 +62,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -130,6 +133,7 @@ struct Script {
   unsigned char fill = 0xA5;
   std::vector<AnswerRule> answers;
   std::vector<FailRule> failures;
+  std::map<std::string, uint64_t> pauses;  // milliseconds
   std::vector<WriteRule> writes;
   Sight inputSight = Sight::kNothing;
   Sight outputSight = Sight::kNothing;

@@ -91,6 +91,7 @@ TEST(ParseScript, NamesTheLineThatItCannotRead) {
   EXPECT_EQ(Refused("net 1\n\nfoo 2\n"), "line 3: 'foo' starts no statement");
   EXPECT_EQ(Refused("answer vorn_mdl_exec always 1\n"),
             "line 1: there is no operation 'vorn_mdl_exec'");
+  EXPECT_EQ(Refused("pause vorn_mdl_exec 1\n"), "line 1: there is no operation 'vorn_mdl_exec'");
   EXPECT_EQ(Refused("net one\n"), "line 1: 'one' is no number");
   EXPECT_EQ(Refused("net 1 2\n"), "line 1: '2' is one word too many");
   EXPECT_EQ(Refused("fail 0\n"), "line 1: calls are counted from 1 upwards");

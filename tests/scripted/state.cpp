@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -183,6 +184,10 @@ vorn_status Call::Answer(vorn_status status, bool scripted) {
 }
 
 void Call::Finish(const std::string& answer, bool scripted) {
+  if (const auto pause = state_.script.pauses.find(operation_);
+      pause != state_.script.pauses.end()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(pause->second));
+  }
   state_.record.Write(operation_ + "(" + arguments_ + ") = " + answer + shown_ +
                       (scripted ? " [scripted]" : ""));
   for (const std::string& line : lines_) state_.record.Write(line);
