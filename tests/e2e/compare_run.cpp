@@ -59,8 +59,9 @@ Strings ErrorLines(std::string text) {
 
 }  // namespace
 
-support::Transcript Play(const RunPlan& plan) {
+support::Transcript Play(const RunPlan& plan, Keeping keeping) {
   support::Stage stage;
+  stage.isOutRecorded = keeping == Keeping::kTogether;
   std::filesystem::remove(stage.Folder() / "model.om");
   std::filesystem::remove(stage.Folder() / "vorn.json");
   if (plan.folders.count("out") == 0) std::filesystem::remove(stage.Folder() / "out");
@@ -73,20 +74,25 @@ support::Transcript Play(const RunPlan& plan) {
 }
 
 std::string Difference(const RunPlan& plan, const ForetoldRun& foretold,
-                       const support::Transcript& run) {
+                       const support::Transcript& run, Keeping keeping) {
   std::string text;
   const std::string expected = EndOf(foretold.status, foretold.signal);
   const std::string actual = EndOf(run.status, run.signal);
   if (expected != actual) text += "--- the end: foretold " + expected + ", was " + actual + "\n";
-  text += DifferenceOfLines("standard output", foretold.lines, run.lines);
+  if (keeping == Keeping::kTogether) {
+    text += DifferenceOfLines("standard output and record", foretold.together, run.record.Lines());
+  } else {
+    text += DifferenceOfLines("standard output", foretold.lines, run.lines);
+    text += DifferenceOfLines("record", foretold.record, run.record.Lines());
+  }
   text += DifferenceOfLines("standard error", foretold.errors, ErrorLines(run.err));
-  text += DifferenceOfLines("record", foretold.record, run.record.Lines());
   text += DifferenceOfFiles(foretold.files, run.files);
   return text.empty() ? "" : text + "--- the plan\n" + Describe(plan);
 }
 
 std::string PlayAndCompare(const RunPlan& plan) {
-  return Difference(plan, ModelOfRun(plan), Play(plan));
+  const Keeping keeping = Keeping::kTogether;
+  return Difference(plan, ModelOfRun(plan), Play(plan, keeping), keeping);
 }
 
 }  // namespace e2e

@@ -10,14 +10,17 @@
 
 namespace e2e {
 
+/** How the lines and the calls of a run are kept: by themselves, or as they come. */
+enum class Keeping { kApart, kTogether };
+
 /** Runs the executable with the plan in a fresh stage. */
-[[nodiscard]] support::Transcript Play(const RunPlan& plan);
+[[nodiscard]] support::Transcript Play(const RunPlan& plan, Keeping keeping);
 
 /** What differs, part by part, with the plan below it; empty if nothing does. */
 [[nodiscard]] std::string Difference(const RunPlan& plan, const ForetoldRun& foretold,
-                                     const support::Transcript& run);
+                                     const support::Transcript& run, Keeping keeping);
 
-/** Plays the plan and returns what differs from the model. */
+/** Plays the plan and returns what differs from the model; lines and calls come together. */
 [[nodiscard]] std::string PlayAndCompare(const RunPlan& plan);
 
 }  // namespace e2e

@@ -163,7 +163,18 @@ class Command {
     ShapeAnswer dims;
   };
 
-  void Say(const std::string& line) { out_ += line + "\n"; }
+  void Say(const std::string& line) {
+    TakeRecord();
+    out_ += line + "\n";
+    together_ += line + "\n";
+  }
+
+  /** Takes what the runtime has recorded since the last line over into what is said and called. */
+  void TakeRecord() {
+    for (; recordTaken_ < runtime_.Record().size(); ++recordTaken_) {
+      together_ += runtime_.Record()[recordTaken_] + "\n";
+    }
+  }
 
   /** An exception that nobody catches. */
   [[noreturn]] void Terminate(const std::string& type, const std::string& text);
@@ -229,6 +240,8 @@ class Command {
   ModelOfRuntime runtime_;
   Disk disk_;
   std::string out_;
+  std::string together_;
+  size_t recordTaken_ = 0;  // lines of it that are in `together_`
   std::string err_;
 
   // The command line.
@@ -280,6 +293,8 @@ ForetoldRun Command::Run() {
   run.lines = support::SplitLines(out_);
   run.errors = support::SplitLines(err_);
   run.record = runtime_.Record();
+  TakeRecord();
+  run.together = support::SplitLines(together_);
   for (const auto& [name, bytes] : disk_.Files()) {
     if (name.compare(0, 4, "out/") == 0) run.files[name.substr(4)] = bytes;
   }

@@ -23,6 +23,7 @@ struct ForetoldRun {
   std::vector<std::string> lines;            // of standard output
   std::vector<std::string> errors;           // of standard error, the program's name as `vorn-run`
   std::vector<std::string> record;           // every line of it, what is left live included
+  std::vector<std::string> together;         // both, in the order in which they come
   std::map<std::string, std::string> files;  // below the folder `out`, without their time stamps
 };
 

@@ -43,7 +43,8 @@ TEST_P(RandomRuns, AgreeWithTheModel) {
       ++ends["left out"];
       continue;
     }
-    const std::string difference = Difference(plan, foretold, Play(plan));
+    const Keeping keeping = n / kParts % 2 == 0 ? Keeping::kTogether : Keeping::kApart;
+    const std::string difference = Difference(plan, foretold, Play(plan, keeping), keeping);
     if (!difference.empty()) {
       ++wrong;
       ADD_FAILURE() << "VORN_RANDOM_RUNS=1 VORN_RANDOM_SEED=" << firstSeed + n << "\n"

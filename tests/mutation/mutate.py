@@ -15,6 +15,7 @@ program of its folder runs, then the end-to-end tests; the first failure ends it
     killed      a test failed, crashed or did not come to an end
     survived    all of them passed: a gap in the tests, or a change without effect
     stillborn   does not compile
+    same code   survived, but is compiled to the unchanged machine code: the same program
     explained   is listed in equivalent.txt; not run
 
 Results are appended to build/mutation/results.jsonl, the report is build/mutation/report.md. The
@@ -41,6 +42,7 @@ from pathlib import Path
 sys.dont_write_bytecode = True  # nothing of a run stays in the checkout
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 from mutants import make_mutants  # noqa: E402
+from same_code import find_same_code  # noqa: E402
 
 ROOT = Path(__file__).resolve().parents[2]
 WORK = ROOT / "build" / "mutation"
@@ -451,9 +453,22 @@ def read_results():
     return results
 
 
+def note_same_code(mutants, texts, explained, jobs):
+    """Marks the survivors that are the unchanged program."""
+    results = read_results()
+    survivors = [m for m in mutants if m.id not in explained and m.id in results
+                 and results[m.id]["result"] == "survived"]
+    same = find_same_code(ROOT, WORK / "code", survivors, texts, jobs)
+    with open(RESULTS, "a") as lines:
+        for mutant in same:
+            record = {**results[mutant.id], "result": "same code", "by": "the compiler"}
+            lines.write(json.dumps(record) + "\n")
+    print(f"{len(same)} of {len(survivors)} survivors are compiled to the unchanged code")
+
+
 # --- the report -----------------------------------------------------------------------------------
 
-_COLUMNS = ("made", "stillborn", "killed", "survived", "explained", "not run")
+_COLUMNS = ("made", "stillborn", "killed", "survived", "same code", "explained", "not run")
 
 
 def table_rows(mutants, outcome):
@@ -525,6 +540,8 @@ def parse_arguments():
     parser.add_argument("--resume", action="store_true", help="keep results, run what has none")
     parser.add_argument("--survivors", action="store_true",
                         help="with the results kept, run again what survived")
+    parser.add_argument("--compare-code", action="store_true",
+                        help="only look which survivors compile to the unchanged code")
     parser.add_argument("--thorough", action="store_true", help="with the tests of minutes, too")
     parser.add_argument("--check-explained", action="store_true", help="run what is explained, too")
     parser.add_argument("--list", action="store_true", help="list the mutants and run nothing")
@@ -556,7 +573,7 @@ def main():
 
     WORK.mkdir(parents=True, exist_ok=True)
     if not arguments.report:
-        keep = arguments.resume or arguments.survivors or arguments.ids
+        keep = any((arguments.resume, arguments.survivors, arguments.ids, arguments.compare_code))
         if not keep and RESULTS.exists():
             RESULTS.replace(RESULTS.with_suffix(".previous.jsonl"))
         results = read_results()
@@ -566,10 +583,11 @@ def main():
             waiting = [m for m in waiting if m.id in again]
         elif not arguments.ids:
             waiting = [m for m in waiting if m.id not in results]
-        if waiting:
+        if waiting and not arguments.compare_code:
             jobs = max(1, min(arguments.jobs, len(waiting)))
             if not run_mutants(waiting, texts, jobs):
                 return 2
+        note_same_code(mutants, texts, explained, max(1, arguments.jobs))
     return 1 if report(mutants, texts, explained, read_results()) else 0
 
 

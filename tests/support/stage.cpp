@@ -1,6 +1,8 @@
 #include "support/stage.h"
 
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -116,7 +118,13 @@ Transcript Stage::RunWith(const std::vector<std::string>& words) {
   command.environment["LC_ALL"] = "C";
   command.environment["ASAN_OPTIONS"] = kSanitizerOptions;
   command.environment["UBSAN_OPTIONS"] = "exitcode=86:print_stacktrace=1:halt_on_error=1";
+  if (isOutRecorded) {
+    command.stdoutGoes = Command::Stdout::kDescriptor;
+    command.descriptor =
+        open((aside.Path() / "record").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  }
   const Outcome outcome = RunCommand(command);
+  if (isOutRecorded) close(command.descriptor);
 
   Transcript transcript;
   transcript.status = outcome.status;

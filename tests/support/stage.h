@@ -70,6 +70,9 @@ class Stage {
   Command::Stdout stdoutGoes = Command::Stdout::kCapture;
   int descriptor = -1;
 
+  /** Puts the lines of standard output among those of the record, as they come. */
+  bool isOutRecorded = false;
+
   /** Words before the executable: a program that arranges its surroundings and becomes it. */
   std::vector<std::string> launcher;
 
