@@ -15,7 +15,6 @@ ModelProcess::ModelProcess(std::vector<std::string> rpnFileList, uint32_t batch,
 
 ModelProcess::~ModelProcess() {
   UnloadModel();
-  DestroyDesc();
   DestroyInput();
   DestroyOutput();
 }
@@ -29,19 +28,12 @@ void ModelProcess::UnloadModel() {
     PrintLine("[ERROR] unload model failed, modelId is %u\n", modelId);
   }
   DestroyDesc();
-  if (modelMemPtr != nullptr) {
-    vorn_rt_free(modelMemPtr);
-    modelMemPtr = nullptr;
-    modelMemSize = 0;
-  }
-  loadFlag = false;
+  if (modelMemPtr != nullptr) vorn_rt_free(modelMemPtr);
   PrintLine("[INFO]  unload model success, modelId is %u\n", modelId);
 }
 
 void ModelProcess::DestroyDesc() {
-  if (modelDesc == nullptr) return;
-  vorn_mdl_destroy_desc(modelDesc);
-  modelDesc = nullptr;
+  if (modelDesc != nullptr) vorn_mdl_destroy_desc(modelDesc);
 }
 
 uint64_t ModelProcess::GetInputNum() const {

@@ -34,13 +34,9 @@ class ModelProcess {
   /// `CreateDesc`.
   [[nodiscard]] int LoadModelFromFileWithMem(const std::string& modelFile);
 
-  /// Unloads a loaded model and frees its image; warns when there is none.
-  void UnloadModel();
-
   /// Describes the model, prints the description, appends the names of the data inputs to
   /// `inputNames` and records the model's sizes in `g_perfInfo`.
   [[nodiscard]] int CreateDesc(std::vector<std::string>& inputNames);
-  void DestroyDesc();
 
   /// The count of model inputs without task buffer and work buffer; wraps below 0.
   [[nodiscard]] uint64_t GetInputNum() const;
@@ -75,6 +71,11 @@ class ModelProcess {
   void DumpOutputData(const std::string& outputPath) const;
 
  private:
+  /// Unloads a loaded model, destroys its description and frees its image; warns when there is
+  /// none. For the destructor.
+  void UnloadModel();
+  void DestroyDesc();
+
   void PrintModelInfo(std::vector<std::string>& inputNames) const;
 
   [[nodiscard]] int CreateInput(void* block, uint64_t size, int32_t stride);

@@ -83,18 +83,12 @@ int SampleProcess::Process() { return ::Process(run); }
 
 // Every step runs whatever the steps before it reported, and also on a runtime that never came up.
 void SampleProcess::DestroyResource() {
-  if (stream != nullptr) {
-    if (vorn_rt_destroy_stream(stream) != VORN_SUCCESS) {
-      PrintLine("[ERROR] destroy stream failed\n");
-    }
-    stream = nullptr;
+  if (stream != nullptr && vorn_rt_destroy_stream(stream) != VORN_SUCCESS) {
+    PrintLine("[ERROR] destroy stream failed\n");
   }
   PrintLine("[INFO]  end to destroy stream\n");
-  if (context != nullptr) {
-    if (vorn_rt_destroy_context(context) != VORN_SUCCESS) {
-      PrintLine("[ERROR] destroy context failed\n");
-    }
-    context = nullptr;
+  if (context != nullptr && vorn_rt_destroy_context(context) != VORN_SUCCESS) {
+    PrintLine("[ERROR] destroy context failed\n");
   }
   PrintLine("[INFO]  end to destroy context\n");
   if (vorn_rt_reset_device(deviceId) != VORN_SUCCESS) PrintLine("[ERROR] reset device failed\n");

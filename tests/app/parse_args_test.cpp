@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -115,6 +116,11 @@ TEST(StringToInt, RefusesWhatDoesNotFit) {
   EXPECT_EQ(WhatIsThrown<std::out_of_range>({"-b", "2147483648"}), "stoi");
   EXPECT_EQ(WhatIsThrown<std::out_of_range>({"-b", "-2147483649"}), "stoi");
   EXPECT_EQ(WhatIsThrown<std::out_of_range>({"-p", "99999999999999999999"}), "stoi");
+}
+
+TEST(StringToInt, IsNotMisledByAnEarlierError) {
+  errno = ERANGE;
+  EXPECT_EQ(StringToInt("7"), 7);
 }
 
 }  // namespace

@@ -58,7 +58,10 @@ void ExpectAllThroughAFullPipe(size_t extra) {
   const FileDescriptor readEnd(ends[0]);
   EXPECT_EQ(fcntl(ends[1], F_SETFL, O_NONBLOCK), 0);
   const int holds = fcntl(ends[1], F_GETPIPE_SZ);
-  const std::string sent(static_cast<size_t>(holds) + extra, 'x');
+  std::string sent;
+  for (size_t i = 0; i < static_cast<size_t>(holds) + extra; ++i) {
+    sent += static_cast<char>('a' + i % 23);  // in no step with the system's pages
+  }
   std::thread writer([fd = ends[1], &sent] {
     WriteFully(fd, sent.data(), sent.size());
     close(fd);

@@ -188,5 +188,13 @@ TEST(DumpedFiles, AreOpenToAllWhereTheMaskAllowsIt) {
   }
 }
 
+TEST(DumpedFiles, OfAnOutputWithoutANameAreNamedOutput) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.script.Answer("vorn_mdl_get_output_name_by_index", "always", "null");
+  const Transcript run = stage.Run();
+  EXPECT_EQ(run.files.count("0/output.0.T.bin"), 1u) << run.Describe();
+}
+
 }  // namespace
 }  // namespace e2e
