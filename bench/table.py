@@ -1,0 +1,81 @@
+#!/usr/bin/env python3
+"""Prints the results of the benchmarks as one table, and writes them as results.json.
+
+    table.py RESULTS.json PART.json...
+
+Each part is a list of objects:
+
+
+    row    key of rows.json
+    case   what was measured, where a row has several
+    ratio  ours / floor
+    floor, ours, unit       the figures themselves, medians
+    runs   how many there were of each
+"""
+import json
+import sys
+from pathlib import Path
+
+HERE = Path(__file__).resolve().parent
+
+
+def read_rows():
+    return json.loads((HERE / "rows.json").read_text())
+
+
+def goal_of(row, case):
+    goal = row["goal"]
+    return goal.get(case) if isinstance(goal, dict) else goal
+
+
+def collect(paths):
+    """The results in the order of rows.json, each with what its row says."""
+    found = [result for path in paths for result in json.loads(Path(path).read_text())]
+    known = {row["row"] for row in read_rows()}
+    strangers = sorted({result["row"] for result in found} - known)
+    if strangers:
+        sys.exit(f"rows.json does not know {', '.join(strangers)}; add them there.")
+    collected = []
+    for row in read_rows():
+        for result in found:
+            if result["row"] == row["row"]:
+                case = result.get("case", "")
+                collected.append({**result, "what": row["what"], "against": row["floor"],
+                                  "case": case, "goal": goal_of(row, case)})
+    return collected
+
+
+def number(value):
+    return f"{value:.3g}" if abs(value) < 1000 else f"{value:.0f}"
+
+
+def verdict(result):
+    if result["goal"] is None:
+        return "-"
+    return "met" if round(result["ratio"], 2) <= result["goal"] else "missed"
+
+
+def line(cells):
+    return "| " + " | ".join(cells) + " |"
+
+
+def table(results):
+    lines = [line(["row", "case", "floor", "floor's figure", "ours", "ratio", "goal", ""]),
+             "|" + "---|" * 8]
+    for result in results:
+        goal = "" if result["goal"] is None else f"≤ {result['goal']:g}"
+        unit = result.get("unit", "")
+        lines.append(line([result["what"], result["case"], result["against"],
+                           f"{number(result['floor'])} {unit}", f"{number(result['ours'])} {unit}",
+                           f"{result['ratio']:.3g}", goal, verdict(result)]))
+    return "\n".join(lines)
+
+
+def main():
+    results = collect(sys.argv[2:])
+    Path(sys.argv[1]).write_text(json.dumps(results, indent=1) + "\n")
+    print(table(results))
+
+
+if __name__ == "__main__":
+    main()
