@@ -166,7 +166,7 @@ uint32_t Runtime::Load(const void* image, uint64_t size) {
   RequireStarted();
   do {
     ++lastModelId_;  // 0 is what callers preset an id with, so no model has it
-  } while (lastModelId_ == 0 || models_.Find(lastModelId_) != nullptr);
+  } while (lastModelId_ == 0 || models_.Look(lastModelId_) != nullptr);
   models_.Add(lastModelId_, std::move(model));
   return lastModelId_;
 }
@@ -244,14 +244,14 @@ void Runtime::DestroyDesc(vorn_mdl_desc* desc) {
 void Runtime::FillDesc(vorn_mdl_desc* desc, uint32_t modelId) {
   const std::lock_guard lock(mutex_);
   RequireContext();
-  const std::shared_ptr<Desc> live = descs_.Find(desc);
+  Desc* live = descs_.Look(desc);
   if (live == nullptr) RefuseHandle("description", desc);
   live->filled.push_back(LiveModel(modelId)->description());
 }
 
 std::shared_ptr<const ModelDescription> Runtime::Description(const vorn_mdl_desc* desc) {
   const std::lock_guard lock(mutex_);
-  const std::shared_ptr<Desc> live = descs_.Find(desc);
+  Desc* live = descs_.Look(desc);
   if (live == nullptr) RefuseHandle("description", desc);
   if (live->filled.empty()) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the description is empty; get one of a model");
@@ -332,20 +332,20 @@ void Runtime::RequireStarted() const {
 
 void Runtime::RequireContext() const {
   RequireStarted();
-  if (contexts_.Find(currentContext) == nullptr) {
+  if (contexts_.Look(currentContext) == nullptr) {
     throw Failure(VORN_ERROR_NOT_INITIALIZED,
                   "no context is current on this thread; create one on it");
   }
 }
 
 Dataset& Runtime::LiveDataset(const vorn_mdl_dataset* dataset) const {
-  const std::shared_ptr<Dataset> live = datasets_.Find(dataset);
+  Dataset* live = datasets_.Look(dataset);
   if (live == nullptr) RefuseHandle("dataset", dataset);
   return *live;
 }
 
 DataBuffer& Runtime::LiveBuffer(const vorn_data_buffer* buffer) const {
-  const std::shared_ptr<DataBuffer> live = buffers_.Find(buffer);
+  DataBuffer* live = buffers_.Look(buffer);
   if (live == nullptr) RefuseHandle("data buffer", buffer);
   return *live;
 }

@@ -32,11 +32,13 @@ TEST(Registry, FindsWhatLivesAndNothingElse) {
   registry.Add(handle, std::make_shared<int>(7));
   ASSERT_NE(registry.Find(handle), nullptr);
   EXPECT_EQ(*registry.Find(handle), 7);
+  EXPECT_EQ(registry.Look(handle), registry.Find(handle).get());
   EXPECT_EQ(registry.Find(nullptr), nullptr);
   EXPECT_EQ(registry.Find(NewHandle<Opaque>()), nullptr);
   EXPECT_TRUE(registry.Remove(handle));
   EXPECT_FALSE(registry.Remove(handle));
   EXPECT_EQ(registry.Find(handle), nullptr);
+  EXPECT_EQ(registry.Look(handle), nullptr);
 }
 
 TEST(Registry, LeavesAnObjectToWhoeverStillHoldsIt) {
