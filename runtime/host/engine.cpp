@@ -172,11 +172,9 @@ class OrtSession : public Session {
 
   void Run() override {
     try {
-      for (size_t i = 0; i < outputs_.size(); ++i) {
-        if (boundOutputs_[i].isDetached) PutOutput(i);
-      }
+      if (!areOutputsChecked_) PutDetachedOutputs();
       session_.Run(Ort::RunOptions{nullptr}, binding_);
-      FetchDetachedOutputs();
+      if (!areOutputsChecked_) FetchDetachedOutputs();
     } catch (const Ort::Exception& e) {
       throw Failure(VORN_ERROR_EXECUTION, "the model failed while it ran (", e.what(), ")");
     }
@@ -214,11 +212,17 @@ class OrtSession : public Session {
                         Wrap(outputs_[index].type, bound.data, bound.shape));
   }
 
+  /// The last run left something else in the place of these.
+  void PutDetachedOutputs() {
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+      if (boundOutputs_[i].isDetached) PutOutput(i);
+    }
+  }
+
   /// An output that no operator writes, such as an input that is an output as well, replaces what
   /// was bound instead of filling it, and is copied. Whether an output does so is a matter of the
   /// graph, so looking once for each set of bindings is enough.
   void FetchDetachedOutputs() {
-    if (areOutputsChecked_) return;
     bool isAnyDetached = false;
     const std::vector<Ort::Value> values = binding_.GetOutputValues();
     for (size_t i = 0; i < values.size(); ++i) {

@@ -21,6 +21,8 @@ struct BlockView {
   std::byte* address = nullptr;
   uint64_t capacity = 0;  ///< bytes that may be touched from `address` on
   uint64_t stride = 0;    ///< bytes from row to row, which the caller may choose
+
+  bool operator==(const BlockView&) const = default;
 };
 
 /// Any thread may execute a model; executions of one model queue up.
@@ -40,6 +42,9 @@ class Model {
   /// batch. An output block has to hold one item; of a batch that it does not hold, the items that
   /// fit are written and the rest is dropped and logged. Padding of outputs is never written.
   ///
+  /// A batch that is executed at once leaves everything bound: executing over the same blocks again
+  /// copies what is staged, runs, and does nothing else; in particular it allocates nothing.
+  ///
   /// Fails with VORN_ERROR_INVALID_ARGUMENT for blocks that do not fit the description, before
   /// anything is executed, and with VORN_ERROR_EXECUTION if the model fails.
   void Execute(std::span<const BlockView> inputs, std::span<const BlockView> outputs,
@@ -56,6 +61,13 @@ class Model {
     bool isStaged = false;   // in the present run
   };
 
+  /// What the last execution was over, if all of it is bound still; a batch of 0 otherwise.
+  struct Bound {
+    std::vector<BlockView> inputs;
+    std::vector<BlockView> outputs;
+    uint64_t batch = 0;
+  };
+
   void Describe(const Config& config);
   std::vector<Shape> ShowOutputShapes(ClosedShapes& shapes);
   void CheckInputs(std::span<const BlockView> blocks, uint64_t batch);
@@ -63,6 +75,10 @@ class Model {
   void SetRunItems(uint64_t items);
   void BindInputs(uint64_t firstItem, uint64_t items);
   void BindOutputs(uint64_t firstItem, uint64_t items);
+  bool IsBoundTo(std::span<const BlockView> inputs, std::span<const BlockView> outputs,
+                 uint64_t batch) const;
+  void RunBound(uint64_t firstItem, uint64_t items);
+  void StageInputs(uint64_t firstItem, uint64_t items);
   void UnstageOutputs(uint64_t firstItem, uint64_t items);
 
   std::mutex mutex_;
@@ -71,6 +87,7 @@ class Model {
   bool isBatchFirst_ = false;  // a batch is executed at once
   std::vector<Slot> inputs_;
   std::vector<Slot> outputs_;
+  Bound bound_;
 };
 
 }  // namespace vorn::host

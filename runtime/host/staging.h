@@ -16,7 +16,7 @@ class Staging {
   std::byte* AtLeast(uint64_t bytes);
 
   /// What AtLeast returned last; null before.
-  const std::byte* data() const { return block_.get(); }
+  std::byte* data() const { return block_.get(); }
 
  private:
   struct Release {

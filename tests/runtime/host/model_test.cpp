@@ -26,6 +26,7 @@ struct SessionScript {
   std::function<std::vector<Shape>(std::span<const Shape>)> onTry;
   bool failsToRun = false;
 
+  int bindings = 0;
   std::vector<void*> boundInputs;
   std::vector<void*> boundOutputs;
   std::vector<Shape> boundShapes;             // of output 0, run by run
@@ -42,9 +43,11 @@ class ScriptedSession : public Session {
   const std::vector<DeclaredTensor>& inputs() const override { return script_.inputs; }
   const std::vector<DeclaredTensor>& outputs() const override { return script_.outputs; }
   void BindInput(size_t index, void* data, const Shape&) override {
+    ++script_.bindings;
     script_.boundInputs[index] = data;
   }
   void BindOutput(size_t index, void* data, const Shape& shape) override {
+    ++script_.bindings;
     script_.boundOutputs[index] = data;
     if (index == 0) outputShape_ = shape;
   }
@@ -155,6 +158,53 @@ TEST_F(ModelTest, StagesInTheSamePlaceEveryTime) {
   ASSERT_EQ(Execute(1, 48, 48), VORN_SUCCESS);
   ASSERT_EQ(Execute(1, 48, 48), VORN_SUCCESS);
   EXPECT_EQ(script.runs[0], script.runs[1]);
+}
+
+TEST_F(ModelTest, BindsNothingAnewForTheSameBlocks) {
+  Load({Open("n"), Fixed(3), Fixed(5)});
+  std::vector<std::byte> from(96, std::byte{1}), to(96, kUntouched), scratchBlock(1 << 16);
+  const auto execute = [&](uint64_t batch, uint64_t stride) {
+    std::vector<BlockView> inputs = {{from.data(), from.size(), stride}};
+    for (int i = 0; i < 2; ++i) inputs.push_back({scratchBlock.data(), 1 << 15, 1 << 14});
+    model->Execute(inputs, std::vector<BlockView>{{to.data(), to.size(), stride}}, batch);
+    return script.bindings;
+  };
+  EXPECT_EQ(execute(1, 16), 2);
+  from.assign(from.size(), std::byte{2});  // what a block holds is looked at every time
+  EXPECT_EQ(execute(1, 16), 2);
+  EXPECT_EQ(to[32], std::byte{2});
+  EXPECT_EQ(to[5], kUntouched);
+  EXPECT_EQ(execute(2, 16), 4);
+  EXPECT_EQ(execute(2, 16), 4);
+  EXPECT_EQ(execute(1, 16), 6);
+  EXPECT_EQ(execute(1, 5), 8);
+  EXPECT_EQ(script.runs.size(), 6u);
+}
+
+TEST_F(ModelTest, RefusesTheSameBlocksAsBefore) {
+  Load({Open("n"), Fixed(5)});
+  ASSERT_EQ(Execute(1, 16, 16), VORN_SUCCESS);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Execute(1, 16, 15), VORN_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(Execute(2, 16, 16), VORN_ERROR_INVALID_ARGUMENT);
+  }
+  EXPECT_EQ(script.runs.size(), 1u);
+  script.failsToRun = true;
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Execute(1, 16, 16), VORN_ERROR_EXECUTION);
+  script.failsToRun = false;
+  EXPECT_EQ(Execute(1, 16, 16), VORN_SUCCESS);
+  EXPECT_EQ(out, Expected(1, 5, 16));
+}
+
+TEST_F(ModelTest, TellsOfDroppedItemsEveryTime) {
+  Load({Open("n"), Fixed(5)});
+  setenv("VORN_LOG", "error", 1);
+  for (int i = 0; i < 2; ++i) {
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(Execute(2, 32, 16), VORN_SUCCESS);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("holds 1 of 2"), std::string::npos);
+  }
+  unsetenv("VORN_LOG");
 }
 
 TEST_F(ModelTest, TakesAStrideOfTheCallersChoice) {
