@@ -43,7 +43,7 @@ void Runtime::Start(const char* configPath) {
   if (configPath == nullptr) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the path is null; give that of a JSON file");
   }
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   if (engine_ != nullptr) {
     throw Failure(VORN_ERROR_UNSUPPORTED, "the runtime is up already; finalize it first");
   }
@@ -53,7 +53,7 @@ void Runtime::Start(const char* configPath) {
 }
 
 void Runtime::Stop() {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireStarted();
   // Blocks, datasets and descriptions are the caller's memory and can be given back later on.
   models_.Clear();
@@ -63,14 +63,14 @@ void Runtime::Stop() {
 }
 
 void Runtime::SetDevice(int32_t deviceId) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireStarted();
   RequireDevice(deviceId);
   isDeviceSet_ = true;
 }
 
 void Runtime::ResetDevice(int32_t deviceId) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireStarted();
   RequireDevice(deviceId);
   if (!isDeviceSet_) {
@@ -90,7 +90,7 @@ void Runtime::SetOperatorTimeout(uint32_t seconds) {
 }
 
 vorn_rt_context* Runtime::CreateContext(int32_t deviceId) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireStarted();
   RequireDevice(deviceId);
   if (!isDeviceSet_) {
@@ -103,12 +103,12 @@ vorn_rt_context* Runtime::CreateContext(int32_t deviceId) {
 }
 
 void Runtime::DestroyContext(vorn_rt_context* context) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RemoveLive<const vorn_rt_context*>(contexts_, context, "context");
 }
 
 vorn_rt_stream* Runtime::CreateStream() {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   auto* stream = NewHandle<vorn_rt_stream>();
   streams_.Add(stream, std::make_shared<Stream>());
@@ -116,7 +116,7 @@ vorn_rt_stream* Runtime::CreateStream() {
 }
 
 void Runtime::DestroyStream(vorn_rt_stream* stream) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RemoveLive<const vorn_rt_stream*>(streams_, stream, "stream");
 }
 
@@ -129,14 +129,14 @@ vorn_rt_run_mode Runtime::RunMode() {
 // ---- Memory -------------------------------------------------------------------------------------
 
 void* Runtime::Allocate(uint64_t size) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   return blocks_.Allocate(size);
 }
 
 void Runtime::Free(void* block) {
   if (block == nullptr) return;
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   if (!blocks_.Free(block)) RefuseHandle("block", block);
 }
 
@@ -162,7 +162,7 @@ uint32_t Runtime::Load(const void* image, uint64_t size) {
   const auto* bytes = static_cast<const std::byte*>(image);
   auto model = std::make_shared<Model>(*engine, std::span(bytes, size), config);
 
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireStarted();
   do {
     ++lastModelId_;  // 0 is what callers preset an id with, so no model has it
@@ -172,7 +172,7 @@ uint32_t Runtime::Load(const void* image, uint64_t size) {
 }
 
 void Runtime::Unload(uint32_t modelId) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   static_cast<void>(LiveModel(modelId));
   models_.Remove(modelId);
 }
@@ -195,7 +195,7 @@ void Runtime::SetTotalT(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t to
 
 void Runtime::SetBatch(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t index,
                        uint64_t batch) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   static_cast<void>(LiveModel(modelId));
   Dataset& live = LiveDataset(dataset);
@@ -209,27 +209,23 @@ void Runtime::SetBatch(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t ind
 }
 
 void Runtime::Execute(uint32_t modelId, const vorn_mdl_dataset* input, vorn_mdl_dataset* output) {
-  // Kept by the thread, so that executing again allocates nothing.
-  thread_local std::vector<BlockView> inputs;
-  thread_local std::vector<BlockView> outputs;
+  // Kept by the thread, so that executing again allocates nothing and looks little up.
+  thread_local Call call;
   std::shared_ptr<Model> model;
-  uint64_t batch = 1;
   {
     const std::lock_guard lock(mutex_);
-    RequireContext();
+    if (call.changes != changes_ || call.input != input || call.output != output) {
+      Resolve(call, input, output);
+    }
     model = LiveModel(modelId);
-    const Dataset& from = LiveDataset(input);
-    ViewsOf(from, "input", inputs);
-    ViewsOf(LiveDataset(output), "output", outputs);
-    batch = from.batch;
   }
-  model->Execute(inputs, outputs, batch);
+  model->Execute(call.inputs, call.outputs, call.batch);
 }
 
 // ---- Descriptions -------------------------------------------------------------------------------
 
 vorn_mdl_desc* Runtime::CreateDesc() {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   auto* desc = NewHandle<vorn_mdl_desc>();
   descs_.Add(desc, std::make_shared<Desc>());
@@ -237,12 +233,12 @@ vorn_mdl_desc* Runtime::CreateDesc() {
 }
 
 void Runtime::DestroyDesc(vorn_mdl_desc* desc) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RemoveLive<const vorn_mdl_desc*>(descs_, desc, "description");
 }
 
 void Runtime::FillDesc(vorn_mdl_desc* desc, uint32_t modelId) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   Desc* live = descs_.Look(desc);
   if (live == nullptr) RefuseHandle("description", desc);
@@ -262,7 +258,7 @@ std::shared_ptr<const ModelDescription> Runtime::Description(const vorn_mdl_desc
 // ---- Data buffers and datasets ------------------------------------------------------------------
 
 vorn_data_buffer* Runtime::CreateDataBuffer(void* block, uint64_t size, uint64_t stride) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   if (block == nullptr || size == 0 || stride == 0) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "a block at ", block, " of ", size,
@@ -278,7 +274,7 @@ vorn_data_buffer* Runtime::CreateDataBuffer(void* block, uint64_t size, uint64_t
 }
 
 void Runtime::DestroyDataBuffer(vorn_data_buffer* buffer) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RemoveLive<const vorn_data_buffer*>(buffers_, buffer, "data buffer");
 }
 
@@ -288,7 +284,7 @@ DataBuffer Runtime::Registered(const vorn_data_buffer* buffer) {
 }
 
 vorn_mdl_dataset* Runtime::CreateDataset() {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   auto* dataset = NewHandle<vorn_mdl_dataset>();
   datasets_.Add(dataset, std::make_shared<Dataset>());
@@ -296,12 +292,12 @@ vorn_mdl_dataset* Runtime::CreateDataset() {
 }
 
 void Runtime::DestroyDataset(vorn_mdl_dataset* dataset) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RemoveLive<const vorn_mdl_dataset*>(datasets_, dataset, "dataset");
 }
 
 void Runtime::AddBuffer(vorn_mdl_dataset* dataset, vorn_data_buffer* buffer) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
   LiveBuffer(buffer);
   LiveDataset(dataset).buffers.push_back(buffer);
@@ -356,6 +352,20 @@ std::shared_ptr<Model> Runtime::LiveModel(uint32_t modelId) const {
     throw Failure(VORN_ERROR_INVALID_HANDLE, "no model is loaded under the id ", modelId);
   }
   return live;
+}
+
+/// Leaves the call unresolved if it fails.
+void Runtime::Resolve(Call& call, const vorn_mdl_dataset* input,
+                      const vorn_mdl_dataset* output) const {
+  call.changes = kUnresolved;
+  RequireContext();
+  const Dataset& from = LiveDataset(input);
+  ViewsOf(from, "input", call.inputs);
+  ViewsOf(LiveDataset(output), "output", call.outputs);
+  call.batch = from.batch;
+  call.input = input;
+  call.output = output;
+  call.changes = changes_;
 }
 
 void Runtime::EndContexts() {

@@ -95,18 +95,42 @@ class Runtime {
  private:
   Runtime() = default;
 
+  /// Holds the mutex for an operation that changes anything here. What an execution remembers of
+  /// the things that it found counts until the next change.
+  class Change {
+   public:
+    explicit Change(Runtime& runtime) : lock_(runtime.mutex_) { ++runtime.changes_; }
+
+   private:
+    std::lock_guard<std::mutex> lock_;
+  };
+
+  static constexpr uint64_t kUnresolved = 0;  // instead of a count of changes
+
+  /// What the datasets of an execution came to on this thread, after so many changes.
+  struct Call {
+    uint64_t changes = kUnresolved;
+    const vorn_mdl_dataset* input = nullptr;
+    const vorn_mdl_dataset* output = nullptr;
+    std::vector<BlockView> inputs;
+    std::vector<BlockView> outputs;
+    uint64_t batch = 1;
+  };
+
   // All below with mutex_ held.
   void RequireStarted() const;
   void RequireContext() const;
   Dataset& LiveDataset(const vorn_mdl_dataset* dataset) const;
   DataBuffer& LiveBuffer(const vorn_data_buffer* buffer) const;
   std::shared_ptr<Model> LiveModel(uint32_t modelId) const;
+  void Resolve(Call& call, const vorn_mdl_dataset* input, const vorn_mdl_dataset* output) const;
   void EndContexts();
   BlockView ViewOf(const vorn_data_buffer* buffer, const char* kind, size_t index) const;
   void ViewsOf(const Dataset& dataset, const char* kind, std::vector<BlockView>& views) const;
 
   // Held for bookkeeping only, never while a model is loaded or executed.
   std::mutex mutex_;
+  uint64_t changes_ = 1;
   std::shared_ptr<Engine> engine_;  // null while the runtime is down
   Config config_;
   bool isDeviceSet_ = false;

@@ -267,6 +267,74 @@ TEST_F(HostModel, RefusesBuffersAndBlocksThatAreGone) {
   EXPECT_EQ(Execute(in, out), VORN_ERROR_INVALID_HANDLE);
 }
 
+// Executing again over the same datasets looks little up; each of these has to be seen all the
+// same.
+TEST_F(HostModel, SeesWhatChangedSinceTheLastExecution) {
+  ASSERT_EQ(Load(MatMul("n")), VORN_SUCCESS);
+  const auto x = Counting(6);
+  Blocks in;
+  Blocks out;
+  AddInputs(in, 2);
+  AddOutputs(out, 2);
+  in.Put(0, x, 3);
+  const auto one = out.Bytes(0);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 2, 2), TimesW({x[0], x[1], x[2]}));
+  EXPECT_TRUE(std::equal(one.begin() + 16, one.end(), out.Bytes(0).begin() + 16));
+
+  ASSERT_EQ(SetBatch(in, 2), VORN_SUCCESS);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 4, 2), TimesW(x));
+
+  Blocks other;
+  AddOutputs(other, 2);
+  ASSERT_EQ(Execute(in, other), VORN_SUCCESS);
+  EXPECT_EQ(other.Take<float>(0, 4, 2), TimesW(x));
+
+  ASSERT_EQ(vorn_mdl_add_dataset_buffer(other.dataset, other.buffers[0]), VORN_SUCCESS);
+  EXPECT_EQ(Execute(in, other), VORN_ERROR_INVALID_ARGUMENT);
+
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  ASSERT_EQ(vorn_destroy_data_buffer(out.buffers[0]), VORN_SUCCESS);
+  out.buffers.clear();
+  EXPECT_EQ(Execute(in, out), VORN_ERROR_INVALID_HANDLE);
+
+  ASSERT_EQ(vorn_rt_destroy_context(context), VORN_SUCCESS);
+  EXPECT_EQ(Execute(in, out), VORN_ERROR_NOT_INITIALIZED);
+  ASSERT_EQ(vorn_rt_create_context(&context, 0), VORN_SUCCESS);
+}
+
+TEST_F(HostModel, SeesThatTheModelIsAnotherOne) {
+  ASSERT_EQ(Load(MatMul(1)), VORN_SUCCESS);
+  Blocks in;
+  Blocks out;
+  AddInputs(in);
+  AddOutputs(out);
+  in.Put<float>(0, {1, 0, 0}, 3);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{1, 2}));
+
+  const uint32_t first = modelId;
+  const auto negative = OnnxWriter()
+                            .Input("x", kOnnxFloat, {1, 3})
+                            .Constant<float>("w", kOnnxFloat, {3, 2}, {-1, -2, 0, 0, 0, 0})
+                            .Output("y", kOnnxFloat, {1, 2})
+                            .Node("MatMul", {"x", "w"}, {"y"})
+                            .Image();
+  uint32_t second = 0;
+  ASSERT_EQ(vorn_mdl_load_from_mem(negative.data(), negative.size(), &second), VORN_SUCCESS);
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(vorn_mdl_execute(second, in.dataset, out.dataset), VORN_SUCCESS);
+    EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{-1, -2}));
+    ASSERT_EQ(vorn_mdl_execute(first, in.dataset, out.dataset), VORN_SUCCESS);
+    EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{1, 2}));
+  }
+  ASSERT_EQ(vorn_mdl_unload(second), VORN_SUCCESS);
+  EXPECT_EQ(vorn_mdl_execute(second, in.dataset, out.dataset), VORN_ERROR_INVALID_HANDLE);
+  EXPECT_EQ(vorn_mdl_execute(first, in.dataset, out.dataset), VORN_SUCCESS);
+}
+
 TEST_F(HostModel, ReportsAnOutputOfAnotherShapeThanDescribed) {
   // Declared as one position; as many as there are values other than 0.
   ASSERT_EQ(Load(OnnxWriter()

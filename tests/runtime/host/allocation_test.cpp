@@ -1,0 +1,150 @@
+// Executing again over the same blocks allocates nothing. The replaced operators new count what
+// this program and the libraries that it loads ask for, so what the engine allocates in a run of
+// its own is counted first and then expected, and no more.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <new>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "host/engine.h"
+#include "host/runtime.h"
+#include "support/onnx_writer.h"
+
+namespace {
+
+std::atomic<uint64_t> allocations = 0;
+
+void* Allocate(size_t bytes, size_t alignment) {
+  ++allocations;
+  void* block = nullptr;
+  if (posix_memalign(&block, std::max(alignment, sizeof(void*)), bytes) != 0) {
+    throw std::bad_alloc();
+  }
+  return block;
+}
+
+}  // namespace
+
+void* operator new(size_t bytes) { return Allocate(bytes, alignof(std::max_align_t)); }
+void* operator new(size_t bytes, std::align_val_t alignment) {
+  return Allocate(bytes, static_cast<size_t>(alignment));
+}
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, size_t) noexcept { std::free(block); }
+void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
+void operator delete(void* block, size_t, std::align_val_t) noexcept { std::free(block); }
+
+namespace vorn::host {
+namespace {
+
+constexpr int kRuns = 20;
+
+template <typename Run>
+uint64_t AllocationsOf(Run&& run) {
+  run();  // warms up
+  run();
+  const uint64_t before = allocations;
+  for (int i = 0; i < kRuns; ++i) run();
+  return allocations - before;
+}
+
+OnnxWriter Model(int columns) {
+  OnnxWriter model;
+  model.Input("x", kOnnxFloat, {"n", 4, columns}).Output("y", kOnnxFloat, {"n", 4, columns});
+  model.Node("Relu", {"x"}, {"y"});
+  return model;
+}
+
+/// What the engine allocates itself, over memory that stays bound.
+uint64_t AllocationsOfEngine(const std::string& image, const Shape& shape) {
+  const auto session = CreateEngine()->Open(std::as_bytes(std::span(image)), Config());
+  std::vector<float> in(1024), out(1024);
+  session->BindInput(0, in.data(), shape);
+  session->BindOutput(0, out.data(), shape);
+  return AllocationsOf([&] { session->Run(); });
+}
+
+/// A runtime with the model loaded and blocks for it.
+class AllocationTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string config =
+        testing::TempDir() + "vorn_host_allocation_" + std::to_string(getpid()) + ".json";
+    std::ofstream(config) << "{}";
+    runtime.Start(config.c_str());
+    std::remove(config.c_str());
+    runtime.SetDevice(0);
+    context = runtime.CreateContext(0);
+  }
+  void TearDown() override {
+    for (vorn_data_buffer* buffer : buffers) runtime.DestroyDataBuffer(buffer);
+    for (void* block : blocks) runtime.Free(block);
+    for (vorn_mdl_dataset* dataset : datasets) runtime.DestroyDataset(dataset);
+    runtime.DestroyContext(context);
+    runtime.ResetDevice(0);
+    runtime.Stop();
+  }
+
+  vorn_mdl_dataset* Dataset(const std::vector<TensorDescription>& tensors, uint64_t batch) {
+    vorn_mdl_dataset* dataset = runtime.CreateDataset();
+    datasets.push_back(dataset);
+    for (const TensorDescription& tensor : tensors) {
+      const uint64_t bytes = batch * tensor.layout.ItemBytes();
+      blocks.push_back(runtime.Allocate(bytes));
+      buffers.push_back(runtime.CreateDataBuffer(blocks.back(), bytes, tensor.layout.stride));
+      runtime.AddBuffer(dataset, buffers.back());
+    }
+    return dataset;
+  }
+
+  uint64_t AllocationsOfRuntime(const std::string& image, uint64_t batch) {
+    const uint32_t id = runtime.Load(image.data(), image.size());
+    vorn_mdl_desc* desc = runtime.CreateDesc();
+    runtime.FillDesc(desc, id);
+    const auto description = runtime.Description(desc);
+    vorn_mdl_dataset* inputs = Dataset(description->inputs, batch);
+    vorn_mdl_dataset* outputs = Dataset(description->outputs, batch);
+    runtime.SetBatch(id, inputs, 0, batch);
+    const uint64_t count = AllocationsOf([&] { runtime.Execute(id, inputs, outputs); });
+    runtime.DestroyDesc(desc);
+    runtime.Unload(id);
+    return count;
+  }
+
+  Runtime& runtime = Runtime::OfProcess();
+  vorn_rt_context* context = nullptr;
+  std::vector<void*> blocks;
+  std::vector<vorn_data_buffer*> buffers;
+  std::vector<vorn_mdl_dataset*> datasets;
+};
+
+TEST_F(AllocationTest, ExecutingAgainAllocatesNothingOverDenseRows) {
+  const std::string image = Model(4).Image();
+  EXPECT_EQ(AllocationsOfRuntime(image, 1), AllocationsOfEngine(image, {1, 4, 4}));
+}
+
+TEST_F(AllocationTest, ExecutingAgainAllocatesNothingOverPaddedRows) {
+  const std::string image = Model(3).Image();
+  EXPECT_EQ(AllocationsOfRuntime(image, 1), AllocationsOfEngine(image, {1, 4, 3}));
+}
+
+TEST_F(AllocationTest, ExecutingAgainAllocatesNothingForABatch) {
+  const std::string image = Model(3).Image();
+  EXPECT_EQ(AllocationsOfRuntime(image, 5), AllocationsOfEngine(image, {5, 4, 3}));
+}
+
+TEST_F(AllocationTest, CountsWhatIsAllocated) {
+  EXPECT_EQ(AllocationsOf([] { ::operator delete(::operator new(1)); }), uint64_t{kRuns});
+}
+
+}  // namespace
+}  // namespace vorn::host
