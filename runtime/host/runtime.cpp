@@ -59,6 +59,7 @@ void Runtime::Stop() {
   models_.Clear();
   EndContexts();
   isDeviceSet_ = false;
+  blocks_.ReleaseKept();
   engine_.reset();
 }
 
@@ -138,6 +139,7 @@ void Runtime::Free(void* block) {
   if (block == nullptr) return;
   const Change change(*this);
   if (!blocks_.Free(block)) RefuseHandle("block", block);
+  if (engine_ == nullptr) blocks_.ReleaseKept();  // nobody will allocate again
 }
 
 // ---- Models -------------------------------------------------------------------------------------
@@ -156,6 +158,7 @@ uint32_t Runtime::Load(const void* image, uint64_t size) {
       throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the image has ", size,
                     " bytes; its block ends after ", *blocks_.BytesFrom(image));
     }
+    blocks_.DoNotKeep(image);
     engine = engine_;
     config = config_;
   }
@@ -175,6 +178,7 @@ void Runtime::Unload(uint32_t modelId) {
   const Change change(*this);
   static_cast<void>(LiveModel(modelId));
   models_.Remove(modelId);
+  blocks_.ReleaseKept();  // of the sizes of this model's inputs and outputs, for the most part
 }
 
 vorn_net_type Runtime::NetType(uint32_t modelId) {
