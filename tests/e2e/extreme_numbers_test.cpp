@@ -87,7 +87,7 @@ TEST(ExtremeNumbers, WrapToABlockWithoutRows) {
 
 TEST(ExtremeNumbers, OfARowAreNotCutToThirtyTwoBits) {
   Stage stage;
-  stage.script.Input({"in0", {1, (int64_t{1} << 30) + 4}, 0, 32, 64, 0})
+  stage.script.Input({"in0", {1, (int64_t{1} << 32) + 4}, 0, 32, 64, 0})
       .Scratch()
       .Line("see inputs hex");
   stage.File("a.bin", support::CountingBytes(64)).List({"a.bin"});
