@@ -3,21 +3,17 @@
 
 #include <sys/stat.h>
 
-#include <memory>
 #include <vector>
 
 #include "common/file.h"
 #include "common/log.h"
 #include "common/wall_clock.h"
 #include "output/dump_names.h"
-#include "output/float_text.h"
+#include "output/text_lines.h"
 
 namespace {
 
 constexpr mode_t kFolderMode = 0775;
-// Lines leave in pieces of this size: large enough to make the calls cheap, small enough for the
-// processor's cache.
-constexpr size_t kTextPiece = 64 * 1024;
 
 using ValueReader = int (*)(const OutputSource&, uint64_t, std::vector<float>&);
 
@@ -59,26 +55,11 @@ FileDescriptor CreateOutputFile(const std::string& fileName) {
   return file;
 }
 
-void WriteTextLines(const FileDescriptor& file, const std::vector<float>& values) {
-  const auto piece = std::make_unique<char[]>(kTextPiece);
-  char* const lastLine = piece.get() + kTextPiece - (kMaxFloatText + 1);
-  char* end = piece.get();
-  for (const float value : values) {
-    if (end > lastLine) {
-      WriteFully(file.Get(), piece.get(), static_cast<size_t>(end - piece.get()));
-      end = piece.get();
-    }
-    end = WriteFloatText(value, end);
-    *end++ = '\n';
-  }
-  WriteFully(file.Get(), piece.get(), static_cast<size_t>(end - piece.get()));
-}
-
 void WriteOutputText(const std::string& fileName, const Output& output) {
   std::vector<float> values;
   if (ReadValues(output, values) != 0) return;
   const FileDescriptor file = CreateOutputFile(fileName);
-  if (file.IsOpen()) WriteTextLines(file, values);
+  if (file.IsOpen()) WriteTextLines(file.Get(), values);
 }
 
 void WriteOutputBinary(const std::string& fileName, const Output& output) {
