@@ -1,0 +1,276 @@
+// A libvorn.so whose executions do nothing. Its model image is a text:
+//
+//     input  NAME TYPE STRIDE SIZE DIM...
+//     output NAME TYPE STRIDE SIZE DIM...
+//
+// The task buffer and the work buffer, 64 bytes each, come by themselves. Memory is malloc's. Handles
+// are not checked: every caller here is known.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "vorn/vorn.h"
+
+enum { kMostTensors = 16, kScratchBytes = 64 };
+
+struct Tensor {
+  vorn_mdl_io_dims dims;
+  vorn_data_type type;
+  uint64_t stride;
+  uint64_t size;
+};
+
+static struct Tensor inputs[kMostTensors];
+static struct Tensor outputs[kMostTensors];
+static uint64_t inputCount;
+static uint64_t outputCount;
+
+struct vorn_data_buffer {
+  void* block;
+  uint64_t size;
+};
+
+struct vorn_mdl_dataset {
+  vorn_data_buffer* buffers[kMostTensors];
+  uint64_t count;
+};
+
+static char handle;  // for whatever only has to be there
+
+VORN_API vorn_status vorn_init(const char* configPath) {
+  (void)configPath;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_finalize(void) { return VORN_SUCCESS; }
+VORN_API vorn_status vorn_rt_set_device(int32_t deviceId) {
+  (void)deviceId;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_reset_device(int32_t deviceId) {
+  (void)deviceId;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_set_op_wait_timeout(uint32_t timeoutSeconds) {
+  (void)timeoutSeconds;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_create_context(vorn_rt_context** context, int32_t deviceId) {
+  (void)deviceId;
+  *context = (vorn_rt_context*)&handle;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_destroy_context(vorn_rt_context* context) {
+  (void)context;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_create_stream(vorn_rt_stream** stream) {
+  *stream = (vorn_rt_stream*)&handle;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_destroy_stream(vorn_rt_stream* stream) {
+  (void)stream;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_get_run_mode(vorn_rt_run_mode* runMode) {
+  *runMode = 0;
+  return VORN_SUCCESS;
+}
+
+VORN_API vorn_status vorn_rt_malloc(void** block, uint64_t size, vorn_rt_mem_policy policy) {
+  (void)policy;
+  *block = malloc(size);
+  return *block == NULL ? VORN_ERROR_OUT_OF_MEMORY : VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_rt_free(void* block) {
+  free(block);
+  return VORN_SUCCESS;
+}
+
+static void ReadTensor(struct Tensor* tensor, char* line) {
+  const char* name = strtok(line, " ");
+  snprintf(tensor->dims.name, sizeof tensor->dims.name, "%s", name == NULL ? "" : name);
+  uint64_t numbers[3] = {0, 0, 0};
+  for (int i = 0; i < 3; ++i) {
+    const char* word = strtok(NULL, " ");
+    numbers[i] = word == NULL ? 0 : strtoull(word, NULL, 10);
+  }
+  tensor->type = (vorn_data_type)numbers[0];
+  tensor->stride = numbers[1];
+  tensor->size = numbers[2];
+  tensor->dims.dimCount = 0;
+  for (const char* word = strtok(NULL, " "); word != NULL; word = strtok(NULL, " ")) {
+    tensor->dims.dims[tensor->dims.dimCount++] = strtoll(word, NULL, 10);
+  }
+}
+
+static void AddScratch(void) {
+  struct Tensor* tensor = &inputs[inputCount++];
+  tensor->type = VORN_UINT8;
+  tensor->stride = kScratchBytes;
+  tensor->size = kScratchBytes;
+  tensor->dims.dimCount = 1;
+  tensor->dims.dims[0] = kScratchBytes;
+}
+
+VORN_API vorn_status vorn_mdl_load_from_mem(const void* image, uint64_t size, uint32_t* modelId) {
+  // Only the head of a large image is the text.
+  char text[4096];
+  const uint64_t length = size < sizeof text ? size : sizeof text - 1;
+  memcpy(text, image, length);
+  text[length] = '\0';
+  inputCount = outputCount = 0;
+  char* rest = text;
+  for (char* line = strsep(&rest, "\n"); line != NULL; line = strsep(&rest, "\n")) {
+    if (strncmp(line, "input ", 6) == 0 && inputCount < kMostTensors - 2) {
+      ReadTensor(&inputs[inputCount++], line + 6);
+    } else if (strncmp(line, "output ", 7) == 0 && outputCount < kMostTensors) {
+      ReadTensor(&outputs[outputCount++], line + 7);
+    }
+  }
+  AddScratch();
+  AddScratch();
+  *modelId = 1;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_mdl_unload(uint32_t modelId) {
+  (void)modelId;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_ext_get_mdl_net_type(uint32_t modelId, vorn_net_type* netType) {
+  (void)modelId;
+  *netType = VORN_NET_FEED_FORWARD;
+  return VORN_SUCCESS;
+}
+
+VORN_API vorn_mdl_desc* vorn_mdl_create_desc(void) { return (vorn_mdl_desc*)&handle; }
+VORN_API vorn_status vorn_mdl_destroy_desc(vorn_mdl_desc* desc) {
+  (void)desc;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_mdl_get_desc(vorn_mdl_desc* desc, uint32_t modelId) {
+  (void)desc;
+  (void)modelId;
+  return VORN_SUCCESS;
+}
+VORN_API uint64_t vorn_mdl_get_num_inputs(const vorn_mdl_desc* desc) {
+  (void)desc;
+  return inputCount;
+}
+VORN_API uint64_t vorn_mdl_get_num_outputs(const vorn_mdl_desc* desc) {
+  (void)desc;
+  return outputCount;
+}
+VORN_API vorn_status vorn_mdl_get_input_dims(const vorn_mdl_desc* desc, uint64_t index,
+                                             vorn_mdl_io_dims* dims) {
+  (void)desc;
+  if (index >= inputCount) return VORN_ERROR_INVALID_ARGUMENT;
+  *dims = inputs[index].dims;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_mdl_get_output_dims(const vorn_mdl_desc* desc, uint64_t index,
+                                              vorn_mdl_io_dims* dims) {
+  (void)desc;
+  if (index >= outputCount) return VORN_ERROR_INVALID_ARGUMENT;
+  *dims = outputs[index].dims;
+  return VORN_SUCCESS;
+}
+VORN_API const char* vorn_mdl_get_output_name_by_index(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  return index < outputCount ? outputs[index].dims.name : NULL;
+}
+VORN_API vorn_data_type vorn_mdl_get_input_data_type(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  return index < inputCount ? inputs[index].type : VORN_FLOAT32;
+}
+VORN_API vorn_data_type vorn_mdl_get_output_data_type(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  return index < outputCount ? outputs[index].type : VORN_FLOAT32;
+}
+VORN_API uint64_t vorn_mdl_get_input_size_by_index(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  return index < inputCount ? inputs[index].size : 0;
+}
+VORN_API uint64_t vorn_mdl_get_output_size_by_index(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  return index < outputCount ? outputs[index].size : 0;
+}
+VORN_API uint64_t vorn_mdl_get_input_default_stride(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  return index < inputCount ? inputs[index].stride : 0;
+}
+VORN_API uint64_t vorn_mdl_get_output_default_stride(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  return index < outputCount ? outputs[index].stride : 0;
+}
+VORN_API vorn_format vorn_mdl_get_input_format(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  (void)index;
+  return 0;
+}
+VORN_API vorn_format vorn_mdl_get_output_format(const vorn_mdl_desc* desc, uint64_t index) {
+  (void)desc;
+  (void)index;
+  return 0;
+}
+VORN_API uint64_t vorn_data_type_size(vorn_data_type type) {
+  static const uint64_t kBits[] = {32, 16, 8, 32, 8, 32, 16, 16, 64, 64, 64, 8};
+  return type < sizeof kBits / sizeof kBits[0] ? kBits[type] : 0;
+}
+
+VORN_API vorn_data_buffer* vorn_create_data_buffer(void* block, uint64_t size, uint64_t stride) {
+  (void)stride;
+  vorn_data_buffer* buffer = malloc(sizeof *buffer);
+  if (buffer == NULL) return NULL;
+  buffer->block = block;
+  buffer->size = size;
+  return buffer;
+}
+VORN_API vorn_status vorn_destroy_data_buffer(vorn_data_buffer* buffer) {
+  free(buffer);
+  return VORN_SUCCESS;
+}
+VORN_API void* vorn_get_data_buffer_addr(const vorn_data_buffer* buffer) { return buffer->block; }
+VORN_API uint64_t vorn_get_data_buffer_size(const vorn_data_buffer* buffer) { return buffer->size; }
+
+VORN_API vorn_mdl_dataset* vorn_mdl_create_dataset(void) {
+  return calloc(1, sizeof(vorn_mdl_dataset));
+}
+VORN_API vorn_status vorn_mdl_destroy_dataset(vorn_mdl_dataset* dataset) {
+  free(dataset);
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_mdl_add_dataset_buffer(vorn_mdl_dataset* dataset,
+                                                 vorn_data_buffer* buffer) {
+  if (dataset->count == kMostTensors) return VORN_ERROR_INVALID_ARGUMENT;
+  dataset->buffers[dataset->count++] = buffer;
+  return VORN_SUCCESS;
+}
+VORN_API uint64_t vorn_mdl_get_dataset_num_buffers(const vorn_mdl_dataset* dataset) {
+  return dataset->count;
+}
+VORN_API vorn_data_buffer* vorn_mdl_get_dataset_buffer(const vorn_mdl_dataset* dataset,
+                                                       uint64_t index) {
+  return index < dataset->count ? dataset->buffers[index] : NULL;
+}
+VORN_API vorn_status vorn_mdl_set_dynamic_batch_size(uint32_t modelId, vorn_mdl_dataset* dataset,
+                                                     uint64_t index, uint64_t batchSize) {
+  (void)modelId;
+  (void)dataset;
+  (void)index;
+  (void)batchSize;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_mdl_set_total_t(uint32_t modelId, vorn_mdl_dataset* dataset,
+                                          uint64_t totalT) {
+  (void)modelId;
+  (void)dataset;
+  (void)totalT;
+  return VORN_SUCCESS;
+}
+VORN_API vorn_status vorn_mdl_execute(uint32_t modelId, const vorn_mdl_dataset* input,
+                                      vorn_mdl_dataset* output) {
+  (void)modelId;
+  (void)input;
+  (void)output;
+  return VORN_SUCCESS;
+}
