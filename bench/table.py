@@ -5,10 +5,9 @@
 
 Each part is a list of objects:
 
-
     row    key of rows.json
     case   what was measured, where a row has several
-    ratio  ours / floor
+    ratio  ours / floor; ours itself for a row without a floor, whose goal has the unit then
     floor, ours, unit       the figures themselves, medians
     runs   how many there were of each
 """
@@ -24,8 +23,9 @@ def read_rows():
 
 
 def goal_of(row, case):
+    """A goal for "float32" is one for "float32, small" too."""
     goal = row["goal"]
-    return goal.get(case) if isinstance(goal, dict) else goal
+    return goal.get(case, goal.get(case.split(",")[0])) if isinstance(goal, dict) else goal
 
 
 def collect(paths):
@@ -49,6 +49,10 @@ def number(value):
     return f"{value:.3g}" if abs(value) < 1000 else f"{value:.0f}"
 
 
+def figure(value, unit):
+    return "" if value is None else f"{number(value)} {unit}"
+
+
 def verdict(result):
     if result["goal"] is None:
         return "-"
@@ -63,11 +67,14 @@ def table(results):
     lines = [line(["row", "case", "floor", "floor's figure", "ours", "ratio", "goal", ""]),
              "|" + "---|" * 8]
     for result in results:
+        unit, floor = result.get("unit", ""), result.get("floor")
         goal = "" if result["goal"] is None else f"≤ {result['goal']:g}"
-        unit = result.get("unit", "")
-        lines.append(line([result["what"], result["case"], result["against"],
-                           f"{number(result['floor'])} {unit}", f"{number(result['ours'])} {unit}",
-                           f"{result['ratio']:.3g}", goal, verdict(result)]))
+        if floor is None:
+            goal, ratio = f"{goal} {unit}", ""
+        else:
+            ratio = f"{result['ratio']:.3g}"
+        lines.append(line([result["what"], result["case"], result["against"], figure(floor, unit),
+                           figure(result["ours"], unit), ratio, goal, verdict(result)]))
     return "\n".join(lines)
 
 

@@ -1,0 +1,81 @@
+"""The rows "run-inputs" and "run-outputs": a whole run against a C program that reads and writes the
+same files."""
+import filecmp
+import sys
+
+from measure import contest, process
+from measure.scratch import empty, has_room
+from measure.vorn_run import Run, Shapes, write_inputs
+
+PICTURES = Shapes(input=(1, 3, 224, 224), output=(1, 1000))
+SEGMENTS = Shapes(input=(1, 3, 512, 512), output=(1, 21, 512, 512))
+
+
+class Floor:
+    """The C program, given the bytes that a run has dumped."""
+
+    def __init__(self, build, folder, inputs, dumped):
+        folder.mkdir()
+        self.out = folder / "out"
+        self.text, self.binary = folder / "text", folder / "binary"
+        paths = folder / "list.txt"
+        paths.write_text("".join(f"{path}\n" for path in inputs))
+        next(dumped.glob("*.float")).rename(self.text)
+        next(dumped.glob("*.bin")).rename(self.binary)
+        self.command = [build.floor("floor_run"), paths, self.out, self.text, self.binary]
+        self.out.mkdir()
+
+    def keep(self):
+        return process.run(self.command, {})
+
+    def __call__(self):
+        sample = self.keep()
+        empty(self.out)
+        return sample
+
+
+def contents(out):
+    """The dumps of all inferences, their names without the time stamp, and their sizes."""
+    return sorted((path.parent.name, path.suffix, path.stat().st_size)
+                  for path in out.glob("*/*") if path.is_file())
+
+
+def check_alike(ours, floor):
+    """Ends the benchmark unless both leave the same files."""
+    ours.keep()
+    floor.keep()
+    last = max(path.name for path in floor.out.iterdir())
+    alike = contents(ours.out) == contents(floor.out) and all(
+        filecmp.cmp(next((ours.out / last).glob(f"*{suffix}")),
+                    next((floor.out / last).glob(f"*{suffix}")), shallow=False)
+        for suffix in (".float", ".bin"))
+    if not alike:
+        sys.exit("bench: vorn-run and the floor do not leave the same files.")
+    empty(ours.out)
+    empty(floor.out)
+
+
+def make_floor(build, scratch, shapes, inputs):
+    """The floor for a list of inputs; one of them is run for the bytes."""
+    sample = Run(build, scratch / "sample", shapes, inputs[:1])
+    sample.keep()
+    return Floor(build, scratch / "floor", inputs, sample.out / "0")
+
+
+def measure(row, shapes, count, build, scratch, rounds):
+    if not has_room(scratch, count * (shapes.input_bytes + shapes.dump_bytes), row):
+        return []
+    inputs = write_inputs(scratch / "inputs", count, shapes.input_bytes)
+    floor = make_floor(build, scratch, shapes, inputs)
+    ours = Run(build, scratch / "ours", shapes, inputs)
+    check_alike(ours, floor)
+    of_ours, of_floor = contest.take_turns([ours, floor], rounds)
+    return [contest.result(row, "", of_ours, of_floor, "ms", 1e3)]
+
+
+def run_inputs(build, scratch, quick):
+    return measure("run-inputs", PICTURES, 1000, build, scratch, 3 if quick else 41)
+
+
+def run_outputs(build, scratch, quick):
+    return measure("run-outputs", SEGMENTS, 20, build, scratch, 2 if quick else 11)
