@@ -8,6 +8,7 @@ from pathlib import Path
 
 from measure.scratch import scratch_folder
 from measure.vorn_run import Build
+from runs.iteration import iteration
 from runs.memory import memory
 from runs.start import start
 from runs.whole import run_inputs, run_outputs
@@ -16,6 +17,7 @@ ROWS = {
     "start": start,
     "run-inputs": run_inputs,
     "run-outputs": run_outputs,
+    "iteration": iteration,
     "memory": memory,
 }
 

@@ -17,12 +17,10 @@ class Floor:
     def __init__(self, build, folder, inputs, dumped):
         folder.mkdir()
         self.out = folder / "out"
-        self.text, self.binary = folder / "text", folder / "binary"
         paths = folder / "list.txt"
         paths.write_text("".join(f"{path}\n" for path in inputs))
-        next(dumped.glob("*.float")).rename(self.text)
-        next(dumped.glob("*.bin")).rename(self.binary)
-        self.command = [build.floor("floor_run"), paths, self.out, self.text, self.binary]
+        self.command = [build.floor("floor_run"), paths, self.out, next(dumped.glob("*.float")),
+                        next(dumped.glob("*.bin"))]
         self.out.mkdir()
 
     def keep(self):
@@ -32,6 +30,13 @@ class Floor:
         sample = self.keep()
         empty(self.out)
         return sample
+
+
+def dump_sample(build, folder, shapes, inputs):
+    """The folder with the dumps of one inference, which are those of all."""
+    sample = Run(build, folder, shapes, inputs[:1])
+    sample.keep()
+    return sample.out / "0"
 
 
 def contents(out):
@@ -55,18 +60,12 @@ def check_alike(ours, floor):
     empty(floor.out)
 
 
-def make_floor(build, scratch, shapes, inputs):
-    """The floor for a list of inputs; one of them is run for the bytes."""
-    sample = Run(build, scratch / "sample", shapes, inputs[:1])
-    sample.keep()
-    return Floor(build, scratch / "floor", inputs, sample.out / "0")
-
-
 def measure(row, shapes, count, build, scratch, rounds):
     if not has_room(scratch, count * (shapes.input_bytes + shapes.dump_bytes), row):
         return []
     inputs = write_inputs(scratch / "inputs", count, shapes.input_bytes)
-    floor = make_floor(build, scratch, shapes, inputs)
+    dumped = dump_sample(build, scratch / "sample", shapes, inputs)
+    floor = Floor(build, scratch / "floor", inputs, dumped)
     ours = Run(build, scratch / "ours", shapes, inputs)
     check_alike(ours, floor)
     of_ours, of_floor = contest.take_turns([ours, floor], rounds)
