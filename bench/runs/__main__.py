@@ -6,7 +6,6 @@ import argparse
 import json
 from pathlib import Path
 
-from measure.scratch import scratch_folder
 from measure.vorn_run import Build
 from runs.iteration import iteration
 from runs.memory import memory
@@ -40,9 +39,8 @@ def main():
     options.build.check()
     results = []
     for row in options.rows or ROWS:
-        with scratch_folder() as scratch:
-            print(f"bench: {row}", flush=True)
-            results += ROWS[row](options.build, scratch, options.quick)
+        print(f"bench: {row}", flush=True)
+        results += ROWS[row](options.build, options.quick)
     options.out.write_text(json.dumps(results, indent=1) + "\n")
 
 

@@ -4,7 +4,7 @@ import filecmp
 import sys
 
 from measure import contest, process
-from measure.scratch import empty, has_room
+from measure.scratch import empty, has_room, in_memory, on_disk, scratch_folder
 from measure.vorn_run import Run, Shapes, write_inputs
 
 PICTURES = Shapes(input=(1, 3, 224, 224), output=(1, 1000))
@@ -60,8 +60,8 @@ def check_alike(ours, floor):
     empty(floor.out)
 
 
-def measure(row, shapes, count, build, scratch, rounds):
-    if not has_room(scratch, count * (shapes.input_bytes + shapes.dump_bytes), row):
+def measure(row, case, shapes, count, build, scratch, rounds):
+    if not has_room(scratch, count * (shapes.input_bytes + 2 * shapes.dump_bytes), row):
         return []
     inputs = write_inputs(scratch / "inputs", count, shapes.input_bytes)
     dumped = dump_sample(build, scratch / "sample", shapes, inputs)
@@ -69,12 +69,21 @@ def measure(row, shapes, count, build, scratch, rounds):
     ours = Run(build, scratch / "ours", shapes, inputs)
     check_alike(ours, floor)
     of_ours, of_floor = contest.take_turns([ours, floor], rounds)
-    return [contest.result(row, "", of_ours, of_floor, "ms", 1e3)]
+    return [contest.result(row, case, of_ours, of_floor, "ms", 1e3)]
 
 
-def run_inputs(build, scratch, quick):
-    return measure("run-inputs", PICTURES, 1000, build, scratch, 3 if quick else 41)
+def everywhere(row, shapes, count, build, rounds):
+    """On a disk, as runs are, and in memory, where the files take the least of the time."""
+    results = []
+    for case, place in ("on disk", on_disk()), ("in memory", in_memory()):
+        with scratch_folder(place) as scratch:
+            results += measure(row, case, shapes, count, build, scratch, rounds)
+    return results
 
 
-def run_outputs(build, scratch, quick):
-    return measure("run-outputs", SEGMENTS, 20, build, scratch, 2 if quick else 11)
+def run_inputs(build, quick):
+    return everywhere("run-inputs", PICTURES, 1000, build, 3 if quick else 21)
+
+
+def run_outputs(build, quick):
+    return everywhere("run-outputs", SEGMENTS, 20, build, 1 if quick else 7)
