@@ -54,9 +54,10 @@ def figure(value, unit):
 
 
 def verdict(result):
+    """By the ratio as it is printed."""
     if result["goal"] is None:
         return "-"
-    return "met" if round(result["ratio"], 2) <= result["goal"] else "missed"
+    return "met" if float(number(result["ratio"])) <= result["goal"] else "missed"
 
 
 def line(cells):
@@ -72,7 +73,7 @@ def table(results):
         if floor is None:
             goal, ratio = f"{goal} {unit}", ""
         else:
-            ratio = f"{result['ratio']:.3g}"
+            ratio = number(result["ratio"])
         lines.append(line([result["what"], result["case"], result["against"], figure(floor, unit),
                            figure(result["ours"], unit), ratio, goal, verdict(result)]))
     return "\n".join(lines)
