@@ -1,0 +1,68 @@
+#!/usr/bin/env bash
+# bench.sh [--quick] [PART...]: builds with the preset "bench", measures, prints one table, and leaves
+# results.json and pictures in build/bench/report. The parts are kernels, runs and execute, all three
+# unless some are named, and scale. --quick measures too little to be believed. See bench/README.md.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+readonly kBuild=build/bench kReport=build/bench/report
+export PYTHONDONTWRITEBYTECODE=1
+
+say() { printf 'bench: %s\n' "$*"; }
+die() {
+  printf 'bench: %s\n' "$*" >&2
+  exit 1
+}
+
+install_packages() {
+  local sudo=()
+  command -v apt-get >/dev/null || die "needs $*; there is no apt-get here."
+  [ "$(id -u)" = 0 ] || sudo=(sudo)
+  say "installing $*"
+  "${sudo[@]}" apt-get update -qq
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+    --no-install-recommends "$@" >/dev/null || die "could not install $*."
+}
+
+provide_tools() {
+  local missing=()
+  [ -e /usr/include/benchmark/benchmark.h ] || missing+=(libbenchmark-dev)
+  [ -x /usr/bin/python3 ] || missing+=(python3)
+  /usr/bin/python3 -c 'import matplotlib' 2>/dev/null || missing+=(python3-matplotlib)
+  [ "${#missing[@]}" = 0 ] || install_packages "${missing[@]}"
+}
+
+measure() {
+  local part=$1 out=$2
+  case "$part" in
+    kernels) /usr/bin/python3 bench/kernels/run.py "$kBuild" "$out" "${quick[@]}" ;;
+    runs) PYTHONPATH=bench /usr/bin/python3 -m runs "$kBuild" "$out" "${quick[@]}" ;;
+    execute) bench/execute/run.sh "$kBuild" "$out" "$seconds" ;;
+    scale) PYTHONPATH=bench /usr/bin/python3 -m scale "$kBuild" "$out" "${quick[@]}" ;;
+  esac || die "the part $part failed."
+}
+
+quick=() seconds=20 parts=()
+for word in "$@"; do
+  case "$word" in
+    --quick) quick=(--quick) seconds=2 ;;
+    kernels | runs | execute | scale) parts+=("$word") ;;
+    *) die "there is no '$word'; bench.sh [--quick] [kernels] [runs] [execute] [scale]" ;;
+  esac
+done
+[ "${#parts[@]}" -gt 0 ] || parts=(kernels runs execute)
+
+provide_tools
+./scripts/build.sh bench
+rm -rf "$kReport"
+mkdir -p "$kReport"
+tables=()
+for part in "${parts[@]}"; do
+  measure "$part" "$kReport/$part.json"
+  [ "$part" = scale ] || tables+=("$kReport/$part.json")
+done
+if [ "${#tables[@]}" -gt 0 ]; then
+  printf '\n'
+  /usr/bin/python3 bench/table.py "$kReport/results.json" "${tables[@]}"
+  printf '\n'
+fi
+/usr/bin/python3 bench/draw.py "$kReport"
