@@ -8,6 +8,7 @@ scale.png beside them. Needs python3-matplotlib as Debian has it.
 """
 import json
 import sys
+from math import log10
 from pathlib import Path
 
 import matplotlib
@@ -89,10 +90,15 @@ def draw_series(axes, series):
     right.set_ylabel("MiB at the peak", color=MEMORY)
     axes.grid(color="#dddddd", linewidth=0.6)
     axes.legend(handles=[times, memory], loc="upper left", fontsize=8, framealpha=0.9)
-    # As many decades on both axes, so that the slopes look what they are.
-    for one in axes, right:
-        low, high = one.get_ylim()
-        one.set_ylim(low, high * 4)
+    share_decades(axes, right)
+
+
+def share_decades(*axes):
+    """As many decades on both axes, so that equal slopes look equal, and room for the legend."""
+    most = max(log10(one.get_ylim()[1] / one.get_ylim()[0]) for one in axes) + 0.6
+    for one in axes:
+        low = one.get_ylim()[0]
+        one.set_ylim(low, low * 10**most)
 
 
 def draw_scale(scale, path):

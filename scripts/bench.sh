@@ -53,10 +53,10 @@ done
 
 provide_tools
 ./scripts/build.sh bench
-rm -rf "$kReport"
 mkdir -p "$kReport"
 tables=()
 for part in "${parts[@]}"; do
+  rm -f "$kReport/$part.json"
   measure "$part" "$kReport/$part.json"
   [ "$part" = scale ] || tables+=("$kReport/$part.json")
 done

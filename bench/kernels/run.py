@@ -61,9 +61,10 @@ def main():
     parser.add_argument("--quick", action="store_true", help="few repetitions, to try it")
     options = parser.parse_args()
     print("bench: kernels", flush=True)
-    benchmarks = measure(options.build, f"-{SLOW}", *((3, 0.02) if options.quick else (25, 0.1)))
+    benchmarks = measure(options.build, f"-{SLOW}", *((3, 0.02) if options.quick else (15, 0.05)))
     benchmarks += measure(options.build, SLOW, 1 if options.quick else 3, 0.01)
-    results = [result(row, case, sides) for (row, case), sides in sorted(collect(benchmarks).items())]
+    cases = sorted(collect(benchmarks).items())
+    results = [result(row, case, sides) for (row, case), sides in cases]
     options.out.write_text(json.dumps(results, indent=1) + "\n")
 
 

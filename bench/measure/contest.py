@@ -3,8 +3,8 @@ from statistics import median
 
 
 def take_turns(sides, rounds):
-    """Runs each side, a function that returns a Sample, once a round, in the other order every other
-    round, after a first round that does not count. Returns the samples side by side."""
+    """Runs each side, a function that returns a Sample, once a round, in the other order every
+    other round, after a first round that does not count. Returns the samples side by side."""
     for side in sides:
         side()
     samples = [[] for _ in sides]
@@ -24,8 +24,8 @@ def cpu(samples):
 
 
 def result(row, case, ours, floor, unit, scale):
-    """The result of a row: medians of the wall times, times `scale`, and for comparison the ratio of
-    the processor times, which other programs disturb less."""
+    """The result of a row: medians of the wall times, times `scale`, and for comparison the ratio
+    of the processor times, which other programs disturb less."""
     return {"row": row, "case": case, "ratio": wall(ours) / wall(floor),
             "floor": scale * wall(floor), "ours": scale * wall(ours), "unit": unit,
             "runs": len(ours), "cpuRatio": cpu(ours) / cpu(floor)}

@@ -1,10 +1,11 @@
-"""The row "iteration": what one iteration costs in a list of 100,000 entries, against one in a list of
-1,000. The time of an empty list is taken off both.
+"""The row "iteration": what one iteration costs in a list of 100,000 entries, against one in a list
+of 1,000. The time of an empty list is taken off both.
 
 The dumps go into memory: on a disk, making 100,000 folders has a price of its own, which changes
-several times over with what was made and removed before. For comparison the C program's figure stands
-beside that of vorn-run, without a goal, and that of runs whose output folder is missing, which make no
-files at all."""
+several times over with what was made and removed before. For comparison the C program's figure
+stands beside that of vorn-run, without a goal, and that of runs whose output folder is missing,
+which make no files at all.
+"""
 from measure import contest
 from measure.scratch import has_room, in_memory, scratch_folder
 from measure.vorn_run import Run, Shapes, write_inputs
@@ -66,5 +67,5 @@ def iteration(build, quick):
     with scratch_folder(in_memory()) as scratch:
         if not has_room(scratch, MANY * DUMP_BLOCKS, "iteration"):
             return []
-        return [measure(case, runs, 1 if quick else 7)
+        return [measure(case, runs, 1 if quick else 3)
                 for case, runs in build_cases(build, scratch).items()]

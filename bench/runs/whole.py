@@ -1,5 +1,5 @@
-"""The rows "run-inputs" and "run-outputs": a whole run against a C program that reads and writes the
-same files."""
+"""The rows "run-inputs" and "run-outputs": a whole run against a C program that reads and writes
+the same files."""
 import filecmp
 import sys
 
@@ -82,8 +82,8 @@ def everywhere(row, shapes, count, build, rounds):
 
 
 def run_inputs(build, quick):
-    return everywhere("run-inputs", PICTURES, 1000, build, 3 if quick else 21)
+    return everywhere("run-inputs", PICTURES, 1000, build, 3 if quick else 11)
 
 
 def run_outputs(build, quick):
-    return everywhere("run-outputs", SEGMENTS, 20, build, 1 if quick else 7)
+    return everywhere("run-outputs", SEGMENTS, 20, build, 1 if quick else 5)

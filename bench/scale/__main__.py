@@ -84,7 +84,7 @@ def parse():
     options = parser.parse_intermixed_args()
     unknown = set(options.series) - set(names)
     if unknown:
-        parser.error(f"there is no series {', '.join(sorted(unknown))}; {', '.join(names)} are there")
+        parser.error(f"there is no {', '.join(sorted(unknown))}; {', '.join(names)} are there")
     return options
 
 
