@@ -112,6 +112,8 @@ def draw_scale(scale, path):
 
 
 def main():
+    if len(sys.argv) != 2:
+        sys.exit("draw.py FOLDER")
     folder = Path(sys.argv[1])
     for name, draw, picture in (("results.json", draw_ratios, "ratios.png"),
                                 ("scale.json", draw_scale, "scale.png")):

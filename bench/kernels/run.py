@@ -8,6 +8,7 @@ shuffled among those of all others, and the medians of their processor times are
 """
 import argparse
 import json
+import os
 import subprocess
 import sys
 import tempfile
@@ -22,13 +23,17 @@ NANOSECONDS = {"ms": 1e6, "us": 1e3, "ns": 1}
 
 def measure(build, names, repetitions, seconds):
     """Google Benchmark's results of the benchmarks whose names fit (or, after a -, do not fit)."""
+    program = build / "bench/kernels/kernels_bench"
+    if not program.exists():
+        sys.exit(f"bench: {build} is not built; scripts/build.sh bench does it.")
+    environment = {**os.environ, "LD_LIBRARY_PATH": str(build / "bench/runs/idle")}
     with tempfile.NamedTemporaryFile(suffix=".json") as out:
-        command = [build / "bench/kernels/kernels_bench", f"--benchmark_filter={names}",
+        command = [program, f"--benchmark_filter={names}",
                    f"--benchmark_repetitions={repetitions}", f"--benchmark_min_time={seconds}",
                    "--benchmark_enable_random_interleaving=true",
                    f"--benchmark_out={out.name}", "--benchmark_out_format=json"]
-        done = subprocess.run(command, env={"LD_LIBRARY_PATH": build / "bench/runs/idle"},
-                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+        done = subprocess.run(command, env=environment, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.PIPE, text=True)
         if done.returncode != 0:
             sys.exit(f"bench: the kernels ended with status {done.returncode}. {done.stderr}")
         return json.loads(Path(out.name).read_text())["benchmarks"]
