@@ -73,4 +73,12 @@ TEST(WriteFloatText, AgreesWithPrintfForEveryHalfwayCase) {
   }
 }
 
+TEST(WriteFloatLines, EndsEachTextOnALineFeed) {
+  const float values[] = {0.5F, -1234.25F, 1e10F, -0.0F};
+  char text[std::size(values) * kMaxFloatLine];
+  EXPECT_EQ(std::string(text, WriteFloatLines(values, text)),
+            "0.5000000000000000\n-1234.2500000000000000\n10000000000.0000000000000000\n"
+            "-0.0000000000000000\n");
+}
+
 }  // namespace
