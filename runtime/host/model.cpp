@@ -7,7 +7,7 @@
 
 #include "host/failure.h"
 #include "host/log.h"
-#include "host/row_copy.h"
+#include "strided/row_copy.h"
 
 namespace vorn::host {
 namespace {

@@ -1,11 +1,11 @@
-// Copying rows between a strided and a dense place.
-#ifndef VORN_RUNTIME_HOST_ROW_COPY_H_
-#define VORN_RUNTIME_HOST_ROW_COPY_H_
+// Copying rows from one place to another whose rows lie further apart or closer together.
+#ifndef VORN_STRIDED_ROW_COPY_H_
+#define VORN_STRIDED_ROW_COPY_H_
 
 #include <cstddef>
 #include <cstdint>
 
-namespace vorn::host {
+namespace vorn {
 
 /// Copies `rows` rows of `rowBytes` bytes. Rows start `fromStride` and `toStride` bytes apart, both
 /// at least `rowBytes`. Neither the padding between rows nor that behind the last one is read or
@@ -13,6 +13,6 @@ namespace vorn::host {
 void CopyRows(const std::byte* from, uint64_t fromStride, std::byte* to, uint64_t toStride,
               uint64_t rowBytes, uint64_t rows);
 
-}  // namespace vorn::host
+}  // namespace vorn
 
-#endif  // VORN_RUNTIME_HOST_ROW_COPY_H_
+#endif  // VORN_STRIDED_ROW_COPY_H_

@@ -8,11 +8,11 @@
 //
 // Neither piece reaches out of the row, so no padding is touched. What lies behind a row is the
 // caller's, and moving 16 bytes for 12 would write to it.
-#include "host/row_copy.h"
+#include "strided/row_copy.h"
 
 #include <cstring>
 
-namespace vorn::host {
+namespace vorn {
 namespace {
 
 /// Where rows come from and go to; rows are `rowBytes` long on both sides.
@@ -91,4 +91,4 @@ void CopyRows(const std::byte* from, uint64_t fromStride, std::byte* to, uint64_
   CopyPadded({from, fromStride, to, toStride, rowBytes, rows});
 }
 
-}  // namespace vorn::host
+}  // namespace vorn

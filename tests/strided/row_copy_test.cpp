@@ -1,10 +1,10 @@
-#include "host/row_copy.h"
+#include "strided/row_copy.h"
 
 #include <gtest/gtest.h>
 
 #include <vector>
 
-namespace vorn::host {
+namespace vorn {
 namespace {
 
 constexpr auto kUntouched = std::byte{0xee};
@@ -59,4 +59,4 @@ TEST(CopyRows, DoesNothingForNoRows) {
 }
 
 }  // namespace
-}  // namespace vorn::host
+}  // namespace vorn
