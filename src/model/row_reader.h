@@ -15,10 +15,10 @@
 
 struct RowLayout {
   uint64_t batches = 0;
-  uint64_t batchBytes = 0;  ///< from one batch item's start to the next
+  uint64_t batchBytes = 0;  ///< from one batch item's start to the next; at least rows * stride
   uint64_t rows = 0;        ///< of one batch item
-  uint64_t stride = 0;
-  uint64_t rowBytes = 0;  ///< may exceed `stride`: a row then overlaps the start of the next
+  uint64_t stride = 0;      ///< above 0
+  uint64_t rowBytes = 0;    ///< may exceed `stride`: a row then overlaps the start of the next
 };
 
 /// Reads the file from its start, row after row, into `block`. The part of a row that would lie

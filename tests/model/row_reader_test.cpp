@@ -99,10 +99,28 @@ TEST(ReadRows, ReadsNothingWithoutRowsOrBytes) {
   EXPECT_EQ(Read(Counting(16), 16, {1, 16, 4, 4, ~uint64_t{0} - 3}), untouched);
 }
 
-TEST(ReadRows, ReadsRowsAcrossTheEndsOfItsPieces) {
+TEST(ReadRows, ReadsShortRowsAcrossTheEndsOfItsPieces) {
   ExpectAsReference(700000, 1000000, {1, 1000000, 1000, 1000, 700});
-  ExpectAsReference(800000, 1000000, {2, 500000, 2, 250000, 200000});  // rows read in place
+  ExpectAsReference(699300, 1000000, {1, 1000000, 1000, 1000, 700});  // a row less
+  ExpectAsReference(699301, 1000000, {1, 1000000, 1000, 1000, 700});
+  ExpectAsReference(262144, 300000, {1, 300000, 256, 1025, 1023});  // the longest short row
+}
+
+TEST(ReadRows, ReadsLongRowsInPlace) {
+  ExpectAsReference(800000, 1000000, {2, 500000, 2, 250000, 200000});
   ExpectAsReference(1, 1000000, {2, 500000, 2, 250000, 200000});
+  ExpectAsReference(262144, 300000, {1, 300000, 256, 1025, 1024});
+  // More rows than one call takes, the file ending behind, within and before the last ones.
+  for (const size_t missing : {0, 1, 1029, 1030, 1031, 2060, 500000}) {
+    ExpectAsReference(2500 * 1030 - missing, 2500 * 1040, {5, 500 * 1040, 500, 1040, 1030});
+  }
+}
+
+TEST(ReadRows, CutsLongRowsAtTheEndOfTheBlock) {
+  for (const size_t blockSize : {1, 1199, 1200, 1201, 1299, 1300, 1301, 3899, 3900}) {
+    ExpectAsReference(3600, blockSize, {1, 3900, 3, 1300, 1200});
+    ExpectAsReference(3600, blockSize, {1, 3900, 3, 1100, 1200});
+  }
 }
 
 TEST(ReadRows, AgreesWithTheSlowWayForRandomLayouts) {
@@ -113,7 +131,7 @@ TEST(ReadRows, AgreesWithTheSlowWayForRandomLayouts) {
     const uint64_t stride = 1 + random() % 40;
     const uint64_t rows = random() % 12;
     ExpectAsReference(random() % 900, 1 + random() % 900,
-                      {random() % 4, rows * stride + random() % 10, rows, stride, random() % 60});
+                      {random() % 4, rows * stride + random() % 3, rows, stride, random() % 60});
   }
 }
 
