@@ -16,9 +16,9 @@ constexpr RowShape kLarge{.rows = 8192, .rowElements = 512, .lastDim = 500};
 template <typename Element>
 void Ours(benchmark::State& state, const RowShape& shape) {
   const std::vector<Element> block(shape.rows * shape.rowElements, Element{3});
-  std::vector<float> values;
+  ValueBuffer buffer;
   for (auto _ : state) {
-    RemoveStride<Element>(std::as_bytes(std::span(block)), shape, values);
+    const auto values = RemoveStride<Element>(std::as_bytes(std::span(block)), shape, buffer);
     benchmark::DoNotOptimize(values.data());
     benchmark::ClobberMemory();
   }

@@ -48,6 +48,6 @@ void ModelProcess::DestroyOutput() { DestroyDataset(outputDataset); }
 
 void ModelProcess::DestroyInput() { DestroyDataset(inputDataset); }
 
-void ModelProcess::DumpOutputData(const std::string& outputPath) const {
-  DumpOutputs({modelDesc, outputDataset, batchSize}, outputPath, execCounter - 1);
+void ModelProcess::DumpOutputData(const std::string& outputPath) {
+  DumpOutputs({modelDesc, outputDataset, batchSize}, outputPath, execCounter - 1, outputValues);
 }

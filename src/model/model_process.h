@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/stride_param.h"
+#include "output/value_buffer.h"
 #include "vorn/vorn.h"
 
 /// Operations come in this order: load, `CreateDesc`, `CreateOutput`; then for each inference
@@ -68,7 +69,7 @@ class ModelProcess {
   [[nodiscard]] int Execute();
 
   /// Writes all outputs of the latest inference below `outputPath`.
-  void DumpOutputData(const std::string& outputPath) const;
+  void DumpOutputData(const std::string& outputPath);
 
  private:
   /// Unloads a loaded model, destroys its description and frees its image; warns when there is
@@ -100,7 +101,8 @@ class ModelProcess {
   vorn_mdl_desc* modelDesc = nullptr;
   vorn_mdl_dataset* inputDataset = nullptr;
   vorn_mdl_dataset* outputDataset = nullptr;
-  uint8_t classMode = 0;  ///< recorded only: 0 single class, 1 multi class
+  ValueBuffer outputValues;  ///< of the output that is being written
+  uint8_t classMode = 0;     ///< recorded only: 0 single class, 1 multi class
   uint32_t rpnHeight = 0;
   uint32_t rpnWidth = 0;
 };

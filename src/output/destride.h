@@ -10,7 +10,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <vector>
+
+#include "output/value_buffer.h"
 
 struct RowShape {
   uint64_t rows = 0;
@@ -18,12 +19,13 @@ struct RowShape {
   uint64_t lastDim = 0;      ///< elements of a row that are data
 };
 
-/// Appends `lastDim` elements of each row, converted to float, to `values`. Positions count in
-/// elements of `Element`, which is float, int8_t, uint8_t, int16_t or uint16_t; a float keeps its
-/// bit pattern. Reading ends for good at the first element that is not wholly inside `block`: the
-/// rows may ask for more than was allocated, since a batch can grow after its blocks were sized.
+/// Returns `lastDim` elements of each row, converted to float, in the memory of `buffer`. Positions
+/// count in elements of `Element`, which is float, int8_t, uint8_t, int16_t or uint16_t; a float
+/// keeps its bit pattern. Reading ends for good at the first element that is not wholly inside
+/// `block`: the rows may ask for more than was allocated, since a batch can grow after its blocks
+/// were sized.
 template <typename Element>
-void RemoveStride(std::span<const std::byte> block, const RowShape& shape,
-                  std::vector<float>& values);
+[[nodiscard]] std::span<const float> RemoveStride(std::span<const std::byte> block,
+                                                  const RowShape& shape, ValueBuffer& buffer);
 
 #endif  // VORN_SRC_OUTPUT_DESTRIDE_H_

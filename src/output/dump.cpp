@@ -3,7 +3,7 @@
 
 #include <sys/stat.h>
 
-#include <vector>
+#include <span>
 
 #include "common/file.h"
 #include "common/log.h"
@@ -15,7 +15,7 @@ namespace {
 
 constexpr mode_t kFolderMode = 0775;
 
-using ValueReader = int (*)(const OutputSource&, uint64_t, std::vector<float>&);
+using ValueReader = int (*)(const OutputSource&, uint64_t, ValueBuffer&, std::span<const float>&);
 
 // Which reader serves a data type code. Codes that are no plain small integers, unknown ones
 // included, are read as float bit patterns; code 1 is read as an unsigned integer.
@@ -39,10 +39,11 @@ struct Output {
   const OutputSource& source;
   uint64_t index;
   ValueReader readValues;
+  ValueBuffer& buffer;
 };
 
-int ReadValues(const Output& output, std::vector<float>& values) {
-  if (output.readValues(output.source, output.index, values) != 0) {
+int ReadValues(const Output& output, std::span<const float>& values) {
+  if (output.readValues(output.source, output.index, output.buffer, values) != 0) {
     PrintLine("[ERROR] GetOutputWithOutStride fail\n");
     return 1;
   }
@@ -56,31 +57,33 @@ FileDescriptor CreateOutputFile(const std::string& fileName) {
 }
 
 void WriteOutputText(const std::string& fileName, const Output& output) {
-  std::vector<float> values;
+  std::span<const float> values;
   if (ReadValues(output, values) != 0) return;
   const FileDescriptor file = CreateOutputFile(fileName);
   if (file.IsOpen()) WriteTextLines(file.Get(), values);
 }
 
 void WriteOutputBinary(const std::string& fileName, const Output& output) {
-  std::vector<float> values;
+  std::span<const float> values;
   if (ReadValues(output, values) != 0) return;
   const FileDescriptor file = CreateOutputFile(fileName);
-  if (file.IsOpen()) WriteFully(file.Get(), values.data(), values.size() * sizeof(float));
+  if (file.IsOpen()) WriteFully(file.Get(), values.data(), values.size_bytes());
 }
 
 // The values are read anew for each file: a reading that fails is to be reported for both.
-void WriteOutputFiles(const std::string& baseName, const OutputSource& source, uint64_t index) {
+void WriteOutputFiles(const std::string& baseName, const OutputSource& source, uint64_t index,
+                      ValueBuffer& buffer) {
   const vorn_data_type code = vorn_mdl_get_output_data_type(source.modelDesc, index);
   PrintLine("[INFO]  The value of vorn_data_type is [%zu]\n", size_t{code});
-  const Output output{source, index, ReaderOf(code)};
+  const Output output{source, index, ReaderOf(code), buffer};
   WriteOutputText(baseName + ".float", output);
   WriteOutputBinary(baseName + ".bin", output);
 }
 
 }  // namespace
 
-void DumpOutputs(const OutputSource& source, const std::string& outputPath, uint32_t inference) {
+void DumpOutputs(const OutputSource& source, const std::string& outputPath, uint32_t inference,
+                 ValueBuffer& buffer) {
   const uint64_t outputs = vorn_mdl_get_dataset_num_buffers(source.outputDataset);
   const std::string folder = InferenceFolder(outputPath, inference);
   // A folder that cannot be made shows where its files cannot be created.
@@ -92,7 +95,7 @@ void DumpOutputs(const OutputSource& source, const std::string& outputPath, uint
     const std::string name = FileNameOfOutput(outputName == nullptr ? "" : outputName);
     const uint64_t duplicate = duplicates.Next(name);
     const std::string baseName = DumpBaseName(folder, name, duplicate, GetCurrentTimeUs());
-    WriteOutputFiles(baseName, source, i);
+    WriteOutputFiles(baseName, source, i, buffer);
   }
   PrintLine("[INFO]  dump data success\n");
 }

@@ -76,17 +76,23 @@ uint64_t GetOutputDataSize(const vorn_mdl_desc* modelDesc, int32_t index) {
 }
 
 template <typename Element>
-int GetOutputWithOutStride(const OutputSource& source, uint64_t index, std::vector<float>& values) {
+int GetOutputWithOutStride(const OutputSource& source, uint64_t index, ValueBuffer& buffer,
+                           std::span<const float>& values) {
   const std::span<const std::byte> block = OutputBlock(source.outputDataset, index);
   if (block.empty()) return 1;
   RowShape shape;
   if (OutputRows(source, index, shape) != 0) return 1;
-  RemoveStride<Element>(block, shape, values);
+  values = RemoveStride<Element>(block, shape, buffer);
   return 0;
 }
 
-template int GetOutputWithOutStride<float>(const OutputSource&, uint64_t, std::vector<float>&);
-template int GetOutputWithOutStride<int8_t>(const OutputSource&, uint64_t, std::vector<float>&);
-template int GetOutputWithOutStride<uint8_t>(const OutputSource&, uint64_t, std::vector<float>&);
-template int GetOutputWithOutStride<int16_t>(const OutputSource&, uint64_t, std::vector<float>&);
-template int GetOutputWithOutStride<uint16_t>(const OutputSource&, uint64_t, std::vector<float>&);
+template int GetOutputWithOutStride<float>(const OutputSource&, uint64_t, ValueBuffer&,
+                                           std::span<const float>&);
+template int GetOutputWithOutStride<int8_t>(const OutputSource&, uint64_t, ValueBuffer&,
+                                            std::span<const float>&);
+template int GetOutputWithOutStride<uint8_t>(const OutputSource&, uint64_t, ValueBuffer&,
+                                             std::span<const float>&);
+template int GetOutputWithOutStride<int16_t>(const OutputSource&, uint64_t, ValueBuffer&,
+                                             std::span<const float>&);
+template int GetOutputWithOutStride<uint16_t>(const OutputSource&, uint64_t, ValueBuffer&,
+                                              std::span<const float>&);

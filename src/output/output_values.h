@@ -3,9 +3,10 @@
 #define VORN_SRC_OUTPUT_OUTPUT_VALUES_H_
 
 #include <cstdint>
-#include <vector>
+#include <span>
 
 #include "common/stride_param.h"
+#include "output/value_buffer.h"
 #include "vorn/vorn.h"
 
 /// Where outputs are read from. Borrowed from the model, which outlives every reader.
@@ -23,11 +24,12 @@ struct OutputSource {
 /// Bytes of one element; 0 for a type of less than 8 bits or unknown to the runtime.
 [[nodiscard]] uint64_t GetOutputDataSize(const vorn_mdl_desc* modelDesc, int32_t index);
 
-/// Appends the values of output `index`, stride removed, read as elements of `Element` (see
-/// `RemoveStride`). The row step comes from the runtime's element size, the width of a read from
-/// `Element`. Returns 1 with a message and `values` untouched when output or description are unfit.
+/// Sets `values` to the values of output `index` in the memory of `buffer`, stride removed, read as
+/// elements of `Element` (see `RemoveStride`). The row step comes from the runtime's element size,
+/// the width of a read from `Element`. Returns 1 with a message and `values` untouched when output
+/// or description are unfit.
 template <typename Element>
 [[nodiscard]] int GetOutputWithOutStride(const OutputSource& source, uint64_t index,
-                                         std::vector<float>& values);
+                                         ValueBuffer& buffer, std::span<const float>& values);
 
 #endif  // VORN_SRC_OUTPUT_OUTPUT_VALUES_H_

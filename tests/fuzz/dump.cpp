@@ -215,11 +215,13 @@ std::map<std::string, std::string> ExpectedFiles(const Case& dumped,
 template <typename Element>
 void CheckValues(const OutputSource& source, uint64_t index, const Output& output,
                  const std::optional<Rows>& rows) {
-  std::vector<float> values;
-  const int status = GetOutputWithOutStride<Element>(source, index, values);
+  ValueBuffer buffer;
+  std::span<const float> values;
+  const int status = GetOutputWithOutStride<Element>(source, index, buffer, values);
   const Values expected = ExpectedValues<Element>(output, rows);
   Require(status == (expected ? 0 : 1), "status of the values");
-  Require(BinaryOf(values) == (expected ? BinaryOf(*expected) : ""), "the values");
+  Require(BinaryOf({values.begin(), values.end()}) == (expected ? BinaryOf(*expected) : ""),
+          "the values");
 }
 
 std::string WithoutStamp(const std::string& name, size_t& stampSize) {
@@ -234,7 +236,8 @@ std::string WithoutStamp(const std::string& name, size_t& stampSize) {
 
 void CheckFiles(const OutputSource& source, const Case& dumped, const std::vector<Values>& values) {
   static ScratchFolder scratch;
-  DumpOutputs(source, scratch.Path(), dumped.inference);
+  ValueBuffer buffer;
+  DumpOutputs(source, scratch.Path(), dumped.inference, buffer);
   size_t stampSize = 16;
   std::map<std::string, std::string> files;
   for (const auto& [name, bytes] : scratch.Take(std::to_string(dumped.inference))) {

@@ -4,15 +4,16 @@
 
 #include <bit>
 #include <cstring>
+#include <new>
 #include <random>
 
 namespace {
 
 template <typename Element>
 std::vector<float> Destrided(const std::vector<Element>& block, const RowShape& shape) {
-  std::vector<float> values;
-  RemoveStride<Element>(std::as_bytes(std::span(block)), shape, values);
-  return values;
+  ValueBuffer buffer;
+  const auto values = RemoveStride<Element>(std::as_bytes(std::span(block)), shape, buffer);
+  return {values.begin(), values.end()};
 }
 
 TEST(RemoveStride, DropsThePaddingOfEachRow) {
@@ -21,12 +22,22 @@ TEST(RemoveStride, DropsThePaddingOfEachRow) {
             (std::vector<float>{1, 2, 3, 4, 5, 6}));
 }
 
-TEST(RemoveStride, AppendsToWhatIsThere) {
-  const std::vector<float> block{1, 2};
-  std::vector<float> values{7};
-  RemoveStride<float>(std::as_bytes(std::span(block)), {.rows = 1, .rowElements = 2, .lastDim = 2},
-                      values);
-  EXPECT_EQ(values, (std::vector<float>{7, 1, 2}));
+TEST(RemoveStride, UsesTheMemoryOfABufferAgain) {
+  const std::vector<float> block{1, 2, 3};
+  const auto bytes = std::as_bytes(std::span(block));
+  ValueBuffer buffer;
+  const auto first =
+      RemoveStride<float>(bytes, {.rows = 1, .rowElements = 3, .lastDim = 3}, buffer);
+  const auto next = RemoveStride<float>(bytes, {.rows = 2, .rowElements = 1, .lastDim = 1}, buffer);
+  EXPECT_EQ(next.data(), first.data());
+  EXPECT_EQ(std::vector<float>(next.begin(), next.end()), (std::vector<float>{1, 2}));
+}
+
+TEST(RemoveStride, EndsWhereNoMemoryHoldsTheRepeatedRow) {
+  const std::vector<float> block{1, 2, 3, 4};
+  for (const uint64_t rows : {uint64_t{1} << 62, uint64_t{1} << 60, ~uint64_t{0}}) {
+    EXPECT_THROW(Destrided(block, {.rows = rows, .rowElements = 0, .lastDim = 4}), std::bad_alloc);
+  }
 }
 
 TEST(RemoveStride, ConvertsIntegersByTheirValue) {
@@ -56,10 +67,10 @@ TEST(RemoveStride, EndsWhereTheBlockEnds) {
   EXPECT_EQ(Destrided(block, {.rows = 1, .rowElements = 4, .lastDim = 1000}),
             (std::vector<float>{1, 2, 3, 4, 5}));
   // Three and a half elements are three.
-  std::vector<float> values;
-  RemoveStride<float>(std::as_bytes(std::span(block)).first(14),
-                      {.rows = 1, .rowElements = 4, .lastDim = 4}, values);
-  EXPECT_EQ(values, (std::vector<float>{1, 2, 3}));
+  ValueBuffer buffer;
+  const auto values = RemoveStride<float>(std::as_bytes(std::span(block)).first(14),
+                                          {.rows = 1, .rowElements = 4, .lastDim = 4}, buffer);
+  EXPECT_EQ(std::vector<float>(values.begin(), values.end()), (std::vector<float>{1, 2, 3}));
 }
 
 TEST(RemoveStride, ReadsRowsThatOverlap) {
