@@ -20,6 +20,25 @@ TEST(ExtremeNumbers, ShowStatusesWithTheirSign) {
   EXPECT_TRUE(stage.Run().HasLine("[ERROR] vorn_mdl_set_dynamic_batch_size fail! ret = -1"));
 }
 
+TEST(ExtremeNumbers, ShowTheStatusOfTheNetTypeWithItsSign) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.script.Answer("vorn_ext_get_mdl_net_type", "2", "-7");
+  EXPECT_TRUE(stage.Run({"-t", "4"}).HasLine("[ERROR] vorn_ext_get_mdl_net_type fail! ret = -7"));
+}
+
+TEST(ExtremeNumbers, OfAnOutputsRowAreNotCutToThirtyTwoBits) {
+  Stage stage;
+  stage.script.Input({"in0", {1, 4}, 0, 16, 16, 0})
+      .Scratch()
+      .Output({"o", {1, (int64_t{1} << 32) + 2}, 0, 16, 16, 0})
+      .Line("write 0 floats 1 2 3 4");
+  stage.File("a.bin", support::CountingBytes(16)).List({"a.bin"});
+  const Transcript run = stage.Run();
+  ASSERT_EQ(run.files.count("0/o.0.T.bin"), 1u) << run.Describe();
+  EXPECT_EQ(run.files.at("0/o.0.T.bin"), support::Bytes<float>({1, 2, 3, 4}));
+}
+
 TEST(ExtremeNumbers, ShowNetTypesWithTheirSign) {
   Stage stage;
   SetPlain(&stage);

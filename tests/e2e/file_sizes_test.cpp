@@ -206,6 +206,16 @@ TEST(HugeInput, AByteOverFourGibibytesIsMeasuredAsOneByteAndCopied) {
   ExpectClean(run);
 }
 
+TEST(RaisedBatch, WithoutMemoryForItsBlockEndsTheRun) {
+  Stage stage;
+  stage.script.Input(kPadded).Scratch().Answer("vorn_rt_malloc", "3", "5");
+  stage.File("a.bin", support::CountingBytes(64)).List({"a.bin"});
+  const Transcript run = stage.Run();
+  ExpectStatus(run, 1);
+  EXPECT_EQ(FromFirstError(run),
+            FailedInput({"[ERROR] malloc device buffer failed. size is 64", kNoBuffer}));
+}
+
 /** What the runtime was asked for first for a model of that length, and what was said then. */
 void ExpectModelRequest(uint64_t length, uint64_t requested, uint64_t shown) {
   Stage stage;

@@ -99,6 +99,12 @@ bool Apply(const WriteRule& rule, const std::vector<Area>& inputs, const Area& a
 
 }  // namespace
 
+void DumpImage(const Script& script, const void* image, uint64_t size) {
+  if (script.imageFile.empty()) return;
+  std::ofstream file(script.imageFile, std::ios::binary);
+  file.write(static_cast<const char*>(image), static_cast<std::streamsize>(size));
+}
+
 uint64_t Fnv1a(const unsigned char* bytes, uint64_t size) {
   uint64_t hash = 0xcbf29ce484222325;
   for (uint64_t at = 0; at < size; ++at) hash = (hash ^ bytes[at]) * 0x100000001b3;

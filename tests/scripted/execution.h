@@ -27,6 +27,9 @@ struct Area {
                                                const std::vector<Area>& inputs,
                                                const std::vector<Area>& outputs);
 
+/** Writes the image to the file that the script names, if it names one. */
+void DumpImage(const Script& script, const void* image, uint64_t size);
+
 /** Writes what the script says. Returns a complaint for each piece that did not fit. */
 [[nodiscard]] std::vector<std::string> WriteOutputs(const Script& script, uint64_t execution,
                                                     const std::vector<Area>& inputs,

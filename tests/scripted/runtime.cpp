@@ -262,6 +262,7 @@ vorn_status vorn_mdl_load_from_mem(const void* image, uint64_t size, uint32_t* m
     if (!call.MustSucceed() && (image == nullptr || size == 0)) return VORN_ERROR_INVALID_ARGUMENT;
     *modelId = state.nextModelId++;
     state.models[*modelId].imageBlock = place.number;
+    scripted::DumpImage(state.script, image, size);
     call.Show("model#" + std::to_string(*modelId));
     return VORN_SUCCESS;
   });

@@ -389,6 +389,8 @@ void ReadLine(Line* line, Script* script) {
     ReadSight(line, script);
   } else if (verb == "dump") {
     script->dumpDirectory = line->TakeRest();
+  } else if (verb == "dump-image") {
+    script->imageFile = line->TakeRest();
   } else {
     Refuse("'" + verb + "' starts no statement");
   }

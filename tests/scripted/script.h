@@ -56,6 +56,7 @@
  *     see inputs|outputs hex|hash    the whole block behind each data buffer
  *     dump DIRECTORY                 the same bytes of the inputs, as files
  *                                    DIRECTORY/execute<E>.input<I>.bin
+ *     dump-image PATH                the bytes of the model image, when it is loaded
  */
 #ifndef VORN_TESTS_SCRIPTED_SCRIPT_H_
 #define VORN_TESTS_SCRIPTED_SCRIPT_H_
@@ -138,6 +139,7 @@ struct Script {
   Sight inputSight = Sight::kNothing;
   Sight outputSight = Sight::kNothing;
   std::string dumpDirectory;
+  std::string imageFile;
 
   /** Bits of one element of a data type code, by the script or by the interface; 0 if unknown. */
   [[nodiscard]] uint64_t BitsOf(uint32_t code) const;
