@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <memory>
+#include <algorithm>
+#include <new>
+#include <span>
 #include <string>
 
 #include "common/file.h"
@@ -21,21 +23,33 @@ struct Shape {
   [[nodiscard]] uint64_t BlockBytes() const { return rows * stride; }
 };
 
-// A block as the runtime hands it out, its pages there already.
-std::span<std::byte> Block(std::unique_ptr<std::byte[]>& owner, uint64_t size) {
-  owner = std::make_unique<std::byte[]>(size);
-  return {owner.get(), size};
-}
+// A block as the runtime hands it out, on a page of its own, its pages there already.
+class Block {
+ public:
+  explicit Block(uint64_t size)
+      : block(static_cast<std::byte*>(operator new(size, kPage))), bytes(size) {
+    std::fill_n(block, bytes, std::byte{1});
+  }
+  ~Block() { operator delete(block, kPage); }
+  Block(const Block&) = delete;
+  Block& operator=(const Block&) = delete;
+
+  [[nodiscard]] std::span<std::byte> Bytes() const { return {block, bytes}; }
+
+ private:
+  static constexpr std::align_val_t kPage{4096};
+  std::byte* block;
+  uint64_t bytes;
+};
 
 void Ours(benchmark::State& state, const Shape& shape) {
   const bench::ScratchFile scratch;
   scratch.Fill(shape.FileBytes());
-  std::unique_ptr<std::byte[]> owner;
-  const auto block = Block(owner, shape.BlockBytes());
+  const Block block(shape.BlockBytes());
   for (auto _ : state) {
     const FileDescriptor file = OpenForReading(scratch.Path());
     benchmark::DoNotOptimize(SeekEnd(file));
-    ReadRows(file.Get(), block,
+    ReadRows(file.Get(), block.Bytes(),
              {.batches = 1,
               .batchBytes = shape.BlockBytes(),
               .rows = shape.rows,
@@ -48,11 +62,10 @@ void Ours(benchmark::State& state, const Shape& shape) {
 void Floor(benchmark::State& state, const Shape& shape) {
   const bench::ScratchFile scratch;
   scratch.Fill(shape.FileBytes());
-  std::unique_ptr<std::byte[]> owner;
-  const auto block = Block(owner, shape.FileBytes());
+  const Block block(shape.FileBytes());
   for (auto _ : state) {
     const int fd = open(scratch.Path().c_str(), O_RDONLY | O_CLOEXEC);
-    benchmark::DoNotOptimize(read(fd, block.data(), block.size()));
+    benchmark::DoNotOptimize(read(fd, block.Bytes().data(), block.Bytes().size()));
     close(fd);
     benchmark::ClobberMemory();
   }
@@ -60,8 +73,7 @@ void Floor(benchmark::State& state, const Shape& shape) {
 
 void Register(const std::string& row, const std::string& what, const Shape& shape) {
   const std::string name = row + "|" + what + "|";
-  benchmark::RegisterBenchmark((name + "ours").c_str(), Ours, shape)
-      ->Unit(benchmark::kMicrosecond);
+  benchmark::RegisterBenchmark((name + "ours").c_str(), Ours, shape)->Unit(benchmark::kMicrosecond);
   benchmark::RegisterBenchmark((name + "floor").c_str(), Floor, shape)
       ->Unit(benchmark::kMicrosecond);
 }

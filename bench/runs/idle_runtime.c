@@ -3,8 +3,8 @@
 //     input  NAME TYPE STRIDE SIZE DIM...
 //     output NAME TYPE STRIDE SIZE DIM...
 //
-// The task buffer and the work buffer, 64 bytes each, come by themselves. Memory is malloc's.
-// Handles are not checked: every caller here is known.
+// The task buffer and the work buffer, 64 bytes each, come by themselves. Blocks start on a page,
+// as a device's do. Handles are not checked: every caller here is known.
 //
 // The first execution over an output block of 32-bit floats leaves values in it that a dump has to
 // work for; all later ones leave it alone. If the environment variable VORN_IDLE_REPORT names a
@@ -17,7 +17,7 @@
 
 #include "vorn/vorn.h"
 
-enum { kMostTensors = 16, kScratchBytes = 64, kDistinctValues = 1 << 16 };
+enum { kMostTensors = 16, kScratchBytes = 64, kPageBytes = 4096, kDistinctValues = 1 << 16 };
 
 struct Tensor {
   vorn_mdl_io_dims dims;
@@ -113,8 +113,7 @@ VORN_API vorn_status vorn_rt_get_run_mode(vorn_rt_run_mode* runMode) {
 
 VORN_API vorn_status vorn_rt_malloc(void** block, uint64_t size, vorn_rt_mem_policy policy) {
   (void)policy;
-  *block = malloc(size);
-  if (*block == NULL) return VORN_ERROR_OUT_OF_MEMORY;
+  if (posix_memalign(block, kPageBytes, size) != 0) return VORN_ERROR_OUT_OF_MEMORY;
   blockBytes += malloc_usable_size(*block);
   if (blockBytes > mostBlockBytes) mostBlockBytes = blockBytes;
   return VORN_SUCCESS;
