@@ -214,7 +214,7 @@ void Runtime::SetBatch(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t ind
 
 void Runtime::Execute(uint32_t modelId, const vorn_mdl_dataset* input, vorn_mdl_dataset* output) {
   // Kept by the thread, so that executing again allocates nothing and looks little up.
-  thread_local Call call;
+  thread_local ResolvedCall call;
   std::shared_ptr<Model> model;
   {
     const std::lock_guard lock(mutex_);
@@ -223,7 +223,7 @@ void Runtime::Execute(uint32_t modelId, const vorn_mdl_dataset* input, vorn_mdl_
     }
     model = LiveModel(modelId);
   }
-  model->Execute(call.inputs, call.outputs, call.batch);
+  model->Execute({.inputs = call.inputs, .outputs = call.outputs, .batch = call.batch});
 }
 
 // ---- Descriptions -------------------------------------------------------------------------------
@@ -359,7 +359,7 @@ std::shared_ptr<Model> Runtime::LiveModel(uint32_t modelId) const {
 }
 
 /// Leaves the call unresolved if it fails.
-void Runtime::Resolve(Call& call, const vorn_mdl_dataset* input,
+void Runtime::Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
                       const vorn_mdl_dataset* output) const {
   call.changes = kUnresolved;
   RequireContext();

@@ -108,7 +108,7 @@ class Runtime {
   static constexpr uint64_t kUnresolved = 0;  // instead of a count of changes
 
   /// What the datasets of an execution came to on this thread, after so many changes.
-  struct Call {
+  struct ResolvedCall {
     uint64_t changes = kUnresolved;
     const vorn_mdl_dataset* input = nullptr;
     const vorn_mdl_dataset* output = nullptr;
@@ -123,7 +123,8 @@ class Runtime {
   Dataset& LiveDataset(const vorn_mdl_dataset* dataset) const;
   DataBuffer& LiveBuffer(const vorn_data_buffer* buffer) const;
   std::shared_ptr<Model> LiveModel(uint32_t modelId) const;
-  void Resolve(Call& call, const vorn_mdl_dataset* input, const vorn_mdl_dataset* output) const;
+  void Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
+               const vorn_mdl_dataset* output) const;
   void EndContexts();
   BlockView ViewOf(const vorn_data_buffer* buffer, const char* kind, size_t index) const;
   void ViewsOf(const Dataset& dataset, const char* kind, std::vector<BlockView>& views) const;

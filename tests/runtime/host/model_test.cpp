@@ -108,7 +108,7 @@ class ModelTest : public testing::Test {
     }
     const std::vector<BlockView> outputs = {{out.data(), out.size(), stride}};
     try {
-      model->Execute(inputs, outputs, batch);
+      model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch});
       return VORN_SUCCESS;
     } catch (const Failure& e) {
       return e.status();
@@ -166,7 +166,8 @@ TEST_F(ModelTest, BindsNothingAnewForTheSameBlocks) {
   const auto execute = [&](uint64_t batch, uint64_t stride) {
     std::vector<BlockView> inputs = {{from.data(), from.size(), stride}};
     for (int i = 0; i < 2; ++i) inputs.push_back({scratchBlock.data(), 1 << 15, 1 << 14});
-    model->Execute(inputs, std::vector<BlockView>{{to.data(), to.size(), stride}}, batch);
+    const std::vector<BlockView> outputs = {{to.data(), to.size(), stride}};
+    model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch});
     return script.bindings;
   };
   EXPECT_EQ(execute(1, 16), 2);
@@ -231,7 +232,7 @@ TEST_F(ModelTest, StagesWhatIsNotAlignedForItsType) {
   scratch.resize(4096);
   for (int i = 0; i < 2; ++i) inputs.push_back({scratch.data(), 4096, 4096});
   const std::vector<BlockView> outputs = {{to + 3, 29, 16}};
-  model->Execute(inputs, outputs, 1);
+  model->Execute({.inputs = inputs, .outputs = outputs, .batch = 1});
   EXPECT_EQ(std::memcmp(to + 3, from + 1, 16), 0);
   EXPECT_NE(script.runs[0].first, from + 1);
   EXPECT_NE(script.runs[0].second, to + 3);
@@ -296,14 +297,19 @@ TEST_F(ModelTest, RefusesAnOutputThatHoldsNoItem) {
 TEST_F(ModelTest, RefusesAWrongCountOfBlocks) {
   Load({Fixed(16)});
   std::vector<std::byte> block(4096);
-  const BlockView view = {block.data(), block.size(), 256};
+  const std::vector<BlockView> views(4, {block.data(), block.size(), 256});
+  const auto execute = [&](size_t inputs, size_t outputs) {
+    model->Execute({.inputs = std::span(views).first(inputs),
+                    .outputs = std::span(views).first(outputs),
+                    .batch = 1});
+  };
   for (const size_t inputs : {0, 2, 4}) {
-    EXPECT_THROW(model->Execute(std::vector(inputs, view), std::vector(1, view), 1), Failure);
+    EXPECT_THROW(execute(inputs, 1), Failure);
   }
   for (const size_t outputs : {0, 2}) {
-    EXPECT_THROW(model->Execute(std::vector(3, view), std::vector(outputs, view), 1), Failure);
+    EXPECT_THROW(execute(3, outputs), Failure);
   }
-  EXPECT_NO_THROW(model->Execute(std::vector(3, view), std::vector(1, view), 1));
+  EXPECT_NO_THROW(execute(3, 1));
 }
 
 TEST_F(ModelTest, RefusesScratchBlocksThatAreTooSmall) {
@@ -315,7 +321,7 @@ TEST_F(ModelTest, RefusesScratchBlocksThatAreTooSmall) {
     const std::vector<BlockView> inputs = {
         {block.data(), 4096, 16}, {block.data(), taskBytes, task}, {block.data(), workBytes, work}};
     const std::vector<BlockView> outputs = {{block.data() + 2048, 2048, 16}};
-    model->Execute(inputs, outputs, 2);
+    model->Execute({.inputs = inputs, .outputs = outputs, .batch = 2});
   };
   EXPECT_NO_THROW(execute(2 * task, 2 * work));
   EXPECT_THROW(execute(2 * task - 1, 2 * work), Failure);

@@ -1,0 +1,72 @@
+// Executing batch items, at once or one after the other.
+#ifndef VORN_RUNTIME_HOST_BATCH_PLAN_H_
+#define VORN_RUNTIME_HOST_BATCH_PLAN_H_
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "host/config.h"
+#include "host/engine.h"
+#include "host/plan.h"
+#include "host/shape.h"
+#include "host/staging.h"
+
+namespace vorn::host {
+
+/// A tensor that lies dense and naturally aligned in its block is bound where it lies; any other
+/// one goes through a staging place that the plan keeps. An input block has to hold the whole
+/// batch. An output block has to hold one item; of a batch that it does not hold, the items that
+/// fit are written and the rest is dropped and logged. Padding of outputs is never written.
+///
+/// A batch that is executed at once leaves everything bound: executing over the same blocks again
+/// copies what is staged, runs, and does nothing else; in particular it allocates nothing.
+class BatchPlan : public Plan {
+ public:
+  /// Closes the shapes of the session's tensors; `session` must outlive the plan. Fails with
+  /// VORN_ERROR_MODEL for a model that cannot be described.
+  BatchPlan(Session& session, const Config& config);
+
+  std::shared_ptr<const ModelDescription> description() const override { return description_; }
+  void Execute(const Call& call) override;
+
+ private:
+  /// What one data input or output needs during executions.
+  struct Slot {
+    Shape shape;  // that is bound: the model's own rank, the batch in front
+    Staging staging;
+    BlockView block;
+    uint64_t itemBytes = 0;  // in the block, with the block's stride
+    uint64_t itemsHeld = 0;  // of the batch
+    bool isStaged = false;   // in the present run
+  };
+
+  /// What the last execution was over, if all of it is bound still; a batch of 0 otherwise.
+  struct Bound {
+    std::vector<BlockView> inputs;
+    std::vector<BlockView> outputs;
+    uint64_t batch = 0;
+  };
+
+  std::vector<Shape> ShowOutputShapes(ClosedShapes& shapes);
+  void CheckInputs(const Call& call);
+  void CheckOutputs(const Call& call);
+  void SetRunItems(uint64_t items);
+  void BindInputs(uint64_t firstItem, uint64_t items);
+  void BindOutputs(uint64_t firstItem, uint64_t items);
+  bool IsBoundTo(const Call& call) const;
+  void RunBound(uint64_t firstItem, uint64_t items);
+  void StageInputs(uint64_t firstItem, uint64_t items);
+  void UnstageOutputs(uint64_t firstItem, uint64_t items);
+
+  Session& session_;
+  std::shared_ptr<const ModelDescription> description_;
+  bool isBatchFirst_ = false;  // a batch is executed at once
+  std::vector<Slot> inputs_;
+  std::vector<Slot> outputs_;
+  Bound bound_;
+};
+
+}  // namespace vorn::host
+
+#endif  // VORN_RUNTIME_HOST_BATCH_PLAN_H_
