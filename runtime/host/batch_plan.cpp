@@ -4,16 +4,25 @@
 #include <algorithm>
 #include <optional>
 
+#include "host/element_type.h"
 #include "host/failure.h"
 #include "host/log.h"
-#include "strided/row_copy.h"
+#include "host/tensor_fit.h"
 
 namespace vorn::host {
 namespace {
 
-std::vector<DeclaredShape> ShapesOf(const std::vector<DeclaredTensor>& tensors) {
+DeclaredShape FixedShape(const Shape& shape) {
+  DeclaredShape declared;
+  for (const int64_t dim : shape) declared.push_back({.size = dim, .symbol = ""});
+  return declared;
+}
+
+std::vector<DeclaredShape> ShapesOf(const std::vector<Port>& ports) {
   std::vector<DeclaredShape> shapes;
-  for (const DeclaredTensor& tensor : tensors) shapes.push_back(tensor.shape);
+  for (const Port& port : ports) {
+    shapes.push_back(port.largest ? FixedShape(*port.largest) : port.tensor.shape);
+  }
   return shapes;
 }
 
@@ -22,63 +31,137 @@ std::vector<Shape> Batched(std::vector<Shape> shapes, int64_t batch) {
   return shapes;
 }
 
+bool HasNoElements(const Port& port) {
+  return !port.largest && std::ranges::any_of(port.tensor.shape,
+                                              [](const DeclaredDim& dim) { return dim.size == 0; });
+}
+
 /// Whether `items` items at `address` are one dense tensor that the engine can use as it lies.
-bool IsDense(const TensorLayout& layout, uint64_t stride, const std::byte* address,
+bool IsDense(const RowMove& move, uint64_t rowBytes, uint64_t stride, const std::byte* address,
              uint64_t items) {
-  const bool hasPadding = stride != layout.rowBytes && layout.rows * items != 1;
-  return !hasPadding && reinterpret_cast<uintptr_t>(address) % layout.elementBytes == 0;
+  const bool hasPadding = stride != rowBytes && move.rows * items != 1;
+  return !hasPadding && IsSameBytes(move.fromType, move.toType) &&
+         reinterpret_cast<uintptr_t>(address) % ElementBytes(move.fromType) == 0;
 }
 
 }  // namespace
 
-BatchPlan::BatchPlan(Session& session, const Config& config) : session_(session) {
+BatchPlan::BatchPlan(Session& session, Signature signature, const Config& config)
+    : session_(session), signature_(std::move(signature)) {
+  for (ProvidedInput& constant : signature_.constants) {
+    session_.BindConstant(constant.index, constant.bytes.data(), constant.shape);
+  }
+  LeaveOutEmptyOutputs();
   ClosedShapes shapes =
-      CloseShapes(ShapesOf(session_.inputs()), ShapesOf(session_.outputs()), config.dims);
+      CloseShapes(ShapesOf(signature_.inputs), ShapesOf(signature_.outputs), config.dims);
+  const bool hasOpenConstant = std::ranges::any_of(
+      signature_.constants, [](const ProvidedInput& constant) { return constant.hadOpenDims; });
+  if (hasOpenConstant || signature_.rpnCount != 0) shapes.isBatchFirst = false;
+
   auto description = std::make_shared<ModelDescription>();
-  const auto describe = [&](const char* kind, const DeclaredTensor& tensor, const Shape& shape) {
-    return DescribeTensor(kind, tensor.name, tensor.type, shape, config.rowAlignment);
-  };
   // Inputs first: what is refused here must not reach a trial execution.
-  for (size_t i = 0; i < shapes.inputs.size(); ++i) {
-    description->inputs.push_back(describe("input", session_.inputs()[i], shapes.inputs[i]));
+  for (size_t i = 0; i < signature_.inputs.size(); ++i) {
+    const DeclaredTensor& tensor = signature_.inputs[i].tensor;
+    description->inputs.push_back(DescribeTensor("input", tensor.name, ShownInputType(tensor.type),
+                                                 shapes.inputs[i], config.rowAlignment));
   }
   const std::vector<Shape> outputShapes = ShowOutputShapes(shapes);
   for (size_t i = 0; i < outputShapes.size(); ++i) {
-    description->outputs.push_back(describe("output", session_.outputs()[i], outputShapes[i]));
+    const DeclaredTensor& tensor = signature_.outputs[i].tensor;
+    description->outputs.push_back(DescribeTensor("output", tensor.name,
+                                                  ShownOutputType(tensor.type, config.outputTypes),
+                                                  outputShapes[i], config.rowAlignment));
   }
-  AppendScratchInputs(*description, config.rowAlignment);
 
   isBatchFirst_ = shapes.isBatchFirst;
-  inputs_.resize(shapes.inputs.size());
-  outputs_.resize(outputShapes.size());
-  for (size_t i = 0; i < inputs_.size(); ++i) inputs_[i].shape = shapes.inputs[i];
-  for (size_t i = 0; i < outputs_.size(); ++i) outputs_[i].shape = outputShapes[i];
+  WorkLayout work;
+  for (size_t i = 0; i < signature_.inputs.size(); ++i) {
+    inputs_.push_back(
+        SlotFor(signature_.inputs[i], description->inputs[i], shapes.inputs[i], work));
+    inputs_[i].isShared = i + signature_.rpnCount >= signature_.inputs.size();
+  }
+  for (size_t i = 0; i < outputShapes.size(); ++i) {
+    outputs_.push_back(
+        SlotFor(signature_.outputs[i], description->outputs[i], outputShapes[i], work));
+    if (outputs_[i].isOfAnyShape) session_.BindOutputOfAnyShape(outputs_[i].port);
+  }
+  AppendScratchInputs(*description, kScratchUnit * (inputs_.size() + outputs_.size()), work.bytes(),
+                      config.rowAlignment);
   description_ = std::move(description);
+}
+
+BatchPlan::Slot BatchPlan::SlotFor(const Port& port, const TensorDescription& tensor,
+                                   const Shape& shape, WorkLayout& work) const {
+  Slot slot;
+  slot.port = port.index;
+  slot.shape = shape;
+  slot.move = {.rows = tensor.layout.rows,
+               .columns = tensor.layout.rowBytes / tensor.layout.elementBytes,
+               .fromType = port.tensor.type,
+               .toType = tensor.type};
+  slot.rowBytes = slot.move.columns * ElementBytes(port.tensor.type);
+  slot.isOfAnyShape = port.largest.has_value();
+  const bool isStaged = slot.isOfAnyShape || tensor.layout.stride != slot.rowBytes ||
+                        !IsSameBytes(slot.move.fromType, slot.move.toType);
+  if (isStaged) slot.workOffset = work.Reserve(slot.DenseBytes());
+  return slot;
+}
+
+/// An output that is declared without elements has nothing to show.
+void BatchPlan::LeaveOutEmptyOutputs() {
+  for (const Port& port : signature_.outputs) {
+    if (!HasNoElements(port)) continue;
+    Log(LogLevel::kError, "vorn_mdl_load_from_mem",
+        Join("output '", port.tensor.name, "' is declared without elements and left out"));
+  }
+  std::erase_if(signature_.outputs, HasNoElements);
+  if (signature_.outputs.empty()) {
+    throw Failure(VORN_ERROR_MODEL, "the model has no output with elements; there is nothing to ",
+                  "execute it for");
+  }
 }
 
 /// The output shapes of one item, by trial where they are unknown; clears `isBatchFirst` unless two
 /// items lead to twice the first dimension.
 std::vector<Shape> BatchPlan::ShowOutputShapes(ClosedShapes& shapes) {
-  if (!shapes.HasUnknownOutput()) {
-    std::vector<Shape> known;
-    for (const auto& shape : shapes.outputs) known.push_back(*shape);
-    return known;
-  }
   std::vector<Shape> shown;
+  if (!shapes.HasUnknownOutput()) {
+    for (const auto& shape : shapes.outputs) shown.push_back(*shape);
+    return shown;
+  }
+  areShapesFromTrial_ = true;
   try {
-    shown = session_.Try(shapes.inputs);
+    shown = Try(shapes.inputs);
   } catch (const Failure& e) {
     throw Failure(VORN_ERROR_MODEL, "the model does not say how large its outputs are, and ",
-                  e.what(), "; give its open dimensions a size with the key 'dims'");
+                  e.what(), "; give its open dimensions a size with 'dims' or 'inputDims'");
+  }
+  for (size_t i = 0; i < shown.size(); ++i) {
+    if (std::ranges::find(shown[i], 0) == shown[i].end()) continue;
+    throw Failure(VORN_ERROR_MODEL, "output '", signature_.outputs[i].tensor.name,
+                  "' has the shape ", ShapeText(shown[i]), " in a trial with zero inputs; ",
+                  "give the largest that it takes with 'outputDims'");
   }
   if (!shapes.isBatchFirst) return shown;
   try {
     shapes.isBatchFirst = std::none_of(shown.begin(), shown.end(),
                                        [](const Shape& shape) { return shape.empty(); }) &&
-                          session_.Try(Batched(shapes.inputs, 2)) == Batched(shown, 2);
+                          Try(Batched(shapes.inputs, 2)) == Batched(shown, 2);
   } catch (const Failure&) {
     // It takes one item only, whatever its first dimension promises.
     shapes.isBatchFirst = false;
+  }
+  return shown;
+}
+
+/// Those of the outputs that a caller sees; the largest where the data decide.
+std::vector<Shape> BatchPlan::Try(const std::vector<Shape>& inputShapes) {
+  std::vector<Shape> all(session_.inputs().size());
+  for (size_t i = 0; i < inputShapes.size(); ++i) all[signature_.inputs[i].index] = inputShapes[i];
+  const std::vector<Shape> results = session_.Try(all);
+  std::vector<Shape> shown;
+  for (const Port& port : signature_.outputs) {
+    shown.push_back(port.largest ? *port.largest : results[port.index]);
   }
   return shown;
 }
@@ -112,19 +195,29 @@ bool BatchPlan::IsBoundTo(const Call& call) const {
 
 void BatchPlan::RunBound(uint64_t firstItem, uint64_t items) {
   StageInputs(firstItem, items);
-  session_.Run();
+  try {
+    session_.Run();
+  } catch (const Failure& e) {
+    if (!areShapesFromTrial_) throw;
+    throw Failure(e.status(), e.what(),
+                  "; if it is an output whose shape depends on the data, give the largest with "
+                  "'outputDims'");
+  }
   UnstageOutputs(firstItem, items);
 }
 
 void BatchPlan::CheckInputs(const Call& call) {
   CheckBlockCount("input", call.inputs, description_->inputs);
   for (size_t i = 0; i < call.inputs.size(); ++i) {
-    const uint64_t itemBytes =
-        CheckInputBlock(call.inputs[i], i, description_->inputs[i], call.batch);
-    if (i >= inputs_.size()) continue;  // the scratch inputs
+    const bool isData = i < inputs_.size();
+    const uint64_t items = isData && inputs_[i].isShared ? 1 : call.batch;
+    const uint64_t itemBytes = CheckInputBlock(call.inputs[i], i, description_->inputs[i], items);
+    if (!isData) continue;
     inputs_[i].block = call.inputs[i];
     inputs_[i].itemBytes = itemBytes;
   }
+  task_ = call.inputs[inputs_.size()];
+  work_ = call.inputs[inputs_.size() + 1];
 }
 
 void BatchPlan::CheckOutputs(const Call& call) {
@@ -141,7 +234,7 @@ void BatchPlan::CheckOutputs(const Call& call) {
                     slot.block.capacity, " bytes; one batch item needs ", slot.itemBytes);
     }
     // The engine makes the whole batch, also what is dropped then.
-    const std::optional<uint64_t> whole = Product(tensor.layout.DenseBytes(), batch);
+    const std::optional<uint64_t> whole = Product(slot.DenseBytes(), batch);
     if (!whole || *whole > kMostBytes) {
       throw Failure(VORN_ERROR_INVALID_ARGUMENT, "output ", i, " '", tensor.name,
                     "' of a batch of ", batch, " exceeds any memory; give a smaller batch");
@@ -165,52 +258,80 @@ void BatchPlan::SetRunItems(uint64_t items) {
 }
 
 void BatchPlan::BindInputs(uint64_t firstItem, uint64_t items) {
-  for (size_t i = 0; i < inputs_.size(); ++i) {
-    const TensorLayout& layout = description_->inputs[i].layout;
-    Slot& slot = inputs_[i];
-    std::byte* data = slot.block.address + firstItem * slot.itemBytes;
-    slot.isStaged = !IsDense(layout, slot.block.stride, data, items);
-    if (slot.isStaged) {
-      data = slot.staging.AtLeast(layout.DenseBytes() * items);
-    }
-    session_.BindInput(i, data, slot.shape);
+  for (Slot& slot : inputs_) {
+    std::byte* data = slot.block.address + (slot.isShared ? 0 : firstItem) * slot.itemBytes;
+    slot.isStaged = !IsDense(slot.move, slot.rowBytes, slot.block.stride, data, items);
+    if (slot.isStaged) data = PlaceFor(slot, items);
+    session_.BindInput(slot.port, data, slot.shape);
   }
 }
 
 void BatchPlan::BindOutputs(uint64_t firstItem, uint64_t items) {
-  for (size_t i = 0; i < outputs_.size(); ++i) {
-    const TensorLayout& layout = description_->outputs[i].layout;
-    Slot& slot = outputs_[i];
+  for (Slot& slot : outputs_) {
     // Items beyond the block have no address; they go to the staging place and no further.
     const bool fits = firstItem + items <= slot.itemsHeld;
     std::byte* data = fits ? slot.block.address + firstItem * slot.itemBytes : nullptr;
-    slot.isStaged = !fits || !IsDense(layout, slot.block.stride, data, items);
-    if (slot.isStaged) {
-      data = slot.staging.AtLeast(layout.DenseBytes() * items);
-    }
-    session_.BindOutput(i, data, slot.shape);
+    slot.isStaged = slot.isOfAnyShape || !fits ||
+                    !IsDense(slot.move, slot.rowBytes, slot.block.stride, data, items);
+    if (slot.isStaged) data = PlaceFor(slot, items);
+    if (!slot.isOfAnyShape) session_.BindOutput(slot.port, data, slot.shape);
   }
 }
 
+/// The dense place of a staged tensor in this run.
+std::byte* BatchPlan::PlaceFor(Slot& slot, uint64_t items) {
+  const uint64_t bytes = slot.DenseBytes() * items;
+  slot.place = nullptr;
+  if (slot.workOffset) slot.place = PlaceIn(work_, *slot.workOffset * items, bytes);
+  if (slot.place == nullptr) slot.place = slot.staging.AtLeast(bytes);
+  return slot.place;
+}
+
 void BatchPlan::StageInputs(uint64_t firstItem, uint64_t items) {
+  TaskTable table(task_);
   for (size_t i = 0; i < inputs_.size(); ++i) {
-    const TensorLayout& layout = description_->inputs[i].layout;
     const Slot& slot = inputs_[i];
     if (!slot.isStaged) continue;
-    CopyRows(slot.block.address + firstItem * slot.itemBytes, slot.block.stride,
-             slot.staging.data(), layout.rowBytes, layout.rowBytes, layout.rows * items);
+    RowMove move = slot.move;
+    move.from = slot.block.address + (slot.isShared ? 0 : firstItem) * slot.itemBytes;
+    move.fromStride = slot.block.stride;
+    move.to = slot.place;
+    move.toStride = slot.rowBytes;
+    move.rows *= items;
+    MoveRows(table.Put(i, move));
   }
 }
 
 void BatchPlan::UnstageOutputs(uint64_t firstItem, uint64_t items) {
+  TaskTable table(task_);
   for (size_t i = 0; i < outputs_.size(); ++i) {
-    const TensorLayout& layout = description_->outputs[i].layout;
     const Slot& slot = outputs_[i];
     if (!slot.isStaged || firstItem >= slot.itemsHeld) continue;
-    const uint64_t written = std::min(items, slot.itemsHeld - firstItem);
-    CopyRows(slot.staging.data(), layout.rowBytes, slot.block.address + firstItem * slot.itemBytes,
-             slot.block.stride, layout.rowBytes, layout.rows * written);
+    if (slot.isOfAnyShape) FitResult(slot, description_->outputs[i]);
+    RowMove move = slot.move;
+    move.from = slot.place;
+    move.fromStride = slot.rowBytes;
+    move.to = slot.block.address + firstItem * slot.itemBytes;
+    move.toStride = slot.block.stride;
+    move.rows *= std::min(items, slot.itemsHeld - firstItem);
+    MoveRows(table.Put(inputs_.size() + i, move));
   }
+}
+
+/// Puts a result of whatever shape into the dense place of the largest.
+void BatchPlan::FitResult(const Slot& slot, const TensorDescription& tensor) {
+  const TensorView result = session_.Result(slot.port);
+  if (result.shape.size() != slot.shape.size()) {
+    throw Failure(VORN_ERROR_EXECUTION, "output '", tensor.name, "' has the shape ",
+                  ShapeText(result.shape), "; 'outputDims' gives it ", slot.shape.size(),
+                  " dimensions");
+  }
+  if (ReachesBeyond(result.shape, slot.shape)) {
+    Log(LogLevel::kError, "vorn_mdl_execute",
+        Join("output '", tensor.name, "' has the shape ", ShapeText(result.shape),
+             "; what is beyond ", ShapeText(slot.shape), " is cut off"));
+  }
+  FitTensor(result.data, result.shape, slot.place, slot.shape, ElementBytes(slot.move.fromType));
 }
 
 }  // namespace vorn::host

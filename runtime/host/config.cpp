@@ -5,37 +5,15 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 #include "host/failure.h"
+#include "host/json_values.h"
+#include "host/model_settings.h"
 
 namespace vorn::host {
 namespace {
 
 using nlohmann::json;
-
-/// What a refused value looks like in a message: its text, cut where it gets long. Never throws for
-/// text that is not UTF-8.
-std::string Shown(const json& value) {
-  constexpr size_t kLongest = 60;
-  std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
-  if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
-  return text;
-}
-
-int64_t IntegerInRange(const std::string& key, const json& value, int64_t least, int64_t most) {
-  // An unsigned number beyond int64 would come out negative, so it is looked at as what it is.
-  const bool fits = value.is_number_unsigned()
-                        ? value.get<uint64_t>() >= static_cast<uint64_t>(least) &&
-                              value.get<uint64_t>() <= static_cast<uint64_t>(most)
-                        : value.is_number_integer() && value.get<int64_t>() >= least &&
-                              value.get<int64_t>() <= most;
-  if (!fits) {
-    throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give a whole number from ",
-                  least, " to ", most);
-  }
-  return value.get<int64_t>();
-}
 
 uint64_t RowAlignment(const std::string& key, const json& value) {
   const auto bytes =
@@ -47,44 +25,29 @@ uint64_t RowAlignment(const std::string& key, const json& value) {
 }
 
 GraphOptimization Optimization(const std::string& key, const json& value) {
-  const std::string name = value.is_string() ? value.get<std::string>() : "";
-  if (name == "none") return GraphOptimization::kNone;
-  if (name == "basic") return GraphOptimization::kBasic;
-  if (name == "extended") return GraphOptimization::kExtended;
-  if (name == "all") return GraphOptimization::kAll;
-  throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value),
-                R"(; give "none", "basic", "extended" or "all")");
+  return OneOf<GraphOptimization>(key, value,
+                                  {{"none", GraphOptimization::kNone},
+                                   {"basic", GraphOptimization::kBasic},
+                                   {"extended", GraphOptimization::kExtended},
+                                   {"all", GraphOptimization::kAll}});
 }
 
-std::map<std::string, int64_t> Dims(const std::string& key, const json& value) {
-  if (!value.is_object()) {
-    throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value),
-                  R"(; give an object such as {"sequence": 128})");
-  }
-  std::map<std::string, int64_t> dims;
-  for (const auto& [name, size] : value.items()) {
-    dims[name] = IntegerInRange(key + "." + name, size, 1, INT32_MAX);
-  }
-  return dims;
+int64_t Dim(const std::string& key, const json& value) {
+  return IntegerInRange(key, value, 1, INT32_MAX);
 }
 
-json ParseJson(std::string_view text) {
-  try {
-    return json::parse(text);
-  } catch (const json::exception& e) {
-    throw Failure(VORN_ERROR_CONFIG, "the configuration is not JSON (", e.what(),
-                  "); the smallest valid one is {}");
-  }
+/// The text of the section, once it has been read without a fault: the metadata of a model may come
+/// to stand below it later on.
+std::string ModelSection(const json& value) {
+  const std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
+  static_cast<void>(ParseModelSettings(text));
+  return text;
 }
 
 }  // namespace
 
 Config ParseConfig(std::string_view text) {
-  const json root = ParseJson(text);
-  if (!root.is_object()) {
-    throw Failure(VORN_ERROR_CONFIG, "the configuration is ", Shown(root),
-                  "; give a JSON object, at least {}");
-  }
+  const json root = ParseJsonObject("the configuration", text);
   Config config;
   for (const auto& [key, value] : root.items()) {
     if (key == "threads") {
@@ -94,10 +57,16 @@ Config ParseConfig(std::string_view text) {
     } else if (key == "graphOptimization") {
       config.graphOptimization = Optimization(key, value);
     } else if (key == "dims") {
-      config.dims = Dims(key, value);
+      config.dims = Named(key, value, R"({"sequence": 128})", Dim);
+    } else if (key == "outputTypes") {
+      config.outputTypes = OneOf<OutputTypes>(
+          key, value, {{"presented", OutputTypes::kPresented}, {"native", OutputTypes::kNative}});
+    } else if (key == "model") {
+      config.model = ModelSection(value);
     } else {
       throw Failure(VORN_ERROR_CONFIG, "key '", key,
-                    "' is not known; the keys are threads, rowAlignment, graphOptimization, dims");
+                    "' is not known; the keys are threads, rowAlignment, graphOptimization, dims, "
+                    "outputTypes, model");
     }
   }
   return config;

@@ -4,24 +4,74 @@
 //       "threads": 4,
 //       "rowAlignment": 64,
 //       "graphOptimization": "all",
-//       "dims": { "sequence": 128 }
+//       "dims": { "sequence": 128 },
+//       "outputTypes": "presented",
+//       "model": { "constants": { "rate": 16000 } }
 //     }
 //
-// | key                 | value                                        | without it |
-// |---------------------|----------------------------------------------|------------|
-// | `threads`           | 1..256, threads that execute one model       | 1          |
-// | `rowAlignment`      | a power of two, 1..4096 bytes                | 16         |
-// | `graphOptimization` | "none", "basic", "extended" or "all"         | "all"      |
-// | `dims`              | object: name of an open dimension -> size    | {}         |
+// | key                 | value                                        | without it    |
+// |---------------------|----------------------------------------------|---------------|
+// | `threads`           | 1..256, threads that execute one model       | 1             |
+// | `rowAlignment`      | a power of two, 1..4096 bytes                | 16            |
+// | `graphOptimization` | "none", "basic", "extended" or "all"         | "all"         |
+// | `dims`              | object: name of an open dimension -> size    | {}            |
+// | `outputTypes`       | "presented" or "native"                      | "presented"   |
+// | `model`             | object: what the model does not say itself   | {}            |
 //
 // `threads` of 1 keeps execution on the calling thread. `rowAlignment` is what the row stride of
 // every model input and output is rounded up to. `graphOptimization` says how far the model's graph
 // may be rewritten when it is loaded; results can differ in their last bits. `dims` closes
 // dimensions that a model names but leaves open: a first dimension named here is no longer the
 // batch; an open inner dimension that is not named here counts as 1. A name that a model does not
-// have is logged and passed over, since the file serves every model.
+// have is logged and passed over, since the file serves every model. `outputTypes` is explained in
+// presentation.h: by default every output has a type whose values a dump shows.
 //
-// A key that is not in the table is refused: a mistyped one would otherwise do nothing, silently.
+// The keys of `model`, for any model:
+//
+// | key          | value                                               | without it           |
+// |--------------|-----------------------------------------------------|----------------------|
+// | `netType`    | "feedForward", "detection" or "recurrent"           | "feedForward"        |
+// | `dims`       | as above; a size above goes before one here         | {}                   |
+// | `inputDims`  | object: input -> its dimensions, -1 for the model's | {}                   |
+// | `outputDims` | object: output -> the largest dimensions it takes   | {}                   |
+// | `constants`  | object: input -> number, or list of numbers         | {}                   |
+//
+// `inputDims` closes dimensions that have no name, and gives an input a shape that declares none.
+// `outputDims` is for outputs whose shape depends on the data: a smaller result stands at the front
+// of every dimension with zeros behind it, what is beyond in a larger one is cut off and logged,
+// and a batch is executed item by item. An input of `constants` always has these values, one number
+// filling all of it, and is not among the inputs that a caller sees.
+//
+// For "detection":
+//
+// | key          | value                                               | without it           |
+// |--------------|-----------------------------------------------------|----------------------|
+// | `rpn`        | the input of the thresholds, or a list of such      | has to be given      |
+//
+// An input of thresholds is float32 of [1, 4] or [4, classes]. It comes behind all other data
+// inputs, whatever the model's order, and serves the whole batch.
+//
+// For "recurrent":
+//
+// | key          | value                                               | without it           |
+// |--------------|-----------------------------------------------------|----------------------|
+// | `sequence`   | "whole" or "steps"                                  | "whole"              |
+// | `maxFrames`  | 1.., frames that a sequence may have                | what the model says  |
+// | `frames`     | the input of the frames                             | the first data input |
+// | `flags`      | the input of the continuation flags                 | the model has none   |
+// | `length`     | the input that is told the count of frames          | the model has none   |
+// | `timeAxis`   | 0.., dimension of the frames, for "whole"           | 0                    |
+// | `context`    | 0.., elements kept of the frame before, for "steps" | 0                    |
+// | `states`     | object: state input -> state output                 | {}                   |
+//
+// recurrent_plan.h says what a caller sees of such a model and how it is executed. An input of
+// `states` is fed from its output and starts from its `constants`, or from zeros.
+//
+// An ONNX file may carry an object of the keys of `model` as its metadata property "vorn"; a key
+// given here takes the place of the file's. Names of inputs and outputs that the model does not
+// have are refused when it is loaded.
+//
+// A key that is not in the tables is refused: a mistyped one would otherwise do nothing, silently.
 #ifndef VORN_RUNTIME_HOST_CONFIG_H_
 #define VORN_RUNTIME_HOST_CONFIG_H_
 
@@ -34,11 +84,16 @@ namespace vorn::host {
 
 enum class GraphOptimization { kNone, kBasic, kExtended, kAll };
 
+/// How outputs of types that a dump does not show are described; see presentation.h.
+enum class OutputTypes { kPresented, kNative };
+
 struct Config {
   int threads = 1;
   uint64_t rowAlignment = 16;  ///< bytes
   GraphOptimization graphOptimization = GraphOptimization::kAll;
   std::map<std::string, int64_t> dims;
+  OutputTypes outputTypes = OutputTypes::kPresented;
+  std::string model = "{}";  ///< the section's JSON text, known to be readable
 };
 
 inline constexpr int kMaxThreads = 256;

@@ -10,29 +10,9 @@
 namespace vorn::host {
 namespace {
 
-constexpr uint64_t kScratchUnit = 64;  // bytes
-
 bool IsNameTaken(const std::vector<TensorDescription>& inputs, const std::string& name) {
   return std::any_of(inputs.begin(), inputs.end(),
                      [&](const TensorDescription& input) { return input.name == name; });
-}
-
-std::string FreeName(const std::vector<TensorDescription>& inputs, const std::string& wanted) {
-  std::string name = wanted;
-  for (int number = 2; IsNameTaken(inputs, name); ++number) {
-    name = wanted + "_" + std::to_string(number);
-  }
-  return name;
-}
-
-uint64_t LongestRowBytes(const ModelDescription& description) {
-  uint64_t longest = 1;
-  for (const auto* tensors : {&description.inputs, &description.outputs}) {
-    for (const TensorDescription& tensor : *tensors) {
-      longest = std::max(longest, tensor.layout.rowBytes);
-    }
-  }
-  return longest;
 }
 
 }  // namespace
@@ -55,17 +35,23 @@ TensorDescription DescribeTensor(const char* kind, const std::string& name, vorn
           .layout = *layout};
 }
 
-void AppendScratchInputs(ModelDescription& description, uint64_t rowAlignment) {
-  const uint64_t taskBytes =
-      kScratchUnit * (description.inputs.size() + description.outputs.size());
-  const uint64_t workUnits = (LongestRowBytes(description) - 1) / kScratchUnit + 1;
+std::string FreeInputName(const ModelDescription& description, const std::string& wanted) {
+  std::string name = wanted;
+  for (int number = 2; IsNameTaken(description.inputs, name); ++number) {
+    name = wanted + "_" + std::to_string(number);
+  }
+  return name;
+}
+
+void AppendScratchInputs(ModelDescription& description, uint64_t taskBytes, uint64_t workBytes,
+                         uint64_t rowAlignment) {
   const auto append = [&](const char* name, uint64_t bytes) {
-    description.inputs.push_back(DescribeTensor("input", FreeName(description.inputs, name),
+    description.inputs.push_back(DescribeTensor("input", FreeInputName(description, name),
                                                 VORN_UINT8, {static_cast<int64_t>(bytes)},
                                                 rowAlignment));
   };
   append("task_buffer", taskBytes);
-  append("work_buffer", workUnits * kScratchUnit);
+  append("work_buffer", workBytes);
 }
 
 void FillDims(const TensorDescription& tensor, vorn_mdl_io_dims& dims) {

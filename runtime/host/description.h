@@ -36,13 +36,14 @@ struct ModelDescription {
 TensorDescription DescribeTensor(const char* kind, const std::string& name, vorn_data_type type,
                                  const Shape& shape, uint64_t rowAlignment);
 
-/// Appends the task buffer (64 bytes for each data input and output) and the work buffer (the
-/// longest row among them, in whole 64 bytes) to `inputs`: uint8 of one dimension, named
-/// "task_buffer" and "work_buffer", with a number behind where the model has that name itself.
-///
-/// The engine keeps its own scratch memory, so both are small; they are asked for and checked
-/// because every model of the interface has them.
-void AppendScratchInputs(ModelDescription& description, uint64_t rowAlignment);
+/// Appends the task buffer and the work buffer to `inputs`, of `taskBytes` and `workBytes` for one
+/// batch item (scratch.h says what they are used for): uint8 of one dimension, named "task_buffer"
+/// and "work_buffer", with a number behind where the model has that name itself.
+void AppendScratchInputs(ModelDescription& description, uint64_t taskBytes, uint64_t workBytes,
+                         uint64_t rowAlignment);
+
+/// `wanted`, with a number behind it where an input has that name already.
+std::string FreeInputName(const ModelDescription& description, const std::string& wanted);
 
 /// Fills the C record: the name cut to 127 characters, unused dimensions 0.
 void FillDims(const TensorDescription& tensor, vorn_mdl_io_dims& dims);

@@ -10,6 +10,7 @@ uint64_t ElementBits(vorn_data_type type) {
     case VORN_BOOL:
       return 8;
     case VORN_FLOAT16:
+    case kBfloat16:
     case VORN_INT16:
     case VORN_UINT16:
       return 16;

@@ -8,7 +8,11 @@
 
 namespace vorn::host {
 
-/// Bits of one element; 0 for a code that vorn.h does not number.
+/// A type of models that vorn.h does not number: the upper half of a float32. Only within this
+/// library; presentation.h says what a caller sees instead.
+inline constexpr vorn_data_type kBfloat16 = 0x10000;
+
+/// Bits of one element; 0 for a code that neither vorn.h numbers nor this file.
 uint64_t ElementBits(vorn_data_type type);
 
 /// Bytes of one element; 0 likewise.

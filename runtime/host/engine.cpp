@@ -87,8 +87,38 @@ std::optional<vorn_data_type> FromElementType(ONNXTensorElementDataType type) {
       return VORN_FLOAT64;
     case ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL:
       return VORN_BOOL;
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_BFLOAT16:
+      return kBfloat16;
     default:
       return std::nullopt;
+  }
+}
+
+/// What an element type that is not served is called.
+const char* NameOf(ONNXTensorElementDataType type) {
+  switch (type) {
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_STRING:
+      return "strings";
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_COMPLEX64:
+    case ONNX_TENSOR_ELEMENT_DATA_TYPE_COMPLEX128:
+      return "complex numbers";
+    default:
+      return "packed or 8-bit floating-point numbers";
+  }
+}
+
+const char* NameOf(ONNXType type) {
+  switch (type) {
+    case ONNX_TYPE_SEQUENCE:
+      return "a sequence";
+    case ONNX_TYPE_MAP:
+      return "a map";
+    case ONNX_TYPE_SPARSETENSOR:
+      return "a sparse tensor";
+    case ONNX_TYPE_OPTIONAL:
+      return "an optional value";
+    default:
+      return "no tensor";
   }
 }
 
@@ -114,15 +144,16 @@ DeclaredShape DeclaredShapeOf(const Ort::ConstTensorTypeAndShapeInfo& info) {
 
 DeclaredTensor Declare(const char* kind, std::string name, const Ort::TypeInfo& type) {
   if (type.GetONNXType() != ONNX_TYPE_TENSOR) {
-    throw Failure(VORN_ERROR_MODEL, kind, " '", name,
-                  "' is a sequence, map or optional value; only dense tensors are served");
+    throw Failure(VORN_ERROR_MODEL, kind, " '", name, "' is ", NameOf(type.GetONNXType()),
+                  "; only dense tensors are served");
   }
   const Ort::ConstTensorTypeAndShapeInfo info = type.GetTensorTypeAndShapeInfo();
   const std::optional<vorn_data_type> element = FromElementType(info.GetElementType());
   if (!element) {
-    throw Failure(VORN_ERROR_MODEL, kind, " '", name, "' has ONNX element type ",
-                  static_cast<int>(info.GetElementType()),
-                  ", which vorn.h does not number (strings, complex and packed numbers)");
+    throw Failure(
+        VORN_ERROR_MODEL, kind, " '", name, "' holds ", NameOf(info.GetElementType()),
+        " (ONNX element type ", static_cast<int>(info.GetElementType()),
+        "); floating-point numbers of 16 to 64 bits, integers and truth values are served");
   }
   return {.name = std::move(name), .type = *element, .shape = DeclaredShapeOf(info)};
 }
@@ -131,12 +162,15 @@ DeclaredTensor Declare(const char* kind, std::string name, const Ort::TypeInfo& 
 struct Binding {
   void* data = nullptr;
   Shape shape;
-  bool isDetached = false;  // an output that the library leaves elsewhere
+  bool isDetached = false;    // an output that the library leaves elsewhere
+  bool isOfAnyShape = false;  // an output that the library keeps, whatever its shape
+  bool isConstant = false;    // an input that is the same in trials
 };
 
 class OrtSession : public Session {
  public:
-  OrtSession(std::shared_ptr<Ort::Env> env, std::span<const std::byte> image, const Config& config)
+  OrtSession(std::shared_ptr<Ort::Env> env, std::span<const std::byte> image, const Config& config,
+             const std::set<std::string>& shapelessInputs)
       : env_(std::move(env)),
         session_(*env_, image.data(), image.size(), SessionOptionsFor(config)),
         memory_(Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault)),
@@ -145,6 +179,7 @@ class OrtSession : public Session {
     for (size_t i = 0; i < session_.GetInputCount(); ++i) {
       const auto name = session_.GetInputNameAllocated(i, allocator);
       inputs_.push_back(Declare("input", name.get(), session_.GetInputTypeInfo(i)));
+      inputs_.back().isShapeKnown = !shapelessInputs.contains(inputs_.back().name);
     }
     for (size_t i = 0; i < session_.GetOutputCount(); ++i) {
       const auto name = session_.GetOutputNameAllocated(i, allocator);
@@ -163,6 +198,11 @@ class OrtSession : public Session {
     binding_.BindInput(inputs_[index].name.c_str(), Wrap(inputs_[index].type, data, shape));
   }
 
+  void BindConstant(size_t index, void* data, const Shape& shape) override {
+    BindInput(index, data, shape);
+    boundInputs_[index].isConstant = true;
+  }
+
   void BindOutput(size_t index, void* data, const Shape& shape) override {
     if (boundOutputs_.at(index).data == nullptr) outputOrder_.push_back(index);
     if (!Rebind(boundOutputs_[index], data, shape)) return;
@@ -170,10 +210,25 @@ class OrtSession : public Session {
     areOutputsChecked_ = false;
   }
 
+  void BindOutputOfAnyShape(size_t index) override {
+    if (!boundOutputs_.at(index).isOfAnyShape) outputOrder_.push_back(index);
+    boundOutputs_[index].isOfAnyShape = true;
+    hasOutputOfAnyShape_ = true;
+  }
+
+  TensorView Result(size_t index) override {
+    const auto found = std::find(outputOrder_.begin(), outputOrder_.end(), index);
+    const Ort::Value& value = results_.at(static_cast<size_t>(found - outputOrder_.begin()));
+    return {.data = static_cast<const std::byte*>(value.GetTensorRawData()),
+            .shape = value.GetTensorTypeAndShapeInfo().GetShape()};
+  }
+
   void Run() override {
     try {
       if (!areOutputsChecked_) PutDetachedOutputs();
+      if (hasOutputOfAnyShape_) ReleaseResults();
       session_.Run(Ort::RunOptions{nullptr}, binding_);
+      if (hasOutputOfAnyShape_) results_ = binding_.GetOutputValues();
       if (!areOutputsChecked_) FetchDetachedOutputs();
     } catch (const Ort::Exception& e) {
       throw Failure(VORN_ERROR_EXECUTION, "the model failed while it ran (", e.what(), ")");
@@ -219,6 +274,14 @@ class OrtSession : public Session {
     }
   }
 
+  /// A result that stayed bound would have to have the same shape in the next run.
+  void ReleaseResults() {
+    results_.clear();
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+      if (boundOutputs_[i].isOfAnyShape) binding_.BindOutput(outputs_[i].name.c_str(), memory_);
+    }
+  }
+
   /// An output that no operator writes, such as an input that is an output as well, replaces what
   /// was bound instead of filling it, and is copied. Whether an output does so is a matter of the
   /// graph, so looking once for each set of bindings is enough.
@@ -228,6 +291,7 @@ class OrtSession : public Session {
     for (size_t i = 0; i < values.size(); ++i) {
       const size_t index = outputOrder_[i];
       Binding& bound = boundOutputs_[index];
+      if (bound.isOfAnyShape) continue;
       const void* data = values[i].GetTensorRawData();
       bound.isDetached = data != bound.data;
       if (!bound.isDetached) continue;
@@ -259,11 +323,15 @@ class OrtSession : public Session {
     std::vector<Ort::Value> inputValues;
     for (size_t i = 0; i < inputs_.size(); ++i) {
       inputNames.push_back(inputs_[i].name.c_str());
+      const Binding& bound = boundInputs_[i];
+      if (bound.isConstant) {
+        inputValues.push_back(Wrap(inputs_[i].type, bound.data, bound.shape));
+        continue;
+      }
       inputValues.push_back(Ort::Value::CreateTensor(
           allocator, inputShapes[i].data(), inputShapes[i].size(), ToElementType(inputs_[i].type)));
-      const size_t count = inputValues.back().GetTensorTypeAndShapeInfo().GetElementCount();
-      auto* bytes = static_cast<std::byte*>(inputValues.back().GetTensorMutableRawData());
-      std::fill_n(bytes, count * ElementBytes(inputs_[i].type), std::byte{0});
+      std::memset(inputValues.back().GetTensorMutableRawData(), 0,
+                  ByteCount(inputs_[i].type, inputShapes[i]));
     }
     std::vector<const char*> outputNames;
     for (const DeclaredTensor& output : outputs_) outputNames.push_back(output.name.c_str());
@@ -286,15 +354,18 @@ class OrtSession : public Session {
   std::vector<Binding> boundInputs_;
   std::vector<Binding> boundOutputs_;
   std::vector<size_t> outputOrder_;  // in which they were bound first
-  bool areOutputsChecked_ = false;   // since the last binding: no output is detached
+  std::vector<Ort::Value> results_;  // of the last run, if any output is of any shape
+  bool hasOutputOfAnyShape_ = false;
+  bool areOutputsChecked_ = false;  // since the last binding: no output is detached
 };
 
-void CheckImage(std::span<const std::byte> image) {
+/// Fails for what must not be opened; tells which inputs say nothing of their shape.
+std::set<std::string> CheckImage(std::span<const std::byte> image) {
   if (image.size() > INT32_MAX) {
     throw Failure(VORN_ERROR_MODEL, "the image is ", image.size(),
                   " bytes; an ONNX file has at most ", INT32_MAX);
   }
-  const OnnxImageFacts facts = InspectOnnxImage(image);
+  OnnxImageFacts facts = InspectOnnxImage(image);
   if (!facts.hasGraph) {
     throw Failure(VORN_ERROR_MODEL, "the image holds no graph; give the bytes of an ONNX file");
   }
@@ -302,10 +373,7 @@ void CheckImage(std::span<const std::byte> image) {
     throw Failure(VORN_ERROR_MODEL, "the model keeps weights in other files, which are not read; ",
                   "save it as one file");
   }
-  if (!facts.shapelessInputs.empty()) {
-    throw Failure(VORN_ERROR_MODEL, "input '", *facts.shapelessInputs.begin(),
-                  "' says nothing of its shape; declare it in the model");
-  }
+  return std::move(facts.shapelessInputs);
 }
 
 class OrtEngine : public Engine {
@@ -315,9 +383,9 @@ class OrtEngine : public Engine {
   }
 
   std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) override {
-    CheckImage(image);
+    const std::set<std::string> shapelessInputs = CheckImage(image);
     try {
-      return std::make_unique<OrtSession>(env_, image, config);
+      return std::make_unique<OrtSession>(env_, image, config, shapelessInputs);
     } catch (const Ort::Exception& e) {
       throw Failure(VORN_ERROR_MODEL, "the model is refused (", e.what(), ")");
     }

@@ -22,6 +22,13 @@ struct DeclaredTensor {
   std::string name;
   vorn_data_type type = VORN_FLOAT32;
   DeclaredShape shape;
+  bool isShapeKnown = true;  ///< an input may leave even the count of its dimensions open
+};
+
+/// A dense tensor of the engine's.
+struct TensorView {
+  const std::byte* data = nullptr;
+  Shape shape;
 };
 
 /// One model, ready to run. Not synchronised. Every operation fails with a `Failure`.
@@ -38,12 +45,23 @@ class Session {
   virtual void BindInput(size_t index, void* data, const Shape& shape) = 0;
   virtual void BindOutput(size_t index, void* data, const Shape& shape) = 0;
 
-  /// Executes with the bound memory; everything must be bound. Fails with VORN_ERROR_EXECUTION,
+  /// Like BindInput, for good: trials read it, too.
+  virtual void BindConstant(size_t index, void* data, const Shape& shape) = 0;
+
+  /// Lets later runs keep output `index` in memory of the engine's, whatever its shape is.
+  virtual void BindOutputOfAnyShape(size_t index) = 0;
+
+  /// Where the last run kept such an output; valid until the next one.
+  virtual TensorView Result(size_t index) = 0;
+
+  /// Executes with the bound memory; every input must be bound. Outputs that are not are not kept.
+  /// Fails with VORN_ERROR_EXECUTION,
   /// also where an output turns out to have another shape than the bound one; bound outputs may be
   /// partly written then.
   virtual void Run() = 0;
 
-  /// The output shapes that inputs of these shapes, all zero, lead to. Touches no binding.
+  /// The output shapes that inputs of these shapes lead to, all zero but for the constants. Touches
+  /// no binding.
   virtual std::vector<Shape> Try(std::span<const Shape> inputShapes) = 0;
 };
 

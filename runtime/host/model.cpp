@@ -2,11 +2,16 @@
 #include "host/model.h"
 
 #include <algorithm>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "host/batch_plan.h"
 #include "host/failure.h"
 #include "host/log.h"
+#include "host/model_settings.h"
+#include "host/onnx_image.h"
+#include "host/signature.h"
 
 namespace vorn::host {
 namespace {
@@ -26,15 +31,31 @@ void LogUnusedSizes(const Session& session, const Config& config) {
   }
 }
 
+/// What the file says of itself, and the configuration over it.
+ModelSettings SettingsFor(std::span<const std::byte> image, const Config& config) {
+  ModelSettings settings;
+  try {
+    const std::optional<std::string> own = FindMetadata(image, "vorn");
+    if (own) settings = ParseModelSettings(*own);
+  } catch (const Failure& e) {
+    throw Failure(VORN_ERROR_MODEL, e.what(), " (in the model's metadata 'vorn')");
+  }
+  return ParseModelSettings(config.model, settings);
+}
+
 }  // namespace
 
-Model::Model(Engine& engine, std::span<const std::byte> image, const Config& config)
-    : session_(engine.Open(image, config)) {
+Model::Model(Engine& engine, std::span<const std::byte> image, const Config& config) {
+  const ModelSettings settings = SettingsFor(image, config);
+  Config effective = config;
+  effective.dims.insert(settings.dims.begin(), settings.dims.end());
+  session_ = engine.Open(image, effective);
   if (session_->outputs().empty()) {
     throw Failure(VORN_ERROR_MODEL, "the model has no output; there is nothing to execute it for");
   }
-  LogUnusedSizes(*session_, config);
-  plan_ = std::make_unique<BatchPlan>(*session_, config);
+  LogUnusedSizes(*session_, effective);
+  netType_ = settings.netType;
+  plan_ = std::make_unique<BatchPlan>(*session_, SignatureOf(*session_, settings), effective);
 }
 
 void Model::Execute(const Call& call) {

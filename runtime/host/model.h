@@ -18,11 +18,13 @@ namespace vorn::host {
 class Model {
  public:
   /// Opens the model in `image`, which must outlive it, and plans its execution. Fails with
-  /// VORN_ERROR_MODEL.
+  /// VORN_ERROR_MODEL, or VORN_ERROR_CONFIG for constants that are none.
   Model(Engine& engine, std::span<const std::byte> image, const Config& config);
 
   /// Stays valid for whoever holds it, also after the model is gone.
   std::shared_ptr<const ModelDescription> description() const { return plan_->description(); }
+
+  vorn_net_type netType() const { return netType_; }
 
   /// Executes as the plan does; fails as it does.
   void Execute(const Call& call);
@@ -30,6 +32,7 @@ class Model {
  private:
   std::mutex mutex_;
   std::unique_ptr<Session> session_;
+  vorn_net_type netType_ = VORN_NET_FEED_FORWARD;
   std::unique_ptr<Plan> plan_;
 };
 

@@ -173,12 +173,13 @@ bool HasShape(Bytes value) {
   return found;
 }
 
-std::string NameOf(Bytes value) {
-  std::string name;
-  ForEachField(value, 1, [&](Bytes text) {
-    name.assign(reinterpret_cast<const char*>(text.data()), text.size());
+/// The text in a field of that number, the last one if there are several; empty if there is none.
+std::string TextOf(Bytes message, uint32_t number) {
+  std::string text;
+  ForEachField(message, number, [&](Bytes bytes) {
+    text.assign(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   });
-  return name;
+  return text;
 }
 
 }  // namespace
@@ -189,10 +190,18 @@ OnnxImageFacts InspectOnnxImage(Bytes image) {
   ForEachField(image, 7, [&](Bytes graph) {
     facts.hasGraph = true;
     ForEachField(graph, 11, [&](Bytes input) {
-      if (!HasShape(input)) facts.shapelessInputs.insert(NameOf(input));
+      if (!HasShape(input)) facts.shapelessInputs.insert(TextOf(input, 1));
     });
   });
   return facts;
+}
+
+std::optional<std::string> FindMetadata(Bytes image, std::string_view name) {
+  std::optional<std::string> found;
+  ForEachField(image, 14, [&](Bytes property) {  // name 1, text 2
+    if (TextOf(property, 1) == name) found = TextOf(property, 2);
+  });
+  return found;
 }
 
 }  // namespace vorn::host

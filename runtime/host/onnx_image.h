@@ -1,9 +1,10 @@
 // What a model image says about itself before anything of it is executed.
 //
 // An image is an ONNX file: one protocol-buffers message. It is walked here, without being kept,
-// for the two facts that the engine does not tell: whether a weight lies in another file, which an
-// image in memory must never make us open, and which inputs say nothing of their shape (the engine
-// shows those like inputs without dimensions).
+// for properties that somebody wrote into it, which are wanted before it is opened, and for the two
+// facts that the engine does not tell: whether a weight lies in another file, which an image in
+// memory must never make us open, and which inputs say nothing of their shape (the engine shows
+// those like inputs without dimensions).
 //
 //     image   := field*                           field := tag payload
 //     tag     := varint(number << 3 | wire type)
@@ -12,9 +13,11 @@
 #define VORN_RUNTIME_HOST_ONNX_IMAGE_H_
 
 #include <cstddef>
+#include <optional>
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace vorn::host {
 
@@ -27,6 +30,10 @@ struct OnnxImageFacts {
 /// Walks the image. Fails with VORN_ERROR_MODEL where it is no such message: cut short, a length
 /// beyond its end, an unknown wire type, or messages nested deeper than any model's.
 OnnxImageFacts InspectOnnxImage(std::span<const std::byte> image);
+
+/// The text of a metadata property of the model; nothing if it has none of that name. Fails
+/// likewise.
+std::optional<std::string> FindMetadata(std::span<const std::byte> image, std::string_view name);
 
 }  // namespace vorn::host
 

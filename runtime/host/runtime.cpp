@@ -184,8 +184,7 @@ void Runtime::Unload(uint32_t modelId) {
 vorn_net_type Runtime::NetType(uint32_t modelId) {
   const std::lock_guard lock(mutex_);
   RequireContext();
-  static_cast<void>(LiveModel(modelId));
-  return VORN_NET_FEED_FORWARD;
+  return LiveModel(modelId)->netType();
 }
 
 void Runtime::SetTotalT(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t totalT) {

@@ -42,12 +42,6 @@ bool HaveCommon(const std::set<std::string>& a, const std::set<std::string>& b) 
   return std::any_of(a.begin(), a.end(), [&](const std::string& name) { return b.contains(name); });
 }
 
-Shape CloseInput(const DeclaredShape& declared) {
-  Shape shape;
-  for (const DeclaredDim& dim : declared) shape.push_back(dim.size < 0 ? 1 : dim.size);
-  return shape;
-}
-
 std::optional<Shape> CloseOutput(const DeclaredShape& declared, const Symbols& symbols) {
   if (declared.empty()) return std::nullopt;
   Shape shape;
@@ -91,13 +85,19 @@ ClosedShapes CloseShapes(std::span<const DeclaredShape> inputs,
   closed.isBatchFirst = !sizedInputs.empty() &&
                         std::all_of(sizedInputs.begin(), sizedInputs.end(), HasOpenFirstDim) &&
                         !HaveCommon(symbols.batch, symbols.inner);
-  for (const DeclaredShape& shape : sizedInputs) closed.inputs.push_back(CloseInput(shape));
+  for (const DeclaredShape& shape : sizedInputs) closed.inputs.push_back(CloseDims(shape));
   for (const DeclaredShape& shape : sizedOutputs) {
     closed.outputs.push_back(CloseOutput(shape, symbols));
     const bool isKnown = closed.outputs.back().has_value();
     if (isKnown && !IsBatchFirst(shape, symbols)) closed.isBatchFirst = false;
   }
   return closed;
+}
+
+Shape CloseDims(const DeclaredShape& declared) {
+  Shape shape;
+  for (const DeclaredDim& dim : declared) shape.push_back(dim.size < 0 ? 1 : dim.size);
+  return shape;
 }
 
 Shape WithBatch(Shape item, int64_t batch) {

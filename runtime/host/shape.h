@@ -47,6 +47,9 @@ ClosedShapes CloseShapes(std::span<const DeclaredShape> inputs,
                          std::span<const DeclaredShape> outputs,
                          const std::map<std::string, int64_t>& sizes);
 
+/// The declared dimensions with 1 for each open one.
+Shape CloseDims(const DeclaredShape& declared);
+
 /// The shape of `batch` items: the first dimension times `batch`. A shape without dimensions stays.
 Shape WithBatch(Shape item, int64_t batch);
 

@@ -82,6 +82,12 @@ OnnxWriter& OnnxWriter::ShapelessOutput(const std::string& name, OnnxType type) 
   return *this;
 }
 
+OnnxWriter& OnnxWriter::OptionalInput(const std::string& name, OnnxType element) {
+  const std::string optional = WireWriter().Bytes(1, TensorType(element, nullptr)).str();
+  graph_.Bytes(11, Value(name, WireWriter().Bytes(9, optional).str()));
+  return *this;
+}
+
 OnnxWriter& OnnxWriter::SequenceInput(const std::string& name, OnnxType element) {
   const std::string sequence = WireWriter().Bytes(1, TensorType(element, nullptr)).str();
   graph_.Bytes(11, Value(name, WireWriter().Bytes(4, sequence).str()));
@@ -114,10 +120,19 @@ OnnxWriter& OnnxWriter::ExternalConstant(const std::string& name, OnnxType type,
   return *this;
 }
 
+OnnxWriter& OnnxWriter::Metadata(const std::string& name, const std::string& text) {
+  metadata_.Bytes(14, WireWriter().Bytes(1, name).Bytes(2, text).str());
+  return *this;
+}
+
 std::string OnnxWriter::Image() const {
   const std::string graph = graph_.str() + WireWriter().Bytes(2, "test").str();
   const std::string operators = WireWriter().Bytes(1, "").Varint(2, 17).str();
-  return WireWriter().Varint(1, 8).Bytes(7, graph).Bytes(8, operators).str();
+  return WireWriter().Varint(1, 8).Bytes(7, graph).Bytes(8, operators).str() + metadata_.str();
+}
+
+std::string StringAttribute(const std::string& name, const std::string& text) {
+  return WireWriter().Bytes(1, name).Bytes(4, text).Varint(20, 3).str();
 }
 
 std::string IntAttribute(const std::string& name, int64_t value) {

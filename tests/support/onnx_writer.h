@@ -65,6 +65,8 @@ class OnnxWriter {
   /// A tensor whose shape, and so whose rank, is not declared.
   OnnxWriter& ShapelessInput(const std::string& name, OnnxType type);
   OnnxWriter& ShapelessOutput(const std::string& name, OnnxType type);
+  /// A value that may be a tensor or nothing.
+  OnnxWriter& OptionalInput(const std::string& name, OnnxType element);
   OnnxWriter& SequenceInput(const std::string& name, OnnxType element);
 
   /// `attributes` are messages of the format, e.g. from `IntAttribute`.
@@ -85,14 +87,19 @@ class OnnxWriter {
   OnnxWriter& ExternalConstant(const std::string& name, OnnxType type,
                                const std::vector<int64_t>& dims, const std::string& location);
 
+  /// A property that somebody wrote into the file.
+  OnnxWriter& Metadata(const std::string& name, const std::string& text);
+
   std::string Image() const;
   /// The graph alone, for `GraphAttribute`.
   std::string Graph() const { return graph_.str(); }
 
  private:
   WireWriter graph_;
+  WireWriter metadata_;
 };
 
+std::string StringAttribute(const std::string& name, const std::string& text);
 std::string IntAttribute(const std::string& name, int64_t value);
 std::string GraphAttribute(const std::string& name, const std::string& graph);
 

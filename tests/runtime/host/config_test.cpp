@@ -41,11 +41,16 @@ TEST(ParseConfig, TakesAnEmptyObject) {
   EXPECT_EQ(config.rowAlignment, 16u);
   EXPECT_EQ(config.graphOptimization, GraphOptimization::kAll);
   EXPECT_TRUE(config.dims.empty());
+  EXPECT_EQ(config.outputTypes, OutputTypes::kPresented);
+  EXPECT_EQ(config.model, "{}");
 }
 
 TEST(ParseConfig, TakesEveryKey) {
   const Config config = ParseConfig(R"({"threads": 3, "rowAlignment": 64,
-    "graphOptimization": "basic", "dims": {"sequence": 128, "": 2}})");
+    "graphOptimization": "basic", "dims": {"sequence": 128, "": 2}, "outputTypes": "native",
+    "model": {"netType": "recurrent"}})");
+  EXPECT_EQ(config.outputTypes, OutputTypes::kNative);
+  EXPECT_EQ(config.model, R"({"netType":"recurrent"})");
   EXPECT_EQ(config.threads, 3);
   EXPECT_EQ(config.rowAlignment, 64u);
   EXPECT_EQ(config.graphOptimization, GraphOptimization::kBasic);
@@ -103,6 +108,9 @@ TEST(ParseConfig, RefusesWrongValuesByKey) {
         << value;
   }
   EXPECT_THAT(Refusal(R"({"dims": [1]})"), HasSubstr("'dims'"));
+  EXPECT_THAT(Refusal(R"({"outputTypes": "float"})"), HasSubstr("\"presented\" or \"native\""));
+  EXPECT_THAT(Refusal(R"({"model": []})"), HasSubstr("'model'"));
+  EXPECT_THAT(Refusal(R"({"model": {"maxFrames": 0}})"), HasSubstr("'model.maxFrames'"));
 }
 
 TEST(ReadConfigFile, ReadsAFile) {

@@ -35,18 +35,17 @@ TEST(DescribeTensor, RefusesWhatTheInterfaceCannotShow) {
   EXPECT_EQ(StatusOf({INT64_MAX, 2}), VORN_ERROR_MODEL);
 }
 
-TEST(AppendScratchInputs, DerivesSizesFromTheModel) {
+TEST(AppendScratchInputs, PutsTheTaskBufferBeforeTheWorkBuffer) {
   ModelDescription model;
   model.inputs.push_back(DescribeTensor("input", "x", VORN_FLOAT32, {2, 3}, 16));
-  model.outputs.push_back(DescribeTensor("output", "y", VORN_FLOAT32, {2, 33}, 16));
-  AppendScratchInputs(model, 16);
+  AppendScratchInputs(model, 128, 190, 16);
   ASSERT_EQ(model.inputs.size(), 3u);
   EXPECT_EQ(model.DataInputCount(), 1u);
   EXPECT_EQ(model.inputs[1].name, "task_buffer");
   EXPECT_EQ(model.inputs[1].type, VORN_UINT8);
-  EXPECT_EQ(model.inputs[1].dims, Shape{128});  // one input, one output
+  EXPECT_EQ(model.inputs[1].dims, Shape{128});
   EXPECT_EQ(model.inputs[2].name, "work_buffer");
-  EXPECT_EQ(model.inputs[2].dims, Shape{192});  // 33 floats are 132 bytes
+  EXPECT_EQ(model.inputs[2].dims, Shape{190});
   EXPECT_EQ(model.inputs[2].layout.stride, 192u);
 }
 
@@ -54,7 +53,7 @@ TEST(AppendScratchInputs, FindsNamesThatTheModelDoesNotHave) {
   ModelDescription model;
   model.inputs.push_back(DescribeTensor("input", "task_buffer", VORN_FLOAT32, {1}, 16));
   model.inputs.push_back(DescribeTensor("input", "task_buffer_2", VORN_FLOAT32, {1}, 16));
-  AppendScratchInputs(model, 16);
+  AppendScratchInputs(model, 64, 64, 16);
   EXPECT_EQ(model.inputs[2].name, "task_buffer_3");
   EXPECT_EQ(model.inputs[3].name, "work_buffer");
 }

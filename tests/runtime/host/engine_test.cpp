@@ -196,6 +196,59 @@ TEST_F(EngineTest, TriesWithoutTouchingBindings) {
   EXPECT_EQ(session->Try(inputs), (std::vector<Shape>{{3, 5}}));
 }
 
+TEST_F(EngineTest, TellsWhichInputsSayNothingOfTheirShape) {
+  const auto session = Open(OnnxWriter()
+                                .ShapelessInput("x", kOnnxFloat)
+                                .Input("scalar", kOnnxFloat, {})
+                                .ShapelessOutput("y", kOnnxFloat)
+                                .Node("Add", {"x", "scalar"}, {"y"})
+                                .Image());
+  EXPECT_FALSE(session->inputs()[0].isShapeKnown);
+  EXPECT_TRUE(session->inputs()[1].isShapeKnown);
+}
+
+TEST_F(EngineTest, TriesWithConstantsAsTheyAre) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {2})
+                                .Input("shape", kOnnxInt64, {2})
+                                .ShapelessOutput("y", kOnnxFloat)
+                                .Node("Expand", {"x", "shape"}, {"y"})
+                                .Image());
+  std::vector<int64_t> shape = {3, 2};
+  session->BindConstant(1, shape.data(), {2});
+  EXPECT_EQ(session->Try(std::vector<Shape>{{2}, {}}), (std::vector<Shape>{{3, 2}}));
+}
+
+TEST_F(EngineTest, KeepsResultsOfAnyShape) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {3})
+                                .Output("at", kOnnxInt64, {1, "count"})
+                                .Output("y", kOnnxFloat, {3})
+                                .Node("NonZero", {"x"}, {"at"})
+                                .Node("Relu", {"x"}, {"y"})
+                                .Image());
+  std::vector<float> x = {0, 5, 6};
+  std::vector<float> y(3);
+  session->BindInput(0, x.data(), {3});
+  session->BindOutput(1, y.data(), {3});
+  session->BindOutputOfAnyShape(0);
+  const auto positions = [&] {
+    session->Run();
+    const TensorView at = session->Result(0);
+    EXPECT_EQ(at.shape[0], 1);
+    const auto* values = reinterpret_cast<const int64_t*>(at.data);
+    return std::vector<int64_t>(values, values + at.shape[1]);
+  };
+  EXPECT_EQ(positions(), (std::vector<int64_t>{1, 2}));
+  x = {7, 0, 0};
+  EXPECT_EQ(positions(), (std::vector<int64_t>{0}));
+  EXPECT_EQ(y, x);
+  x = {0, 0, 0};
+  EXPECT_EQ(positions(), (std::vector<int64_t>{}));
+  x = {1, 1, 1};
+  EXPECT_EQ(positions(), (std::vector<int64_t>{0, 1, 2}));
+}
+
 TEST_F(EngineTest, RefusesWhatItDoesNotServeWithAReason) {
   EXPECT_THAT(Refusal("garbage"), HasSubstr("no ONNX file"));
   EXPECT_THAT(Refusal(""), HasSubstr("no graph"));
@@ -206,7 +259,13 @@ TEST_F(EngineTest, RefusesWhatItDoesNotServeWithAReason) {
                           .Output("y", kOnnxString, {1})
                           .Node("Identity", {"x"}, {"y"})
                           .Image()),
-              HasSubstr("input 'x' has ONNX element type"));
+              HasSubstr("input 'x' holds strings"));
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .OptionalInput("x", kOnnxFloat)
+                          .Output("y", kOnnxBool, {})
+                          .Node("OptionalHasElement", {"x"}, {"y"})
+                          .Image()),
+              HasSubstr("input 'x' is an optional value"));
   EXPECT_THAT(Refusal(OnnxWriter()
                           .Input("x", kOnnxFloat, {1})
                           .Output("y", kOnnxFloat, {1})
@@ -219,13 +278,7 @@ TEST_F(EngineTest, RefusesWhatItDoesNotServeWithAReason) {
                           .Output("y", kOnnxInt64, {})
                           .Node("SequenceLength", {"x"}, {"y"})
                           .Image()),
-              HasSubstr("input 'x'"));
-  EXPECT_THAT(Refusal(OnnxWriter()
-                          .ShapelessInput("x", kOnnxFloat)
-                          .Output("y", kOnnxFloat, {1})
-                          .Node("Relu", {"x"}, {"y"})
-                          .Image()),
-              HasSubstr("'x' says nothing of its shape"));
+              HasSubstr("input 'x' is a sequence"));
   EXPECT_THAT(Refusal(OnnxWriter()
                           .Input("x", kOnnxFloat, {1})
                           .ExternalConstant("w", kOnnxFloat, {1}, "/etc/hostname")

@@ -72,6 +72,32 @@ vorn_status HostFixture::Load(const std::string& bytes) {
   return status;
 }
 
+std::string HostFixture::Refusal(const OnnxWriter& model) {
+  vorn_status status = VORN_SUCCESS;
+  const std::string said = LogOf([&] { status = Load(model); });
+  EXPECT_NE(status, VORN_SUCCESS);
+  Unload();
+  return said;
+}
+
+std::vector<int64_t> HostFixture::ShapeOfInput(uint64_t index) const {
+  vorn_mdl_io_dims dims;
+  EXPECT_EQ(vorn_mdl_get_input_dims(desc, index, &dims), VORN_SUCCESS);
+  return {dims.dims, dims.dims + dims.dimCount};
+}
+
+std::vector<int64_t> HostFixture::ShapeOfOutput(uint64_t index) const {
+  vorn_mdl_io_dims dims;
+  EXPECT_EQ(vorn_mdl_get_output_dims(desc, index, &dims), VORN_SUCCESS);
+  return {dims.dims, dims.dims + dims.dimCount};
+}
+
+std::string HostFixture::NameOfInput(uint64_t index) const {
+  vorn_mdl_io_dims dims;
+  EXPECT_EQ(vorn_mdl_get_input_dims(desc, index, &dims), VORN_SUCCESS);
+  return dims.name;
+}
+
 void HostFixture::Unload() {
   if (modelId != 0) {
     EXPECT_EQ(vorn_mdl_unload(modelId), VORN_SUCCESS);

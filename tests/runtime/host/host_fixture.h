@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -80,6 +81,29 @@ class HostFixture : public testing::Test {
   /// Loads the model and describes it in `desc`; the status of the load.
   vorn_status Load(const std::string& image);
   vorn_status Load(const OnnxWriter& model) { return Load(model.Image()); }
+
+  /// What the log says while the model is refused; empty, with a failure, if it is loaded.
+  std::string Refusal(const OnnxWriter& model);
+
+  /// What the log says while `steps` run.
+  template <typename Steps>
+  std::string LogOf(Steps&& steps) {
+    setenv("VORN_LOG", "error", 1);
+    testing::internal::CaptureStderr();
+    steps();
+    unsetenv("VORN_LOG");
+    return testing::internal::GetCapturedStderr();
+  }
+
+  /// Takes the runtime down and up again with another configuration.
+  void Restart(const std::string& json) {
+    Stop();
+    Start(json);
+  }
+
+  std::vector<int64_t> ShapeOfInput(uint64_t index) const;
+  std::vector<int64_t> ShapeOfOutput(uint64_t index) const;
+  std::string NameOfInput(uint64_t index) const;
 
   /// Ends the model and its description, as far as they are there.
   void Unload();

@@ -18,10 +18,6 @@ class HostDescription : public HostFixture {
   static std::vector<int64_t> Dims(const vorn_mdl_io_dims& dims) {
     return {dims.dims, dims.dims + dims.dimCount};
   }
-  void Restart(const std::string& json) {
-    Stop();
-    Start(json);
-  }
 };
 
 OnnxWriter Image() {
@@ -64,37 +60,6 @@ TEST_F(HostDescription, AlignsRowsAsConfigured) {
     ASSERT_EQ(Load(Image()), VORN_SUCCESS);
     EXPECT_EQ(vorn_mdl_get_input_default_stride(desc, 0), stride);
     EXPECT_EQ(vorn_mdl_get_output_size_by_index(desc, 0), 12u * stride);
-  }
-}
-
-TEST_F(HostDescription, KnowsEveryDenseType) {
-  const std::pair<OnnxType, vorn_data_type> types[] = {
-      {kOnnxFloat, VORN_FLOAT32}, {kOnnxFloat16, VORN_FLOAT16}, {kOnnxInt8, VORN_INT8},
-      {kOnnxInt32, VORN_INT32},   {kOnnxUint8, VORN_UINT8},     {kOnnxUint32, VORN_UINT32},
-      {kOnnxInt16, VORN_INT16},   {kOnnxUint16, VORN_UINT16},   {kOnnxInt64, VORN_INT64},
-      {kOnnxUint64, VORN_UINT64}, {kOnnxDouble, VORN_FLOAT64},  {kOnnxBool, VORN_BOOL}};
-  for (const auto& [onnx, type] : types) {
-    ASSERT_EQ(Load(OnnxWriter()
-                       .Input("x", onnx, {2, 3})
-                       .Output("y", onnx, {2, 3})
-                       .Node("Identity", {"x"}, {"y"})),
-              VORN_SUCCESS)
-        << onnx;
-    EXPECT_EQ(vorn_mdl_get_input_data_type(desc, 0), type);
-    EXPECT_EQ(vorn_mdl_get_output_data_type(desc, 0), type);
-    Blocks in;
-    Blocks out;
-    AddInputs(in);
-    AddOutputs(out);
-    const uint64_t bytes = vorn_data_type_size(type) / 8;
-    std::vector<uint8_t> values(6 * bytes, 1);
-    if (type != VORN_BOOL) {
-      for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<uint8_t>(i + 1);
-    }
-    in.Put(0, values, 3 * bytes);
-    ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS) << onnx;
-    EXPECT_EQ(out.Take<uint8_t>(0, values.size(), 3 * bytes), values) << onnx;
-    Unload();
   }
 }
 
