@@ -7,7 +7,7 @@
 #include "host/element_type.h"
 #include "host/failure.h"
 #include "host/log.h"
-#include "host/tensor_fit.h"
+#include "host/result_fit.h"
 
 namespace vorn::host {
 namespace {
@@ -166,6 +166,11 @@ std::vector<Shape> BatchPlan::Try(const std::vector<Shape>& inputShapes) {
   return shown;
 }
 
+void BatchPlan::CheckFrames(uint64_t frames) const {
+  throw Failure(VORN_ERROR_UNSUPPORTED, "the model is not recurrent; it takes no ", frames,
+                " frames");
+}
+
 void BatchPlan::Execute(const Call& call) {
   if (IsBoundTo(call)) return RunBound(0, call.batch);
   bound_.batch = 0;
@@ -307,7 +312,10 @@ void BatchPlan::UnstageOutputs(uint64_t firstItem, uint64_t items) {
   for (size_t i = 0; i < outputs_.size(); ++i) {
     const Slot& slot = outputs_[i];
     if (!slot.isStaged || firstItem >= slot.itemsHeld) continue;
-    if (slot.isOfAnyShape) FitResult(slot, description_->outputs[i]);
+    if (slot.isOfAnyShape) {
+      FitResult(description_->outputs[i].name, session_.Result(slot.port), slot.shape,
+                ElementBytes(slot.move.fromType), slot.place);
+    }
     RowMove move = slot.move;
     move.from = slot.place;
     move.fromStride = slot.rowBytes;
@@ -316,22 +324,6 @@ void BatchPlan::UnstageOutputs(uint64_t firstItem, uint64_t items) {
     move.rows *= std::min(items, slot.itemsHeld - firstItem);
     MoveRows(table.Put(inputs_.size() + i, move));
   }
-}
-
-/// Puts a result of whatever shape into the dense place of the largest.
-void BatchPlan::FitResult(const Slot& slot, const TensorDescription& tensor) {
-  const TensorView result = session_.Result(slot.port);
-  if (result.shape.size() != slot.shape.size()) {
-    throw Failure(VORN_ERROR_EXECUTION, "output '", tensor.name, "' has the shape ",
-                  ShapeText(result.shape), "; 'outputDims' gives it ", slot.shape.size(),
-                  " dimensions");
-  }
-  if (ReachesBeyond(result.shape, slot.shape)) {
-    Log(LogLevel::kError, "vorn_mdl_execute",
-        Join("output '", tensor.name, "' has the shape ", ShapeText(result.shape),
-             "; what is beyond ", ShapeText(slot.shape), " is cut off"));
-  }
-  FitTensor(result.data, result.shape, slot.place, slot.shape, ElementBytes(slot.move.fromType));
 }
 
 }  // namespace vorn::host

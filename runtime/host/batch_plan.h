@@ -36,6 +36,7 @@ class BatchPlan : public Plan {
   BatchPlan(Session& session, Signature signature, const Config& config);
 
   std::shared_ptr<const ModelDescription> description() const override { return description_; }
+  void CheckFrames(uint64_t frames) const override;
   void Execute(const Call& call) override;
 
  private:
@@ -80,7 +81,6 @@ class BatchPlan : public Plan {
   void RunBound(uint64_t firstItem, uint64_t items);
   void StageInputs(uint64_t firstItem, uint64_t items);
   void UnstageOutputs(uint64_t firstItem, uint64_t items);
-  void FitResult(const Slot& slot, const TensorDescription& tensor);
 
   Session& session_;
   Signature signature_;

@@ -5,12 +5,14 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "host/batch_plan.h"
 #include "host/failure.h"
 #include "host/log.h"
 #include "host/model_settings.h"
 #include "host/onnx_image.h"
+#include "host/recurrent_plan.h"
 #include "host/signature.h"
 
 namespace vorn::host {
@@ -55,7 +57,12 @@ Model::Model(Engine& engine, std::span<const std::byte> image, const Config& con
   }
   LogUnusedSizes(*session_, effective);
   netType_ = settings.netType;
-  plan_ = std::make_unique<BatchPlan>(*session_, SignatureOf(*session_, settings), effective);
+  Signature signature = SignatureOf(*session_, settings);
+  if (netType_ == VORN_NET_RECURRENT) {
+    plan_ = std::make_unique<RecurrentPlan>(*session_, std::move(signature), settings, effective);
+  } else {
+    plan_ = std::make_unique<BatchPlan>(*session_, std::move(signature), effective);
+  }
 }
 
 void Model::Execute(const Call& call) {

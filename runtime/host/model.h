@@ -26,6 +26,9 @@ class Model {
 
   vorn_net_type netType() const { return netType_; }
 
+  /// See `Plan`.
+  void CheckFrames(uint64_t frames) const { plan_->CheckFrames(frames); }
+
   /// Executes as the plan does; fails as it does.
   void Execute(const Call& call);
 

@@ -188,12 +188,12 @@ vorn_net_type Runtime::NetType(uint32_t modelId) {
 }
 
 void Runtime::SetTotalT(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t totalT) {
-  const std::lock_guard lock(mutex_);
+  const Change change(*this);
   RequireContext();
-  static_cast<void>(LiveModel(modelId));
-  LiveDataset(dataset);
-  throw Failure(VORN_ERROR_UNSUPPORTED, "model ", modelId, " is not recurrent; it takes no ",
-                totalT, " frames");
+  const std::shared_ptr<Model> model = LiveModel(modelId);
+  Dataset& live = LiveDataset(dataset);
+  model->CheckFrames(totalT);
+  live.frames = totalT;
 }
 
 void Runtime::SetBatch(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t index,
@@ -222,7 +222,8 @@ void Runtime::Execute(uint32_t modelId, const vorn_mdl_dataset* input, vorn_mdl_
     }
     model = LiveModel(modelId);
   }
-  model->Execute({.inputs = call.inputs, .outputs = call.outputs, .batch = call.batch});
+  model->Execute(
+      {.inputs = call.inputs, .outputs = call.outputs, .batch = call.batch, .frames = call.frames});
 }
 
 // ---- Descriptions -------------------------------------------------------------------------------
@@ -366,6 +367,7 @@ void Runtime::Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
   ViewsOf(from, "input", call.inputs);
   ViewsOf(LiveDataset(output), "output", call.outputs);
   call.batch = from.batch;
+  call.frames = from.frames;
   call.input = input;
   call.output = output;
   call.changes = changes_;

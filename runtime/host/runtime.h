@@ -37,6 +37,7 @@ struct DataBuffer {
 struct Dataset {
   std::vector<vorn_data_buffer*> buffers;  ///< in index order; some may be destroyed by now
   uint64_t batch = 1;
+  uint64_t frames = 0;  ///< of a recurrent model that count; 0 where nobody said
 };
 
 /// Descriptions that were filled stay, so that names handed out stay valid; the last one counts.
@@ -115,6 +116,7 @@ class Runtime {
     std::vector<BlockView> inputs;
     std::vector<BlockView> outputs;
     uint64_t batch = 1;
+    uint64_t frames = 0;
   };
 
   // All below with mutex_ held.
