@@ -44,6 +44,12 @@ void ConvertRow(vorn_data_type type, const std::byte* from, std::byte* to, uint6
   }
 }
 
+/// Any other byte than 0 becomes 1. The engine takes a byte for a bool, which may be neither 0 nor
+/// 1 in a file.
+void NormaliseRow(const std::byte* from, std::byte* to, uint64_t columns) {
+  for (uint64_t i = 0; i < columns; ++i) to[i] = std::byte{from[i] != std::byte{0}};
+}
+
 }  // namespace
 
 vorn_data_type ShownInputType(vorn_data_type native) {
@@ -66,6 +72,7 @@ vorn_data_type ShownOutputType(vorn_data_type native, OutputTypes outputTypes) {
 }
 
 bool IsSameBytes(vorn_data_type native, vorn_data_type shown) {
+  if (shown == VORN_BOOL) return false;
   return native == shown || shown != VORN_FLOAT32;
 }
 
@@ -75,8 +82,13 @@ void MoveRows(const RowMove& move) {
                     move.columns * ElementBytes(move.toType), move.rows);
   }
   for (uint64_t row = 0; row < move.rows; ++row) {
-    ConvertRow(move.fromType, move.from + row * move.fromStride, move.to + row * move.toStride,
-               move.columns);
+    const std::byte* from = move.from + row * move.fromStride;
+    std::byte* to = move.to + row * move.toStride;
+    if (move.toType == VORN_BOOL) {
+      NormaliseRow(from, to, move.columns);
+    } else {
+      ConvertRow(move.fromType, from, to, move.columns);
+    }
   }
 }
 

@@ -9,6 +9,8 @@
 // A float32 has 24 bits of precision: whole numbers beyond 2^24 and float64 are rounded to the
 // nearest float32, a float64 beyond its range becomes infinite.
 //
+// A byte of a bool that is neither 0 nor 1 counts as 1.
+//
 // Asked for native outputs, and for inputs always, a caller sees the model's own type, and bfloat16
 // as the uint16 of its bits.
 #ifndef VORN_RUNTIME_HOST_PRESENTATION_H_
@@ -26,7 +28,8 @@ namespace vorn::host {
 vorn_data_type ShownInputType(vorn_data_type native);
 vorn_data_type ShownOutputType(vorn_data_type native, OutputTypes outputTypes);
 
-/// Whether values of both types are the same bytes.
+/// Whether values of both types are the same bytes. Truth values never are: a caller may have other
+/// bytes than 0 and 1 for them, which an engine must not see.
 bool IsSameBytes(vorn_data_type native, vorn_data_type shown);
 
 /// Rows of `columns` elements on their way from one place to another; strides are in bytes and at
@@ -39,7 +42,7 @@ struct RowMove {
   uint64_t rows = 0;
   uint64_t columns = 0;
   vorn_data_type fromType = VORN_FLOAT32;
-  vorn_data_type toType = VORN_FLOAT32;  ///< the same bytes, or float32
+  vorn_data_type toType = VORN_FLOAT32;  ///< the same bytes, float32, or bool from bool
 };
 
 /// Moves the rows and converts their values. Padding between rows is neither read nor written.

@@ -171,6 +171,7 @@ void RecurrentPlan::PlanFlags(ModelDescription& description) {
   description.inputs.push_back(
       DescribeTensor("input", port.tensor.name, ShownInputType(flagType_), shown, rowAlignment_));
   flags_ = Reserve(port.index, flagType_, shape);
+  flagRows_ = FrameRowsOf(shown, 0);
   if (isLengthOpen_) flags_->timeAxis = axis;
 }
 
@@ -421,7 +422,8 @@ void RecurrentPlan::Feed(const Call& call, FrameSpan span) {
   if (rest != 0) std::memset(dense + span.count * frameBytes, 0, rest * frameBytes);
   if (flags_) {
     const uint64_t bytes = ElementBytes(flagType_);
-    std::memcpy(flags_->data, call.inputs[1].address + span.first * bytes, span.count * bytes);
+    MoveRows(table.Put(1, MoveOutOfBlock(flagRows_, call.inputs[1], flagType_, flags_->data,
+                                         span.count, span, 0)));
     if (rest != 0) std::memset(flags_->data + span.count * bytes, 0, rest * bytes);
   }
   TellLength(span.count);

@@ -117,6 +117,7 @@ class RecurrentPlan : public Plan {
   Place frames_;
   FrameRows frameRows_;
   std::optional<Place> flags_;  // where the model has them as an input
+  FrameRows flagRows_;
   vorn_data_type flagType_ = VORN_UINT8;
   std::vector<Place> others_;
   std::vector<StatePlaces> states_;

@@ -73,6 +73,34 @@ uint64_t AllocationsOfEngine(const std::string& image, const Shape& shape) {
   return AllocationsOf([&] { session->Run(); });
 }
 
+constexpr int kFrames = 7;
+
+/// A step model: what the engine allocates in a run, times the frames, is what a sequence
+/// allocates.
+OnnxWriter StepModel() {
+  OnnxWriter model;
+  model.Input("x", kOnnxFloat, {1, 3}).Input("h", kOnnxFloat, {1, 3});
+  model.Output("y", kOnnxInt64, {1, 3}).Output("hn", kOnnxFloat, {1, 3});
+  model.Node("Add", {"x", "h"}, {"hn"});
+  model.Node("Cast", {"hn"}, {"y"}, {IntAttribute("to", kOnnxInt64)});
+  model.Metadata("vorn", R"({"netType": "recurrent", "sequence": "steps", "maxFrames": 9,
+                             "context": 1, "states": {"h": "hn"}})");
+  return model;
+}
+
+uint64_t AllocationsOfSteps(const std::string& image) {
+  const auto session = CreateEngine()->Open(std::as_bytes(std::span(image)), Config());
+  std::vector<float> x(3), h(3), hn(3);
+  std::vector<int64_t> y(3);
+  session->BindInput(0, x.data(), {1, 3});
+  session->BindInput(1, h.data(), {1, 3});
+  session->BindOutput(0, y.data(), {1, 3});
+  session->BindOutput(1, hn.data(), {1, 3});
+  return AllocationsOf([&] {
+    for (int i = 0; i < kFrames; ++i) session->Run();
+  });
+}
+
 /// A runtime with the model loaded and blocks for it.
 class AllocationTest : public testing::Test {
  protected:
@@ -106,7 +134,7 @@ class AllocationTest : public testing::Test {
     return dataset;
   }
 
-  uint64_t AllocationsOfRuntime(const std::string& image, uint64_t batch) {
+  uint64_t AllocationsOfRuntime(const std::string& image, uint64_t batch, uint64_t frames = 0) {
     const uint32_t id = runtime.Load(image.data(), image.size());
     vorn_mdl_desc* desc = runtime.CreateDesc();
     runtime.FillDesc(desc, id);
@@ -114,6 +142,7 @@ class AllocationTest : public testing::Test {
     vorn_mdl_dataset* inputs = Dataset(description->inputs, batch);
     vorn_mdl_dataset* outputs = Dataset(description->outputs, batch);
     runtime.SetBatch(id, inputs, 0, batch);
+    if (frames != 0) runtime.SetTotalT(id, inputs, frames);
     const uint64_t count = AllocationsOf([&] { runtime.Execute(id, inputs, outputs); });
     runtime.DestroyDesc(desc);
     runtime.Unload(id);
@@ -140,6 +169,19 @@ TEST_F(AllocationTest, ExecutingAgainAllocatesNothingOverPaddedRows) {
 TEST_F(AllocationTest, ExecutingAgainAllocatesNothingForABatch) {
   const std::string image = Model(3).Image();
   EXPECT_EQ(AllocationsOfRuntime(image, 5), AllocationsOfEngine(image, {5, 4, 3}));
+}
+
+TEST_F(AllocationTest, ExecutingAgainAllocatesNothingForConvertedOutputs) {
+  OnnxWriter model;
+  model.Input("x", kOnnxFloat, {"n", 4, 3}).Output("y", kOnnxInt32, {"n", 4, 3});
+  model.Node("Cast", {"x"}, {"y"}, {IntAttribute("to", kOnnxInt32)});
+  const std::string image = model.Image();
+  EXPECT_EQ(AllocationsOfRuntime(image, 2), AllocationsOfEngine(image, {2, 4, 3}));
+}
+
+TEST_F(AllocationTest, ExecutingAgainAllocatesNothingForFrames) {
+  const std::string image = StepModel().Image();
+  EXPECT_EQ(AllocationsOfRuntime(image, 1, kFrames), AllocationsOfSteps(image));
 }
 
 TEST_F(AllocationTest, CountsWhatIsAllocated) {

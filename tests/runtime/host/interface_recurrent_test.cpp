@@ -486,6 +486,21 @@ TEST_F(HostRecurrent, OutputsThatDoNotFollowTheFramesMayBeGivenTheLargestShape) 
             (std::vector<float>{1, 2, 3, 4, 5, 6, 0, 0}));
 }
 
+TEST_F(HostRecurrent, SurvivesAnyByteOfAModelBeingWrong) {
+  const std::string whole =
+      Adder()
+          .Metadata("vorn", R"({"netType":"recurrent","sequence":"steps","maxFrames":3,)"
+                            R"("states":{"h":"hn"},"context":1,"constants":{"h":1}})")
+          .Image();
+  for (size_t at = 0; at < whole.size(); ++at) {
+    for (const int flip : {0x01, 0x10, 0xff}) {
+      std::string wrong = whole;
+      wrong[at] = static_cast<char>(wrong[at] ^ flip);
+      if (HostFixture::Load(wrong) == VORN_SUCCESS) Unload();
+    }
+  }
+}
+
 TEST_F(HostRecurrent, WorkBuffersMayLieAnywhere) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);

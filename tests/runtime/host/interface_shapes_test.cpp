@@ -191,6 +191,23 @@ TEST_F(HostShapes, ConstantsAreNotAmongTheInputs) {
   EXPECT_EQ(out.Take<float>(1, 1, 1), std::vector<float>{32000});
 }
 
+TEST_F(HostShapes, ConstantsMayHaveNoElements) {
+  Restart(R"({"model": {"constants": {"none": []}}})");
+  ASSERT_EQ(Load(OnnxWriter()
+                     .Input("x", kOnnxFloat, {2})
+                     .Input("none", kOnnxFloat, {0})
+                     .Output("y", kOnnxFloat, {2})
+                     .Node("Concat", {"x", "none"}, {"y"}, {IntAttribute("axis", 0)})),
+            VORN_SUCCESS);
+  Blocks in;
+  Blocks out;
+  AddInputs(in);
+  AddOutputs(out);
+  in.Put<float>(0, {3, 4}, 2);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{3, 4}));
+}
+
 TEST_F(HostShapes, ConstantsThatDoNotFitAreRefused) {
   const auto model = OnnxWriter()
                          .Input("x", kOnnxInt64, {2})

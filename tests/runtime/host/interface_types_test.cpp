@@ -85,6 +85,11 @@ TEST_F(HostTypes, AreShownAsTheyAreWhereADumpShowsThem) {
             std::vector<uint16_t>{65535});
 }
 
+TEST_F(HostTypes, TakeAnyByteButZeroForTrue) {
+  EXPECT_EQ(Passed<uint8_t>(kOnnxBool, std::vector<uint8_t>{2, 0, 255, 1}),
+            (std::vector<uint8_t>{1, 0, 1, 1}));
+}
+
 TEST_F(HostTypes, AreConvertedForEveryItemOfABatch) {
   for (const OnnxDim& first : {OnnxDim("n"), OnnxDim(1)}) {
     ASSERT_EQ(Load(OnnxWriter()

@@ -31,6 +31,15 @@ OnnxWriter Relu() {
   return model;
 }
 
+TEST(FindMetadata, FindsTheTextByItsName) {
+  const std::string image = Relu().Metadata("a", "1").Metadata("b", "{}").Image();
+  const auto bytes = std::as_bytes(std::span(image));
+  EXPECT_EQ(FindMetadata(bytes, "b"), "{}");
+  EXPECT_EQ(FindMetadata(bytes, "a"), "1");
+  EXPECT_EQ(FindMetadata(bytes, "c"), std::nullopt);
+  EXPECT_THROW(FindMetadata(bytes.first(bytes.size() - 1), "b"), Failure);
+}
+
 TEST(InspectOnnxImage, FindsNothingSpecialInAPlainModel) {
   const OnnxImageFacts facts = Inspect(Relu().Image());
   EXPECT_TRUE(facts.hasGraph);

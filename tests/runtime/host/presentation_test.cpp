@@ -76,6 +76,22 @@ TEST(MoveRows, RoundsWholeNumbersBeyond24BitsToTheNearest) {
             (std::vector<float>{0x1p24F, 0x1p24F, 0x1p24F + 4, -0x1p24F}));
 }
 
+TEST(MoveRows, MakesTruthValuesOfAnyByte) {
+  const std::vector<uint8_t> from = {0, 1, 2, 255};
+  std::vector<uint8_t> to(4, 9);
+  MoveRows({.from = reinterpret_cast<const std::byte*>(from.data()),
+            .fromStride = 2,
+            .to = reinterpret_cast<std::byte*>(to.data()),
+            .toStride = 2,
+            .rows = 2,
+            .columns = 2,
+            .fromType = VORN_BOOL,
+            .toType = VORN_BOOL});
+  EXPECT_EQ(to, (std::vector<uint8_t>{0, 1, 1, 1}));
+  EXPECT_FALSE(IsSameBytes(VORN_BOOL, VORN_BOOL));
+  EXPECT_TRUE(IsSameBytes(VORN_BOOL, VORN_UINT8));
+}
+
 TEST(MoveRows, LeavesBytesAsTheyAreWhereTheTypesAgree) {
   const std::vector<int16_t> from = {1, -2, 3, -4};
   std::vector<int16_t> to(6, 9);
