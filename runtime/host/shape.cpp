@@ -105,6 +105,11 @@ Shape WithBatch(Shape item, int64_t batch) {
   return item;
 }
 
+Shape WithDim(Shape shape, std::optional<size_t> axis, uint64_t size) {
+  if (axis) shape[*axis] = static_cast<int64_t>(size);
+  return shape;
+}
+
 std::string ShapeText(std::span<const int64_t> shape) {
   std::string text = "[";
   for (size_t i = 0; i < shape.size(); ++i) {

@@ -53,6 +53,9 @@ Shape CloseDims(const DeclaredShape& declared);
 /// The shape of `batch` items: the first dimension times `batch`. A shape without dimensions stays.
 Shape WithBatch(Shape item, int64_t batch);
 
+/// The shape with that dimension put in, if there is one.
+Shape WithDim(Shape shape, std::optional<size_t> axis, uint64_t size);
+
 /// "[1, 3, ?]" for messages.
 std::string ShapeText(std::span<const int64_t> shape);
 
