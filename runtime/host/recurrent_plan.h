@@ -84,6 +84,8 @@ class RecurrentPlan : public Plan {
   };
 
   void PlanFrames(const ModelSettings& settings, ModelDescription& description);
+  Shape SettleSteps(const ModelSettings& settings, const Shape& shape);
+  Shape SettleWhole(const ModelSettings& settings, Shape& shape);
   void PlanFlags(ModelDescription& description);
   void PlanStates(const std::vector<Shape>& tried);
   void PlanOutput(const Port& port, const Shape& tried, const Shape& triedShorter,

@@ -1,6 +1,5 @@
 // What a caller sees of a recurrent model, and where everything of it lies in the work buffer.
 #include <algorithm>
-#include <string>
 
 #include "host/element_type.h"
 #include "host/failure.h"
@@ -89,52 +88,61 @@ RecurrentPlan::RecurrentPlan(Session& session, Signature signature, const ModelS
   description_ = std::move(description);
 }
 
-/// Settles T, the shape of a run's frames and what a caller sees of them.
 void RecurrentPlan::PlanFrames(const ModelSettings& settings, ModelDescription& description) {
   const DeclaredTensor& tensor = signature_.frames->tensor;
   Shape shape = CloseDims(tensor.shape);
-  Shape shown;
-  if (isStepwise_) {
-    mostFrames_ = static_cast<uint64_t>(settings.maxFrames);
-    if (mostFrames_ == 0) {
-      throw Failure(VORN_ERROR_MODEL, "the model takes one frame a run; say how many a sequence ",
-                    "may have with 'maxFrames'");
-    }
-    Shape frame = shape;
-    if (settings.context != 0) {
-      if (frame.empty() || frame.back() <= settings.context ||
-          !AreAllOne(frame, 0, frame.size() - 1)) {
-        throw Failure(VORN_ERROR_MODEL, "'context' of ", settings.context, " leaves nothing of '",
-                      tensor.name, "', which has the shape ", ShapeText(shape),
-                      "; it has to be one row that is longer");
-      }
-      frame.back() -= settings.context;
-      contextBytes_ = static_cast<uint64_t>(settings.context) * ElementBytes(tensor.type);
-    }
-    shown = Stacked(mostFrames_, frame);
-  } else {
-    const auto axis = static_cast<size_t>(settings.timeAxis);
-    if (axis >= shape.size() || !AreAllOne(shape, 0, axis)) {
-      throw Failure(VORN_ERROR_MODEL, "'timeAxis' is ", axis, ", but '", tensor.name,
-                    "' has the shape ", ShapeText(shape),
-                    "; the dimensions before the frames have to be 1");
-    }
-    isLengthOpen_ = tensor.shape[axis].size < 0;
-    if (isLengthOpen_ ? settings.maxFrames == 0
-                      : settings.maxFrames != 0 && settings.maxFrames != shape[axis]) {
-      throw Failure(VORN_ERROR_MODEL, "'maxFrames' is ", settings.maxFrames, ", but '", tensor.name,
-                    "' takes ", isLengthOpen_ ? "any count of" : std::to_string(shape[axis]),
-                    " frames", isLengthOpen_ ? "; say how many a sequence may have" : "");
-    }
-    if (isLengthOpen_) shape[axis] = settings.maxFrames;
-    mostFrames_ = static_cast<uint64_t>(std::max<int64_t>(shape[axis], 0));
-    shown.assign(shape.begin() + static_cast<std::ptrdiff_t>(axis), shape.end());
-  }
+  const Shape shown = isStepwise_ ? SettleSteps(settings, shape) : SettleWhole(settings, shape);
   description.inputs.push_back(
       DescribeTensor("input", tensor.name, ShownInputType(tensor.type), shown, rowAlignment_));
   frames_ = Reserve(signature_.frames->index, tensor.type, shape);
   if (isLengthOpen_) frames_.timeAxis = static_cast<size_t>(settings.timeAxis);
   frameRows_ = FrameRowsOf(shown, 0);
+}
+
+/// Settles T and the context of a model that takes one frame of `shape` a run. Returns what a
+/// caller sees of the frames.
+Shape RecurrentPlan::SettleSteps(const ModelSettings& settings, const Shape& shape) {
+  const DeclaredTensor& tensor = signature_.frames->tensor;
+  mostFrames_ = static_cast<uint64_t>(settings.maxFrames);
+  if (mostFrames_ == 0) {
+    throw Failure(VORN_ERROR_MODEL, "the model takes one frame a run; say how many a sequence ",
+                  "may have with 'maxFrames'");
+  }
+  if (settings.context == 0) return Stacked(mostFrames_, shape);
+  const bool isOneRow = !shape.empty() && AreAllOne(shape, 0, shape.size() - 1);
+  if (!isOneRow || shape.back() <= settings.context) {
+    throw Failure(VORN_ERROR_MODEL, "'context' of ", settings.context, " leaves nothing of '",
+                  tensor.name, "', which has the shape ", ShapeText(shape),
+                  "; it has to be one row that is longer");
+  }
+  contextBytes_ = static_cast<uint64_t>(settings.context) * ElementBytes(tensor.type);
+  Shape frame = shape;
+  frame.back() -= settings.context;
+  return Stacked(mostFrames_, frame);
+}
+
+/// Settles T of a model that takes all frames in a run, and puts it into the input's shape. Returns
+/// what a caller sees of the frames.
+Shape RecurrentPlan::SettleWhole(const ModelSettings& settings, Shape& shape) {
+  const DeclaredTensor& tensor = signature_.frames->tensor;
+  const auto axis = static_cast<size_t>(settings.timeAxis);
+  if (axis >= shape.size() || !AreAllOne(shape, 0, axis)) {
+    throw Failure(VORN_ERROR_MODEL, "'timeAxis' is ", axis, ", but '", tensor.name,
+                  "' has the shape ", ShapeText(shape),
+                  "; the dimensions before the frames have to be 1");
+  }
+  isLengthOpen_ = tensor.shape[axis].size < 0;
+  if (isLengthOpen_ && settings.maxFrames == 0) {
+    throw Failure(VORN_ERROR_MODEL, "'maxFrames' is not given, but '", tensor.name,
+                  "' takes any count of frames; say how many a sequence may have");
+  }
+  if (!isLengthOpen_ && settings.maxFrames != 0 && settings.maxFrames != shape[axis]) {
+    throw Failure(VORN_ERROR_MODEL, "'maxFrames' is ", settings.maxFrames, ", but '", tensor.name,
+                  "' takes ", shape[axis], " frames");
+  }
+  if (isLengthOpen_) shape[axis] = settings.maxFrames;
+  mostFrames_ = static_cast<uint64_t>(std::max<int64_t>(shape[axis], 0));
+  return {shape.begin() + static_cast<std::ptrdiff_t>(axis), shape.end()};
 }
 
 void RecurrentPlan::PlanFlags(ModelDescription& description) {

@@ -456,7 +456,7 @@ TEST_F(HostRecurrent, ModelsThatDoNotFitTheirSettingsAreRefused) {
               HasSubstr("'context' of 2 leaves nothing"));
   EXPECT_THAT(refusal(steps + R"(, "maxFrames": 9, "flags": "h")", Adder()),
               HasSubstr("one flag for each of 1 frames"));
-  EXPECT_THAT(refusal("", CumulativeSum({"time", 2}, 0)), HasSubstr("'maxFrames' is 0"));
+  EXPECT_THAT(refusal("", CumulativeSum({"time", 2}, 0)), HasSubstr("'maxFrames' is not given"));
   EXPECT_THAT(refusal(R"(, "maxFrames": 4)", OnnxWriter()
                                                  .Input("x", kOnnxFloat, {"time", 2})
                                                  .Output("y", kOnnxFloat, {"half", 4})
