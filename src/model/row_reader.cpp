@@ -29,9 +29,9 @@ struct RowRun {
   uint64_t stride;
 };
 
-// Rows that start in a block of this size.
+// Rows that start in a block of this size, which is above 0.
 uint64_t RowsStarting(uint64_t size, const RowRun& run) {
-  return size == 0 ? 0 : std::min(run.rows, (size - 1) / run.stride + 1);
+  return std::min(run.rows, (size - 1) / run.stride + 1);
 }
 
 // Rows that lie in a block of this size as a whole.

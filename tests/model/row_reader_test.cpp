@@ -31,11 +31,16 @@ FileDescriptor FileOf(const Bytes& content) {
   return file;
 }
 
+// What lies behind the block must stay as it is.
 Bytes Read(const Bytes& content, size_t blockSize, const RowLayout& layout) {
-  Bytes block(blockSize, kUntouched);
+  const Bytes behind(content.size(), kUntouched);
+  Bytes memory(blockSize + behind.size(), kUntouched);
   const FileDescriptor file = FileOf(content);
-  ReadRows(file.Get(), block, layout);
-  return block;
+  ReadRows(file.Get(), std::span(memory).first(blockSize), layout);
+  const auto end = memory.begin() + static_cast<ptrdiff_t>(blockSize);
+  EXPECT_TRUE(std::equal(end, memory.end(), behind.begin())) << "written behind the block";
+  memory.resize(blockSize);
+  return memory;
 }
 
 // Byte by byte, in file order: byte i of row r of batch b goes to b * batchBytes + r * stride + i.
@@ -89,6 +94,10 @@ TEST(ReadRows, WritesNothingOutsideTheBlock) {
   ExpectAsReference(100, 20, {1, 20, 2, 8, 30});  // rows longer than their stride
   ExpectAsReference(100, 17, {3, 8, 2, 4, 3});    // more batch items than the block holds
   ExpectAsReference(100, 17, {3, 8, 2, 4, 4});
+  for (const size_t blockSize : {7, 8, 9, 11, 12, 13}) {
+    ExpectAsReference(100, blockSize, {1, 20, 5, 4, 3});  // a row would start at or behind the end
+    ExpectAsReference(100, blockSize, {1, 20, 5, 4, 5});
+  }
 }
 
 TEST(ReadRows, ReadsNothingWithoutRowsOrBytes) {
