@@ -45,11 +45,12 @@ uint64_t ReadRowsInPlace(int fd, std::byte* block, const RowRun& run) {
   for (uint64_t row = 0; row < run.rows; ++row) {
     places[row] = {block + row * run.stride, run.rowBytes};
   }
-  ssize_t got = -1;
-  do {
-    got = preadv(fd, places.data(), static_cast<int>(run.rows), static_cast<off_t>(run.offset));
-  } while (got < 0 && errno == EINTR);
-  return got < 0 ? 0 : static_cast<uint64_t>(got);
+  while (true) {
+    const ssize_t got =
+        preadv(fd, places.data(), static_cast<int>(run.rows), static_cast<off_t>(run.offset));
+    if (got >= 0) return static_cast<uint64_t>(got);
+    if (errno != EINTR) return 0;
+  }
 }
 
 bool ReadLongRows(int fd, std::byte* block, const RowRun& run) {
