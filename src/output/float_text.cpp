@@ -3,8 +3,8 @@
 // and whose lower half is exactly what is rounded away:
 //
 //     s <= 64         m * 2^(64 - s), which drops the units, times 10^16
-//     64 < s <= 78    m * 2^(80 - s) times 5^16, since 10^16 / 2^s = 5^16 * 2^(80 - s) / 2^64
-//     s > 78          0, as the value is less than half of the last digit's unit
+//     64 < s <= 80    m * 2^(80 - s) times 5^16, since 10^16 / 2^s = 5^16 * 2^(80 - s) / 2^64
+//     s > 80          0, as the value is less than a tenth of the last digit's unit
 //
 // The rounding cannot carry into the units: a fraction has at most 24 bits there and leaves 2^-24
 // up to 1. Nothing depends on whether a value is zero, subnormal or normal, and no branch on its
@@ -46,7 +46,7 @@ constexpr auto kScales = [] {
     const int shift = kExponentOfUnit - exponent;
     if (shift <= 64) {
       scales[exponent] = {kTenPow16, 64 - shift};
-    } else if (shift <= 78) {
+    } else if (shift <= 80) {
       scales[exponent] = {kFivePow16 << (80 - shift), 0};
     }
   }
