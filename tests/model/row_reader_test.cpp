@@ -125,6 +125,12 @@ TEST(ReadRows, ReadsLongRowsInPlace) {
   }
 }
 
+TEST(ReadRows, ReadsNoMoreRowsThanThereAre) {
+  ExpectAsReference(2600 * 1030, 2500 * 1040, {5, 500 * 1040, 500, 1040, 1030});
+  ExpectAsReference(2600 * 1030, 2600 * 1040, {5, 500 * 1040, 500, 1040, 1030});
+  ExpectAsReference(2600 * 1000, 2600 * 1020, {5, 500 * 1020, 500, 1020, 1000});
+}
+
 TEST(ReadRows, CutsLongRowsAtTheEndOfTheBlock) {
   for (const size_t blockSize : {1, 1199, 1200, 1201, 1299, 1300, 1301, 3899, 3900}) {
     ExpectAsReference(3600, blockSize, {1, 3900, 3, 1300, 1200});
