@@ -63,11 +63,12 @@ bool ReadLongRows(int fd, std::byte* block, const RowRun& run) {
     const uint64_t got = ReadRowsInPlace(fd, block + done * run.stride, call);
     done += got / run.rowBytes;
     if (got == call.rows * run.rowBytes) continue;
-    // Cut short: by the end of the file, or because a call moves no more than 2 GiB.
-    const uint64_t part = got % run.rowBytes;
-    const uint64_t rest = run.rowBytes - part;
-    std::byte* row = block + done * run.stride;
-    if (ReadFullyAt(fd, row + part, rest, call.offset + got) < rest) return false;
+    // Cut short: by the end of the file, or because a call moves no more than 2 GiB. The row is
+    // read once more on its own.
+    const uint64_t offset = run.offset + done * run.rowBytes;
+    if (ReadFullyAt(fd, block + done * run.stride, run.rowBytes, offset) < run.rowBytes) {
+      return false;
+    }
     ++done;
   }
   return true;
