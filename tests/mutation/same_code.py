@@ -8,15 +8,15 @@ import subprocess
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-_FLAGS = ["-std=c++20", "-O2", "-w", "-Isrc", "-Iinclude"]
+_FLAGS = ["-std=c++20", "-O2", "-w", "-I.", "-Isrc", "-Iinclude"]
 
 
 class _Copy:
-    """A copy of src/ and include/ in which one file at a time is changed."""
+    """A copy of the command's sources in which one file at a time is changed."""
 
     def __init__(self, root, folder):
         shutil.rmtree(folder, ignore_errors=True)
-        for part in ("src", "include"):
+        for part in ("src", "include", "strided"):
             shutil.copytree(root / part, folder / part)
         self.folder = folder
         self.units = {}  # the sources that a file is compiled into
