@@ -90,6 +90,12 @@ TEST(ReadRows, ReadsDenseRowsAtOnceBatchAfterBatch) {
   ExpectAsReference(60, 72, {2, 36, 4, 8, 8});  // four bytes between the batch items
 }
 
+TEST(ReadRows, LeavesWhatIsBehindTheLastBatchItem) {
+  ExpectAsReference(200, 160, {2, 32, 4, 8, 8});
+  ExpectAsReference(200, 160, {2, 32, 4, 8, 6});
+  ExpectAsReference(200, 160, {2, 36, 4, 8, 8});
+}
+
 TEST(ReadRows, WritesNothingOutsideTheBlock) {
   ExpectAsReference(100, 20, {1, 20, 2, 8, 30});  // rows longer than their stride
   ExpectAsReference(100, 17, {3, 8, 2, 4, 3});    // more batch items than the block holds

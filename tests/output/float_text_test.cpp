@@ -73,6 +73,12 @@ TEST(WriteFloatText, AgreesWithPrintfForEveryHalfwayCase) {
   }
 }
 
+TEST(WriteFloatLines, FitsTheLongestLine) {
+  const float longest = -3.40282347e38F;
+  char text[2 * kMaxFloatText];
+  EXPECT_EQ(WriteFloatLines({&longest, 1}, text) - text, ptrdiff_t{kMaxFloatLine});
+}
+
 TEST(WriteFloatLines, EndsEachTextOnALineFeed) {
   const float values[] = {0.5F, -1234.25F, 1e10F, -0.0F};
   char text[std::size(values) * kMaxFloatLine];
