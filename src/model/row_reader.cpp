@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <limits>
 #include <memory>
 
@@ -39,18 +38,16 @@ uint64_t RowsWithin(uint64_t size, const RowRun& run) {
   return size < run.rowBytes ? 0 : std::min(run.rows, (size - run.rowBytes) / run.stride + 1);
 }
 
-// Reads up to kRowsPerCall rows with one call. Returns the bytes that came.
+// Reads up to kRowsPerCall rows with one call. Returns the bytes that came, 0 where it failed: what
+// an interruption leaves is then read row by row.
 uint64_t ReadRowsInPlace(int fd, std::byte* block, const RowRun& run) {
   std::array<iovec, kRowsPerCall> places;
   for (uint64_t row = 0; row < run.rows; ++row) {
     places[row] = {block + row * run.stride, run.rowBytes};
   }
-  while (true) {
-    const ssize_t got =
-        preadv(fd, places.data(), static_cast<int>(run.rows), static_cast<off_t>(run.offset));
-    if (got >= 0) return static_cast<uint64_t>(got);
-    if (errno != EINTR) return 0;
-  }
+  const ssize_t got =
+      preadv(fd, places.data(), static_cast<int>(run.rows), static_cast<off_t>(run.offset));
+  return got < 0 ? 0 : static_cast<uint64_t>(got);
 }
 
 bool ReadLongRows(int fd, std::byte* block, const RowRun& run) {
