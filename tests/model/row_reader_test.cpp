@@ -128,6 +128,7 @@ TEST(ReadRows, ReadsLongRowsInPlace) {
   // More rows than one call takes, the file ending behind, within and before the last ones.
   for (const size_t missing : {0, 1, 1029, 1030, 1031, 2060, 500000}) {
     ExpectAsReference(2500 * 1030 - missing, 2500 * 1040, {5, 500 * 1040, 500, 1040, 1030});
+    ExpectAsReference(2500 * 1030 - missing, 2500 * 1048, {5, 500 * 1040 + 8, 500, 1040, 1030});
   }
 }
 
