@@ -90,6 +90,10 @@ TEST(ReadRows, ReadsDenseRowsAtOnceBatchAfterBatch) {
   ExpectAsReference(60, 72, {2, 36, 4, 8, 8});  // four bytes between the batch items
 }
 
+TEST(ReadRows, TakesTheLongestRowThatAFileCanHave) {
+  ExpectAsReference(16, 16, {1, 16, 4, 4, ~uint64_t{0} >> 1});
+}
+
 TEST(ReadRows, LeavesWhatIsBehindTheLastBatchItem) {
   ExpectAsReference(200, 160, {2, 32, 4, 8, 8});
   ExpectAsReference(200, 160, {2, 32, 4, 8, 6});

@@ -53,6 +53,10 @@ TEST(WriteRpnValues, EndsWhereTheValuesEnd) {
   EXPECT_EQ(Written(8, 5, 1000000, 16), (std::vector<float>{1, 2, 3, 4, 5, 0, 0, 0}));
 }
 
+TEST(WriteRpnValues, WritesFourRowsOfWhateverIsThere) {
+  EXPECT_EQ(Written(10, 12, 2, 8), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 0, 0}));
+}
+
 TEST(WriteRpnValues, ReadsNothingBehindTheValues) {
   const std::vector<float> values = {1, 2, 3, 4, 5, 99};
   std::vector<float> block(8);
