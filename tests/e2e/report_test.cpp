@@ -123,6 +123,20 @@ TEST(Report, CountsTheRuntimesLoadingOnly) {
   EXPECT_LE(TimeOf(run, "Read Model File Time") + TimeOf(run, "Model Load Time"), whole + 1);
 }
 
+TEST(Report, CountsTheLoadingOfAnEmptyModelToo) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.File("model.om", "").List({}).script.Line("pause vorn_mdl_load_from_mem 50");
+  EXPECT_GE(TimeOf(stage.Run({"-p", "1"}), "Model Load Time"), 49);
+}
+
+TEST(Report, CountsExecutionsThatFailedToo) {
+  Stage stage;
+  SetPlain(&stage);
+  stage.script.Line("pause vorn_mdl_execute 5").Answer("vorn_mdl_execute", "always", "1");
+  EXPECT_GE(TimeOf(stage.Run({"-p", "1"}), "Model Execute Time"), 4);
+}
+
 TEST(Report, ShowsTheMeanOfTheLastInferencesExecutions) {
   Stage stage;
   SetPlain(&stage);
