@@ -1,4 +1,4 @@
-// Row by row, or all at once where there is no padding.
+// Row by row, or all at once where there is nothing between rows.
 //
 // A call of memcpy takes longer than moving a short row does, so rows of up to 64 bytes are moved
 // in line. Any such size is two pieces of half a power of two, which overlap in the middle:

@@ -7,9 +7,10 @@
 
 namespace vorn {
 
-/// Copies `rows` rows of `rowBytes` bytes. Rows start `fromStride` and `toStride` bytes apart, both
-/// at least `rowBytes`. Neither the padding between rows nor that behind the last one is read or
-/// written. The places do not overlap.
+/// Copies `rows` rows of `rowBytes` bytes, the first one first. Rows start `fromStride` and
+/// `toStride` bytes apart. Neither the padding between rows nor that behind the last one is read or
+/// written. Strides below `rowBytes` are well: such rows share bytes, and where they are written
+/// to, the later row's stay. The two places do not overlap.
 void CopyRows(const std::byte* from, uint64_t fromStride, std::byte* to, uint64_t toStride,
               uint64_t rowBytes, uint64_t rows);
 

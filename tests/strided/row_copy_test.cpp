@@ -51,6 +51,16 @@ TEST(CopyRows, TakesStridesUpToTheWidestAlignment) {
   }
 }
 
+TEST(CopyRows, LeavesTheLaterOfRowsThatShareBytes) {
+  for (const uint64_t rowBytes : {2, 3, 4, 7, 8, 12, 16, 31, 64, 65, 130}) {
+    for (const uint64_t stride : {uint64_t{0}, uint64_t{1}, rowBytes - 1}) {
+      ExpectRowsMove(rowBytes, rowBytes, stride, 5);
+      ExpectRowsMove(rowBytes, stride, rowBytes, 5);
+      ExpectRowsMove(rowBytes, stride, stride, 5);
+    }
+  }
+}
+
 TEST(CopyRows, DoesNothingForNoRows) {
   const auto from = Counting(4);
   std::vector<std::byte> to(4, kUntouched);
