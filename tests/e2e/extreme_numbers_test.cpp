@@ -178,20 +178,22 @@ TEST(InputTypes, ThatLoseTheirSizeWhileTheyAreAskedForAreRefused) {
             "[ERROR] get pic device buffer failed"});
 }
 
-TEST(Description, ThatCannotBeMadeIsSaidInAWholeLine) {
+/// The last line of a run in which `call` always gives `answer`, with what follows it.
+std::string LastLineWhere(const char* call, const char* answer) {
   Stage stage;
   SetPlain(&stage);
-  stage.script.Answer("vorn_mdl_create_desc", "always", "null");
+  stage.script.Answer(call, "always", answer);
   const std::string said = stage.Run().rawOut;
-  EXPECT_EQ(said.substr(said.rfind('[')), "[ERROR] create model description failed\n");
+  return said.substr(said.rfind('['));
+}
+
+TEST(Description, ThatCannotBeMadeIsSaidInAWholeLine) {
+  EXPECT_EQ(LastLineWhere("vorn_mdl_create_desc", "null"),
+            "[ERROR] create model description failed\n");
 }
 
 TEST(Description, ThatCannotBeFilledIsSaidInAWholeLine) {
-  Stage stage;
-  SetPlain(&stage);
-  stage.script.Answer("vorn_mdl_get_desc", "always", "1");
-  const std::string said = stage.Run().rawOut;
-  EXPECT_EQ(said.substr(said.rfind('[')), "[ERROR] get model description failed\n");
+  EXPECT_EQ(LastLineWhere("vorn_mdl_get_desc", "1"), "[ERROR] get model description failed\n");
 }
 
 TEST(DumpedFiles, AreOpenToAllWhereTheMaskAllowsIt) {

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdio>
 #include <fstream>
+#include <utility>
 
 ConfigFile::ConfigFile(const std::string& json) {
   static std::atomic<int> count = 0;
@@ -17,7 +18,13 @@ ConfigFile::~ConfigFile() { std::remove(path_.c_str()); }
 
 Blocks::Blocks() : dataset(vorn_mdl_create_dataset()) { EXPECT_NE(dataset, nullptr); }
 
+Blocks::Blocks(Blocks&& other) noexcept
+    : dataset(std::exchange(other.dataset, nullptr)),
+      buffers(std::exchange(other.buffers, {})),
+      blocks_(std::exchange(other.blocks_, {})) {}
+
 Blocks::~Blocks() {
+  if (dataset == nullptr) return;  // moved from
   for (vorn_data_buffer* buffer : buffers) vorn_destroy_data_buffer(buffer);
   for (const Block& block : blocks_) vorn_rt_free(block.address);
   vorn_mdl_destroy_dataset(dataset);
@@ -109,16 +116,20 @@ void HostFixture::Unload() {
   desc = nullptr;
 }
 
-void HostFixture::AddInputs(Blocks& blocks, uint64_t batch) {
+Blocks HostFixture::Inputs(uint64_t batch) const {
+  Blocks blocks;
   for (uint64_t i = 0; i < vorn_mdl_get_num_inputs(desc); ++i) {
     const uint64_t bytes = batch * vorn_mdl_get_input_size_by_index(desc, i);
     blocks.Add(bytes, bytes, vorn_mdl_get_input_default_stride(desc, i));
   }
+  return blocks;
 }
 
-void HostFixture::AddOutputs(Blocks& blocks, uint64_t batch) {
+Blocks HostFixture::Outputs(uint64_t batch) const {
+  Blocks blocks;
   for (uint64_t i = 0; i < vorn_mdl_get_num_outputs(desc); ++i) {
     const uint64_t bytes = batch * vorn_mdl_get_output_size_by_index(desc, i);
     blocks.Add(bytes, bytes, vorn_mdl_get_output_default_stride(desc, i));
   }
+  return blocks;
 }

@@ -32,8 +32,8 @@ class Blocks {
  public:
   Blocks();
   ~Blocks();
-  Blocks(const Blocks&) = delete;
-  Blocks& operator=(const Blocks&) = delete;
+  Blocks(Blocks&& other) noexcept;
+  Blocks& operator=(Blocks&&) = delete;
 
   /// Appends a block of `blockBytes`, registered with `registeredBytes`; filled with 0xee.
   Blocks& Add(uint64_t blockBytes, uint64_t registeredBytes, uint64_t stride);
@@ -109,8 +109,8 @@ class HostFixture : public testing::Test {
   void Unload();
 
   /// Blocks for `batch` items of every input, or output, as the description wants them.
-  void AddInputs(Blocks& blocks, uint64_t batch = 1);
-  void AddOutputs(Blocks& blocks, uint64_t batch = 1);
+  Blocks Inputs(uint64_t batch = 1) const;
+  Blocks Outputs(uint64_t batch = 1) const;
 
   uint32_t modelId = 0;
   vorn_mdl_desc* desc = nullptr;

@@ -36,10 +36,8 @@ class HostDetection : public HostFixture {
  protected:
   /// The boxes that are kept, by number; the first two overlap by half.
   std::vector<float> Kept(float score, float overlap) {
-    Blocks in;
-    Blocks out;
-    AddInputs(in);
-    AddOutputs(out);
+    Blocks in = Inputs();
+    Blocks out = Outputs();
     in.Put<float>(0, {0, 0, 2, 2, 0, 0.5F, 2, 2.5F, 10, 10, 12, 12}, 4);
     in.Put<float>(1, {0.9F, 0.8F, 0.3F}, 3);
     in.Put<float>(2, {score, overlap, 0, 0}, 4);
@@ -83,13 +81,12 @@ TEST_F(HostDetection, ThresholdsServeTheWholeBatch) {
                      .Node("Max", {"x", "limit"}, {"y"})),
             VORN_SUCCESS);
   Blocks in;
-  Blocks out;
   in.Add(48, 48, 16).Add(16, 16, 16);  // three items, one row of thresholds
   for (const uint64_t i : {2, 3}) {
     const uint64_t bytes = 3 * vorn_mdl_get_input_size_by_index(desc, i);
     in.Add(bytes, bytes, vorn_mdl_get_input_default_stride(desc, i));
   }
-  AddOutputs(out, 3);
+  Blocks out = Outputs(3);
   in.Put<float>(0, {1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3}, 4).Put<float>(1, {5, 5, 5, 5}, 4);
   ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 3), VORN_SUCCESS);
   for (int repeat = 0; repeat < 2; ++repeat) {

@@ -47,10 +47,8 @@ class HostModel : public HostFixture {
 
 TEST_F(HostModel, ExecutesOverStridedBlocksAndLeavesPaddingAlone) {
   ASSERT_EQ(Load(MatMul(4)), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   const auto x = Counting(12);
   in.Put(0, x, 3);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
@@ -64,11 +62,9 @@ TEST_F(HostModel, ExecutesOverStridedBlocksAndLeavesPaddingAlone) {
 
 TEST_F(HostModel, ExecutesAgainWithNewInputs) {
   ASSERT_EQ(Load(MatMul(4)), VORN_SUCCESS);
-  Blocks out;
-  AddOutputs(out);
+  Blocks out = Outputs();
   for (int round = 0; round < 3; ++round) {
-    Blocks in;
-    AddInputs(in);
+    Blocks in = Inputs();
     auto x = Counting(12);
     for (float& value : x) value += static_cast<float>(round);
     in.Put(0, x, 3);
@@ -81,10 +77,8 @@ TEST_F(HostModel, ExecutesABatchAtOnceAndItemByItemAlike) {
   for (const OnnxDim& first : {OnnxDim("batch"), OnnxDim(1), OnnxDim("")}) {
     ASSERT_EQ(Load(MatMul(first)), VORN_SUCCESS);
     for (const uint64_t batch : {1, 2, 5}) {
-      Blocks in;
-      Blocks out;
-      AddInputs(in, batch);
-      AddOutputs(out, batch);
+      Blocks in = Inputs(batch);
+      Blocks out = Outputs(batch);
       const auto x = Counting(3 * batch);
       in.Put(0, x, 3);
       ASSERT_EQ(SetBatch(in, batch), VORN_SUCCESS);
@@ -97,12 +91,9 @@ TEST_F(HostModel, ExecutesABatchAtOnceAndItemByItemAlike) {
 
 TEST_F(HostModel, BatchBelongsToTheDataset) {
   ASSERT_EQ(Load(MatMul("batch")), VORN_SUCCESS);
-  Blocks two;
-  Blocks one;
-  Blocks out;
-  AddInputs(two, 2);
-  AddInputs(one);
-  AddOutputs(out, 2);
+  Blocks two = Inputs(2);
+  Blocks one = Inputs();
+  Blocks out = Outputs(2);
   two.Put(0, Counting(6), 3);
   one.Put(0, Counting(3), 3);
   ASSERT_EQ(SetBatch(two, 2), VORN_SUCCESS);
@@ -130,8 +121,7 @@ TEST_F(HostModel, JudgesAnInputByItsRealBlock) {
       in.Add(bytes, bytes, vorn_mdl_get_input_default_stride(desc, i));
     }
   };
-  Blocks out;
-  AddOutputs(out, 3);
+  Blocks out = Outputs(3);
   {
     Blocks grown;  // registered with the size before it grew
     grown.Add(48, 16, 16).Put(0, Counting(9), 3);
@@ -153,10 +143,8 @@ TEST_F(HostModel, JudgesForeignMemoryByWhatIsRegistered) {
   ASSERT_EQ(Load(MatMul(1)), VORN_SUCCESS);
   const auto execute = [&](uint64_t registered) {
     std::vector<float> x = {1, 2, 3, 0};
-    Blocks whole;
-    AddInputs(whole);
-    Blocks out;
-    AddOutputs(out);
+    Blocks whole = Inputs();
+    Blocks out = Outputs();
     vorn_mdl_dataset* dataset = vorn_mdl_create_dataset();
     vorn_data_buffer* buffer = vorn_create_data_buffer(x.data(), registered, 16);
     vorn_mdl_add_dataset_buffer(dataset, buffer);
@@ -177,12 +165,10 @@ TEST_F(HostModel, JudgesForeignMemoryByWhatIsRegistered) {
 TEST_F(HostModel, WritesTheBatchItemsThatAnOutputHolds) {
   for (const OnnxDim& first : {OnnxDim("batch"), OnnxDim(1)}) {
     ASSERT_EQ(Load(MatMul(first)), VORN_SUCCESS);
-    Blocks in;
-    AddInputs(in, 4);
+    Blocks in = Inputs(4);
     in.Put(0, Counting(12), 3);
     ASSERT_EQ(SetBatch(in, 4), VORN_SUCCESS);
-    Blocks two;
-    AddOutputs(two, 2);
+    Blocks two = Outputs(2);
     EXPECT_EQ(Execute(in, two), VORN_SUCCESS);
     EXPECT_EQ(two.Take<float>(0, 4, 2), TimesW(Counting(6)));
     Blocks registeredSmaller;  // the block holds four, the caller speaks of one
@@ -208,10 +194,8 @@ TEST_F(HostModel, ServesSeveralInputsAndOutputs) {
                      .Node("Add", {"a", "b"}, {"sum"})
                      .Node("Sub", {"a", "b"}, {"difference"})),
             VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<int32_t>(0, {1, 2, 3, 4, 5, 6}, 3).Put<int32_t>(1, {10, 20, 30, 40, 50, 60}, 3);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<int32_t>(0, 6, 3), (std::vector<int32_t>{11, 22, 33, 44, 55, 66}));
@@ -225,10 +209,8 @@ TEST_F(HostModel, ServesAModelWithoutDataInputs) {
                      .Node("Relu", {"w"}, {"y"})),
             VORN_SUCCESS);
   EXPECT_EQ(vorn_mdl_get_num_inputs(desc), 2u);
-  Blocks in;
-  Blocks out;
-  AddInputs(in, 2);
-  AddOutputs(out, 2);
+  Blocks in = Inputs(2);
+  Blocks out = Outputs(2);
   ASSERT_EQ(SetBatch(in, 2), VORN_SUCCESS);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 4, 2), (std::vector<float>{7, 8, 7, 8}));
@@ -236,10 +218,8 @@ TEST_F(HostModel, ServesAModelWithoutDataInputs) {
 
 TEST_F(HostModel, RefusesDatasetsThatDoNotFit) {
   ASSERT_EQ(Load(MatMul(2)), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   Blocks empty;
   EXPECT_EQ(vorn_mdl_execute(modelId, empty.dataset, out.dataset), VORN_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, empty.dataset), VORN_ERROR_INVALID_ARGUMENT);
@@ -259,10 +239,8 @@ TEST_F(HostModel, RefusesDatasetsThatDoNotFit) {
 
 TEST_F(HostModel, RefusesBuffersAndBlocksThatAreGone) {
   ASSERT_EQ(Load(MatMul(2)), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   vorn_rt_free(vorn_get_data_buffer_addr(in.buffers[0]));
   EXPECT_EQ(Execute(in, out), VORN_ERROR_INVALID_ARGUMENT);
   vorn_destroy_data_buffer(in.buffers[0]);
@@ -274,10 +252,8 @@ TEST_F(HostModel, RefusesBuffersAndBlocksThatAreGone) {
 TEST_F(HostModel, SeesWhatChangedSinceTheLastExecution) {
   ASSERT_EQ(Load(MatMul("n")), VORN_SUCCESS);
   const auto x = Counting(6);
-  Blocks in;
-  Blocks out;
-  AddInputs(in, 2);
-  AddOutputs(out, 2);
+  Blocks in = Inputs(2);
+  Blocks out = Outputs(2);
   in.Put(0, x, 3);
   const auto one = out.Bytes(0);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
@@ -289,8 +265,7 @@ TEST_F(HostModel, SeesWhatChangedSinceTheLastExecution) {
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 4, 2), TimesW(x));
 
-  Blocks other;
-  AddOutputs(other, 2);
+  Blocks other = Outputs(2);
   ASSERT_EQ(Execute(in, other), VORN_SUCCESS);
   EXPECT_EQ(other.Take<float>(0, 4, 2), TimesW(x));
 
@@ -309,10 +284,8 @@ TEST_F(HostModel, SeesWhatChangedSinceTheLastExecution) {
 
 TEST_F(HostModel, SeesThatTheModelIsAnotherOne) {
   ASSERT_EQ(Load(MatMul(1)), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {1, 0, 0}, 3);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{1, 2}));
@@ -344,10 +317,8 @@ TEST_F(HostModel, ReportsAnOutputOfAnotherShapeThanDescribed) {
                      .Output("y", kOnnxInt64, {1, "n"})
                      .Node("NonZero", {"x"}, {"y"})),
             VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in, 3);
-  AddOutputs(out, 3);
+  Blocks in = Inputs(3);
+  Blocks out = Outputs(3);
   in.Put<float>(0, {1}, 1);
   EXPECT_EQ(Execute(in, out), VORN_SUCCESS);
   in.Put<float>(0, {0}, 1);
@@ -363,10 +334,8 @@ TEST_F(HostModel, ReportsAModelThatFailsWhileItRuns) {
                      .Output("y", kOnnxFloat, {1})
                      .Node("Gather", {"w", "at"}, {"y"})),
             VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<int64_t>(0, {99}, 1);
   EXPECT_EQ(Execute(in, out), VORN_ERROR_EXECUTION);
   in.Put<int64_t>(0, {1}, 1);
@@ -464,10 +433,8 @@ TEST_F(HostModel, IsAFeedForwardNetworkWithoutFrames) {
 
 TEST_F(HostModel, NeedsAContextOnTheThread) {
   ASSERT_EQ(Load(MatMul(2)), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   vorn_status onOther = VORN_SUCCESS;
   std::thread([&] { onOther = Execute(in, out); }).join();
   EXPECT_EQ(onOther, VORN_ERROR_NOT_INITIALIZED);
@@ -481,10 +448,8 @@ TEST_F(HostModel, ExecutesFromSeveralThreads) {
       vorn_rt_context* own = nullptr;
       ASSERT_EQ(vorn_rt_create_context(&own, 0), VORN_SUCCESS);
       for (int round = 0; round < 50; ++round) {
-        Blocks in;
-        Blocks out;
-        AddInputs(in, 2);
-        AddOutputs(out, 2);
+        Blocks in = Inputs(2);
+        Blocks out = Outputs(2);
         std::vector<float> x = Counting(6);
         for (float& value : x) value += static_cast<float>(10 * t);
         in.Put(0, x, 3);
@@ -502,10 +467,8 @@ TEST_F(HostModel, ExecutesWithSeveralThreadsOfItsOwn) {
   Stop();
   Start(R"({"threads": 2, "graphOptimization": "none"})");
   ASSERT_EQ(Load(MatMul(2)), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put(0, Counting(6), 3);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 4, 2), TimesW(Counting(6)));
@@ -513,10 +476,8 @@ TEST_F(HostModel, ExecutesWithSeveralThreadsOfItsOwn) {
 
 TEST_F(HostModel, FreesBlocksAfterTheUnload) {
   ASSERT_EQ(Load(MatMul(2)), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put(0, Counting(6), 3);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   ASSERT_EQ(vorn_mdl_unload(modelId), VORN_SUCCESS);

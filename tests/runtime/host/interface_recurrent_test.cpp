@@ -48,10 +48,8 @@ class HostRecurrent : public HostFixture {
   /// Output 0 after one such execution, all `count` values of it.
   std::vector<float> Run(const std::vector<float>& frames, uint64_t row,
                          const std::vector<uint8_t>& flags, size_t count, uint64_t outputRow) {
-    Blocks in;
-    Blocks out;
-    AddInputs(in);
-    AddOutputs(out);
+    Blocks in = Inputs();
+    Blocks out = Outputs();
     EXPECT_EQ(Execute(in, out, frames, row, flags), VORN_SUCCESS);
     return out.Take<float>(0, count, outputRow);
   }
@@ -87,10 +85,8 @@ TEST_F(HostRecurrent, StepsCarryTheirStatesAndStartAnewAtAFlagOf0) {
 TEST_F(HostRecurrent, FirstFrameBeginsASequenceWhateverItsFlagSays) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   for (int repeat = 0; repeat < 21; ++repeat) {
     ASSERT_EQ(Execute(in, out, {1, 2, 3, 4}, 2, {1, 1}), VORN_SUCCESS);
     EXPECT_EQ(out.Take<float>(0, 10, 2), (std::vector<float>{1, 2, 4, 6, 0, 0, 0, 0, 0, 0}));
@@ -100,10 +96,8 @@ TEST_F(HostRecurrent, FirstFrameBeginsASequenceWhateverItsFlagSays) {
 TEST_F(HostRecurrent, FramesThatDoNotCountLeaveZerosAndPaddingAlone) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   ASSERT_EQ(Execute(in, out, {1, 2, 3, 4, 5, 6}, 2, {0, 1, 1}), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 10, 2), (std::vector<float>{1, 2, 4, 6, 9, 12, 0, 0, 0, 0}));
   const auto bytes = out.Bytes(0);
@@ -121,10 +115,8 @@ TEST_F(HostRecurrent, StepOutputsAreConvertedAsAnyOther) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder(kOnnxInt64)), VORN_SUCCESS);
   EXPECT_EQ(vorn_mdl_get_input_data_type(desc, 0), vorn_data_type{VORN_INT64});
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<int64_t>(0, {1, 2, 3, 4}, 2).Put<uint8_t>(1, {0, 1}, 2);
   ASSERT_EQ(SetFrames(in, 2), VORN_SUCCESS);
   ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
@@ -189,10 +181,8 @@ TEST_F(HostRecurrent, FlagsAndOtherInputsOfTheModelAreFed) {
   EXPECT_EQ(NameOfInput(1), "cont");
   EXPECT_EQ(ShapeOfInput(1), std::vector<int64_t>{3});
   EXPECT_EQ(NameOfInput(2), "scale");
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {1, 2, 3, 4}, 2).Put<float>(1, {0, 0.5F}, 3).Put<float>(2, {10, 100}, 2);
   ASSERT_EQ(SetFrames(in, 2), VORN_SUCCESS);
   ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
@@ -229,10 +219,8 @@ TEST_F(HostRecurrent, WholeSequencesGetTheFramesThatCount) {
     EXPECT_EQ(ShapeOfInput(0)[0], 5);
     EXPECT_EQ(ShapeOfOutput(0)[0], 5);
     EXPECT_EQ(ShapeOfOutput(1), std::vector<int64_t>{1});
-    Blocks in;
-    Blocks out;
-    AddInputs(in);
-    AddOutputs(out);
+    Blocks in = Inputs();
+    Blocks out = Outputs();
     for (int repeat = 0; repeat < 2; ++repeat) {
       ASSERT_EQ(Execute(in, out, frames, 2, {0, 1, 1}), VORN_SUCCESS) << settings;
       EXPECT_EQ(out.Take<float>(0, 10, 2), sums) << settings;
@@ -303,10 +291,8 @@ TEST_F(HostRecurrent, FlagsOfTheModelKeepAWholeSequenceTogether) {
                        .Node("Mul", {"x", "cont"}, {"kept"})
                        .Node("CumSum", {"kept", "axis"}, {"y"})),
               VORN_SUCCESS);
-    Blocks in;
-    Blocks out;
-    AddInputs(in);
-    AddOutputs(out);
+    Blocks in = Inputs();
+    Blocks out = Outputs();
     in.Put<float>(0, {1, 2, 3}, 1).Put<float>(1, {1, 0, 1}, 4);
     ASSERT_EQ(SetFrames(in, 3), VORN_SUCCESS);
     ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
@@ -400,10 +386,8 @@ TEST_F(HostRecurrent, LstmGivesTheSameWholeStepByStepAndByHand) {
 TEST_F(HostRecurrent, ExecutionsRefuseCountsOfFramesThatDoNotFit) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(SetFrames(in, 0), VORN_ERROR_INVALID_ARGUMENT);
   EXPECT_THAT(LogOf([&] { EXPECT_EQ(SetFrames(in, 6), VORN_ERROR_INVALID_ARGUMENT); }),
@@ -415,10 +399,8 @@ TEST_F(HostRecurrent, ExecutionsRefuseCountsOfFramesThatDoNotFit) {
 TEST_F(HostRecurrent, ExecutionsRefuseBatchesAndBlocksThatDoNotFit) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in, 2);
-  AddOutputs(out, 2);
+  Blocks in = Inputs(2);
+  Blocks out = Outputs(2);
   ASSERT_EQ(SetFrames(in, 2), VORN_SUCCESS);
   ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 2), VORN_SUCCESS);
   EXPECT_THAT(LogOf([&] {
@@ -504,10 +486,8 @@ TEST_F(HostRecurrent, SurvivesAnyByteOfAModelBeingWrong) {
 TEST_F(HostRecurrent, WorkBuffersMayLieAnywhere) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   const uint64_t bytes = vorn_mdl_get_input_size_by_index(desc, 3);
   std::vector<uint8_t> foreign(bytes + 1);
   vorn_mdl_dataset* dataset = vorn_mdl_create_dataset();

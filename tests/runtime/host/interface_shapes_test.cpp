@@ -31,10 +31,8 @@ TEST_F(HostShapes, ThatDependOnTheDataAreFilledUpWithZeros) {
   Restart(R"({"model": {"outputDims": {"at": [2, 4]}}})");
   ASSERT_EQ(Load(Positions()), VORN_SUCCESS);
   EXPECT_EQ(ShapeOfOutput(0), (std::vector<int64_t>{2, 4}));
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {0, 5, 0, 0, 0, 6}, 3);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 8, 4), (std::vector<float>{0, 1, 0, 0, 1, 2, 0, 0}));
@@ -46,10 +44,8 @@ TEST_F(HostShapes, ThatDependOnTheDataAreFilledUpWithZeros) {
 TEST_F(HostShapes, ThatDependOnTheDataAreCutOffAndLogged) {
   Restart(R"({"model": {"outputDims": {"at": [2, 2]}}})");
   ASSERT_EQ(Load(Positions()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {0, 5, 7, 0, 0, 6}, 3);
   for (int repeat = 0; repeat < 2; ++repeat) {
     EXPECT_THAT(LogOf([&] { EXPECT_EQ(Execute(in, out), VORN_SUCCESS); }),
@@ -62,10 +58,8 @@ TEST_F(HostShapes, ThatDependOnTheDataAreCutOffAndLogged) {
 TEST_F(HostShapes, ThatDependOnTheDataAreServedForEveryItemOfABatch) {
   Restart(R"({"model": {"outputDims": {"at": [2, 3]}}, "outputTypes": "native"})");
   ASSERT_EQ(Load(Positions()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in, 2);
-  AddOutputs(out, 2);
+  Blocks in = Inputs(2);
+  Blocks out = Outputs(2);
   in.Put<float>(0, {0, 0, 1, 0, 0, 0, 0, 0, 0, 1, 1, 0}, 3);
   ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 2), VORN_SUCCESS);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
@@ -76,10 +70,8 @@ TEST_F(HostShapes, ThatDependOnTheDataAreServedForEveryItemOfABatch) {
 TEST_F(HostShapes, OfAnotherCountOfDimensionsThanGivenFail) {
   Restart(R"({"model": {"outputDims": {"at": [6]}}})");
   ASSERT_EQ(Load(Positions()), VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   EXPECT_THAT(LogOf([&] { EXPECT_EQ(Execute(in, out), VORN_ERROR_EXECUTION); }),
               HasSubstr("'outputDims' gives it 1 dimensions"));
 }
@@ -92,10 +84,8 @@ TEST_F(HostShapes, OfATrialThatTurnOutOtherwiseNameTheKey) {
                      .Node("Unique", {"x"}, {"y"})),
             VORN_SUCCESS);
   EXPECT_EQ(ShapeOfOutput(0), std::vector<int64_t>{1});
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {3, 1, 3, 1}, 4);
   EXPECT_THAT(LogOf([&] { EXPECT_EQ(Execute(in, out), VORN_ERROR_EXECUTION); }),
               HasSubstr("'outputDims'"));
@@ -113,10 +103,8 @@ TEST_F(HostShapes, WithoutElementsAreLeftOutAsLongAsAnotherOutputIsThere) {
               HasSubstr("output 'nothing' is declared without elements and left out"));
   EXPECT_EQ(vorn_mdl_get_num_outputs(desc), 1u);
   EXPECT_STREQ(vorn_mdl_get_output_name_by_index(desc, 0), "y");
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {-1, 4}, 2);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{0, 4}));
@@ -138,10 +126,8 @@ TEST_F(HostShapes, OfInputsComeFromTheConfiguration) {
   ASSERT_EQ(Load(open), VORN_SUCCESS);
   EXPECT_EQ(ShapeOfInput(0), (std::vector<int64_t>{1, 5}));
   EXPECT_EQ(ShapeOfOutput(0), (std::vector<int64_t>{1, 5}));
-  Blocks in;
-  Blocks out;
-  AddInputs(in, 2);
-  AddOutputs(out, 2);
+  Blocks in = Inputs(2);
+  Blocks out = Outputs(2);
   in.Put<float>(0, {1, -2, 3, -4, 5, 6, -7, 8, -9, 10}, 5);
   ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 2), VORN_SUCCESS);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
@@ -181,10 +167,8 @@ TEST_F(HostShapes, ConstantsAreNotAmongTheInputs) {
             VORN_SUCCESS);
   ASSERT_EQ(vorn_mdl_get_num_inputs(desc), 3u);
   EXPECT_EQ(NameOfInput(0), "x");
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {3, 4}, 2);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{3, -8}));
@@ -199,10 +183,8 @@ TEST_F(HostShapes, ConstantsMayHaveNoElements) {
                      .Output("y", kOnnxFloat, {2})
                      .Node("Concat", {"x", "none"}, {"y"}, {IntAttribute("axis", 0)})),
             VORN_SUCCESS);
-  Blocks in;
-  Blocks out;
-  AddInputs(in);
-  AddOutputs(out);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
   in.Put<float>(0, {3, 4}, 2);
   ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
   EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{3, 4}));

@@ -18,10 +18,8 @@ class HostTypes : public HostFixture {
                        .Output("y", type, {1, count})
                        .Node("Identity", {"x"}, {"y"})),
               VORN_SUCCESS);
-    Blocks in;
-    Blocks out;
-    AddInputs(in);
-    AddOutputs(out);
+    Blocks in = Inputs();
+    Blocks out = Outputs();
     in.Put(0, values, values.size());
     EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
     const auto shown = out.Take<Shown>(0, values.size(), values.size());
@@ -47,10 +45,8 @@ TEST_F(HostTypes, PassThroughAsTheirBytesWhereNativeOutputsAreAskedFor) {
         << onnx;
     EXPECT_EQ(vorn_mdl_get_input_data_type(desc, 0), type);
     EXPECT_EQ(vorn_mdl_get_output_data_type(desc, 0), type);
-    Blocks in;
-    Blocks out;
-    AddInputs(in);
-    AddOutputs(out);
+    Blocks in = Inputs();
+    Blocks out = Outputs();
     const uint64_t bytes = vorn_data_type_size(type) / 8;
     std::vector<uint8_t> values(6 * bytes, 1);
     if (type != VORN_BOOL) {
@@ -97,10 +93,8 @@ TEST_F(HostTypes, AreConvertedForEveryItemOfABatch) {
                        .Output("at", kOnnxInt64, {first, 1})
                        .Node("ArgMax", {"x"}, {"at"}, {IntAttribute("axis", 1)})),
               VORN_SUCCESS);
-    Blocks in;
-    Blocks out;
-    AddInputs(in, 3);
-    AddOutputs(out, 3);
+    Blocks in = Inputs(3);
+    Blocks out = Outputs(3);
     in.Put<float>(0, {0, 9, 0, 0, 0, 0, 0, 0, 9, 0, 9, 0, 0, 0, 0}, 5);
     ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 3), VORN_SUCCESS);
     for (int repeat = 0; repeat < 2; ++repeat) {
