@@ -133,6 +133,12 @@ uint64_t RecurrentPlan::RunLength(const Call& call, uint64_t first) const {
   return end - first;
 }
 
+/// How many frames the tensors of a run have room for.
+uint64_t RecurrentPlan::BoundFrames(FrameSpan span) const {
+  if (isStepwise_) return 1;
+  return isLengthOpen_ ? span.count : mostFrames_;
+}
+
 bool RecurrentPlan::BeginsSequence(const Call& call, uint64_t frame) const {
   const uint64_t bytes = ElementBytes(flagType_);
   return frame == 0 || IsZero(call.inputs[1].address + frame * bytes, bytes);
@@ -152,8 +158,7 @@ void RecurrentPlan::Feed(const Call& call, FrameSpan span) {
   MoveRows(table.Put(
       0, MoveOutOfBlock(frameRows_, call.inputs[0], frames_.type, dense, span.count, span, 0)));
   const uint64_t frameBytes = frameRows_.rows * frameRows_.columns * ElementBytes(frames_.type);
-  const uint64_t framesInRun = isStepwise_ ? 1 : (isLengthOpen_ ? span.count : mostFrames_);
-  const uint64_t rest = framesInRun - span.count;
+  const uint64_t rest = BoundFrames(span) - span.count;
   if (rest != 0) std::memset(dense + span.count * frameBytes, 0, rest * frameBytes);
   if (flags_) {
     const uint64_t bytes = ElementBytes(flagType_);
@@ -169,9 +174,8 @@ void RecurrentPlan::Take(const Call& call, FrameSpan span) {
   for (size_t i = 0; i < outputs_.size(); ++i) {
     const Output& output = outputs_[i];
     if (output.isOfAnyShape) TakeResultOfAnyShape(output);
-    const uint64_t framesInRun = isStepwise_ ? 1 : (isLengthOpen_ ? span.count : mostFrames_);
     const FrameSpan taken = output.followsFrames ? span : FrameSpan{.first = 0, .count = 1};
-    const uint64_t denseFrames = output.followsFrames ? framesInRun : 1;
+    const uint64_t denseFrames = output.followsFrames ? BoundFrames(span) : 1;
     for (uint64_t outer = 0; outer < output.rows.outer; ++outer) {
       MoveRows(
           table.Put(description_->inputs.size() - 2 + i,

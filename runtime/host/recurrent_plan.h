@@ -88,6 +88,8 @@ class RecurrentPlan : public Plan {
   Shape SettleWhole(const ModelSettings& settings, Shape& shape);
   void PlanFlags(ModelDescription& description);
   void PlanStates(const std::vector<Shape>& tried);
+  std::optional<size_t> AxisOfOutput(const std::string& name, const Shape& tried,
+                                     const Shape& triedShorter) const;
   void PlanOutput(const Port& port, const Shape& tried, const Shape& triedShorter,
                   OutputTypes outputTypes, ModelDescription& description);
   std::vector<Shape> TryFrames(uint64_t frames);
@@ -100,6 +102,7 @@ class RecurrentPlan : public Plan {
   void BindInput(Place& place, uint64_t frames);
   void FeedOtherInputs(const Call& call);
   uint64_t RunLength(const Call& call, uint64_t first) const;
+  uint64_t BoundFrames(FrameSpan span) const;
   bool BeginsSequence(const Call& call, uint64_t frame) const;
   void BeginSequence();
   void Feed(const Call& call, FrameSpan span);

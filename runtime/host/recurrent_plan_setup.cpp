@@ -181,6 +181,22 @@ void RecurrentPlan::PlanStates(const std::vector<Shape>& tried) {
   }
 }
 
+/// The dimension of an output that follows the frames of a whole sequence: with an open length the
+/// one that got shorter, else the first one of that length.
+std::optional<size_t> RecurrentPlan::AxisOfOutput(const std::string& name, const Shape& tried,
+                                                  const Shape& triedShorter) const {
+  const bool canShorten = isLengthOpen_ && mostFrames_ > 1;
+  std::optional<size_t> axis;
+  for (size_t i = 0; i < tried.size() && !axis; ++i) {
+    const bool gotShorter = i < triedShorter.size() && triedShorter[i] == tried[i] - 1;
+    if (tried[i] == static_cast<int64_t>(mostFrames_) && (gotShorter || !canShorten)) axis = i;
+  }
+  if (triedShorter == (canShorten ? WithDim(tried, axis, mostFrames_ - 1) : tried)) return axis;
+  throw Failure(VORN_ERROR_MODEL, "output '", name, "' has the shape ", ShapeText(tried), " for ",
+                mostFrames_, " frames and ", ShapeText(triedShorter),
+                " for one less; give the largest that it takes with 'outputDims'");
+}
+
 void RecurrentPlan::PlanOutput(const Port& port, const Shape& tried, const Shape& triedShorter,
                                OutputTypes outputTypes, ModelDescription& description) {
   Output output;
@@ -192,20 +208,7 @@ void RecurrentPlan::PlanOutput(const Port& port, const Shape& tried, const Shape
     shown = Stacked(mostFrames_, shape);
     axis = 0;
   } else if (!output.isOfAnyShape) {
-    // With an open length, the dimension that got shorter; else the first one of that length.
-    for (size_t i = 0; i < shape.size() && !axis; ++i) {
-      const bool follows = shape[i] == static_cast<int64_t>(mostFrames_) &&
-                           (!isLengthOpen_ || mostFrames_ == 1 ||
-                            (i < triedShorter.size() && triedShorter[i] == shape[i] - 1));
-      if (follows) axis = i;
-    }
-    const Shape expected =
-        isLengthOpen_ ? WithDim(shape, axis, mostFrames_ - (mostFrames_ > 1)) : shape;
-    if (triedShorter != expected) {
-      throw Failure(VORN_ERROR_MODEL, "output '", port.tensor.name, "' has the shape ",
-                    ShapeText(shape), " for ", mostFrames_, " frames and ", ShapeText(triedShorter),
-                    " for one less; give the largest that it takes with 'outputDims'");
-    }
+    axis = AxisOfOutput(port.tensor.name, tried, triedShorter);
     if (axis && AreAllOne(shape, 0, *axis)) {
       shown.erase(shown.begin(), shown.begin() + static_cast<std::ptrdiff_t>(*axis));
     }

@@ -31,8 +31,9 @@ DeclaredTensor WithDims(DeclaredTensor tensor, const Shape& given) {
 class Ports {
  public:
   Ports(const char* kind, const std::vector<DeclaredTensor>& tensors) : kind_(kind) {
-    for (size_t i = 0; i < tensors.size(); ++i)
+    for (size_t i = 0; i < tensors.size(); ++i) {
       ports_.push_back({.index = i, .tensor = tensors[i], .largest = {}});
+    }
   }
 
   Port& At(const std::string& key, const std::string& name) {
