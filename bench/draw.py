@@ -18,17 +18,12 @@ import matplotlib.pyplot as plt  # noqa: E402
 from matplotlib.ticker import FuncFormatter, LogLocator, NullFormatter  # noqa: E402
 
 MET, MISSED, NO_GOAL, GOAL = "#2a7f62", "#c8553d", "#8a94a0", "#1d2733"
+COLOURS = {"met": MET, "missed": MISSED, "-": NO_GOAL}
 MEMORY = "#b26a00"
 MIB = 1 << 20
 INCHES_A_BAR = 0.34
 
 plt.rcParams.update({"font.size": 9, "axes.spines.top": False, "axes.spines.right": False})
-
-
-def colour(result):
-    if result["goal"] is None:
-        return NO_GOAL
-    return MET if float(f"{result['ratio']:.3g}") <= result["goal"] else MISSED
 
 
 def label(result):
@@ -42,7 +37,7 @@ def draw_ratios(results, path):
     figure, axes = plt.subplots(figsize=(9, 1.4 + INCHES_A_BAR * len(results)))
     for at, result in enumerate(results):
         ratio, goal = result["ratio"], result["goal"]
-        axes.barh(at, ratio - 1, left=1, height=0.62, color=colour(result))
+        axes.barh(at, ratio - 1, left=1, height=0.62, color=COLOURS[result["verdict"]])
         beside, align = (6, "left") if ratio >= 1 else (-6, "right")
         # Not on top of the goal's line.
         furthest = max(ratio, goal or ratio) if ratio >= 1 else min(ratio, goal or ratio)

@@ -40,8 +40,9 @@ def collect(paths):
         for result in found:
             if result["row"] == row["row"]:
                 case = result.get("case", "")
-                collected.append({**result, "what": row["what"], "against": row["floor"],
-                                  "case": case, "goal": goal_of(row, case)})
+                judged = {**result, "what": row["what"], "against": row["floor"], "case": case,
+                          "goal": goal_of(row, case)}
+                collected.append({**judged, "verdict": verdict(judged)})
     return collected
 
 
@@ -75,7 +76,7 @@ def table(results):
         else:
             ratio = number(result["ratio"])
         lines.append(line([result["what"], result["case"], result["against"], figure(floor, unit),
-                           figure(result["ours"], unit), ratio, goal, verdict(result)]))
+                           figure(result["ours"], unit), ratio, goal, result["verdict"]]))
     return "\n".join(lines)
 
 

@@ -38,7 +38,7 @@ measure() {
     runs) PYTHONPATH=bench /usr/bin/python3 -m runs "$kBuild" "$out" "${quick[@]}" ;;
     execute) bench/execute/run.sh "$kBuild" "$out" "$seconds" ;;
     scale) PYTHONPATH=bench /usr/bin/python3 -m scale "$kBuild" "$out" "${quick[@]}" ;;
-  esac || die "the part $part failed."
+  esac || die "measuring '$part' failed."
 }
 
 quick=() seconds=20 parts=()

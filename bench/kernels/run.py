@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the kernels' benchmarks and writes the part of their rows.
+"""Runs the kernels' benchmarks and writes the results of their rows.
 
     run.py BUILD_FOLDER OUT.json [--quick]
 

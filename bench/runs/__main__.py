@@ -1,12 +1,10 @@
-"""Measures whole runs and writes the part of their rows.
+"""Measures whole runs and writes the results of their rows.
 
     PYTHONPATH=bench python3 -m runs BUILD_FOLDER OUT.json [--quick] [ROW...]
 """
-import argparse
 import json
-from pathlib import Path
 
-from measure.vorn_run import Build
+from measure.options import parse
 from runs.iteration import iteration
 from runs.memory import memory
 from runs.start import start
@@ -21,24 +19,10 @@ ROWS = {
 }
 
 
-def parse():
-    parser = argparse.ArgumentParser(prog="runs", description="Measures whole runs.")
-    parser.add_argument("build", type=lambda text: Build(Path(text).resolve()))
-    parser.add_argument("out", type=Path)
-    parser.add_argument("--quick", action="store_true", help="few rounds, to try it")
-    parser.add_argument("rows", nargs="*", metavar="ROW", help=", ".join(ROWS))
-    options = parser.parse_intermixed_args()
-    unknown = set(options.rows) - set(ROWS)
-    if unknown:
-        parser.error(f"there is no row {', '.join(sorted(unknown))}; {', '.join(ROWS)} are there")
-    return options
-
-
 def main():
-    options = parse()
-    options.build.check()
+    options = parse("runs", "Measures whole runs.", "row", ROWS)
     results = []
-    for row in options.rows or ROWS:
+    for row in options.chosen:
         print(f"bench: {row}", flush=True)
         results += ROWS[row](options.build, options.quick)
     options.out.write_text(json.dumps(results, indent=1) + "\n")

@@ -5,13 +5,12 @@
 Each point is run several times; its time is the median, its memory the peak of the process. A slope
 above 1.05 is printed as a finding.
 """
-import argparse
 import json
-from pathlib import Path
 
 from measure import contest
+from measure.options import parse
 from measure.scratch import has_room, in_memory, scratch_folder
-from measure.vorn_run import Build, Run
+from measure.vorn_run import Run
 from scale import series as all_series
 from scale import slope
 
@@ -19,6 +18,7 @@ STEEPEST = 1.05
 MIB = 1 << 20
 SECONDS_A_POINT = 3
 MOST_RUNS = 51
+SERIES = {one.name: one for one in all_series.ALL}
 
 
 def runs_for(seconds, quick):
@@ -74,32 +74,15 @@ def verdict(slopes):
     return f"{slopes['slope']:.3f}, at the end {slopes['lastSlope']:.3f}{finding}"
 
 
-def parse():
-    parser = argparse.ArgumentParser(prog="scale", description="Measures how runs grow.")
-    parser.add_argument("build", type=lambda text: Build(Path(text).resolve()))
-    parser.add_argument("out", type=Path)
-    parser.add_argument("--quick", action="store_true", help="one run a point, to try it")
-    names = [one.name for one in all_series.ALL]
-    parser.add_argument("series", nargs="*", metavar="SERIES", help=", ".join(names))
-    options = parser.parse_intermixed_args()
-    unknown = set(options.series) - set(names)
-    if unknown:
-        parser.error(f"there is no {', '.join(sorted(unknown))}; {', '.join(names)} are there")
-    return options
-
-
 def main():
-    options = parse()
-    options.build.check()
+    options = parse("scale", "Measures how runs grow.", "series", SERIES)
     start = measure_start(options.build, options.quick)
     print(f"scale: a run with nothing to do: {1e3 * start[0]:.2f} ms, {start[1] / MIB:.1f} MiB; "
           f"dumps go to {in_memory()}")
     results = []
-    for one in all_series.ALL:
-        if options.series and one.name not in options.series:
-            continue
-        print(f"scale: {one.name}", flush=True)
-        result = measure_series(one, options.build, start, options.quick)
+    for name in options.chosen:
+        print(f"scale: {name}", flush=True)
+        result = measure_series(SERIES[name], options.build, start, options.quick)
         print(f"  slope of time   {verdict(result['time'])}")
         print(f"  slope of memory {verdict(result['memory'])}", flush=True)
         results.append(result)
