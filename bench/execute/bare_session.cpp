@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kBlockAlignment = 64;  // bytes; that of the host runtime's blocks
 
-/// What runtime/host/engine.cpp asks for with the configuration {}.
+/// What runtime/host/engine/engine.cpp asks for with the configuration {}.
 Ort::SessionOptions Options() {
   Ort::SessionOptions options;
   options.SetIntraOpNumThreads(1);

@@ -15,8 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "host/engine.h"
-#include "host/runtime.h"
+#include "host/engine/engine.h"
+#include "host/state/runtime.h"
 #include "support/onnx_writer.h"
 
 namespace {

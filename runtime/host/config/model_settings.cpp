@@ -1,0 +1,113 @@
+// JSON to the settings of a model.
+#include "host/config/model_settings.h"
+
+#include "host/config/json_values.h"
+
+namespace vorn::host {
+namespace {
+
+using nlohmann::json;
+
+constexpr int64_t kLargestDim = INT32_MAX;
+
+int64_t Dim(const std::string& key, const json& value) {
+  return IntegerInRange(key, value, 1, kLargestDim);
+}
+
+int64_t DimOrModels(const std::string& key, const json& value) {
+  return value == kDimOfModel ? kDimOfModel : Dim(key, value);
+}
+
+template <typename Read>
+auto List(const std::string& key, const json& value, const char* example, Read&& read) {
+  if (!value.is_array()) {
+    throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give a list such as ",
+                  example);
+  }
+  std::vector<decltype(read(key, value))> list;
+  for (const json& member : value) list.push_back(read(key, member));
+  return list;
+}
+
+Shape InputShape(const std::string& key, const json& value) {
+  return List(key, value, "[-1, 3, 224, 224]", DimOrModels);
+}
+
+Shape OutputShape(const std::string& key, const json& value) {
+  return List(key, value, "[100, 4]", Dim);
+}
+
+std::vector<std::string> TextOrTexts(const std::string& key, const json& value) {
+  if (value.is_array()) return List(key, value, R"(["thresholds"])", Text);
+  return {Text(key, value)};
+}
+
+Number ReadNumber(const std::string& key, const json& value) {
+  if (value.is_boolean()) {
+    const int bit = value.get<bool>() ? 1 : 0;
+    return {.real = static_cast<double>(bit), .whole = bit};
+  }
+  if (value.is_number_integer()) {
+    const int64_t whole = IntegerInRange(key, value, INT64_MIN, INT64_MAX);
+    return {.real = static_cast<double>(whole), .whole = whole};
+  }
+  if (value.is_number_float()) return {.real = value.get<double>(), .isWhole = false};
+  throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value),
+                "; give a number or a list of numbers");
+}
+
+std::vector<Number> NumberOrNumbers(const std::string& key, const json& value) {
+  if (value.is_array()) return List(key, value, "[1, 2]", ReadNumber);
+  return {ReadNumber(key, value)};
+}
+
+void ReadKey(const std::string& key, const json& value, ModelSettings& settings) {
+  const std::string path = "model." + key;
+  if (key == "netType") {
+    settings.netType = OneOf<vorn_net_type>(path, value,
+                                            {{"feedForward", VORN_NET_FEED_FORWARD},
+                                             {"detection", VORN_NET_DETECTION},
+                                             {"recurrent", VORN_NET_RECURRENT}});
+  } else if (key == "dims") {
+    settings.dims = Named(path, value, R"({"sequence": 128})", Dim);
+  } else if (key == "inputDims") {
+    settings.inputDims = Named(path, value, R"({"image": [-1, 3, 224, 224]})", InputShape);
+  } else if (key == "outputDims") {
+    settings.outputDims = Named(path, value, R"({"boxes": [100, 4]})", OutputShape);
+  } else if (key == "constants") {
+    settings.constants = Named(path, value, R"({"rate": 16000})", NumberOrNumbers);
+  } else if (key == "rpn") {
+    settings.rpn = TextOrTexts(path, value);
+  } else if (key == "sequence") {
+    settings.sequence =
+        OneOf<Sequence>(path, value, {{"whole", Sequence::kWhole}, {"steps", Sequence::kSteps}});
+  } else if (key == "maxFrames") {
+    settings.maxFrames = Dim(path, value);
+  } else if (key == "frames") {
+    settings.frames = Text(path, value);
+  } else if (key == "flags") {
+    settings.flags = Text(path, value);
+  } else if (key == "length") {
+    settings.length = Text(path, value);
+  } else if (key == "timeAxis") {
+    settings.timeAxis = IntegerInRange(path, value, 0, VORN_MAX_DIMS - 1);
+  } else if (key == "context") {
+    settings.context = IntegerInRange(path, value, 0, kLargestDim);
+  } else if (key == "states") {
+    settings.states = Named(path, value, R"({"hidden": "hiddenOut"})", Text);
+  } else {
+    throw Failure(VORN_ERROR_CONFIG, "key '", path,
+                  "' is not known; the keys are netType, dims, inputDims, outputDims, constants, "
+                  "rpn, sequence, maxFrames, frames, flags, length, timeAxis, context, states");
+  }
+}
+
+}  // namespace
+
+ModelSettings ParseModelSettings(std::string_view text, ModelSettings base) {
+  const json root = ParseJsonObject("'model'", text);
+  for (const auto& [key, value] : root.items()) ReadKey(key, value, base);
+  return base;
+}
+
+}  // namespace vorn::host

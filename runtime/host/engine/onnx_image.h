@@ -1,0 +1,40 @@
+// What a model image says about itself before anything of it is executed.
+//
+// An image is an ONNX file: one protocol-buffers message. It is walked here, without being kept,
+// for properties that somebody wrote into it, which are wanted before it is opened, and for the two
+// facts that the engine does not tell: whether a weight lies in another file, which an image in
+// memory must never make us open, and which inputs say nothing of their shape (the engine shows
+// those like inputs without dimensions).
+//
+//     image   := field*                           field := tag payload
+//     tag     := varint(number << 3 | wire type)
+//     payload := varint | 8 bytes | varint length, bytes | 4 bytes      (wire type 0, 1, 2, 5)
+#ifndef VORN_RUNTIME_HOST_ENGINE_ONNX_IMAGE_H_
+#define VORN_RUNTIME_HOST_ENGINE_ONNX_IMAGE_H_
+
+#include <cstddef>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace vorn::host {
+
+struct OnnxImageFacts {
+  bool hasGraph = false;
+  bool hasExternalData = false;           ///< anywhere, subgraphs and functions included
+  std::set<std::string> shapelessInputs;  ///< of the main graph
+};
+
+/// Walks the image. Fails with VORN_ERROR_MODEL where it is no such message: cut short, a length
+/// beyond its end, an unknown wire type, or messages nested deeper than any model's.
+OnnxImageFacts InspectOnnxImage(std::span<const std::byte> image);
+
+/// The text of a metadata property of the model; nothing if it has none of that name. Fails
+/// likewise.
+std::optional<std::string> FindMetadata(std::span<const std::byte> image, std::string_view name);
+
+}  // namespace vorn::host
+
+#endif  // VORN_RUNTIME_HOST_ENGINE_ONNX_IMAGE_H_

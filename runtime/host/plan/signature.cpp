@@ -1,0 +1,195 @@
+// Sorting tensors by their use.
+#include "host/plan/signature.h"
+
+#include <algorithm>
+#include <set>
+
+#include "host/common/failure.h"
+#include "host/config/constant.h"
+
+namespace vorn::host {
+namespace {
+
+/// The declared dimensions with those given for this tensor; -1 leaves one as it is.
+DeclaredTensor WithDims(DeclaredTensor tensor, const Shape& given) {
+  if (!tensor.isShapeKnown) tensor.shape.resize(given.size());
+  tensor.isShapeKnown = true;
+  bool fits = given.size() == tensor.shape.size();
+  for (size_t i = 0; fits && i < given.size(); ++i) {
+    DeclaredDim& dim = tensor.shape[i];
+    fits = given[i] == kDimOfModel || dim.size < 0 || dim.size == given[i];
+    if (given[i] != kDimOfModel) dim = {.size = given[i], .symbol = ""};
+  }
+  if (!fits) {
+    throw Failure(VORN_ERROR_MODEL, "'inputDims' gives '", tensor.name, "' the shape ",
+                  ShapeText(given), ", which is not one of the model's");
+  }
+  return tensor;
+}
+
+/// Hands out the session's tensors by name, each for one use only.
+class Ports {
+ public:
+  Ports(const char* kind, const std::vector<DeclaredTensor>& tensors) : kind_(kind) {
+    for (size_t i = 0; i < tensors.size(); ++i) {
+      ports_.push_back({.index = i, .tensor = tensors[i], .largest = {}});
+    }
+  }
+
+  Port& At(const std::string& key, const std::string& name) {
+    const auto found = Find(name);
+    if (found == ports_.end()) {
+      throw Failure(VORN_ERROR_MODEL, "'", key, "' names '", name, "', but the model has no ",
+                    kind_, " of that name");
+    }
+    return *found;
+  }
+
+  Port Take(const std::string& key, const std::string& name) {
+    Port port = At(key, name);
+    if (!taken_.insert(name).second) {
+      throw Failure(VORN_ERROR_MODEL, "'", key, "' names the ", kind_, " '", name,
+                    "', which has another use already");
+    }
+    return port;
+  }
+
+  /// What nobody took, in the model's order.
+  std::vector<Port> Rest() const {
+    std::vector<Port> rest;
+    for (const Port& port : ports_) {
+      if (!taken_.contains(port.tensor.name)) rest.push_back(port);
+    }
+    return rest;
+  }
+
+ private:
+  std::vector<Port>::iterator Find(const std::string& name) {
+    return std::find_if(ports_.begin(), ports_.end(),
+                        [&](const Port& port) { return port.tensor.name == name; });
+  }
+
+  const char* kind_;
+  std::vector<Port> ports_;
+  std::set<std::string> taken_;
+};
+
+/// An open dimension is as long as the numbers where it is the only one, and 1 elsewhere.
+ProvidedInput Provide(const Port& port, const std::vector<Number>& numbers) {
+  const DeclaredTensor& tensor = port.tensor;
+  ProvidedInput input;
+  input.index = port.index;
+  input.name = tensor.name;
+  input.type = tensor.type;
+  input.shape = CloseDims(tensor.shape);
+  input.hadOpenDims = std::ranges::any_of(tensor.shape, [](auto& dim) { return dim.size < 0; });
+  if (input.hadOpenDims && input.shape.size() == 1) {
+    input.shape[0] = static_cast<int64_t>(numbers.size());
+  }
+  input.bytes = EncodeConstant(input.name, input.type, input.shape, numbers);
+  return input;
+}
+
+void RefuseForeignKeys(const ModelSettings& settings) {
+  const auto refuseIf = [&](bool isGiven, const char* key, const char* netType) {
+    if (!isGiven) return;
+    throw Failure(VORN_ERROR_MODEL, "'", key, "' is given, but 'netType' is not \"", netType, '"');
+  };
+  if (settings.netType != VORN_NET_DETECTION) refuseIf(!settings.rpn.empty(), "rpn", "detection");
+  if (settings.netType == VORN_NET_RECURRENT) return;
+  refuseIf(!settings.states.empty(), "states", "recurrent");
+  refuseIf(!settings.frames.empty(), "frames", "recurrent");
+  refuseIf(!settings.flags.empty(), "flags", "recurrent");
+  refuseIf(!settings.length.empty(), "length", "recurrent");
+  refuseIf(settings.maxFrames != 0, "maxFrames", "recurrent");
+  refuseIf(settings.timeAxis != 0, "timeAxis", "recurrent");
+  refuseIf(settings.context != 0, "context", "recurrent");
+  refuseIf(settings.sequence != Sequence::kWhole, "sequence", "recurrent");
+}
+
+void TakeThresholds(const ModelSettings& settings, Ports& inputs, Signature& signature) {
+  if (settings.rpn.empty()) {
+    throw Failure(VORN_ERROR_MODEL,
+                  "the net type is \"detection\"; name its input of thresholds with 'rpn'");
+  }
+  for (const std::string& name : settings.rpn) {
+    const Port port = inputs.Take("rpn", name);
+    const Shape shape = CloseDims(port.tensor.shape);
+    const bool isOne = shape.size() == 2 && shape[0] == 1 && shape[1] == 4;
+    const bool isMany = shape.size() == 2 && shape[0] == 4 && shape[1] >= 1;
+    if (port.tensor.type != VORN_FLOAT32 || (!isOne && !isMany)) {
+      throw Failure(VORN_ERROR_MODEL, "'rpn' names '", name, "' of the shape ", ShapeText(shape),
+                    "; thresholds are float32 of [1, 4] or [4, classes]");
+    }
+    signature.inputs.push_back(port);
+  }
+  signature.rpnCount = settings.rpn.size();
+}
+
+void TakeSequence(const ModelSettings& settings, Ports& inputs, Ports& outputs,
+                  Signature& signature) {
+  for (const auto& [input, output] : settings.states) {
+    const auto given = settings.constants.find(input);
+    State state;
+    state.start =
+        Provide(inputs.Take("states", input),
+                given == settings.constants.end() ? std::vector<Number>{Number()} : given->second);
+    const Port port = outputs.Take("states", output);
+    if (port.tensor.type != state.start.type) {
+      throw Failure(VORN_ERROR_MODEL, "'states' feeds '", input, "' from '", output,
+                    "', which has another element type");
+    }
+    state.output = port.index;
+    signature.states.push_back(std::move(state));
+  }
+  if (!settings.length.empty()) {
+    const Port port = inputs.Take("length", settings.length);
+    if (port.tensor.type != VORN_INT32 && port.tensor.type != VORN_INT64) {
+      throw Failure(VORN_ERROR_MODEL, "'length' names '", settings.length,
+                    "'; a count of frames is int32 or int64");
+    }
+    signature.length = Provide(port, {Number{.real = 1, .whole = 1}});
+  }
+  if (!settings.flags.empty()) signature.flags = inputs.Take("flags", settings.flags);
+  std::string frames = settings.frames;
+  if (frames.empty()) {
+    const std::vector<Port> rest = inputs.Rest();
+    if (rest.empty()) throw Failure(VORN_ERROR_MODEL, "no input is left that could hold frames");
+    frames = rest.front().tensor.name;
+  }
+  signature.frames = inputs.Take("frames", frames);
+}
+
+}  // namespace
+
+Signature SignatureOf(const Session& session, const ModelSettings& settings) {
+  RefuseForeignKeys(settings);
+  Ports inputs("input", session.inputs());
+  Ports outputs("output", session.outputs());
+  for (const auto& [name, dims] : settings.inputDims) {
+    Port& port = inputs.At("inputDims", name);
+    port.tensor = WithDims(port.tensor, dims);
+  }
+  for (const auto& [name, dims] : settings.outputDims) {
+    outputs.At("outputDims", name).largest = dims;
+  }
+  for (const Port& port : inputs.Rest()) {
+    if (port.tensor.isShapeKnown) continue;
+    throw Failure(VORN_ERROR_MODEL, "input '", port.tensor.name,
+                  "' says nothing of its shape; declare it in the model or with 'inputDims'");
+  }
+  Signature signature;
+  for (const auto& [name, numbers] : settings.constants) {
+    inputs.At("constants", name);
+    if (settings.states.contains(name)) continue;
+    signature.constants.push_back(Provide(inputs.Take("constants", name), numbers));
+  }
+  if (settings.netType == VORN_NET_RECURRENT) TakeSequence(settings, inputs, outputs, signature);
+  if (settings.netType == VORN_NET_DETECTION) TakeThresholds(settings, inputs, signature);
+  std::vector<Port> data = inputs.Rest();
+  signature.inputs.insert(signature.inputs.begin(), data.begin(), data.end());
+  signature.outputs = outputs.Rest();
+  return signature;
+}
+
+}  // namespace vorn::host

@@ -1,0 +1,89 @@
+#include "host/config/model_settings.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/common/failure.h"
+
+namespace vorn::host {
+namespace {
+
+using testing::HasSubstr;
+
+std::string Refusal(const std::string& text) {
+  try {
+    ParseModelSettings(text);
+    return "";
+  } catch (const Failure& e) {
+    EXPECT_EQ(e.status(), VORN_ERROR_CONFIG);
+    return e.what();
+  }
+}
+
+TEST(ParseModelSettings, TakesAnEmptyObject) {
+  const ModelSettings settings = ParseModelSettings("{}");
+  EXPECT_EQ(settings.netType, vorn_net_type{VORN_NET_FEED_FORWARD});
+  EXPECT_EQ(settings.sequence, Sequence::kWhole);
+  EXPECT_EQ(settings.maxFrames, 0);
+}
+
+TEST(ParseModelSettings, TakesEveryKey) {
+  const ModelSettings settings = ParseModelSettings(R"({
+    "netType": "recurrent", "dims": {"n": 3}, "inputDims": {"x": [-1, 5]},
+    "outputDims": {"y": [7], "scalar": []}, "constants": {"rate": 16000, "mask": [true, 0.5]},
+    "rpn": "t", "sequence": "steps", "maxFrames": 9, "frames": "x", "flags": "f", "length": "l",
+    "timeAxis": 1, "context": 64, "states": {"h": "hn"}})");
+  EXPECT_EQ(settings.netType, vorn_net_type{VORN_NET_RECURRENT});
+  EXPECT_EQ(settings.dims.at("n"), 3);
+  EXPECT_EQ(settings.inputDims.at("x"), (Shape{kDimOfModel, 5}));
+  EXPECT_EQ(settings.outputDims.at("y"), Shape{7});
+  EXPECT_EQ(settings.outputDims.at("scalar"), Shape{});
+  EXPECT_EQ(settings.constants.at("rate").at(0).whole, 16000);
+  EXPECT_EQ(settings.constants.at("mask").at(0).whole, 1);
+  EXPECT_EQ(settings.constants.at("mask").at(1).real, 0.5);
+  EXPECT_FALSE(settings.constants.at("mask").at(1).isWhole);
+  EXPECT_EQ(settings.rpn, std::vector<std::string>{"t"});
+  EXPECT_EQ(settings.sequence, Sequence::kSteps);
+  EXPECT_EQ(settings.maxFrames, 9);
+  EXPECT_EQ(settings.frames, "x");
+  EXPECT_EQ(settings.flags, "f");
+  EXPECT_EQ(settings.length, "l");
+  EXPECT_EQ(settings.timeAxis, 1);
+  EXPECT_EQ(settings.context, 64);
+  EXPECT_EQ(settings.states.at("h"), "hn");
+}
+
+TEST(ParseModelSettings, LeavesWhatIsNotMentionedAsItWas) {
+  const ModelSettings own = ParseModelSettings(R"({"maxFrames": 9, "context": 64})");
+  const ModelSettings settings = ParseModelSettings(R"({"maxFrames": 3})", own);
+  EXPECT_EQ(settings.maxFrames, 3);
+  EXPECT_EQ(settings.context, 64);
+}
+
+TEST(ParseModelSettings, TakesSeveralInputsOfThresholds) {
+  EXPECT_EQ(ParseModelSettings(R"({"rpn": ["a", "b"]})").rpn, (std::vector<std::string>{"a", "b"}));
+}
+
+TEST(ParseModelSettings, RefusesWrongValuesByKey) {
+  EXPECT_THAT(Refusal("["), HasSubstr("'model' is not JSON"));
+  EXPECT_THAT(Refusal("[]"), HasSubstr("give a JSON object"));
+  EXPECT_THAT(Refusal(R"({"nettype": "detection"})"), HasSubstr("'model.nettype' is not known"));
+  EXPECT_THAT(Refusal(R"({"netType": 2})"),
+              HasSubstr(R"(give "feedForward", "detection" or "recurrent")"));
+  EXPECT_THAT(Refusal(R"({"inputDims": {"x": 5}})"), HasSubstr("'model.inputDims.x'"));
+  EXPECT_THAT(Refusal(R"({"inputDims": {"x": [-2]}})"), HasSubstr("'model.inputDims.x'"));
+  EXPECT_THAT(Refusal(R"({"outputDims": {"y": [-1]}})"), HasSubstr("'model.outputDims.y'"));
+  EXPECT_THAT(Refusal(R"({"outputDims": [1]})"), HasSubstr("'model.outputDims'"));
+  EXPECT_THAT(Refusal(R"({"constants": {"c": "1"}})"), HasSubstr("'model.constants.c'"));
+  EXPECT_THAT(Refusal(R"({"constants": {"c": 18446744073709551615}})"),
+              HasSubstr("'model.constants.c'"));
+  EXPECT_THAT(Refusal(R"({"rpn": 1})"), HasSubstr("'model.rpn'"));
+  EXPECT_THAT(Refusal(R"({"rpn": [""]})"), HasSubstr("'model.rpn'"));
+  EXPECT_THAT(Refusal(R"({"sequence": "step"})"), HasSubstr("'model.sequence'"));
+  EXPECT_THAT(Refusal(R"({"states": {"h": 1}})"), HasSubstr("'model.states.h'"));
+  EXPECT_THAT(Refusal(R"({"context": -1})"), HasSubstr("'model.context'"));
+  EXPECT_THAT(Refusal(R"({"timeAxis": 128})"), HasSubstr("'model.timeAxis'"));
+}
+
+}  // namespace
+}  // namespace vorn::host

@@ -1,0 +1,322 @@
+// The real execution library behind the narrow door.
+#include "host/engine/engine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/common/failure.h"
+#include "support/onnx_writer.h"
+
+namespace vorn::host {
+namespace {
+
+using testing::HasSubstr;
+
+class EngineTest : public testing::Test {
+ protected:
+  std::unique_ptr<Session> Open(const std::string& bytes) {
+    image = bytes;
+    return engine->Open(std::as_bytes(std::span(image)), config);
+  }
+
+  std::string Refusal(const std::string& bytes) {
+    try {
+      Open(bytes);
+      return "";
+    } catch (const Failure& e) {
+      EXPECT_EQ(e.status(), VORN_ERROR_MODEL);
+      return e.what();
+    }
+  }
+
+  std::unique_ptr<Engine> engine = CreateEngine();
+  Config config;
+  std::string image;
+};
+
+TEST_F(EngineTest, DeclaresTensorsAsTheModelDoes) {
+  const auto session = Open(OnnxWriter()
+                                .Input("a:0", kOnnxFloat, {"n", 3})
+                                .Input("gpu_0/b", kOnnxFloat, {"n", ""})
+                                .Output("y", kOnnxFloat, {"n", 3})
+                                .Node("Add", {"a:0", "gpu_0/b"}, {"y"})
+                                .Image());
+  ASSERT_EQ(session->inputs().size(), 2u);
+  EXPECT_EQ(session->inputs()[0].name, "a:0");
+  EXPECT_EQ(session->inputs()[0].type, VORN_FLOAT32);
+  EXPECT_EQ(session->inputs()[0].shape[0].size, DeclaredDim::kOpen);
+  EXPECT_EQ(session->inputs()[0].shape[0].symbol, "n");
+  EXPECT_EQ(session->inputs()[0].shape[1].size, 3);
+  EXPECT_EQ(session->inputs()[1].name, "gpu_0/b");
+  EXPECT_EQ(session->inputs()[1].shape[1].size, DeclaredDim::kOpen);
+  EXPECT_EQ(session->inputs()[1].shape[1].symbol, "");
+  ASSERT_EQ(session->outputs().size(), 1u);
+}
+
+TEST_F(EngineTest, LeavesConstantsOutOfTheInputs) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {2})
+                                .Input("w", kOnnxFloat, {2})
+                                .Constant<float>("w", kOnnxFloat, {2}, {1, 2})
+                                .Output("y", kOnnxFloat, {2})
+                                .Node("Add", {"x", "w"}, {"y"})
+                                .Image());
+  ASSERT_EQ(session->inputs().size(), 1u);
+  EXPECT_EQ(session->inputs()[0].name, "x");
+}
+
+TEST_F(EngineTest, RunsOverBoundMemory) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {"n", 2})
+                                .Constant<float>("w", kOnnxFloat, {2}, {10, 20})
+                                .Output("y", kOnnxFloat, {"n", 2})
+                                .Node("Add", {"x", "w"}, {"y"})
+                                .Image());
+  std::vector<float> x = {1, 2, 3, 4};
+  std::vector<float> y(4);
+  session->BindInput(0, x.data(), {2, 2});
+  session->BindOutput(0, y.data(), {2, 2});
+  session->Run();
+  EXPECT_EQ(y, (std::vector<float>{11, 22, 13, 24}));
+  x[0] = 5;
+  session->Run();
+  EXPECT_EQ(y[0], 15);
+  std::vector<float> other(2);
+  session->BindInput(0, x.data(), {1, 2});
+  session->BindOutput(0, other.data(), {1, 2});
+  session->Run();
+  EXPECT_EQ(other, (std::vector<float>{15, 22}));
+}
+
+/// Graphs whose output is made without an operator that writes it: each has to reach the bound
+/// memory all the same.
+TEST_F(EngineTest, WritesBoundMemoryWhereNothingIsComputed) {
+  const auto check = [&](const char* what, const OnnxWriter& model, std::vector<float> expected) {
+    const auto session = Open(model.Image());
+    std::vector<float> x = {1, 2};
+    std::vector<float> y(2, -1);
+    if (!session->inputs().empty()) session->BindInput(0, x.data(), {2});
+    session->BindOutput(0, y.data(), {2});
+    session->Run();
+    EXPECT_EQ(y, expected) << what;
+    // Again, with other memory, and again with the same.
+    x = {1, 2};
+    std::vector<float> other(2, -1);
+    session->BindOutput(0, other.data(), {2});
+    session->Run();
+    EXPECT_EQ(other, expected) << what;
+    other = {-1, -1};
+    session->Run();
+    EXPECT_EQ(other, expected) << what;
+  };
+  check("Identity",
+        OnnxWriter()
+            .Input("x", kOnnxFloat, {2})
+            .Output("y", kOnnxFloat, {2})
+            .Node("Identity", {"x"}, {"y"}),
+        {1, 2});
+  check("input is output", OnnxWriter().Input("x", kOnnxFloat, {2}).Output("x", kOnnxFloat, {2}),
+        {1, 2});
+  check("constant is output",
+        OnnxWriter()
+            .Input("x", kOnnxFloat, {2})
+            .Constant<float>("w", kOnnxFloat, {2}, {7, 8})
+            .Output("w", kOnnxFloat, {2}),
+        {7, 8});
+  check("folded constant",
+        OnnxWriter()
+            .Input("x", kOnnxFloat, {2})
+            .Constant<float>("w", kOnnxFloat, {2}, {7, 8})
+            .Output("y", kOnnxFloat, {2})
+            .Node("Add", {"w", "w"}, {"y"}),
+        {14, 16});
+  check("reshape",
+        OnnxWriter()
+            .Input("x", kOnnxFloat, {2})
+            .Constant<int64_t>("s", kOnnxInt64, {1}, {2})
+            .Output("y", kOnnxFloat, {2})
+            .Node("Reshape", {"x", "s"}, {"y"}),
+        {1, 2});
+  OnnxWriter branch;
+  branch.Node("Identity", {"x"}, {"b"}).Output("b", kOnnxFloat, {2});
+  check("branch",
+        OnnxWriter()
+            .Input("x", kOnnxFloat, {2})
+            .Output("y", kOnnxFloat, {2})
+            .Node("ReduceSum", {"x"}, {"sum"}, {IntAttribute("keepdims", 0)})
+            .Node("Cast", {"sum"}, {"c"}, {IntAttribute("to", kOnnxBool)})
+            .Node("If", {"c"}, {"y"},
+                  {GraphAttribute("then_branch", branch.Graph()),
+                   GraphAttribute("else_branch", branch.Graph())}),
+        {1, 2});
+}
+
+TEST_F(EngineTest, TellsOutputsApartInWhateverOrderTheyAreBound) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {2})
+                                .Output("y", kOnnxFloat, {2})
+                                .Output("x", kOnnxFloat, {2})
+                                .Node("Relu", {"x"}, {"y"})
+                                .Image());
+  std::vector<float> x = {-1, 2};
+  std::vector<float> y(2), same(2);
+  session->BindInput(0, x.data(), {2});
+  session->BindOutput(1, same.data(), {2});
+  session->BindOutput(0, y.data(), {2});
+  session->Run();
+  EXPECT_EQ(y, (std::vector<float>{0, 2}));
+  EXPECT_EQ(same, x);
+}
+
+TEST_F(EngineTest, RefusesAnOutputOfAnotherShapeThanBound) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {4})
+                                .Output("y", kOnnxInt64, {1, "count"})
+                                .Node("NonZero", {"x"}, {"y"})
+                                .Image());
+  std::vector<float> x = {1, 0, 2, 3};
+  std::vector<int64_t> y(2, -1);
+  session->BindInput(0, x.data(), {4});
+  session->BindOutput(0, y.data(), {1, 2});
+  try {
+    session->Run();
+    FAIL() << "three positions went into two places";
+  } catch (const Failure& e) {
+    EXPECT_EQ(e.status(), VORN_ERROR_EXECUTION);
+  }
+}
+
+TEST_F(EngineTest, TriesWithoutTouchingBindings) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {"n", 3})
+                                .ShapelessOutput("y", kOnnxFloat)
+                                .Node("Transpose", {"x"}, {"y"})
+                                .Image());
+  const std::vector<Shape> inputs = {{5, 3}};
+  EXPECT_EQ(session->Try(inputs), (std::vector<Shape>{{3, 5}}));
+}
+
+TEST_F(EngineTest, TellsWhichInputsSayNothingOfTheirShape) {
+  const auto session = Open(OnnxWriter()
+                                .ShapelessInput("x", kOnnxFloat)
+                                .Input("scalar", kOnnxFloat, {})
+                                .ShapelessOutput("y", kOnnxFloat)
+                                .Node("Add", {"x", "scalar"}, {"y"})
+                                .Image());
+  EXPECT_FALSE(session->inputs()[0].isShapeKnown);
+  EXPECT_TRUE(session->inputs()[1].isShapeKnown);
+}
+
+TEST_F(EngineTest, TriesWithConstantsAsTheyAre) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {2})
+                                .Input("shape", kOnnxInt64, {2})
+                                .ShapelessOutput("y", kOnnxFloat)
+                                .Node("Expand", {"x", "shape"}, {"y"})
+                                .Image());
+  std::vector<int64_t> shape = {3, 2};
+  session->BindConstant(1, shape.data(), {2});
+  EXPECT_EQ(session->Try(std::vector<Shape>{{2}, {}}), (std::vector<Shape>{{3, 2}}));
+}
+
+TEST_F(EngineTest, KeepsResultsOfAnyShape) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {3})
+                                .Output("at", kOnnxInt64, {1, "count"})
+                                .Output("y", kOnnxFloat, {3})
+                                .Node("NonZero", {"x"}, {"at"})
+                                .Node("Relu", {"x"}, {"y"})
+                                .Image());
+  std::vector<float> x = {0, 5, 6};
+  std::vector<float> y(3);
+  session->BindInput(0, x.data(), {3});
+  session->BindOutput(1, y.data(), {3});
+  session->BindOutputOfAnyShape(0);
+  const auto positions = [&] {
+    session->Run();
+    const TensorView at = session->Result(0);
+    EXPECT_EQ(at.shape[0], 1);
+    const auto* values = reinterpret_cast<const int64_t*>(at.data);
+    return std::vector<int64_t>(values, values + at.shape[1]);
+  };
+  EXPECT_EQ(positions(), (std::vector<int64_t>{1, 2}));
+  x = {7, 0, 0};
+  EXPECT_EQ(positions(), (std::vector<int64_t>{0}));
+  EXPECT_EQ(y, x);
+  x = {0, 0, 0};
+  EXPECT_EQ(positions(), (std::vector<int64_t>{}));
+  x = {1, 1, 1};
+  EXPECT_EQ(positions(), (std::vector<int64_t>{0, 1, 2}));
+}
+
+TEST_F(EngineTest, RefusesWhatItDoesNotServeWithAReason) {
+  EXPECT_THAT(Refusal("garbage"), HasSubstr("no ONNX file"));
+  EXPECT_THAT(Refusal(""), HasSubstr("no graph"));
+  EXPECT_THAT(Refusal(OnnxWriter().Node("NoSuchOperator", {}, {"y"}).Image()),
+              HasSubstr("refused"));
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .Input("x", kOnnxString, {1})
+                          .Output("y", kOnnxString, {1})
+                          .Node("Identity", {"x"}, {"y"})
+                          .Image()),
+              HasSubstr("input 'x' holds strings"));
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .OptionalInput("x", kOnnxFloat)
+                          .Output("y", kOnnxBool, {})
+                          .Node("OptionalHasElement", {"x"}, {"y"})
+                          .Image()),
+              HasSubstr("input 'x' is an optional value"));
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .Input("x", kOnnxFloat, {1})
+                          .Output("y", kOnnxFloat, {1})
+                          .Output("y", kOnnxFloat, {1})
+                          .Node("Relu", {"x"}, {"y"})
+                          .Image()),
+              testing::AnyOf(HasSubstr("two outputs"), HasSubstr("refused")));
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .SequenceInput("x", kOnnxFloat)
+                          .Output("y", kOnnxInt64, {})
+                          .Node("SequenceLength", {"x"}, {"y"})
+                          .Image()),
+              HasSubstr("input 'x' is a sequence"));
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .Input("x", kOnnxFloat, {1})
+                          .ExternalConstant("w", kOnnxFloat, {1}, "/etc/hostname")
+                          .Output("y", kOnnxFloat, {1})
+                          .Node("Add", {"x", "w"}, {"y"})
+                          .Image()),
+              HasSubstr("other files"));
+}
+
+TEST_F(EngineTest, ClosesNamedDimensionsFromTheConfiguration) {
+  config.dims["n"] = 2;
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {"n", 2})
+                                .Output("y", kOnnxFloat, {"n", 2})
+                                .Node("Relu", {"x"}, {"y"})
+                                .Image());
+  std::vector<float> x = {-1, 2, -3, 4};
+  std::vector<float> y(4);
+  session->BindInput(0, x.data(), {2, 2});
+  session->BindOutput(0, y.data(), {2, 2});
+  session->Run();
+  EXPECT_EQ(y, (std::vector<float>{0, 2, 0, 4}));
+}
+
+TEST_F(EngineTest, SessionsOutliveTheEngine) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {2})
+                                .Output("y", kOnnxFloat, {2})
+                                .Node("Relu", {"x"}, {"y"})
+                                .Image());
+  engine.reset();
+  std::vector<float> x = {-1, 2};
+  std::vector<float> y(2);
+  session->BindInput(0, x.data(), {2});
+  session->BindOutput(0, y.data(), {2});
+  session->Run();
+  EXPECT_EQ(y, (std::vector<float>{0, 2}));
+}
+
+}  // namespace
+}  // namespace vorn::host

@@ -1,0 +1,104 @@
+#include "host/engine/onnx_image.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/common/failure.h"
+#include "support/onnx_writer.h"
+
+namespace vorn::host {
+namespace {
+
+using testing::HasSubstr;
+
+OnnxImageFacts Inspect(const std::string& image) {
+  return InspectOnnxImage(std::as_bytes(std::span(image)));
+}
+
+std::string Refusal(const std::string& image) {
+  try {
+    Inspect(image);
+    return "";
+  } catch (const Failure& e) {
+    EXPECT_EQ(e.status(), VORN_ERROR_MODEL);
+    return e.what();
+  }
+}
+
+OnnxWriter Relu() {
+  OnnxWriter model;
+  model.Input("x", kOnnxFloat, {2, 3}).Output("y", kOnnxFloat, {2, 3}).Node("Relu", {"x"}, {"y"});
+  return model;
+}
+
+TEST(FindMetadata, FindsTheTextByItsName) {
+  const std::string image = Relu().Metadata("a", "1").Metadata("b", "{}").Image();
+  const auto bytes = std::as_bytes(std::span(image));
+  EXPECT_EQ(FindMetadata(bytes, "b"), "{}");
+  EXPECT_EQ(FindMetadata(bytes, "a"), "1");
+  EXPECT_EQ(FindMetadata(bytes, "c"), std::nullopt);
+  EXPECT_THROW(FindMetadata(bytes.first(bytes.size() - 1), "b"), Failure);
+}
+
+TEST(InspectOnnxImage, FindsNothingSpecialInAPlainModel) {
+  const OnnxImageFacts facts = Inspect(Relu().Image());
+  EXPECT_TRUE(facts.hasGraph);
+  EXPECT_FALSE(facts.hasExternalData);
+  EXPECT_TRUE(facts.shapelessInputs.empty());
+}
+
+TEST(InspectOnnxImage, TellsAScalarFromAnInputWithoutShape) {
+  const auto facts =
+      Inspect(OnnxWriter().Input("scalar", kOnnxFloat, {}).ShapelessInput("x", kOnnxInt8).Image());
+  EXPECT_EQ(facts.shapelessInputs, std::set<std::string>{"x"});
+}
+
+TEST(InspectOnnxImage, FindsDataInOtherFiles) {
+  EXPECT_TRUE(Inspect(Relu().ExternalConstant("w", kOnnxFloat, {1}, "weights.bin").Image())
+                  .hasExternalData);
+}
+
+TEST(InspectOnnxImage, FindsDataInOtherFilesInASubgraph) {
+  OnnxWriter branch;
+  branch.ExternalConstant("w", kOnnxFloat, {1}, "weights.bin");
+  const std::string image =
+      Relu().Node("If", {"c"}, {"z"}, {GraphAttribute("then_branch", branch.Graph())}).Image();
+  EXPECT_TRUE(Inspect(image).hasExternalData);
+}
+
+TEST(InspectOnnxImage, FindsDataInOtherFilesInAFunctionAndAnAttribute) {
+  const std::string tensor = WireWriter().Varint(14, 1).str();
+  const std::string attribute = WireWriter().Bytes(5, tensor).str();
+  const std::string node = WireWriter().Bytes(5, attribute).str();
+  const std::string function = WireWriter().Bytes(7, node).str();
+  EXPECT_TRUE(Inspect(WireWriter().Bytes(25, function).str()).hasExternalData);
+}
+
+TEST(InspectOnnxImage, TakesEveryPrefixOfAModelForAModelOrRefusesIt) {
+  const std::string image = Relu().Constant<float>("w", kOnnxFloat, {2}, {1, 2}).Image();
+  for (size_t length = 0; length < image.size(); ++length) {
+    const std::string prefix = image.substr(0, length);
+    EXPECT_THAT(Refusal(prefix), testing::AnyOf("", HasSubstr("no ONNX file")));
+  }
+}
+
+TEST(InspectOnnxImage, RefusesWhatIsNoMessage) {
+  EXPECT_THAT(Refusal("hello, world"), HasSubstr("no ONNX file"));
+  EXPECT_THAT(Refusal(std::string("\x3a\x7f", 2)), HasSubstr("ends inside"));
+  EXPECT_THAT(Refusal(std::string("\0\0", 2)), HasSubstr("without a number"));
+  EXPECT_THAT(Refusal(std::string(20, '\xff')), HasSubstr("endless number"));
+  EXPECT_THAT(Refusal("\x3b"), HasSubstr("wire type"));
+}
+
+TEST(InspectOnnxImage, RefusesBottomlessNesting) {
+  std::string graph;
+  for (int depth = 0; depth < 200; ++depth) {
+    graph = WireWriter()
+                .Bytes(1, WireWriter().Bytes(5, WireWriter().Bytes(6, graph).str()).str())
+                .str();
+  }
+  EXPECT_THAT(Refusal(WireWriter().Bytes(7, graph).str()), HasSubstr("too deep"));
+}
+
+}  // namespace
+}  // namespace vorn::host

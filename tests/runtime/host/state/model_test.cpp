@@ -1,0 +1,401 @@
+// Models over a session that is written here: what is bound, what is copied, what is touched.
+#include "host/state/model.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <optional>
+
+#include "host/common/failure.h"
+#include "host/tensor/element_type.h"
+
+namespace vorn::host {
+namespace {
+
+constexpr auto kUntouched = std::byte{0xee};
+
+DeclaredDim Fixed(int64_t size) { return {.size = size, .symbol = ""}; }
+DeclaredDim Open(const char* symbol) { return {.size = DeclaredDim::kOpen, .symbol = symbol}; }
+
+/// What the test sees of its session while the model owns it.
+struct SessionScript {
+  std::vector<DeclaredTensor> inputs;
+  std::vector<DeclaredTensor> outputs;
+  std::function<std::vector<Shape>(std::span<const Shape>)> onTry;
+  bool failsToRun = false;
+
+  int bindings = 0;
+  std::vector<void*> boundInputs;
+  std::vector<void*> boundOutputs;
+  std::vector<Shape> boundShapes;             // of output 0, run by run
+  std::vector<std::pair<void*, void*>> runs;  // input 0 and output 0, run by run
+};
+
+/// Copies the bytes of input 0 to output 0.
+class ScriptedSession : public Session {
+ public:
+  explicit ScriptedSession(SessionScript& script) : script_(script) {
+    script_.boundInputs.resize(script_.inputs.size());
+    script_.boundOutputs.resize(script_.outputs.size());
+  }
+  const std::vector<DeclaredTensor>& inputs() const override { return script_.inputs; }
+  const std::vector<DeclaredTensor>& outputs() const override { return script_.outputs; }
+  void BindInput(size_t index, void* data, const Shape&) override {
+    ++script_.bindings;
+    script_.boundInputs[index] = data;
+  }
+  void BindOutput(size_t index, void* data, const Shape& shape) override {
+    ++script_.bindings;
+    script_.boundOutputs[index] = data;
+    if (index == 0) outputShape_ = shape;
+  }
+  void BindConstant(size_t index, void* data, const Shape& shape) override {
+    BindInput(index, data, shape);
+  }
+  void BindOutputOfAnyShape(size_t) override {}
+  TensorView Result(size_t) override { return {}; }
+  void Run() override {
+    if (script_.failsToRun) throw Failure(VORN_ERROR_EXECUTION, "scripted");
+    uint64_t bytes = ElementBytes(script_.outputs[0].type);
+    for (const int64_t dim : outputShape_) bytes *= static_cast<uint64_t>(dim);
+    std::memcpy(script_.boundOutputs[0], script_.boundInputs[0], bytes);
+    script_.runs.emplace_back(script_.boundInputs[0], script_.boundOutputs[0]);
+    script_.boundShapes.push_back(outputShape_);
+  }
+  std::vector<Shape> Try(std::span<const Shape> shapes) override { return script_.onTry(shapes); }
+
+ private:
+  SessionScript& script_;
+  Shape outputShape_;
+};
+
+class ScriptedEngine : public Engine {
+ public:
+  explicit ScriptedEngine(SessionScript& script) : script_(script) {}
+  std::unique_ptr<Session> Open(std::span<const std::byte>, const Config&) override {
+    return std::make_unique<ScriptedSession>(script_);
+  }
+
+ private:
+  SessionScript& script_;
+};
+
+/// A model with one input and one output of that shape, and blocks for it.
+class ModelTest : public testing::Test {
+ protected:
+  void Load(const DeclaredShape& shape, vorn_data_type type = VORN_UINT8) {
+    script.inputs = {{.name = "x", .type = type, .shape = shape}};
+    script.outputs = {{.name = "y", .type = type, .shape = shape}};
+    Reload();
+  }
+
+  void Reload() {
+    ScriptedEngine engine(script);
+    model.emplace(engine, std::span<const std::byte>(), config);
+  }
+
+  const TensorDescription& Input() { return model->description()->inputs[0]; }
+
+  /// Executes over blocks of `inputBytes` and `outputBytes`, the input counting upwards.
+  vorn_status Execute(uint64_t batch, uint64_t inputBytes, uint64_t outputBytes,
+                      uint64_t stride = 0) {
+    in.resize(inputBytes);
+    for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<std::byte>(i % 100);
+    out.assign(outputBytes, kUntouched);
+    const auto description = model->description();
+    if (stride == 0) stride = Input().layout.stride;
+    std::vector<BlockView> inputs = {{in.data(), in.size(), stride}};
+    scratch.resize(2 << 16);
+    for (size_t i = 1; i < description->inputs.size(); ++i) {
+      inputs.push_back(
+          {scratch.data() + ((i - 1) << 16), 1 << 16, description->inputs[i].layout.stride});
+    }
+    const std::vector<BlockView> outputs = {{out.data(), out.size(), stride}};
+    try {
+      model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch});
+      return VORN_SUCCESS;
+    } catch (const Failure& e) {
+      return e.status();
+    }
+  }
+
+  /// The output as it has to be: `rows` rows of the input, padding left alone.
+  std::vector<std::byte> Expected(uint64_t rows, uint64_t rowBytes, uint64_t stride) {
+    std::vector<std::byte> expected(out.size(), kUntouched);
+    for (uint64_t r = 0; r < rows; ++r) {
+      for (uint64_t b = 0; b < rowBytes; ++b) expected[r * stride + b] = in[r * stride + b];
+    }
+    return expected;
+  }
+
+  Config config;
+  SessionScript script;
+  std::optional<Model> model;
+  std::vector<std::byte> in, out, scratch;
+};
+
+TEST_F(ModelTest, BindsDenseBlocksWhereTheyLie) {
+  Load({Fixed(2), Fixed(16)});
+  ASSERT_EQ(Execute(1, 32, 32), VORN_SUCCESS);
+  EXPECT_EQ(script.runs[0].first, in.data());
+  EXPECT_EQ(script.runs[0].second, out.data());
+  EXPECT_EQ(out, in);
+}
+
+TEST_F(ModelTest, BindsASingleRowWhereItLiesInSpiteOfItsPadding) {
+  Load({Fixed(1), Fixed(10)});
+  ASSERT_EQ(Execute(1, 16, 16), VORN_SUCCESS);
+  EXPECT_EQ(script.runs[0].first, in.data());
+  EXPECT_EQ(script.runs[0].second, out.data());
+  EXPECT_EQ(out, Expected(1, 10, 16));
+}
+
+TEST_F(ModelTest, StagesPaddedBlocksAndLeavesPaddingAlone) {
+  Load({Fixed(3), Fixed(5)});
+  ASSERT_EQ(Execute(1, 48, 48), VORN_SUCCESS);
+  EXPECT_NE(script.runs[0].first, in.data());
+  EXPECT_EQ(out, Expected(3, 5, 16));
+}
+
+TEST_F(ModelTest, StagesInTheSamePlaceEveryTime) {
+  Load({Fixed(3), Fixed(5)});
+  ASSERT_EQ(Execute(1, 48, 48), VORN_SUCCESS);
+  ASSERT_EQ(Execute(1, 48, 48), VORN_SUCCESS);
+  EXPECT_EQ(script.runs[0], script.runs[1]);
+}
+
+TEST_F(ModelTest, BindsNothingAnewForTheSameBlocks) {
+  Load({Open("n"), Fixed(3), Fixed(5)});
+  std::vector<std::byte> from(96, std::byte{1}), to(96, kUntouched), scratchBlock(2 << 15);
+  const auto execute = [&](uint64_t batch, uint64_t stride) {
+    std::vector<BlockView> inputs = {{from.data(), from.size(), stride}};
+    for (int i = 0; i < 2; ++i) {
+      inputs.push_back({scratchBlock.data() + (i << 15), 1 << 15, 1 << 14});
+    }
+    const std::vector<BlockView> outputs = {{to.data(), to.size(), stride}};
+    model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch});
+    return script.bindings;
+  };
+  EXPECT_EQ(execute(1, 16), 2);
+  from.assign(from.size(), std::byte{2});  // what a block holds is looked at every time
+  EXPECT_EQ(execute(1, 16), 2);
+  EXPECT_EQ(to[32], std::byte{2});
+  EXPECT_EQ(to[5], kUntouched);
+  EXPECT_EQ(execute(2, 16), 4);
+  EXPECT_EQ(execute(2, 16), 4);
+  EXPECT_EQ(execute(1, 16), 6);
+  EXPECT_EQ(execute(1, 5), 8);
+  EXPECT_EQ(script.runs.size(), 6u);
+}
+
+TEST_F(ModelTest, RefusesTheSameBlocksAsBefore) {
+  Load({Open("n"), Fixed(5)});
+  ASSERT_EQ(Execute(1, 16, 16), VORN_SUCCESS);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Execute(1, 16, 15), VORN_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(Execute(2, 16, 16), VORN_ERROR_INVALID_ARGUMENT);
+  }
+  EXPECT_EQ(script.runs.size(), 1u);
+  script.failsToRun = true;
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Execute(1, 16, 16), VORN_ERROR_EXECUTION);
+  script.failsToRun = false;
+  EXPECT_EQ(Execute(1, 16, 16), VORN_SUCCESS);
+  EXPECT_EQ(out, Expected(1, 5, 16));
+}
+
+TEST_F(ModelTest, TellsOfDroppedItemsEveryTime) {
+  Load({Open("n"), Fixed(5)});
+  setenv("VORN_LOG", "error", 1);
+  for (int i = 0; i < 2; ++i) {
+    testing::internal::CaptureStderr();
+    ASSERT_EQ(Execute(2, 32, 16), VORN_SUCCESS);
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("holds 1 of 2"), std::string::npos);
+  }
+  unsetenv("VORN_LOG");
+}
+
+TEST_F(ModelTest, TakesAStrideOfTheCallersChoice) {
+  Load({Fixed(3), Fixed(5)});
+  ASSERT_EQ(Execute(1, 21, 21, 7), VORN_SUCCESS);
+  EXPECT_EQ(out, Expected(3, 5, 7));
+  ASSERT_EQ(Execute(1, 15, 15, 5), VORN_SUCCESS);
+  EXPECT_EQ(script.runs[1].first, in.data());
+}
+
+TEST_F(ModelTest, RefusesAStrideThatHoldsNoRow) {
+  Load({Fixed(3), Fixed(5)});
+  EXPECT_EQ(Execute(1, 48, 48, 4), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(Execute(1, 48, 48, UINT64_MAX / 2), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_TRUE(script.runs.empty());
+}
+
+TEST_F(ModelTest, StagesWhatIsNotAlignedForItsType) {
+  Load({Fixed(4)}, VORN_FLOAT32);
+  alignas(4) std::byte from[32] = {};
+  alignas(4) std::byte to[32] = {};
+  for (size_t i = 0; i < 32; ++i) from[i] = static_cast<std::byte>(i);
+  std::vector<BlockView> inputs = {{from + 1, 31, 16}};
+  scratch.resize(8192);
+  for (int i = 0; i < 2; ++i) inputs.push_back({scratch.data() + 4096 * i, 4096, 4096});
+  const std::vector<BlockView> outputs = {{to + 3, 29, 16}};
+  model->Execute({.inputs = inputs, .outputs = outputs, .batch = 1});
+  EXPECT_EQ(std::memcmp(to + 3, from + 1, 16), 0);
+  EXPECT_NE(script.runs[0].first, from + 1);
+  EXPECT_NE(script.runs[0].second, to + 3);
+}
+
+TEST_F(ModelTest, RunsAnOpenBatchAtOnce) {
+  Load({Open("n"), Fixed(2), Fixed(5)});
+  ASSERT_EQ(Execute(3, 96, 96), VORN_SUCCESS);
+  ASSERT_EQ(script.runs.size(), 1u);
+  EXPECT_EQ(script.boundShapes[0], (Shape{3, 2, 5}));
+  EXPECT_EQ(out, Expected(6, 5, 16));
+}
+
+TEST_F(ModelTest, RunsAFixedBatchItemByItem) {
+  Load({Fixed(2), Fixed(16)});
+  ASSERT_EQ(Execute(3, 96, 96), VORN_SUCCESS);
+  ASSERT_EQ(script.runs.size(), 3u);
+  for (size_t b = 0; b < 3; ++b) {
+    EXPECT_EQ(script.runs[b].first, in.data() + 32 * b);
+    EXPECT_EQ(script.runs[b].second, out.data() + 32 * b);
+  }
+  EXPECT_EQ(out, in);
+}
+
+TEST_F(ModelTest, BatchesMayGrowAndShrink) {
+  Load({Open("n"), Fixed(5)});
+  for (const uint64_t batch : {2, 5, 1, 3}) {
+    ASSERT_EQ(Execute(batch, 16 * batch, 16 * batch), VORN_SUCCESS);
+    EXPECT_EQ(out, Expected(batch, 5, 16));
+    EXPECT_EQ(script.boundShapes.back()[0], static_cast<int64_t>(batch));
+  }
+}
+
+TEST_F(ModelTest, RefusesAnInputThatHoldsLessThanTheBatch) {
+  for (const DeclaredDim& first : {Open("n"), Fixed(1)}) {
+    Load({first, Fixed(5)});
+    EXPECT_EQ(Execute(3, 47, 48), VORN_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(Execute(UINT64_MAX, 48, 48), VORN_ERROR_INVALID_ARGUMENT);
+    EXPECT_EQ(Execute(UINT64_MAX / 16, 48, 48), VORN_ERROR_INVALID_ARGUMENT);
+    EXPECT_TRUE(script.runs.empty());
+    EXPECT_EQ(Execute(3, 48, 48), VORN_SUCCESS);
+    script.runs.clear();
+  }
+}
+
+TEST_F(ModelTest, DropsBatchItemsThatTheOutputDoesNotHold) {
+  for (const DeclaredDim& first : {Open("n"), Fixed(1)}) {
+    for (const int64_t row : {5, 16}) {
+      Load({first, Fixed(row)});
+      ASSERT_EQ(Execute(4, 64, 47), VORN_SUCCESS);
+      EXPECT_EQ(out, Expected(2, static_cast<uint64_t>(row), 16));
+    }
+  }
+}
+
+TEST_F(ModelTest, RefusesAnOutputThatHoldsNoItem) {
+  Load({Open("n"), Fixed(5)});
+  EXPECT_EQ(Execute(1, 16, 15), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_TRUE(script.runs.empty());
+}
+
+TEST_F(ModelTest, RefusesAWrongCountOfBlocks) {
+  Load({Fixed(16)});
+  std::vector<std::byte> block(4096);
+  const std::vector<BlockView> views(4, {block.data(), block.size(), 256});
+  const auto execute = [&](size_t inputs, size_t outputs) {
+    model->Execute({.inputs = std::span(views).first(inputs),
+                    .outputs = std::span(views).first(outputs),
+                    .batch = 1});
+  };
+  for (const size_t inputs : {0, 2, 4}) {
+    EXPECT_THROW(execute(inputs, 1), Failure);
+  }
+  for (const size_t outputs : {0, 2}) {
+    EXPECT_THROW(execute(3, outputs), Failure);
+  }
+  EXPECT_NO_THROW(execute(3, 1));
+}
+
+TEST_F(ModelTest, RefusesScratchBlocksThatAreTooSmall) {
+  Load({Fixed(16)});
+  std::vector<std::byte> block(4096);
+  const uint64_t task = model->description()->inputs[1].layout.ItemBytes();
+  const uint64_t work = model->description()->inputs[2].layout.ItemBytes();
+  const auto execute = [&](uint64_t taskBytes, uint64_t workBytes) {
+    const std::vector<BlockView> inputs = {
+        {block.data(), 4096, 16}, {block.data(), taskBytes, task}, {block.data(), workBytes, work}};
+    const std::vector<BlockView> outputs = {{block.data() + 2048, 2048, 16}};
+    model->Execute({.inputs = inputs, .outputs = outputs, .batch = 2});
+  };
+  EXPECT_NO_THROW(execute(2 * task, 2 * work));
+  EXPECT_THROW(execute(2 * task - 1, 2 * work), Failure);
+  EXPECT_THROW(execute(2 * task, 2 * work - 1), Failure);
+}
+
+TEST_F(ModelTest, PassesOnWhatFailsInTheEngine) {
+  Load({Fixed(16)});
+  script.failsToRun = true;
+  EXPECT_EQ(Execute(1, 16, 16), VORN_ERROR_EXECUTION);
+}
+
+TEST_F(ModelTest, LearnsUnknownOutputsFromATrial) {
+  script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = {Open("n"), Fixed(2)}}};
+  script.outputs = {{.name = "y", .type = VORN_UINT8, .shape = {}}};
+  script.onTry = [](std::span<const Shape> shapes) {
+    return std::vector<Shape>{{shapes[0][0], 7}};
+  };
+  Reload();
+  EXPECT_EQ(model->description()->outputs[0].dims, (Shape{1, 7}));
+  script.inputs[0].shape[1] = Fixed(7);
+  Reload();
+  ASSERT_EQ(Execute(2, 32, 32), VORN_SUCCESS);
+  EXPECT_EQ(script.runs.size(), 1u);  // the trial of two items showed twice the first dimension
+}
+
+TEST_F(ModelTest, RunsItemByItemWhereATrialShowsNoBatch) {
+  script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = {Open("n"), Fixed(7)}}};
+  script.outputs = {{.name = "y", .type = VORN_UINT8, .shape = {}}};
+  script.onTry = [](std::span<const Shape>) { return std::vector<Shape>{{1, 7}}; };
+  Reload();
+  ASSERT_EQ(Execute(2, 32, 32), VORN_SUCCESS);
+  EXPECT_EQ(script.runs.size(), 2u);
+
+  script.onTry = [](std::span<const Shape> shapes) -> std::vector<Shape> {
+    if (shapes[0][0] != 1) throw Failure(VORN_ERROR_EXECUTION, "one item only");
+    return {{1, 7}};
+  };
+  script.runs.clear();
+  Reload();
+  ASSERT_EQ(Execute(2, 32, 32), VORN_SUCCESS);
+  EXPECT_EQ(script.runs.size(), 2u);
+}
+
+TEST_F(ModelTest, RefusesAModelWhoseTrialFailsOrShowsNothing) {
+  script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = {Open("n")}}};
+  script.outputs = {{.name = "y", .type = VORN_UINT8, .shape = {}}};
+  script.onTry = [](std::span<const Shape>) -> std::vector<Shape> {
+    throw Failure(VORN_ERROR_EXECUTION, "no");
+  };
+  EXPECT_THROW(Reload(), Failure);
+  script.onTry = [](std::span<const Shape>) { return std::vector<Shape>{{0, 7}}; };
+  EXPECT_THROW(Reload(), Failure);
+}
+
+TEST_F(ModelTest, RefusesAModelWithoutOutputs) {
+  script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = {Fixed(1)}}};
+  EXPECT_THROW(Reload(), Failure);
+}
+
+TEST_F(ModelTest, LeavesItsDescriptionToWhoeverHoldsIt) {
+  Load({Fixed(16)});
+  const auto description = model->description();
+  model.reset();
+  EXPECT_EQ(description->inputs[0].name, "x");
+}
+
+}  // namespace
+}  // namespace vorn::host
