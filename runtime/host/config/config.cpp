@@ -54,6 +54,10 @@ Config ParseConfig(std::string_view text) {
       config.threads = static_cast<int>(IntegerInRange(key, value, 1, kMaxThreads));
     } else if (key == "rowAlignment") {
       config.rowAlignment = RowAlignment(key, value);
+    } else if (key == "devices") {
+      config.devices = static_cast<int>(IntegerInRange(key, value, 1, kMaxDevices));
+    } else if (key == "memoryLimit") {
+      config.memoryLimit = static_cast<uint64_t>(IntegerInRange(key, value, 1, INT64_MAX));
     } else if (key == "graphOptimization") {
       config.graphOptimization = Optimization(key, value);
     } else if (key == "dims") {
@@ -65,8 +69,8 @@ Config ParseConfig(std::string_view text) {
       config.model = ModelSection(value);
     } else {
       throw Failure(VORN_ERROR_CONFIG, "key '", key,
-                    "' is not known; the keys are threads, rowAlignment, graphOptimization, dims, "
-                    "outputTypes, model");
+                    "' is not known; the keys are threads, rowAlignment, devices, memoryLimit, "
+                    "graphOptimization, dims, outputTypes, model");
     }
   }
   return config;

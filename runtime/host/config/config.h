@@ -3,6 +3,7 @@
 //     {
 //       "threads": 4,
 //       "rowAlignment": 64,
+//       "memoryLimit": 268435456,
 //       "graphOptimization": "all",
 //       "dims": { "sequence": 128 },
 //       "outputTypes": "presented",
@@ -13,13 +14,19 @@
 // |---------------------|----------------------------------------------|---------------|
 // | `threads`           | 1..256, threads that execute one model       | 1             |
 // | `rowAlignment`      | a power of two, 1..4096 bytes                | 16            |
+// | `devices`           | 1..64, devices that there are                | 1             |
+// | `memoryLimit`       | 1.., bytes of memory that a device has       | the machine's |
 // | `graphOptimization` | "none", "basic", "extended" or "all"         | "all"         |
 // | `dims`              | object: name of an open dimension -> size    | {}            |
 // | `outputTypes`       | "presented" or "native"                      | "presented"   |
 // | `model`             | object: what the model does not say itself   | {}            |
 //
 // `threads` of 1 keeps execution on the calling thread. `rowAlignment` is what the row stride of
-// every model input and output is rounded up to. `graphOptimization` says how far the model's graph
+// every model input and output is rounded up to. `devices` are numbered from 0; all of them are
+// this machine, each with memory of its own. With a `memoryLimit`, blocks and what models keep and
+// use while they execute come out of it and are refused where it is exhausted; constants are then
+// worked out in every execution and not when the model is loaded. Without one, only blocks are
+// counted. `graphOptimization` says how far the model's graph
 // may be rewritten when it is loaded; results can differ in their last bits. More of it makes
 // executions faster, loading longer and the peak of memory higher: a convolutional network of 98
 // MiB took 0.65 times the time of "none" to execute, 2.5 times to load and 1.6 times the memory.
@@ -79,6 +86,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -91,6 +99,8 @@ enum class GraphOptimization { kNone, kBasic, kExtended, kAll };
 struct Config {
   int threads = 1;
   uint64_t rowAlignment = 16;  ///< bytes
+  int devices = 1;
+  std::optional<uint64_t> memoryLimit;  ///< bytes of each device; nothing: what the machine has
   GraphOptimization graphOptimization = GraphOptimization::kAll;
   std::map<std::string, int64_t> dims;
   OutputTypes outputTypes = OutputTypes::kPresented;
@@ -98,6 +108,7 @@ struct Config {
 };
 
 inline constexpr int kMaxThreads = 256;
+inline constexpr int kMaxDevices = 64;
 inline constexpr uint64_t kMaxRowAlignment = 4096;
 inline constexpr uint64_t kMaxConfigBytes = 1 << 20;
 

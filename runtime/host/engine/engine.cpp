@@ -11,6 +11,7 @@
 
 #include "host/common/failure.h"
 #include "host/common/log.h"
+#include "host/engine/engine_allocator.h"
 #include "host/engine/engine_library.h"
 #include "host/engine/engine_types.h"
 #include "host/engine/onnx_image.h"
@@ -54,6 +55,11 @@ Ort::SessionOptions SessionOptionsFor(const Config& config) {
   // Idle threads that spin would take the processor from the caller's own work.
   options.AddConfigEntry("session.intra_op.allow_spinning", "0");
   options.AddConfigEntry("session.inter_op.allow_spinning", "0");
+  if (config.memoryLimit) {
+    options.AddConfigEntry("session.use_env_allocators", "1");
+    // What is folded while a model is loaded would lie in memory that nobody counts.
+    options.AddConfigEntry("optimization.disable_specified_optimizers", "ConstantFolding");
+  }
   // Nothing but the format that InspectOnnxImage has looked at.
   options.AddConfigEntry("session.load_model_format", "ONNX");
   for (const auto& [name, size] : config.dims) {
@@ -159,7 +165,7 @@ class OrtSession : public Session {
     try {
       if (!areOutputsChecked_) PutDetachedOutputs();
       if (hasOutputOfAnyShape_) ReleaseResults();
-      session_.Run(Ort::RunOptions{nullptr}, binding_);
+      session_.Run(runOptions_, binding_);
       if (hasOutputOfAnyShape_) results_ = binding_.GetOutputValues();
       if (!areOutputsChecked_) FetchDetachedOutputs();
     } catch (const Ort::Exception& e) {
@@ -174,6 +180,12 @@ class OrtSession : public Session {
       throw Failure(VORN_ERROR_EXECUTION, "a trial with zero inputs failed (", e.what(), ")");
     }
   }
+
+  void Terminate() noexcept override {
+    Ort::Status ignored(Ort::GetApi().RunOptionsSetTerminate(runOptions_));
+  }
+
+  void Resume() override { runOptions_.UnsetTerminate(); }
 
  private:
   /// Memory is bound by name.
@@ -250,7 +262,7 @@ class OrtSession : public Session {
   }
 
   std::vector<Shape> TryUnguarded(std::span<const Shape> inputShapes) {
-    const Ort::AllocatorWithDefaultOptions allocator;
+    const Ort::Allocator allocator(session_, memory_);
     std::vector<const char*> inputNames;
     std::vector<Ort::Value> inputValues;
     for (size_t i = 0; i < inputs_.size(); ++i) {
@@ -268,8 +280,8 @@ class OrtSession : public Session {
     std::vector<const char*> outputNames;
     for (const DeclaredTensor& output : outputs_) outputNames.push_back(output.name.c_str());
     const std::vector<Ort::Value> results =
-        session_.Run(Ort::RunOptions{nullptr}, inputNames.data(), inputValues.data(),
-                     inputValues.size(), outputNames.data(), outputNames.size());
+        session_.Run(runOptions_, inputNames.data(), inputValues.data(), inputValues.size(),
+                     outputNames.data(), outputNames.size());
     std::vector<Shape> shapes;
     for (const Ort::Value& result : results) {
       shapes.push_back(result.GetTensorTypeAndShapeInfo().GetShape());
@@ -279,6 +291,7 @@ class OrtSession : public Session {
 
   std::shared_ptr<Ort::Env> env_;  // outlives the session
   Ort::Session session_;
+  Ort::RunOptions runOptions_;
   Ort::MemoryInfo memory_;
   Ort::IoBinding binding_;
   std::vector<DeclaredTensor> inputs_;
@@ -308,10 +321,23 @@ std::set<std::string> CheckImage(std::span<const std::byte> image) {
   return std::move(facts.shapelessInputs);
 }
 
+/// The library as it was brought up, with the allocator that it uses to its end.
+struct Library {
+  explicit Library(bool isMemoryCounted) : env(Severity(), "vorn", ForwardLog, nullptr) {
+    env.DisableTelemetryEvents();
+    if (isMemoryCounted) Ort::ThrowOnError(Ort::GetApi().RegisterAllocator(env, &allocator));
+  }
+
+  Ort::MemoryInfo memory = Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault);
+  EngineAllocator allocator{memory};
+  Ort::Env env;
+};
+
 class OrtEngine : public Engine {
  public:
-  OrtEngine() : env_(std::make_shared<Ort::Env>(Severity(), "vorn", ForwardLog, nullptr)) {
-    env_->DisableTelemetryEvents();
+  explicit OrtEngine(const Config& config) {
+    auto library = std::make_shared<Library>(config.memoryLimit.has_value());
+    env_ = {library, &library->env};
   }
 
   std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) override {
@@ -329,10 +355,10 @@ class OrtEngine : public Engine {
 
 }  // namespace
 
-std::unique_ptr<Engine> CreateEngine() {
+std::unique_ptr<Engine> CreateEngine(const Config& config) {
   Ort::InitApi(LoadEngineLibrary());
   try {
-    return std::make_unique<OrtEngine>();
+    return std::make_unique<OrtEngine>(config);
   } catch (const Ort::Exception& e) {
     throw Failure(VORN_ERROR_INTERNAL, "the execution library does not come up (", e.what(), ")");
   }

@@ -55,14 +55,20 @@ class Session {
   virtual TensorView Result(size_t index) = 0;
 
   /// Executes with the bound memory; every input must be bound. Outputs that are not are not kept.
-  /// Fails with VORN_ERROR_EXECUTION,
-  /// also where an output turns out to have another shape than the bound one; bound outputs may be
-  /// partly written then.
+  /// Fails with VORN_ERROR_EXECUTION, also where an output turns out to have another shape than the
+  /// bound one; bound outputs may be partly written then.
   virtual void Run() = 0;
 
   /// The output shapes that inputs of these shapes lead to, all zero but for the constants. Touches
   /// no binding.
   virtual std::vector<Shape> Try(std::span<const Shape> inputShapes) = 0;
+
+  /// Lets a run or a trial that is going on fail, as soon as the operator that it is at is through,
+  /// and later ones at once. The one operation for another thread.
+  virtual void Terminate() noexcept = 0;
+
+  /// Takes that back, while nothing runs.
+  virtual void Resume() = 0;
 };
 
 /// The execution library, brought up. Sessions keep what they need of it alive.
@@ -75,8 +81,9 @@ class Engine {
   virtual std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) = 0;
 };
 
-/// Loads the library and brings it up. Fails with VORN_ERROR_INTERNAL.
-std::unique_ptr<Engine> CreateEngine();
+/// Loads the library and brings it up. What it allocates for models counts where `config` limits
+/// the memory of a device. Fails with VORN_ERROR_INTERNAL.
+std::unique_ptr<Engine> CreateEngine(const Config& config);
 
 }  // namespace vorn::host
 

@@ -2,7 +2,6 @@
 #include "host/memory/block_store.h"
 
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
@@ -15,13 +14,6 @@ namespace {
 
 /// Looking through all that is kept has to stay quick; a model has far fewer inputs and outputs.
 constexpr size_t kMostKeptBlocks = 256;
-
-uint64_t MachineMemoryBytes() {
-  const long pages = sysconf(_SC_PHYS_PAGES);
-  const long pageBytes = sysconf(_SC_PAGESIZE);
-  if (pages <= 0 || pageBytes <= 0) return UINT64_C(1) << 40;
-  return static_cast<uint64_t>(pages) * static_cast<uint64_t>(pageBytes);
-}
 
 /// Null where the system has no such block.
 void* SystemBlock(uint64_t size) {
@@ -58,20 +50,22 @@ BlockStore::~BlockStore() {
   for (const auto& [address, block] : live_) GiveBack(address);
 }
 
-void* BlockStore::Allocate(uint64_t size) {
+void* BlockStore::Allocate(uint64_t size, std::shared_ptr<MemoryBudget> budget) {
   if (size == 0) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "size is 0; a block has at least 1 byte");
   }
-  const uint64_t most = MachineMemoryBytes();
-  if (size > most) {
-    throw Failure(VORN_ERROR_OUT_OF_MEMORY, "size is ", size, " bytes; this machine has ", most);
+  if (!budget->Take(size)) {
+    throw Failure(VORN_ERROR_OUT_OF_MEMORY, "size is ", size, " bytes; the device has ",
+                  budget->limit(), ", of which ", budget->taken(), " are taken");
   }
-  void* block = TakeKept(size);
-  if (block == nullptr) block = AllocateFresh(size);
+  void* block = nullptr;
   try {
-    live_[reinterpret_cast<uintptr_t>(block)] = {.size = size};
+    block = TakeKept(size);
+    if (block == nullptr) block = AllocateFresh(size);
+    live_[reinterpret_cast<uintptr_t>(block)] = {.size = size, .budget = budget};
   } catch (...) {
     free(block);
+    budget->GiveBack(size);
     throw;
   }
   liveBytes_ += size;
@@ -113,6 +107,7 @@ bool BlockStore::Free(void* block) {
   if (found == live_.end()) return false;
   const Kept freed = {.address = found->first, .size = found->second.size};
   const bool isKept = keeps_ && found->second.isKeptWhenFreed;
+  found->second.budget->GiveBack(freed.size);
   live_.erase(found);
   liveBytes_ -= freed.size;
   if (isKept) {
@@ -159,6 +154,14 @@ std::optional<uint64_t> BlockStore::BytesFrom(const void* address) const {
   const auto found = BlockOf(address);
   if (found == live_.end()) return std::nullopt;
   return found->second.size - (reinterpret_cast<uintptr_t>(address) - found->first);
+}
+
+std::vector<BlockStore::Block> BlockStore::Blocks() const {
+  std::vector<Block> blocks;
+  for (const auto& [address, block] : live_) {
+    blocks.push_back({.address = reinterpret_cast<const void*>(address), .size = block.size});
+  }
+  return blocks;
 }
 
 /// The block that holds the byte at `address`.

@@ -22,8 +22,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <vector>
+
+#include "host/memory/memory_budget.h"
 
 namespace vorn::host {
 
@@ -41,10 +44,11 @@ class BlockStore {
   BlockStore& operator=(const BlockStore&) = delete;
   ~BlockStore();
 
-  /// A block of exactly `size` bytes, not cleared, aligned to `kBlockAlignment`. Fails with
-  /// VORN_ERROR_INVALID_ARGUMENT for 0 and with VORN_ERROR_OUT_OF_MEMORY for a size that the
-  /// machine cannot back: the system would promise it and end the process when it is touched.
-  void* Allocate(uint64_t size);
+  /// A block of exactly `size` bytes, not cleared, aligned to `kBlockAlignment`, taken out of
+  /// `budget` until it is freed. Fails with VORN_ERROR_INVALID_ARGUMENT for 0 and with
+  /// VORN_ERROR_OUT_OF_MEMORY for a size that the budget has not left, or that the machine cannot
+  /// back: the system would promise it and end the process when it is touched.
+  void* Allocate(uint64_t size, std::shared_ptr<MemoryBudget> budget);
 
   /// Takes a block back by the address that `Allocate` gave; false, and nothing done, for any
   /// other.
@@ -59,12 +63,20 @@ class BlockStore {
   /// Bytes from `address` to the end of the block that it lies in; nothing if it lies in none.
   std::optional<uint64_t> BytesFrom(const void* address) const;
 
+  /// Every block that is out, by address.
+  struct Block {
+    const void* address = nullptr;
+    uint64_t size = 0;  ///< bytes
+  };
+  std::vector<Block> Blocks() const;
+
   size_t Count() const { return live_.size(); }
   uint64_t KeptBytes() const { return keptBytes_; }
 
  private:
   struct Live {
     uint64_t size = 0;
+    std::shared_ptr<MemoryBudget> budget;
     bool isKeptWhenFreed = true;
   };
   struct Kept {

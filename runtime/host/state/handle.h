@@ -7,11 +7,13 @@
 #ifndef VORN_RUNTIME_HOST_STATE_HANDLE_H_
 #define VORN_RUNTIME_HOST_STATE_HANDLE_H_
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace vorn::host {
 
@@ -46,6 +48,20 @@ class Registry {
 
   /// Ends the object; false if none lived under that key.
   bool Remove(Key key) { return live_.erase(key) != 0; }
+
+  /// Ends every object of which `predicate(object)` is true.
+  template <typename Predicate>
+  void RemoveIf(Predicate&& predicate) {
+    std::erase_if(live_, [&](const auto& entry) { return predicate(*entry.second); });
+  }
+
+  /// In the order in which they were created.
+  std::vector<Key> Keys() const {
+    std::vector<Key> keys;
+    for (const auto& [key, object] : live_) keys.push_back(key);
+    std::sort(keys.begin(), keys.end());
+    return keys;
+  }
 
   void Clear() { live_.clear(); }
   size_t Count() const { return live_.size(); }

@@ -2,6 +2,7 @@
 #include "host/state/model.h"
 
 #include <algorithm>
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 #include "host/plan/batch_plan.h"
 #include "host/plan/recurrent_plan.h"
 #include "host/plan/signature.h"
+#include "host/state/deadline.h"
 
 namespace vorn::host {
 namespace {
@@ -47,7 +49,14 @@ ModelSettings SettingsFor(std::span<const std::byte> image, const Config& config
 
 }  // namespace
 
-Model::Model(Engine& engine, std::span<const std::byte> image, const Config& config) {
+Model::Model(Engine& engine, std::span<const std::byte> image, const Config& config,
+             std::shared_ptr<MemoryBudget> budget, Timeout timeout)
+    : budget_(std::move(budget)) {
+  WithinMemory([&] { Open(engine, image, config, timeout); });
+}
+
+void Model::Open(Engine& engine, std::span<const std::byte> image, const Config& config,
+                 Timeout timeout) {
   const ModelSettings settings = SettingsFor(image, config);
   Config effective = config;
   effective.dims.insert(settings.dims.begin(), settings.dims.end());
@@ -58,16 +67,51 @@ Model::Model(Engine& engine, std::span<const std::byte> image, const Config& con
   LogUnusedSizes(*session_, effective);
   netType_ = settings.netType;
   Signature signature = SignatureOf(*session_, settings);
-  if (netType_ == VORN_NET_RECURRENT) {
-    plan_ = std::make_unique<RecurrentPlan>(*session_, std::move(signature), settings, effective);
-  } else {
-    plan_ = std::make_unique<BatchPlan>(*session_, std::move(signature), effective);
+  WithinTime(timeout, [&] {
+    if (netType_ == VORN_NET_RECURRENT) {
+      plan_ = std::make_unique<RecurrentPlan>(*session_, std::move(signature), settings, effective);
+    } else {
+      plan_ = std::make_unique<BatchPlan>(*session_, std::move(signature), effective);
+    }
+  });
+}
+
+void Model::Execute(const Call& call, Timeout timeout) {
+  const std::lock_guard lock(mutex_);
+  WithinMemory([&] { WithinTime(timeout, [&] { plan_->Execute(call); }); });
+}
+
+template <typename Steps>
+void Model::WithinMemory(Steps&& steps) {
+  const BudgetScope scope(budget_);
+  try {
+    steps();
+  } catch (...) {
+    if (scope.refusedBytes() == 0) throw;
+    throw Failure(VORN_ERROR_OUT_OF_MEMORY, "the model wants ", scope.refusedBytes(),
+                  " bytes more; the device has ", budget_->limit(), ", of which ", budget_->taken(),
+                  " are taken");
   }
 }
 
-void Model::Execute(const Call& call) {
-  const std::lock_guard lock(mutex_);
-  plan_->Execute(call);
+template <typename Steps>
+void Model::WithinTime(Timeout timeout, Steps&& steps) {
+  if (timeout.seconds == 0) return steps();
+  Deadline deadline(timeout.seconds, [this] { session_->Terminate(); });
+  std::exception_ptr fault;
+  try {
+    steps();
+  } catch (...) {
+    fault = std::current_exception();
+  }
+  // Also where the last operator came to its end after the time.
+  const bool hasExpired = deadline.Lift();
+  session_->Resume();
+  if (hasExpired) {
+    throw Failure(VORN_ERROR_TIMEOUT, "the model ran longer than ", timeout.seconds,
+                  " s and was ended; give vorn_rt_set_op_wait_timeout more");
+  }
+  if (fault) std::rethrow_exception(fault);
 }
 
 }  // namespace vorn::host

@@ -3,23 +3,33 @@
 #define VORN_RUNTIME_HOST_STATE_MODEL_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <span>
 
 #include "host/config/config.h"
 #include "host/engine/engine.h"
+#include "host/memory/memory_budget.h"
 #include "host/plan/plan.h"
 #include "host/tensor/description.h"
 
 namespace vorn::host {
 
+/// How long an execution may take.
+struct Timeout {
+  uint32_t seconds = 0;  ///< 0: as long as it wants
+};
+
 /// Any thread may execute a model; executions of one model queue up.
 class Model {
  public:
-  /// Opens the model in `image`, which must outlive it, and plans its execution. Fails with
-  /// VORN_ERROR_MODEL, or VORN_ERROR_CONFIG for constants that are none.
-  Model(Engine& engine, std::span<const std::byte> image, const Config& config);
+  /// Opens the model in `image`, which must outlive it, and plans its execution. It is loaded and
+  /// executed with memory of `budget`, unless that is null. Fails with VORN_ERROR_MODEL, with
+  /// VORN_ERROR_CONFIG for constants that are none, with VORN_ERROR_OUT_OF_MEMORY where the budget
+  /// does not suffice, with VORN_ERROR_TIMEOUT if a trial execution takes longer than `timeout`.
+  Model(Engine& engine, std::span<const std::byte> image, const Config& config,
+        std::shared_ptr<MemoryBudget> budget = nullptr, Timeout timeout = {});
 
   /// Stays valid for whoever holds it, also after the model is gone.
   std::shared_ptr<const ModelDescription> description() const { return plan_->description(); }
@@ -29,10 +39,20 @@ class Model {
   /// See `Plan`.
   void CheckFrames(uint64_t frames) const { plan_->CheckFrames(frames); }
 
-  /// Executes as the plan does; fails as it does.
-  void Execute(const Call& call);
+  /// Executes as the plan does; fails as it does, with VORN_ERROR_OUT_OF_MEMORY where the budget
+  /// does not suffice, and with VORN_ERROR_TIMEOUT if it takes longer: it is ended then behind the
+  /// operator that it is at. Waiting for other executions of the model does not count.
+  void Execute(const Call& call, Timeout timeout = {});
 
  private:
+  void Open(Engine& engine, std::span<const std::byte> image, const Config& config,
+            Timeout timeout);
+  template <typename Steps>
+  void WithinMemory(Steps&& steps);
+  template <typename Steps>
+  void WithinTime(Timeout timeout, Steps&& steps);
+
+  std::shared_ptr<MemoryBudget> budget_;
   std::mutex mutex_;
   std::unique_ptr<Session> session_;
   vorn_net_type netType_ = VORN_NET_FEED_FORWARD;

@@ -2,27 +2,45 @@
 #include "host/state/runtime.h"
 
 #include <algorithm>
+#include <string>
+#include <utility>
 
 #include "host/common/failure.h"
+#include "host/common/log.h"
 
 namespace vorn::host {
 namespace {
 
-constexpr int32_t kDeviceId = 0;  // the only one
+constexpr size_t kMostNames = 8;  // in a line of the log
 
 /// The context that is current on this thread; a destroyed one stays here and is not found.
 thread_local const vorn_rt_context* currentContext = nullptr;
-
-void RequireDevice(int32_t deviceId) {
-  if (deviceId == kDeviceId) return;
-  throw Failure(VORN_ERROR_INVALID_ARGUMENT, "device ", deviceId,
-                " does not exist; the only device is ", kDeviceId);
-}
 
 [[noreturn]] void RefuseHandle(const char* kind, const void* handle) {
   if (handle == nullptr) throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the ", kind, " is null");
   throw Failure(VORN_ERROR_INVALID_HANDLE, handle, " is no ", kind,
                 "; it was destroyed, or is something else");
+}
+
+template <typename Thing>
+std::string NameOf(const Thing& thing) {
+  return Join(thing);
+}
+
+std::string NameOf(const BlockStore::Block& block) {
+  return Join(block.address, " of ", block.size, " bytes");
+}
+
+/// "2 block(s) were not freed: ..."
+template <typename Thing>
+void ReportLeft(const std::vector<Thing>& left, const char* what) {
+  if (left.empty()) return;
+  std::string names;
+  for (size_t i = 0; i < std::min(left.size(), kMostNames); ++i) {
+    names += (i == 0 ? "" : ", ") + NameOf(left[i]);
+  }
+  if (left.size() > kMostNames) names += ", ...";
+  Log(LogLevel::kError, "vorn_finalize", Join(left.size(), " ", what, ": ", names));
 }
 
 template <typename Key, typename Object>
@@ -48,57 +66,58 @@ void Runtime::Start(const char* configPath) {
     throw Failure(VORN_ERROR_UNSUPPORTED, "the runtime is up already; finalize it first");
   }
   Config config = ReadConfigFile(configPath);
-  engine_ = CreateEngine();
+  std::vector<Device> devices(static_cast<size_t>(config.devices));
+  if (config.memoryLimit) {
+    for (Device& device : devices)
+      device.memory = std::make_shared<MemoryBudget>(*config.memoryLimit);
+  }
+  engine_ = CreateEngine(config);
   config_ = std::move(config);
+  devices_ = std::move(devices);
+  operatorTimeoutSeconds_ = 0;
 }
 
 void Runtime::Stop() {
   const Change change(*this);
   RequireStarted();
+  ReportLeaks();
   // Blocks, datasets and descriptions are the caller's memory and can be given back later on.
   models_.Clear();
-  EndContexts();
-  isDeviceSet_ = false;
+  contexts_.Clear();
+  streams_.Clear();
+  devices_.clear();
   blocks_.ReleaseKept();
   engine_.reset();
 }
 
 void Runtime::SetDevice(int32_t deviceId) {
   const Change change(*this);
-  RequireStarted();
-  RequireDevice(deviceId);
-  isDeviceSet_ = true;
+  DeviceAt(deviceId).isSet = true;
 }
 
 void Runtime::ResetDevice(int32_t deviceId) {
   const Change change(*this);
-  RequireStarted();
-  RequireDevice(deviceId);
-  if (!isDeviceSet_) {
+  Device& device = DeviceAt(deviceId);
+  if (!device.isSet) {
     throw Failure(VORN_ERROR_NOT_INITIALIZED, "device ", deviceId, " is not set");
   }
-  EndContexts();
-  isDeviceSet_ = false;
+  EndContextsOf(deviceId);
+  device.isSet = false;
 }
 
 void Runtime::SetOperatorTimeout(uint32_t seconds) {
   const std::lock_guard lock(mutex_);
   RequireStarted();
-  if (seconds != 0) {
-    throw Failure(VORN_ERROR_UNSUPPORTED, "a time-out of ", seconds,
-                  " s for one operator is not kept here; give 0");
-  }
+  operatorTimeoutSeconds_ = seconds;
 }
 
 vorn_rt_context* Runtime::CreateContext(int32_t deviceId) {
   const Change change(*this);
-  RequireStarted();
-  RequireDevice(deviceId);
-  if (!isDeviceSet_) {
+  if (!DeviceAt(deviceId).isSet) {
     throw Failure(VORN_ERROR_NOT_INITIALIZED, "device ", deviceId, " is not set; set it first");
   }
   auto* context = NewHandle<vorn_rt_context>();
-  contexts_.Add(context, std::make_shared<Context>());
+  contexts_.Add(context, std::make_shared<Context>(Context{.deviceId = deviceId}));
   currentContext = context;
   return context;
 }
@@ -112,7 +131,7 @@ vorn_rt_stream* Runtime::CreateStream() {
   const Change change(*this);
   RequireContext();
   auto* stream = NewHandle<vorn_rt_stream>();
-  streams_.Add(stream, std::make_shared<Stream>());
+  streams_.Add(stream, std::make_shared<Stream>(Stream{.context = currentContext}));
   return stream;
 }
 
@@ -131,8 +150,7 @@ vorn_rt_run_mode Runtime::RunMode() {
 
 void* Runtime::Allocate(uint64_t size) {
   const Change change(*this);
-  RequireContext();
-  return blocks_.Allocate(size);
+  return blocks_.Allocate(size, DeviceAt(RequireContext().deviceId).memory);
 }
 
 void Runtime::Free(void* block) {
@@ -147,9 +165,11 @@ void Runtime::Free(void* block) {
 uint32_t Runtime::Load(const void* image, uint64_t size) {
   std::shared_ptr<Engine> engine;
   Config config;
+  std::shared_ptr<MemoryBudget> budget;
+  Timeout timeout;
   {
     const std::lock_guard lock(mutex_);
-    RequireContext();
+    const Context& context = RequireContext();
     if (image == nullptr || size == 0) {
       throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the image is ", image, " of ", size,
                     " bytes; give the bytes of an ONNX file");
@@ -161,9 +181,12 @@ uint32_t Runtime::Load(const void* image, uint64_t size) {
     blocks_.DoNotKeep(image);
     engine = engine_;
     config = config_;
+    if (config.memoryLimit) budget = DeviceAt(context.deviceId).memory;
+    timeout.seconds = operatorTimeoutSeconds_;
   }
   const auto* bytes = static_cast<const std::byte*>(image);
-  auto model = std::make_shared<Model>(*engine, std::span(bytes, size), config);
+  auto model =
+      std::make_shared<Model>(*engine, std::span(bytes, size), config, std::move(budget), timeout);
 
   const Change change(*this);
   RequireStarted();
@@ -215,15 +238,18 @@ void Runtime::Execute(uint32_t modelId, const vorn_mdl_dataset* input, vorn_mdl_
   // Kept by the thread, so that executing again allocates nothing and looks little up.
   thread_local ResolvedCall call;
   std::shared_ptr<Model> model;
+  Timeout timeout;
   {
     const std::lock_guard lock(mutex_);
     if (call.changes != changes_ || call.input != input || call.output != output) {
       Resolve(call, input, output);
     }
     model = LiveModel(modelId);
+    timeout.seconds = operatorTimeoutSeconds_;
   }
   model->Execute(
-      {.inputs = call.inputs, .outputs = call.outputs, .batch = call.batch, .frames = call.frames});
+      {.inputs = call.inputs, .outputs = call.outputs, .batch = call.batch, .frames = call.frames},
+      timeout);
 }
 
 // ---- Descriptions -------------------------------------------------------------------------------
@@ -324,18 +350,46 @@ vorn_data_buffer* Runtime::BufferAt(const vorn_mdl_dataset* dataset, uint64_t in
 
 // ---- With the mutex held ------------------------------------------------------------------------
 
+/// A line of the log for each kind of thing that was handed out and not given back.
+void Runtime::ReportLeaks() const {
+  if (!IsLogged(LogLevel::kError)) return;
+  std::vector<int32_t> setDevices;
+  for (size_t i = 0; i < devices_.size(); ++i) {
+    if (devices_[i].isSet) setDevices.push_back(static_cast<int32_t>(i));
+  }
+  ReportLeft(models_.Keys(), "model(s) were not unloaded");
+  ReportLeft(blocks_.Blocks(), "block(s) were not freed");
+  ReportLeft(descs_.Keys(), "description(s) were not destroyed");
+  ReportLeft(datasets_.Keys(), "dataset(s) were not destroyed");
+  ReportLeft(buffers_.Keys(), "data buffer(s) were not destroyed");
+  ReportLeft(streams_.Keys(), "stream(s) were not destroyed");
+  ReportLeft(contexts_.Keys(), "context(s) were not destroyed");
+  ReportLeft(setDevices, "device(s) were not reset");
+}
+
 void Runtime::RequireStarted() const {
   if (engine_ == nullptr) {
     throw Failure(VORN_ERROR_NOT_INITIALIZED, "the runtime is not up; call vorn_init first");
   }
 }
 
-void Runtime::RequireContext() const {
+Device& Runtime::DeviceAt(int32_t deviceId) {
   RequireStarted();
-  if (contexts_.Look(currentContext) == nullptr) {
+  if (deviceId < 0 || static_cast<size_t>(deviceId) >= devices_.size()) {
+    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "device ", deviceId, " does not exist; there are ",
+                  devices_.size(), ", from 0 on ('devices' of the configuration)");
+  }
+  return devices_[static_cast<size_t>(deviceId)];
+}
+
+const Context& Runtime::RequireContext() const {
+  RequireStarted();
+  const Context* context = contexts_.Look(currentContext);
+  if (context == nullptr) {
     throw Failure(VORN_ERROR_NOT_INITIALIZED,
                   "no context is current on this thread; create one on it");
   }
+  return *context;
 }
 
 Dataset& Runtime::LiveDataset(const vorn_mdl_dataset* dataset) const {
@@ -373,9 +427,10 @@ void Runtime::Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
   call.changes = changes_;
 }
 
-void Runtime::EndContexts() {
-  contexts_.Clear();
-  streams_.Clear();
+void Runtime::EndContextsOf(int32_t deviceId) {
+  contexts_.RemoveIf([&](const Context& context) { return context.deviceId == deviceId; });
+  streams_.RemoveIf(
+      [&](const Stream& stream) { return contexts_.Look(stream.context) == nullptr; });
 }
 
 /// How far a block reaches is what was registered, unless it is one of ours: then it is known.

@@ -23,8 +23,19 @@
 
 namespace vorn::host {
 
-struct Context {};
-struct Stream {};
+struct Context {
+  int32_t deviceId = 0;
+};
+
+struct Stream {
+  const vorn_rt_context* context = nullptr;  ///< in which it was created
+};
+
+/// This machine, in the role of one of the devices that the configuration speaks of.
+struct Device {
+  std::shared_ptr<MemoryBudget> memory = std::make_shared<MemoryBudget>();
+  bool isSet = false;
+};
 
 /// A caller's words about a block; nothing of it is believed before it is used.
 struct DataBuffer {
@@ -120,14 +131,16 @@ class Runtime {
   };
 
   // All below with mutex_ held.
+  void ReportLeaks() const;
   void RequireStarted() const;
-  void RequireContext() const;
+  Device& DeviceAt(int32_t deviceId);
+  const Context& RequireContext() const;
   Dataset& LiveDataset(const vorn_mdl_dataset* dataset) const;
   DataBuffer& LiveBuffer(const vorn_data_buffer* buffer) const;
   std::shared_ptr<Model> LiveModel(uint32_t modelId) const;
   void Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
                const vorn_mdl_dataset* output) const;
-  void EndContexts();
+  void EndContextsOf(int32_t deviceId);
   BlockView ViewOf(const vorn_data_buffer* buffer, const char* kind, size_t index) const;
   void ViewsOf(const Dataset& dataset, const char* kind, std::vector<BlockView>& views) const;
 
@@ -136,7 +149,8 @@ class Runtime {
   uint64_t changes_ = 1;
   std::shared_ptr<Engine> engine_;  // null while the runtime is down
   Config config_;
-  bool isDeviceSet_ = false;
+  std::vector<Device> devices_;
+  uint32_t operatorTimeoutSeconds_ = 0;
   uint32_t lastModelId_ = 0;
   BlockStore blocks_;
   Registry<const vorn_rt_context*, Context> contexts_;

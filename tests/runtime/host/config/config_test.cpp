@@ -39,6 +39,8 @@ TEST(ParseConfig, TakesAnEmptyObject) {
   const Config config = ParseConfig("{}");
   EXPECT_EQ(config.threads, 1);
   EXPECT_EQ(config.rowAlignment, 16u);
+  EXPECT_EQ(config.devices, 1);
+  EXPECT_FALSE(config.memoryLimit);
   EXPECT_EQ(config.graphOptimization, GraphOptimization::kAll);
   EXPECT_TRUE(config.dims.empty());
   EXPECT_EQ(config.outputTypes, OutputTypes::kPresented);
@@ -46,15 +48,25 @@ TEST(ParseConfig, TakesAnEmptyObject) {
 }
 
 TEST(ParseConfig, TakesEveryKey) {
-  const Config config = ParseConfig(R"({"threads": 3, "rowAlignment": 64,
+  const Config config =
+      ParseConfig(R"({"threads": 3, "rowAlignment": 64, "devices": 64, "memoryLimit": 5000000000,
     "graphOptimization": "basic", "dims": {"sequence": 128, "": 2}, "outputTypes": "native",
     "model": {"netType": "recurrent"}})");
   EXPECT_EQ(config.outputTypes, OutputTypes::kNative);
   EXPECT_EQ(config.model, R"({"netType":"recurrent"})");
   EXPECT_EQ(config.threads, 3);
   EXPECT_EQ(config.rowAlignment, 64u);
+  EXPECT_EQ(config.devices, 64);
+  EXPECT_EQ(config.memoryLimit, 5'000'000'000u);
   EXPECT_EQ(config.graphOptimization, GraphOptimization::kBasic);
   EXPECT_EQ(config.dims, (std::map<std::string, int64_t>{{"", 2}, {"sequence", 128}}));
+}
+
+TEST(ParseConfig, RefusesLimitsThatAreNone) {
+  EXPECT_THAT(Refusal(R"({"devices": 0})"), HasSubstr("'devices' is 0"));
+  EXPECT_THAT(Refusal(R"({"devices": 65})"), HasSubstr("from 1 to 64"));
+  EXPECT_THAT(Refusal(R"({"memoryLimit": 0})"), HasSubstr("'memoryLimit' is 0"));
+  EXPECT_THAT(Refusal(R"({"memoryLimit": "1G"})"), HasSubstr("'memoryLimit'"));
 }
 
 TEST(ParseConfig, TakesEveryOptimization) {

@@ -29,7 +29,7 @@ class EngineTest : public testing::Test {
     }
   }
 
-  std::unique_ptr<Engine> engine = CreateEngine();
+  std::unique_ptr<Engine> engine = CreateEngine({});
   Config config;
   std::string image;
 };

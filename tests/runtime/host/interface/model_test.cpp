@@ -463,6 +463,46 @@ TEST_F(HostModel, ExecutesFromSeveralThreads) {
   for (std::thread& thread : threads) thread.join();
 }
 
+TEST_F(HostModel, LoadsAndExecutesTwoModelsOnTwoThreadsAtOnce) {
+  const std::string images[] = {OnnxWriter()
+                                    .Input("x", kOnnxFloat, {2, 3})
+                                    .Output("y", kOnnxFloat, {2, 3})
+                                    .Node("Neg", {"x"}, {"y"})
+                                    .Image(),
+                                OnnxWriter()
+                                    .Input("x", kOnnxFloat, {2, 3})
+                                    .Output("y", kOnnxFloat, {2, 3})
+                                    .Node("Add", {"x", "x"}, {"y"})
+                                    .Image()};
+  const float factors[] = {-1, 2};
+  std::vector<std::thread> threads;
+  for (size_t t = 0; t < 2; ++t) {
+    threads.emplace_back([&, t] {
+      vorn_rt_context* own = nullptr;
+      ASSERT_EQ(vorn_rt_create_context(&own, 0), VORN_SUCCESS);
+      for (int round = 0; round < 10; ++round) {
+        uint32_t id = 0;
+        ASSERT_EQ(vorn_mdl_load_from_mem(images[t].data(), images[t].size(), &id), VORN_SUCCESS);
+        Blocks in;
+        Blocks out;
+        in.Add(32, 32, 16).Add(128, 128, 128).Add(128, 128, 128);
+        out.Add(32, 32, 16);
+        for (int repeat = 0; repeat < 10; ++repeat) {
+          std::vector<float> x = Counting(6);
+          for (float& value : x) value += static_cast<float>(repeat);
+          in.Put(0, x, 3);
+          ASSERT_EQ(vorn_mdl_execute(id, in.dataset, out.dataset), VORN_SUCCESS);
+          for (float& value : x) value *= factors[t];
+          ASSERT_EQ(out.Take<float>(0, 6, 3), x);
+        }
+        ASSERT_EQ(vorn_mdl_unload(id), VORN_SUCCESS);
+      }
+      EXPECT_EQ(vorn_rt_destroy_context(own), VORN_SUCCESS);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
 TEST_F(HostModel, ExecutesWithSeveralThreadsOfItsOwn) {
   Stop();
   Start(R"({"threads": 2, "graphOptimization": "none"})");

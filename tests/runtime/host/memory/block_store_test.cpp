@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -14,9 +15,11 @@
 namespace vorn::host {
 namespace {
 
+const auto machine = std::make_shared<MemoryBudget>();
+
 vorn_status StatusOfAllocating(BlockStore& blocks, uint64_t size) {
   try {
-    blocks.Allocate(size);
+    blocks.Allocate(size, machine);
     return VORN_SUCCESS;
   } catch (const Failure& e) {
     return e.status();
@@ -26,7 +29,7 @@ vorn_status StatusOfAllocating(BlockStore& blocks, uint64_t size) {
 TEST(BlockStore, AllocatesAlignedBlocksOfAnySize) {
   BlockStore blocks;
   for (const uint64_t size : {1, 63, 64, 65, 100000}) {
-    void* block = blocks.Allocate(size);
+    void* block = blocks.Allocate(size, machine);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % kBlockAlignment, 0u);
     std::memset(block, 0x5a, size);
   }
@@ -45,7 +48,7 @@ TEST(BlockStore, RefusesNothingAndTheImpossible) {
 
 TEST(BlockStore, KnowsHowFarABlockReaches) {
   BlockStore blocks;
-  auto* block = static_cast<std::byte*>(blocks.Allocate(100));
+  auto* block = static_cast<std::byte*>(blocks.Allocate(100, machine));
   EXPECT_EQ(blocks.BytesFrom(block), 100u);
   EXPECT_EQ(blocks.BytesFrom(block + 99), 1u);
   EXPECT_FALSE(blocks.BytesFrom(block + 100));
@@ -55,7 +58,7 @@ TEST(BlockStore, KnowsHowFarABlockReaches) {
 
 TEST(BlockStore, FreesItsOwnBlocksOnce) {
   BlockStore blocks;
-  auto* block = static_cast<std::byte*>(blocks.Allocate(100));
+  auto* block = static_cast<std::byte*>(blocks.Allocate(100, machine));
   int foreign = 0;
   EXPECT_FALSE(blocks.Free(block + 1));
   EXPECT_FALSE(blocks.Free(&foreign));
@@ -66,24 +69,24 @@ TEST(BlockStore, FreesItsOwnBlocksOnce) {
 
 TEST(BlockStore, KeepsNothingWhereUsesOfFreedMemoryAreWatchedFor) {
   BlockStore blocks(false);
-  blocks.Free(blocks.Allocate(100));
+  blocks.Free(blocks.Allocate(100, machine));
   EXPECT_EQ(blocks.KeptBytes(), 0u);
 }
 
 TEST(BlockStore, HandsAFreedBlockOutAgainForTheSameSizeOnly) {
   BlockStore blocks(true);
-  void* block = blocks.Allocate(1000);
-  void* other = blocks.Allocate(500);
+  void* block = blocks.Allocate(1000, machine);
+  void* other = blocks.Allocate(500, machine);
   EXPECT_TRUE(blocks.Free(block));
   EXPECT_EQ(blocks.KeptBytes(), 1000u);
   EXPECT_FALSE(blocks.Free(block));
   EXPECT_FALSE(blocks.BytesFrom(block));
-  EXPECT_EQ(blocks.Allocate(1000), block);
+  EXPECT_EQ(blocks.Allocate(1000, machine), block);
   EXPECT_EQ(blocks.KeptBytes(), 0u);
   EXPECT_EQ(blocks.BytesFrom(block), 1000u);
   EXPECT_EQ(blocks.Count(), 2u);
   EXPECT_TRUE(blocks.Free(block));
-  const void* shorter = blocks.Allocate(999);
+  const void* shorter = blocks.Allocate(999, machine);
   EXPECT_EQ(blocks.BytesFrom(shorter), 999u);
   EXPECT_TRUE(blocks.Free(other));
 }
@@ -91,13 +94,13 @@ TEST(BlockStore, HandsAFreedBlockOutAgainForTheSameSizeOnly) {
 TEST(BlockStore, GivesAnInferenceTheBlocksOfTheOneBefore) {
   BlockStore blocks(true);
   std::vector<void*> before;
-  for (int i = 0; i < 4; ++i) before.push_back(blocks.Allocate(1000));
+  for (int i = 0; i < 4; ++i) before.push_back(blocks.Allocate(1000, machine));
   std::sort(before.begin(), before.end());
   for (const std::vector<size_t>& order :
        {std::vector<size_t>{0, 1, 2, 3}, {3, 2, 1, 0}, {2, 0, 3, 1}}) {
     for (const size_t i : order) EXPECT_TRUE(blocks.Free(before[i]));
     std::vector<void*> after;
-    for (int i = 0; i < 4; ++i) after.push_back(blocks.Allocate(1000));
+    for (int i = 0; i < 4; ++i) after.push_back(blocks.Allocate(1000, machine));
     EXPECT_EQ(after, before);
   }
 }
@@ -113,7 +116,7 @@ TEST(BlockStore, HoldsNeverMoreThanWasHandedOutAtOneTime) {
     if (live.empty() || random() % 2 == 0) {
       const uint64_t size = 64 + random() % 20;
       const uint64_t kept = blocks.KeptBytes();
-      live[blocks.Allocate(size)] = size;
+      live[blocks.Allocate(size, machine)] = size;
       recycled += blocks.KeptBytes() < kept ? 1 : 0;
       liveBytes += size;
       most = std::max(most, liveBytes);
@@ -132,26 +135,26 @@ TEST(BlockStore, HoldsNeverMoreThanWasHandedOutAtOneTime) {
 
 TEST(BlockStore, LetsTheOldestBlocksGoForANewSize) {
   BlockStore blocks(true);
-  void* first = blocks.Allocate(100);
-  void* second = blocks.Allocate(200);
-  void* third = blocks.Allocate(300);
+  void* first = blocks.Allocate(100, machine);
+  void* second = blocks.Allocate(200, machine);
+  void* third = blocks.Allocate(300, machine);
   for (void* block : {first, second, third}) blocks.Free(block);
-  blocks.Allocate(150);  // 600 bytes were out at most, so the 100 and the 200 have to go
+  blocks.Allocate(150, machine);  // 600 bytes were out at most, so the 100 and the 200 have to go
   EXPECT_EQ(blocks.KeptBytes(), 300u);
-  EXPECT_EQ(blocks.Allocate(300), third);
+  EXPECT_EQ(blocks.Allocate(300, machine), third);
 }
 
 TEST(BlockStore, KeepsAFewBlocksOnly) {
   BlockStore blocks(true);
   std::vector<void*> all;
-  for (int i = 0; i < 1000; ++i) all.push_back(blocks.Allocate(16));
+  for (int i = 0; i < 1000; ++i) all.push_back(blocks.Allocate(16, machine));
   for (void* block : all) EXPECT_TRUE(blocks.Free(block));
   EXPECT_EQ(blocks.KeptBytes(), 256u * 16);
 }
 
 TEST(BlockStore, ReturnsWhatIsNotToBeKept) {
   BlockStore blocks(true);
-  auto* image = static_cast<std::byte*>(blocks.Allocate(1000));
+  auto* image = static_cast<std::byte*>(blocks.Allocate(1000, machine));
   int foreign = 0;
   blocks.DoNotKeep(&foreign);
   blocks.DoNotKeep(image + 999);
@@ -161,15 +164,15 @@ TEST(BlockStore, ReturnsWhatIsNotToBeKept) {
 
 TEST(BlockStore, ReleasesAllThatIsKept) {
   BlockStore blocks(true);
-  void* stays = blocks.Allocate(10);
-  blocks.Free(blocks.Allocate(1000));
+  void* stays = blocks.Allocate(10, machine);
+  blocks.Free(blocks.Allocate(1000, machine));
   blocks.ReleaseKept();
   EXPECT_EQ(blocks.KeptBytes(), 0u);
   EXPECT_EQ(blocks.BytesFrom(stays), 10u);
   // What was out before counts no longer.
-  blocks.Free(blocks.Allocate(500));
+  blocks.Free(blocks.Allocate(500, machine));
   EXPECT_EQ(blocks.KeptBytes(), 500u);
-  blocks.Allocate(100);
+  blocks.Allocate(100, machine);
   EXPECT_EQ(blocks.KeptBytes(), 0u);
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <functional>
 #include <optional>
@@ -25,6 +26,8 @@ struct SessionScript {
   std::vector<DeclaredTensor> outputs;
   std::function<std::vector<Shape>(std::span<const Shape>)> onTry;
   bool failsToRun = false;
+  bool runsUntilTerminated = false;
+  std::atomic<bool> isTerminated = false;
 
   int bindings = 0;
   std::vector<void*> boundInputs;
@@ -57,6 +60,7 @@ class ScriptedSession : public Session {
   void BindOutputOfAnyShape(size_t) override {}
   TensorView Result(size_t) override { return {}; }
   void Run() override {
+    if (script_.runsUntilTerminated) script_.isTerminated.wait(false);
     if (script_.failsToRun) throw Failure(VORN_ERROR_EXECUTION, "scripted");
     uint64_t bytes = ElementBytes(script_.outputs[0].type);
     for (const int64_t dim : outputShape_) bytes *= static_cast<uint64_t>(dim);
@@ -65,6 +69,11 @@ class ScriptedSession : public Session {
     script_.boundShapes.push_back(outputShape_);
   }
   std::vector<Shape> Try(std::span<const Shape> shapes) override { return script_.onTry(shapes); }
+  void Terminate() noexcept override {
+    script_.isTerminated = true;
+    script_.isTerminated.notify_all();
+  }
+  void Resume() override { script_.isTerminated = false; }
 
  private:
   SessionScript& script_;
@@ -114,7 +123,7 @@ class ModelTest : public testing::Test {
     }
     const std::vector<BlockView> outputs = {{out.data(), out.size(), stride}};
     try {
-      model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch});
+      model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch}, timeout);
       return VORN_SUCCESS;
     } catch (const Failure& e) {
       return e.status();
@@ -133,6 +142,7 @@ class ModelTest : public testing::Test {
   Config config;
   SessionScript script;
   std::optional<Model> model;
+  Timeout timeout;
   std::vector<std::byte> in, out, scratch;
 };
 
@@ -142,6 +152,21 @@ TEST_F(ModelTest, BindsDenseBlocksWhereTheyLie) {
   EXPECT_EQ(script.runs[0].first, in.data());
   EXPECT_EQ(script.runs[0].second, out.data());
   EXPECT_EQ(out, in);
+}
+
+TEST_F(ModelTest, IsLateAlsoWhereItCameToItsEnd) {
+  Load({Fixed(2), Fixed(16)});
+  timeout.seconds = 1;
+  script.runsUntilTerminated = true;
+  EXPECT_EQ(Execute(1, 32, 32), VORN_ERROR_TIMEOUT);
+  script.failsToRun = true;
+  EXPECT_EQ(Execute(1, 32, 32), VORN_ERROR_TIMEOUT);
+  EXPECT_FALSE(script.isTerminated);
+  script.runsUntilTerminated = false;
+  timeout.seconds = 3600;
+  EXPECT_EQ(Execute(1, 32, 32), VORN_ERROR_EXECUTION);
+  script.failsToRun = false;
+  EXPECT_EQ(Execute(1, 32, 32), VORN_SUCCESS);
 }
 
 TEST_F(ModelTest, BindsASingleRowWhereItLiesInSpiteOfItsPadding) {

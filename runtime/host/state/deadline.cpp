@@ -1,0 +1,29 @@
+// Waiting for a time to come, or for the call that it is not wanted any more.
+#include "host/state/deadline.h"
+
+#include <chrono>
+#include <utility>
+
+namespace vorn::host {
+
+Deadline::Deadline(uint32_t seconds, std::function<void()> onExpiry)
+    : onExpiry_(std::move(onExpiry)),
+      thread_([this, seconds](std::stop_token stop) { Wait(std::move(stop), seconds); }) {}
+
+bool Deadline::Lift() {
+  if (thread_.joinable()) {
+    thread_.request_stop();
+    thread_.join();
+  }
+  return hasExpired_;
+}
+
+void Deadline::Wait(std::stop_token stop, uint32_t seconds) {
+  std::unique_lock lock(mutex_);
+  wake_.wait_for(lock, stop, std::chrono::seconds(seconds), [] { return false; });
+  if (stop.stop_requested()) return;
+  hasExpired_ = true;
+  onExpiry_();
+}
+
+}  // namespace vorn::host

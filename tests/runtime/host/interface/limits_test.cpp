@@ -1,0 +1,274 @@
+// Limits: how many devices, how much memory, how long an execution, and what is left at the end.
+#include <gmock/gmock.h>
+
+#include "runtime/host/host_fixture.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+class HostLimits : public HostFixture {
+ protected:
+  vorn_status Allocate(uint64_t size) {
+    void* block = nullptr;
+    const vorn_status status = vorn_rt_malloc(&block, size, VORN_MEM_NORMAL_ONLY);
+    if (status == VORN_SUCCESS) allocated.push_back(block);
+    return status;
+  }
+
+  void FreeAll() {
+    for (void* block : allocated) EXPECT_EQ(vorn_rt_free(block), VORN_SUCCESS);
+    allocated.clear();
+  }
+
+  std::vector<void*> allocated;
+};
+
+// ---- Devices ------------------------------------------------------------------------------------
+
+TEST_F(HostLimits, HasAsManyDevicesAsConfigured) {
+  Restart(R"({"devices": 3})");
+  vorn_rt_context* other = nullptr;
+  EXPECT_EQ(vorn_rt_set_device(2), VORN_SUCCESS);
+  EXPECT_EQ(vorn_rt_set_device(3), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(vorn_rt_create_context(&other, 1), VORN_ERROR_NOT_INITIALIZED);
+  EXPECT_EQ(vorn_rt_create_context(&other, 2), VORN_SUCCESS);
+  EXPECT_EQ(vorn_rt_reset_device(1), VORN_ERROR_NOT_INITIALIZED);
+  EXPECT_THAT(LogOf([] { vorn_rt_set_device(3); }), HasSubstr("device 3 does not exist"));
+}
+
+TEST_F(HostLimits, ResettingADeviceLeavesTheOthersAlone) {
+  Restart(R"({"devices": 2})");
+  vorn_rt_stream* onFirst = nullptr;
+  vorn_rt_stream* onSecond = nullptr;
+  vorn_rt_context* second = nullptr;
+  ASSERT_EQ(vorn_rt_create_stream(&onFirst), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_set_device(1), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_create_context(&second, 1), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_create_stream(&onSecond), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_reset_device(1), VORN_SUCCESS);
+  EXPECT_EQ(vorn_rt_destroy_stream(onSecond), VORN_ERROR_INVALID_HANDLE);
+  EXPECT_EQ(vorn_rt_destroy_context(second), VORN_ERROR_INVALID_HANDLE);
+  EXPECT_EQ(vorn_rt_destroy_stream(onFirst), VORN_SUCCESS);
+}
+
+// ---- Memory -------------------------------------------------------------------------------------
+
+TEST_F(HostLimits, BlocksComeOutOfTheMemoryOfTheDevice) {
+  Restart(R"({"memoryLimit": 1000})");
+  EXPECT_EQ(Allocate(600), VORN_SUCCESS);
+  EXPECT_EQ(Allocate(401), VORN_ERROR_OUT_OF_MEMORY);
+  EXPECT_THAT(LogOf([&] { Allocate(401); }),
+              HasSubstr("size is 401 bytes; the device has 1000, of which 600 are taken"));
+  EXPECT_EQ(Allocate(400), VORN_SUCCESS);
+  FreeAll();
+  EXPECT_EQ(Allocate(1000), VORN_SUCCESS);
+  FreeAll();
+}
+
+TEST_F(HostLimits, EveryDeviceHasMemoryOfItsOwn) {
+  Restart(R"({"memoryLimit": 1000, "devices": 2})");
+  EXPECT_EQ(Allocate(1000), VORN_SUCCESS);
+  EXPECT_EQ(Allocate(1), VORN_ERROR_OUT_OF_MEMORY);
+  vorn_rt_context* second = nullptr;
+  ASSERT_EQ(vorn_rt_set_device(1), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_create_context(&second, 1), VORN_SUCCESS);
+  EXPECT_EQ(Allocate(1000), VORN_SUCCESS);
+  EXPECT_EQ(Allocate(1), VORN_ERROR_OUT_OF_MEMORY);
+  FreeAll();
+}
+
+TEST_F(HostLimits, BlocksOfAnEarlierRuntimeDoNotCount) {
+  Restart(R"({"memoryLimit": 1000})");
+  EXPECT_EQ(Allocate(1000), VORN_SUCCESS);
+  Restart(R"({"memoryLimit": 1000})");
+  EXPECT_EQ(Allocate(1000), VORN_SUCCESS);
+  FreeAll();
+}
+
+/// y = x times a matrix of 512 by 512: 1 MiB of weights.
+OnnxWriter Heavy() {
+  return OnnxWriter()
+      .Input("x", kOnnxFloat, {1, 512})
+      .Constant<float>("w", kOnnxFloat, {512, 512}, std::vector<float>(512 * 512, 0.5F))
+      .Output("y", kOnnxFloat, {1, 512})
+      .Node("MatMul", {"x", "w"}, {"y"});
+}
+
+TEST_F(HostLimits, AModelHasToFitIntoTheMemoryOfTheDevice) {
+  Restart(R"({"memoryLimit": 1000000})");
+  EXPECT_EQ(Load(Heavy()), VORN_ERROR_OUT_OF_MEMORY);
+  EXPECT_THAT(LogOf([&] { Load(Heavy()); }),
+              AllOf(HasSubstr("the model wants "), HasSubstr("the device has 1000000, of which ")));
+  EXPECT_EQ(Allocate(1000000), VORN_SUCCESS);  // nothing of it was kept
+  FreeAll();
+  Restart(R"({"memoryLimit": 4000000})");
+  ASSERT_EQ(Load(Heavy()), VORN_SUCCESS);
+  EXPECT_EQ(Allocate(3500000), VORN_ERROR_OUT_OF_MEMORY);  // the weights are there
+  Unload();
+  EXPECT_EQ(Allocate(3500000), VORN_SUCCESS);
+  FreeAll();
+}
+
+/// Repeats a number as often as the data says, adds it up: what it takes depends on the data.
+OnnxWriter Repeated() {
+  return OnnxWriter()
+      .Input("count", kOnnxInt64, {1})
+      .Constant<float>("one", kOnnxFloat, {1}, {1})
+      .Output("sum", kOnnxFloat, {1})
+      .Node("Expand", {"one", "count"}, {"many"})
+      .Node("Exp", {"many"}, {"more"})
+      .Node("ReduceMax", {"more"}, {"sum"}, {IntAttribute("keepdims", 1)});
+}
+
+TEST_F(HostLimits, AnExecutionHasToFitIntoTheMemoryOfTheDevice) {
+  Restart(R"({"memoryLimit": 1000000})");
+  ASSERT_EQ(Load(Repeated()), VORN_SUCCESS);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  in.Put<int64_t>(0, {1000}, 1);
+  EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+  in.Put<int64_t>(0, {1'000'000}, 1);
+  EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_ERROR_OUT_OF_MEMORY);
+  in.Put<int64_t>(0, {INT64_C(1) << 60}, 1);
+  EXPECT_NE(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+  in.Put<int64_t>(0, {1000}, 1);
+  EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+  EXPECT_FLOAT_EQ(out.Take<float>(0, 1, 1)[0], 2.7182817F);
+}
+
+TEST_F(HostLimits, ConstantsAreNotWorkedOutBesideTheLimit) {
+  Restart(R"({"memoryLimit": 1000000, "graphOptimization": "all"})");
+  const std::vector<int64_t> aGigabyte = {INT64_C(1) << 28};
+  EXPECT_EQ(Load(OnnxWriter()
+                     .Input("x", kOnnxFloat, {1})
+                     .Constant<int64_t>("size", kOnnxInt64, {1}, aGigabyte)
+                     .Output("y", kOnnxFloat, {1})
+                     .Node("ConstantOfShape", {"size"}, {"many"})
+                     .Node("ReduceMax", {"many"}, {"most"}, {IntAttribute("keepdims", 1)})
+                     .Node("Add", {"most", "x"}, {"y"})),
+            VORN_SUCCESS);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_ERROR_OUT_OF_MEMORY);
+}
+
+// ---- Time ---------------------------------------------------------------------------------------
+
+/// Counts up to `turns`, of which there may be as many as 64 bits hold.
+OnnxWriter Turning() {
+  const std::string body = OnnxWriter()
+                               .Input("turn", kOnnxInt64, {})
+                               .Input("going", kOnnxBool, {})
+                               .Input("from", kOnnxFloat, {1})
+                               .Output("still", kOnnxBool, {})
+                               .Output("to", kOnnxFloat, {1})
+                               .Node("Identity", {"going"}, {"still"})
+                               .Node("Add", {"from", "one"}, {"to"})
+                               .Graph();
+  return OnnxWriter()
+      .Input("turns", kOnnxInt64, {1})
+      .Constant<float>("one", kOnnxFloat, {1}, {1})
+      .Constant<uint8_t>("yes", kOnnxBool, {}, {1})
+      .Constant<float>("zero", kOnnxFloat, {1}, {0})
+      .Output("count", kOnnxFloat, {1})
+      .Node("Loop", {"turns", "yes", "zero"}, {"count"}, {GraphAttribute("body", body)});
+}
+
+TEST_F(HostLimits, AnExecutionThatTakesTooLongIsEnded) {
+  ASSERT_EQ(Load(Turning()), VORN_SUCCESS);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  in.Put<int64_t>(0, {INT64_MAX}, 1);  // would end in some thousand years
+  ASSERT_EQ(vorn_rt_set_op_wait_timeout(1), VORN_SUCCESS);
+  const std::string log = LogOf(
+      [&] { EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_ERROR_TIMEOUT); });
+  EXPECT_THAT(log, HasSubstr("the model ran longer than 1 s and was ended"));
+  ASSERT_EQ(vorn_rt_set_op_wait_timeout(3600), VORN_SUCCESS);
+  in.Put<int64_t>(0, {7}, 1);
+  for (int repeat = 0; repeat < 2; ++repeat) {
+    ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+    EXPECT_EQ(out.Take<float>(0, 1, 1), std::vector<float>{7});
+  }
+}
+
+TEST_F(HostLimits, ATrialThatTakesTooLongIsEnded) {
+  // With zeros for its input it turns forever, and what it gives is not declared.
+  const OnnxWriter model = Turning();
+  OnnxWriter trial;
+  const std::string body = OnnxWriter()
+                               .Input("turn", kOnnxInt64, {})
+                               .Input("going", kOnnxBool, {})
+                               .Input("from", kOnnxFloat, {1})
+                               .Output("still", kOnnxBool, {})
+                               .Output("to", kOnnxFloat, {1})
+                               .Node("Identity", {"going"}, {"still"})
+                               .Node("Add", {"from", "x"}, {"to"})
+                               .Graph();
+  trial.Input("x", kOnnxFloat, {1})
+      .Constant<uint8_t>("yes", kOnnxBool, {}, {1})
+      .ShapelessOutput("y", kOnnxFloat)
+      .Node("Loop", {"", "yes", "x"}, {"y"}, {GraphAttribute("body", body)});
+  ASSERT_EQ(vorn_rt_set_op_wait_timeout(1), VORN_SUCCESS);
+  EXPECT_EQ(Load(trial), VORN_ERROR_TIMEOUT);
+}
+
+TEST_F(HostLimits, TimeOutsEndWithTheRuntime) {
+  ASSERT_EQ(vorn_rt_set_op_wait_timeout(1), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_set_op_wait_timeout(0), VORN_SUCCESS);
+  Stop();
+  EXPECT_EQ(vorn_rt_set_op_wait_timeout(1), VORN_ERROR_NOT_INITIALIZED);
+  Start("{}");
+}
+
+// ---- What is left at the end --------------------------------------------------------------------
+
+TEST_F(HostLimits, TellsWhatWasNeverReleased) {
+  ASSERT_EQ(Load(Heavy()), VORN_SUCCESS);
+  vorn_rt_stream* stream = nullptr;
+  ASSERT_EQ(vorn_rt_create_stream(&stream), VORN_SUCCESS);
+  ASSERT_EQ(Allocate(4096), VORN_SUCCESS);
+  ASSERT_EQ(Allocate(128), VORN_SUCCESS);
+  vorn_mdl_dataset* dataset = vorn_mdl_create_dataset();
+  vorn_data_buffer* buffer = vorn_create_data_buffer(allocated[0], 4096, 16);
+  const std::string log = LogOf([] { EXPECT_EQ(vorn_finalize(), VORN_SUCCESS); });
+  for (const char* line :
+       {"vorn: vorn_finalize: 1 model(s) were not unloaded: ", "2 block(s) were not freed: ",
+        " of 4096 bytes", " of 128 bytes",
+        "1 description(s) were not destroyed: ", "1 dataset(s) were not destroyed: ",
+        "1 data buffer(s) were not destroyed: ", "1 stream(s) were not destroyed: ",
+        "1 context(s) were not destroyed: ", "1 device(s) were not reset: 0\n"}) {
+    EXPECT_THAT(log, HasSubstr(line));
+  }
+  EXPECT_EQ(vorn_mdl_destroy_dataset(dataset), VORN_SUCCESS);
+  EXPECT_EQ(vorn_destroy_data_buffer(buffer), VORN_SUCCESS);
+  EXPECT_EQ(vorn_mdl_destroy_desc(desc), VORN_SUCCESS);
+  desc = nullptr;
+  modelId = 0;
+  FreeAll();
+  Start("{}");
+}
+
+TEST_F(HostLimits, TellsNothingWhereAllWasReleased) {
+  ASSERT_EQ(Load(Heavy()), VORN_SUCCESS);
+  EXPECT_EQ(Allocate(4096), VORN_SUCCESS);
+  FreeAll();
+  Unload();
+  ASSERT_EQ(vorn_rt_destroy_context(context), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_reset_device(0), VORN_SUCCESS);
+  EXPECT_EQ(LogOf([] { EXPECT_EQ(vorn_finalize(), VORN_SUCCESS); }), "");
+  Start("{}");
+}
+
+TEST_F(HostLimits, NamesTheFirstFewOfManyThatAreLeft) {
+  for (int i = 0; i < 9; ++i) ASSERT_EQ(Allocate(16), VORN_SUCCESS);
+  const std::string log = LogOf([] { EXPECT_EQ(vorn_finalize(), VORN_SUCCESS); });
+  EXPECT_THAT(log, AllOf(HasSubstr("9 block(s) were not freed: "), HasSubstr("16 bytes, ...\n"),
+                         Not(HasSubstr("model(s)"))));
+  FreeAll();
+  Start("{}");
+}
+
+}  // namespace
