@@ -7,7 +7,7 @@
 # if there was one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-readonly kAll=(command_line list_file rpn_text input_file dump whole_run)
+readonly kAll=(command_line list_file rpn_text input_file dump whole_run model_image)
 readonly kPackages=(clang libclang-rt-14-dev)
 readonly kCorpus=build/fuzz/corpus kLogs=build/fuzz/logs
 
@@ -48,7 +48,8 @@ run_fuzzer() {
   before=$(count_files "$findings")
   [ -e "tests/fuzz/dictionaries/$name.dict" ] &&
     dictionary=("-dict=tests/fuzz/dictionaries/$name.dict")
-  "build/fuzz/tests/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=4096 -timeout=20 \
+  "build/fuzz/tests/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=8192 -timeout=20 \
+    -rss_limit_mb=1024 \
     -print_final_stats=1 -artifact_prefix="$findings/" "${dictionary[@]}" \
     "$own" "tests/fuzz/corpus/$name" "$findings" >"$log" 2>&1 || status=$?
   after=$(count_files "$findings")

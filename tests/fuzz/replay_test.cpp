@@ -1,6 +1,5 @@
 // Runs fuzz targets without a fuzzer: on every input in corpus/ and findings/, and on random
-// changes of those, the same ones each time. Which targets is the build's choice
-// (VORN_REPLAY_TARGETS).
+// changes of those, the same ones each time. Which targets is the build's choice.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,6 +26,8 @@ struct Target {
 constexpr Target kTargets[] = {
 #ifdef VORN_REPLAY_WHOLE_RUN  // the one on the scripted runtime, in a program of its own
     {"whole_run", fuzz::WholeRun},
+#elif defined(VORN_REPLAY_MODEL_IMAGE)  // the one on the host runtime
+    {"model_image", fuzz::ModelImage},
 #else
     {"command_line", fuzz::CommandLine}, {"list_file", fuzz::ListFile}, {"rpn_text", fuzz::RpnText},
     {"input_file", fuzz::InputFile},     {"dump", fuzz::Dump},

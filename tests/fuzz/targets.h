@@ -1,4 +1,4 @@
-// The fuzz targets. Each turns any bytes into one use of a part of `vorn-run` and throws
+// The fuzz targets. Each turns any bytes into one use of a part of this project and throws
 // `fuzz::Violation` where the part does not do what a slow, plain reference says. They run one
 // after the other in one process, on one thread, with standard output caught (captured_stdout.h).
 #ifndef VORN_TESTS_FUZZ_TARGETS_H_
@@ -26,6 +26,9 @@ void Dump(std::span<const uint8_t> bytes);
 
 /// A model, the answers of its runtime, options and files: one run from first to last.
 void WholeRun(std::span<const uint8_t> bytes);
+
+/// The image of a model, loaded and executed by the host runtime.
+void ModelImage(std::span<const uint8_t> bytes);
 
 }  // namespace fuzz
 

@@ -127,7 +127,7 @@ OnnxWriter& OnnxWriter::Metadata(const std::string& name, const std::string& tex
 
 std::string OnnxWriter::Image() const {
   const std::string graph = graph_.str() + WireWriter().Bytes(2, "test").str();
-  const std::string operators = WireWriter().Bytes(1, "").Varint(2, 17).str();
+  const std::string operators = WireWriter().Bytes(1, "").Varint(2, operatorSet_).str();
   return WireWriter().Varint(1, 8).Bytes(7, graph).Bytes(8, operators).str() + metadata_.str();
 }
 

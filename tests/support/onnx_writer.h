@@ -6,7 +6,8 @@
 //     std::string image = model.Image();
 //
 // Writes protocol-buffers bytes by hand: field numbers are those of the ONNX format, IR version 8,
-// operator set 17. Nothing is checked; a wrong model is a test's business.
+// operator set 17 unless another is asked for. Nothing is checked; a wrong model is a test's
+// business.
 #ifndef VORN_TESTS_SUPPORT_ONNX_WRITER_H_
 #define VORN_TESTS_SUPPORT_ONNX_WRITER_H_
 
@@ -90,11 +91,17 @@ class OnnxWriter {
   /// A property that somebody wrote into the file.
   OnnxWriter& Metadata(const std::string& name, const std::string& text);
 
+  OnnxWriter& OperatorSet(uint64_t version) {
+    operatorSet_ = version;
+    return *this;
+  }
+
   std::string Image() const;
   /// The graph alone, for `GraphAttribute`.
   std::string Graph() const { return graph_.str(); }
 
  private:
+  uint64_t operatorSet_ = 17;
   WireWriter graph_;
   WireWriter metadata_;
 };

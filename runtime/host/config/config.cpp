@@ -58,6 +58,8 @@ Config ParseConfig(std::string_view text) {
       config.devices = static_cast<int>(IntegerInRange(key, value, 1, kMaxDevices));
     } else if (key == "memoryLimit") {
       config.memoryLimit = static_cast<uint64_t>(IntegerInRange(key, value, 1, INT64_MAX));
+    } else if (key == "probe") {
+      config.probeSeconds = static_cast<uint32_t>(IntegerInRange(key, value, 1, kMaxProbeSeconds));
     } else if (key == "graphOptimization") {
       config.graphOptimization = Optimization(key, value);
     } else if (key == "dims") {
@@ -69,7 +71,7 @@ Config ParseConfig(std::string_view text) {
       config.model = ModelSection(value);
     } else {
       throw Failure(VORN_ERROR_CONFIG, "key '", key,
-                    "' is not known; the keys are threads, rowAlignment, devices, memoryLimit, "
+                    "' is not known; the keys are threads, rowAlignment, devices, memoryLimit, probe, "
                     "graphOptimization, dims, outputTypes, model");
     }
   }

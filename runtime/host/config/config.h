@@ -16,6 +16,7 @@
 // | `rowAlignment`      | a power of two, 1..4096 bytes                | 16            |
 // | `devices`           | 1..64, devices that there are                | 1             |
 // | `memoryLimit`       | 1.., bytes of memory that a device has       | the machine's |
+// | `probe`             | 1..3600 seconds                              | no probe      |
 // | `graphOptimization` | "none", "basic", "extended" or "all"         | "all"         |
 // | `dims`              | object: name of an open dimension -> size    | {}            |
 // | `outputTypes`       | "presented" or "native"                      | "presented"   |
@@ -26,7 +27,10 @@
 // this machine, each with memory of its own. With a `memoryLimit`, blocks and what models keep and
 // use while they execute come out of it and are refused where it is exhausted; constants are then
 // worked out in every execution and not when the model is loaded. Without one, only blocks are
-// counted. `graphOptimization` says how far the model's graph
+// counted. With a `probe`, a model is first loaded and executed once in a process of its own, and
+// refused if it ends that process or takes longer: ONNX Runtime aborts over some models that are
+// malformed in ways which it does not check. It takes the time and the memory of loading once more.
+// `graphOptimization` says how far the model's graph
 // may be rewritten when it is loaded; results can differ in their last bits. More of it makes
 // executions faster, loading longer and the peak of memory higher: a convolutional network of 98
 // MiB took 0.65 times the time of "none" to execute, 2.5 times to load and 1.6 times the memory.
@@ -100,6 +104,7 @@ struct Config {
   int threads = 1;
   uint64_t rowAlignment = 16;  ///< bytes
   int devices = 1;
+  uint32_t probeSeconds = 0;            ///< that a probe of a model may take; 0: there is none
   std::optional<uint64_t> memoryLimit;  ///< bytes of each device; nothing: what the machine has
   GraphOptimization graphOptimization = GraphOptimization::kAll;
   std::map<std::string, int64_t> dims;
@@ -109,6 +114,7 @@ struct Config {
 
 inline constexpr int kMaxThreads = 256;
 inline constexpr int kMaxDevices = 64;
+inline constexpr uint32_t kMaxProbeSeconds = 3600;
 inline constexpr uint64_t kMaxRowAlignment = 4096;
 inline constexpr uint64_t kMaxConfigBytes = 1 << 20;
 

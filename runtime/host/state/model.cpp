@@ -2,7 +2,10 @@
 #include "host/state/model.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <exception>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -79,6 +82,25 @@ void Model::Open(Engine& engine, std::span<const std::byte> image, const Config&
 void Model::Execute(const Call& call, Timeout timeout) {
   const std::lock_guard lock(mutex_);
   WithinMemory([&] { WithinTime(timeout, [&] { plan_->Execute(call); }); });
+}
+
+void Model::Rehearse(Timeout timeout) {
+  std::vector<std::unique_ptr<void, decltype(&std::free)>> blocks;
+  const auto zeros = [&](const std::vector<TensorDescription>& tensors) {
+    std::vector<BlockView> views;
+    for (const TensorDescription& tensor : tensors) {
+      const uint64_t bytes = tensor.layout.ItemBytes();
+      // What is never touched never comes to be.
+      blocks.emplace_back(std::calloc(bytes, 1), &std::free);
+      if (blocks.back() == nullptr) throw std::bad_alloc();
+      views.push_back({static_cast<std::byte*>(blocks.back().get()), bytes, tensor.layout.stride});
+    }
+    return views;
+  };
+  const std::shared_ptr<const ModelDescription> described = description();
+  const std::vector<BlockView> inputs = zeros(described->inputs);
+  const std::vector<BlockView> outputs = zeros(described->outputs);
+  Execute({.inputs = inputs, .outputs = outputs, .batch = 1, .frames = 1}, timeout);
 }
 
 template <typename Steps>

@@ -44,6 +44,9 @@ class Model {
   /// operator that it is at. Waiting for other executions of the model does not count.
   void Execute(const Call& call, Timeout timeout = {});
 
+  /// Executes once over blocks of its own, all zero. Fails likewise, or with std::bad_alloc.
+  void Rehearse(Timeout timeout = {});
+
  private:
   void Open(Engine& engine, std::span<const std::byte> image, const Config& config,
             Timeout timeout);

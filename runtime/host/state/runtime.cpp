@@ -7,6 +7,7 @@
 
 #include "host/common/failure.h"
 #include "host/common/log.h"
+#include "host/state/probe.h"
 
 namespace vorn::host {
 namespace {
@@ -20,6 +21,18 @@ thread_local const vorn_rt_context* currentContext = nullptr;
   if (handle == nullptr) throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the ", kind, " is null");
   throw Failure(VORN_ERROR_INVALID_HANDLE, handle, " is no ", kind,
                 "; it was destroyed, or is something else");
+}
+
+/// What a model did to the process that it was tried in decides whether this one takes it.
+void RequireGoodEnd(uint32_t seconds, const ProbeResult& result) {
+  if (result.end == ProbeEnd::kSignal) {
+    throw Failure(VORN_ERROR_MODEL, "the model ended the process in which it was tried (",
+                  result.signal, "); the execution library does not stand it");
+  }
+  if (result.end == ProbeEnd::kTimeout) {
+    throw Failure(VORN_ERROR_TIMEOUT, "loading and executing the model once takes longer than ",
+                  seconds, " s; give 'probe' more");
+  }
 }
 
 template <typename Thing>
@@ -185,6 +198,12 @@ uint32_t Runtime::Load(const void* image, uint64_t size) {
     timeout.seconds = operatorTimeoutSeconds_;
   }
   const auto* bytes = static_cast<const std::byte*>(image);
+  if (config.probeSeconds != 0) {
+    RequireGoodEnd(
+        config.probeSeconds, Probe(config.probeSeconds, [&] {
+          Model(*engine, std::span(bytes, size), config, budget, timeout).Rehearse(timeout);
+        }));
+  }
   auto model =
       std::make_shared<Model>(*engine, std::span(bytes, size), config, std::move(budget), timeout);
 

@@ -41,6 +41,7 @@ TEST(ParseConfig, TakesAnEmptyObject) {
   EXPECT_EQ(config.rowAlignment, 16u);
   EXPECT_EQ(config.devices, 1);
   EXPECT_FALSE(config.memoryLimit);
+  EXPECT_EQ(config.probeSeconds, 0u);
   EXPECT_EQ(config.graphOptimization, GraphOptimization::kAll);
   EXPECT_TRUE(config.dims.empty());
   EXPECT_EQ(config.outputTypes, OutputTypes::kPresented);
@@ -50,6 +51,7 @@ TEST(ParseConfig, TakesAnEmptyObject) {
 TEST(ParseConfig, TakesEveryKey) {
   const Config config =
       ParseConfig(R"({"threads": 3, "rowAlignment": 64, "devices": 64, "memoryLimit": 5000000000,
+    "probe": 7,
     "graphOptimization": "basic", "dims": {"sequence": 128, "": 2}, "outputTypes": "native",
     "model": {"netType": "recurrent"}})");
   EXPECT_EQ(config.outputTypes, OutputTypes::kNative);
@@ -58,6 +60,7 @@ TEST(ParseConfig, TakesEveryKey) {
   EXPECT_EQ(config.rowAlignment, 64u);
   EXPECT_EQ(config.devices, 64);
   EXPECT_EQ(config.memoryLimit, 5'000'000'000u);
+  EXPECT_EQ(config.probeSeconds, 7u);
   EXPECT_EQ(config.graphOptimization, GraphOptimization::kBasic);
   EXPECT_EQ(config.dims, (std::map<std::string, int64_t>{{"", 2}, {"sequence", 128}}));
 }
@@ -65,6 +68,7 @@ TEST(ParseConfig, TakesEveryKey) {
 TEST(ParseConfig, RefusesLimitsThatAreNone) {
   EXPECT_THAT(Refusal(R"({"devices": 0})"), HasSubstr("'devices' is 0"));
   EXPECT_THAT(Refusal(R"({"devices": 65})"), HasSubstr("from 1 to 64"));
+  EXPECT_THAT(Refusal(R"({"probe": 0})"), HasSubstr("'probe' is 0"));
   EXPECT_THAT(Refusal(R"({"memoryLimit": 0})"), HasSubstr("'memoryLimit' is 0"));
   EXPECT_THAT(Refusal(R"({"memoryLimit": "1G"})"), HasSubstr("'memoryLimit'"));
 }
