@@ -150,6 +150,8 @@ class OrtSession : public Session {
 
   void BindOutputOfAnyShape(size_t index) override {
     if (!boundOutputs_.at(index).isOfAnyShape) outputOrder_.push_back(index);
+    // At once: its place among the engine's values is that of the first binding, too.
+    KeepAnyShape(index);
     boundOutputs_[index].isOfAnyShape = true;
     hasOutputOfAnyShape_ = true;
   }
@@ -211,6 +213,8 @@ class OrtSession : public Session {
                         Wrap(outputs_[index].type, bound.data, bound.shape));
   }
 
+  void KeepAnyShape(size_t index) { binding_.BindOutput(outputs_[index].name.c_str(), memory_); }
+
   /// The last run left something else in the place of these.
   void PutDetachedOutputs() {
     for (size_t i = 0; i < outputs_.size(); ++i) {
@@ -222,7 +226,7 @@ class OrtSession : public Session {
   void ReleaseResults() {
     results_.clear();
     for (size_t i = 0; i < outputs_.size(); ++i) {
-      if (boundOutputs_[i].isOfAnyShape) binding_.BindOutput(outputs_[i].name.c_str(), memory_);
+      if (boundOutputs_[i].isOfAnyShape) KeepAnyShape(i);
     }
   }
 

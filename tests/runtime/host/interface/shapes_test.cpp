@@ -41,6 +41,20 @@ TEST_F(HostShapes, ThatDependOnTheDataAreFilledUpWithZeros) {
   EXPECT_EQ(out.Take<float>(0, 8, 4), std::vector<float>(8, 0));
 }
 
+TEST_F(HostShapes, ThatDependOnTheDataStandBeforeOthers) {
+  Restart(R"({"model": {"outputDims": {"at": [2, 4]}}})");
+  ASSERT_EQ(Load(Positions().Output("y", kOnnxFloat, {2, 3}).Node("Neg", {"x"}, {"y"})),
+            VORN_SUCCESS);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  for (const float value : {5.0F, 7.0F}) {
+    in.Put<float>(0, {0, value, 0, 0, 0, value}, 3);
+    ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+    EXPECT_EQ(out.Take<float>(0, 8, 4), (std::vector<float>{0, 1, 0, 0, 1, 2, 0, 0}));
+    EXPECT_EQ(out.Take<float>(1, 6, 3), (std::vector<float>{0, -value, 0, 0, 0, -value}));
+  }
+}
+
 TEST_F(HostShapes, ThatDependOnTheDataAreCutOffAndLogged) {
   Restart(R"({"model": {"outputDims": {"at": [2, 2]}}})");
   ASSERT_EQ(Load(Positions()), VORN_SUCCESS);
