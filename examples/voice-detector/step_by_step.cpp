@@ -4,46 +4,32 @@
 //
 // FRAMES holds float32 [frames, 512]; OUT gets the probability of speech of each, float32. The
 // runtime's configuration says the same in a few keys; here it is written out.
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#define ORT_API_MANUAL_INIT
-#include <onnxruntime_cxx_api.h>
+#include "reference/engine.h"
 
 namespace {
 
 constexpr size_t kFrame = 512;
 constexpr size_t kContext = 64;
 
-void LoadEngine() {
-  void* library = dlopen(VORN_ENGINE_SONAME, RTLD_NOW);
-  if (library == nullptr) throw std::runtime_error(dlerror());
-  using GetBase = const OrtApiBase*(ORT_API_CALL*)();
-  const auto getBase = reinterpret_cast<GetBase>(dlsym(library, "OrtGetApiBase"));
-  Ort::InitApi(getBase()->GetApi(ORT_API_VERSION));
-}
-
 std::vector<float> ReadFrames(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  const std::string bytes = reference::ReadBytes(path);
   std::vector<float> frames(bytes.size() / sizeof(float));
-  std::copy_n(bytes.data(), frames.size() * sizeof(float), reinterpret_cast<char*>(frames.data()));
+  std::memcpy(frames.data(), bytes.data(), frames.size() * sizeof(float));
   return frames;
 }
 
 std::vector<float> Probabilities(const char* modelPath, const std::vector<float>& samples) {
   const Ort::Env env(ORT_LOGGING_LEVEL_FATAL);
-  Ort::SessionOptions options;
-  options.SetIntraOpNumThreads(1);
-  Ort::Session session(env, modelPath, options);
+  Ort::Session session(env, modelPath, reference::Options());
   const auto memory = Ort::MemoryInfo::CreateCpu(OrtArenaAllocator, OrtMemTypeDefault);
 
   std::vector<float> input(kContext + kFrame);
@@ -79,7 +65,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   try {
-    LoadEngine();
+    reference::LoadEngine();
     std::vector<float> samples = ReadFrames(argv[2]);
     samples.resize(samples.size() / 2);  // the recording is there twice
     const std::vector<float> probabilities = Probabilities(argv[1], samples);

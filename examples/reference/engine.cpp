@@ -1,0 +1,35 @@
+// Opens the library by the name that the host runtime was built with.
+#include "reference/engine.h"
+
+#include <dlfcn.h>
+
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace reference {
+
+void LoadEngine() {
+  void* library = dlopen(VORN_ENGINE_SONAME, RTLD_NOW);
+  if (library == nullptr) throw std::runtime_error(dlerror());
+  using GetBase = const OrtApiBase*(ORT_API_CALL*)();
+  const auto getBase = reinterpret_cast<GetBase>(dlsym(library, "OrtGetApiBase"));
+  const OrtApi* api = getBase()->GetApi(ORT_API_VERSION);
+  if (api == nullptr) throw std::runtime_error(VORN_ENGINE_SONAME " is older than its headers");
+  Ort::InitApi(api);
+}
+
+Ort::SessionOptions Options() {
+  Ort::SessionOptions options;
+  options.SetIntraOpNumThreads(1);
+  options.SetGraphOptimizationLevel(ORT_ENABLE_ALL);
+  return options;
+}
+
+std::string ReadBytes(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error("cannot open " + path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace reference
