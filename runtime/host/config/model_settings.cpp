@@ -15,7 +15,7 @@ int64_t Dim(const std::string& key, const json& value) {
 }
 
 int64_t DimOrModels(const std::string& key, const json& value) {
-  return value == kDimOfModel ? kDimOfModel : Dim(key, value);
+  return value == kDimOfModel ? kDimOfModel : IntegerInRange(key, value, 0, kLargestDim);
 }
 
 template <typename Read>

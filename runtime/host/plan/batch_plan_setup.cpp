@@ -29,10 +29,7 @@ std::vector<Shape> Batched(std::vector<Shape> shapes, int64_t batch) {
   return shapes;
 }
 
-bool HasNoElements(const Port& port) {
-  return !port.largest && std::ranges::any_of(port.tensor.shape,
-                                              [](const DeclaredDim& dim) { return dim.size == 0; });
-}
+bool IsEmpty(const Port& port) { return !port.largest && HasNoElements(port.tensor.shape); }
 
 }  // namespace
 
@@ -100,11 +97,11 @@ BatchPlan::Slot BatchPlan::SlotFor(const Port& port, const TensorDescription& te
 /// An output that is declared without elements has nothing to show.
 void BatchPlan::LeaveOutEmptyOutputs() {
   for (const Port& port : signature_.outputs) {
-    if (!HasNoElements(port)) continue;
+    if (!IsEmpty(port)) continue;
     Log(LogLevel::kError, "vorn_mdl_load_from_mem",
         Join("output '", port.tensor.name, "' is declared without elements and left out"));
   }
-  std::erase_if(signature_.outputs, HasNoElements);
+  std::erase_if(signature_.outputs, IsEmpty);
   if (signature_.outputs.empty()) {
     throw Failure(VORN_ERROR_MODEL, "the model has no output with elements; there is nothing to ",
                   "execute it for");

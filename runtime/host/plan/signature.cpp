@@ -5,6 +5,7 @@
 #include <set>
 
 #include "host/common/failure.h"
+#include "host/common/log.h"
 #include "host/config/constant.h"
 
 namespace vorn::host {
@@ -90,6 +91,16 @@ ProvidedInput Provide(const Port& port, const std::vector<Number>& numbers) {
   return input;
 }
 
+/// There is nothing that a caller could give for an input without elements.
+void TakeEmptyInputs(Ports& inputs, Signature& signature) {
+  for (const Port& port : inputs.Rest()) {
+    if (!HasNoElements(port.tensor.shape)) continue;
+    Log(LogLevel::kError, "vorn_mdl_load_from_mem",
+        Join("input '", port.tensor.name, "' has no elements and is left out"));
+    signature.constants.push_back(Provide(inputs.Take("inputDims", port.tensor.name), {}));
+  }
+}
+
 void RefuseForeignKeys(const ModelSettings& settings) {
   const auto refuseIf = [&](bool isGiven, const char* key, const char* netType) {
     if (!isGiven) return;
@@ -151,13 +162,13 @@ void TakeSequence(const ModelSettings& settings, Ports& inputs, Ports& outputs,
     signature.length = Provide(port, {Number{.real = 1, .whole = 1}});
   }
   if (!settings.flags.empty()) signature.flags = inputs.Take("flags", settings.flags);
-  std::string frames = settings.frames;
-  if (frames.empty()) {
-    const std::vector<Port> rest = inputs.Rest();
-    if (rest.empty()) throw Failure(VORN_ERROR_MODEL, "no input is left that could hold frames");
-    frames = rest.front().tensor.name;
-  }
-  signature.frames = inputs.Take("frames", frames);
+  if (!settings.frames.empty()) signature.frames = inputs.Take("frames", settings.frames);
+}
+
+void TakeFirstAsFrames(Ports& inputs, Signature& signature) {
+  const std::vector<Port> rest = inputs.Rest();
+  if (rest.empty()) throw Failure(VORN_ERROR_MODEL, "no input is left that could hold frames");
+  signature.frames = inputs.Take("frames", rest.front().tensor.name);
 }
 
 }  // namespace
@@ -186,6 +197,9 @@ Signature SignatureOf(const Session& session, const ModelSettings& settings) {
   }
   if (settings.netType == VORN_NET_RECURRENT) TakeSequence(settings, inputs, outputs, signature);
   if (settings.netType == VORN_NET_DETECTION) TakeThresholds(settings, inputs, signature);
+  TakeEmptyInputs(inputs, signature);
+  if (settings.netType == VORN_NET_RECURRENT && !signature.frames)
+    TakeFirstAsFrames(inputs, signature);
   std::vector<Port> data = inputs.Rest();
   signature.inputs.insert(signature.inputs.begin(), data.begin(), data.end());
   signature.outputs = outputs.Rest();

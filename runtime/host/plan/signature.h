@@ -43,7 +43,7 @@ struct Signature {
   std::vector<Port> inputs;  ///< in the order in which a caller sees them; thresholds come last
   size_t rpnCount = 0;       ///< how many of them are thresholds
   std::vector<Port> outputs;
-  std::vector<ProvidedInput> constants;
+  std::vector<ProvidedInput> constants;  ///< inputs without elements among them
   // Of a recurrent model, and not among `inputs`:
   std::optional<Port> frames;  ///< always there
   std::optional<Port> flags;

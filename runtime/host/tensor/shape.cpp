@@ -94,6 +94,10 @@ ClosedShapes CloseShapes(std::span<const DeclaredShape> inputs,
   return closed;
 }
 
+bool HasNoElements(const DeclaredShape& declared) {
+  return std::ranges::any_of(declared, [](const DeclaredDim& dim) { return dim.size == 0; });
+}
+
 Shape CloseDims(const DeclaredShape& declared) {
   Shape shape;
   for (const DeclaredDim& dim : declared) shape.push_back(dim.size < 0 ? 1 : dim.size);

@@ -47,6 +47,9 @@ ClosedShapes CloseShapes(std::span<const DeclaredShape> inputs,
                          std::span<const DeclaredShape> outputs,
                          const std::map<std::string, int64_t>& sizes);
 
+/// Whether a dimension is declared as 0, so that there is no element whatever the others are.
+bool HasNoElements(const DeclaredShape& declared);
+
 /// The declared dimensions with 1 for each open one.
 Shape CloseDims(const DeclaredShape& declared);
 

@@ -82,6 +82,19 @@ TEST_F(HostRecurrent, StepsCarryTheirStatesAndStartAnewAtAFlagOf0) {
   EXPECT_EQ(Run(frames, 2, {0, 0, 0, 0, 0}, 10, 2), frames);
 }
 
+TEST_F(HostRecurrent, FramesAreTheFirstInputThatHasElements) {
+  Restart(Whole(R"(, "maxFrames": 3)"));
+  ASSERT_EQ(Load(OnnxWriter()
+                     .Input("nothing", kOnnxFloat, {0, 2})
+                     .Input("x", kOnnxFloat, {"t", 2})
+                     .Output("y", kOnnxFloat, {"t", 2})
+                     .Node("Concat", {"nothing", "x"}, {"y"}, {IntAttribute("axis", 0)})),
+            VORN_SUCCESS);
+  EXPECT_EQ(NameOfInput(0), "x");
+  const std::vector<float> frames = {1, 2, 3, 4, 5, 6};
+  EXPECT_EQ(Run(frames, 2, {0, 1, 1}, 6, 2), frames);
+}
+
 TEST_F(HostRecurrent, FirstFrameBeginsASequenceWhateverItsFlagSays) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);

@@ -204,6 +204,43 @@ TEST_F(HostShapes, ConstantsMayHaveNoElements) {
   EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{3, 4}));
 }
 
+/// x behind the columns of an input that has none.
+OnnxWriter JoinedWithNothing(const std::vector<OnnxDim>& dimsOfNothing) {
+  return OnnxWriter()
+      .Input("nothing", kOnnxFloat, dimsOfNothing)
+      .Input("x", kOnnxFloat, {2, 3})
+      .Output("y", kOnnxFloat, {2, 3})
+      .Node("Concat", {"nothing", "x"}, {"y"}, {IntAttribute("axis", 1)});
+}
+
+TEST_F(HostShapes, OfInputsWithoutElementsAreLeftOut) {
+  EXPECT_THAT(LogOf([&] {
+                ASSERT_EQ(Load(JoinedWithNothing({2, 0})), VORN_SUCCESS);
+              }),
+              HasSubstr("input 'nothing' has no elements and is left out"));
+  ASSERT_EQ(vorn_mdl_get_num_inputs(desc), 3u);
+  EXPECT_EQ(NameOfInput(0), "x");
+  Blocks in = Inputs(2);
+  Blocks out = Outputs(2);
+  const std::vector<float> x = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+  in.Put<float>(0, x, 3);
+  ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 2), VORN_SUCCESS);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 12, 3), x);
+}
+
+TEST_F(HostShapes, OfInputsMayBeGivenNoElements) {
+  Restart(R"({"model": {"inputDims": {"nothing": [-1, 0]}}})");
+  ASSERT_EQ(Load(JoinedWithNothing({2, "columns"})), VORN_SUCCESS);
+  ASSERT_EQ(vorn_mdl_get_num_inputs(desc), 3u);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  const std::vector<float> x = {1, 2, 3, 4, 5, 6};
+  in.Put<float>(0, x, 3);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 6, 3), x);
+}
+
 TEST_F(HostShapes, ConstantsThatDoNotFitAreRefused) {
   const auto model = OnnxWriter()
                          .Input("x", kOnnxInt64, {2})
