@@ -51,11 +51,12 @@
 //
 // `inputDims` closes dimensions that have no name, and gives an input a shape that declares none.
 // An input that has a dimension of 0 then, or in the model, has no elements: it is logged and is
-// not among the inputs that a caller sees. Neither is an output that the model declares so.
-// `outputDims` is for outputs whose shape depends on the data: a smaller result stands at the front
-// of every dimension with zeros behind it, what is beyond in a larger one is cut off and logged,
-// and a batch is executed item by item. An input of `constants` always has these values, one number
-// filling all of it, and is not among the inputs that a caller sees.
+// not among the inputs that a caller sees. An output of which the model or `outputDims` says so is
+// left out likewise. `outputDims` is for outputs whose shape depends on the data, or is not
+// declared and not shown by a trial with zero inputs: a smaller result stands at the front of every
+// dimension with zeros behind it, what is beyond in a larger one is cut off and logged, and a batch
+// is executed item by item. An input of `constants` always has these values, one number filling all
+// of it, and is not among the inputs that a caller sees.
 //
 // For "detection":
 //

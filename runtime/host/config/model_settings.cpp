@@ -14,8 +14,12 @@ int64_t Dim(const std::string& key, const json& value) {
   return IntegerInRange(key, value, 1, kLargestDim);
 }
 
+int64_t DimOrNone(const std::string& key, const json& value) {
+  return IntegerInRange(key, value, 0, kLargestDim);
+}
+
 int64_t DimOrModels(const std::string& key, const json& value) {
-  return value == kDimOfModel ? kDimOfModel : IntegerInRange(key, value, 0, kLargestDim);
+  return value == kDimOfModel ? kDimOfModel : DimOrNone(key, value);
 }
 
 template <typename Read>
@@ -34,7 +38,7 @@ Shape InputShape(const std::string& key, const json& value) {
 }
 
 Shape OutputShape(const std::string& key, const json& value) {
-  return List(key, value, "[100, 4]", Dim);
+  return List(key, value, "[100, 4]", DimOrNone);
 }
 
 std::vector<std::string> TextOrTexts(const std::string& key, const json& value) {

@@ -16,11 +16,13 @@ DeclaredShape FixedShape(const Shape& shape) {
   return declared;
 }
 
+DeclaredShape ShapeOf(const Port& port) {
+  return port.largest ? FixedShape(*port.largest) : port.tensor.shape;
+}
+
 std::vector<DeclaredShape> ShapesOf(const std::vector<Port>& ports) {
   std::vector<DeclaredShape> shapes;
-  for (const Port& port : ports) {
-    shapes.push_back(port.largest ? FixedShape(*port.largest) : port.tensor.shape);
-  }
+  for (const Port& port : ports) shapes.push_back(ShapeOf(port));
   return shapes;
 }
 
@@ -29,7 +31,7 @@ std::vector<Shape> Batched(std::vector<Shape> shapes, int64_t batch) {
   return shapes;
 }
 
-bool IsEmpty(const Port& port) { return !port.largest && HasNoElements(port.tensor.shape); }
+bool IsEmpty(const Port& port) { return HasNoElements(ShapeOf(port)); }
 
 }  // namespace
 
@@ -41,6 +43,11 @@ BatchPlan::BatchPlan(Session& session, Signature signature, const Config& config
   LeaveOutEmptyOutputs();
   ClosedShapes shapes =
       CloseShapes(ShapesOf(signature_.inputs), ShapesOf(signature_.outputs), config.dims);
+  for (size_t i = 0; i < signature_.outputs.size(); ++i) {
+    if (!signature_.outputs[i].largest) continue;
+    shapes.outputs[i] = signature_.outputs[i].largest;  // known also where it has no dimensions
+    shapes.isBatchFirst = false;
+  }
   const bool hasOpenConstant = std::ranges::any_of(
       signature_.constants, [](const ProvidedInput& constant) { return constant.hadOpenDims; });
   if (hasOpenConstant || signature_.rpnCount != 0) shapes.isBatchFirst = false;
@@ -120,8 +127,10 @@ std::vector<Shape> BatchPlan::ShowOutputShapes(ClosedShapes& shapes) {
   try {
     shown = Try(shapes.inputs);
   } catch (const Failure& e) {
-    throw Failure(VORN_ERROR_MODEL, "the model does not say how large its outputs are, and ",
-                  e.what(), "; give its open dimensions a size with 'dims' or 'inputDims'");
+    throw Failure(
+        VORN_ERROR_MODEL, "the model does not say how large its outputs are, and ", e.what(),
+        "; give its open dimensions a size with 'dims' or 'inputDims', or the outputs one with "
+        "'outputDims'");
   }
   for (size_t i = 0; i < shown.size(); ++i) {
     if (std::ranges::find(shown[i], 0) == shown[i].end()) continue;

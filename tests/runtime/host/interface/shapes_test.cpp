@@ -131,6 +131,72 @@ TEST_F(HostShapes, WithoutElementsAreLeftOutAsLongAsAnotherOutputIsThere) {
               HasSubstr("no output with elements"));
 }
 
+/// x / d, of which a trial with zeros fails; y says nothing of its shape.
+OnnxWriter Quotient(const std::vector<OnnxDim>& dims) {
+  return OnnxWriter()
+      .Input("x", kOnnxInt32, dims)
+      .Input("d", kOnnxInt32, dims)
+      .ShapelessOutput("y", kOnnxInt32)
+      .Node("Div", {"x", "d"}, {"y"});
+}
+
+TEST_F(HostShapes, ThatNoTrialShowsMayBeGiven) {
+  EXPECT_THAT(Refusal(Quotient({""})), HasSubstr("a trial with zero inputs failed"));
+  EXPECT_THAT(Refusal(Quotient({""})), HasSubstr("'outputDims'"));
+  Restart(R"({"model": {"inputDims": {"x": [2], "d": [2]}, "outputDims": {"y": [2]}}})");
+  ASSERT_EQ(Load(Quotient({""})), VORN_SUCCESS);
+  EXPECT_EQ(ShapeOfOutput(0), std::vector<int64_t>{2});
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  in.Put<int32_t>(0, {6, 8}, 2).Put<int32_t>(1, {2, 4}, 2);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 2, 2), (std::vector<float>{3, 2}));
+}
+
+TEST_F(HostShapes, OfOneElementWithoutDimensionsMayBeGiven) {
+  Restart(R"({"model": {"outputDims": {"y": []}}})");
+  ASSERT_EQ(Load(Quotient({})), VORN_SUCCESS);
+  EXPECT_EQ(ShapeOfOutput(0), std::vector<int64_t>{1});
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  in.Put<int32_t>(0, {6}, 1).Put<int32_t>(1, {2}, 1);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 1, 1), std::vector<float>{3});
+}
+
+TEST_F(HostShapes, OfOneElementWithoutDimensionsAreServedForEveryItemOfABatch) {
+  Restart(R"({"model": {"outputDims": {"y": []}}})");
+  ASSERT_EQ(Load(OnnxWriter()
+                     .Input("x", kOnnxFloat, {"n", 2})
+                     .ShapelessOutput("y", kOnnxFloat)
+                     .Node("ReduceSum", {"x"}, {"y"}, {IntAttribute("keepdims", 0)})),
+            VORN_SUCCESS);
+  Blocks in = Inputs(2);
+  Blocks out = Outputs(2);
+  in.Put<float>(0, {1, 2, 3, 4}, 2);
+  ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 2), VORN_SUCCESS);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 2, 1), (std::vector<float>{3, 7}));
+}
+
+TEST_F(HostShapes, OfOutputsMayBeGivenNoElements) {
+  const auto model = OnnxWriter()
+                         .Input("x", kOnnxFloat, {2, 3})
+                         .ShapelessOutput("at", kOnnxInt64)
+                         .Output("y", kOnnxFloat, {2, 3})
+                         .Node("NonZero", {"x"}, {"at"})
+                         .Node("Relu", {"x"}, {"y"});
+  Restart(R"({"model": {"outputDims": {"at": [2, 0]}}})");
+  EXPECT_THAT(LogOf([&] { ASSERT_EQ(Load(model), VORN_SUCCESS); }),
+              HasSubstr("output 'at' is declared without elements and left out"));
+  ASSERT_EQ(vorn_mdl_get_num_outputs(desc), 1u);
+  Blocks in = Inputs();
+  Blocks out = Outputs();
+  in.Put<float>(0, {1, -2, 3, -4, 5, -6}, 3);
+  ASSERT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(out.Take<float>(0, 6, 3), (std::vector<float>{1, 0, 3, 0, 5, 0}));
+}
+
 TEST_F(HostShapes, OfInputsComeFromTheConfiguration) {
   const auto open = OnnxWriter()
                         .Input("x", kOnnxFloat, {"", ""})
