@@ -4,7 +4,7 @@
     node/test_abs/test_data_set_0/input_0.pb, ...      light/light_vgg19_output_0.pb
     node/test_abs/test_data_set_0/output_0.pb, ...
 
-The networks of light/ come without inputs; their expectations were made with a ramp from 0 to 1.
+The networks of light/ come without inputs and are given a ramp from 0 to 1.
 """
 from dataclasses import dataclass
 from pathlib import Path
@@ -37,6 +37,7 @@ class Case:
 @dataclass(frozen=True)
 class Contents:
     """What the files of a case say."""
+    model: object        # as it is executed
     inputs: list         # the model's, without those that it has own values for
     outputs: list
     not_dense: str       # why it cannot run here, or ""
@@ -52,16 +53,17 @@ def find_cases(root):
 
 
 def read_case(case):
-    """Reads the model's declarations, and the data sets where its types can run at all."""
-    graph = load_model(case.model).graph
+    """Reads the model, and the data sets where its types can run at all."""
+    model = load_model(case.model)
+    graph = model.graph
     own_values = {tensor.name for tensor in graph.initializer}
     inputs = [value for value in graph.input if value.name not in own_values]
     outputs = list(graph.output)
     kinds = sorted({why_not_dense(value) for value in [*inputs, *outputs]} - {None})
     if kinds:
-        return Contents(inputs, outputs, ", ".join(kinds), [])
+        return Contents(model, inputs, outputs, ", ".join(kinds), [])
     read_sets = _light_set if case.folder == "light" else _given_sets
-    return Contents(inputs, outputs, "", read_sets(case, inputs, outputs))
+    return Contents(model, inputs, outputs, "", read_sets(case, inputs, outputs))
 
 
 def _numbered(folder, pattern):

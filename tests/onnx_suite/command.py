@@ -1,4 +1,8 @@
-"""One data set through vorn-run and the host runtime."""
+"""One data set through vorn-run and the host runtime.
+
+The list holds the data set twice: the second inference runs over a model that has run already.
+Each inference has as many batch items as the options say, all of them the same.
+"""
 import json
 import os
 import re
@@ -10,6 +14,7 @@ from compare import dump_difference, is_exact
 from process import run
 from tensors import BFLOAT16, declared_shape
 
+INFERENCES = 2
 NATIVE_32_BITS = (numpy.int32, numpy.uint32)
 # Read as other bits in a dump where they are not presented.
 NEEDS_PRESENTING = (numpy.bool_, numpy.int64, numpy.uint64, numpy.float64, numpy.float16)
@@ -48,7 +53,7 @@ def _open_input_dims(contents, data_set):
 
 def _output_dims(contents, data_set):
     return {value.name: tensor.shape
-            for value, tensor in zip(contents.outputs, data_set.outputs) if tensor.shape}
+            for value, tensor in zip(contents.outputs, data_set.outputs)}
 
 
 def _needs_native(data_set):
@@ -65,20 +70,25 @@ def _needs_native(data_set):
 def _run_once(case, contents, data_set, config, work, options):
     """What is wrong, "" if nothing is, and what the runtime said of it."""
     (work / "out").mkdir(parents=True)
-    (work / "list.txt").write_text(_list_of_files(data_set, work))
+    (work / "list.txt").write_text(INFERENCES * _list_of_files(data_set, work, options.batch))
     (work / "config.json").write_text(json.dumps(config))
     words = [options.build / "vorn-run", "-m", case.model, "-i", work / "list.txt",
-             "-j", work / "config.json", "-o", work / "out"]
+             "-j", work / "config.json", "-o", work / "out", "-b", options.batch]
     ended = run(words, options.seconds, {**os.environ, "VORN_LOG": "1"})
     (work / "stdout.log").write_text(ended.out)
     (work / "stderr.log").write_text(ended.error)
     if ended.problem:
         return f"{ended.problem}: {_last_words(ended)}", ended.error
     is_native = config.get("outputTypes") == "native"
-    return _compare(contents, data_set, ended.out, work / "out/0", is_native), ended.error
+    for inference in range(INFERENCES):
+        wrong = _compare(contents, data_set, ended.out, work / f"out/{inference}", is_native,
+                         options.batch)
+        if wrong:
+            return f"inference {inference}: {wrong}", ended.error
+    return "", ended.error
 
 
-def _list_of_files(data_set, work):
+def _list_of_files(data_set, work, batch):
     """Named and in reverse order, so that naming is exercised, or in order where a name cannot be
     told from its file. Inputs without elements are left out."""
     lines = []
@@ -86,7 +96,7 @@ def _list_of_files(data_set, work):
         if tensor.array.size == 0:
             continue
         file = f"input_{index}.bin"
-        (work / file).write_bytes(tensor.to_bytes())
+        (work / file).write_bytes(batch * tensor.to_bytes())
         lines.append((tensor.name, file))
     if any(":" in name or len(name) > 127 for name, _ in lines):
         return "".join(f"{file}\n" for _, file in lines)
@@ -107,7 +117,7 @@ def _shown_shapes(transcript):
     return [[int(dim) for dim in text.split(",") if dim.strip()] for text in texts]
 
 
-def _compare(contents, data_set, transcript, folder, is_native):
+def _compare(contents, data_set, transcript, folder, is_native, batch):
     """Outputs without elements have no dump."""
     expected = [(value.name, tensor) for value, tensor in zip(contents.outputs, data_set.outputs)
                 if tensor.array.size != 0]
@@ -121,9 +131,13 @@ def _compare(contents, data_set, transcript, folder, is_native):
         files = dumps.get(re.sub(r"[./\\]", "_", name), [])
         if len(files) != 1:
             return f"output {name}: {len(files)} dumps"
-        wrong = dump_difference(numpy.fromfile(files[0], numpy.float32), tensor, is_native)
-        if wrong:
-            return f"output {name}: {wrong}"
+        dump = numpy.fromfile(files[0], numpy.float32)
+        if dump.size != batch * tensor.array.size:
+            return f"output {name}: {dump.size} values instead of {batch * tensor.array.size}"
+        for item in dump.reshape(batch, -1):
+            wrong = dump_difference(item, tensor, is_native)
+            if wrong:
+                return f"output {name}: {wrong}"
     return ""
 
 

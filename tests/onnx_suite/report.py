@@ -12,7 +12,7 @@ class Result:
     bare_problem: str
     command_problem: str
     settings: str        # what had to be configured for the command
-    shapes: str          # "scalar", "empty", both or neither: which tensors it has
+    traits: list         # what is special about its tensors
 
 
 COLUMNS = ("cases", "other types", "can run", "bare passes", "command passes", "listed",

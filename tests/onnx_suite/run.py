@@ -2,7 +2,8 @@
 """Runs the ONNX project's test cases through vorn-run and, to compare with, straight through ONNX
 Runtime; prints the table. The exit status is 1 where a case is not accounted for.
 
-    run.py --cases FOLDER --build FOLDER [--only PATTERN] [--jobs N] [--seconds N] [--details FILE]
+    run.py --cases FOLDER --build FOLDER [--only PATTERN] [--jobs N] [--seconds N] [--batch N]
+           [--open] [--details FILE]
 """
 import argparse
 import fnmatch
@@ -10,13 +11,16 @@ import os
 import shutil
 import sys
 from concurrent.futures import ThreadPoolExecutor
+from dataclasses import replace
 from pathlib import Path
 
 from bare import problem_of_bare
 from cases import find_cases, read_case
 from command import Verdict, verdict_of_command
+from compare import is_exact
 from listed import read_listed
 from report import Result, counts, faults, table
+from tensors import without_shapes
 
 
 def parse_options():
@@ -27,6 +31,9 @@ def parse_options():
     parser.add_argument("--only", default="*", help="cases such as 'node/test_add*'")
     parser.add_argument("--jobs", type=int, default=os.cpu_count(), help="cases at a time")
     parser.add_argument("--seconds", type=int, default=300, help="that one run may take")
+    parser.add_argument("--batch", type=int, default=1, help="copies of a data set in a batch")
+    parser.add_argument("--open", action="store_true",
+                        help="take the shapes of inputs and outputs out of the models")
     parser.add_argument("--details", type=Path, help="gets a line for each case")
     options = parser.parse_args()
     options.cases = options.cases.resolve() / "usr/share/libonnx-testdata/data"
@@ -35,22 +42,30 @@ def parse_options():
     return options
 
 
-def rare_shapes(contents):
-    """Whether a case has tensors without dimensions or without elements."""
-    tensors = [tensor for data_set in contents.data_sets
-               for tensor in [*data_set.inputs, *data_set.outputs]]
-    kinds = [("scalar", any(not tensor.shape for tensor in tensors)),
-             ("empty", any(tensor.array.size == 0 for tensor in tensors))]
-    return ", ".join(kind for kind, is_there in kinds if is_there)
+def traits_of(contents, settings):
+    """What is special about the tensors of a case."""
+    outputs = [tensor for data_set in contents.data_sets for tensor in data_set.outputs]
+    tensors = outputs + [tensor for data_set in contents.data_sets for tensor in data_set.inputs]
+    is_native = "outputTypes" in settings
+    traits = [("a tensor without dimensions", any(not tensor.shape for tensor in tensors)),
+              ("a tensor without elements", any(tensor.array.size == 0 for tensor in tensors)),
+              ("an expectation rounded to float32",
+               not is_native and not all(is_exact(tensor.values()) for tensor in outputs))]
+    return [trait for trait, is_there in traits if is_there]
 
 
 def run_case(case, options):
     """Runs every data set of a case both ways; the first problem of each way counts."""
     contents = read_case(case)
     if contents.not_dense:
-        return Result(case.folder, case.key, contents.not_dense, "", "", "", "")
+        return Result(case.folder, case.key, contents.not_dense, "", "", "", [])
     bare_problem, verdict = "", Verdict("", "")
     work = options.work / case.folder / case.name
+    work.mkdir(parents=True)
+    if options.open:
+        opened = work / "model.onnx"
+        opened.write_bytes(without_shapes(contents.model).SerializeToString())
+        case = replace(case, model=opened)
     for index, data_set in enumerate(contents.data_sets):
         place = work / str(index)
         bare_problem = bare_problem or problem_of_bare(case, data_set, place, options)
@@ -59,7 +74,7 @@ def run_case(case, options):
     if not bare_problem and not verdict.problem:
         shutil.rmtree(work)  # what failed stays, to be looked at
     return Result(case.folder, case.key, "", bare_problem, verdict.problem, verdict.settings,
-                  rare_shapes(contents))
+                  traits_of(contents, verdict.settings))
 
 
 def run_all(cases, options):
@@ -75,9 +90,9 @@ def run_all(cases, options):
 
 def write_details(path, results):
     """Every case with what became of it, fields separated by tabs."""
-    fields = [(r.key, r.not_dense or "-", r.bare_problem or "passes",
-               r.command_problem or "passes", r.settings or "-") for r in results if not r.not_dense]
-    fields += [(r.key, r.not_dense, "-", "-", "-") for r in results if r.not_dense]
+    fields = [(r.key, r.not_dense, "-", "-", "-") if r.not_dense else
+              (r.key, "-", r.bare_problem or "passes", r.command_problem or "passes",
+               r.settings or "-") for r in results]
     lines = ["\t".join(field.replace("\n", " ") for field in line) + "\n" for line in fields]
     path.write_text("".join(sorted(lines)))
 
@@ -90,7 +105,7 @@ def print_report(results, texts, reasons):
     print(counts("\nlisted:", [f"{key}: {texts[key]}" for key in listed]))
     print(counts("\nother types:", [r.not_dense for r in results if r.not_dense]))
     print(counts("\nconfigured for those that pass:", [r.settings or "nothing" for r in passed]))
-    print(counts("\nrare tensors of those that pass:", [r.shapes for r in passed if r.shapes]))
+    print(counts("\nof those that pass, with", [trait for r in passed for trait in r.traits]))
     surprises = [r.key for r in results if r.bare_problem and not r.command_problem]
     print(f"\npass through vorn-run and not bare: {len(surprises)} {' '.join(surprises)}")
 

@@ -95,7 +95,7 @@ class IsExact(unittest.TestCase):
 
 def result(key, not_dense="", bare="", command=""):
     """What became of the case `key`."""
-    return Result("node", key, not_dense, bare, command, "", "")
+    return Result("node", key, not_dense, bare, command, "", [])
 
 
 class Faults(unittest.TestCase):

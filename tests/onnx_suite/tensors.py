@@ -80,6 +80,19 @@ def declared_shape(value):
     return [dim.dim_value if dim.HasField("dim_value") else None for dim in tensor.shape.dim]
 
 
+def without_shapes(model):
+    """Opens every dimension of the inputs and takes the shapes of the outputs away, in place."""
+    own_values = {tensor.name for tensor in model.graph.initializer}
+    for value in model.graph.input:
+        if value.name not in own_values:
+            for dim in value.type.tensor_type.shape.dim:
+                dim.Clear()
+    for value in model.graph.output:
+        value.type.tensor_type.ClearField("shape")
+    del model.graph.value_info[:]
+    return model
+
+
 def why_not_dense(value):
     """What kind of value this is if it is no dense tensor of a served type, else None."""
     kind = value.type.WhichOneof("value")
