@@ -44,39 +44,52 @@ std::string ModelSection(const json& value) {
   return text;
 }
 
+using Path = const std::string&;
+using Value = const json&;
+
+constexpr Key<Config> kKeys[] = {
+    {"threads",
+     [](Path path, Value value, Config& config) {
+       config.threads = static_cast<int>(IntegerInRange(path, value, 1, kMaxThreads));
+     }},
+    {"rowAlignment", [](Path path, Value value,
+                        Config& config) { config.rowAlignment = RowAlignment(path, value); }},
+    {"devices",
+     [](Path path, Value value, Config& config) {
+       config.devices = static_cast<int>(IntegerInRange(path, value, 1, kMaxDevices));
+     }},
+    {"memoryLimit",
+     [](Path path, Value value, Config& config) {
+       config.memoryLimit = static_cast<uint64_t>(IntegerInRange(path, value, 1, INT64_MAX));
+     }},
+    {"probe",
+     [](Path path, Value value, Config& config) {
+       config.probeSeconds =
+           static_cast<uint32_t>(IntegerInRange(path, value, 1, kMaxProbeSeconds));
+     }},
+    {"graphOptimization",
+     [](Path path, Value value, Config& config) {
+       config.graphOptimization = Optimization(path, value);
+     }},
+    {"dims", [](Path path, Value value,
+                Config& config) { config.dims = Named(path, value, R"({"sequence": 128})", Dim); }},
+    {"outputTypes",
+     [](Path path, Value value, Config& config) {
+       config.outputTypes = OneOf<OutputTypes>(
+           path, value, {{"presented", OutputTypes::kPresented}, {"native", OutputTypes::kNative}});
+     }},
+    {"model", [](Path, Value value, Config& config) { config.model = ModelSection(value); }},
+};
+
 }  // namespace
 
 Config ParseConfig(std::string_view text) {
-  const json root = ParseJsonObject("the configuration", text);
   Config config;
-  for (const auto& [key, value] : root.items()) {
-    if (key == "threads") {
-      config.threads = static_cast<int>(IntegerInRange(key, value, 1, kMaxThreads));
-    } else if (key == "rowAlignment") {
-      config.rowAlignment = RowAlignment(key, value);
-    } else if (key == "devices") {
-      config.devices = static_cast<int>(IntegerInRange(key, value, 1, kMaxDevices));
-    } else if (key == "memoryLimit") {
-      config.memoryLimit = static_cast<uint64_t>(IntegerInRange(key, value, 1, INT64_MAX));
-    } else if (key == "probe") {
-      config.probeSeconds = static_cast<uint32_t>(IntegerInRange(key, value, 1, kMaxProbeSeconds));
-    } else if (key == "graphOptimization") {
-      config.graphOptimization = Optimization(key, value);
-    } else if (key == "dims") {
-      config.dims = Named(key, value, R"({"sequence": 128})", Dim);
-    } else if (key == "outputTypes") {
-      config.outputTypes = OneOf<OutputTypes>(
-          key, value, {{"presented", OutputTypes::kPresented}, {"native", OutputTypes::kNative}});
-    } else if (key == "model") {
-      config.model = ModelSection(value);
-    } else {
-      throw Failure(VORN_ERROR_CONFIG, "key '", key,
-                    "' is not known; the keys are threads, rowAlignment, devices, memoryLimit, probe, "
-                    "graphOptimization, dims, outputTypes, model");
-    }
-  }
+  ReadKeys<Config>(ParseJsonObject("the configuration", text), "", kKeys, config);
   return config;
 }
+
+std::vector<std::string_view> ConfigKeys() { return NamesOf<Config>(kKeys); }
 
 Config ReadConfigFile(const char* path) {
   errno = 0;

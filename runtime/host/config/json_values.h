@@ -4,9 +4,11 @@
 #ifndef VORN_RUNTIME_HOST_CONFIG_JSON_VALUES_H_
 #define VORN_RUNTIME_HOST_CONFIG_JSON_VALUES_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -53,6 +55,37 @@ Meaning OneOf(const std::string& key, const nlohmann::json& value,
     known += Join('"', word, '"');
   }
   throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give ", known);
+}
+
+/// A key that an object may have, and how its value comes into a target.
+template <typename Target>
+struct Key {
+  std::string_view name;
+  void (*read)(const std::string& path, const nlohmann::json& value, Target& target);
+};
+
+template <typename Target>
+std::vector<std::string_view> NamesOf(std::span<const Key<Target>> keys) {
+  std::vector<std::string_view> names;
+  for (const Key<Target>& key : keys) names.push_back(key.name);
+  return names;
+}
+
+/// Reads every member of `object`, whose own path ("model.", or nothing) is the `prefix` of theirs.
+/// A member without a key is refused: a mistyped one would otherwise do nothing, silently.
+template <typename Target>
+void ReadKeys(const nlohmann::json& object, const std::string& prefix,
+              std::span<const Key<Target>> keys, Target& target) {
+  for (const auto& [name, value] : object.items()) {
+    const auto key = std::ranges::find(keys, name, &Key<Target>::name);
+    if (key == keys.end()) {
+      std::string known;
+      for (const Key<Target>& one : keys) known += (known.empty() ? "" : ", ") + Join(one.name);
+      throw Failure(VORN_ERROR_CONFIG, "key '", prefix, name, "' is not known; the keys are ",
+                    known);
+    }
+    key->read(prefix + name, value, target);
+  }
 }
 
 }  // namespace vorn::host

@@ -65,53 +65,69 @@ std::vector<Number> NumberOrNumbers(const std::string& key, const json& value) {
   return {ReadNumber(key, value)};
 }
 
-void ReadKey(const std::string& key, const json& value, ModelSettings& settings) {
-  const std::string path = "model." + key;
-  if (key == "netType") {
-    settings.netType = OneOf<vorn_net_type>(path, value,
-                                            {{"feedForward", VORN_NET_FEED_FORWARD},
-                                             {"detection", VORN_NET_DETECTION},
-                                             {"recurrent", VORN_NET_RECURRENT}});
-  } else if (key == "dims") {
-    settings.dims = Named(path, value, R"({"sequence": 128})", Dim);
-  } else if (key == "inputDims") {
-    settings.inputDims = Named(path, value, R"({"image": [-1, 3, 224, 224]})", InputShape);
-  } else if (key == "outputDims") {
-    settings.outputDims = Named(path, value, R"({"boxes": [100, 4]})", OutputShape);
-  } else if (key == "constants") {
-    settings.constants = Named(path, value, R"({"rate": 16000})", NumberOrNumbers);
-  } else if (key == "rpn") {
-    settings.rpn = TextOrTexts(path, value);
-  } else if (key == "sequence") {
-    settings.sequence =
-        OneOf<Sequence>(path, value, {{"whole", Sequence::kWhole}, {"steps", Sequence::kSteps}});
-  } else if (key == "maxFrames") {
-    settings.maxFrames = Dim(path, value);
-  } else if (key == "frames") {
-    settings.frames = Text(path, value);
-  } else if (key == "flags") {
-    settings.flags = Text(path, value);
-  } else if (key == "length") {
-    settings.length = Text(path, value);
-  } else if (key == "timeAxis") {
-    settings.timeAxis = IntegerInRange(path, value, 0, VORN_MAX_DIMS - 1);
-  } else if (key == "context") {
-    settings.context = IntegerInRange(path, value, 0, kLargestDim);
-  } else if (key == "states") {
-    settings.states = Named(path, value, R"({"hidden": "hiddenOut"})", Text);
-  } else {
-    throw Failure(VORN_ERROR_CONFIG, "key '", path,
-                  "' is not known; the keys are netType, dims, inputDims, outputDims, constants, "
-                  "rpn, sequence, maxFrames, frames, flags, length, timeAxis, context, states");
-  }
-}
+using Path = const std::string&;
+using Value = const json&;
+
+constexpr Key<ModelSettings> kKeys[] = {
+    {"netType",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.netType = OneOf<vorn_net_type>(path, value,
+                                               {{"feedForward", VORN_NET_FEED_FORWARD},
+                                                {"detection", VORN_NET_DETECTION},
+                                                {"recurrent", VORN_NET_RECURRENT}});
+     }},
+    {"dims",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.dims = Named(path, value, R"({"sequence": 128})", Dim);
+     }},
+    {"inputDims",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.inputDims = Named(path, value, R"({"image": [-1, 3, 224, 224]})", InputShape);
+     }},
+    {"outputDims",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.outputDims = Named(path, value, R"({"boxes": [100, 4]})", OutputShape);
+     }},
+    {"constants",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.constants = Named(path, value, R"({"rate": 16000})", NumberOrNumbers);
+     }},
+    {"rpn", [](Path path, Value value,
+               ModelSettings& settings) { settings.rpn = TextOrTexts(path, value); }},
+    {"sequence",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.sequence =
+           OneOf<Sequence>(path, value, {{"whole", Sequence::kWhole}, {"steps", Sequence::kSteps}});
+     }},
+    {"maxFrames", [](Path path, Value value,
+                     ModelSettings& settings) { settings.maxFrames = Dim(path, value); }},
+    {"frames",
+     [](Path path, Value value, ModelSettings& settings) { settings.frames = Text(path, value); }},
+    {"flags",
+     [](Path path, Value value, ModelSettings& settings) { settings.flags = Text(path, value); }},
+    {"length",
+     [](Path path, Value value, ModelSettings& settings) { settings.length = Text(path, value); }},
+    {"timeAxis",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.timeAxis = IntegerInRange(path, value, 0, VORN_MAX_DIMS - 1);
+     }},
+    {"context",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.context = IntegerInRange(path, value, 0, kLargestDim);
+     }},
+    {"states",
+     [](Path path, Value value, ModelSettings& settings) {
+       settings.states = Named(path, value, R"({"hidden": "hiddenOut"})", Text);
+     }},
+};
 
 }  // namespace
 
 ModelSettings ParseModelSettings(std::string_view text, ModelSettings base) {
-  const json root = ParseJsonObject("'model'", text);
-  for (const auto& [key, value] : root.items()) ReadKey(key, value, base);
+  ReadKeys<ModelSettings>(ParseJsonObject("'model'", text), "model.", kKeys, base);
   return base;
 }
+
+std::vector<std::string_view> ModelSettingsKeys() { return NamesOf<ModelSettings>(kKeys); }
 
 }  // namespace vorn::host

@@ -1,8 +1,8 @@
 // What a model file does not say of itself, and a person has to: settings of one model.
 //
 // They stand in the configuration under the key "model", or in the ONNX file as the text of its
-// metadata property "vorn"; a key of the configuration takes the place of the file's. config.h has
-// the table of the keys.
+// metadata property "vorn"; a key of the configuration takes the place of the file's.
+// docs/host-runtime.md is the reference of the keys, and a test holds it to this file.
 #ifndef VORN_RUNTIME_HOST_CONFIG_MODEL_SETTINGS_H_
 #define VORN_RUNTIME_HOST_CONFIG_MODEL_SETTINGS_H_
 
@@ -22,6 +22,8 @@ struct Number {
   double real = 0;
   int64_t whole = 0;  ///< the same, where `isWhole`
   bool isWhole = true;
+
+  bool operator==(const Number&) const = default;
 };
 
 /// How a recurrent model takes the frames of a sequence.
@@ -48,11 +50,16 @@ struct ModelSettings {
   int64_t timeAxis = 0;   ///< of the frames, where the model takes them whole
   int64_t context = 0;    ///< elements of the frame before that stand in front of a frame
   std::map<std::string, std::string> states;  ///< state input <- state output
+
+  bool operator==(const ModelSettings&) const = default;
 };
 
 /// Reads settings from the text of a JSON object; what it does not mention stays as in `base`.
 /// Fails with VORN_ERROR_CONFIG and what to change.
 ModelSettings ParseModelSettings(std::string_view text, ModelSettings base = {});
+
+/// The keys that it takes, in the order in which messages name them.
+std::vector<std::string_view> ModelSettingsKeys();
 
 }  // namespace vorn::host
 
