@@ -90,6 +90,7 @@ void Model::Rehearse(Timeout timeout) {
     std::vector<BlockView> views;
     for (const TensorDescription& tensor : tensors) {
       const uint64_t bytes = tensor.layout.ItemBytes();
+      if (bytes > MachineMemoryBytes()) throw std::bad_alloc();
       // What is never touched never comes to be.
       blocks.emplace_back(std::calloc(bytes, 1), &std::free);
       if (blocks.back() == nullptr) throw std::bad_alloc();
