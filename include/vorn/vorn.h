@@ -29,14 +29,22 @@
  *
  *  6. Model inputs, by index: the data inputs, then the rpn inputs of a detection model, then the
  *     task buffer (count - 2) and the work buffer (count - 1), scratch blocks that the runtime wants
- *     zero-filled from its caller. The buffers of a dataset stand in index order.
+ *     zero-filled from its caller before the first execution over them. An rpn input is float32 of
+ *     [1, 4] or [4, classes], and its block holds one item whatever the batch. The buffers of a
+ *     dataset stand in index order.
  *  7. The dims record is 1160 bytes without padding: a zero-terminated name of 128 characters, the
  *     number of dimensions, and 128 signed 64-bit dimensions, outermost first, of which the first
- *     `dimCount` count. A dimension that the model leaves open for the batch shows as 1.
+ *     `dimCount` count. There is at least one, and each is at least 1; a dimension that the model
+ *     leaves open for the batch shows as 1.
  *  8. Threads. A context is current on the thread that created it; model, memory and dataset
  *     operations are called from a thread with a current context. Every operation is synchronous.
  *  9. No C++ exception leaves the library, and it writes neither to standard output nor, unless asked
  *     to, to standard error.
+ * 10. Refusals. Before `vorn_init` and after `vorn_finalize`, whatever makes or uses something
+ *     fails. A null handle, a null place for a result, an index beyond its count, the id of no
+ *     loaded model and the number of no device fail too, and nothing else happens. A handle that was
+ *     destroyed or is of another kind should fail likewise; a runtime that trusts its callers may
+ *     leave that undefined.
  */
 #ifndef VORN_VORN_H_
 #define VORN_VORN_H_
@@ -146,7 +154,8 @@ _Static_assert(sizeof(vorn_mdl_io_dims) == 1160, "the dims record is 1160 bytes"
 
 /**
  * Brings the runtime up for the process. `configPath` names a JSON file whose content is the
- * runtime's own. Comes before every other operation.
+ * runtime's own; one that cannot be read is refused. Comes before every other operation, and may
+ * come again after `vorn_finalize`.
  */
 VORN_API vorn_status vorn_init(const char* configPath);
 
@@ -176,7 +185,7 @@ VORN_API vorn_status vorn_rt_get_run_mode(vorn_rt_run_mode* runMode);
 
 /* ---- Runtime memory --------------------------------------------------------------------------- */
 
-/** Allocates `size` bytes, not cleared, that model and caller can both reach. */
+/** Allocates `size` bytes, not cleared, that model and caller can both reach; aligned to 16 bytes. */
 VORN_API vorn_status vorn_rt_malloc(void** block, uint64_t size, vorn_rt_mem_policy policy);
 
 /** Returns a block. A null pointer is harmless. */
@@ -184,7 +193,10 @@ VORN_API vorn_status vorn_rt_free(void* block);
 
 /* ---- Models ----------------------------------------------------------------------------------- */
 
-/** Loads a model from its image of `size` bytes. The image stays where it is until the unload. */
+/**
+ * Loads a model from its image of `size` bytes. The image is only read, and stays where it is until
+ * the unload. One that is no model, or only the first part of one, is refused.
+ */
 VORN_API vorn_status vorn_mdl_load_from_mem(const void* image, uint64_t size, uint32_t* modelId);
 VORN_API vorn_status vorn_mdl_unload(uint32_t modelId);
 
@@ -253,15 +265,26 @@ VORN_API vorn_data_buffer* vorn_mdl_get_dataset_buffer(const vorn_mdl_dataset* d
 
 /* ---- Settings of one input dataset, and execution --------------------------------------------- */
 
-/** Sets how many batch items the dataset's blocks hold. `index` is reserved and 0. */
+/**
+ * Sets how many batch items the dataset's blocks hold; 1 where nobody said. `index` is reserved and
+ * 0. May come before the dataset has all its buffers. Every model takes 1; 0 is refused.
+ */
 VORN_API vorn_status vorn_mdl_set_dynamic_batch_size(uint32_t modelId, vorn_mdl_dataset* dataset,
                                                      uint64_t index, uint64_t batchSize);
 
-/** Sets how many frames of a recurrent model's input count. */
+/**
+ * Sets how many frames of a recurrent model's input count: 1 up to the first dimension of input 0,
+ * and nothing else. What lies in the frames behind them is not read for its value.
+ */
 VORN_API vorn_status vorn_mdl_set_total_t(uint32_t modelId, vorn_mdl_dataset* dataset,
                                           uint64_t totalT);
 
-/** Runs the model over the input blocks and fills the output blocks. Returns when that is done. */
+/**
+ * Runs the model over the input blocks and fills the rows of the output blocks. Returns when that is
+ * done. Data inputs are only read, and executing again over the same ones gives the same outputs. A
+ * dataset with fewer or more buffers than the model has inputs, or outputs, is refused; so is an
+ * input block that is smaller than its batch, and an output block smaller than one item.
+ */
 VORN_API vorn_status vorn_mdl_execute(uint32_t modelId, const vorn_mdl_dataset* input,
                                       vorn_mdl_dataset* output);
 
