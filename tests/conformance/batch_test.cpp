@@ -28,7 +28,7 @@ CONTRACT(Batch, CanBeSaidBeforeThereAreBuffers) {
 
 CONTRACT(Batch, RefusesWhatMeansNothing) {
   Dataset in = model->Inputs(1);
-  EXPECT_NE(SetBatch(in, 0), VORN_SUCCESS);
+  EXPECT_NE(vorn_mdl_set_dynamic_batch_size(model->Id(), in.Handle(), 0, 0), VORN_SUCCESS);
   EXPECT_NE(vorn_mdl_set_dynamic_batch_size(model->Id(), in.Handle(), 1, 1), VORN_SUCCESS);
   EXPECT_NE(vorn_mdl_set_dynamic_batch_size(model->Id(), nullptr, 0, 1), VORN_SUCCESS);
   model->Execute(in);

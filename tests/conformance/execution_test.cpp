@@ -116,7 +116,7 @@ CONTRACT(Execution, RefusesNull) {
   Dataset out = model->Outputs();
   ExpectRefused(nullptr, out, "without inputs");
   EXPECT_NE(vorn_mdl_execute(model->Id(), in.Handle(), nullptr), VORN_SUCCESS);
-  EXPECT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
 }
 
 CONTRACT(Execution, RefusesMoreOrFewerInputs) {
@@ -126,7 +126,7 @@ CONTRACT(Execution, RefusesMoreOrFewerInputs) {
     ExpectRefused(in.Handle(), out, std::to_string(in.Count()) + " input buffers");
     in.Add(tensor.size, tensor.stride, std::byte{0});
   }
-  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "with all input buffers";
+  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute, with all input buffers";
   Dataset untouched = model->Outputs();
   in.Add(64, 64, std::byte{0});
   ExpectRefused(in.Handle(), untouched, "an input buffer more than the model has inputs");
@@ -153,7 +153,7 @@ CONTRACT(Execution, RefusesInputsThatAreTooSmall) {
     }
     ExpectRefused(in.Handle(), out, "input " + std::to_string(small) + " is a byte too small");
   }
-  EXPECT_EQ(Execute(model->Inputs(1), out), VORN_SUCCESS) << "after refusals";
+  EXPECT_EQ(Execute(model->Inputs(1), out), VORN_SUCCESS) << "vorn_mdl_execute, after refusals";
 }
 
 CONTRACT(Execution, RefusesOutputsThatAreTooSmall) {
@@ -167,7 +167,7 @@ CONTRACT(Execution, RefusesOutputsThatAreTooSmall) {
     ExpectRefused(in.Handle(), out, "output " + std::to_string(small) + " is a byte too small");
   }
   Dataset out = model->Outputs();
-  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "after refusals";
+  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute, after refusals";
 }
 
 }  // namespace

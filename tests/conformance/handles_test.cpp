@@ -127,9 +127,10 @@ CONTRACT(HandlesInUse, DestroyedBuffersAreRefused) {
   for (const bool isInput : {true, false}) {
     Dataset in = model->Inputs(1);
     Dataset out = model->Outputs();
-    EXPECT_EQ(Execute(in, out), VORN_SUCCESS);
+    EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
     (isInput ? in : out).DestroyBuffer(0);
-    EXPECT_NE(Execute(in, out), VORN_SUCCESS) << (isInput ? "input" : "output");
+    EXPECT_NE(Execute(in, out), VORN_SUCCESS)
+        << "vorn_mdl_execute, " << (isInput ? "input" : "output");
   }
 }
 
@@ -137,9 +138,10 @@ CONTRACT(HandlesInUse, FreedBlocksAreRefused) {
   for (const bool isInput : {true, false}) {
     Dataset in = model->Inputs(1);
     Dataset out = model->Outputs();
-    EXPECT_EQ(Execute(in, out), VORN_SUCCESS);
+    EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
     (isInput ? in : out).BlockAt(0).Free();
-    EXPECT_NE(Execute(in, out), VORN_SUCCESS) << (isInput ? "input" : "output");
+    EXPECT_NE(Execute(in, out), VORN_SUCCESS)
+        << "vorn_mdl_execute, " << (isInput ? "input" : "output");
   }
 }
 
@@ -152,7 +154,7 @@ CONTRACT(HandlesInUse, DestroyedDatasetsAreRefused) {
   EXPECT_NE(vorn_mdl_execute(model->Id(), in.Handle(), gone), VORN_SUCCESS);
   EXPECT_NE(vorn_mdl_set_dynamic_batch_size(model->Id(), gone, 0, 1), VORN_SUCCESS);
   EXPECT_NE(vorn_mdl_set_total_t(model->Id(), gone, 1), VORN_SUCCESS);
-  EXPECT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
 }
 
 CONTRACT(HandlesInUse, ThreadsWithoutAContextAreRefused) {
@@ -161,10 +163,10 @@ CONTRACT(HandlesInUse, ThreadsWithoutAContextAreRefused) {
   std::thread([&] {
     void* block = nullptr;
     EXPECT_NE(vorn_rt_malloc(&block, 64, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
-    EXPECT_NE(Execute(in, out), VORN_SUCCESS);
+    EXPECT_NE(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
     EXPECT_EQ(vorn_mdl_create_dataset(), nullptr);
   }).join();
-  EXPECT_EQ(Execute(in, out), VORN_SUCCESS);
+  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
 }
 
 CONTRACT(HandlesInUse, DestroyedContextsServeNoLonger) {
@@ -173,12 +175,12 @@ CONTRACT(HandlesInUse, DestroyedContextsServeNoLonger) {
     const Dataset out = model->Outputs();
     void* block = nullptr;
     EXPECT_EQ(vorn_rt_destroy_context(context), VORN_SUCCESS);
-    EXPECT_NE(Execute(in, out), VORN_SUCCESS);
+    EXPECT_NE(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
     EXPECT_NE(vorn_rt_malloc(&block, 64, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
     context = nullptr;
     Require(vorn_rt_create_context(&context, Given().device) == VORN_SUCCESS,
             "vorn_rt_create_context failed");
-    EXPECT_EQ(Execute(in, out), VORN_SUCCESS);
+    EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
   }
 }
 

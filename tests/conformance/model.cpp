@@ -42,8 +42,9 @@ void RequireSense(const Tensor& tensor, const std::string& what) {
   const std::string where = "vorn_mdl_get_" + what + "_";
   Require(tensor.elementBytes != 0, where + "data_type or vorn_data_type_size: no whole bytes");
   Require(!tensor.dims.empty() && tensor.dims.back() > 0, where + "dims: no last dimension");
-  Require(tensor.stride != 0 && tensor.stride >= tensor.RowBytes(),
-          where + "default_stride: less than a row");
+  Require(
+      tensor.stride != 0 && tensor.stride >= tensor.RowBytes(),
+      where + "default_stride: less than a row by " + where + "dims and " + where + "data_type");
   Require(tensor.size != 0 && tensor.size % tensor.stride == 0,
           where + "size_by_index: no whole rows");
 }

@@ -97,9 +97,9 @@ CONTRACT(Recurrent, DoesNotReadFramesThatDoNotCount) {
 
 CONTRACT(Recurrent, RefusesCountsThatItDoesNotTake) {
   Dataset in = Frames(1);
-  EXPECT_NE(SetFrames(in, 0), VORN_SUCCESS);
-  EXPECT_NE(SetFrames(in, MostFrames() + 1), VORN_SUCCESS);
-  EXPECT_NE(SetFrames(in, UINT64_MAX), VORN_SUCCESS);
+  EXPECT_NE(SetFrames(in, 0), VORN_SUCCESS) << "vorn_mdl_set_total_t";
+  EXPECT_NE(SetFrames(in, MostFrames() + 1), VORN_SUCCESS) << "vorn_mdl_set_total_t";
+  EXPECT_NE(SetFrames(in, UINT64_MAX), VORN_SUCCESS) << "vorn_mdl_set_total_t";
   EXPECT_NE(vorn_mdl_set_total_t(model->Id(), nullptr, 1), VORN_SUCCESS);
   Execute(in, MostFrames());
 }
