@@ -34,6 +34,22 @@ CONTRACT(Batch, RefusesWhatMeansNothing) {
   model->Execute(in);
 }
 
+CONTRACT(Batch, RefusesMoreThanItsBlocksHold) {
+  Dataset in;
+  for (const Tensor& tensor : model->inputs()) in.Add(tensor.size, tensor.stride, std::byte{0}, 0);
+  const uint64_t size = model->inputs()[0].size;
+  // The last ones are so large that the bytes of a batch are few again in 64 bits.
+  for (const uint64_t most : {uint64_t{2}, UINT64_MAX, UINT64_MAX / size + 1, uint64_t{1} << 63}) {
+    Dataset out = model->Outputs();
+    const bool isTaken = SetBatch(in, most) == VORN_SUCCESS &&
+                         vorn_mdl_execute(model->Id(), in.Handle(), out.Handle()) == VORN_SUCCESS;
+    EXPECT_FALSE(isTaken) << "vorn_mdl_execute with a batch of " << most << " over blocks of 1";
+    out.CheckGuards();
+  }
+  Require(SetBatch(in, 1) == VORN_SUCCESS, "vorn_mdl_set_dynamic_batch_size to 1 failed");
+  model->Execute(in);
+}
+
 /// The batch of `--batch`.
 class Batches : public Batch {
  protected:
