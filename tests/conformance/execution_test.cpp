@@ -77,14 +77,26 @@ CONTRACT(Execution, SeesWhatIsNewInTheSameBlocks) {
   model->ExpectSame(first, model->Execute(in), 0, "over blocks with the first values again");
 }
 
-CONTRACT(Execution, ServesSeveralDatasetsInTurn) {
-  const Dataset one = model->Inputs(1);
-  const Dataset two = model->Inputs(2);
-  const auto first = model->Execute(one);
-  const auto second = model->Execute(two);
-  for (int round = 0; round < 3; ++round) {
-    model->ExpectSame(first, model->Execute(one), 0, "in turn with another dataset");
-    model->ExpectSame(second, model->Execute(two), 0, "in turn with another dataset");
+CONTRACT(Execution, ServesSeveralInputsInTurn) {
+  const Dataset ins[] = {model->Inputs(1), model->Inputs(2)};
+  const std::vector<Bytes> expected[] = {model->Execute(ins[0]), model->Execute(ins[1])};
+  Dataset out = model->Outputs();
+  for (const size_t turn : {0, 1, 0, 1, 1, 0}) {
+    Require(Execute(ins[turn], out) == VORN_SUCCESS, "vorn_mdl_execute failed");
+    model->ExpectSame(expected[turn], model->Results(out), 0, "in turn with other inputs");
+  }
+}
+
+CONTRACT(Execution, ServesSeveralOutputsInTurn) {
+  const Dataset in = model->Inputs(1);
+  const auto expected = model->Execute(in);
+  Dataset outs[] = {model->Outputs(), model->Outputs()};
+  for (const size_t turn : {0, 1, 0, 1, 1, 0}) {
+    for (size_t i = 0; i < outs[turn].Count(); ++i) {
+      std::ranges::fill(outs[turn].Content(i), kUntouched);
+    }
+    Require(Execute(in, outs[turn]) == VORN_SUCCESS, "vorn_mdl_execute failed");
+    model->ExpectSame(expected, model->Results(outs[turn]), 0, "in turn with other outputs");
   }
 }
 

@@ -3,7 +3,7 @@
 //
 //     feed_forward.onnx   two inputs and three outputs of two types, all rows padded, open batch
 //     fixed_batch.onnx    the same, executed item by item
-//     types.onnx          an input of every element type
+//     types.onnx          an input of every element type, and a name longer than a record holds
 //     detection.onnx      y = max(x, thresholds)
 //     recurrent.onnx      y = all x of the sequence so far
 //     answers/            input<i>.bin, output<i>.bin of feed_forward.onnx, by plain loops
@@ -51,6 +51,8 @@ std::string AllTypes() {
     model.Output("y" + number, type, {"batch", 3});
     model.Node("Identity", {"x" + number}, {"y" + number});
   }
+  const std::string longName(200, 'n');
+  model.Output(longName, kOnnxFloat, {"batch", 3}).Node("Neg", {"x1"}, {longName});
   return model.Image();
 }
 
