@@ -5,7 +5,8 @@
 //     fixed_batch.onnx    the same, executed item by item
 //     types.onnx          an input of every element type, and a name longer than a record holds
 //     detection.onnx      y = max(x, thresholds)
-//     recurrent.onnx      y = all x of the sequence so far
+//     recurrent.onnx      y = all x of the sequence so far, step by step
+//     whole_sequence.onnx the same at once, and the sum of all frames
 //     answers/            input<i>.bin, output<i>.bin of feed_forward.onnx, by plain loops
 #include <array>
 #include <cstdint>
@@ -79,6 +80,20 @@ std::string Recurrent() {
       .Image();
 }
 
+std::string WholeSequence() {
+  return OnnxWriter()
+      .Input("x", kOnnxFloat, {"time", 2})
+      .Output("y", kOnnxFloat, {"time", 2})
+      .Output("all", kOnnxFloat, {1})
+      .Constant<int64_t>("axis", kOnnxInt64, {}, {0})
+      .Constant<int64_t>("flat", kOnnxInt64, {1}, {1})
+      .Node("CumSum", {"x", "axis"}, {"y"})
+      .Node("ReduceSum", {"x"}, {"sum"}, {IntAttribute("keepdims", 0)})
+      .Node("Reshape", {"sum", "flat"}, {"all"})
+      .Metadata("vorn", R"({"netType": "recurrent", "maxFrames": 5})")
+      .Image();
+}
+
 bool Write(const std::filesystem::path& path, const void* bytes, size_t size) {
   std::ofstream file(path, std::ios::binary);
   file.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
@@ -126,6 +141,7 @@ int main(int argc, char** argv) {
       Write(folder / "fixed_batch.onnx", FeedForward(1)) &&
       Write(folder / "types.onnx", AllTypes()) && Write(folder / "detection.onnx", Detection()) &&
       Write(folder / "recurrent.onnx", Recurrent()) &&
+      Write(folder / "whole_sequence.onnx", WholeSequence()) &&
       Write(folder / "config.json", std::string("{}")) && WriteAnswers(folder / "answers");
   if (!isWritten) std::fprintf(stderr, "conformance-models: %s cannot be written\n", argv[1]);
   return isWritten ? 0 : 1;
