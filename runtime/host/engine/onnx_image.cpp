@@ -163,13 +163,17 @@ void ForEachField(Bytes message, uint32_t number, Visit visit) {
   }
 }
 
-/// Whether a value (name 1, type 2) is a tensor (type 1) with a shape (2).
+/// Calls `visit` with the shape (2) of a value (name 1, type 2) that is a tensor (type 1).
+template <typename Visit>
+void ForEachShape(Bytes value, Visit visit) {
+  ForEachField(value, 2, [&](Bytes type) {
+    ForEachField(type, 1, [&](Bytes tensor) { ForEachField(tensor, 2, visit); });
+  });
+}
+
 bool HasShape(Bytes value) {
   bool found = false;
-  ForEachField(value, 2, [&](Bytes type) {
-    ForEachField(type, 1,
-                 [&](Bytes tensor) { ForEachField(tensor, 2, [&](Bytes) { found = true; }); });
-  });
+  ForEachShape(value, [&](Bytes) { found = true; });
   return found;
 }
 
@@ -194,6 +198,20 @@ OnnxImageFacts InspectOnnxImage(Bytes image) {
     });
   });
   return facts;
+}
+
+std::set<std::string> OpenDimNames(Bytes image) {
+  std::set<std::string> names;
+  const auto visitShape = [&](Bytes shape) {
+    ForEachField(shape, 1, [&](Bytes dim) {  // size 1 or name 2
+      const std::string name = TextOf(dim, 2);
+      if (!name.empty()) names.insert(name);
+    });
+  };
+  ForEachField(image, 7, [&](Bytes graph) {
+    ForEachField(graph, 11, [&](Bytes input) { ForEachShape(input, visitShape); });
+  });
+  return names;
 }
 
 std::optional<std::string> FindMetadata(Bytes image, std::string_view name) {

@@ -1,10 +1,10 @@
 // What a model image says about itself before anything of it is executed.
 //
 // An image is an ONNX file: one protocol-buffers message. It is walked here, without being kept,
-// for properties that somebody wrote into it, which are wanted before it is opened, and for the two
-// facts that the engine does not tell: whether a weight lies in another file, which an image in
-// memory must never make us open, and which inputs say nothing of their shape (the engine shows
-// those like inputs without dimensions).
+// for properties that somebody wrote into it, which are wanted before it is opened, and for facts
+// that the engine does not tell: which dimensions had a name before they got a size, whether a
+// weight lies in another file, which an image in memory must never make us open, and which inputs
+// say nothing of their shape (the engine shows those like inputs without dimensions).
 //
 //     image   := field*                           field := tag payload
 //     tag     := varint(number << 3 | wire type)
@@ -34,6 +34,9 @@ OnnxImageFacts InspectOnnxImage(std::span<const std::byte> image);
 /// The text of a metadata property of the model; nothing if it has none of that name. Fails
 /// likewise.
 std::optional<std::string> FindMetadata(std::span<const std::byte> image, std::string_view name);
+
+/// The names of dimensions that inputs of the main graph leave open. Fails likewise.
+std::set<std::string> OpenDimNames(std::span<const std::byte> image);
 
 }  // namespace vorn::host
 

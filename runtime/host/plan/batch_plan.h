@@ -71,6 +71,7 @@ class BatchPlan : public Plan {
   std::vector<Shape> ShowOutputShapes(ClosedShapes& shapes);
   std::vector<Shape> Try(const std::vector<Shape>& inputShapes);
   void LeaveOutEmptyOutputs();
+  void LogOpenInputs() const;
   void CheckInputs(const Call& call);
   void CheckOutputs(const Call& call);
   void SetRunItems(uint64_t items);

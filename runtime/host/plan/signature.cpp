@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <set>
+#include <string>
 
 #include "host/common/failure.h"
 #include "host/common/log.h"
@@ -15,6 +16,7 @@ namespace {
 DeclaredTensor WithDims(DeclaredTensor tensor, const Shape& given) {
   if (!tensor.isShapeKnown) tensor.shape.resize(given.size());
   tensor.isShapeKnown = true;
+  const DeclaredShape declared = tensor.shape;
   bool fits = given.size() == tensor.shape.size();
   for (size_t i = 0; fits && i < given.size(); ++i) {
     DeclaredDim& dim = tensor.shape[i];
@@ -23,7 +25,7 @@ DeclaredTensor WithDims(DeclaredTensor tensor, const Shape& given) {
   }
   if (!fits) {
     throw Failure(VORN_ERROR_MODEL, "'inputDims' gives '", tensor.name, "' the shape ",
-                  ShapeText(given), ", which is not one of the model's");
+                  ShapeText(given), ", but the model declares ", ShapeText(declared));
   }
   return tensor;
 }
@@ -41,7 +43,7 @@ class Ports {
     const auto found = Find(name);
     if (found == ports_.end()) {
       throw Failure(VORN_ERROR_MODEL, "'", key, "' names '", name, "', but the model has no ",
-                    kind_, " of that name");
+                    kind_, " of that name; it has ", Names());
     }
     return *found;
   }
@@ -65,6 +67,12 @@ class Ports {
   }
 
  private:
+  std::string Names() const {
+    std::string names;
+    for (const Port& port : ports_) names += (names.empty() ? "'" : ", '") + port.tensor.name + "'";
+    return names.empty() ? "none" : names;
+  }
+
   std::vector<Port>::iterator Find(const std::string& name) {
     return std::find_if(ports_.begin(), ports_.end(),
                         [&](const Port& port) { return port.tensor.name == name; });

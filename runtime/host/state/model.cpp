@@ -1,14 +1,13 @@
 // Opening a model and choosing its plan.
 #include "host/state/model.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <memory>
 #include <new>
 #include <optional>
+#include <set>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "host/common/failure.h"
@@ -23,26 +22,25 @@
 namespace vorn::host {
 namespace {
 
-bool HasSymbol(const std::vector<DeclaredTensor>& tensors, std::string_view name) {
-  return std::any_of(tensors.begin(), tensors.end(), [&](const DeclaredTensor& tensor) {
-    return std::any_of(tensor.shape.begin(), tensor.shape.end(),
-                       [&](const DeclaredDim& dim) { return dim.symbol == name; });
-  });
-}
-
-void LogUnusedSizes(const Session& session, const Config& config) {
+/// Not refused, since a configuration serves every model.
+void LogUnusedSizes(std::span<const std::byte> image, const Config& config) {
+  if (config.dims.empty()) return;
+  const std::set<std::string> open = OpenDimNames(image);
+  std::string names;
+  for (const std::string& name : open) names += (names.empty() ? "'" : ", '") + name + "'";
   for (const auto& [name, size] : config.dims) {
-    if (HasSymbol(session.inputs(), name)) continue;
-    Log(LogLevel::kInfo, "vorn_mdl_load_from_mem",
-        Join("'dims' gives '", name, "' the size ", size, ", but no input leaves it open"));
+    if (open.contains(name)) continue;
+    Log(LogLevel::kError, "vorn_mdl_load_from_mem",
+        Join("'dims' gives '", name, "' the size ", size, ", but no input has it; the names are ",
+             names.empty() ? "none" : names));
   }
 }
 
 /// What the file says of itself, and the configuration over it.
 ModelSettings SettingsFor(std::span<const std::byte> image, const Config& config) {
   ModelSettings settings;
+  const std::optional<std::string> own = FindMetadata(image, "vorn");
   try {
-    const std::optional<std::string> own = FindMetadata(image, "vorn");
     if (own) settings = ParseModelSettings(*own);
   } catch (const Failure& e) {
     throw Failure(VORN_ERROR_MODEL, e.what(), " (in the model's metadata 'vorn')");
@@ -67,7 +65,7 @@ void Model::Open(Engine& engine, std::span<const std::byte> image, const Config&
   if (session_->outputs().empty()) {
     throw Failure(VORN_ERROR_MODEL, "the model has no output; there is nothing to execute it for");
   }
-  LogUnusedSizes(*session_, effective);
+  LogUnusedSizes(image, effective);
   netType_ = settings.netType;
   Signature signature = SignatureOf(*session_, settings);
   WithinTime(timeout, [&] {

@@ -123,4 +123,14 @@ std::string ShapeText(std::span<const int64_t> shape) {
   return text + "]";
 }
 
+std::string ShapeText(const DeclaredShape& declared) {
+  std::string text = "[";
+  for (size_t i = 0; i < declared.size(); ++i) {
+    const DeclaredDim& dim = declared[i];
+    if (i != 0) text += ", ";
+    text += dim.size >= 0 ? std::to_string(dim.size) : dim.symbol.empty() ? "?" : dim.symbol;
+  }
+  return text + "]";
+}
+
 }  // namespace vorn::host

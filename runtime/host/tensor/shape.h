@@ -62,6 +62,9 @@ Shape WithDim(Shape shape, std::optional<size_t> axis, uint64_t size);
 /// "[1, 3, ?]" for messages.
 std::string ShapeText(std::span<const int64_t> shape);
 
+/// "[batch, 3, ?]", the last one open and without a name.
+std::string ShapeText(const DeclaredShape& declared);
+
 }  // namespace vorn::host
 
 #endif  // VORN_RUNTIME_HOST_TENSOR_SHAPE_H_

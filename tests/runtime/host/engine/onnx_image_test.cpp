@@ -40,6 +40,17 @@ TEST(FindMetadata, FindsTheTextByItsName) {
   EXPECT_THROW(FindMetadata(bytes.first(bytes.size() - 1), "b"), Failure);
 }
 
+TEST(OpenDimNames, AreThoseOfInputsOnceEach) {
+  const std::string image = OnnxWriter()
+                                .Input("a", kOnnxFloat, {"n", 3, "", "width"})
+                                .Input("b", kOnnxFloat, {"n"})
+                                .ShapelessInput("c", kOnnxFloat)
+                                .Output("y", kOnnxFloat, {"count"})
+                                .Node("Relu", {"a"}, {"y"})
+                                .Image();
+  EXPECT_EQ(OpenDimNames(std::as_bytes(std::span(image))), (std::set<std::string>{"n", "width"}));
+}
+
 TEST(InspectOnnxImage, FindsNothingSpecialInAPlainModel) {
   const OnnxImageFacts facts = Inspect(Relu().Image());
   EXPECT_TRUE(facts.hasGraph);

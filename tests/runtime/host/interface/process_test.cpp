@@ -1,4 +1,6 @@
 // The runtime as a whole, device, context, stream, memory.
+#include <gmock/gmock.h>
+
 #include <cstdlib>
 #include <sstream>
 #include <string>
@@ -101,6 +103,10 @@ TEST(HostProcess, TellsEveryFaultOnceAndOnOneLine) {
     ++count;
   }
   EXPECT_EQ(count, 2);
+}
+
+TEST(HostProcess, BlamesNoMetadataForGarbage) {
+  EXPECT_THAT(WrittenOverRefusedModels("1"), testing::Not(testing::HasSubstr("metadata")));
 }
 
 TEST(HostProcess, MarksEveryLineOfAFullLog) {

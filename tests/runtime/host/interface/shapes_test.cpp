@@ -351,4 +351,54 @@ TEST_F(HostShapes, KeysOfAnotherNetTypeAreRefused) {
   }
 }
 
+// ---- What the log says of them
+// -------------------------------------------------------------------
+
+OnnxWriter Picture() {
+  return OnnxWriter()
+      .Input("image", kOnnxFloat, {"batch", 3, "height", ""})
+      .Input("scale", kOnnxFloat, {1})
+      .Output("y", kOnnxFloat, {"batch", 3, "height", ""})
+      .Node("Mul", {"image", "scale"}, {"y"});
+}
+
+TEST_F(HostShapes, ThatCountAsOneAreToldByName) {
+  EXPECT_THAT(LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }),
+              HasSubstr("open dimensions count as 1 in 'image' [batch, 3, height, ?]; give them"));
+  Restart(R"({"dims": {"height": 2}, "model": {"inputDims": {"image": [-1, -1, -1, 5]}}})");
+  EXPECT_EQ(LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }), "");
+}
+
+TEST_F(HostShapes, OfABatchAloneAreNothingToTell) {
+  EXPECT_EQ(LogOf([&] {
+              EXPECT_EQ(Load(OnnxWriter()
+                                 .Input("x", kOnnxFloat, {"n", 2})
+                                 .Output("y", kOnnxFloat, {"n", 2})
+                                 .Node("Relu", {"x"}, {"y"})),
+                        VORN_SUCCESS);
+            }),
+            "");
+}
+
+TEST_F(HostShapes, ThatNobodyLeavesOpenAreTold) {
+  Restart(R"({"dims": {"height": 2}, "model": {"dims": {"width": 320}}})");
+  EXPECT_THAT(LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }),
+              HasSubstr("'dims' gives 'width' the size 320, but no input has it; the names are "
+                        "'batch', 'height'\n"));
+}
+
+TEST_F(HostShapes, ThatContradictTheModelAreShownBesideIt) {
+  Restart(R"({"model": {"inputDims": {"image": [-1, 4, 2, 5]}}})");
+  EXPECT_THAT(Refusal(Picture()),
+              HasSubstr("'inputDims' gives 'image' the shape [?, 4, 2, 5], but the model declares "
+                        "[batch, 3, height, ?]"));
+}
+
+TEST_F(HostShapes, OfAnUnknownInputBringUpTheKnownOnes) {
+  Restart(R"({"model": {"inputDims": {"picture": [1]}}})");
+  EXPECT_THAT(Refusal(Picture()),
+              HasSubstr("'inputDims' names 'picture', but the model has no input "
+                        "of that name; it has 'image', 'scale'"));
+}
+
 }  // namespace
