@@ -66,16 +66,27 @@ struct Tensor {
   uint64_t stride = 0;
 };
 
-using Query = uint64_t (*)(const vorn_mdl_desc*, uint64_t);
-using Dims = vorn_status (*)(const vorn_mdl_desc*, uint64_t, vorn_mdl_io_dims*);
-using Type = vorn_data_type (*)(const vorn_mdl_desc*, uint64_t);
+/// The queries for one side of a model.
+struct Side {
+  uint64_t (*count)(const vorn_mdl_desc*);
+  uint64_t (*size)(const vorn_mdl_desc*, uint64_t);
+  uint64_t (*stride)(const vorn_mdl_desc*, uint64_t);
+  vorn_status (*dims)(const vorn_mdl_desc*, uint64_t, vorn_mdl_io_dims*);
+  vorn_data_type (*type)(const vorn_mdl_desc*, uint64_t);
+};
+
+constexpr Side kInputs = {vorn_mdl_get_num_inputs, vorn_mdl_get_input_size_by_index,
+                          vorn_mdl_get_input_default_stride, vorn_mdl_get_input_dims,
+                          vorn_mdl_get_input_data_type};
+constexpr Side kOutputs = {vorn_mdl_get_num_outputs, vorn_mdl_get_output_size_by_index,
+                           vorn_mdl_get_output_default_stride, vorn_mdl_get_output_dims,
+                           vorn_mdl_get_output_data_type};
 
 /// What is described of one tensor, once it has been found to fit together.
-Tensor CheckTensor(const vorn_mdl_desc* desc, uint64_t index, Query size, Query stride, Dims dims,
-                   Type type) {
-  const Tensor tensor = {.size = size(desc, index), .stride = stride(desc, index)};
+Tensor CheckTensor(const vorn_mdl_desc* desc, const Side& side, uint64_t index) {
+  const Tensor tensor = {.size = side.size(desc, index), .stride = side.stride(desc, index)};
   vorn_mdl_io_dims record;
-  RequireSuccess(dims(desc, index, &record), "get_dims");
+  RequireSuccess(side.dims(desc, index, &record), "get_dims");
   Require(std::memchr(record.name, 0, sizeof(record.name)) != nullptr, "an unterminated name");
   Require(record.dimCount >= 1 && record.dimCount <= VORN_MAX_DIMS, "the count of dimensions");
   uint64_t rows = 1;
@@ -84,35 +95,18 @@ Tensor CheckTensor(const vorn_mdl_desc* desc, uint64_t index, Query size, Query 
     if (i + 1 < record.dimCount) rows *= static_cast<uint64_t>(record.dims[i]);
   }
   const auto width = static_cast<uint64_t>(record.dims[record.dimCount - 1]);
-  const uint64_t bits = vorn_data_type_size(type(desc, index));
+  const uint64_t bits = vorn_data_type_size(side.type(desc, index));
   Require(bits != 0, "an unknown element type");
   Require(tensor.stride >= width * bits / 8, "a stride shorter than the row");
   Require(tensor.size == rows * tensor.stride, "a size that is not rows * stride");
   return tensor;
 }
 
-std::vector<Tensor> CheckInputs(const vorn_mdl_desc* desc) {
+std::vector<Tensor> CheckTensors(const vorn_mdl_desc* desc, const Side& side, uint64_t least) {
   std::vector<Tensor> tensors;
-  const uint64_t count = vorn_mdl_get_num_inputs(desc);
-  Require(count >= 2, "a model without task and work buffer");
-  for (uint64_t i = 0; i < count; ++i) {
-    tensors.push_back(CheckTensor(desc, i, vorn_mdl_get_input_size_by_index,
-                                  vorn_mdl_get_input_default_stride, vorn_mdl_get_input_dims,
-                                  vorn_mdl_get_input_data_type));
-  }
-  return tensors;
-}
-
-std::vector<Tensor> CheckOutputs(const vorn_mdl_desc* desc) {
-  std::vector<Tensor> tensors;
-  const uint64_t count = vorn_mdl_get_num_outputs(desc);
-  Require(count >= 1, "a model without outputs");
-  for (uint64_t i = 0; i < count; ++i) {
-    tensors.push_back(CheckTensor(desc, i, vorn_mdl_get_output_size_by_index,
-                                  vorn_mdl_get_output_default_stride, vorn_mdl_get_output_dims,
-                                  vorn_mdl_get_output_data_type));
-    Require(vorn_mdl_get_output_name_by_index(desc, i) != nullptr, "an output without a name");
-  }
+  const uint64_t count = side.count(desc);
+  Require(count >= least, "a model without outputs, or without task and work buffer");
+  for (uint64_t i = 0; i < count; ++i) tensors.push_back(CheckTensor(desc, side, i));
   return tensors;
 }
 
@@ -176,7 +170,7 @@ void ModelImage(std::span<const uint8_t> bytes) {
   if (status == VORN_SUCCESS) {
     vorn_mdl_desc* desc = vorn_mdl_create_desc();
     RequireSuccess(vorn_mdl_get_desc(desc, modelId), "vorn_mdl_get_desc");
-    Execute(modelId, CheckInputs(desc), CheckOutputs(desc));
+    Execute(modelId, CheckTensors(desc, kInputs, 2), CheckTensors(desc, kOutputs, 1));
     RequireSuccess(vorn_mdl_destroy_desc(desc), "vorn_mdl_destroy_desc");
     RequireSuccess(vorn_mdl_unload(modelId), "vorn_mdl_unload");
   }

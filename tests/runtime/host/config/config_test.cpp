@@ -7,7 +7,7 @@
 #include <fstream>
 #include <string>
 
-#include "host/common/failure.h"
+#include "runtime/host/refusal.h"
 
 namespace vorn::host {
 namespace {
@@ -16,23 +16,11 @@ using testing::HasSubstr;
 
 /// The reason why the text is refused; empty if it is not.
 std::string Refusal(const std::string& text) {
-  try {
-    ParseConfig(text);
-    return "";
-  } catch (const Failure& e) {
-    EXPECT_EQ(e.status(), VORN_ERROR_CONFIG);
-    return e.what();
-  }
+  return ReasonOf(VORN_ERROR_CONFIG, [&] { ParseConfig(text); });
 }
 
 std::string FileRefusal(const std::string& path) {
-  try {
-    ReadConfigFile(path.c_str());
-    return "";
-  } catch (const Failure& e) {
-    EXPECT_EQ(e.status(), VORN_ERROR_CONFIG);
-    return e.what();
-  }
+  return ReasonOf(VORN_ERROR_CONFIG, [&] { ReadConfigFile(path.c_str()); });
 }
 
 TEST(ParseConfig, TakesAnEmptyObject) {

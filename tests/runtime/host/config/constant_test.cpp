@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "host/common/failure.h"
 #include "host/tensor/element_type.h"
+#include "runtime/host/refusal.h"
 
 namespace vorn::host {
 namespace {
@@ -28,13 +28,7 @@ std::vector<Value> Encode(vorn_data_type type, const Shape& shape,
 }
 
 std::string Refusal(vorn_data_type type, const Shape& shape, const std::vector<Number>& numbers) {
-  try {
-    EncodeConstant("c", type, shape, numbers);
-    return "";
-  } catch (const Failure& e) {
-    EXPECT_EQ(e.status(), VORN_ERROR_CONFIG);
-    return e.what();
-  }
+  return ReasonOf(VORN_ERROR_CONFIG, [&] { EncodeConstant("c", type, shape, numbers); });
 }
 
 TEST(EncodeConstant, TakesANumberForEachElementOrOneForAll) {

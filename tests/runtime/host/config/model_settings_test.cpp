@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/common/failure.h"
+#include "runtime/host/refusal.h"
 
 namespace vorn::host {
 namespace {
@@ -11,13 +11,7 @@ namespace {
 using testing::HasSubstr;
 
 std::string Refusal(const std::string& text) {
-  try {
-    ParseModelSettings(text);
-    return "";
-  } catch (const Failure& e) {
-    EXPECT_EQ(e.status(), VORN_ERROR_CONFIG);
-    return e.what();
-  }
+  return ReasonOf(VORN_ERROR_CONFIG, [&] { ParseModelSettings(text); });
 }
 
 TEST(ParseModelSettings, TakesAnEmptyObject) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "host/common/failure.h"
+#include "runtime/host/refusal.h"
 #include "support/onnx_writer.h"
 
 namespace vorn::host {
@@ -16,13 +17,7 @@ OnnxImageFacts Inspect(const std::string& image) {
 }
 
 std::string Refusal(const std::string& image) {
-  try {
-    Inspect(image);
-    return "";
-  } catch (const Failure& e) {
-    EXPECT_EQ(e.status(), VORN_ERROR_MODEL);
-    return e.what();
-  }
+  return ReasonOf(VORN_ERROR_MODEL, [&] { Inspect(image); });
 }
 
 OnnxWriter Relu() {

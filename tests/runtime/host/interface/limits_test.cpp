@@ -158,24 +158,28 @@ TEST_F(HostLimits, ConstantsAreNotWorkedOutBesideTheLimit) {
 
 // ---- Time ---------------------------------------------------------------------------------------
 
+/// The body of a loop that adds `step` to a number in every turn.
+std::string Adding(const char* step) {
+  return OnnxWriter()
+      .Input("turn", kOnnxInt64, {})
+      .Input("going", kOnnxBool, {})
+      .Input("from", kOnnxFloat, {1})
+      .Output("still", kOnnxBool, {})
+      .Output("to", kOnnxFloat, {1})
+      .Node("Identity", {"going"}, {"still"})
+      .Node("Add", {"from", step}, {"to"})
+      .Graph();
+}
+
 /// Counts up to `turns`, of which there may be as many as 64 bits hold.
 OnnxWriter Turning() {
-  const std::string body = OnnxWriter()
-                               .Input("turn", kOnnxInt64, {})
-                               .Input("going", kOnnxBool, {})
-                               .Input("from", kOnnxFloat, {1})
-                               .Output("still", kOnnxBool, {})
-                               .Output("to", kOnnxFloat, {1})
-                               .Node("Identity", {"going"}, {"still"})
-                               .Node("Add", {"from", "one"}, {"to"})
-                               .Graph();
   return OnnxWriter()
       .Input("turns", kOnnxInt64, {1})
       .Constant<float>("one", kOnnxFloat, {1}, {1})
       .Constant<uint8_t>("yes", kOnnxBool, {}, {1})
       .Constant<float>("zero", kOnnxFloat, {1}, {0})
       .Output("count", kOnnxFloat, {1})
-      .Node("Loop", {"turns", "yes", "zero"}, {"count"}, {GraphAttribute("body", body)});
+      .Node("Loop", {"turns", "yes", "zero"}, {"count"}, {GraphAttribute("body", Adding("one"))});
 }
 
 TEST_F(HostLimits, AnExecutionThatTakesTooLongIsEnded) {
@@ -197,20 +201,11 @@ TEST_F(HostLimits, AnExecutionThatTakesTooLongIsEnded) {
 
 /// Turns forever whatever its input is, and does not say what it gives: it takes a trial to know.
 OnnxWriter Endless() {
-  const std::string body = OnnxWriter()
-                               .Input("turn", kOnnxInt64, {})
-                               .Input("going", kOnnxBool, {})
-                               .Input("from", kOnnxFloat, {1})
-                               .Output("still", kOnnxBool, {})
-                               .Output("to", kOnnxFloat, {1})
-                               .Node("Identity", {"going"}, {"still"})
-                               .Node("Add", {"from", "x"}, {"to"})
-                               .Graph();
   return OnnxWriter()
       .Input("x", kOnnxFloat, {1})
       .Constant<uint8_t>("yes", kOnnxBool, {}, {1})
       .ShapelessOutput("y", kOnnxFloat)
-      .Node("Loop", {"", "yes", "x"}, {"y"}, {GraphAttribute("body", body)});
+      .Node("Loop", {"", "yes", "x"}, {"y"}, {GraphAttribute("body", Adding("x"))});
 }
 
 TEST_F(HostLimits, ATrialThatTakesTooLongIsEnded) {

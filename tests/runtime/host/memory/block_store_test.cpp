@@ -10,7 +10,7 @@
 #include <random>
 #include <vector>
 
-#include "host/common/failure.h"
+#include "runtime/host/refusal.h"
 
 namespace vorn::host {
 namespace {
@@ -18,12 +18,7 @@ namespace {
 const auto machine = std::make_shared<MemoryBudget>();
 
 vorn_status StatusOfAllocating(BlockStore& blocks, uint64_t size) {
-  try {
-    blocks.Allocate(size, machine);
-    return VORN_SUCCESS;
-  } catch (const Failure& e) {
-    return e.status();
-  }
+  return StatusOf([&] { blocks.Allocate(size, machine); });
 }
 
 TEST(BlockStore, AllocatesAlignedBlocksOfAnySize) {

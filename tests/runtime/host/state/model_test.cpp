@@ -11,6 +11,7 @@
 
 #include "host/common/failure.h"
 #include "host/tensor/element_type.h"
+#include "runtime/host/refusal.h"
 
 namespace vorn::host {
 namespace {
@@ -122,12 +123,8 @@ class ModelTest : public testing::Test {
           {scratch.data() + ((i - 1) << 16), 1 << 16, description->inputs[i].layout.stride});
     }
     const std::vector<BlockView> outputs = {{out.data(), out.size(), stride}};
-    try {
-      model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch}, timeout);
-      return VORN_SUCCESS;
-    } catch (const Failure& e) {
-      return e.status();
-    }
+    return StatusOf(
+        [&] { model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch}, timeout); });
   }
 
   /// The output as it has to be: `rows` rows of the input, padding left alone.
