@@ -83,12 +83,13 @@ void Model::Execute(const Call& call, Timeout timeout) {
 }
 
 void Model::Rehearse(Timeout timeout) {
+  const uint64_t most = budget_ == nullptr ? MachineMemoryBytes() : budget_->limit();
   std::vector<std::unique_ptr<void, decltype(&std::free)>> blocks;
   const auto zeros = [&](const std::vector<TensorDescription>& tensors) {
     std::vector<BlockView> views;
     for (const TensorDescription& tensor : tensors) {
       const uint64_t bytes = tensor.layout.ItemBytes();
-      if (bytes > MachineMemoryBytes()) throw std::bad_alloc();
+      if (bytes > most) throw std::bad_alloc();
       // What is never touched never comes to be.
       blocks.emplace_back(std::calloc(bytes, 1), &std::free);
       if (blocks.back() == nullptr) throw std::bad_alloc();
