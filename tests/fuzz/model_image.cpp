@@ -18,8 +18,7 @@
 namespace fuzz {
 namespace {
 
-constexpr uint64_t kDeviceBytes = 64 << 20;
-constexpr const char* kConfig = R"({"memoryLimit": 67108864, "probe": 5})";
+constexpr unsigned long long kDeviceBytes = 64 << 20;
 constexpr uint32_t kSeconds = 1;
 constexpr uint64_t kMostBlockBytes = 4 << 20;  // larger tensors are described and not executed
 constexpr int kRunsBetweenAudits = 32;
@@ -39,7 +38,7 @@ void BringUp() {
     char path[] = "/tmp/vorn_fuzz.XXXXXX";
     const int file = mkstemp(path);
     std::FILE* config = fdopen(file, "w");
-    std::fputs(kConfig, config);
+    std::fprintf(config, R"({"memoryLimit": %llu, "probe": 5})", kDeviceBytes);
     std::fclose(config);
     RequireSuccess(vorn_init(path), "vorn_init");
     std::remove(path);

@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
@@ -101,40 +104,43 @@ void MutateBytes(std::string& bytes) {
   bytes.resize(LLVMFuzzerMutate(reinterpret_cast<uint8_t*>(bytes.data()), size, bytes.size()));
 }
 
-void MutateOnce(Fields& fields, std::minstd_rand& random) {
+/// Another number, or other bytes; a message stays as it is.
+void ChangeValue(Field& field, std::minstd_rand& random) {
   static constexpr uint64_t kNumbers[] = {0,         1,          2,         7,          255,
                                           1 << 16,   INT32_MAX,  1U << 31,  UINT32_MAX, 1ULL << 40,
                                           INT64_MAX, 1ULL << 63, UINT64_MAX};
+  if (field.wireType() == kVarint) {
+    const bool isNearby = random() % 2 != 0;
+    field.value =
+        isNearby ? field.value + random() % 5 - 2 : kNumbers[random() % std::size(kNumbers)];
+    return;
+  }
+  if (!field.message.empty()) return;
+  MutateBytes(field.bytes);
+  if (field.wireType() == kFixed64) field.bytes.resize(8);
+  if (field.wireType() == kFixed32) field.bytes.resize(4);
+}
+
+void MutateOnce(Fields& fields, std::minstd_rand& random) {
   std::vector<std::pair<Fields*, size_t>> all;
   Collect(fields, all);
   if (all.empty()) return;
   const auto [list, index] = all[random() % all.size()];
-  Field& field = (*list)[index];
+  const auto place = list->begin() + static_cast<std::ptrdiff_t>(index);
+  const auto [otherList, otherIndex] = all[random() % all.size()];
+  const Field other = (*otherList)[otherIndex];
   switch (random() % 6) {
     case 0:
-      list->erase(list->begin() + static_cast<std::ptrdiff_t>(index));
+      list->erase(place);
       break;
-    case 1: {
-      const Field twin = field;
-      list->insert(list->begin() + static_cast<std::ptrdiff_t>(random() % (list->size() + 1)),
-                   twin);
+    case 1:
+      list->insert(place, Field(*place));
       break;
-    }
-    case 2: {
-      const auto [otherList, otherIndex] = all[random() % all.size()];
-      const Field other = (*otherList)[otherIndex];
-      field = other;
+    case 2:
+      *place = other;
       break;
-    }
     default:
-      if (field.wireType() == kVarint) {
-        field.value = random() % 2 == 0 ? kNumbers[random() % std::size(kNumbers)]
-                                        : field.value + random() % 5 - 2;
-      } else if (field.message.empty()) {
-        MutateBytes(field.bytes);
-        if (field.wireType() == kFixed64) field.bytes.resize(8);
-        if (field.wireType() == kFixed32) field.bytes.resize(4);
-      }
+      ChangeValue(*place, random);
       break;
   }
 }

@@ -22,6 +22,14 @@ std::string Join(const Parts&... parts) {
   return text.str();
 }
 
+/// "'a', 'b'", or "none".
+template <typename Names>
+std::string Quoted(const Names& names) {
+  std::string text;
+  for (const auto& name : names) text += Join(text.empty() ? "'" : ", '", name, "'");
+  return text.empty() ? "none" : text;
+}
+
 /// A status other than 0, and the reason: what was wrong, the value seen, what to change.
 class Failure : public std::runtime_error {
  public:

@@ -32,10 +32,6 @@ GraphOptimization Optimization(const std::string& key, const json& value) {
                                    {"all", GraphOptimization::kAll}});
 }
 
-int64_t Dim(const std::string& key, const json& value) {
-  return IntegerInRange(key, value, 1, INT32_MAX);
-}
-
 /// The text of the section, once it has been read without a fault: the metadata of a model may come
 /// to stand below it later on.
 std::string ModelSection(const json& value) {
@@ -43,9 +39,6 @@ std::string ModelSection(const json& value) {
   static_cast<void>(ParseModelSettings(text));
   return text;
 }
-
-using Path = const std::string&;
-using Value = const json&;
 
 constexpr Key<Config> kKeys[] = {
     {"threads",

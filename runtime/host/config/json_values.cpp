@@ -47,4 +47,8 @@ std::string Text(const std::string& key, const json& value) {
   throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give a name in quotes");
 }
 
+int64_t Dim(const std::string& key, const json& value) {
+  return IntegerInRange(key, value, 1, kLargestDim);
+}
+
 }  // namespace vorn::host

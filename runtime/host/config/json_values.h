@@ -29,6 +29,11 @@ int64_t IntegerInRange(const std::string& key, const nlohmann::json& value, int6
                        int64_t most);
 std::string Text(const std::string& key, const nlohmann::json& value);
 
+inline constexpr int64_t kLargestDim = INT32_MAX;
+
+/// The size of a dimension, from 1 on.
+int64_t Dim(const std::string& key, const nlohmann::json& value);
+
 /// An object with a value of one kind for each name: Named(key, value, example, read), where
 /// `read(keyAndName, member)` makes the value and `example` is one that would do.
 template <typename Read>
@@ -57,11 +62,14 @@ Meaning OneOf(const std::string& key, const nlohmann::json& value,
   throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give ", known);
 }
 
+using Path = const std::string&;
+using Value = const nlohmann::json&;
+
 /// A key that an object may have, and how its value comes into a target.
 template <typename Target>
 struct Key {
   std::string_view name;
-  void (*read)(const std::string& path, const nlohmann::json& value, Target& target);
+  void (*read)(Path path, Value value, Target& target);
 };
 
 template <typename Target>

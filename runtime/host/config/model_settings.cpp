@@ -8,12 +8,6 @@ namespace {
 
 using nlohmann::json;
 
-constexpr int64_t kLargestDim = INT32_MAX;
-
-int64_t Dim(const std::string& key, const json& value) {
-  return IntegerInRange(key, value, 1, kLargestDim);
-}
-
 int64_t DimOrNone(const std::string& key, const json& value) {
   return IntegerInRange(key, value, 0, kLargestDim);
 }
@@ -64,9 +58,6 @@ std::vector<Number> NumberOrNumbers(const std::string& key, const json& value) {
   if (value.is_array()) return List(key, value, "[1, 2]", ReadNumber);
   return {ReadNumber(key, value)};
 }
-
-using Path = const std::string&;
-using Value = const json&;
 
 constexpr Key<ModelSettings> kKeys[] = {
     {"netType",

@@ -96,6 +96,12 @@ DeclaredTensor Declare(const char* kind, std::string name, const Ort::TypeInfo& 
   return {.name = std::move(name), .type = *element, .shape = DeclaredShapeOf(info)};
 }
 
+/// The library has no code for memory that was not to be had, only the text of what was thrown.
+vorn_status StatusOf(const Ort::Exception& e, vorn_status otherwise) {
+  const bool isOutOfMemory = std::strstr(e.what(), "bad_alloc") != nullptr;
+  return isOutOfMemory ? VORN_ERROR_OUT_OF_MEMORY : otherwise;
+}
+
 /// Memory that is bound to one input or output.
 struct Binding {
   void* data = nullptr;
@@ -171,7 +177,8 @@ class OrtSession : public Session {
       if (hasOutputOfAnyShape_) results_ = binding_.GetOutputValues();
       if (!areOutputsChecked_) FetchDetachedOutputs();
     } catch (const Ort::Exception& e) {
-      throw Failure(VORN_ERROR_EXECUTION, "the model failed while it ran (", e.what(), ")");
+      throw Failure(StatusOf(e, VORN_ERROR_EXECUTION), "the model failed while it ran (", e.what(),
+                    ")");
     }
   }
 
@@ -179,7 +186,8 @@ class OrtSession : public Session {
     try {
       return TryUnguarded(inputShapes);
     } catch (const Ort::Exception& e) {
-      throw Failure(VORN_ERROR_EXECUTION, "a trial with zero inputs failed (", e.what(), ")");
+      throw Failure(StatusOf(e, VORN_ERROR_EXECUTION), "a trial with zero inputs failed (",
+                    e.what(), ")");
     }
   }
 
@@ -327,9 +335,20 @@ std::set<std::string> CheckImage(std::span<const std::byte> image) {
 
 /// The library as it was brought up, with the allocator that it uses to its end.
 struct Library {
-  explicit Library(bool isMemoryCounted) : env(Severity(), "vorn", ForwardLog, nullptr) {
+  Library() : env(Severity(), "vorn", ForwardLog, nullptr) {
     env.DisableTelemetryEvents();
-    if (isMemoryCounted) Ort::ThrowOnError(Ort::GetApi().RegisterAllocator(env, &allocator));
+    // Used by sessions that ask for it.
+    Ort::ThrowOnError(Ort::GetApi().RegisterAllocator(env, &allocator));
+  }
+
+  /// The one of the process, as long as anybody holds it: the library has one environment, and a
+  /// session of an earlier runtime may still execute when the next one comes up. Callers take
+  /// turns.
+  static std::shared_ptr<Library> Shared() {
+    static std::weak_ptr<Library> alive;
+    std::shared_ptr<Library> library = alive.lock();
+    if (library == nullptr) alive = library = std::make_shared<Library>();
+    return library;
   }
 
   Ort::MemoryInfo memory = Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault);
@@ -339,8 +358,8 @@ struct Library {
 
 class OrtEngine : public Engine {
  public:
-  explicit OrtEngine(const Config& config) {
-    auto library = std::make_shared<Library>(config.memoryLimit.has_value());
+  OrtEngine() {
+    const std::shared_ptr<Library> library = Library::Shared();
     env_ = {library, &library->env};
   }
 
@@ -349,7 +368,7 @@ class OrtEngine : public Engine {
     try {
       return std::make_unique<OrtSession>(env_, image, config, shapelessInputs);
     } catch (const Ort::Exception& e) {
-      throw Failure(VORN_ERROR_MODEL, "the model is refused (", e.what(), ")");
+      throw Failure(StatusOf(e, VORN_ERROR_MODEL), "the model is refused (", e.what(), ")");
     }
   }
 
@@ -359,10 +378,10 @@ class OrtEngine : public Engine {
 
 }  // namespace
 
-std::unique_ptr<Engine> CreateEngine(const Config& config) {
+std::unique_ptr<Engine> CreateEngine() {
   Ort::InitApi(LoadEngineLibrary());
   try {
-    return std::make_unique<OrtEngine>(config);
+    return std::make_unique<OrtEngine>();
   } catch (const Ort::Exception& e) {
     throw Failure(VORN_ERROR_INTERNAL, "the execution library does not come up (", e.what(), ")");
   }

@@ -56,7 +56,8 @@ class Session {
 
   /// Executes with the bound memory; every input must be bound. Outputs that are not are not kept.
   /// Fails with VORN_ERROR_EXECUTION, also where an output turns out to have another shape than the
-  /// bound one; bound outputs may be partly written then.
+  /// bound one; bound outputs may be partly written then. Without memory, it and a trial fail with
+  /// VORN_ERROR_OUT_OF_MEMORY.
   virtual void Run() = 0;
 
   /// The output shapes that inputs of these shapes lead to, all zero but for the constants. Touches
@@ -81,9 +82,9 @@ class Engine {
   virtual std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) = 0;
 };
 
-/// Loads the library and brings it up. What it allocates for models counts where `config` limits
-/// the memory of a device. Fails with VORN_ERROR_INTERNAL.
-std::unique_ptr<Engine> CreateEngine(const Config& config);
+/// Loads the library and brings it up. Not for several threads at once. Fails with
+/// VORN_ERROR_INTERNAL.
+std::unique_ptr<Engine> CreateEngine();
 
 }  // namespace vorn::host
 

@@ -2,15 +2,11 @@
 //
 // By default the library keeps an arena of its own. Where a device has a limit, it gets this
 // allocator instead, which takes every allocation out of the budget of the scope that it happens in
-// (memory_budget.h). The budget stands in front of the memory, since another thread may free it:
-//
-//     | budget, bytes: 64 | what the library sees ... |
+// (counted_memory.h).
 #ifndef VORN_RUNTIME_HOST_ENGINE_ENGINE_ALLOCATOR_H_
 #define VORN_RUNTIME_HOST_ENGINE_ENGINE_ALLOCATOR_H_
 
 #include <onnxruntime_c_api.h>
-
-#include <cstddef>
 
 namespace vorn::host {
 
@@ -23,11 +19,6 @@ class EngineAllocator : public OrtAllocator {
   EngineAllocator& operator=(const EngineAllocator&) = delete;
 
  private:
-  /// Throws std::bad_alloc, as the library's own allocators do, where the budget or the machine has
-  /// less.
-  static void* Allocate(size_t bytes);
-  static void Release(void* memory) noexcept;
-
   const OrtMemoryInfo* info_;
 };
 

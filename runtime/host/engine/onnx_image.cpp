@@ -209,7 +209,9 @@ std::set<std::string> OpenDimNames(Bytes image) {
     });
   };
   ForEachField(image, 7, [&](Bytes graph) {
-    ForEachField(graph, 11, [&](Bytes input) { ForEachShape(input, visitShape); });
+    for (const uint32_t inputsOrOutputs : {11, 12}) {
+      ForEachField(graph, inputsOrOutputs, [&](Bytes value) { ForEachShape(value, visitShape); });
+    }
   });
   return names;
 }

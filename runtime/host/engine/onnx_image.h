@@ -35,7 +35,7 @@ OnnxImageFacts InspectOnnxImage(std::span<const std::byte> image);
 /// likewise.
 std::optional<std::string> FindMetadata(std::span<const std::byte> image, std::string_view name);
 
-/// The names of dimensions that inputs of the main graph leave open. Fails likewise.
+/// The names of dimensions that inputs and outputs of the main graph leave open. Fails likewise.
 std::set<std::string> OpenDimNames(std::span<const std::byte> image);
 
 }  // namespace vorn::host

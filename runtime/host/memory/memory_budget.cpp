@@ -36,8 +36,18 @@ BudgetScope* BudgetScope::Current() { return current; }
 
 bool BudgetScope::Take(uint64_t bytes) noexcept {
   if (budget_ == nullptr || budget_->Take(bytes)) return true;
-  refusedBytes_ = bytes;
+  Note(bytes);
   return false;
+}
+
+void BudgetScope::Refuse(uint64_t bytes) noexcept {
+  if (budget_ != nullptr) budget_->GiveBack(bytes);
+  Note(bytes);
+}
+
+void BudgetScope::Note(uint64_t bytes) noexcept {
+  refusedBytes_ = bytes;
+  takenAtRefusal_ = budget_ == nullptr ? 0 : budget_->taken();
 }
 
 }  // namespace vorn::host

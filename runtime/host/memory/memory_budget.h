@@ -1,7 +1,7 @@
 // How much memory a device has, and how much of it is taken.
 //
 // Two kinds of takers share one: blocks that a caller allocates, and what models keep and
-// executions use, where the execution library is told to ask (engine_allocator.h). The library does
+// executions use, where that is counted (counted_memory.h). The library does
 // not say for whom it allocates, so whoever calls it opens a BudgetScope around the call.
 #ifndef VORN_RUNTIME_HOST_MEMORY_MEMORY_BUDGET_H_
 #define VORN_RUNTIME_HOST_MEMORY_MEMORY_BUDGET_H_
@@ -44,17 +44,25 @@ class BudgetScope {
   /// The innermost one of the calling thread; null outside of any.
   static BudgetScope* Current();
 
-  /// False, and the bytes noted, where less is left.
+  /// False, and the refusal noted, where less is left.
   [[nodiscard]] bool Take(uint64_t bytes) noexcept;
+
+  /// Gives back what was taken and could not be had after all, and notes the refusal.
+  void Refuse(uint64_t bytes) noexcept;
 
   const std::shared_ptr<MemoryBudget>& budget() const { return budget_; }
 
-  /// What was asked for last and was not to be had; 0 while everything was.
+  /// What was asked for last and was not to be had, 0 while everything was; and what was taken of
+  /// the budget then.
   uint64_t refusedBytes() const { return refusedBytes_; }
+  uint64_t takenAtRefusal() const { return takenAtRefusal_; }
 
  private:
+  void Note(uint64_t bytes) noexcept;
+
   std::shared_ptr<MemoryBudget> budget_;
   uint64_t refusedBytes_ = 0;
+  uint64_t takenAtRefusal_ = 0;
   BudgetScope* outer_;
 };
 

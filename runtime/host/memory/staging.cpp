@@ -1,22 +1,18 @@
 // Growing aligned memory.
 #include "host/memory/staging.h"
 
-#include <new>
-
-#include "host/memory/block_store.h"
+#include "host/memory/counted_memory.h"
 
 namespace vorn::host {
 
 std::byte* Staging::AtLeast(uint64_t bytes) {
   if (bytes <= bytes_ && block_ != nullptr) return block_.get();
-  auto* grown = static_cast<std::byte*>(::operator new (bytes, std::align_val_t{kBlockAlignment}));
+  auto* grown = static_cast<std::byte*>(AllocateCounted(bytes));
   block_.reset(grown);
   bytes_ = bytes;
   return grown;
 }
 
-void Staging::Release::operator()(std::byte* block) const {
-  ::operator delete (block, std::align_val_t{kBlockAlignment});
-}
+void Staging::Release::operator()(std::byte* block) const { ReleaseCounted(block); }
 
 }  // namespace vorn::host

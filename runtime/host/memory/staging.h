@@ -8,7 +8,8 @@
 
 namespace vorn::host {
 
-/// Aligned memory that only grows, so that the same execution allocates once. Not cleared.
+/// Aligned memory that only grows, so that the same execution allocates once. Not cleared, and
+/// counted (counted_memory.h).
 class Staging {
  public:
   /// At least `bytes` bytes; what they held before may be gone. The address stays until a larger

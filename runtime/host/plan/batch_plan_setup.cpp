@@ -31,8 +31,6 @@ std::vector<Shape> Batched(std::vector<Shape> shapes, int64_t batch) {
   return shapes;
 }
 
-bool IsEmpty(const Port& port) { return HasNoElements(ShapeOf(port)); }
-
 /// "'image' [batch, 3, height, width]" for each input that leaves more open than a batch does.
 std::string OpenInputs(const std::vector<Port>& ports) {
   std::string text;
@@ -53,7 +51,6 @@ BatchPlan::BatchPlan(Session& session, Signature signature, const Config& config
   for (ProvidedInput& constant : signature_.constants) {
     session_.BindConstant(constant.index, constant.bytes.data(), constant.shape);
   }
-  LeaveOutEmptyOutputs();
   LogOpenInputs();
   ClosedShapes shapes =
       CloseShapes(ShapesOf(signature_.inputs), ShapesOf(signature_.outputs), config.dims);
@@ -115,20 +112,6 @@ BatchPlan::Slot BatchPlan::SlotFor(const Port& port, const TensorDescription& te
   return slot;
 }
 
-/// An output that is declared without elements has nothing to show.
-void BatchPlan::LeaveOutEmptyOutputs() {
-  for (const Port& port : signature_.outputs) {
-    if (!IsEmpty(port)) continue;
-    Log(LogLevel::kError, "vorn_mdl_load_from_mem",
-        Join("output '", port.tensor.name, "' is declared without elements and left out"));
-  }
-  std::erase_if(signature_.outputs, IsEmpty);
-  if (signature_.outputs.empty()) {
-    throw Failure(VORN_ERROR_MODEL, "the model has no output with elements; there is nothing to ",
-                  "execute it for");
-  }
-}
-
 /// A size of 1 is seldom what somebody wants, and nothing that a caller sees tells it from a
 /// model's own.
 void BatchPlan::LogOpenInputs() const {
@@ -151,6 +134,7 @@ std::vector<Shape> BatchPlan::ShowOutputShapes(ClosedShapes& shapes) {
   try {
     shown = Try(shapes.inputs);
   } catch (const Failure& e) {
+    if (e.status() != VORN_ERROR_EXECUTION) throw;
     throw Failure(
         VORN_ERROR_MODEL, "the model does not say how large its outputs are, and ", e.what(),
         "; give its open dimensions a size with 'dims' or 'inputDims', or the outputs one with "
@@ -167,7 +151,8 @@ std::vector<Shape> BatchPlan::ShowOutputShapes(ClosedShapes& shapes) {
     shapes.isBatchFirst = std::none_of(shown.begin(), shown.end(),
                                        [](const Shape& shape) { return shape.empty(); }) &&
                           Try(Batched(shapes.inputs, 2)) == Batched(shown, 2);
-  } catch (const Failure&) {
+  } catch (const Failure& e) {
+    if (e.status() != VORN_ERROR_EXECUTION) throw;
     // It takes one item only, whatever its first dimension promises.
     shapes.isBatchFirst = false;
   }

@@ -204,12 +204,12 @@ void RecurrentPlan::CarryStates() {
 void RecurrentPlan::TellLength(uint64_t frames) {
   if (!signature_.length) return;
   ProvidedInput& length = *signature_.length;
-  const auto whole = static_cast<int64_t>(frames);
-  const auto half = static_cast<int32_t>(frames);
+  const auto wide = static_cast<int64_t>(frames);
+  const auto narrow = static_cast<int32_t>(frames);
   const uint64_t bytes = ElementBytes(length.type);
   for (uint64_t at = 0; at < length.bytes.size(); at += bytes) {
-    if (length.type == VORN_INT64) std::memcpy(length.bytes.data() + at, &whole, sizeof(whole));
-    if (length.type == VORN_INT32) std::memcpy(length.bytes.data() + at, &half, sizeof(half));
+    if (length.type == VORN_INT64) std::memcpy(length.bytes.data() + at, &wide, sizeof(wide));
+    if (length.type == VORN_INT32) std::memcpy(length.bytes.data() + at, &narrow, sizeof(narrow));
   }
 }
 

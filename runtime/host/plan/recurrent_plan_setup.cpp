@@ -244,6 +244,7 @@ std::vector<Shape> RecurrentPlan::TryFrames(uint64_t frames) {
   try {
     return session_.Try(shapes);
   } catch (const Failure& e) {
+    if (e.status() != VORN_ERROR_EXECUTION) throw;
     throw Failure(VORN_ERROR_MODEL, e.what(),
                   "; give its open dimensions a size with 'dims' or 'inputDims'");
   }

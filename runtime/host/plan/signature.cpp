@@ -43,7 +43,7 @@ class Ports {
     const auto found = Find(name);
     if (found == ports_.end()) {
       throw Failure(VORN_ERROR_MODEL, "'", key, "' names '", name, "', but the model has no ",
-                    kind_, " of that name; it has ", Names());
+                    kind_, " of that name; it has ", Quoted(Names()));
     }
     return *found;
   }
@@ -67,10 +67,10 @@ class Ports {
   }
 
  private:
-  std::string Names() const {
-    std::string names;
-    for (const Port& port : ports_) names += (names.empty() ? "'" : ", '") + port.tensor.name + "'";
-    return names.empty() ? "none" : names;
+  std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const Port& port : ports_) names.push_back(port.tensor.name);
+    return names;
   }
 
   std::vector<Port>::iterator Find(const std::string& name) {
@@ -106,6 +106,24 @@ void TakeEmptyInputs(Ports& inputs, Signature& signature) {
     Log(LogLevel::kError, "vorn_mdl_load_from_mem",
         Join("input '", port.tensor.name, "' has no elements and is left out"));
     signature.constants.push_back(Provide(inputs.Take("inputDims", port.tensor.name), {}));
+  }
+}
+
+bool IsEmptyOutput(const Port& port) {
+  if (!port.largest) return HasNoElements(port.tensor.shape);
+  return std::ranges::find(*port.largest, 0) != port.largest->end();
+}
+
+/// An output that is declared without elements has nothing to show.
+void LeaveOutEmptyOutputs(Signature& signature) {
+  for (const Port& port : signature.outputs) {
+    if (!IsEmptyOutput(port)) continue;
+    Log(LogLevel::kError, "vorn_mdl_load_from_mem",
+        Join("output '", port.tensor.name, "' is declared without elements and left out"));
+  }
+  if (std::erase_if(signature.outputs, IsEmptyOutput) != 0 && signature.outputs.empty()) {
+    throw Failure(VORN_ERROR_MODEL, "the model has no output with elements; there is nothing to ",
+                  "execute it for");
   }
 }
 
@@ -211,6 +229,7 @@ Signature SignatureOf(const Session& session, const ModelSettings& settings) {
   std::vector<Port> data = inputs.Rest();
   signature.inputs.insert(signature.inputs.begin(), data.begin(), data.end());
   signature.outputs = outputs.Rest();
+  LeaveOutEmptyOutputs(signature);
   return signature;
 }
 

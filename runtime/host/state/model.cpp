@@ -24,15 +24,13 @@ namespace {
 
 /// Not refused, since a configuration serves every model.
 void LogUnusedSizes(std::span<const std::byte> image, const Config& config) {
-  if (config.dims.empty()) return;
+  if (config.dims.empty() || !IsLogged(LogLevel::kError)) return;
   const std::set<std::string> open = OpenDimNames(image);
-  std::string names;
-  for (const std::string& name : open) names += (names.empty() ? "'" : ", '") + name + "'";
   for (const auto& [name, size] : config.dims) {
     if (open.contains(name)) continue;
     Log(LogLevel::kError, "vorn_mdl_load_from_mem",
-        Join("'dims' gives '", name, "' the size ", size, ", but no input has it; the names are ",
-             names.empty() ? "none" : names));
+        Join("'dims' gives '", name, "' the size ", size,
+             ", but no input or output has it; the names are ", Quoted(open)));
   }
 }
 
@@ -47,6 +45,25 @@ ModelSettings SettingsFor(std::span<const std::byte> image, const Config& config
   }
   return ParseModelSettings(config.model, settings);
 }
+
+/// Blocks for one item of each tensor.
+struct ZeroBlocks {
+  /// Takes them off the bytes that are left. Throws std::bad_alloc where those do not suffice.
+  ZeroBlocks(const std::vector<TensorDescription>& tensors, uint64_t& left) {
+    for (const TensorDescription& tensor : tensors) {
+      const uint64_t bytes = tensor.layout.ItemBytes();
+      if (bytes > left) throw std::bad_alloc();
+      left -= bytes;
+      // What is never touched never comes to be.
+      blocks.emplace_back(std::calloc(bytes, 1), &std::free);
+      if (blocks.back() == nullptr) throw std::bad_alloc();
+      views.push_back({static_cast<std::byte*>(blocks.back().get()), bytes, tensor.layout.stride});
+    }
+  }
+
+  std::vector<std::unique_ptr<void, decltype(&std::free)>> blocks;
+  std::vector<BlockView> views;
+};
 
 }  // namespace
 
@@ -83,24 +100,19 @@ void Model::Execute(const Call& call, Timeout timeout) {
 }
 
 void Model::Rehearse(Timeout timeout) {
-  const uint64_t most = budget_ == nullptr ? MachineMemoryBytes() : budget_->limit();
-  std::vector<std::unique_ptr<void, decltype(&std::free)>> blocks;
-  const auto zeros = [&](const std::vector<TensorDescription>& tensors) {
-    std::vector<BlockView> views;
-    for (const TensorDescription& tensor : tensors) {
-      const uint64_t bytes = tensor.layout.ItemBytes();
-      if (bytes > most) throw std::bad_alloc();
-      // What is never touched never comes to be.
-      blocks.emplace_back(std::calloc(bytes, 1), &std::free);
-      if (blocks.back() == nullptr) throw std::bad_alloc();
-      views.push_back({static_cast<std::byte*>(blocks.back().get()), bytes, tensor.layout.stride});
-    }
-    return views;
-  };
   const std::shared_ptr<const ModelDescription> described = description();
-  const std::vector<BlockView> inputs = zeros(described->inputs);
-  const std::vector<BlockView> outputs = zeros(described->outputs);
-  Execute({.inputs = inputs, .outputs = outputs, .batch = 1, .frames = 1}, timeout);
+  uint64_t left = budget_ == nullptr ? MachineMemoryBytes() : budget_->limit() - budget_->taken();
+  ZeroBlocks inputs(described->inputs, left);
+  ZeroBlocks outputs(described->outputs, left);
+  Execute({.inputs = inputs.views, .outputs = outputs.views, .batch = 1, .frames = 1}, timeout);
+}
+
+/// With what is known of the reason. Called while another fault is handled.
+void Model::ThrowOutOfMemory(const BudgetScope& scope) const {
+  if (scope.refusedBytes() == 0 || budget_ == nullptr) throw;
+  throw Failure(VORN_ERROR_OUT_OF_MEMORY, "the model wants ", scope.refusedBytes(),
+                " bytes more; the device has ", budget_->limit(), ", of which ",
+                scope.takenAtRefusal(), " are taken");
 }
 
 template <typename Steps>
@@ -108,11 +120,11 @@ void Model::WithinMemory(Steps&& steps) {
   const BudgetScope scope(budget_);
   try {
     steps();
-  } catch (...) {
-    if (scope.refusedBytes() == 0) throw;
-    throw Failure(VORN_ERROR_OUT_OF_MEMORY, "the model wants ", scope.refusedBytes(),
-                  " bytes more; the device has ", budget_->limit(), ", of which ", budget_->taken(),
-                  " are taken");
+  } catch (const std::bad_alloc&) {
+    ThrowOutOfMemory(scope);
+  } catch (const Failure& e) {
+    if (e.status() != VORN_ERROR_OUT_OF_MEMORY) throw;
+    ThrowOutOfMemory(scope);
   }
 }
 

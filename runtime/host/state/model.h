@@ -44,7 +44,8 @@ class Model {
   /// operator that it is at. Waiting for other executions of the model does not count.
   void Execute(const Call& call, Timeout timeout = {});
 
-  /// Executes once over blocks of its own, all zero. Fails likewise, or with std::bad_alloc.
+  /// Executes once over blocks of its own, all zero. Fails likewise, and with std::bad_alloc where
+  /// the budget, or the machine, has not left what the blocks take.
   void Rehearse(Timeout timeout = {});
 
  private:
@@ -52,6 +53,7 @@ class Model {
             Timeout timeout);
   template <typename Steps>
   void WithinMemory(Steps&& steps);
+  [[noreturn]] void ThrowOutOfMemory(const BudgetScope& scope) const;
   template <typename Steps>
   void WithinTime(Timeout timeout, Steps&& steps);
 

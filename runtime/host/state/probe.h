@@ -11,20 +11,20 @@ namespace vorn::host {
 /// How a probe came to its end.
 enum class ProbeEnd {
   kReturned,  ///< or threw: whoever does the same again will see it
-  kSignal,    ///< ended by a signal, as when a library aborts
+  kEnded,     ///< by a signal, as when a library aborts, or by an exit
   kTimeout
 };
 
 struct ProbeResult {
   ProbeEnd end = ProbeEnd::kReturned;
-  std::string signal;  ///< its name in words, for kSignal
+  std::string how;  ///< "Aborted", "exit status 3", for kEnded
 };
 
 /// Runs `steps` in a copy of this process, and waits for its end: what they do to memory is seen by
-/// nobody, what they write to standard output and standard error goes nowhere. After that many
-/// seconds, if not 0, the copy is ended. Only the calling thread is in the copy, so a lock that
-/// another thread holds meanwhile stays held there. Fails with VORN_ERROR_INTERNAL where the system
-/// has no process to be had.
+/// nobody, what they write to standard output and standard error goes nowhere, and no signal
+/// handler of the program runs in it. After that many seconds, if not 0, the copy is ended. Only
+/// the calling thread is in the copy, so a lock that another thread holds meanwhile stays held
+/// there. Fails with VORN_ERROR_INTERNAL where the system has no process to be had.
 ProbeResult Probe(uint32_t seconds, const std::function<void()>& steps);
 
 }  // namespace vorn::host

@@ -23,11 +23,24 @@ thread_local const vorn_rt_context* currentContext = nullptr;
                 "; it was destroyed, or is something else");
 }
 
+const char* WordFor(Side side) { return side == Side::kInput ? "input" : "output"; }
+
+/// Without a limit they share what the machine has.
+std::vector<Device> DevicesOf(const Config& config) {
+  const auto machine = std::make_shared<MemoryBudget>();
+  std::vector<Device> devices(static_cast<size_t>(config.devices));
+  for (Device& device : devices) {
+    device.memory =
+        config.memoryLimit ? std::make_shared<MemoryBudget>(*config.memoryLimit) : machine;
+  }
+  return devices;
+}
+
 /// What a model did to the process that it was tried in decides whether this one takes it.
 void RequireGoodEnd(uint32_t seconds, const ProbeResult& result) {
-  if (result.end == ProbeEnd::kSignal) {
+  if (result.end == ProbeEnd::kEnded) {
     throw Failure(VORN_ERROR_MODEL, "the model ended the process in which it was tried (",
-                  result.signal, "); the execution library does not stand it");
+                  result.how, "); the execution library does not stand it");
   }
   if (result.end == ProbeEnd::kTimeout) {
     throw Failure(VORN_ERROR_TIMEOUT, "loading and executing the model once takes longer than ",
@@ -79,12 +92,8 @@ void Runtime::Start(const char* configPath) {
     throw Failure(VORN_ERROR_UNSUPPORTED, "the runtime is up already; finalize it first");
   }
   Config config = ReadConfigFile(configPath);
-  std::vector<Device> devices(static_cast<size_t>(config.devices));
-  if (config.memoryLimit) {
-    for (Device& device : devices)
-      device.memory = std::make_shared<MemoryBudget>(*config.memoryLimit);
-  }
-  engine_ = CreateEngine(config);
+  std::vector<Device> devices = DevicesOf(config);
+  engine_ = CreateEngine();
   config_ = std::move(config);
   devices_ = std::move(devices);
   operatorTimeoutSeconds_ = 0;
@@ -208,7 +217,9 @@ uint32_t Runtime::Load(const void* image, uint64_t size) {
       std::make_shared<Model>(*engine, std::span(bytes, size), config, std::move(budget), timeout);
 
   const Change change(*this);
-  RequireStarted();
+  if (engine_ != engine) {
+    throw Failure(VORN_ERROR_NOT_INITIALIZED, "the runtime went down while the model was loaded");
+  }
   do {
     ++lastModelId_;  // 0 is what callers preset an id with, so no model has it
   } while (lastModelId_ == 0 || models_.Look(lastModelId_) != nullptr);
@@ -437,8 +448,8 @@ void Runtime::Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
   call.changes = kUnresolved;
   RequireContext();
   const Dataset& from = LiveDataset(input);
-  ViewsOf(from, "input", call.inputs);
-  ViewsOf(LiveDataset(output), "output", call.outputs);
+  ViewsOf(from, Side::kInput, call.inputs);
+  ViewsOf(LiveDataset(output), Side::kOutput, call.outputs);
   call.batch = from.batch;
   call.frames = from.frames;
   call.input = input;
@@ -455,25 +466,24 @@ void Runtime::EndContextsOf(int32_t deviceId) {
 /// How far a block reaches is what was registered, unless it is one of ours: then it is known.
 /// A caller may grow an input block after it took the size to register, so an input may reach
 /// further than registered. An output is bounded by both.
-BlockView Runtime::ViewOf(const vorn_data_buffer* buffer, const char* kind, size_t index) const {
+BlockView Runtime::ViewOf(const vorn_data_buffer* buffer, Side side, size_t index) const {
   const DataBuffer& live = LiveBuffer(buffer);
   const std::optional<uint64_t> real = blocks_.BytesFrom(live.address);
   if (live.isOurs && !real) {
-    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the block of ", kind, " ", index,
+    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the block of ", WordFor(side), " ", index,
                   " was freed; register a live one");
   }
   const uint64_t known = real.value_or(live.size);
-  const bool isInput = kind[0] == 'i';
+  const bool isInput = side == Side::kInput;
   return {.address = static_cast<std::byte*>(live.address),
           .capacity = isInput ? known : std::min(known, live.size),
           .stride = live.stride};
 }
 
-void Runtime::ViewsOf(const Dataset& dataset, const char* kind,
-                      std::vector<BlockView>& views) const {
+void Runtime::ViewsOf(const Dataset& dataset, Side side, std::vector<BlockView>& views) const {
   views.clear();
   for (size_t i = 0; i < dataset.buffers.size(); ++i) {
-    views.push_back(ViewOf(dataset.buffers[i], kind, i));
+    views.push_back(ViewOf(dataset.buffers[i], side, i));
   }
 }
 

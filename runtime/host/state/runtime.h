@@ -16,6 +16,7 @@
 #include "host/config/config.h"
 #include "host/engine/engine.h"
 #include "host/memory/block_store.h"
+#include "host/memory/memory_budget.h"
 #include "host/state/handle.h"
 #include "host/state/model.h"
 #include "host/tensor/description.h"
@@ -33,7 +34,7 @@ struct Stream {
 
 /// This machine, in the role of one of the devices that the configuration speaks of.
 struct Device {
-  std::shared_ptr<MemoryBudget> memory = std::make_shared<MemoryBudget>();
+  std::shared_ptr<MemoryBudget> memory;
   bool isSet = false;
 };
 
@@ -55,6 +56,9 @@ struct Dataset {
 struct Desc {
   std::vector<std::shared_ptr<const ModelDescription>> filled;
 };
+
+/// Which of an execution's two datasets.
+enum class Side { kInput, kOutput };
 
 /// Any thread may call any operation.
 class Runtime {
@@ -141,8 +145,8 @@ class Runtime {
   void Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
                const vorn_mdl_dataset* output) const;
   void EndContextsOf(int32_t deviceId);
-  BlockView ViewOf(const vorn_data_buffer* buffer, const char* kind, size_t index) const;
-  void ViewsOf(const Dataset& dataset, const char* kind, std::vector<BlockView>& views) const;
+  BlockView ViewOf(const vorn_data_buffer* buffer, Side side, size_t index) const;
+  void ViewsOf(const Dataset& dataset, Side side, std::vector<BlockView>& views) const;
 
   // Held for bookkeeping only, never while a model is loaded or executed.
   std::mutex mutex_;

@@ -66,7 +66,7 @@ OnnxWriter Model(int columns) {
 
 /// What the engine allocates itself, over memory that stays bound.
 uint64_t AllocationsOfEngine(const std::string& image, const Shape& shape) {
-  const auto session = CreateEngine({})->Open(std::as_bytes(std::span(image)), Config());
+  const auto session = CreateEngine()->Open(std::as_bytes(std::span(image)), Config());
   std::vector<float> in(1024), out(1024);
   session->BindInput(0, in.data(), shape);
   session->BindOutput(0, out.data(), shape);
@@ -89,7 +89,7 @@ OnnxWriter StepModel() {
 }
 
 uint64_t AllocationsOfSteps(const std::string& image) {
-  const auto session = CreateEngine({})->Open(std::as_bytes(std::span(image)), Config());
+  const auto session = CreateEngine()->Open(std::as_bytes(std::span(image)), Config());
   std::vector<float> x(3), h(3), hn(3);
   std::vector<int64_t> y(3);
   session->BindInput(0, x.data(), {1, 3});

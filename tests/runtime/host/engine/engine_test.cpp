@@ -23,7 +23,7 @@ class EngineTest : public testing::Test {
     return ReasonOf(VORN_ERROR_MODEL, [&] { Open(bytes); });
   }
 
-  std::unique_ptr<Engine> engine = CreateEngine({});
+  std::unique_ptr<Engine> engine = CreateEngine();
   Config config;
   std::string image;
 };

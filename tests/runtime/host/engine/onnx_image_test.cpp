@@ -35,7 +35,7 @@ TEST(FindMetadata, FindsTheTextByItsName) {
   EXPECT_THROW(FindMetadata(bytes.first(bytes.size() - 1), "b"), Failure);
 }
 
-TEST(OpenDimNames, AreThoseOfInputsOnceEach) {
+TEST(OpenDimNames, AreThoseOfInputsAndOutputsOnceEach) {
   const std::string image = OnnxWriter()
                                 .Input("a", kOnnxFloat, {"n", 3, "", "width"})
                                 .Input("b", kOnnxFloat, {"n"})
@@ -43,7 +43,8 @@ TEST(OpenDimNames, AreThoseOfInputsOnceEach) {
                                 .Output("y", kOnnxFloat, {"count"})
                                 .Node("Relu", {"a"}, {"y"})
                                 .Image();
-  EXPECT_EQ(OpenDimNames(std::as_bytes(std::span(image))), (std::set<std::string>{"n", "width"}));
+  EXPECT_EQ(OpenDimNames(std::as_bytes(std::span(image))),
+            (std::set<std::string>{"count", "n", "width"}));
 }
 
 TEST(InspectOnnxImage, FindsNothingSpecialInAPlainModel) {

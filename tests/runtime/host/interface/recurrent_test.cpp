@@ -55,6 +55,19 @@ class HostRecurrent : public HostFixture {
   }
 };
 
+TEST_F(HostRecurrent, OutputsWithoutElementsAreLeftOut) {
+  Restart(Steps());
+  OnnxWriter model = Adder();
+  model.Output("nothing", kOnnxFloat, {0, 2})
+      .Constant<float>("none", kOnnxFloat, {0, 2}, {})
+      .Node("Identity", {"none"}, {"nothing"});
+  EXPECT_THAT(LogOf([&] { ASSERT_EQ(Load(model), VORN_SUCCESS); }),
+              HasSubstr("output 'nothing' is declared without elements and left out"));
+  EXPECT_EQ(vorn_mdl_get_num_outputs(desc), 1u);
+  EXPECT_EQ(Run({1, 2, 3, 4}, 2, {0, 1}, 10, 2),
+            (std::vector<float>{1, 2, 4, 6, 0, 0, 0, 0, 0, 0}));
+}
+
 TEST_F(HostRecurrent, ModelsShowFramesFlagsAndOutputsAlongTheSequence) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);

@@ -382,9 +382,10 @@ TEST_F(HostShapes, OfABatchAloneAreNothingToTell) {
 
 TEST_F(HostShapes, ThatNobodyLeavesOpenAreTold) {
   Restart(R"({"dims": {"height": 2}, "model": {"dims": {"width": 320}}})");
-  EXPECT_THAT(LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }),
-              HasSubstr("'dims' gives 'width' the size 320, but no input has it; the names are "
-                        "'batch', 'height'\n"));
+  EXPECT_THAT(
+      LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }),
+      HasSubstr("'dims' gives 'width' the size 320, but no input or output has it; the names are "
+                "'batch', 'height'\n"));
 }
 
 TEST_F(HostShapes, ThatContradictTheModelAreShownBesideIt) {

@@ -166,6 +166,28 @@ TEST_F(ModelTest, IsLateAlsoWhereItCameToItsEnd) {
   EXPECT_EQ(Execute(1, 32, 32), VORN_SUCCESS);
 }
 
+TEST_F(ModelTest, RehearsesOverZeros) {
+  Load({Fixed(2), Fixed(16)});
+  model->Rehearse();
+  EXPECT_EQ(script.runs.size(), 1u);
+}
+
+TEST_F(ModelTest, RehearsesWithinItsBudgetAllTogether) {
+  const uint64_t item = 1 << 20;
+  Load({Fixed(1), Fixed(item)});
+  for (const uint64_t room : {2 * item, 3 * item}) {
+    ScriptedEngine engine(script);
+    model.emplace(engine, std::span<const std::byte>(), config,
+                  std::make_shared<MemoryBudget>(room));
+    if (room == 2 * item) {
+      EXPECT_THROW(model->Rehearse(), std::bad_alloc);  // input, output and scratch
+    } else {
+      EXPECT_NO_THROW(model->Rehearse());
+    }
+  }
+  EXPECT_EQ(script.runs.size(), 1u);
+}
+
 TEST_F(ModelTest, BindsASingleRowWhereItLiesInSpiteOfItsPadding) {
   Load({Fixed(1), Fixed(10)});
   ASSERT_EQ(Execute(1, 16, 16), VORN_SUCCESS);

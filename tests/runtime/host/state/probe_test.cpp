@@ -29,10 +29,30 @@ TEST(Probe, TakesWhatIsThrownForAReturn) {
 
 TEST(Probe, TellsTheSignalThatEndedIt) {
   const ProbeResult aborted = Probe(0, [] { std::abort(); });
-  EXPECT_EQ(aborted.end, ProbeEnd::kSignal);
-  EXPECT_EQ(aborted.signal, "Aborted");
-  EXPECT_EQ(Probe(0, [] { raise(SIGFPE); }).signal, "Floating point exception");
-  EXPECT_EQ(Probe(0, [] { std::terminate(); }).signal, "Aborted");
+  EXPECT_EQ(aborted.end, ProbeEnd::kEnded);
+  EXPECT_EQ(aborted.how, "Aborted");
+  EXPECT_EQ(Probe(0, [] { raise(SIGFPE); }).how, "Floating point exception");
+  EXPECT_EQ(Probe(0, [] { std::terminate(); }).how, "Aborted");
+}
+
+TEST(Probe, TakesNoExitForAReturn) {
+  const ProbeResult exited = Probe(0, [] { _exit(0); });
+  EXPECT_EQ(exited.end, ProbeEnd::kEnded);
+  EXPECT_EQ(exited.how, "exit status 0");
+  EXPECT_EQ(Probe(0, [] { _exit(3); }).how, "exit status 3");
+}
+
+TEST(Probe, IsNotMisledByAProgramThatIgnoresItsChildren) {
+  signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(Probe(0, [] {}).end, ProbeEnd::kReturned);
+  EXPECT_EQ(Probe(0, [] { std::abort(); }).end, ProbeEnd::kEnded);
+  signal(SIGCHLD, SIG_DFL);
+}
+
+TEST(Probe, RunsNoHandlerOfTheProgram) {
+  signal(SIGTERM, [](int) { _exit(7); });
+  EXPECT_EQ(Probe(0, [] { raise(SIGTERM); }).how, "Terminated");
+  signal(SIGTERM, SIG_DFL);
 }
 
 TEST(Probe, IsEndedAfterItsTime) {
