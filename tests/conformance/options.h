@@ -37,8 +37,8 @@ inline constexpr const char* kUsage =
     "  --batch N                a batch that the models take; 3, and 1 where they take none\n"
     "  --rpn-inputs N           of the detection model; 1\n"
     "  --tolerance X            of floats of items executed alone and in a batch; 0.001\n"
-    "  --trusting               leaves out the group Handles\n"
-    "  --named-statuses         adds the group Statuses\n"
+    "  --trusting               leaves out the groups Handles and HandlesInUse\n"
+    "  --named-statuses         adds the groups Statuses and StatusesDown\n"
     "  --no-skips               what cannot be tested counts as a failure\n"
     "  --in-process             no child processes, for debuggers; a crash ends the run\n";
 
