@@ -1,7 +1,7 @@
 // Sequences of frames.
 //
 //     input 0   [T, frame..]   the frames; T is the most that a sequence may have
-//     input 1   [.., T..]      a flag a frame: 0 where it begins a sequence, 1 where it goes on
+//     input 1   [.., F]       F >= T flags: 0 where a frame begins a sequence, 1 where it goes on
 #include <algorithm>
 
 #include "model.h"
@@ -30,11 +30,19 @@ class Recurrent : public ModelContract {
     return in;
   }
 
-  /// What lies in the frames from `first` on: the last dimensions of input 0.
-  std::span<std::byte> FramesFrom(const Dataset& in, uint64_t first) {
+  /// Bytes from one frame of input 0 to the next; frames are rows, or elements of the only row.
+  uint64_t FrameBytes() {
     const Tensor& frames = model->inputs()[0];
-    if (frames.dims.size() == 1) return in.Content(0).subspan(first * frames.elementBytes);
-    return in.Content(0).subspan(frames.size / MostFrames() * first);
+    return frames.dims.size() == 1 ? frames.elementBytes : frames.size / MostFrames();
+  }
+
+  /// What lies in the frames from `first` on.
+  std::span<std::byte> FramesFrom(const Dataset& in, uint64_t first) {
+    return in.Content(0).subspan(FrameBytes() * first);
+  }
+
+  std::span<std::byte> FrameAt(const Dataset& in, uint64_t index) {
+    return FramesFrom(in, index).first(FrameBytes());
   }
 
   vorn_status SetFrames(const Dataset& in, uint64_t frames) {
@@ -60,7 +68,7 @@ CONTRACT(Recurrent, ModelsSaySo) {
   EXPECT_EQ(type, VORN_NET_RECURRENT) << "vorn_ext_get_mdl_net_type";
 }
 
-CONTRACT(Recurrent, FlagsAreAsManyAsFrames) {
+CONTRACT(Recurrent, FlagsAreNoFewerThanFrames) {
   const std::vector<int64_t>& flags = model->inputs().at(1).dims;
   EXPECT_GE(static_cast<uint64_t>(flags.back()), MostFrames())
       << "vorn_mdl_get_input_dims of input 1";
@@ -91,7 +99,7 @@ CONTRACT(Recurrent, ReadsTheLastFrameThatCounts) {
   for (uint64_t counted = 1; counted <= MostFrames(); ++counted) {
     Dataset in = Frames(1);
     const auto before = Execute(in, counted);
-    std::ranges::copy(FramesFrom(other, counted - 1), FramesFrom(in, counted - 1).begin());
+    std::ranges::copy(FrameAt(other, counted - 1), FrameAt(in, counted - 1).begin());
     EXPECT_TRUE(Execute(in, counted) != before)
         << "vorn_mdl_execute gave the same after frame " << counted << " changed, although "
         << "vorn_mdl_set_total_t was told of " << counted;

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # check_notices.sh PROGRAM RUNTIME MODELS NUMBER WORK_DIR: runs the suite on a scripted runtime that
 # does one thing wrong, fault NUMBER of misbehaviour.txt, and fails unless the suite does, naming the
-# operation. Tests that this runtime fails by its nature are left out.
+# operation or test. Tests that this runtime fails by its nature are left out.
 set -euo pipefail
 program=$1 runtime=$2 models=$3 number=$4 work=$5
 here=$(cd "$(dirname "$0")" && pwd)
 unclaimed=$here/unclaimed.txt
 . "$here/scripted_suite.sh"
 
-read -r model operation statement \
+read -r model name statement \
   < <(grep '^[a-z]' "$here/misbehaviour.txt" | sed -n "${number}p")
 mkdir -p "$work"
 script=$work/$number.script
@@ -21,7 +21,7 @@ if [ "$status" = 0 ]; then
   echo "the suite did not notice: $statement"
   exit 1
 fi
-if grep -q '^scripted runtime: ' <<<"$said" || ! grep -qw "$operation" <<<"$said"; then
-  printf 'the suite does not name %s for: %s\n%s\n' "$operation" "$statement" "$said"
+if grep -q '^scripted runtime: ' <<<"$said" || ! grep -qw "$name" <<<"$said"; then
+  printf 'the suite does not name %s for: %s\n%s\n' "$name" "$statement" "$said"
   exit 1
 fi
