@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <string_view>
 
@@ -34,10 +36,19 @@ std::vector<std::string> Environment() {
   return kept;
 }
 
+/// Makes a system call again as long as a signal cuts it short.
+template <typename Call>
+auto Persist(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
 std::string ReadToEnd(int file) {
   std::string text;
   char bytes[4096];
-  for (ssize_t count = 0; (count = read(file, bytes, sizeof bytes)) > 0;) {
+  const auto more = [&] { return read(file, bytes, sizeof bytes); };
+  for (ssize_t count = 0; (count = Persist(more)) > 0;) {
     text.append(bytes, static_cast<size_t>(count));
   }
   return text;
@@ -57,30 +68,35 @@ pid_t Start(std::vector<std::string> words, int sink) {
   return failed == 0 ? child : 0;
 }
 
+std::string HowItEnded(int status, uint32_t seconds) {
+  if (WIFEXITED(status)) return "ended with status " + std::to_string(WEXITSTATUS(status));
+  const int signal = WTERMSIG(status);
+  if (signal == SIGALRM) return "did not come back within " + std::to_string(seconds) + " s";
+  return "ended with signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
+}
+
 }  // namespace
 
 void RememberCommandLine(std::vector<std::string> words) { CommandLine() = std::move(words); }
 
-ChildEnd RunAsChild(const std::string& test) {
+ChildEnd RunAsChild(const std::string& test, uint32_t seconds) {
   std::vector<std::string> words = CommandLine();
-  words.insert(words.end(), {"--in-process", "--gtest_filter=" + test, "--gtest_brief=1"});
+  words.insert(words.end(), {"--in-process", "--seconds", std::to_string(seconds),
+                             "--gtest_filter=" + test, "--gtest_brief=1"});
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return {.how = "no pipe", .output = ""};
+  if (pipe2(ends, O_CLOEXEC) != 0) return {.how = "got no pipe", .output = ""};
   const pid_t child = Start(std::move(words), ends[1]);
   close(ends[1]);
   ChildEnd end;
   end.output = ReadToEnd(ends[0]);
   close(ends[0]);
   int status = 0;
-  if (child == 0 || waitpid(child, &status, 0) != child) {
-    end.how = "no process";
-  } else if (WIFEXITED(status)) {
-    end.hasPassed = WEXITSTATUS(status) == 0;
-    end.hasSkipped = WEXITSTATUS(status) == kSkippedStatus;
-    end.how = "status " + std::to_string(WEXITSTATUS(status));
+  if (child == 0 || Persist([&] { return waitpid(child, &status, 0); }) != child) {
+    end.how = "could not be started";
   } else {
-    const int signal = WTERMSIG(status);
-    end.how = "signal " + std::to_string(signal) + " (" + strsignal(signal) + ")";
+    end.hasPassed = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    end.hasSkipped = WIFEXITED(status) && WEXITSTATUS(status) == kSkippedStatus;
+    end.how = HowItEnded(status, seconds);
   }
   return end;
 }

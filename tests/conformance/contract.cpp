@@ -1,10 +1,14 @@
 // The course of one contract.
 #include "contract.h"
 
+#include <unistd.h>
+
 #include "child.h"
 
 namespace conformance {
 namespace {
+
+constexpr uint32_t kSecondsOfAChild = 300;
 
 /// Thrown behind a recorded failure.
 struct Stop {};
@@ -34,15 +38,17 @@ void Contract::LeaveOut(const std::string& reason) { throw NothingToTest{reason}
 void Contract::TestBody() {
   if (const std::string lacks = Lacks(); !lacks.empty()) return Skip(lacks);
   if (Given().inProcess) return HoldHere();
-  const ChildEnd end = RunAsChild(NameOfThisTest());
+  const ChildEnd end = RunAsChild(NameOfThisTest(), Given().seconds.value_or(kSecondsOfAChild));
   if (end.hasSkipped) {
     Skip(end.output);
   } else if (!end.hasPassed) {
-    ADD_FAILURE() << "in a process of its own, which ended with " << end.how << ":\n" << end.output;
+    ADD_FAILURE() << "in a process of its own, which " << end.how << ":\n" << end.output;
   }
 }
 
 void Contract::HoldHere() {
+  // Ends the process where the runtime does not return; the parent goes on with the next contract.
+  if (Given().seconds) alarm(*Given().seconds);
   const std::string problem = OpenRuntime(Given().runtime);
   ASSERT_EQ(problem, "");
   try {

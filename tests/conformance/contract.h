@@ -2,8 +2,8 @@
 //
 //     CONTRACT(Memory, GivesBlocksThatDoNotOverlap) { ... vorn_rt_malloc(...) ... }
 //
-// A contract runs in a child process of its own, so that a runtime that crashes, or that comes up
-// only once in a process, fails one contract and not the rest.
+// A contract runs in a child process of its own, so that a runtime that crashes, hangs, or comes
+// up only once in a process, fails one contract and not the rest.
 #ifndef VORN_TESTS_CONFORMANCE_CONTRACT_H_
 #define VORN_TESTS_CONFORMANCE_CONTRACT_H_
 

@@ -29,6 +29,9 @@ bool ReadValue(const std::string& name, const std::string& value, Options& optio
   if (name == "--batch") return ReadNumber(value, options.batch) && options.batch != 0;
   if (name == "--rpn-inputs") return ReadNumber(value, options.rpnInputs);
   if (name == "--tolerance") return ReadNumber(value, options.tolerance);
+  if (name == "--seconds") {
+    return ReadNumber(value, options.seconds.emplace()) && options.seconds != 0;
+  }
   return false;
 }
 

@@ -3,6 +3,7 @@
 #define VORN_TESTS_CONFORMANCE_OPTIONS_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,10 +17,11 @@ struct Options {
   std::string recurrentModel;
   std::string answers;  ///< a folder of tensors that `model` is known to give
   int32_t device = 0;
-  uint64_t batch = 3;       ///< that the models take; 1 where they take none
-  uint64_t rpnInputs = 1;   ///< of `detectionModel`
-  double tolerance = 1e-3;  ///< of floats that were computed in another way
-  bool trusting = false;    ///< the runtime does not check handles that are no longer alive
+  uint64_t batch = 3;               ///< that the models take; 1 where they take none
+  uint64_t rpnInputs = 1;           ///< of `detectionModel`
+  double tolerance = 1e-3;          ///< of floats that were computed in another way
+  std::optional<uint32_t> seconds;  ///< that a test may take; see kUsage
+  bool trusting = false;            ///< the runtime does not check handles that are no longer alive
   bool namedStatuses = false;
   bool noSkips = false;    ///< what cannot be tested counts as a failure
   bool inProcess = false;  ///< no child processes
@@ -37,6 +39,7 @@ inline constexpr const char* kUsage =
     "  --batch N                a batch that the models take; 3, and 1 where they take none\n"
     "  --rpn-inputs N           of the detection model; 1\n"
     "  --tolerance X            of floats of items executed alone and in a batch; 0.001\n"
+    "  --seconds N              that a test may take; 300, or no limit with --in-process\n"
     "  --trusting               leaves out the groups Handles and HandlesInUse\n"
     "  --named-statuses         adds the groups Statuses and StatusesDown\n"
     "  --no-skips               what cannot be tested counts as a failure\n"
