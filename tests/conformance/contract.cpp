@@ -68,7 +68,8 @@ void Require(bool holds, const std::string& what, const char* file, int line) {
   throw Stop{};
 }
 
-void UpContract::Begin() {
+// The object is complete before the first step, so that its end follows if one of them throws.
+Up::Up() : Up(NoStep{}) {
   Require(vorn_init(Given().config.c_str()) == VORN_SUCCESS, "vorn_init failed");
   isUp_ = true;
   Require(vorn_rt_set_device(Given().device) == VORN_SUCCESS, "vorn_rt_set_device failed");
@@ -78,7 +79,7 @@ void UpContract::Begin() {
   Require(context != nullptr, "vorn_rt_create_context gave null");
 }
 
-void UpContract::End() {
+Up::~Up() {
   if (context != nullptr) {
     EXPECT_EQ(vorn_rt_destroy_context(context), VORN_SUCCESS);
   }
@@ -88,21 +89,6 @@ void UpContract::End() {
   if (isUp_) {
     EXPECT_EQ(vorn_finalize(), VORN_SUCCESS);
   }
-}
-
-vorn_rt_context* BringUp() {
-  Require(vorn_init(Given().config.c_str()) == VORN_SUCCESS, "vorn_init failed");
-  Require(vorn_rt_set_device(Given().device) == VORN_SUCCESS, "vorn_rt_set_device failed");
-  vorn_rt_context* context = nullptr;
-  Require(vorn_rt_create_context(&context, Given().device) == VORN_SUCCESS,
-          "vorn_rt_create_context failed");
-  return context;
-}
-
-void TakeDown(vorn_rt_context* context) {
-  EXPECT_EQ(vorn_rt_destroy_context(context), VORN_SUCCESS);
-  EXPECT_EQ(vorn_rt_reset_device(Given().device), VORN_SUCCESS);
-  EXPECT_EQ(vorn_finalize(), VORN_SUCCESS);
 }
 
 }  // namespace conformance

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 
 #include "operations.h"
@@ -40,22 +41,35 @@ class Contract : public testing::Test {
 void Require(bool holds, const std::string& what, const char* file = __builtin_FILE(),
              int line = __builtin_LINE());
 
-/// The runtime is up, the device is set, and a context is current on this thread.
-class UpContract : public Contract {
- protected:
-  void Begin() override;
-  void End() override;
+/// As long as it lives, the runtime is up, the device is set, and a context is current on the
+/// thread that made it. Ends the contract if a step fails. Undoes the steps that were done, also if
+/// a later one failed, and expects each to be undone.
+class Up {
+ public:
+  Up();
+  Up(const Up&) = delete;
+  Up& operator=(const Up&) = delete;
+  ~Up();
 
+  /// Null where a contract has destroyed it.
   vorn_rt_context* context = nullptr;
 
  private:
+  struct NoStep {};
+  explicit Up(NoStep /*unused*/) {}
+
   bool isUp_ = false;
   bool isDeviceSet_ = false;
 };
 
-/// The same as a sequence of steps, for contracts that bring the runtime up by themselves.
-vorn_rt_context* BringUp();
-void TakeDown(vorn_rt_context* context);
+/// The runtime is up while the contract is tried.
+class UpContract : public Contract {
+ protected:
+  void Begin() override { up.emplace(); }
+  void End() override { up.reset(); }
+
+  std::optional<Up> up;
+};
 
 }  // namespace conformance
 

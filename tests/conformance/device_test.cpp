@@ -36,7 +36,7 @@ CONTRACT(Device, ServesAnotherThreadWithAContextOfItsOwn) {
     void* block = nullptr;
     EXPECT_EQ(vorn_rt_set_device(Given().device), VORN_SUCCESS);
     ASSERT_EQ(vorn_rt_create_context(&own, Given().device), VORN_SUCCESS);
-    EXPECT_NE(own, context) << "vorn_rt_create_context";
+    EXPECT_NE(own, up->context) << "vorn_rt_create_context";
     EXPECT_EQ(vorn_rt_malloc(&block, 64, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
     EXPECT_EQ(vorn_rt_free(block), VORN_SUCCESS);
     EXPECT_EQ(vorn_rt_destroy_context(own), VORN_SUCCESS);

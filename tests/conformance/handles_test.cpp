@@ -78,7 +78,7 @@ CONTRACT(Handles, OfAnotherKindAreRefused) {
   EXPECT_NE(vorn_mdl_destroy_desc(reinterpret_cast<vorn_mdl_desc*>(dataset)), VORN_SUCCESS);
   EXPECT_NE(vorn_mdl_destroy_dataset(reinterpret_cast<vorn_mdl_dataset*>(desc)), VORN_SUCCESS);
   EXPECT_NE(vorn_destroy_data_buffer(reinterpret_cast<vorn_data_buffer*>(dataset)), VORN_SUCCESS);
-  EXPECT_NE(vorn_rt_destroy_stream(reinterpret_cast<vorn_rt_stream*>(context)), VORN_SUCCESS);
+  EXPECT_NE(vorn_rt_destroy_stream(reinterpret_cast<vorn_rt_stream*>(up->context)), VORN_SUCCESS);
   EXPECT_NE(vorn_rt_destroy_context(reinterpret_cast<vorn_rt_context*>(buffer)), VORN_SUCCESS);
   EXPECT_NE(vorn_mdl_add_dataset_buffer(dataset, reinterpret_cast<vorn_data_buffer*>(desc)),
             VORN_SUCCESS);
@@ -174,11 +174,11 @@ CONTRACT(HandlesInUse, DestroyedContextsServeNoLonger) {
     const Dataset in = model->Inputs(1);
     const Dataset out = model->Outputs();
     void* block = nullptr;
-    EXPECT_EQ(vorn_rt_destroy_context(context), VORN_SUCCESS);
+    EXPECT_EQ(vorn_rt_destroy_context(up->context), VORN_SUCCESS);
     EXPECT_NE(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
     EXPECT_NE(vorn_rt_malloc(&block, 64, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
-    context = nullptr;
-    Require(vorn_rt_create_context(&context, Given().device) == VORN_SUCCESS,
+    up->context = nullptr;
+    Require(vorn_rt_create_context(&up->context, Given().device) == VORN_SUCCESS,
             "vorn_rt_create_context failed");
     EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
   }

@@ -34,24 +34,26 @@ void ExpectDown(const std::string& when) {
   EXPECT_EQ(id, 77u) << when;
 }
 
-CONTRACT(Process, ComesUpAndGoesDown) { TakeDown(BringUp()); }
+void ComeUpAndGoDown() { const Up up; }
+
+CONTRACT(Process, ComesUpAndGoesDown) { ComeUpAndGoDown(); }
 
 CONTRACT(Process, ComesUpAgain) {
-  for (int round = 0; round < 3; ++round) TakeDown(BringUp());
+  for (int round = 0; round < 3; ++round) ComeUpAndGoDown();
 }
 
 CONTRACT(Process, FinalizeIsHarmlessWithoutInit) {
   vorn_finalize();
   vorn_finalize();
-  TakeDown(BringUp());
+  ComeUpAndGoDown();
   vorn_finalize();
-  TakeDown(BringUp());
+  ComeUpAndGoDown();
 }
 
 CONTRACT(Process, FinalizeIsHarmlessAfterAFailedInit) {
   EXPECT_NE(vorn_init("/nonexistent/vorn.json"), VORN_SUCCESS);
   vorn_finalize();
-  TakeDown(BringUp());
+  ComeUpAndGoDown();
 }
 
 CONTRACT(Process, ResetIsHarmlessWithoutADevice) {
@@ -59,22 +61,22 @@ CONTRACT(Process, ResetIsHarmlessWithoutADevice) {
   Require(vorn_init(Given().config.c_str()) == VORN_SUCCESS, "vorn_init failed");
   vorn_rt_reset_device(Given().device);
   EXPECT_EQ(vorn_finalize(), VORN_SUCCESS);
-  TakeDown(BringUp());
+  ComeUpAndGoDown();
 }
 
 CONTRACT(Process, InitRefusesNoFile) {
   EXPECT_NE(vorn_init(nullptr), VORN_SUCCESS);
   EXPECT_NE(vorn_init("/nonexistent/vorn.json"), VORN_SUCCESS);
-  TakeDown(BringUp());
+  ComeUpAndGoDown();
 }
 
 CONTRACT(Process, RefusesWorkBeforeInit) {
   ExpectDown("before vorn_init");
-  TakeDown(BringUp());
+  ComeUpAndGoDown();
 }
 
 CONTRACT(Process, RefusesWorkAfterFinalize) {
-  TakeDown(BringUp());
+  ComeUpAndGoDown();
   ExpectDown("after vorn_finalize");
 }
 
@@ -120,8 +122,8 @@ class Silent : public Process {
 CONTRACT(Silent, WritesNothing) {
   vorn_status status = VORN_SUCCESS;
   Catcher catcher;
-  vorn_rt_context* context = BringUp();
   {
+    const Up up;
     Model model(Given().model);
     const Dataset in = model.Inputs(1);
     Dataset out = model.Outputs();
@@ -130,7 +132,6 @@ CONTRACT(Silent, WritesNothing) {
     uint32_t id = 0;
     vorn_mdl_load_from_mem(out.Content(0).data(), out.Content(0).size(), &id);
   }
-  TakeDown(context);
   vorn_init("/nonexistent/vorn.json");
   const std::string written = catcher.End();
   EXPECT_EQ(status, VORN_SUCCESS) << "vorn_mdl_execute";
