@@ -170,18 +170,16 @@ CONTRACT(HandlesInUse, ThreadsWithoutAContextAreRefused) {
 }
 
 CONTRACT(HandlesInUse, DestroyedContextsServeNoLonger) {
-  {
-    const Dataset in = model->Inputs(1);
-    const Dataset out = model->Outputs();
-    void* block = nullptr;
-    EXPECT_EQ(vorn_rt_destroy_context(up->context), VORN_SUCCESS);
-    EXPECT_NE(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
-    EXPECT_NE(vorn_rt_malloc(&block, 64, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
-    up->context = nullptr;
-    Require(vorn_rt_create_context(&up->context, Given().device) == VORN_SUCCESS,
-            "vorn_rt_create_context failed");
-    EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
-  }
+  const Dataset in = model->Inputs(1);
+  const Dataset out = model->Outputs();
+  void* block = nullptr;
+  EXPECT_EQ(vorn_rt_destroy_context(up->context), VORN_SUCCESS);
+  EXPECT_NE(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
+  EXPECT_NE(vorn_rt_malloc(&block, 64, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
+  up->context = nullptr;
+  Require(vorn_rt_create_context(&up->context, Given().device) == VORN_SUCCESS,
+          "vorn_rt_create_context failed");
+  EXPECT_EQ(Execute(in, out), VORN_SUCCESS) << "vorn_mdl_execute";
 }
 
 }  // namespace

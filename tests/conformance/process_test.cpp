@@ -15,8 +15,7 @@ class Process : public Contract {};
 
 /// Expects that nothing can be made or used, and that no place for a result is written.
 void ExpectDown(const std::string& when) {
-  vorn_rt_context* const noContext = nullptr;
-  vorn_rt_context* context = noContext;
+  vorn_rt_context* context = nullptr;
   vorn_rt_stream* stream = nullptr;
   void* block = nullptr;
   uint32_t id = 77;
@@ -28,7 +27,7 @@ void ExpectDown(const std::string& when) {
   EXPECT_NE(vorn_mdl_load_from_mem(image, sizeof image, &id), VORN_SUCCESS) << when;
   EXPECT_EQ(vorn_mdl_create_desc(), nullptr) << when;
   EXPECT_EQ(vorn_mdl_create_dataset(), nullptr) << when;
-  EXPECT_EQ(context, noContext) << when;
+  EXPECT_EQ(context, nullptr) << when;
   EXPECT_EQ(stream, nullptr) << when;
   EXPECT_EQ(block, nullptr) << when;
   EXPECT_EQ(id, 77u) << when;
