@@ -21,9 +21,8 @@ readonly kPython=/usr/bin/python3  # the one that the system's packages are for
 
 provide_cases() {
   [ "$(cat "$kCasesDir/stamp" 2>/dev/null)" = "$kStamp" ] && return
-  local work
-  work=$(mktemp -d "$PWD/.deps/fetch.XXXXXX")
-  trap "rm -rf '$work'" EXIT
+  work=$(mktemp -d "$PWD/.deps/fetch.XXXXXX") # not local: the trap runs when this has returned
+  trap 'rm -rf "$work"' EXIT
   update_apt_lists
   update_debian_keys
   say "fetching the cases: $kPackage $kVersion (Debian 13), to be unpacked, not installed"
@@ -40,4 +39,4 @@ flock 9
 provide_cases
 exec 9>&-
 
-exec "$kPython" -B tests/onnx_suite/run.py --cases "$kCasesDir" --build build/release "$@"
+"$kPython" -B tests/onnx_suite/run.py --cases "$kCasesDir" --build build/release "$@"

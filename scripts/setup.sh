@@ -77,9 +77,8 @@ provide_onnxruntime() {
     return
   fi
   update_debian_keys
-  local work
-  work=$(mktemp -d "$PWD/.deps/fetch.XXXXXX")
-  trap "rm -rf '$work'" EXIT
+  work=$(mktemp -d "$PWD/.deps/fetch.XXXXXX") # not local: the trap runs when this has returned
+  trap 'rm -rf "$work"' EXIT
   mkdir -p "$work/new"
   fetch_headers "$work"
   fetch_library "$work"
