@@ -5,23 +5,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kBuild=build/bench kReport=build/bench/report
+readonly kProgram=bench
+. scripts/packages.sh
 export PYTHONDONTWRITEBYTECODE=1
-
-say() { printf 'bench: %s\n' "$*"; }
-die() {
-  printf 'bench: %s\n' "$*" >&2
-  exit 1
-}
-
-install_packages() {
-  local sudo=()
-  command -v apt-get >/dev/null || die "needs $*; there is no apt-get here."
-  [ "$(id -u)" = 0 ] || sudo=(sudo)
-  say "installing $*"
-  "${sudo[@]}" apt-get update -qq
-  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
-    --no-install-recommends "$@" >/dev/null || die "could not install $*."
-}
 
 provide_tools() {
   local missing=()

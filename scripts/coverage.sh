@@ -5,16 +5,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/coverage
 report=$build/report
-
-install_gcovr() {
-  command -v gcovr >/dev/null && return
-  printf 'coverage: installing gcovr\n'
-  local root=(env)
-  [ "$(id -u)" = 0 ] || root=(sudo env)
-  "${root[@]}" apt-get update -qq
-  "${root[@]}" DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends gcovr \
-    >/dev/null
-}
+readonly kProgram=coverage
+. scripts/packages.sh
 
 # A branch that only an exception takes, or that the compiler knows not to be taken, is no choice of
 # this code's.
@@ -26,7 +18,7 @@ count() {
 
 show() { gcovr --root . --add-tracefile "$report/coverage.json" "$@"; }
 
-install_gcovr
+command -v gcovr >/dev/null || install_packages gcovr
 ./scripts/build.sh coverage
 find "$build" -name '*.gcda' -delete # counters of an earlier run
 mkdir -p "$report"

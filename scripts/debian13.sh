@@ -1,47 +1,8 @@
-# Packages of the system, and packages of Debian 13 that are unpacked only: nothing of those is
-# installed and none of their scripts is run. Sourced by scripts that have set `kProgram`, the name
-# in front of what they say, and `kNeeds`, what is to be installed by hand where there is no apt-get,
-# and that run with `set -euo pipefail`.
+# Packages of Debian 13 that are unpacked only: nothing of them is installed and none of their scripts
+# is run. Sourced from the project's folder, by scripts that have set what packages.sh asks for.
+. scripts/packages.sh
 
 readonly kDebian13Suite=trixie
-
-say() { printf '%s: %s\n' "$kProgram" "$*"; }
-die() {
-  printf '%s: %s\n' "$kProgram" "$*" >&2
-  exit 1
-}
-
-as_root() {
-  if [ "$(id -u)" = 0 ]; then
-    "$@"
-  elif command -v sudo >/dev/null; then
-    sudo "$@"
-  else
-    die "needs root for: $*. Run it as root, or install sudo."
-  fi
-}
-
-apt_lists_are_new=no
-update_apt_lists() {
-  [ "$apt_lists_are_new" = yes ] && return
-  command -v apt-get >/dev/null ||
-    die "no apt-get here. Install by hand: $kNeeds."
-  say "updating the package lists"
-  as_root apt-get update -qq
-  apt_lists_are_new=yes
-}
-
-install_packages() {
-  update_apt_lists
-  say "installing $*"
-  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "$@" \
-    >/dev/null
-}
-
-check_sha256() {
-  printf '%s  %s\n' "$2" "$1" | sha256sum --check --status ||
-    die "$(basename "$1") is not the file that was pinned (SHA-256 differs). Nothing was kept."
-}
 
 # Writes a source list for Debian 13 with the very mirrors that this machine uses itself, security
 # archives left out. Understands both formats of apt's lists.

@@ -10,12 +10,9 @@ cd "$(dirname "$0")/.."
 readonly kAll=(command_line list_file rpn_text input_file dump whole_run model_image)
 readonly kPackages=(clang libclang-rt-14-dev)
 readonly kCorpus=build/fuzz/corpus kLogs=build/fuzz/logs
-
-say() { printf 'fuzz: %s\n' "$*"; }
-die() {
-  printf 'fuzz: %s\n' "$*" >&2
-  exit 1
-}
+readonly kProgram=fuzz
+readonly kNeeds='clang++ with its libFuzzer'
+. scripts/packages.sh
 
 has_clang_with_fuzzer() {
   command -v clang++ >/dev/null &&
@@ -24,13 +21,7 @@ has_clang_with_fuzzer() {
 
 provide_clang() {
   has_clang_with_fuzzer && return
-  command -v apt-get >/dev/null || die "needs clang++ with its libFuzzer; there is no apt-get here."
-  local sudo=()
-  [ "$(id -u)" = 0 ] || sudo=(sudo)
-  say "installing ${kPackages[*]}"
-  "${sudo[@]}" apt-get update -qq
-  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-    "${kPackages[@]}" >/dev/null
+  install_packages "${kPackages[@]}"
   has_clang_with_fuzzer || die "clang++ is here, but not its libFuzzer."
 }
 

