@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks runs of the digit finder; the exit status says whether all of it is right.
 
-    check.py FOLDER
+    PYTHONPATH=examples/reference check.py FOLDER
 
 FOLDER holds what run.sh leaves: a folder a file of thresholds, with the dump of the run, and in
 `bare` the same findings straight out of ONNX Runtime.
@@ -14,15 +14,10 @@ import numpy as np
 
 import reference
 from findings import FOLDER, read_findings, read_scenes, read_truth, right_ones
+from judging import check
 
 RUNS = ("eager", "even", "strict", "by_class_even", "by_class_sure_threes")
 THREE = 3
-
-
-def check(holds, what):
-    """Prints a line of the report; returns `holds`."""
-    print(("ok      " if holds else "WRONG   ") + what)
-    return bool(holds)
 
 
 def thresholds_of(run):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Draws what was found in one scene with two thresholds, side by side.
 
-    draw.py FOLDER PICTURE [SCENE]
+    PYTHONPATH=examples/reference draw.py FOLDER PICTURE [SCENE]
 
 FOLDER is what run.sh leaves. Needs python3-matplotlib.
 """

@@ -4,6 +4,8 @@ from pathlib import Path
 
 import numpy as np
 
+from judging import overlap
+
 FOLDER = Path(__file__).resolve().parent
 SAME = 0.5  # overlap (intersection over union) from which a finding means a digit
 
@@ -28,17 +30,6 @@ def read_truth(scene):
     """The digits of one scene, int [n, 5]: x1, y1, x2, y2, digit."""
     rows = np.loadtxt(FOLDER / "truth.txt", dtype=int)
     return rows[rows[:, 0] == scene][:, 1:]
-
-
-def overlap(a, b):
-    """Intersection over union of two boxes x1, y1, x2, y2."""
-    width = min(a[2], b[2]) - max(a[0], b[0])
-    height = min(a[3], b[3]) - max(a[1], b[1])
-    if width <= 0 or height <= 0:
-        return 0.0
-    both = width * height
-    areas = (a[2] - a[0]) * (a[3] - a[1]) + (b[2] - b[0]) * (b[3] - b[1])
-    return both / (areas - both)
 
 
 def right_ones(findings, truth):

@@ -7,7 +7,7 @@ import numpy as np
 import onnx
 from onnx import numpy_helper
 
-from findings import overlap
+from judging import overlap
 
 FOLDER = Path(__file__).resolve().parent
 UNLIKELY = 0.01  # places below are passed over; every score threshold has to be above

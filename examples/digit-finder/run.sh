@@ -7,6 +7,7 @@ build=$(realpath "${1:-$here/../../build/release}")
 work=$build/digit-finder
 readonly kProgram=digit-finder
 . "$here/../../scripts/packages.sh"
+export PYTHONPATH=$here/../reference PYTHONDONTWRITEBYTECODE=1
 runs=(eager even strict by_class_even by_class_sure_threes)
 
 /usr/bin/python3 -c 'import onnx, matplotlib' 2>/dev/null ||

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks a run of the face detector and draws it; the exit status says whether all of it is right.
 
-    check.py FOLDER
+    PYTHONPATH=examples/reference check.py FOLDER
 
 FOLDER is what prepare.py wrote, with the dump of the run in `out`, and in `bare` the same outputs
 straight out of ONNX Runtime. Leaves <name>-found.png beside every picture with a face.
@@ -13,18 +13,13 @@ from pathlib import Path
 import numpy as np
 from PIL import Image, ImageDraw
 
-from faces import FACE, PHOTOGRAPH, PICTURES, POINTS, SURE, decode, find_faces, overlap
+from faces import FACE, PHOTOGRAPH, PICTURES, POINTS, SURE, decode, find_faces
+from judging import check, overlap
 
 LEAST_OVERLAP = 0.8
 FURTHEST = 10  # pixels of the photograph, 2.5 of the input
 SCORES, NUMBERS = ("Identity:0", "Identity_1:0"), ("Identity_2:0", "Identity_3:0")
 COLOUR = (42, 200, 120)
-
-
-def check(holds, what):
-    """Prints a line of the report; returns `holds`."""
-    print(("ok      " if holds else "WRONG   ") + what)
-    return bool(holds)
 
 
 def read(folder, pattern, names):

@@ -10,6 +10,8 @@ from dataclasses import dataclass
 
 import numpy as np
 
+from judging import overlap
+
 SIDE = 128  # of the network's input
 GRIDS = ((16, 2), (8, 6))  # cells along a side, anchors in each
 SURE = 0.75
@@ -49,15 +51,6 @@ def anchors():
         x, y = np.meshgrid(steps, steps)
         middles.append(np.repeat(np.stack([x.ravel(), y.ravel()], axis=1), count, axis=0))
     return np.concatenate(middles)
-
-
-def overlap(a, b):
-    """Intersection over union of two boxes x1, y1, x2, y2."""
-    width, height = min(a[2], b[2]) - max(a[0], b[0]), min(a[3], b[3]) - max(a[1], b[1])
-    if width <= 0 or height <= 0:
-        return 0.0
-    areas = (a[2] - a[0]) * (a[3] - a[1]) + (b[2] - b[0]) * (b[3] - b[1])
-    return width * height / (areas - width * height)
 
 
 def decode(scores, numbers):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Prepares photographs as inputs of the face detector.
 
-    prepare.py FOLDER PHOTOGRAPHS
+    PYTHONPATH=examples/reference prepare.py FOLDER PHOTOGRAPHS
 
 FOLDER has to exist, PHOTOGRAPHS is where scikit-image keeps its own. Needs python3-pil and
 python3-numpy. Writes into FOLDER, a picture after the other as faces.py lists them:

@@ -14,6 +14,7 @@ photographs=$work/skimage/usr/lib/python3/dist-packages/skimage/data
 readonly kProgram=face-finder
 readonly kNeeds="npm, Python 3 with numpy and PIL, and scikit-image's photographs in $photographs"
 . "$here/../../scripts/packages.sh"
+export PYTHONPATH=$here/../reference PYTHONDONTWRITEBYTECODE=1
 mkdir -p "$work"
 
 # Of the package, whatever its version here is, the photographs are what has to be the same. It is

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks a run of the voice detector; the exit status says whether all of it is right.
 
-    check.py FOLDER REFERENCE
+    PYTHONPATH=examples/reference check.py FOLDER REFERENCE
 
 FOLDER is what make_recording.py wrote, with the dump of the run in out/0; REFERENCE is what
 step_by_step.cpp wrote for the same frames.
@@ -11,6 +11,8 @@ import array
 import sys
 from pathlib import Path
 
+from judging import check
+
 MARGIN = 4  # frames, 128 ms: how late the detector may be at either end of a stretch
 
 
@@ -18,11 +20,6 @@ def floats(path):
     values = array.array("f")
     values.frombytes(path.read_bytes())
     return list(values)
-
-
-def check(holds, what):
-    print(("ok      " if holds else "WRONG   ") + what)
-    return holds
 
 
 def main():

@@ -7,6 +7,7 @@ build=$(realpath "${1:-$here/../../build/release}")
 work=$build/voice-detector
 readonly kProgram=voice-detector
 . "$here/../../scripts/packages.sh"
+export PYTHONPATH=$here/../reference PYTHONDONTWRITEBYTECODE=1
 readonly kPackage=@ricky0123/vad-web
 readonly kVersion=0.0.31
 readonly kSha256=d1a211cf1a2ed26297da52cc08de79e75d79838a274bfc6de546feb1f828c940
