@@ -41,7 +41,9 @@ void UseLoadedEngine() {
   }
   using GetBase = const OrtApiBase*(ORT_API_CALL*)();
   const auto getBase = reinterpret_cast<GetBase>(dlsym(library, "OrtGetApiBase"));
-  Ort::InitApi(getBase()->GetApi(ORT_API_VERSION));
+  const OrtApi* api = getBase()->GetApi(ORT_API_VERSION);
+  if (api == nullptr) throw std::runtime_error(VORN_ENGINE_SONAME " is older than its headers");
+  Ort::InitApi(api);
 }
 
 BareSession::BareSession(Ort::Env& env, std::span<const std::byte> image)
