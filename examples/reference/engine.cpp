@@ -3,8 +3,6 @@
 
 #include <dlfcn.h>
 
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace reference {
@@ -22,14 +20,9 @@ void LoadEngine() {
 Ort::SessionOptions Options() {
   Ort::SessionOptions options;
   options.SetIntraOpNumThreads(1);
+  options.SetInterOpNumThreads(1);
   options.SetGraphOptimizationLevel(ORT_ENABLE_ALL);
   return options;
-}
-
-std::string ReadBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot open " + path);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace reference

@@ -3,8 +3,6 @@
 #ifndef EXAMPLES_REFERENCE_ENGINE_H_
 #define EXAMPLES_REFERENCE_ENGINE_H_
 
-#include <string>
-
 #define ORT_API_MANUAL_INIT
 #include <onnxruntime_cxx_api.h>
 
@@ -16,9 +14,6 @@ void LoadEngine();
 
 /// What the host runtime asks for with the configuration {}.
 Ort::SessionOptions Options();
-
-/// The bytes of a file. Throws std::runtime_error.
-std::string ReadBytes(const std::string& path);
 
 }  // namespace reference
 

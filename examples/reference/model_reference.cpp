@@ -6,12 +6,12 @@
 // open count as 1. FOLDER gets a file <name>.bin an output, with the values in the model's type,
 // and a line on standard output tells its shape.
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "reference/engine.h"
+#include "reference/tensor_file.h"
 
 namespace {
 
@@ -39,32 +39,11 @@ Ort::Value InputOver(std::string& bytes, const Ort::Session& session, size_t ind
                                   info.GetElementType());
 }
 
-size_t ElementBytes(ONNXTensorElementDataType type) {
-  switch (type) {
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT8:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT8:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL:
-      return 1;
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT32:
-      return 4;
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT64:
-      return 8;
-    default:
-      throw std::runtime_error("an output has a type that no example has");
-  }
-}
-
 void Write(const std::string& folder, const std::string& name, const Ort::Value& output) {
-  const auto info = output.GetTensorTypeAndShapeInfo();
-  std::ofstream file(folder + "/" + name + ".bin", std::ios::binary);
-  file.write(
-      static_cast<const char*>(output.GetTensorRawData()),
-      static_cast<std::streamsize>(info.GetElementCount() * ElementBytes(info.GetElementType())));
-  if (!file.flush()) throw std::runtime_error("cannot write into " + folder);
+  reference::WriteTensor(folder + "/" + name + ".bin", output);
   std::printf("%s [", name.c_str());
   const char* between = "";
-  for (const int64_t dim : info.GetShape()) {
+  for (const int64_t dim : output.GetTensorTypeAndShapeInfo().GetShape()) {
     std::printf("%s%lld", between, static_cast<long long>(dim));
     between = ", ";
   }

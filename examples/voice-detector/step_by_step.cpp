@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "reference/engine.h"
+#include "reference/tensor_file.h"
 
 namespace {
 

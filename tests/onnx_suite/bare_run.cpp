@@ -8,18 +8,14 @@
 //
 // A file holds the tensor dense. Output n (from 0) is left dense as OUT/n.bin, and standard output
 // gets the same fields of each. Inputs that are not named are left to the model's own values.
-#include <dlfcn.h>
-
 #include <cstdio>
-#include <fstream>
-#include <iterator>
+#include <exception>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#define ORT_API_MANUAL_INIT
-#include <onnxruntime_cxx_api.h>
+#include "reference/engine.h"
+#include "reference/tensor_file.h"
 
 namespace {
 
@@ -32,20 +28,6 @@ struct Input {
   std::string bytes;
 };
 
-void LoadEngine() {
-  void* library = dlopen(VORN_ENGINE_SONAME, RTLD_NOW);
-  if (library == nullptr) throw std::runtime_error(dlerror());
-  using GetBase = const OrtApiBase*(ORT_API_CALL*)();
-  const auto getBase = reinterpret_cast<GetBase>(dlsym(library, "OrtGetApiBase"));
-  Ort::InitApi(getBase()->GetApi(ORT_API_VERSION));
-}
-
-std::string ReadBytes(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 Dims ParseDims(const std::string& text) {
   Dims dims;
   std::istringstream pieces(text);
@@ -54,7 +36,7 @@ Dims ParseDims(const std::string& text) {
 }
 
 std::vector<Input> ReadInputs(const char* path) {
-  std::istringstream lines(ReadBytes(path));
+  std::istringstream lines(reference::ReadBytes(path));
   std::vector<Input> inputs;
   for (std::string line; std::getline(lines, line);) {
     std::istringstream fields(line);
@@ -69,7 +51,7 @@ std::vector<Input> ReadInputs(const char* path) {
     inputs.push_back({.name = name,
                       .type = static_cast<ONNXTensorElementDataType>(std::stoi(type)),
                       .dims = ParseDims(dims),
-                      .bytes = ReadBytes(file)});
+                      .bytes = reference::ReadBytes(file)});
   }
   return inputs;
 }
@@ -105,49 +87,16 @@ std::string DimsText(const Dims& dims) {
   return text;
 }
 
-size_t ElementBytes(ONNXTensorElementDataType type) {
-  switch (type) {
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_BOOL:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT8:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT8:
-      return 1;
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT16:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_BFLOAT16:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT16:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT16:
-      return 2;
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_FLOAT:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT32:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT32:
-      return 4;
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_DOUBLE:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_INT64:
-    case ONNX_TENSOR_ELEMENT_DATA_TYPE_UINT64:
-      return 8;
-    default:
-      throw std::runtime_error("element type " + std::to_string(type) + " is not served");
-  }
-}
-
 void Leave(const std::string& name, const Ort::Value& value, const std::string& path) {
-  if (!value.IsTensor()) throw std::runtime_error("output " + name + " is no tensor");
+  reference::WriteTensor(path, value);
   const auto info = value.GetTensorTypeAndShapeInfo();
-  std::ofstream file(path, std::ios::binary);
-  file.write(
-      static_cast<const char*>(value.GetTensorRawData()),
-      static_cast<std::streamsize>(info.GetElementCount() * ElementBytes(info.GetElementType())));
-  if (!file.flush()) throw std::runtime_error("cannot write " + path);
   std::printf("%s\t%d\t%s\t%s\n", name.c_str(), static_cast<int>(info.GetElementType()),
               DimsText(info.GetShape()).c_str(), path.c_str());
 }
 
 void RunModel(const char* model, const char* inputsFile, const std::string& out) {
   const Ort::Env env(ORT_LOGGING_LEVEL_FATAL);
-  Ort::SessionOptions options;  // what the host runtime asks for with the configuration {}
-  options.SetIntraOpNumThreads(1);
-  options.SetInterOpNumThreads(1);
-  options.SetGraphOptimizationLevel(ORT_ENABLE_ALL);
-  Ort::Session session(env, model, options);
+  Ort::Session session(env, model, reference::Options());
   std::vector<Input> inputs = ReadInputs(inputsFile);
   const std::vector<std::string> names = OutputNames(session);
   const std::vector<Ort::Value> results = Run(session, inputs, names);
@@ -164,7 +113,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   try {
-    LoadEngine();
+    reference::LoadEngine();
     RunModel(argv[1], argv[2], argv[3]);
     return 0;
   } catch (const std::exception& e) {
