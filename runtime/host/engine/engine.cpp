@@ -379,7 +379,8 @@ class OrtEngine : public Engine {
 }  // namespace
 
 std::unique_ptr<Engine> CreateEngine() {
-  Ort::InitApi(LoadEngineLibrary());
+  // Once: an execution of the runtime before may still read the table when the next one comes up.
+  [[maybe_unused]] static const bool hasTable = (Ort::InitApi(LoadEngineLibrary()), true);
   try {
     return std::make_unique<OrtEngine>();
   } catch (const Ort::Exception& e) {
