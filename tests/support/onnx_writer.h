@@ -79,7 +79,7 @@ class OnnxWriter {
   OnnxWriter& Constant(const std::string& name, OnnxType type, const std::vector<int64_t>& dims,
                        const std::vector<Value>& values) {
     std::string raw(values.size() * sizeof(Value), '\0');
-    std::memcpy(raw.data(), values.data(), raw.size());
+    if (!raw.empty()) std::memcpy(raw.data(), values.data(), raw.size());
     return RawConstant(name, type, dims, raw);
   }
   OnnxWriter& RawConstant(const std::string& name, OnnxType type, const std::vector<int64_t>& dims,
