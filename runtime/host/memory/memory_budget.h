@@ -1,8 +1,8 @@
 // How much memory a device has, and how much of it is taken.
 //
 // Two kinds of takers share one: blocks that a caller allocates, and what models keep and
-// executions use, where that is counted (counted_memory.h). The library does
-// not say for whom it allocates, so whoever calls it opens a BudgetScope around the call.
+// executions use, where that is counted (counted_memory.h). The execution library does not say for
+// whom it allocates, so whoever calls it opens a BudgetScope around the call.
 #ifndef VORN_RUNTIME_HOST_MEMORY_MEMORY_BUDGET_H_
 #define VORN_RUNTIME_HOST_MEMORY_MEMORY_BUDGET_H_
 
@@ -32,7 +32,7 @@ class MemoryBudget {
   std::atomic<uint64_t> taken_ = 0;
 };
 
-/// Says, for the calling thread and as long as it lives, whose memory the execution library uses.
+/// Says, for the calling thread and as long as it lives, whose memory is counted.
 class BudgetScope {
  public:
   /// A null budget has no limit and counts nothing.
