@@ -128,7 +128,6 @@ void MutateOnce(Fields& fields, std::minstd_rand& random) {
   const auto [list, index] = all[random() % all.size()];
   const auto place = list->begin() + static_cast<std::ptrdiff_t>(index);
   const auto [otherList, otherIndex] = all[random() % all.size()];
-  const Field other = (*otherList)[otherIndex];
   switch (random() % 6) {
     case 0:
       list->erase(place);
@@ -137,7 +136,7 @@ void MutateOnce(Fields& fields, std::minstd_rand& random) {
       list->insert(place, Field(*place));
       break;
     case 2:
-      *place = other;
+      *place = Field((*otherList)[otherIndex]);
       break;
     default:
       ChangeValue(*place, random);

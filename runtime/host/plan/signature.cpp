@@ -224,8 +224,9 @@ Signature SignatureOf(const Session& session, const ModelSettings& settings) {
   if (settings.netType == VORN_NET_RECURRENT) TakeSequence(settings, inputs, outputs, signature);
   if (settings.netType == VORN_NET_DETECTION) TakeThresholds(settings, inputs, signature);
   TakeEmptyInputs(inputs, signature);
-  if (settings.netType == VORN_NET_RECURRENT && !signature.frames)
+  if (settings.netType == VORN_NET_RECURRENT && !signature.frames) {
     TakeFirstAsFrames(inputs, signature);
+  }
   std::vector<Port> data = inputs.Rest();
   signature.inputs.insert(signature.inputs.begin(), data.begin(), data.end());
   signature.outputs = outputs.Rest();
