@@ -3,13 +3,25 @@
 # builds the command alone and sees that it runs with that one.
 set -euo pipefail
 cmake=$1 source=$2 library=$3 work=$4
+fail() {
+  echo "check_given_runtime: $*" >&2
+  exit 1
+}
+
 rm -rf "$work"
 mkdir -p "$work"
 "$cmake" -S "$source" -B "$work/build" -DVORN_LIBRARY="$library" -DVORN_BUILD_TESTS=OFF >/dev/null
 "$cmake" --build "$work/build" --target vorn-run >/dev/null
+
+# By way of files: "grep -q" leaves a pipe at the first match, and whoever still writes into it fails.
 # Only the name stands in the executable, so that any libvorn.so can take the library's place.
-readelf -d "$work/build/vorn-run" | grep -q 'NEEDED.*\[libvorn.so\]'
-ldd "$work/build/vorn-run" | grep -qF "libvorn.so => $(dirname "$library")/"
+readelf -d "$work/build/vorn-run" >"$work/dynamic"
+grep -q 'NEEDED.*\[libvorn.so\]' "$work/dynamic" ||
+  fail "the command needs no libvorn.so by that name: $(cat "$work/dynamic")"
+ldd "$work/build/vorn-run" >"$work/ldd"
+grep -qF "libvorn.so => $(dirname "$library")/" "$work/ldd" ||
+  fail "the command does not find the runtime it was given: $(cat "$work/ldd")"
+
 VORN_RECORD="$work/record" "$work/build/vorn-run" -m /nonexistent -i /nonexistent -j /nonexistent \
   >"$work/out" || true
-grep -q vorn_init "$work/record"
+grep -q vorn_init "$work/record" || fail "the runtime it was given was not called"
