@@ -1,0 +1,315 @@
+// Sessions over ONNX Runtime's C++ interface: options, tensors, bound memory, runs and trials.
+#include "host/engine/engine_session.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "host/common/failure.h"
+#include "host/engine/engine_environment.h"
+#include "host/engine/engine_types.h"
+#include "host/tensor/element_type.h"
+
+namespace vorn::host {
+namespace {
+
+GraphOptimizationLevel OptimizationLevel(GraphOptimization level) {
+  switch (level) {
+    case GraphOptimization::kNone:
+      return ORT_DISABLE_ALL;
+    case GraphOptimization::kBasic:
+      return ORT_ENABLE_BASIC;
+    case GraphOptimization::kExtended:
+      return ORT_ENABLE_EXTENDED;
+    case GraphOptimization::kAll:
+      return ORT_ENABLE_ALL;
+  }
+  return ORT_ENABLE_ALL;
+}
+
+Ort::SessionOptions SessionOptionsFor(const Config& config) {
+  Ort::SessionOptions options;
+  options.SetIntraOpNumThreads(config.threads);
+  options.SetInterOpNumThreads(1);
+  options.SetExecutionMode(ORT_SEQUENTIAL);
+  options.SetGraphOptimizationLevel(OptimizationLevel(config.graphOptimization));
+  options.SetLogSeverityLevel(EngineLogSeverity());
+  // Idle threads that spin would take the processor from the caller's own work.
+  options.AddConfigEntry("session.intra_op.allow_spinning", "0");
+  options.AddConfigEntry("session.inter_op.allow_spinning", "0");
+  if (config.memoryLimit) {
+    options.AddConfigEntry("session.use_env_allocators", "1");
+    // What is folded while a model is loaded would lie in memory that nobody counts.
+    options.AddConfigEntry("optimization.disable_specified_optimizers", "ConstantFolding");
+  }
+  // Nothing but the format that InspectOnnxImage has looked at.
+  options.AddConfigEntry("session.load_model_format", "ONNX");
+  for (const auto& [name, size] : config.dims) {
+    Ort::ThrowOnError(Ort::GetApi().AddFreeDimensionOverrideByName(options, name.c_str(), size));
+  }
+  return options;
+}
+
+DeclaredShape DeclaredShapeOf(const Ort::ConstTensorTypeAndShapeInfo& info) {
+  const std::vector<int64_t> sizes = info.GetShape();
+  std::vector<const char*> symbols(sizes.size());
+  info.GetSymbolicDimensions(symbols.data(), symbols.size());
+  DeclaredShape shape;
+  for (size_t i = 0; i < sizes.size(); ++i) {
+    shape.push_back({.size = sizes[i] < 0 ? DeclaredDim::kOpen : sizes[i],
+                     .symbol = symbols[i] == nullptr ? "" : symbols[i]});
+  }
+  return shape;
+}
+
+DeclaredTensor Declare(const char* kind, std::string name, const Ort::TypeInfo& type) {
+  if (type.GetONNXType() != ONNX_TYPE_TENSOR) {
+    throw Failure(VORN_ERROR_MODEL, kind, " '", name, "' is ", NameOf(type.GetONNXType()),
+                  "; only dense tensors are served");
+  }
+  const Ort::ConstTensorTypeAndShapeInfo info = type.GetTensorTypeAndShapeInfo();
+  const std::optional<vorn_data_type> element = FromElementType(info.GetElementType());
+  if (!element) {
+    throw Failure(
+        VORN_ERROR_MODEL, kind, " '", name, "' holds ", NameOf(info.GetElementType()),
+        " (ONNX element type ", static_cast<int>(info.GetElementType()),
+        "); floating-point numbers of 16 to 64 bits, integers and truth values are served");
+  }
+  return {.name = std::move(name), .type = *element, .shape = DeclaredShapeOf(info)};
+}
+
+/// The library has no code for memory that was not to be had, only the text of what was thrown.
+vorn_status StatusOf(const Ort::Exception& e, vorn_status otherwise) {
+  const bool isOutOfMemory = std::strstr(e.what(), "bad_alloc") != nullptr;
+  return isOutOfMemory ? VORN_ERROR_OUT_OF_MEMORY : otherwise;
+}
+
+/// Memory that is bound to one input or output.
+struct Binding {
+  void* data = nullptr;
+  Shape shape;
+  bool isDetached = false;    // an output that the library leaves elsewhere
+  bool isOfAnyShape = false;  // an output that the library keeps, whatever its shape
+  bool isConstant = false;    // an input that is the same in trials
+};
+
+class OrtSession : public Session {
+ public:
+  OrtSession(std::shared_ptr<Ort::Env> env, std::span<const std::byte> image, const Config& config,
+             const std::set<std::string>& shapelessInputs)
+      : env_(std::move(env)),
+        session_(*env_, image.data(), image.size(), SessionOptionsFor(config)),
+        memory_(Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault)),
+        binding_(session_) {
+    const Ort::AllocatorWithDefaultOptions allocator;
+    for (size_t i = 0; i < session_.GetInputCount(); ++i) {
+      const auto name = session_.GetInputNameAllocated(i, allocator);
+      inputs_.push_back(Declare("input", name.get(), session_.GetInputTypeInfo(i)));
+      inputs_.back().isShapeKnown = !shapelessInputs.contains(inputs_.back().name);
+    }
+    for (size_t i = 0; i < session_.GetOutputCount(); ++i) {
+      const auto name = session_.GetOutputNameAllocated(i, allocator);
+      outputs_.push_back(Declare("output", name.get(), session_.GetOutputTypeInfo(i)));
+    }
+    RefuseTwins();
+    boundInputs_.resize(inputs_.size());
+    boundOutputs_.resize(outputs_.size());
+  }
+
+  const std::vector<DeclaredTensor>& inputs() const override { return inputs_; }
+  const std::vector<DeclaredTensor>& outputs() const override { return outputs_; }
+
+  void BindInput(size_t index, void* data, const Shape& shape) override {
+    if (!Rebind(boundInputs_.at(index), data, shape)) return;
+    binding_.BindInput(inputs_[index].name.c_str(), Wrap(inputs_[index].type, data, shape));
+  }
+
+  void BindConstant(size_t index, void* data, const Shape& shape) override {
+    BindInput(index, data, shape);
+    boundInputs_[index].isConstant = true;
+  }
+
+  void BindOutput(size_t index, void* data, const Shape& shape) override {
+    if (boundOutputs_.at(index).data == nullptr) outputOrder_.push_back(index);
+    if (!Rebind(boundOutputs_[index], data, shape)) return;
+    PutOutput(index);
+    areOutputsChecked_ = false;
+  }
+
+  void BindOutputOfAnyShape(size_t index) override {
+    if (!boundOutputs_.at(index).isOfAnyShape) outputOrder_.push_back(index);
+    // At once: its place among the engine's values is that of the first binding, too.
+    KeepAnyShape(index);
+    boundOutputs_[index].isOfAnyShape = true;
+    hasOutputOfAnyShape_ = true;
+  }
+
+  TensorView Result(size_t index) override {
+    const auto found = std::find(outputOrder_.begin(), outputOrder_.end(), index);
+    const Ort::Value& value = results_.at(static_cast<size_t>(found - outputOrder_.begin()));
+    return {.data = static_cast<const std::byte*>(value.GetTensorRawData()),
+            .shape = value.GetTensorTypeAndShapeInfo().GetShape()};
+  }
+
+  void Run() override {
+    try {
+      if (!areOutputsChecked_) PutDetachedOutputs();
+      if (hasOutputOfAnyShape_) ReleaseResults();
+      session_.Run(runOptions_, binding_);
+      if (hasOutputOfAnyShape_) results_ = binding_.GetOutputValues();
+      if (!areOutputsChecked_) FetchDetachedOutputs();
+    } catch (const Ort::Exception& e) {
+      throw Failure(StatusOf(e, VORN_ERROR_EXECUTION), "the model failed while it ran (", e.what(),
+                    ")");
+    }
+  }
+
+  std::vector<Shape> Try(std::span<const Shape> inputShapes) override {
+    try {
+      return TryUnguarded(inputShapes);
+    } catch (const Ort::Exception& e) {
+      throw Failure(StatusOf(e, VORN_ERROR_EXECUTION), "a trial with zero inputs failed (",
+                    e.what(), ")");
+    }
+  }
+
+  void Terminate() noexcept override {
+    Ort::Status ignored(Ort::GetApi().RunOptionsSetTerminate(runOptions_));
+  }
+
+  void Resume() override { runOptions_.UnsetTerminate(); }
+
+ private:
+  /// Memory is bound by name.
+  void RefuseTwins() const {
+    std::set<std::string> names;
+    for (const DeclaredTensor& output : outputs_) {
+      if (names.insert(output.name).second) continue;
+      throw Failure(VORN_ERROR_MODEL, "two outputs are named '", output.name, "'; rename one");
+    }
+  }
+
+  /// Notes what is bound; false if it was bound already.
+  static bool Rebind(Binding& bound, void* data, const Shape& shape) {
+    if (bound.data == data && bound.shape == shape) return false;
+    bound.shape = shape;
+    bound.data = data;
+    return true;
+  }
+
+  void PutOutput(size_t index) {
+    const Binding& bound = boundOutputs_[index];
+    binding_.BindOutput(outputs_[index].name.c_str(),
+                        Wrap(outputs_[index].type, bound.data, bound.shape));
+  }
+
+  void KeepAnyShape(size_t index) { binding_.BindOutput(outputs_[index].name.c_str(), memory_); }
+
+  /// The last run left something else in the place of these.
+  void PutDetachedOutputs() {
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+      if (boundOutputs_[i].isDetached) PutOutput(i);
+    }
+  }
+
+  /// A result that stayed bound would have to have the same shape in the next run.
+  void ReleaseResults() {
+    results_.clear();
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+      if (boundOutputs_[i].isOfAnyShape) KeepAnyShape(i);
+    }
+  }
+
+  /// An output that no operator writes, such as an input that is an output as well, replaces what
+  /// was bound instead of filling it, and is copied. Whether an output does so is a matter of the
+  /// graph, so looking once for each set of bindings is enough.
+  void FetchDetachedOutputs() {
+    bool isAnyDetached = false;
+    const std::vector<Ort::Value> values = binding_.GetOutputValues();
+    for (size_t i = 0; i < values.size(); ++i) {
+      const size_t index = outputOrder_[i];
+      Binding& bound = boundOutputs_[index];
+      if (bound.isOfAnyShape) continue;
+      const void* data = values[i].GetTensorRawData();
+      bound.isDetached = data != bound.data;
+      if (!bound.isDetached) continue;
+      isAnyDetached = true;
+      const Shape shape = values[i].GetTensorTypeAndShapeInfo().GetShape();
+      if (shape != bound.shape) {
+        throw Failure(VORN_ERROR_EXECUTION, "output '", outputs_[index].name, "' has the shape ",
+                      ShapeText(shape), " and not ", ShapeText(bound.shape), ", as described");
+      }
+      std::memcpy(bound.data, data, ByteCount(outputs_[index].type, shape));
+    }
+    areOutputsChecked_ = !isAnyDetached;
+  }
+
+  static size_t ByteCount(vorn_data_type type, const Shape& shape) {
+    size_t bytes = ElementBytes(type);
+    for (const int64_t dim : shape) bytes *= static_cast<size_t>(dim);
+    return bytes;
+  }
+
+  Ort::Value Wrap(vorn_data_type type, void* data, const Shape& shape) const {
+    return Ort::Value::CreateTensor(memory_, data, ByteCount(type, shape), shape.data(),
+                                    shape.size(), ToElementType(type));
+  }
+
+  std::vector<Shape> TryUnguarded(std::span<const Shape> inputShapes) {
+    const Ort::Allocator allocator(session_, memory_);
+    std::vector<const char*> inputNames;
+    std::vector<Ort::Value> inputValues;
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+      inputNames.push_back(inputs_[i].name.c_str());
+      const Binding& bound = boundInputs_[i];
+      if (bound.isConstant) {
+        inputValues.push_back(Wrap(inputs_[i].type, bound.data, bound.shape));
+        continue;
+      }
+      inputValues.push_back(Ort::Value::CreateTensor(
+          allocator, inputShapes[i].data(), inputShapes[i].size(), ToElementType(inputs_[i].type)));
+      std::memset(inputValues.back().GetTensorMutableRawData(), 0,
+                  ByteCount(inputs_[i].type, inputShapes[i]));
+    }
+    std::vector<const char*> outputNames;
+    for (const DeclaredTensor& output : outputs_) outputNames.push_back(output.name.c_str());
+    const std::vector<Ort::Value> results =
+        session_.Run(runOptions_, inputNames.data(), inputValues.data(), inputValues.size(),
+                     outputNames.data(), outputNames.size());
+    std::vector<Shape> shapes;
+    for (const Ort::Value& result : results) {
+      shapes.push_back(result.GetTensorTypeAndShapeInfo().GetShape());
+    }
+    return shapes;
+  }
+
+  std::shared_ptr<Ort::Env> env_;  // outlives the session
+  Ort::Session session_;
+  Ort::RunOptions runOptions_;
+  Ort::MemoryInfo memory_;
+  Ort::IoBinding binding_;
+  std::vector<DeclaredTensor> inputs_;
+  std::vector<DeclaredTensor> outputs_;
+  std::vector<Binding> boundInputs_;
+  std::vector<Binding> boundOutputs_;
+  std::vector<size_t> outputOrder_;  // in which they were bound first
+  std::vector<Ort::Value> results_;  // of the last run, if any output is of any shape
+  bool hasOutputOfAnyShape_ = false;
+  bool areOutputsChecked_ = false;  // since the last binding: no output is detached
+};
+
+}  // namespace
+
+std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
+                                     std::span<const std::byte> image, const Config& config,
+                                     const std::set<std::string>& shapelessInputs) {
+  try {
+    return std::make_unique<OrtSession>(std::move(environment), image, config, shapelessInputs);
+  } catch (const Ort::Exception& e) {
+    throw Failure(StatusOf(e, VORN_ERROR_MODEL), "the model is refused (", e.what(), ")");
+  }
+}
+
+}  // namespace vorn::host

@@ -1,0 +1,27 @@
+// A model that ONNX Runtime has opened.
+#ifndef VORN_RUNTIME_HOST_ENGINE_ENGINE_SESSION_H_
+#define VORN_RUNTIME_HOST_ENGINE_ENGINE_SESSION_H_
+
+#include <onnxruntime_cxx_api.h>
+
+#include <cstddef>
+#include <memory>
+#include <set>
+#include <span>
+#include <string>
+
+#include "host/config/config.h"
+#include "host/engine/engine.h"
+
+namespace vorn::host {
+
+/// Opens the model in `image`, which must outlive the session and was found fit to be opened;
+/// `shapelessInputs` say nothing of their shape. Fails with VORN_ERROR_MODEL for what the library
+/// refuses, and with VORN_ERROR_OUT_OF_MEMORY.
+std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
+                                     std::span<const std::byte> image, const Config& config,
+                                     const std::set<std::string>& shapelessInputs);
+
+}  // namespace vorn::host
+
+#endif  // VORN_RUNTIME_HOST_ENGINE_ENGINE_SESSION_H_
