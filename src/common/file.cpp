@@ -3,12 +3,9 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-
-#include "common/log.h"
 
 namespace {
 
@@ -60,17 +57,4 @@ void WriteFully(int fd, const void* data, size_t size) {
     next += put;
     size -= static_cast<size_t>(put);
   }
-}
-
-int CheckPathIsFile(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) {
-    PrintLine("[ERROR] failed to get file %s\n", path.c_str());
-    return 1;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    PrintLine("[ERROR] %s is not a file, please enter a file\n", path.c_str());
-    return 1;
-  }
-  return 0;
 }

@@ -1,5 +1,4 @@
-// Files by descriptor: an owner for the descriptor, whole reads and writes, and the regular-file
-// check.
+// Files by descriptor: an owner for the descriptor, whole reads and writes.
 #ifndef VORN_SRC_COMMON_FILE_H_
 #define VORN_SRC_COMMON_FILE_H_
 
@@ -41,8 +40,5 @@ class FileDescriptor {
 
 /// Writes all `size` bytes unless an error stops it, which is ignored.
 void WriteFully(int fd, const void* data, size_t size);
-
-/// 0 if `path` names a regular file, links followed; otherwise prints what it is not and returns 1.
-[[nodiscard]] int CheckPathIsFile(const std::string& path);
 
 #endif  // VORN_SRC_COMMON_FILE_H_

@@ -10,6 +10,7 @@
 #include "common/stride_param.h"
 #include "model/division.h"
 #include "model/input_shape.h"
+#include "model/regular_file.h"
 #include "model/row_reader.h"
 
 namespace {

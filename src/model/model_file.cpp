@@ -4,6 +4,7 @@
 #include "common/file.h"
 #include "common/log.h"
 #include "common/runtime_memory.h"
+#include "model/regular_file.h"
 
 namespace {
 

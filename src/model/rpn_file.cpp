@@ -3,8 +3,8 @@
 
 #include <fstream>
 
-#include "common/file.h"
 #include "common/log.h"
+#include "model/regular_file.h"
 
 int ExtractRpnValues(std::istream& text, std::vector<float>& detPara) {
   float value = 0.0F;

@@ -6,23 +6,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <fstream>
 #include <thread>
+
+#include "support/files.h"
 
 namespace {
 
 class FileTest : public testing::Test {
  protected:
-  void SetUp() override {
-    folder = std::filesystem::path(testing::TempDir()) / ("file_test." + std::to_string(getpid()));
-    std::filesystem::create_directory(folder);
-  }
-  void TearDown() override { std::filesystem::remove_all(folder); }
+  std::string Path(const std::string& name) const { return folder_.Path() / name; }
 
-  std::string Path(const std::string& name) const { return folder / name; }
-
-  std::filesystem::path folder;
+ private:
+  support::TempDir folder_;
 };
 
 TEST_F(FileTest, ReadsFromAnOffsetUpToTheEnd) {
@@ -103,22 +99,6 @@ TEST_F(FileTest, OpensAFifoWithoutAWriter) {
   const FileDescriptor fifo = OpenForReading(Path("fifo"));
   EXPECT_TRUE(fifo.IsOpen());
   EXPECT_EQ(SeekEnd(fifo), -1);
-}
-
-TEST_F(FileTest, CheckPathIsFileFollowsLinksToRegularFiles) {
-  std::ofstream(Path("a")) << "x";
-  std::filesystem::create_symlink(Path("a"), Path("link"));
-  EXPECT_EQ(CheckPathIsFile(Path("a")), 0);
-  EXPECT_EQ(CheckPathIsFile(Path("link")), 0);
-}
-
-TEST_F(FileTest, CheckPathIsFileSaysWhatIsWrong) {
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(CheckPathIsFile(Path("missing")), 1);
-  EXPECT_EQ(CheckPathIsFile(folder), 1);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "[ERROR] failed to get file " + Path("missing") + "\n[ERROR] " + folder.string() +
-                " is not a file, please enter a file\n");
 }
 
 }  // namespace
