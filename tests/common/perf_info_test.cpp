@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <string>
+
+#include "support/files.h"
 
 namespace {
 
@@ -20,11 +20,6 @@ PerfInfo Sample() {
   info.executeCount = 4;
   info.executeTime = 10.0;
   return info;
-}
-
-std::string Content(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 TEST(PrintPerfInfo, ShowsKilobytesAndTheMeanExecution) {
@@ -59,15 +54,15 @@ TEST(PerfInfo, StartsAtZeroWithTwentyOneExecutions) {
 }
 
 TEST(WriteProfileCsv, WritesNineHeadingsAndEightValues) {
-  const std::string path = testing::TempDir() + "profile_csv_test.csv";
-  std::ofstream(path) << "an older and much longer content that has to go away\n\n\n";
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "profile.csv";
+  support::WriteFile(path, "an older and much longer content that has to go away\n\n\n");
   WriteProfileCsv(Sample(), path);
-  EXPECT_EQ(Content(path),
+  EXPECT_EQ(support::ReadFile(path),
             "Model Load Time(ms),Read Model File Time(ms),Model Execute Time(ms),Input Size(KB),"
             "Task Buffer Size(KB),Output Size(KB),Mapper Temp Buffer(KB),Online Model Size(KB),"
             "Vorn Init Memory Size(KB)\n"
             "12.35,1.00,2.50,2.000,0.500,0.098,1.500,4194303.999,\n");
-  std::filesystem::remove(path);
 }
 
 TEST(WriteProfileCsv, SaysNothingWhereItCannotWrite) {

@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
+
+#include "support/files.h"
 
 namespace {
 
@@ -42,15 +43,14 @@ TEST(MakeInputEntry, PutsTheFolderInFrontOfAnAbsolutePathToo) {
 }
 
 TEST(ReadInputListFile, TakesTheFolderOfTheList) {
-  const std::string folder = testing::TempDir() + "input_list_test";
-  std::filesystem::create_directory(folder);
-  std::ofstream(folder + "/list.txt") << "a.bin";
+  const support::TempDir temporary;
+  const std::string folder = temporary.Path();
+  support::WriteFile(folder + "/list.txt", "a.bin");
   EXPECT_EQ(ReadInputListFile(folder + "/list.txt"), Strings{folder + "/a.bin"});
   const auto before = std::filesystem::current_path();
   std::filesystem::current_path(folder);
   EXPECT_EQ(ReadInputListFile("list.txt"), Strings{"./a.bin"});
   std::filesystem::current_path(before);
-  std::filesystem::remove_all(folder);
 }
 
 TEST(ReadInputListFile, PrintsAFileThatCannotBeOpened) {

@@ -3,20 +3,16 @@
 #include "digits/results.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+
+#include "support/files.h"
 
 namespace digits {
 namespace {
 
 namespace fs = std::filesystem;
-
-void WriteFile(const fs::path& path, const std::string& bytes) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << bytes;
-}
 
 // A dump that reads as `digit`.
 std::string DumpOf(std::size_t digit) {
@@ -29,16 +25,14 @@ std::string DumpOf(std::size_t digit) {
 class LoadResultsTest : public testing::Test {
  protected:
   LoadResultsTest() {
-    WriteFile(digits_ / "list.txt", "pictures/000.bin\npictures/001.bin\n");
-    WriteFile(digits_ / "labels.txt", "3\n7\n");
-    WriteFile(digits_ / "pictures/000.bin", std::string(63, '\0') + '\x10');
-    WriteFile(digits_ / "pictures/001.bin", std::string(64, '\x08'));
-    WriteFile(output_ / "0/probabilities.0.1700000000000001.bin", DumpOf(3));
-    WriteFile(output_ / "0/probabilities.0.1700000000000001.float", "the same as text");
-    WriteFile(output_ / "1/probabilities.0.1700000000000002.bin", DumpOf(7));
+    support::WriteFile(digits_ / "list.txt", "pictures/000.bin\npictures/001.bin\n");
+    support::WriteFile(digits_ / "labels.txt", "3\n7\n");
+    support::WriteFile(digits_ / "pictures/000.bin", std::string(63, '\0') + '\x10');
+    support::WriteFile(digits_ / "pictures/001.bin", std::string(64, '\x08'));
+    support::WriteFile(output_ / "0/probabilities.0.1700000000000001.bin", DumpOf(3));
+    support::WriteFile(output_ / "0/probabilities.0.1700000000000001.float", "the same as text");
+    support::WriteFile(output_ / "1/probabilities.0.1700000000000002.bin", DumpOf(7));
   }
-
-  ~LoadResultsTest() override { fs::remove_all(root_); }
 
   void ExpectSuccess() { EXPECT_EQ(LoadResults(digits_.string(), output_.string(), results_), 0); }
 
@@ -53,11 +47,9 @@ class LoadResultsTest : public testing::Test {
     EXPECT_EQ(results_.size(), 1u);
   }
 
-  const fs::path root_ = fs::path(testing::TempDir()) /
-                         ("digits_results_" + std::to_string(getpid()) + "_" +
-                          testing::UnitTest::GetInstance()->current_test_info()->name());
-  const fs::path digits_ = root_ / "digits";
-  const fs::path output_ = root_ / "out";
+  const support::TempDir root_;
+  const fs::path digits_ = root_.Path() / "digits";
+  const fs::path output_ = root_.Path() / "out";
   std::vector<Result> results_;
 };
 
@@ -94,7 +86,7 @@ TEST_F(LoadResultsTest, PutsPictureLabelAndProbabilitiesTogether) {
 }
 
 TEST_F(LoadResultsTest, TakesTheNewestOfTwoDumps) {
-  WriteFile(output_ / "1/probabilities.0.1800000000000000.bin", DumpOf(5));
+  support::WriteFile(output_ / "1/probabilities.0.1800000000000000.bin", DumpOf(5));
   ExpectSuccess();
   ASSERT_EQ(results_.size(), 2u);
   EXPECT_EQ(results_[1].probabilities[5], 1.0f);
@@ -112,13 +104,14 @@ TEST_F(LoadResultsTest, RefusesAMissingOutputFolder) {
 }
 
 TEST_F(LoadResultsTest, RefusesADumpOfTheWrongSize) {
-  WriteFile(output_ / "1/probabilities.0.1700000000000002.bin", DumpOf(7).substr(4));
+  support::WriteFile(output_ / "1/probabilities.0.1700000000000002.bin", DumpOf(7).substr(4));
   ExpectRefusal({"probabilities.0.1700000000000002.bin holds 36 bytes, expected 40",
                  "Run vorn-run over the whole list.txt"});
 }
 
 TEST_F(LoadResultsTest, RefusesADumpThatHoldsNoProbabilities) {
-  WriteFile(output_ / "0/probabilities.0.1700000000000001.bin", std::string(40, '\xff'));  // NaN
+  support::WriteFile(output_ / "0/probabilities.0.1700000000000001.bin",
+                     std::string(40, '\xff'));  // NaN
   ExpectRefusal({"nan", "expected probabilities from 0 to 1"});
 }
 
@@ -128,17 +121,17 @@ TEST_F(LoadResultsTest, RefusesAFolderWithoutAList) {
 }
 
 TEST_F(LoadResultsTest, RefusesMorePicturesThanLabels) {
-  WriteFile(digits_ / "labels.txt", "3\n");
+  support::WriteFile(digits_ / "labels.txt", "3\n");
   ExpectRefusal({"list.txt names 2 pictures and labels.txt 1 digits"});
 }
 
 TEST_F(LoadResultsTest, RefusesALabelThatIsNoDigit) {
-  WriteFile(digits_ / "labels.txt", "3\n17\n");
+  support::WriteFile(digits_ / "labels.txt", "3\n17\n");
   ExpectRefusal({"\"17\"", "expected one digit"});
 }
 
 TEST_F(LoadResultsTest, RefusesAPictureOfTheWrongSize) {
-  WriteFile(digits_ / "pictures/001.bin", "short");
+  support::WriteFile(digits_ / "pictures/001.bin", "short");
   ExpectRefusal({"001.bin holds 5 bytes, expected 64", "Restore the file"});
 }
 
@@ -147,8 +140,8 @@ TEST_F(LoadResultsTest, LoadsTheCommittedPictures) {
   std::ifstream labels(fs::path(DIGITS_FOLDER) / "labels.txt");
   std::size_t count = 0;
   for (std::size_t label = 0; labels >> label; ++count) {
-    WriteFile(output_ / std::to_string(count) / "probabilities.0.1800000000000000.bin",
-              DumpOf(label));
+    support::WriteFile(output_ / std::to_string(count) / "probabilities.0.1800000000000000.bin",
+                       DumpOf(label));
   }
   EXPECT_EQ(count, 200u);
   ASSERT_EQ(LoadResults(DIGITS_FOLDER, output_.string(), results_), 0);

@@ -2,14 +2,11 @@
 // this program and the libraries that it loads ask for, so what the engine allocates in a run of
 // its own is counted first and then expected, and no more.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <new>
 #include <span>
 #include <string>
@@ -17,6 +14,7 @@
 
 #include "host/engine/engine.h"
 #include "host/state/runtime.h"
+#include "support/files.h"
 #include "support/onnx_writer.h"
 
 namespace {
@@ -105,11 +103,10 @@ uint64_t AllocationsOfSteps(const std::string& image) {
 class AllocationTest : public testing::Test {
  protected:
   void SetUp() override {
-    const std::string config =
-        testing::TempDir() + "vorn_host_allocation_" + std::to_string(getpid()) + ".json";
-    std::ofstream(config) << "{}";
+    const support::TempDir folder;
+    const std::string config = folder.Path() / "host.json";
+    support::WriteFile(config, "{}");
     runtime.Start(config.c_str());
-    std::remove(config.c_str());
     runtime.SetDevice(0);
     context = runtime.CreateContext(0);
   }

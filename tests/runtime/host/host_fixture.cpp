@@ -1,20 +1,10 @@
 #include "runtime/host/host_fixture.h"
 
-#include <unistd.h>
-
-#include <atomic>
-#include <cstdio>
-#include <fstream>
 #include <utility>
 
-ConfigFile::ConfigFile(const std::string& json) {
-  static std::atomic<int> count = 0;
-  path_ = testing::TempDir() + "vorn_host_" + std::to_string(getpid()) + "_" +
-          std::to_string(++count) + ".json";
-  std::ofstream(path_) << json;
+ConfigFile::ConfigFile(const std::string& json) : path_(folder_.Path() / "host.json") {
+  support::WriteFile(path_, json);
 }
-
-ConfigFile::~ConfigFile() { std::remove(path_.c_str()); }
 
 Blocks::Blocks() : dataset(vorn_mdl_create_dataset()) { EXPECT_NE(dataset, nullptr); }
 

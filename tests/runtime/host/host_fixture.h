@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "support/files.h"
 #include "support/onnx_writer.h"
 #include "vorn/vorn.h"
 
@@ -18,12 +19,10 @@
 class ConfigFile {
  public:
   explicit ConfigFile(const std::string& json);
-  ~ConfigFile();
-  ConfigFile(const ConfigFile&) = delete;
-  ConfigFile& operator=(const ConfigFile&) = delete;
   const char* path() const { return path_.c_str(); }
 
  private:
+  support::TempDir folder_;
   std::string path_;
 };
 

@@ -3,11 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <string>
 
 #include "runtime/host/refusal.h"
+#include "support/files.h"
 
 namespace vorn::host {
 namespace {
@@ -118,10 +117,10 @@ TEST(ParseConfig, RefusesWrongValuesByKey) {
 }
 
 TEST(ReadConfigFile, ReadsAFile) {
-  const std::string path = testing::TempDir() + "vorn_config_test.json";
-  std::ofstream(path) << "{\"threads\": 2}\n";
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "host.json";
+  support::WriteFile(path, "{\"threads\": 2}\n");
   EXPECT_EQ(ReadConfigFile(path.c_str()).threads, 2);
-  std::remove(path.c_str());
 }
 
 TEST(ReadConfigFile, RefusesWhatCannotBeReadByItsPath) {
