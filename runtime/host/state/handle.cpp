@@ -1,7 +1,9 @@
-// Where handle values come from.
+// Where handle values come from, and what is said of those that do not live.
 #include "host/state/handle.h"
 
 #include <atomic>
+
+#include "host/common/failure.h"
 
 namespace vorn::host {
 
@@ -14,6 +16,12 @@ uintptr_t NextHandleValue() noexcept {
   constexpr uintptr_t kStep = 16;
   static std::atomic<uintptr_t> count = 0;
   return kFirst + kStep * ++count;
+}
+
+void RefuseHandle(const char* kind, const void* handle) {
+  if (handle == nullptr) throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the ", kind, " is null");
+  throw Failure(VORN_ERROR_INVALID_HANDLE, handle, " is no ", kind,
+                "; it was destroyed, or is something else");
 }
 
 }  // namespace vorn::host

@@ -26,6 +26,10 @@ Opaque* NewHandle() noexcept {
   return reinterpret_cast<Opaque*>(NextHandleValue());
 }
 
+/// Fails with VORN_ERROR_INVALID_ARGUMENT for a null handle and with VORN_ERROR_INVALID_HANDLE for
+/// one that does not live: "... is no context".
+[[noreturn]] void RefuseHandle(const char* kind, const void* handle);
+
 /// The live objects of one kind by handle or id. Holds them shared, so that a running operation
 /// keeps what another thread destroys. Not synchronised.
 template <typename Key, typename Object>

@@ -17,14 +17,6 @@ constexpr size_t kMostNames = 8;  // in a line of the log
 /// The context that is current on this thread; a destroyed one stays here and is not found.
 thread_local const vorn_rt_context* currentContext = nullptr;
 
-[[noreturn]] void RefuseHandle(const char* kind, const void* handle) {
-  if (handle == nullptr) throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the ", kind, " is null");
-  throw Failure(VORN_ERROR_INVALID_HANDLE, handle, " is no ", kind,
-                "; it was destroyed, or is something else");
-}
-
-const char* WordFor(Side side) { return side == Side::kInput ? "input" : "output"; }
-
 /// Without a limit they share what the machine has.
 std::vector<Device> DevicesOf(const Config& config) {
   const auto machine = std::make_shared<MemoryBudget>();
@@ -244,7 +236,7 @@ void Runtime::SetTotalT(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t to
   const Change change(*this);
   RequireContext();
   const std::shared_ptr<Model> model = LiveModel(modelId);
-  Dataset& live = LiveDataset(dataset);
+  Dataset& live = datasets_.At(dataset);
   model->CheckFrames(totalT);
   live.frames = totalT;
 }
@@ -254,7 +246,7 @@ void Runtime::SetBatch(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t ind
   const Change change(*this);
   RequireContext();
   static_cast<void>(LiveModel(modelId));
-  Dataset& live = LiveDataset(dataset);
+  Dataset& live = datasets_.At(dataset);
   if (index != 0) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "index is ", index, "; it has to be 0");
   }
@@ -320,62 +312,44 @@ std::shared_ptr<const ModelDescription> Runtime::Description(const vorn_mdl_desc
 vorn_data_buffer* Runtime::CreateDataBuffer(void* block, uint64_t size, uint64_t stride) {
   const Change change(*this);
   RequireContext();
-  if (block == nullptr || size == 0 || stride == 0) {
-    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "a block at ", block, " of ", size,
-                  " bytes with a stride of ", stride, "; none of the three may be 0");
-  }
-  auto* buffer = NewHandle<vorn_data_buffer>();
-  buffers_.Add(buffer, std::make_shared<DataBuffer>(
-                           DataBuffer{.address = block,
-                                      .size = size,
-                                      .stride = stride,
-                                      .isOurs = blocks_.BytesFrom(block).has_value()}));
-  return buffer;
+  return datasets_.CreateBuffer(block, size, stride);
 }
 
 void Runtime::DestroyDataBuffer(vorn_data_buffer* buffer) {
   const Change change(*this);
-  RemoveLive<const vorn_data_buffer*>(buffers_, buffer, "data buffer");
+  datasets_.DestroyBuffer(buffer);
 }
 
 DataBuffer Runtime::Registered(const vorn_data_buffer* buffer) {
   const std::lock_guard lock(mutex_);
-  return LiveBuffer(buffer);
+  return datasets_.Buffer(buffer);
 }
 
 vorn_mdl_dataset* Runtime::CreateDataset() {
   const Change change(*this);
   RequireContext();
-  auto* dataset = NewHandle<vorn_mdl_dataset>();
-  datasets_.Add(dataset, std::make_shared<Dataset>());
-  return dataset;
+  return datasets_.Create();
 }
 
 void Runtime::DestroyDataset(vorn_mdl_dataset* dataset) {
   const Change change(*this);
-  RemoveLive<const vorn_mdl_dataset*>(datasets_, dataset, "dataset");
+  datasets_.Destroy(dataset);
 }
 
 void Runtime::AddBuffer(vorn_mdl_dataset* dataset, vorn_data_buffer* buffer) {
   const Change change(*this);
   RequireContext();
-  LiveBuffer(buffer);
-  LiveDataset(dataset).buffers.push_back(buffer);
+  datasets_.Add(dataset, buffer);
 }
 
 uint64_t Runtime::BufferCount(const vorn_mdl_dataset* dataset) {
   const std::lock_guard lock(mutex_);
-  return LiveDataset(dataset).buffers.size();
+  return datasets_.At(dataset).buffers.size();
 }
 
 vorn_data_buffer* Runtime::BufferAt(const vorn_mdl_dataset* dataset, uint64_t index) {
   const std::lock_guard lock(mutex_);
-  const std::vector<vorn_data_buffer*>& buffers = LiveDataset(dataset).buffers;
-  if (index >= buffers.size()) {
-    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "index is ", index, "; the dataset has ",
-                  buffers.size(), " buffers");
-  }
-  return buffers[index];
+  return datasets_.BufferAt(dataset, index);
 }
 
 // ---- With the mutex held ------------------------------------------------------------------------
@@ -390,8 +364,8 @@ void Runtime::ReportLeaks() const {
   ReportLeft(models_.Keys(), "model(s) were not unloaded");
   ReportLeft(blocks_.Blocks(), "block(s) were not freed");
   ReportLeft(descs_.Keys(), "description(s) were not destroyed");
-  ReportLeft(datasets_.Keys(), "dataset(s) were not destroyed");
-  ReportLeft(buffers_.Keys(), "data buffer(s) were not destroyed");
+  ReportLeft(datasets_.Handles(), "dataset(s) were not destroyed");
+  ReportLeft(datasets_.BufferHandles(), "data buffer(s) were not destroyed");
   ReportLeft(streams_.Keys(), "stream(s) were not destroyed");
   ReportLeft(contexts_.Keys(), "context(s) were not destroyed");
   ReportLeft(setDevices, "device(s) were not reset");
@@ -422,18 +396,6 @@ const Context& Runtime::RequireContext() const {
   return *context;
 }
 
-Dataset& Runtime::LiveDataset(const vorn_mdl_dataset* dataset) const {
-  Dataset* live = datasets_.Look(dataset);
-  if (live == nullptr) RefuseHandle("dataset", dataset);
-  return *live;
-}
-
-DataBuffer& Runtime::LiveBuffer(const vorn_data_buffer* buffer) const {
-  DataBuffer* live = buffers_.Look(buffer);
-  if (live == nullptr) RefuseHandle("data buffer", buffer);
-  return *live;
-}
-
 std::shared_ptr<Model> Runtime::LiveModel(uint32_t modelId) const {
   std::shared_ptr<Model> live = models_.Find(modelId);
   if (live == nullptr) {
@@ -447,9 +409,9 @@ void Runtime::Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
                       const vorn_mdl_dataset* output) const {
   call.changes = kUnresolved;
   RequireContext();
-  const Dataset& from = LiveDataset(input);
-  ViewsOf(from, Side::kInput, call.inputs);
-  ViewsOf(LiveDataset(output), Side::kOutput, call.outputs);
+  const Dataset& from = datasets_.At(input);
+  datasets_.ViewsOf(from, Side::kInput, call.inputs);
+  datasets_.ViewsOf(datasets_.At(output), Side::kOutput, call.outputs);
   call.batch = from.batch;
   call.frames = from.frames;
   call.input = input;
@@ -461,30 +423,6 @@ void Runtime::EndContextsOf(int32_t deviceId) {
   contexts_.RemoveIf([&](const Context& context) { return context.deviceId == deviceId; });
   streams_.RemoveIf(
       [&](const Stream& stream) { return contexts_.Look(stream.context) == nullptr; });
-}
-
-/// How far a block reaches is what was registered, unless it is one of ours: then it is known.
-/// A caller may grow an input block after it took the size to register, so an input may reach
-/// further than registered. An output is bounded by both.
-BlockView Runtime::ViewOf(const vorn_data_buffer* buffer, Side side, size_t index) const {
-  const DataBuffer& live = LiveBuffer(buffer);
-  const std::optional<uint64_t> real = blocks_.BytesFrom(live.address);
-  if (live.isOurs && !real) {
-    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the block of ", WordFor(side), " ", index,
-                  " was freed; register a live one");
-  }
-  const uint64_t known = real.value_or(live.size);
-  const bool isInput = side == Side::kInput;
-  return {.address = static_cast<std::byte*>(live.address),
-          .capacity = isInput ? known : std::min(known, live.size),
-          .stride = live.stride};
-}
-
-void Runtime::ViewsOf(const Dataset& dataset, Side side, std::vector<BlockView>& views) const {
-  views.clear();
-  for (size_t i = 0; i < dataset.buffers.size(); ++i) {
-    views.push_back(ViewOf(dataset.buffers[i], side, i));
-  }
 }
 
 }  // namespace vorn::host

@@ -17,6 +17,7 @@
 #include "host/engine/engine.h"
 #include "host/memory/block_store.h"
 #include "host/memory/memory_budget.h"
+#include "host/state/datasets.h"
 #include "host/state/handle.h"
 #include "host/state/model.h"
 #include "host/tensor/description.h"
@@ -38,27 +39,10 @@ struct Device {
   bool isSet = false;
 };
 
-/// A caller's words about a block; nothing of it is believed before it is used.
-struct DataBuffer {
-  void* address = nullptr;
-  uint64_t size = 0;    ///< bytes, as registered
-  uint64_t stride = 0;  ///< bytes from row to row
-  bool isOurs = false;  ///< the address lay in a block of this runtime when it was registered
-};
-
-struct Dataset {
-  std::vector<vorn_data_buffer*> buffers;  ///< in index order; some may be destroyed by now
-  uint64_t batch = 1;
-  uint64_t frames = 0;  ///< of a recurrent model that count; 0 where nobody said
-};
-
 /// Descriptions that were filled stay, so that names handed out stay valid; the last one counts.
 struct Desc {
   std::vector<std::shared_ptr<const ModelDescription>> filled;
 };
-
-/// Which of an execution's two datasets.
-enum class Side { kInput, kOutput };
 
 /// Any thread may call any operation.
 class Runtime {
@@ -139,14 +123,10 @@ class Runtime {
   void RequireStarted() const;
   Device& DeviceAt(int32_t deviceId);
   const Context& RequireContext() const;
-  Dataset& LiveDataset(const vorn_mdl_dataset* dataset) const;
-  DataBuffer& LiveBuffer(const vorn_data_buffer* buffer) const;
   std::shared_ptr<Model> LiveModel(uint32_t modelId) const;
   void Resolve(ResolvedCall& call, const vorn_mdl_dataset* input,
                const vorn_mdl_dataset* output) const;
   void EndContextsOf(int32_t deviceId);
-  BlockView ViewOf(const vorn_data_buffer* buffer, Side side, size_t index) const;
-  void ViewsOf(const Dataset& dataset, Side side, std::vector<BlockView>& views) const;
 
   // Held for bookkeeping only, never while a model is loaded or executed.
   std::mutex mutex_;
@@ -160,8 +140,7 @@ class Runtime {
   Registry<const vorn_rt_context*, Context> contexts_;
   Registry<const vorn_rt_stream*, Stream> streams_;
   Registry<const vorn_mdl_desc*, Desc> descs_;
-  Registry<const vorn_mdl_dataset*, Dataset> datasets_;
-  Registry<const vorn_data_buffer*, DataBuffer> buffers_;
+  Datasets datasets_{blocks_};
   Registry<uint32_t, Model> models_;
 };
 
