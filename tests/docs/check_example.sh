@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# check_example.sh PAGE SOURCE BUILD WORK: runs the shell blocks of a page that stand behind a line
+# check_example.sh PAGE SOURCE BUILD FOLDER: runs the shell blocks of a page that stand behind a line
 # "<!-- example -->", in their order, and compares what each prints with the text block behind it.
-# They run in the folder WORK, where examples/ and build/release/ are those of SOURCE and BUILD.
+# They run where examples/ and build/release/ are those of SOURCE and BUILD.
 set -euo pipefail
-page=$1 source=$2 build=$3 work=$4
+page=$1 source=$2 build=$3
+. "$(dirname "$0")/../support/own_folder.sh"
 
-rm -rf "$work"
-mkdir -p "$work/build" "$work/blocks"
+own_folder "$4"
+mkdir "$work/build" "$work/blocks"
 ln -s "$source/examples" "$work/examples"
 ln -s "$build" "$work/build/release"
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 
 #include "e2e/expected.h"
@@ -94,9 +95,28 @@ double TimeOf(const Transcript& run, const std::string& what) {
   return std::strtod(run.rawOut.c_str() + run.rawOut.find(':', at) + 1, nullptr);
 }
 
-double MillisecondsSince(std::chrono::steady_clock::time_point start) {
-  const std::chrono::duration<double, std::milli> passed = std::chrono::steady_clock::now() - start;
-  return passed.count();
+using Milliseconds = std::chrono::duration<double, std::milli>;
+
+/** How far the clock that can be set, by which the command measures, is ahead of the steady one. */
+Milliseconds ClockLead() {
+  return std::chrono::system_clock::now().time_since_epoch() -
+         std::chrono::steady_clock::now().time_since_epoch();
+}
+
+struct TimedRun {
+  Transcript run;
+  double whole = 0;  // ms
+};
+
+/** A run with a report, during which nobody set the clock. */
+TimedRun RunTimed(Stage& stage) {
+  for (;;) {
+    const Milliseconds lead = ClockLead();
+    const auto start = std::chrono::steady_clock::now();
+    TimedRun timed{.run = stage.Run({"-p", "1"})};
+    timed.whole = Milliseconds(std::chrono::steady_clock::now() - start).count();
+    if (std::abs((ClockLead() - lead).count()) < 0.5) return timed;
+  }
 }
 
 // The runtime takes its time over one operation; the line that is about it shows that at least, and
@@ -105,9 +125,7 @@ TEST(Report, CountsTheMemoryForTheImageAsReading) {
   Stage stage;
   SetPlain(&stage);
   stage.List({}).script.Line("pause vorn_rt_malloc 200");
-  const auto start = std::chrono::steady_clock::now();
-  const Transcript run = stage.Run({"-p", "1"});
-  const double whole = MillisecondsSince(start);
+  const auto [run, whole] = RunTimed(stage);
   EXPECT_GE(TimeOf(run, "Read Model File Time"), 199);
   EXPECT_LE(TimeOf(run, "Read Model File Time") + TimeOf(run, "Model Load Time"), whole + 1);
 }
@@ -116,9 +134,7 @@ TEST(Report, CountsTheRuntimesLoadingOnly) {
   Stage stage;
   SetPlain(&stage);
   stage.List({}).script.Line("pause vorn_mdl_load_from_mem 200");
-  const auto start = std::chrono::steady_clock::now();
-  const Transcript run = stage.Run({"-p", "1"});
-  const double whole = MillisecondsSince(start);
+  const auto [run, whole] = RunTimed(stage);
   EXPECT_GE(TimeOf(run, "Model Load Time"), 199);
   EXPECT_LE(TimeOf(run, "Read Model File Time") + TimeOf(run, "Model Load Time"), whole + 1);
 }
@@ -127,23 +143,21 @@ TEST(Report, CountsTheLoadingOfAnEmptyModelToo) {
   Stage stage;
   SetPlain(&stage);
   stage.File("model.om", "").List({}).script.Line("pause vorn_mdl_load_from_mem 50");
-  EXPECT_GE(TimeOf(stage.Run({"-p", "1"}), "Model Load Time"), 49);
+  EXPECT_GE(TimeOf(RunTimed(stage).run, "Model Load Time"), 49);
 }
 
 TEST(Report, CountsExecutionsThatFailedToo) {
   Stage stage;
   SetPlain(&stage);
   stage.script.Line("pause vorn_mdl_execute 5").Answer("vorn_mdl_execute", "always", "1");
-  EXPECT_GE(TimeOf(stage.Run({"-p", "1"}), "Model Execute Time"), 4);
+  EXPECT_GE(TimeOf(RunTimed(stage).run, "Model Execute Time"), 4);
 }
 
 TEST(Report, ShowsTheMeanOfTheLastInferencesExecutions) {
   Stage stage;
   SetPlain(&stage);
   stage.script.Line("pause vorn_mdl_execute 20");
-  const auto start = std::chrono::steady_clock::now();
-  const Transcript run = stage.Run({"-p", "1"});
-  const double whole = MillisecondsSince(start);
+  const auto [run, whole] = RunTimed(stage);
   EXPECT_GE(TimeOf(run, "Model Execute Time"), 19.9);
   EXPECT_LE(21 * TimeOf(run, "Model Execute Time"), whole + 1);
 }

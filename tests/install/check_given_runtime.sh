@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# check_given_runtime.sh CMAKE SOURCE_DIR LIBVORN WORK_DIR: configures with a runtime from elsewhere,
+# check_given_runtime.sh CMAKE SOURCE_DIR LIBVORN FOLDER: configures with a runtime from elsewhere,
 # builds the command alone and sees that it runs with that one.
 set -euo pipefail
-cmake=$1 source=$2 library=$3 work=$4
+cmake=$1 source=$2 library=$3
+. "$(dirname "$0")/../support/own_folder.sh"
 fail() {
   echo "check_given_runtime: $*" >&2
   exit 1
 }
 
-rm -rf "$work"
-mkdir -p "$work"
+own_folder "$4"
 "$cmake" -S "$source" -B "$work/build" -DVORN_LIBRARY="$library" -DVORN_BUILD_TESTS=OFF >/dev/null
 "$cmake" --build "$work/build" --target vorn-run >/dev/null
 

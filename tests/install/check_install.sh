@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
-# check_install.sh CMAKE BUILD_DIR WORK_DIR: installs, moves the tree, builds a project against it and
+# check_install.sh CMAKE BUILD_DIR FOLDER: installs, moves the tree, builds a project against it and
 # runs the command out of it.
 set -euo pipefail
-cmake=$1 build=$2 work=$3
+cmake=$1 build=$2
 here=$(cd "$(dirname "$0")" && pwd)
+. "$here/../support/own_folder.sh"
 fail() {
   echo "check_install: $*" >&2
   exit 1
 }
 
-rm -rf "$work"
-mkdir -p "$work"
+own_folder "$3"
 "$cmake" --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$work/moved"
 

@@ -50,9 +50,12 @@ std::string ReplaceStamps(std::string text) {
 std::string ReplaceTimes(std::string text) {
   for (size_t at = text.find(" Time:"); at != std::string::npos; at = text.find(" Time:", at + 1)) {
     const size_t start = std::min(text.find_first_not_of(' ', at + 6), text.size());
-    const size_t whole = CountDigits(text, start);
-    const size_t length = whole + 3;  // a point and two digits more
-    if (whole > 0 && text[start + whole] == '.' && CountDigits(text, start + whole + 1) == 2 &&
+    // The clock that the command looks at may be set back meanwhile.
+    const size_t sign = text[start] == '-' ? 1 : 0;
+    const size_t whole = CountDigits(text, start + sign);
+    const size_t point = start + sign + whole;
+    const size_t length = sign + whole + 3;  // a point and two digits more
+    if (whole > 0 && text[point] == '.' && CountDigits(text, point + 1) == 2 &&
         text.compare(start + length, 3, " ms") == 0) {
       text.replace(start, length, "T");
     }

@@ -16,8 +16,10 @@ TEST(Normalise, TakesOutTheFolderStampsAndTimesAndNothingElse) {
   EXPECT_EQ(stage.Normalise("a.1699999999123456.txt"), "a.1699999999123456.txt");
   EXPECT_EQ(stage.Normalise("[INFO]  Model Load Time:           12.34 ms\n"),
             "[INFO]  Model Load Time:           T ms\n");
-  EXPECT_EQ(stage.Normalise("x Time: 1.234 ms, Time: -1.00 ms, Time: nan ms"),
-            "x Time: 1.234 ms, Time: -1.00 ms, Time: nan ms");
+  EXPECT_EQ(stage.Normalise("Model Load Time: -493.69 ms"), "Model Load Time: T ms");
+  EXPECT_EQ(stage.Normalise("x Time: 1.234 ms, Time: -.00 ms, Time: nan ms"),
+            "x Time: 1.234 ms, Time: -.00 ms, Time: nan ms");
+  EXPECT_EQ(stage.Normalise("x Time:"), "x Time:");
 }
 
 }  // namespace

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# check_scripted.sh PROGRAM RUNTIME MODELS HEADER WORK_DIR: runs the suite on the scripted runtime in
+# check_scripted.sh PROGRAM RUNTIME MODELS HEADER FOLDER: runs the suite on the scripted runtime in
 # its ordinary course. All that it claims passes, all that it does not claim fails, and together they
 # call every operation of the header.
 set -euo pipefail
-program=$1 runtime=$2 models=$3 header=$4 work=$5
+program=$1 runtime=$2 models=$3 header=$4
 here=$(cd "$(dirname "$0")" && pwd)
 unclaimed=$here/unclaimed.txt
 . "$here/scripted_suite.sh"
+. "$here/../../support/own_folder.sh"
 
-rm -rf "$work"
-mkdir -p "$work"
+own_folder "$5"
 export VORN_RECORD=$work/record
 for model in feed_forward detection recurrent; do
   suite "$model" "$here/$model.script" "$(groups_of "$model")-$(names_of "$unclaimed")"

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
-# check_undoes.sh PROGRAM RUNTIME MODELS WORK_DIR: refuses the steps of coming up one after the other,
+# check_undoes.sh PROGRAM RUNTIME MODELS FOLDER: refuses the steps of coming up one after the other,
 # and fails unless the suite then undoes those before, and nothing else. The next test of the same
 # process would meet what is left.
 set -euo pipefail
-program=$1 runtime=$2 models=$3 work=$4
-. "$(dirname "$0")/scripted_suite.sh"
+program=$1 runtime=$2 models=$3
+here=$(cd "$(dirname "$0")" && pwd)
+. "$here/scripted_suite.sh"
+. "$here/../../support/own_folder.sh"
 
-rm -rf "$work"
-mkdir -p "$work"
+own_folder "$4"
 
 # calls_of TEST STEP: the operations that the test calls if STEP is refused, in one line.
 calls_of() {

@@ -47,7 +47,7 @@ std::string Normalise(std::string text, const fs::path& folder) {
   };
   replaceAll(kDigits.string(), "$DIGITS");
   replaceAll(folder.string(), "$DIR");
-  return std::regex_replace(text, std::regex(R"(( Time: +)[0-9]+\.[0-9][0-9] ms)"), "$1T ms");
+  return std::regex_replace(text, std::regex(R"(( Time: +)-?[0-9]+\.[0-9][0-9] ms)"), "$1T ms");
 }
 
 std::vector<float> ReadFloats(const std::string& bytes) {
