@@ -28,14 +28,10 @@ vorn_data_buffer* Datasets::CreateBuffer(void* block, uint64_t size, uint64_t st
   return buffer;
 }
 
-void Datasets::DestroyBuffer(vorn_data_buffer* buffer) {
-  if (!buffers_.Remove(buffer)) RefuseHandle("data buffer", buffer);
-}
+void Datasets::DestroyBuffer(vorn_data_buffer* buffer) { buffers_.RequireRemoved(buffer); }
 
 const DataBuffer& Datasets::Buffer(const vorn_data_buffer* buffer) const {
-  const DataBuffer* live = buffers_.Look(buffer);
-  if (live == nullptr) RefuseHandle("data buffer", buffer);
-  return *live;
+  return buffers_.Require(buffer);
 }
 
 vorn_mdl_dataset* Datasets::Create() {
@@ -44,15 +40,9 @@ vorn_mdl_dataset* Datasets::Create() {
   return dataset;
 }
 
-void Datasets::Destroy(vorn_mdl_dataset* dataset) {
-  if (!datasets_.Remove(dataset)) RefuseHandle("dataset", dataset);
-}
+void Datasets::Destroy(vorn_mdl_dataset* dataset) { datasets_.RequireRemoved(dataset); }
 
-Dataset& Datasets::At(const vorn_mdl_dataset* dataset) const {
-  Dataset* live = datasets_.Look(dataset);
-  if (live == nullptr) RefuseHandle("dataset", dataset);
-  return *live;
-}
+Dataset& Datasets::At(const vorn_mdl_dataset* dataset) const { return datasets_.Require(dataset); }
 
 void Datasets::Add(vorn_mdl_dataset* dataset, vorn_data_buffer* buffer) {
   static_cast<void>(Buffer(buffer));

@@ -61,8 +61,8 @@ class Datasets {
   BlockView ViewOf(const vorn_data_buffer* buffer, Side side, size_t index) const;
 
   const BlockStore& blocks_;
-  Registry<const vorn_mdl_dataset*, Dataset> datasets_;
-  Registry<const vorn_data_buffer*, DataBuffer> buffers_;
+  Registry<const vorn_mdl_dataset*, Dataset> datasets_{"dataset"};
+  Registry<const vorn_data_buffer*, DataBuffer> buffers_{"data buffer"};
 };
 
 }  // namespace vorn::host

@@ -35,6 +35,9 @@ Opaque* NewHandle() noexcept {
 template <typename Key, typename Object>
 class Registry {
  public:
+  /// `kind` is what an object is called where a handle is refused.
+  explicit Registry(const char* kind) : kind_(kind) {}
+
   void Add(Key key, std::shared_ptr<Object> object) { live_[key] = std::move(object); }
 
   /// The object, or null if none lives under that key.
@@ -50,8 +53,20 @@ class Registry {
     return found == live_.end() ? nullptr : found->second.get();
   }
 
+  /// The same, and a handle without an object is refused.
+  Object& Require(Key handle) const {
+    Object* live = Look(handle);
+    if (live == nullptr) RefuseHandle(kind_, handle);
+    return *live;
+  }
+
   /// Ends the object; false if none lived under that key.
   bool Remove(Key key) { return live_.erase(key) != 0; }
+
+  /// The same, and a handle without an object is refused.
+  void RequireRemoved(Key handle) {
+    if (!Remove(handle)) RefuseHandle(kind_, handle);
+  }
 
   /// Ends every object of which `predicate(object)` is true.
   template <typename Predicate>
@@ -71,6 +86,7 @@ class Registry {
   size_t Count() const { return live_.size(); }
 
  private:
+  const char* kind_;
   std::unordered_map<Key, std::shared_ptr<Object>> live_;
 };
 

@@ -61,11 +61,6 @@ void ReportLeft(const std::vector<Thing>& left, const char* what) {
   Log(LogLevel::kError, "vorn_finalize", Join(left.size(), " ", what, ": ", names));
 }
 
-template <typename Key, typename Object>
-void RemoveLive(Registry<Key, Object>& registry, Key key, const char* kind) {
-  if (!registry.Remove(key)) RefuseHandle(kind, key);
-}
-
 }  // namespace
 
 Runtime& Runtime::OfProcess() {
@@ -138,7 +133,7 @@ vorn_rt_context* Runtime::CreateContext(int32_t deviceId) {
 
 void Runtime::DestroyContext(vorn_rt_context* context) {
   const Change change(*this);
-  RemoveLive<const vorn_rt_context*>(contexts_, context, "context");
+  contexts_.RequireRemoved(context);
 }
 
 vorn_rt_stream* Runtime::CreateStream() {
@@ -151,7 +146,7 @@ vorn_rt_stream* Runtime::CreateStream() {
 
 void Runtime::DestroyStream(vorn_rt_stream* stream) {
   const Change change(*this);
-  RemoveLive<const vorn_rt_stream*>(streams_, stream, "stream");
+  streams_.RequireRemoved(stream);
 }
 
 vorn_rt_run_mode Runtime::RunMode() {
@@ -286,25 +281,23 @@ vorn_mdl_desc* Runtime::CreateDesc() {
 
 void Runtime::DestroyDesc(vorn_mdl_desc* desc) {
   const Change change(*this);
-  RemoveLive<const vorn_mdl_desc*>(descs_, desc, "description");
+  descs_.RequireRemoved(desc);
 }
 
 void Runtime::FillDesc(vorn_mdl_desc* desc, uint32_t modelId) {
   const Change change(*this);
   RequireContext();
-  Desc* live = descs_.Look(desc);
-  if (live == nullptr) RefuseHandle("description", desc);
-  live->filled.push_back(LiveModel(modelId)->description());
+  Desc& live = descs_.Require(desc);
+  live.filled.push_back(LiveModel(modelId)->description());
 }
 
 std::shared_ptr<const ModelDescription> Runtime::Description(const vorn_mdl_desc* desc) {
   const std::lock_guard lock(mutex_);
-  Desc* live = descs_.Look(desc);
-  if (live == nullptr) RefuseHandle("description", desc);
-  if (live->filled.empty()) {
+  const Desc& live = descs_.Require(desc);
+  if (live.filled.empty()) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the description is empty; get one of a model");
   }
-  return live->filled.back();
+  return live.filled.back();
 }
 
 // ---- Data buffers and datasets ------------------------------------------------------------------

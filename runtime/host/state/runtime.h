@@ -137,11 +137,11 @@ class Runtime {
   uint32_t operatorTimeoutSeconds_ = 0;
   uint32_t lastModelId_ = 0;
   BlockStore blocks_;
-  Registry<const vorn_rt_context*, Context> contexts_;
-  Registry<const vorn_rt_stream*, Stream> streams_;
-  Registry<const vorn_mdl_desc*, Desc> descs_;
+  Registry<const vorn_rt_context*, Context> contexts_{"context"};
+  Registry<const vorn_rt_stream*, Stream> streams_{"stream"};
+  Registry<const vorn_mdl_desc*, Desc> descs_{"description"};
   Datasets datasets_{blocks_};
-  Registry<uint32_t, Model> models_;
+  Registry<uint32_t, Model> models_{"model"};
 };
 
 }  // namespace vorn::host

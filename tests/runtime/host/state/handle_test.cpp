@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <string>
 #include <thread>
 #include <vector>
+
+#include "runtime/host/refusal.h"
 
 namespace vorn::host {
 namespace {
@@ -27,7 +30,7 @@ TEST(NewHandle, IsNeverHandedOutTwice) {
 }
 
 TEST(Registry, FindsWhatLivesAndNothingElse) {
-  Registry<const Opaque*, int> registry;
+  Registry<const Opaque*, int> registry("thing");
   const Opaque* handle = NewHandle<Opaque>();
   registry.Add(handle, std::make_shared<int>(7));
   ASSERT_NE(registry.Find(handle), nullptr);
@@ -41,8 +44,21 @@ TEST(Registry, FindsWhatLivesAndNothingElse) {
   EXPECT_EQ(registry.Look(handle), nullptr);
 }
 
+TEST(Registry, RefusesHandlesWithoutAnObjectByTheNameOfTheirKind) {
+  Registry<const Opaque*, int> registry("thing");
+  const Opaque* handle = NewHandle<Opaque>();
+  registry.Add(handle, std::make_shared<int>(7));
+  EXPECT_EQ(registry.Require(handle), 7);
+  registry.RequireRemoved(handle);
+  const std::string reason = ReasonOf(VORN_ERROR_INVALID_HANDLE, [&] { registry.Require(handle); });
+  EXPECT_TRUE(reason.ends_with(" is no thing; it was destroyed, or is something else")) << reason;
+  EXPECT_EQ(ReasonOf(VORN_ERROR_INVALID_HANDLE, [&] { registry.RequireRemoved(handle); }), reason);
+  EXPECT_EQ(ReasonOf(VORN_ERROR_INVALID_ARGUMENT, [&] { registry.Require(nullptr); }),
+            "the thing is null");
+}
+
 TEST(Registry, LeavesAnObjectToWhoeverStillHoldsIt) {
-  Registry<uint32_t, int> registry;
+  Registry<uint32_t, int> registry("thing");
   registry.Add(1, std::make_shared<int>(7));
   const std::shared_ptr<int> held = registry.Find(1);
   registry.Clear();
