@@ -14,15 +14,19 @@
 #include <utility>
 #include <vector>
 
+#include "host/common/excerpt.h"
 #include "host/common/failure.h"
 
 namespace vorn::host {
 
-/// What a refused value looks like in a message: its text, cut where it gets long. Never throws for
-/// text that is not UTF-8.
+/// What a refused value looks like in a message: its text, cut where it gets long.
 std::string Shown(const nlohmann::json& value);
 
-/// The text as JSON; `what` ("the configuration") is for the message.
+/// Enough for the longest configuration, printed anew with its numbers written out.
+inline constexpr size_t kMaxJsonBytes = 16 << 20;
+
+/// The text as JSON; `what` ("the configuration") is for the message. Values are at most 16 deep,
+/// so that whatever walks over them may recurse, and no object has a key twice.
 nlohmann::json ParseJsonObject(std::string_view what, std::string_view text);
 
 int64_t IntegerInRange(const std::string& key, const nlohmann::json& value, int64_t least,
@@ -44,7 +48,7 @@ auto Named(const std::string& key, const nlohmann::json& value, const char* exam
   }
   std::map<std::string, decltype(read(key, value))> named;
   for (const auto& [name, member] : value.items()) {
-    named.emplace(name, read(key + "." + name, member));
+    named.emplace(name, read(key + "." + Excerpt(name), member));
   }
   return named;
 }
@@ -89,8 +93,8 @@ void ReadKeys(const nlohmann::json& object, const std::string& prefix,
     if (key == keys.end()) {
       std::string known;
       for (const Key<Target>& one : keys) known += (known.empty() ? "" : ", ") + Join(one.name);
-      throw Failure(VORN_ERROR_CONFIG, "key '", prefix, name, "' is not known; the keys are ",
-                    known);
+      throw Failure(VORN_ERROR_CONFIG, "key '", prefix, Excerpt(name),
+                    "' is not known; the keys are ", known);
     }
     key->read(prefix + name, value, target);
   }

@@ -13,7 +13,8 @@ int64_t DimOrNone(const std::string& key, const json& value) {
 }
 
 int64_t DimOrModels(const std::string& key, const json& value) {
-  return value == kDimOfModel ? kDimOfModel : DimOrNone(key, value);
+  const bool isModels = value.is_number_integer() && value == kDimOfModel;
+  return isModels ? kDimOfModel : DimOrNone(key, value);
 }
 
 template <typename Read>

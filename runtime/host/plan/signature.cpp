@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "host/common/excerpt.h"
 #include "host/common/failure.h"
 #include "host/common/log.h"
 #include "host/config/constant.h"
@@ -42,8 +43,8 @@ class Ports {
   Port& At(const std::string& key, const std::string& name) {
     const auto found = Find(name);
     if (found == ports_.end()) {
-      throw Failure(VORN_ERROR_MODEL, "'", key, "' names '", name, "', but the model has no ",
-                    kind_, " of that name; it has ", Quoted(Names()));
+      throw Failure(VORN_ERROR_MODEL, "'", key, "' names '", Excerpt(name),
+                    "', but the model has no ", kind_, " of that name; it has ", Quoted(Names()));
     }
     return *found;
   }

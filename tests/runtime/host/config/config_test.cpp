@@ -11,7 +11,14 @@
 namespace vorn::host {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
+
+/// A reason that a person can read: one line, of a length that a terminal shows.
+MATCHER(IsOneLine, "") { return !arg.empty() && arg.size() <= 400 && arg.find('\n') == arg.npos; }
+
+std::string Nested(size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
 
 /// The reason why the text is refused; empty if it is not.
 std::string Refusal(const std::string& text) {
@@ -84,7 +91,70 @@ TEST(ParseConfig, RefusesWhatIsNoObject) {
   EXPECT_THAT(Refusal("{} {}"), HasSubstr("not JSON"));
   EXPECT_THAT(Refusal("[]"), HasSubstr("give a JSON object"));
   EXPECT_THAT(Refusal("7"), HasSubstr("give a JSON object"));
-  EXPECT_THAT(Refusal(std::string(200000, '[')), HasSubstr("not JSON"));
+}
+
+TEST(ParseConfig, RefusesWhatIsNestedTooDeep) {
+  const std::string wholes[] = {Nested(200'000), std::string(200'000, '['),
+                                R"({"threads": )" + Nested(200'000) + "}",
+                                R"({"model": )" + Nested(200'000) + "}",
+                                R"({"model": {"dims": {"n": )" + Nested(200'000) + "}}}"};
+  for (const std::string& text : wholes) {
+    EXPECT_THAT(Refusal(text), AllOf(HasSubstr("more than 16 deep"), IsOneLine()));
+  }
+  std::string objects;
+  for (int i = 0; i < 100'000; ++i) objects += R"({"model":)";
+  EXPECT_THAT(Refusal(objects), HasSubstr("more than 16 deep"));
+}
+
+TEST(ParseConfig, CountsNoBracketsInStrings) {
+  const std::string name = R"(\"[[[[[[[[[[[[[[[[[[[[{{{{{{{{{{{{{{{{{{{{)";
+  EXPECT_EQ(ParseConfig(R"({"dims": {")" + name + R"(": 2}})").dims.size(), 1u);
+}
+
+TEST(ParseConfig, RefusesAKeyThatIsGivenTwice) {
+  EXPECT_THAT(Refusal(R"({"threads": 1, "probe": 2, "threads": 3})"),
+              HasSubstr("gives 'threads' twice"));
+  EXPECT_THAT(Refusal(R"({"model": {"dims": {"n": 1, "m": 1, "n": 1}}})"),
+              HasSubstr("gives 'model.dims.n' twice"));
+  EXPECT_EQ(ParseConfig(R"({"dims": {"n": 1}, "model": {"dims": {"n": 1}}})").dims.at("n"), 1);
+}
+
+TEST(ParseConfig, RefusesWhatIsNoText) {
+  EXPECT_THAT(Refusal(std::string("{}\0{", 4)), HasSubstr("byte 2 is zero"));
+  EXPECT_THAT(Refusal(std::string("{\"\0\": 1}", 8)), HasSubstr("byte 2 is zero"));
+  EXPECT_THAT(Refusal(R"({"dims": {"a\u0000b": 1}})"), HasSubstr("'dims.a?b' holds a zero"));
+  EXPECT_THAT(Refusal("{\"dims\": {\"\xff\": 1}}"),
+              AllOf(HasSubstr("UTF-8"), Not(HasSubstr("\xff"))));
+}
+
+TEST(ParseConfig, QuotesLittleOfWhatIsLong) {
+  const std::string a(300'000, 'a');
+  const std::string nines(300'000, '9');
+  const std::string texts[] = {
+      "\"" + a,                                   // a string that does not end
+      "{\"" + a + "\"",                           // an object that does not
+      R"({")" + a + R"(": 1})",                   // a key
+      R"({")" + a + R"(": 1, ")" + a + "\": 1}",  // twice
+      R"({"graphOptimization": ")" + a + "\"}",
+      R"({"dims": {")" + a + "\": 0}}",
+      R"({"model": {"states": {")" + a + "\": 0}}}",
+      R"({"threads": )" + nines + "}",
+      R"({"threads": )" + nines + ".0}",
+      R"({"threads": 0.)" + nines + "}",
+      R"({"threads": -)" + nines + "}",
+      a,
+      std::string(300'000, '-'),
+      std::string(300'000, '\n'),
+      "{" + std::string(300'000, '\n'),
+  };
+  for (const std::string& text : texts) {
+    EXPECT_THAT(Refusal(text), IsOneLine()) << text.substr(0, 40);
+  }
+}
+
+TEST(ParseConfig, RefusesNumbersBeyondEveryType) {
+  EXPECT_THAT(Refusal(R"({"threads": 1e999})"), HasSubstr("1e999"));
+  EXPECT_THAT(Refusal(R"({"threads": 1e300})"), HasSubstr("'threads' is 1e+300"));
 }
 
 TEST(ParseConfig, RefusesAnUnknownKeyByName) {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/config/json_values.h"
 #include "runtime/host/refusal.h"
 
 namespace vorn::host {
@@ -66,6 +67,7 @@ TEST(ParseModelSettings, RefusesWrongValuesByKey) {
               HasSubstr(R"(give "feedForward", "detection" or "recurrent")"));
   EXPECT_THAT(Refusal(R"({"inputDims": {"x": 5}})"), HasSubstr("'model.inputDims.x'"));
   EXPECT_THAT(Refusal(R"({"inputDims": {"x": [-2]}})"), HasSubstr("'model.inputDims.x'"));
+  EXPECT_THAT(Refusal(R"({"inputDims": {"x": [-1.0]}})"), HasSubstr("'model.inputDims.x'"));
   EXPECT_THAT(Refusal(R"({"outputDims": {"y": [-1]}})"), HasSubstr("'model.outputDims.y'"));
   EXPECT_THAT(Refusal(R"({"outputDims": [1]})"), HasSubstr("'model.outputDims'"));
   EXPECT_THAT(Refusal(R"({"constants": {"c": "1"}})"), HasSubstr("'model.constants.c'"));
@@ -77,6 +79,25 @@ TEST(ParseModelSettings, RefusesWrongValuesByKey) {
   EXPECT_THAT(Refusal(R"({"states": {"h": 1}})"), HasSubstr("'model.states.h'"));
   EXPECT_THAT(Refusal(R"({"context": -1})"), HasSubstr("'model.context'"));
   EXPECT_THAT(Refusal(R"({"timeAxis": 128})"), HasSubstr("'model.timeAxis'"));
+}
+
+TEST(ParseModelSettings, RefusesWhatIsNestedTooDeep) {
+  for (const char* bracket : {"[", R"({"dims":)"}) {
+    std::string text;
+    for (int i = 0; i < 100'000; ++i) text += bracket;
+    EXPECT_THAT(Refusal(text), HasSubstr("more than 16 deep"));
+  }
+  const std::string closed = std::string(100'000, '[') + std::string(100'000, ']');
+  EXPECT_THAT(Refusal(R"({"rpn": )" + closed + "}"), HasSubstr("more than 16 deep"));
+}
+
+TEST(ParseModelSettings, RefusesAKeyThatIsGivenTwice) {
+  EXPECT_THAT(Refusal(R"({"constants": {"c": 1, "c": 2}})"),
+              HasSubstr("gives 'constants.c' twice"));
+}
+
+TEST(ParseModelSettings, RefusesATextThatIsTooLong) {
+  EXPECT_THAT(Refusal("{" + std::string(kMaxJsonBytes, ' ') + "}"), HasSubstr("is longer than"));
 }
 
 }  // namespace

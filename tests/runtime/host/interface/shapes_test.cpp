@@ -333,6 +333,11 @@ TEST_F(HostShapes, ComeFromTheFileAndTheConfigurationGoesBeforeIt) {
   EXPECT_EQ(ShapeOfInput(0), (std::vector<int64_t>{2, 3}));
   Unload();
   EXPECT_THAT(Refusal(model("[")), HasSubstr("(in the model's metadata 'vorn')"));
+  const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
+  for (const std::string& text : {deep, R"({"rpn": )" + deep + "}"}) {
+    EXPECT_THAT(Refusal(model(text)),
+                HasSubstr("more than 16 deep; no key takes a value like that (in the model's"));
+  }
   Restart(R"({"dims": {"b": 7}})");
   ASSERT_EQ(Load(model(R"({"dims": {"a": 2, "b": 3}})")), VORN_SUCCESS);
   EXPECT_EQ(ShapeOfInput(0), (std::vector<int64_t>{2, 7}));
