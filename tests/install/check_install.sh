@@ -21,6 +21,11 @@ if grep -vE 'linux-vdso|ld-linux|lib(vorn|stdc\+\+|gcc_s|m|c)\.so' "$work/ldd"; 
   fail "the command depends on more than the standard library and libvorn"
 fi
 
+# The README shows this project; it is the one that is built here.
+awk '/^```cmake$/ { on = 1; next } /^```$/ { on = 0 } on' "$here/../../README.md" |
+  diff -u - "$here/consumer/CMakeLists.txt" >"$work/shown" ||
+  fail "README.md shows another project than $here/consumer: $(cat "$work/shown")"
+
 echo '{}' >"$work/config.json"
 "$cmake" -S "$here/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$work/moved" >/dev/null
 "$cmake" --build "$work/consumer" >/dev/null
