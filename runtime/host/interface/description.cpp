@@ -7,15 +7,18 @@
 #include <vector>
 
 #include "host/interface/entry.h"
-#include "host/state/runtime.h"
+#include "host/state/tables.h"
 #include "vorn/vorn.h"
 
 using vorn::host::Answer;
 using vorn::host::AnswerWith;
+using vorn::host::Change;
+using vorn::host::Desc;
 using vorn::host::Failure;
+using vorn::host::Look;
 using vorn::host::ModelDescription;
+using vorn::host::Needs;
 using vorn::host::RequirePlace;
-using vorn::host::Runtime;
 using vorn::host::TensorDescription;
 
 namespace {
@@ -25,10 +28,15 @@ using Tensors = std::vector<TensorDescription> ModelDescription::*;
 constexpr vorn_data_type kNoType = UINT32_MAX;
 constexpr vorn_format kNoFormat = -1;
 
+/// What the description was last filled with.
+std::shared_ptr<const ModelDescription> ModelOf(const vorn_mdl_desc* desc) {
+  return Look()->descriptions.At(desc).Model();
+}
+
 /// The tensor at a position, held so that destroying the description elsewhere does no harm here.
 std::shared_ptr<const TensorDescription> At(const vorn_mdl_desc* desc, Tensors list,
                                             uint64_t index) {
-  const std::shared_ptr<const ModelDescription> model = Runtime::OfProcess().Description(desc);
+  const std::shared_ptr<const ModelDescription> model = ModelOf(desc);
   const std::vector<TensorDescription>& tensors = (*model).*list;
   if (index >= tensors.size()) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "index is ", index, "; the model has ",
@@ -41,8 +49,7 @@ constexpr Tensors kInputs = &ModelDescription::inputs;
 constexpr Tensors kOutputs = &ModelDescription::outputs;
 
 uint64_t CountOf(const char* operation, const vorn_mdl_desc* desc, Tensors list) {
-  return AnswerWith<uint64_t>(
-      operation, 0, [&] { return ((*Runtime::OfProcess().Description(desc)).*list).size(); });
+  return AnswerWith<uint64_t>(operation, 0, [&] { return ((*ModelOf(desc)).*list).size(); });
 }
 
 vorn_status DimsOf(const char* operation, const vorn_mdl_desc* desc, Tensors list, uint64_t index,
@@ -76,15 +83,19 @@ vorn_format FormatOf(const char* operation, const vorn_mdl_desc* desc, Tensors l
 
 vorn_mdl_desc* vorn_mdl_create_desc(void) {
   return AnswerWith<vorn_mdl_desc*>(__func__, nullptr,
-                                    [&] { return Runtime::OfProcess().CreateDesc(); });
+                                    [&] { return Change(Needs::kContext)->descriptions.Create(); });
 }
 
 vorn_status vorn_mdl_destroy_desc(vorn_mdl_desc* desc) {
-  return Answer(__func__, [&] { Runtime::OfProcess().DestroyDesc(desc); });
+  return Answer(__func__, [&] { Change()->descriptions.Destroy(desc); });
 }
 
 vorn_status vorn_mdl_get_desc(vorn_mdl_desc* desc, uint32_t modelId) {
-  return Answer(__func__, [&] { Runtime::OfProcess().FillDesc(desc, modelId); });
+  return Answer(__func__, [&] {
+    const Change tables(Needs::kContext);
+    Desc& live = tables->descriptions.At(desc);
+    live.Fill(tables->models.At(modelId)->description());
+  });
 }
 
 uint64_t vorn_mdl_get_num_inputs(const vorn_mdl_desc* desc) {

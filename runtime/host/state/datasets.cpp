@@ -49,6 +49,17 @@ void Datasets::Add(vorn_mdl_dataset* dataset, vorn_data_buffer* buffer) {
   At(dataset).buffers.push_back(buffer);
 }
 
+void Datasets::SetBatch(vorn_mdl_dataset* dataset, uint64_t index, uint64_t batch) {
+  Dataset& live = At(dataset);
+  if (index != 0) {
+    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "index is ", index, "; it has to be 0");
+  }
+  if (batch == 0) {
+    throw Failure(VORN_ERROR_INVALID_ARGUMENT, "the batch size is 0; it has to be at least 1");
+  }
+  live.batch = batch;
+}
+
 vorn_data_buffer* Datasets::BufferAt(const vorn_mdl_dataset* dataset, uint64_t index) const {
   const std::vector<vorn_data_buffer*>& buffers = At(dataset).buffers;
   if (index >= buffers.size()) {

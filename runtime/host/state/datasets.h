@@ -47,6 +47,8 @@ class Datasets {
   void Destroy(vorn_mdl_dataset* dataset);
   Dataset& At(const vorn_mdl_dataset* dataset) const;
   void Add(vorn_mdl_dataset* dataset, vorn_data_buffer* buffer);
+  /// Fails with VORN_ERROR_INVALID_ARGUMENT for another index than 0 and for a batch of 0.
+  void SetBatch(vorn_mdl_dataset* dataset, uint64_t index, uint64_t batch);
   /// Fails with VORN_ERROR_INVALID_ARGUMENT for an index that is not below the count.
   vorn_data_buffer* BufferAt(const vorn_mdl_dataset* dataset, uint64_t index) const;
 

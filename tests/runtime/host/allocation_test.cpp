@@ -13,7 +13,10 @@
 #include <vector>
 
 #include "host/engine/engine.h"
-#include "host/state/runtime.h"
+#include "host/state/execution.h"
+#include "host/state/lifecycle.h"
+#include "host/state/loading.h"
+#include "host/state/tables.h"
 #include "support/files.h"
 #include "support/onnx_writer.h"
 
@@ -106,47 +109,44 @@ class AllocationTest : public testing::Test {
     const support::TempDir folder;
     const std::string config = folder.Path() / "host.json";
     support::WriteFile(config, "{}");
-    runtime.Start(config.c_str());
-    runtime.SetDevice(0);
-    context = runtime.CreateContext(0);
+    StartRuntime(config.c_str());
+    Change()->devices.Set(0);
+    context = Change()->devices.CreateContext(0);
   }
   void TearDown() override {
-    for (vorn_data_buffer* buffer : buffers) runtime.DestroyDataBuffer(buffer);
-    for (void* block : blocks) runtime.Free(block);
-    for (vorn_mdl_dataset* dataset : datasets) runtime.DestroyDataset(dataset);
-    runtime.DestroyContext(context);
-    runtime.ResetDevice(0);
-    runtime.Stop();
+    for (vorn_data_buffer* buffer : buffers) Change()->datasets.DestroyBuffer(buffer);
+    for (void* block : blocks) Change()->blocks.Free(block);
+    for (vorn_mdl_dataset* dataset : datasets) Change()->datasets.Destroy(dataset);
+    Change()->devices.DestroyContext(context);
+    Change()->devices.Reset(0);
+    StopRuntime();
   }
 
   vorn_mdl_dataset* Dataset(const std::vector<TensorDescription>& tensors, uint64_t batch) {
-    vorn_mdl_dataset* dataset = runtime.CreateDataset();
+    vorn_mdl_dataset* dataset = Change()->datasets.Create();
     datasets.push_back(dataset);
     for (const TensorDescription& tensor : tensors) {
       const uint64_t bytes = batch * tensor.layout.ItemBytes();
-      blocks.push_back(runtime.Allocate(bytes));
-      buffers.push_back(runtime.CreateDataBuffer(blocks.back(), bytes, tensor.layout.stride));
-      runtime.AddBuffer(dataset, buffers.back());
+      const Change tables;
+      blocks.push_back(tables->blocks.Allocate(bytes, tables->devices.CurrentMemory()));
+      buffers.push_back(tables->datasets.CreateBuffer(blocks.back(), bytes, tensor.layout.stride));
+      tables->datasets.Add(dataset, buffers.back());
     }
     return dataset;
   }
 
   uint64_t AllocationsOfRuntime(const std::string& image, uint64_t batch, uint64_t frames = 0) {
-    const uint32_t id = runtime.Load(image.data(), image.size());
-    vorn_mdl_desc* desc = runtime.CreateDesc();
-    runtime.FillDesc(desc, id);
-    const auto description = runtime.Description(desc);
+    const uint32_t id = LoadModel(image.data(), image.size());
+    const auto description = Look()->models.At(id)->description();
     vorn_mdl_dataset* inputs = Dataset(description->inputs, batch);
     vorn_mdl_dataset* outputs = Dataset(description->outputs, batch);
-    runtime.SetBatch(id, inputs, 0, batch);
-    if (frames != 0) runtime.SetTotalT(id, inputs, frames);
-    const uint64_t count = AllocationsOf([&] { runtime.Execute(id, inputs, outputs); });
-    runtime.DestroyDesc(desc);
-    runtime.Unload(id);
+    Change()->datasets.SetBatch(inputs, 0, batch);
+    if (frames != 0) Change()->datasets.At(inputs).frames = frames;
+    const uint64_t count = AllocationsOf([&] { ExecuteModel(id, inputs, outputs); });
+    Change()->models.Remove(id);
     return count;
   }
 
-  Runtime& runtime = Runtime::OfProcess();
   vorn_rt_context* context = nullptr;
   std::vector<void*> blocks;
   std::vector<vorn_data_buffer*> buffers;
