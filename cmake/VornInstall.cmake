@@ -1,5 +1,5 @@
 # The installed tree: bin/vorn-run, lib/libvorn.so (with the library that executes its models beside
-# it), include/vorn/vorn.h and a CMake package for whoever writes or uses a runtime.
+# it), the headers and a CMake package for whoever writes or uses a runtime.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn)
@@ -8,7 +8,8 @@ file(RELATIVE_PATH bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
 set_target_properties(vorn-run PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
 install(TARGETS vorn-run RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS vorn_interface EXPORT vorn-targets)
-install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h
+install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/operations.h
+              ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vorn)
 
 if(NOT VORN_LIBRARY)

@@ -15,6 +15,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "vorn/operations.h"
 #include "vorn/vorn.h"
 
 enum {
@@ -372,3 +373,8 @@ VORN_API vorn_status vorn_mdl_execute(uint32_t modelId, const vorn_mdl_dataset* 
   }
   return VORN_SUCCESS;
 }
+
+// The link fails where an operation is missing above.
+#define VORN_PLACE(name, ...) (void (*)(void)) name,
+__attribute__((used)) static void (*const kAll[])(void) = {
+    VORN_OPERATIONS(VORN_PLACE, VORN_NO_PARAMETER)};

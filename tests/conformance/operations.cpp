@@ -16,8 +16,8 @@ std::string Open(const std::string& path) {
   void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) return std::string("the runtime cannot be opened: ") + dlerror();
   std::string missing;
-#define VORN_LOOK_UP(name) LookUp(library, #name, name, missing);
-  VORN_OPERATIONS(VORN_LOOK_UP)
+#define VORN_LOOK_UP(name, ...) LookUp(library, #name, name, missing);
+  VORN_OPERATIONS(VORN_LOOK_UP, VORN_NO_PARAMETER)
 #undef VORN_LOOK_UP
   return missing.empty() ? "" : "the runtime lacks " + missing;
 }

@@ -6,14 +6,14 @@
 
 #include <string>
 
-#include "operation_names.h"
+#include "vorn/operations.h"
 #include "vorn/vorn.h"
 
 namespace conformance {
 
 // NOLINTNEXTLINE(bugprone-macro-parentheses): it is the name that is declared
-#define VORN_DECLARE(name) inline decltype(&::name) name = nullptr;
-VORN_OPERATIONS(VORN_DECLARE)
+#define VORN_DECLARE(name, ...) inline decltype(&::name) name = nullptr;
+VORN_OPERATIONS(VORN_DECLARE, VORN_NO_PARAMETER)
 #undef VORN_DECLARE
 
 /// Opens the runtime at `path` and looks every operation up, the first time it is called. Returns

@@ -11,7 +11,6 @@ using scripted::Area;
 using scripted::Call;
 using scripted::Handle;
 using scripted::Kind;
-using scripted::Needs;
 using scripted::Place;
 using scripted::Tensor;
 
@@ -125,7 +124,7 @@ extern "C" {
 // ---- The runtime as a whole ---------------------------------------------------------------------
 
 vorn_status vorn_init(const char* configPath) {
-  Call call("vorn_init", Needs::kNothing);
+  Call call(__func__);
   return call.Text(configPath).Status([&] {
     call.state().initialised = true;
     return VORN_SUCCESS;
@@ -133,7 +132,7 @@ vorn_status vorn_init(const char* configPath) {
 }
 
 vorn_status vorn_finalize(void) {
-  Call call("vorn_finalize", Needs::kNothing);
+  Call call(__func__);
   const vorn_status status = call.Status([&]() -> vorn_status {
     if (!call.state().initialised) return VORN_ERROR_NOT_INITIALIZED;
     call.state().initialised = false;
@@ -146,7 +145,7 @@ vorn_status vorn_finalize(void) {
 // ---- Device, context, stream --------------------------------------------------------------------
 
 vorn_status vorn_rt_set_device(int32_t deviceId) {
-  Call call("vorn_rt_set_device", Needs::kInit);
+  Call call(__func__);
   return call.Signed(deviceId).Status([&] {
     call.state().deviceSet = true;
     return VORN_SUCCESS;
@@ -154,7 +153,7 @@ vorn_status vorn_rt_set_device(int32_t deviceId) {
 }
 
 vorn_status vorn_rt_reset_device(int32_t deviceId) {
-  Call call("vorn_rt_reset_device", Needs::kNothing);
+  Call call(__func__);
   return call.Signed(deviceId).Status([&]() -> vorn_status {
     if (!call.state().deviceSet) return VORN_ERROR_NOT_INITIALIZED;
     call.state().deviceSet = false;
@@ -163,12 +162,12 @@ vorn_status vorn_rt_reset_device(int32_t deviceId) {
 }
 
 vorn_status vorn_rt_set_op_wait_timeout(uint32_t timeoutSeconds) {
-  Call call("vorn_rt_set_op_wait_timeout", Needs::kInit);
+  Call call(__func__);
   return call.Number(timeoutSeconds).Status([] { return VORN_SUCCESS; });
 }
 
 vorn_status vorn_rt_create_context(vorn_rt_context** context, int32_t deviceId) {
-  Call call("vorn_rt_create_context", Needs::kInit);
+  Call call(__func__);
   return call.Signed(deviceId).Status([&]() -> vorn_status {
     if (!call.HasPlace(context)) return VORN_ERROR_INVALID_ARGUMENT;
     Handle* handle = call.state().handles.Create(Kind::kContext);
@@ -180,12 +179,12 @@ vorn_status vorn_rt_create_context(vorn_rt_context** context, int32_t deviceId) 
 }
 
 vorn_status vorn_rt_destroy_context(vorn_rt_context* context) {
-  Call call("vorn_rt_destroy_context", Needs::kInit);
+  Call call(__func__);
   return Destroy(&call, context, Kind::kContext);
 }
 
 vorn_status vorn_rt_create_stream(vorn_rt_stream** stream) {
-  Call call("vorn_rt_create_stream", Needs::kContext);
+  Call call(__func__);
   return call.Status([&]() -> vorn_status {
     if (!call.HasPlace(stream)) return VORN_ERROR_INVALID_ARGUMENT;
     Handle* handle = call.state().handles.Create(Kind::kStream);
@@ -196,12 +195,12 @@ vorn_status vorn_rt_create_stream(vorn_rt_stream** stream) {
 }
 
 vorn_status vorn_rt_destroy_stream(vorn_rt_stream* stream) {
-  Call call("vorn_rt_destroy_stream", Needs::kContext);
+  Call call(__func__);
   return Destroy(&call, stream, Kind::kStream);
 }
 
 vorn_status vorn_rt_get_run_mode(vorn_rt_run_mode* runMode) {
-  Call call("vorn_rt_get_run_mode", Needs::kInit);
+  Call call(__func__);
   return call.Status([&]() -> vorn_status {
     if (!call.HasPlace(runMode)) return VORN_ERROR_INVALID_ARGUMENT;
     *runMode = call.state().script.runMode;
@@ -213,7 +212,7 @@ vorn_status vorn_rt_get_run_mode(vorn_rt_run_mode* runMode) {
 // ---- Runtime memory -----------------------------------------------------------------------------
 
 vorn_status vorn_rt_malloc(void** block, uint64_t size, vorn_rt_mem_policy policy) {
-  Call call("vorn_rt_malloc", Needs::kContext);
+  Call call(__func__);
   return call.Number(size).Number(policy).Status([&]() -> vorn_status {
     auto& state = call.state();
     if (!call.HasPlace(block)) return VORN_ERROR_INVALID_ARGUMENT;
@@ -227,7 +226,7 @@ vorn_status vorn_rt_malloc(void** block, uint64_t size, vorn_rt_mem_policy polic
 }
 
 vorn_status vorn_rt_free(void* block) {
-  Call call("vorn_rt_free", Needs::kContext);
+  Call call(__func__);
   return call.Address(block).Status([&]() -> vorn_status {
     auto& state = call.state();
     const Place place = state.blocks.Find(block);
@@ -250,7 +249,7 @@ vorn_status vorn_rt_free(void* block) {
 // ---- Models -------------------------------------------------------------------------------------
 
 vorn_status vorn_mdl_load_from_mem(const void* image, uint64_t size, uint32_t* modelId) {
-  Call call("vorn_mdl_load_from_mem", Needs::kContext);
+  Call call(__func__);
   return call.Address(image).Number(size).Status([&]() -> vorn_status {
     auto& state = call.state();
     const Place place = state.blocks.Find(image);
@@ -269,14 +268,14 @@ vorn_status vorn_mdl_load_from_mem(const void* image, uint64_t size, uint32_t* m
 }
 
 vorn_status vorn_mdl_unload(uint32_t modelId) {
-  Call call("vorn_mdl_unload", Needs::kContext);
+  Call call(__func__);
   return call.Number(modelId).Status([&]() -> vorn_status {
     return call.state().models.erase(modelId) == 1 ? VORN_SUCCESS : VORN_ERROR_INVALID_HANDLE;
   });
 }
 
 vorn_status vorn_ext_get_mdl_net_type(uint32_t modelId, vorn_net_type* netType) {
-  Call call("vorn_ext_get_mdl_net_type", Needs::kContext);
+  Call call(__func__);
   return call.Number(modelId).Status([&]() -> vorn_status {
     if (!call.HasPlace(netType)) return VORN_ERROR_INVALID_ARGUMENT;
     if (!IsLoaded(call, modelId) && !call.MustSucceed()) return VORN_ERROR_INVALID_HANDLE;
@@ -289,17 +288,17 @@ vorn_status vorn_ext_get_mdl_net_type(uint32_t modelId, vorn_net_type* netType) 
 // ---- Descriptions -------------------------------------------------------------------------------
 
 vorn_mdl_desc* vorn_mdl_create_desc(void) {
-  Call call("vorn_mdl_create_desc", Needs::kContext);
+  Call call(__func__);
   return As<vorn_mdl_desc>(call.Pointer([&] { return call.state().handles.Create(Kind::kDesc); }));
 }
 
 vorn_status vorn_mdl_destroy_desc(vorn_mdl_desc* desc) {
-  Call call("vorn_mdl_destroy_desc", Needs::kContext);
+  Call call(__func__);
   return Destroy(&call, desc, Kind::kDesc);
 }
 
 vorn_status vorn_mdl_get_desc(vorn_mdl_desc* desc, uint32_t modelId) {
-  Call call("vorn_mdl_get_desc", Needs::kContext);
+  Call call(__func__);
   return call.AnyHandle(desc).Number(modelId).Status([&]() -> vorn_status {
     Handle* handle = call.Want(desc, Kind::kDesc);
     if (handle == nullptr) return VORN_ERROR_INVALID_HANDLE;
@@ -310,31 +309,31 @@ vorn_status vorn_mdl_get_desc(vorn_mdl_desc* desc, uint32_t modelId) {
 }
 
 uint64_t vorn_mdl_get_num_inputs(const vorn_mdl_desc* desc) {
-  Call call("vorn_mdl_get_num_inputs", Needs::kContext);
+  Call call(__func__);
   call.AnyHandle(desc);
   return call.Count(Filled(&call, desc) == nullptr ? 0 : call.state().script.inputs.size());
 }
 
 uint64_t vorn_mdl_get_num_outputs(const vorn_mdl_desc* desc) {
-  Call call("vorn_mdl_get_num_outputs", Needs::kContext);
+  Call call(__func__);
   call.AnyHandle(desc);
   return call.Count(Filled(&call, desc) == nullptr ? 0 : call.state().script.outputs.size());
 }
 
 vorn_status vorn_mdl_get_input_dims(const vorn_mdl_desc* desc, uint64_t index,
                                     vorn_mdl_io_dims* dims) {
-  Call call("vorn_mdl_get_input_dims", Needs::kContext, index);
+  Call call(__func__, index);
   return GetDims(&call, desc, index, true, dims);
 }
 
 vorn_status vorn_mdl_get_output_dims(const vorn_mdl_desc* desc, uint64_t index,
                                      vorn_mdl_io_dims* dims) {
-  Call call("vorn_mdl_get_output_dims", Needs::kContext, index);
+  Call call(__func__, index);
   return GetDims(&call, desc, index, false, dims);
 }
 
 const char* vorn_mdl_get_output_name_by_index(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_output_name_by_index", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, false);
   const std::string* name = nullptr;
   if (tensor != nullptr) name = tensor->fullName ? &*tensor->fullName : &tensor->name;
@@ -342,64 +341,64 @@ const char* vorn_mdl_get_output_name_by_index(const vorn_mdl_desc* desc, uint64_
 }
 
 vorn_data_type vorn_mdl_get_input_data_type(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_input_data_type", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, true);
   return static_cast<vorn_data_type>(call.Code(tensor == nullptr ? 0 : tensor->type));
 }
 
 vorn_data_type vorn_mdl_get_output_data_type(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_output_data_type", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, false);
   return static_cast<vorn_data_type>(call.Code(tensor == nullptr ? 0 : tensor->type));
 }
 
 uint64_t vorn_mdl_get_input_size_by_index(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_input_size_by_index", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, true);
   return call.Count(tensor == nullptr ? 0 : tensor->size);
 }
 
 uint64_t vorn_mdl_get_output_size_by_index(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_output_size_by_index", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, false);
   return call.Count(tensor == nullptr ? 0 : tensor->size);
 }
 
 uint64_t vorn_mdl_get_input_default_stride(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_input_default_stride", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, true);
   return call.Count(tensor == nullptr ? 0 : tensor->stride);
 }
 
 uint64_t vorn_mdl_get_output_default_stride(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_output_default_stride", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, false);
   return call.Count(tensor == nullptr ? 0 : tensor->stride);
 }
 
 vorn_format vorn_mdl_get_input_format(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_input_format", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, true);
   const int64_t format = tensor == nullptr ? 0 : tensor->format;
   return static_cast<vorn_format>(call.Code(static_cast<uint64_t>(format), true));
 }
 
 vorn_format vorn_mdl_get_output_format(const vorn_mdl_desc* desc, uint64_t index) {
-  Call call("vorn_mdl_get_output_format", Needs::kContext, index);
+  Call call(__func__, index);
   const Tensor* tensor = Queried(&call, desc, index, false);
   const int64_t format = tensor == nullptr ? 0 : tensor->format;
   return static_cast<vorn_format>(call.Code(static_cast<uint64_t>(format), true));
 }
 
 uint64_t vorn_data_type_size(vorn_data_type type) {
-  Call call("vorn_data_type_size", Needs::kNothing, type);
+  Call call(__func__, type);
   return call.Number(type).Count(call.state().script.BitsOf(type));
 }
 
 // ---- Data buffers and datasets ------------------------------------------------------------------
 
 vorn_data_buffer* vorn_create_data_buffer(void* block, uint64_t size, uint64_t stride) {
-  Call call("vorn_create_data_buffer", Needs::kContext);
+  Call call(__func__);
   call.Address(block).Number(size).Number(stride);
   return As<vorn_data_buffer>(call.Pointer([&] {
     const Place place = call.state().blocks.Find(block);
@@ -418,12 +417,12 @@ vorn_data_buffer* vorn_create_data_buffer(void* block, uint64_t size, uint64_t s
 }
 
 vorn_status vorn_destroy_data_buffer(vorn_data_buffer* buffer) {
-  Call call("vorn_destroy_data_buffer", Needs::kContext);
+  Call call(__func__);
   return Destroy(&call, buffer, Kind::kBuffer);
 }
 
 void* vorn_get_data_buffer_addr(const vorn_data_buffer* buffer) {
-  Call call("vorn_get_data_buffer_addr", Needs::kContext);
+  Call call(__func__);
   call.AnyHandle(buffer);
   return call.Pointer([&]() -> void* {
     const Handle* handle = call.Want(buffer, Kind::kBuffer);
@@ -432,25 +431,25 @@ void* vorn_get_data_buffer_addr(const vorn_data_buffer* buffer) {
 }
 
 uint64_t vorn_get_data_buffer_size(const vorn_data_buffer* buffer) {
-  Call call("vorn_get_data_buffer_size", Needs::kContext);
+  Call call(__func__);
   call.AnyHandle(buffer);
   const Handle* handle = call.Want(buffer, Kind::kBuffer);
   return call.Count(handle == nullptr ? 0 : handle->size);
 }
 
 vorn_mdl_dataset* vorn_mdl_create_dataset(void) {
-  Call call("vorn_mdl_create_dataset", Needs::kContext);
+  Call call(__func__);
   return As<vorn_mdl_dataset>(
       call.Pointer([&] { return call.state().handles.Create(Kind::kDataset); }));
 }
 
 vorn_status vorn_mdl_destroy_dataset(vorn_mdl_dataset* dataset) {
-  Call call("vorn_mdl_destroy_dataset", Needs::kContext);
+  Call call(__func__);
   return Destroy(&call, dataset, Kind::kDataset);
 }
 
 vorn_status vorn_mdl_add_dataset_buffer(vorn_mdl_dataset* dataset, vorn_data_buffer* buffer) {
-  Call call("vorn_mdl_add_dataset_buffer", Needs::kContext);
+  Call call(__func__);
   return call.AnyHandle(dataset).AnyHandle(buffer).Status([&]() -> vorn_status {
     Handle* handle = call.Want(dataset, Kind::kDataset);
     Handle* member = call.Want(buffer, Kind::kBuffer);
@@ -461,14 +460,14 @@ vorn_status vorn_mdl_add_dataset_buffer(vorn_mdl_dataset* dataset, vorn_data_buf
 }
 
 uint64_t vorn_mdl_get_dataset_num_buffers(const vorn_mdl_dataset* dataset) {
-  Call call("vorn_mdl_get_dataset_num_buffers", Needs::kContext);
+  Call call(__func__);
   call.AnyHandle(dataset);
   const Handle* handle = call.Want(dataset, Kind::kDataset);
   return call.Count(handle == nullptr ? 0 : handle->buffers.size());
 }
 
 vorn_data_buffer* vorn_mdl_get_dataset_buffer(const vorn_mdl_dataset* dataset, uint64_t index) {
-  Call call("vorn_mdl_get_dataset_buffer", Needs::kContext, index);
+  Call call(__func__, index);
   call.AnyHandle(dataset).Number(index);
   return As<vorn_data_buffer>(call.Pointer([&]() -> Handle* {
     const Handle* handle = call.Want(dataset, Kind::kDataset);
@@ -481,7 +480,7 @@ vorn_data_buffer* vorn_mdl_get_dataset_buffer(const vorn_mdl_dataset* dataset, u
 
 vorn_status vorn_mdl_set_dynamic_batch_size(uint32_t modelId, vorn_mdl_dataset* dataset,
                                             uint64_t index, uint64_t batchSize) {
-  Call call("vorn_mdl_set_dynamic_batch_size", Needs::kContext);
+  Call call(__func__);
   call.Number(modelId).AnyHandle(dataset).Number(index).Number(batchSize);
   return call.Status([&]() -> vorn_status {
     return call.Want(dataset, Kind::kDataset) == nullptr ? VORN_ERROR_INVALID_HANDLE : VORN_SUCCESS;
@@ -489,7 +488,7 @@ vorn_status vorn_mdl_set_dynamic_batch_size(uint32_t modelId, vorn_mdl_dataset* 
 }
 
 vorn_status vorn_mdl_set_total_t(uint32_t modelId, vorn_mdl_dataset* dataset, uint64_t totalT) {
-  Call call("vorn_mdl_set_total_t", Needs::kContext);
+  Call call(__func__);
   return call.Number(modelId).AnyHandle(dataset).Number(totalT).Status([&]() -> vorn_status {
     return call.Want(dataset, Kind::kDataset) == nullptr ? VORN_ERROR_INVALID_HANDLE : VORN_SUCCESS;
   });
@@ -497,7 +496,7 @@ vorn_status vorn_mdl_set_total_t(uint32_t modelId, vorn_mdl_dataset* dataset, ui
 
 vorn_status vorn_mdl_execute(uint32_t modelId, const vorn_mdl_dataset* input,
                              vorn_mdl_dataset* output) {
-  Call call("vorn_mdl_execute", Needs::kContext);
+  Call call(__func__);
   call.Number(modelId).AnyHandle(input).AnyHandle(output);
   return call.Status([&]() -> vorn_status {
     if (!IsLoaded(call, modelId))

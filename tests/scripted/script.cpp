@@ -7,57 +7,11 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "scripted/operations.h"
 #include "vorn/vorn.h"
 
 namespace scripted {
 namespace {
-
-constexpr const char* kOperations[] = {
-    "vorn_init",
-    "vorn_finalize",
-    "vorn_rt_set_device",
-    "vorn_rt_reset_device",
-    "vorn_rt_set_op_wait_timeout",
-    "vorn_rt_create_context",
-    "vorn_rt_destroy_context",
-    "vorn_rt_create_stream",
-    "vorn_rt_destroy_stream",
-    "vorn_rt_get_run_mode",
-    "vorn_rt_malloc",
-    "vorn_rt_free",
-    "vorn_mdl_load_from_mem",
-    "vorn_mdl_unload",
-    "vorn_ext_get_mdl_net_type",
-    "vorn_mdl_create_desc",
-    "vorn_mdl_destroy_desc",
-    "vorn_mdl_get_desc",
-    "vorn_mdl_get_num_inputs",
-    "vorn_mdl_get_num_outputs",
-    "vorn_mdl_get_input_dims",
-    "vorn_mdl_get_output_dims",
-    "vorn_mdl_get_output_name_by_index",
-    "vorn_mdl_get_input_data_type",
-    "vorn_mdl_get_output_data_type",
-    "vorn_mdl_get_input_size_by_index",
-    "vorn_mdl_get_output_size_by_index",
-    "vorn_mdl_get_input_default_stride",
-    "vorn_mdl_get_output_default_stride",
-    "vorn_mdl_get_input_format",
-    "vorn_mdl_get_output_format",
-    "vorn_data_type_size",
-    "vorn_create_data_buffer",
-    "vorn_destroy_data_buffer",
-    "vorn_get_data_buffer_addr",
-    "vorn_get_data_buffer_size",
-    "vorn_mdl_create_dataset",
-    "vorn_mdl_destroy_dataset",
-    "vorn_mdl_add_dataset_buffer",
-    "vorn_mdl_get_dataset_num_buffers",
-    "vorn_mdl_get_dataset_buffer",
-    "vorn_mdl_set_dynamic_batch_size",
-    "vorn_mdl_set_total_t",
-    "vorn_mdl_execute",
-};
 
 [[noreturn]] void Refuse(const std::string& what) { throw std::runtime_error(what); }
 
@@ -237,9 +191,7 @@ Tensor ReadTensor(Line* line) {
 
 std::string ReadOperation(Line* line) {
   const std::string name = line->Take().text;
-  if (std::find(std::begin(kOperations), std::end(kOperations), name) == std::end(kOperations)) {
-    Refuse("there is no operation '" + name + "'");
-  }
+  if (FindOperation(name) == nullptr) Refuse("there is no operation '" + name + "'");
   return name;
 }
 

@@ -9,6 +9,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "scripted/operations.h"
+
 namespace scripted {
 namespace {
 
@@ -58,11 +60,12 @@ void Restart() {
   current = nullptr;
 }
 
-Call::Call(const char* operation, Needs needs, std::optional<uint64_t> index)
+Call::Call(const char* operation, std::optional<uint64_t> index)
     : lock_(mutex),
       state_(Current()),
       operation_(operation),
       verdict_(state_.answers.Next(operation, index)) {
+  const Needs needs = FindOperation(operation)->needs;
   if (needs != Needs::kNothing && !state_.initialised) Complain("the runtime is not initialised");
   if (needs == Needs::kContext && state_.initialised) {
     bool found = false;

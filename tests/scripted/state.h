@@ -44,9 +44,6 @@ struct State {
   void WriteLive(const char* moment);
 };
 
-/** What an operation has to find in place. */
-enum class Needs { kNothing, kInit, kContext };
-
 /**
  * One call of one operation, from its first line to its return; the library is locked in between.
  * An operation names its arguments in order, then returns what `Status`, `NewHandle` or `Count`
@@ -54,7 +51,8 @@ enum class Needs { kNothing, kInit, kContext };
  */
 class Call {
  public:
-  Call(const char* operation, Needs needs, std::optional<uint64_t> index = {});
+  /// `operation` is the name of one of vorn.h's; `index` is what its answers may depend on.
+  explicit Call(const char* operation, std::optional<uint64_t> index = {});
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
 
