@@ -7,6 +7,7 @@
 
 #include "output/destride.h"
 
+namespace vorn::run {
 namespace {
 
 // A small output stays in the processor's nearest cache, a large one (255x76x76) does not.
@@ -52,3 +53,4 @@ const bool kRegistered = [] {
 }();
 
 }  // namespace
+}  // namespace vorn::run

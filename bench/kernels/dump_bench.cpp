@@ -14,6 +14,7 @@
 #include "output/float_text.h"
 #include "output/text_lines.h"
 
+namespace vorn::run {
 namespace {
 
 using Values = std::vector<float>;
@@ -159,3 +160,4 @@ const bool kRegistered = [] {
 }();
 
 }  // namespace
+}  // namespace vorn::run

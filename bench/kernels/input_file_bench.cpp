@@ -12,6 +12,7 @@
 #include "kernels/scratch_file.h"
 #include "model/row_reader.h"
 
+namespace vorn::run {
 namespace {
 
 struct Shape {
@@ -88,3 +89,4 @@ const bool kRegistered = [] {
 }();
 
 }  // namespace
+}  // namespace vorn::run

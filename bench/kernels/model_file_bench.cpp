@@ -9,6 +9,7 @@
 #include "kernels/scratch_file.h"
 #include "model/model_file.h"
 
+namespace vorn::run {
 namespace {
 
 // Where the runtime's blocks start: the system copies faster to there.
@@ -50,3 +51,4 @@ const bool kRegistered = [] {
 }();
 
 }  // namespace
+}  // namespace vorn::run

@@ -5,12 +5,14 @@
 #include "sample/prepare_paths.h"
 #include "sample/run_sample.h"
 
+namespace run = vorn::run;
+
 // No exception is caught: a malformed number on the command line is to end the process abnormally.
 int main(int argc, char** argv) {
-  HoldStandardStreams();
-  SampleOptions options;
-  ResolvedPaths paths;
-  ParseArgs(options, argc, argv);
-  if (PreparePaths(options, paths) != 0) return 1;
-  return RunSample(options, paths);
+  run::HoldStandardStreams();
+  run::SampleOptions options;
+  run::ResolvedPaths paths;
+  run::ParseArgs(options, argc, argv);
+  if (run::PreparePaths(options, paths) != 0) return 1;
+  return run::RunSample(options, paths);
 }

@@ -10,6 +10,7 @@
 
 #include "common/log.h"
 
+namespace vorn::run {
 namespace {
 
 void PrintUsage() {
@@ -84,3 +85,5 @@ int32_t StringToInt(const std::string& text) {
   }
   return static_cast<int32_t>(number);
 }
+
+}  // namespace vorn::run

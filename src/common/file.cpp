@@ -7,6 +7,7 @@
 
 #include <cerrno>
 
+namespace vorn::run {
 namespace {
 
 // A standard output that somebody made non-blocking must not lose lines.
@@ -18,7 +19,7 @@ void WaitUntilWritable(int fd) {
 }  // namespace
 
 FileDescriptor::~FileDescriptor() {
-  if (fd >= 0) close(fd);
+  if (fd_ >= 0) close(fd_);
 }
 
 FileDescriptor OpenForReading(const std::string& path) {
@@ -58,3 +59,5 @@ void WriteFully(int fd, const void* data, size_t size) {
     size -= static_cast<size_t>(put);
   }
 }
+
+}  // namespace vorn::run

@@ -7,22 +7,24 @@
 #include <string>
 #include <utility>
 
+namespace vorn::run {
+
 /// Owns one file descriptor; closed by `close` on destruction. -1 is "not open".
 class FileDescriptor {
  public:
-  explicit FileDescriptor(int descriptor = -1) : fd(descriptor) {}
-  FileDescriptor(FileDescriptor&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+  explicit FileDescriptor(int fd = -1) : fd_(fd) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
   FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-    std::swap(fd, other.fd);
+    std::swap(fd_, other.fd_);
     return *this;
   }
   ~FileDescriptor();
 
-  [[nodiscard]] bool IsOpen() const { return fd >= 0; }
-  [[nodiscard]] int Get() const { return fd; }
+  [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
+  [[nodiscard]] int Get() const { return fd_; }
 
  private:
-  int fd;
+  int fd_;
 };
 
 /// Opens for reading. Never waits for a writer, so a FIFO opens at once (and holds nothing).
@@ -40,5 +42,7 @@ class FileDescriptor {
 
 /// Writes all `size` bytes unless an error stops it, which is ignored.
 void WriteFully(int fd, const void* data, size_t size);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_COMMON_FILE_H_

@@ -9,6 +9,8 @@
 
 #include "common/file.h"
 
+namespace vorn::run {
+
 void PrintLine(const char* format, ...) {
   char line[1024];
   va_list arguments;
@@ -29,3 +31,5 @@ void PrintLine(const char* format, ...) {
   va_end(arguments);
   WriteFully(STDOUT_FILENO, longLine.data(), size);
 }
+
+}  // namespace vorn::run

@@ -4,7 +4,11 @@
 
 #include <cstdint>
 
+namespace vorn::run {
+
 /// Task buffer and work buffer, the last two inputs.
 inline constexpr uint32_t kScratchInputs = 2;
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_COMMON_MODEL_INPUTS_H_

@@ -7,6 +7,7 @@
 
 #include "common/log.h"
 
+namespace vorn::run {
 namespace {
 
 constexpr int kMinPathLength = 0;  // exclusive
@@ -28,3 +29,5 @@ int GetRealPath(const std::string& path, std::string& resolved) {
   resolved = buffer;
   return 0;
 }
+
+}  // namespace vorn::run

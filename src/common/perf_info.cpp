@@ -7,6 +7,8 @@
 #include "common/log.h"
 #include "common/model_inputs.h"
 
+namespace vorn::run {
+
 PerfInfo g_perfInfo;
 
 namespace {
@@ -69,3 +71,5 @@ void WriteProfileCsv(const PerfInfo& perfInfo, const std::string& path) {
        << ToKb(perfInfo.outputSize) << ',' << ToKb(perfInfo.workBufSize) << ','
        << ToKb(perfInfo.omSize) << ",\n";
 }
+
+}  // namespace vorn::run

@@ -7,6 +7,8 @@
 
 #include "vorn/vorn.h"
 
+namespace vorn::run {
+
 /// Sizes in bytes (32 bits, wrapping), times in milliseconds.
 struct PerfInfo {
   uint32_t inputSize = 0;  ///< all data inputs, one batch item
@@ -35,5 +37,7 @@ void PrintPerfInfo(const PerfInfo& perfInfo);
 /// opened is left alone without a word. Readers of the file rely on its columns as they are: the
 /// output size before the work buffer size, the last of the nine columns empty.
 void WriteProfileCsv(const PerfInfo& perfInfo, const std::string& path);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_COMMON_PERF_INFO_H_

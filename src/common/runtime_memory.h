@@ -7,6 +7,8 @@
 
 #include "vorn/vorn.h"
 
+namespace vorn::run {
+
 /// Allocates `size` bytes of runtime memory, not cleared; null on failure. The caller returns the
 /// block with `vorn_rt_free` (which takes null as well).
 [[nodiscard]] inline void* MallocRuntimeMemory(uint64_t size) {
@@ -17,5 +19,7 @@
 
 /// Sets `size` bytes to 0.
 inline void ZeroBuffer(void* block, uint64_t size) { std::memset(block, 0, size); }
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_COMMON_RUNTIME_MEMORY_H_

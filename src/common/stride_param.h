@@ -8,6 +8,8 @@
 
 #include "vorn/vorn.h"
 
+namespace vorn::run {
+
 struct StrideParam {
   uint64_t size = 0;    ///< bytes: an input's whole block, an output's single batch item
   uint64_t stride = 0;  ///< bytes of one row with its padding
@@ -19,5 +21,7 @@ struct StrideParam {
 [[nodiscard]] inline std::span<const int64_t> Dimensions(const vorn_mdl_io_dims& dims) {
   return {dims.dims, std::min<uint64_t>(dims.dimCount, VORN_MAX_DIMS)};
 }
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_COMMON_STRIDE_PARAM_H_

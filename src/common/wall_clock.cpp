@@ -3,6 +3,8 @@
 
 #include <sys/time.h>
 
+namespace vorn::run {
+
 double TimevalToMs(int64_t seconds, int64_t microseconds) {
   return (static_cast<double>(seconds) * 1000000.0 + static_cast<double>(microseconds)) / 1000.0;
 }
@@ -18,3 +20,5 @@ uint64_t GetCurrentTimeUs() {
   gettimeofday(&now, nullptr);
   return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_usec);
 }
+
+}  // namespace vorn::run

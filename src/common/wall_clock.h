@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+namespace vorn::run {
+
 /// Milliseconds of a `gettimeofday` result.
 [[nodiscard]] double TimevalToMs(int64_t seconds, int64_t microseconds);
 
@@ -13,5 +15,7 @@
 
 /// Microseconds since the epoch.
 [[nodiscard]] uint64_t GetCurrentTimeUs();
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_COMMON_WALL_CLOCK_H_

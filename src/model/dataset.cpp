@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+namespace vorn::run {
+
 void DestroyDataset(vorn_mdl_dataset*& dataset) {
   if (dataset == nullptr) return;
   for (uint64_t i = 0; i < vorn_mdl_get_dataset_num_buffers(dataset); ++i) {
@@ -13,3 +15,5 @@ void DestroyDataset(vorn_mdl_dataset*& dataset) {
   vorn_mdl_destroy_dataset(dataset);
   dataset = nullptr;
 }
+
+}  // namespace vorn::run

@@ -4,6 +4,8 @@
 #include <csignal>
 #include <cstdlib>
 
+namespace vorn::run {
+
 void RaiseDivisionFault() {
   struct sigaction byDefault {};
   byDefault.sa_handler = SIG_DFL;
@@ -15,3 +17,5 @@ void RaiseDivisionFault() {
   std::raise(SIGFPE);
   std::abort();
 }
+
+}  // namespace vorn::run

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+namespace vorn::run {
+
 /// Ends the process by SIGFPE whatever handler or mask is in place. The division itself would not
 /// do: it does not trap on every processor, sanitizers intercept it, and the compiler may assume
 /// that it never happens.
@@ -19,5 +21,7 @@ inline uint64_t RemainderOrFault(uint64_t dividend, uint64_t divisor) {
   if (divisor == 0) RaiseDivisionFault();
   return dividend % divisor;
 }
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_DIVISION_H_

@@ -7,9 +7,11 @@
 #include "model/input_file.h"
 #include "model/model_process.h"
 
+namespace vorn::run {
+
 int ModelProcess::InitInput() {
-  inputDataset = vorn_mdl_create_dataset();
-  if (inputDataset == nullptr) {
+  inputDataset_ = vorn_mdl_create_dataset();
+  if (inputDataset_ == nullptr) {
     PrintLine("[ERROR] can't create dataset, create input failed\n");
     return 1;
   }
@@ -24,7 +26,7 @@ int ModelProcess::CreateInput(void* block, uint64_t size, int32_t stride) {
     PrintLine("[ERROR] can't create data buffer, create input failed\n");
     return 1;
   }
-  if (vorn_mdl_add_dataset_buffer(inputDataset, buffer) != VORN_SUCCESS) {
+  if (vorn_mdl_add_dataset_buffer(inputDataset_, buffer) != VORN_SUCCESS) {
     PrintLine("[ERROR] add input dataset buffer failed\n");
     vorn_destroy_data_buffer(buffer);
     return 1;
@@ -34,21 +36,21 @@ int ModelProcess::CreateInput(void* block, uint64_t size, int32_t stride) {
 
 uint64_t ModelProcess::GetInputDataSize(int32_t index) const {
   const auto wideIndex = static_cast<uint64_t>(static_cast<int64_t>(index));
-  return vorn_data_type_size(vorn_mdl_get_input_data_type(modelDesc, wideIndex)) >> 3;
+  return vorn_data_type_size(vorn_mdl_get_input_data_type(modelDesc_, wideIndex)) >> 3;
 }
 
 int ModelProcess::GetInputStrideParam(int32_t index, StrideParam& param) const {
   const auto wideIndex = static_cast<uint64_t>(static_cast<int64_t>(index));
-  if (vorn_mdl_get_input_dims(modelDesc, wideIndex, &param.dims) != VORN_SUCCESS) {
+  if (vorn_mdl_get_input_dims(modelDesc_, wideIndex, &param.dims) != VORN_SUCCESS) {
     PrintLine("[ERROR] vorn_mdl_get_input_dims error!\n");
     return 1;
   }
-  param.stride = vorn_mdl_get_input_default_stride(modelDesc, wideIndex);
+  param.stride = vorn_mdl_get_input_default_stride(modelDesc_, wideIndex);
   if (param.stride == 0) {
     PrintLine("[ERROR] vorn_mdl_get_input_default_stride error!\n");
     return 1;
   }
-  param.size = batchSize * vorn_mdl_get_input_size_by_index(modelDesc, wideIndex);
+  param.size = batchSize_ * vorn_mdl_get_input_size_by_index(modelDesc_, wideIndex);
   if (param.size == 0) {
     PrintLine("[ERROR] vorn_mdl_get_input_size_by_index error!\n");
     return 1;
@@ -77,10 +79,10 @@ int ModelProcess::CreateFileInput(const std::string& file, int32_t index) {
     return 1;
   }
   const InputFileTarget target{.dims = param.dims,
-                               .modelDesc = modelDesc,
+                               .modelDesc = modelDesc_,
                                .index = static_cast<uint64_t>(index),
-                               .modelId = modelId};
-  void* block = ReadInputFile(file, target, batchSize, nlpTotalT);
+                               .modelId = modelId_};
+  void* block = ReadInputFile(file, target, batchSize_, nlpTotalT_);
   if (block == nullptr) {
     PrintLine("[ERROR] get pic device buffer failed\n");
     return 1;
@@ -115,12 +117,12 @@ int ModelProcess::CreateExtraInput(uint32_t index) {
 }
 
 int ModelProcess::CreateTaskBufAndWorkBuf() {
-  const uint64_t inputs = vorn_mdl_get_num_inputs(modelDesc);
+  const uint64_t inputs = vorn_mdl_get_num_inputs(modelDesc_);
   if (inputs <= kScratchInputs) {
     PrintLine("[ERROR] input dataset Num is error.\n");
     return 1;
   }
-  const uint64_t buffers = vorn_mdl_get_dataset_num_buffers(inputDataset);
+  const uint64_t buffers = vorn_mdl_get_dataset_num_buffers(inputDataset_);
   if (buffers == 0) {
     PrintLine("[ERROR] input dataset Num is 0.\n");
     return 1;
@@ -133,3 +135,5 @@ int ModelProcess::CreateTaskBufAndWorkBuf() {
   }
   return 0;
 }
+
+}  // namespace vorn::run

@@ -13,6 +13,7 @@
 #include "model/regular_file.h"
 #include "model/row_reader.h"
 
+namespace vorn::run {
 namespace {
 
 // What the runtime says of one batch item of the input, in bytes.
@@ -162,3 +163,5 @@ void* ReadInputFile(const std::string& path, const InputFileTarget& target, uint
             .rowBytes = rowBytes});
   return block;
 }
+
+}  // namespace vorn::run

@@ -7,6 +7,8 @@
 
 #include "vorn/vorn.h"
 
+namespace vorn::run {
+
 /// The model input that a file is for.
 struct InputFileTarget {
   const vorn_mdl_io_dims& dims;
@@ -26,5 +28,7 @@ struct InputFileTarget {
 /// the runtime sees no free there is part of the behaviour.
 [[nodiscard]] void* ReadInputFile(const std::string& path, const InputFileTarget& target,
                                   uint32_t& batchSize, int32_t& nlpTotalT);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_INPUT_FILE_H_

@@ -1,6 +1,8 @@
 // Products and texts of dimensions.
 #include "model/input_shape.h"
 
+namespace vorn::run {
+
 std::string JoinDimensions(std::span<const int64_t> dimensions) {
   std::string text;
   for (const int64_t dimension : dimensions) {
@@ -23,3 +25,5 @@ uint64_t FrameBytes(std::span<const int64_t> dimensions, uint64_t elementSize) {
 int64_t RowElements(std::span<const int64_t> dimensions) {
   return dimensions.empty() ? 0 : dimensions.back();
 }
+
+}  // namespace vorn::run

@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 
+namespace vorn::run {
+
 /// "1,3,224,224".
 [[nodiscard]] std::string JoinDimensions(std::span<const int64_t> dimensions);
 
@@ -18,5 +20,7 @@
 
 /// Elements of a row, the last dimension; 0 for no dimensions.
 [[nodiscard]] int64_t RowElements(std::span<const int64_t> dimensions);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_INPUT_SHAPE_H_

@@ -5,6 +5,7 @@
 #include "model/model_info.h"
 #include "model/model_process.h"
 
+namespace vorn::run {
 namespace {
 
 // The same queries for inputs and for outputs.
@@ -37,27 +38,27 @@ void PrintLayout(const vorn_mdl_desc* modelDesc, uint64_t index, uint32_t batchS
 }  // namespace
 
 int ModelProcess::CreateDesc(std::vector<std::string>& inputNames) {
-  modelDesc = vorn_mdl_create_desc();
-  if (modelDesc == nullptr) {
+  modelDesc_ = vorn_mdl_create_desc();
+  if (modelDesc_ == nullptr) {
     PrintLine("[ERROR] create model description failed\n");
     return 1;
   }
-  if (vorn_mdl_get_desc(modelDesc, modelId) != VORN_SUCCESS) {
+  if (vorn_mdl_get_desc(modelDesc_, modelId_) != VORN_SUCCESS) {
     PrintLine("[ERROR] get model description failed\n");
     return 1;
   }
   PrintLine("[INFO]  create model description success\n");
   PrintModelInfo(inputNames);
-  CollectModelSizes(g_perfInfo, modelDesc);
+  CollectModelSizes(g_perfInfo, modelDesc_);
   return 0;
 }
 
 void ModelProcess::PrintModelInfo(std::vector<std::string>& inputNames) const {
   vorn_mdl_io_dims dims{};
   PrintLine("[INFO]  ------------------ Input Info ------------------\n");
-  const uint64_t inputs = vorn_mdl_get_num_inputs(modelDesc);
+  const uint64_t inputs = vorn_mdl_get_num_inputs(modelDesc_);
   for (uint64_t i = 0; i < inputs; ++i) {
-    if (vorn_mdl_get_input_dims(modelDesc, i, &dims) != VORN_SUCCESS) {
+    if (vorn_mdl_get_input_dims(modelDesc_, i, &dims) != VORN_SUCCESS) {
       PrintLine("[ERROR] get input dims failed\n");
       return;
     }
@@ -67,17 +68,19 @@ void ModelProcess::PrintModelInfo(std::vector<std::string>& inputNames) const {
     if (i < inputs - kScratchInputs) inputNames.push_back(name);
     PrintLine("[INFO]  Input index: %zu, name: %s\n", i, name.c_str());
     PrintLine("[INFO]  Shape: %s\n", ShapeToString(dims).c_str());
-    PrintLayout(modelDesc, i, batchSize, kInputQueries);
+    PrintLayout(modelDesc_, i, batchSize_, kInputQueries);
   }
   PrintLine("[INFO]  ------------------ Output Info ------------------\n");
-  const uint64_t outputs = vorn_mdl_get_num_outputs(modelDesc);
+  const uint64_t outputs = vorn_mdl_get_num_outputs(modelDesc_);
   for (uint64_t i = 0; i < outputs; ++i) {
-    if (vorn_mdl_get_output_dims(modelDesc, i, &dims) != VORN_SUCCESS) {
+    if (vorn_mdl_get_output_dims(modelDesc_, i, &dims) != VORN_SUCCESS) {
       PrintLine("[ERROR] get output dims failed\n");
       return;
     }
     PrintLine("[INFO]  Output index: %zu, name: %s\n", i, NameToString(dims).c_str());
     PrintLine("[INFO]  Shape: %s\n", ShapeToString(dims).c_str());
-    PrintLayout(modelDesc, i, batchSize, kOutputQueries);
+    PrintLayout(modelDesc_, i, batchSize_, kOutputQueries);
   }
 }
+
+}  // namespace vorn::run

@@ -6,6 +6,7 @@
 #include "common/runtime_memory.h"
 #include "model/regular_file.h"
 
+namespace vorn::run {
 namespace {
 
 // Opens the file and takes its length; returns it open, or closed after a message.
@@ -51,3 +52,5 @@ int GetFileSize(const std::string& path, uint32_t& size) {
   size = length;
   return 0;
 }
+
+}  // namespace vorn::run

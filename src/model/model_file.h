@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+namespace vorn::run {
+
 /// Reads a regular file into a new block of its length. Returns the block, which the caller returns
 /// with `vorn_rt_free`, and sets `size`; or prints the cause and returns null. What a file that
 /// shrinks meanwhile does not fill is zero.
@@ -14,5 +16,7 @@
 /// Sets `size` to the length of whatever can be opened at `path`. Returns 1 with a message when
 /// nothing can, or when the length is 0.
 [[nodiscard]] int GetFileSize(const std::string& path, uint32_t& size);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_MODEL_FILE_H_

@@ -5,6 +5,8 @@
 
 #include "common/stride_param.h"
 
+namespace vorn::run {
+
 std::string ShapeToString(const vorn_mdl_io_dims& dims) {
   std::string text = "[";
   for (const int64_t dimension : Dimensions(dims)) text += std::to_string(dimension) + ", ";
@@ -14,3 +16,5 @@ std::string ShapeToString(const vorn_mdl_io_dims& dims) {
 std::string NameToString(const vorn_mdl_io_dims& dims) {
   return {dims.name, strnlen(dims.name, sizeof(dims.name))};
 }
+
+}  // namespace vorn::run

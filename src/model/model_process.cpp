@@ -9,9 +9,14 @@
 #include "output/dump.h"
 #include "output/output_dataset.h"
 
+namespace vorn::run {
+
 ModelProcess::ModelProcess(std::vector<std::string> rpnFileList, uint32_t batch, int32_t totalT,
                            uint32_t profiling)
-    : batchSize(batch), nlpTotalT(totalT), rpnFiles(std::move(rpnFileList)), profile(profiling) {}
+    : batchSize_(batch),
+      nlpTotalT_(totalT),
+      rpnFiles_(std::move(rpnFileList)),
+      profile_(profiling) {}
 
 ModelProcess::~ModelProcess() {
   UnloadModel();
@@ -20,34 +25,37 @@ ModelProcess::~ModelProcess() {
 }
 
 void ModelProcess::UnloadModel() {
-  if (!loadFlag) {
+  if (!loadFlag_) {
     PrintLine("[WARN]  no model had been loaded, unload failed\n");
     return;
   }
-  if (vorn_mdl_unload(modelId) != VORN_SUCCESS) {
-    PrintLine("[ERROR] unload model failed, modelId is %u\n", modelId);
+  if (vorn_mdl_unload(modelId_) != VORN_SUCCESS) {
+    PrintLine("[ERROR] unload model failed, modelId is %u\n", modelId_);
   }
   DestroyDesc();
-  if (modelMemPtr != nullptr) vorn_rt_free(modelMemPtr);
-  PrintLine("[INFO]  unload model success, modelId is %u\n", modelId);
+  if (modelMemPtr_ != nullptr) vorn_rt_free(modelMemPtr_);
+  PrintLine("[INFO]  unload model success, modelId is %u\n", modelId_);
 }
 
 void ModelProcess::DestroyDesc() {
-  if (modelDesc != nullptr) vorn_mdl_destroy_desc(modelDesc);
+  if (modelDesc_ != nullptr) vorn_mdl_destroy_desc(modelDesc_);
 }
 
 uint64_t ModelProcess::GetInputNum() const {
-  return vorn_mdl_get_num_inputs(modelDesc) - kScratchInputs;
+  return vorn_mdl_get_num_inputs(modelDesc_) - kScratchInputs;
 }
 
 int ModelProcess::CreateOutput() {
-  return CreateOutputDataset(modelDesc, batchSize, outputDataset);
+  return CreateOutputDataset(modelDesc_, batchSize_, outputDataset_);
 }
 
-void ModelProcess::DestroyOutput() { DestroyDataset(outputDataset); }
+void ModelProcess::DestroyOutput() { DestroyDataset(outputDataset_); }
 
-void ModelProcess::DestroyInput() { DestroyDataset(inputDataset); }
+void ModelProcess::DestroyInput() { DestroyDataset(inputDataset_); }
 
 void ModelProcess::DumpOutputData(const std::string& outputPath) {
-  DumpOutputs({modelDesc, outputDataset, batchSize}, outputPath, execCounter - 1, outputValues);
+  DumpOutputs({modelDesc_, outputDataset_, batchSize_}, outputPath, execCounter_ - 1,
+              outputValues_);
 }
+
+}  // namespace vorn::run

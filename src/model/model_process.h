@@ -11,6 +11,8 @@
 #include "output/value_buffer.h"
 #include "vorn/vorn.h"
 
+namespace vorn::run {
+
 /// Operations come in this order: load, `CreateDesc`, `CreateOutput`; then for each inference
 /// `InitInput`, `CreateInputBuf`, `SetBatchSize`, `SetRpnData`, `CreateTaskBufAndWorkBuf`,
 /// `Execute`, `DumpOutputData`, `DestroyInput`. Those that return an int return 0, or 1 after
@@ -89,22 +91,24 @@ class ModelProcess {
   [[nodiscard]] int CreateRpnBuffer(const std::vector<float>& detPara);
   [[nodiscard]] int SetNlpTotalT();
 
-  uint32_t batchSize;
-  int32_t nlpTotalT;
-  std::vector<std::string> rpnFiles;
-  uint32_t profile;
-  uint32_t execCounter = 0;  ///< executions that succeeded
-  uint32_t modelId = 0;
-  uint64_t modelMemSize = 0;
-  void* modelMemPtr = nullptr;  ///< the model image, from `vorn_rt_malloc`
-  bool loadFlag = false;
-  vorn_mdl_desc* modelDesc = nullptr;
-  vorn_mdl_dataset* inputDataset = nullptr;
-  vorn_mdl_dataset* outputDataset = nullptr;
-  ValueBuffer outputValues;  ///< of the output that is being written
-  uint8_t classMode = 0;     ///< recorded only: 0 single class, 1 multi class
-  uint32_t rpnHeight = 0;
-  uint32_t rpnWidth = 0;
+  uint32_t batchSize_;
+  int32_t nlpTotalT_;
+  std::vector<std::string> rpnFiles_;
+  uint32_t profile_;
+  uint32_t execCounter_ = 0;  ///< executions that succeeded
+  uint32_t modelId_ = 0;
+  uint64_t modelMemSize_ = 0;
+  void* modelMemPtr_ = nullptr;  ///< the model image, from `vorn_rt_malloc`
+  bool loadFlag_ = false;
+  vorn_mdl_desc* modelDesc_ = nullptr;
+  vorn_mdl_dataset* inputDataset_ = nullptr;
+  vorn_mdl_dataset* outputDataset_ = nullptr;
+  ValueBuffer outputValues_;  ///< of the output that is being written
+  uint8_t classMode_ = 0;     ///< recorded only: 0 single class, 1 multi class
+  uint32_t rpnHeight_ = 0;
+  uint32_t rpnWidth_ = 0;
 };
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_MODEL_PROCESS_H_

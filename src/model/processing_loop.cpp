@@ -9,6 +9,7 @@
 #include "model/model_process.h"
 #include "model/sort_inputs.h"
 
+namespace vorn::run {
 namespace {
 
 // Fails at the first entry that is too short or too long for a path; the entries before it are
@@ -92,3 +93,5 @@ int Process(ModelRun& run) {
   }
   return RunAllInferences(model, run);
 }
+
+}  // namespace vorn::run

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn::run {
+
 /// What is to be run. `Process` reorders and resolves `inputFiles` in place and fills `inputNames`.
 struct ModelRun {
   std::string modelFile;
@@ -24,5 +26,7 @@ struct ModelRun {
 /// model is released on every way out. A model without data inputs ends the process by an integer
 /// division fault.
 [[nodiscard]] int Process(ModelRun& run);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_PROCESSING_LOOP_H_

@@ -5,6 +5,8 @@
 
 #include "common/log.h"
 
+namespace vorn::run {
+
 int CheckPathIsFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) {
@@ -17,3 +19,5 @@ int CheckPathIsFile(const std::string& path) {
   }
   return 0;
 }
+
+}  // namespace vorn::run

@@ -9,8 +9,9 @@
 #include <memory>
 
 #include "common/file.h"
-#include "strided/row_copy.h"
+#include "shared/rows/row_copy.h"
 
+namespace vorn::run {
 namespace {
 
 // Below, telling the system where each row goes takes longer than copying it a second time.
@@ -79,8 +80,7 @@ bool ReadShortRows(int fd, std::byte* block, const RowRun& run) {
     const uint64_t wanted = std::min(run.rows - done, rowsAtOnce) * run.rowBytes;
     const uint64_t got = ReadFullyAt(fd, piece.get(), wanted, run.offset + done * run.rowBytes);
     const uint64_t rows = got / run.rowBytes;
-    vorn::CopyRows(piece.get(), run.rowBytes, block + done * run.stride, run.stride, run.rowBytes,
-                   rows);
+    CopyRows(piece.get(), run.rowBytes, block + done * run.stride, run.stride, run.rowBytes, rows);
     done += rows;
     if (got == wanted) continue;
     const std::byte* part = piece.get() + rows * run.rowBytes;
@@ -144,3 +144,5 @@ void ReadRows(int fd, std::span<std::byte> block, const RowLayout& layout) {
     run.offset += run.rows * run.rowBytes;
   }
 }
+
+}  // namespace vorn::run

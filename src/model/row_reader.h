@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <span>
 
+namespace vorn::run {
+
 struct RowLayout {
   uint64_t batches = 0;
   uint64_t batchBytes = 0;  ///< from one batch item's start to the next; at least rows * stride
@@ -25,5 +27,7 @@ struct RowLayout {
 /// outside of `block` is passed over in the file; a row that would start outside ends the reading.
 /// A row of 2^63 bytes or more cannot be read.
 void ReadRows(int fd, std::span<std::byte> block, const RowLayout& layout);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_ROW_READER_H_

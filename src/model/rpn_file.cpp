@@ -6,6 +6,8 @@
 #include "common/log.h"
 #include "model/regular_file.h"
 
+namespace vorn::run {
+
 int ExtractRpnValues(std::istream& text, std::vector<float>& detPara) {
   float value = 0.0F;
   while (!text.eof()) {
@@ -25,3 +27,5 @@ int ReadRpnPara(const std::string& path, std::vector<float>& detPara) {
   }
   return ExtractRpnValues(text, detPara);
 }
+
+}  // namespace vorn::run

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn::run {
+
 /// Appends the floats of the text to `detPara` as the standard extraction reads them. The value is
 /// appended before the end or a fault is looked at: white space behind the last number gives that
 /// number once more, and what is no number gives a 0 before 1 is returned.
@@ -14,5 +16,7 @@
 /// The same for a file. Returns 1 when it is no regular file, cannot be opened (both printed) or
 /// holds something else than numbers (not printed).
 [[nodiscard]] int ReadRpnPara(const std::string& path, std::vector<float>& detPara);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_RPN_FILE_H_

@@ -9,6 +9,7 @@
 #include "model/rpn_file.h"
 #include "model/rpn_layout.h"
 
+namespace vorn::run {
 namespace {
 
 // Size and stride of every rpn block are those of this input, also where the model has more data
@@ -26,7 +27,7 @@ uint32_t ToExtent(int64_t dimension) {
 
 int ModelProcess::SetRpnData() {
   std::vector<std::vector<float>> detParas;
-  for (const std::string& file : rpnFiles) {
+  for (const std::string& file : rpnFiles_) {
     std::vector<float>& detPara = detParas.emplace_back();
     if (ReadRpnPara(file, detPara) != 0) {
       PrintLine("[ERROR] read rpn para error\n");
@@ -45,17 +46,17 @@ int ModelProcess::SetRpnData() {
 
 int ModelProcess::CheckRpnPara(const std::vector<float>& detPara) {
   vorn_mdl_io_dims dims{};
-  if (vorn_mdl_get_input_dims(modelDesc, GetInputNum() - 1, &dims) != VORN_SUCCESS ||
+  if (vorn_mdl_get_input_dims(modelDesc_, GetInputNum() - 1, &dims) != VORN_SUCCESS ||
       dims.dimCount != 2) {
     PrintLine("[ERROR] vorn_mdl_get_input_dims rpn_data error!\n");
     return 1;
   }
-  rpnHeight = ToExtent(dims.dims[0]);
-  rpnWidth = ToExtent(dims.dims[1]);
-  PrintLine("[INFO]  input rpn data height[%u] * width[%u]\n", rpnHeight, rpnWidth);
+  rpnHeight_ = ToExtent(dims.dims[0]);
+  rpnWidth_ = ToExtent(dims.dims[1]);
+  PrintLine("[INFO]  input rpn data height[%u] * width[%u]\n", rpnHeight_, rpnWidth_);
 
-  const uint32_t area = rpnHeight * rpnWidth;
-  switch (rpnHeight) {
+  const uint32_t area = rpnHeight_ * rpnWidth_;
+  switch (rpnHeight_) {
     case kSingleClassHeight:
       if (detPara.size() != kThresholdKinds || area != kThresholdKinds) {
         // The number shown is the count of complete sets of thresholds, not of values.
@@ -63,14 +64,14 @@ int ModelProcess::CheckRpnPara(const std::vector<float>& detPara) {
                   detPara.size() / kThresholdKinds);
         return 1;
       }
-      classMode = 0;
+      classMode_ = 0;
       return 0;
     case kMultiClassHeight:
       if (detPara.size() != area) {
         PrintLine("[ERROR] [multi thr]: detPara.size %zu should be %u\n", detPara.size(), area);
         return 1;
       }
-      classMode = 1;
+      classMode_ = 1;
       return 0;
     default:
       PrintLine("[ERROR] only support single or multi class\n");
@@ -80,15 +81,15 @@ int ModelProcess::CheckRpnPara(const std::vector<float>& detPara) {
 
 int ModelProcess::CreateRpnBuffer(const std::vector<float>& detPara) {
   // One set of thresholds whatever the batch size.
-  const uint64_t size = vorn_mdl_get_input_size_by_index(modelDesc, kRpnBlockIndex);
+  const uint64_t size = vorn_mdl_get_input_size_by_index(modelDesc_, kRpnBlockIndex);
   void* block = MallocRuntimeMemory(size);
   if (block == nullptr) {
     PrintLine("[ERROR] malloc device buffer failed\n");
     return 1;
   }
   ZeroBuffer(block, size);
-  const uint64_t stride = vorn_mdl_get_input_default_stride(modelDesc, kRpnBlockIndex);
-  WriteRpnValues({static_cast<std::byte*>(block), size}, detPara, rpnWidth,
+  const uint64_t stride = vorn_mdl_get_input_default_stride(modelDesc_, kRpnBlockIndex);
+  WriteRpnValues({static_cast<std::byte*>(block), size}, detPara, rpnWidth_,
                  static_cast<int32_t>(stride));
 
   vorn_data_buffer* buffer = vorn_create_data_buffer(block, size, stride);
@@ -97,7 +98,7 @@ int ModelProcess::CreateRpnBuffer(const std::vector<float>& detPara) {
     PrintLine("[ERROR] can't create data buffer, create input failed\n");
     return 1;
   }
-  if (vorn_mdl_add_dataset_buffer(inputDataset, buffer) != VORN_SUCCESS) {
+  if (vorn_mdl_add_dataset_buffer(inputDataset_, buffer) != VORN_SUCCESS) {
     PrintLine("[ERROR] add input dataset buffer failed\n");
     vorn_rt_free(block);
     vorn_destroy_data_buffer(buffer);
@@ -105,3 +106,5 @@ int ModelProcess::CreateRpnBuffer(const std::vector<float>& detPara) {
   }
   return 0;
 }
+
+}  // namespace vorn::run

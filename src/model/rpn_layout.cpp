@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+namespace vorn::run {
 namespace {
 
 void WriteFloat(std::span<std::byte> block, int64_t offset, float value) {
@@ -33,3 +34,5 @@ void WriteRpnValues(std::span<std::byte> block, std::span<const float> values, u
     }
   }
 }
+
+}  // namespace vorn::run

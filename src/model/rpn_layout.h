@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <span>
 
+namespace vorn::run {
+
 /// The values of a single class, and the rows of a multi class layout.
 inline constexpr uint32_t kThresholdKinds = 4;
 
@@ -19,5 +21,7 @@ inline constexpr uint32_t kThresholdKinds = 4;
 /// lie outside of `block` is not written, and rows end where `values` end.
 void WriteRpnValues(std::span<std::byte> block, std::span<const float> values, uint32_t width,
                     int32_t stride);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_RPN_LAYOUT_H_

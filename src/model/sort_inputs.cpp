@@ -12,6 +12,7 @@
 #include "common/input_entry.h"
 #include "model/division.h"
 
+namespace vorn::run {
 namespace {
 
 struct KeyedEntry {
@@ -50,3 +51,5 @@ void SortInputsByName(std::vector<std::string>& inputFiles,
     for (size_t i = 0; i < groupSize; ++i) inputFiles[first + i] = std::move(group[i].path);
   }
 }
+
+}  // namespace vorn::run

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn::run {
+
 /// True if every entry has the form name:path with a name out of `inputNames`; true for no entries.
 [[nodiscard]] bool CheckInputNames(const std::vector<std::string>& inputFiles,
                                    const std::vector<std::string>& inputNames);
@@ -15,5 +17,7 @@
 /// an integer division fault.
 void SortInputsByName(std::vector<std::string>& inputFiles,
                       const std::vector<std::string>& inputNames);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_MODEL_SORT_INPUTS_H_

@@ -7,8 +7,9 @@
 #include <new>
 #include <type_traits>
 
-#include "strided/row_copy.h"
+#include "shared/rows/row_copy.h"
 
+namespace vorn::run {
 namespace {
 
 constexpr uint64_t kMostValues = std::numeric_limits<ptrdiff_t>::max() / sizeof(float);
@@ -60,8 +61,7 @@ void ConvertRows(const std::byte* block, const RowShape& shape, float* values) {
   const uint64_t stride = shape.rowElements * sizeof(Element);
   if constexpr (std::is_same_v<Element, float>) {
     const uint64_t rowBytes = shape.lastDim * sizeof(float);
-    vorn::CopyRows(block, stride, reinterpret_cast<std::byte*>(values), rowBytes, rowBytes,
-                   shape.rows);
+    CopyRows(block, stride, reinterpret_cast<std::byte*>(values), rowBytes, rowBytes, shape.rows);
   } else {
     for (uint64_t row = 0; row < shape.rows; ++row) {
       ConvertRow<Element>(block + row * stride, shape.lastDim, values + row * shape.lastDim);
@@ -99,3 +99,5 @@ template std::span<const float> RemoveStride<int16_t>(std::span<const std::byte>
                                                       ValueBuffer&);
 template std::span<const float> RemoveStride<uint16_t>(std::span<const std::byte>, const RowShape&,
                                                        ValueBuffer&);
+
+}  // namespace vorn::run

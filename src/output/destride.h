@@ -13,6 +13,8 @@
 
 #include "output/value_buffer.h"
 
+namespace vorn::run {
+
 struct RowShape {
   uint64_t rows = 0;
   uint64_t rowElements = 0;  ///< from one row's start to the next row's; 0 repeats the first row
@@ -27,5 +29,7 @@ struct RowShape {
 template <typename Element>
 [[nodiscard]] std::span<const float> RemoveStride(std::span<const std::byte> block,
                                                   const RowShape& shape, ValueBuffer& buffer);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_OUTPUT_DESTRIDE_H_

@@ -11,6 +11,7 @@
 #include "output/dump_names.h"
 #include "output/text_lines.h"
 
+namespace vorn::run {
 namespace {
 
 constexpr mode_t kFolderMode = 0775;
@@ -99,3 +100,5 @@ void DumpOutputs(const OutputSource& source, const std::string& outputPath, uint
   }
   PrintLine("[INFO]  dump data success\n");
 }
+
+}  // namespace vorn::run

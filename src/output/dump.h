@@ -7,6 +7,8 @@
 
 #include "output/output_values.h"
 
+namespace vorn::run {
+
 /// Makes the folder of the inference under `outputPath` (whose parent folders have to be there) and
 /// writes every output into it twice: one value a line as text (".float") and dense 32-bit floats
 /// in the machine's byte order (".bin"). A problem with one file is printed and the next file
@@ -14,5 +16,7 @@
 /// output at a time.
 void DumpOutputs(const OutputSource& source, const std::string& outputPath, uint32_t inference,
                  ValueBuffer& buffer);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_OUTPUT_DUMP_H_

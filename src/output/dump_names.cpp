@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+namespace vorn::run {
+
 std::string InferenceFolder(const std::string& outputPath, uint32_t inference) {
   return outputPath + "/" + std::to_string(inference);
 }
@@ -19,3 +21,5 @@ std::string DumpBaseName(const std::string& folder, const std::string& name, uin
                          uint64_t timeUs) {
   return folder + "/" + name + "." + std::to_string(duplicate) + "." + std::to_string(timeUs);
 }
+
+}  // namespace vorn::run

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <cstring>
 
+namespace vorn::run {
 namespace {
 
 __extension__ using Wide = unsigned __int128;
@@ -150,3 +151,5 @@ char* WriteFloatLines(std::span<const float> values, char* text) {
   }
   return text;
 }
+
+}  // namespace vorn::run

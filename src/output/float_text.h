@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <span>
 
+namespace vorn::run {
+
 /// The longest text: sign, the 39 digits of the largest float, point, 16 digits.
 inline constexpr size_t kMaxFloatText = 1 + 39 + 1 + 16;
 inline constexpr size_t kMaxFloatLine = kMaxFloatText + 1;
@@ -17,5 +19,7 @@ inline constexpr size_t kMaxFloatLine = kMaxFloatText + 1;
 /// Writes the text of each value and a line feed behind it, and returns where that ends. `text` has
 /// room for `kMaxFloatLine` characters a value.
 [[nodiscard]] char* WriteFloatLines(std::span<const float> values, char* text);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_OUTPUT_FLOAT_TEXT_H_

@@ -4,6 +4,7 @@
 #include "common/log.h"
 #include "common/runtime_memory.h"
 
+namespace vorn::run {
 namespace {
 
 // The block belongs to the dataset once its buffer has been added; until then to this function.
@@ -61,3 +62,5 @@ int CreateOutputDataset(const vorn_mdl_desc* modelDesc, uint32_t batchSize,
   PrintLine("[INFO]  create model output success\n");
   return 0;
 }
+
+}  // namespace vorn::run

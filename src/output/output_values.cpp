@@ -7,6 +7,7 @@
 #include "common/log.h"
 #include "output/destride.h"
 
+namespace vorn::run {
 namespace {
 
 // The block behind output `index`; empty, with a message, where there is none.
@@ -96,3 +97,5 @@ template int GetOutputWithOutStride<int16_t>(const OutputSource&, uint64_t, Valu
                                              std::span<const float>&);
 template int GetOutputWithOutStride<uint16_t>(const OutputSource&, uint64_t, ValueBuffer&,
                                               std::span<const float>&);
+
+}  // namespace vorn::run

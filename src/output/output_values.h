@@ -9,6 +9,8 @@
 #include "output/value_buffer.h"
 #include "vorn/vorn.h"
 
+namespace vorn::run {
+
 /// Where outputs are read from. Borrowed from the model, which outlives every reader.
 struct OutputSource {
   const vorn_mdl_desc* modelDesc = nullptr;
@@ -31,5 +33,7 @@ struct OutputSource {
 template <typename Element>
 [[nodiscard]] int GetOutputWithOutStride(const OutputSource& source, uint64_t index,
                                          ValueBuffer& buffer, std::span<const float>& values);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_OUTPUT_OUTPUT_VALUES_H_

@@ -8,6 +8,7 @@
 #include "common/file.h"
 #include "output/float_text.h"
 
+namespace vorn::run {
 namespace {
 
 // A piece ends within a page of the file, which the system then handles twice: large pieces are
@@ -33,3 +34,5 @@ void WriteTextLines(int fd, std::span<const float> values) {
     }
   }
 }
+
+}  // namespace vorn::run

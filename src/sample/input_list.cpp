@@ -9,6 +9,7 @@
 #include "common/input_entry.h"
 #include "common/log.h"
 
+namespace vorn::run {
 namespace {
 
 std::string FolderOf(std::string path) { return dirname(path.data()); }
@@ -47,3 +48,5 @@ std::vector<std::string> SplitString(const std::string& text, char delimiter) {
   while (std::getline(stream, piece, delimiter)) pieces.push_back(piece);
   return pieces;
 }
+
+}  // namespace vorn::run

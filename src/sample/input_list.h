@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+namespace vorn::run {
+
 /// The entry of one line: `folder` and '/' go in front of the path, behind a name and its ':'. An
 /// absolute path gets them too.
 [[nodiscard]] std::string MakeInputEntry(std::string_view line, std::string_view folder);
@@ -21,5 +23,7 @@
 
 /// The pieces between delimiters, empty ones included; nothing follows a delimiter at the end.
 [[nodiscard]] std::vector<std::string> SplitString(const std::string& text, char delimiter);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_SAMPLE_INPUT_LIST_H_

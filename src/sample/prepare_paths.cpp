@@ -4,6 +4,8 @@
 #include "common/path.h"
 #include "sample/input_list.h"
 
+namespace vorn::run {
+
 int PreparePaths(const SampleOptions& options, ResolvedPaths& paths) {
   if (GetRealPath(options.modelPath, paths.modelFile) != 0) return 1;
   paths.inputFiles = ReadInputListFile(options.imagePath);
@@ -15,3 +17,5 @@ int PreparePaths(const SampleOptions& options, ResolvedPaths& paths) {
   }
   return 0;
 }
+
+}  // namespace vorn::run

@@ -4,9 +4,13 @@
 
 #include "sample/sample_options.h"
 
+namespace vorn::run {
+
 /// Resolves model, configuration and rpn files and reads the input list. Returns 1 for the first
 /// path whose length is out of range; files that are not there, the list included, are no failure
 /// here.
 [[nodiscard]] int PreparePaths(const SampleOptions& options, ResolvedPaths& paths);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_SAMPLE_PREPARE_PATHS_H_

@@ -4,6 +4,8 @@
 #include "common/log.h"
 #include "sample/sample_process.h"
 
+namespace vorn::run {
+
 int RunSample(const SampleOptions& options, const ResolvedPaths& paths) {
   SampleProcess sample(paths.modelFile, paths.inputFiles, paths.jsonFile, options.outputPath);
   if (sample.InitResource(paths.rpnFiles, options.batchSize, options.nlpTotalT, options.profile) !=
@@ -18,3 +20,5 @@ int RunSample(const SampleOptions& options, const ResolvedPaths& paths) {
   PrintLine("[INFO]  execute sample success\n");
   return 0;
 }
+
+}  // namespace vorn::run

@@ -4,8 +4,12 @@
 
 #include "sample/sample_options.h"
 
+namespace vorn::run {
+
 /// Brings the runtime up, runs the model, prints the outcome and takes the runtime down, in every
 /// case. Returns the exit status, 0 or 1.
 [[nodiscard]] int RunSample(const SampleOptions& options, const ResolvedPaths& paths);
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_SAMPLE_RUN_SAMPLE_H_

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace vorn::run {
+
 /// The command line as it was given; nothing in it has been checked.
 struct SampleOptions {
   std::string modelPath;
@@ -26,5 +28,7 @@ struct ResolvedPaths {
   std::string jsonFile;
   std::vector<std::string> rpnFiles;
 };
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_SAMPLE_SAMPLE_OPTIONS_H_

@@ -6,6 +6,7 @@
 #include "common/log.h"
 #include "common/perf_info.h"
 
+namespace vorn::run {
 namespace {
 
 constexpr uint32_t kNoWaitTimeout = 0;
@@ -16,23 +17,23 @@ constexpr vorn_rt_run_mode kExpectedRunMode = 0;
 SampleProcess::SampleProcess(const std::string& modelFile,
                              const std::vector<std::string>& inputFiles,
                              const std::string& jsonPath, const std::string& outputPath)
-    : run{.modelFile = modelFile,
-          .inputFiles = inputFiles,
-          .inputNames = {},
-          .rpnFiles = {},
-          .outputPath = outputPath},
-      jsonFile(jsonPath) {}
+    : run_{.modelFile = modelFile,
+           .inputFiles = inputFiles,
+           .inputNames = {},
+           .rpnFiles = {},
+           .outputPath = outputPath},
+      jsonFile_(jsonPath) {}
 
 SampleProcess::~SampleProcess() { DestroyResource(); }
 
 int SampleProcess::InitResource(std::vector<std::string> rpnFiles, int32_t batchSize,
                                 int32_t nlpTotalT, int32_t profile) {
-  run.rpnFiles = std::move(rpnFiles);
-  run.batchSize = batchSize;
-  run.nlpTotalT = nlpTotalT;
-  run.profile = profile;
+  run_.rpnFiles = std::move(rpnFiles);
+  run_.batchSize = batchSize;
+  run_.nlpTotalT = nlpTotalT;
+  run_.profile = profile;
 
-  if (vorn_init(jsonFile.c_str()) != VORN_SUCCESS) {
+  if (vorn_init(jsonFile_.c_str()) != VORN_SUCCESS) {
     PrintLine("[ERROR] vorn init failed\n");
     return 1;
   }
@@ -42,11 +43,11 @@ int SampleProcess::InitResource(std::vector<std::string> rpnFiles, int32_t batch
 }
 
 int SampleProcess::OpenDevice() const {
-  if (vorn_rt_set_device(deviceId) != VORN_SUCCESS) {
-    PrintLine("[ERROR] vorn open device %d failed\n", deviceId);
+  if (vorn_rt_set_device(deviceId_) != VORN_SUCCESS) {
+    PrintLine("[ERROR] vorn open device %d failed\n", deviceId_);
     return 1;
   }
-  PrintLine("[INFO]  open device %d success\n", deviceId);
+  PrintLine("[INFO]  open device %d success\n", deviceId_);
   if (vorn_rt_set_op_wait_timeout(kNoWaitTimeout) != VORN_SUCCESS) {
     PrintLine("[ERROR] vorn set op wait time failed\n");
     return 1;
@@ -56,12 +57,12 @@ int SampleProcess::OpenDevice() const {
 }
 
 int SampleProcess::CreateContextAndStream() {
-  if (vorn_rt_create_context(&context, deviceId) != VORN_SUCCESS) {
+  if (vorn_rt_create_context(&context_, deviceId_) != VORN_SUCCESS) {
     PrintLine("[ERROR] vorn create context failed\n");
     return 1;
   }
   PrintLine("[INFO]  create context success\n");
-  if (vorn_rt_create_stream(&stream) != VORN_SUCCESS) {
+  if (vorn_rt_create_stream(&stream_) != VORN_SUCCESS) {
     PrintLine("[ERROR] vorn create stream failed\n");
     return 1;
   }
@@ -79,21 +80,23 @@ int SampleProcess::CreateContextAndStream() {
   return 0;
 }
 
-int SampleProcess::Process() { return ::Process(run); }
+int SampleProcess::Process() { return run::Process(run_); }
 
 // Every step runs whatever the steps before it reported, and also on a runtime that never came up.
 void SampleProcess::DestroyResource() {
-  if (stream != nullptr && vorn_rt_destroy_stream(stream) != VORN_SUCCESS) {
+  if (stream_ != nullptr && vorn_rt_destroy_stream(stream_) != VORN_SUCCESS) {
     PrintLine("[ERROR] destroy stream failed\n");
   }
   PrintLine("[INFO]  end to destroy stream\n");
-  if (context != nullptr && vorn_rt_destroy_context(context) != VORN_SUCCESS) {
+  if (context_ != nullptr && vorn_rt_destroy_context(context_) != VORN_SUCCESS) {
     PrintLine("[ERROR] destroy context failed\n");
   }
   PrintLine("[INFO]  end to destroy context\n");
-  if (vorn_rt_reset_device(deviceId) != VORN_SUCCESS) PrintLine("[ERROR] reset device failed\n");
-  PrintLine("[INFO]  end to reset device is %d\n", deviceId);
+  if (vorn_rt_reset_device(deviceId_) != VORN_SUCCESS) PrintLine("[ERROR] reset device failed\n");
+  PrintLine("[INFO]  end to reset device is %d\n", deviceId_);
   if (vorn_finalize() != VORN_SUCCESS) PrintLine("[ERROR] finalize vorn failed\n");
   PrintLine("[INFO]  end to finalize vorn\n");
-  if (run.profile == 1) PrintPerfInfo(g_perfInfo);
+  if (run_.profile == 1) PrintPerfInfo(g_perfInfo);
 }
+
+}  // namespace vorn::run

@@ -9,6 +9,8 @@
 #include "model/processing_loop.h"
 #include "vorn/vorn.h"
 
+namespace vorn::run {
+
 /// `InitResource`, then `Process` if that succeeded; the destructor takes the runtime down in every
 /// case. Lives on one thread, on which the runtime's context is current in between.
 class SampleProcess {
@@ -34,11 +36,13 @@ class SampleProcess {
   [[nodiscard]] int CreateContextAndStream();
   void DestroyResource();
 
-  ModelRun run;
-  std::string jsonFile;
-  int32_t deviceId = 0;
-  vorn_rt_context* context = nullptr;
-  vorn_rt_stream* stream = nullptr;
+  ModelRun run_;
+  std::string jsonFile_;
+  int32_t deviceId_ = 0;
+  vorn_rt_context* context_ = nullptr;
+  vorn_rt_stream* stream_ = nullptr;
 };
+
+}  // namespace vorn::run
 
 #endif  // VORN_SRC_SAMPLE_SAMPLE_PROCESS_H_

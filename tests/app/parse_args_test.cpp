@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+namespace vorn::run {
 namespace {
 
 // `getopt` keeps its place in the command line between calls; 0 makes it start anew.
@@ -124,3 +125,4 @@ TEST(StringToInt, IsNotMisledByAnEarlierError) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -6,6 +6,7 @@
 
 #include <initializer_list>
 
+namespace vorn::run {
 namespace {
 
 bool AreOpen(std::initializer_list<int> descriptors) {
@@ -39,3 +40,4 @@ TEST(HoldStandardStreamsDeathTest, OpensWhicheverIsClosed) {
 }
 
 }  // namespace
+}  // namespace vorn::run

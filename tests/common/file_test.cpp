@@ -11,6 +11,7 @@
 
 #include "support/files.h"
 
+namespace vorn::run {
 namespace {
 
 class FileTest : public testing::Test {
@@ -102,3 +103,4 @@ TEST_F(FileTest, OpensAFifoWithoutAWriter) {
 }
 
 }  // namespace
+}  // namespace vorn::run

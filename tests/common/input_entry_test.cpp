@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn::run {
 namespace {
 
 TEST(HasInputNamePrefix, WantsAColonInside) {
@@ -22,3 +23,4 @@ TEST(InputNamePrefix, EndsAtTheFirstColon) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -4,6 +4,7 @@
 
 #include <string>
 
+namespace vorn::run {
 namespace {
 
 TEST(PrintLine, FormatsAsPrintfDoes) {
@@ -22,3 +23,4 @@ TEST(PrintLine, PrintsLinesOfEveryLengthWhole) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+namespace vorn::run {
 namespace {
 
 struct Outcome {
@@ -71,3 +72,4 @@ TEST(GetRealPath, ReportsAPathThroughAFileAndPasses) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -6,6 +6,7 @@
 
 #include "support/files.h"
 
+namespace vorn::run {
 namespace {
 
 PerfInfo Sample() {
@@ -72,3 +73,4 @@ TEST(WriteProfileCsv, SaysNothingWhereItCannotWrite) {
 }
 
 }  // namespace
+}  // namespace vorn::run

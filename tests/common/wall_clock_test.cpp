@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn::run {
 namespace {
 
 TEST(TimevalToMs, AddsSecondsAndMicroseconds) {
@@ -19,3 +20,4 @@ TEST(GetCurrentTimeUs, AgreesWithTheMilliseconds) {
 }
 
 }  // namespace
+}  // namespace vorn::run

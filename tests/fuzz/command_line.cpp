@@ -17,6 +17,8 @@
 namespace fuzz {
 namespace {
 
+namespace run = vorn::run;
+
 using Words = std::vector<std::string>;
 
 constexpr std::string_view kOptions = "mijtbrpo";
@@ -25,7 +27,7 @@ constexpr const char* kUsage =
     "[-r rpnData] [-p profile] [-o outputPath]\n";
 
 struct Outcome {
-  SampleOptions options;
+  run::SampleOptions options;
   std::string output;
   std::string raised;
 };
@@ -108,7 +110,7 @@ std::string ModelNumber(const std::string& text, int32_t& number) {
 }
 
 void ModelOption(char option, const std::string& value, Outcome& outcome) {
-  SampleOptions& options = outcome.options;
+  run::SampleOptions& options = outcome.options;
   if (option == 'm') options.modelPath = value;
   if (option == 'i') options.imagePath = value;
   if (option == 'j') options.vornJsonPath = value;
@@ -157,7 +159,7 @@ Outcome Parse(const Words& words) {
   opterr = 0;
   Outcome outcome;
   try {
-    ParseArgs(outcome.options, static_cast<int>(words.size()), argv.get());
+    run::ParseArgs(outcome.options, static_cast<int>(words.size()), argv.get());
   } catch (const std::invalid_argument& error) {
     outcome.raised = std::string("invalid_argument: ") + error.what();
   } catch (const std::out_of_range& error) {

@@ -4,4 +4,4 @@
 
 #include "model/division.h"
 
-void RaiseDivisionFault() { throw fuzz::DivisionFault{}; }
+void vorn::run::RaiseDivisionFault() { throw fuzz::DivisionFault{}; }

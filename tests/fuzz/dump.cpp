@@ -22,6 +22,8 @@
 namespace fuzz {
 namespace {
 
+namespace run = vorn::run;
+
 using Values = std::optional<std::vector<float>>;  // none where there are none to be had
 
 constexpr uint64_t kMostValues = 1 << 15;
@@ -213,11 +215,11 @@ std::map<std::string, std::string> ExpectedFiles(const Case& dumped,
 // ---- The dump -----------------------------------------------------------------------------------
 
 template <typename Element>
-void CheckValues(const OutputSource& source, uint64_t index, const Output& output,
+void CheckValues(const run::OutputSource& source, uint64_t index, const Output& output,
                  const std::optional<Rows>& rows) {
-  ValueBuffer buffer;
+  run::ValueBuffer buffer;
   std::span<const float> values;
-  const int status = GetOutputWithOutStride<Element>(source, index, buffer, values);
+  const int status = run::GetOutputWithOutStride<Element>(source, index, buffer, values);
   const Values expected = ExpectedValues<Element>(output, rows);
   Require(status == (expected ? 0 : 1), "status of the values");
   Require(BinaryOf({values.begin(), values.end()}) == (expected ? BinaryOf(*expected) : ""),
@@ -234,10 +236,11 @@ std::string WithoutStamp(const std::string& name, size_t& stampSize) {
   return name.substr(0, start) + name.substr(end);
 }
 
-void CheckFiles(const OutputSource& source, const Case& dumped, const std::vector<Values>& values) {
+void CheckFiles(const run::OutputSource& source, const Case& dumped,
+                const std::vector<Values>& values) {
   static ScratchFolder scratch;
-  ValueBuffer buffer;
-  DumpOutputs(source, scratch.Path(), dumped.inference, buffer);
+  run::ValueBuffer buffer;
+  run::DumpOutputs(source, scratch.Path(), dumped.inference, buffer);
   size_t stampSize = 16;
   std::map<std::string, std::string> files;
   for (const auto& [name, bytes] : scratch.Take(std::to_string(dumped.inference))) {
@@ -268,7 +271,7 @@ void Dump(std::span<const uint8_t> bytes) {
     if (rows.back() && IsTooMuch(*rows.back(), output.blockSize)) return;
   }
 
-  const OutputSource source{nullptr, &dataset, dumped.batch};
+  const run::OutputSource source{nullptr, &dataset, dumped.batch};
   std::vector<Values> values;
   for (size_t i = 0; i < dumped.outputs.size(); ++i) {
     const Output& output = dumped.outputs[i];

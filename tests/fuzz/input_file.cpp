@@ -19,6 +19,8 @@
 namespace fuzz {
 namespace {
 
+namespace run = vorn::run;
+
 constexpr uint64_t kLargestContent = 400 << 10;  // more than is read in one piece
 
 struct Content {
@@ -282,11 +284,11 @@ Outcome Read(const Case& input) {
   Outcome outcome;
   outcome.batch = input.batch;
   outcome.totalT = input.totalT;
-  const InputFileTarget target{
+  const run::InputFileTarget target{
       .dims = input.tensor.dims, .modelDesc = nullptr, .index = input.index, .modelId = 7};
   void* block = nullptr;
   try {
-    block = ReadInputFile(PathOf(input), target, outcome.batch, outcome.totalT);
+    block = run::ReadInputFile(PathOf(input), target, outcome.batch, outcome.totalT);
     outcome.end = block == nullptr ? End::kNull : End::kBlock;
   } catch (const DivisionFault&) {
     outcome.end = End::kDivisionFault;

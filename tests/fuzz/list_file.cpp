@@ -15,6 +15,8 @@
 namespace fuzz {
 namespace {
 
+namespace run = vorn::run;
+
 using Texts = std::vector<std::string>;
 
 struct NamedPath {
@@ -80,7 +82,7 @@ void CheckSorting(const Texts& entries, const Texts& names) {
   Texts sorted = entries;
   bool faulted = false;
   try {
-    SortInputsByName(sorted, names);
+    run::SortInputsByName(sorted, names);
   } catch (const DivisionFault&) {
     faulted = true;
   }
@@ -98,7 +100,7 @@ void CheckSorting(const Texts& entries, const Texts& names) {
 }
 
 void CheckSplitting(const std::string& text, char delimiter) {
-  const Texts pieces = SplitString(text, delimiter);
+  const Texts pieces = run::SplitString(text, delimiter);
   std::string joined;
   for (const std::string& piece : pieces) {
     Require(piece.find(delimiter) == std::string::npos, "a piece holds the delimiter");
@@ -124,7 +126,7 @@ void ListFile(std::span<const uint8_t> bytes) {
 
   const Texts lines = NonEmptyLines(text);
   std::istringstream stream(text);
-  const Texts entries = ReadInputEntries(stream, folder);
+  const Texts entries = run::ReadInputEntries(stream, folder);
   Require(entries.size() == lines.size(), "one entry for each line that is not empty");
   for (size_t i = 0; i < lines.size(); ++i) {
     Require(entries[i] == ExpectedEntry(lines[i], folder), "entry of '" + lines[i] + "'");

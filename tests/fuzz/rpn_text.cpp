@@ -17,6 +17,8 @@
 namespace fuzz {
 namespace {
 
+namespace run = vorn::run;
+
 bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
@@ -147,14 +149,14 @@ void RpnText(std::span<const uint8_t> bytes) {
 
   std::istringstream stream(text);
   std::vector<float> values;
-  const int status = ExtractRpnValues(stream, values);
+  const int status = run::ExtractRpnValues(stream, values);
   std::vector<float> expected;
   Require(status == ExpectedValues(text, expected), "status of the text");
   Require(SameBits(values, expected), "values of the text");
   Require(!values.empty() && values.size() <= text.size() + 1, "count of the values");
 
   const auto block = std::make_unique<std::byte[]>(size);
-  WriteRpnValues({block.get(), size}, values, width, stride);
+  run::WriteRpnValues({block.get(), size}, values, width, stride);
   const auto layout = ExpectedBlock(size, values, width, stride);
   Require(size == 0 || std::memcmp(block.get(), layout.data(), size) == 0, "layout of the values");
 }

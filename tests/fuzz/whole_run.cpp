@@ -27,6 +27,8 @@
 namespace fuzz {
 namespace {
 
+namespace run = vorn::run;
+
 constexpr size_t kMostFileBytes = 512;  // bounds the batch size that a file can ask for
 
 struct Plan {
@@ -36,7 +38,7 @@ struct Plan {
   std::string list;
   std::string image;
   bool hasOutputFolder = true;
-  SampleOptions options;
+  run::SampleOptions options;
 };
 
 // ---- The model ----------------------------------------------------------------------------------
@@ -292,7 +294,7 @@ std::string TakeList(ByteSource& source, const std::vector<Shape>& inputs) {
   return text;
 }
 
-void TakeOptions(ByteSource& source, SampleOptions& options) {
+void TakeOptions(ByteSource& source, run::SampleOptions& options) {
   options.batchSize = source.Pick<int32_t>({1, 1, 1, 2, 3, 4, 0, -1, 1 << 20, INT32_MAX});
   options.nlpTotalT = source.Pick<int32_t>({-1, -1, 0, 5, INT32_MAX});
   options.profile = source.TakeRarely(32) ? 1 : 0;
@@ -394,12 +396,12 @@ void PlaceFiles(ScratchFolder& folder, Plan& plan) {
   plan.options.outputPath = folder.Path() + (plan.hasOutputFolder ? "" : "/nowhere");
 }
 
-End RunOnce(const SampleOptions& options) {
-  g_perfInfo = PerfInfo{};
-  ResolvedPaths paths;
+End RunOnce(const run::SampleOptions& options) {
+  run::g_perfInfo = run::PerfInfo{};
+  run::ResolvedPaths paths;
   try {
-    if (PreparePaths(options, paths) != 0) return End::kFailure;
-    return RunSample(options, paths) == 0 ? End::kSuccess : End::kFailure;
+    if (run::PreparePaths(options, paths) != 0) return End::kFailure;
+    return run::RunSample(options, paths) == 0 ? End::kSuccess : End::kFailure;
   } catch (const DivisionFault&) {
     return End::kDivisionFault;
   }

@@ -5,6 +5,7 @@
 
 #include <csignal>
 
+namespace vorn::run {
 namespace {
 
 TEST(Division, DividesAndTakesTheRemainder) {
@@ -42,3 +43,4 @@ TEST(DivisionDeathTest, EndsByTheSignalWithoutTheProgramsHandler) {
 }
 
 }  // namespace
+}  // namespace vorn::run

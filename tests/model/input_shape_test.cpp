@@ -4,6 +4,7 @@
 
 #include <vector>
 
+namespace vorn::run {
 namespace {
 
 using Dims = std::vector<int64_t>;
@@ -33,3 +34,4 @@ TEST(RowElements, IsTheLastDimension) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+namespace vorn::run {
 namespace {
 
 TEST(ShapeToString, EndsWithASeparator) {
@@ -34,3 +35,4 @@ TEST(NameToString, EndsAtTheZeroOrWithTheRecord) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -7,6 +7,7 @@
 
 #include "support/files.h"
 
+namespace vorn::run {
 namespace {
 
 class CheckPathIsFileTest : public testing::Test {
@@ -35,3 +36,4 @@ TEST_F(CheckPathIsFileTest, SaysWhatIsWrong) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -11,6 +11,7 @@
 
 #include "common/file.h"
 
+namespace vorn::run {
 namespace {
 
 using Bytes = std::vector<std::byte>;
@@ -162,3 +163,4 @@ TEST(ReadRows, AgreesWithTheSlowWayForRandomLayouts) {
 }
 
 }  // namespace
+}  // namespace vorn::run

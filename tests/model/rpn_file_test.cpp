@@ -6,6 +6,7 @@
 #include <limits>
 #include <sstream>
 
+namespace vorn::run {
 namespace {
 
 struct Extraction {
@@ -61,3 +62,4 @@ TEST(ExtractRpnValues, LimitsAnOverflowToTheLargestFloat) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -5,6 +5,7 @@
 #include <numeric>
 #include <vector>
 
+namespace vorn::run {
 namespace {
 
 // The floats of a zero-filled block after the values have been written.
@@ -65,3 +66,4 @@ TEST(WriteRpnValues, ReadsNothingBehindTheValues) {
 }
 
 }  // namespace
+}  // namespace vorn::run

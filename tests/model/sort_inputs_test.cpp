@@ -4,6 +4,7 @@
 
 #include <csignal>
 
+namespace vorn::run {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -54,3 +55,4 @@ TEST(CheckInputNames, ComparesByteForByte) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -16,7 +16,7 @@ class _Copy:
 
     def __init__(self, root, folder):
         shutil.rmtree(folder, ignore_errors=True)
-        for part in ("src", "include", "strided"):
+        for part in ("src", "include", "shared"):
             shutil.copytree(root / part, folder / part)
         self.folder = folder
         self.units = {}  # the sources that a file is compiled into

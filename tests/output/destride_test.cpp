@@ -7,6 +7,7 @@
 #include <new>
 #include <random>
 
+namespace vorn::run {
 namespace {
 
 template <typename Element>
@@ -106,3 +107,4 @@ TEST(RemoveStride, AgreesWithTheSlowWayForRandomShapes) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+namespace vorn::run {
 namespace {
 
 TEST(FileNameOfOutput, ReplacesWhatAFileNameCannotHold) {
@@ -34,3 +35,4 @@ TEST(DumpBaseName, JoinsFolderNameDuplicateAndTime) {
 }
 
 }  // namespace
+}  // namespace vorn::run

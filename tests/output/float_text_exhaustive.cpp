@@ -8,6 +8,7 @@
 
 #include "output/float_text.h"
 
+namespace vorn::run {
 namespace {
 
 constexpr uint64_t kPatterns = uint64_t{1} << 32;
@@ -33,9 +34,8 @@ bool Agrees(uint32_t bits) {
   return false;
 }
 
-}  // namespace
-
-int main() {
+// The exit status: 1 if any text differs.
+int CompareAllFloats() {
   uint64_t differences = 0;
   for (uint64_t bits = 0; bits < kPatterns; ++bits) {
     if (!Agrees(static_cast<uint32_t>(bits))) ++differences;
@@ -44,3 +44,8 @@ int main() {
               static_cast<unsigned long long>(differences));
   return differences == 0 ? 0 : 1;
 }
+
+}  // namespace
+}  // namespace vorn::run
+
+int main() { return vorn::run::CompareAllFloats(); }

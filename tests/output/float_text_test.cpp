@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 
+namespace vorn::run {
 namespace {
 
 std::string Text(float value) {
@@ -88,3 +89,4 @@ TEST(WriteFloatLines, EndsEachTextOnALineFeed) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -11,6 +11,7 @@
 #include "common/file.h"
 #include "output/float_text.h"
 
+namespace vorn::run {
 namespace {
 
 std::string Written(const std::vector<float>& values) {
@@ -50,3 +51,4 @@ TEST(WriteTextLines, HasRoomForTheLongestLines) {
 }
 
 }  // namespace
+}  // namespace vorn::run

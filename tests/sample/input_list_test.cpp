@@ -7,6 +7,7 @@
 
 #include "support/files.h"
 
+namespace vorn::run {
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -72,3 +73,4 @@ TEST(SplitString, KeepsEmptyPiecesButTheLast) {
 }
 
 }  // namespace
+}  // namespace vorn::run

@@ -5,7 +5,7 @@
 
 #include "host/tensor/element_type.h"
 #include "host/tensor/small_float.h"
-#include "strided/row_copy.h"
+#include "shared/rows/row_copy.h"
 
 namespace vorn::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "strided/row_copy.h"
+#include "shared/rows/row_copy.h"
 
 #include <gtest/gtest.h>
 

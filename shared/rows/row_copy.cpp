@@ -8,7 +8,7 @@
 //
 // Neither piece reaches out of the row, so no padding is touched. What lies behind a row is the
 // caller's, and moving 16 bytes for 12 would write to it.
-#include "strided/row_copy.h"
+#include "shared/rows/row_copy.h"
 
 #include <cstring>
 

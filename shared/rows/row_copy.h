@@ -1,6 +1,6 @@
 // Copying rows from one place to another whose rows lie further apart or closer together.
-#ifndef VORN_STRIDED_ROW_COPY_H_
-#define VORN_STRIDED_ROW_COPY_H_
+#ifndef VORN_SHARED_ROWS_ROW_COPY_H_
+#define VORN_SHARED_ROWS_ROW_COPY_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -16,4 +16,4 @@ void CopyRows(const std::byte* from, uint64_t fromStride, std::byte* to, uint64_
 
 }  // namespace vorn
 
-#endif  // VORN_STRIDED_ROW_COPY_H_
+#endif  // VORN_SHARED_ROWS_ROW_COPY_H_
