@@ -1,4 +1,4 @@
-// Files for the benchmarks, in the folder that the environment variable TMPDIR names (/tmp without).
+// Files for the benchmarks, in the folder that the variable TMPDIR names (/tmp without).
 #ifndef VORN_BENCH_KERNELS_SCRATCH_FILE_H_
 #define VORN_BENCH_KERNELS_SCRATCH_FILE_H_
 

@@ -7,16 +7,16 @@
  *
  * Conventions
  *
- *  1. Handles. Contexts, streams, descriptions, datasets and data buffers are opaque pointers made by
- *     a `create` operation and ended by the `destroy` operation of the same noun. A model is named by
- *     an unsigned 32-bit id, a device by a signed 32-bit number counted from 0.
+ *  1. Handles. Contexts, streams, descriptions, datasets and data buffers are opaque pointers made
+ *     by a `create` operation and ended by the `destroy` operation of the same noun. A model is
+ *     named by an unsigned 32-bit id, a device by a signed 32-bit number counted from 0.
  *  2. Statuses. An operation that returns `vorn_status` returns 0 on success and any other value on
  *     failure; outputs are written on success only. An operation that returns a handle returns null
  *     on failure, one that returns a size, stride or count returns 0 on failure.
- *  3. Ownership. Whoever creates a handle destroys it, and whoever allocates a block frees it. A data
- *     buffer refers to a block and does not own it; a dataset refers to data buffers and does not own
- *     them; a model refers to the image it was loaded from, which must outlive the model. Names and
- *     records handed out by a description stay valid until the description is destroyed.
+ *  3. Ownership. Whoever creates a handle destroys it, and whoever allocates a block frees it. A
+ *     data buffer refers to a block and does not own it; a dataset refers to data buffers and does
+ *     not own them; a model refers to the image it was loaded from, which must outlive the model.
+ *     Names and records handed out by a description stay valid until the description is destroyed.
  *  4. Sizes, strides and counts are unsigned 64-bit and in bytes unless said otherwise; only
  *     `vorn_data_type_size` answers in bits.
  *  5. Tensors. The last dimension of a tensor is its row. A row of `W` elements of `e` bytes lies
@@ -28,23 +28,23 @@
  *         | row 0 ...                                                  | pad |   <- size, batch 1
  *
  *  6. Model inputs, by index: the data inputs, then the rpn inputs of a detection model, then the
- *     task buffer (count - 2) and the work buffer (count - 1), scratch blocks that the runtime wants
- *     zero-filled from its caller before the first execution over them. An rpn input is float32 of
- *     [1, 4] or [4, classes], and its block holds one item whatever the batch. The buffers of a
- *     dataset stand in index order.
+ *     task buffer (count - 2) and the work buffer (count - 1), scratch blocks that the runtime
+ *     wants zero-filled from its caller before the first execution over them. An rpn input is
+ *     float32 of [1, 4] or [4, classes], and its block holds one item whatever the batch. The
+ *     buffers of a dataset stand in index order.
  *  7. The dims record is 1160 bytes without padding: a zero-terminated name of 128 characters, the
  *     number of dimensions, and 128 signed 64-bit dimensions, outermost first, of which the first
  *     `dimCount` count. There is at least one, and each is at least 1; a dimension that the model
  *     leaves open for the batch shows as 1.
  *  8. Threads. A context is current on the thread that created it; model, memory and dataset
  *     operations are called from a thread with a current context. Every operation is synchronous.
- *  9. No C++ exception leaves the library, and it writes neither to standard output nor, unless asked
- *     to, to standard error.
+ *  9. No C++ exception leaves the library, and it writes neither to standard output nor, unless
+ *     asked to, to standard error.
  * 10. Refusals. Before `vorn_init` and after `vorn_finalize`, whatever makes or uses something
  *     fails. A null handle, a null place for a result, an index beyond its count, the id of no
- *     loaded model and the number of no device fail too, and nothing else happens. A handle that was
- *     destroyed or is of another kind should fail likewise; a runtime that trusts its callers may
- *     leave that undefined.
+ *     loaded model and the number of no device fail too, and nothing else happens. A handle that
+ *     was destroyed or is of another kind should fail likewise; a runtime that trusts its callers
+ *     may leave that undefined.
  */
 #ifndef VORN_VORN_H_
 #define VORN_VORN_H_
@@ -61,23 +61,23 @@ extern "C" {
 #define VORN_API
 #endif
 
-/* ---- Types ------------------------------------------------------------------------------------ */
+/* ---- Types ----------------------------------------------------------------------------------- */
 
 /** 0 is success. The named failures are those of the host runtime; callers only test for 0. */
 typedef int32_t vorn_status;
 
 enum {
   VORN_SUCCESS = 0,
-  VORN_ERROR_INVALID_ARGUMENT = 1,  /**< null pointer, index or count out of range, size too small */
-  VORN_ERROR_INVALID_HANDLE = 2,    /**< handle never created, already destroyed or of another kind */
-  VORN_ERROR_NOT_INITIALIZED = 3,   /**< before `vorn_init`, after `vorn_finalize`, no context */
-  VORN_ERROR_CONFIG = 4,            /**< the JSON file cannot be read or says something unknown */
-  VORN_ERROR_OUT_OF_MEMORY = 5,     /**< the block cannot be had */
-  VORN_ERROR_MODEL = 6,             /**< the image is no model that this runtime executes */
-  VORN_ERROR_EXECUTION = 7,         /**< the model failed while it ran */
-  VORN_ERROR_TIMEOUT = 8,           /**< the operator wait time-out ran out */
-  VORN_ERROR_UNSUPPORTED = 9,       /**< valid, but not done by this runtime */
-  VORN_ERROR_INTERNAL = 10          /**< a fault of the runtime itself */
+  VORN_ERROR_INVALID_ARGUMENT = 1, /**< null, index or count out of range, size too small */
+  VORN_ERROR_INVALID_HANDLE = 2,   /**< never created, already destroyed or of another kind */
+  VORN_ERROR_NOT_INITIALIZED = 3,  /**< before `vorn_init`, after `vorn_finalize`, no context */
+  VORN_ERROR_CONFIG = 4,           /**< the JSON file cannot be read or says something unknown */
+  VORN_ERROR_OUT_OF_MEMORY = 5,    /**< the block cannot be had */
+  VORN_ERROR_MODEL = 6,            /**< the image is no model that this runtime executes */
+  VORN_ERROR_EXECUTION = 7,        /**< the model failed while it ran */
+  VORN_ERROR_TIMEOUT = 8,          /**< the operator wait time-out ran out */
+  VORN_ERROR_UNSUPPORTED = 9,      /**< valid, but not done by this runtime */
+  VORN_ERROR_INTERNAL = 10         /**< a fault of the runtime itself */
 };
 
 typedef struct vorn_rt_context vorn_rt_context;
@@ -87,8 +87,8 @@ typedef struct vorn_mdl_dataset vorn_mdl_dataset;
 typedef struct vorn_data_buffer vorn_data_buffer;
 
 /**
- * Element types. A dump shows codes 0, 2, 4, 6 and 7 as the values that they hold, code 1 as its bits
- * read as an unsigned 16-bit integer, and every other code as its bits read as a 32-bit float.
+ * Element types. A dump shows codes 0, 2, 4, 6 and 7 as the values that they hold, code 1 as its
+ * bits read as an unsigned 16-bit integer, and every other code as its bits read as a 32-bit float.
  */
 typedef uint32_t vorn_data_type;
 
@@ -119,11 +119,7 @@ enum {
 /** What kind of network a model is. */
 typedef int32_t vorn_net_type;
 
-enum {
-  VORN_NET_FEED_FORWARD = 0,
-  VORN_NET_DETECTION = 1,
-  VORN_NET_RECURRENT = 2
-};
+enum { VORN_NET_FEED_FORWARD = 0, VORN_NET_DETECTION = 1, VORN_NET_RECURRENT = 2 };
 
 /** Where the caller runs. The value 0 is the only one that `vorn-run` accepts. */
 typedef int32_t vorn_rt_run_mode;
@@ -150,7 +146,7 @@ static_assert(sizeof(vorn_mdl_io_dims) == 1160, "the dims record is 1160 bytes")
 _Static_assert(sizeof(vorn_mdl_io_dims) == 1160, "the dims record is 1160 bytes");
 #endif
 
-/* ---- The runtime as a whole ------------------------------------------------------------------- */
+/* ---- The runtime as a whole ------------------------------------------------------------------ */
 
 /**
  * Brings the runtime up for the process. `configPath` names a JSON file whose content is the
@@ -159,10 +155,10 @@ _Static_assert(sizeof(vorn_mdl_io_dims) == 1160, "the dims record is 1160 bytes"
  */
 VORN_API vorn_status vorn_init(const char* configPath);
 
-/** Takes the runtime down. Must be harmless when `vorn_init` failed or never ran (a status then). */
+/** Takes the runtime down. Must do no harm if `vorn_init` failed or never ran (a status then). */
 VORN_API vorn_status vorn_finalize(void);
 
-/* ---- Device, context, stream ------------------------------------------------------------------ */
+/* ---- Device, context, stream ----------------------------------------------------------------- */
 
 /** Selects the device for the calling thread. */
 VORN_API vorn_status vorn_rt_set_device(int32_t deviceId);
@@ -183,15 +179,15 @@ VORN_API vorn_status vorn_rt_destroy_stream(vorn_rt_stream* stream);
 
 VORN_API vorn_status vorn_rt_get_run_mode(vorn_rt_run_mode* runMode);
 
-/* ---- Runtime memory --------------------------------------------------------------------------- */
+/* ---- Runtime memory -------------------------------------------------------------------------- */
 
-/** Allocates `size` bytes, not cleared, that model and caller can both reach; aligned to 16 bytes. */
+/** Allocates `size` bytes, not cleared, for model and caller to reach; aligned to 16 bytes. */
 VORN_API vorn_status vorn_rt_malloc(void** block, uint64_t size, vorn_rt_mem_policy policy);
 
 /** Returns a block. A null pointer is harmless. */
 VORN_API vorn_status vorn_rt_free(void* block);
 
-/* ---- Models ----------------------------------------------------------------------------------- */
+/* ---- Models ---------------------------------------------------------------------------------- */
 
 /**
  * Loads a model from its image of `size` bytes. The image is only read, and stays where it is until
@@ -203,7 +199,7 @@ VORN_API vorn_status vorn_mdl_unload(uint32_t modelId);
 /** See `vorn_net_type`. */
 VORN_API vorn_status vorn_ext_get_mdl_net_type(uint32_t modelId, vorn_net_type* netType);
 
-/* ---- Descriptions ----------------------------------------------------------------------------- */
+/* ---- Descriptions ---------------------------------------------------------------------------- */
 
 /** Creates an empty description; `vorn_mdl_get_desc` fills it for a loaded model. */
 VORN_API vorn_mdl_desc* vorn_mdl_create_desc(void);
@@ -239,7 +235,7 @@ VORN_API vorn_format vorn_mdl_get_output_format(const vorn_mdl_desc* desc, uint6
 /** Bits of one element; 0 for a code that is not known. */
 VORN_API uint64_t vorn_data_type_size(vorn_data_type type);
 
-/* ---- Data buffers and datasets ---------------------------------------------------------------- */
+/* ---- Data buffers and datasets --------------------------------------------------------------- */
 
 /** Wraps `size` bytes at `block`, whose rows lie `stride` bytes apart. */
 VORN_API vorn_data_buffer* vorn_create_data_buffer(void* block, uint64_t size, uint64_t stride);
@@ -263,7 +259,7 @@ VORN_API uint64_t vorn_mdl_get_dataset_num_buffers(const vorn_mdl_dataset* datas
 VORN_API vorn_data_buffer* vorn_mdl_get_dataset_buffer(const vorn_mdl_dataset* dataset,
                                                        uint64_t index);
 
-/* ---- Settings of one input dataset, and execution --------------------------------------------- */
+/* ---- Settings of one input dataset, and execution -------------------------------------------- */
 
 /**
  * Sets how many batch items the dataset's blocks hold; 1 where nobody said. `index` is reserved and
@@ -280,10 +276,10 @@ VORN_API vorn_status vorn_mdl_set_total_t(uint32_t modelId, vorn_mdl_dataset* da
                                           uint64_t totalT);
 
 /**
- * Runs the model over the input blocks and fills the rows of the output blocks. Returns when that is
- * done. Data inputs are only read, and executing again over the same ones gives the same outputs. A
- * dataset with fewer or more buffers than the model has inputs, or outputs, is refused; so is an
- * input block that is smaller than its batch, and an output block smaller than one item.
+ * Runs the model over the input blocks and fills the rows of the output blocks. Returns when that
+ * is done. Data inputs are only read, and executing again over the same ones gives the same
+ * outputs. A dataset with fewer or more buffers than the model has inputs, or outputs, is refused;
+ * so is an input block that is smaller than its batch, and an output block smaller than one item.
  */
 VORN_API vorn_status vorn_mdl_execute(uint32_t modelId, const vorn_mdl_dataset* input,
                                       vorn_mdl_dataset* output);

@@ -1,6 +1,7 @@
 // The narrow door to ONNX Runtime: open a model, learn its tensors, bind memory, run.
 //
-// Nothing beside this folder's files engine* knows ONNX Runtime's types, and no operator is executed elsewhere.
+// Nothing beside this folder's files engine* knows ONNX Runtime's types, and no operator is
+// executed elsewhere.
 #ifndef VORN_RUNTIME_HOST_ENGINE_ENGINE_H_
 #define VORN_RUNTIME_HOST_ENGINE_ENGINE_H_
 
