@@ -2,6 +2,7 @@
 # `kProgram`, the name in front of what they say, and that run with `set -euo pipefail`. Where there is
 # no apt-get they say what to install by hand: `kNeeds` if that is set, else the packages.
 
+# shellcheck disable=SC2154  # kProgram is the caller's
 say() { printf '%s: %s\n' "$kProgram" "$*"; }
 die() {
   printf '%s: %s\n' "$kProgram" "$*" >&2

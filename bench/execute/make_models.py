@@ -3,8 +3,8 @@
 
     make_models.py FOLDER
 
-    resnet50.onnx      [1, 3, 224, 224] -> [1, 1000], 25.6 M parameters: a 7x7 convolution, 3 + 4 + 6
-                       + 3 bottleneck blocks, an average, a dense layer. 102 MB.
+    resnet50.onnx      [1, 3, 224, 224] -> [1, 1000], 25.6 M parameters: a 7x7 convolution, 3 + 4 +
+                       6 + 3 bottleneck blocks, an average, a dense layer. 102 MB.
     small.onnx         [1, 3, 32, 32] -> [1, 10], four convolutions, well under a millisecond
     small-padded.onnx  the same for [1, 3, 32, 30], whose rows of 120 bytes do not fill a stride
 

@@ -65,7 +65,8 @@ def main():
             for _ in range(rounds):
                 for number, config in enumerate(CONFIGS):
                     samples[model, number].append(run(build, folder, file, config))
-    print("| model | threads | graphOptimization | memoryLimit | load, ms | execute, ms | peak, MiB |")
+    print("| model | threads | graphOptimization | memoryLimit | load, ms | execute, ms |"
+          " peak, MiB |")
     print("|---|---|---|---|---|---|---|")
     for (model, number), runs in samples.items():
         config = CONFIGS[number]

@@ -6,9 +6,9 @@ from measure.vorn_run import Build
 
 
 def parse(program, description, kind, known):
-    """Options with `build` and `out`, whether to be `quick`, and `chosen`: those of the `known` names
-    of a `kind` that are given, all of them where none is. A name that is not known ends the program
-    with a line that says which are."""
+    """Options with `build` and `out`, whether to be `quick`, and `chosen`: those of the `known`
+    names of a `kind` that are given, all of them where none is. A name that is not known ends the
+    program with a line that says which are."""
     names = list(known)
     parser = argparse.ArgumentParser(prog=program, description=description)
     parser.add_argument("build", type=lambda text: Build(Path(text).resolve()))

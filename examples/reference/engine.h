@@ -3,7 +3,9 @@
 #ifndef EXAMPLES_REFERENCE_ENGINE_H_
 #define EXAMPLES_REFERENCE_ENGINE_H_
 
+#ifndef ORT_API_MANUAL_INIT  // given to some of the programs already
 #define ORT_API_MANUAL_INIT
+#endif
 #include <onnxruntime_cxx_api.h>
 
 namespace reference {

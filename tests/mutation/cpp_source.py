@@ -223,7 +223,8 @@ class Source:
         """The token behind the semicolon; enters the bodies of lambdas on the way."""
         behind = i
         while not self._is(behind, ";"):
-            behind = self.partner[behind] + 1 if self.tokens[behind].text in _CLOSING else behind + 1
+            is_closing = self.tokens[behind].text in _CLOSING
+            behind = self.partner[behind] + 1 if is_closing else behind + 1
         while i < behind:
             is_lambda = self.tokens[i].text == "{" and self._begins_lambda(i)
             i = self._parse_block(i) if is_lambda else i + 1

@@ -28,7 +28,7 @@ _CONVERSION = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z|j|t)?[diuoxXeEfg
 
 @dataclass
 class Mutant:
-    """A change of one extent of one file. `code` and `change` name it, whatever line it stands on."""
+    """A change of one extent of one file. `code` and `change` name it, whatever line it is on."""
 
     file: str
     line: int
@@ -92,7 +92,7 @@ class _Maker:
         self._add(kind, f"{token.text} -> {new}", token.start, token.end, new)
 
     def _find_skipped(self):
-        """Tokens that only speak to the compiler: attributes, asserted constants, instantiations."""
+        """Tokens that only the compiler reads: attributes, asserted constants, instantiations."""
         skipped, i = set(), 0
         while i < len(self.tokens):
             text = self.tokens[i].text

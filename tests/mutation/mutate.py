@@ -9,8 +9,8 @@
     tests/mutation/mutate.py --list               what would be made
     tests/mutation/mutate.py --report             the report on the results that are there
 
-A mutant is built in a copy of the tree (build/mutation/tree<N>, never in the checkout). Then the test
-program of its folder runs, then the end-to-end tests; the first failure ends it:
+A mutant is built in a copy of the tree (build/mutation/tree<N>, never in the checkout). Then the
+test program of its folder runs, then the end-to-end tests; the first failure ends it:
 
     killed      a test failed, crashed or did not come to an end
     survived    all of them passed: a gap in the tests, or a change without effect
@@ -330,8 +330,10 @@ class Tree:
                 likely.remove(test)
             likely.insert(0, test)
             del likely[KILLERS_KEPT:]
-        how = "" if status == 1 else f" ({status if isinstance(status, str) else f'status {status}'})"
-        return f"{program}: {test}{how}"
+        if status == 1:
+            return f"{program}: {test}"
+        how = status if isinstance(status, str) else f"status {status}"
+        return f"{program}: {test} ({how})"
 
     def _run_program(self, tests, program, seconds, tried):
         """Runs the tests of a filter: names, or a minus and names to be left out."""
@@ -532,8 +534,8 @@ def parse_arguments():
         description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter
     )
     parser.add_argument("--files", nargs="+", metavar="GLOB", help="of these files only")
-    parser.add_argument("--kinds", nargs="+", metavar="KIND", help="of these kinds only (see --list)")
-    parser.add_argument("--ids", nargs="+", metavar="ID", help="these only, whether run before or not")
+    parser.add_argument("--kinds", nargs="+", metavar="KIND", help="of these kinds, see --list")
+    parser.add_argument("--ids", nargs="+", metavar="ID", help="these only, run before or not")
     parser.add_argument("--sample", type=int, metavar="N", help="so many, spread over the files")
     parser.add_argument("--seed", type=int, default=1, metavar="S", help="of the sample (1)")
     parser.add_argument("--jobs", type=int, default=1, metavar="N", help="trees to work in (1)")
@@ -545,7 +547,7 @@ def parse_arguments():
     parser.add_argument("--thorough", action="store_true", help="with the tests of minutes, too")
     parser.add_argument("--check-explained", action="store_true", help="run what is explained, too")
     parser.add_argument("--list", action="store_true", help="list the mutants and run nothing")
-    parser.add_argument("--report", action="store_true", help="report on what there is, run nothing")
+    parser.add_argument("--report", action="store_true", help="report on what there is alone")
     return parser.parse_args()
 
 

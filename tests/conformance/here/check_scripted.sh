@@ -16,7 +16,8 @@ for model in feed_forward detection recurrent; do
 done
 
 # Without a model to test with, a test would fail under --no-skips for that reason.
-for name in $(grep '^[A-Z]' "$unclaimed"); do
+mapfile -t names < <(grep '^[A-Z]' "$unclaimed")
+for name in "${names[@]}"; do
   case $name in
     Detection.*) model=detection ;;
     Recurrent.*) model=recurrent ;;

@@ -21,6 +21,7 @@ groups_of() {
 suite() {
   local option=--model
   [ "$1" = feed_forward ] || option=--$1-model
+  # shellcheck disable=SC2154  # set by the caller
   VORN_SCRIPT=$2 "$program" --runtime "$runtime" --config "$models/config.json" --no-skips \
     "$option" "$models/feed_forward.onnx" --gtest_brief=1 --gtest_filter="$3" "${@:4}"
 }

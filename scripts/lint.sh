@@ -1,0 +1,153 @@
+#!/usr/bin/env bash
+# lint.sh [--all] [--since REVISION]: looks at the code without running it. One line a fault, exit
+# status 1 if there was one. Installs the tools that are missing.
+#
+#   layout      all C and C++ files, by clang-format
+#   scripts     all shell scripts, by shellcheck
+#   Python      all Python files, by flake8
+#   warnings    all C and C++ files that the build knows, by the front ends of g++ and clang++
+#   clang-tidy  what the last ten commits and uncommitted changes touched, the newest first and as
+#               many as take a few minutes; with --since what came after that revision, with --all
+#               every file
+set -euo pipefail
+cd "$(dirname "$0")/.."
+readonly kProgram=lint
+. scripts/packages.sh
+
+readonly kClang=14            # another version lays out and finds otherwise
+readonly kTidyFilesACore=12   # at some 17 s each
+readonly kBuild=build/lint
+
+faults=0
+# look NAME CHECK [ARGUMENT...]: runs a check, which prints a line a fault and returns the status of
+# the tool behind it. A tool that fails without a word is a fault too.
+look() {
+  local log=$kBuild/faults.log status=0 found
+  "${@:2}" >"$log" || status=$?
+  cat "$log"
+  found=$(wc -l <"$log")
+  if [ "$found" = 0 ] && [ "$status" != 0 ]; then
+    say "$1: ended with status $status; what it said is in $kBuild/said.log"
+    found=1
+  fi
+  say "$1: $found faults"
+  faults=$((faults + found))
+}
+
+# told PATTERN COMMAND...: runs the command and lets through what matches of what it says.
+told() {
+  local status=0
+  "${@:2}" >"$kBuild/said.log" 2>&1 || status=$?
+  sed "s|^$PWD/||" "$kBuild/said.log" | grep -E -- "$1" | sort -u
+  return "$status"
+}
+
+# files_like PATTERN...: what git knows, or would know with the next "git add".
+files_like() { git ls-files --cached --others --exclude-standard --deduplicate -- "$@" | existing; }
+existing() { while IFS= read -r file; do [ ! -e "$file" ] || printf '%s\n' "$file"; done; }
+
+provide_tools() {
+  local missing=()
+  command -v g++ >/dev/null || missing+=(g++)
+  command -v clang++ >/dev/null || missing+=(clang)
+  command -v clang-format >/dev/null || missing+=(clang-format)
+  command -v clang-tidy >/dev/null || missing+=(clang-tidy)
+  command -v shellcheck >/dev/null || missing+=(shellcheck)
+  command -v flake8 >/dev/null || missing+=(flake8)
+  command -v git >/dev/null || missing+=(git)
+  [ "${#missing[@]}" = 0 ] || install_packages "${missing[@]}"
+}
+
+# has_version TOOL: whether its findings are those that the code was written to.
+has_version() {
+  local version
+  version=$("$1" --version | grep -oE 'version [0-9]+' | head -n 1)
+  [ "$version" = "version $kClang" ] && return
+  say "$1: left out; it is of $version, and $kClang is the one that counts"
+  return 1
+}
+
+check_layout() {
+  files_like '*.c' '*.cpp' '*.h' | told 'error: ' xargs -d '\n' clang-format --dry-run -Werror
+}
+
+check_scripts() { files_like '*.sh' .ci/run | told . xargs -d '\n' shellcheck --format gcc; }
+
+check_python() { files_like '*.py' | told . xargs -d '\n' flake8; }
+
+# configure COMPILER C_COMPILER [OPTION...]: without precompiled headers, which hide a missing include.
+configure() {
+  cmake -S . -B "$kBuild/$1" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
+    -DCMAKE_CXX_COMPILER="$1" -DCMAKE_C_COMPILER="$2" "${@:3}" >"$kBuild/$1.log" 2>&1 ||
+    die "cannot configure for $1: see $kBuild/$1.log"
+}
+
+check_warnings() { told . /usr/bin/python3 -B scripts/check_warnings.py "$kBuild/$1" .; }
+
+# newest_first: the files of the commits in question, those of uncommitted changes first.
+newest_first() {
+  git diff --name-only HEAD
+  git log --name-only --format= "${commits[@]}"
+}
+
+# Each file as one that the build compiles: a header is seen by way of the source of its name.
+as_sources() {
+  local file
+  while IFS= read -r file; do
+    case $file in
+      *.cpp) ;;
+      *.h) file=${file%.h}.cpp ;;
+      *) continue ;;
+    esac
+    [ ! -e "$file" ] || printf '%s\n' "$file"
+  done | awk '!seen[$0]++'
+}
+
+# Only what is compiled here can be understood, which benchmarks are not.
+compiled() {
+  grep -xFf <(sed -nE "s|^ *\"file\": \"$PWD/(.*)\",?$|\1|p" "$kBuild/clang++/compile_commands.json")
+}
+
+check_tidiness() {
+  printf '%s\n' "$@" |
+    told '(warning|error): ' xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p "$kBuild/clang++" --quiet
+}
+
+all=no
+commits=(-n 10)
+while [ "$#" -gt 0 ]; do
+  case $1 in
+    --all) all=yes ;;
+    --since)
+      commits=("$(git rev-parse --verify --quiet "${2-}^{commit}")..HEAD") ||
+        die "--since takes a revision, and '${2-}' is none."
+      shift
+      ;;
+    *) die "there is no '$1'; lint.sh [--all] [--since REVISION]" ;;
+  esac
+  shift
+done
+
+provide_tools
+./scripts/setup.sh
+mkdir -p "$kBuild"
+! has_version clang-format || look layout check_layout
+look scripts check_scripts
+look Python check_python
+configure g++ gcc
+look 'warnings of g++' check_warnings g++
+configure clang++ clang -DVORN_BUILD_FUZZERS=ON
+look 'warnings of clang++' check_warnings clang++
+if has_version clang-tidy; then
+  if [ "$all" = yes ]; then
+    mapfile -t files < <(files_like '*.cpp' | compiled)
+  else
+    mapfile -t files < <(newest_first | as_sources | compiled)
+    most=$((kTidyFilesACore * $(nproc)))
+    for file in "${files[@]:most}"; do say "clang-tidy: left for --all: $file"; done
+    files=("${files[@]:0:most}")
+  fi
+  [ "${#files[@]}" = 0 ] || look "clang-tidy, ${#files[@]} files" check_tidiness "${files[@]}"
+fi
+[ "$faults" = 0 ] || die "$faults faults"
+say 'no faults'
