@@ -7,7 +7,8 @@
 # if there was one.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-readonly kAll=(command_line list_file rpn_text input_file dump whole_run model_image)
+readonly kAll=(command_line list_file rpn_text input_file dump whole_run model_image
+  configuration)
 readonly kPackages=(clang libclang-rt-14-dev)
 readonly kCorpus=build/fuzz/corpus kLogs=build/fuzz/logs
 readonly kProgram=fuzz
@@ -25,6 +26,9 @@ provide_clang() {
   has_clang_with_fuzzer || die "clang++ is here, but not its libFuzzer."
 }
 
+# Bytes of the longest input. A text of settings may be long, and nested deep.
+longest_input() { [ "$1" = configuration ] && echo 300000 || echo 8192; }
+
 count_files() { find "$1" -type f | wc -l; }
 
 # The last number that stands behind a word in a log.
@@ -39,12 +43,12 @@ run_fuzzer() {
   before=$(count_files "$findings")
   [ -e "tests/fuzz/dictionaries/$name.dict" ] &&
     dictionary=("-dict=tests/fuzz/dictionaries/$name.dict")
-  "build/fuzz/tests/fuzz/fuzz_$name" -max_total_time="$seconds" -max_len=8192 -timeout=20 \
-    -rss_limit_mb=1024 \
+  "build/fuzz/tests/fuzz/fuzz_$name" -max_total_time="$seconds" -timeout=20 \
+    -max_len="$(longest_input "$name")" -rss_limit_mb=1024 \
     -print_final_stats=1 -artifact_prefix="$findings/" "${dictionary[@]}" \
     "$own" "tests/fuzz/corpus/$name" "$findings" >"$log" 2>&1 || status=$?
   after=$(count_files "$findings")
-  printf 'fuzz: %-12s %9s executions, %6s a second, coverage %5s, %d new findings%s\n' "$name" \
+  printf 'fuzz: %-13s %9s executions, %6s a second, coverage %5s, %d new findings%s\n' "$name" \
     "$(last_of 'stat::number_of_executed_units:' "$log")" \
     "$(last_of 'stat::average_exec_per_sec:' "$log")" "$(last_of ' cov:' "$log")" \
     $((after - before)) "$([ "$status" = 0 ] || echo ", status $status: see $log")"

@@ -30,6 +30,9 @@ void WholeRun(std::span<const uint8_t> bytes);
 /// The image of a model, loaded and executed by the host runtime.
 void ModelImage(std::span<const uint8_t> bytes);
 
+/// A text as the host runtime's configuration, and as the settings of a model.
+void Configuration(std::span<const uint8_t> bytes);
+
 }  // namespace fuzz
 
 #endif  // VORN_TESTS_FUZZ_TARGETS_H_

@@ -209,7 +209,7 @@ std::set<std::string> OpenDimNames(Bytes image) {
     });
   };
   ForEachField(image, 7, [&](Bytes graph) {
-    for (const uint32_t inputsOrOutputs : {11, 12}) {
+    for (const uint32_t inputsOrOutputs : {11U, 12U}) {
       ForEachField(graph, inputsOrOutputs, [&](Bytes value) { ForEachShape(value, visitShape); });
     }
   });
