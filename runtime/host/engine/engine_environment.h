@@ -12,8 +12,9 @@ namespace vorn::host {
 OrtLoggingLevel EngineLogSeverity();
 
 /// The environment of the process, as long as anybody holds it: the library has but one, and a
-/// session of an earlier runtime may still execute when the next one comes up. Callers take turns.
-/// Fails with what the library throws.
+/// session of an earlier runtime may still execute when the next one comes up. The last holder ends
+/// it on its thread; whoever asks meanwhile waits and gets a new one. Any thread. Fails with what
+/// the library throws.
 std::shared_ptr<Ort::Env> SharedEnvironment();
 
 }  // namespace vorn::host
