@@ -32,7 +32,9 @@ struct TensorView {
   Shape shape;
 };
 
-/// One model, ready to run. Not synchronised. Every operation fails with a `Failure`.
+/// One model, ready to run. Not synchronised. Every operation fails with a `Failure`, or with
+/// std::bad_alloc, and may be called again then: what was to be bound before is noted still, and
+/// the next run binds it anew.
 class Session {
  public:
   virtual ~Session() = default;
@@ -42,7 +44,8 @@ class Session {
   virtual const std::vector<DeclaredTensor>& outputs() const = 0;
 
   /// Lets later runs read input `index` from, or write output `index` to, the dense tensor of
-  /// `shape` at `data`, which must outlive them. Binding what is bound already costs nothing.
+  /// `shape` at `data`, which must outlive them. It is noted here and bound when the next run
+  /// begins; binding what is bound already costs nothing.
   virtual void BindInput(size_t index, void* data, const Shape& shape) = 0;
   virtual void BindOutput(size_t index, void* data, const Shape& shape) = 0;
 

@@ -86,11 +86,23 @@ vorn_status StatusOf(const Ort::Exception& e, vorn_status otherwise) {
   return isOutOfMemory ? VORN_ERROR_OUT_OF_MEMORY : otherwise;
 }
 
-/// Memory that is bound to one input or output.
+/// Calls `steps`; what the library throws becomes a Failure.
+template <typename Steps>
+auto Guarded(vorn_status status, const char* what, Steps&& steps) {
+  try {
+    return steps();
+  } catch (const Ort::Exception& e) {
+    throw Failure(StatusOf(e, status), what, " (", e.what(), ")");
+  }
+}
+
+/// What one input or output is to be bound to, and how far that has come.
 struct Binding {
   void* data = nullptr;
   Shape shape;
-  bool isDetached = false;    // an output that the library leaves elsewhere
+  bool isWanted = false;      // there is something to bind
+  bool isBound = false;       // the library has it as it is noted here
+  bool isListed = false;      // an output that has its place among the library's values
   bool isOfAnyShape = false;  // an output that the library keeps, whatever its shape
   bool isConstant = false;    // an input that is the same in trials
 };
@@ -116,70 +128,61 @@ class OrtSession : public Session {
     RefuseTwins();
     boundInputs_.resize(inputs_.size());
     boundOutputs_.resize(outputs_.size());
+    outputOrder_.reserve(outputs_.size());
   }
 
   const std::vector<DeclaredTensor>& inputs() const override { return inputs_; }
   const std::vector<DeclaredTensor>& outputs() const override { return outputs_; }
 
   void BindInput(size_t index, void* data, const Shape& shape) override {
-    if (!Rebind(boundInputs_.at(index), data, shape)) return;
-    binding_.BindInput(inputs_[index].name.c_str(), Wrap(inputs_[index].type, data, shape));
+    Note(boundInputs_.at(index), data, shape);
   }
 
   void BindConstant(size_t index, void* data, const Shape& shape) override {
-    BindInput(index, data, shape);
+    Note(boundInputs_.at(index), data, shape);
     boundInputs_[index].isConstant = true;
   }
 
   void BindOutput(size_t index, void* data, const Shape& shape) override {
-    if (boundOutputs_.at(index).data == nullptr) outputOrder_.push_back(index);
-    if (!Rebind(boundOutputs_[index], data, shape)) return;
-    PutOutput(index);
-    areOutputsChecked_ = false;
+    Note(boundOutputs_.at(index), data, shape);
   }
 
   void BindOutputOfAnyShape(size_t index) override {
-    if (!boundOutputs_.at(index).isOfAnyShape) outputOrder_.push_back(index);
-    // At once: its place among the engine's values is that of the first binding, too.
-    KeepAnyShape(index);
-    boundOutputs_[index].isOfAnyShape = true;
-    hasOutputOfAnyShape_ = true;
+    Binding& output = boundOutputs_.at(index);
+    output.isWanted = output.isOfAnyShape = true;
+    output.isBound = areAllBound_ = false;
   }
 
   TensorView Result(size_t index) override {
     const auto found = std::find(outputOrder_.begin(), outputOrder_.end(), index);
     const Ort::Value& value = results_.at(static_cast<size_t>(found - outputOrder_.begin()));
-    return {.data = static_cast<const std::byte*>(value.GetTensorRawData()),
-            .shape = value.GetTensorTypeAndShapeInfo().GetShape()};
+    return Guarded(VORN_ERROR_EXECUTION, "a result cannot be read", [&] {
+      return TensorView{.data = static_cast<const std::byte*>(value.GetTensorRawData()),
+                        .shape = value.GetTensorTypeAndShapeInfo().GetShape()};
+    });
   }
 
   void Run() override {
     try {
-      if (!areOutputsChecked_) PutDetachedOutputs();
-      if (hasOutputOfAnyShape_) ReleaseResults();
-      session_.Run(runOptions_, binding_);
-      if (hasOutputOfAnyShape_) results_ = binding_.GetOutputValues();
-      if (!areOutputsChecked_) FetchDetachedOutputs();
-    } catch (const Ort::Exception& e) {
-      throw Failure(StatusOf(e, VORN_ERROR_EXECUTION), "the model failed while it ran (", e.what(),
-                    ")");
+      Guarded(VORN_ERROR_EXECUTION, "the model failed while it ran", [&] { RunBound(); });
+    } catch (...) {
+      ForgetBindings();
+      throw;
     }
   }
 
   std::vector<Shape> Try(std::span<const Shape> inputShapes) override {
-    try {
-      return TryUnguarded(inputShapes);
-    } catch (const Ort::Exception& e) {
-      throw Failure(StatusOf(e, VORN_ERROR_EXECUTION), "a trial with zero inputs failed (",
-                    e.what(), ")");
-    }
+    return Guarded(VORN_ERROR_EXECUTION, "a trial with zero inputs failed",
+                   [&] { return TryUnguarded(inputShapes); });
   }
 
   void Terminate() noexcept override {
     Ort::Status ignored(Ort::GetApi().RunOptionsSetTerminate(runOptions_));
   }
 
-  void Resume() override { runOptions_.UnsetTerminate(); }
+  void Resume() override {
+    Guarded(VORN_ERROR_INTERNAL, "the model stays ended", [&] { runOptions_.UnsetTerminate(); });
+  }
 
  private:
   /// Memory is bound by name.
@@ -191,59 +194,90 @@ class OrtSession : public Session {
     }
   }
 
-  /// Notes what is bound; false if it was bound already.
-  static bool Rebind(Binding& bound, void* data, const Shape& shape) {
-    if (bound.data == data && bound.shape == shape) return false;
-    bound.shape = shape;
-    bound.data = data;
-    return true;
+  /// Notes what is to be bound. The library gets it when a run begins, so that whatever fails on
+  /// the way leaves a note of what is still to be done.
+  void Note(Binding& binding, void* data, const Shape& shape) {
+    if (binding.isWanted && binding.data == data && binding.shape == shape) return;
+    binding.shape = shape;  // first: nothing below can fail
+    binding.data = data;
+    binding.isWanted = true;
+    binding.isBound = areAllBound_ = false;
+  }
+
+  void RunBound() {
+    results_.clear();
+    if (!areAllBound_) BindAll();
+    session_.Run(runOptions_, binding_);
+    if (!areOutputsInPlace_) TakeResults();
+  }
+
+  void BindAll() {
+    for (size_t i = 0; i < inputs_.size(); ++i) {
+      Binding& input = boundInputs_[i];
+      if (!input.isWanted || input.isBound) continue;
+      binding_.BindInput(inputs_[i].name.c_str(), Wrap(inputs_[i].type, input.data, input.shape));
+      input.isBound = true;
+    }
+    for (size_t i = 0; i < outputs_.size(); ++i) {
+      Binding& output = boundOutputs_[i];
+      if (!output.isWanted || output.isBound) continue;
+      PutOutput(i);
+      if (!output.isListed) outputOrder_.push_back(i);
+      output.isListed = output.isBound = true;
+      areOutputsInPlace_ = false;
+    }
+    areAllBound_ = true;
   }
 
   void PutOutput(size_t index) {
-    const Binding& bound = boundOutputs_[index];
-    binding_.BindOutput(outputs_[index].name.c_str(),
-                        Wrap(outputs_[index].type, bound.data, bound.shape));
+    const Binding& output = boundOutputs_[index];
+    const char* name = outputs_[index].name.c_str();
+    if (output.isOfAnyShape) return binding_.BindOutput(name, memory_);
+    binding_.BindOutput(name, Wrap(outputs_[index].type, output.data, output.shape));
   }
 
-  void KeepAnyShape(size_t index) { binding_.BindOutput(outputs_[index].name.c_str(), memory_); }
-
-  /// The last run left something else in the place of these.
-  void PutDetachedOutputs() {
-    for (size_t i = 0; i < outputs_.size(); ++i) {
-      if (boundOutputs_[i].isDetached) PutOutput(i);
-    }
-  }
-
-  /// A result that stayed bound would have to have the same shape in the next run.
-  void ReleaseResults() {
+  /// Nothing is known of what a failed step left behind, not even of the library's own lists. The
+  /// next run binds everything anew.
+  void ForgetBindings() noexcept {
     results_.clear();
-    for (size_t i = 0; i < outputs_.size(); ++i) {
-      if (boundOutputs_[i].isOfAnyShape) KeepAnyShape(i);
-    }
+    binding_.ClearBoundInputs();
+    binding_.ClearBoundOutputs();
+    outputOrder_.clear();
+    for (Binding& input : boundInputs_) input.isBound = false;
+    for (Binding& output : boundOutputs_) output.isBound = output.isListed = false;
+    areAllBound_ = areOutputsInPlace_ = false;
   }
 
   /// An output that no operator writes, such as an input that is an output as well, replaces what
-  /// was bound instead of filling it, and is copied. Whether an output does so is a matter of the
-  /// graph, so looking once for each set of bindings is enough.
-  void FetchDetachedOutputs() {
-    bool isAnyDetached = false;
-    const std::vector<Ort::Value> values = binding_.GetOutputValues();
-    for (size_t i = 0; i < values.size(); ++i) {
+  /// was bound instead of filling it, and is copied. So does one of any shape, which would have to
+  /// have the same shape in the next run if it stayed. Both are bound anew before each run. Whether
+  /// an output does so is a matter of the graph, so looking once for each set of bindings is
+  /// enough where none does.
+  void TakeResults() {
+    areAllBound_ = false;
+    bool areInPlace = true;
+    results_ = binding_.GetOutputValues();
+    for (size_t i = 0; i < results_.size(); ++i) {
       const size_t index = outputOrder_[i];
-      Binding& bound = boundOutputs_[index];
-      if (bound.isOfAnyShape) continue;
-      const void* data = values[i].GetTensorRawData();
-      bound.isDetached = data != bound.data;
-      if (!bound.isDetached) continue;
-      isAnyDetached = true;
-      const Shape shape = values[i].GetTensorTypeAndShapeInfo().GetShape();
-      if (shape != bound.shape) {
-        throw Failure(VORN_ERROR_EXECUTION, "output '", outputs_[index].name, "' has the shape ",
-                      ShapeText(shape), " and not ", ShapeText(bound.shape), ", as described");
-      }
-      std::memcpy(bound.data, data, ByteCount(outputs_[index].type, shape));
+      Binding& output = boundOutputs_[index];
+      output.isBound = !output.isOfAnyShape && !FetchIfDetached(index, results_[i]);
+      areInPlace = areInPlace && output.isBound;
     }
-    areOutputsChecked_ = !isAnyDetached;
+    areAllBound_ = areOutputsInPlace_ = areInPlace;
+  }
+
+  /// True if the result lay elsewhere and was copied into the bound memory.
+  bool FetchIfDetached(size_t index, const Ort::Value& result) const {
+    const Binding& output = boundOutputs_[index];
+    const void* data = result.GetTensorRawData();
+    if (data == output.data) return false;
+    const Shape shape = result.GetTensorTypeAndShapeInfo().GetShape();
+    if (shape != output.shape) {
+      throw Failure(VORN_ERROR_EXECUTION, "output '", outputs_[index].name, "' has the shape ",
+                    ShapeText(shape), " and not ", ShapeText(output.shape), ", as described");
+    }
+    std::memcpy(output.data, data, ByteCount(outputs_[index].type, shape));
+    return true;
   }
 
   static size_t ByteCount(vorn_data_type type, const Shape& shape) {
@@ -294,10 +328,10 @@ class OrtSession : public Session {
   std::vector<DeclaredTensor> outputs_;
   std::vector<Binding> boundInputs_;
   std::vector<Binding> boundOutputs_;
-  std::vector<size_t> outputOrder_;  // in which they were bound first
-  std::vector<Ort::Value> results_;  // of the last run, if any output is of any shape
-  bool hasOutputOfAnyShape_ = false;
-  bool areOutputsChecked_ = false;  // since the last binding: no output is detached
+  std::vector<size_t> outputOrder_;  // of the library's values; room for all of them
+  std::vector<Ort::Value> results_;  // of the last run, if it left any elsewhere
+  bool areAllBound_ = false;         // as noted
+  bool areOutputsInPlace_ = false;   // runs over the present bindings leave none elsewhere
 };
 
 }  // namespace
