@@ -1,5 +1,6 @@
 # The installed tree: bin/vorn-run, lib/libvorn.so (with the library that executes its models beside
-# it), the headers and a CMake package for whoever writes or uses a runtime.
+# it), the headers, a CMake package for whoever writes or uses a runtime, and the notices of what
+# others wrote of all this.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn)
@@ -12,14 +13,20 @@ install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/operations.h
               ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vorn)
 
+# Only the notices of what the tree holds; notices/README.md says which is whose.
+set(notices README.md)
 if(NOT VORN_LIBRARY)
   set_target_properties(vorn PROPERTIES INSTALL_RPATH $ORIGIN)
   install(TARGETS vorn EXPORT vorn-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  list(APPEND notices nlohmann-json-LICENSE.txt)
   if(TARGET onnxruntime_shipped)
     get_target_property(shipped onnxruntime_shipped VORN_SHIPPED_FILE)
     install(PROGRAMS ${shipped} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    list(APPEND notices onnxruntime-LICENSE.txt onnxruntime-ThirdPartyNotices.txt)
   endif()
 endif()
+list(TRANSFORM notices PREPEND ${PROJECT_SOURCE_DIR}/notices/)
+install(FILES ${notices} DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 install(EXPORT vorn-targets NAMESPACE vorn:: DESTINATION ${package_dir})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/vorn-config.cmake.in

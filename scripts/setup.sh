@@ -5,6 +5,7 @@
 # ONNX Runtime comes from the system's package where there is one. Elsewhere the library is taken
 # out of an npm package and the headers out of Debian 13's package, into .deps/, which git ignores.
 # Both archives are unpacked only: nothing of them is installed and none of their scripts is run.
+# The npm package brings no licence texts; they stand in notices/ and are installed with the library.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kProgram=setup
@@ -12,7 +13,7 @@ readonly kNeeds='g++ (C++20), cmake >= 3.25, ninja, GoogleTest, nlohmann-json, O
 . scripts/debian13.sh
 
 # The library is the last release line that neither writes to the home folder nor calls out; look
-# at that again before taking a newer one. An older header works with a newer library.
+# at that again, and at notices/, before taking a newer one. An older header works with a newer one.
 readonly kLibraryPackage=onnxruntime-node
 readonly kLibraryVersion=1.27.0
 readonly kLibrarySha256=c3779c01c59832f8c03e2c392ac3af10bf08579f1822e8b1c63cc451edb302a2

@@ -14,6 +14,19 @@ own_folder "$3"
 "$cmake" --install "$build" --prefix "$work/first" >/dev/null
 mv "$work/first" "$work/moved"
 
+# Whoever passes the tree on owes the notices of what it holds; each file is named by the page.
+notices=$work/moved/share/doc/vorn-run
+wanted=(README.md)
+if [ -e "$work/moved/lib/libvorn.so" ]; then wanted+=(nlohmann-json-LICENSE.txt); fi
+if compgen -G "$work/moved/lib/libonnxruntime.so*" >/dev/null; then
+  wanted+=(onnxruntime-LICENSE.txt onnxruntime-ThirdPartyNotices.txt)
+fi
+for notice in "${wanted[@]}"; do
+  [ -s "$notices/$notice" ] || fail "the tree lacks the notice $notice in ${notices#"$work/moved/"}"
+done
+[ "$(find "$notices" -type f | wc -l)" = "${#wanted[@]}" ] ||
+  fail "the tree has notices of what it does not hold: $(ls "$notices")"
+
 env -u LD_LIBRARY_PATH ldd "$work/moved/bin/vorn-run" >"$work/ldd"
 grep -q "libvorn.so => $work/moved/" "$work/ldd" ||
   fail "the installed command does not find its own library: $(cat "$work/ldd")"
