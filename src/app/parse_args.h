@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "sample/sample_options.h"
+#include "common/sample_options.h"
 
 namespace vorn::run {
 

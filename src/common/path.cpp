@@ -1,5 +1,7 @@
-// A path check that leaves missing files to whoever opens them.
+// Resolving leaves missing files to whoever opens them; the check before opening does not.
 #include "common/path.h"
+
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <climits>
@@ -27,6 +29,19 @@ int GetRealPath(const std::string& path, std::string& resolved) {
     PrintLine("[ERROR] realpath fail, input: %s\n", path.c_str());
   }
   resolved = buffer;
+  return 0;
+}
+
+int CheckPathIsFile(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) {
+    PrintLine("[ERROR] failed to get file %s\n", path.c_str());
+    return 1;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    PrintLine("[ERROR] %s is not a file, please enter a file\n", path.c_str());
+    return 1;
+  }
   return 0;
 }
 

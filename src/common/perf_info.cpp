@@ -5,7 +5,7 @@
 #include <iomanip>
 
 #include "common/log.h"
-#include "common/model_inputs.h"
+#include "common/model_io.h"
 
 namespace vorn::run {
 

@@ -6,11 +6,11 @@
 
 #include "common/file.h"
 #include "common/log.h"
+#include "common/model_io.h"
+#include "common/path.h"
 #include "common/runtime_memory.h"
-#include "common/stride_param.h"
 #include "model/division.h"
 #include "model/input_shape.h"
-#include "model/regular_file.h"
 #include "model/row_reader.h"
 
 namespace vorn::run {

@@ -3,8 +3,8 @@
 
 #include "common/file.h"
 #include "common/log.h"
+#include "common/path.h"
 #include "common/runtime_memory.h"
-#include "model/regular_file.h"
 
 namespace vorn::run {
 namespace {

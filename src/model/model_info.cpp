@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "common/stride_param.h"
+#include "common/model_io.h"
 
 namespace vorn::run {
 

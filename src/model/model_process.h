@@ -3,28 +3,28 @@
 #define VORN_SRC_MODEL_MODEL_PROCESS_H_
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "common/stride_param.h"
+#include "model/input_dataset.h"
 #include "output/value_buffer.h"
 #include "vorn/vorn.h"
 
 namespace vorn::run {
 
-/// Operations come in this order: load, `CreateDesc`, `CreateOutput`; then for each inference
-/// `InitInput`, `CreateInputBuf`, `SetBatchSize`, `SetRpnData`, `CreateTaskBufAndWorkBuf`,
-/// `Execute`, `DumpOutputData`, `DestroyInput`. Those that return an int return 0, or 1 after
-/// having printed what failed; what they had made until then stays with the model and is released
-/// with it. The runtime must be up, with a context current on the calling thread, for as long as
-/// the model lives.
+/// Operations come in this order: load, `CreateDesc`, `CreateOutput`; then for each inference those
+/// of `Inputs` with `Execute` and `DumpOutputData` before its `DestroyInput`. Those that return an
+/// int return 0, or 1 after having printed what failed; what they had made until then stays with
+/// the model and is released with it. The runtime must be up, with a context current on the calling
+/// thread, for as long as the model lives.
 class ModelProcess {
  public:
-  /// `batch` multiplies all block sizes, `totalT` counts the time steps of a recurrent model (-1
-  /// when not given), `profiling` is on at 1 only. Touches no runtime state.
-  ModelProcess(std::vector<std::string> rpnFileList, uint32_t batch, int32_t totalT,
-               uint32_t profiling);
+  /// `batchSize` multiplies all block sizes, `nlpTotalT` counts the time steps of a recurrent model
+  /// (-1 when not given), `profile` is on at 1 only; `rpnFiles` are borrowed. Touches no runtime
+  /// state.
+  ModelProcess(const std::vector<std::string>& rpnFiles, uint32_t batchSize, int32_t nlpTotalT,
+               uint32_t profile)
+      : profile_(profile), inputs_(model_, rpnFiles, batchSize, nlpTotalT) {}
   ModelProcess(const ModelProcess&) = delete;
   ModelProcess& operator=(const ModelProcess&) = delete;
 
@@ -41,31 +41,11 @@ class ModelProcess {
   /// `inputNames` and records the model's sizes in `g_perfInfo`.
   [[nodiscard]] int CreateDesc(std::vector<std::string>& inputNames);
 
-  /// The count of model inputs without task buffer and work buffer; wraps below 0.
-  [[nodiscard]] uint64_t GetInputNum() const;
-
   /// Makes the output dataset, sized for the batch size in force now.
   [[nodiscard]] int CreateOutput();
-  void DestroyOutput();
 
-  /// Makes the empty input dataset of one inference.
-  [[nodiscard]] int InitInput();
-  void DestroyInput();
-
-  /// Reads file k into a new block for model input k, for every k. A file may change the batch size
-  /// and the time steps from there on.
-  [[nodiscard]] int CreateInputBuf(std::span<const std::string> files);
-
-  /// Hands the batch size to the runtime, for the current input dataset.
-  [[nodiscard]] int SetBatchSize();
-
-  /// Adds one block a rpn file with the thresholds that it holds. All files are checked before the
-  /// first block is made.
-  [[nodiscard]] int SetRpnData();
-
-  /// Adds a zero-filled block for every model input that has none yet: task buffer and work buffer,
-  /// and data inputs that no file was given for.
-  [[nodiscard]] int CreateTaskBufAndWorkBuf();
+  /// What the model is executed on; a dataset that is left there is released with the model.
+  [[nodiscard]] InputDataset& Inputs() { return inputs_; }
 
   /// Runs the model once, or as often as `g_perfInfo` says when profiling, and records the time.
   [[nodiscard]] int Execute();
@@ -75,38 +55,20 @@ class ModelProcess {
 
  private:
   /// Unloads a loaded model, destroys its description and frees its image; warns when there is
-  /// none. For the destructor.
+  /// none.
   void UnloadModel();
   void DestroyDesc();
+  void DestroyOutput();
 
-  void PrintModelInfo(std::vector<std::string>& inputNames) const;
-
-  [[nodiscard]] int CreateInput(void* block, uint64_t size, int32_t stride);
-  [[nodiscard]] int CreateFileInput(const std::string& file, int32_t index);
-  [[nodiscard]] int CreateExtraInput(uint32_t index);
-  [[nodiscard]] int GetInputStrideParam(int32_t index, StrideParam& param) const;
-  [[nodiscard]] uint64_t GetInputDataSize(int32_t index) const;
-
-  [[nodiscard]] int CheckRpnPara(const std::vector<float>& detPara);
-  [[nodiscard]] int CreateRpnBuffer(const std::vector<float>& detPara);
-  [[nodiscard]] int SetNlpTotalT();
-
-  uint32_t batchSize_;
-  int32_t nlpTotalT_;
-  std::vector<std::string> rpnFiles_;
   uint32_t profile_;
   uint32_t execCounter_ = 0;  ///< executions that succeeded
-  uint32_t modelId_ = 0;
+  LoadedModel model_;
   uint64_t modelMemSize_ = 0;
   void* modelMemPtr_ = nullptr;  ///< the model image, from `vorn_rt_malloc`
   bool loadFlag_ = false;
-  vorn_mdl_desc* modelDesc_ = nullptr;
-  vorn_mdl_dataset* inputDataset_ = nullptr;
+  InputDataset inputs_;
   vorn_mdl_dataset* outputDataset_ = nullptr;
   ValueBuffer outputValues_;  ///< of the output that is being written
-  uint8_t classMode_ = 0;     ///< recorded only: 0 single class, 1 multi class
-  uint32_t rpnHeight_ = 0;
-  uint32_t rpnWidth_ = 0;
 };
 
 }  // namespace vorn::run

@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "common/log.h"
-#include "model/regular_file.h"
+#include "common/path.h"
 
 namespace vorn::run {
 

@@ -9,13 +9,11 @@ namespace {
 
 // The block belongs to the dataset once its buffer has been added; until then to this function.
 int AddOutputBuffer(vorn_mdl_dataset* outputDataset, uint64_t size, uint64_t stride) {
-  void* block = MallocRuntimeMemory(size);
+  void* block = MallocZeroed(size);
   if (block == nullptr) {
     PrintLine("[ERROR] can't malloc buffer, size is %zu, create output failed\n", size);
     return 1;
   }
-  ZeroBuffer(block, size);
-
   vorn_data_buffer* buffer = vorn_create_data_buffer(block, size, stride);
   if (buffer == nullptr) {
     PrintLine("[ERROR] can't create data buffer, create output failed\n");

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "common/stride_param.h"
+#include "common/model_io.h"
 #include "output/value_buffer.h"
 #include "vorn/vorn.h"
 

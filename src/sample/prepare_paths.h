@@ -2,7 +2,7 @@
 #ifndef VORN_SRC_SAMPLE_PREPARE_PATHS_H_
 #define VORN_SRC_SAMPLE_PREPARE_PATHS_H_
 
-#include "sample/sample_options.h"
+#include "common/sample_options.h"
 
 namespace vorn::run {
 

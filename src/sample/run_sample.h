@@ -2,13 +2,14 @@
 #ifndef VORN_SRC_SAMPLE_RUN_SAMPLE_H_
 #define VORN_SRC_SAMPLE_RUN_SAMPLE_H_
 
-#include "sample/sample_options.h"
+#include "common/sample_options.h"
 
 namespace vorn::run {
 
-/// Brings the runtime up, runs the model, prints the outcome and takes the runtime down, in every
-/// case. Returns the exit status, 0 or 1.
-[[nodiscard]] int RunSample(const SampleOptions& options, const ResolvedPaths& paths);
+/// Brings the runtime up, runs the model over all inputs (see `Process`, which changes
+/// `paths.inputFiles`), prints the outcome and takes the runtime down, in every case. Returns the
+/// exit status, 0 or 1.
+[[nodiscard]] int RunSample(const SampleOptions& options, ResolvedPaths& paths);
 
 }  // namespace vorn::run
 

@@ -1,6 +1,6 @@
-// How one model input or output lies in its block.
-#ifndef VORN_SRC_COMMON_STRIDE_PARAM_H_
-#define VORN_SRC_COMMON_STRIDE_PARAM_H_
+// The inputs and outputs of a model: which it has, and how one of them lies in its block.
+#ifndef VORN_SRC_COMMON_MODEL_IO_H_
+#define VORN_SRC_COMMON_MODEL_IO_H_
 
 #include <algorithm>
 #include <cstdint>
@@ -9,6 +9,9 @@
 #include "vorn/vorn.h"
 
 namespace vorn::run {
+
+/// Task buffer and work buffer, the last two inputs of every model.
+inline constexpr uint32_t kScratchInputs = 2;
 
 struct StrideParam {
   uint64_t size = 0;    ///< bytes: an input's whole block, an output's single batch item
@@ -24,4 +27,4 @@ struct StrideParam {
 
 }  // namespace vorn::run
 
-#endif  // VORN_SRC_COMMON_STRIDE_PARAM_H_
+#endif  // VORN_SRC_COMMON_MODEL_IO_H_

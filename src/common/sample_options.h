@@ -1,6 +1,7 @@
-// What the command line asks for, and what its paths became.
-#ifndef VORN_SRC_SAMPLE_SAMPLE_OPTIONS_H_
-#define VORN_SRC_SAMPLE_SAMPLE_OPTIONS_H_
+// What the command line asks for, and what its paths became: filled once, then handed by reference
+// to everything that runs.
+#ifndef VORN_SRC_COMMON_SAMPLE_OPTIONS_H_
+#define VORN_SRC_COMMON_SAMPLE_OPTIONS_H_
 
 #include <cstdint>
 #include <string>
@@ -22,13 +23,15 @@ struct SampleOptions {
   std::string outputPath;
 };
 
+/// The paths of a run, resolved but for the input files, which `Process` resolves.
 struct ResolvedPaths {
   std::string modelFile;
-  std::vector<std::string> inputFiles;  ///< entries of the list, relative to its folder, unresolved
+  /// The entries of the list, each a path or name:path, one group of data inputs an inference.
+  std::vector<std::string> inputFiles;
   std::string jsonFile;
   std::vector<std::string> rpnFiles;
 };
 
 }  // namespace vorn::run
 
-#endif  // VORN_SRC_SAMPLE_SAMPLE_OPTIONS_H_
+#endif  // VORN_SRC_COMMON_SAMPLE_OPTIONS_H_
