@@ -84,7 +84,7 @@ void CopyPadded(const Rows& rows) {
 
 void CopyRows(const std::byte* from, uint64_t fromStride, std::byte* to, uint64_t toStride,
               uint64_t rowBytes, uint64_t rows) {
-  if (rows == 0) return;  // there may be no places at all then
+  if (rows == 0 || rowBytes == 0) return;  // there may be no places at all then
   if (fromStride == rowBytes && toStride == rowBytes) {
     std::memcpy(to, from, rowBytes * rows);
     return;

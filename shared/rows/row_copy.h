@@ -9,8 +9,9 @@ namespace vorn {
 
 /// Copies `rows` rows of `rowBytes` bytes, the first one first. Rows start `fromStride` and
 /// `toStride` bytes apart. Neither the padding between rows nor that behind the last one is read or
-/// written. Strides below `rowBytes` are well: such rows share bytes, and where they are written
-/// to, the later row's stay. The two places do not overlap.
+/// written. A stride may be less than `rowBytes`, even 0: such rows share bytes, and where they are
+/// written to, the later row's stay. The two places must not overlap. Where there is nothing to
+/// copy, because there are no rows or they have no bytes, both may be null.
 void CopyRows(const std::byte* from, uint64_t fromStride, std::byte* to, uint64_t toStride,
               uint64_t rowBytes, uint64_t rows);
 
