@@ -1,6 +1,10 @@
-// A child process, and how it ended. It says through a pipe that its steps came back: its exit
-// status would not tell that from an exit in the midst of them, and a program may have its
-// children's ends taken by somebody else.
+// A child process, and how it ended.
+//
+// It leaves a word in a pipe when its steps came back, or when its time is up: its exit status
+// would not tell the first from an exit in the midst of them, and a program may have its children's
+// ends taken by somebody else. The parent waits for the child itself and reads the word then. It
+// does not wait for the pipe to be closed: a process that another thread forks meanwhile, another
+// probe's for one, holds the same pipe open as long as it runs.
 #include "host/state/probe.h"
 
 #include <fcntl.h>
@@ -12,27 +16,74 @@
 
 #include <cerrno>
 #include <cstring>
+#include <optional>
+#include <string>
 
 #include "host/common/failure.h"
 
 namespace vorn::host {
 namespace {
 
-struct Pipe {
-  int readEnd = -1;
-  int writeEnd = -1;
-};
+constexpr char kCameBack = 'b';
+constexpr char kTimeIsUp = 't';
 
-[[noreturn]] void RefuseProcess() {
-  throw Failure(VORN_ERROR_INTERNAL, "there is no process for a probe (", std::strerror(errno),
+[[noreturn]] void RefuseProcess(int error) {
+  throw Failure(VORN_ERROR_INTERNAL, "there is no process for a probe (", std::strerror(error),
                 ")");
 }
 
-Pipe OpenPipe() {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) RefuseProcess();
-  return {.readEnd = ends[0], .writeEnd = ends[1]};
-}
+/// A pipe for one word.
+class Pipe {
+ public:
+  Pipe() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) RefuseProcess(errno);
+    readEnd_ = BeyondStandardStreams(ends[0]);
+    writeEnd_ = BeyondStandardStreams(ends[1]);
+    if (readEnd_ >= 0 && writeEnd_ >= 0) return;
+    const int error = errno;
+    Close();
+    RefuseProcess(error);
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+  ~Pipe() { Close(); }
+
+  /// As it stands; 0 where there is none. Does not wait for one.
+  char Word() const {
+    char word = 0;
+    while (read(readEnd_, &word, 1) < 0 && errno == EINTR) continue;
+    return word;
+  }
+
+  int writeEnd() const { return writeEnd_; }
+
+ private:
+  /// A program that has closed its standard streams gets their numbers for the pipe, and the child
+  /// puts something else there.
+  static int BeyondStandardStreams(int end) {
+    if (end > STDERR_FILENO) return end;
+    const int moved = fcntl(end, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    close(end);
+    errno = error;
+    return moved;
+  }
+
+  void Close() const {
+    if (readEnd_ >= 0) close(readEnd_);
+    if (writeEnd_ >= 0) close(writeEnd_);
+  }
+
+  int readEnd_ = -1;
+  int writeEnd_ = -1;
+};
+
+/// In the child, for its signal handler.
+int wordsGoTo = -1;
+
+/// Leaves the word and ends the child.
+[[noreturn]] void EndWith(char word) { _exit(write(wordsGoTo, &word, 1) == 1 ? 0 : 1); }
 
 /// Signals end the child in silence, whatever the program does about them, and leave no core.
 void BeQuiet() {
@@ -49,56 +100,54 @@ void BeQuiet() {
   dup2(nowhere, STDERR_FILENO);
 }
 
-[[noreturn]] void RunInChild(int writeEnd, uint32_t seconds, const std::function<void()>& steps) {
+[[noreturn]] void RunInChild(uint32_t seconds, const std::function<void()>& steps) {
   BeQuiet();
+  signal(SIGALRM, [](int) { EndWith(kTimeIsUp); });
   alarm(seconds);
   try {
     steps();
   } catch (...) {
     // Came back.
   }
-  const char done = 1;
-  _exit(write(writeEnd, &done, 1) == 1 ? 0 : 1);
+  EndWith(kCameBack);
 }
 
-/// Whether the child said that it came back. Waits until it did or is gone.
-bool SaysThatItCameBack(int readEnd) {
-  char done = 0;
-  ssize_t count = -1;
+/// The child's status, when it is gone; nothing where somebody else took it.
+std::optional<int> StatusOf(pid_t child) {
+  int status = 0;
+  pid_t taken = -1;
   do {
-    count = read(readEnd, &done, 1);
-  } while (count < 0 && errno == EINTR);
-  return count == 1;
+    taken = waitpid(child, &status, 0);
+  } while (taken < 0 && errno == EINTR);
+  return taken == child ? std::optional(status) : std::nullopt;
 }
 
-/// The child's status; nothing is known of it where somebody else took it.
-int StatusOf(pid_t child) {
-  constexpr int kExitOne = 1 << 8;
-  int status = kExitOne;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
-  return status;
+std::string HowItEnded(std::optional<int> status) {
+  if (!status) return "how is not known";
+  if (WIFSIGNALED(*status)) return strsignal(WTERMSIG(*status));
+  return Join("exit status ", WEXITSTATUS(*status));
 }
 
 }  // namespace
 
 ProbeResult Probe(uint32_t seconds, const std::function<void()>& steps) {
-  const Pipe pipe = OpenPipe();
+  const Pipe pipe;
   const pid_t child = fork();
   if (child == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    RunInChild(pipe.writeEnd, seconds, steps);
+    wordsGoTo = pipe.writeEnd();
+    RunInChild(seconds, steps);
   }
-  close(pipe.writeEnd);
-  const bool cameBack = child > 0 && SaysThatItCameBack(pipe.readEnd);
-  close(pipe.readEnd);
-  if (child < 0) RefuseProcess();
-  const int status = StatusOf(child);
-  if (cameBack) return {};
-  if (!WIFSIGNALED(status)) {
-    return {.end = ProbeEnd::kEnded, .how = Join("exit status ", WEXITSTATUS(status))};
+  if (child < 0) RefuseProcess(errno);
+  const std::optional<int> status = StatusOf(child);
+  switch (pipe.Word()) {
+    case kCameBack:
+      return {};
+    case kTimeIsUp:
+      return {.end = ProbeEnd::kTimeout, .how = {}};
+    default:
+      return {.end = ProbeEnd::kEnded, .how = HowItEnded(status)};
   }
-  if (WTERMSIG(status) == SIGALRM) return {.end = ProbeEnd::kTimeout, .how = {}};
-  return {.end = ProbeEnd::kEnded, .how = strsignal(WTERMSIG(status))};
 }
 
 }  // namespace vorn::host

@@ -17,7 +17,7 @@ enum class ProbeEnd {
 
 struct ProbeResult {
   ProbeEnd end = ProbeEnd::kReturned;
-  std::string how;  ///< "Aborted", "exit status 3", for kEnded
+  std::string how;  ///< for kEnded: "Aborted", "exit status 3", "how is not known"
 };
 
 /// Runs `steps` in a copy of this process, and waits for its end: what they do to memory is seen by

@@ -1,12 +1,20 @@
 #include "host/state/probe.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 namespace vorn::host {
 namespace {
@@ -45,7 +53,13 @@ TEST(Probe, TakesNoExitForAReturn) {
 TEST(Probe, IsNotMisledByAProgramThatIgnoresItsChildren) {
   signal(SIGCHLD, SIG_IGN);
   EXPECT_EQ(Probe(0, [] {}).end, ProbeEnd::kReturned);
-  EXPECT_EQ(Probe(0, [] { std::abort(); }).end, ProbeEnd::kEnded);
+  const ProbeResult aborted = Probe(0, [] { std::abort(); });
+  EXPECT_EQ(aborted.end, ProbeEnd::kEnded);
+  EXPECT_EQ(aborted.how, "how is not known");
+  const ProbeResult late = Probe(1, [] {
+    for (;;) pause();
+  });
+  EXPECT_EQ(late.end, ProbeEnd::kTimeout);
   signal(SIGCHLD, SIG_DFL);
 }
 
@@ -60,6 +74,97 @@ TEST(Probe, IsEndedAfterItsTime) {
     for (;;) pause();
   });
   EXPECT_EQ(result.end, ProbeEnd::kTimeout);
+}
+
+TEST(Probe, TakesTheEndsOfItsPipeForNoStandardStreams) {
+  const int out = dup(STDOUT_FILENO);
+  const int err = dup(STDERR_FILENO);
+  close(STDOUT_FILENO);
+  close(STDERR_FILENO);
+  const ProbeResult result = Probe(0, [] {});
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  close(out);
+  close(err);
+  EXPECT_EQ(result.end, ProbeEnd::kReturned) << result.how;
+}
+
+std::atomic<bool> isStopInForkAsked = false;
+std::atomic<bool> isAnyInFork = false;
+std::promise<void> goOn;
+
+/// Holds the first fork that comes by, once that is asked for.
+void StopInFork() {
+  if (!isStopInForkAsked.exchange(false)) return;
+  isAnyInFork = true;
+  goOn.get_future().wait();
+}
+
+/// Two ends of a pipe, for a word between two processes.
+struct Word {
+  Word() { EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0); }
+  ~Word() {
+    close(ends[0]);
+    close(ends[1]);
+  }
+  void Say() const { EXPECT_EQ(write(ends[1], "", 1), 1); }
+  void Hear() const {
+    char word = 0;
+    EXPECT_EQ(read(ends[0], &word, 1), 1);
+  }
+  int ends[2];
+};
+
+TEST(Probe, WaitsForNoOtherProbe) {
+  ASSERT_EQ(pthread_atfork(&StopInFork, nullptr, nullptr), 0);
+  isStopInForkAsked = true;
+  // Held between its pipe and its process, so that the other probe comes to be in between.
+  std::future<ProbeResult> quick =
+      std::async(std::launch::async, [] { return Probe(0, [] { _exit(3); }); });
+  while (!isAnyInFork) std::this_thread::yield();
+  const Word isRunning;
+  const Word mayEnd;
+  std::future<ProbeResult> slow = std::async(std::launch::async, [&] {
+    return Probe(0, [&] {
+      isRunning.Say();
+      mayEnd.Hear();
+    });
+  });
+  isRunning.Hear();
+  goOn.set_value();
+  const bool isThrough = quick.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+  mayEnd.Say();
+  EXPECT_TRUE(isThrough) << "before the slow one was";
+  EXPECT_EQ(quick.get().how, "exit status 3");
+  EXPECT_EQ(slow.get().end, ProbeEnd::kReturned);
+}
+
+TEST(Probe, TakesNoOtherProbesWordForItsOwn) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([i] {
+      for (int round = 0; round < 25; ++round) {
+        const ProbeResult result = Probe(0, [&] {
+          if (i % 2 == 0) _exit(i);
+        });
+        EXPECT_EQ(result.end, i % 2 == 0 ? ProbeEnd::kEnded : ProbeEnd::kReturned);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST(Probe, TellsTheEndsOfChildrenThatTheProgramTakes) {
+  std::atomic<bool> isDone = false;
+  std::thread taker([&] {
+    while (!isDone) waitpid(-1, nullptr, WNOHANG);
+  });
+  for (int round = 0; round < 25; ++round) {
+    EXPECT_EQ(Probe(0, [] {}).end, ProbeEnd::kReturned);
+    EXPECT_EQ(Probe(0, [] { std::abort(); }).end, ProbeEnd::kEnded);
+  }
+  isDone = true;
+  taker.join();
 }
 
 }  // namespace
