@@ -13,7 +13,7 @@ using support::Transcript;
 
 // --- Paths: 4096 bytes are allowed. Whether the system resolves one that long is its business.
 
-/** A path to `name` in the present folder that is `length` bytes long. */
+/// A path to `name` in the present folder that is `length` bytes long.
 std::string Stretched(const std::string& name, size_t length) {
   std::string path = ".";
   while (path.size() + name.size() < length) path += '/';
@@ -36,7 +36,7 @@ TEST(PathLength, Of4095BytesIsResolvedInEveryRole) {
   EXPECT_EQ(run.record.CallsOf("vorn_init"), (Lines{"vorn_init(\"$DIR/vorn.json\") = 0"}));
 }
 
-/** The run got past the checks of its paths without a word about a length. */
+/// The run got past the checks of its paths without a word about a length.
 void ExpectPassed(const Transcript& run) {
   EXPECT_EQ(run.rawOut.find("out of range"), std::string::npos) << run.Describe();
   ExpectLinesInOrder(run, {"[INFO]  vorn init success"});
@@ -107,7 +107,7 @@ TEST(PathLength, Of4097BytesIsRefusedForAnEntry) {
 
 // --- Frames of a recurrent model.
 
-/** The frame messages of a run over so many bytes for the first input and these shapes. */
+/// The frame messages of a run over so many bytes for the first input and these shapes.
 Lines FrameMessages(uint64_t bytes, const std::vector<int64_t>& frames, int64_t flags) {
   Stage stage;
   stage.script.Net(2)
@@ -184,7 +184,7 @@ TEST(Frames, AreCountedForNoOtherNetTypeThanTwo) {
 
 // --- Values of an rpn file.
 
-/** The first error of a run over this rpn shape and so many values; empty if there is none. */
+/// The first error of a run over this rpn shape and so many values; empty if there is none.
 std::string RpnError(const std::vector<int64_t>& dims, int values) {
   Stage stage;
   stage.script.Input({"in0", {1, 4}, 0, 16, 16, 0}).Input({"rpn", dims, 0, 64, 256, 0}).Scratch();
@@ -239,7 +239,7 @@ TEST(RpnCount, TakesANegativeWidthForNone) {
 
 // --- Rows against their stride.
 
-/** The block of the first input, rows of 5 bytes of which the file has `length`. */
+/// The block of the first input, rows of 5 bytes of which the file has `length`.
 std::string RowsOfFive(uint64_t stride, uint64_t size, size_t length) {
   Stage stage;
   stage.script.Input({"in0", {2, 5}, 4, stride, size, 0}).Scratch().Line("see inputs hex");
@@ -285,7 +285,7 @@ TEST(InputStride, IsCutToThirtyTwoBitsInTheDataBuffer) {
   }
 }
 
-/** The values of an output of rows of 3 bytes, written one counting byte after the other. */
+/// The values of an output of rows of 3 bytes, written one counting byte after the other.
 Lines RowsOfThree(uint64_t stride, uint64_t size) {
   Stage stage;
   stage.script.Input({"in0", {1, 4}, 4, 4, 4, 0})
@@ -378,7 +378,7 @@ TEST(GroupsOfTwo, AreCountedWhole) {
 
 // --- Numbers at the ends of 32 bits.
 
-/** The size printed of an input of 16 bytes, its list being empty. */
+/// The size printed of an input of 16 bytes, its list being empty.
 std::string InfoSize(const std::string& batchSize) {
   Stage stage;
   stage.script.Input({"in0", {1, 16}, 4, 16, 16, 0}).Scratch();

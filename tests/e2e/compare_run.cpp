@@ -13,7 +13,7 @@ std::string EndOf(std::optional<int> status, std::optional<int> signal) {
   return signal ? "signal " + std::to_string(*signal) : "no end";
 }
 
-/** The first line that differs, between three lines before and some behind. */
+/// The first line that differs, between three lines before and some behind.
 std::string DifferenceOfLines(const char* what, const Strings& expected, const Strings& actual) {
   if (expected == actual) return "";
   const auto [left, right] =
@@ -48,7 +48,7 @@ std::string DifferenceOfFiles(const std::map<std::string, std::string>& expected
   return text.empty() ? "" : "--- files\n" + text;
 }
 
-/** getopt and nobody else names the program, and by the path that it was started with. */
+/// getopt and nobody else names the program, and by the path that it was started with.
 Strings ErrorLines(std::string text) {
   const std::string program = support::VornRunPath() + ":";
   for (size_t at = text.find(program); at != std::string::npos; at = text.find(program, at)) {

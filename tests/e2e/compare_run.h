@@ -1,4 +1,4 @@
-/** Plays a plan for real and holds what came of it against what the model foretells. */
+// Plays a plan for real and holds what came of it against what the model foretells.
 #ifndef VORN_TESTS_E2E_COMPARE_RUN_H_
 #define VORN_TESTS_E2E_COMPARE_RUN_H_
 
@@ -10,17 +10,17 @@
 
 namespace e2e {
 
-/** How the lines and the calls of a run are kept: by themselves, or as they come. */
+/// How the lines and the calls of a run are kept: by themselves, or as they come.
 enum class Keeping { kApart, kTogether };
 
-/** Runs the executable with the plan in a fresh stage. */
+/// Runs the executable with the plan in a fresh stage.
 [[nodiscard]] support::Transcript Play(const RunPlan& plan, Keeping keeping);
 
-/** What differs, part by part, with the plan below it; empty if nothing does. */
+/// What differs, part by part, with the plan below it; empty if nothing does.
 [[nodiscard]] std::string Difference(const RunPlan& plan, const ForetoldRun& foretold,
                                      const support::Transcript& run, Keeping keeping);
 
-/** Plays the plan and returns what differs from the model; lines and calls come together. */
+/// Plays the plan and returns what differs from the model; lines and calls come together.
 [[nodiscard]] std::string PlayAndCompare(const RunPlan& plan);
 
 }  // namespace e2e

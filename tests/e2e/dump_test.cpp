@@ -13,7 +13,7 @@ namespace fs = std::filesystem;
 using support::Stage;
 using support::Transcript;
 
-/** A stage whose outputs have these names, one float each. */
+/// A stage whose outputs have these names, one float each.
 void SetNames(Stage* stage, const Lines& names) {
   stage->script.Input({"in0", {1, 4}, 4, 4, 4, 0}).Scratch();
   for (size_t i = 0; i < names.size(); ++i) {
@@ -23,7 +23,7 @@ void SetNames(Stage* stage, const Lines& names) {
   stage->File("a.bin", "abcd").List({"a.bin"});
 }
 
-/** The names of the binary files, and the value in each. */
+/// The names of the binary files, and the value in each.
 std::map<std::string, int> Binaries(const Transcript& run) {
   std::map<std::string, int> values;
   for (const auto& [name, bytes] : run.files) {

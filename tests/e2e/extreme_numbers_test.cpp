@@ -72,7 +72,7 @@ TEST(ExtremeNumbers, ShowTheSizeOfABufferWithoutMemoryInSixtyFourBits) {
   EXPECT_TRUE(stage.Run().HasLine("[ERROR] output[0] data or size(8589934592) invalid"));
 }
 
-/** The lines of a model whose threshold input has these extents. */
+/// The lines of a model whose threshold input has these extents.
 Transcript RunThresholds(const std::vector<int64_t>& dims) {
   Stage stage;
   stage.script.Input({"in0", {1, 4}, 0, 16, 16, 0}).Input({"rpn", dims, 0, 16, 16, 0}).Scratch();
@@ -115,7 +115,7 @@ TEST(ExtremeNumbers, OfARowAreNotCutToThirtyTwoBits) {
   EXPECT_EQ(run.record.Sights().front().bytes, support::CountingBytes(64));
 }
 
-/** A recurrent model of bytes: frames, and as many flags as are said. */
+/// A recurrent model of bytes: frames, and as many flags as are said.
 void SetRecurrent(Stage* stage, const std::vector<int64_t>& frames, int64_t flags) {
   stage->script.Net(2)
       .Input({"in0", frames, 4, 4, 4, 0})

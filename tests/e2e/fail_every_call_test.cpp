@@ -22,7 +22,7 @@ using support::CountingBytes;
 
 constexpr uint64_t kForEver = std::numeric_limits<uint64_t>::max();
 
-/** The command line of the stage, a model file and a configuration; more words behind it. */
+/// The command line of the stage, a model file and a configuration; more words behind it.
 RunPlan Start(const std::vector<std::string>& more = {}) {
   RunPlan plan;
   plan.words = {"-m", "model.om", "-i", "list.txt", "-j", "vorn.json", "-o", "out"};
@@ -36,7 +36,7 @@ void AddScratch(RunPlan* plan) {
   plan->inputs.push_back({{"work", {64}, 4, 16, 64, 2}, {}, {}});
 }
 
-/** One input of 2 rows of 3 floats, 16 bytes apart; one output of 3 floats; two inferences. */
+/// One input of 2 rows of 3 floats, 16 bytes apart; one output of 3 floats; two inferences.
 RunPlan Plain(const std::vector<std::string>& more = {}) {
   RunPlan plan = Start(more);
   plan.inputs.push_back({{"in0", {1, 2, 3}, 0, 16, 32, 0}, {}, {}});
@@ -51,7 +51,7 @@ RunPlan Plain(const std::vector<std::string>& more = {}) {
 
 RunPlan PlainProfiled() { return Plain({"-p", "1"}); }
 
-/** Three inputs out of order in the list, and an output of every type that can be read. */
+/// Three inputs out of order in the list, and an output of every type that can be read.
 RunPlan SeveralTypes() {
   RunPlan plan = Start();
   plan.inputs.push_back({{"bytes", {2, 5}, 4, 8, 16, 0}, {}, {}});
@@ -74,7 +74,7 @@ RunPlan SeveralTypes() {
   return plan;
 }
 
-/** A recurrent network: 3 frames of at most 8, and a mask. */
+/// A recurrent network: 3 frames of at most 8, and a mask.
 RunPlan Recurrent() {
   RunPlan plan = Start({"-t", "5"});
   plan.netType = 2;
@@ -111,7 +111,7 @@ RunPlan SeveralClasses() {
   return Detection({{"rpn", {4, 3}, 0, 20, 80, 0}, {}, {}}, "1 2 3\n4 5 6\n7 8 9\n10 11 12");
 }
 
-/** Two files for two rpn inputs. */
+/// Two files for two rpn inputs.
 RunPlan TwoRpnFiles() {
   RunPlan plan = SingleClass();
   plan.inputs.insert(plan.inputs.begin() + 1,
@@ -121,7 +121,7 @@ RunPlan TwoRpnFiles() {
   return plan;
 }
 
-/** Files that hold as many batch items as the command line says. */
+/// Files that hold as many batch items as the command line says.
 RunPlan Batch() {
   RunPlan plan = Plain({"-b", "3"});
   plan.files["a.bin"] = CountingBytes(72);
@@ -129,7 +129,7 @@ RunPlan Batch() {
   return plan;
 }
 
-/** Files without padding: as long as the batch items of the device, of which there are more. */
+/// Files without padding: as long as the batch items of the device, of which there are more.
 RunPlan Resettable(const std::string& batchSize, size_t firstBytes, size_t secondBytes) {
   RunPlan plan = Start({"-b", batchSize});
   plan.inputs.push_back({{"in0", {1, 2, 4}, 0, 16, 32, 0}, {}, {}});
@@ -146,7 +146,7 @@ RunPlan Resettable(const std::string& batchSize, size_t firstBytes, size_t secon
 RunPlan BatchRaised() { return Resettable("1", 96, 24); }
 RunPlan BatchLowered() { return Resettable("4", 64, 16); }
 
-/** Plays a plan and fails the test if the model foretold anything else. */
+/// Plays a plan and fails the test if the model foretold anything else.
 bool AgreesWithModel(const RunPlan& plan, const std::string& what) {
   const std::string difference = PlayAndCompare(plan);
   if (!difference.empty()) ADD_FAILURE() << what << "\n" << difference;
@@ -170,7 +170,7 @@ bool AnswersWithSize(const std::string& operation) {
   return kSizes.contains(kThings.at(operation));
 }
 
-/** What an operation answers when it fails, by what it answers when it does not. */
+/// What an operation answers when it fails, by what it answers when it does not.
 PlannedAnswer Refusal(const std::string& call) {
   PlannedAnswer answer;
   answer.operation = call.substr(0, call.find('('));
@@ -181,7 +181,7 @@ PlannedAnswer Refusal(const std::string& call) {
   return answer;
 }
 
-/** Fails each call of the run in turn, then each operation as a whole. */
+/// Fails each call of the run in turn, then each operation as a whole.
 void FailEveryCall(const RunPlan& plan) {
   constexpr int kEnough = 5;  // differences, to be shown
   const ForetoldRun good = ModelOfRun(plan);

@@ -12,7 +12,7 @@ using support::RecordedCall;
 using support::Stage;
 using support::Transcript;
 
-/** The call that the script refused; its operation is empty if none was reached. */
+/// The call that the script refused; its operation is empty if none was reached.
 RecordedCall RefusedCall(const Transcript& run) {
   for (const std::string& line : run.record.Calls()) {
     RecordedCall call = support::ParseCall(line);
@@ -21,7 +21,7 @@ RecordedCall RefusedCall(const Transcript& run) {
   return {};
 }
 
-/** What the runtime may still hold when this call was refused. */
+/// What the runtime may still hold when this call was refused.
 bool MayLeaveSomething(const std::string& operation) {
   static const char* const kSuch[] = {
       // It was not released because the runtime refused to.
@@ -36,7 +36,7 @@ bool MayLeaveSomething(const std::string& operation) {
   return std::find(std::begin(kSuch), std::end(kSuch), operation) != std::end(kSuch);
 }
 
-/** What a runtime brings on itself by that refusal; anything else is the command's fault. */
+/// What a runtime brings on itself by that refusal; anything else is the command's fault.
 bool FollowsFrom(const std::string& operation, const std::string& violation) {
   static const struct {
     const char* operation;
@@ -56,7 +56,7 @@ bool FollowsFrom(const std::string& operation, const std::string& violation) {
   });
 }
 
-/** The end that a run may come to: by itself, or in one of the divisions that are not guarded. */
+/// The end that a run may come to: by itself, or in one of the divisions that are not guarded.
 bool EndedInOneOfTheKnownWays(const Transcript& run) {
   return run.status == 0 || run.status == 1 || run.EndedByDivision();
 }

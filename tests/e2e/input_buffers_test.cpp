@@ -15,7 +15,7 @@ using support::Transcript;
 constexpr char kNoBuffer[] = "[ERROR] can't create data buffer, create input failed";
 constexpr char kNotAdded[] = "[ERROR] add input dataset buffer failed";
 
-/** A plain run in which the runtime answers as said. */
+/// A plain run in which the runtime answers as said.
 Transcript RunAnswering(const std::string& operation, const std::string& calls,
                         const std::string& value) {
   Stage stage;
@@ -24,7 +24,7 @@ Transcript RunAnswering(const std::string& operation, const std::string& calls,
   return stage.Run();
 }
 
-/** A plain run of a model whose first input is this. */
+/// A plain run of a model whose first input is this.
 Transcript RunFirstInput(const support::TensorSpec& tensor) {
   Stage stage;
   SetPlain(&stage);

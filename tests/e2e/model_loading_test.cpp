@@ -13,7 +13,7 @@ Transcript RunModel(Stage* stage, const std::string& name) {
   return stage->RunWith({"-m", name, "-i", "list.txt", "-j", "vorn.json", "-o", "out"});
 }
 
-/** What follows when the model could not be loaded. */
+/// What follows when the model could not be loaded.
 Lines NotLoaded() {
   return Join({{"[ERROR] execute LoadModelFromFileWithMem failed",
                 "[WARN]  no model had been loaded, unload failed"},

@@ -25,12 +25,12 @@ constexpr size_t kMaxPath = 4096;
 constexpr size_t kMaxFileName = 255;  // of one component, by the file system
 constexpr int kRecurrent = 2;
 
-/** The run is over before `main` could return. */
+/// The run is over before `main` could return.
 struct KilledBy {
   int signal;
 };
 
-/** Division as the machine does it: nobody looks before. */
+/// Division as the machine does it: nobody looks before.
 uint64_t Divide(uint64_t dividend, uint64_t divisor) {
   if (divisor == 0) throw KilledBy{SIGFPE};
   return dividend / divisor;
@@ -52,7 +52,7 @@ std::string Fixed(double value, int digits) {
 
 // ---- The disk -----------------------------------------------------------------------------------
 
-/** A path looked at from the folder of the run, which is called `$DIR`. */
+/// A path looked at from the folder of the run, which is called `$DIR`.
 struct Found {
   enum class What { kFile, kFolder, kNothing, kNotAFolder, kTooLong };
   What what = What::kNothing;
@@ -67,7 +67,7 @@ class Disk {
 
   [[nodiscard]] Found Look(const std::string& path) const;
 
-  /** False if the folder that it is to lie in is not there, or the name is too long. */
+  /// False if the folder that it is to lie in is not there, or the name is too long.
   bool Write(const std::string& path, const std::string& bytes);
   void MakeFolder(const std::string& path);
 
@@ -148,7 +148,7 @@ void Disk::MakeFolder(const std::string& path) {
 
 // ---- The command --------------------------------------------------------------------------------
 
-/** All that the command remembers, and its steps from the command line to the last line. */
+/// All that the command remembers, and its steps from the command line to the last line.
 class Command {
  public:
   explicit Command(const RunPlan& plan) : plan_(plan), runtime_(plan), disk_(plan) {}
@@ -156,7 +156,7 @@ class Command {
   ForetoldRun Run();
 
  private:
-  /** Size, stride and shape of an input or output. */
+  /// Size, stride and shape of an input or output.
   struct StrideParam {
     uint64_t size = 0;
     uint64_t stride = 0;
@@ -169,14 +169,14 @@ class Command {
     together_ += line + "\n";
   }
 
-  /** Takes what the runtime has recorded since the last line over into what is said and called. */
+  /// Takes what the runtime has recorded since the last line over into what is said and called.
   void TakeRecord() {
     for (; recordTaken_ < runtime_.Record().size(); ++recordTaken_) {
       together_ += runtime_.Record()[recordTaken_] + "\n";
     }
   }
 
-  /** An exception that nobody catches. */
+  /// An exception that nobody catches.
   [[noreturn]] void Terminate(const std::string& type, const std::string& text);
 
   int Main();
@@ -421,7 +421,7 @@ int Command::GetRealPath(std::string* path) {
   return 0;
 }
 
-/** `name:path`, with something on both sides of the first colon. */
+/// `name:path`, with something on both sides of the first colon.
 bool HasInputNamePrefix(const std::string& line) {
   const size_t colon = line.find(':');
   return colon != std::string::npos && colon != 0 && colon != line.size() - 1;
@@ -647,7 +647,7 @@ int Command::CreateDesc() {
   return 0;
 }
 
-/** The dimensions that there are: a record holds no more than 128. */
+/// The dimensions that there are: a record holds no more than 128.
 uint64_t CountDims(const ShapeAnswer& shape) { return std::min(shape.dimCount, kMaxDims); }
 
 void Command::PrintModelInfo() {
@@ -961,7 +961,7 @@ int Command::CreateTaskBufAndWorkBuf() {
 
 // ---- One input file -----------------------------------------------------------------------------
 
-/** The last dimension; a tensor of rank 0 has no row. */
+/// The last dimension; a tensor of rank 0 has no row.
 int64_t RowOf(const ShapeAnswer& dims) {
   return CountDims(dims) == 0 ? 0 : dims.dims[CountDims(dims) - 1];
 }
@@ -1270,7 +1270,7 @@ void Command::WriteOutputFile(const std::string& name, uint64_t index, uint32_t 
   if (!disk_.Write(name, bytes)) Say("[ERROR] create output file [" + name + "] failed");
 }
 
-/** How an element of a type code is read. */
+/// How an element of a type code is read.
 uint64_t WidthOf(uint32_t code) {
   if (code == 2 || code == 4) return 1;
   if (code == 1 || code == 6 || code == 7) return 2;

@@ -1,9 +1,7 @@
-/**
- * A second `vorn-run`, small, slow and obvious, that only plays: its files are strings, its runtime
- * is a model too, and it dies by saying so. It shares no code with the command and does everything
- * in the order in which the command has to do it, so that a whole run can be foretold, whatever the
- * network looks like and whichever call the runtime refuses.
- */
+// A second `vorn-run`, small, slow and obvious, that only plays: its files are strings, its runtime
+// is a model too, and it dies by saying so. It shares no code with the command and does everything
+// in the order in which the command has to do it, so that a whole run can be foretold, whatever the
+// network looks like and whichever call the runtime refuses.
 #ifndef VORN_TESTS_E2E_MODEL_OF_RUN_H_
 #define VORN_TESTS_E2E_MODEL_OF_RUN_H_
 
@@ -16,7 +14,7 @@
 
 namespace e2e {
 
-/** What a run comes to, in the words of a transcript of the stage (support/stage.h). */
+/// What a run comes to, in the words of a transcript of the stage (support/stage.h).
 struct ForetoldRun {
   std::optional<int> status;
   std::optional<int> signal;
@@ -27,10 +25,10 @@ struct ForetoldRun {
   std::map<std::string, std::string> files;  // below the folder `out`, without their time stamps
 };
 
-/** A plan that would look or write outside the folder of its run. */
+/// A plan that would look or write outside the folder of its run.
 struct OutsideTheFolder {};
 
-/** Throws OutsideTheFolder. */
+/// Throws OutsideTheFolder.
 [[nodiscard]] ForetoldRun ModelOfRun(const RunPlan& plan);
 
 }  // namespace e2e

@@ -20,7 +20,7 @@ constexpr int64_t kNoDim = -0x5A5A5A5A5A5A5A5A;  // stands behind the last dimen
 
 bool Has(const CallRange& calls, uint64_t n) { return n >= calls.first && n <= calls.last; }
 
-/** `buffer#2`, or `null`. */
+/// `buffer#2`, or `null`.
 std::string NameOf(const std::string& noun, uint64_t number) {
   return number == 0 ? "null" : noun + "#" + std::to_string(number);
 }

@@ -1,10 +1,8 @@
-/**
- * The runtime as the model of the command sees it: no memory, no addresses, only numbers. Block 3
- * is the number 3 and its bytes are a string; null is the number 0. It answers as a plan says and
- * keeps the lines that the scripted runtime would record of the same calls (scripted/scripted.h).
- * Of the broken rules it knows those that a correct command is driven to by a runtime that refuses;
- * any other shows as a line too few.
- */
+// The runtime as the model of the command sees it: no memory, no addresses, only numbers. Block 3
+// is the number 3 and its bytes are a string; null is the number 0. It answers as a plan says and
+// keeps the lines that the scripted runtime would record of the same calls (scripted/scripted.h).
+// Of the broken rules it knows those that a correct command is driven to by a runtime that refuses;
+// any other shows as a line too few.
 #ifndef VORN_TESTS_E2E_MODEL_OF_RUNTIME_H_
 #define VORN_TESTS_E2E_MODEL_OF_RUNTIME_H_
 
@@ -20,17 +18,17 @@
 
 namespace e2e {
 
-/** What the runtime tells of a tensor's name and shape, at most 128 dimensions of it. */
+/// What the runtime tells of a tensor's name and shape, at most 128 dimensions of it.
 struct ShapeAnswer {
   std::string name;
   uint64_t dimCount = 0;
   std::vector<int64_t> dims;  // always 128
 };
 
-/** The functions of `vorn.h` by their names without the prefix. */
+/// The functions of `vorn.h` by their names without the prefix.
 class ModelOfRuntime {
  public:
-  /** The plan must outlive this. */
+  /// The plan must outlive this.
   explicit ModelOfRuntime(const RunPlan& plan);
 
   int32_t Init(const std::string& configPath);
@@ -55,7 +53,7 @@ class ModelOfRuntime {
   int32_t DestroyDesc(uint64_t desc);
   int32_t GetDesc(uint64_t desc, uint32_t modelId);
 
-  /** Of the inputs or of the outputs. */
+  /// Of the inputs or of the outputs.
   enum class Side { kInput, kOutput };
   uint64_t GetNum(Side side);
   int32_t GetDims(Side side, uint64_t index, ShapeAnswer* shape);
@@ -80,10 +78,10 @@ class ModelOfRuntime {
   int32_t SetTotalT(uint32_t modelId, uint64_t dataset, uint64_t totalT);
   int32_t Execute(uint32_t modelId, uint64_t input, uint64_t output);
 
-  /** The bytes of a live block. */
+  /// The bytes of a live block.
   std::string& BytesOf(uint64_t block) { return blocks_.at(block); }
 
-  /** What is noted when the process ends by itself; nothing if the runtime was never called. */
+  /// What is noted when the process ends by itself; nothing if the runtime was never called.
   void EndOfProcess();
 
   [[nodiscard]] const std::vector<std::string>& Record() const { return record_; }
@@ -94,7 +92,7 @@ class ModelOfRuntime {
     uint64_t size = 0;
   };
 
-  /** One call on its way: what is to be recorded, and what the plan says about it. */
+  /// One call on its way: what is to be recorded, and what the plan says about it.
   struct Call {
     std::string operation;
     std::string arguments;
@@ -109,7 +107,7 @@ class ModelOfRuntime {
   void End(const Call& call, const std::string& answer, bool scripted);
   static void Complain(Call* call, const std::string& what);
 
-  /** The three kinds of answer; `work` is what the operation does when nobody interferes. */
+  /// The three kinds of answer; `work` is what the operation does when nobody interferes.
   int32_t Status(Call call, const std::function<int32_t(Call*)>& work);
   uint64_t Handle(Call call, const std::string& noun, const std::function<uint64_t(Call*)>& work);
   uint64_t Count(const Call& call, uint64_t natural);

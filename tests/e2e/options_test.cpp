@@ -14,7 +14,7 @@ constexpr char kUsage[] =
     "[ERROR] example: -m modelPath -i imagePath -j vornJsonPath [-t nlpTotalT] [-b batchSize] "
     "[-r rpnData] [-p profile] [-o outputPath]";
 
-/** What follows when no model path was given. */
+/// What follows when no model path was given.
 const Lines kNoModelPath{"[INFO]  inputPath: ",
                          "[ERROR] inputPath size = 0, out of range (0, 4096] error"};
 

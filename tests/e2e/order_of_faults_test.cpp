@@ -15,7 +15,7 @@ using support::Transcript;
 
 constexpr char kNoBuffer[] = "[ERROR] get pic device buffer failed";
 
-/** A stage with this input and this output, and a file of 16 bytes for the input. */
+/// A stage with this input and this output, and a file of 16 bytes for the input.
 void Set(Stage* stage, const TensorSpec& input, const TensorSpec& output) {
   stage->script.Input(input).Scratch().Output(output);
   stage->File("a.bin", support::CountingBytes(16)).List({"a.bin"});
@@ -24,7 +24,7 @@ void Set(Stage* stage, const TensorSpec& input, const TensorSpec& output) {
 const TensorSpec kIn{"in0", {1, 16}, 4, 16, 16, 0};
 const TensorSpec kOut{"o", {1, 4}, 0, 16, 16, 0};
 
-/** The part of the calls of a plain run that lies behind the one that was refused. */
+/// The part of the calls of a plain run that lies behind the one that was refused.
 Lines CallsBehindRefusal(const Transcript& run) {
   const Lines calls = run.record.CallsWithoutQueries();
   const auto refused = std::find_if(calls.begin(), calls.end(), [](const std::string& line) {
@@ -129,7 +129,7 @@ TEST(RpnChecks, TellAShapeThatCannotBeAsked) {
   ExpectClean(run);
 }
 
-/** The errors about the one output before its text file is given up. */
+/// The errors about the one output before its text file is given up.
 Lines OutputErrors(const TensorSpec& output, const Lines& statements) {
   Stage stage;
   Set(&stage, kIn, output);
@@ -234,7 +234,7 @@ TEST(Release, FreesNothingOfAModelThatCouldNotBeRead) {
 
 // --- Faults that only a runtime which changes its answers can bring about.
 
-/** The first run in which the n-th answer about the count of inputs is `count` and this is said. */
+/// The first run in which the n-th answer about the count of inputs is `count` and this is said.
 Transcript RunSaying(const std::string& line, uint64_t count, void (*prepare)(Stage*)) {
   Transcript run;
   for (int n = 1; n <= 8; ++n) {

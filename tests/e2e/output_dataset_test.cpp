@@ -13,7 +13,7 @@ using support::Stage;
 using support::TensorSpec;
 using support::Transcript;
 
-/** A run whose list is empty, over these outputs. */
+/// A run whose list is empty, over these outputs.
 Transcript RunOutputs(const std::vector<TensorSpec>& outputs, const Lines& more = {},
                       const Lines& statements = {}) {
   Stage stage;

@@ -21,13 +21,13 @@ std::vector<std::string> OutputTo(const std::string& folder) {
   return {"-m", "model.om", "-i", "list.txt", "-j", "vorn.json", "-o", folder};
 }
 
-/** The two lines about the files of the plain run's output. */
+/// The two lines about the files of the plain run's output.
 Lines NotMade(const std::string& folder) {
   return {"[ERROR] create output file [" + folder + "/prob.0.T.float] failed",
           "[ERROR] create output file [" + folder + "/prob.0.T.bin] failed"};
 }
 
-/** The run says that neither file could be made, and nothing else went wrong. */
+/// The run says that neither file could be made, and nothing else went wrong.
 void ExpectNotMade(const Transcript& run, const std::string& folder) {
   ExpectStatus(run, 0);
   EXPECT_EQ(FromFirstError(run),
@@ -37,7 +37,7 @@ void ExpectNotMade(const Transcript& run, const std::string& folder) {
   ExpectClean(run);
 }
 
-/** Puts an output of one float and this name, as it is asked for by index, on the stage. */
+/// Puts an output of one float and this name, as it is asked for by index, on the stage.
 void SetName(Stage* stage, const std::string& name) {
   stage->script.Input({"in0", {1, 4}, 4, 4, 4, 0})
       .Scratch()
@@ -47,7 +47,7 @@ void SetName(Stage* stage, const std::string& name) {
   stage->File("a.bin", "abcd").List({"a.bin"});
 }
 
-/** An output of so many floats that its text is many times longer than what `SetLarge` allows. */
+/// An output of so many floats that its text is many times longer than what `SetLarge` allows.
 std::string LargeOutput() { return support::CountingBytes(1U << 16); }
 
 void SetLarge(Stage* stage) {

@@ -15,7 +15,7 @@ using support::Transcript;
 constexpr char kTextFile[] = "0/o.0.T.float";
 constexpr char kBinaryFile[] = "0/o.0.T.bin";
 
-/** A stage whose only output is this; an execution writes the bytes to its start. */
+/// A stage whose only output is this; an execution writes the bytes to its start.
 void SetOutput(Stage* stage, const TensorSpec& output, const std::string& bytes) {
   stage->script.Input({"in0", {1, 4}, 4, 4, 4, 0}).Scratch().Output(output);
   if (!bytes.empty()) stage->script.Line("write 0 bytes " + support::Hex(bytes));
@@ -136,7 +136,7 @@ TEST(OutputValues, KeepSixteenDigits) {
             "0.1000000014901161\n10000000000.0000000000000000\n-0.0000000000000000\n");
 }
 
-/** A refusal comes once for each of the two files. */
+/// A refusal comes once for each of the two files.
 void ExpectRefused(Stage* stage, const Lines& cause) {
   const Transcript run = stage->Run();
   ExpectStatus(run, 0);

@@ -11,14 +11,14 @@ namespace {
 using support::Stage;
 using support::Transcript;
 
-/** A path to the stage's model that is `length` bytes long. */
+/// A path to the stage's model that is `length` bytes long.
 std::string LongModelPath(const Stage& stage, size_t length) {
   std::string path = stage.Folder().string();
   while (path.size() + std::string("/model.om").size() < length) path += '/';
   return path + "/model.om";
 }
 
-/** The lines about paths that come before the runtime does. */
+/// The lines about paths that come before the runtime does.
 Lines Preparation(const Transcript& run) {
   return {run.lines.begin(),
           std::find(run.lines.begin(), run.lines.end(), "[INFO]  vorn init success")};

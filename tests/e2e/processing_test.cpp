@@ -12,7 +12,7 @@ using support::ModelScript;
 using support::Stage;
 using support::Transcript;
 
-/** A model with the data inputs in0 and in1, 16 bytes each, and no output. */
+/// A model with the data inputs in0 and in1, 16 bytes each, and no output.
 ModelScript TwoInputs(const std::string& first = "in0", const std::string& second = "in1") {
   ModelScript script;
   script.Input({first, {1, 4}, 0, 16, 16, 0})
@@ -22,7 +22,7 @@ ModelScript TwoInputs(const std::string& first = "in0", const std::string& secon
   return script;
 }
 
-/** Writes files of 16 bytes, each filled with the first letter of its name. */
+/// Writes files of 16 bytes, each filled with the first letter of its name.
 void WriteInputs(Stage* stage, const Lines& names) {
   for (const std::string& name : names) stage->File(name, std::string(16, name[0]));
 }

@@ -10,16 +10,16 @@ namespace {
 constexpr int64_t kMin64 = std::numeric_limits<int64_t>::min();
 constexpr int64_t kMax64 = std::numeric_limits<int64_t>::max();
 
-/** Numbers that a seed decides. The library's distributions differ from one library to the next. */
+/// Numbers that a seed decides. The library's distributions differ from one library to the next.
 class Dice {
  public:
   explicit Dice(uint64_t seed) : engine_(seed * 0x9E3779B97F4A7C15 + 1) {}
 
-  /** From `low` to `high`, both included. */
+  /// From `low` to `high`, both included.
   uint64_t Roll(uint64_t low, uint64_t high) { return low + engine_() % (high - low + 1); }
   size_t Count(size_t low, size_t high) { return static_cast<size_t>(Roll(low, high)); }
 
-  /** True in so many of 100 cases. */
+  /// True in so many of 100 cases.
   bool Chance(unsigned percent) { return Roll(1, 100) <= percent; }
 
   template <typename T>
@@ -42,7 +42,7 @@ class Dice {
   std::mt19937_64 engine_;
 };
 
-/** Makes one plan; the steps in order. */
+/// Makes one plan; the steps in order.
 class Planner {
  public:
   explicit Planner(uint64_t seed) : dice_(seed), odd_(dice_.Chance(50)) {}
@@ -72,7 +72,7 @@ class Planner {
   void PlanRefusals();
   void PlanAnswer();
 
-  /** In odd plans, so many of 100 cases. */
+  /// In odd plans, so many of 100 cases.
   bool Odd(unsigned percent) { return odd_ && dice_.Chance(percent); }
 
   Dice dice_;
@@ -112,7 +112,7 @@ void Planner::PlanModel() {
   }
 }
 
-/** A shape, and the stride and size that go with it, more or less. */
+/// A shape, and the stride and size that go with it, more or less.
 PlannedTensor Planner::Tensor() {
   PlannedTensor tensor;
   tensor.name = Name();
@@ -163,7 +163,7 @@ uint64_t Planner::Stride(uint64_t rowBytes) {
   return (rowBytes + unit - 1) / unit * unit;
 }
 
-/** With some networks a threshold input, and as many files; not always both. */
+/// With some networks a threshold input, and as many files; not always both.
 void Planner::PlanRpnInput() {
   if (!dice_.Chance(plan_.netType == 1 ? 90 : 10)) return;
   const bool single = dice_.Chance(50);
@@ -208,7 +208,7 @@ void Planner::PlanFiles() {
   for (size_t k = 0; k < rpnFiles_; ++k) plan_.files["rpn" + std::to_string(k)] = RpnText();
 }
 
-/** Bytes for an input: all rows without padding, or the device's size, or neither. */
+/// Bytes for an input: all rows without padding, or the device's size, or neither.
 std::string Planner::FileFor(const PlannedTensor& tensor) {
   uint64_t dense = BitsOf(plan_, tensor.type) / 8;
   for (const int64_t dim : tensor.dims) dense *= static_cast<uint64_t>(dim);
@@ -330,7 +330,7 @@ void Planner::PlanWords() {
   SpoilWords();
 }
 
-/** Rarely a command line that is no list of pairs. */
+/// Rarely a command line that is no list of pairs.
 void Planner::SpoilWords() {
   auto& words = plan_.words;
   if (Odd(1)) words.pop_back();
@@ -355,7 +355,7 @@ void Planner::PlanRefusals() {
   for (size_t k = dice_.Count(0, 2); k > 0; --k) PlanAnswer();
 }
 
-/** One operation that fails now and then, or tells another number than before. */
+/// One operation that fails now and then, or tells another number than before.
 void Planner::PlanAnswer() {
   static const std::vector<std::string> kStatuses{"vorn_init",
                                                   "vorn_finalize",

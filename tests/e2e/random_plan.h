@@ -1,4 +1,4 @@
-/** Runs that nobody would think of: plans made up from a seed, sound ones and odd ones. */
+// Runs that nobody would think of: plans made up from a seed, sound ones and odd ones.
 #ifndef VORN_TESTS_E2E_RANDOM_PLAN_H_
 #define VORN_TESTS_E2E_RANDOM_PLAN_H_
 
@@ -8,11 +8,9 @@
 
 namespace e2e {
 
-/**
- * The plan of a seed, the same on every machine. It runs in a few ms, writes no more than some 100
- * KB, and asks for nothing that the interface leaves undefined, such as a name for an output that
- * the model does not have.
- */
+/// The plan of a seed, the same on every machine. It runs in a few ms, writes no more than some 100
+/// KB, and asks for nothing that the interface leaves undefined, such as a name for an output that
+/// the model does not have.
 [[nodiscard]] RunPlan RandomPlan(uint64_t seed);
 
 }  // namespace e2e

@@ -21,7 +21,7 @@ uint64_t FromEnvironment(const char* name, uint64_t otherwise) {
   return value == nullptr ? otherwise : std::strtoull(value, nullptr, 10);
 }
 
-/** For the sum at the end: `status 0`, `signal 8`. */
+/// For the sum at the end: `status 0`, `signal 8`.
 std::string EndOf(const ForetoldRun& run) {
   if (run.signal) return "signal " + std::to_string(*run.signal);
   return "status " + std::to_string(*run.status) + (run.files.empty() ? "" : " with files");

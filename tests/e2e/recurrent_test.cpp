@@ -26,7 +26,7 @@ std::string TooMany(int frames, int most) {
          "] must be smaller than the recurrent_max_total_t[" + std::to_string(most) + "]";
 }
 
-/** A recurrent model with frames and a mask; files of so many frames and mask bytes. */
+/// A recurrent model with frames and a mask; files of so many frames and mask bytes.
 void SetRecurrent(Stage* stage, size_t frames, size_t maskBytes = 8) {
   stage->script.Net(2).Input(kFrames).Input(kMask).Scratch().Line("see inputs hex");
   stage->File("x.bin", support::CountingBytes(frames * 12))

@@ -16,7 +16,7 @@ using support::Transcript;
 const std::string kDouble = "[INFO]  " + std::string(51, '=');
 const std::string kSingle = "[INFO]  " + std::string(51, '-');
 
-/** The report over these sizes, its times normalised. */
+/// The report over these sizes, its times normalised.
 Lines Report(const std::string& input, const std::string& task, const std::string& work,
              const std::string& output, const std::string& image) {
   return {kDouble,
@@ -88,7 +88,7 @@ TEST(Report, ShowsTheImageOfAModelThatWasNotExecuted) {
   EXPECT_NE(run.rawOut.find("Model Execute Time:        0.00 ms"), std::string::npos);
 }
 
-/** The time that a line of the report shows, in milliseconds. */
+/// The time that a line of the report shows, in milliseconds.
 double TimeOf(const Transcript& run, const std::string& what) {
   const size_t at = run.rawOut.find("[INFO]  " + what + ":");
   if (at == std::string::npos) return -1;
@@ -97,7 +97,7 @@ double TimeOf(const Transcript& run, const std::string& what) {
 
 using Milliseconds = std::chrono::duration<double, std::milli>;
 
-/** How far the clock that can be set, by which the command measures, is ahead of the steady one. */
+/// How far the clock that can be set, by which the command measures, is ahead of the steady one.
 Milliseconds ClockLead() {
   return std::chrono::system_clock::now().time_since_epoch() -
          std::chrono::steady_clock::now().time_since_epoch();
@@ -108,7 +108,7 @@ struct TimedRun {
   double whole = 0;  // ms
 };
 
-/** A run with a report, during which nobody set the clock. */
+/// A run with a report, during which nobody set the clock.
 TimedRun RunTimed(Stage& stage) {
   for (;;) {
     const Milliseconds lead = ClockLead();

@@ -6,7 +6,7 @@
 namespace e2e {
 namespace {
 
-/** A detection model whose thresholds, three classes of them, lie `stride` bytes apart. */
+/// A detection model whose thresholds, three classes of them, lie `stride` bytes apart.
 RunPlan ThreeClasses(uint64_t stride) {
   RunPlan plan;
   plan.words = {"-m",        "model.om", "-i",  "list.txt", "-j",

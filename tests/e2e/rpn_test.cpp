@@ -13,7 +13,7 @@ using support::Transcript;
 const TensorSpec kSingle{"rpn", {1, 4}, 0, 16, 16, 0};
 const TensorSpec kMulti{"rpn", {4, 3}, 0, 32, 128, 0};
 
-/** A model with one data input, this rpn input and no output; one file for the data. */
+/// A model with one data input, this rpn input and no output; one file for the data.
 void SetRpn(Stage* stage, const TensorSpec& rpn, const std::string& text) {
   stage->script.Input({"in0", {1, 4}, 0, 16, 16, 0})
       .Input(rpn)
@@ -32,7 +32,7 @@ std::string Size(uint32_t height, uint32_t width) {
          std::to_string(width) + "]";
 }
 
-/** Runs the rpn input with this text and expects these lines from the first error on. */
+/// Runs the rpn input with this text and expects these lines from the first error on.
 void ExpectRefused(const TensorSpec& rpn, const std::string& text, const Lines& cause) {
   Stage stage;
   SetRpn(&stage, rpn, text);

@@ -7,7 +7,7 @@
 namespace e2e {
 namespace {
 
-/** Every byte as an escape: whatever a name holds, the script can say it. */
+/// Every byte as an escape: whatever a name holds, the script can say it.
 std::string Quoted(const std::string& text) {
   std::string quoted = "\"";
   for (const char c : text) quoted += "\\x" + support::Hex(std::string(1, c));

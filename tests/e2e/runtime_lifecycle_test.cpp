@@ -24,7 +24,7 @@ const Lines kWithContext{"vorn_rt_destroy_context(context#1)", "vorn_rt_reset_de
 const Lines kWithStream{"vorn_rt_destroy_stream(stream#1)", "vorn_rt_destroy_context(context#1)",
                         "vorn_rt_reset_device(0)", "vorn_finalize()"};
 
-/** The calls behind the one that failed, without their answers. */
+/// The calls behind the one that failed, without their answers.
 Lines CallsBehind(const Transcript& run, const std::string& operation) {
   Lines calls;
   bool behind = false;

@@ -13,7 +13,7 @@ namespace {
 using support::Stage;
 using support::Transcript;
 
-/** Both files of the plain run are there and hold nothing but its values. */
+/// Both files of the plain run are there and hold nothing but its values.
 void ExpectPlainFiles(const Transcript& run) {
   ASSERT_EQ(run.files.size(), 2u) << run.Describe();
   EXPECT_EQ(run.files.at("0/prob.0.T.bin"), support::Bytes(kPlainOutput));

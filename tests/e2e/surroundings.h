@@ -1,7 +1,5 @@
-/**
- * Launchers for a stage: what a test can change about the place that the command runs in. Each may
- * be more than the machine allows; a test asks first and is skipped otherwise.
- */
+// Launchers for a stage: what a test can change about the place that the command runs in. Each may
+// be more than the machine allows; a test asks first and is skipped otherwise.
 #ifndef VORN_TESTS_E2E_SURROUNDINGS_H_
 #define VORN_TESTS_E2E_SURROUNDINGS_H_
 
@@ -12,16 +10,16 @@ namespace e2e {
 
 using Launcher = std::vector<std::string>;
 
-/** Runs these words of the shell and then becomes the command: `ulimit -f 64`, `exec <&-`. */
+/// Runs these words of the shell and then becomes the command: `ulimit -f 64`, `exec <&-`.
 [[nodiscard]] Launcher AfterShell(const std::string& words);
 
-/** The command's permissions are those of the files, for the superuser as for anybody else. */
+/// The command's permissions are those of the files, for the superuser as for anybody else.
 [[nodiscard]] Launcher WithoutPrivileges();
 
-/** The same as `AfterShell`, in file systems of its own: what is mounted is gone with the run. */
+/// The same as `AfterShell`, in file systems of its own: what is mounted is gone with the run.
 [[nodiscard]] Launcher WithOwnMounts(const std::string& words);
 
-/** True if a program can be started by this launcher. */
+/// True if a program can be started by this launcher.
 [[nodiscard]] bool CanLaunch(const Launcher& launcher);
 
 }  // namespace e2e

@@ -18,7 +18,7 @@ using support::Transcript;
 constexpr char kNoBuffer[] = "[ERROR] get pic device buffer failed";
 constexpr char kNoRpn[] = "[ERROR] read rpn para error";
 
-/** The words of a plain command line, with other files in two of the roles. */
+/// The words of a plain command line, with other files in two of the roles.
 std::vector<std::string> Words(const std::string& model, const std::string& list,
                                const std::string& config = "vorn.json") {
   return {"-m", model, "-i", list, "-j", config, "-o", "out"};
@@ -28,7 +28,7 @@ void MakeFifo(const Stage& stage, const std::string& name) {
   ASSERT_EQ(mkfifo((stage.Folder() / name).c_str(), 0600), 0);
 }
 
-/** Two links that point at each other. */
+/// Two links that point at each other.
 void MakeCircle(const Stage& stage, const std::string& name) {
   fs::create_symlink(name + "2", stage.Folder() / name);
   fs::create_symlink(name, stage.Folder() / (name + "2"));
@@ -38,7 +38,7 @@ void Forbid(const Stage& stage, const std::string& name) {
   fs::permissions(stage.Folder() / name, fs::perms::none);
 }
 
-/** A stage with one data input, one rpn input and a file for the first. */
+/// A stage with one data input, one rpn input and a file for the first.
 void SetRpn(Stage* stage) {
   stage->script.Input({"in0", {1, 4}, 0, 16, 16, 0}).Input({"rpn", {1, 4}, 0, 16, 16, 0}).Scratch();
   stage->File("a.bin", support::CountingBytes(16)).List({"a.bin"});
@@ -55,7 +55,7 @@ Lines RpnFailed(const Lines& cause) {
   return Join({cause, {kNoRpn, "[ERROR] Set rpn data failed"}, Unloaded(), ProcessFailed()});
 }
 
-/** The run ended by itself in a failure, told like this, and let nothing lie. */
+/// The run ended by itself in a failure, told like this, and let nothing lie.
 void ExpectFailure(const Transcript& run, const Lines& told) {
   ExpectStatus(run, 1);
   EXPECT_EQ(FromFirstError(run), told) << run.Describe();
@@ -173,7 +173,7 @@ TEST(ConfigFile, ThatMayNotBeReadIsHandedOnWithoutAWord) {
 
 // --- The list.
 
-/** The run goes on with no entry, without a word about the list or with this one. */
+/// The run goes on with no entry, without a word about the list or with this one.
 void ExpectEmptyList(const Transcript& run, const Lines& told) {
   ExpectStatus(run, 0);
   EXPECT_EQ(run.lines[0], "[INFO]  inputPath: model.om");

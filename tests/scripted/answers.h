@@ -1,4 +1,4 @@
-/** Counts the runtime's calls and tells which of them the script answers in its own way. */
+// Counts the runtime's calls and tells which of them the script answers in its own way.
 #ifndef VORN_TESTS_SCRIPTED_ANSWERS_H_
 #define VORN_TESTS_SCRIPTED_ANSWERS_H_
 
@@ -11,7 +11,7 @@
 
 namespace scripted {
 
-/** What the script says about one call. Neither: the call goes its ordinary way. */
+/// What the script says about one call. Neither: the call goes its ordinary way.
 struct Verdict {
   std::optional<int32_t> failure;    // a `fail` statement's status
   const AnswerRule* rule = nullptr;  // an `answer` statement
@@ -19,10 +19,10 @@ struct Verdict {
 
 class Answers {
  public:
-  /** `script` must outlive this. */
+  /// `script` must outlive this.
   explicit Answers(const Script& script) : script_(script), seen_(script.answers.size(), 0) {}
 
-  /** Counts one call; `index` is the call's index argument if the operation has one. */
+  /// Counts one call; `index` is the call's index argument if the operation has one.
   [[nodiscard]] Verdict Next(std::string_view operation, std::optional<uint64_t> index);
 
  private:

@@ -1,10 +1,8 @@
-/**
- * The memory that the scripted runtime hands out. Every block has a number, counted from 1 in the
- * order of allocation, and keeps it; a block that is returned goes back to the system for real.
- *
- *   without AddressSanitizer:  | guard, 64 bytes | block | guard, 64 bytes |
- *   with AddressSanitizer:     | block |   whose own red zones are the better guards
- */
+// The memory that the scripted runtime hands out. Every block has a number, counted from 1 in the
+// order of allocation, and keeps it; a block that is returned goes back to the system for real.
+//
+//   without AddressSanitizer:  | guard, 64 bytes | block | guard, 64 bytes |
+//   with AddressSanitizer:     | block |   whose own red zones are the better guards
 #ifndef VORN_TESTS_SCRIPTED_BLOCKS_H_
 #define VORN_TESTS_SCRIPTED_BLOCKS_H_
 
@@ -21,7 +19,7 @@ struct Block {
   unsigned char* memory = nullptr;  // where the allocation starts, front guard included
 };
 
-/** What an address is. */
+/// What an address is.
 struct Place {
   enum class Kind { kNull, kLive, kReleased, kForeign };
   Kind kind = Kind::kForeign;
@@ -29,7 +27,7 @@ struct Place {
   uint64_t offset = 0;  // into a live block
   uint64_t size = 0;    // of a live block
 
-  /** `null`, `block#3`, `block#3+16`, `block#3 (released)` or `foreign`. */
+  /// `null`, `block#3`, `block#3+16`, `block#3 (released)` or `foreign`.
   [[nodiscard]] std::string Name() const;
 };
 
@@ -40,15 +38,15 @@ class Blocks {
   Blocks(const Blocks&) = delete;
   Blocks& operator=(const Blocks&) = delete;
 
-  /** A block filled with `fill`, or null when the system has none. */
+  /// A block filled with `fill`, or null when the system has none.
   [[nodiscard]] void* Allocate(uint64_t size, unsigned char fill);
 
   [[nodiscard]] Place Find(const void* address) const;
 
-  /** Returns the live block that starts at `address`. Returns what is wrong with its guards. */
+  /// Returns the live block that starts at `address`. Returns what is wrong with its guards.
   [[nodiscard]] std::string Release(void* address);
 
-  /** The complaints about the guards of all live blocks. */
+  /// The complaints about the guards of all live blocks.
   [[nodiscard]] std::vector<std::string> CheckGuards() const;
 
   [[nodiscard]] uint64_t LiveCount() const { return live_.size(); }

@@ -53,7 +53,7 @@ std::string ReadFile(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/** The bytes that a rule writes, in one piece. */
+/// The bytes that a rule writes, in one piece.
 std::string Compose(const WriteRule& rule, uint64_t room, const std::vector<Area>& inputs) {
   switch (rule.source) {
     case WriteSource::kBytes:
@@ -76,7 +76,7 @@ std::string Compose(const WriteRule& rule, uint64_t room, const std::vector<Area
   return "";
 }
 
-/** Writes one row as far as it fits; false if some of it did not. */
+/// Writes one row as far as it fits; false if some of it did not.
 bool WriteRow(const Area& area, uint64_t offset, const std::string& bytes, uint64_t from,
               uint64_t count) {
   if (offset > area.size) return count == 0;

@@ -1,8 +1,6 @@
-/**
- * The handles that the scripted runtime hands out. A handle is the address of one of these records.
- * Records are never taken down, so an address never comes back under another meaning and a use
- * after the release is always noticed; the texts that a description handed out do go with it.
- */
+// The handles that the scripted runtime hands out. A handle is the address of one of these records.
+// Records are never taken down, so an address never comes back under another meaning and a use
+// after the release is always noticed; the texts that a description handed out do go with it.
 #ifndef VORN_TESTS_SCRIPTED_HANDLES_H_
 #define VORN_TESTS_SCRIPTED_HANDLES_H_
 
@@ -36,7 +34,7 @@ struct Handle {
   bool filled = false;
   std::map<uint64_t, std::unique_ptr<char[]>> names;
 
-  /** `dataset#2`, with ` (released)` behind it once that is true. */
+  /// `dataset#2`, with ` (released)` behind it once that is true.
   [[nodiscard]] std::string Name() const;
 };
 
@@ -44,7 +42,7 @@ class Handles {
  public:
   [[nodiscard]] Handle* Create(Kind kind);
 
-  /** The record that a handle from outside stands for, live or not; null if there is none. */
+  /// The record that a handle from outside stands for, live or not; null if there is none.
   [[nodiscard]] Handle* Find(const void* handle) const;
 
   void Release(Handle* handle);

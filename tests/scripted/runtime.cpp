@@ -24,7 +24,7 @@ T* As(void* handle) {
   return static_cast<T*>(handle);
 }
 
-/** Destroys a handle of any kind. */
+/// Destroys a handle of any kind.
 vorn_status Destroy(Call* call, const void* value, Kind kind) {
   call->AnyHandle(value);
   return call->Status([&] {
@@ -36,7 +36,7 @@ vorn_status Destroy(Call* call, const void* value, Kind kind) {
   });
 }
 
-/** The description if it is live and filled. */
+/// The description if it is live and filled.
 Handle* Filled(Call* call, const vorn_mdl_desc* value) {
   Handle* desc = call->Want(value, Kind::kDesc);
   if (desc == nullptr) return nullptr;
@@ -48,7 +48,7 @@ const Tensor* At(const std::vector<Tensor>& tensors, uint64_t index) {
   return index < tensors.size() ? &tensors[index] : nullptr;
 }
 
-/** The model's input or output that a query is about, or null. Names the arguments too. */
+/// The model's input or output that a query is about, or null. Names the arguments too.
 const Tensor* Queried(Call* call, const vorn_mdl_desc* desc, uint64_t index, bool ofInputs) {
   call->AnyHandle(desc).Number(index);
   if (Filled(call, desc) == nullptr) return nullptr;
@@ -77,12 +77,12 @@ vorn_status GetDims(Call* call, const vorn_mdl_desc* desc, uint64_t index, bool 
   });
 }
 
-/** The model, or complains. Asking about a model that failed to load is the caller's good right. */
+/// The model, or complains. Asking about a model that failed to load is the caller's good right.
 bool IsLoaded(const Call& call, uint32_t modelId) {
   return call.state().models.count(modelId) != 0;
 }
 
-/** The blocks behind a dataset's buffers; empty and a complaint if one of them is unusable. */
+/// The blocks behind a dataset's buffers; empty and a complaint if one of them is unusable.
 bool Collect(Call* call, const vorn_mdl_dataset* value, size_t wanted, std::vector<Area>* areas) {
   const Handle* dataset = call->Want(value, Kind::kDataset);
   if (dataset == nullptr) return false;

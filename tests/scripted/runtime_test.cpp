@@ -33,7 +33,7 @@ class ScriptedRuntime : public testing::Test {
     fs::remove_all(folder_);
   }
 
-  /** A new life under this script. */
+  /// A new life under this script.
   void Begin(const std::string& script) {
     vorn_scripted_restart();
     fs::remove(folder_ / "record");
@@ -41,7 +41,7 @@ class ScriptedRuntime : public testing::Test {
     setenv("VORN_SCRIPT", (folder_ / "script").c_str(), 1);
   }
 
-  /** The same, initialised and with a context; its record is not shown. */
+  /// The same, initialised and with a context; its record is not shown.
   void BeginReady(const std::string& script) {
     Begin(script);
     ASSERT_EQ(vorn_init("config.json"), 0);
@@ -49,7 +49,7 @@ class ScriptedRuntime : public testing::Test {
     (void)Record();
   }
 
-  /** A loaded and described model. */
+  /// A loaded and described model.
   void BeginWithModel(const std::string& script) {
     BeginReady(script);
     void* image = Malloc(4);
@@ -65,7 +65,7 @@ class ScriptedRuntime : public testing::Test {
     return block;
   }
 
-  /** A dataset of fresh buffers of the given sizes; their blocks go into `blocks`. */
+  /// A dataset of fresh buffers of the given sizes; their blocks go into `blocks`.
   static vorn_mdl_dataset* Dataset(const std::vector<uint64_t>& sizes, std::vector<void*>* blocks) {
     vorn_mdl_dataset* dataset = vorn_mdl_create_dataset();
     for (const uint64_t size : sizes) {
@@ -77,7 +77,7 @@ class ScriptedRuntime : public testing::Test {
     return dataset;
   }
 
-  /** The lines recorded since the last question. */
+  /// The lines recorded since the last question.
   Lines Record() {
     std::ifstream file(folder_ / "record");
     Lines lines;

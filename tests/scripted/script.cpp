@@ -27,7 +27,7 @@ int HexDigit(char c) {
   return -1;
 }
 
-/** The byte that two hexadecimal digits at `at` stand for. */
+/// The byte that two hexadecimal digits at `at` stand for.
 char HexByte(const std::string& text, size_t at) {
   const int high = at < text.size() ? HexDigit(text[at]) : -1;
   const int low = at + 1 < text.size() ? HexDigit(text[at + 1]) : -1;
@@ -35,7 +35,7 @@ char HexByte(const std::string& text, size_t at) {
   return static_cast<char>(high * 16 + low);
 }
 
-/** Reads the escape whose letter stands at *at; leaves *at on its last character. */
+/// Reads the escape whose letter stands at *at; leaves *at on its last character.
 char Unescape(const std::string& line, size_t* at) {
   switch (*at < line.size() ? line[*at] : '\0') {
     case 'n':
@@ -123,7 +123,7 @@ std::vector<int64_t> ReadDims(const std::string& text) {
   return dims;
 }
 
-/** The words of one line, taken from the left. */
+/// The words of one line, taken from the left.
 class Line {
  public:
   explicit Line(std::vector<Word> words) : words_(std::move(words)) {}
@@ -137,7 +137,7 @@ class Line {
 
   uint64_t TakeNumber() { return ReadNumber(Take().text); }
 
-  /** Takes the next word if it is `key=...`; the value is what follows. */
+  /// Takes the next word if it is `key=...`; the value is what follows.
   std::optional<std::string> TakeOption(const std::string& key) {
     if (AtEnd() || words_[next_].text.compare(0, key.size() + 1, key + "=") != 0) return {};
     return Take().text.substr(key.size() + 1);

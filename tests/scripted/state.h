@@ -1,4 +1,4 @@
-/** Everything that the scripted runtime knows, and the course of one call through it. */
+// Everything that the scripted runtime knows, and the course of one call through it.
 #ifndef VORN_TESTS_SCRIPTED_STATE_H_
 #define VORN_TESTS_SCRIPTED_STATE_H_
 
@@ -18,7 +18,7 @@
 
 namespace scripted {
 
-/** A model that was loaded. */
+/// A model that was loaded.
 struct Model {
   uint64_t imageBlock = 0;  // number of the block, 0 if the image lies elsewhere
 };
@@ -40,15 +40,13 @@ struct State {
   std::map<const Handle*, std::thread::id>
       contexts;  // the live ones, by the thread they are current on
 
-  /** Writes the complaints about guards and the line of what is still live. */
+  /// Writes the complaints about guards and the line of what is still live.
   void WriteLive(const char* moment);
 };
 
-/**
- * One call of one operation, from its first line to its return; the library is locked in between.
- * An operation names its arguments in order, then returns what `Status`, `NewHandle` or `Count`
- * make of the ordinary course and the script's wishes.
- */
+/// One call of one operation, from its first line to its return; the library is locked in between.
+/// An operation names its arguments in order, then returns what `Status`, `NewHandle` or `Count`
+/// make of the ordinary course and the script's wishes.
 class Call {
  public:
   /// `operation` is the name of one of vorn.h's; `index` is what its answers may depend on.
@@ -64,11 +62,10 @@ class Call {
   Call& Address(const void* value);
   Call& AnyHandle(const void* value);
 
-  /** The live handle of the kind behind `value`; complains and returns null if it is anything else.
-   */
+  /// The live handle of the kind behind `value`; complains and returns null if it is anything else.
   [[nodiscard]] Handle* Want(const void* value, Kind kind);
 
-  /** Complains and returns false if the place for a result is null. */
+  /// Complains and returns false if the place for a result is null.
   [[nodiscard]] bool HasPlace(const void* place);
 
   void Complain(const std::string& what) {
@@ -77,13 +74,13 @@ class Call {
   void Note(const std::string& what) { lines_.push_back("note: " + what); }
   void Tell(const std::string& line) { lines_.push_back(line); }
 
-  /** What the record shows behind the answer, such as the block that was handed out. */
+  /// What the record shows behind the answer, such as the block that was handed out.
   void Show(const std::string& what) { shown_ = " " + what; }
 
-  /** True while `work` runs only because the script wants success: refuse nothing then. */
+  /// True while `work` runs only because the script wants success: refuse nothing then.
   [[nodiscard]] bool MustSucceed() const { return mustSucceed_; }
 
-  /** Ends an operation that answers with a status; `work()` does it and returns its status. */
+  /// Ends an operation that answers with a status; `work()` does it and returns its status.
   template <typename Work>
   vorn_status Status(Work work) {
     if (const auto refusal = Refusal()) return Answer(*refusal, true);
@@ -93,7 +90,7 @@ class Call {
     return Answer(natural, false);
   }
 
-  /** Ends an operation that answers with a handle or an address; `work()` returns it or null. */
+  /// Ends an operation that answers with a handle or an address; `work()` returns it or null.
   template <typename Work>
   void* Pointer(Work work) {
     const bool refused = verdict_.failure || verdict_.rule != nullptr;
@@ -102,13 +99,13 @@ class Call {
     return answer;
   }
 
-  /** Ends an operation that answers with a count or a size; a failure reads 0. */
+  /// Ends an operation that answers with a count or a size; a failure reads 0.
   uint64_t Count(uint64_t natural);
 
-  /** Ends an operation that answers with a code and has no way to fail. */
+  /// Ends an operation that answers with a code and has no way to fail.
   uint64_t Code(uint64_t natural, bool isSigned = false);
 
-  /** Ends the query of a name; `natural` or the rule's text, kept by the description. */
+  /// Ends the query of a name; `natural` or the rule's text, kept by the description.
   const char* NameText(Handle* desc, uint64_t index, const std::string* natural);
 
  private:
@@ -129,7 +126,7 @@ class Call {
   bool mustSucceed_ = false;
 };
 
-/** Ends the present state; the next call begins a new one. */
+/// Ends the present state; the next call begins a new one.
 void Restart();
 
 }  // namespace scripted

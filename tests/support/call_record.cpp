@@ -42,7 +42,7 @@ std::vector<std::string> Starting(const std::vector<std::string>& lines, const s
   return found;
 }
 
-/** The text behind `key=` up to the next blank. */
+/// The text behind `key=` up to the next blank.
 std::string ValueOf(const std::string& line, const std::string& key) {
   const size_t at = line.find(" " + key + "=");
   if (at == std::string::npos) return "";
@@ -50,7 +50,7 @@ std::string ValueOf(const std::string& line, const std::string& key) {
   return line.substr(start, line.find(' ', start) - start);
 }
 
-/** Reads `saw input 0: buffer=16 block=32 hex=...`. */
+/// Reads `saw input 0: buffer=16 block=32 hex=...`.
 Sight ParseSight(const std::string& line, uint64_t execution) {
   Sight sight;
   sight.execution = execution;
@@ -62,7 +62,7 @@ Sight ParseSight(const std::string& line, uint64_t execution) {
   return sight;
 }
 
-/** The first place of `wanted` outside quotes, from `at` on. */
+/// The first place of `wanted` outside quotes, from `at` on.
 size_t FindUnquoted(const std::string& line, char wanted, size_t at) {
   bool inQuotes = false;
   for (; at < line.size(); ++at) {
@@ -77,7 +77,7 @@ size_t FindUnquoted(const std::string& line, char wanted, size_t at) {
   return std::string::npos;
 }
 
-/** The end of the argument list, past arguments such as `block#1 (released)`. */
+/// The end of the argument list, past arguments such as `block#1 (released)`.
 size_t FindListEnd(const std::string& line, size_t at) {
   for (;;) {
     const size_t close = FindUnquoted(line, ')', at);

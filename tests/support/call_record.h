@@ -1,4 +1,4 @@
-/** Reads the record that the scripted runtime leaves (scripted/scripted.h). */
+// Reads the record that the scripted runtime leaves (scripted/scripted.h).
 #ifndef VORN_TESTS_SUPPORT_CALL_RECORD_H_
 #define VORN_TESTS_SUPPORT_CALL_RECORD_H_
 
@@ -8,7 +8,7 @@
 
 namespace support {
 
-/** One line of a call: `operation(arguments) = answer shown [scripted]`. */
+/// One line of a call: `operation(arguments) = answer shown [scripted]`.
 struct RecordedCall {
   std::string operation;
   std::vector<std::string> arguments;
@@ -17,7 +17,7 @@ struct RecordedCall {
   bool scripted = false;
 };
 
-/** A block as an execution saw it. */
+/// A block as an execution saw it.
 struct Sight {
   uint64_t execution = 0;  // counted from 1
   bool isInput = false;
@@ -34,33 +34,31 @@ class CallRecord {
 
   [[nodiscard]] const std::vector<std::string>& Lines() const { return lines_; }
 
-  /** The lines of calls, in order. */
+  /// The lines of calls, in order.
   [[nodiscard]] std::vector<std::string> Calls() const;
 
-  /**
-   * The same without the calls that only ask: descriptions, type sizes, the net type, and what lies
-   * in a dataset or a data buffer. Nothing hangs on how often and when these are made.
-   */
+  /// The same without the calls that only ask: descriptions, type sizes, the net type, and what
+  /// lies in a dataset or a data buffer. Nothing hangs on how often and when these are made.
   [[nodiscard]] std::vector<std::string> CallsWithoutQueries() const;
 
-  /** The calls of one operation. */
+  /// The calls of one operation.
   [[nodiscard]] std::vector<std::string> CallsOf(const std::string& operation) const;
 
   [[nodiscard]] std::vector<std::string> Violations() const;
   [[nodiscard]] std::vector<std::string> Notes() const;
   [[nodiscard]] std::vector<Sight> Sights() const;
 
-  /** What was last said to be live, without `live: ` and the moment; empty if nothing was. */
+  /// What was last said to be live, without `live: ` and the moment; empty if nothing was.
   [[nodiscard]] std::string Live() const;
 
-  /** True if any answer was ordered by the script. */
+  /// True if any answer was ordered by the script.
   [[nodiscard]] bool HasScripted() const;
 
  private:
   std::vector<std::string> lines_;
 };
 
-/** What `Live` says of a run that returned everything. */
+/// What `Live` says of a run that returned everything.
 inline constexpr char kNothingLive[] =
     "blocks=0 buffers=0 datasets=0 descs=0 contexts=0 streams=0 models=0";
 

@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kCannotStart = 127;
 
-/** A pipe whose ends close themselves. */
+/// A pipe whose ends close themselves.
 struct Pipe {
   Pipe() {
     if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe can be had");
@@ -66,7 +66,7 @@ std::vector<char*> Pointers(std::vector<std::string>* texts) {
   return pointers;
 }
 
-/** What the child does between fork and exec: nothing but system calls. */
+/// What the child does between fork and exec: nothing but system calls.
 [[noreturn]] void BecomeProgram(const Command& command, char* const* arguments,
                                 char* const* environment, const Pipe& out, const Pipe& err) {
   const rlimit noCore{0, 0};
@@ -91,7 +91,7 @@ std::vector<char*> Pointers(std::vector<std::string>* texts) {
   _exit(kCannotStart);
 }
 
-/** Takes what is there; false once the other end is closed. */
+/// Takes what is there; false once the other end is closed.
 bool Drain(int descriptor, std::string* text) {
   std::array<char, 65536> buffer;
   const ssize_t count = read(descriptor, buffer.data(), buffer.size());
@@ -99,7 +99,7 @@ bool Drain(int descriptor, std::string* text) {
   return count > 0 || (count < 0 && errno == EINTR);
 }
 
-/** Reads both texts until the child has closed them or the time is up. */
+/// Reads both texts until the child has closed them or the time is up.
 void ReadBoth(Pipe* out, Pipe* err, Clock::time_point deadline, Outcome* outcome) {
   std::array<pollfd, 2> waiting{pollfd{out->ends[0], POLLIN, 0}, pollfd{err->ends[0], POLLIN, 0}};
   std::array<std::string*, 2> texts{&outcome->out, &outcome->err};
@@ -113,7 +113,7 @@ void ReadBoth(Pipe* out, Pipe* err, Clock::time_point deadline, Outcome* outcome
   }
 }
 
-/** Waits for the child, kills it when the time is up, and notes how it ended. */
+/// Waits for the child, kills it when the time is up, and notes how it ended.
 void Await(pid_t child, Clock::time_point deadline, Outcome* outcome) {
   int state = 0;
   while (waitpid(child, &state, WNOHANG) == 0) {

@@ -1,4 +1,4 @@
-/** Folders and files of a test, and the bytes in them. */
+// Folders and files of a test, and the bytes in them.
 #ifndef VORN_TESTS_SUPPORT_FILES_H_
 #define VORN_TESTS_SUPPORT_FILES_H_
 
@@ -10,7 +10,7 @@
 
 namespace support {
 
-/** A fresh folder that goes, with all that is in it, when this does. */
+/// A fresh folder that goes, with all that is in it, when this does.
 class TempDir {
  public:
   TempDir();
@@ -18,34 +18,34 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  /** Absolute, without symbolic links. */
+  /// Absolute, without symbolic links.
   [[nodiscard]] const std::filesystem::path& Path() const { return path_; }
 
  private:
   std::filesystem::path path_;
 };
 
-/** The whole file. Throws std::runtime_error if it cannot be read. */
+/// The whole file. Throws std::runtime_error if it cannot be read.
 [[nodiscard]] std::string ReadFile(const std::filesystem::path& path);
 
-/** Writes the whole file and makes the folders above it. Throws as above. */
+/// Writes the whole file and makes the folders above it. Throws as above.
 void WriteFile(const std::filesystem::path& path, const std::string& bytes);
 
-/** Makes a file that is `size` bytes long and takes no room: it reads as zeros. */
+/// Makes a file that is `size` bytes long and takes no room: it reads as zeros.
 void WriteSparseFile(const std::filesystem::path& path, uint64_t size);
 
-/** All regular files below a folder, by their path relative to it. Empty if there is no folder. */
+/// All regular files below a folder, by their path relative to it. Empty if there is no folder.
 [[nodiscard]] std::map<std::string, std::string> ReadTree(const std::filesystem::path& folder);
 
 [[nodiscard]] std::vector<std::string> SplitLines(const std::string& text);
 
-/** The values as they lie in memory: Bytes<float>({1, 2}). */
+/// The values as they lie in memory: Bytes<float>({1, 2}).
 template <typename T>
 [[nodiscard]] std::string Bytes(const std::vector<T>& values) {
   return {reinterpret_cast<const char*>(values.data()), values.size() * sizeof(T)};
 }
 
-/** `count` bytes start, start + 1, ... modulo 256: no two neighbours alike. */
+/// `count` bytes start, start + 1, ... modulo 256: no two neighbours alike.
 [[nodiscard]] std::string CountingBytes(size_t count, unsigned start = 0);
 
 [[nodiscard]] std::string Hex(const std::string& bytes);

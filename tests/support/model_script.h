@@ -1,7 +1,5 @@
-/**
- * Writes the scripts of the scripted runtime (scripted/script.h). What a script can say that is not
- * here goes in as a line.
- */
+// Writes the scripts of the scripted runtime (scripted/script.h). What a script can say that is not
+// here goes in as a line.
 #ifndef VORN_TESTS_SUPPORT_MODEL_SCRIPT_H_
 #define VORN_TESTS_SUPPORT_MODEL_SCRIPT_H_
 
@@ -11,7 +9,7 @@
 
 namespace support {
 
-/** One model input or output as the runtime reports it; sizes and strides in bytes. */
+/// One model input or output as the runtime reports it; sizes and strides in bytes.
 struct TensorSpec {
   std::string name;
   std::vector<int64_t> dims;
@@ -26,20 +24,20 @@ class ModelScript {
   ModelScript& Input(const TensorSpec& tensor);
   ModelScript& Output(const TensorSpec& tensor);
 
-  /** The two inputs that every complete model ends with, of these sizes and rows of 16 bytes. */
+  /// The two inputs that every complete model ends with, of these sizes and rows of 16 bytes.
   ModelScript& Scratch(uint64_t taskSize = 32, uint64_t workSize = 64);
 
   ModelScript& Net(int32_t type) { return Line("net " + std::to_string(type)); }
 
-  /** The n-th calls ("1", "2-5", "3-", "always") of an operation answer `value`. */
+  /// The n-th calls ("1", "2-5", "3-", "always") of an operation answer `value`.
   ModelScript& Answer(const std::string& operation, const std::string& calls,
                       const std::string& value);
 
-  /** The same, counting only the calls about one index. */
+  /// The same, counting only the calls about one index.
   ModelScript& AnswerAt(const std::string& operation, uint64_t index, const std::string& calls,
                         const std::string& value);
 
-  /** Every execution writes the bytes, dense rows of `rowBytes` laid `strideBytes` apart. */
+  /// Every execution writes the bytes, dense rows of `rowBytes` laid `strideBytes` apart.
   ModelScript& WriteRows(uint64_t output, uint64_t rowBytes, uint64_t strideBytes,
                          const std::string& bytes);
 

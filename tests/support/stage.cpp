@@ -33,7 +33,7 @@ size_t CountDigits(const std::string& text, size_t at) {
   return count;
 }
 
-/** `.1699999999123456.float` becomes `.T.float`; a stamp has 16 digits from 2001 to 2286. */
+/// `.1699999999123456.float` becomes `.T.float`; a stamp has 16 digits from 2001 to 2286.
 std::string ReplaceStamps(std::string text) {
   constexpr size_t kDigits = 16;
   for (size_t at = text.find('.'); at != std::string::npos; at = text.find('.', at + 1)) {
@@ -46,7 +46,7 @@ std::string ReplaceStamps(std::string text) {
   return text;
 }
 
-/** `... Time:  12.34 ms` becomes `... Time:  T ms`. */
+/// `... Time:  12.34 ms` becomes `... Time:  T ms`.
 std::string ReplaceTimes(std::string text) {
   for (size_t at = text.find(" Time:"); at != std::string::npos; at = text.find(" Time:", at + 1)) {
     const size_t start = std::min(text.find_first_not_of(' ', at + 6), text.size());
