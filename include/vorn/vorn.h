@@ -72,10 +72,10 @@ enum {
   VORN_ERROR_INVALID_HANDLE = 2,   /**< never created, already destroyed or of another kind */
   VORN_ERROR_NOT_INITIALIZED = 3,  /**< before `vorn_init`, after `vorn_finalize`, no context */
   VORN_ERROR_CONFIG = 4,           /**< the JSON file cannot be read or says something unknown */
-  VORN_ERROR_OUT_OF_MEMORY = 5,    /**< the block cannot be had */
+  VORN_ERROR_OUT_OF_MEMORY = 5,    /**< there is no memory for the block */
   VORN_ERROR_MODEL = 6,            /**< the image is no model that this runtime executes */
   VORN_ERROR_EXECUTION = 7,        /**< the model failed while it ran */
-  VORN_ERROR_TIMEOUT = 8,          /**< the operator wait time-out ran out */
+  VORN_ERROR_TIMEOUT = 8,          /**< an operator took longer than its time-out */
   VORN_ERROR_UNSUPPORTED = 9,      /**< valid, but not done by this runtime */
   VORN_ERROR_INTERNAL = 10         /**< a fault of the runtime itself */
 };
@@ -104,7 +104,7 @@ enum {
   VORN_INT64 = 8,
   VORN_UINT64 = 9,
   VORN_FLOAT64 = 10,
-  VORN_BOOL = 11 /**< one byte an element, 0 or 1 */
+  VORN_BOOL = 11 /**< one byte per element, 0 or 1 */
 };
 
 /** The order of the dimensions; informative. */
@@ -181,7 +181,7 @@ VORN_API vorn_status vorn_rt_get_run_mode(vorn_rt_run_mode* runMode);
 
 /* ---- Runtime memory -------------------------------------------------------------------------- */
 
-/** Allocates `size` bytes, not cleared, for model and caller to reach; aligned to 16 bytes. */
+/** Allocates `size` bytes, not cleared, that model and caller can reach; aligned to 16 bytes. */
 VORN_API vorn_status vorn_rt_malloc(void** block, uint64_t size, vorn_rt_mem_policy policy);
 
 /** Returns a block. A null pointer is harmless. */
@@ -262,7 +262,7 @@ VORN_API vorn_data_buffer* vorn_mdl_get_dataset_buffer(const vorn_mdl_dataset* d
 /* ---- Settings of one input dataset, and execution -------------------------------------------- */
 
 /**
- * Sets how many batch items the dataset's blocks hold; 1 where nobody said. `index` is reserved and
+ * Sets how many batch items the dataset's blocks hold; 1 if never set. `index` is reserved and
  * 0. May come before the dataset has all its buffers. Every model takes 1; 0 is refused.
  */
 VORN_API vorn_status vorn_mdl_set_dynamic_batch_size(uint32_t modelId, vorn_mdl_dataset* dataset,

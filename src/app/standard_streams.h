@@ -1,4 +1,4 @@
-// Standard input, output and error being there.
+// Making sure that standard input, output and error exist.
 #ifndef VORN_SRC_APP_STANDARD_STREAMS_H_
 #define VORN_SRC_APP_STANDARD_STREAMS_H_
 

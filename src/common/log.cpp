@@ -1,4 +1,4 @@
-// One write a line, without a stream in between.
+// One write per line, without a stream in between.
 #include "common/log.h"
 
 #include <unistd.h>

@@ -6,8 +6,8 @@ namespace vorn::run {
 
 /// Formats one line as `printf` does and puts it on standard output with a single write,
 /// unbuffered: whatever ends the process afterwards, the line has left it. The format carries tag
-/// and line feed. What standard output does not take (a full disk) is lost without a word; a pipe
-/// that nobody reads any more ends the process by SIGPIPE, as it does any program.
+/// and line feed. What standard output does not take (a full disk) is silently lost; a pipe that
+/// nobody reads any more ends the process by SIGPIPE, as it does any program.
 [[gnu::format(printf, 1, 2)]] void PrintLine(const char* format, ...);
 
 }  // namespace vorn::run

@@ -19,8 +19,8 @@ struct StrideParam {
   vorn_mdl_io_dims dims{};
 };
 
-/// The dimensions that count, outermost first. A count beyond the record is cut to the record, so
-/// nothing outside it is read.
+/// The dimensions in use, outermost first. A count beyond the record is cut to what the record
+/// holds, so nothing outside it is read.
 [[nodiscard]] inline std::span<const int64_t> Dimensions(const vorn_mdl_io_dims& dims) {
   return {dims.dims, std::min<uint64_t>(dims.dimCount, VORN_MAX_DIMS)};
 }

@@ -34,7 +34,7 @@ void CollectModelSizes(PerfInfo& perfInfo, const vorn_mdl_desc* modelDesc);
 void PrintPerfInfo(const PerfInfo& perfInfo);
 
 /// Writes the report as a header line and a data line, replacing the file. A file that cannot be
-/// opened is left alone without a word. Readers of the file rely on its columns as they are: the
+/// opened is silently left alone. Readers of the file rely on its columns as they are: the
 /// output size before the work buffer size, the last of the nine columns empty.
 void WriteProfileCsv(const PerfInfo& perfInfo, const std::string& path);
 

@@ -16,8 +16,8 @@ struct SampleOptions {
   std::string vornJsonPath;  ///< the runtime's configuration
   std::string rpnData;       ///< rpn parameter files, separated by commas
   int32_t batchSize = 1;
-  /// Time steps. A recurrent model's first input overrides them; for another network a number above
-  /// 0 has its kind printed.
+  /// Time steps. A recurrent model's first input overrides them; for any other network a number
+  /// above 0 only makes the run print what kind of network it is.
   int32_t nlpTotalT = -1;
   int32_t profile = 0;  ///< only 1 is on
   std::string outputPath;
@@ -26,7 +26,7 @@ struct SampleOptions {
 /// The paths of a run, resolved but for the input files, which `Process` resolves.
 struct ResolvedPaths {
   std::string modelFile;
-  /// The entries of the list, each a path or name:path, one group of data inputs an inference.
+  /// The entries of the list, each a path or name:path; one group of data inputs per inference.
   std::vector<std::string> inputFiles;
   std::string jsonFile;
   std::vector<std::string> rpnFiles;

@@ -1,4 +1,4 @@
-// The signal, past every handler and mask.
+// Raises the signal whatever handler or mask the process has.
 #include "model/division.h"
 
 #include <csignal>

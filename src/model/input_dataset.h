@@ -1,4 +1,4 @@
-// The input dataset of a model: a block an input, in index order, made anew for every inference.
+// The input dataset of a model: one block per input, in index order, made anew for each inference.
 //
 //     data inputs | rpn inputs | task buffer | work buffer
 //     from files  | thresholds | zero-filled, as is every input before them that has no file
@@ -23,9 +23,9 @@ struct LoadedModel {
 
 /// Operations of one inference come in this order: `InitInput`, `CreateInputBuf`, `SetBatchSize`,
 /// `SetRpnData`, `CreateTaskBufAndWorkBuf`, `SetNlpTotalT`, and `DestroyInput` once the model has
-/// run. Those that return an int return 0, or 1 after having printed what failed; the blocks that
-/// were added until then stay in the dataset. Batch size and time steps last from one inference to
-/// the next.
+/// run. Those that return an int return 0, or 1 after having printed what failed; blocks that had
+/// been added by then stay in the dataset. Batch size and time steps carry over from one inference
+/// to the next.
 ///
 /// The destructor releases nothing: a dataset that a failed inference leaves has to outlive the
 /// model, whose owner calls `DestroyInput`.
@@ -58,12 +58,12 @@ class InputDataset {
   /// Hands the batch size to the runtime.
   [[nodiscard]] int SetBatchSize();
 
-  /// Adds one block a rpn file with the thresholds that it holds. All files are checked before the
-  /// first block is made.
+  /// Adds one block per rpn file, holding its thresholds. All files are checked before the first
+  /// block is made.
   [[nodiscard]] int SetRpnData();
 
   /// Adds a zero-filled block for every model input that has none yet: task buffer and work buffer,
-  /// and data inputs that no file was given for.
+  /// and data inputs without a file.
   [[nodiscard]] int CreateTaskBufAndWorkBuf();
 
   /// Hands the time steps to the runtime if there are any and the model is a recurrent one.

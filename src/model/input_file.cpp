@@ -83,7 +83,7 @@ int CheckShape(std::span<const int64_t> dimensions, const InputLayout& layout, u
   return 0;
 }
 
-// More frames than the model takes are reported and nothing else.
+// More frames than the model takes are reported; the run goes on.
 void ReportTooManyFrames(int32_t frames, uint64_t maxFrames) {
   PrintLine(
       "[ERROR] Current number of frames[%u] must be smaller than the recurrent_max_total_t[%zu]\n",
@@ -99,7 +99,7 @@ void CountFrames(std::span<const int64_t> dimensions, const InputLayout& layout,
   if (nlpTotalT > maxFrames) ReportTooManyFrames(nlpTotalT, static_cast<uint64_t>(maxFrames));
 }
 
-// The second input's row holds a flag a frame. Its length counts as unsigned, unlike the first
+// The second input's row holds one flag per frame. Its length counts as unsigned, unlike the first
 // dimension above.
 void CheckFlags(std::span<const int64_t> dimensions, int32_t nlpTotalT) {
   const auto flags = static_cast<uint64_t>(RowElements(dimensions));
@@ -112,8 +112,8 @@ void* MallocInputBlock(uint64_t size) {
   return block;
 }
 
-// A batch size that the file has raised needs a larger block than was allocated before the file's
-// size was looked at.
+// A batch size that the file has raised needs a larger block than the one that was allocated before
+// the shape was checked.
 void* GrowBlock(void* block, uint64_t& blockBytes, uint64_t neededBytes) {
   if (neededBytes <= blockBytes) return block;
   vorn_rt_free(block);

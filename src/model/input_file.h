@@ -19,13 +19,13 @@ struct InputFileTarget {
 
 /// Reads the file, dense rows, into a new block with the input's row stride.
 ///
-/// A file that is not of the input's shape resets `batchSize` to the whole batch items that it
-/// holds, unless it is smaller than one. Input 0 of a recurrent model sets `nlpTotalT` to the
-/// frames that the file holds and `batchSize` to 1, and input 1 is checked against those frames.
+/// A file that does not fit the input's shape resets `batchSize` to the number of whole batch items
+/// in it, unless it is smaller than one. For input 0 of a recurrent model the file sets `nlpTotalT`
+/// to its number of frames, and `batchSize` to 1; input 1 is checked against that number.
 ///
-/// Returns the block, the caller's to free, or null after having printed the cause. Where the kind
-/// of network cannot be asked or the file is too large, the block stays allocated and is lost: that
-/// the runtime sees no free there is part of the behaviour.
+/// Returns the block, the caller's to free, or null after having printed the cause. Where the
+/// runtime does not tell the kind of network, or the file is too large, the block stays allocated
+/// and is lost: that the runtime sees no free there is part of the behaviour.
 [[nodiscard]] void* ReadInputFile(const std::string& path, const InputFileTarget& target,
                                   uint32_t& batchSize, int32_t& nlpTotalT);
 

@@ -10,7 +10,7 @@ namespace vorn::run {
 
 /// Reads a regular file into a new block of its length. Returns the block, which the caller returns
 /// with `vorn_rt_free`, and sets `size`; or prints the cause and returns null. What a file that
-/// shrinks meanwhile does not fill is zero.
+/// shrinks in the meantime does not fill is zero.
 [[nodiscard]] void* ReadBinFile(const std::string& path, uint32_t& size);
 
 /// Sets `size` to the length of whatever can be opened at `path`. Returns 1 with a message when

@@ -8,8 +8,7 @@
 
 namespace vorn::run {
 
-/// "[1, 3, 224, 224, ]": every dimension is followed by a separator, the last one too; "[]" for
-/// none.
+/// "[1, 3, 224, 224, ]": a separator follows every dimension, the last one too; "[]" for none.
 [[nodiscard]] std::string ShapeToString(const vorn_mdl_io_dims& dims);
 
 /// The name up to its zero, or all 128 characters where the runtime left none.

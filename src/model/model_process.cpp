@@ -52,8 +52,8 @@ void PrintModelInfo(const vorn_mdl_desc* modelDesc, uint32_t batchSize,
       return;
     }
     const std::string name = NameToString(dims);
-    // Task buffer and work buffer have no name to be matched; with fewer than two inputs the bound
-    // wraps and every input is named.
+    // No list entry names the task buffer or the work buffer. With fewer than two inputs the bound
+    // wraps, and every input can be named.
     if (i < inputs - kScratchInputs) inputNames.push_back(name);
     PrintLine("[INFO]  Input index: %zu, name: %s\n", i, name.c_str());
     PrintLine("[INFO]  Shape: %s\n", ShapeToString(dims).c_str());

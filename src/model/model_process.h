@@ -14,8 +14,8 @@ namespace vorn::run {
 
 /// Operations come in this order: load, `CreateDesc`, `CreateOutput`; then for each inference those
 /// of `Inputs` with `Execute` and `DumpOutputData` before its `DestroyInput`. Those that return an
-/// int return 0, or 1 after having printed what failed; what they had made until then stays with
-/// the model and is released with it. The runtime must be up, with a context current on the calling
+/// int return 0, or 1 after having printed what failed; what they had made by then stays with the
+/// model and is released with it. The runtime must be up, with a context current on the calling
 /// thread, for as long as the model lives.
 class ModelProcess {
  public:

@@ -7,10 +7,9 @@
 namespace vorn::run {
 
 /// Loads the model, brings `paths.inputFiles` into the order of its inputs and resolves them in
-/// place, runs one inference a group of input files, releases the model. Files left over after the
-/// last whole group are ignored. Returns 0, or 1 after having printed what failed; the
-/// model is released on every way out. A model without data inputs ends the process by an integer
-/// division fault.
+/// place, runs one inference per group of input files, and releases the model, however the run
+/// ends. Files left over after the last whole group are ignored. Returns 0, or 1 after having
+/// printed what failed. A model without data inputs ends the process by an integer division fault.
 [[nodiscard]] int Process(const SampleOptions& options, ResolvedPaths& paths);
 
 }  // namespace vorn::run

@@ -24,7 +24,7 @@ struct RowLayout {
 };
 
 /// Reads the file from its start, row after row, into `block`. The part of a row that would lie
-/// outside of `block` is passed over in the file; a row that would start outside ends the reading.
+/// outside `block` is skipped in the file; a row that would start outside ends the reading.
 /// A row of 2^63 bytes or more cannot be read.
 void ReadRows(int fd, std::span<std::byte> block, const RowLayout& layout);
 

@@ -12,7 +12,7 @@
 
 namespace vorn::run {
 
-/// The values of a single class, and the rows of a multi class layout.
+/// How many values a single class has, and how many rows the layout of several classes.
 inline constexpr uint32_t kThresholdKinds = 4;
 
 /// Writes the values into the zero-filled `block`: up to four as single class, more as multi class

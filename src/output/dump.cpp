@@ -18,7 +18,7 @@ constexpr mode_t kFolderMode = 0775;
 
 using ValueReader = int (*)(const OutputSource&, uint64_t, ValueBuffer&, std::span<const float>&);
 
-// Which reader serves a data type code. Codes that are no plain small integers, unknown ones
+// Which reader serves a data type code. All codes but those of small integers, unknown ones
 // included, are read as float bit patterns; code 1 is read as an unsigned integer.
 ValueReader ReaderOf(vorn_data_type code) {
   switch (code) {

@@ -10,7 +10,7 @@
 namespace vorn::run {
 
 /// Makes the folder of the inference under `outputPath` (whose parent folders have to be there) and
-/// writes every output into it twice: one value a line as text (".float") and dense 32-bit floats
+/// writes every output into it twice: one value per line as text (".float") and dense 32-bit floats
 /// in the machine's byte order (".bin"). A problem with one file is printed and the next file
 /// follows. `inference` counts successful executions from 0. `buffer` is room for the values of one
 /// output at a time.

@@ -28,8 +28,8 @@ struct OutputSource {
 
 /// Sets `values` to the values of output `index` in the memory of `buffer`, stride removed, read as
 /// elements of `Element` (see `RemoveStride`). The row step comes from the runtime's element size,
-/// the width of a read from `Element`. Returns 1 with a message and `values` untouched when output
-/// or description are unfit.
+/// the width of a read from `Element`. Returns 1 with a message, `values` untouched, when the
+/// output or its description is unfit.
 template <typename Element>
 [[nodiscard]] int GetOutputWithOutStride(const OutputSource& source, uint64_t index,
                                          ValueBuffer& buffer, std::span<const float>& values);

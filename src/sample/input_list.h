@@ -1,4 +1,4 @@
-// The input list file: a line an entry, path or name:path, relative to the folder of the list.
+// The input list file: one entry per line, a path or name:path, relative to the folder of the list.
 #ifndef VORN_SRC_SAMPLE_INPUT_LIST_H_
 #define VORN_SRC_SAMPLE_INPUT_LIST_H_
 
@@ -18,7 +18,7 @@ namespace vorn::run {
 [[nodiscard]] std::vector<std::string> ReadInputEntries(std::istream& lines,
                                                         std::string_view folder);
 
-/// The entries of a list file. One that cannot be opened is printed and has none.
+/// The entries of a list file. A file that cannot be opened is reported and has none.
 [[nodiscard]] std::vector<std::string> ReadInputListFile(const std::string& listFile);
 
 /// The pieces between delimiters, empty ones included; nothing follows a delimiter at the end.

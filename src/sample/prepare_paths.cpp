@@ -1,4 +1,4 @@
-// The order in which paths are looked at shows on standard output.
+// Standard output shows the order in which paths are checked.
 #include "sample/prepare_paths.h"
 
 #include "common/path.h"

@@ -7,8 +7,7 @@
 namespace vorn::run {
 
 /// Resolves model, configuration and rpn files and reads the input list. Returns 1 for the first
-/// path whose length is out of range; files that are not there, the list included, are no failure
-/// here.
+/// path whose length is out of range; missing files, the list included, are not a failure here.
 [[nodiscard]] int PreparePaths(const SampleOptions& options, ResolvedPaths& paths);
 
 }  // namespace vorn::run

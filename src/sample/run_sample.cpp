@@ -1,4 +1,4 @@
-// Runtime up and down, a line a step, and the run in between.
+// Runtime up and down, one printed line per step, and the run in between.
 #include "sample/run_sample.h"
 
 #include "common/log.h"

@@ -36,7 +36,7 @@ TEST(PathLength, Of4095BytesIsResolvedInEveryRole) {
   EXPECT_EQ(run.record.CallsOf("vorn_init"), (Lines{"vorn_init(\"$DIR/vorn.json\") = 0"}));
 }
 
-/// The run got past the checks of its paths without a word about a length.
+/// The run got past the checks of its paths and said nothing about a length.
 void ExpectPassed(const Transcript& run) {
   EXPECT_EQ(run.rawOut.find("out of range"), std::string::npos) << run.Describe();
   ExpectLinesInOrder(run, {"[INFO]  vorn init success"});

@@ -48,7 +48,7 @@ std::string DifferenceOfFiles(const std::map<std::string, std::string>& expected
   return text.empty() ? "" : "--- files\n" + text;
 }
 
-/// getopt and nobody else names the program, and by the path that it was started with.
+/// Only getopt names the program, and by the path that it was started with.
 Strings ErrorLines(std::string text) {
   const std::string program = support::VornRunPath() + ":";
   for (size_t at = text.find(program); at != std::string::npos; at = text.find(program, at)) {

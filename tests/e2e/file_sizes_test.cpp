@@ -24,8 +24,8 @@ std::string TooLong(uint64_t length, uint64_t room) {
          "] must be smaller than malloc size[" + std::to_string(room) + "]";
 }
 
-const TensorSpec kDense{"in0", {1, 16}, 4, 16, 16, 0};      // 16 bytes an item, in rows of 16
-const TensorSpec kPadded{"in0", {1, 2, 12}, 4, 16, 32, 0};  // 24 bytes an item, laid out in 32
+const TensorSpec kDense{"in0", {1, 16}, 4, 16, 16, 0};      // 16 bytes per item, in rows of 16
+const TensorSpec kPadded{"in0", {1, 2, 12}, 4, 16, 32, 0};  // 24 bytes per item, laid out in 32
 
 /// One length of a file and what is said of it behind the shape.
 struct Length {

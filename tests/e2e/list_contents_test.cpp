@@ -174,7 +174,7 @@ TEST(ListContents, StandInTheFolderThatTheNameOfTheListSays) {
   }
 }
 
-// The stream fails where memory ends, and what was no whole line is no entry.
+// The stream fails where memory ends, and what was not a whole line is not an entry.
 TEST(ListContents, WithoutALineEndAreNoEntriesWhenMemoryRunsOut) {
 #if defined(__SANITIZE_ADDRESS__)
   GTEST_SKIP() << "the sanitizer needs the address space that is to be limited";

@@ -30,7 +30,7 @@ struct KilledBy {
   int signal;
 };
 
-/// Division as the machine does it: nobody looks before.
+/// Division as the machine does it: a divisor of 0 is not checked for.
 uint64_t Divide(uint64_t dividend, uint64_t divisor) {
   if (divisor == 0) throw KilledBy{SIGFPE};
   return dividend / divisor;
@@ -327,7 +327,7 @@ void Command::ParseArgs() {
   argv.push_back(nullptr);
   const int argc = static_cast<int>(words.size());
 
-  optind = 0;  // begin anew
+  optind = 0;  // start afresh
   opterr = 0;  // what it says of its own accord is written below
   size_t k = 0;
   for (;;) {

@@ -1,5 +1,5 @@
-// Which of two faults is told: the checks of a step run in a fixed order, and the first that fails
-// speaks alone. And what is released first where a fault leaves something behind.
+// Which of two faults is reported: the checks of a step run in a fixed order, and the first that
+// fails speaks alone. And what is released first where a fault leaves something behind.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -47,7 +47,7 @@ TEST(SortInputs, NeverMovesAnEntryIntoAnotherGroup) {
   Stage stage;
   stage.script = TwoInputs();
   WriteInputs(&stage, {"a", "b", "c", "d"});
-  // Both of the first group claim input 1; their order is nobody's business.
+  // Both of the first group claim input 1; their order is not defined.
   stage.List({"in1:a", "in1:b", "in0:c", "in0:d"});
   const Transcript run = stage.Run();
   ExpectStatus(run, 0);
@@ -110,7 +110,7 @@ TEST(SortInputs, LeavesTheListAloneIfANameIsUnknown) {
   EXPECT_EQ(EntriesChecked(stage.Run()), (Lines{"in1:./b", "IN0:./a"}));
 }
 
-// The task and the work buffer are no names to be given.
+// A list cannot name the task buffer and the work buffer.
 TEST(SortInputs, DoesNotKnowTheScratchInputs) {
   Stage stage;
   SetPlain(&stage);

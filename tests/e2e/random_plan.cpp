@@ -330,7 +330,7 @@ void Planner::PlanWords() {
   SpoilWords();
 }
 
-/// Rarely a command line that is no list of pairs.
+/// Rarely a command line that is not a list of pairs.
 void Planner::SpoilWords() {
   auto& words = plan_.words;
   if (Odd(1)) words.pop_back();

@@ -36,7 +36,8 @@ TEST(StrangeModel, WithAnOutputWiderThanItsRows) {
 }
 
 TEST(StrangeModel, WithElementsNarrowerThanTheyAreRead) {
-  // One byte an element by the runtime, four by the code: the second row lies far behind the block.
+  // One byte per element by the runtime, four by the code: the second row lies far behind the
+  // block.
   Stage stage;
   stage.script.Input(kIn).Scratch().Output({"o", {2, 4}, 11, 16, 32, 0}).Line("write 0 counter 0");
   stage.File("a.bin", support::CountingBytes(16)).List({"a.bin"});

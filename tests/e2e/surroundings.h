@@ -13,7 +13,7 @@ using Launcher = std::vector<std::string>;
 /// Runs these words of the shell and then becomes the command: `ulimit -f 64`, `exec <&-`.
 [[nodiscard]] Launcher AfterShell(const std::string& words);
 
-/// The command's permissions are those of the files, for the superuser as for anybody else.
+/// The permissions of files hold for the command even where the superuser runs it.
 [[nodiscard]] Launcher WithoutPrivileges();
 
 /// The same as `AfterShell`, in file systems of its own: what is mounted is gone with the run.

@@ -173,7 +173,7 @@ TEST(ConfigFile, ThatMayNotBeReadIsHandedOnWithoutAWord) {
 
 // --- The list.
 
-/// The run goes on with no entry, without a word about the list or with this one.
+/// The run goes on with no entry, and says nothing about the list, or this line.
 void ExpectEmptyList(const Transcript& run, const Lines& told) {
   ExpectStatus(run, 0);
   EXPECT_EQ(run.lines[0], "[INFO]  inputPath: model.om");
@@ -289,7 +289,7 @@ TEST(InputEntry, ThatMayNotBeReadIsReportedAfterItsMeasures) {
                                 {"[ERROR] open file $DIR/a.bin failed"}}));
 }
 
-// Such a file says one page and holds a few bytes; how many were read is nobody's business.
+// Such a file says one page and holds a few bytes; how many were read does not matter.
 TEST(InputEntry, ShorterThanItsLengthSaysIsCopiedAsFarAsItReaches) {
   const char* kShort = "/sys/devices/system/cpu/online";
   std::error_code error;

@@ -39,7 +39,7 @@ void Record::Write(std::string_view line) {
     }
   }
   text += '\n';
-  // One write a line: what was written stays, whatever becomes of the process.
+  // One write per line: what was written stays, whatever becomes of the process.
   for (size_t at = 0; at < text.size();) {
     const ssize_t written = write(file_, text.data() + at, text.size() - at);
     if (written < 0) return;

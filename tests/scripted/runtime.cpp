@@ -77,7 +77,7 @@ vorn_status GetDims(Call* call, const vorn_mdl_desc* desc, uint64_t index, bool 
   });
 }
 
-/// The model, or complains. Asking about a model that failed to load is the caller's good right.
+/// The model, or complains. A caller may ask about a model that failed to load.
 bool IsLoaded(const Call& call, uint32_t modelId) {
   return call.state().models.count(modelId) != 0;
 }

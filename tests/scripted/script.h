@@ -2,11 +2,11 @@
 // where its answers leave the ordinary path. Read from the text file that the environment variable
 // VORN_SCRIPT names; without one the model has no inputs and no outputs.
 //
-// The text. One statement a line; words are separated by blanks; `#` starts a comment where a word
-// could start. A part of a word in double quotes may hold blanks and the escapes \\ \" \n \t \xHH.
-// Numbers are decimal, with an optional sign, or hexadecimal behind 0x; a negative number stands
-// for its two's complement where an unsigned one is wanted. A line that cannot be read ends the
-// process with status 99 at the first runtime call.
+// The text. One statement per line; words are separated by blanks; `#` starts a comment where a
+// word could start. A part of a word in double quotes may hold blanks and the escapes \\ \" \n \t
+// \xHH. Numbers are decimal, with an optional sign, or hexadecimal behind 0x; a negative number
+// stands for its two's complement where an unsigned one is wanted. A line that cannot be read ends
+// the process with status 99 at the first runtime call.
 //
 //   The model
 //     net N                 net type (0)

@@ -17,7 +17,7 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
-  std::error_code ignored;  // a folder that stays is a nuisance, no failure
+  std::error_code ignored;  // a folder that stays is a nuisance, not a failure
   fs::remove_all(path_, ignored);
 }
 
@@ -44,7 +44,7 @@ std::map<std::string, std::string> ReadTree(const fs::path& folder) {
   std::map<std::string, std::string> files;
   if (!fs::is_directory(folder)) return files;
   for (const auto& entry : fs::recursive_directory_iterator(folder)) {
-    std::error_code ignored;  // a link in a circle is no file
+    std::error_code ignored;  // a link in a circle is not a file
     if (!entry.is_regular_file(ignored)) continue;
     files[fs::relative(entry.path(), folder).string()] = ReadFile(entry.path());
   }

@@ -1,6 +1,6 @@
 // Golden transcripts: runs of `vorn-run` whose whole outcome is kept as files.
 //
-//   <case>/arguments          the words of the command line, one a line
+//   <case>/arguments          the words of the command line, one per line
 //   <case>/script             what the scripted runtime plays
 //   <case>/stage/...          files laid into the folder of the run, beside those of the stage
 //   <case>/expected/stdout    standard output, normalised as the stage does it

@@ -55,7 +55,7 @@ class Stage {
   /// Writes a file of the stage.
   Stage& File(const std::string& name, const std::string& bytes);
 
-  /// Writes list.txt, one entry a line.
+  /// Writes list.txt, one entry per line.
   Stage& List(const std::vector<std::string>& entries);
 
   /// What the runtime plays.
