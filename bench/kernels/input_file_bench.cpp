@@ -28,19 +28,19 @@ struct Shape {
 class Block {
  public:
   explicit Block(uint64_t size)
-      : block(static_cast<std::byte*>(operator new(size, kPage))), bytes(size) {
-    std::fill_n(block, bytes, std::byte{1});
+      : block_(static_cast<std::byte*>(operator new(size, kPage))), bytes_(size) {
+    std::fill_n(block_, bytes_, std::byte{1});
   }
-  ~Block() { operator delete(block, kPage); }
+  ~Block() { operator delete(block_, kPage); }
   Block(const Block&) = delete;
   Block& operator=(const Block&) = delete;
 
-  [[nodiscard]] std::span<std::byte> Bytes() const { return {block, bytes}; }
+  [[nodiscard]] std::span<std::byte> Bytes() const { return {block_, bytes_}; }
 
  private:
   static constexpr std::align_val_t kPage{4096};
-  std::byte* block;
-  uint64_t bytes;
+  std::byte* block_;
+  uint64_t bytes_;
 };
 
 void Ours(benchmark::State& state, const Shape& shape) {

@@ -15,13 +15,13 @@ namespace bench {
 ScratchFile::ScratchFile() {
   static std::atomic<int> made = 0;
   const std::string name = "vorn-bench." + std::to_string(getpid()) + "." + std::to_string(made++);
-  path = std::filesystem::temp_directory_path() / name;
+  path_ = std::filesystem::temp_directory_path() / name;
 }
 
 ScratchFile::~ScratchFile() { Remove(); }
 
 void ScratchFile::Fill(size_t size) const {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  const int fd = open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   std::vector<int> piece(1 << 18);
   std::iota(piece.begin(), piece.end(), 1);
   const size_t pieceBytes = piece.size() * sizeof(int);
@@ -31,7 +31,7 @@ void ScratchFile::Fill(size_t size) const {
   close(fd);
 }
 
-void ScratchFile::Remove() const { unlink(path.c_str()); }
+void ScratchFile::Remove() const { unlink(path_.c_str()); }
 
 void WriteAll(int fd, const char* data, size_t size) {
   while (size > 0) {

@@ -15,7 +15,7 @@ class ScratchFile {
   ScratchFile(const ScratchFile&) = delete;
   ScratchFile& operator=(const ScratchFile&) = delete;
 
-  [[nodiscard]] const std::string& Path() const { return path; }
+  [[nodiscard]] const std::string& Path() const { return path_; }
 
   /// Makes the file anew with this many bytes, no two pages of them alike.
   void Fill(size_t size) const;
@@ -23,7 +23,7 @@ class ScratchFile {
   void Remove() const;
 
  private:
-  std::string path;
+  std::string path_;
 };
 
 /// Writes a whole file, whatever it takes. Ends the process where the disk does not.
