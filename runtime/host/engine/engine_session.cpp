@@ -9,6 +9,7 @@
 
 #include "host/common/failure.h"
 #include "host/engine/engine_environment.h"
+#include "host/engine/engine_failure.h"
 #include "host/engine/engine_types.h"
 #include "host/tensor/element_type.h"
 
@@ -80,19 +81,15 @@ DeclaredTensor Declare(const char* kind, std::string name, const Ort::TypeInfo& 
   return {.name = std::move(name), .type = *element, .shape = DeclaredShapeOf(info)};
 }
 
-/// The library has no code for memory that was not to be had, only the text of what was thrown.
-vorn_status StatusOf(const Ort::Exception& e, vorn_status otherwise) {
-  const bool isOutOfMemory = std::strstr(e.what(), "bad_alloc") != nullptr;
-  return isOutOfMemory ? VORN_ERROR_OUT_OF_MEMORY : otherwise;
-}
-
-/// Calls `steps`; what the library throws becomes a Failure.
+/// Calls `steps`. What the library throws becomes a Failure that begins with `what`, with
+/// VORN_ERROR_OUT_OF_MEMORY or, for any other reason, with `status`.
 template <typename Steps>
 auto Guarded(vorn_status status, const char* what, Steps&& steps) {
   try {
     return steps();
   } catch (const Ort::Exception& e) {
-    throw Failure(StatusOf(e, status), what, " (", e.what(), ")");
+    const bool isMemory = IsOutOfMemory(e.GetOrtErrorCode(), e.what());
+    throw Failure(isMemory ? VORN_ERROR_OUT_OF_MEMORY : status, what, " (", e.what(), ")");
   }
 }
 
@@ -339,11 +336,9 @@ class OrtSession : public Session {
 std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
                                      std::span<const std::byte> image, const Config& config,
                                      const std::set<std::string>& shapelessInputs) {
-  try {
+  return Guarded(VORN_ERROR_MODEL, "the model is refused", [&]() -> std::unique_ptr<Session> {
     return std::make_unique<OrtSession>(std::move(environment), image, config, shapelessInputs);
-  } catch (const Ort::Exception& e) {
-    throw Failure(StatusOf(e, VORN_ERROR_MODEL), "the model is refused (", e.what(), ")");
-  }
+  });
 }
 
 }  // namespace vorn::host

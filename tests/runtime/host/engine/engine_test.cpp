@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/memory/block_store.h"
 #include "runtime/host/refusal.h"
 #include "support/onnx_writer.h"
 
@@ -145,6 +146,47 @@ TEST_F(EngineTest, WritesBoundMemoryWhereNothingIsComputed) {
         {1, 2});
 }
 
+/// Whether an output is written where it is bound must not have been decided by an earlier run.
+TEST_F(EngineTest, WritesBoundMemoryWhicheverWayTheDataGo) {
+  const auto check = [&](const char* what, const OnnxWriter& model,
+                         const std::vector<float>& otherwise) {
+    const auto session = Open(model.Image());
+    std::vector<float> x = {3, -4};
+    std::vector<float> y(2);
+    int64_t times = 0;
+    session->BindInput(0, x.data(), {2});
+    session->BindInput(1, &times, {});
+    session->BindOutput(0, y.data(), {2});
+    for (const int64_t now : {1, 0, 1, 0}) {
+      times = now;
+      y = {-99, -99};
+      session->Run();
+      EXPECT_EQ(y, now == 1 ? (std::vector<float>{-3, 4}) : otherwise) << what;
+    }
+  };
+  OnnxWriter computed, passed, constant, body;
+  computed.Node("Neg", {"x"}, {"a"}).Output("a", kOnnxFloat, {2});
+  passed.Node("Identity", {"x"}, {"b"}).Output("b", kOnnxFloat, {2});
+  constant.Constant<float>("c", kOnnxFloat, {2}, {7, 8}).Output("c", kOnnxFloat, {2});
+  body.Input("i", kOnnxInt64, {}).Input("go", kOnnxBool, {}).Input("v", kOnnxFloat, {2});
+  body.Output("on", kOnnxBool, {}).Output("w", kOnnxFloat, {2});
+  body.Node("Identity", {"go"}, {"on"}).Node("Neg", {"v"}, {"w"});
+  OnnxWriter model;
+  model.Input("x", kOnnxFloat, {2}).Input("times", kOnnxInt64, {}).Output("y", kOnnxFloat, {2});
+  const auto branch = [&](const OnnxWriter& other) {
+    OnnxWriter whole = model;
+    whole.Node("Cast", {"times"}, {"if"}, {IntAttribute("to", kOnnxBool)});
+    return whole.Node("If", {"if"}, {"y"},
+                      {GraphAttribute("then_branch", computed.Graph()),
+                       GraphAttribute("else_branch", other.Graph())});
+  };
+  check("input through a branch", branch(passed), {3, -4});
+  check("constant through a branch", branch(constant), {7, 8});
+  OnnxWriter loop = model;
+  loop.Node("Loop", {"times", "", "x"}, {"y"}, {GraphAttribute("body", body.Graph())});
+  check("input through a loop without a turn", loop, {3, -4});
+}
+
 TEST_F(EngineTest, TellsOutputsApartInWhateverOrderTheyAreBound) {
   const auto session = Open(OnnxWriter()
                                 .Input("x", kOnnxFloat, {2})
@@ -276,6 +318,44 @@ TEST_F(EngineTest, RefusesWhatItDoesNotServeWithAReason) {
                           .Node("Add", {"x", "w"}, {"y"})
                           .Image()),
               HasSubstr("other files"));
+}
+
+TEST_F(EngineTest, TellsThatMemoryIsOut) {
+  if (IsMemoryWatched()) GTEST_SKIP() << "what watches memory ends the process over such a size";
+  const auto session = Open(OnnxWriter()
+                                .Input("n", kOnnxInt64, {1})
+                                .Output("y", kOnnxFloat, {})
+                                .Node("ConstantOfShape", {"n"}, {"huge"})
+                                .Node("ReduceSum", {"huge"}, {"y"}, {IntAttribute("keepdims", 0)})
+                                .Image());
+  int64_t n = int64_t{1} << 50;
+  float y = 0;
+  session->BindInput(0, &n, {1});
+  session->BindOutput(0, &y, {});
+  EXPECT_EQ(StatusOf([&] { session->Run(); }), VORN_ERROR_OUT_OF_MEMORY);
+  n = 3;
+  EXPECT_EQ(StatusOf([&] { session->Run(); }), VORN_SUCCESS);
+}
+
+TEST_F(EngineTest, IsNotTakenInByAModelThatSpeaksOfMemory) {
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .Input("x", kOnnxFloat, {1})
+                          .Output("y", kOnnxFloat, {1})
+                          .Node("std::bad_alloc", {"x"}, {"y"})
+                          .Image()),
+              HasSubstr("refused"));
+  const auto session =
+      Open(OnnxWriter()
+               .Input("std::bad_alloc", kOnnxFloat, {"n"})
+               .Constant<int64_t>("bad_alloc", kOnnxInt64, {1}, {2})
+               .Output("std::bad_alloc:", kOnnxFloat, {2})
+               .Node("Reshape", {"std::bad_alloc", "bad_alloc"}, {"std::bad_alloc:"})
+               .Image());
+  std::vector<float> x(3);
+  std::vector<float> y(2);
+  session->BindInput(0, x.data(), {3});
+  session->BindOutput(0, y.data(), {2});
+  EXPECT_EQ(StatusOf([&] { session->Run(); }), VORN_ERROR_EXECUTION);
 }
 
 TEST_F(EngineTest, ClosesNamedDimensionsFromTheConfiguration) {
