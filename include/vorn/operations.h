@@ -6,9 +6,9 @@
  *     #define PARAMETER(role, thing, name) ...
  *     VORN_OPERATIONS(OPERATION, PARAMETER)
  *
- * expands to one OPERATION for each, in the order of vorn.h, which only what it expands to may need.
- * `role` and `thing` are those of its answer, and `parameters` is one PARAMETER for each of its
- * parameters, in order and with nothing in between; VORN_NO_PARAMETER leaves none.
+ * expands to one OPERATION for each, in the order of vorn.h, which only what it expands to may
+ * need. `role` and `thing` are those of its answer, and `parameters` is one PARAMETER for each of
+ * its parameters, in order and with nothing in between; VORN_NO_PARAMETER leaves none.
  *
  * `needs` is what the caller has to have in place:
  *
