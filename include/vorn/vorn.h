@@ -73,7 +73,7 @@ enum {
   VORN_ERROR_NOT_INITIALIZED = 3,  /**< before `vorn_init`, after `vorn_finalize`, no context */
   VORN_ERROR_CONFIG = 4,           /**< the JSON file cannot be read or says something unknown */
   VORN_ERROR_OUT_OF_MEMORY = 5,    /**< there is no memory for the block */
-  VORN_ERROR_MODEL = 6,            /**< the image is no model that this runtime executes */
+  VORN_ERROR_MODEL = 6,            /**< the image is not a model that this runtime can run */
   VORN_ERROR_EXECUTION = 7,        /**< the model failed while it ran */
   VORN_ERROR_TIMEOUT = 8,          /**< an operator took longer than its time-out */
   VORN_ERROR_UNSUPPORTED = 9,      /**< valid, but not done by this runtime */
@@ -191,7 +191,7 @@ VORN_API vorn_status vorn_rt_free(void* block);
 
 /**
  * Loads a model from its image of `size` bytes. The image is only read, and stays where it is until
- * the unload. One that is no model, or only the first part of one, is refused.
+ * the unload. An image that is not a model, or only the first part of one, is refused.
  */
 VORN_API vorn_status vorn_mdl_load_from_mem(const void* image, uint64_t size, uint32_t* modelId);
 VORN_API vorn_status vorn_mdl_unload(uint32_t modelId);

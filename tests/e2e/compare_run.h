@@ -1,4 +1,4 @@
-// Plays a plan for real and holds what came of it against what the model foretells.
+// Plays a plan for real and compares the outcome with what the model foretells.
 #ifndef VORN_TESTS_E2E_COMPARE_RUN_H_
 #define VORN_TESTS_E2E_COMPARE_RUN_H_
 

@@ -1,5 +1,5 @@
 // What a run of `vorn-run` has to say, block by block, written down by hand. A test puts the blocks
-// of its run together and compares the whole; what it is about it writes out itself.
+// of its run together and compares the whole; the lines that it is about it writes out in full.
 #ifndef VORN_TESTS_E2E_EXPECTED_H_
 #define VORN_TESTS_E2E_EXPECTED_H_
 
@@ -28,14 +28,14 @@ using Lines = std::vector<std::string>;
 /// The two blocks about the model's inputs and outputs.
 [[nodiscard]] Lines Info(const support::ModelScript& script, uint64_t batchSize = 1);
 
-/// The output dataset made, and what the list comes to.
+/// The output dataset made, and the numbers of inputs and of inferences.
 [[nodiscard]] Lines Plan(uint64_t inputNum, uint64_t iterations);
 
-/// One input file read without a remark; without a shape for recurrent models.
+/// One input file read without a warning; the shape is left out for recurrent models.
 [[nodiscard]] Lines Reading(const std::string& path, const support::TensorSpec& tensor,
                             uint64_t elementBytes, bool withShape = true);
 
-/// What is said once an input file was looked at and before its length is judged.
+/// The lines of an input file up to the check of its length.
 [[nodiscard]] Lines ReadingHead(const std::string& path, const support::TensorSpec& tensor,
                                 uint64_t elementBytes);
 

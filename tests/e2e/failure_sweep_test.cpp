@@ -21,7 +21,7 @@ RecordedCall RefusedCall(const Transcript& run) {
   return {};
 }
 
-/// What the runtime may still hold when this call was refused.
+/// What the runtime may still hold at the end of a run in which this call was refused.
 bool MayLeaveSomething(const std::string& operation) {
   static const char* const kSuch[] = {
       // It was not released because the runtime refused to.
@@ -31,12 +31,12 @@ bool MayLeaveSomething(const std::string& operation) {
       // Without the answer the buffers of a dataset cannot be found.
       "vorn_mdl_get_dataset_num_buffers", "vorn_mdl_get_dataset_buffer",
       "vorn_get_data_buffer_addr",
-      // The block of a file is not returned when the net type cannot be asked or the size is wrong.
+      // The block of a file is not returned if the net type is unknown or the size is wrong.
       "vorn_ext_get_mdl_net_type", "vorn_mdl_get_input_size_by_index"};
   return std::find(std::begin(kSuch), std::end(kSuch), operation) != std::end(kSuch);
 }
 
-/// What a runtime brings on itself by that refusal; anything else is the command's fault.
+/// The violations that a runtime causes by that refusal; any other is the command's fault.
 bool FollowsFrom(const std::string& operation, const std::string& violation) {
   static const struct {
     const char* operation;
@@ -56,7 +56,7 @@ bool FollowsFrom(const std::string& operation, const std::string& violation) {
   });
 }
 
-/// The end that a run may come to: by itself, or in one of the divisions that are not guarded.
+/// How a run may end: by itself, or in one of the divisions that are not guarded.
 bool EndedInOneOfTheKnownWays(const Transcript& run) {
   return run.status == 0 || run.status == 1 || run.EndedByDivision();
 }

@@ -27,7 +27,7 @@ std::string TooLong(uint64_t length, uint64_t room) {
 const TensorSpec kDense{"in0", {1, 16}, 4, 16, 16, 0};      // 16 bytes per item, in rows of 16
 const TensorSpec kPadded{"in0", {1, 2, 12}, 4, 16, 32, 0};  // 24 bytes per item, laid out in 32
 
-/// One length of a file and what is said of it behind the shape.
+/// One length of a file, and the lines about it after that of the shape.
 struct Length {
   const char* name;
   const TensorSpec* tensor;
@@ -159,7 +159,7 @@ INSTANTIATE_TEST_SUITE_P(
                0}),
     NameOf);
 
-/// A run over one dense input whose file is that long and full of nothing.
+/// A run over one dense input whose file is that long and takes no room on the disk.
 Transcript RunSparse(uint64_t length) {
   Stage stage;
   stage.script.Input(kDense).Scratch().Line("see inputs hex").Line("limit 1048576");
@@ -216,7 +216,7 @@ TEST(RaisedBatch, WithoutMemoryForItsBlockEndsTheRun) {
             FailedInput({"[ERROR] malloc device buffer failed. size is 64", kNoBuffer}));
 }
 
-/// What the runtime was asked for first for a model of that length, and what was said then.
+/// The first request for memory for a model of that length, and the lines that follow.
 void ExpectModelRequest(uint64_t length, uint64_t requested, uint64_t shown) {
   Stage stage;
   SetPlain(&stage);

@@ -21,7 +21,7 @@ std::string Reset(uint64_t batchSize) {
   return "[WARN]  Reset the batchSize to [" + std::to_string(batchSize) + "]";
 }
 
-/// A stage for one input and no output, so that only the input is looked at.
+/// A stage for one input and no output, so that only the input matters.
 void SetInput(Stage* stage, const TensorSpec& tensor, const std::string& file) {
   stage->script.Input(tensor).Scratch().Line("see inputs hex");
   stage->File("a.bin", file).List({"a.bin"});

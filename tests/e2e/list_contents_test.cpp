@@ -1,4 +1,4 @@
-// What a list may hold: very many lines, very long ones, and bytes that are no text.
+// What a list may hold: very many lines, very long ones, and bytes that are not text.
 #include <gtest/gtest.h>
 
 #include "e2e/expected.h"
@@ -16,7 +16,7 @@ TEST(ListContents, OfAHundredThousandEntriesAreAllCheckedForNoInference) {
   Stage stage;
   SetPlain(&stage);
   stage.List(Lines(100000, "a.bin"));
-  // More rpn files than inputs: the division comes to nothing.
+  // More rpn files than inputs: the quotient is 0.
   const Transcript run = stage.Run({"-r", "r1,r2"});
   ExpectStatus(run, 0);
   EXPECT_EQ(EntriesChecked(run), Lines(100000, "./a.bin"));

@@ -550,7 +550,7 @@ int Command::ProcessSteps() {
     Say("[ERROR] execute LoadModelFromFileWithMem failed");
     return 1;
   }
-  int status = CreateDesc();  // looked at below, unless an entry has overwritten it by then
+  int status = CreateDesc();  // checked below, unless an entry has overwritten it by then
   SortInputsByName();
   for (std::string& entry : inputFiles_) {
     status = GetRealPath(&entry);
@@ -577,7 +577,7 @@ int Command::ProcessSteps() {
 int Command::LoadModel() {
   uint32_t size = 0;
   modelMem_ = ReadBinFile(&size);
-  // The answer is not looked at.
+  // The answer is ignored.
   (void)runtime_.LoadFromMem(modelMem_, size, &modelId_);
   if (GetFileSize(&omSize_) != 0) {
     runtime_.Free(modelMem_);

@@ -1,8 +1,8 @@
 // The runtime as the model of the command sees it: no memory, no addresses, only numbers. Block 3
 // is the number 3 and its bytes are a string; null is the number 0. It answers as a plan says and
 // keeps the lines that the scripted runtime would record of the same calls (scripted/scripted.h).
-// Of the broken rules it knows those that a correct command is driven to by a runtime that refuses;
-// any other shows as a line too few.
+// Of the rules that can be broken it knows those that a runtime's refusals make a correct command
+// break; any other shows as a missing line.
 #ifndef VORN_TESTS_E2E_MODEL_OF_RUNTIME_H_
 #define VORN_TESTS_E2E_MODEL_OF_RUNTIME_H_
 

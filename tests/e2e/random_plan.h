@@ -1,4 +1,4 @@
-// Runs that nobody would think of: plans made up from a seed, sound ones and odd ones.
+// Runs that nobody would write down: plans made from a seed, sound ones and odd ones.
 #ifndef VORN_TESTS_E2E_RANDOM_PLAN_H_
 #define VORN_TESTS_E2E_RANDOM_PLAN_H_
 

@@ -108,7 +108,7 @@ struct TimedRun {
   double whole = 0;  // ms
 };
 
-/// A run with a report, during which nobody set the clock.
+/// A run with a report, during which the clock was not set.
 TimedRun RunTimed(Stage& stage) {
   for (;;) {
     const Milliseconds lead = ClockLead();

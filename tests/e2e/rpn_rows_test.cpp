@@ -1,4 +1,4 @@
-// Rows of thresholds that are no rows: they overlap, or run backwards.
+// Rows of thresholds that do not follow each other: they overlap, or run backwards.
 #include <gtest/gtest.h>
 
 #include "e2e/compare_run.h"

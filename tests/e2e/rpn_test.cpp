@@ -85,8 +85,8 @@ TEST(Rpn, PutsTheRowsOfSeveralClassesAtTheirStride) {
   ExpectClean(run);
 }
 
-// Told apart by the number of values alone: one class of the multi-class form lies like a single
-// one.
+// Only the number of values tells the forms apart: one class in the multi-class form is laid out
+// as a single class is.
 TEST(Rpn, PutsFourRowsOfOneClassSideBySide) {
   Stage stage;
   SetRpn(&stage, {"rpn", {4, 1}, 0, 16, 64, 0}, "1 2 3 4");
@@ -210,7 +210,7 @@ TEST(Rpn, RefusesAFileThatIsMissingOrNoFile) {
                     "[ERROR] read rpn para error"}));
 }
 
-// All files are looked at before the first buffer is made.
+// All files are checked before the first buffer is made.
 TEST(Rpn, AddsNothingIfTheSecondFileIsBad) {
   Stage stage;
   stage.script.Input({"in0", {1, 4}, 0, 16, 16, 0}).Input(kSingle).Input(kSingle).Scratch();

@@ -48,7 +48,7 @@ TEST(InitResource, StopsAtTheFirstFailureAndReleasesWhatThereIs) {
     SCOPED_TRACE(step.operation);
     Stage stage;
     SetPlain(&stage);
-    // Taking down what never came up may fail or not; that is another test's.
+    // Taking down what never came up may fail or not; another test is about that.
     stage.script.Answer(step.operation, "always", "-5")
         .Answer("vorn_rt_reset_device", "always", "0")
         .Answer("vorn_finalize", "always", "0");

@@ -1,5 +1,5 @@
-// Models that no compiler would make, and places that cannot be written to. What comes of them is
-// nobody's promise beyond this: the run ends by itself and touches no memory that is not its own.
+// Models that no compiler would make, and places that cannot be written to. Nothing is
+// promised for them but this: the run ends by itself and touches no memory that is not its own.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -16,7 +16,7 @@ using Launcher = std::vector<std::string>;
 /// The permissions of files hold for the command even where the superuser runs it.
 [[nodiscard]] Launcher WithoutPrivileges();
 
-/// The same as `AfterShell`, in file systems of its own: what is mounted is gone with the run.
+/// The same as `AfterShell`, in file systems of its own: what is mounted goes away with the run.
 [[nodiscard]] Launcher WithOwnMounts(const std::string& words);
 
 /// True if a program can be started by this launcher.

@@ -55,7 +55,7 @@ Lines RpnFailed(const Lines& cause) {
   return Join({cause, {kNoRpn, "[ERROR] Set rpn data failed"}, Unloaded(), ProcessFailed()});
 }
 
-/// The run ended by itself in a failure, told like this, and let nothing lie.
+/// The run ended by itself in a failure, printed these lines, and released everything.
 void ExpectFailure(const Transcript& run, const Lines& told) {
   ExpectStatus(run, 1);
   EXPECT_EQ(FromFirstError(run), told) << run.Describe();

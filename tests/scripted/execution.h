@@ -1,4 +1,4 @@
-// What one execution tells of the blocks that it was given, and what it writes into them.
+// What one execution records about the blocks that it was given, and what it writes into them.
 #ifndef VORN_TESTS_SCRIPTED_EXECUTION_H_
 #define VORN_TESTS_SCRIPTED_EXECUTION_H_
 

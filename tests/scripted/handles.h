@@ -1,6 +1,6 @@
 // The handles that the scripted runtime hands out. A handle is the address of one of these records.
-// Records are never taken down, so an address never comes back under another meaning and a use
-// after the release is always noticed; the texts that a description handed out do go with it.
+// Records are never freed, so an address never comes back with another meaning, and a use after the
+// release is always noticed. The texts that a description handed out are freed with it.
 #ifndef VORN_TESTS_SCRIPTED_HANDLES_H_
 #define VORN_TESTS_SCRIPTED_HANDLES_H_
 

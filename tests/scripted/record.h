@@ -1,6 +1,6 @@
 // The record of everything that happens at the scripted runtime: a text file, named by the
-// environment variable VORN_RECORD, to which each line is written at once, so that it tells all up
-// to the moment of a crash. Without the variable nothing is kept.
+// environment variable VORN_RECORD, to which each line is written at once, so that it is complete
+// up to the moment of a crash. Without the variable nothing is kept.
 #ifndef VORN_TESTS_SCRIPTED_RECORD_H_
 #define VORN_TESTS_SCRIPTED_RECORD_H_
 

@@ -1,4 +1,4 @@
-// The operations of vorn.h, each the ordinary course of a runtime whose model does nothing.
+// The operations of vorn.h, each as a runtime whose model does nothing would ordinarily do it.
 
 #include <algorithm>
 #include <cstring>
@@ -16,7 +16,7 @@ using scripted::Tensor;
 
 namespace {
 
-constexpr unsigned char kNoName = 0xA5;  // behind the end of a name, where nobody should look
+constexpr unsigned char kNoName = 0xA5;  // behind the end of a name, where nothing should be read
 constexpr int64_t kNoDim = -0x5A5A5A5A5A5A5A5A;
 
 template <typename T>

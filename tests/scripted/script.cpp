@@ -94,7 +94,7 @@ uint64_t ReadNumber(const std::string& text) {
   char* end = nullptr;
   const unsigned long long value = std::strtoull(digits.c_str(), &end, base);
   const bool startsWell = !digits.empty() && std::isdigit(static_cast<unsigned char>(digits[0]));
-  if (!startsWell || *end != '\0' || errno != 0) Refuse("'" + text + "' is no number");
+  if (!startsWell || *end != '\0' || errno != 0) Refuse("'" + text + "' is not a number");
   return negative ? uint64_t{0} - value : value;
 }
 
@@ -243,7 +243,7 @@ std::string ReadFloats(Line* line) {
     } else {
       char* end = nullptr;
       const float value = std::strtof(text.c_str(), &end);
-      if (end == text.c_str() || *end != '\0') Refuse("'" + text + "' is no float");
+      if (end == text.c_str() || *end != '\0') Refuse("'" + text + "' is not a float");
       std::memcpy(pattern, &value, sizeof pattern);
     }
     bytes.append(pattern, sizeof pattern);

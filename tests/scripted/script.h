@@ -16,9 +16,10 @@
 //     input  KEY=VALUE...   one model input, in index order; the keys are name, dims=1,3,4,5,
 //     output KEY=VALUE...   type, stride, size and format. One model output likewise.
 //
-//   What a tensor leaves out is empty or 0, and nothing has to make sense. `dims=` alone is rank 0.
-//   A name of 128 characters or more fills the record's field without a terminating zero. Two more
-//   keys: rank overrides the count of dimensions, full-name the name that the query by index gives.
+//   What a tensor leaves out is empty or 0, and nothing is checked for sense. `dims=` alone is rank
+//   0. A name of 128 characters or more fills the record's field without a terminating zero. Two
+//   more keys: rank overrides the count of dimensions, full-name the name that the query by index
+//   gives.
 //
 //   Memory
 //     limit BYTES           a larger block is refused (4 GiB)
@@ -35,7 +36,7 @@
 //   does its work and reports a failure all the same. With the status 0 it succeeds where it would
 //   not have. `fail` counts all runtime calls together; they fail with STATUS (1), null or 0, by
 //   what the operation returns. Types, formats and names have no way to fail: they are counted and
-//   answer as ever.
+//   answer as usual.
 //
 //   pause OPERATION MILLISECONDS   every call of the operation takes at least that long
 //

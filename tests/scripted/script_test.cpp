@@ -92,13 +92,13 @@ TEST(ParseScript, NamesTheLineThatItCannotRead) {
   EXPECT_EQ(Refused("answer vorn_mdl_exec always 1\n"),
             "line 1: there is no operation 'vorn_mdl_exec'");
   EXPECT_EQ(Refused("pause vorn_mdl_exec 1\n"), "line 1: there is no operation 'vorn_mdl_exec'");
-  EXPECT_EQ(Refused("net one\n"), "line 1: 'one' is no number");
+  EXPECT_EQ(Refused("net one\n"), "line 1: 'one' is not a number");
   EXPECT_EQ(Refused("net 1 2\n"), "line 1: '2' is one word too many");
   EXPECT_EQ(Refused("fail 0\n"), "line 1: calls are counted from 1 upwards");
   EXPECT_EQ(Refused("write 0 bytes 0\n"), "line 1: two hexadecimal digits are wanted in '0'");
   EXPECT_EQ(Refused("input name=\"a\n"), "line 1: a quote is left open");
   EXPECT_EQ(Refused("input size=18446744073709551616\n"),
-            "line 1: '18446744073709551616' is no number");
+            "line 1: '18446744073709551616' is not a number");
 }
 
 TEST(BitsOf, AnswersForTheKnownCodesAndLetsTheScriptDisagree) {

@@ -13,7 +13,7 @@
 //   vorn_mdl_create_desc() = null [scripted] an answer that the script ordered
 //   vorn_mdl_execute(1, dataset#2, dataset#1) = 0
 //   saw input 0: buffer=16 block=32 hex=00…  what the script wants to see, behind the execution
-//   note: …                                  the script itself did not work out
+//   note: …                                  the script could not be followed here
 //   violation: …                             the caller broke a rule of vorn.h
 //   live: blocks=0 buffers=0 datasets=0 descs=0 contexts=0 streams=0 models=0 at=finalize
 //                                            what is not yet released, after each vorn_finalize and
@@ -27,8 +27,8 @@
 // null, foreign or released where a live one has to be; a second release; writing outside a block
 // (noticed when it is released or at the end); releasing a model's image under it; a data buffer
 // larger than its block; an operation before vorn_init or without a context current on its thread;
-// executing with as many buffers as the model does not have; a null place for a result. Releasing
-// the null block is none.
+// executing with another number of buffers than the model has; a null place for a result.
+// Releasing the null block is not one.
 #ifndef VORN_TESTS_SCRIPTED_SCRIPTED_H_
 #define VORN_TESTS_SCRIPTED_SCRIPTED_H_
 

@@ -17,7 +17,7 @@ namespace {
 constexpr int kBadScript = 99;
 
 std::recursive_mutex mutex;
-State* current = nullptr;  // stays until the process has ended: no order of destruction to think of
+State* current = nullptr;  // never destroyed, so that no order of destruction matters
 
 Script ReadScript() {
   Script script;
@@ -146,7 +146,7 @@ const char* Call::NameText(Handle* desc, uint64_t index, const std::string* natu
   if (rule != nullptr) natural = rule->kind == AnswerKind::kText ? &rule->text : nullptr;
   const char* answer = nullptr;
   if (desc != nullptr && natural != nullptr) {
-    // The bytes of a name, and no more, so that reading on is noticed; gone with the description.
+    // Exactly the bytes of the name, so that reading on is noticed; freed with the description.
     auto& kept = desc->names[index];
     if (kept == nullptr || *natural != kept.get()) {
       kept = std::make_unique<char[]>(natural->size() + 1);

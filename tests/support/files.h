@@ -10,7 +10,7 @@
 
 namespace support {
 
-/// A fresh folder that goes, with all that is in it, when this does.
+/// A fresh folder, which is removed with all that is in it on destruction.
 class TempDir {
  public:
   TempDir();

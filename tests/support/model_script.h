@@ -1,5 +1,5 @@
-// Writes the scripts of the scripted runtime (scripted/script.h). What a script can say that is not
-// here goes in as a line.
+// Writes the scripts of the scripted runtime (scripted/script.h). Whatever has no function here is
+// added as a line.
 #ifndef VORN_TESTS_SUPPORT_MODEL_SCRIPT_H_
 #define VORN_TESTS_SUPPORT_MODEL_SCRIPT_H_
 

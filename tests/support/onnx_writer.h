@@ -6,8 +6,8 @@
 //     std::string image = model.Image();
 //
 // Writes protocol-buffers bytes by hand: field numbers are those of the ONNX format, IR version 8,
-// operator set 17 unless another is asked for. Nothing is checked; a wrong model is a test's
-// business.
+// operator set 17 unless another is asked for. Nothing is checked, since tests want wrong models
+// as well.
 #ifndef VORN_TESTS_SUPPORT_ONNX_WRITER_H_
 #define VORN_TESTS_SUPPORT_ONNX_WRITER_H_
 
@@ -88,7 +88,7 @@ class OnnxWriter {
   OnnxWriter& ExternalConstant(const std::string& name, OnnxType type,
                                const std::vector<int64_t>& dims, const std::string& location);
 
-  /// A property that somebody wrote into the file.
+  /// A metadata property of the file.
   OnnxWriter& Metadata(const std::string& name, const std::string& text);
 
   OnnxWriter& OperatorSet(uint64_t version) {

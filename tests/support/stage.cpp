@@ -50,7 +50,7 @@ std::string ReplaceStamps(std::string text) {
 std::string ReplaceTimes(std::string text) {
   for (size_t at = text.find(" Time:"); at != std::string::npos; at = text.find(" Time:", at + 1)) {
     const size_t start = std::min(text.find_first_not_of(' ', at + 6), text.size());
-    // The clock that the command looks at may be set back meanwhile.
+    // The clock that the command reads may be set back meanwhile.
     const size_t sign = text[start] == '-' ? 1 : 0;
     const size_t whole = CountDigits(text, start + sign);
     const size_t point = start + sign + whole;
