@@ -17,8 +17,26 @@
 
 namespace vorn::host {
 
-/// The next handle value; each is handed out once in the life of the process, whatever the kind. No
-/// address of the machine has such a value. Any thread may call it.
+/// The value of the handle that is made as number `count`: no address that a program can reach, so
+/// that whoever uses a handle as a pointer faults at once.
+///
+///     bit   63 | 62 .. 56 | 55 | 54 .. 4 | 3 .. 0
+///            1 |        0 |  1 |   count |      0
+///
+///   - aarch64 does not look at bits 63 to 56 (top byte ignore), and keeps tags there; bit 55 says
+///     whose half of the addresses is meant. It is 1: the kernel's, which no program reaches.
+///   - x86-64 wants bits 63 to 47 to be all the same, or 63 to 56 with five levels of page tables.
+///     Bit 63 is 1 and bit 56 is 0. Where it is told not to look at bits 62 to 48, or 62 to 57
+///     (linear address masking), it takes bit 63 for the kernel's half all the same.
+///
+/// Bits 3 to 0 look aligned to whoever checks that. A process that makes a million handles a second
+/// comes to the end of the count after seventy years.
+constexpr uintptr_t HandleValue(uintptr_t count) {
+  return uintptr_t{1} << 63 | uintptr_t{1} << 55 | count << 4;
+}
+
+/// The next one; each is handed out once in the life of the process, whatever the kind. Any thread
+/// may call it.
 uintptr_t NextHandleValue() noexcept;
 
 template <typename Opaque>
