@@ -8,9 +8,9 @@
 
 using vorn::host::Answer;
 using vorn::host::Change;
-using vorn::host::ElementBits;
 using vorn::host::Look;
 using vorn::host::Needs;
+using vorn::host::NumberedBits;
 using vorn::host::RefuseHandle;
 using vorn::host::RequirePlace;
 using vorn::host::StartRuntime;
@@ -84,4 +84,4 @@ vorn_status vorn_rt_free(void* block) {
   });
 }
 
-uint64_t vorn_data_type_size(vorn_data_type type) { return ElementBits(type); }
+uint64_t vorn_data_type_size(vorn_data_type type) { return NumberedBits(type); }

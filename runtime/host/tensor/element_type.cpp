@@ -27,4 +27,6 @@ uint64_t ElementBits(vorn_data_type type) {
   }
 }
 
+uint64_t NumberedBits(vorn_data_type type) { return type == kBfloat16 ? 0 : ElementBits(type); }
+
 }  // namespace vorn::host

@@ -12,8 +12,12 @@ namespace vorn::host {
 /// library; presentation.h says what a caller sees instead.
 inline constexpr vorn_data_type kBfloat16 = 0x10000;
 
-/// Bits of one element; 0 for a code that neither vorn.h numbers nor this file.
+/// Bits of one element; 0 for a code that neither vorn.h numbers nor this file. A caller is
+/// answered with `NumberedBits` instead.
 uint64_t ElementBits(vorn_data_type type);
+
+/// The same for the codes of vorn.h alone; 0 for any other, also of this library's own.
+uint64_t NumberedBits(vorn_data_type type);
 
 /// Bytes of one element; 0 likewise.
 inline uint64_t ElementBytes(vorn_data_type type) { return ElementBits(type) / 8; }

@@ -16,5 +16,12 @@ TEST(ElementBits, Is0ForAnyOtherCode) {
   EXPECT_EQ(ElementBytes(UINT32_MAX), 0u);
 }
 
+TEST(NumberedBits, KnowsTheCodesOfTheInterfaceAlone) {
+  for (vorn_data_type code = 0; code < 12; ++code) EXPECT_EQ(NumberedBits(code), ElementBits(code));
+  EXPECT_EQ(ElementBits(kBfloat16), 16u);
+  EXPECT_EQ(NumberedBits(kBfloat16), 0u);
+  EXPECT_EQ(NumberedBits(12), 0u);
+}
+
 }  // namespace
 }  // namespace vorn::host
