@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
-# coverage.sh: builds with counters, runs all tests, prints which lines and branches of src/ ran, and
-# leaves the same as pages in build/coverage/report/. Installs gcovr where it is missing.
+# coverage.sh: builds with counters, runs all tests, prints for each room which of its lines and branches
+# ran, and leaves the same as pages in build/coverage/report/. Installs gcovr where it is missing.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=build/coverage
 report=$build/report
 readonly kProgram=coverage
+readonly kRooms=(src runtime/host shared)
 . scripts/packages.sh
 
 # A branch that only an exception takes, or that the compiler knows not to be taken, is no choice of
 # this code's.
 count() {
-  gcovr --root . --object-directory "$build" --filter src/ --exclude-throw-branches \
-    --exclude-unreachable-branches -j 2 --json "$report/coverage.json" \
-    "$build/src" "$build/tests"
+  gcovr --root . --object-directory "$build" "${kRooms[@]/#/--filter=}" --exclude-throw-branches \
+    --exclude-unreachable-branches -j 2 --json "$report/coverage.json" "$build"
 }
 
 show() { gcovr --root . --add-tracefile "$report/coverage.json" "$@"; }
@@ -28,9 +28,11 @@ sed -n '/tests passed/,$p' "$report/tests.log"
 
 count
 show --html-details "$report/index.html"
-printf '\nLines\n'
-show --txt
-printf '\nBranches, those that only an exception takes left out\n'
-show --txt --branches
+for room in "${kRooms[@]}"; do
+  printf '\nLines of %s\n' "$room"
+  show --filter "$room/" --txt
+  printf '\nBranches of %s, those that only an exception takes left out\n' "$room"
+  show --filter "$room/" --txt --branches
+done
 printf '\nThe pages: %s/index.html\n' "$report"
 exit "$status"
