@@ -6,13 +6,13 @@ not compile, which the report counts apart.
 """
 import bisect
 import re
-from dataclasses import dataclass, field
+from dataclasses import dataclass
 
 _TOKEN = re.compile(
     r"""
     (?P<blank>\s+|//[^\n]*|/\*.*?\*/)
   | (?P<directive>\#(?:[^\n\\]|\\.)*)
-  | (?P<string>(?:u8|[uUL])?"(?:[^"\\\n]|\\.)*")
+  | (?P<string>R"(?P<mark>[^(]*)\(.*?\)(?P=mark)"|(?:u8|[uUL])?"(?:[^"\\\n]|\\.)*")
   | (?P<char>'(?:[^'\\\n]|\\.)+')
   | (?P<number>(?:0[xXbB][0-9a-fA-F']+|(?:\d[\d']*)?\.?\d[\d']*\.?(?:[eE][+-]?\d+)?)[a-zA-Z]*)
   | (?P<word>[A-Za-z_]\w*)
@@ -22,6 +22,7 @@ _TOKEN = re.compile(
     re.VERBOSE | re.DOTALL,
 )
 
+_KINDS = ("blank", "directive", "string", "char", "number", "word", "operator")
 _CLOSING = {"(": ")", "[": "]", "{": "}"}
 _TYPE_WORDS = set(
     "const constexpr static extern auto unsigned signed int char bool float double long short void "
@@ -44,7 +45,17 @@ class Statement:
 
     kind: str  # block, if, loop, switch, try, label, declaration, expression or a word of leaving
     tokens: tuple
-    children: list = field(default_factory=list)  # lists of siblings
+    head: tuple = ()  # of one without braces: the tokens of the `if (...)` in front of it
+
+
+@dataclass
+class Function:
+    """A function with a body, or a lambda outside of functions. Indexes of tokens."""
+
+    first: int  # of its declaration
+    opening: int
+    closing: int
+    is_constant: bool  # may be run by the compiler
 
 
 class Source:
@@ -59,12 +70,17 @@ class Source:
             if match is None:
                 raise ValueError(f"no token at offset {at}: {text[at:at + 20]!r}")
             at = match.end()
-            if match.lastgroup not in ("blank", "directive"):
-                self.tokens.append(Token(match.lastgroup, match.group(), match.start(), at))
+            kind = next(kind for kind in _KINDS if match.group(kind) is not None)
+            if kind not in ("blank", "directive"):
+                self.tokens.append(Token(kind, match.group(), match.start(), at))
+        self._token_starts = [token.start for token in self.tokens]
         self._line_starts = [0] + [m.end() for m in re.finditer("\n", text)]
         self.partner = self._match_brackets()
         self.siblings = []  # lists of statements that stand in a row
+        self.blocks = []  # those between braces: (token of the brace, siblings)
+        self.functions = []
         self.conditions = []  # token ranges of what an `if` or a `while` asks
+        self._owners = None
         self._scan_declarations(0, len(self.tokens))
 
     def line_of(self, offset):
@@ -75,6 +91,54 @@ class Source:
         first = self.text.rfind("\n", 0, start) + 1
         last = self.text.find("\n", max(start, end - 1))
         return " ".join(self.text[first : last if last >= 0 else None].split())
+
+    def words_of(self, statement):
+        """A statement as it reads, on one line: what stands in braces below it is `{...}`, of an
+        `if` or a loop only the head is given, which stands before what follows it without braces.
+        """
+        first, behind = statement.tokens
+        if statement.kind in ("if", "loop", "switch") and self.tokens[first].text != "do":
+            opening = next(i for i in range(first, behind) if self.tokens[i].text == "(")
+            behind = self.partner[opening] + 1
+        own = self._join(first, behind)
+        return f"{self._join(*statement.head)} {own}" if statement.head else own
+
+    def innermost(self, index):
+        """The innermost statement that a token belongs to; none outside of functions."""
+        if self._owners is None:
+            self._owners = {}
+            for statement in sorted(self.all_statements(), reverse=True,
+                                    key=lambda s: s.tokens[1] - s.tokens[0]):
+                for i in range(*statement.tokens):
+                    self._owners[i] = statement
+        return self._owners.get(index)
+
+    def token_at(self, offset):
+        """The token that an offset lies in, or the last one in front of it."""
+        return bisect.bisect_right(self._token_starts, offset) - 1
+
+    def function_around(self, start, end):
+        """The function whose body an extent lies in."""
+        for function in self.functions:
+            if (self.tokens[function.opening].end <= start
+                    and end <= self.tokens[function.closing].start):
+                return function
+        return None
+
+    def _join(self, first, behind):
+        inner = {opening for opening, _ in self.blocks}
+        pieces, i = [], first
+        while i < behind:
+            token = self.tokens[i]
+            if pieces and token.start > self.tokens[i - 1].end:
+                pieces.append(" ")
+            if i in inner:
+                pieces.append("{...}")
+                i = self.partner[i]
+            else:
+                pieces.append(token.text)
+            i += 1
+        return "".join(pieces)
 
     def extent(self, statement):
         first, behind = statement.tokens
@@ -162,13 +226,25 @@ class Source:
                 elif seen_call and "=" not in words and not (
                     in_initializers and before.kind == "word" and before.text != "noexcept"
                 ):
+                    is_constant = bool(words & {"constexpr", "consteval"})
+                    self.functions.append(Function(first, i, close, is_constant))
                     self._parse_block(i)
                     return close + 1
+                self._scan_lambdas(i + 1, close)
                 i = close
             else:
                 words.add(text)
             i += 1
         return end
+
+    def _scan_lambdas(self, i, end):
+        """Lambdas within what a declaration is set to: tables of functions."""
+        while i < end:
+            if self.tokens[i].text == "{" and self._begins_lambda(i):
+                self.functions.append(Function(i, i, self.partner[i], False))
+                i = self._parse_block(i)
+            else:
+                i += 1
 
     def _parse_block(self, opening):
         """The statements between braces; returns the token behind them."""
@@ -179,12 +255,14 @@ class Source:
             siblings.append(statement)
             i = statement.tokens[1]
         self.siblings.append(siblings)
+        self.blocks.append((opening, siblings))
         return close + 1
 
-    def _parse_substatement(self, i):
+    def _parse_substatement(self, i, head):
         if self._is(i, "{"):
             return self._parse_block(i)
         statement = self._parse_statement(i)
+        statement.head = (head, i)
         self.siblings.append([statement])
         return statement.tokens[1]
 
@@ -197,13 +275,13 @@ class Source:
                 i += 1
             if text in ("if", "while") and not self._is(first + 1, "constexpr"):
                 self.conditions.append((i + 1, self.partner[i]))
-            i = self._parse_substatement(self.partner[i] + 1)
+            i = self._parse_substatement(self.partner[i] + 1, first)
             if text == "if" and self._is(i, "else"):
-                i = self._parse_substatement(i + 1)
+                i = self._parse_substatement(i + 1, i)
             kind = {"if": "if", "switch": "switch"}.get(text, "loop")
             return Statement(kind, (first, i))
         if text == "do":
-            i = self._parse_substatement(i + 1)
+            i = self._parse_substatement(i + 1, first)
             return Statement("loop", (first, self._end_of_expression(i)))
         if text == "try":
             i = self._parse_block(i + 1)

@@ -28,19 +28,24 @@ _CONVERSION = re.compile(r"%[-+ #0]*\d*(?:\.\d+)?(?:hh|h|ll|l|z|j|t)?[diuoxXeEfg
 
 @dataclass
 class Mutant:
-    """A change of one extent of one file. `code` and `change` name it, whatever line it is on."""
+    """A change of one extent of one file. Its key names it, whatever line it stands on."""
 
     file: str
     line: int
     kind: str
-    code: str  # the lines that it stands on
+    statement: str  # as it reads; outside of functions the lines that it stands on
     change: str  # in words
     edits: list  # (start, end, new text), from the front to the back
-    ordinal: int = 0  # among those of the same file, code and change
+    ordinal: int = 1  # among those of the same file, statement and change
+    count: int = 1  # how many of them there are
+
+    @property
+    def key(self):
+        return (self.file, self.statement, self.change, self.ordinal, self.count)
 
     @property
     def id(self):
-        name = "\0".join((self.file, self.code, self.change, str(self.ordinal)))
+        name = "\0".join((self.file, self.statement, self.change, str(self.ordinal)))
         return hashlib.sha1(name.encode()).hexdigest()[:12]
 
     def apply(self, text):
@@ -63,11 +68,12 @@ def make_mutants(file, text):
     maker.mutate_conditions()
     maker.mutate_statements()
     mutants = sorted(maker.mutants, key=lambda m: (m.edits[0][0], m.kind, m.change))
-    seen = collections.Counter()
+    alike = collections.defaultdict(list)
     for mutant in mutants:
-        key = (mutant.code, mutant.change)
-        mutant.ordinal = seen[key]
-        seen[key] += 1
+        alike[mutant.statement, mutant.change].append(mutant)
+    for group in alike.values():
+        for ordinal, mutant in enumerate(group, 1):
+            mutant.ordinal, mutant.count = ordinal, len(group)
     return mutants
 
 
@@ -83,16 +89,17 @@ class _Maker:
         source = self.source
         if source.text[start:end] == new:
             return
+        statement = source.innermost(source.token_at(start))
+        words = source.words_of(statement) if statement else source.lines(start, end)
         self.mutants.append(
-            Mutant(self.file, source.line_of(start), kind, source.lines(start, end), change,
-                   [(start, end, new)])
+            Mutant(self.file, source.line_of(start), kind, words, change, [(start, end, new)])
         )
 
     def _replace(self, kind, token, new):
         self._add(kind, f"{token.text} -> {new}", token.start, token.end, new)
 
     def _find_skipped(self):
-        """Tokens that only the compiler reads: attributes, asserted constants, instantiations."""
+        """Tokens that only the compiler hears: attributes, asserted constants, instantiations."""
         skipped, i = set(), 0
         while i < len(self.tokens):
             text = self.tokens[i].text
@@ -110,6 +117,11 @@ class _Maker:
             if end > i:
                 skipped.update(range(i, end + 1))
             i = end + 1
+        # What makes a function pure is no number.
+        for i in range(2, len(self.tokens) - 1):
+            if [t.text for t in self.tokens[i - 1 : i + 2]] == ["=", "0", ";"]:
+                if self.tokens[i - 2].text in (")", "const", "noexcept", "override"):
+                    skipped.add(i)
         # A returned status of 0 or 1 has a change of its own.
         for statement in self.source.all_statements():
             first, behind = statement.tokens
@@ -198,7 +210,11 @@ class _Maker:
 
     def _mutate_string(self, token):
         quote = token.text.index('"') + 1
-        inner, start = token.text[quote:-1], token.start + quote
+        inner = token.text[quote:-1]
+        if token.text.startswith("R"):
+            quote = token.text.index("(") + 1
+            inner = token.text[quote : token.text.rindex(")")]
+        start = token.start + quote
 
         def change(name, begin, end, new):
             self._add("text", name, start + begin, start + end, new)
@@ -288,8 +304,8 @@ class _Maker:
         if old == new:
             return
         mutant = Mutant(
-            self.file, source.line_of(start), "swap", " ".join(old.split()),
-            "swapped with the next statement",
+            self.file, source.line_of(start), "swap", source.words_of(first),
+            f"swapped with: {source.words_of(second)}",
             [(start, end, new), (next_start, next_end, old)],
         )
         self.mutants.append(mutant)

@@ -3,46 +3,65 @@
 Such a mutant is the same program, and no test can tell them apart. Two compilations at -O2 decide:
 what the compiler may reorder, widen or drop without a trace is gone then.
 """
+import json
+import shlex
 import shutil
 import subprocess
 from concurrent.futures import ThreadPoolExecutor
-from pathlib import Path
 
-_FLAGS = ["-std=c++20", "-O2", "-w", "-I.", "-Isrc", "-Iinclude"]
+_PARTS = ("src", "runtime", "shared", "include", ".deps")
 
 
 class _Copy:
-    """A copy of the command's sources in which one file at a time is changed."""
+    """A copy of the sources of a configured tree, in which one file at a time is changed."""
 
-    def __init__(self, root, folder):
+    def __init__(self, tree, folder):
         shutil.rmtree(folder, ignore_errors=True)
-        for part in ("src", "include", "shared"):
-            shutil.copytree(root / part, folder / part)
+        folder.mkdir(parents=True)
+        for part in _PARTS:
+            if (tree.folder / part).is_symlink():
+                (folder / part).symlink_to((tree.folder / part).resolve())
+            elif (tree.folder / part).exists():
+                shutil.copytree(tree.folder / part, folder / part)
         self.folder = folder
-        self.units = {}  # the sources that a file is compiled into
+        self.commands = dict(self._read_commands(tree))
+        self.files = {}  # that a source is compiled from
         self.unchanged = {}  # object code by source
 
+    def _read_commands(self, tree):
+        """How each source of ours is compiled, without its name and the object file's."""
+        for entry in json.loads((tree.build / "compile_commands.json").read_text()):
+            name = entry["file"].removeprefix(f"{tree.folder}/")
+            words = shlex.split(entry["command"].replace(f"{tree.folder}/", f"{self.folder}/"))
+            words = [w for w in words if w not in (str(self.folder / name), "-c")]
+            behind = words.index("-o")
+            if words[0].endswith("ccache"):
+                del words[0]
+                behind -= 1
+            if name.startswith(_PARTS):
+                yield name, [*words[:behind], *words[behind + 2 :], "-O2", "-w"]
+
     def units_of(self, file):
-        if file not in self.units:
-            sources = [p.relative_to(self.folder).as_posix()
-                       for p in sorted((self.folder / "src").rglob("*.cpp"))]
-            reached = [s for s in sources if s == file or file in self._dependencies(s)]
-            self.units[file] = reached
-        return self.units[file]
+        if not self.files:
+            self.files = {source: self._dependencies(source) for source in self.commands}
+        return [source for source, files in self.files.items() if file in files]
 
     def _dependencies(self, source):
-        command = ["g++", *_FLAGS, "-MM", source]
-        made = subprocess.run(command, cwd=self.folder, capture_output=True, text=True, check=True)
-        return made.stdout.replace("\\\n", " ").split()
+        made = subprocess.run([*self.commands[source], "-MM", source], cwd=self.folder,
+                              capture_output=True, text=True, check=True)
+        names = made.stdout.replace("\\\n", " ").split()
+        return {source, *(name.removeprefix(f"{self.folder}/") for name in names)}
 
     def compile(self, source):
         """The object file's bytes, or none if it does not compile."""
-        made = subprocess.run(["g++", *_FLAGS, "-c", source, "-o", "object.o"], cwd=self.folder,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        made = subprocess.run([*self.commands[source], "-c", source, "-o", "object.o"],
+                              cwd=self.folder, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         return (self.folder / "object.o").read_bytes() if made.returncode == 0 else None
 
     def is_same(self, mutant, text):
         units = self.units_of(mutant.file)
+        if not units:
+            raise ValueError(f"nothing is compiled from {mutant.file}")
         for source in units:
             if source not in self.unchanged:
                 self.unchanged[source] = self.compile(source)
@@ -54,16 +73,18 @@ class _Copy:
             place.write_text(text)
 
 
-def find_same_code(root, folder, mutants, texts, jobs):
-    """Those of the mutants that are the unchanged program."""
+def find_same_code(tree, folder, mutants, texts, jobs):
+    """Those of the mutants that are the unchanged program. The tree is configured."""
     found = []
+    mutants = sorted(mutants, key=lambda mutant: mutant.file)
+    share = -(-len(mutants) // jobs)
 
     def look(number):
-        copy = _Copy(root, Path(folder) / str(number))
-        for mutant in mutants[number::jobs]:
+        copy = _Copy(tree, folder / str(number))
+        for mutant in mutants[number * share : (number + 1) * share]:
             if copy.is_same(mutant, texts[mutant.file]):
                 found.append(mutant)
 
     with ThreadPoolExecutor(jobs) as pool:
-        list(pool.map(look, range(jobs)))
+        list(pool.map(look, range(jobs if mutants else 0)))
     return found
