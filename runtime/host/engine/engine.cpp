@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "host/common/failure.h"
+#include "host/engine/engine_cause.h"
 #include "host/engine/engine_environment.h"
 #include "host/engine/engine_library.h"
 #include "host/engine/engine_session.h"
@@ -53,7 +54,7 @@ std::unique_ptr<Engine> CreateEngine() {
   try {
     return std::make_unique<OrtEngine>(SharedEnvironment());
   } catch (const Ort::Exception& e) {
-    throw Failure(VORN_ERROR_INTERNAL, "the execution library does not come up (", e.what(), ")");
+    throw Failure(VORN_ERROR_INTERNAL, "the execution library does not come up (", CauseOf(e), ")");
   }
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/common/failure.h"
+#include "host/engine/engine_cause.h"
 #include "host/engine/engine_environment.h"
 #include "host/engine/engine_failure.h"
 #include "host/engine/engine_types.h"
@@ -89,7 +90,7 @@ auto Guarded(vorn_status status, const char* what, Steps&& steps) {
     return steps();
   } catch (const Ort::Exception& e) {
     const bool isMemory = IsOutOfMemory(e.GetOrtErrorCode(), e.what());
-    throw Failure(isMemory ? VORN_ERROR_OUT_OF_MEMORY : status, what, " (", e.what(), ")");
+    throw Failure(isMemory ? VORN_ERROR_OUT_OF_MEMORY : status, what, " (", CauseOf(e), ")");
   }
 }
 
