@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/common/failure.h"
+#include "host/common/log.h"
 #include "host/engine/engine_cause.h"
 #include "host/engine/engine_environment.h"
 #include "host/engine/engine_failure.h"
@@ -31,7 +32,13 @@ GraphOptimizationLevel OptimizationLevel(GraphOptimization level) {
   return ORT_ENABLE_ALL;
 }
 
-Ort::SessionOptions SessionOptionsFor(const Config& config) {
+/// Whether what does not depend on the inputs is worked out while a model is loaded. With a limit
+/// it is not: it would lie in memory that nobody counts.
+bool FoldsConstants(const Config& config) {
+  return !config.memoryLimit && config.graphOptimization != GraphOptimization::kNone;
+}
+
+Ort::SessionOptions SessionOptionsFor(const Config& config, bool foldsConstants) {
   Ort::SessionOptions options;
   options.SetIntraOpNumThreads(config.threads);
   options.SetInterOpNumThreads(1);
@@ -41,9 +48,8 @@ Ort::SessionOptions SessionOptionsFor(const Config& config) {
   // Idle threads that spin would take the processor from the caller's own work.
   options.AddConfigEntry("session.intra_op.allow_spinning", "0");
   options.AddConfigEntry("session.inter_op.allow_spinning", "0");
-  if (config.memoryLimit) {
-    options.AddConfigEntry("session.use_env_allocators", "1");
-    // What is folded while a model is loaded would lie in memory that nobody counts.
+  if (config.memoryLimit) options.AddConfigEntry("session.use_env_allocators", "1");
+  if (!foldsConstants) {
     options.AddConfigEntry("optimization.disable_specified_optimizers", "ConstantFolding");
   }
   // Nothing but the format that InspectOnnxImage has looked at.
@@ -107,10 +113,10 @@ struct Binding {
 
 class OrtSession : public Session {
  public:
-  OrtSession(std::shared_ptr<Ort::Env> env, std::span<const std::byte> image, const Config& config,
-             const std::set<std::string>& shapelessInputs)
+  OrtSession(std::shared_ptr<Ort::Env> env, std::span<const std::byte> image,
+             const Ort::SessionOptions& options, const std::set<std::string>& shapelessInputs)
       : env_(std::move(env)),
-        session_(*env_, image.data(), image.size(), SessionOptionsFor(config)),
+        session_(*env_, image.data(), image.size(), options),
         memory_(Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault)),
         binding_(session_) {
     const Ort::AllocatorWithDefaultOptions allocator;
@@ -337,9 +343,27 @@ class OrtSession : public Session {
 std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
                                      std::span<const std::byte> image, const Config& config,
                                      const std::set<std::string>& shapelessInputs) {
-  return Guarded(VORN_ERROR_MODEL, "the model is refused", [&]() -> std::unique_ptr<Session> {
-    return std::make_unique<OrtSession>(std::move(environment), image, config, shapelessInputs);
-  });
+  const auto open = [&](bool foldsConstants) -> std::unique_ptr<Session> {
+    return Guarded(VORN_ERROR_MODEL, "the model is refused", [&] {
+      return std::make_unique<OrtSession>(
+          environment, image, SessionOptionsFor(config, foldsConstants), shapelessInputs);
+    });
+  };
+  if (!FoldsConstants(config)) return open(false);
+  try {
+    return open(true);
+  } catch (const Failure& first) {
+    if (first.status() != VORN_ERROR_MODEL) throw;
+    // Where folding decides which branch of a model is taken, the library trips over the larger
+    // constants of that branch.
+    try {
+      std::unique_ptr<Session> session = open(false);
+      Log(LogLevel::kInfo, "engine", Join("opened without folding constants; ", first.what()));
+      return session;
+    } catch (const Failure&) {  // the first fault is the one to tell
+    }
+    throw;
+  }
 }
 
 }  // namespace vorn::host

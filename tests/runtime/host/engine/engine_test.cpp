@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "host/memory/block_store.h"
 #include "runtime/host/refusal.h"
 #include "support/onnx_writer.h"
@@ -12,6 +14,7 @@ namespace vorn::host {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 
 class EngineTest : public testing::Test {
  protected:
@@ -371,6 +374,89 @@ TEST_F(EngineTest, ClosesNamedDimensionsFromTheConfiguration) {
   session->BindOutput(0, y.data(), {2, 2});
   session->Run();
   EXPECT_EQ(y, (std::vector<float>{0, 2, 0, 4}));
+}
+
+/// A branch is taken where the first dimension is 1, which can be told while the model is loaded as
+/// soon as the dimension has its size. It holds a constant of 256 bytes.
+std::string Branching(const OnnxDim& first) {
+  const std::vector<float> ones(64, 1);
+  const std::string taken = OnnxWriter()
+                                .Output("less", kOnnxFloat, {1, 64})
+                                .Constant("ones", kOnnxFloat, {1, 64}, ones)
+                                .Node("Sub", {"x", "ones"}, {"less"})
+                                .Graph();
+  const std::string other =
+      OnnxWriter().Output("same", kOnnxFloat, {1, 64}).Node("Identity", {"x"}, {"same"}).Graph();
+  return OnnxWriter()
+      .Input("x", kOnnxFloat, {first, 64})
+      .Output("y", kOnnxFloat, {first, 64})
+      .Constant<int64_t>("zero", kOnnxInt64, {}, {0})
+      .Constant<int64_t>("one", kOnnxInt64, {}, {1})
+      .Node("Shape", {"x"}, {"shape"})
+      .Node("Gather", {"shape", "zero"}, {"items"})
+      .Node("Equal", {"items", "one"}, {"isOne"})
+      .Node("If", {"isOne"}, {"y"},
+            {GraphAttribute("then_branch", taken), GraphAttribute("else_branch", other)})
+      .Image();
+}
+
+TEST_F(EngineTest, OpensModelsWhoseBranchIsKnownBeforehand) {
+  config.dims["n"] = 1;
+  for (const OnnxDim& first : {OnnxDim("n"), OnnxDim(1)}) {
+    for (const GraphOptimization level : {GraphOptimization::kNone, GraphOptimization::kBasic,
+                                          GraphOptimization::kExtended, GraphOptimization::kAll}) {
+      config.graphOptimization = level;
+      const auto session = Open(Branching(first));
+      std::vector<float> x(64, 3);
+      std::vector<float> y(64);
+      session->BindInput(0, x.data(), {1, 64});
+      session->BindOutput(0, y.data(), {1, 64});
+      session->Run();
+      EXPECT_EQ(y, std::vector<float>(64, 2));
+    }
+  }
+}
+
+TEST_F(EngineTest, TellsTheFirstFaultWhereNothingHelps) {
+  const std::string reason = ReasonOf(VORN_ERROR_MODEL, [&] {
+    Open(OnnxWriter()
+             .Input("x", kOnnxFloat, {2, 3})
+             .Output("y", kOnnxFloat, {2, 3})
+             .Node("Reluu", {"x"}, {"y"})
+             .Image());
+  });
+  EXPECT_THAT(reason, HasSubstr("the model is refused ("));
+  EXPECT_THAT(reason, HasSubstr("Reluu"));
+}
+
+/// What the log says of a reshape that does not fit, which the library sees while it runs.
+std::string WrittenOverAFault(Session& session, const char* level) {
+  std::vector<float> x(3);
+  std::vector<float> y(2);
+  setenv("VORN_LOG", level, 1);
+  testing::internal::CaptureStderr();
+  const std::string reason = ReasonOf(VORN_ERROR_EXECUTION, [&] {
+    session.BindInput(0, x.data(), {3});
+    session.BindOutput(0, y.data(), {2});
+    session.Run();
+  });
+  unsetenv("VORN_LOG");
+  EXPECT_THAT(reason, HasSubstr("Reshape"));
+  EXPECT_THAT(reason, Not(HasSubstr("onnxruntime::")));
+  EXPECT_THAT(reason, Not(HasSubstr(".h:")));
+  EXPECT_LT(reason.size(), 400u);
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST_F(EngineTest, KeepsThePlacesOfFaultsForTheFullLog) {
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {"n"})
+                                .Output("y", kOnnxFloat, {2})
+                                .Constant<int64_t>("two", kOnnxInt64, {1}, {2})
+                                .Node("Reshape", {"x", "two"}, {"y"})
+                                .Image());
+  EXPECT_EQ(WrittenOverAFault(*session, "1"), "");
+  EXPECT_THAT(WrittenOverAFault(*session, "info"), HasSubstr("onnxruntime::"));
 }
 
 TEST_F(EngineTest, SessionsOutliveTheEngine) {
