@@ -125,6 +125,7 @@ void AddFrames(const Port& port, const ModelSettings& settings, uint64_t rowAlig
 void AddFlags(const std::optional<Port>& port, uint64_t rowAlignment, RecurrentLayout& layout) {
   ModelDescription& description = layout.description;
   const Shape shown = {static_cast<int64_t>(layout.mostFrames)};
+  layout.flagRows = FrameRowsOf(shown, 0);
   if (!port) {
     description.inputs.push_back(DescribeTensor("input", FreeInputName(description, "flags"),
                                                 layout.flagType, shown, rowAlignment));
@@ -143,7 +144,6 @@ void AddFlags(const std::optional<Port>& port, uint64_t rowAlignment, RecurrentL
   description.inputs.push_back(
       DescribeTensor("input", tensor.name, ShownInputType(tensor.type), shown, rowAlignment));
   layout.flags = Reserve(layout.work, port->index, tensor.type, shape);
-  layout.flagRows = FrameRowsOf(shown, 0);
   if (layout.isLengthOpen) layout.flags->timeAxis = axis;
 }
 

@@ -2,9 +2,11 @@
 #include "host/plan/recurrent_plan.h"
 
 #include <cstring>
+#include <string>
 #include <utility>
 
 #include "host/common/failure.h"
+#include "host/common/log.h"
 #include "host/plan/result_fit.h"
 #include "host/tensor/element_type.h"
 
@@ -28,6 +30,49 @@ void CheckBlocks(const ModelDescription& description, const Call& call) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "output ", i, " '", tensor.name, "' holds ",
                   call.outputs[i].capacity, " bytes; a sequence needs ", bytes);
   }
+}
+
+/// Tells where the caller speaks of fewer frames than count, or of a part of one. What it does not
+/// speak of cannot be seen: a file that was too short for the block that it was read into.
+void LogShortInput(const Call& call, size_t index, const std::string& name, uint64_t frameBytes,
+                   uint64_t mostFrames) {
+  const uint64_t registered = call.inputs[index].registered;
+  if (registered == 0 || registered / frameBytes >= mostFrames) return;
+  const uint64_t whole = registered / frameBytes;
+  if (whole < call.frames) {
+    Log(LogLevel::kError, "vorn_mdl_execute",
+        Join("input ", index, " '", name, "' is registered with ", registered, " bytes, which is ",
+             whole, " of ", call.frames, " frames; the others are whatever lies behind them"));
+  } else if (registered % frameBytes != 0) {
+    Log(LogLevel::kError, "vorn_mdl_execute",
+        Join("input ", index, " '", name, "' is registered with ", registered,
+             " bytes, which ends within a frame of ", frameBytes, "; that frame does not count"));
+  }
+}
+
+/// Which frames begin a sequence: so a flag shows that was never given.
+void LogSequences(const RecurrentLayout& layout, const Call& call) {
+  constexpr uint64_t kMostNamed = 8;
+  uint64_t sequences = 0;
+  std::string begins;
+  for (uint64_t frame = 0; frame < call.frames; ++frame) {
+    if (!BeginsSequence(layout, call.inputs[1], frame)) continue;
+    if (++sequences <= kMostNamed) begins += Join(begins.empty() ? "" : ", ", frame);
+  }
+  if (sequences > kMostNamed) begins += ", ...";
+  Log(LogLevel::kInfo, "vorn_mdl_execute",
+      Join(call.frames, " of at most ", layout.mostFrames, " frames count; sequences begin at ",
+           begins));
+}
+
+void LogFrames(const RecurrentLayout& layout, const Call& call) {
+  const std::vector<TensorDescription>& inputs = layout.description.inputs;
+  const auto frameBytes = [&](size_t index, const FrameRows& rows) {
+    return FrameBytesIn(rows, call.inputs[index].stride, inputs[index].type);
+  };
+  LogShortInput(call, 0, inputs[0].name, frameBytes(0, layout.frameRows), layout.mostFrames);
+  LogShortInput(call, 1, inputs[1].name, frameBytes(1, layout.flagRows), layout.mostFrames);
+  if (IsLogged(LogLevel::kInfo)) LogSequences(layout, call);
 }
 
 TaskTable TableOf(const Call& call) { return TaskTable(call.inputs[call.inputs.size() - 2]); }
@@ -157,6 +202,7 @@ void RecurrentPlan::CheckFrames(uint64_t frames) const {
 void RecurrentPlan::Execute(const Call& call) {
   CheckFrames(call.frames);
   CheckBlocks(layout_->description, call);
+  if (IsLogged(LogLevel::kError)) LogFrames(*layout_, call);
   const BlockView& flags = call.inputs[1];
   Locate(call.inputs.back());
   FeedOtherInputs(*layout_, call, work_);

@@ -90,7 +90,8 @@ BlockView Datasets::ViewOf(const vorn_data_buffer* buffer, Side side, size_t ind
   const bool isInput = side == Side::kInput;
   return {.address = static_cast<std::byte*>(live.address),
           .capacity = isInput ? known : std::min(known, live.size),
-          .stride = live.stride};
+          .stride = live.stride,
+          .registered = live.size};
 }
 
 }  // namespace vorn::host

@@ -14,8 +14,9 @@ namespace vorn::host {
 /// A caller's block for one input or output.
 struct BlockView {
   std::byte* address = nullptr;
-  uint64_t capacity = 0;  ///< bytes that may be touched from `address` on
-  uint64_t stride = 0;    ///< bytes from row to row, which the caller may choose
+  uint64_t capacity = 0;    ///< bytes that may be touched from `address` on
+  uint64_t stride = 0;      ///< bytes from row to row, which the caller may choose
+  uint64_t registered = 0;  ///< bytes that the caller speaks of; 0 where nobody has registered it
 
   bool operator==(const BlockView&) const = default;
 };

@@ -45,6 +45,10 @@ FrameRows FrameRowsOf(const Shape& shape, size_t axis) {
   return rows;
 }
 
+uint64_t FrameBytesIn(const FrameRows& rows, uint64_t stride, vorn_data_type type) {
+  return rows.areElements ? ElementBytes(type) : rows.rows * stride;
+}
+
 RowMove MoveOutOfBlock(const FrameRows& rows, const BlockView& block, vorn_data_type type,
                        std::byte* dense, uint64_t denseFrames, FrameSpan span, uint64_t outer) {
   RowMove move = Extents(rows, span.count);

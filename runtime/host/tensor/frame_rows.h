@@ -38,6 +38,9 @@ struct FrameSpan {
   uint64_t count = 0;
 };
 
+/// Bytes from one frame to the next in a block of that stride.
+uint64_t FrameBytesIn(const FrameRows& rows, uint64_t stride, vorn_data_type type);
+
 /// The move of these frames, for one of the outer places, between a block and a dense tensor that
 /// begins with the first of them and holds `denseFrames` along T. The types are those of the dense
 /// tensor and of the block.

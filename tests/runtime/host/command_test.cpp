@@ -41,7 +41,7 @@ class HostCommand : public testing::Test {
     command.directory = path;
     command.arguments = {"-m", "model.onnx", "-i", "list.txt", "-j", "host.json", "-o", "out"};
     command.arguments.insert(command.arguments.end(), more.begin(), more.end());
-    command.environment["VORN_LOG"] = "1";
+    command.environment["VORN_LOG"] = log;
     return RunCommand(command);
   }
 
@@ -60,6 +60,8 @@ class HostCommand : public testing::Test {
   void WriteFile(const std::string& name, const std::string& text) const {
     support::WriteFile(folder_.Path() / name, text);
   }
+
+  std::string log = "1";  // what VORN_LOG asks for
 
  private:
   support::TempDir folder_;
@@ -135,6 +137,23 @@ TEST_F(HostCommand, RunsStepModelsOverTheFramesOfAFile) {
   const Outcome tooShort = Run(model, "{}", {frames.substr(0, 8), Bytes<uint8_t>({0})});
   EXPECT_EQ(tooShort.status, 1);
   EXPECT_THAT(tooShort.err, HasSubstr("a sequence of 0 frames"));
+}
+
+TEST_F(HostCommand, TellsHowManyFramesOfAFileCountAndWhereSequencesBegin) {
+  const auto model = OnnxWriter()
+                         .Input("x", kOnnxFloat, {1, 3})
+                         .Output("y", kOnnxFloat, {1, 3})
+                         .Node("Relu", {"x"}, {"y"})
+                         .Metadata("vorn", R"({"netType": "recurrent", "sequence": "steps",
+                                               "maxFrames": 6})");
+  // Three frames and a third of the next one.
+  const std::string frames = Bytes<float>({1, 2, 3, 4, 5, 6, 7, 8, 9, 10});
+  log = "info";
+  const Outcome outcome = Run(model, "{}", {frames, Bytes<uint8_t>({0, 1, 0, 1, 1, 1})});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("3 of at most 6 frames count; sequences begin at 0, 2\n"));
+  EXPECT_EQ(Dump("y"), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9,  //
+                                           0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST_F(HostCommand, GivesThresholdFilesToDetectionNetworks) {

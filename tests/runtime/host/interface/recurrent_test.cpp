@@ -422,6 +422,45 @@ TEST_F(HostRecurrent, ExecutionsRefuseCountsOfFramesThatDoNotFit) {
   EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
 }
 
+TEST_F(HostRecurrent, TellsWhereFewerFramesAreRegisteredThanCount) {
+  Restart(Steps());
+  ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
+  const auto said = [&](uint64_t framesBytes, uint64_t flagsBytes, uint64_t frames) {
+    Blocks in;
+    in.Add(80, framesBytes, 16).Add(16, flagsBytes, 16);
+    for (uint64_t i = 2; i < 4; ++i) {
+      const uint64_t bytes = vorn_mdl_get_input_size_by_index(desc, i);
+      in.Add(bytes, bytes, bytes);
+    }
+    Blocks out = Outputs();
+    EXPECT_EQ(SetFrames(in, frames), VORN_SUCCESS);
+    return LogOf(
+        [&] { EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS); });
+  };
+  EXPECT_EQ(said(80, 16, 5), "");
+  EXPECT_EQ(said(80, 5, 5), "");
+  EXPECT_EQ(said(48, 3, 3), "");
+  EXPECT_THAT(said(80, 3, 5),
+              HasSubstr("input 1 'flags' is registered with 3 bytes, which is 3 of 5 frames"));
+  EXPECT_THAT(said(48, 16, 4),
+              HasSubstr("input 0 'x' is registered with 48 bytes, which is 3 of 4 frames"));
+  EXPECT_THAT(
+      said(60, 16, 3),
+      HasSubstr("input 0 'x' is registered with 60 bytes, which ends within a frame of 16"));
+}
+
+TEST_F(HostRecurrent, TellsWhereSequencesBegin) {
+  Restart(Steps());
+  ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
+  setenv("VORN_LOG", "info", 1);
+  testing::internal::CaptureStderr();
+  Run({1, 2, 3, 4, 5, 6}, 2, {1, 1, 0}, 10, 2);
+  unsetenv("VORN_LOG");
+  EXPECT_THAT(
+      testing::internal::GetCapturedStderr(),
+      HasSubstr("vorn_mdl_execute: 3 of at most 5 frames count; sequences begin at 0, 2\n"));
+}
+
 TEST_F(HostRecurrent, ExecutionsRefuseBatchesAndBlocksThatDoNotFit) {
   Restart(Steps());
   ASSERT_EQ(Load(Adder()), VORN_SUCCESS);
