@@ -17,14 +17,16 @@ while read -r page; do
     done || true
 done <"$work/pages" >"$work/faults"
 
-# Files that architecture.md names, from the top, src/, runtime/host/ or src/app and the like.
-# shellcheck disable=SC2016  # the backticks are those of the page
-grep -oE '`[a-z_]+/[a-zA-Z_/.]+`' docs/architecture.md | tr -d '`' | sort -u |
-  while read -r path; do
-    compgen -G "$path*" >/dev/null || compgen -G "src/$path*" >/dev/null ||
-      compgen -G "runtime/host/$path*" >/dev/null ||
-      echo "docs/architecture.md: there is no $path"
-  done >>"$work/faults"
+# Files that these name, from the top or from a folder that they speak of.
+for page in README.md CONTRIBUTING.md docs/architecture.md tests/README.md; do
+  # shellcheck disable=SC2016  # the backticks are those of the page
+  grep -oE '`[a-z_]+/[a-zA-Z0-9_/.-]+`' "$page" | tr -d '`' | sort -u |
+    while read -r path; do
+      compgen -G "$path*" >/dev/null || compgen -G "src/$path*" >/dev/null ||
+        compgen -G "runtime/host/$path*" >/dev/null || compgen -G "tests/$path*" >/dev/null ||
+        echo "$page: there is no $path"
+    done
+done >>"$work/faults"
 
 # room <tab> what it may include, each as it stands in an include.
 # shellcheck disable=SC2016
