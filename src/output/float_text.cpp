@@ -15,8 +15,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <charconv>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -25,14 +23,19 @@ namespace {
 
 __extension__ using Wide = unsigned __int128;
 
+static_assert(std::endian::native == std::endian::little);  // text is put together in integers
+
 constexpr uint32_t kSignBit = 0x80000000;
 constexpr int kMantissaBits = 23;
 constexpr uint32_t kImplicitBit = 1u << kMantissaBits;
 constexpr uint32_t kMantissaMask = kImplicitBit - 1;
 constexpr int kExponentOfUnit = 127 + kMantissaBits;  // biased exponent at which m counts units
+constexpr uint32_t kExponentOfNoNumber = 255;
 constexpr int kDecimals = 16;
+constexpr uint32_t kTenPow8 = 100000000;
 constexpr uint64_t kTenPow16 = 10000000000000000;
 constexpr uint64_t kFivePow16 = 152587890625;
+constexpr uint64_t kEightZeros = 0x3030303030303030;
 constexpr uint64_t kBelowHalf = 0x7FFFFFFFFFFFFFFF;  // of the lower half, rounded away
 
 struct Scale {
@@ -82,29 +85,66 @@ constexpr auto kFourDigits = [] {
   return table;
 }();
 
+uint64_t FourDigits(uint32_t value) {
+  uint32_t text = 0;
+  std::memcpy(&text, kFourDigits[value].data(), sizeof(text));
+  return text;
+}
+
+// The text of a number below 10^8, its first digit in the lowest byte.
+uint64_t EightDigits(uint32_t value) {
+  return FourDigits(value / 10000) | FourDigits(value % 10000) << 32;
+}
+
+char* WriteEightDigits(uint32_t value, char* text) {
+  const uint64_t digits = EightDigits(value);
+  std::memcpy(text, &digits, sizeof(digits));
+  return text + sizeof(digits);
+}
+
+char* WriteSixteenDigits(uint64_t value, char* text) {
+  text = WriteEightDigits(static_cast<uint32_t>(value / kTenPow8), text);
+  return WriteEightDigits(static_cast<uint32_t>(value % kTenPow8), text);
+}
+
+// Without leading zeros, which are shifted out: how many there are is hard to foretell, and would
+// be a branch. Writes eight characters whatever it returns.
+char* WriteUpToEightDigits(uint32_t value, char* text) {
+  const uint64_t digits = EightDigits(value);
+  const uint64_t lastCounts = uint64_t{1} << 56;
+  const int zeroBits = std::countr_zero((digits ^ kEightZeros) | lastCounts) / 8 * 8;
+  const uint64_t counting = digits >> zeroBits;
+  std::memcpy(text, &counting, sizeof(counting));
+  return text + 8 - zeroBits / 8;
+}
+
 char* WriteUnits(uint32_t units, char* text) {
   if (units < kSmallUnits.size()) [[likely]] {
     const UnitsText& entry = kSmallUnits[units];
     std::memcpy(text, entry.text.data(), entry.text.size());
     return text + entry.length;
   }
-  text = std::to_chars(text, text + kMaxFloatText, units).ptr;
+  text = WriteUpToEightDigits(units, text);
   *text = '.';
   return text + 1;
 }
 
-void WriteFourDigits(uint32_t value, char* text) {
-  std::memcpy(text, kFourDigits[value].data(), 4);
+char* WriteInteger(uint64_t value, char* text) {
+  if (value < kTenPow8) return WriteUpToEightDigits(static_cast<uint32_t>(value), text);
+  if (value < kTenPow16) {
+    text = WriteUpToEightDigits(static_cast<uint32_t>(value / kTenPow8), text);
+    return WriteEightDigits(static_cast<uint32_t>(value % kTenPow8), text);
+  }
+  text = WriteUpToEightDigits(static_cast<uint32_t>(value / kTenPow16), text);
+  return WriteSixteenDigits(value % kTenPow16, text);
 }
 
-char* WriteSixteenDigits(uint64_t value, char* text) {
-  const auto high = static_cast<uint32_t>(value / 100000000);
-  const auto low = static_cast<uint32_t>(value % 100000000);
-  WriteFourDigits(high / 10000, text);
-  WriteFourDigits(high % 10000, text + 4);
-  WriteFourDigits(low / 10000, text + 8);
-  WriteFourDigits(low % 10000, text + 12);
-  return text + kDecimals;
+// At most 39 digits, sixteen of them a step: the third one is below 10^7.
+char* WriteWideInteger(Wide value, char* text) {
+  if (value < kTenPow16) return WriteInteger(static_cast<uint64_t>(value), text);
+  const Wide quotient = value / kTenPow16;
+  text = WriteWideInteger(quotient, text);
+  return WriteSixteenDigits(static_cast<uint64_t>(value - quotient * kTenPow16), text);
 }
 
 // Half to even on the exact value.
@@ -115,12 +155,18 @@ uint64_t RoundToUpperHalf(Wide product) {
 }
 
 // From 2^23 on a float is an integer, infinite or not a number.
-char* WriteRareText(float magnitude, char* text) {
-  if (std::isnan(magnitude)) return std::copy_n("nan", 3, text);
-  if (std::isinf(magnitude)) return std::copy_n("inf", 3, text);
-  return std::to_chars(text, text + kMaxFloatText, static_cast<double>(magnitude),
-                       std::chars_format::fixed, kDecimals)
-      .ptr;
+char* WriteRareText(uint32_t magnitude, char* text) {
+  const uint32_t biasedExponent = magnitude >> kMantissaBits;
+  const uint32_t mantissa = magnitude & kMantissaMask;
+  if (biasedExponent == kExponentOfNoNumber) {
+    return std::copy_n(mantissa == 0 ? "inf" : "nan", 3, text);
+  }
+  const uint64_t significand = mantissa | kImplicitBit;
+  const uint32_t shift = biasedExponent - kExponentOfUnit;
+  text = shift <= 64 - kMantissaBits - 1 ? WriteInteger(significand << shift, text)
+                                         : WriteWideInteger(Wide{significand} << shift, text);
+  *text = '.';
+  return std::fill_n(text + 1, kDecimals, '0');
 }
 
 inline char* WriteText(float value, char* text) {
@@ -130,7 +176,7 @@ inline char* WriteText(float value, char* text) {
 
   const uint32_t biasedExponent = bits >> kMantissaBits & 0xFF;
   if (biasedExponent >= kExponentOfUnit) [[unlikely]] {
-    return WriteRareText(std::bit_cast<float>(bits & ~kSignBit), text);
+    return WriteRareText(bits & ~kSignBit, text);
   }
   const Scale scale = kScales[biasedExponent];
   const uint64_t mantissa = (bits & kMantissaMask) | kImplicitBit;
