@@ -25,3 +25,9 @@ grep -qF "libvorn.so => $(dirname "$library")/" "$work/ldd" ||
 VORN_RECORD="$work/record" "$work/build/vorn-run" -m /nonexistent -i /nonexistent -j /nonexistent \
   >"$work/out" || true
 grep -q vorn_init "$work/record" || fail "the runtime it was given was not called"
+
+# Installed, it leaves the runtime where it is, and the notices of what only the host runtime holds.
+"$cmake" --install "$work/build" --prefix "$work/tree" >/dev/null
+find "$work/tree" -name 'lib*' -type f -o -path '*/share/doc/*' -type f | sort >"$work/found"
+[ "$(cat "$work/found")" = "$work/tree/share/doc/vorn-run/README.md" ] ||
+  fail "the installed tree should hold README.md of the notices and no library: $(cat "$work/found")"
