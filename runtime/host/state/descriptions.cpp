@@ -8,7 +8,8 @@
 namespace vorn::host {
 
 void Desc::Fill(std::shared_ptr<const ModelDescription> model) {
-  filled_.push_back(std::move(model));
+  // Asking again and again for the same takes no more memory.
+  if (filled_.empty() || filled_.back() != model) filled_.push_back(std::move(model));
 }
 
 const std::shared_ptr<const ModelDescription>& Desc::Model() const {

@@ -57,7 +57,7 @@ void TryElsewhere(Image image, const Surroundings& with) {
   const ProbeResult result = Probe(seconds, [&] { Open(image, with)->Rehearse(with.timeout); });
   if (result.end == ProbeEnd::kEnded) {
     throw Failure(VORN_ERROR_MODEL, "the model ended the process in which it was tried (",
-                  result.how, "); the execution library does not stand it");
+                  result.how, "); the execution library cannot run it");
   }
   if (result.end == ProbeEnd::kTimeout) {
     throw Failure(VORN_ERROR_TIMEOUT, "loading and executing the model once takes longer than ",

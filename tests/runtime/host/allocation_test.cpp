@@ -24,8 +24,12 @@ namespace {
 
 std::atomic<uint64_t> allocations = 0;
 
+/// How many more allocations this thread is granted before one is refused; -1: all of them.
+thread_local int granted = -1;
+
 void* Allocate(size_t bytes, size_t alignment) {
   ++allocations;
+  if (granted >= 0 && granted-- == 0) throw std::bad_alloc();
   void* block = nullptr;
   if (posix_memalign(&block, std::max(alignment, sizeof(void*)), bytes) != 0) {
     throw std::bad_alloc();
@@ -179,6 +183,94 @@ TEST_F(AllocationTest, ExecutingAgainAllocatesNothingForConvertedOutputs) {
 TEST_F(AllocationTest, ExecutingAgainAllocatesNothingForFrames) {
   const std::string image = StepModel().Image();
   EXPECT_EQ(AllocationsOfRuntime(image, 1, kFrames), AllocationsOfSteps(image));
+}
+
+/// Whether the operation came through although the allocation behind `before` ones was refused.
+template <typename Operation>
+bool ComesThrough(int before, Operation&& operation) {
+  granted = before;
+  try {
+    operation();
+    granted = -1;
+    return true;
+  } catch (const std::bad_alloc&) {
+    granted = -1;
+    return false;
+  }
+}
+
+/// Refuses every allocation of an operation in turn until it needs no more; nothing may be left of
+/// an operation that failed.
+template <typename Operation, typename Count>
+void ExpectAllOrNothing(Operation&& operation, Count&& count) {
+  const size_t before = count();
+  int refusals = 0;
+  while (!ComesThrough(refusals, operation)) {
+    EXPECT_EQ(count(), before) << "after refusal " << refusals;
+    ++refusals;
+    ASSERT_LT(refusals, 100);
+  }
+  EXPECT_GT(refusals, 0);
+  EXPECT_EQ(count(), before + 1);
+}
+
+TEST_F(AllocationTest, WhatCannotBeMadeLeavesNothing) {
+  vorn_rt_context* other = nullptr;
+  ExpectAllOrNothing([&] { other = Change()->devices.CreateContext(0); },
+                     [] { return Look()->devices.Contexts().size(); });
+  vorn_rt_stream* stream = nullptr;
+  ExpectAllOrNothing([&] { stream = Change()->devices.CreateStream(); },
+                     [] { return Look()->devices.Streams().size(); });
+  vorn_mdl_desc* desc = nullptr;
+  ExpectAllOrNothing([&] { desc = Change()->descriptions.Create(); },
+                     [] { return Look()->descriptions.Handles().size(); });
+  vorn_mdl_dataset* dataset = nullptr;
+  ExpectAllOrNothing([&] { dataset = Change()->datasets.Create(); },
+                     [] { return Look()->datasets.Handles().size(); });
+  char memory[16];
+  vorn_data_buffer* buffer = nullptr;
+  ExpectAllOrNothing([&] { buffer = Change()->datasets.CreateBuffer(memory, 16, 16); },
+                     [] { return Look()->datasets.BufferHandles().size(); });
+  ExpectAllOrNothing([&] { Change()->datasets.Add(dataset, buffer); },
+                     [&] { return Look()->datasets.At(dataset).buffers.size(); });
+  void* block = nullptr;
+  ExpectAllOrNothing(
+      [&] {
+        const Change tables;
+        block = tables->blocks.Allocate(64, tables->devices.CurrentMemory());
+      },
+      [] { return Look()->blocks.Count(); });
+  Change()->blocks.Free(block);
+  Change()->datasets.DestroyBuffer(buffer);
+  Change()->datasets.Destroy(dataset);
+  Change()->descriptions.Destroy(desc);
+  Change()->devices.DestroyStream(stream);
+  Change()->devices.DestroyContext(other);
+}
+
+TEST_F(AllocationTest, GoesDownWithoutTheMemoryForItsLog) {
+  for (int before = 0; before < 3; ++before) {
+    const vorn_mdl_desc* left = Change(Needs::kContext)->descriptions.Create();
+    setenv("VORN_LOG", "1", 1);
+    EXPECT_TRUE(ComesThrough(before, [] { StopRuntime(); })) << "refusal " << before;
+    unsetenv("VORN_LOG");
+    if (Look()->engine != nullptr) StopRuntime();
+    Change()->descriptions.Destroy(const_cast<vorn_mdl_desc*>(left));
+    SetUp();
+  }
+}
+
+TEST_F(AllocationTest, AsksForTheSameDescriptionWithoutMoreMemory) {
+  const std::string image = Model(4).Image();
+  const uint32_t id = LoadModel(image.data(), image.size());
+  vorn_mdl_desc* desc = Change()->descriptions.Create();
+  EXPECT_EQ(AllocationsOf([&] {
+              const Change tables;
+              tables->descriptions.At(desc).Fill(tables->models.At(id)->description());
+            }),
+            0u);
+  Change()->descriptions.Destroy(desc);
+  Change()->models.Remove(id);
 }
 
 TEST_F(AllocationTest, CountsWhatIsAllocated) {
