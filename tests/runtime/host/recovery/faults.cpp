@@ -85,10 +85,27 @@ void Put(OrtApi& table) {
   (PutOne<Entries>(table, Entries), ...);
 }
 
-/// A function of the table that gives no status.
+/// A function that answers with nothing, and so may not fail; what it allocates is the library's.
+template <auto Entry, typename... Args>
+void Release(Args... args) noexcept {
+  ++countdown.callDepth;
+  (real->*Entry)(args...);
+  --countdown.callDepth;
+}
+
+template <auto Entry, typename... Args>
+void PutRelease(OrtApi& table, void (*OrtApi::*)(Args...) noexcept) {
+  table.*Entry = &Release<Entry, Args...>;
+}
+
+template <auto Entry, typename... Args>
+void PutRelease(OrtApi& table, void (*OrtApi::*)(Args...)) {
+  table.*Entry = &Release<Entry, Args...>;
+}
+
 template <auto... Entries>
-void Keep(OrtApi& table) {
-  ((table.*Entries = real->*Entries), ...);
+void PutReleases(OrtApi& table) {
+  (PutRelease<Entries>(table, Entries), ...);
 }
 
 void Unlisted() {
@@ -120,12 +137,14 @@ OrtApi WatchedTable() {
       &OrtApi::SetLanguageProjection, &OrtApi::SetIntraOpNumThreads,
       &OrtApi::SetSessionExecutionMode, &OrtApi::SetSessionGraphOptimizationLevel,
       &OrtApi::SetSessionLogSeverityLevel>(table);
-  Keep<&OrtApi::ClearBoundInputs, &OrtApi::ClearBoundOutputs, &OrtApi::CreateStatus,
-       &OrtApi::GetErrorCode, &OrtApi::GetErrorMessage, &OrtApi::ReleaseAllocator,
-       &OrtApi::ReleaseEnv, &OrtApi::ReleaseIoBinding, &OrtApi::ReleaseMemoryInfo,
-       &OrtApi::ReleaseRunOptions, &OrtApi::ReleaseSession, &OrtApi::ReleaseSessionOptions,
-       &OrtApi::ReleaseStatus, &OrtApi::ReleaseTensorTypeAndShapeInfo, &OrtApi::ReleaseTypeInfo,
-       &OrtApi::ReleaseValue>(table);
+  PutReleases<&OrtApi::ClearBoundInputs, &OrtApi::ClearBoundOutputs, &OrtApi::ReleaseAllocator,
+              &OrtApi::ReleaseEnv, &OrtApi::ReleaseIoBinding, &OrtApi::ReleaseMemoryInfo,
+              &OrtApi::ReleaseRunOptions, &OrtApi::ReleaseSession, &OrtApi::ReleaseSessionOptions,
+              &OrtApi::ReleaseStatus, &OrtApi::ReleaseTensorTypeAndShapeInfo,
+              &OrtApi::ReleaseTypeInfo, &OrtApi::ReleaseValue>(table);
+  table.CreateStatus = real->CreateStatus;
+  table.GetErrorCode = real->GetErrorCode;
+  table.GetErrorMessage = real->GetErrorMessage;
   return table;
 }
 
