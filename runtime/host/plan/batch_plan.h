@@ -70,7 +70,6 @@ class BatchPlan : public Plan {
                WorkLayout& work) const;
   std::vector<Shape> ShowOutputShapes(ClosedShapes& shapes);
   std::vector<Shape> Try(const std::vector<Shape>& inputShapes);
-  void LogOpenInputs() const;
   void CheckInputs(const Call& call);
   void CheckOutputs(const Call& call);
   void SetRunItems(uint64_t items);

@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "host/common/failure.h"
-#include "host/common/log.h"
 #include "host/plan/batch_plan.h"
 #include "host/tensor/element_type.h"
 
@@ -31,19 +30,6 @@ std::vector<Shape> Batched(std::vector<Shape> shapes, int64_t batch) {
   return shapes;
 }
 
-/// "'image' [batch, 3, height, width]" for each input that leaves more open than a batch does.
-std::string OpenInputs(const std::vector<Port>& ports) {
-  std::string text;
-  for (const Port& port : ports) {
-    const DeclaredShape& shape = port.tensor.shape;
-    const bool isOpen = std::any_of(shape.begin() + (shape.empty() ? 0 : 1), shape.end(),
-                                    [](const DeclaredDim& dim) { return dim.size < 0; });
-    if (!isOpen) continue;
-    text += Join(text.empty() ? "" : ", ", "'", port.tensor.name, "' ", ShapeText(shape));
-  }
-  return text;
-}
-
 }  // namespace
 
 BatchPlan::BatchPlan(Session& session, Signature signature, const Config& config)
@@ -51,7 +37,6 @@ BatchPlan::BatchPlan(Session& session, Signature signature, const Config& config
   for (ProvidedInput& constant : signature_.constants) {
     session_.BindConstant(constant.index, constant.bytes.data(), constant.shape);
   }
-  LogOpenInputs();
   ClosedShapes shapes =
       CloseShapes(ShapesOf(signature_.inputs), ShapesOf(signature_.outputs), config.dims);
   for (size_t i = 0; i < signature_.outputs.size(); ++i) {
@@ -110,16 +95,6 @@ BatchPlan::Slot BatchPlan::SlotFor(const Port& port, const TensorDescription& te
                         !IsSameBytes(slot.move.fromType, slot.move.toType);
   if (isStaged) slot.workOffset = work.Reserve(slot.DenseBytes());
   return slot;
-}
-
-/// A size of 1 is seldom what somebody wants, and nothing that a caller sees tells it from a
-/// model's own.
-void BatchPlan::LogOpenInputs() const {
-  const std::string open = OpenInputs(signature_.inputs);
-  if (open.empty()) return;
-  Log(LogLevel::kError, "vorn_mdl_load_from_mem",
-      Join("open dimensions count as 1 in ", open,
-           "; give them a size with 'dims' or 'inputDims'"));
 }
 
 /// The output shapes of one item, by trial where they are unknown; clears `isBatchFirst` unless two

@@ -84,6 +84,34 @@ class Ports {
   std::set<std::string> taken_;
 };
 
+bool IsOpen(const DeclaredDim& dim) { return dim.size < 0; }
+
+/// "{\"x\": [-1, 3, N, N]}": what would close all but the first dimensions of that count.
+std::string ExampleOfInputDims(const DeclaredTensor& tensor, size_t mayBeOpen) {
+  std::string dims;
+  for (size_t i = 0; i < tensor.shape.size(); ++i) {
+    const std::string fixed = i < mayBeOpen ? "-1" : "N";
+    dims += (i == 0 ? "" : ", ") +
+            (IsOpen(tensor.shape[i]) ? fixed : std::to_string(tensor.shape[i].size));
+  }
+  return "{\"" + Excerpt(tensor.name) + "\": [" + dims + "]}";
+}
+
+/// Refuses an input that leaves more open than its first dimensions of that count. A size of 1 in
+/// their place would be run over in silence, and lead to results that mean nothing.
+void RequireSizes(const DeclaredTensor& tensor, size_t mayBeOpen) {
+  const DeclaredShape& shape = tensor.shape;
+  const size_t fixed = std::min(mayBeOpen, shape.size());
+  const auto open = std::find_if(shape.begin() + static_cast<std::ptrdiff_t>(fixed), shape.end(),
+                                 [](const DeclaredDim& dim) { return IsOpen(dim); });
+  if (HasNoElements(shape) || open == shape.end()) return;
+  const std::string byName =
+      open->symbol.empty() ? "" : "'dims' {\"" + Excerpt(open->symbol) + "\": N} or ";
+  throw Failure(VORN_ERROR_MODEL, "input '", tensor.name, "' leaves sizes open in ",
+                ShapeText(shape), "; give them, also where 1 is meant, with ", byName,
+                "'inputDims' ", ExampleOfInputDims(tensor, mayBeOpen));
+}
+
 /// An open dimension is as long as the numbers where it is the only one, and 1 elsewhere.
 ProvidedInput Provide(const Port& port, const std::vector<Number>& numbers) {
   const DeclaredTensor& tensor = port.tensor;
@@ -92,12 +120,30 @@ ProvidedInput Provide(const Port& port, const std::vector<Number>& numbers) {
   input.name = tensor.name;
   input.type = tensor.type;
   input.shape = CloseDims(tensor.shape);
-  input.hadOpenDims = std::ranges::any_of(tensor.shape, [](auto& dim) { return dim.size < 0; });
+  input.hadOpenDims = std::ranges::any_of(tensor.shape, IsOpen);
   if (input.hadOpenDims && input.shape.size() == 1) {
     input.shape[0] = static_cast<int64_t>(numbers.size());
   }
   input.bytes = EncodeConstant(input.name, input.type, input.shape, numbers);
   return input;
+}
+
+/// A state that leaves one dimension open, wherever it is, leaves the batch open; a sequence is
+/// executed at a time.
+void RequireStateSizes(const DeclaredTensor& tensor) {
+  if (std::ranges::count_if(tensor.shape, IsOpen) > 1) RequireSizes(tensor, 0);
+}
+
+/// Refuses data inputs that leave more open than what is known to be the batch or the frames.
+void RequireDataSizes(const Signature& signature, const ModelSettings& settings) {
+  for (size_t i = 0; i < signature.inputs.size(); ++i) {
+    const bool isRpn = i + signature.rpnCount >= signature.inputs.size();
+    RequireSizes(signature.inputs[i].tensor, isRpn ? 0 : 1);
+  }
+  if (!signature.frames) return;
+  // The dimensions before the frames have to be 1 in any case.
+  const int64_t timeAxis = settings.sequence == Sequence::kSteps ? 0 : settings.timeAxis;
+  RequireSizes(signature.frames->tensor, static_cast<size_t>(timeAxis) + 1);
 }
 
 /// There is nothing that a caller could give for an input without elements.
@@ -152,6 +198,7 @@ void TakeThresholds(const ModelSettings& settings, Ports& inputs, Signature& sig
   }
   for (const std::string& name : settings.rpn) {
     const Port port = inputs.Take("rpn", name);
+    RequireSizes(port.tensor, 0);
     const Shape shape = CloseDims(port.tensor.shape);
     const bool isOne = shape.size() == 2 && shape[0] == 1 && shape[1] == 4;
     const bool isMany = shape.size() == 2 && shape[0] == 4 && shape[1] >= 1;
@@ -168,10 +215,11 @@ void TakeSequence(const ModelSettings& settings, Ports& inputs, Ports& outputs,
                   Signature& signature) {
   for (const auto& [input, output] : settings.states) {
     const auto given = settings.constants.find(input);
+    const Port start = inputs.Take("states", input);
+    RequireStateSizes(start.tensor);
     State state;
-    state.start =
-        Provide(inputs.Take("states", input),
-                given == settings.constants.end() ? std::vector<Number>{Number()} : given->second);
+    state.start = Provide(
+        start, given == settings.constants.end() ? std::vector<Number>{Number()} : given->second);
     const Port port = outputs.Take("states", output);
     if (port.tensor.type != state.start.type) {
       throw Failure(VORN_ERROR_MODEL, "'states' feeds '", input, "' from '", output,
@@ -220,7 +268,9 @@ Signature SignatureOf(const Session& session, const ModelSettings& settings) {
   for (const auto& [name, numbers] : settings.constants) {
     inputs.At("constants", name);
     if (settings.states.contains(name)) continue;
-    signature.constants.push_back(Provide(inputs.Take("constants", name), numbers));
+    const Port port = inputs.Take("constants", name);
+    RequireSizes(port.tensor, 1);
+    signature.constants.push_back(Provide(port, numbers));
   }
   if (settings.netType == VORN_NET_RECURRENT) TakeSequence(settings, inputs, outputs, signature);
   if (settings.netType == VORN_NET_DETECTION) TakeThresholds(settings, inputs, signature);
@@ -232,6 +282,7 @@ Signature SignatureOf(const Session& session, const ModelSettings& settings) {
   signature.inputs.insert(signature.inputs.begin(), data.begin(), data.end());
   signature.outputs = outputs.Rest();
   LeaveOutEmptyOutputs(signature);
+  RequireDataSizes(signature, settings);
   return signature;
 }
 

@@ -54,7 +54,13 @@ struct Signature {
 /// Sorts the session's tensors by what the settings say of them, and puts the dimensions in that
 /// they give. Fails with VORN_ERROR_MODEL for settings that do not fit the model: a name that it
 /// does not have or that has two uses, other dimensions than it declares, a key of another net
-/// type.
+/// type; and for an input with an open dimension that nobody gave a size. What may stay open, and
+/// counts as 1 then, can be nothing but the batch:
+///
+///   - the first dimension of an input or a constant, though not of thresholds;
+///   - of a recurrent model, the dimensions of the frames before the one that they follow, the only
+///     open one of a state wherever it is, and any of the flags and of the count of frames, which
+///     have to hold one number for each frame and one in all.
 Signature SignatureOf(const Session& session, const ModelSettings& settings);
 
 }  // namespace vorn::host

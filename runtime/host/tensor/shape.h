@@ -5,7 +5,8 @@
 //
 //   - a dimension whose name the configuration gives a size has that size;
 //   - the open first dimension of an input is the batch, 1 for one item;
-//   - every other open input dimension is 1;
+//   - every other open input dimension is 1; that is left to states and the like, since any other
+//     input with such a one is refused before (plan/signature.h);
 //   - an open output dimension takes the size of the input dimension of that name. Without one, the
 //     whole output stays unknown until a trial execution shows its shape.
 //

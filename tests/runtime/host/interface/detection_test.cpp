@@ -97,13 +97,26 @@ TEST_F(HostDetection, ThresholdsServeTheWholeBatch) {
 
 TEST_F(HostDetection, ThresholdsOfSeveralClassesAreRowsOfThem) {
   Restart(R"({"model": {"netType": "detection", "rpn": "t", "dims": {"classes": 3}}})");
-  ASSERT_EQ(Load(OnnxWriter()
-                     .Input("t", kOnnxFloat, {4, "classes"})
-                     .Input("x", kOnnxFloat, {1, 1})
-                     .Output("y", kOnnxFloat, {4, "classes"})
-                     .Node("Add", {"t", "x"}, {"y"})),
-            VORN_SUCCESS);
+  const auto model = OnnxWriter()
+                         .Input("t", kOnnxFloat, {4, "classes"})
+                         .Input("x", kOnnxFloat, {1, 1})
+                         .Output("y", kOnnxFloat, {4, "classes"})
+                         .Node("Add", {"t", "x"}, {"y"});
+  ASSERT_EQ(Load(model), VORN_SUCCESS);
   EXPECT_EQ(ShapeOfInput(1), (std::vector<int64_t>{4, 3}));
+  Unload();
+  Restart(R"({"model": {"netType": "detection", "rpn": "t"}})");
+  EXPECT_THAT(Refusal(model), HasSubstr("'dims' {\"classes\": N} or 'inputDims' {\"t\": [4, N]}"));
+}
+
+TEST_F(HostDetection, ThresholdsHaveNoBatch) {
+  Restart(R"({"model": {"netType": "detection", "rpn": "t"}})");
+  EXPECT_THAT(Refusal(OnnxWriter()
+                          .Input("t", kOnnxFloat, {"", 4})
+                          .Input("x", kOnnxFloat, {1, 1})
+                          .Output("y", kOnnxFloat, {"", 4})
+                          .Node("Add", {"t", "x"}, {"y"})),
+              HasSubstr("input 't' leaves sizes open in [?, 4]"));
 }
 
 TEST_F(HostDetection, SettingsThatDoNotFitAreRefused) {

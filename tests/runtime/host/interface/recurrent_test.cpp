@@ -533,6 +533,53 @@ TEST_F(HostRecurrent, OutputsThatDoNotFollowTheFramesMayBeGivenTheLargestShape) 
             (std::vector<float>{1, 2, 3, 4, 5, 6, 0, 0}));
 }
 
+/// y = x + h, and hn = h; a frame a run.
+OnnxWriter WithState(const std::vector<OnnxDim>& x, const std::vector<OnnxDim>& h) {
+  return OnnxWriter()
+      .Input("x", kOnnxFloat, x)
+      .Input("h", kOnnxFloat, h)
+      .Output("y", kOnnxFloat, {1, 1, 2})
+      .Output("hn", kOnnxFloat, h)
+      .Node("Add", {"x", "h"}, {"y"})
+      .Node("Identity", {"h"}, {"hn"});
+}
+
+TEST_F(HostRecurrent, OpenSizesThatCanOnlyBeTheBatchCountAsOne) {
+  Restart(R"({"model": {"netType": "recurrent", "sequence": "steps", "maxFrames": 4,
+                        "states": {"h": "hn"}, "constants": {"h": 5}}})");
+  for (const char* name : {"", "batch"}) {
+    ASSERT_EQ(Load(WithState({name, 2}, {1, name, 2})), VORN_SUCCESS);
+    EXPECT_EQ(ShapeOfInput(0), (std::vector<int64_t>{4, 2}));
+    Unload();
+  }
+}
+
+TEST_F(HostRecurrent, OtherOpenSizesAreRefusedByName) {
+  const std::string steps = R"({"model": {"netType": "recurrent", "sequence": "steps",
+                                "maxFrames": 4, "frames": "x", "states": {"h": "hn"}}})";
+  Restart(steps);
+  EXPECT_THAT(Refusal(WithState({1, ""}, {1, 1, 2})),
+              HasSubstr("input 'x' leaves sizes open in [1, ?]; give them, also where 1 is meant, "
+                        "with 'inputDims' {\"x\": [1, N]}"));
+  EXPECT_THAT(
+      Refusal(WithState({1, 2}, {"layers", "batch", 2})),
+      HasSubstr("input 'h' leaves sizes open in [layers, batch, 2]; give them, also where "
+                "1 is meant, with 'dims' {\"layers\": N} or 'inputDims' {\"h\": [N, N, 2]}"));
+  const auto whole = [](const std::vector<OnnxDim>& x) {
+    return OnnxWriter()
+        .Input("x", kOnnxFloat, x)
+        .Output("y", kOnnxFloat, x)
+        .Node("Relu", {"x"}, {"y"});
+  };
+  Restart(R"({"model": {"netType": "recurrent", "maxFrames": 4, "timeAxis": 1}})");
+  EXPECT_EQ(Load(whole({"", "", 2})), VORN_SUCCESS);
+  Unload();
+  EXPECT_THAT(Refusal(whole({"b", "t", "w"})),
+              HasSubstr("'dims' {\"w\": N} or 'inputDims' {\"x\": [-1, -1, N]}"));
+  Restart(R"({"model": {"netType": "recurrent", "maxFrames": 4}})");
+  EXPECT_THAT(Refusal(whole({"t", "b", 2})), HasSubstr("'dims' {\"b\": N}"));
+}
+
 TEST_F(HostRecurrent, SurvivesAnyByteOfAModelBeingWrong) {
   const std::string whole =
       Adder()

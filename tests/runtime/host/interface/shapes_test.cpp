@@ -367,11 +367,39 @@ OnnxWriter Picture() {
       .Node("Mul", {"image", "scale"}, {"y"});
 }
 
-TEST_F(HostShapes, ThatCountAsOneAreToldByName) {
-  EXPECT_THAT(LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }),
-              HasSubstr("open dimensions count as 1 in 'image' [batch, 3, height, ?]; give them"));
+TEST_F(HostShapes, ThatNobodyGaveAreRefusedByName) {
+  EXPECT_THAT(Refusal(Picture()),
+              HasSubstr("input 'image' leaves sizes open in [batch, 3, height, ?]; give them, also "
+                        "where 1 is meant, with 'dims' {\"height\": N} or 'inputDims' "
+                        "{\"image\": [-1, 3, N, N]}"));
+  Restart(R"({"dims": {"height": 2}})");
+  EXPECT_THAT(Refusal(Picture()),
+              HasSubstr("open in [batch, 3, 2, ?]; give them, also where 1 is meant, with "
+                        "'inputDims' {\"image\": [-1, 3, 2, N]}"));
   Restart(R"({"dims": {"height": 2}, "model": {"inputDims": {"image": [-1, -1, -1, 5]}}})");
   EXPECT_EQ(LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }), "");
+  EXPECT_EQ(ShapeOfInput(0), (std::vector<int64_t>{1, 3, 2, 5}));
+}
+
+TEST_F(HostShapes, OfOneAreTakenWhereTheyAreGiven) {
+  Restart(R"({"dims": {"height": 1}, "model": {"inputDims": {"image": [-1, 3, -1, 1]}}})");
+  ASSERT_EQ(Load(Picture()), VORN_SUCCESS);
+  EXPECT_EQ(ShapeOfInput(0), (std::vector<int64_t>{1, 3, 1, 1}));
+}
+
+TEST_F(HostShapes, OfConstantsHaveToBeKnownBehindTheFirst) {
+  const auto model = [](const OnnxDim& rows, const OnnxDim& columns) {
+    return OnnxWriter()
+        .Input("x", kOnnxFloat, {1, 2})
+        .Input("c", kOnnxFloat, {rows, columns})
+        .Output("y", kOnnxFloat, {1, 2})
+        .Node("Add", {"x", "c"}, {"y"});
+  };
+  Restart(R"({"model": {"constants": {"c": 7}}})");
+  EXPECT_THAT(Refusal(model(1, "width")),
+              HasSubstr("input 'c' leaves sizes open in [1, width]; give them, also where 1 is "
+                        "meant, with 'dims' {\"width\": N} or 'inputDims' {\"c\": [1, N]}"));
+  EXPECT_EQ(Load(model("n", 2)), VORN_SUCCESS);
 }
 
 TEST_F(HostShapes, OfABatchAloneAreNothingToTell) {
@@ -386,7 +414,8 @@ TEST_F(HostShapes, OfABatchAloneAreNothingToTell) {
 }
 
 TEST_F(HostShapes, ThatNobodyLeavesOpenAreTold) {
-  Restart(R"({"dims": {"height": 2}, "model": {"dims": {"width": 320}}})");
+  Restart(R"({"dims": {"height": 2}, "model": {"dims": {"width": 320},
+              "inputDims": {"image": [-1, 3, 2, 5]}}})");
   EXPECT_THAT(
       LogOf([&] { EXPECT_EQ(Load(Picture()), VORN_SUCCESS); }),
       HasSubstr("'dims' gives 'width' the size 320, but no input or output has it; the names are "
