@@ -86,8 +86,7 @@ class Engine {
   virtual std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) = 0;
 };
 
-/// Loads the library and brings it up. Any thread. Fails with
-/// VORN_ERROR_INTERNAL.
+/// Loads the library and brings it up. Any thread. Fails with VORN_ERROR_INTERNAL.
 std::unique_ptr<Engine> CreateEngine();
 
 }  // namespace vorn::host

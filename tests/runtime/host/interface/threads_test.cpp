@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <thread>
+#include <vector>
 
 #include "runtime/host/host_fixture.h"
 
@@ -55,6 +56,33 @@ TEST_F(HostThreads, BringTheRuntimeUpAgainWhileAModelStillExecutes) {
     ASSERT_EQ(vorn_rt_set_device(0), VORN_SUCCESS);
     ASSERT_EQ(vorn_rt_create_context(&context, 0), VORN_SUCCESS);
   }
+}
+
+using LoadingAtOnce = HostFixture;
+
+/// Each probe is a copy of the process in the midst of what the other threads do.
+TEST_F(LoadingAtOnce, TakesGoodModelsThroughAProbeEach) {
+  Restart(R"({"probe": 60})");
+  const std::string model = OnnxWriter()
+                                .Input("x", kOnnxFloat, {4})
+                                .Output("y", kOnnxFloat, {4})
+                                .Node("Relu", {"x"}, {"y"})
+                                .Image();
+  const auto loadOften = [&] {
+    vorn_rt_context* own = nullptr;
+    EXPECT_EQ(vorn_rt_create_context(&own, 0), VORN_SUCCESS);
+    for (int i = 0; i < 20; ++i) {
+      uint32_t id = 0;
+      const vorn_status status = vorn_mdl_load_from_mem(model.data(), model.size(), &id);
+      EXPECT_EQ(status, VORN_SUCCESS) << "load " << i;
+      if (status != VORN_SUCCESS) break;
+      EXPECT_EQ(vorn_mdl_unload(id), VORN_SUCCESS);
+    }
+    EXPECT_EQ(vorn_rt_destroy_context(own), VORN_SUCCESS);
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) threads.emplace_back(loadOften);
+  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace
