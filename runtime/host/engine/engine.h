@@ -26,7 +26,7 @@ struct DeclaredTensor {
   bool isShapeKnown = true;  ///< an input may leave even the count of its dimensions open
 };
 
-/// A dense tensor of the engine's.
+/// A dense tensor of the engine's, row after row with the last dimension fastest.
 struct TensorView {
   const std::byte* data = nullptr;
   Shape shape;

@@ -10,7 +10,10 @@
 
 namespace vorn::host {
 
-/// Must outlive everything that it allocated. Any thread may use it.
+/// Blocks are aligned to `kBlockAlignment` and not cleared. Where the budget or the machine has
+/// less, std::bad_alloc is thrown, as the library's own allocators do, and comes back as a status
+/// of the call that was under way (engine_failure.h). Must outlive everything that it allocated.
+/// Any thread may use it; memory goes back to the budget it came from, whoever releases it.
 class EngineAllocator : public OrtAllocator {
  public:
   /// `info` describes the memory of the machine and outlives this object.

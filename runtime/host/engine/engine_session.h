@@ -15,9 +15,10 @@
 
 namespace vorn::host {
 
-/// Opens the model in `image`, which must outlive the session and was found fit to be opened;
-/// `shapelessInputs` say nothing of their shape. Fails with VORN_ERROR_MODEL for what the library
-/// refuses, and with VORN_ERROR_OUT_OF_MEMORY.
+/// Opens the model in `image`, which must outlive the session and was found fit to be opened; the
+/// session keeps the environment alive. `shapelessInputs` are the names of the inputs that say
+/// nothing of their shape, which the library shows like inputs without dimensions. Fails with
+/// VORN_ERROR_MODEL for what the library refuses, and with VORN_ERROR_OUT_OF_MEMORY.
 std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
                                      std::span<const std::byte> image, const Config& config,
                                      const std::set<std::string>& shapelessInputs);

@@ -10,10 +10,11 @@
 
 namespace vorn::host {
 
-/// The code of an element type; nothing for one that is not served.
+/// The code of an element type; nothing for one that is not served: strings, complex numbers, types
+/// of fewer than 8 bits.
 std::optional<vorn_data_type> FromElementType(ONNXTensorElementDataType type);
 
-/// The type that leads to that code; undefined if none does.
+/// The type that leads to that code, bfloat16 for `kBfloat16`; undefined if none does.
 ONNXTensorElementDataType ToElementType(vorn_data_type type);
 
 /// What an element type that is not served is called, and a value that is no tensor.

@@ -18,6 +18,9 @@
 
 namespace vorn::host {
 
+/// A model that has the batch as the first dimension of every tensor takes all items in one run;
+/// any other one is run item by item, [1, ..] at a time.
+///
 /// A tensor that lies dense and naturally aligned in its block, with the values of the model's own
 /// type, is bound where it lies; any other one goes through a dense place. That place is in the
 /// work buffer where the description foresaw it, and the plan's own where a caller chose another
@@ -46,15 +49,15 @@ class BatchPlan : public Plan {
     Shape shape;            // that is bound: the model's own rank, the batch in front
     RowMove move;           // of one item; places and strides are those of the present run
     uint64_t rowBytes = 0;  // of a dense row in the model's own type
-    std::optional<uint64_t> workOffset;
-    Staging staging;
-    BlockView block;
-    std::byte* place = nullptr;  // where it lies dense, if it is staged
-    uint64_t itemBytes = 0;      // in the block, with the block's stride
-    uint64_t itemsHeld = 0;      // of the batch
-    bool isOfAnyShape = false;
-    bool isShared = false;  // by all items of a batch
-    bool isStaged = false;  // in the present run
+    std::optional<uint64_t> workOffset;  // of one item; none where no place was foreseen
+    Staging staging;                     // instead of the work buffer
+    BlockView block;                     // the caller's, in the present execution
+    std::byte* place = nullptr;          // where it lies dense, if it is staged
+    uint64_t itemBytes = 0;              // in the block, with the block's stride
+    uint64_t itemsHeld = 0;              // of the batch
+    bool isOfAnyShape = false;           // kept by the engine, and fitted into the place then
+    bool isShared = false;               // by all items of a batch
+    bool isStaged = false;               // in the present run
 
     uint64_t DenseBytes() const { return move.rows * rowBytes; }  // of one item
   };
@@ -88,7 +91,7 @@ class BatchPlan : public Plan {
   bool areShapesFromTrial_ = false;  // of some outputs
   std::vector<Slot> inputs_;
   std::vector<Slot> outputs_;
-  BlockView task_;
+  BlockView task_;  // the caller's scratch blocks (scratch.h), in the present execution
   BlockView work_;
   Bound bound_;
 };

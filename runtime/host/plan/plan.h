@@ -16,11 +16,12 @@
 
 namespace vorn::host {
 
-/// What a caller asks for. Blocks stand in the description's order, scratch inputs included.
+/// What a caller asks for. Blocks stand in the description's order, scratch inputs included, and
+/// have to live until the execution returns; they may be others each time.
 struct Call {
   std::span<const BlockView> inputs;
   std::span<const BlockView> outputs;
-  uint64_t batch = 1;
+  uint64_t batch = 1;   ///< items in the blocks, at least 1
   uint64_t frames = 0;  ///< of a recurrent model that count; 0 where nobody said
 };
 
@@ -37,8 +38,9 @@ class Plan {
   virtual void CheckFrames(uint64_t frames) const = 0;
 
   /// Runs the session as often as it takes. Fails with VORN_ERROR_INVALID_ARGUMENT for blocks that
-  /// do not fit the description, before anything is executed, and with VORN_ERROR_EXECUTION if the
-  /// model fails.
+  /// do not fit the description, before anything is executed, with VORN_ERROR_EXECUTION if the
+  /// model fails, and with VORN_ERROR_OUT_OF_MEMORY or std::bad_alloc without memory. Outputs may
+  /// be partly written then. Nothing of an execution that failed is relied upon in the next one.
   virtual void Execute(const Call& call) = 0;
 };
 

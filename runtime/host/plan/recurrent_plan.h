@@ -16,9 +16,13 @@
 
 namespace vorn::host {
 
-/// Every tensor goes through its dense place in the work buffer, or in memory of the plan's own
-/// where the caller's work buffer is too small for them. All that stays bound there, so that
-/// executing again allocates nothing.
+/// Each run: frames and flags go from the caller's blocks to their dense places, the session runs,
+/// outputs go from their places into the caller's blocks, and the states that the run left go to
+/// where the next one reads them.
+///
+/// The places lie in the caller's work buffer, or in memory of the plan's own where that buffer is
+/// too small once it is aligned. They stay bound, so that executing again over the same work buffer
+/// allocates nothing; a model that takes any count of frames is bound anew for another count.
 class RecurrentPlan : public Plan {
  public:
   /// Learns the shapes of the outputs from trials; `session` must outlive the plan. Fails with

@@ -12,8 +12,8 @@
 namespace vorn::host {
 
 /// Fits the result of output `name` into a dense place of the shape `largest`, as tensor_fit.h
-/// says. What is cut off is logged. Fails with VORN_ERROR_EXECUTION for another count of
-/// dimensions.
+/// says: at the front of every dimension, with zeros behind it. What is cut off is logged. Fails
+/// with VORN_ERROR_EXECUTION for another count of dimensions.
 void FitResult(const std::string& name, const TensorView& result, const Shape& largest,
                uint64_t elementBytes, std::byte* place);
 
