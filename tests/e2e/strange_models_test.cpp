@@ -148,7 +148,7 @@ TEST(StandardOutput, MayBeFull) {
   SetPlain(&stage);
   stage.stdoutGoes = support::Command::Stdout::kDescriptor;
   stage.descriptor = open("/dev/full", O_WRONLY | O_CLOEXEC);
-  ASSERT_GE(stage.descriptor, 0);
+  if (stage.descriptor < 0) GTEST_SKIP() << "/dev/full is not here";
   const Transcript run = stage.Run();
   close(stage.descriptor);
   ExpectSurvived(run, 0);
