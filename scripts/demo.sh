@@ -3,7 +3,8 @@
 # what it read. Sets up, builds and runs; the second time it only runs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-./scripts/build.sh release vorn-run digits-report
+./scripts/build.sh release
+unset LD_LIBRARY_PATH LD_PRELOAD # what is shown is the runtime that was built here
 
 out=build/demo
 rm -rf "$out"

@@ -4,7 +4,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 preset=${1:-release}
-./scripts/build.sh "$preset"
+targets=()
+[ "$preset" != release ] || targets=(all) # its default are the products alone
+./scripts/build.sh "$preset" "${targets[@]}"
 # What a caller has set for runs of their own would change what is tested: which runtime, its log.
 unset DESTDIR LD_LIBRARY_PATH LD_PRELOAD POSIXLY_CORRECT VORN_LOG
 ctest --preset "$preset"

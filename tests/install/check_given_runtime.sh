@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # check_given_runtime.sh CMAKE SOURCE_DIR LIBVORN FOLDER: configures with a runtime from elsewhere,
-# builds the command alone and sees that it runs with that one.
+# builds the command alone and sees that it runs with that one. No later build is led to it.
 set -euo pipefail
 cmake=$1 source=$2 library=$3
 . "$(dirname "$0")/../support/own_folder.sh"
@@ -10,7 +10,8 @@ fail() {
 }
 
 own_folder "$4"
-"$cmake" -S "$source" -B "$work/build" -DVORN_LIBRARY="$library" -DVORN_BUILD_TESTS=OFF >/dev/null
+cd "$source"
+"$cmake" --preset given -B "$work/build" -DVORN_LIBRARY="$library" >/dev/null
 "$cmake" --build "$work/build" --target vorn-run >/dev/null
 
 # By way of files: "grep -q" leaves a pipe at the first match, and whoever still writes into it fails.
@@ -31,3 +32,16 @@ grep -q vorn_init "$work/record" || fail "the runtime it was given was not calle
 find "$work/tree" -name 'lib*' -type f -o -path '*/share/doc/*' -type f | sort >"$work/found"
 [ "$(cat "$work/found")" = "$work/tree/share/doc/vorn-run/README.md" ] ||
   fail "the installed tree should hold README.md of the notices and no library: $(cat "$work/found")"
+
+# What one call names, the next one without a name does not remember: nobody who runs the demo wants it.
+for preset in given release; do
+  "$cmake" --preset "$preset" -B "$work/$preset" -DVORN_LIBRARY="$library" -DVORN_BUILD_TESTS=OFF \
+    >/dev/null
+  "$cmake" --preset "$preset" -B "$work/$preset" -DVORN_BUILD_TESTS=OFF >"$work/said" 2>&1 || true
+  grep '^VORN_LIBRARY:' "$work/$preset/CMakeCache.txt" >"$work/cached"
+  if grep -qF "$library" "$work/cached"; then
+    fail "the preset $preset stays with a runtime that it was given once: $(cat "$work/cached")"
+  fi
+done
+"$cmake" --preset given -B "$work/none" >"$work/said" 2>&1 && fail "'given' goes on without a runtime"
+grep -q 'Give the path of a libvorn.so' "$work/said" || fail "it says not what to give: $(cat "$work/said")"
