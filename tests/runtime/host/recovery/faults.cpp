@@ -18,10 +18,11 @@
 #include "host/engine/engine_library.h"
 #include "host/memory/block_store.h"
 
-extern "C" {
-int __real_posix_memalign(void** block, size_t alignment, size_t bytes);
-void* __real_calloc(size_t count, size_t bytes);
-}
+// What the linker's --wrap leads calls to, and where it leaves the functions themselves.
+int RealMemalign(void** block, size_t alignment, size_t bytes) asm("__real_posix_memalign");
+void* RealCalloc(size_t count, size_t bytes) asm("__real_calloc");
+int WatchedMemalign(void** block, size_t alignment, size_t bytes) asm("__wrap_posix_memalign");
+void* WatchedCalloc(size_t count, size_t bytes) asm("__wrap_calloc");
 
 namespace vorn::host {
 namespace {
@@ -55,7 +56,7 @@ bool AllocationFails(size_t alignment) {
 void* Allocate(size_t bytes, size_t alignment) {
   void* block = nullptr;
   if (AllocationFails(alignment) ||
-      __real_posix_memalign(&block, std::max(alignment, sizeof(void*)), bytes) != 0) {
+      RealMemalign(&block, std::max(alignment, sizeof(void*)), bytes) != 0) {
     throw std::bad_alloc();
   }
   return block;
@@ -182,15 +183,16 @@ ModelSettings SparedParse(std::string_view text, ModelSettings base) {
   return settings;
 }
 
-extern "C" int __wrap_posix_memalign(void** block, size_t alignment, size_t bytes) {
-  return AllocationFails(alignment) ? ENOMEM : __real_posix_memalign(block, alignment, bytes);
-}
-
-extern "C" void* __wrap_calloc(size_t count, size_t bytes) {
-  return AllocationFails(0) ? nullptr : __real_calloc(count, bytes);
-}
-
 }  // namespace vorn::host
+
+int WatchedMemalign(void** block, size_t alignment, size_t bytes) {
+  if (vorn::host::AllocationFails(alignment)) return ENOMEM;
+  return RealMemalign(block, alignment, bytes);
+}
+
+void* WatchedCalloc(size_t count, size_t bytes) {
+  return vorn::host::AllocationFails(0) ? nullptr : RealCalloc(count, bytes);
+}
 
 void* operator new(size_t bytes) { return vorn::host::Allocate(bytes, alignof(std::max_align_t)); }
 void* operator new(size_t bytes, std::align_val_t alignment) {
