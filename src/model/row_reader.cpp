@@ -15,7 +15,7 @@ namespace vorn::run {
 namespace {
 
 // Below, telling the system where each row goes takes longer than copying it a second time.
-constexpr uint64_t kLongRowBytes = 1024;
+constexpr uint64_t kLongRowBytes = 768;
 constexpr uint64_t kPieceBytes = 128 * 1024;
 constexpr uint64_t kRowsPerCall = 1024;  // as many as the system takes
 constexpr uint64_t kMaxRowBytes = std::numeric_limits<int64_t>::max();
