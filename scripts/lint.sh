@@ -10,7 +10,7 @@
 #               many as take a few minutes; with --since what came after that revision, with --all
 #               every file
 set -euo pipefail
-cd "$(dirname "$0")/.."
+cd -P "$(dirname "$0")/.." # as CMake and the compilers name it
 readonly kProgram=lint
 . scripts/packages.sh
 
@@ -34,11 +34,16 @@ look() {
   faults=$((faults + found))
 }
 
+# within: paths without the project's own in front, whatever characters that has.
+within() {
+  TOP=$PWD/ awk '{ print index($0, ENVIRON["TOP"]) == 1 ? substr($0, length(ENVIRON["TOP"]) + 1) : $0 }'
+}
+
 # told PATTERN COMMAND...: runs the command and lets through what matches of what it says.
 told() {
   local status=0
   "${@:2}" >"$kBuild/said.log" 2>&1 || status=$?
-  sed "s|^$PWD/||" "$kBuild/said.log" | grep -E -- "$1" | sort -u
+  within <"$kBuild/said.log" | grep -E -- "$1" | sort -u
   return "$status"
 }
 
@@ -86,6 +91,7 @@ check_warnings() { told . /usr/bin/python3 -B scripts/check_warnings.py "$kBuild
 
 # newest_first: the files of the commits in question, those of uncommitted changes first.
 newest_first() {
+  git ls-files --others --exclude-standard
   git diff --name-only HEAD
   git log --name-only --format= "${commits[@]}"
 }
@@ -105,7 +111,7 @@ as_sources() {
 
 # Only what is compiled here can be understood, which benchmarks are not.
 compiled() {
-  grep -xFf <(sed -nE "s|^ *\"file\": \"$PWD/(.*)\",?$|\1|p" "$kBuild/clang++/compile_commands.json")
+  grep -xFf <(sed -nE 's|^ *"file": "(.*)",?$|\1|p' "$kBuild/clang++/compile_commands.json" | within)
 }
 
 check_tidiness() {
