@@ -17,10 +17,10 @@ while read -r page; do
     done || true
 done <"$work/pages" >"$work/faults"
 
-# Files that these name, from the top or from a folder that they speak of.
+# Files that these name, from the top or from a folder that they speak of. What lies in build/ is made.
 for page in README.md CONTRIBUTING.md docs/architecture.md tests/README.md; do
   # shellcheck disable=SC2016  # the backticks are those of the page
-  grep -oE '`[a-z_]+/[a-zA-Z0-9_/.-]+`' "$page" | tr -d '`' | sort -u |
+  grep -oE '`[a-z_]+/[a-zA-Z0-9_/.-]+`' "$page" | tr -d '`' | { grep -v '^build/' || true; } | sort -u |
     while read -r path; do
       compgen -G "$path*" >/dev/null || compgen -G "src/$path*" >/dev/null ||
         compgen -G "runtime/host/$path*" >/dev/null || compgen -G "tests/$path*" >/dev/null ||
