@@ -18,8 +18,6 @@
 #include <cstdint>
 #include <cstring>
 
-#include "output/float_lines.h"
-
 namespace vorn::run {
 namespace {
 
@@ -192,21 +190,12 @@ inline char* WriteText(float value, char* text) {
 
 char* WriteFloatText(float value, char* text) { return WriteText(value, text); }
 
-char* WriteFloatLinesPlain(std::span<const float> values, char* text) {
+char* WriteFloatLines(std::span<const float> values, char* text) {
   for (const float value : values) {
     text = WriteText(value, text);
     *text++ = '\n';
   }
   return text;
-}
-
-char* WriteFloatLines(std::span<const float> values, char* text) {
-  // Asking the processor takes longer than a hundred lines: once is enough.
-  static const FloatLinesWriter writer = [] {
-    const FloatLinesWriter vector = Avx512FloatLines();
-    return vector == nullptr ? WriteFloatLinesPlain : vector;
-  }();
-  return writer(values, text);
 }
 
 }  // namespace vorn::run

@@ -16,9 +16,8 @@ inline constexpr size_t kMaxFloatLine = kMaxFloatText + 1;
 /// `text` has room for `kMaxFloatText` characters.
 [[nodiscard]] char* WriteFloatText(float value, char* text);
 
-/// Writes the text of each value and a line feed behind it, and returns where that ends, in the
-/// fastest way that this machine has (float_lines.h). `text` has room for `kMaxFloatLine`
-/// characters a value.
+/// Writes the text of each value and a line feed behind it, and returns where that ends. `text` has
+/// room for `kMaxFloatLine` characters a value.
 [[nodiscard]] char* WriteFloatLines(std::span<const float> values, char* text);
 
 }  // namespace vorn::run
