@@ -60,8 +60,8 @@ Values Relu() {
   return values;
 }
 
-Values Mixed() {  // magnitudes from 1e-12 to 1e5, and zeros
-  std::uniform_real_distribution<float> exponent(-12, 5);
+Values OfMagnitudes(float leastPower, float mostPower) {
+  std::uniform_real_distribution<float> exponent(leastPower, mostPower);
   return Make([&](std::mt19937& random) {
     const float magnitude = random() % 16 == 0 ? 0 : std::pow(10.0F, exponent(random));
     return random() % 2 == 0 ? magnitude : -magnitude;
@@ -69,10 +69,12 @@ Values Mixed() {  // magnitudes from 1e-12 to 1e5, and zeros
 }
 
 const Values& ValuesOf(int64_t kind) {
-  static const Values kAll[] = {Softmax(), Normal(), Int8(), Relu(), Mixed()};
+  static const Values kAll[] = {Softmax(),          Normal(), Int8(), Relu(), OfMagnitudes(-12, 5),
+                                OfMagnitudes(-8, 8)};
   return kAll[kind];
 }
-constexpr const char* kKinds[] = {"softmax", "normal x10", "int8", "relu", "mixed"};
+constexpr const char* kKinds[] = {"softmax", "normal x10", "int8",
+                                  "relu",    "mixed",      "mixed, to 1e8"};
 
 // --- the ways ---
 
