@@ -60,7 +60,8 @@ CPU_FACTOR = 5  # of what its tests take unchanged
 _COMMAND_TESTS = ("app_test", "common_test", "model_test", "output_test", "sample_test", "e2e_test",
                   "e2e_model_test")
 _HOST_TESTS = ("vorn_host_test", "vorn_host_allocation_test", "vorn_host_interface_test",
-               "vorn_host_command_test", "vorn_host_missing_engine_test", "vorn-conformance",
+               "vorn_host_recovery_test", "vorn_host_command_test",
+               "vorn_host_missing_engine_test", "vorn-conformance",
                "digits_run_test", "digit_finder_test", "docs_test", "fuzz_replay_image_test")
 ROOMS = {
     "src": _COMMAND_TESTS,
@@ -228,14 +229,16 @@ class Bench:
 
 def run_mutants(bench, mutants, jobs, one_by_one=False):
     """Runs them and yields each result as it comes; ends early if interrupted."""
-    waiting, done = queue.Queue(), queue.Queue()
-    switched = [m for m in mutants if m.id in bench.switched.numbers]
-    for mutant in [*(m for m in mutants if m.id not in bench.switched.numbers), *switched]:
-        waiting.put(mutant)
+    chosen, built, done = queue.Queue(), queue.Queue(), queue.Queue()
+    for mutant in mutants:
+        is_chosen = mutant.id in bench.switched.numbers and not one_by_one
+        (chosen if is_chosen else built).put(mutant)
 
     def work(number):
         try:
             while not stop.is_set():
+                # One worker builds, as soon as there is no other work.
+                waiting = built if number == 0 and chosen.empty() else chosen
                 mutant = waiting.get_nowait()
                 begin = time.monotonic()
                 result, by = bench.try_mutant(mutant, number, one_by_one)
