@@ -47,9 +47,7 @@ from same_code import find_same_code  # noqa: E402
 from trees import PlainTree, SwitchedTree  # noqa: E402
 
 ROOT = Path(__file__).resolve().parents[2]
-WORK = ROOT / "build" / "mutation"
-RESULTS = WORK / "results.jsonl"
-REPORT = WORK / "report.md"
+WORK = ROOT / "build" / "mutation"  # main() may choose another
 EXPLAINED = Path(__file__).resolve().with_name("explained.txt")
 
 KILLERS_KEPT = 5  # tests that are tried first, for each file
@@ -69,6 +67,14 @@ ROOMS = {
     "shared": ("rows_test", *_HOST_TESTS),
 }
 FURTHER_TARGETS = ("conformance-models", "vorn-run")  # that the programs need
+
+
+def results_file():
+    return WORK / "results.jsonl"
+
+
+def report_file():
+    return WORK / "report.md"
 
 
 # --- which mutants --------------------------------------------------------------------------------
@@ -277,7 +283,7 @@ def run_and_record(bench, mutants, jobs):
             "file": mutant.file, "line": mutant.line, "kind": mutant.kind, "change": mutant.change,
             "statement": mutant.statement,
         }
-        with open(RESULTS, "a") as results:
+        with open(results_file(), "a") as results:
             results.write(json.dumps(record) + "\n")
         print(f"{count}/{len(mutants)} {result:9} {seconds:5.1f} s  "
               f"{mutant.file}:{mutant.line}: {mutant.change}", flush=True)
@@ -305,8 +311,8 @@ def compare_ways(bench, mutants, count, seed, jobs):
 
 def read_results():
     results = {}
-    if RESULTS.exists():
-        for line in RESULTS.read_text().splitlines():
+    if results_file().exists():
+        for line in results_file().read_text().splitlines():
             try:
                 record = json.loads(line)
             except json.JSONDecodeError:
@@ -323,7 +329,7 @@ def note_same_code(bench, mutants, explained, jobs):
     bench.plain.copy_checkout({})
     bench.plain.configure()
     same = find_same_code(bench.plain, WORK / "code", survivors, bench.texts, jobs)
-    with open(RESULTS, "a") as lines:
+    with open(results_file(), "a") as lines:
         for mutant in same:
             record = {**results[mutant.id], "result": "same code", "by": "the compiler"}
             lines.write(json.dumps(record) + "\n")
@@ -387,11 +393,11 @@ def report(mutants, texts, explained, results):
             if mutant in survivors:
                 lines += ["", format_entry(mutant.key, "")]
             lines += ["", "```diff", mutant.diff(texts[mutant.file]), "```"]
-    REPORT.write_text("\n".join(lines) + "\n")
+    report_file().write_text("\n".join(lines) + "\n")
     for mutant in survivors:
         print(f"\nsurvived: {mutant.file}:{mutant.line} {mutant.kind}: {mutant.change}")
         print(mutant.diff(texts[mutant.file]))
-    print(f"\n{len(survivors)} survived, {len(hung)} came to no end; the report: {REPORT}")
+    print(f"\n{len(survivors)} survived, {len(hung)} came to no end; the report: {report_file()}")
     return survivors
 
 
@@ -419,6 +425,8 @@ def parse_arguments():
                         help="run what is explained and nothing else; each has to survive")
     parser.add_argument("--compare", type=int, metavar="N",
                         help="run N mutants chosen at run time and built, and compare")
+    parser.add_argument("--work", type=Path, default=WORK, metavar="FOLDER",
+                        help="for builds and results (build/mutation); one run at a time in each")
     parser.add_argument("--list", action="store_true", help="list the mutants and run nothing")
     parser.add_argument("--report", action="store_true",
                         help="report on what there is, run nothing")
@@ -456,7 +464,9 @@ def is_run_needed(arguments, results, mutant):
 
 
 def main():
+    global WORK
     arguments = parse_arguments()
+    WORK = arguments.work.resolve()
     everything, texts = make_all_mutants(arguments.rooms, arguments.files)
     reasons = read_explained(EXPLAINED)
     unfounded = find_unfounded(reasons, everything, arguments.files or arguments.rooms)
@@ -483,8 +493,8 @@ def main():
         return 1 if compare_ways(bench, mutants, arguments.compare, arguments.seed, jobs) else 0
     if not arguments.report:
         keep = any((arguments.resume, arguments.survivors, arguments.ids, arguments.compare_code))
-        if not keep and RESULTS.exists():
-            RESULTS.replace(RESULTS.with_suffix(".previous.jsonl"))
+        if not keep and results_file().exists():
+            results_file().replace(results_file().with_suffix(".previous.jsonl"))
         results = read_results()
         waiting = [m for m in mutants
                    if m.id not in explained and is_run_needed(arguments, results, m)]
