@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "host/config/json_values.h"
 #include "runtime/host/refusal.h"
 #include "support/files.h"
 
@@ -12,8 +13,10 @@ namespace vorn::host {
 namespace {
 
 using testing::AllOf;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 /// A reason that a person can read: one line, of a length that a terminal shows.
 MATCHER(IsOneLine, "") { return !arg.empty() && arg.size() <= 400 && arg.find('\n') == arg.npos; }
@@ -186,6 +189,35 @@ TEST(ParseConfig, RefusesWrongValuesByKey) {
   EXPECT_THAT(Refusal(R"({"model": {"maxFrames": 0}})"), HasSubstr("'model.maxFrames'"));
 }
 
+TEST(ParseConfig, SaysWhatWasWrongAndWhatToChange) {
+  EXPECT_EQ(Refusal(R"({"rowAlignment": 3})"), "'rowAlignment' is 3; give a power of two");
+  EXPECT_EQ(Refusal(R"({"thread": 1})"),
+            "key 'thread' is not known; the keys are threads, rowAlignment, devices, memoryLimit, "
+            "probe, graphOptimization, dims, outputTypes, model");
+  EXPECT_EQ(Refusal(R"({"threads": 1, "threads": 3})"),
+            "the configuration gives 'threads' twice; leave one");
+  EXPECT_EQ(Refusal(R"({"dims": {"a\u0000b": 1}})"),
+            "key 'dims.a?b' holds a zero character, which no name has");
+  EXPECT_EQ(Refusal("{\"threads\": " + Nested(17) + "}"),
+            "the configuration is nested more than 16 deep; no key takes a value like that");
+  EXPECT_EQ(Refusal(std::string("{}\0{", 4)),
+            "the configuration is not JSON (byte 2 is zero); the smallest valid one is {}");
+}
+
+TEST(ParseConfig, QuotesTheParserWithoutItsNumbers) {
+  EXPECT_THAT(Refusal("{"), StartsWith("the configuration is not JSON (parse error at line 1"));
+  EXPECT_THAT(Refusal("{"), EndsWith("); the smallest valid one is {}"));
+  EXPECT_THAT(Refusal(R"({"threads": 1e999})"),
+              StartsWith("the configuration has a number that is too large (number overflow"));
+}
+
+TEST(ParseConfig, TakesATextOfTheGreatestLength) {
+  std::string text = R"({"threads": 2})";
+  text.resize(kMaxJsonBytes, ' ');
+  EXPECT_EQ(ParseConfig(text).threads, 2);
+  EXPECT_EQ(Refusal(text + " "), "the configuration is longer than 16777216 bytes");
+}
+
 TEST(ReadConfigFile, ReadsAFile) {
   const support::TempDir folder;
   const std::string path = folder.Path() / "host.json";
@@ -194,13 +226,28 @@ TEST(ReadConfigFile, ReadsAFile) {
 }
 
 TEST(ReadConfigFile, RefusesWhatCannotBeReadByItsPath) {
-  EXPECT_THAT(FileRefusal("/nowhere/vorn.json"), HasSubstr("/nowhere/vorn.json"));
+  EXPECT_EQ(FileRefusal("/nowhere/vorn.json"),
+            "the configuration file '/nowhere/vorn.json' cannot be read (No such file or "
+            "directory); give the path of a JSON file");
   EXPECT_THAT(FileRefusal(testing::TempDir()), HasSubstr("cannot be read"));
   EXPECT_THAT(FileRefusal(""), HasSubstr("cannot be read"));
 }
 
 TEST(ReadConfigFile, RefusesAnEndlessFile) {
-  EXPECT_THAT(FileRefusal("/dev/zero"), HasSubstr("longer than"));
+  EXPECT_EQ(FileRefusal("/dev/zero"),
+            "the configuration file '/dev/zero' is longer than 1048576 bytes; give a JSON file of "
+            "the runtime's settings");
+}
+
+TEST(ReadConfigFile, ReadsAFileOfTheGreatestLength) {
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "host.json";
+  std::string text = R"({"threads": 2})";
+  text.resize(kMaxConfigBytes, ' ');
+  support::WriteFile(path, text);
+  EXPECT_EQ(ReadConfigFile(path.c_str()).threads, 2);
+  support::WriteFile(path, text + " ");
+  EXPECT_THAT(FileRefusal(path), HasSubstr("is longer than 1048576 bytes"));
 }
 
 }  // namespace

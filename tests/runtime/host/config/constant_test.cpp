@@ -63,6 +63,15 @@ TEST(EncodeConstant, RefusesWhatTheTypeDoesNotHold) {
   EXPECT_THAT(Refusal(VORN_BOOL, {1}, {Whole(2)}), HasSubstr("does not hold"));
 }
 
+TEST(EncodeConstant, SaysWhatWasWrongAndWhatToChange) {
+  EXPECT_EQ(Refusal(VORN_FLOAT32, {3}, {Whole(1), Whole(2)}),
+            "constant 'c' has 2 numbers; its shape [3] takes 3, or one for all");
+  EXPECT_EQ(Refusal(VORN_INT8, {1}, {Whole(128)}),
+            "constant 'c' has the number 128, which its element type does not hold");
+  EXPECT_EQ(Refusal(VORN_FLOAT32, {1 << 20, 1 << 20}, {Whole(0)}),
+            "constant 'c' has the shape [1048576, 1048576]; 4294967296 bytes are the most");
+}
+
 TEST(EncodeConstant, RefusesWhatNoMemoryHolds) {
   EXPECT_THAT(Refusal(VORN_FLOAT32, {1 << 20, 1 << 20}, {Whole(0)}), HasSubstr("the most"));
   EXPECT_THAT(Refusal(VORN_INT8, {INT64_MAX, INT64_MAX}, {Whole(0)}), HasSubstr("the most"));

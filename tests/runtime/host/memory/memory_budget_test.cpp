@@ -61,5 +61,24 @@ TEST(BudgetScope, CountsForItsThreadWhileItLives) {
   EXPECT_EQ(outer->taken(), 30u);
 }
 
+TEST(BudgetScope, GivesBackAndNotesWhatCouldNotBeHad) {
+  const auto budget = std::make_shared<MemoryBudget>(100);
+  BudgetScope scope(budget);
+  EXPECT_TRUE(scope.Take(20));
+  EXPECT_TRUE(scope.Take(30));
+  scope.Refuse(30);
+  EXPECT_EQ(budget->taken(), 20u);
+  EXPECT_EQ(scope.refusedBytes(), 30u);
+  EXPECT_EQ(scope.takenAtRefusal(), 20u);
+}
+
+TEST(BudgetScope, NotesWhatCouldNotBeHadWithoutALimit) {
+  BudgetScope scope(nullptr);
+  EXPECT_EQ(scope.takenAtRefusal(), 0u);
+  scope.Refuse(30);
+  EXPECT_EQ(scope.refusedBytes(), 30u);
+  EXPECT_EQ(scope.takenAtRefusal(), 0u);
+}
+
 }  // namespace
 }  // namespace vorn::host

@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <new>
+
+#include "host/memory/memory_budget.h"
 
 namespace vorn::host {
 namespace {
@@ -18,6 +21,20 @@ TEST(Staging, KeepsItsAddressUntilMoreIsWanted) {
   EXPECT_EQ(staging.AtLeast(1), first);
   EXPECT_EQ(staging.data(), first);
   std::memset(staging.AtLeast(5000), 1, 5000);
+}
+
+TEST(Staging, GivesItsMemoryBack) {
+  const auto budget = std::make_shared<MemoryBudget>(100'000);
+  BudgetScope scope(budget);
+  {
+    Staging staging;
+    staging.AtLeast(100);
+    const uint64_t first = budget->taken();
+    EXPECT_GE(first, 100u);
+    staging.AtLeast(5000);
+    EXPECT_EQ(budget->taken(), first + 4900);
+  }
+  EXPECT_EQ(budget->taken(), 0u);
 }
 
 TEST(Staging, KeepsWhatItHadIfMoreCannotBeHad) {
