@@ -79,6 +79,7 @@ class Source:
         self.siblings = []  # lists of statements that stand in a row
         self.blocks = []  # those between braces: (token of the brace, siblings)
         self.functions = []
+        self.constants = []  # tokens of declarations that the compiler works out
         self.conditions = []  # token ranges of what an `if` or a `while` asks
         self._owners = None
         self._scan_declarations(0, len(self.tokens))
@@ -206,6 +207,8 @@ class Source:
         while i < end:
             text = self.tokens[i].text
             if text == ";":
+                if "constexpr" in words:
+                    self.constants.append((first, i))
                 return i + 1
             if text == ":" and self.tokens[first].text in ("public", "private", "protected"):
                 return i + 1
@@ -230,18 +233,19 @@ class Source:
                     self.functions.append(Function(first, i, close, is_constant))
                     self._parse_block(i)
                     return close + 1
-                self._scan_lambdas(i + 1, close)
+                self._scan_lambdas(i + 1, close, "constexpr" in words)
                 i = close
             else:
                 words.add(text)
             i += 1
         return end
 
-    def _scan_lambdas(self, i, end):
+    def _scan_lambdas(self, i, end, is_constant):
         """Lambdas within what a declaration is set to: tables of functions."""
         while i < end:
             if self.tokens[i].text == "{" and self._begins_lambda(i):
-                self.functions.append(Function(i, i, self.partner[i], False))
+                is_called = self._is(self.partner[i] + 1, "(")
+                self.functions.append(Function(i, i, self.partner[i], is_constant and is_called))
                 i = self._parse_block(i)
             else:
                 i += 1

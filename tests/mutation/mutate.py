@@ -53,6 +53,7 @@ EXPLAINED = Path(__file__).resolve().with_name("explained.txt")
 KILLERS_KEPT = 5  # tests that are tried first, for each file
 LEAST_CPU_SECONDS = 10  # that a program of tests may take
 CPU_FACTOR = 5  # of what its tests take unchanged
+QUICK_SECONDS = 0.3
 
 # The rooms, and the programs of tests that hold them to what they say.
 _COMMAND_TESTS = ("app_test", "common_test", "model_test", "output_test", "sample_test", "e2e_test",
@@ -117,7 +118,8 @@ def sample(mutants, count, seed):
 class Bench:
     """The builds, the programs of tests and what is known of them."""
 
-    def __init__(self, rooms, mutants, texts, is_thorough):
+    def __init__(self, rooms, mutants, texts, is_thorough, is_quick):
+        self.is_quick = is_quick
         self.texts = texts
         self.is_thorough = is_thorough
         self.names = list(dict.fromkeys(name for room in rooms for name in ROOMS[room]))
@@ -186,7 +188,8 @@ class Bench:
         places = self.switched.places_of(mutant)
         coming = []
         for index, program in enumerate(programs):
-            tests = [test for test in program.tests if program.reached[test] & places]
+            tests = [test for test in program.tests if program.reached[test] & places
+                     and not (self.is_quick and program.seconds[test] > QUICK_SECONDS)]
             if tests:
                 coming.append((sum(program.seconds[test] for test in tests), index, tests))
         tried = collections.defaultdict(set)
@@ -196,9 +199,9 @@ class Bench:
         steps = [(index, sorted(tests)) for index, tests in tried.items()]
         steps += [(index, [t for t in tests if t not in tried[index]])
                   for _, index, tests in sorted(coming)]
-        # What a program does once shows in the test that comes first only: all of them at last.
+        # What a program does once shows in the test that comes first only: then all, at last.
         steps += [(index, None) for _, index, tests in sorted(coming)
-                  if len(tests) < len(programs[index].tests)]
+                  if len(tests) == 1 < len(programs[index].tests) and not self.is_quick]
         for index, tests in steps:
             by = self._run(mutant, index, programs[index], tests, environment, work)
             if by:
@@ -421,6 +424,8 @@ def parse_arguments():
     parser.add_argument("--compare-code", action="store_true",
                         help="only look which survivors compile to the unchanged code")
     parser.add_argument("--thorough", action="store_true", help="with the tests of minutes, too")
+    parser.add_argument("--quick", action="store_true",
+                        help="without tests that take long; --survivors then takes the rest")
     parser.add_argument("--check-explained", action="store_true",
                         help="run what is explained and nothing else; each has to survive")
     parser.add_argument("--compare", type=int, metavar="N",
@@ -483,7 +488,7 @@ def main():
         return 0
 
     WORK.mkdir(parents=True, exist_ok=True)
-    bench = Bench(arguments.rooms, everything, texts, arguments.thorough)
+    bench = Bench(arguments.rooms, everything, texts, arguments.thorough, arguments.quick)
     jobs = max(1, arguments.jobs)
     if arguments.check_explained:
         bench.prepare()

@@ -43,6 +43,7 @@ class Switched:
     regions: list  # of mutants, in order
     places: dict = field(default_factory=dict)  # the place of a mutant's statement, by id
     all_places: range = range(0)
+    literals: list = field(default_factory=list)  # mutants outside of functions
 
     def mutants_at(self, line):
         """The mutants that a complaint about a line is due to."""
@@ -83,7 +84,8 @@ class _Writer:
                   else self._put_bodies(where, mutants))
         self._put(self.source.text[at:])
         return Switched("".join(self.pieces), sorted(self.regions, key=lambda r: r.first),
-                        self.places, range(self.first_place, self.next_place))
+                        self.places, range(self.first_place, self.next_place),
+                        [mutant for of in by_token.values() for mutant in of])
 
     def _put(self, text):
         self.pieces.append(text)
@@ -180,7 +182,10 @@ def can_be_switched(source, mutant):
     if any(source.function_around(start, end) for start, end, _ in mutant.edits):
         return False  # run by the compiler
     start, end, _ = mutant.edits[0]
-    token = source.tokens[source.token_at(start)]
+    index = source.token_at(start)
+    if any(first <= index < behind for first, behind in source.constants):
+        return False
+    token = source.tokens[index]
     return (mutant.kind in _LITERALS and token.kind in ("number", "string", "char", "word")
             and token.start <= start and end <= token.end
-            and not {"constexpr", "enum"} & set(mutant.statement.split()))
+            and "enum" not in mutant.statement.split())

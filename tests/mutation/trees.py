@@ -132,6 +132,9 @@ class SwitchedTree(Tree):
         while not self.make(targets):
             refused = {mutant.id for file, line, _ in self.complaints() if file in self.switched
                        for mutant in self.switched[file].mutants_at(line)} & set(self.numbers)
+            if not refused:  # a literal may be needed by the compiler far away from it
+                refused = {mutant.id for file, _, _ in self.complaints() if file in self.switched
+                           for mutant in self.switched[file].literals} & set(self.numbers)
             if not refused:
                 self.die("the mutants do not build, and none of them is to blame")
             print(f"{len(refused)} mutants do not compile beside the others", flush=True)
@@ -155,9 +158,9 @@ class SwitchedTree(Tree):
             self.places.update(switched.places)
 
     def places_of(self, mutant):
-        """Where a test has to come by to notice it."""
+        """Where a test has to come by to notice it; every place where nobody knows."""
         place = self.places.get(mutant.id)
-        return {place} if place is not None else set(self.switched[mutant.file].all_places)
+        return {place} if place is not None else set(range(self.place_count))
 
 
 class PlainTree(Tree):
