@@ -8,6 +8,25 @@
 namespace vorn::host {
 namespace {
 
+constexpr size_t kLongestFault = 2000;    // bytes
+constexpr size_t kLongestRemark = 16000;  // signatures of the library take a page
+
+/// Moves on to where a UTF-8 character begins.
+size_t BeginOfCharacter(std::string_view text, size_t at) {
+  while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0xc0) == 0x80) ++at;
+  return at;
+}
+
+/// A name in a model may have any length. What is too much goes out of the middle: in front stands
+/// what was wrong, and at the end what to change.
+std::string Shortened(std::string_view message, size_t longest) {
+  if (message.size() <= longest) return std::string(message);
+  const size_t behind = longest / 4;
+  const std::string_view front = message.substr(0, BeginOfCharacter(message, longest - behind));
+  const std::string_view end = message.substr(BeginOfCharacter(message, message.size() - behind));
+  return std::string(front) + " ... " + std::string(end);
+}
+
 /// The message without anything that could break its line.
 std::string OneLine(std::string_view message) {
   std::string line(message);
@@ -30,7 +49,9 @@ bool IsLogged(LogLevel level) noexcept {
 void Log(LogLevel level, std::string_view operation, std::string_view message) noexcept {
   if (!IsLogged(level)) return;
   try {
-    const std::string line = "vorn: " + std::string(operation) + ": " + OneLine(message) + "\n";
+    const size_t longest = level == LogLevel::kError ? kLongestFault : kLongestRemark;
+    const std::string line =
+        "vorn: " + std::string(operation) + ": " + OneLine(Shortened(message, longest)) + "\n";
     // One call a line: lines of several threads do not mix.
     std::fwrite(line.data(), 1, line.size(), stderr);
   } catch (...) {

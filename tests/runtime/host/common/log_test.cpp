@@ -38,5 +38,46 @@ TEST(Log, WritesEverythingOnOneLineEach) {
   EXPECT_EQ(Written("info"), "vorn: op: a fault\nvorn: op: a hint\n");
 }
 
+/// The line that a message leads to.
+std::string LineOf(LogLevel level, const std::string& message) {
+  setenv("VORN_LOG", "info", 1);
+  testing::internal::CaptureStderr();
+  Log(level, "op", message);
+  unsetenv("VORN_LOG");
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(Log, KeepsLinesOfAUsualLengthWhole) {
+  const std::string message(2000, 'a');
+  EXPECT_EQ(LineOf(LogLevel::kError, message), "vorn: op: " + message + "\n");
+}
+
+TEST(Log, TakesWhatIsTooLongOutOfTheMiddle) {
+  const std::string message = "input '" + std::string(300000, 'n') + "' is open; give it a size";
+  for (const LogLevel level : {LogLevel::kError, LogLevel::kInfo}) {
+    const std::string line = LineOf(level, message);
+    EXPECT_LT(line.size(), level == LogLevel::kError ? 2100U : 16100U);
+    EXPECT_TRUE(line.starts_with("vorn: op: input 'nnn"));
+    EXPECT_TRUE(line.ends_with("nnn' is open; give it a size\n"));
+    EXPECT_NE(line.find("nnn ... nnn"), std::string::npos);
+  }
+}
+
+TEST(Log, CutsBetweenTwoCharacters) {
+  for (int shift = 0; shift < 3; ++shift) {
+    std::string message(shift, 'a');
+    for (int i = 0; i < 1000; ++i) message += "\u20ac";
+    const std::string line = LineOf(LogLevel::kError, message);
+    for (size_t at = line.find_first_of("\xe2\x82\xac"); at < line.find_last_of('\xac');) {
+      if (line[at] == ' ' || line[at] == '.') {
+        ++at;
+        continue;
+      }
+      ASSERT_EQ(line.substr(at, 3), "\u20ac") << "at " << at;
+      at += 3;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace vorn::host
