@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <mutex>
 #include <span>
 #include <utility>
 
@@ -46,6 +47,13 @@ Surroundings TakeSurroundings(Image image) {
           .timeout = tables->timeout};
 }
 
+/// With a probe, models are loaded one after the other. The execution library makes its constants
+/// as the first models are opened; a probe that was forked meanwhile would wait for them for ever.
+std::unique_lock<std::mutex> TakeTurn(const Surroundings& with) {
+  static std::mutex& turn = *new std::mutex;
+  return with.config.probeSeconds == 0 ? std::unique_lock<std::mutex>() : std::unique_lock(turn);
+}
+
 std::shared_ptr<Model> Open(Image image, const Surroundings& with) {
   return std::make_shared<Model>(*with.engine, image, with.config, with.budget, with.timeout);
 }
@@ -78,6 +86,7 @@ uint32_t Enter(std::shared_ptr<Model> model, const Surroundings& with) {
 uint32_t LoadModel(const void* image, uint64_t size) {
   const Image checked = CheckImage(image, size);
   const Surroundings with = TakeSurroundings(checked);
+  const std::unique_lock<std::mutex> turn = TakeTurn(with);
   TryElsewhere(checked, with);
   std::shared_ptr<Model> model = Open(checked, with);
   return Enter(std::move(model), with);
