@@ -2,7 +2,8 @@
 FOLDER, as far as the compiler's front end goes and with warnings as errors. Prints each diagnostic
 once, however many files include the header that it is about. The exit status is 1 if there was one.
 
-A source that several programs compile with the same options is compiled once.
+A source that several programs compile is compiled once, unless it names a macro that they define
+differently: the front end's work is the same then.
 """
 import concurrent.futures
 import json
@@ -22,6 +23,15 @@ def front_end_command(entry):
     return tuple(words[:at] + words[at + 2:] + ['-fsyntax-only', '-Werror'])
 
 
+def what_matters(entry):
+    """The file, and those of the command's macros that it names."""
+    with open(entry['file'], encoding='utf-8') as file:
+        words_of_file = set(re.findall(r'\w+', file.read()))
+    macros = (word for word in shlex.split(entry['command']) if word.startswith('-D'))
+    return (entry['file'],
+            *(macro for macro in macros if macro[2:].split('=')[0] in words_of_file))
+
+
 def check(job):
     folder, command = job
     run = subprocess.run(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
@@ -37,13 +47,13 @@ def main():
     with open(os.path.join(build, 'compile_commands.json'), encoding='utf-8') as file:
         entries = json.load(file)
     prefix = os.path.join(os.path.abspath(folder), '')
-    jobs = {(entry['directory'], front_end_command(entry)): None
+    jobs = {what_matters(entry): (entry['directory'], front_end_command(entry))
             for entry in entries if entry['file'].startswith(prefix)}
     if not jobs:
         sys.exit(f'check_warnings: {build} compiles nothing from {folder}')
     seen = {}
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        for lines in pool.map(check, jobs):
+        for lines in pool.map(check, jobs.values()):
             for line in lines:
                 if line not in seen:
                     print(line.replace(prefix, ''), flush=True)
