@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs and fetches what the build, the demo and the tests need, on Debian 12 or later.
-# Says what it does; does nothing where everything is there, and needs no network then.
+# setup.sh [MACHINE]: installs and fetches what the build, the demo and the tests need, on Debian 12 or
+# later; for another machine (aarch64, x86_64), the ONNX Runtime to cross-compile with, too. Says what
+# it does; does nothing where everything is there, and needs no network then.
 #
 # ONNX Runtime comes from the system's package where there is one. Elsewhere the library is taken
 # out of an npm package and the headers out of Debian 13's package, into .deps/, which git ignores.
@@ -20,7 +21,10 @@ readonly kLibrarySha256=c3779c01c59832f8c03e2c392ac3af10bf08579f1822e8b1c63cc451
 readonly kHeaderPackage=libonnxruntime-dev
 readonly kHeaderVersion=1.21.0+dfsg-1
 readonly kHeaderSha256=14f7d959d5deacbcf1504830d4189f91fc67382b399ed9ae9d3aa9c4050ced08
-readonly kOnnxRuntimeDir=.deps/onnxruntime
+own=$(uname -m)
+machine=${1:-$own}
+dir=.deps/onnxruntime
+[ "$machine" = "$own" ] || dir=$dir-$machine
 readonly kStamp="$kLibraryPackage $kLibraryVersion $kLibrarySha256, $kHeaderPackage $kHeaderVersion"
 
 # probe_command NAME PACKAGE / probe_file PATH PACKAGE: notes the package if the thing is missing.
@@ -47,28 +51,28 @@ fetch_headers() {
 }
 
 fetch_library() {
-  local work=$1 machine
-  case "$(uname -m)" in
-    x86_64) machine=x64 ;;
-    aarch64) machine=arm64 ;;
-    *) die "no ONNX Runtime for $(uname -m) here; x86_64 and aarch64 are served." ;;
+  local work=$1 folder
+  case "$machine" in
+    x86_64) folder=x64 ;;
+    aarch64) folder=arm64 ;;
+    *) die "no ONNX Runtime for $machine here; x86_64 and aarch64 are served." ;;
   esac
   say "fetching the library: npm package $kLibraryPackage $kLibraryVersion (100 MB, once)"
   fetch_from_npm "$work" "$kLibraryPackage" "$kLibraryVersion" "$kLibrarySha256"
   mkdir -p "$work/new/lib"
   tar -xzf "$work/package.tgz" -C "$work/new/lib" --strip-components=5 \
-    "package/bin/napi-v6/linux/$machine/libonnxruntime.so.1"
+    "package/bin/napi-v6/linux/$folder/libonnxruntime.so.1"
 }
 
 has_onnxruntime() {
-  [ -e /usr/include/onnxruntime/onnxruntime_cxx_api.h ] ||
-    [ "$(cat "$kOnnxRuntimeDir/stamp" 2>/dev/null)" = "$kStamp" ]
+  [ "$(cat "$dir/stamp" 2>/dev/null)" = "$kStamp" ] ||
+    { [ "$machine" = "$own" ] && [ -e /usr/include/onnxruntime/onnxruntime_cxx_api.h ]; }
 }
 
 provide_onnxruntime() {
   has_onnxruntime && return
   update_apt_lists
-  if apt-cache show libonnxruntime-dev >/dev/null 2>&1; then
+  if [ "$machine" = "$own" ] && apt-cache show libonnxruntime-dev >/dev/null 2>&1; then
     install_packages libonnxruntime-dev
     return
   fi
@@ -79,9 +83,9 @@ provide_onnxruntime() {
   fetch_headers "$work"
   fetch_library "$work"
   printf '%s\n' "$kStamp" >"$work/new/stamp"
-  rm -rf "$kOnnxRuntimeDir"
-  mv "$work/new" "$kOnnxRuntimeDir"
-  say "ONNX Runtime $kLibraryVersion is in $kOnnxRuntimeDir"
+  rm -rf "$dir"
+  mv "$work/new" "$dir"
+  say "ONNX Runtime $kLibraryVersion is in $dir"
 }
 
 mkdir -p .deps
