@@ -46,15 +46,11 @@ extern int StartMain(Main*, int, char**, Constructor*, void (*)(void), void (*)(
 __asm__(".symver StartMain, __libc_start_main@" OLDEST);
 
 extern HIDDEN void _init(void);
-extern HIDDEN Constructor* __preinit_array_start[];
-extern HIDDEN Constructor* __preinit_array_end[];
 extern HIDDEN Constructor* __init_array_start[];
 extern HIDDEN Constructor* __init_array_end[];
 
+/* All but those of .preinit_array, which the loader runs in every version. */
 static void RunConstructors(int argc, char** argv, char** env) {
-  for (Constructor** next = __preinit_array_start; next != __preinit_array_end; ++next) {
-    (*next)(argc, argv, env);
-  }
   _init();
   for (Constructor** next = __init_array_start; next != __init_array_end; ++next) {
     (*next)(argc, argv, env);

@@ -22,11 +22,22 @@ bool MayFollow(unsigned char lead, unsigned char second) {
   return second >= least && second <= most;
 }
 
-/// Bytes of the character at the front of a text that is not empty; 0 where there is none, or a
-/// control character.
+/// Whether the character steers what shows it: a control character (U+0000 to U+001F, U+007F to
+/// U+009F), a break of lines or paragraphs (U+2028, U+2029), a turn of the writing direction
+/// (U+202A to U+202E, U+2066 to U+2069).
+bool Steers(std::string_view character) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(character[i]); };
+  if (character.size() == 1) return byte(0) < 0x20 || byte(0) == 0x7f;
+  if (character.size() == 2) return byte(0) == 0xc2 && byte(1) < 0xa0;
+  if (character.size() != 3 || byte(0) != 0xe2) return false;
+  return (byte(1) == 0x80 && byte(2) >= 0xa8 && byte(2) <= 0xae) ||
+         (byte(1) == 0x81 && byte(2) >= 0xa6 && byte(2) <= 0xa9);
+}
+
+/// Bytes of the character at the front of a text that is not empty; 0 where there is none.
 size_t CharacterLength(std::string_view text) {
   const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  if (byte(0) < 0x80) return byte(0) >= 0x20 && byte(0) != 0x7f ? 1 : 0;
+  if (byte(0) < 0x80) return 1;
   const size_t after = BytesAfter(byte(0));
   if (after == 0 || after >= text.size() || !MayFollow(byte(0), byte(1))) return 0;
   for (size_t i = 2; i <= after; ++i) {
@@ -35,18 +46,32 @@ size_t CharacterLength(std::string_view text) {
   return after + 1;
 }
 
+/// Takes the character, or the byte that is none, off the front of a text that is not empty.
+/// Returns what is shown of it.
+std::string_view TakeShown(std::string_view& text, std::string_view instead) {
+  const size_t length = CharacterLength(text);
+  const std::string_view character = text.substr(0, length == 0 ? 1 : length);
+  text.remove_prefix(character.size());
+  return length == 0 || Steers(character) ? instead : character;
+}
+
 }  // namespace
 
 std::string Excerpt(std::string_view text, size_t longest) {
   std::string quoted;
   while (!text.empty()) {
-    const size_t length = CharacterLength(text);
-    const std::string_view character = length == 0 ? "?" : text.substr(0, length);
-    if (quoted.size() + character.size() > longest) return quoted + "...";
-    quoted += character;
-    text.remove_prefix(length == 0 ? 1 : length);
+    const std::string_view shown = TakeShown(text, "?");
+    if (quoted.size() + shown.size() > longest) return quoted + "...";
+    quoted += shown;
   }
   return quoted;
+}
+
+std::string OneLine(std::string_view text) {
+  std::string line;
+  while (!text.empty()) line += TakeShown(text, " ");
+  while (!line.empty() && line.back() == ' ') line.pop_back();
+  return line;
 }
 
 }  // namespace vorn::host

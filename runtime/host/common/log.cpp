@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "host/common/excerpt.h"
+
 namespace vorn::host {
 namespace {
 
@@ -25,16 +27,6 @@ std::string Shortened(std::string_view message, size_t longest) {
   const std::string_view front = message.substr(0, BeginOfCharacter(message, longest - behind));
   const std::string_view end = message.substr(BeginOfCharacter(message, message.size() - behind));
   return std::string(front) + " ... " + std::string(end);
-}
-
-/// The message without anything that could break its line.
-std::string OneLine(std::string_view message) {
-  std::string line(message);
-  for (char& c : line) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) c = ' ';
-  }
-  while (!line.empty() && line.back() == ' ') line.pop_back();
-  return line;
 }
 
 }  // namespace

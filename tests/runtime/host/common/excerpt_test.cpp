@@ -24,6 +24,26 @@ TEST(Excerpt, CutsBetweenTwoCharacters) {
 TEST(Excerpt, ReplacesWhatBreaksALine) {
   EXPECT_EQ(Excerpt("a\nb\r\tc\x7f"), "a?b??c?");
   EXPECT_EQ(Excerpt(std::string_view("a\0b", 3)), "a?b");
+  EXPECT_EQ(Excerpt("a\u0085b\u2028c\u2029d"), "a?b?c?d");
+}
+
+TEST(Excerpt, ReplacesWhatSteersATerminal) {
+  EXPECT_EQ(Excerpt("a\x1b[31m"), "a?[31m");
+  EXPECT_EQ(Excerpt("a\u009b31m"), "a?31m");
+  for (const char* text : {"\u0080", "\u009f", "\u202a", "\u202e", "\u2066", "\u2069"}) {
+    EXPECT_EQ(Excerpt(text), "?");
+  }
+  for (const char* text : {"\u00a0", "\u2027", "\u202f", "\u2065", "\u206a"}) {
+    EXPECT_EQ(Excerpt(text), text);
+  }
+}
+
+TEST(OneLine, PutsBlanksForWhatExcerptsReplace) {
+  EXPECT_EQ(OneLine("a\nb\u0085c\u009bd\xff"
+                    "e"),
+            "a b c d e");
+  EXPECT_EQ(OneLine("all of it\n \u2028"), "all of it");
+  EXPECT_EQ(OneLine(std::string(3 * kLongestName, 'a')), std::string(3 * kLongestName, 'a'));
 }
 
 TEST(Excerpt, ReplacesBytesThatAreNoText) {
@@ -46,7 +66,7 @@ TEST(Excerpt, ReplacesBytesThatAreNoText) {
 
 TEST(Excerpt, KeepsTheFirstAndLastOfEveryLength) {
   for (const char* text :
-       {"\u0080", "\u07ff", "\u0800", "\ud7ff", "\ue000", "\uffff", "\U00010000", "\U0010ffff"}) {
+       {"\u00a0", "\u07ff", "\u0800", "\ud7ff", "\ue000", "\uffff", "\U00010000", "\U0010ffff"}) {
     EXPECT_EQ(Excerpt(text), text);
   }
 }
