@@ -89,7 +89,8 @@ TEST_F(EngineTest, RunsOverBoundMemory) {
 /// Graphs whose output is made without an operator that writes it: each has to reach the bound
 /// memory all the same.
 TEST_F(EngineTest, WritesBoundMemoryWhereNothingIsComputed) {
-  const auto check = [&](const char* what, const OnnxWriter& model, std::vector<float> expected) {
+  const auto check = [&](const char* what, const OnnxWriter& model,
+                         const std::vector<float>& expected) {
     const auto session = Open(model.Image());
     std::vector<float> x = {1, 2};
     std::vector<float> y(2, -1);
