@@ -198,6 +198,21 @@ void* operator new(size_t bytes) { return vorn::host::Allocate(bytes, alignof(st
 void* operator new(size_t bytes, std::align_val_t alignment) {
   return vorn::host::Allocate(bytes, static_cast<size_t>(alignment));
 }
+// Those of the library lead to the two above; those of AddressSanitizer do not.
+void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(bytes);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+void* operator new(size_t bytes, std::align_val_t alignment, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(bytes, alignment);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete(void* block, size_t) noexcept { std::free(block); }
 void operator delete(void* block, std::align_val_t) noexcept { std::free(block); }
