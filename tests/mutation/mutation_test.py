@@ -160,6 +160,22 @@ class Switched(unittest.TestCase):
             at = lines.index(f"case {numbers[mutant.id]}: {{") + 1
             self.assertEqual(switched.mutants_at(at + 2), [mutant])
 
+    def test_literal_that_the_compiler_needs_is_blamed_first(self):
+        text = "struct S {\n  char text[4];\n};\nint F(S s) {\n  return s.text[1];\n}\n"
+        mutants = make_mutants("f.cpp", text)
+        numbers = {m.id: number for number, m in enumerate(mutants, 7)}
+        switched = switch_file("f.cpp", text, mutants, numbers, 0)
+        of_literal = [m for m in mutants if m.line == 2]
+        of_body = [m for m in mutants if m.line == 5]
+        lines = switched.text.split("\n")
+        literal = next(i for i, line in enumerate(lines, 1) if "char text" in line)
+        body = [i for i, line in enumerate(lines, 1) if "return s.text" in line]
+        self.assertEqual(len(body), len(of_body) + 1)
+        self.assertEqual(switched.to_blame([*body, literal]), of_literal)
+        self.assertEqual(switched.to_blame(body[:1]), of_body[:1])
+        self.assertEqual(switched.to_blame([1]), of_literal)  # somewhere else
+        self.assertEqual(switched.to_blame([]), [])
+
     def compile(self, folder, name, text):
         """Headers are found as from the folder tests/."""
         made = subprocess.run(

@@ -52,6 +52,15 @@ class Switched:
             return self.regions[at].mutants
         return []
 
+    def to_blame(self, lines):
+        """The mutants that complaints about these lines are due to. A literal outside of functions
+        may be what the compiler needs elsewhere: where one is complained of, the rest may follow
+        from it, and where nothing else is, any of them may be the one.
+        """
+        blamed = [mutant for line in lines for mutant in self.mutants_at(line)]
+        literals = [mutant for mutant in blamed if mutant in self.literals]
+        return literals or blamed or (self.literals if lines else [])
+
 
 def switch_file(name, text, mutants, number_of, first_place):
     """`mutants` are those of this file; those that `number_of` has a number for can be chosen."""

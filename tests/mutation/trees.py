@@ -130,11 +130,12 @@ class SwitchedTree(Tree):
     def build_all(self, targets, names):
         """Builds and returns the programs of tests; drops the mutants that do not compile so."""
         while not self.make(targets):
-            refused = {mutant.id for file, line, _ in self.complaints() if file in self.switched
-                       for mutant in self.switched[file].mutants_at(line)} & set(self.numbers)
-            if not refused:  # a literal may be needed by the compiler far away from it
-                refused = {mutant.id for file, _, _ in self.complaints() if file in self.switched
-                           for mutant in self.switched[file].literals} & set(self.numbers)
+            lines = collections.defaultdict(list)
+            for file, line, _ in self.complaints():
+                if file in self.switched:
+                    lines[file].append(line)
+            refused = {mutant.id for file, of_file in lines.items()
+                       for mutant in self.switched[file].to_blame(of_file)}
             if not refused:
                 self.die("the mutants do not build, and none of them is to blame")
             print(f"{len(refused)} mutants do not compile beside the others", flush=True)
