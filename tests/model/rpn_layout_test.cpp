@@ -48,6 +48,8 @@ TEST(WriteRpnValues, WritesNothingOutsideTheBlock) {
   EXPECT_EQ(Written(5, 12, 3, 16), (std::vector<float>{1, 2, 3, 0, 4}));
   EXPECT_EQ(Written(3, 12, 3, -16), (std::vector<float>{1, 2, 3}));
   EXPECT_EQ(Written(0, 4, 4, 16), (std::vector<float>{}));
+  // The last row starts 4 GiB and 20 bytes behind the block's start.
+  EXPECT_EQ(Written(8, 8, 2, 0x5555555C), (std::vector<float>{1, 2, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST(WriteRpnValues, EndsWhereTheValuesEnd) {
