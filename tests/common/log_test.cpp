@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cwchar>
 #include <string>
 
 namespace vorn::run {
@@ -20,6 +21,14 @@ TEST(PrintLine, PrintsLinesOfEveryLengthWhole) {
     PrintLine("%s\n", text.c_str());
     EXPECT_EQ(testing::internal::GetCapturedStdout(), text + "\n") << length;
   }
+}
+
+// A character that the locale has none for.
+TEST(PrintLine, PrintsNothingOfWhatCannotBeFormatted) {
+  testing::internal::CaptureStdout();
+  PrintLine("before %lc behind\n", wint_t{0x20AC});
+  PrintLine("next\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "next\n");
 }
 
 }  // namespace
