@@ -2,16 +2,47 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <optional>
 #include <random>
 #include <vector>
 
 #include "common/file.h"
 
 namespace vorn::run {
+namespace {
+
+int calls = 0;                     // of preadv
+std::optional<ssize_t> mostBytes;  // that one moves, where it is limited; below 0 it is interrupted
+
+}  // namespace
+
+// The program is linked with --wrap for it: a file on a disk is neither cut short below 2 GiB nor
+// interrupted at a moment that a test could choose.
+ssize_t RealPreadv(int fd, const iovec* places, int count, off_t offset) asm("__real_preadv");
+ssize_t LimitedPreadv(int fd, const iovec* places, int count, off_t offset) asm("__wrap_preadv");
+
+ssize_t LimitedPreadv(int fd, const iovec* places, int count, off_t offset) {
+  ++calls;
+  if (!mostBytes) return RealPreadv(fd, places, count, offset);
+  if (*mostBytes < 0) {
+    errno = EINTR;
+    return -1;
+  }
+  auto left = static_cast<size_t>(*mostBytes);
+  std::vector<iovec> limited(places, places + count);
+  for (iovec& place : limited) {
+    place.iov_len = std::min(place.iov_len, left);
+    left -= place.iov_len;
+  }
+  return RealPreadv(fd, limited.data(), count, offset);
+}
+
 namespace {
 
 using Bytes = std::vector<std::byte>;
@@ -134,6 +165,29 @@ TEST(ReadRows, ReadsLongRowsInPlace) {
   for (const size_t missing : {0, 1, 1029, 1030, 1031, 2060, 500000}) {
     ExpectAsReference(2500 * 1030 - missing, 2500 * 1040, {5, 500 * 1040, 500, 1040, 1030});
     ExpectAsReference(2500 * 1030 - missing, 2500 * 1048, {5, 500 * 1040 + 8, 500, 1040, 1030});
+  }
+}
+
+TEST(ReadRows, ReadsAThousandAndTwentyFourLongRowsWithOneCall) {
+  for (const auto& [rows, expected] :
+       {std::pair<size_t, int>{1, 1}, {1024, 1}, {1025, 2}, {2048, 2}, {2049, 3}}) {
+    calls = 0;
+    ExpectAsReference(rows * 768, rows * 769, {1, rows * 769, rows, 769, 768});
+    EXPECT_EQ(calls, expected) << rows;
+  }
+  calls = 0;
+  ExpectAsReference(4 * 767, 4 * 769, {1, 4 * 769, 4, 769, 767});  // none for short rows
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(ReadRows, GoesOnWhereOneCallIsInterruptedOrFallsShort) {
+  for (const ssize_t most : {-1, 0, 1, 767, 768, 769, 1500, 1536, 5000}) {
+    mostBytes = most;
+    ExpectAsReference(20 * 768, 20 * 769, {1, 20 * 769, 20, 769, 768});
+    ExpectAsReference(20 * 768, 20 * 769, {2, 10 * 769, 10, 769, 768});
+    ExpectAsReference(9 * 768 + 5, 20 * 769,
+                      {1, 20 * 769, 20, 769, 768});  // the file is short, too
+    mostBytes.reset();
   }
 }
 
