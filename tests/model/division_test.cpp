@@ -29,6 +29,25 @@ TEST(DivisionDeathTest, EndsByTheSignalEvenWhereItIsHandledOrBlocked) {
   EXPECT_EXIT(divide(), testing::KilledBySignal(SIGFPE), "");
 }
 
+// What an earlier function leaves where the next one has its variables.
+__attribute__((noinline)) void LeaveOnes() {
+  volatile unsigned char bytes[4096];
+  for (volatile unsigned char& byte : bytes) byte = 0xFF;
+}
+
+TEST(DivisionDeathTest, LetsNoOtherSignalThrough) {
+  const auto divide = [] {
+    sigset_t all;
+    sigfillset(&all);
+    sigprocmask(SIG_BLOCK, &all, nullptr);
+    std::raise(SIGTERM);
+    std::raise(SIGUSR1);
+    LeaveOnes();
+    (void)DivideOrFault(1, 0);
+  };
+  EXPECT_EXIT(divide(), testing::KilledBySignal(SIGFPE), "");
+}
+
 TEST(DivisionDeathTest, EndsByTheSignalWithoutTheProgramsHandler) {
   const auto divide = [] {
     std::signal(SIGFPE, [](int) { _exit(0); });
