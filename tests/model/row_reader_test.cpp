@@ -126,6 +126,16 @@ TEST(ReadRows, TakesTheLongestRowThatAFileCanHave) {
   ExpectAsReference(16, 16, {1, 16, 4, 4, ~uint64_t{0} >> 1});
 }
 
+// 2^63 bytes and more: their number does not fit where they are counted.
+TEST(ReadRows, TakesMoreBatchItemsThanAnyMemoryHolds) {
+  constexpr uint64_t kTerabyte = uint64_t{1} << 40;
+  for (const uint64_t batches : {1 << 23, 1 << 24, 1 << 25}) {
+    ExpectAsReference(100, 64, {batches, kTerabyte, 1, kTerabyte, kTerabyte});
+    ExpectAsReference(100, 64, {batches, kTerabyte, 1 << 20, 1 << 20, 1 << 20});
+    ExpectAsReference(100, 64, {batches, kTerabyte, 1 << 20, 1 << 20, 12});
+  }
+}
+
 TEST(ReadRows, LeavesWhatIsBehindTheLastBatchItem) {
   ExpectAsReference(200, 160, {2, 32, 4, 8, 8});
   ExpectAsReference(200, 160, {2, 32, 4, 8, 6});
