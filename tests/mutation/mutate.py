@@ -451,8 +451,11 @@ def choose(mutants, arguments):
 def check_explained(bench, mutants, reasons, jobs):
     """Each explained mutant has to compile and to survive; returns how many do not."""
     explained = [m for m in mutants if m.key in reasons]
-    troubles = 0
-    for mutant, result, by, _ in run_mutants(bench, explained, jobs):
+    troubles, count = 0, 0
+    for mutant, result, by, seconds in run_mutants(bench, explained, jobs):
+        count += 1
+        print(f"{count}/{len(explained)} {result:9} {seconds:5.1f} s  "
+              f"{mutant.file}:{mutant.line}: {mutant.change}", flush=True)
         if result != "survived":
             troubles += 1
             print(f"\n{result}, {by}:\n{format_entry(mutant.key, reasons[mutant.key])}", flush=True)
