@@ -29,6 +29,7 @@ the run was interrupted.
 import argparse
 import collections
 import fnmatch
+import hashlib
 import json
 import queue
 import random
@@ -99,17 +100,21 @@ def make_all_mutants(rooms, patterns):
 
 
 def sample(mutants, count, seed):
-    """`count` mutants: one of each file, then a second of each, until there are enough."""
-    rng = random.Random(seed)
+    """`count` mutants: one of each file, then a second of each, until there are enough.
+
+    Each has its rank by the seed and its id: a change of the sources takes along what it concerns
+    and leaves the others chosen, with the results that they have.
+    """
+    rank = {m.id: hashlib.sha1(f"{seed} {m.id}".encode()).digest() for m in mutants}
     by_file = collections.defaultdict(list)
     for mutant in mutants:
         by_file[mutant.file].append(mutant)
     rounds = []
     for file_mutants in by_file.values():
-        rng.shuffle(file_mutants)
-        rounds += [(turn, rng.random(), mutant) for turn, mutant in enumerate(file_mutants)]
-    chosen = {id(mutant) for _, _, mutant in sorted(rounds, key=lambda r: r[:2])[:count]}
-    return [mutant for mutant in mutants if id(mutant) in chosen]
+        file_mutants.sort(key=lambda m: rank[m.id])
+        rounds += [(turn, rank[m.id], m.id) for turn, m in enumerate(file_mutants)]
+    chosen = {id for _, _, id in sorted(rounds)[:count]}
+    return [mutant for mutant in mutants if mutant.id in chosen]
 
 
 # --- running the tests on one ---------------------------------------------------------------------

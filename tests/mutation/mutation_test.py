@@ -13,6 +13,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parent))
 from cpp_source import Source  # noqa: E402
 from explained import find_unfounded, format_entry, read_explained  # noqa: E402
 from mutants import make_mutants  # noqa: E402
+from mutate import sample  # noqa: E402
 from switched import can_be_switched, switch_file  # noqa: E402
 
 TESTS = Path(__file__).resolve().parents[1]
@@ -75,6 +76,28 @@ class Mutants(unittest.TestCase):
     def test_leave_alone_what_makes_a_function_pure(self):
         text = "struct S {\n  virtual int F() const = 0;\n  int count = 0;\n};\n"
         self.assertEqual([m.line for m in make_mutants("f.h", text)], [3])
+
+
+class Sample(unittest.TestCase):
+    def test_is_spread_over_the_files(self):
+        long = make_mutants("long.cpp", PROGRAM)
+        short = make_mutants("short.cpp", "void F() {\n  G(1);\n}\n")
+        chosen = sample(long + short, 9, seed=1)
+        self.assertEqual(len(chosen), 9)
+        self.assertEqual([m for m in chosen if m.file == "short.cpp"], short)
+        self.assertEqual(chosen, sample(long + short, 9, seed=1))
+        self.assertNotEqual(chosen, sample(long + short, 9, seed=2))
+
+    def test_stays_where_a_file_changes(self):
+        """Else the results of a run would be worth nothing after the next change."""
+        other = make_mutants("other.cpp", PROGRAM)
+        before = make_mutants("file.cpp", PROGRAM)
+        after = make_mutants("file.cpp", PROGRAM.replace("  int y = 2;\n", "  int y;\n"))
+        self.assertLess(len(after), len(before))
+        kept = [m.id for m in sample(before + other, 20, seed=1) if m.file == "other.cpp"]
+        chosen = {m.id for m in sample(after + other, 20, seed=1)}
+        self.assertGreater(len(kept), 5)
+        self.assertLessEqual(set(kept), chosen)
 
 
 class Explained(unittest.TestCase):
