@@ -172,14 +172,19 @@ class Bench:
         return ("killed", by) if by else ("survived", "")
 
     def _try_built(self, mutant):
+        """The first program before the others: what it kills, the others are not built for."""
         self.prepare_plain()
         self.plain.change(mutant, self.texts[mutant.file])
-        if not self.plain.make(self.targets):
-            words = next((words for _, _, words in self.plain.complaints()), "does not build")
-            return "stillborn", words
         programs = [self._in_plain(program) for program in self.programs]
-        by = self._kill(mutant, programs, {}, WORK / "worker-plain")
-        return ("killed", by) if by else ("survived", "")
+        first, others = self.names[:1], self.names[1:]
+        for targets, names in ((first, first), (self.targets, others)):
+            if not self.plain.make([target for target in targets if target in self.targets]):
+                words = next((words for _, _, words in self.plain.complaints()), "does not build")
+                return "stillborn", words
+            by = self._kill(mutant, programs, {}, WORK / "worker-plain", names)
+            if by:
+                return "killed", by
+        return "survived", ""
 
     def _in_plain(self, program):
         text = json.dumps([program.command, program.environment, program.folder])
@@ -188,11 +193,16 @@ class Bench:
         return type(program)(program.name, command, environment, folder, program.filter,
                              program.seconds, program.reached, program.cpu_seconds)
 
-    def _kill(self, mutant, programs, environment, work):
-        """The test that fails; none if all pass that come by the place. Likely ones run first."""
+    def _kill(self, mutant, programs, environment, work, names=None):
+        """The test that fails; none if all pass that come by the place. Likely ones run first.
+
+        `names` says which programs, all of them by default.
+        """
         places = self.switched.places_of(mutant)
         coming = []
         for index, program in enumerate(programs):
+            if names is not None and program.name not in names:
+                continue
             tests = [test for test in program.tests if program.reached[test] & places
                      and not (self.is_quick and program.seconds[test] > QUICK_SECONDS)]
             if tests:

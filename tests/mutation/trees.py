@@ -18,6 +18,8 @@ PLACES_OF_A_FILE = 1024
 class Tree:
     """A copy of the checkout, always at the same place so that a second run has little to build."""
 
+    failures_taken = 1  # of compilations, before a build ends
+
     def __init__(self, root, folder):
         self.root = root
         self.folder = folder
@@ -60,7 +62,8 @@ class Tree:
 
     def make(self, targets):
         """True if they build; else what the compiler says is in the log."""
-        command = ["ninja", "-C", str(self.build), "-k", "0", "-j", "2", *targets]
+        command = ["ninja", "-C", str(self.build), "-k", str(self.failures_taken), "-j", "2",
+                   *targets]
         return run_limited(command, BUILD_CPU_SECONDS, self.log, self.temporary).status == 0
 
     def complaints(self):
@@ -89,6 +92,8 @@ class Tree:
 
 class SwitchedTree(Tree):
     """All mutants that can be chosen when a program runs, in one build."""
+
+    failures_taken = 0  # as many as there are: each tells of mutants
 
     def __init__(self, root, folder, mutants, texts):
         super().__init__(root, folder)
