@@ -63,6 +63,29 @@ TEST(Log, TakesWhatIsTooLongOutOfTheMiddle) {
   }
 }
 
+TEST(Log, KeepsThreeQuartersInFrontAndOneBehind) {
+  const auto message = [](size_t longest) {
+    return std::string(longest / 4 * 3, 'a') + "b" + std::string(longest / 4, 'c');
+  };
+  const auto line = [](size_t longest) {
+    return "vorn: op: " + std::string(longest / 4 * 3, 'a') + " ... " +
+           std::string(longest / 4, 'c') + "\n";
+  };
+  EXPECT_EQ(LineOf(LogLevel::kError, message(2000)), line(2000));
+  EXPECT_EQ(LineOf(LogLevel::kInfo, message(16000)), line(16000));
+}
+
+TEST(Log, MovesOnToTheNextCharacterWhereItCuts) {
+  const auto euros = [](int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += "\u20ac";
+    return text;
+  };
+  // 3001 bytes: the cuts are at 1500 and 2501, each within a character.
+  EXPECT_EQ(LineOf(LogLevel::kError, "a" + euros(1000)),
+            "vorn: op: a" + euros(500) + " ... " + euros(166) + "\n");
+}
+
 TEST(Log, CutsBetweenTwoCharacters) {
   for (int shift = 0; shift < 3; ++shift) {
     std::string message(shift, 'a');

@@ -70,6 +70,11 @@ TEST(ParseConfig, RefusesLimitsThatAreNone) {
   EXPECT_THAT(Refusal(R"({"memoryLimit": "1G"})"), HasSubstr("'memoryLimit'"));
 }
 
+TEST(ParseConfig, KeepsTheSectionOfAModelAsItWasWritten) {
+  EXPECT_EQ(ParseConfig("{\"model\": {\"frames\": \"b\u00e4r\"}}").model,
+            "{\"frames\":\"b\u00e4r\"}");
+}
+
 TEST(ParseConfig, TakesEveryOptimization) {
   const std::pair<const char*, GraphOptimization> levels[] = {
       {"none", GraphOptimization::kNone},

@@ -53,6 +53,7 @@ TEST(EncodeConstant, TakesEveryType) {
   EXPECT_EQ(Encode<uint32_t>(VORN_UINT32, {1}, {Whole(70000)}), std::vector<uint32_t>{70000});
   EXPECT_EQ(Encode<uint64_t>(VORN_UINT64, {1}, {Whole(7)}), std::vector<uint64_t>{7});
   EXPECT_EQ(Encode<uint8_t>(VORN_BOOL, {1}, {Whole(1)}), std::vector<uint8_t>{1});
+  EXPECT_EQ(Encode<uint8_t>(VORN_BOOL, {1}, {Whole(0)}), std::vector<uint8_t>{0});
 }
 
 TEST(EncodeConstant, RefusesWhatTheTypeDoesNotHold) {
@@ -60,7 +61,9 @@ TEST(EncodeConstant, RefusesWhatTheTypeDoesNotHold) {
     EXPECT_THAT(Refusal(VORN_INT8, {1}, {number}), HasSubstr("does not hold"));
   }
   EXPECT_THAT(Refusal(VORN_UINT64, {1}, {Whole(-1)}), HasSubstr("does not hold"));
-  EXPECT_THAT(Refusal(VORN_BOOL, {1}, {Whole(2)}), HasSubstr("does not hold"));
+  for (const Number& number : {Whole(-1), Whole(2), Real(1)}) {
+    EXPECT_THAT(Refusal(VORN_BOOL, {1}, {number}), HasSubstr("does not hold"));
+  }
 }
 
 TEST(EncodeConstant, SaysWhatWasWrongAndWhatToChange) {

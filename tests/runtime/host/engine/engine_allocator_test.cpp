@@ -32,6 +32,13 @@ TEST(EngineAllocator, TakesOutOfTheBudgetOfTheScope) {
   EXPECT_EQ(budget->taken(), 0u);
 }
 
+TEST(EngineAllocator, SaysWhichInterfaceItIsWrittenFor) {
+  const auto* info = reinterpret_cast<const OrtMemoryInfo*>(this);
+  EngineAllocator allocator(info);
+  EXPECT_EQ(allocator.version, uint32_t{ORT_API_VERSION});
+  EXPECT_EQ(allocator.Info(&allocator), info);
+}
+
 TEST(EngineAllocator, ServesWhoHasNoBudget) {
   EngineAllocator allocator(nullptr);
   void* memory = allocator.Reserve(&allocator, 1);

@@ -14,6 +14,8 @@ TEST(ShortCause, KeepsWhatIsShort) {
   EXPECT_EQ(ShortCause("Fatal error: Foo(17) is not a registered function/op"),
             "Fatal error: Foo(17) is not a registered function/op");
   EXPECT_EQ(ShortCause("see model.h: it has 3"), "see model.h: it has 3");
+  EXPECT_EQ(ShortCause("see model.h:a it has 3"), "see model.h:a it has 3");
+  EXPECT_EQ(ShortCause("see model.h:12"), "see model.h:12");
 }
 
 TEST(ShortCause, LeavesOutPlacesAndSignatures) {
@@ -32,6 +34,8 @@ TEST(ShortCause, LeavesOutPlacesAndSignatures) {
       "a b");
   EXPECT_EQ(ShortCause("/a.cc:1 n::F(int)::<lambda(const n::T&)> [with X = int] wrong"), "wrong");
   EXPECT_EQ(ShortCause("/a.cc:1 bool n::C::operator()(int) const wrong"), "wrong");
+  EXPECT_EQ(ShortCause("/a.hpp:0 void n::F() it /a.h:9 void n::F() is /a.cpp:90 void n::F() wrong"),
+            "it is wrong");
   EXPECT_EQ(ShortCause("/a.cc:1 (n.size() == 1) was false"), "(n.size() == 1) was false");
 }
 

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 #include <cstdlib>
 
@@ -222,6 +223,23 @@ TEST_F(EngineTest, RefusesAnOutputOfAnotherShapeThanBound) {
   EXPECT_EQ(StatusOf([&] { session->Run(); }), VORN_ERROR_EXECUTION);
 }
 
+TEST_F(EngineTest, TellsTheShapeOfAnOutputThatLiesElsewhere) {
+  // An input that is an output as well is copied from where it lies.
+  const auto session = Open(OnnxWriter()
+                                .Input("x", kOnnxFloat, {"n"})
+                                .Output("x", kOnnxFloat, {"n"})
+                                .Output("y", kOnnxFloat, {"n"})
+                                .Node("Relu", {"x"}, {"y"})
+                                .Image());
+  std::vector<float> x = {1, 2, 3};
+  std::vector<float> same(2), y(3);
+  session->BindInput(0, x.data(), {3});
+  session->BindOutput(0, same.data(), {2});
+  session->BindOutput(1, y.data(), {3});
+  EXPECT_EQ(ReasonOf(VORN_ERROR_EXECUTION, [&] { session->Run(); }),
+            "output 'x' has the shape [3] and not [2], as described");
+}
+
 TEST_F(EngineTest, TriesWithoutTouchingBindings) {
   const auto session = Open(OnnxWriter()
                                 .Input("x", kOnnxFloat, {"n", 3})
@@ -329,6 +347,14 @@ TEST_F(EngineTest, RefusesAnImageLongerThanAnOnnxFileBeforeReadingIt) {
   const std::span tooLong(&first, size_t{INT32_MAX} + 1);
   EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { engine->Open(tooLong, config); }),
             "the image is 2147483648 bytes; an ONNX file has at most 2147483647");
+  // One byte less is looked at: it is promised, and what is not touched never comes to be.
+  void* zeros =
+      mmap(nullptr, INT32_MAX, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(zeros, MAP_FAILED);
+  const std::span longest(static_cast<const std::byte*>(zeros), size_t{INT32_MAX});
+  EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { engine->Open(longest, config); }),
+            "the image is no ONNX file (a field without a number); give the whole bytes of one");
+  munmap(zeros, INT32_MAX);
 }
 
 TEST_F(EngineTest, TellsThatMemoryIsOut) {

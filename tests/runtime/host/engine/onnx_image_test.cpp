@@ -81,6 +81,21 @@ TEST(InspectOnnxImage, FindsDataInOtherFilesInAFunctionAndAnAttribute) {
   EXPECT_TRUE(Inspect(WireWriter().Bytes(25, function).str()).hasExternalData);
 }
 
+TEST(InspectOnnxImage, FindsDataInOtherFilesInAnAttributeOfAFunction) {
+  const std::string tensor = WireWriter().Varint(14, 1).str();
+  const std::string attribute = WireWriter().Bytes(5, tensor).str();
+  const std::string function = WireWriter().Bytes(11, attribute).str();
+  EXPECT_TRUE(Inspect(WireWriter().Bytes(25, function).str()).hasExternalData);
+}
+
+TEST(InspectOnnxImage, TakesNoNamesOfAFunctionForItsNodes) {
+  // Numbers that mean nodes and tensors in a graph.
+  const std::string notes = WireWriter().Varint(14, 1).str();
+  const std::string function = WireWriter().Bytes(1, "F").Bytes(5, notes).str();
+  EXPECT_EQ(Refusal(WireWriter().Bytes(25, function).str()), "");
+  EXPECT_FALSE(Inspect(WireWriter().Bytes(25, function).str()).hasExternalData);
+}
+
 TEST(InspectOnnxImage, TakesEveryPrefixOfAModelForAModelOrRefusesIt) {
   const std::string image = Relu().Constant<float>("w", kOnnxFloat, {2}, {1, 2}).Image();
   for (size_t length = 0; length < image.size(); ++length) {
@@ -95,6 +110,21 @@ TEST(InspectOnnxImage, RefusesWhatIsNoMessage) {
   EXPECT_THAT(Refusal(std::string("\0\0", 2)), HasSubstr("without a number"));
   EXPECT_THAT(Refusal(std::string(20, '\xff')), HasSubstr("endless number"));
   EXPECT_THAT(Refusal("\x3b"), HasSubstr("wire type"));
+}
+
+TEST(InspectOnnxImage, GoesAHundredMessagesDeep) {
+  // The model, its graph, and three more with each round: a node, an attribute, a graph.
+  const auto nested = [](std::string innermost, int rounds) {
+    for (int i = 0; i < rounds; ++i) {
+      innermost = WireWriter().Bytes(6, innermost).str();
+      innermost = WireWriter().Bytes(1, WireWriter().Bytes(5, innermost).str()).str();
+    }
+    return WireWriter().Bytes(7, innermost).str();
+  };
+  const std::string node = WireWriter().Bytes(1, "").str();
+  EXPECT_EQ(Refusal(nested("", 33)), "");  // 100
+  EXPECT_EQ(Refusal(nested(node, 33)),
+            "the image is no ONNX file (messages nested too deep); give the whole bytes of one");
 }
 
 TEST(InspectOnnxImage, RefusesBottomlessNesting) {
