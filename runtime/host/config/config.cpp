@@ -40,7 +40,7 @@ std::string ModelSection(const json& value) {
   return text;
 }
 
-constexpr Key<Config> kKeys[] = {
+constexpr Key<Config> kConfigKeys[] = {
     {"threads",
      [](Path path, Value value, Config& config) {
        config.threads = static_cast<int>(IntegerInRange(path, value, 1, kMaxThreads));
@@ -78,11 +78,11 @@ constexpr Key<Config> kKeys[] = {
 
 Config ParseConfig(std::string_view text) {
   Config config;
-  ReadKeys<Config>(ParseJsonObject("the configuration", text), "", kKeys, config);
+  ReadKeys<Config>(ParseJsonObject("the configuration", text), "", kConfigKeys, config);
   return config;
 }
 
-std::vector<std::string_view> ConfigKeys() { return NamesOf<Config>(kKeys); }
+std::vector<std::string_view> ConfigKeys() { return NamesOf<Config>(kConfigKeys); }
 
 Config ReadConfigFile(const char* path) {
   errno = 0;

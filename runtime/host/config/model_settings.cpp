@@ -60,7 +60,7 @@ std::vector<Number> NumberOrNumbers(const std::string& key, const json& value) {
   return {ReadNumber(key, value)};
 }
 
-constexpr Key<ModelSettings> kKeys[] = {
+constexpr Key<ModelSettings> kModelKeys[] = {
     {"netType",
      [](Path path, Value value, ModelSettings& settings) {
        settings.netType = OneOf<vorn_net_type>(path, value,
@@ -116,10 +116,10 @@ constexpr Key<ModelSettings> kKeys[] = {
 }  // namespace
 
 ModelSettings ParseModelSettings(std::string_view text, ModelSettings base) {
-  ReadKeys<ModelSettings>(ParseJsonObject("'model'", text), "model.", kKeys, base);
+  ReadKeys<ModelSettings>(ParseJsonObject("'model'", text), "model.", kModelKeys, base);
   return base;
 }
 
-std::vector<std::string_view> ModelSettingsKeys() { return NamesOf<ModelSettings>(kKeys); }
+std::vector<std::string_view> ModelSettingsKeys() { return NamesOf<ModelSettings>(kModelKeys); }
 
 }  // namespace vorn::host
