@@ -12,6 +12,7 @@
 #include "host/engine/engine_cause.h"
 #include "host/engine/engine_environment.h"
 #include "host/engine/engine_failure.h"
+#include "host/engine/engine_threads.h"
 #include "host/engine/engine_types.h"
 #include "host/tensor/element_type.h"
 
@@ -113,9 +114,11 @@ struct Binding {
 
 class OrtSession : public Session {
  public:
-  OrtSession(std::shared_ptr<Ort::Env> env, std::span<const std::byte> image,
-             const Ort::SessionOptions& options, const std::set<std::string>& shapelessInputs)
+  OrtSession(std::shared_ptr<Ort::Env> env, std::unique_ptr<EngineThreads> threads,
+             std::span<const std::byte> image, const Ort::SessionOptions& options,
+             const std::set<std::string>& shapelessInputs)
       : env_(std::move(env)),
+        threads_(std::move(threads)),
         session_(*env_, image.data(), image.size(), options),
         memory_(Ort::MemoryInfo::CreateCpu(OrtDeviceAllocator, OrtMemTypeDefault)),
         binding_(session_) {
@@ -323,7 +326,8 @@ class OrtSession : public Session {
     return shapes;
   }
 
-  std::shared_ptr<Ort::Env> env_;  // outlives the session
+  std::shared_ptr<Ort::Env> env_;           // outlives the session
+  std::unique_ptr<EngineThreads> threads_;  // likewise; null where there is but the caller's
   Ort::Session session_;
   Ort::RunOptions runOptions_;
   Ort::MemoryInfo memory_;
@@ -345,8 +349,14 @@ std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
                                      const std::set<std::string>& shapelessInputs) {
   const auto open = [&](bool foldsConstants) -> std::unique_ptr<Session> {
     return Guarded(VORN_ERROR_MODEL, "the model is refused", [&] {
-      return std::make_unique<OrtSession>(
-          environment, image, SessionOptionsFor(config, foldsConstants), shapelessInputs);
+      Ort::SessionOptions options = SessionOptionsFor(config, foldsConstants);
+      std::unique_ptr<EngineThreads> threads;
+      if (config.threads > 1) {
+        threads = std::make_unique<EngineThreads>(config.threads);
+        threads->GiveTo(options);
+      }
+      return std::make_unique<OrtSession>(environment, std::move(threads), image, options,
+                                          shapelessInputs);
     });
   };
   if (!FoldsConstants(config)) return open(false);

@@ -4,10 +4,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstdlib>
+#include <numeric>
 
 #include "host/memory/block_store.h"
+#include "runtime/host/engine/few_threads.h"
 #include "runtime/host/refusal.h"
 #include "support/onnx_writer.h"
 
@@ -506,6 +509,57 @@ TEST_F(EngineTest, SessionsOutliveTheEngine) {
   session->BindOutput(0, y.data(), {2});
   session->Run();
   EXPECT_EQ(y, (std::vector<float>{0, 2}));
+}
+
+OnnxWriter MatMul64() {
+  return OnnxWriter()
+      .Input("x", kOnnxFloat, {64, 64})
+      .Output("y", kOnnxFloat, {64, 64})
+      .Node("MatMul", {"x", "x"}, {"y"});
+}
+
+TEST_F(EngineTest, RunsOnSeveralThreads) {
+  config.threads = 4;
+  for (int round = 0; round < 3; ++round) {
+    const auto session = Open(MatMul64().Image());
+    std::vector<float> x(4096);
+    std::iota(x.begin(), x.end(), 0.0F);
+    std::vector<float> y(4096);
+    session->BindInput(0, x.data(), {64, 64});
+    session->BindOutput(0, y.data(), {64, 64});
+    session->Run();
+    float first = 0;  // row 0 by column 0; exact, since it is below 2^24
+    for (size_t i = 0; i < 64; ++i) first += x[i] * x[64 * i];
+    EXPECT_EQ(y[0], first);
+  }
+}
+
+TEST_F(EngineTest, EndsTheThreadsOfWhatIsRefused) {
+  const int before = ThreadCount();
+  config.threads = 4;
+  EXPECT_NE(Refusal(OnnxWriter()
+                        .Input("x", kOnnxFloat, {2})
+                        .Output("y", kOnnxFloat, {2})
+                        .Node("NoSuchOperator", {"x"}, {"y"})
+                        .Image()),
+            "");
+  EXPECT_EQ(ThreadCount(), before);
+}
+
+// The library itself would wait for ever for the one thread that it got.
+TEST_F(EngineTest, RefusesMoreThreadsThanThereAre) {
+  if (!CanLimitThreads()) GTEST_SKIP() << kWhyThreadsAreNotLimited;
+  const auto open = [&] {
+    alarm(60);
+    LimitThreadsTo(1);
+    config.threads = 4;
+    const std::string reason = ReasonOf(VORN_ERROR_INTERNAL, [&] { Open(MatMul64().Image()); });
+    std::fputs(reason.c_str(), stderr);
+    _exit(0);
+  };
+  EXPECT_EXIT(open(), testing::ExitedWithCode(0),
+              "^'threads' is 4, but one of them cannot be started \\(.+\\); give a smaller number, "
+              "or the process more threads and memory$");
 }
 
 }  // namespace

@@ -134,7 +134,9 @@ OrtApi WatchedTable() {
       &OrtApi::RunOptionsUnsetTerminate, &OrtApi::RunWithBinding, &OrtApi::SessionGetInputCount,
       &OrtApi::SessionGetInputName, &OrtApi::SessionGetInputTypeInfo,
       &OrtApi::SessionGetOutputCount, &OrtApi::SessionGetOutputName,
-      &OrtApi::SessionGetOutputTypeInfo, &OrtApi::SetInterOpNumThreads,
+      &OrtApi::SessionGetOutputTypeInfo, &OrtApi::SessionOptionsSetCustomCreateThreadFn,
+      &OrtApi::SessionOptionsSetCustomJoinThreadFn,
+      &OrtApi::SessionOptionsSetCustomThreadCreationOptions, &OrtApi::SetInterOpNumThreads,
       &OrtApi::SetLanguageProjection, &OrtApi::SetIntraOpNumThreads,
       &OrtApi::SetSessionExecutionMode, &OrtApi::SetSessionGraphOptimizationLevel,
       &OrtApi::SetSessionLogSeverityLevel>(table);
