@@ -89,20 +89,36 @@ function(vorn_product name)
   target_link_options(${name} PRIVATE -Wl,--enable-new-dtags -Wl,--as-needed)
 endfunction()
 
-# vorn_import_runtime(<file>): makes `vorn` the runtime in that file instead of ours. Its own
+# vorn_link_for_old_systems(<name> [OPENS_LIBRARIES]): the C++ library goes in, which takes less time to
+# start and asks less of an old system. Its symbols stay inside: a runtime may bring a C++ library of
+# its own. A sanitizer wants the shared one. OPENS_LIBRARIES for a program that calls dlopen.
+function(vorn_link_for_old_systems name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "OPENS_LIBRARIES" "" "")
+  if(VORN_SANITIZE)
+    return()
+  endif()
+  target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc -Wl,--exclude-libs,ALL)
+  target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/shared/older_c_library.c)
+  if(arg_OPENS_LIBRARIES)
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/shared/older_loader.c)
+    target_link_options(${name} PRIVATE LINKER:--push-state,--no-as-needed,-l:libdl.so.2,--pop-state)
+  endif()
+endfunction()
+
+# vorn_import_runtime(<file>): makes `libvorn` the runtime in that file instead of ours. Its own
 # dependencies are its own business, so what it leaves undefined is not asked for here.
 function(vorn_import_runtime file)
   if(NOT EXISTS ${file})
     message(FATAL_ERROR "VORN_LIBRARY names ${file}, which does not exist. "
                         "Give the path of a libvorn.so, or leave it empty for the host runtime.")
   endif()
-  add_library(vorn SHARED IMPORTED GLOBAL)
-  set_target_properties(vorn PROPERTIES IMPORTED_LOCATION ${file})
+  add_library(libvorn SHARED IMPORTED GLOBAL)
+  set_target_properties(libvorn PROPERTIES IMPORTED_LOCATION ${file})
   execute_process(COMMAND ${CMAKE_READELF} -d ${file} OUTPUT_VARIABLE dynamic ERROR_QUIET)
   if(NOT dynamic MATCHES "\\(SONAME\\)")
     # Without a soname the linker would write down the file's path.
-    set_target_properties(vorn PROPERTIES IMPORTED_NO_SONAME ON)
+    set_target_properties(libvorn PROPERTIES IMPORTED_NO_SONAME ON)
   endif()
-  target_link_libraries(vorn INTERFACE vorn_interface)
-  target_link_options(vorn INTERFACE -Wl,--allow-shlib-undefined)
+  target_link_libraries(libvorn INTERFACE vorn_interface)
+  target_link_options(libvorn INTERFACE -Wl,--allow-shlib-undefined)
 endfunction()

@@ -1,24 +1,25 @@
-# The installed tree: bin/vorn-run, lib/libvorn.so (with the library that executes its models beside
-# it), the headers, a CMake package for whoever writes or uses a runtime, and the notices of what
-# others wrote of all this.
+# The installed tree: bin/ with vorn-run, vorn and its verbs, lib/libvorn.so (with the library that
+# executes its models beside it), the headers, a CMake package for whoever writes or uses a runtime,
+# and the notices of what others wrote of all this.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn)
 
 file(RELATIVE_PATH bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-set_target_properties(vorn-run PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
+set_target_properties(vorn-run vorn-command vorn-inspect PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
 install(TARGETS vorn-run RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# Whoever builds vorn-run alone installs it alone.
+install(TARGETS vorn-command vorn-inspect RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} OPTIONAL)
 install(TARGETS vorn_interface EXPORT vorn-targets)
 install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/operations.h
               ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vorn)
 
 # Only the notices of what the tree holds; notices/README.md says which is whose.
-set(notices README.md)
+set(notices README.md nlohmann-json-LICENSE.txt xxhash-LICENSE.txt)
 if(NOT VORN_LIBRARY)
-  set_target_properties(vorn PROPERTIES INSTALL_RPATH $ORIGIN)
-  install(TARGETS vorn EXPORT vorn-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  list(APPEND notices nlohmann-json-LICENSE.txt)
+  set_target_properties(libvorn PROPERTIES INSTALL_RPATH $ORIGIN)
+  install(TARGETS libvorn EXPORT vorn-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
   if(TARGET onnxruntime_shipped)
     get_target_property(shipped onnxruntime_shipped VORN_SHIPPED_FILE)
     install(PROGRAMS ${shipped} DESTINATION ${CMAKE_INSTALL_LIBDIR})

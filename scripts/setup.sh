@@ -10,7 +10,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kProgram=setup
-readonly kNeeds='g++ (C++20), cmake >= 3.25, ninja, GoogleTest, nlohmann-json, ONNX Runtime with headers, strace'
+readonly kNeeds='g++ (C++20), cmake >= 3.25, ninja, GoogleTest, nlohmann-json, xxHash, ONNX Runtime with headers, strace'
 . scripts/debian13.sh
 
 # The library is the last release line that neither writes to the home folder nor calls out; look
@@ -40,6 +40,7 @@ install_build_tools() {
   probe_file /usr/include/gtest/gtest.h libgtest-dev
   probe_file /usr/include/gmock/gmock.h libgmock-dev
   probe_file /usr/include/nlohmann/json.hpp nlohmann-json3-dev
+  probe_file /usr/include/xxhash.h libxxhash-dev
   [ "${#missing[@]}" = 0 ] || install_packages "${missing[@]}"
 }
 

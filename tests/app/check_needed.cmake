@@ -1,4 +1,4 @@
-# Fails if PROGRAM itself asks for more than the C library and libvorn.so.
+# Fails if PROGRAM itself asks for more than the C library, which is several files, and libvorn.so.
 execute_process(COMMAND ${READELF} -d ${PROGRAM} OUTPUT_VARIABLE dynamic
                 COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "\\(NEEDED\\)[^\n]*" needed "${dynamic}")
@@ -6,7 +6,7 @@ if(NOT needed)
   message(SEND_ERROR "${READELF} lists nothing that ${PROGRAM} needs")
 endif()
 foreach(line IN LISTS needed)
-  if(NOT line MATCHES "\\[(lib(c|m|vorn)\\.so|ld-linux)")
-    message(SEND_ERROR "vorn-run needs more than the C library and libvorn.so: ${line}")
+  if(NOT line MATCHES "\\[(lib(c|m|dl|vorn)\\.so|ld-linux)")
+    message(SEND_ERROR "${PROGRAM} needs more than the C library and libvorn.so: ${line}")
   endif()
 endforeach()

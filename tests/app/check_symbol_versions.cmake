@@ -19,6 +19,6 @@ foreach(need IN LISTS needs)
   endif()
   string(REGEX MATCHALL "[^ \n]+@+GLIBC_${version}" names "${symbols}")
   string(REPLACE ";" ", " names "${names}")
-  message(SEND_ERROR "vorn-run needs version ${version} of the C library and not just ${newest}: "
+  message(SEND_ERROR "${PROGRAM} needs version ${version} of the C library and not just ${newest}: "
                      "${names}. See docs/board-baseline.md.")
 endforeach()

@@ -16,8 +16,7 @@ mv "$work/first" "$work/moved"
 
 # Whoever passes the tree on owes the notices of what it holds; each file is named by the page.
 notices=$work/moved/share/doc/vorn-run
-wanted=(README.md)
-if [ -e "$work/moved/lib/libvorn.so" ]; then wanted+=(nlohmann-json-LICENSE.txt); fi
+wanted=(README.md nlohmann-json-LICENSE.txt xxhash-LICENSE.txt)
 if compgen -G "$work/moved/lib/libonnxruntime.so*" >/dev/null; then
   wanted+=(onnxruntime-LICENSE.txt onnxruntime-ThirdPartyNotices.txt)
 fi
@@ -33,6 +32,12 @@ grep -q "libvorn.so => $work/moved/" "$work/ldd" ||
 if grep -vE 'linux-vdso|ld-linux|lib(vorn|stdc\+\+|gcc_s|m|c)\.so' "$work/ldd"; then
   fail "the command depends on more than the standard library and libvorn"
 fi
+
+# The verbs find each other and the runtime, too.
+env -u LD_LIBRARY_PATH "$work/moved/bin/vorn" inspect -m "$here/../../examples/digits/digits.onnx" \
+  >"$work/inspected" || fail "the installed kit does not describe a model"
+grep -q "^runtime  $work/moved/" "$work/inspected" ||
+  fail "the installed kit asks another runtime: $(cat "$work/inspected")"
 
 # The README shows this project; it is the one that is built here.
 awk '/^```cmake$/ { on = 1; next } /^```$/ { on = 0 } on' "$here/../../README.md" |

@@ -1,6 +1,6 @@
 /*
- * Lets vorn-run start where the C library is older than the one that it is linked with, down
- * to 2.31: a device's system is rarely as new as a desk's. See docs/board-baseline.md.
+ * Lets a program for the board start where the C library is older than the one that it is linked
+ * with, down to 2.31: a device's system is rarely as new as a desk's. See docs/board-baseline.md.
  *
  * The linker takes the newest version of a symbol and writes it down, and the older system then
  * refuses the program. What the program and its C++ library use of such symbols is few, and defined

@@ -1,0 +1,207 @@
+// Reading the words of a command line, and the main of all verbs.
+#include "kit/common/command_line.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <new>
+
+#include "kit/common/nearest.h"
+#include "kit/common/printable.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr Option kCommonOptions[] = {
+    {"help", 'h', "",
+     "Print this, and nothing else happens. --help=page, =man and =names print "
+     "the same as Markdown, as a manual page and for completion."},
+};
+
+std::vector<std::string> NamesOf(const Verb& verb) {
+  std::vector<std::string> names;
+  for (const Option& option : AllOptions(verb)) names.push_back("--" + std::string(option.name));
+  return names;
+}
+
+[[noreturn]] void RefuseUsage(const std::string& message) {
+  throw Fault(ExitStatus::kUsage, message);
+}
+
+bool IsOption(const std::string& word) { return word.size() > 1 && word[0] == '-'; }
+
+bool PrintWhole(const std::string& text) {
+  return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
+         std::fflush(stdout) == 0;
+}
+
+ExitStatus PrintHelp(const Verb& verb, std::string_view form) {
+  std::string text;
+  if (form.empty()) {
+    text = HelpText(verb);
+  } else if (form == "page") {
+    text = HelpPage(verb);
+  } else if (form == "man") {
+    text = ManualPage(verb);
+  } else if (form == "names") {
+    text = OptionNames(verb);
+  } else {
+    RefuseUsage("there is no help of the form '" + Printable(form) +
+                "'; --help, --help=page, --help=man or --help=names");
+  }
+  if (!PrintWhole(text)) {
+    throw Fault(ExitStatus::kLimit, "cannot write to standard output: " + SystemReason(errno));
+  }
+  return ExitStatus::kDone;
+}
+
+// The form of help that the words ask for, whatever else is wrong with them.
+std::optional<std::string> AskedHelp(std::span<const std::string> words) {
+  for (const std::string& word : words) {
+    if (word == "--") break;
+    if (word == "--help" || word == "-h") return "";
+    if (word.starts_with("--help=")) return word.substr(std::strlen("--help="));
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::vector<Option> AllOptions(const Verb& verb) {
+  std::vector<Option> options(verb.options.begin(), verb.options.end());
+  options.insert(options.end(), std::begin(kCommonOptions), std::end(kCommonOptions));
+  return options;
+}
+
+Arguments::Arguments(const Verb& verb, std::span<const std::string> words) : verb_(verb) {
+  bool areOptionsOver = false;
+  for (size_t at = 0; at < words.size(); ++at) {
+    const std::string& word = words[at];
+    if (areOptionsOver || !IsOption(word)) {
+      operands_.push_back(word);
+    } else if (word == "--") {
+      areOptionsOver = true;
+    } else if (word[1] == '-') {
+      const size_t equals = word.find('=');
+      const std::string name = word.substr(0, equals);
+      const auto known = NamesOf(verb);
+      if (std::find(known.begin(), known.end(), name) == known.end()) RefuseName(word, name);
+      std::optional<std::string> attached;
+      if (equals != std::string::npos) attached = word.substr(equals + 1);
+      Note(Find(name.substr(2)), attached, words, at);
+    } else {
+      const std::optional<Option> option = FindLetter(word[1]);
+      if (!option) RefuseName(word, word.substr(0, 2));
+      std::optional<std::string> attached;
+      if (word.size() > 2) attached = word.substr(2);
+      Note(*option, attached, words, at);
+    }
+  }
+  if (operands_.size() > verb.mostOperands) {
+    RefuseUsage("'" + Printable(operands_[verb.mostOperands]) +
+                "' is one word too many; see --help, and put what holds blanks into quotes");
+  }
+}
+
+Option Arguments::Find(std::string_view name) const {
+  for (const Option& option : AllOptions(verb_)) {
+    if (option.name == name) return option;
+  }
+  throw std::logic_error("no option " + std::string(name));
+}
+
+std::optional<Option> Arguments::FindLetter(char letter) const {
+  for (const Option& option : AllOptions(verb_)) {
+    if (option.letter == letter) return option;
+  }
+  return std::nullopt;
+}
+
+void Arguments::RefuseName(std::string_view word, std::string_view name) const {
+  const auto names = NamesOf(verb_);
+  RefuseUsage("there is no option '" + Printable(word) + "'" + DidYouMean(name, names) +
+              "; --help lists them");
+}
+
+void Arguments::Note(const Option& option, std::optional<std::string> attached,
+                     std::span<const std::string> words, size_t& at) {
+  const std::string name = "--" + std::string(option.name);
+  if (option.value.empty()) {
+    if (attached) RefuseUsage(name + " takes no value, and got '" + Printable(*attached) + "'");
+    given_.push_back({option.name, ""});
+    return;
+  }
+  if (!attached) {
+    if (at + 1 >= words.size()) {
+      RefuseUsage(name + " needs " + std::string(option.value) + " behind it");
+    }
+    attached = words[++at];
+  }
+  given_.push_back({option.name, *attached});
+}
+
+bool Arguments::Has(std::string_view name) const { return Get(name).has_value(); }
+
+std::optional<std::string> Arguments::Get(std::string_view name) const {
+  const Option option = Find(name);
+  std::optional<std::string> value;
+  for (const Given& given : given_) {
+    if (given.name == option.name) value = given.value;
+  }
+  return value;
+}
+
+std::string Arguments::Need(std::string_view name) const {
+  const auto value = Get(name);
+  if (!value) {
+    const Option option = Find(name);
+    RefuseUsage("--" + std::string(name) + " " + std::string(option.value) +
+                " is missing; --help tells more");
+  }
+  return *value;
+}
+
+uint64_t Arguments::GetNumber(std::string_view name, uint64_t otherwise, uint64_t least,
+                              uint64_t most) const {
+  const auto value = Get(name);
+  if (!value) return otherwise;
+  uint64_t number = 0;
+  const char* end = value->data() + value->size();
+  const auto [stop, error] = std::from_chars(value->data(), end, number);
+  if (error != std::errc{} || stop != end || number < least || number > most) {
+    RefuseUsage("--" + std::string(name) + " takes a whole number from " + std::to_string(least) +
+                " to " + std::to_string(most) + ", and got '" + Printable(*value) + "'");
+  }
+  return number;
+}
+
+int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arguments&)) {
+  ExitStatus status = ExitStatus::kOwnFault;
+  std::string message;
+  try {
+    const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    if (const auto form = AskedHelp(words)) return static_cast<int>(PrintHelp(verb, *form));
+    const Arguments arguments(verb, words);
+    status = run(arguments);
+    if (std::fflush(stdout) != 0) {
+      throw Fault(ExitStatus::kLimit, "cannot write to standard output: " + SystemReason(errno));
+    }
+    return static_cast<int>(status);
+  } catch (const Fault& fault) {
+    status = fault.Status();
+    message = fault.what();
+  } catch (const std::bad_alloc&) {
+    status = ExitStatus::kLimit;
+    message = "there is no memory left";
+  } catch (const std::exception& error) {
+    status = ExitStatus::kOwnFault;
+    message =
+        "a fault of the kit's own, which somebody should hear of: " + std::string(error.what());
+  }
+  std::fprintf(stderr, "vorn %.*s: %s\n", static_cast<int>(verb.name.size()), verb.name.data(),
+               message.c_str());
+  return static_cast<int>(status);
+}
+
+}  // namespace vorn::kit

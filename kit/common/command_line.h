@@ -1,0 +1,93 @@
+// The command line of a verb. One table says what it takes; parser, help, manual page, reference
+// and completion are made of it.
+#ifndef VORN_KIT_COMMON_COMMAND_LINE_H_
+#define VORN_KIT_COMMON_COMMAND_LINE_H_
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kit/common/fault.h"
+
+namespace vorn::kit {
+
+struct Option {
+  std::string_view name;   ///< without the dashes: "model"
+  char letter = 0;         ///< 0: none
+  std::string_view value;  ///< what it takes, as help names it: "FILE"; empty: nothing
+  std::string_view help;   ///< one sentence or two
+};
+
+struct Verb {
+  std::string_view name;                    ///< "inspect"
+  std::string_view summary;                 ///< half a sentence, as a list of verbs shows it
+  std::span<const std::string_view> forms;  ///< what may stand behind the name, a line each
+  std::string_view about;                   ///< paragraphs, lines of at most 80 characters
+  std::span<const Option> options;
+  std::string_view example;  ///< a command line that works in a checkout that was built
+  size_t mostOperands = 0;
+};
+
+/// What a command line gave. Only options of the verb's table can be asked for.
+class Arguments {
+ public:
+  /// Options as `--name VALUE`, `--name=VALUE`, `-n VALUE`, `-nVALUE`; `--` ends them. Throws a
+  /// Fault of kUsage that names what was wrong, and the nearest option.
+  Arguments(const Verb& verb, std::span<const std::string> words);
+
+  [[nodiscard]] bool Has(std::string_view name) const;
+
+  /// Of an option that was given several times the last value.
+  [[nodiscard]] std::optional<std::string> Get(std::string_view name) const;
+
+  /// Throws a Fault of kUsage that names the option if it was not given.
+  [[nodiscard]] std::string Need(std::string_view name) const;
+
+  /// A whole number of `least` to `most`, `otherwise` if it was not given. Throws as above.
+  [[nodiscard]] uint64_t GetNumber(std::string_view name, uint64_t otherwise, uint64_t least,
+                                   uint64_t most) const;
+
+  [[nodiscard]] std::span<const std::string> Operands() const { return operands_; }
+
+ private:
+  struct Given {
+    std::string_view name;
+    std::string value;
+  };
+
+  Option Find(std::string_view name) const;
+  std::optional<Option> FindLetter(char letter) const;
+  [[noreturn]] void RefuseName(std::string_view word, std::string_view name) const;
+  void Note(const Option& option, std::optional<std::string> attached,
+            std::span<const std::string> words, size_t& at);
+
+  const Verb& verb_;
+  std::vector<Given> given_;
+  std::vector<std::string> operands_;
+};
+
+/// What a verb takes: its own options, then those of every verb.
+[[nodiscard]] std::vector<Option> AllOptions(const Verb& verb);
+
+/// As `--help` prints it.
+[[nodiscard]] std::string HelpText(const Verb& verb);
+
+/// The same as a page of Markdown.
+[[nodiscard]] std::string HelpPage(const Verb& verb);
+
+/// The same as a manual page, for `man`.
+[[nodiscard]] std::string ManualPage(const Verb& verb);
+
+/// The options, a line each as a person would type it, for completion.
+[[nodiscard]] std::string OptionNames(const Verb& verb);
+
+/// The body of a verb's `main`: reads the command line, answers `--help` by itself, and runs the
+/// verb. What it throws becomes one line "vorn VERB: …" on standard error, and its status.
+int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arguments&));
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_COMMON_COMMAND_LINE_H_

@@ -1,0 +1,105 @@
+#include "kit/common/file_identity.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+#define XXH_INLINE_ALL  // nothing to link with, on a board either
+#include <xxhash.h>
+
+#include "kit/common/printable.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr size_t kPieceBytes = 256 * 1024;
+
+class OpenFile {
+ public:
+  OpenFile(const std::string& path, std::string what, ExitStatus status)
+      : path_(path), what_(std::move(what)), status_(status) {
+    // Without O_NONBLOCK a pipe without a writer would be waited for.
+    fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd_ < 0) Refuse("cannot be opened: " + SystemReason(errno));
+    struct stat about {};
+    if (fstat(fd_, &about) != 0 || !S_ISREG(about.st_mode)) {
+      Close();
+      Refuse(S_ISDIR(about.st_mode) ? "is a folder, and a file is needed" : "is no regular file");
+    }
+  }
+  ~OpenFile() { Close(); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+
+  /// The bytes that came; 0 at the end.
+  size_t Read(char* place, size_t size) {
+    ssize_t got = 0;
+    do {
+      got = read(fd_, place, size);
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) Refuse("cannot be read: " + SystemReason(errno));
+    return static_cast<size_t>(got);
+  }
+
+  [[noreturn]] void Refuse(const std::string& reason) const {
+    throw Fault(status_, what_ + " '" + Printable(path_) + "' " + reason);
+  }
+
+ private:
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+  std::string path_;
+  std::string what_;
+  ExitStatus status_;
+  int fd_ = -1;
+};
+
+std::string Digits(const XXH128_hash_t& hash) {
+  std::array<char, 33> text{};
+  std::snprintf(text.data(), text.size(), "%016llx%016llx",
+                static_cast<unsigned long long>(hash.high64),
+                static_cast<unsigned long long>(hash.low64));
+  return text.data();
+}
+
+}  // namespace
+
+FileIdentity IdentifyFile(const std::string& path, const std::string& what, ExitStatus status) {
+  OpenFile file(path, what, status);
+  const auto piece = std::make_unique<char[]>(kPieceBytes);
+  const std::unique_ptr<XXH3_state_t, XXH_errorcode (*)(XXH3_state_t*)> state(XXH3_createState(),
+                                                                              XXH3_freeState);
+  if (state == nullptr) throw std::bad_alloc();
+  XXH3_128bits_reset(state.get());
+  FileIdentity identity{.path = path, .sizeBytes = 0, .xxh3 = {}};
+  while (const size_t got = file.Read(piece.get(), kPieceBytes)) {
+    XXH3_128bits_update(state.get(), piece.get(), got);
+    identity.sizeBytes = *identity.sizeBytes + got;
+  }
+  identity.xxh3 = Digits(XXH3_128bits_digest(state.get()));
+  return identity;
+}
+
+std::string ReadWholeFile(const std::string& path, const std::string& what, ExitStatus status,
+                          uint64_t mostBytes) {
+  OpenFile file(path, what, status);
+  const auto piece = std::make_unique<char[]>(kPieceBytes);
+  std::string bytes;
+  while (const size_t got = file.Read(piece.get(), kPieceBytes)) {
+    bytes.append(piece.get(), got);
+    if (bytes.size() > mostBytes) {
+      file.Refuse("is larger than " + SizeText(mostBytes) + ", which nothing of its kind is");
+    }
+  }
+  return bytes;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,31 @@
+// Files as they are noted in what the kit writes, and files read whole.
+#ifndef VORN_KIT_COMMON_FILE_IDENTITY_H_
+#define VORN_KIT_COMMON_FILE_IDENTITY_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "kit/common/fault.h"
+
+namespace vorn::kit {
+
+/// A file that something was made from.
+struct FileIdentity {
+  std::string path;
+  std::optional<uint64_t> sizeBytes;
+  std::optional<std::string> xxh3;  ///< XXH3-128 in hexadecimal digits, the upper half first
+};
+
+/// Reads the file once, in pieces. Throws a Fault of `status` that says what `what` is ("the
+/// model") and what is wrong with it.
+[[nodiscard]] FileIdentity IdentifyFile(const std::string& path, const std::string& what,
+                                        ExitStatus status);
+
+/// The whole file. Refuses one of more than `mostBytes`; throws as above.
+[[nodiscard]] std::string ReadWholeFile(const std::string& path, const std::string& what,
+                                        ExitStatus status, uint64_t mostBytes);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_COMMON_FILE_IDENTITY_H_

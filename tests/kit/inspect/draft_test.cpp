@@ -1,0 +1,34 @@
+#include "kit/inspect/draft.h"
+
+#include <gtest/gtest.h>
+
+namespace vorn::kit {
+namespace {
+
+TEST(DraftConfiguration, TakesTheKeyThatTheReasonNames) {
+  EXPECT_EQ(DraftConfiguration("input 'x' leaves sizes open in [batch, 3, height]; give them, also "
+                               "where 1 is meant, with 'dims' {\"height\": N}"),
+            R"({"model": {"dims": {"height": N}}})");
+  EXPECT_EQ(DraftConfiguration("give it with 'inputDims' {\"x\": [-1, 3, N]}"),
+            R"({"model": {"inputDims": {"x": [-1, 3, N]}}})");
+}
+
+TEST(DraftConfiguration, PrefersNamesOfDimensions) {
+  EXPECT_EQ(DraftConfiguration("with 'inputDims' {\"x\": [N]} or 'dims' {\"w\": N}"),
+            R"({"model": {"dims": {"w": N}}})");
+}
+
+TEST(DraftConfiguration, CountsBracesAndStrings) {
+  EXPECT_EQ(DraftConfiguration(R"('dims' {"a}\"{": N, "b": {"c": N}} or what)"),
+            R"({"model": {"dims": {"a}\"{": N, "b": {"c": N}}}})");
+  EXPECT_EQ(DraftConfiguration(R"('dims' {"a": N)"), std::nullopt);
+}
+
+TEST(DraftConfiguration, HasNoneForOtherReasons) {
+  EXPECT_EQ(DraftConfiguration("the image is no ONNX file"), std::nullopt);
+  EXPECT_EQ(DraftConfiguration("'dims' is what it is"), std::nullopt);
+  EXPECT_EQ(DraftConfiguration(""), std::nullopt);
+}
+
+}  // namespace
+}  // namespace vorn::kit
