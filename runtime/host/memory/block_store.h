@@ -65,8 +65,8 @@ class BlockStore {
 
   /// Every block that is out, by address.
   struct Block {
-    const void* address = nullptr;
-    uint64_t size = 0;  ///< bytes
+    const void* address;
+    uint64_t size;  ///< bytes
   };
   std::vector<Block> Blocks() const;
 
@@ -75,13 +75,13 @@ class BlockStore {
 
  private:
   struct Live {
-    uint64_t size = 0;
+    uint64_t size;
     std::shared_ptr<MemoryBudget> budget;
     bool isKeptWhenFreed = true;
   };
   struct Kept {
-    uintptr_t address = 0;
-    uint64_t size = 0;
+    uintptr_t address;
+    uint64_t size;
   };
   using LiveBlocks = std::map<uintptr_t, Live>;
 

@@ -12,7 +12,7 @@ namespace {
 
 struct Header {
   std::shared_ptr<MemoryBudget> budget;  // null where nothing is counted
-  size_t bytes = 0;
+  size_t bytes;
 };
 
 constexpr auto kAlignment = std::align_val_t{kBlockAlignment};

@@ -45,19 +45,19 @@ class BatchPlan : public Plan {
  private:
   /// What one data input or output needs during executions.
   struct Slot {
-    size_t port = 0;        // of the session
-    Shape shape;            // that is bound: the model's own rank, the batch in front
-    RowMove move;           // of one item; places and strides are those of the present run
-    uint64_t rowBytes = 0;  // of a dense row in the model's own type
+    size_t port;        // of the session
+    Shape shape;        // that is bound: the model's own rank, the batch in front
+    RowMove move;       // of one item; places and strides are those of the present run
+    uint64_t rowBytes;  // of a dense row in the model's own type
     std::optional<uint64_t> workOffset;  // of one item; none where no place was foreseen
     Staging staging;                     // instead of the work buffer
     BlockView block;                     // the caller's, in the present execution
-    std::byte* place = nullptr;          // where it lies dense, if it is staged
-    uint64_t itemBytes = 0;              // in the block, with the block's stride
-    uint64_t itemsHeld = 0;              // of the batch
-    bool isOfAnyShape = false;           // kept by the engine, and fitted into the place then
-    bool isShared = false;               // by all items of a batch
-    bool isStaged = false;               // in the present run
+    std::byte* place;                    // where it lies dense, if it is staged
+    uint64_t itemBytes;                  // in the block, with the block's stride
+    uint64_t itemsHeld;                  // of the batch
+    bool isOfAnyShape;                   // kept by the engine, and fitted into the place then
+    bool isShared;                       // by all items of a batch
+    bool isStaged;                       // in the present run
 
     uint64_t DenseBytes() const { return move.rows * rowBytes; }  // of one item
   };

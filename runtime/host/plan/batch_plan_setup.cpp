@@ -82,7 +82,7 @@ BatchPlan::BatchPlan(Session& session, Signature signature, const Config& config
 
 BatchPlan::Slot BatchPlan::SlotFor(const Port& port, const TensorDescription& tensor,
                                    const Shape& shape, WorkLayout& work) const {
-  Slot slot;
+  Slot slot{};
   slot.port = port.index;
   slot.shape = shape;
   slot.move = {.rows = tensor.layout.rows,

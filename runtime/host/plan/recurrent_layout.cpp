@@ -47,7 +47,7 @@ bool IsZero(const std::byte* element, uint64_t bytes) {
 }
 
 TensorPlace Reserve(WorkLayout& work, size_t port, vorn_data_type type, const Shape& shape) {
-  TensorPlace place;
+  TensorPlace place{};
   place.port = port;
   place.type = type;
   place.shape = shape;
@@ -184,7 +184,7 @@ std::optional<size_t> AxisOfOutput(const RecurrentLayout& layout, const std::str
 
 void AddOutput(const Port& port, const Shape& tried, const Shape& triedShorter,
                OutputTypes outputTypes, uint64_t rowAlignment, RecurrentLayout& layout) {
-  OutputPlace output;
+  OutputPlace output{};
   output.isOfAnyShape = port.largest.has_value();
   const Shape& shape = output.isOfAnyShape ? *port.largest : tried;
   Shape shown = shape;
@@ -219,7 +219,7 @@ void AddOutput(const Port& port, const Shape& tried, const Shape& triedShorter,
 
 RecurrentLayout LayOutInputs(const Signature& signature, const ModelSettings& settings,
                              uint64_t rowAlignment) {
-  RecurrentLayout layout;
+  RecurrentLayout layout{};
   layout.isStepwise = settings.sequence == Sequence::kSteps;
   AddFrames(*signature.frames, settings, rowAlignment, layout);
   AddFlags(signature.flags, rowAlignment, layout);

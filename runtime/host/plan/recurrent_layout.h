@@ -48,12 +48,12 @@ namespace vorn::host {
 
 /// A tensor of the session and its dense place in the work buffer.
 struct TensorPlace {
-  size_t port = 0;  ///< of the session
+  size_t port;  ///< of the session
   vorn_data_type type = VORN_FLOAT32;
   Shape shape;                     ///< as it is bound, with T at `timeAxis`
   std::optional<size_t> timeAxis;  ///< the dimension that follows the count of frames in a run
-  uint64_t bytes = 0;              ///< at most
-  uint64_t offset = 0;             ///< in the work buffer, a multiple of `kScratchUnit`
+  uint64_t bytes;                  ///< at most
+  uint64_t offset;                 ///< in the work buffer, a multiple of `kScratchUnit`
 
   Shape ShapeFor(uint64_t frames) const { return WithDim(shape, timeAxis, frames); }
 };
@@ -61,9 +61,9 @@ struct TensorPlace {
 /// An output that a caller sees: its place, and how it comes into the caller's block.
 struct OutputPlace {
   TensorPlace place;
-  bool isOfAnyShape = false;   ///< kept by the engine, and fitted into the place then
-  bool followsFrames = false;  ///< otherwise it is that of the last run
-  FrameRows rows;  ///< of the block; all of it is one frame where it does not follow the frames
+  bool isOfAnyShape;   ///< kept by the engine, and fitted into the place then
+  bool followsFrames;  ///< otherwise it is that of the last run
+  FrameRows rows;      ///< of the block; all of it is one frame where it does not follow the frames
   vorn_data_type shown = VORN_FLOAT32;
 };
 
@@ -75,10 +75,10 @@ struct StatePlaces {
 
 struct RecurrentLayout {
   ModelDescription description;
-  bool isStepwise = false;
-  bool isLengthOpen = false;  ///< the model takes any count of frames in a run
-  uint64_t mostFrames = 1;    ///< T
-  uint64_t contextBytes = 0;  ///< in front of each frame, in the place of the frames
+  bool isStepwise;
+  bool isLengthOpen;      ///< the model takes any count of frames in a run
+  uint64_t mostFrames;    ///< T
+  uint64_t contextBytes;  ///< in front of each frame, in the place of the frames
   WorkLayout work;
   TensorPlace frames;
   FrameRows frameRows;

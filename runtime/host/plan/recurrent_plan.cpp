@@ -206,7 +206,7 @@ void RecurrentPlan::Execute(const Call& call) {
   const BlockView& flags = call.inputs[1];
   Locate(call.inputs.back());
   FeedOtherInputs(*layout_, call, work_);
-  FrameSpan span;
+  FrameSpan span{};
   for (; span.first < call.frames; span.first += span.count) {
     span = RunFrom(*layout_, flags, span.first, call.frames);
     Bind(RoomOfRun(*layout_, span.count));

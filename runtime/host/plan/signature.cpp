@@ -115,7 +115,7 @@ void RequireSizes(const DeclaredTensor& tensor, size_t mayBeOpen) {
 /// An open dimension is as long as the numbers where it is the only one, and 1 elsewhere.
 ProvidedInput Provide(const Port& port, const std::vector<Number>& numbers) {
   const DeclaredTensor& tensor = port.tensor;
-  ProvidedInput input;
+  ProvidedInput input{};
   input.index = port.index;
   input.name = tensor.name;
   input.type = tensor.type;
@@ -217,7 +217,7 @@ void TakeSequence(const ModelSettings& settings, Ports& inputs, Ports& outputs,
     const auto given = settings.constants.find(input);
     const Port start = inputs.Take("states", input);
     RequireStateSizes(start.tensor);
-    State state;
+    State state{};
     state.start = Provide(
         start, given == settings.constants.end() ? std::vector<Number>{Number()} : given->second);
     const Port port = outputs.Take("states", output);

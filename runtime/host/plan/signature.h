@@ -18,25 +18,25 @@ namespace vorn::host {
 
 /// An input or output of the session.
 struct Port {
-  size_t index = 0;  ///< in the session
+  size_t index;  ///< in the session
   DeclaredTensor tensor;
   std::optional<Shape> largest;  ///< of an output whose shape depends on the data
 };
 
 /// An input whose values the runtime provides.
 struct ProvidedInput {
-  size_t index = 0;  ///< in the session
+  size_t index;  ///< in the session
   std::string name;
   vorn_data_type type = VORN_FLOAT32;
   Shape shape;
   std::vector<std::byte> bytes;  ///< dense
-  bool hadOpenDims = false;
+  bool hadOpenDims;
 };
 
 /// An output that is fed back into an input, and what the input holds at the start of a sequence.
 struct State {
   ProvidedInput start;
-  size_t output = 0;  ///< in the session
+  size_t output;  ///< in the session
 };
 
 struct Signature {

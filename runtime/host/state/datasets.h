@@ -15,10 +15,10 @@ namespace vorn::host {
 
 /// A caller's words about a block; nothing of it is believed before it is used.
 struct DataBuffer {
-  void* address = nullptr;
-  uint64_t size = 0;    ///< bytes, as registered
-  uint64_t stride = 0;  ///< bytes from row to row
-  bool isOurs = false;  ///< the address lay in a block of this runtime when it was registered
+  void* address;
+  uint64_t size;    ///< bytes, as registered
+  uint64_t stride;  ///< bytes from row to row
+  bool isOurs;      ///< the address lay in a block of this runtime when it was registered
 };
 
 struct Dataset {

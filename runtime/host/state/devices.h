@@ -20,11 +20,11 @@ struct Device {
 };
 
 struct Context {
-  int32_t deviceId = 0;
+  int32_t deviceId;
 };
 
 struct Stream {
-  const vorn_rt_context* context = nullptr;  ///< in which it was created
+  const vorn_rt_context* context;  ///< in which it was created
 };
 
 /// None while the runtime is down: whatever makes something fails with VORN_ERROR_NOT_INITIALIZED

@@ -37,8 +37,9 @@ RowMove Extents(const FrameRows& rows, uint64_t count) {
 }  // namespace
 
 FrameRows FrameRowsOf(const Shape& shape, size_t axis) {
-  FrameRows rows = {.outer = Extent(shape, 0, axis), .frames = Extent(shape, axis, axis + 1)};
-  rows.areElements = axis + 1 == shape.size();
+  FrameRows rows = {.outer = Extent(shape, 0, axis),
+                    .frames = Extent(shape, axis, axis + 1),
+                    .areElements = axis + 1 == shape.size()};
   if (rows.areElements) return rows;
   rows.rows = Extent(shape, axis + 1, shape.size() - 1);
   rows.columns = Extent(shape, shape.size() - 1, shape.size());

@@ -22,11 +22,11 @@
 namespace vorn::host {
 
 struct FrameRows {
-  uint64_t outer = 1;
-  uint64_t frames = 1;   ///< T
+  uint64_t outer;
+  uint64_t frames;       ///< T
   uint64_t rows = 1;     ///< R; 1 where frames are the elements of a row
   uint64_t columns = 1;  ///< of one frame
-  bool areElements = false;
+  bool areElements;
 };
 
 /// Of a tensor of that shape with the frames along dimension `axis`.
@@ -34,8 +34,8 @@ FrameRows FrameRowsOf(const Shape& shape, size_t axis);
 
 /// The frames from `first` on, `count` of them.
 struct FrameSpan {
-  uint64_t first = 0;
-  uint64_t count = 0;
+  uint64_t first;
+  uint64_t count;
 };
 
 /// Bytes from one frame to the next in a block of that stride.

@@ -22,10 +22,10 @@ std::optional<uint64_t> Product(uint64_t a, uint64_t b);
 std::optional<uint64_t> RoundUp(uint64_t value, uint64_t alignment);
 
 struct TensorLayout {
-  uint64_t elementBytes = 0;
-  uint64_t rowBytes = 0;
-  uint64_t rows = 0;
-  uint64_t stride = 0;  ///< bytes, >= rowBytes
+  uint64_t elementBytes;
+  uint64_t rowBytes;
+  uint64_t rows;
+  uint64_t stride;  ///< bytes, >= rowBytes
 
   uint64_t ItemBytes() const { return rows * stride; }
   uint64_t DenseBytes() const { return rows * rowBytes; }

@@ -81,7 +81,7 @@ ClosedShapes CloseShapes(std::span<const DeclaredShape> inputs,
   const std::vector<DeclaredShape> sizedOutputs = WithSizes(outputs, sizes);
   const Symbols symbols = SymbolsOf(sizedInputs);
 
-  ClosedShapes closed;
+  ClosedShapes closed{};
   closed.isBatchFirst = !sizedInputs.empty() &&
                         std::all_of(sizedInputs.begin(), sizedInputs.end(), HasOpenFirstDim) &&
                         !HaveCommon(symbols.batch, symbols.inner);

@@ -37,7 +37,7 @@ using Shape = std::vector<int64_t>;
 struct ClosedShapes {
   std::vector<Shape> inputs;
   std::vector<std::optional<Shape>> outputs;  ///< nothing: a trial has to show it
-  bool isBatchFirst = false;                  ///< the known ones allow to execute a batch at once
+  bool isBatchFirst;                          ///< the known ones allow to execute a batch at once
 
   bool HasUnknownOutput() const;
 };

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 Port PortOf(size_t index, const std::string& name, const Shape& shape) {
-  Port port;
+  Port port{};
   port.index = index;
   port.tensor.name = name;
   for (const int64_t dim : shape) port.tensor.shape.push_back({.size = dim, .symbol = ""});
@@ -27,7 +27,7 @@ Port PortOf(size_t index, const std::string& name, const Shape& shape) {
 Signature StepSignature() {
   Signature signature;
   signature.frames = PortOf(1, "x", {1, 6});
-  State state;
+  State state{};
   state.start.index = 0;
   state.start.name = "h";
   state.start.shape = {1, 5};
@@ -112,6 +112,56 @@ TEST(RecurrentLayout, RefusesAStateThatIsNotAsLargeAsItsOutput) {
   EXPECT_THAT(
       ReasonOf(VORN_ERROR_MODEL, [&] { LayOut(StepSignature(), Steps(), tried, tried); }),
       HasSubstr("'states' feeds 'h' of the shape [1, 5] from an output of the shape [1, 4]"));
+}
+
+TEST(RecurrentLayout, TakesAContextOfFramesThatAreOneRow) {
+  ModelSettings settings = Steps();
+  settings.context = 2;
+  const auto refusal = [&](const Shape& shape) {
+    Signature signature = StepSignature();
+    signature.frames = PortOf(1, "x", shape);
+    return ReasonOf(VORN_ERROR_MODEL, [&] { LayOutInputs(signature, settings, 16); });
+  };
+  for (const Shape& shape : {Shape{6}, Shape{1, 6}, Shape{1, 1, 3}}) EXPECT_EQ(refusal(shape), "");
+  for (const Shape& shape : {Shape{}, Shape{2}, Shape{1, 2}, Shape{2, 6}, Shape{1, 3, 6}}) {
+    EXPECT_EQ(refusal(shape), "'context' of 2 leaves nothing of 'x', which has the shape " +
+                                  ShapeText(shape) + "; it has to be one row that is longer");
+  }
+}
+
+TEST(RecurrentLayout, SaysWhichSettingDoesNotFit) {
+  const auto refusal = [](const Signature& signature, const ModelSettings& settings) {
+    return ReasonOf(VORN_ERROR_MODEL, [&] { LayOutInputs(signature, settings, 16); });
+  };
+  ModelSettings settings = Steps();
+  settings.maxFrames = 0;
+  EXPECT_EQ(refusal(StepSignature(), settings),
+            "the model takes one frame a run; say how many a sequence may have with 'maxFrames'");
+  EXPECT_EQ(refusal(WholeSignature(-1), Whole(0)),
+            "'maxFrames' is not given, but 'x' takes any count of frames; say how many a sequence "
+            "may have");
+  EXPECT_EQ(refusal(WholeSignature(9), Whole(8)), "'maxFrames' is 8, but 'x' takes 9 frames");
+  settings = Whole(9);
+  settings.timeAxis = 2;
+  EXPECT_EQ(refusal(WholeSignature(9), settings),
+            "'timeAxis' is 2, but 'x' has the shape [1, 9, 4]; the dimensions before the frames "
+            "have to be 1");
+  settings.timeAxis = 3;
+  EXPECT_EQ(refusal(WholeSignature(1), settings),
+            "'timeAxis' is 3, but 'x' has the shape [1, 1, 4]; the dimensions before the frames "
+            "have to be 1");
+  Signature flagged = WholeSignature(9);
+  flagged.flags = PortOf(1, "f", {9, 2});
+  EXPECT_EQ(refusal(flagged, Whole(9)),
+            "'flags' names 'f' of the shape [9, 2]; it has to hold one flag for each of 9 frames");
+}
+
+TEST(RecurrentLayout, RefusesAModelThatShowsNothingButItsStates) {
+  Signature signature = StepSignature();
+  signature.outputs.clear();
+  const std::vector<Shape> tried = {{1, 5}};
+  EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { LayOut(signature, Steps(), tried, tried); }),
+            "the model has no output but its states; there is nothing to execute it for");
 }
 
 TEST(RecurrentLayout, TriesAnOpenLengthTwice) {
