@@ -209,6 +209,24 @@ TEST(ParseConfig, SaysWhatWasWrongAndWhatToChange) {
             "the configuration is not JSON (byte 2 is zero); the smallest valid one is {}");
 }
 
+TEST(ParseConfig, SaysWhatAKeyTakes) {
+  EXPECT_EQ(Refusal(R"({"dims": [1]})"),
+            "'dims' is [1]; give an object such as {\"sequence\": 128}");
+  EXPECT_EQ(Refusal(R"({"outputTypes": "float"})"),
+            "'outputTypes' is \"float\"; give \"presented\" or \"native\"");
+  EXPECT_EQ(Refusal(R"({"graphOptimization": 3})"),
+            "'graphOptimization' is 3; give \"none\", \"basic\", \"extended\" or \"all\"");
+  EXPECT_EQ(Refusal(R"({"threads": 257})"), "'threads' is 257; give a whole number from 1 to 256");
+  EXPECT_EQ(Refusal(R"({"dims": {"n": 0}})"),
+            "'dims.n' is 0; give a whole number from 1 to 2147483647");
+  EXPECT_EQ(Refusal(R"({"probe": 3601})"), "'probe' is 3601; give a whole number from 1 to 3600");
+  EXPECT_EQ(Refusal(R"({"rowAlignment": 4097})"),
+            "'rowAlignment' is 4097; give a whole number from 1 to 4096");
+  EXPECT_EQ(Refusal(R"({"memoryLimit": 0})"),
+            "'memoryLimit' is 0; give a whole number from 1 to 9223372036854775807");
+  EXPECT_EQ(Refusal("[]"), "the configuration is []; give a JSON object, at least {}");
+}
+
 TEST(ParseConfig, QuotesTheParserWithoutItsNumbers) {
   EXPECT_THAT(Refusal("{"), StartsWith("the configuration is not JSON (parse error at line 1"));
   EXPECT_THAT(Refusal("{"), EndsWith("); the smallest valid one is {}"));

@@ -81,6 +81,33 @@ TEST(ParseModelSettings, RefusesWrongValuesByKey) {
   EXPECT_THAT(Refusal(R"({"timeAxis": 128})"), HasSubstr("'model.timeAxis'"));
 }
 
+TEST(ParseModelSettings, SaysWhatAKeyTakes) {
+  EXPECT_EQ(Refusal(R"({"inputDims": {"x": 5}})"),
+            "'model.inputDims.x' is 5; give a list such as [-1, 3, 224, 224]");
+  EXPECT_EQ(Refusal(R"({"inputDims": 5})"),
+            "'model.inputDims' is 5; give an object such as {\"image\": [-1, 3, 224, 224]}");
+  EXPECT_EQ(Refusal(R"({"inputDims": {"x": [-2]}})"),
+            "'model.inputDims.x' is -2; give a whole number from 0 to 2147483647");
+  EXPECT_EQ(Refusal(R"({"outputDims": {"y": 5}})"),
+            "'model.outputDims.y' is 5; give a list such as [100, 4]");
+  EXPECT_EQ(Refusal(R"({"outputDims": 5})"),
+            "'model.outputDims' is 5; give an object such as {\"boxes\": [100, 4]}");
+  EXPECT_EQ(Refusal(R"({"constants": 5})"),
+            "'model.constants' is 5; give an object such as {\"rate\": 16000}");
+  EXPECT_EQ(Refusal(R"({"constants": {"c": "1"}})"),
+            "'model.constants.c' is \"1\"; give a number or a list of numbers");
+  EXPECT_EQ(Refusal(R"({"states": 5})"),
+            "'model.states' is 5; give an object such as {\"hidden\": \"hiddenOut\"}");
+  EXPECT_EQ(Refusal(R"({"dims": 5})"),
+            "'model.dims' is 5; give an object such as {\"sequence\": 128}");
+  EXPECT_EQ(Refusal(R"({"frames": ""})"), "'model.frames' is \"\"; give a name in quotes");
+  EXPECT_EQ(Refusal(R"({"sequence": 1})"), "'model.sequence' is 1; give \"whole\" or \"steps\"");
+  EXPECT_EQ(Refusal(R"({"timeAxis": 128})"),
+            "'model.timeAxis' is 128; give a whole number from 0 to 127");
+  EXPECT_EQ(Refusal(R"({"context": -1})"),
+            "'model.context' is -1; give a whole number from 0 to 2147483647");
+}
+
 TEST(ParseModelSettings, RefusesWhatIsNestedTooDeep) {
   for (const char* bracket : {"[", R"({"dims":)"}) {
     std::string text;

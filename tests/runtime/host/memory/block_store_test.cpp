@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "runtime/host/refusal.h"
@@ -39,6 +41,37 @@ TEST(BlockStore, RefusesNothingAndTheImpossible) {
   EXPECT_EQ(StatusOfAllocating(blocks, UINT64_MAX - 0x7fffffff), VORN_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(StatusOfAllocating(blocks, UINT64_C(1) << 50), VORN_ERROR_OUT_OF_MEMORY);
   EXPECT_EQ(blocks.Count(), 0u);
+}
+
+TEST(BlockStore, GivesBackWhatTheSystemDoesNotHave) {
+  if (IsMemoryWatched()) GTEST_SKIP() << "what watches memory ends the process over such a size";
+  BlockStore blocks;
+  const auto all = std::make_shared<MemoryBudget>(UINT64_MAX);
+  EXPECT_EQ(ReasonOf(VORN_ERROR_OUT_OF_MEMORY, [&] { blocks.Allocate(UINT64_C(1) << 62, all); }),
+            "size is 4611686018427387904 bytes; the system has no such block");
+  EXPECT_EQ(all->taken(), 0u);
+}
+
+TEST(BlockStore, SaysWhatItRefuses) {
+  BlockStore blocks;
+  const auto little = std::make_shared<MemoryBudget>(100);
+  EXPECT_EQ(ReasonOf(VORN_ERROR_INVALID_ARGUMENT, [&] { blocks.Allocate(0, little); }),
+            "size is 0; a block has at least 1 byte");
+  blocks.Allocate(60, little);
+  EXPECT_EQ(ReasonOf(VORN_ERROR_OUT_OF_MEMORY, [&] { blocks.Allocate(41, little); }),
+            "size is 41 bytes; the device has 100, of which 60 are taken");
+}
+
+TEST(IsMemoryWatched, SeesValgrindByWhatItPreloads) {
+  if (IsMemoryWatched()) GTEST_SKIP() << "it is";
+  const char* before = getenv("LD_PRELOAD");
+  const std::string kept = before == nullptr ? "" : before;
+  setenv("LD_PRELOAD", "/usr/libexec/valgrind/vgpreload_memcheck-amd64-linux.so", 1);
+  EXPECT_TRUE(IsMemoryWatched());
+  setenv("LD_PRELOAD", "/usr/lib/libother.so", 1);
+  EXPECT_FALSE(IsMemoryWatched());
+  if (before == nullptr) unsetenv("LD_PRELOAD");
+  if (before != nullptr) setenv("LD_PRELOAD", kept.c_str(), 1);
 }
 
 TEST(BlockStore, KnowsHowFarABlockReaches) {

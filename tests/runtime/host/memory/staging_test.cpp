@@ -37,6 +37,18 @@ TEST(Staging, GivesItsMemoryBack) {
   EXPECT_EQ(budget->taken(), 0u);
 }
 
+TEST(Staging, TakesNothingForWhatItHas) {
+  const auto budget = std::make_shared<MemoryBudget>(100'000);
+  BudgetScope scope(budget);
+  Staging staging;
+  staging.AtLeast(1);
+  const uint64_t least = budget->taken();
+  staging.AtLeast(100);
+  EXPECT_EQ(budget->taken(), least + 99);
+  staging.AtLeast(50);
+  EXPECT_EQ(budget->taken(), least + 99);
+}
+
 TEST(Staging, KeepsWhatItHadIfMoreCannotBeHad) {
   Staging staging;
   std::byte* first = staging.AtLeast(8);

@@ -187,6 +187,10 @@ TEST_F(SignatureTest, LeavesOutWhatHasNoElements) {
   outputs = {Tensor("none", {Fixed(0)})};
   EXPECT_EQ(Refusal("{}"),
             "the model has no output with elements; there is nothing to execute it for");
+  // Which is told before sizes that are missing.
+  inputs[0] = Tensor("x", {Fixed(1), Open("n")});
+  EXPECT_EQ(Refusal("{}"),
+            "the model has no output with elements; there is nothing to execute it for");
 }
 
 TEST_F(SignatureTest, KeepsTheLargestDimensionsOfAnOutput) {

@@ -91,6 +91,28 @@ TEST_F(DatasetsTest, RefusesWhatDoesNotLive) {
   EXPECT_TRUE(datasets_.BufferHandles().empty());
 }
 
+TEST_F(DatasetsTest, TakesABatchAtIndex0) {
+  vorn_mdl_dataset* dataset = datasets_.Create();
+  EXPECT_EQ(datasets_.At(dataset).batch, 1u);
+  EXPECT_EQ(datasets_.At(dataset).frames, 0u);
+  datasets_.SetBatch(dataset, 0, 7);
+  const auto refusal = [&](uint64_t index, uint64_t batch) {
+    return ReasonOf(VORN_ERROR_INVALID_ARGUMENT,
+                    [&] { datasets_.SetBatch(dataset, index, batch); });
+  };
+  EXPECT_EQ(refusal(0, 0), "the batch size is 0; it has to be at least 1");
+  EXPECT_EQ(refusal(1, 2), "index is 1; it has to be 0");
+  EXPECT_EQ(refusal(2, 0), "index is 2; it has to be 0");
+  EXPECT_EQ(datasets_.At(dataset).batch, 7u);
+}
+
+TEST_F(DatasetsTest, NamesTheKindOfAHandle) {
+  EXPECT_EQ(ReasonOf(VORN_ERROR_INVALID_ARGUMENT, [&] { datasets_.At(nullptr); }),
+            "the dataset is null");
+  EXPECT_EQ(ReasonOf(VORN_ERROR_INVALID_ARGUMENT, [&] { datasets_.Buffer(nullptr); }),
+            "the data buffer is null");
+}
+
 TEST_F(DatasetsTest, RefusesABufferOfNothing) {
   void* block = Allocate(8);
   EXPECT_EQ(ReasonOf(VORN_ERROR_INVALID_ARGUMENT, [&] { datasets_.CreateBuffer(nullptr, 8, 8); }),

@@ -26,6 +26,7 @@ struct SessionScript {
   std::vector<DeclaredTensor> inputs;
   std::vector<DeclaredTensor> outputs;
   std::function<std::vector<Shape>(std::span<const Shape>)> onTry;
+  std::function<void()> onRun = [] {};
   bool failsToRun = false;
   bool runsUntilTerminated = false;
   std::atomic<bool> isTerminated = false;
@@ -61,6 +62,7 @@ class ScriptedSession : public Session {
   void BindOutputOfAnyShape(size_t) override {}
   TensorView Result(size_t) override { return {}; }
   void Run() override {
+    script_.onRun();
     if (script_.runsUntilTerminated) script_.isTerminated.wait(false);
     if (script_.failsToRun) throw Failure(VORN_ERROR_EXECUTION, "scripted");
     uint64_t bytes = ElementBytes(script_.outputs[0].type);
@@ -111,6 +113,16 @@ class ModelTest : public testing::Test {
   /// Executes over blocks of `inputBytes` and `outputBytes`, the input counting upwards.
   vorn_status Execute(uint64_t batch, uint64_t inputBytes, uint64_t outputBytes,
                       uint64_t stride = 0) {
+    return StatusOf([&] { ExecuteOver(batch, inputBytes, outputBytes, stride); });
+  }
+
+  /// Why an execution fails with that status.
+  std::string Refusal(vorn_status status, uint64_t batch, uint64_t inputBytes, uint64_t outputBytes,
+                      uint64_t stride = 0) {
+    return ReasonOf(status, [&] { ExecuteOver(batch, inputBytes, outputBytes, stride); });
+  }
+
+  void ExecuteOver(uint64_t batch, uint64_t inputBytes, uint64_t outputBytes, uint64_t stride) {
     in.resize(inputBytes);
     for (size_t i = 0; i < in.size(); ++i) in[i] = static_cast<std::byte>(i % 100);
     out.assign(outputBytes, kUntouched);
@@ -123,8 +135,17 @@ class ModelTest : public testing::Test {
           {scratch.data() + ((i - 1) << 16), 1 << 16, description->inputs[i].layout.stride});
     }
     const std::vector<BlockView> outputs = {{out.data(), out.size(), stride}};
-    return StatusOf(
-        [&] { model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch}, timeout); });
+    model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch}, timeout);
+  }
+
+  /// What the log says while `steps` run.
+  template <typename Steps>
+  std::string LogOf(Steps&& steps) {
+    setenv("VORN_LOG", "error", 1);
+    testing::internal::CaptureStderr();
+    steps();
+    unsetenv("VORN_LOG");
+    return testing::internal::GetCapturedStderr();
   }
 
   /// The output as it has to be: `rows` rows of the input, padding left alone.
@@ -251,13 +272,68 @@ TEST_F(ModelTest, RefusesTheSameBlocksAsBefore) {
 
 TEST_F(ModelTest, TellsOfDroppedItemsEveryTime) {
   Load({Open("n"), Fixed(5)});
-  setenv("VORN_LOG", "error", 1);
   for (int i = 0; i < 2; ++i) {
-    testing::internal::CaptureStderr();
-    ASSERT_EQ(Execute(2, 32, 16), VORN_SUCCESS);
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("holds 1 of 2"), std::string::npos);
+    EXPECT_EQ(LogOf([&] { ASSERT_EQ(Execute(2, 32, 16), VORN_SUCCESS); }),
+              "vorn: vorn_mdl_execute: output 0 'y' holds 1 of 2 batch items; the rest is "
+              "dropped\n");
   }
-  unsetenv("VORN_LOG");
+}
+
+TEST_F(ModelTest, BindsAnewWhereAnExecutionFailedInBetween) {
+  Load({Open("n"), Fixed(16)});
+  std::vector<std::byte> first(16, std::byte{1}), other(16, std::byte{2}), to(16);
+  std::vector<std::byte> scratchBlock(4096);
+  const auto execute = [&](std::vector<std::byte>& from) {
+    const std::vector<BlockView> inputs = {{from.data(), 16, 16},
+                                           {scratchBlock.data(), 2048, 2048},
+                                           {scratchBlock.data() + 2048, 2048, 2048}};
+    const std::vector<BlockView> outputs = {{to.data(), 16, 16}};
+    model->Execute({.inputs = inputs, .outputs = outputs, .batch = 1});
+  };
+  execute(first);
+  script.failsToRun = true;
+  EXPECT_EQ(StatusOf([&] { execute(other); }), VORN_ERROR_EXECUTION);
+  script.failsToRun = false;
+  execute(first);
+  EXPECT_EQ(script.runs.back().first, first.data());
+  EXPECT_EQ(to, first);
+}
+
+TEST_F(ModelTest, SaysWhichBlockDoesNotFitAndHow) {
+  Load({Open("n"), Fixed(5)});
+  const vorn_status status = VORN_ERROR_INVALID_ARGUMENT;
+  EXPECT_EQ(Refusal(status, 1, 16, 15), "output 0 'y' holds 15 bytes; one batch item needs 16");
+  EXPECT_EQ(Refusal(status, 2, 31, 32),
+            "input 0 'x' holds 31 bytes; a batch of 2 needs 2 times 16");
+  EXPECT_EQ(Refusal(status, 1, 16, 16, 4), "input 'x' has a stride of 4 bytes; a row has 5");
+  std::vector<std::byte> block(4096);
+  std::vector<BlockView> inputs(3, {block.data(), 1024, 512});
+  const std::vector<BlockView> outputs = {{block.data(), 1024, 4}};
+  EXPECT_EQ(ReasonOf(status, [&] { model->Execute({.inputs = inputs, .outputs = outputs}); }),
+            "output 'y' has a stride of 4 bytes; a row has 5");
+}
+
+TEST_F(ModelTest, RefusesABatchWhoseOutputNoMemoryHolds) {
+  script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = {Open("n"), Fixed(1)}}};
+  script.outputs = {{.name = "y", .type = VORN_UINT8, .shape = {Open("n"), Fixed(1LL << 40)}}};
+  Reload();
+  std::byte place{};
+  // As if there were room: it is refused before anything is touched.
+  const std::vector<BlockView> inputs(3, {&place, INT64_MAX, 1 << 20});
+  const std::vector<BlockView> outputs = {{&place, INT64_MAX, 1LL << 40}};
+  for (const uint64_t batch : {1 << 23, 1 << 24}) {
+    EXPECT_EQ(
+        ReasonOf(VORN_ERROR_INVALID_ARGUMENT,
+                 [&] { model->Execute({.inputs = inputs, .outputs = outputs, .batch = batch}); }),
+        "output 0 'y' of a batch of " + std::to_string(batch) +
+            " exceeds any memory; give a smaller batch");
+  }
+}
+
+TEST_F(ModelTest, KnowsNoFrames) {
+  Load({Fixed(4)});
+  EXPECT_EQ(ReasonOf(VORN_ERROR_UNSUPPORTED, [&] { model->CheckFrames(3); }),
+            "the model is not recurrent; it takes no 3 frames");
 }
 
 TEST_F(ModelTest, TakesAStrideOfTheCallersChoice) {
@@ -355,6 +431,7 @@ TEST_F(ModelTest, RefusesAWrongCountOfBlocks) {
                     .outputs = std::span(views).first(outputs),
                     .batch = 1});
   };
+  EXPECT_THROW(execute(0, 0), Failure);
   for (const size_t inputs : {0, 2, 4}) {
     EXPECT_THROW(execute(inputs, 1), Failure);
   }
@@ -383,7 +460,32 @@ TEST_F(ModelTest, RefusesScratchBlocksThatAreTooSmall) {
 TEST_F(ModelTest, PassesOnWhatFailsInTheEngine) {
   Load({Fixed(16)});
   script.failsToRun = true;
-  EXPECT_EQ(Execute(1, 16, 16), VORN_ERROR_EXECUTION);
+  EXPECT_EQ(Refusal(VORN_ERROR_EXECUTION, 1, 16, 16), "scripted");
+}
+
+TEST_F(ModelTest, NamesTheKeyWhereATrialMayHaveMisled) {
+  script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = {Fixed(16)}}};
+  script.outputs = {{.name = "y", .type = VORN_UINT8, .shape = {}}};
+  script.onTry = [](std::span<const Shape>) { return std::vector<Shape>{{16}}; };
+  Reload();
+  script.failsToRun = true;
+  EXPECT_EQ(Refusal(VORN_ERROR_EXECUTION, 1, 16, 16),
+            "scripted; if it is an output whose shape depends on the data, give the largest with "
+            "'outputDims'");
+}
+
+TEST_F(ModelTest, TellsAnotherFaultThanThatOfMemoryAsItIs) {
+  Load({Fixed(16)});
+  ScriptedEngine engine(script);
+  model.emplace(engine, std::span<const std::byte>(), config, std::make_shared<MemoryBudget>(1000));
+  script.onRun = [] { EXPECT_FALSE(BudgetScope::Current()->Take(1001)); };
+  script.failsToRun = true;
+  EXPECT_EQ(Refusal(VORN_ERROR_EXECUTION, 1, 16, 16), "scripted");
+  script.onRun = [] {
+    if (!BudgetScope::Current()->Take(1001)) throw std::bad_alloc();
+  };
+  EXPECT_EQ(Refusal(VORN_ERROR_OUT_OF_MEMORY, 1, 16, 16),
+            "the model wants 1001 bytes more; the device has 1000, of which 0 are taken");
 }
 
 TEST_F(ModelTest, LearnsUnknownOutputsFromATrial) {
@@ -424,14 +526,50 @@ TEST_F(ModelTest, RefusesAModelWhoseTrialFailsOrShowsNothing) {
   script.onTry = [](std::span<const Shape>) -> std::vector<Shape> {
     throw Failure(VORN_ERROR_EXECUTION, "no");
   };
-  EXPECT_THROW(Reload(), Failure);
+  EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { Reload(); }),
+            "the model does not say how large its outputs are, and no; give its open dimensions a "
+            "size with 'dims' or 'inputDims', or the outputs one with 'outputDims'");
   script.onTry = [](std::span<const Shape>) { return std::vector<Shape>{{0, 7}}; };
-  EXPECT_THROW(Reload(), Failure);
+  EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { Reload(); }),
+            "output 'y' has the shape [0, 7] in a trial with zero inputs; give the largest that "
+            "it takes with 'outputDims'");
+}
+
+TEST_F(ModelTest, RefusesTensorsBeyondAnyMemory) {
+  const std::string end = "; every dimension has to be at least 1 and the whole below 2^63 bytes";
+  const DeclaredShape large = {Fixed(INT64_MAX), Fixed(2)};
+  script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = large}};
+  script.outputs = {{.name = "y", .type = VORN_UINT8, .shape = large}};
+  EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { Reload(); }),
+            "input 'x' has the shape [9223372036854775807, 2]" + end);
+  script.inputs[0].shape = {Fixed(1)};
+  EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { Reload(); }),
+            "output 'y' has the shape [9223372036854775807, 2]" + end);
 }
 
 TEST_F(ModelTest, RefusesAModelWithoutOutputs) {
   script.inputs = {{.name = "x", .type = VORN_UINT8, .shape = {Fixed(1)}}};
-  EXPECT_THROW(Reload(), Failure);
+  config.dims = {{"unused", 1}};  // which is told of a model that is taken
+  EXPECT_EQ(LogOf([&] {
+              EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { Reload(); }),
+                        "the model has no output; there is nothing to execute it for");
+            }),
+            "");
+}
+
+TEST_F(ModelTest, TellsOfSizesThatNothingHas) {
+  config.dims = {{"unused", 7}};
+  EXPECT_EQ(LogOf([&] { Load({Fixed(16)}); }),
+            "vorn: vorn_mdl_load_from_mem: 'dims' gives 'unused' the size 7, but no input or "
+            "output has it; the names are none\n");
+}
+
+TEST_F(ModelTest, RehearsesAsIfNobodyHadRegisteredTheBlocks) {
+  config.model = R"({"netType": "recurrent"})";
+  script.onTry = [](std::span<const Shape>) { return std::vector<Shape>{{4, 16}}; };
+  Load({Fixed(4), Fixed(16)});
+  EXPECT_EQ(LogOf([&] { model->Rehearse(); }), "");
+  EXPECT_EQ(script.runs.size(), 1u);
 }
 
 TEST_F(ModelTest, LeavesItsDescriptionToWhoeverHoldsIt) {

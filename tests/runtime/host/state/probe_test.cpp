@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -15,6 +17,22 @@
 #include <stdexcept>
 #include <thread>
 #include <vector>
+
+#include "runtime/host/refusal.h"
+
+// The linker's --wrap leads calls here, and leaves the function itself under the other name.
+pid_t RealFork() asm("__real_fork");
+pid_t WatchedFork() asm("__wrap_fork");
+
+namespace {
+thread_local bool isForkRefused = false;
+}  // namespace
+
+pid_t WatchedFork() {
+  if (!isForkRefused) return RealFork();
+  errno = EAGAIN;
+  return -1;
+}
 
 namespace vorn::host {
 namespace {
@@ -61,6 +79,31 @@ TEST(Probe, IsNotMisledByAProgramThatIgnoresItsChildren) {
   });
   EXPECT_EQ(late.end, ProbeEnd::kTimeout);
   signal(SIGCHLD, SIG_DFL);
+}
+
+TEST(Probe, LeavesNoCore) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_CORE, &before), 0);
+  if (before.rlim_max <= 1) GTEST_SKIP() << "no program here leaves one";
+  const rlimit most = {.rlim_cur = before.rlim_max, .rlim_max = before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_CORE, &most), 0);
+  EXPECT_EQ(Probe(0,
+                  [] {
+                    rlimit within{};
+                    getrlimit(RLIMIT_CORE, &within);
+                    if (within.rlim_cur > 1) _exit(1);
+                  })
+                .end,
+            ProbeEnd::kReturned);
+  setrlimit(RLIMIT_CORE, &before);
+}
+
+TEST(Probe, SaysThatThereIsNoProcess) {
+  isForkRefused = true;
+  EXPECT_EQ(ReasonOf(VORN_ERROR_INTERNAL, [] { Probe(0, [] {}); }),
+            "there is no process for a probe (Resource temporarily unavailable)");
+  isForkRefused = false;
+  EXPECT_EQ(Probe(0, [] {}).end, ProbeEnd::kReturned);
 }
 
 TEST(Probe, RunsNoHandlerOfTheProgram) {

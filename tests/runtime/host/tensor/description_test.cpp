@@ -30,6 +30,16 @@ TEST(DescribeTensor, RefusesWhatTheInterfaceCannotShow) {
   EXPECT_EQ(StatusOfShape({INT64_MAX, 2}), VORN_ERROR_MODEL);
 }
 
+TEST(DescribeTensor, SaysWhatItCannotShow) {
+  const auto refusal = [](const char* kind, const Shape& shape) {
+    return ReasonOf(VORN_ERROR_MODEL, [&] { DescribeTensor(kind, "x", VORN_FLOAT32, shape, 16); });
+  };
+  EXPECT_EQ(refusal("input", Shape(129, 1)), "input 'x' has 129 dimensions; 128 are the most");
+  EXPECT_EQ(refusal("output", {3, 0}),
+            "output 'x' has the shape [3, 0]; every dimension has to be at least 1 and the whole "
+            "below 2^63 bytes");
+}
+
 TEST(AppendScratchInputs, PutsTheTaskBufferBeforeTheWorkBuffer) {
   ModelDescription model;
   model.inputs.push_back(DescribeTensor("input", "x", VORN_FLOAT32, {2, 3}, 16));
@@ -51,6 +61,13 @@ TEST(AppendScratchInputs, FindsNamesThatTheModelDoesNotHave) {
   AppendScratchInputs(model, 64, 64, 16);
   EXPECT_EQ(model.inputs[2].name, "task_buffer_3");
   EXPECT_EQ(model.inputs[3].name, "work_buffer");
+}
+
+TEST(FreeInputName, CountsFrom2) {
+  ModelDescription model;
+  EXPECT_EQ(FreeInputName(model, "flags"), "flags");
+  model.inputs.push_back(DescribeTensor("input", "flags", VORN_FLOAT32, {1}, 16));
+  EXPECT_EQ(FreeInputName(model, "flags"), "flags_2");
 }
 
 TEST(FillDims, CutsTheNameAndClearsTheRest) {

@@ -53,6 +53,7 @@ TEST(CloseShapes, NeedsTheBatchInFrontOfEveryTensor) {
   EXPECT_FALSE(Close({{Open("n"), Open("n")}}, {{Open("n")}}).isBatchFirst);
   EXPECT_FALSE(Close({{Open("n")}}, {{Open("n"), Open("n")}}).isBatchFirst);
   EXPECT_FALSE(Close({{Open("n")}}, {{Fixed(2), Open("n")}}).isBatchFirst);
+  EXPECT_FALSE(Close({{Open("n"), Open("s")}}, {{Open("s"), Fixed(2)}}).isBatchFirst);
   EXPECT_FALSE(Close({}, {{Fixed(2)}}).isBatchFirst);
   EXPECT_FALSE(Close({{Open("n")}, {}}, {{Open("n")}}).isBatchFirst);
 }
