@@ -27,6 +27,10 @@ TEST(HostProcess, SaysWhichLibraryItMisses) {
   EXPECT_EQ(vorn_finalize(), VORN_ERROR_NOT_INITIALIZED);
 }
 
+TEST(HostProcess, LooksAtTheConfigurationFirst) {
+  EXPECT_EQ(vorn_init("/nowhere/vorn.json"), VORN_ERROR_CONFIG);
+}
+
 /// What vorn_init answers, and its line on standard error.
 int StatusOfInit() {
   const ConfigFile config("{}");

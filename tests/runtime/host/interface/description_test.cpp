@@ -170,4 +170,19 @@ TEST_F(HostDescription, AnswersEmptyDeadAndForeignDescriptions) {
   EXPECT_EQ(vorn_mdl_destroy_desc(nullptr), VORN_ERROR_INVALID_ARGUMENT);
 }
 
+TEST_F(HostDescription, RefusesAnIndexBeyondTheLast) {
+  ASSERT_EQ(Load(Image()), VORN_SUCCESS);
+  vorn_mdl_io_dims dims = {};
+  EXPECT_EQ(LogOf([&] {
+              EXPECT_EQ(vorn_mdl_get_input_dims(desc, 3, &dims), VORN_ERROR_INVALID_ARGUMENT);
+            }),
+            "vorn: vorn_mdl_get_input_dims: index is 3; the model has 3\n");
+  EXPECT_EQ(LogOf([&] { EXPECT_EQ(vorn_mdl_get_output_format(desc, 1), -1); }),
+            "vorn: vorn_mdl_get_output_format: index is 1; the model has 1\n");
+  EXPECT_EQ(LogOf([&] {
+              EXPECT_EQ(vorn_mdl_get_input_dims(desc, 0, nullptr), VORN_ERROR_INVALID_ARGUMENT);
+            }),
+            "vorn: vorn_mdl_get_input_dims: the place for the result is null\n");
+}
+
 }  // namespace

@@ -111,6 +111,9 @@ TEST_F(HostModel, RefusesBatchSettingsThatMeanNothing) {
   EXPECT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, nullptr, 0, 1), VORN_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(vorn_mdl_set_dynamic_batch_size(modelId + 1, in.dataset, 0, 1),
             VORN_ERROR_INVALID_HANDLE);
+  // The model first.
+  EXPECT_EQ(vorn_mdl_set_dynamic_batch_size(modelId + 1, nullptr, 0, 1), VORN_ERROR_INVALID_HANDLE);
+  EXPECT_EQ(vorn_mdl_set_total_t(modelId + 1, nullptr, 1), VORN_ERROR_INVALID_HANDLE);
 }
 
 TEST_F(HostModel, JudgesAnInputByItsRealBlock) {

@@ -1,5 +1,6 @@
 // The runtime as a whole, device, context, stream, memory.
 #include <gmock/gmock.h>
+#include <sys/mman.h>
 
 #include <cstdlib>
 #include <sstream>
@@ -32,6 +33,14 @@ TEST(HostProcess, EverythingElseAnswersNotInitializedBeforeInit) {
   EXPECT_EQ(vorn_mdl_create_dataset(), nullptr);
   EXPECT_EQ(modelId, 7u);
   EXPECT_EQ(mode, 7);
+}
+
+TEST(HostProcess, LooksAtThePlaceOfAResultFirst) {
+  EXPECT_EQ(vorn_rt_get_run_mode(nullptr), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(vorn_rt_create_context(nullptr, 0), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(vorn_rt_create_stream(nullptr), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(vorn_rt_malloc(nullptr, 8, VORN_MEM_NORMAL_ONLY), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(vorn_mdl_load_from_mem("x", 1, nullptr), VORN_ERROR_INVALID_ARGUMENT);
 }
 
 TEST(HostProcess, ReportsAConfigurationThatItDoesNotTake) {
@@ -209,10 +218,51 @@ TEST_F(HostMemory, FreesItsOwnBlocksOnceAndNullAlways) {
   int foreign = 0;
   ASSERT_EQ(vorn_rt_malloc(&block, 8, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
   EXPECT_EQ(vorn_rt_free(nullptr), VORN_SUCCESS);
-  EXPECT_EQ(vorn_rt_free(&foreign), VORN_ERROR_INVALID_HANDLE);
+  std::ostringstream name;
+  name << static_cast<void*>(&foreign);
+  EXPECT_EQ(LogOf([&] { EXPECT_EQ(vorn_rt_free(&foreign), VORN_ERROR_INVALID_HANDLE); }),
+            "vorn: vorn_rt_free: " + name.str() +
+                " is no block; it was destroyed, or is something else\n");
   EXPECT_EQ(vorn_rt_free(block), VORN_SUCCESS);
   EXPECT_EQ(vorn_rt_free(block), VORN_ERROR_INVALID_HANDLE);
 }
+
+#ifndef __SANITIZE_ADDRESS__  // under which nothing is kept, and what is freed stays mapped
+/// So large that it comes from the system, and goes back to it, on its own.
+constexpr uint64_t kLarge = uint64_t{64} << 20;
+
+/// Whether the system has taken the block's memory back.
+bool IsGone(void* block) {
+  const auto page = reinterpret_cast<uintptr_t>(block) / 4096 * 4096 + 4096;
+  unsigned char isResident = 0;
+  return mincore(reinterpret_cast<void*>(page), 4096, &isResident) != 0;
+}
+
+TEST_F(HostMemory, KeepsWhatWasFreedUntilAModelGoes) {
+  void* block = nullptr;
+  ASSERT_EQ(vorn_rt_malloc(&block, kLarge, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
+  ASSERT_EQ(vorn_rt_free(block), VORN_SUCCESS);
+  EXPECT_FALSE(IsGone(block));
+  ASSERT_EQ(Load(OnnxWriter()
+                     .Input("x", kOnnxFloat, {4})
+                     .Output("y", kOnnxFloat, {4})
+                     .Node("Relu", {"x"}, {"y"})),
+            VORN_SUCCESS);
+  EXPECT_FALSE(IsGone(block));
+  Unload();
+  EXPECT_TRUE(IsGone(block));
+}
+
+TEST_F(HostMemory, KeepsNothingOfWhatIsFreedWhenTheRuntimeIsDown) {
+  void* block = nullptr;
+  ASSERT_EQ(vorn_rt_malloc(&block, kLarge, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
+  ASSERT_EQ(vorn_finalize(), VORN_SUCCESS);
+  EXPECT_FALSE(IsGone(block));
+  EXPECT_EQ(vorn_rt_free(block), VORN_SUCCESS);
+  EXPECT_TRUE(IsGone(block));
+  Start("{}");
+}
+#endif
 
 TEST(HostTeardown, GivesBackAfterFinalize) {
   const ConfigFile config("{}");

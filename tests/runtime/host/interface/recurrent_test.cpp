@@ -440,13 +440,21 @@ TEST_F(HostRecurrent, TellsWhereFewerFramesAreRegisteredThanCount) {
   EXPECT_EQ(said(80, 16, 5), "");
   EXPECT_EQ(said(80, 5, 5), "");
   EXPECT_EQ(said(48, 3, 3), "");
-  EXPECT_THAT(said(80, 3, 5),
-              HasSubstr("input 1 'flags' is registered with 3 bytes, which is 3 of 5 frames"));
-  EXPECT_THAT(said(48, 16, 4),
-              HasSubstr("input 0 'x' is registered with 48 bytes, which is 3 of 4 frames"));
-  EXPECT_THAT(
-      said(60, 16, 3),
-      HasSubstr("input 0 'x' is registered with 60 bytes, which ends within a frame of 16"));
+  const auto line = [](const std::string& what) {
+    return "vorn: vorn_mdl_execute: input " + what + "\n";
+  };
+  const std::string flags = line(
+      "1 'flags' is registered with 3 bytes, which is 3 of 5 frames; the others are whatever lies "
+      "behind them");
+  EXPECT_EQ(said(80, 3, 5), flags);
+  EXPECT_EQ(said(48, 16, 4),
+            line("0 'x' is registered with 48 bytes, which is 3 of 4 frames; the others are "
+                 "whatever lies behind them"));
+  EXPECT_EQ(said(60, 16, 3), line("0 'x' is registered with 60 bytes, which ends within a frame "
+                                  "of 16; that frame does not count"));
+  EXPECT_EQ(said(64, 3, 5), line("0 'x' is registered with 64 bytes, which is 4 of 5 frames; the "
+                                 "others are whatever lies behind them") +
+                                flags);
 }
 
 TEST_F(HostRecurrent, TellsWhereSequencesBegin) {
@@ -472,11 +480,16 @@ TEST_F(HostRecurrent, ExecutionsRefuseBatchesAndBlocksThatDoNotFit) {
                 EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset),
                           VORN_ERROR_INVALID_ARGUMENT);
               }),
-              HasSubstr("one sequence at a time"));
+              "vorn: vorn_mdl_execute: the batch is 2; a recurrent model executes one sequence at "
+              "a time\n");
   ASSERT_EQ(vorn_mdl_set_dynamic_batch_size(modelId, in.dataset, 0, 1), VORN_SUCCESS);
   Blocks small;
   small.Add(79, 79, 16);
-  EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, small.dataset), VORN_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(LogOf([&] {
+              EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, small.dataset),
+                        VORN_ERROR_INVALID_ARGUMENT);
+            }),
+            "vorn: vorn_mdl_execute: output 0 'y' holds 79 bytes; a sequence needs 80\n");
   Blocks few;
   EXPECT_EQ(vorn_mdl_execute(modelId, few.dataset, out.dataset), VORN_ERROR_INVALID_ARGUMENT);
   EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, few.dataset), VORN_ERROR_INVALID_ARGUMENT);

@@ -12,10 +12,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "host/engine/engine.h"
 #include "runtime/host/recovery/faults.h"
+#include "runtime/host/refusal.h"
 #include "support/files.h"
 #include "support/onnx_writer.h"
 #include "vorn/vorn.h"
@@ -489,6 +492,35 @@ class Recovery : public testing::TestWithParam<std::string> {
 TEST_P(Recovery, OfEveryAllocation) { LiveWithEvery(Fault::kAllocation); }
 
 TEST_P(Recovery, OfEveryCallOfTheEngine) { LiveWithEvery(Fault::kCall); }
+
+/// Lets each call of the engine fail that brings it up, and counts them.
+int CallsOfComingUp() {
+  for (int n = 0;; ++n) {
+    Arm(Fault::kCall, n);
+    std::string reason;
+    {
+      const Exposed exposed;
+      reason = ReasonOf(VORN_ERROR_INTERNAL, [] { CreateEngine(); });
+    }
+    if (!Disarm()) {
+      EXPECT_EQ(reason, "");
+      return n;
+    }
+    EXPECT_EQ(reason, "the execution library does not come up (refused on purpose)");
+  }
+}
+
+TEST(EngineRecovery, OfEveryCallThatBringsTheEngineUp) {
+  WatchEngine();
+  const int calls = CallsOfComingUp();
+  EXPECT_GT(calls, 3);
+  // Nobody holds it any more, so that it has to come up once more.
+  EXPECT_EQ(CallsOfComingUp(), calls);
+  const std::unique_ptr<Engine> first = CreateEngine();
+  std::unique_ptr<Engine> second = CreateEngine();
+  second.reset();
+  EXPECT_EQ(CallsOfComingUp(), 0);
+}
 
 INSTANTIATE_TEST_SUITE_P(Host, Recovery,
                          testing::Values("plain", "batch", "items", "steps", "whole", "detection"),
