@@ -104,6 +104,16 @@ TEST(InspectOnnxImage, TakesEveryPrefixOfAModelForAModelOrRefusesIt) {
   }
 }
 
+TEST(InspectOnnxImage, LooksForOtherFilesBeforeItLooksAtInputs) {
+  const std::string node = WireWriter().Bytes(5, std::string("\x3a\x7f", 2)).str();
+  const std::string input = WireWriter().Bytes(2, "\x3b").str();
+  EXPECT_THAT(Refusal(WireWriter().Bytes(7, WireWriter().Bytes(11, input).str()).str()),
+              HasSubstr("an unknown wire type"));
+  EXPECT_THAT(
+      Refusal(WireWriter().Bytes(7, WireWriter().Bytes(11, input).Bytes(1, node).str()).str()),
+      HasSubstr("it ends inside a field"));
+}
+
 TEST(InspectOnnxImage, RefusesWhatIsNoMessage) {
   EXPECT_THAT(Refusal("hello, world"), HasSubstr("no ONNX file"));
   EXPECT_THAT(Refusal(std::string("\x3a\x7f", 2)), HasSubstr("ends inside"));

@@ -493,6 +493,23 @@ TEST_P(Recovery, OfEveryAllocation) { LiveWithEvery(Fault::kAllocation); }
 
 TEST_P(Recovery, OfEveryCallOfTheEngine) { LiveWithEvery(Fault::kCall); }
 
+TEST_P(Recovery, KeepsTheContextWhereAnotherOneFails) {
+  for (bool hasFailed = true; hasFailed; ++failures) {
+    Arm(Fault::kAllocation, failures);
+    vorn_rt_context* other = nullptr;
+    const vorn_status status = StatusOf([&] { return vorn_rt_create_context(&other, 0); });
+    hasFailed = Disarm();
+    EXPECT_EQ(status, hasFailed ? VORN_ERROR_OUT_OF_MEMORY : VORN_SUCCESS);
+    void* block = nullptr;
+    EXPECT_EQ(vorn_rt_malloc(&block, 8, VORN_MEM_NORMAL_ONLY), VORN_SUCCESS);
+    EXPECT_EQ(vorn_rt_free(block), VORN_SUCCESS);
+    if (hasFailed) continue;
+    EXPECT_EQ(vorn_rt_destroy_context(context), VORN_SUCCESS);
+    context = other;
+  }
+  EXPECT_GT(failures, 1);
+}
+
 /// Lets each call of the engine fail that brings it up, and counts them.
 int CallsOfComingUp() {
   for (int n = 0;; ++n) {

@@ -224,6 +224,25 @@ TEST_F(ModelTest, StagesPaddedBlocksAndLeavesPaddingAlone) {
   EXPECT_EQ(out, Expected(3, 5, 16));
 }
 
+TEST_F(ModelTest, StagesElsewhereWhereTheWorkBufferIsTooSmallOnceItIsAligned) {
+  Load({Fixed(3), Fixed(5)});
+  alignas(64) std::byte block[4096] = {};
+  std::vector<std::byte> from(48), to(48, kUntouched);
+  for (size_t i = 0; i < from.size(); ++i) from[i] = static_cast<std::byte>(i);
+  const uint64_t work = model->description()->inputs[2].layout.ItemBytes();
+  const std::vector<BlockView> outputs = {{to.data(), to.size(), 16}};
+  for (const size_t shift : {0, 1}) {
+    const std::vector<BlockView> inputs = {
+        {from.data(), from.size(), 16}, {block, 1024, 512}, {block + 2048 + shift, work, work}};
+    model->Execute({.inputs = inputs, .outputs = outputs, .batch = 1});
+    // The input's place comes first, and the output's reaches beyond the end.
+    const auto* staged = static_cast<std::byte*>(script.runs.back().second);
+    EXPECT_EQ(staged >= block + 2048 && staged < block + 4096, shift == 0);
+    EXPECT_EQ(to[36], std::byte{36});
+    to[36] = kUntouched;
+  }
+}
+
 TEST_F(ModelTest, StagesInTheSamePlaceEveryTime) {
   Load({Fixed(3), Fixed(5)});
   ASSERT_EQ(Execute(1, 48, 48), VORN_SUCCESS);
