@@ -254,7 +254,8 @@ class Bench:
 def run_mutants(bench, mutants, jobs, one_by_one=False):
     """Runs them and yields each result as it comes; ends early if interrupted."""
     chosen, built, done = queue.Queue(), queue.Queue(), queue.Queue()
-    for mutant in mutants:
+    # Headers last: all that includes them is built.
+    for mutant in sorted(mutants, key=lambda m: m.file.endswith(".h")):
         is_chosen = mutant.id in bench.switched.numbers and not one_by_one
         (chosen if is_chosen else built).put(mutant)
 
