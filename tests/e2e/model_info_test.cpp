@@ -106,6 +106,8 @@ TEST(CreateDesc, OfAModelThatWasRefusedEndsInTheDivisionByNoNames) {
   ExpectLinesInOrder(
       run, {"[INFO]  load model $DIR/model.om success", "[ERROR] get model description failed"});
   EXPECT_EQ(run.lines.back(), "[ERROR] get model description failed");
+  // No model has the number that it is asked for.
+  EXPECT_EQ(run.record.CallsOf("vorn_mdl_get_desc"), (Lines{"vorn_mdl_get_desc(desc#1, 0) = 2"}));
 }
 
 }  // namespace

@@ -137,7 +137,7 @@ TEST(OutputValues, KeepSixteenDigits) {
 }
 
 /// A refusal comes once for each of the two files.
-void ExpectRefused(Stage* stage, const Lines& cause) {
+Transcript ExpectRefused(Stage* stage, const Lines& cause) {
   const Transcript run = stage->Run();
   ExpectStatus(run, 0);
   const Lines once = Join({cause, {"[ERROR] GetOutputWithOutStride fail"}});
@@ -145,6 +145,7 @@ void ExpectRefused(Stage* stage, const Lines& cause) {
             Join({once, once, {"[INFO]  dump data success"}, Unloaded(), Success()}))
       << run.Describe();
   EXPECT_TRUE(run.files.empty());
+  return run;
 }
 
 TEST(OutputValues, RefuseAShapeWithoutALastDimension) {
@@ -166,26 +167,32 @@ TEST(OutputValues, RefuseAnElementOfNoWholeByte) {
   }
 }
 
-// The first answers went into the printed description, the statistics and the dataset.
+// The first answers went into the printed description, the statistics and the dataset; behind the
+// one that is refused nothing is asked any more.
 TEST(OutputValues, RefuseWhatTheRuntimeDoesNotTell) {
   const struct {
     const char* operation;
     const char* calls;
     const char* value;
     const char* error;
+    const char* next;
+    size_t nextCalls;
   } cases[] = {
-      {"vorn_mdl_get_output_dims", "2-", "5", "[ERROR] vorn_mdl_get_output_dims error!"},
+      {"vorn_mdl_get_output_dims", "2-", "5", "[ERROR] vorn_mdl_get_output_dims error!",
+       "vorn_mdl_get_output_default_stride", 2},
       {"vorn_mdl_get_output_default_stride", "3-", "0",
-       "[ERROR] vorn_mdl_get_output_default_stride error!"},
+       "[ERROR] vorn_mdl_get_output_default_stride error!", "vorn_mdl_get_output_size_by_index", 3},
       {"vorn_mdl_get_output_size_by_index", "4-", "0",
-       "[ERROR] vorn_mdl_get_output_size_by_index error!"},
+       "[ERROR] vorn_mdl_get_output_size_by_index error!", "vorn_mdl_get_output_data_type", 2},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.operation);
     Stage stage;
     SetOutput(&stage, {"o", {1, 4}, 0, 16, 16, 0}, "");
     stage.script.Answer(each.operation, each.calls, each.value);
-    ExpectRefused(&stage, {each.error, "[ERROR] Error, GetOutputStrideParam failed"});
+    const Transcript run =
+        ExpectRefused(&stage, {each.error, "[ERROR] Error, GetOutputStrideParam failed"});
+    EXPECT_EQ(run.record.CallsOf(each.next).size(), each.nextCalls);
   }
 }
 
@@ -193,7 +200,10 @@ TEST(OutputValues, RefuseABufferThatIsNotThere) {
   Stage stage;
   SetOutput(&stage, {"o", {1, 4}, 0, 16, 16, 0}, "");
   stage.script.AnswerAt("vorn_mdl_get_dataset_buffer", 0, "1-2", "null");
-  ExpectRefused(&stage, {"[ERROR] output[0] dataBuffer nullptr invalid"});
+  const Transcript run = ExpectRefused(&stage, {"[ERROR] output[0] dataBuffer nullptr invalid"});
+  for (const std::string& call : run.record.CallsOf("vorn_get_data_buffer_addr")) {
+    EXPECT_EQ(call.find("(null)"), std::string::npos) << call;
+  }
 }
 
 TEST(OutputValues, RefuseABufferWithoutABlockOrASize) {
