@@ -2,13 +2,15 @@
 #include "host/state/deadline.h"
 
 #include <chrono>
+#include <system_error>
 #include <utility>
+
+#include "host/common/failure.h"
 
 namespace vorn::host {
 
 Deadline::Deadline(uint32_t seconds, std::function<void()> onExpiry)
-    : onExpiry_(std::move(onExpiry)),
-      thread_([this, seconds](std::stop_token stop) { Wait(std::move(stop), seconds); }) {}
+    : onExpiry_(std::move(onExpiry)), thread_(Start(seconds)) {}
 
 bool Deadline::Lift() {
   if (thread_.joinable()) {
@@ -16,6 +18,15 @@ bool Deadline::Lift() {
     thread_.join();
   }
   return hasExpired_;
+}
+
+std::jthread Deadline::Start(uint32_t seconds) {
+  try {
+    return std::jthread([this, seconds](std::stop_token stop) { Wait(std::move(stop), seconds); });
+  } catch (const std::system_error& e) {
+    throw Failure(VORN_ERROR_INTERNAL, "there is no thread to watch the time-out of ", seconds,
+                  " s (", e.code().message(), ")");
+  }
 }
 
 void Deadline::Wait(std::stop_token stop, uint32_t seconds) {

@@ -14,7 +14,7 @@ namespace vorn::host {
 class Deadline {
  public:
   /// Calls `onExpiry`, which must not throw, from a thread of its own after that many seconds,
-  /// unless `Lift` comes first. Throws std::system_error where there is no thread to be had.
+  /// unless `Lift` comes first. Fails with VORN_ERROR_INTERNAL where there is no thread to be had.
   Deadline(uint32_t seconds, std::function<void()> onExpiry);
   Deadline(const Deadline&) = delete;
   Deadline& operator=(const Deadline&) = delete;
@@ -24,6 +24,7 @@ class Deadline {
   bool Lift();
 
  private:
+  std::jthread Start(uint32_t seconds);
   void Wait(std::stop_token stop, uint32_t seconds);
 
   std::function<void()> onExpiry_;

@@ -32,6 +32,36 @@ constexpr char kTimeIsUp = 't';
                 ")");
 }
 
+/// A program that has closed its standard streams gets their numbers for what is opened next, and
+/// the child puts something else there. Leaves its fault in `errno`.
+int BeyondStandardStreams(int descriptor) {
+  if (descriptor < 0 || descriptor > STDERR_FILENO) return descriptor;
+  const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int error = errno;
+  close(descriptor);
+  errno = error;
+  return moved;
+}
+
+/// Where the child's lines go. It is opened before there is a child: one that could not do so
+/// itself would look like one that the model has ended.
+class Nowhere {
+ public:
+  Nowhere() : descriptor_(BeyondStandardStreams(open("/dev/null", O_RDWR | O_CLOEXEC))) {
+    if (descriptor_ >= 0) return;
+    throw Failure(VORN_ERROR_INTERNAL, "/dev/null cannot be opened for a probe (",
+                  std::strerror(errno), ")");
+  }
+  Nowhere(const Nowhere&) = delete;
+  Nowhere& operator=(const Nowhere&) = delete;
+  ~Nowhere() { close(descriptor_); }
+
+  int descriptor() const { return descriptor_; }
+
+ private:
+  int descriptor_;
+};
+
 /// A pipe for one word.
 class Pipe {
  public:
@@ -59,17 +89,6 @@ class Pipe {
   int writeEnd() const { return writeEnd_; }
 
  private:
-  /// A program that has closed its standard streams gets their numbers for the pipe, and the child
-  /// puts something else there.
-  static int BeyondStandardStreams(int end) {
-    if (end > STDERR_FILENO) return end;
-    const int moved = fcntl(end, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    const int error = errno;
-    close(end);
-    errno = error;
-    return moved;
-  }
-
   void Close() const {
     if (readEnd_ >= 0) close(readEnd_);
     if (writeEnd_ >= 0) close(writeEnd_);
@@ -86,7 +105,7 @@ int wordsGoTo = -1;
 [[noreturn]] void EndWith(char word) { _exit(write(wordsGoTo, &word, 1) == 1 ? 0 : 1); }
 
 /// Signals end the child in silence, whatever the program does about them, and leave no core.
-void BeQuiet() {
+void BeQuiet(int nowhere) {
   for (int number = 1; number < NSIG; ++number) signal(number, SIG_DFL);
   sigset_t none;
   sigemptyset(&none);
@@ -94,14 +113,12 @@ void BeQuiet() {
   // Not 0, which the kernel does not heed where it hands cores to a program.
   const rlimit noCore = {.rlim_cur = 1, .rlim_max = 1};
   setrlimit(RLIMIT_CORE, &noCore);
-  const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
-  if (nowhere < 0) _exit(1);
   dup2(nowhere, STDOUT_FILENO);
   dup2(nowhere, STDERR_FILENO);
 }
 
-[[noreturn]] void RunInChild(uint32_t seconds, const std::function<void()>& steps) {
-  BeQuiet();
+[[noreturn]] void RunInChild(uint32_t seconds, int nowhere, const std::function<void()>& steps) {
+  BeQuiet(nowhere);
   signal(SIGALRM, [](int) { EndWith(kTimeIsUp); });
   alarm(seconds);
   try {
@@ -132,11 +149,12 @@ std::string HowItEnded(std::optional<int> status) {
 
 ProbeResult Probe(uint32_t seconds, const std::function<void()>& steps) {
   const Pipe pipe;
+  const Nowhere nowhere;
   const pid_t child = fork();
   if (child == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     wordsGoTo = pipe.writeEnd();
-    RunInChild(seconds, steps);
+    RunInChild(seconds, nowhere.descriptor(), steps);
   }
   if (child < 0) RefuseProcess(errno);
   const std::optional<int> status = StatusOf(child);

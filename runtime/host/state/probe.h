@@ -24,7 +24,8 @@ struct ProbeResult {
 /// nobody, what they write to standard output and standard error goes nowhere, and no signal
 /// handler of the program runs in it. After that many seconds, if not 0, the copy is ended. Only
 /// the calling thread is in the copy, so a lock that another thread holds meanwhile stays held
-/// there. Fails with VORN_ERROR_INTERNAL where the system has no process to be had.
+/// there. Fails with VORN_ERROR_INTERNAL where there is no process to be had, or no file to be
+/// opened.
 ProbeResult Probe(uint32_t seconds, const std::function<void()>& steps);
 
 }  // namespace vorn::host

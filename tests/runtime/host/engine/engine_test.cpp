@@ -10,7 +10,7 @@
 #include <numeric>
 
 #include "host/memory/block_store.h"
-#include "runtime/host/engine/few_threads.h"
+#include "runtime/host/few_threads.h"
 #include "runtime/host/refusal.h"
 #include "support/onnx_writer.h"
 

@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-#include "runtime/host/engine/few_threads.h"
+#include "runtime/host/few_threads.h"
 #include "runtime/host/refusal.h"
 
 namespace vorn::host {

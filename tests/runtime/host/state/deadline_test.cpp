@@ -1,8 +1,14 @@
 #include "host/state/deadline.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
+#include <string>
+
+#include "runtime/host/few_threads.h"
+#include "runtime/host/refusal.h"
 
 namespace vorn::host {
 namespace {
@@ -33,6 +39,19 @@ TEST(Deadline, IsLiftedByItsEnd) {
     const Deadline deadline(3600, [&] { ++calls; });
   }
   EXPECT_EQ(calls, 0);
+}
+
+TEST(Deadline, SaysThatThereIsNoThreadForIt) {
+  if (!CanLimitThreads()) GTEST_SKIP() << kWhyThreadsAreNotLimited;
+  const auto start = [] {
+    LimitThreadsTo(0);
+    const std::string reason =
+        ReasonOf(VORN_ERROR_INTERNAL, [] { const Deadline deadline(3, [] {}); });
+    std::fputs(reason.c_str(), stderr);
+    _exit(0);
+  };
+  EXPECT_EXIT(start(), testing::ExitedWithCode(0),
+              "^there is no thread to watch the time-out of 3 s \\(.+\\)$");
 }
 
 }  // namespace

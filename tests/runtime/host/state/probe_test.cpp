@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <future>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -130,6 +131,22 @@ TEST(Probe, TakesTheEndsOfItsPipeForNoStandardStreams) {
   close(out);
   close(err);
   EXPECT_EQ(result.end, ProbeEnd::kReturned) << result.how;
+}
+
+// A child that cannot be silenced has not tried anything.
+TEST(Probe, BlamesNoModelForAnOpenFileTooMany) {
+  const auto probe = [] {
+    // Room for the two ends of a pipe.
+    constexpr rlim_t kMost = STDERR_FILENO + 3;
+    for (rlim_t open = STDERR_FILENO + 1; open < 100; ++open) close(static_cast<int>(open));
+    const rlimit files{kMost, kMost};
+    if (setrlimit(RLIMIT_NOFILE, &files) != 0) _exit(2);
+    const std::string reason = ReasonOf(VORN_ERROR_INTERNAL, [] { Probe(0, [] {}); });
+    std::fputs(reason.c_str(), stderr);
+    _exit(0);
+  };
+  EXPECT_EXIT(probe(), testing::ExitedWithCode(0),
+              "^/dev/null cannot be opened for a probe \\(Too many open files\\)$");
 }
 
 std::atomic<bool> isStopInForkAsked = false;

@@ -1,6 +1,6 @@
 // How many threads a process has, and a process that gets no more than a few.
-#ifndef VORN_TESTS_RUNTIME_HOST_ENGINE_FEW_THREADS_H_
-#define VORN_TESTS_RUNTIME_HOST_ENGINE_FEW_THREADS_H_
+#ifndef VORN_TESTS_RUNTIME_HOST_FEW_THREADS_H_
+#define VORN_TESTS_RUNTIME_HOST_FEW_THREADS_H_
 
 #include <pthread.h>
 #include <sys/resource.h>
@@ -59,4 +59,4 @@ inline void LimitThreadsTo(uint64_t count) {
 
 }  // namespace vorn::host
 
-#endif  // VORN_TESTS_RUNTIME_HOST_ENGINE_FEW_THREADS_H_
+#endif  // VORN_TESTS_RUNTIME_HOST_FEW_THREADS_H_
