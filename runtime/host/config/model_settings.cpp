@@ -12,9 +12,9 @@ int64_t DimOrNone(const std::string& key, const json& value) {
   return IntegerInRange(key, value, 0, kLargestDim);
 }
 
+/// kDimOfModel is the number before the sizes, so all of them are one range.
 int64_t DimOrModels(const std::string& key, const json& value) {
-  const bool isModels = value.is_number_integer() && value == kDimOfModel;
-  return isModels ? kDimOfModel : DimOrNone(key, value);
+  return IntegerInRange(key, value, kDimOfModel, kLargestDim);
 }
 
 template <typename Read>

@@ -87,7 +87,7 @@ TEST(ParseModelSettings, SaysWhatAKeyTakes) {
   EXPECT_EQ(Refusal(R"({"inputDims": 5})"),
             "'model.inputDims' is 5; give an object such as {\"image\": [-1, 3, 224, 224]}");
   EXPECT_EQ(Refusal(R"({"inputDims": {"x": [-2]}})"),
-            "'model.inputDims.x' is -2; give a whole number from 0 to 2147483647");
+            "'model.inputDims.x' is -2; give a whole number from -1 to 2147483647");
   EXPECT_EQ(Refusal(R"({"outputDims": {"y": 5}})"),
             "'model.outputDims.y' is 5; give a list such as [100, 4]");
   EXPECT_EQ(Refusal(R"({"outputDims": 5})"),
