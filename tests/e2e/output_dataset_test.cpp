@@ -24,8 +24,11 @@ Transcript RunOutputs(const std::vector<TensorSpec>& outputs, const Lines& more 
   return stage.Run(more);
 }
 
-Lines Failed(const Lines& cause) {
-  return Join({cause, {"[ERROR] execute CreateOutput failed"}, Unloaded(), ProcessFailed()});
+// Of the lines before, none tells of a success.
+void ExpectFailed(const Transcript& run, const Lines& cause) {
+  EXPECT_EQ(FromFirstError(run),
+            Join({cause, {"[ERROR] execute CreateOutput failed"}, Unloaded(), ProcessFailed()}));
+  EXPECT_EQ(std::ranges::count(run.lines, "[INFO]  create model output success"), 0);
 }
 
 const TensorSpec kOutput{"o", {1, 4}, 0, 16, 48, 0};
@@ -74,21 +77,21 @@ TEST(CreateOutput, SucceedsWithoutOutputs) {
 TEST(CreateOutput, NeedsADataset) {
   const Transcript run = RunOutputs({kOutput}, {}, {"answer vorn_mdl_create_dataset 1 null"});
   ExpectStatus(run, 1);
-  EXPECT_EQ(FromFirstError(run), Failed({"[ERROR] can't create dataset, create output failed"}));
+  ExpectFailed(run, {"[ERROR] can't create dataset, create output failed"});
   ExpectClean(run);
 }
 
 TEST(CreateOutput, RefusesABatchOfZero) {
   const Transcript run = RunOutputs({kOutput}, {"-b", "0"});
   ExpectStatus(run, 1);
-  EXPECT_EQ(FromFirstError(run), Failed({"[ERROR] Error, output size is 0."}));
+  ExpectFailed(run, {"[ERROR] Error, output size is 0."});
   ExpectClean(run);
 }
 
 TEST(CreateOutput, RefusesAStrideOfZeroAndReleasesTheEarlierOutputs) {
   const Transcript run = RunOutputs({kOutput, {"p", {1, 4}, 0, 0, 16, 0}});
   ExpectStatus(run, 1);
-  EXPECT_EQ(FromFirstError(run), Failed({"[ERROR] Error, output default stride is 0."}));
+  ExpectFailed(run, {"[ERROR] Error, output default stride is 0."});
   const Lines calls = run.record.CallsWithoutQueries();
   const auto unload = std::find(calls.begin(), calls.end(), "vorn_mdl_unload(1) = 0");
   EXPECT_LT(unload, std::find(calls.begin(), calls.end(), "vorn_rt_free(block#2) = 0"))
@@ -98,19 +101,18 @@ TEST(CreateOutput, RefusesAStrideOfZeroAndReleasesTheEarlierOutputs) {
 
 TEST(CreateOutput, ReportsTheStrideBeforeTheSize) {
   const Transcript run = RunOutputs({{"o", {1, 4}, 0, 0, 0, 0}});
-  EXPECT_EQ(FromFirstError(run), Failed({"[ERROR] Error, output default stride is 0."}));
+  ExpectFailed(run, {"[ERROR] Error, output default stride is 0."});
 }
 
 TEST(CreateOutput, RefusesASizeOfZero) {
   const Transcript run = RunOutputs({{"o", {1, 4}, 0, 16, 0, 0}});
-  EXPECT_EQ(FromFirstError(run), Failed({"[ERROR] Error, output size is 0."}));
+  ExpectFailed(run, {"[ERROR] Error, output size is 0."});
 }
 
 TEST(CreateOutput, ReportsWhenMemoryRunsOut) {
   const Transcript run = RunOutputs({kOutput, kOutput}, {"-b", "2"}, {"answer vorn_rt_malloc 3 5"});
   ExpectStatus(run, 1);
-  EXPECT_EQ(FromFirstError(run),
-            Failed({"[ERROR] can't malloc buffer, size is 96, create output failed"}));
+  ExpectFailed(run, {"[ERROR] can't malloc buffer, size is 96, create output failed"});
   ExpectClean(run);
 }
 
@@ -118,15 +120,14 @@ TEST(CreateOutput, ReturnsTheBlockThatGotNoBuffer) {
   const Transcript run =
       RunOutputs({kOutput, kOutput}, {}, {"answer vorn_create_data_buffer 2 null"});
   ExpectStatus(run, 1);
-  EXPECT_EQ(FromFirstError(run),
-            Failed({"[ERROR] can't create data buffer, create output failed"}));
+  ExpectFailed(run, {"[ERROR] can't create data buffer, create output failed"});
   ExpectClean(run);
 }
 
 TEST(CreateOutput, ReturnsBlockThenBufferThatWereNotAdded) {
   const Transcript run = RunOutputs({kOutput}, {}, {"answer vorn_mdl_add_dataset_buffer 1 4"});
   ExpectStatus(run, 1);
-  EXPECT_EQ(FromFirstError(run), Failed({"[ERROR] can't add data buffer, create output failed"}));
+  ExpectFailed(run, {"[ERROR] can't add data buffer, create output failed"});
   const Lines calls = run.record.CallsWithoutQueries();
   const auto added = std::find(calls.begin(), calls.end(),
                                "vorn_mdl_add_dataset_buffer(dataset#1, buffer#1) = 4 [scripted]");
