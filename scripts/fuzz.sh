@@ -60,13 +60,19 @@ seconds=${1:-60}
 shift || true
 names=("$@")
 [ "$#" -gt 0 ] || names=("${kAll[@]}")
+# Before anything is built. libFuzzer takes what is no number for no limit, and would never end.
+case "$seconds" in
+  0* | *[!0-9]*) die "the first word is '$seconds'; give the seconds for each fuzzer, from 1 on." ;;
+esac
+for name in "${names[@]}"; do
+  [[ " ${kAll[*]} " == *" $name "* ]] || die "there is no fuzzer '$name'; ${kAll[*]} are there."
+done
 
 provide_clang
 ./scripts/build.sh fuzz
 mkdir -p "$kLogs"
 failed=0
 for name in "${names[@]}"; do
-  [ -x "build/fuzz/tests/fuzz/fuzz_$name" ] || die "there is no fuzzer '$name'; ${kAll[*]} are there."
   run_fuzzer "$name" "$seconds" || failed=1
 done
 exit "$failed"
