@@ -101,7 +101,8 @@ def run_limited(command, cpu_seconds, log, temporary, environment=None, folder=N
     most = math.ceil(cpu_seconds)
 
     def prepare():
-        resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        # No core, but room for a test of what sees to it.
+        resource.setrlimit(resource.RLIMIT_CORE, (0, resource.getrlimit(resource.RLIMIT_CORE)[1]))
         resource.setrlimit(resource.RLIMIT_CPU, (most, most + 1))
         os.nice(5)
 

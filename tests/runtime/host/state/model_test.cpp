@@ -12,6 +12,7 @@
 #include "host/common/failure.h"
 #include "host/tensor/element_type.h"
 #include "runtime/host/refusal.h"
+#include "support/onnx_writer.h"
 
 namespace vorn::host {
 namespace {
@@ -574,6 +575,18 @@ TEST_F(ModelTest, RefusesAModelWithoutOutputs) {
                         "the model has no output; there is nothing to execute it for");
             }),
             "");
+}
+
+TEST_F(ModelTest, LooksForSizesThatNothingHasOnlyWhereSomebodyWantsToKnow) {
+  // A graph that is none: whoever looks for the names in it stumbles.
+  const std::string image = WireWriter().Bytes(7, "\x3b").str();
+  Load({Fixed(16)});
+  ScriptedEngine engine(script);
+  const auto open = [&] { model.emplace(engine, std::as_bytes(std::span(image)), config); };
+  EXPECT_EQ(LogOf([&] { EXPECT_EQ(StatusOf(open), VORN_SUCCESS); }), "");
+  config.dims = {{"unused", 7}};
+  EXPECT_EQ(StatusOf(open), VORN_SUCCESS);
+  LogOf([&] { EXPECT_EQ(StatusOf(open), VORN_ERROR_MODEL); });
 }
 
 TEST_F(ModelTest, TellsOfSizesThatNothingHas) {
