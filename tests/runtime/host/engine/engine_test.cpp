@@ -345,6 +345,14 @@ TEST_F(EngineTest, RefusesWhatItDoesNotServeWithAReason) {
             "the model keeps weights in other files, which are not read; save it as one file");
 }
 
+TEST_F(EngineTest, MissesTheGraphFirst) {
+  const std::string tensor = WireWriter().Varint(14, 1).str();
+  const std::string attribute = WireWriter().Bytes(5, tensor).str();
+  const std::string function = WireWriter().Bytes(11, attribute).str();
+  EXPECT_EQ(ReasonOf(VORN_ERROR_MODEL, [&] { Open(WireWriter().Bytes(25, function).str()); }),
+            "the image holds no graph; give the bytes of an ONNX file");
+}
+
 TEST_F(EngineTest, RefusesAnImageLongerThanAnOnnxFileBeforeReadingIt) {
   const std::byte first{};
   const std::span tooLong(&first, size_t{INT32_MAX} + 1);

@@ -156,6 +156,19 @@ TEST(RecurrentLayout, SaysWhichSettingDoesNotFit) {
             "'flags' names 'f' of the shape [9, 2]; it has to hold one flag for each of 9 frames");
 }
 
+TEST(RecurrentLayout, FindsTheDimensionOfTheFlags) {
+  Signature signature = WholeSignature(-1);
+  signature.flags = PortOf(1, "f", {1, -1});
+  const RecurrentLayout open = LayOutInputs(signature, Whole(9), 16);
+  EXPECT_EQ(open.flags->shape, (Shape{1, 9}));
+  EXPECT_EQ(open.flags->timeAxis, std::optional<size_t>(1));
+  signature = WholeSignature(9);
+  signature.flags = PortOf(1, "f", {1, 9, 1});
+  const RecurrentLayout fixed = LayOutInputs(signature, Whole(0), 16);
+  EXPECT_EQ(fixed.flags->shape, (Shape{1, 9, 1}));
+  EXPECT_EQ(fixed.flags->timeAxis, std::nullopt);
+}
+
 TEST(RecurrentLayout, RefusesAModelThatShowsNothingButItsStates) {
   Signature signature = StepSignature();
   signature.outputs.clear();

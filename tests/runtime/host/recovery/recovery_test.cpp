@@ -17,6 +17,8 @@
 #include <vector>
 
 #include "host/engine/engine.h"
+#include "host/engine/engine_threads.h"
+#include "runtime/host/few_threads.h"
 #include "runtime/host/recovery/faults.h"
 #include "runtime/host/refusal.h"
 #include "support/files.h"
@@ -537,6 +539,24 @@ TEST(EngineRecovery, OfEveryCallThatBringsTheEngineUp) {
   std::unique_ptr<Engine> second = CreateEngine();
   second.reset();
   EXPECT_EQ(CallsOfComingUp(), 0);
+}
+
+TEST(EngineRecovery, OfEveryAllocationThatStartsThreads) {
+  const int before = ThreadCount();
+  bool hasFailed = true;
+  int n = 0;
+  for (; hasFailed; ++n) {
+    Arm(Fault::kAllocation, n);
+    try {
+      const Exposed exposed;
+      const EngineThreads threads(3);
+    } catch (const std::bad_alloc&) {
+      // Those that were started are gone by now.
+    }
+    hasFailed = Disarm();
+    EXPECT_EQ(ThreadCount(), before);
+  }
+  EXPECT_GT(n, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(Host, Recovery,

@@ -99,6 +99,25 @@ TEST(Probe, LeavesNoCore) {
   setrlimit(RLIMIT_CORE, &before);
 }
 
+TEST(Probe, ClosesTheEndThatItHasWhereTheOtherOneIsLeftOut) {
+  const int in = dup(STDIN_FILENO);
+  const int next = fcntl(in, F_DUPFD, STDERR_FILENO + 1);
+  close(next);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  // One end gets the number 0 and has to move, and the other one takes the last number.
+  close(STDIN_FILENO);
+  const rlimit few = {.rlim_cur = static_cast<rlim_t>(next) + 1, .rlim_max = before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+  const std::string reason = ReasonOf(VORN_ERROR_INTERNAL, [] { Probe(0, [] {}); });
+  const bool isClosed = fcntl(next, F_GETFD) == -1;
+  setrlimit(RLIMIT_NOFILE, &before);
+  dup2(in, STDIN_FILENO);
+  close(in);
+  EXPECT_EQ(reason, "there is no process for a probe (Too many open files)");
+  EXPECT_TRUE(isClosed);
+}
+
 TEST(Probe, SaysThatThereIsNoProcess) {
   isForkRefused = true;
   EXPECT_EQ(ReasonOf(VORN_ERROR_INTERNAL, [] { Probe(0, [] {}); }),
