@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "e2e/expected.h"
+#include "e2e/surroundings.h"
 
 namespace e2e {
 namespace {
@@ -354,6 +355,108 @@ TEST(Options, LookForTheirValuesPastAStrayWord) {
   EXPECT_EQ(
       Lines(run.lines.begin(), run.lines.begin() + 3),
       (Lines{"[INFO]  inputPath: -m", "[ERROR] open file -i failed", "[INFO]  inputPath: -j"}));
+}
+
+// ---- The order of a message and of the calls around it ------------------------------------------
+
+/// The lines of a run and the calls of the runtime as they came one after the other: the runtime
+/// writes what it is asked to where the command writes its lines.
+Lines LinesAndCalls(Stage* stage, const Lines& arguments = {}) {
+  stage->launcher = AfterShell("VORN_RECORD=/dev/stdout; export VORN_RECORD");
+  return stage->Run(arguments).lines;
+}
+
+/// Expects these to stand in a row, from where the first of them comes.
+void ExpectInARow(const Lines& all, const Lines& expected) {
+  const auto first = std::ranges::find(all, expected.front());
+  const auto count = std::min<ptrdiff_t>(all.end() - first, std::ssize(expected));
+  EXPECT_EQ(Lines(first, first + count), expected);
+}
+
+TEST(LinesAndCalls, OfAnInputThatGetsNoBuffer) {
+  Stage stage;
+  Set(&stage, kIn, kOut);
+  stage.script.Answer("vorn_create_data_buffer", "2", "null");
+  ExpectInARow(LinesAndCalls(&stage),
+               {"[ERROR] can't create data buffer, create input failed",
+                "[ERROR] execute CreateInput failed", "vorn_rt_free(block#3) = 0",
+                "[ERROR] CreateInputBuf failed", "vorn_mdl_unload(1) = 0",
+                "vorn_mdl_destroy_desc(desc#1) = 0", "vorn_rt_free(block#1) = 0",
+                "[INFO]  unload model success, modelId is 1"});
+}
+
+TEST(LinesAndCalls, OfAnInputThatIsNotAdded) {
+  Stage stage;
+  Set(&stage, kIn, kOut);
+  stage.script.Answer("vorn_mdl_add_dataset_buffer", "2", "4");
+  ExpectInARow(LinesAndCalls(&stage),
+               {"[ERROR] add input dataset buffer failed", "vorn_destroy_data_buffer(buffer#2) = 0",
+                "[ERROR] execute CreateInput failed", "vorn_rt_free(block#3) = 0",
+                "[ERROR] CreateInputBuf failed"});
+}
+
+TEST(LinesAndCalls, OfAnOutputThatGetsNoBuffer) {
+  Stage stage;
+  Set(&stage, kIn, kOut);
+  stage.script.Answer("vorn_create_data_buffer", "1", "null");
+  ExpectInARow(LinesAndCalls(&stage),
+               {"[ERROR] can't create data buffer, create output failed",
+                "vorn_rt_free(block#2) = 0", "[ERROR] execute CreateOutput failed"});
+}
+
+TEST(LinesAndCalls, OfAnOutputThatIsNotAdded) {
+  Stage stage;
+  Set(&stage, kIn, kOut);
+  stage.script.Answer("vorn_mdl_add_dataset_buffer", "1", "4");
+  ExpectInARow(LinesAndCalls(&stage),
+               {"[ERROR] can't add data buffer, create output failed", "vorn_rt_free(block#2) = 0",
+                "vorn_destroy_data_buffer(buffer#1) = 0", "[ERROR] execute CreateOutput failed"});
+}
+
+void SetThresholds(Stage* stage) {
+  stage->script.Input({"in0", {1, 4}, 0, 16, 16, 0}).Input({"rpn", {1, 4}, 0, 16, 16, 0});
+  stage->script.Scratch().Net(1);
+  stage->File("a.bin", support::CountingBytes(16)).List({"a.bin"}).File("r.txt", "1 2 3 4");
+}
+
+TEST(LinesAndCalls, OfThresholdsThatGetNoBuffer) {
+  Stage stage;
+  SetThresholds(&stage);
+  stage.script.Answer("vorn_create_data_buffer", "2", "null");
+  ExpectInARow(
+      LinesAndCalls(&stage, {"-r", "r.txt"}),
+      {"vorn_create_data_buffer(block#3, 16, 16) = null [scripted]", "vorn_rt_free(block#3) = 0",
+       "[ERROR] can't create data buffer, create input failed", "[ERROR] SetDetParas error",
+       "[ERROR] Set rpn data failed"});
+}
+
+TEST(LinesAndCalls, OfThresholdsThatAreNotAdded) {
+  Stage stage;
+  SetThresholds(&stage);
+  stage.script.Answer("vorn_mdl_add_dataset_buffer", "2", "4");
+  ExpectInARow(LinesAndCalls(&stage, {"-r", "r.txt"}),
+               {"[ERROR] add input dataset buffer failed", "vorn_rt_free(block#3) = 0",
+                "vorn_destroy_data_buffer(buffer#2) = 0", "[ERROR] SetDetParas error"});
+}
+
+TEST(LinesAndCalls, OfAnExecutionThatFails) {
+  Stage stage;
+  Set(&stage, kIn, kOut);
+  stage.script.Answer("vorn_mdl_execute", "1", "6");
+  ExpectInARow(LinesAndCalls(&stage),
+               {"[ERROR] execute model failed, modelId is 1", "[ERROR] execute inference failed",
+                "vorn_mdl_get_dataset_num_buffers(dataset#2) = 3"});
+}
+
+TEST(LinesAndCalls, OfAModelFileThatIsEmpty) {
+  Stage stage;
+  Set(&stage, kIn, kOut);
+  stage.File("model.om", "");
+  ExpectInARow(
+      LinesAndCalls(&stage),
+      {"[ERROR] binfile is empty, filename is $DIR/model.om", "vorn_mdl_load_from_mem(null, 0) = 1",
+       "[ERROR] binfile is empty, filename is $DIR/model.om", "vorn_rt_free(null) = 0",
+       "[ERROR] load model from file failed, model file is $DIR/model.om"});
 }
 
 }  // namespace
