@@ -35,7 +35,7 @@ GraphOptimization Optimization(const std::string& key, const json& value) {
 /// The text of the section, once it has been read without a fault: the metadata of a model may come
 /// to stand below it later on.
 std::string ModelSection(const json& value) {
-  const std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
+  std::string text = value.dump(-1, ' ', false, json::error_handler_t::replace);
   static_cast<void>(ParseModelSettings(text));
   return text;
 }

@@ -50,7 +50,7 @@ BlockStore::~BlockStore() {
   for (const auto& [address, block] : live_) GiveBack(address);
 }
 
-void* BlockStore::Allocate(uint64_t size, std::shared_ptr<MemoryBudget> budget) {
+void* BlockStore::Allocate(uint64_t size, const std::shared_ptr<MemoryBudget>& budget) {
   if (size == 0) {
     throw Failure(VORN_ERROR_INVALID_ARGUMENT, "size is 0; a block has at least 1 byte");
   }

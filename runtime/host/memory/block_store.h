@@ -48,7 +48,7 @@ class BlockStore {
   /// `budget` until it is freed. Fails with VORN_ERROR_INVALID_ARGUMENT for 0 and with
   /// VORN_ERROR_OUT_OF_MEMORY for a size that the budget has not left, or that the machine cannot
   /// back: the system would promise it and end the process when it is touched.
-  void* Allocate(uint64_t size, std::shared_ptr<MemoryBudget> budget);
+  void* Allocate(uint64_t size, const std::shared_ptr<MemoryBudget>& budget);
 
   /// Takes a block back by the address that `Allocate` gave; false, and nothing done, for any
   /// other.

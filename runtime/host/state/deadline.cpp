@@ -22,14 +22,14 @@ bool Deadline::Lift() {
 
 std::jthread Deadline::Start(uint32_t seconds) {
   try {
-    return std::jthread([this, seconds](std::stop_token stop) { Wait(std::move(stop), seconds); });
+    return std::jthread([this, seconds](const std::stop_token& stop) { Wait(stop, seconds); });
   } catch (const std::system_error& e) {
     throw Failure(VORN_ERROR_INTERNAL, "there is no thread to watch the time-out of ", seconds,
                   " s (", e.code().message(), ")");
   }
 }
 
-void Deadline::Wait(std::stop_token stop, uint32_t seconds) {
+void Deadline::Wait(const std::stop_token& stop, uint32_t seconds) {
   std::unique_lock lock(mutex_);
   wake_.wait_for(lock, stop, std::chrono::seconds(seconds), [] { return false; });
   if (stop.stop_requested()) return;

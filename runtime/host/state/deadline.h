@@ -25,7 +25,7 @@ class Deadline {
 
  private:
   std::jthread Start(uint32_t seconds);
-  void Wait(std::stop_token stop, uint32_t seconds);
+  void Wait(const std::stop_token& stop, uint32_t seconds);
 
   std::function<void()> onExpiry_;
   std::mutex mutex_;
