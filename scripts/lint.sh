@@ -6,18 +6,19 @@
 #   scripts     all shell scripts, by shellcheck
 #   Python      all Python files, by flake8
 #   warnings    all C and C++ files that the build knows, by the front ends of g++ and clang++
-#   clang-tidy  uncommitted changes; with --since also what came after that revision, the newest
-#               first and as many as take a few minutes, with --all every file. Nothing that is
-#               committed by itself: not all of it has been looked at since it was written, and a file
-#               takes 2 to 60 seconds of processor time, ten times what the compilers take
+#   clang-tidy  the products, several files at a time, which takes five minutes of processor time in
+#               all. Of the tests, which take 20 seconds each, those of uncommitted changes and of the
+#               last ten commits, the newest first and as many as take a few minutes; with --since those
+#               that came after that revision, with --all every one
 set -euo pipefail
 cd -P "$(dirname "$0")/.." # as CMake and the compilers name it
 readonly kProgram=lint
 . scripts/packages.sh
 
 readonly kClang=14            # another version lays out and finds otherwise
-readonly kTidyFilesACore=12   # at some 20 s each, or a minute for the longest
+readonly kTidyFilesACore=6    # at some 20 s each, or a minute for the longest
 readonly kBuild=build/lint
+readonly kUnited=UnifiedSources # by this name the analyzer looks into what a file includes
 
 faults=0
 # look NAME CHECK [ARGUMENT...]: runs a check, which prints a line a fault and returns the status of
@@ -85,11 +86,11 @@ check_scripts() { files_like '*.sh' .ci/run | told . xargs -d '\n' shellcheck --
 
 check_python() { files_like '*.py' | told . xargs -d '\n' flake8; }
 
-# configure COMPILER C_COMPILER [OPTION...]
+# configure BUILD COMPILER C_COMPILER [OPTION...]
 configure() {
   cmake -S . -B "$kBuild/$1" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_EXPORT_COMPILE_COMMANDS=ON \
-    -DCMAKE_CXX_COMPILER="$1" -DCMAKE_C_COMPILER="$2" "${@:3}" >"$kBuild/$1.log" 2>&1 ||
-    die "cannot configure for $1: see $kBuild/$1.log"
+    -DCMAKE_CXX_COMPILER="$2" -DCMAKE_C_COMPILER="$3" "${@:4}" >"$kBuild/$1.log" 2>&1 ||
+    die "cannot configure for $2: see $kBuild/$1.log"
 }
 
 # Precompiled headers hide a missing include, so only the second compiler has them: with them it
@@ -126,18 +127,29 @@ as_sources() {
   done | awk '!seen[$0]++'
 }
 
-# Only what is compiled here can be understood, which benchmarks are not.
-compiled() {
-  grep -xFf <(sed -nE 's|^ *"file": "(.*)",?$|\1|p' "$kBuild/clang++/compile_commands.json" | within)
+# compiled_in BUILD: the C++ files that it compiles, those included that CMake has put together.
+compiled_in() {
+  sed -nE 's/^ *"file": "(.*\.(cpp|cxx))",?$/\1/p' "$kBuild/$1/compile_commands.json" | within
 }
 
+# united: what is in the files that CMake has put together.
+united() {
+  compiled_in $kUnited | grep '/Unity/' | xargs -r -d '\n' sed -nE 's/^#include "(.*)"$/\1/p' | within
+}
+
+# alone: what is looked at file by file. Only what is compiled here can be understood, which
+# benchmarks are not.
+alone() { grep -xFf <(compiled_in clang++) | grep -vxFf <(compiled_in $kUnited; united); }
+
+# check_tidiness BUILD CHECKS FILE...
 check_tidiness() {
-  printf '%s\n' "$@" |
-    told '(warning|error): ' xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p "$kBuild/clang++" --quiet
+  printf '%s\n' "${@:3}" |
+    told '(warning|error): ' xargs -d '\n' -n 1 -P "$(nproc)" \
+      clang-tidy -p "$kBuild/$1" --checks="$2" --quiet
 }
 
 all=no
-commits=(-n 0)
+commits=(-n 10)
 while [ "$#" -gt 0 ]; do
   case $1 in
     --all) all=yes ;;
@@ -159,21 +171,25 @@ mkdir -p "$kBuild"
 ! has_version clang-format || look layout check_layout
 look scripts check_scripts
 look Python check_python
-configure g++ gcc
+configure g++ g++ gcc
 look 'warnings of g++' check_warnings g++
-configure clang++ clang -DVORN_BUILD_FUZZERS=ON -DVORN_PRECOMPILE=ON
+configure clang++ clang++ clang -DVORN_BUILD_FUZZERS=ON -DVORN_PRECOMPILE=ON
 precompile clang++
 look 'warnings of clang++' check_warnings clang++
 if has_version clang-tidy; then
+  configure $kUnited clang++ clang -DVORN_BUILD_TESTS=OFF -DVORN_UNITY=ON
+  mapfile -t files < <(compiled_in $kUnited)
+  # How they are put together is CMake's business.
+  look 'clang-tidy, products' check_tidiness $kUnited -bugprone-suspicious-include "${files[@]}"
   if [ "$all" = yes ]; then
-    mapfile -t files < <(files_like '*.cpp' | compiled)
+    mapfile -t files < <(files_like '*.cpp' | alone)
   else
-    mapfile -t files < <(newest_first | as_sources | compiled)
+    mapfile -t files < <(newest_first | as_sources | alone)
     most=$((kTidyFilesACore * $(nproc)))
     for file in "${files[@]:most}"; do say "clang-tidy: left for --all: $file"; done
     files=("${files[@]:0:most}")
   fi
-  [ "${#files[@]}" = 0 ] || look "clang-tidy, ${#files[@]} files" check_tidiness "${files[@]}"
+  [ "${#files[@]}" = 0 ] || look "clang-tidy, ${#files[@]} files" check_tidiness clang++ '' "${files[@]}"
 fi
 [ "$faults" = 0 ] || die "$faults faults"
 say 'no faults'

@@ -20,7 +20,7 @@ for tool in clang-format clang-tidy; do
 done
 
 project="$work/c++ (1)"
-mkdir -p "$project/scripts" "$project/src"
+mkdir -p "$project/scripts" "$project/src" "$project/tests"
 ln -s "$project" "$work/link"
 cp "$source"/scripts/{lint.sh,packages.sh,check_warnings.py} "$project/scripts"
 cp "$source"/.clang-format "$source"/.clang-tidy "$source"/.flake8 "$source"/.shellcheckrc "$project"
@@ -30,15 +30,26 @@ echo build >"$project/.gitignore"
 cat >"$project/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.25)
 project(small LANGUAGES C CXX)
+option(VORN_BUILD_TESTS "" ON)
+option(VORN_UNITY "" OFF)
 file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp)
 add_library(small OBJECT ${sources})
 target_compile_options(small PRIVATE -Wall)
+set_target_properties(small PROPERTIES UNITY_BUILD ${VORN_UNITY})
+if(VORN_BUILD_TESTS)
+  file(GLOB tests CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/*.cpp)
+  add_library(small_test OBJECT ${tests})
+endif()
 END
 echo 'int Clean() { return 1; }' >"$project/src/clean.cpp"
+echo 'int CleanTest() { return 1; }' >"$project/tests/clean_test.cpp"
 cd "$project"
 git init -q
-git add .
-git -c user.name=lint -c user.email=lint@localhost commit -qm 'A small project'
+commit() {
+  git add .
+  git -c user.name=lint -c user.email=lint@localhost commit -qm "$1"
+}
+commit 'A small project'
 
 # lint STATUS FOLDER [OPTION...]: runs it there.
 lint() {
@@ -49,9 +60,15 @@ lint() {
 said() { grep -qE -- "$1" "$work/said" || fail "said nothing like '$1'"; }
 
 lint 0 "$work/link" --all
+said '^lint: clang-tidy, products: 0 faults$'
 said '^lint: clang-tidy, 1 files: 0 faults$'
 said '^lint: no faults$'
 
+# What is committed already: the products' files always, the tests' if they are new.
+echo 'int badly_named_before() { return 1; }' >src/old.cpp
+printf 'int Read(int* at) {\n  if (at == nullptr) return *at;\n  return 0;\n}\n' >src/null.cpp
+echo 'int badly_named_test() { return 1; }' >tests/new_test.cpp
+commit 'Faults that a compiler does not see'
 echo 'int  Shifted() { return 1; }' >src/shifted.cpp
 printf 'int Unused() {\n  int number = 1;\n  return 2;\n}\n' >src/unused.cpp
 echo 'int badly_named() { return 1; }' >src/named.cpp
@@ -67,4 +84,8 @@ said '^src/named.cpp:1:.* error: invalid case style'
 for kind in layout scripts Python 'warnings of g\+\+' 'warnings of clang\+\+'; do
   said "^lint: $kind: 1 faults$"
 done
-said '^lint: clang-tidy, 3 files: [1-9][0-9]* faults$'
+said '^src/old.cpp:1:.* error: invalid case style'
+said '^src/null.cpp:2:.* error: Dereference of null pointer'
+said '^tests/new_test.cpp:1:.* error: invalid case style'
+said '^lint: clang-tidy, products: [1-9][0-9]* faults$'
+said '^lint: clang-tidy, 2 files: 1 faults$'
