@@ -11,6 +11,7 @@ namespace vorn::kit {
 
 /// The operations of a runtime, each a member of its own name: `runtime.vorn_init("config.json")`.
 struct RuntimeLibrary {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): it is the name that is declared
 #define VORN_KIT_MEMBER(name, needs, role, thing, parameters) decltype(&::name) name = nullptr;
   VORN_OPERATIONS(VORN_KIT_MEMBER, VORN_NO_PARAMETER)
 #undef VORN_KIT_MEMBER
