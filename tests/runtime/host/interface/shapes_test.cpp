@@ -436,4 +436,19 @@ TEST_F(HostShapes, OfAnUnknownInputBringUpTheKnownOnes) {
                         "of that name; it has 'image', 'scale'"));
 }
 
+TEST_F(HostShapes, AnOutputThatIsNotAsDeclaredIsToBeGivenItsLargest) {
+  ASSERT_EQ(Load(OnnxWriter()
+                     .Input("x", kOnnxFloat, {6})
+                     .Input("shape", kOnnxInt64, {2})
+                     .Output("y", kOnnxFloat, {2, 3})
+                     .Node("Reshape", {"x", "shape"}, {"y"})),
+            VORN_SUCCESS);
+  Blocks in = Inputs();
+  in.Put<int64_t>(1, {3, 2}, 2);
+  const Blocks out = Outputs();
+  const std::string log = LogOf(
+      [&] { EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_ERROR_EXECUTION); });
+  EXPECT_THAT(log, testing::HasSubstr("depends on the data, give the largest with 'outputDims'"));
+}
+
 }  // namespace
