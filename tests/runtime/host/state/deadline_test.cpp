@@ -25,6 +25,20 @@ TEST(Deadline, CallsOnceItsTimeHasCome) {
   EXPECT_TRUE(deadline.Lift());
 }
 
+TEST(Deadline, WaitsForACallThatHasBegunWhenItIsLifted) {
+  std::atomic<bool> hasBegun = false;
+  std::atomic<bool> isThrough = false;
+  Deadline deadline(0, [&] {
+    hasBegun = true;
+    hasBegun.notify_all();
+    usleep(50'000);  // so that whoever does not wait comes too early
+    isThrough = true;
+  });
+  hasBegun.wait(false);
+  EXPECT_TRUE(deadline.Lift());
+  EXPECT_TRUE(isThrough);
+}
+
 TEST(Deadline, CallsNothingOnceItIsLifted) {
   std::atomic<int> calls = 0;
   Deadline deadline(UINT32_MAX, [&] { ++calls; });
