@@ -159,7 +159,8 @@ Kind Whole() {
     size_t found = 0;
     for (size_t at = 2 * first; at < 2 * frames; ++at) {
       if (in[0][at] == 0) continue;
-      out[3][found] = static_cast<float>(at / 2 - first);
+      const size_t frame = at / 2;
+      out[3][found] = static_cast<float>(frame - first);
       out[3][8 + found++] = static_cast<float>(at % 2);
     }
     return out;
