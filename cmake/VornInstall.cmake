@@ -1,15 +1,17 @@
-# The installed tree: bin/ with vorn-run, vorn and its verbs, lib/libvorn.so (with the library that
-# executes its models beside it), the headers, a CMake package for whoever writes or uses a runtime,
+# The installed tree: bin/ with vorn-run, vorn and its verbs, lib/ with libvorn.so (and the library that
+# executes its models) and the layers, the headers, a CMake package for whoever writes or uses a runtime,
 # and the notices of what others wrote of all this.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn)
 
 file(RELATIVE_PATH bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-set_target_properties(vorn-run vorn-command vorn-inspect PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
+set_target_properties(vorn-run vorn-command vorn-inspect vorn-trace PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
 install(TARGETS vorn-run RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 # Whoever builds vorn-run alone installs it alone.
-install(TARGETS vorn-command vorn-inspect RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} OPTIONAL)
+install(TARGETS vorn-command vorn-inspect vorn-trace
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} OPTIONAL)
+install(TARGETS vorn-trace-layer LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} OPTIONAL)
 install(TARGETS vorn_interface EXPORT vorn-targets)
 install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/operations.h
               ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h

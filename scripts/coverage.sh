@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 build=build/coverage
 report=$build/report
 readonly kProgram=coverage
-readonly kRooms=(src runtime/host shared kit)
+readonly kRooms=(src runtime/host shared layers kit)
 . scripts/packages.sh
 
 # A branch that only an exception takes, or that the compiler knows not to be taken, is no choice of

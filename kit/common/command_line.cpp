@@ -56,12 +56,27 @@ ExitStatus PrintHelp(const Verb& verb, std::string_view form) {
   return ExitStatus::kDone;
 }
 
+constexpr int kFailureBesideProgram = 125;
+
+// Whether a word is an option whose value is the next one.
+bool TakesNext(const Verb& verb, const std::string& word) {
+  for (const Option& option : AllOptions(verb)) {
+    if (option.value.empty()) continue;
+    const bool isName = word == "--" + std::string(option.name);
+    const bool isLetter = option.letter != 0 && word == std::string("-") + option.letter;
+    if (isName || isLetter) return true;
+  }
+  return false;
+}
+
 // The form of help that the words ask for, whatever else is wrong with them.
-std::optional<std::string> AskedHelp(std::span<const std::string> words) {
-  for (const std::string& word : words) {
-    if (word == "--") break;
+std::optional<std::string> AskedHelp(const Verb& verb, std::span<const std::string> words) {
+  for (size_t at = 0; at < words.size(); ++at) {
+    const std::string& word = words[at];
+    if (word == "--" || (verb.runsProgram && !IsOption(word))) break;
     if (word == "--help" || word == "-h") return "";
     if (word.starts_with("--help=")) return word.substr(std::strlen("--help="));
+    if (TakesNext(verb, word)) ++at;
   }
   return std::nullopt;
 }
@@ -80,6 +95,7 @@ Arguments::Arguments(const Verb& verb, std::span<const std::string> words) : ver
     const std::string& word = words[at];
     if (areOptionsOver || !IsOption(word)) {
       operands_.push_back(word);
+      areOptionsOver = areOptionsOver || verb.runsProgram;
     } else if (word == "--") {
       areOptionsOver = true;
     } else if (word[1] == '-') {
@@ -181,7 +197,7 @@ int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arg
   std::string message;
   try {
     const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-    if (const auto form = AskedHelp(words)) return static_cast<int>(PrintHelp(verb, *form));
+    if (const auto form = AskedHelp(verb, words)) return static_cast<int>(PrintHelp(verb, *form));
     const Arguments arguments(verb, words);
     status = run(arguments);
     if (std::fflush(stdout) != 0) {
@@ -201,7 +217,8 @@ int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arg
   }
   std::fprintf(stderr, "vorn %.*s: %s\n", static_cast<int>(verb.name.size()), verb.name.data(),
                message.c_str());
-  return static_cast<int>(status);
+  const bool isStatusOfItsOwn = static_cast<int>(status) > kFailureBesideProgram;
+  return verb.runsProgram && !isStatusOfItsOwn ? kFailureBesideProgram : static_cast<int>(status);
 }
 
 }  // namespace vorn::kit

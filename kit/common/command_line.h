@@ -29,6 +29,10 @@ struct Verb {
   std::span<const Option> options;
   std::string_view example;  ///< a command line that works in a checkout that was built
   size_t mostOperands = 0;
+
+  /// For a verb that runs a program of the user's: the first operand is the program, all behind it
+  /// are its words, and what the verb itself fails in has status 125, as with env.
+  bool runsProgram = false;
 };
 
 /// What a command line gave. Only options of the verb's table can be asked for.

@@ -30,13 +30,14 @@ done >>"$work/faults"
 
 # room <tab> what it may include, each as it stands in an include.
 # shellcheck disable=SC2016
-sed -nE 's/^\| `((src|runtime\/host|kit)\/[a-z]+)` \|.*\|([^|]*)\|$/\1\t\3/p' docs/architecture.md |
+sed -nE 's/^\| `((src|runtime\/host|layers|kit)\/[a-z]+)` \|.*\|([^|]*)\|$/\1\t\3/p' docs/architecture.md |
   tr -d '`,' >"$work/rooms"
 [ "$(wc -l <"$work/rooms")" -gt 10 ] || echo "docs/architecture.md: its table of rooms is not read" >>"$work/faults"
 while IFS=$'\t' read -r room allowed; do
   above= # what stands before a room's name in an include
   case $room in
     runtime/*) above=host/ ;;
+    layers/*) above=layers/ ;;
     kit/*) above=kit/ ;;
   esac
   pattern=$above${room##*/}
@@ -50,7 +51,7 @@ while IFS=$'\t' read -r room allowed; do
   grep -rnoE '#include "[^"]+"' "$room" | grep -vE "#include \"($pattern)/" |
     sed 's/$/ is not allowed by docs\/architecture.md/' || true
 done <"$work/rooms" >>"$work/faults"
-for room in src/* runtime/host/* kit/*; do
+for room in src/* runtime/host/* layers/* kit/*; do
   [ ! -d "$room" ] || grep -q "^$room	" "$work/rooms" || echo "docs/architecture.md: nothing of $room"
 done >>"$work/faults"
 

@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "shared/operations/words.h"
 #include "support/files.h"
 #include "vorn/vorn.h"
 
@@ -18,53 +19,9 @@ namespace {
 
 // ---- The types, while this is compiled ----------------------------------------------------------
 
-// Words of the table, as types in a namespace of their own.
-namespace thing {
-// NOLINTBEGIN(readability-identifier-naming): they are spelt as in the table
-using STATUS = vorn_status;
-using CONTEXT = vorn_rt_context*;
-using STREAM = vorn_rt_stream*;
-using DESC = vorn_mdl_desc*;
-using DATASET = vorn_mdl_dataset*;
-using BUFFER = vorn_data_buffer*;
-using BLOCK = void*;
-using IMAGE = const void*;
-using PATH = const char*;
-using NAME = const char*;
-using MODEL = uint32_t;
-using DEVICE = int32_t;
-using DIMS = vorn_mdl_io_dims;
-using TYPE = vorn_data_type;
-using FORMAT = vorn_format;
-using NET_TYPE = vorn_net_type;
-using RUN_MODE = vorn_rt_run_mode;
-using POLICY = vorn_rt_mem_policy;
-using SECONDS = uint32_t;
-using BYTES = uint64_t;
-using STRIDE = uint64_t;
-using BITS = uint64_t;
-using COUNT = uint64_t;
-using INDEX = uint64_t;
-// NOLINTEND(readability-identifier-naming)
-}  // namespace thing
-
-enum class Role { ANSWERED, LENT, MADE, FILLED, USED, CHANGED, KEPT, ENDED };
-
-template <Role kRole, typename Thing>
-consteval auto ParameterType() {
-  if constexpr (kRole == Role::MADE || kRole == Role::FILLED) {
-    return std::type_identity<Thing*>();
-  } else if constexpr (kRole == Role::USED && std::is_pointer_v<Thing>) {
-    return std::type_identity<const std::remove_pointer_t<Thing>*>();
-  } else {
-    return std::type_identity<Thing>();
-  }
-}
-
-template <Role kRole, typename Thing>
-struct Parameter {
-  using Type = typename decltype(ParameterType<kRole, Thing>())::type;
-};
+using vorn::operations::Parameter;
+using vorn::operations::Role;
+namespace thing = vorn::operations::thing;
 
 /// A list of types that grows by "+ Parameter", since the table has no commas between parameters.
 template <typename... Types>

@@ -29,7 +29,7 @@ grep -q vorn_init "$work/record" || fail "the runtime it was given was not calle
 
 # Installed, it leaves the runtime where it is, and the notices of what the host runtime holds.
 "$cmake" --install "$work/build" --prefix "$work/tree" >/dev/null
-find "$work/tree" -name 'lib*' -type f -o -name '*onnx*' -type f >"$work/found"
+find "$work/tree" -name 'libvorn.so*' -type f -o -name 'libonnx*' -type f -o -name '*onnx*' -type f >"$work/found"
 [ ! -s "$work/found" ] ||
   fail "the installed tree should hold no library and no notice of one: $(cat "$work/found")"
 

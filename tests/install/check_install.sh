@@ -39,6 +39,10 @@ env -u LD_LIBRARY_PATH "$work/moved/bin/vorn" inspect -m "$here/../../examples/d
 grep -q "^runtime  $work/moved/" "$work/inspected" ||
   fail "the installed kit asks another runtime: $(cat "$work/inspected")"
 
+"$work/moved/bin/vorn" trace --output "$work/trace" "$work/moved/bin/vorn-run" -m /nonexistent \
+  -i /nonexistent -j /nonexistent >"$work/out" 2>"$work/traced" || true
+grep -q '^vorn_init ' "$work/traced" || fail "the installed kit traces nothing: $(cat "$work/traced")"
+
 # The README shows this project; it is the one that is built here.
 awk '/^```cmake$/ { on = 1; next } /^```$/ { on = 0 } on' "$here/../../README.md" |
   diff -u - "$here/consumer/CMakeLists.txt" >"$work/shown" ||

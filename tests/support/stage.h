@@ -1,7 +1,7 @@
 // A stage for `vorn-run`: a folder with everything a run needs, the scripted runtime below it, and
 // a transcript of what came of it.
 //
-//   <folder>/model.om     24 bytes
+//   <folder>/model.om     25 bytes
 //   <folder>/vorn.json    {}
 //   <folder>/list.txt     what `List` was given; absent until then
 //   <folder>/out/         for the dumps

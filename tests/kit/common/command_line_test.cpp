@@ -149,7 +149,8 @@ TEST(RunVerb, TellsOfMissingMemoryAndOfItsOwnFaults) {
   const Ended memory = RunMain({}, [](const Arguments&) -> ExitStatus { throw std::bad_alloc(); });
   EXPECT_EQ(memory.status, 7);
   EXPECT_EQ(memory.err, "vorn try: there is no memory left\n");
-  const Ended own = RunMain({}, [](const Arguments&) -> ExitStatus { throw std::logic_error("oops"); });
+  const Ended own =
+      RunMain({}, [](const Arguments&) -> ExitStatus { throw std::logic_error("oops"); });
   EXPECT_EQ(own.status, 1);
   EXPECT_EQ(own.err, "vorn try: a fault of the kit's own, which somebody should hear of: oops\n");
 }
@@ -169,7 +170,8 @@ TEST(RunVerb, HelpsWhateverElseIsWrong) {
   EXPECT_EQ(RunMain({"--help=x"}, never).err,
             "vorn try: there is no help of the form 'x'; --help, --help=page, --help=man or "
             "--help=names\n");
-  EXPECT_EQ(RunMain({"--", "--help"}, [](const Arguments&) { return ExitStatus::kNothing; }).status, 9);
+  EXPECT_EQ(RunMain({"--", "--help"}, [](const Arguments&) { return ExitStatus::kNothing; }).status,
+            9);
 }
 
 }  // namespace

@@ -1,0 +1,223 @@
+#include "kit/trace/trace_summary.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <map>
+
+#include "kit/common/printable.h"
+#include "kit/common/text_table.h"
+#include "vorn/operations.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kLeastForP99 = 100;
+
+std::string_view NameOf(const TraceFile& file, const TracedCall& call) {
+  return file.operations[call.operation];
+}
+
+// By the table of this program; an operation that it does not know answers none.
+bool AnswersStatus(std::string_view name) {
+#define VORN_KIT_ANSWERS(operation, needs, role, thing, parameters) \
+  if (name == #operation) return std::string_view(#thing) == "STATUS";
+  VORN_OPERATIONS(VORN_KIT_ANSWERS, VORN_NO_PARAMETER)
+#undef VORN_KIT_ANSWERS
+  return false;
+}
+
+uint64_t AtRank(const std::vector<uint64_t>& sorted, double share) {
+  const auto rank = static_cast<size_t>(share * static_cast<double>(sorted.size()));
+  return sorted[std::min(rank, sorted.size() - 1)];
+}
+
+std::string Milliseconds(uint64_t nanoseconds) {
+  std::array<char, 48> text{};
+  std::snprintf(text.data(), text.size(), "%.3f", static_cast<double>(nanoseconds) / 1e6);
+  return text.data();
+}
+
+std::string Share(uint64_t part, uint64_t whole) {
+  if (whole == 0) return "-";
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.1f %%",
+                100 * static_cast<double>(part) / static_cast<double>(whole));
+  return text.data();
+}
+
+// The thread that executes, since a run is divided by what that one does; without one the first.
+uint32_t LeadingThread(const TraceFile& file) {
+  for (const TracedCall& call : file.calls) {
+    if (NameOf(file, call) == "vorn_mdl_execute") return call.thread;
+  }
+  return file.calls.empty() ? 0 : file.calls.front().thread;
+}
+
+uint64_t EndOf(const TraceFile& file) {
+  uint64_t end = std::max(file.monotonicNs, file.endedNs.value_or(0));
+  for (const TracedCall& call : file.calls) {
+    end = std::max(end, call.endedNs.value_or(call.beganNs));
+  }
+  return end;
+}
+
+// Where a moment outside of the runtime counts: it is known from the calls before it.
+enum class Outside { kStart, kOther, kCopyIn, kWrite };
+
+}  // namespace
+
+std::vector<OperationTimes> TimesByOperation(const TraceFile& file) {
+  std::map<uint16_t, std::vector<uint64_t>> durations;
+  std::map<uint16_t, uint64_t> failed;
+  for (const TracedCall& call : file.calls) {
+    if (!call.endedNs) continue;
+    durations[call.operation].push_back(*call.endedNs - call.beganNs);
+    const bool isFailure =
+        AnswersStatus(NameOf(file, call)) && !call.results.empty() && call.results.front() != 0;
+    failed[call.operation] += isFailure ? 1 : 0;
+  }
+  std::vector<OperationTimes> all;
+  for (auto& [operation, sorted] : durations) {
+    std::sort(sorted.begin(), sorted.end());
+    OperationTimes& times = all.emplace_back();
+    times.name = file.operations[operation];
+    times.count = sorted.size();
+    times.failed = failed[operation];
+    for (const uint64_t duration : sorted) times.totalNs += duration;
+    times.medianNs = (sorted[(sorted.size() - 1) / 2] + sorted[sorted.size() / 2]) / 2;
+    if (sorted.size() >= kLeastForP99) times.p99Ns = AtRank(sorted, 0.99);
+    times.mostNs = sorted.back();
+  }
+  std::stable_sort(all.begin(), all.end(),
+                   [](const OperationTimes& one, const OperationTimes& two) {
+                     return one.totalNs > two.totalNs;
+                   });
+  return all;
+}
+
+Phases DivideIntoPhases(const TraceFile& file) {
+  Phases phases;
+  const uint64_t end = EndOf(file);
+  phases.wholeNs = end - file.monotonicNs;
+  const uint32_t leading = LeadingThread(file);
+  uint64_t now = file.monotonicNs;
+  auto outside = Outside::kStart;
+  const auto addOutside = [&](uint64_t until) {
+    const uint64_t duration = until - std::min(now, until);
+    switch (outside) {
+      case Outside::kStart:
+        phases.startNs += duration;
+        break;
+      case Outside::kOther:
+        phases.otherNs += duration;
+        break;
+      case Outside::kCopyIn:
+        phases.copyInNs += duration;
+        break;
+      case Outside::kWrite:
+        phases.writeNs += duration;
+        break;
+    }
+    now = std::max(now, until);
+  };
+  for (const TracedCall& call : file.calls) {
+    if (call.thread != leading) continue;
+    const std::string_view name = NameOf(file, call);
+    addOutside(call.beganNs);
+    const uint64_t inside = call.endedNs.value_or(end) - std::min(now, call.endedNs.value_or(end));
+    now += inside;
+    if (outside == Outside::kStart) outside = Outside::kOther;
+    if (name == "vorn_mdl_load_from_mem") {
+      phases.loadNs += inside;
+    } else if (name == "vorn_mdl_execute") {
+      phases.executeNs += inside;
+      outside = Outside::kWrite;
+    } else {
+      phases.otherCallsNs += inside;
+      // The output dataset is made once, before any input's, and takes no time to speak of.
+      if (name == "vorn_mdl_create_dataset") outside = Outside::kCopyIn;
+      if (name == "vorn_mdl_unload") outside = Outside::kOther;
+    }
+  }
+  addOutside(end);
+  return phases;
+}
+
+DeviceMemory FollowMemory(const TraceFile& file) {
+  std::map<uint64_t, uint64_t> blocks;  // by address
+  DeviceMemory memory;
+  for (const TracedCall& call : file.calls) {
+    const std::string_view name = NameOf(file, call);
+    if (!call.endedNs || call.results.empty() || call.results[0] != 0) continue;
+    if (name == "vorn_rt_malloc" && call.arguments.size() > 1 && call.results.size() > 1) {
+      uint64_t& block = blocks[call.results[1]];
+      memory.leftBytes +=
+          call.arguments[1] - block;  // handed out again without a free: counted anew
+      block = call.arguments[1];
+      memory.peakBytes = std::max(memory.peakBytes, memory.leftBytes);
+    } else if (name == "vorn_rt_free" && !call.arguments.empty()) {
+      const auto block = blocks.find(call.arguments[0]);
+      if (block == blocks.end()) continue;
+      memory.leftBytes -= block->second;
+      blocks.erase(block);
+    }
+  }
+  return memory;
+}
+
+std::string TraceReport(const TraceFile& file) {
+  const Phases phases = DivideIntoPhases(file);
+  std::string text = "program  " + Printable(file.program) + ", process " +
+                     std::to_string(file.pid) + " on " + Printable(file.host) + "\n" + "runtime  " +
+                     (file.runtime.empty() ? "-" : Printable(file.runtime)) + "\n\n";
+
+  TextTable operations({{"operation"},
+                        {"calls", true},
+                        {"failed", true},
+                        {"total ms", true},
+                        {"median ms", true},
+                        {"99th ms", true},
+                        {"most ms", true},
+                        {"share", true}});
+  for (const OperationTimes& times : TimesByOperation(file)) {
+    operations.Add({times.name, std::to_string(times.count),
+                    times.failed == 0 ? "-" : std::to_string(times.failed),
+                    Milliseconds(times.totalNs), Milliseconds(times.medianNs),
+                    times.p99Ns ? Milliseconds(*times.p99Ns) : "-", Milliseconds(times.mostNs),
+                    Share(times.totalNs, phases.wholeNs)});
+  }
+  text += operations.Text() + "\n";
+
+  TextTable parts({{"phase"}, {"ms", true}, {"share", true}, {""}});
+  const auto add = [&](const char* name, uint64_t duration, const char* what) {
+    parts.Add({name, Milliseconds(duration), Share(duration, phases.wholeNs), what});
+  };
+  add("start", phases.startNs, "up to the first call");
+  add("load", phases.loadNs, "inside vorn_mdl_load_from_mem");
+  add("copy in", phases.copyInNs, "from a new dataset to its execution, outside the runtime");
+  add("execute", phases.executeNs, "inside vorn_mdl_execute");
+  add("write", phases.writeNs, "from an execution to the next dataset, outside the runtime");
+  add("other calls", phases.otherCallsNs, "inside the runtime");
+  add("other", phases.otherNs, "outside the runtime");
+  add("whole", phases.wholeNs, "");
+  text += parts.Text();
+
+  const DeviceMemory memory = FollowMemory(file);
+  text += "\ndevice memory " + SizeText(memory.peakBytes) + " at the peak, " +
+          SizeText(memory.leftBytes) + " not freed\n";
+  if (file.dropped != 0) {
+    text += std::to_string(file.dropped) +
+            " later calls are not in the trace: there was no room; see --calls\n";
+  }
+  const uint64_t end = EndOf(file);
+  for (const TracedCall& call : file.calls) {
+    if (call.endedNs) continue;
+    text += "call " + std::to_string(call.number) + ", " + std::string(NameOf(file, call)) +
+            ", had not returned after " + Milliseconds(end - call.beganNs) +
+            " ms: the process ended inside of it, or runs still\n";
+  }
+  return text;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,55 @@
+// What a trace tells: which operations took the time, and how it divides into phases.
+#ifndef VORN_KIT_TRACE_TRACE_SUMMARY_H_
+#define VORN_KIT_TRACE_TRACE_SUMMARY_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/trace/trace_file.h"
+
+namespace vorn::kit {
+
+/// The calls of one operation that came to an end. Times in nanoseconds.
+struct OperationTimes {
+  std::string name;
+  uint64_t count = 0;
+  uint64_t failed = 0;  ///< of those that answer a status
+  uint64_t totalNs = 0;
+  uint64_t medianNs = 0;
+  std::optional<uint64_t> p99Ns;  ///< with 100 calls and more
+  uint64_t mostNs = 0;
+};
+
+/// The time from the loading of the layer to its end, or to the last record of a process that was
+/// killed, by what the thread was about that executed models: all parts add up to the whole.
+struct Phases {
+  uint64_t wholeNs = 0;
+  uint64_t startNs = 0;    ///< up to the first call
+  uint64_t loadNs = 0;     ///< inside vorn_mdl_load_from_mem
+  uint64_t copyInNs = 0;   ///< outside, from a new input dataset to its execution: files are read
+  uint64_t executeNs = 0;  ///< inside vorn_mdl_execute
+  uint64_t writeNs =
+      0;  ///< outside, from an execution to the next input dataset: dumps are written
+  uint64_t otherCallsNs = 0;  ///< inside all other operations
+  uint64_t otherNs = 0;       ///< outside, before the first input dataset and behind the last call
+};
+
+/// Blocks of vorn_rt_malloc that were not freed yet, at their most.
+struct DeviceMemory {
+  uint64_t peakBytes = 0;
+  uint64_t leftBytes = 0;  ///< not freed at the end
+};
+
+/// Ordered by total, the largest first.
+[[nodiscard]] std::vector<OperationTimes> TimesByOperation(const TraceFile& file);
+[[nodiscard]] Phases DivideIntoPhases(const TraceFile& file);
+[[nodiscard]] DeviceMemory FollowMemory(const TraceFile& file);
+
+/// All of it for people, with what was inside when the process ended.
+[[nodiscard]] std::string TraceReport(const TraceFile& file);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_TRACE_TRACE_SUMMARY_H_

@@ -1,0 +1,300 @@
+#include "kit/trace/under_layer.h"
+
+#include <dirent.h>
+#include <elf.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/trace/trace_file.h"
+#include "shared/trace/trace_format.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr int kNotFound = 127;
+constexpr int kNotStarted = 126;
+constexpr const char* kPartSuffix = ".part";
+
+std::string FolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string FileNameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// ---- Running ------------------------------------------------------------------------------------
+
+void SetEnvironment(const TraceRequest& request) {
+  std::string preload = request.layer;
+  const char* before = std::getenv("LD_PRELOAD");
+  if (before != nullptr && *before != '\0') preload += ":" + std::string(before);
+  setenv("LD_PRELOAD", preload.c_str(), 1);
+  // A layer takes a name that is not absolute from the folder of its process.
+  std::array<char, PATH_MAX> here{};
+  std::string output = request.output;
+  if (output[0] != '/' && getcwd(here.data(), here.size()) != nullptr) {
+    output = std::string(here.data()) + "/" + output;
+  }
+  setenv("VORN_TRACE_FILE", (output + ".%p" + kPartSuffix).c_str(), 1);
+  if (request.calls) setenv("VORN_TRACE_CALLS", std::to_string(*request.calls).c_str(), 1);
+}
+
+// Becomes the program. Returns only where that failed; the reason is in errno.
+void Execute(const TraceRequest& request) {
+  std::vector<char*> words;
+  for (const std::string& word : request.command) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  SetEnvironment(request);
+  execvp(words[0], words.data());
+}
+
+// While the program runs, the terminal's keys are the program's. What is sent to this process alone
+// is passed on.
+pid_t g_child = 0;
+void PassOn(int number) { kill(g_child, number); }
+
+class SignalsForTheProgram {
+ public:
+  explicit SignalsForTheProgram(pid_t child) {
+    g_child = child;
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGINT, &ignore, &interrupt_);
+    sigaction(SIGQUIT, &ignore, &quit_);
+    struct sigaction pass {};
+    pass.sa_handler = PassOn;
+    pass.sa_flags = SA_RESTART;
+    sigaction(SIGTERM, &pass, &terminate_);
+  }
+  ~SignalsForTheProgram() {
+    sigaction(SIGINT, &interrupt_, nullptr);
+    sigaction(SIGQUIT, &quit_, nullptr);
+    sigaction(SIGTERM, &terminate_, nullptr);
+  }
+  SignalsForTheProgram(const SignalsForTheProgram&) = delete;
+  SignalsForTheProgram& operator=(const SignalsForTheProgram&) = delete;
+
+ private:
+  struct sigaction interrupt_ {};
+  struct sigaction quit_ {};
+  struct sigaction terminate_ {};
+};
+
+// As a shell tells it. `failure` is the errno of an execution that failed, else 0.
+int Run(const TraceRequest& request, int& failure) {
+  std::array<int, 2> pipe{};
+  if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
+    throw Fault(ExitStatus::kLimit, "cannot make a pipe: " + SystemReason(errno));
+  }
+  const pid_t child = fork();
+  if (child < 0) throw Fault(ExitStatus::kLimit, "cannot start a process: " + SystemReason(errno));
+  if (child == 0) {
+    Execute(request);
+    const int error = errno;
+    [[maybe_unused]] const auto told = write(pipe[1], &error, sizeof(error));
+    _exit(kNotFound);
+  }
+  const SignalsForTheProgram signals(child);
+  close(pipe[1]);
+  ssize_t got = 0;
+  do {
+    got = read(pipe[0], &failure, sizeof(failure));  // nothing comes where the program was started
+  } while (got < 0 && errno == EINTR);
+  if (got != sizeof(failure)) failure = 0;
+  close(pipe[0]);
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (failure != 0) return failure == ENOENT ? kNotFound : kNotStarted;
+  return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// ---- What the layer left ------------------------------------------------------------------------
+
+struct Part {
+  std::string path;
+  trace::Header header;
+  uint64_t calls = 0;
+};
+
+std::vector<Part> FindParts(const std::string& output) {
+  std::vector<Part> parts;
+  const std::string prefix = FileNameOf(output) + ".";
+  const std::string folder = FolderOf(output);
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
+  while (listing != nullptr) {
+    const dirent* entry = readdir(listing.get());
+    if (entry == nullptr) break;
+    const std::string_view name = entry->d_name;
+    if (!name.starts_with(prefix) || !name.ends_with(kPartSuffix)) continue;
+    Part part{.path = folder + "/" + entry->d_name, .header = {}, .calls = 0};
+    const int fd = open(part.path.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool isTrace = fd >= 0 &&
+                         read(fd, &part.header, sizeof(part.header)) == sizeof(part.header) &&
+                         std::memcmp(part.header.magic, trace::kMagic, sizeof(trace::kMagic)) == 0;
+    if (fd >= 0) close(fd);
+    if (!isTrace) continue;
+    part.calls = part.header.calls;
+    parts.push_back(part);
+  }
+  std::sort(parts.begin(), parts.end(), [](const Part& one, const Part& two) {
+    return one.calls != two.calls ? one.calls > two.calls : one.path < two.path;
+  });
+  return parts;
+}
+
+bool IsRunning(uint32_t pid) { return kill(static_cast<pid_t>(pid), 0) == 0 || errno == EPERM; }
+
+// The room that no call took. Not of a process that runs on in the background: to write behind the
+// end of what is mapped ends a process.
+void CutRoom(const Part& part) {
+  if (IsRunning(part.header.pid)) return;
+  const uint64_t calls = std::min(part.header.calls, part.header.slots);
+  [[maybe_unused]] const int cut = truncate(
+      part.path.c_str(), static_cast<off_t>(part.header.slotsAt + calls * sizeof(trace::Slot)));
+}
+
+void RemoveParts(const std::string& output) {
+  for (const Part& part : FindParts(output)) unlink(part.path.c_str());
+}
+
+std::vector<std::string> NameParts(const std::string& output, const std::vector<Part>& parts) {
+  std::vector<std::string> files;
+  for (const Part& part : parts) {
+    if (part.calls == 0) {
+      unlink(part.path.c_str());
+      continue;
+    }
+    CutRoom(part);
+    const std::string name =
+        files.empty() ? output : output + "." + std::to_string(part.header.pid);
+    if (std::rename(part.path.c_str(), name.c_str()) != 0) {
+      throw Fault(ExitStatus::kLimit,
+                  "cannot name the trace '" + Printable(part.path) + "': " + SystemReason(errno));
+    }
+    files.push_back(name);
+  }
+  return files;
+}
+
+// ---- Why there is none --------------------------------------------------------------------------
+
+// The file that would be executed, found as execvp finds it.
+std::string FindProgram(const std::string& word) {
+  if (word.find('/') != std::string::npos) return word;
+  const char* path = std::getenv("PATH");
+  std::string_view folders = path == nullptr ? "/bin:/usr/bin" : path;
+  while (true) {
+    const std::string_view folder = folders.substr(0, folders.find(':'));
+    const std::string file = (folder.empty() ? "." : std::string(folder)) + "/" + word;
+    if (access(file.c_str(), X_OK) == 0) return file;
+    if (folder.size() == folders.size()) return word;
+    folders.remove_prefix(folder.size() + 1);
+  }
+}
+
+// Whether an ELF file names a loader, without which nothing can be preloaded. Files of other kinds,
+// scripts among them, do not matter: what runs them does.
+bool IsStatic(const std::string& file) {
+  std::array<char, 4096> front{};
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const ssize_t got = read(fd, front.data(), front.size());
+  close(fd);
+  Elf64_Ehdr header;
+  if (got < static_cast<ssize_t>(sizeof(header))) return false;
+  std::memcpy(&header, front.data(), sizeof(header));
+  if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) return false;
+  for (unsigned i = 0; i < header.e_phnum; ++i) {
+    const uint64_t at = header.e_phoff + uint64_t{i} * header.e_phentsize;
+    Elf64_Phdr part;
+    if (at > front.size() - sizeof(part)) return false;
+    std::memcpy(&part, front.data() + at, sizeof(part));
+    if (part.p_type == PT_INTERP) return false;
+  }
+  return true;
+}
+
+std::string WhyNotLoaded(const std::string& word) {
+  const std::string file = FindProgram(word);
+  const std::string front = "the layer was not loaded into '" + Printable(word) + "': ";
+  struct stat about {};
+  if (stat(file.c_str(), &about) == 0 && (about.st_mode & (S_ISUID | S_ISGID)) != 0) {
+    return front +
+           "it runs with the rights of another user (setuid), for which nothing is preloaded";
+  }
+  if (IsStatic(file)) {
+    return front +
+           "it is linked statically, so that nothing can be preloaded; link it with "
+           "libvorn.so";
+  }
+  return front +
+         "see what the loader said on standard error, and whether a file can be made beside "
+         "--output";
+}
+
+std::string WhyNoCall(const std::vector<Part>& parts, const std::string& word,
+                      const std::string& layer) {
+  if (parts.empty()) return WhyNotLoaded(word);
+  for (const Part& part : parts) {
+    if (part.calls != 0) return "";
+  }
+  for (const Part& part : parts) {
+    if (part.header.other[0] == '\0') continue;
+    return "the program called " + Printable(part.header.other) +
+           " without the layer, as programs do that open it by its name. Let them open the layer "
+           "in "
+           "its place: copy " +
+           Printable(layer) +
+           " to a folder as libvorn.so, name that folder in "
+           "LD_LIBRARY_PATH and the runtime in VORN_NEXT";
+  }
+  return "";  // a program that made no call
+}
+
+}  // namespace
+
+std::string FindTraceLayer() {
+  std::string own(PATH_MAX, '\0');
+  const ssize_t length = readlink("/proc/self/exe", own.data(), own.size());
+  own.resize(length < 0 ? 0 : static_cast<size_t>(length));
+  const std::string folder = FolderOf(own);
+  for (const char* place : {"/libvorn-trace.so", "/../lib/libvorn-trace.so"}) {
+    if (access((folder + place).c_str(), R_OK) == 0) return folder + place;
+  }
+  throw Fault(ExitStatus::kOwnFault,
+              "there is no libvorn-trace.so in " + Printable(folder) +
+                  " nor in ../lib from there; install it beside this program");
+}
+
+TraceOutcome RunUnderTrace(const TraceRequest& request) {
+  RemoveParts(request.output);  // what an earlier run left that was killed with its program
+  TraceOutcome outcome;
+  int failure = 0;
+  outcome.status = Run(request, failure);
+  if (failure != 0) {
+    throw Fault(ExitStatus{outcome.status},
+                "cannot start '" + Printable(request.command[0]) + "': " + SystemReason(failure));
+  }
+  const std::vector<Part> parts = FindParts(request.output);
+  outcome.reason = WhyNoCall(parts, request.command[0], request.layer);
+  outcome.files = NameParts(request.output, parts);
+  return outcome;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,40 @@
+// A program of the user's, run with the trace layer in it.
+#ifndef VORN_KIT_TRACE_UNDER_LAYER_H_
+#define VORN_KIT_TRACE_UNDER_LAYER_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vorn::kit {
+
+struct TraceRequest {
+  std::vector<std::string>
+      command;         ///< the program, by its path or to be found in PATH, and its words
+  std::string layer;   ///< libvorn-trace.so
+  std::string output;  ///< the trace of the process that made the most calls
+  std::optional<uint64_t> calls;  ///< for how many there is room; empty: what the layer takes
+};
+
+struct TraceOutcome {
+  int status = 0;  ///< as a shell tells it: the program's own, or 128 and the signal
+  std::vector<std::string> files;  ///< those with calls, the one at `output` first
+  std::string reason;              ///< why there is none, where there should be; else empty
+};
+
+/// Runs the command to its end with this process's descriptors. While it runs, the keys that end
+/// programs reach it alone. Throws a Fault if it cannot be started, with a status of 127 if there
+/// is no such program and 126 otherwise.
+///
+/// Every process of the command leaves a trace beside `output`, which get their names as this ends;
+/// those without a call are removed. The file at `output` is replaced.
+[[nodiscard]] TraceOutcome RunUnderTrace(const TraceRequest& request);
+
+/// libvorn-trace.so beside this program or in the lib folder of the tree that it is installed in.
+/// Throws a Fault of kOwnFault if it is in neither.
+[[nodiscard]] std::string FindTraceLayer();
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_TRACE_UNDER_LAYER_H_

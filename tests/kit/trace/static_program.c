@@ -1,0 +1,2 @@
+/* A program into which nothing can be preloaded. */
+int main(void) { return 0; }

@@ -1,0 +1,164 @@
+// `vorn trace` as a program, over vorn-run on the scripted runtime and over others.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "support/command.h"
+#include "support/files.h"
+#include "support/stage.h"
+
+namespace {
+
+using support::Outcome;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+class Trace : public testing::Test {
+ protected:
+  Trace() {
+    stage_.File("in.bin", support::CountingBytes(6)).List({"in.bin"});
+    stage_.script.Input(
+        {.name = "image", .dims = {1, 1, 2, 3}, .type = 4, .stride = 8, .size = 16});
+    stage_.script.Scratch();
+    stage_.script.Output({.name = "same", .dims = {2, 3}, .type = 4, .stride = 8, .size = 16});
+    stage_.launcher = {VORN_COMMAND, "trace", "-o", Path("run.vtrace"), "--"};
+  }
+
+  std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
+
+  Outcome Run(std::vector<std::string> words) const {
+    words.insert(words.begin(), {"trace", "-o", Path("run.vtrace")});
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = std::move(words);
+    return RunCommand(command);
+  }
+
+  std::vector<std::string> Files() const {
+    std::vector<std::string> names;
+    for (const auto& [name, bytes] : support::ReadTree(folder_.Path())) names.push_back(name);
+    return names;
+  }
+
+  support::TempDir folder_;
+  support::Stage stage_;
+};
+
+TEST_F(Trace, ReportsBehindTheProgramAndChangesNothingOfIt) {
+  const support::Transcript traced = stage_.Run();
+  stage_.launcher.clear();
+  const support::Transcript plain = stage_.Run();
+  EXPECT_EQ(traced.status, 0) << traced.Describe();
+  EXPECT_EQ(traced.lines, plain.lines);
+  EXPECT_EQ(traced.files, plain.files);
+  EXPECT_EQ(traced.record.Calls(), plain.record.Calls());
+  EXPECT_THAT(traced.err, HasSubstr("vorn_mdl_execute "));
+  EXPECT_THAT(traced.err, HasSubstr("\nwhole "));
+  EXPECT_THAT(traced.err, HasSubstr("\ntrace    " + Path("run.vtrace") + "\n"));
+  EXPECT_THAT(Files(), ElementsAre("run.vtrace"));
+  // What was reserved for more calls is gone.
+  EXPECT_EQ(std::filesystem::file_size(Path("run.vtrace")),
+            8192 + 128 * plain.record.Calls().size());
+}
+
+TEST_F(Trace, ReadsATraceAnew) {
+  ASSERT_EQ(stage_.Run().status, 0);
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.arguments = {"trace", "--read", Path("run.vtrace")};
+  const Outcome read = RunCommand(command);
+  EXPECT_EQ(read.status, 0);
+  EXPECT_THAT(read.out, StartsWith("program  "));
+  EXPECT_EQ(read.err, "");
+  command.arguments.back() = "/dev/null";
+  EXPECT_EQ(RunCommand(command).status, 125);
+  command.arguments.push_back("program");
+  EXPECT_EQ(RunCommand(command).err,
+            "vorn trace: --read reads a trace and runs nothing; leave out the program\n");
+}
+
+TEST_F(Trace, EndsAsTheProgramDoes) {
+  EXPECT_EQ(Run({"--", "sh", "-c", "exit 3"}).status, 3);
+  EXPECT_EQ(Run({"sh", "-c", "kill -SEGV $$"}).status, 128 + SIGSEGV);
+  const Outcome help = Run({"echo", "--help", "-o"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(Run({"printf", "%s", "--quiet"}).out, "--quiet");
+}
+
+TEST_F(Trace, SaysThatAProgramMadeNoCall) {
+  const Outcome ended = Run({"true"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.err, "vorn trace: the program made no call\n");
+  EXPECT_TRUE(Files().empty());
+  EXPECT_EQ(Run({"--quiet", "true"}).err, "");
+}
+
+TEST_F(Trace, LeavesAFileForEachProcessWithCalls) {
+  stage_.launcher = {VORN_COMMAND, "trace", "-o", Path("run.vtrace"),
+                     "--",         "sh",    "-c", "\"$0\" \"$@\" && \"$0\" \"$@\""};
+  EXPECT_EQ(stage_.Run().status, 0);
+  EXPECT_EQ(Files().size(), 2U);
+  EXPECT_THAT(Files()[1], StartsWith("run.vtrace."));
+}
+
+TEST_F(Trace, KeepsWhatWasPreloadedBefore) {
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.arguments = {"trace", "-q", "-o", Path("run.vtrace"), "sh", "-c", "echo \"$LD_PRELOAD\""};
+  command.environment["LD_PRELOAD"] = "libm.so.6";
+  EXPECT_THAT(RunCommand(command).out, testing::EndsWith("/libvorn-trace.so:libm.so.6\n"));
+}
+
+TEST_F(Trace, TellsWhyAProgramCannotStart) {
+  const Outcome missing = Run({"/no/such/program"});
+  EXPECT_EQ(missing.status, 127);
+  EXPECT_EQ(missing.err,
+            "vorn trace: cannot start '/no/such/program': No such file or directory\n");
+  support::WriteFile(Path("data"), "no program");
+  const Outcome data = Run({Path("data")});
+  EXPECT_EQ(data.status, 126);
+  EXPECT_THAT(data.err, HasSubstr("Permission denied"));
+}
+
+TEST_F(Trace, TellsThatAStaticProgramCannotBeTraced) {
+  const Outcome ended = Run({VORN_STATIC_PROGRAM});
+  EXPECT_EQ(ended.status, 125);
+  EXPECT_EQ(ended.err, "vorn trace: the layer was not loaded into '" VORN_STATIC_PROGRAM
+                       "': it is linked statically, so that nothing can be preloaded; link it with "
+                       "libvorn.so\n");
+}
+
+TEST_F(Trace, TellsThatThereIsNoPlaceForATrace) {
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.arguments = {"trace", "-o", "/no/folder/run.vtrace", "true"};
+  const Outcome ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 125);
+  EXPECT_THAT(ended.err, HasSubstr("vorn trace: the layer was not loaded into 'true': see what"));
+}
+
+TEST_F(Trace, RefusesWordsThatMeanNothing) {
+  EXPECT_EQ(Run({}).status, 125);
+  EXPECT_EQ(Run({}).err, "vorn trace: the program is missing: vorn trace -- PROGRAM [WORD...]\n");
+  EXPECT_EQ(Run({"--calls", "0", "true"}).err,
+            "vorn trace: --calls takes a whole number from 1 to 16777216, and got '0'\n");
+  EXPECT_EQ(Run({"--outptu", "x", "true"}).err,
+            "vorn trace: there is no option '--outptu'; did you mean '--output'?; --help lists "
+            "them\n");
+}
+
+TEST_F(Trace, HelpsInFrontOfAProgramOnly) {
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.arguments = {"trace", "--output", "--help", "--help"};
+  const Outcome ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_THAT(ended.out, StartsWith("vorn trace: every call of a program"));
+  EXPECT_THAT(Run({"cat", "--help"}).out, Not(HasSubstr("vorn trace")));
+}
+
+}  // namespace
