@@ -459,5 +459,40 @@ TEST(LinesAndCalls, OfAModelFileThatIsEmpty) {
        "[ERROR] load model from file failed, model file is $DIR/model.om"});
 }
 
+// Nothing is asked, and nothing is said, between a refusal and its message.
+TEST(LinesAndCalls, LeaveNothingBetweenARefusalAndItsMessage) {
+  const struct {
+    const char* operation;
+    const char* calls;
+    const char* value;
+    const char* message;
+  } cases[] = {
+      {"vorn_mdl_create_dataset", "1", "null",
+       "[ERROR] can't create dataset, create output failed"},
+      {"vorn_mdl_get_output_default_stride", "2", "0",
+       "[ERROR] Error, output default stride is 0."},
+      {"vorn_mdl_get_output_size_by_index", "3", "0", "[ERROR] Error, output size is 0."},
+      {"vorn_mdl_create_dataset", "2", "null", "[ERROR] can't create dataset, create input failed"},
+      {"vorn_mdl_get_input_default_stride", "4", "0",
+       "[ERROR] vorn_mdl_get_input_default_stride error!"},
+      {"vorn_mdl_set_dynamic_batch_size", "1", "6",
+       "[ERROR] vorn_mdl_set_dynamic_batch_size fail! ret = 6"},
+      {"vorn_mdl_get_dataset_num_buffers", "1", "0", "[ERROR] input dataset Num is 0."},
+      {"vorn_ext_get_mdl_net_type", "2", "6", "[ERROR] vorn_ext_get_mdl_net_type fail! ret = 6"},
+      {"vorn_mdl_set_total_t", "1", "6", "[ERROR] vorn_mdl_set_total_t failed, ret = 6"},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.message);
+    Stage stage;
+    Set(&stage, kIn, kOut);
+    stage.script.Net(2).Answer(each.operation, each.calls, each.value);
+    const Lines all = LinesAndCalls(&stage, {"-t", "1"});
+    const auto refused = std::ranges::find_if(
+        all, [](const std::string& line) { return line.ends_with(" [scripted]"); });
+    ASSERT_LT(refused + 1, all.end());
+    EXPECT_EQ(refused[1], each.message) << *refused;
+  }
+}
+
 }  // namespace
 }  // namespace e2e
