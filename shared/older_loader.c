@@ -1,7 +1,7 @@
 /*
  * The functions that open libraries, for a program for the board: version 2.34 of the C library has
- * them anew, older ones in libdl.so.2. The older versions of their names are in both, and the program
- * is linked with libdl.so.2, which newer systems still have. See docs/board-baseline.md.
+ * them anew, older ones in libdl.so.2. The older versions of their names are in both, and the
+ * program is linked with libdl.so.2, which newer systems still have. See docs/board-baseline.md.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>

@@ -201,7 +201,7 @@ std::string FindProgram(const std::string& word) {
   std::string_view folders = path == nullptr ? "/bin:/usr/bin" : path;
   while (true) {
     const std::string_view folder = folders.substr(0, folders.find(':'));
-    const std::string file = (folder.empty() ? "." : std::string(folder)) + "/" + word;
+    std::string file = (folder.empty() ? "." : std::string(folder)) + "/" + word;
     if (access(file.c_str(), X_OK) == 0) return file;
     if (folder.size() == folders.size()) return word;
     folders.remove_prefix(folder.size() + 1);

@@ -11,6 +11,7 @@ namespace vorn::layers {
 
 /// The operations of the next runtime; null where it has none of that name.
 struct NextRuntime {
+// NOLINTNEXTLINE(bugprone-macro-parentheses): it is the name that is declared
 #define VORN_LAYERS_MEMBER(name, needs, role, thing, parameters) decltype(&::name) name;
   VORN_OPERATIONS(VORN_LAYERS_MEMBER, VORN_NO_PARAMETER)
 #undef VORN_LAYERS_MEMBER

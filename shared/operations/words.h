@@ -57,6 +57,7 @@ consteval auto ParameterType() {
 /// A parameter of the table: its role, and the type that it has in vorn.h.
 template <Role kParameterRole, typename Thing>
 struct Parameter {
+  // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): it is a constant
   static constexpr Role kRole = kParameterRole;
   using Type = typename decltype(ParameterType<kParameterRole, Thing>())::type;
 };

@@ -35,12 +35,14 @@ struct Parameters {
 };
 
 #define VORN_PARAMETER(role, kind, name) +Parameter<Role::role, thing::kind>()
+// NOLINTBEGIN(bugprone-macro-parentheses): words of a table, which parentheses would change
 #define VORN_CHECK(name, needs, role, kind, parameters)                                            \
   static_assert(                                                                                   \
       std::is_same_v<decltype(&name), decltype(Parameters<>() parameters)::Function<thing::kind>>, \
       "the table has other types for " #name);
 VORN_OPERATIONS(VORN_CHECK, VORN_PARAMETER)
 #undef VORN_CHECK
+// NOLINTEND(bugprone-macro-parentheses)
 #undef VORN_PARAMETER
 
 // ---- Names and order, in the header's text ------------------------------------------------------

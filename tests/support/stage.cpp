@@ -71,7 +71,7 @@ std::string JoinPath(const std::string& first, const char* rest) {
 
 std::string VornRunPath() {
   const char* named = std::getenv("VORN_RUN");
-  const std::string path = named != nullptr ? named : VORN_RUN_DEFAULT;
+  std::string path = named != nullptr ? named : VORN_RUN_DEFAULT;
   if (path.empty()) throw std::runtime_error("VORN_RUN names no executable and none was built");
   return path;
 }
