@@ -44,6 +44,10 @@ std::array<char, PATH_MAX> g_name;  // absolute: the program may change its fold
 pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 bool g_isTried = false;  // under the lock
 
+// Whether the process had a runtime as the layer was loaded: it is linked with one, and whatever it
+// calls of it comes by way of the layer.
+bool g_isLinked = false;
+
 uint64_t ClockNs(clockid_t clock) {
   timespec now{};
   clock_gettime(clock, &now);
@@ -227,6 +231,8 @@ uint32_t ThreadId() {
 }
 
 void BeginTrace() {
+  const char* linked = nullptr;
+  g_isLinked = dl_iterate_phdr(FindRuntime, &linked) != 0;
   OpenTrace();
   if (pthread_atfork(nullptr, nullptr, OpenInChild) != 0) {
     Say("children of fork write into the trace of their parent");
@@ -237,7 +243,8 @@ void CloseTrace() {
   trace::Header* header = g_header.load(std::memory_order_acquire);
   if (header == nullptr) return;
   const char* other = nullptr;
-  if (header->runtime[0] == '\0' && dl_iterate_phdr(FindRuntime, &other) != 0) {
+  const bool isUncalled = header->runtime[0] == '\0' && !g_isLinked;
+  if (isUncalled && dl_iterate_phdr(FindRuntime, &other) != 0) {
     std::strncpy(header->other, other, sizeof(header->other) - 1);
   }
   header->endedNs = ClockNs(CLOCK_MONOTONIC);

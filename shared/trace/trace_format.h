@@ -34,7 +34,7 @@ struct Header {
   char host[256];        ///< zero-terminated, as all texts here; cut where it is longer
   char program[1024];
   char runtime[1024];  ///< the library behind the layer; empty before the first call
-  char other[1024];    ///< a runtime in the process that is not called by way of the layer
+  char other[1024];    ///< a runtime that was opened later and not called by way of the layer
 };
 inline constexpr uint32_t kHeaderBytes = 4096;
 inline constexpr uint32_t kNameBytes = 64;

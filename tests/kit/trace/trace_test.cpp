@@ -97,6 +97,22 @@ TEST_F(Trace, SaysThatAProgramMadeNoCall) {
   EXPECT_EQ(Run({"--quiet", "true"}).err, "");
 }
 
+// It has a runtime, as every process of it does, and comes to no call.
+TEST_F(Trace, SaysTheSameOfAProgramThatIsLinkedWithARuntime) {
+  const Outcome ended = Run({support::VornRunPath()});
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_THAT(ended.err, testing::EndsWith("vorn trace: the program made no call\n"));
+}
+
+TEST_F(Trace, TellsThatTheProgramOpenedItsRuntimeByName) {
+  const Outcome ended = Run({VORN_OPENING_PROGRAM, VORN_SCRIPTED_LIBRARY});
+  EXPECT_EQ(ended.status, 125);
+  EXPECT_THAT(ended.err,
+              StartsWith("vorn trace: the program called " VORN_SCRIPTED_LIBRARY
+                         " without the layer, as programs do that open it by its name."));
+  EXPECT_TRUE(Files().empty());
+}
+
 TEST_F(Trace, LeavesAFileForEachProcessWithCalls) {
   stage_.launcher = {VORN_COMMAND, "trace", "-o", Path("run.vtrace"),
                      "--",         "sh",    "-c", "\"$0\" \"$@\" && \"$0\" \"$@\""};
