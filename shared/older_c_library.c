@@ -22,15 +22,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#if defined(__x86_64__)
-#define OLDEST "GLIBC_2.2.5"
-#elif defined(__aarch64__)
-#define OLDEST "GLIBC_2.17"
-#else
-#error "which version do this machine's oldest symbols have?"
-#endif
-
-#define HIDDEN __attribute__((visibility("hidden")))
+#include "oldest_symbols.h"
 
 /* ---- 2.34: the start ------------------------------------------------------------------------ */
 

@@ -6,15 +6,7 @@
 #define _GNU_SOURCE
 #include <dlfcn.h>
 
-#if defined(__x86_64__)
-#define OLDEST "GLIBC_2.2.5"
-#elif defined(__aarch64__)
-#define OLDEST "GLIBC_2.17"
-#else
-#error "which version do this machine's oldest symbols have?"
-#endif
-
-#define HIDDEN __attribute__((visibility("hidden")))
+#include "oldest_symbols.h"
 
 extern void* OpenLibrary(const char*, int);
 extern void* FindSymbol(void*, const char*);

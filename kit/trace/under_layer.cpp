@@ -17,7 +17,7 @@
 #include <memory>
 
 #include "kit/common/fault.h"
-#include "kit/common/file_identity.h"
+#include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/trace/trace_file.h"
 #include "shared/trace/trace_format.h"
@@ -270,10 +270,7 @@ std::string WhyNoCall(const std::vector<Part>& parts, const std::string& word,
 }  // namespace
 
 std::string FindTraceLayer() {
-  std::string own(PATH_MAX, '\0');
-  const ssize_t length = readlink("/proc/self/exe", own.data(), own.size());
-  own.resize(length < 0 ? 0 : static_cast<size_t>(length));
-  const std::string folder = FolderOf(own);
+  const std::string folder = OwnFolder();
   for (const char* place : {"/libvorn-trace.so", "/../lib/libvorn-trace.so"}) {
     if (access((folder + place).c_str(), R_OK) == 0) return folder + place;
   }

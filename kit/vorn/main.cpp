@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -14,23 +13,13 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/nearest.h"
+#include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 
 namespace vorn::kit {
 namespace {
 
 constexpr std::string_view kPrefix = "vorn-";
-
-std::string OwnFolder() {
-  std::string path(PATH_MAX, '\0');
-  const ssize_t length = readlink("/proc/self/exe", path.data(), path.size());
-  if (length <= 0) {
-    throw Fault(ExitStatus::kOwnFault,
-                "cannot find out where this program is: " + SystemReason(errno));
-  }
-  path.resize(static_cast<size_t>(length));
-  return path.substr(0, path.rfind('/'));
-}
 
 // The verbs beside this program, in order. vorn-run is the command itself and no verb.
 std::vector<std::string> FindVerbs(const std::string& folder) {
