@@ -1,35 +1,20 @@
-// UTF-8 by its table: how long a sequence is, and which first bytes never begin one.
 #include "kit/common/printable.h"
 
 #include <array>
 #include <cstdio>
 #include <system_error>
 
+#include "shared/text/characters.h"
+
 namespace vorn::kit {
 namespace {
 
 bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
-// How many bytes the code point at the front takes; 0 where there is none that may be printed:
-// control characters of either set, halves of pairs, longer forms of shorter ones.
-size_t PrintableLength(std::string_view text) {
-  const auto first = static_cast<unsigned char>(text[0]);
-  if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;
-  const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
-  uint32_t point = first & (0xFFu >> (length + 1));
-  for (size_t i = 1; i < length; ++i) {
-    if (!IsContinuation(text[i])) return 0;
-    point = point << 6 | (static_cast<unsigned char>(text[i]) & 0x3Fu);
-  }
-  constexpr std::array<uint32_t, 5> kLeast{0, 0, 0x80, 0x800, 0x10000};
-  const bool isControl = point < 0xA0;
-  const bool isSteering = (point >= 0x200E && point <= 0x200F) ||  // the direction of writing
-                          (point >= 0x2028 && point <= 0x202E) ||
-                          (point >= 0x2066 && point <= 0x2069) || point == 0xFEFF;
-  const bool isHalf = point >= 0xD800 && point <= 0xDFFF;
-  return point < kLeast[length] || point > 0x10FFFF || isControl || isHalf || isSteering ? 0
-                                                                                         : length;
+// How many bytes the character at the front takes; 0 where there is none that may be printed.
+size_t PrintableLength(std::string_view rest) {
+  const size_t length = text::CharacterLength(rest);
+  return length == 0 || text::Steers(rest.substr(0, length)) ? 0 : length;
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ _HOST_TESTS = ("vorn_host_test", "vorn_host_allocation_test", "vorn_host_interfa
 ROOMS = {
     "src": _COMMAND_TESTS,
     "runtime/host": _HOST_TESTS,
-    "shared": ("rows_test", *_HOST_TESTS),
+    "shared": ("rows_test", "text_test", *_HOST_TESTS),
 }
 FURTHER_TARGETS = ("conformance-models", "vorn-run")  # that the programs need
 

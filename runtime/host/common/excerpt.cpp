@@ -1,58 +1,18 @@
-// UTF-8, character by character:
-//
-//     00..7f | c2..df tail | e0..ef tail tail | f0..f4 tail tail tail,   tail = 80..bf
-//
-// less what a shorter form would do for (e0 80..9f, f0 80..8f), the surrogates (ed a0..bf) and what
-// lies beyond U+10FFFF (f4 90..bf).
+// Characters and bytes that are shown, and what stands for the others.
 #include "host/common/excerpt.h"
+
+#include "shared/text/characters.h"
 
 namespace vorn::host {
 namespace {
 
-size_t BytesAfter(unsigned char lead) {
-  if (lead >= 0xc2 && lead <= 0xdf) return 1;
-  if (lead >= 0xe0 && lead <= 0xef) return 2;
-  if (lead >= 0xf0 && lead <= 0xf4) return 3;
-  return 0;
-}
-
-bool MayFollow(unsigned char lead, unsigned char second) {
-  const unsigned char least = lead == 0xe0 ? 0xa0 : lead == 0xf0 ? 0x90 : 0x80;
-  const unsigned char most = lead == 0xed ? 0x9f : lead == 0xf4 ? 0x8f : 0xbf;
-  return second >= least && second <= most;
-}
-
-/// Whether the character steers what shows it: a control character (U+0000 to U+001F, U+007F to
-/// U+009F), a break of lines or paragraphs (U+2028, U+2029), a turn of the writing direction
-/// (U+202A to U+202E, U+2066 to U+2069).
-bool Steers(std::string_view character) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(character[i]); };
-  if (character.size() == 1) return byte(0) < 0x20 || byte(0) == 0x7f;
-  if (character.size() == 2) return byte(0) == 0xc2 && byte(1) < 0xa0;
-  if (character.size() != 3 || byte(0) != 0xe2) return false;
-  return (byte(1) == 0x80 && byte(2) >= 0xa8 && byte(2) <= 0xae) ||
-         (byte(1) == 0x81 && byte(2) >= 0xa6 && byte(2) <= 0xa9);
-}
-
-/// Bytes of the character at the front of a text that is not empty; 0 where there is none.
-size_t CharacterLength(std::string_view text) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  if (byte(0) < 0x80) return 1;
-  const size_t after = BytesAfter(byte(0));
-  if (after == 0 || after >= text.size() || !MayFollow(byte(0), byte(1))) return 0;
-  for (size_t i = 2; i <= after; ++i) {
-    if ((byte(i) & 0xc0) != 0x80) return 0;
-  }
-  return after + 1;
-}
-
 /// Takes the character, or the byte that is none, off the front of a text that is not empty.
 /// Returns what is shown of it.
-std::string_view TakeShown(std::string_view& text, std::string_view instead) {
-  const size_t length = CharacterLength(text);
-  const std::string_view character = text.substr(0, length == 0 ? 1 : length);
-  text.remove_prefix(character.size());
-  return length == 0 || Steers(character) ? instead : character;
+std::string_view TakeShown(std::string_view& rest, std::string_view instead) {
+  const size_t length = text::CharacterLength(rest);
+  const std::string_view character = rest.substr(0, length == 0 ? 1 : length);
+  rest.remove_prefix(character.size());
+  return length == 0 || text::Steers(character) ? instead : character;
 }
 
 }  // namespace
