@@ -2,53 +2,50 @@
 #include "kit/model/model_json.h"
 
 #include <array>
-#include <nlohmann/json.hpp>
+#include <type_traits>
 #include <utility>
 
 #include "kit/common/fault.h"
+#include "kit/json/identity_json.h"
+#include "kit/json/json.h"
 
 namespace vorn::kit {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr int kSchema = 1;
 
-// Everything that recurs here is data of the same shape in both directions.
 template <typename Value>
 void Put(Json& object, const char* key, const std::optional<Value>& value) {
-  if (value) object[key] = *value;
+  if (value) object.Set(key, *value);
 }
 
 template <typename Value>
 void Take(const Json& object, const char* key, std::optional<Value>& value) {
-  if (const auto found = object.find(key); found != object.end()) value = found->get<Value>();
-}
-
-Json FromIdentity(const FileIdentity& file) {
-  Json object{{"path", file.path}};
-  Put(object, "sizeBytes", file.sizeBytes);
-  Put(object, "xxh3_128", file.xxh3);
-  return object;
-}
-
-FileIdentity ToIdentity(const Json& object) {
-  FileIdentity file;
-  file.path = object.at("path").get<std::string>();
-  Take(object, "sizeBytes", file.sizeBytes);
-  Take(object, "xxh3_128", file.xxh3);
-  return file;
+  const Json* found = object.Find(key);
+  if (found == nullptr) return;
+  const auto number = [&] {
+    if constexpr (std::is_signed_v<Value>) {
+      return found->AsSigned();
+    } else {
+      return found->AsUnsigned();
+    }
+  }();
+  if (!std::in_range<Value>(number)) {
+    throw JsonError("'" + std::string(key) + "' is " + std::to_string(number) +
+                    ", which is out of range");
+  }
+  value = static_cast<Value>(number);
 }
 
 Json FromTensor(const TensorDescription& tensor, size_t index) {
-  Json object{{"index", index},
-              {"name", tensor.name},
-              {"role", RoleName(tensor.role)},
-              {"shape", tensor.shape}};
-  if (tensor.type) object["type"] = TypeName(*tensor.type);
+  Json object = Json::Object({{"index", index},
+                              {"name", tensor.name},
+                              {"role", RoleName(tensor.role)},
+                              {"shape", Json::ArrayOf(tensor.shape)}});
+  if (tensor.type) object.Set("type", TypeName(*tensor.type));
   Put(object, "typeCode", tensor.type);
   Put(object, "elementBits", tensor.elementBits);
-  if (tensor.format) object["format"] = FormatName(*tensor.format);
+  if (tensor.format) object.Set("format", FormatName(*tensor.format));
   Put(object, "formatCode", tensor.format);
   Put(object, "rows", tensor.Rows());
   Put(object, "rowBytes", tensor.RowBytes());
@@ -61,14 +58,14 @@ Json FromTensor(const TensorDescription& tensor, size_t index) {
 // Names, rows and dense sizes follow from the rest and are for other readers.
 TensorDescription ToTensor(const Json& object) {
   TensorDescription tensor;
-  tensor.name = object.at("name").get<std::string>();
-  tensor.shape = object.at("shape").get<std::vector<int64_t>>();
+  tensor.name = object.At("name").AsText();
+  for (const Json& dim : object.At("shape").Items()) tensor.shape.push_back(dim.AsSigned());
   Take(object, "typeCode", tensor.type);
   Take(object, "elementBits", tensor.elementBits);
   Take(object, "formatCode", tensor.format);
   Take(object, "strideBytes", tensor.strideBytes);
   Take(object, "deviceBytes", tensor.deviceBytes);
-  const auto role = object.at("role").get<std::string>();
+  const std::string& role = object.At("role").AsText();
   constexpr std::array kRoles{TensorRole::kData, TensorRole::kThresholds, TensorRole::kTask,
                               TensorRole::kWork, TensorRole::kOutput};
   for (const TensorRole known : kRoles) {
@@ -78,52 +75,52 @@ TensorDescription ToTensor(const Json& object) {
 }
 
 Json FromTensors(const std::vector<TensorDescription>& tensors) {
-  Json array = Json::array();
-  for (size_t i = 0; i < tensors.size(); ++i) array.push_back(FromTensor(tensors[i], i));
+  Json array = Json::Array();
+  for (size_t i = 0; i < tensors.size(); ++i) array.Append(FromTensor(tensors[i], i));
   return array;
 }
 
 std::vector<TensorDescription> ToTensors(const Json& array) {
   std::vector<TensorDescription> tensors;
-  for (const Json& object : array) tensors.push_back(ToTensor(object));
+  for (const Json& object : array.Items()) tensors.push_back(ToTensor(object));
   return tensors;
 }
 
 }  // namespace
 
 std::string ToJson(const ModelDescription& description) {
-  Json object{{"schema", kSchema}, {"model", FromIdentity(description.model)}};
+  Json object = Json::Object({{"schema", kSchema}, {"model", FromIdentity(description.model)}});
   if (description.configuration) {
-    object["configuration"] = FromIdentity(*description.configuration);
+    object.Set("configuration", FromIdentity(*description.configuration));
   }
-  if (description.runtime) object["runtime"] = FromIdentity(*description.runtime);
-  if (description.netType) object["netType"] = NetTypeName(*description.netType);
+  if (description.runtime) object.Set("runtime", FromIdentity(*description.runtime));
+  if (description.netType) object.Set("netType", NetTypeName(*description.netType));
   Put(object, "netTypeCode", description.netType);
-  object["inputs"] = FromTensors(description.inputs);
-  object["outputs"] = FromTensors(description.outputs);
+  object.Set("inputs", FromTensors(description.inputs));
+  object.Set("outputs", FromTensors(description.outputs));
   constexpr int kIndent = 2;
-  return object.dump(kIndent, ' ', false, Json::error_handler_t::replace) + "\n";
+  return ToText(object, kIndent) + "\n";
 }
 
 ModelDescription FromJson(const std::string& text) {
   try {
-    const Json object = Json::parse(text);
-    const int schema = object.at("schema").get<int>();
+    const Json object = ParseJson(text);
+    const int64_t schema = object.At("schema").AsSigned();
     if (schema < kSchema) {
       throw Fault(ExitStatus::kModel, "the description has schema " + std::to_string(schema) +
                                           ", which never was; the first one is 1");
     }
     ModelDescription description;
-    description.model = ToIdentity(object.at("model"));
-    if (object.contains("configuration")) {
-      description.configuration = ToIdentity(object.at("configuration"));
+    description.model = ToIdentity(object.At("model"));
+    if (const Json* configuration = object.Find("configuration")) {
+      description.configuration = ToIdentity(*configuration);
     }
-    if (object.contains("runtime")) description.runtime = ToIdentity(object.at("runtime"));
+    if (const Json* runtime = object.Find("runtime")) description.runtime = ToIdentity(*runtime);
     Take(object, "netTypeCode", description.netType);
-    description.inputs = ToTensors(object.at("inputs"));
-    description.outputs = ToTensors(object.at("outputs"));
+    description.inputs = ToTensors(object.At("inputs"));
+    description.outputs = ToTensors(object.At("outputs"));
     return description;
-  } catch (const Json::exception& error) {
+  } catch (const JsonError& error) {
     throw Fault(ExitStatus::kModel,
                 "this is no description of a model: " + std::string(error.what()));
   }

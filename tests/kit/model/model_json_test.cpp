@@ -121,13 +121,16 @@ void ExpectFault(const std::string& text, const std::string& reason) {
 TEST(ModelJson, RefusesWhatIsNoDescription) {
   ExpectFault("", "this is no description of a model: ");
   ExpectFault("[]", "this is no description of a model: ");
-  ExpectFault("{}", "key 'schema' not found");
+  ExpectFault("{}", "'schema' is missing");
   ExpectFault(R"({"schema": 0})", "has schema 0, which never was; the first one is 1");
-  ExpectFault(R"({"schema": "1"})", "type must be number");
-  ExpectFault(R"({"schema": 1})", "key 'model' not found");
-  ExpectFault(R"({"schema": 1, "model": {"path": "m"}, "outputs": []})", "key 'inputs' not found");
+  ExpectFault(R"({"schema": "1"})", "expected a whole number, found a text");
+  ExpectFault(R"({"schema": 1})", "'model' is missing");
+  ExpectFault(R"({"schema": 1, "model": {"path": "m"}, "outputs": []})", "'inputs' is missing");
   ExpectFault(R"({"schema": 1, "model": {"path": "m"}, "inputs": [{}], "outputs": []})",
-              "key 'name' not found");
+              "'name' is missing");
+  ExpectFault(R"({"schema": 1, "model": {"path": "m"}, "inputs": [], "outputs": [],
+                  "netTypeCode": 4294967296})",
+              "'netTypeCode' is 4294967296, which is out of range");
 }
 
 }  // namespace
