@@ -19,6 +19,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
+#include "kit/trace/preload_path.h"
 #include "kit/trace/trace_file.h"
 #include "shared/trace/trace_format.h"
 
@@ -39,8 +40,7 @@ std::string FileNameOf(const std::string& path) { return path.substr(path.rfind(
 
 // ---- Running ------------------------------------------------------------------------------------
 
-void SetEnvironment(const TraceRequest& request) {
-  std::string preload = request.layer;
+void SetEnvironment(const TraceRequest& request, std::string preload) {
   const char* before = std::getenv("LD_PRELOAD");
   if (before != nullptr && *before != '\0') preload += ":" + std::string(before);
   setenv("LD_PRELOAD", preload.c_str(), 1);
@@ -55,11 +55,11 @@ void SetEnvironment(const TraceRequest& request) {
 }
 
 // Becomes the program. Returns only where that failed; the reason is in errno.
-void Execute(const TraceRequest& request) {
+void Execute(const TraceRequest& request, const std::string& layer) {
   std::vector<char*> words;
   for (const std::string& word : request.command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
-  SetEnvironment(request);
+  SetEnvironment(request, layer);
   execvp(words[0], words.data());
 }
 
@@ -97,6 +97,7 @@ class SignalsForTheProgram {
 
 // As a shell tells it. `failure` is the errno of an execution that failed, else 0.
 int Run(const TraceRequest& request, int& failure) {
+  const PreloadPath layer(request.layer);
   std::array<int, 2> pipe{};
   if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
     throw Fault(ExitStatus::kLimit, "cannot make a pipe: " + SystemReason(errno));
@@ -104,7 +105,7 @@ int Run(const TraceRequest& request, int& failure) {
   const pid_t child = fork();
   if (child < 0) throw Fault(ExitStatus::kLimit, "cannot start a process: " + SystemReason(errno));
   if (child == 0) {
-    Execute(request);
+    Execute(request, layer.Path());
     const int error = errno;
     [[maybe_unused]] const auto told = write(pipe[1], &error, sizeof(error));
     _exit(kNotFound);
