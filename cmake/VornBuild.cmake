@@ -89,6 +89,12 @@ function(vorn_product name)
   target_link_options(${name} PRIVATE -Wl,--enable-new-dtags -Wl,--as-needed)
 endfunction()
 
+# vorn_ship(<name> BOARD_SIDE|DESK_SIDE): a program or layer that is built and installed for people.
+# What runs on a board runs at a desk, too.
+function(vorn_ship name side)
+  set_property(GLOBAL APPEND PROPERTY VORN_${side} ${name})
+endfunction()
+
 # vorn_link_for_old_systems(<name> [OPENS_LIBRARIES]): the C++ library goes in, which takes less time to
 # start and asks less of an old system. Its symbols stay inside: a runtime may bring a C++ library of
 # its own. A sanitizer wants the shared one. OPENS_LIBRARIES for a program that calls dlopen.

@@ -6,12 +6,23 @@ include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn)
 
 file(RELATIVE_PATH bin_to_lib /${CMAKE_INSTALL_BINDIR} /${CMAKE_INSTALL_LIBDIR})
-set_target_properties(vorn-run vorn-command vorn-inspect vorn-trace PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
-install(TARGETS vorn-run RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-# Whoever builds vorn-run alone installs it alone.
-install(TARGETS vorn-command vorn-inspect vorn-trace
-        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} OPTIONAL)
-install(TARGETS vorn-trace-layer LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} OPTIONAL)
+# install_side(<side> <component>): programs and layers; whoever builds some of them installs those.
+function(install_side side component)
+  get_property(shipped GLOBAL PROPERTY ${side})
+  foreach(target IN LISTS shipped)
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL "EXECUTABLE")
+      set_target_properties(${target} PROPERTIES INSTALL_RPATH $ORIGIN/${bin_to_lib})
+      install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT ${component}
+              OPTIONAL)
+    else()
+      install(TARGETS ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component}
+              OPTIONAL)
+    endif()
+  endforeach()
+endfunction()
+install_side(VORN_BOARD_SIDE board)
+install_side(VORN_DESK_SIDE desk)
 install(TARGETS vorn_interface EXPORT vorn-targets)
 install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/operations.h
               ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h
@@ -30,6 +41,9 @@ if(NOT VORN_LIBRARY)
 endif()
 list(TRANSFORM notices PREPEND ${PROJECT_SOURCE_DIR}/notices/)
 install(FILES ${notices} DESTINATION ${CMAKE_INSTALL_DOCDIR})
+set(board_notices nlohmann-json-LICENSE.txt xxhash-LICENSE.txt)
+list(TRANSFORM board_notices PREPEND ${PROJECT_SOURCE_DIR}/notices/)
+install(FILES ${board_notices} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT board EXCLUDE_FROM_ALL)
 
 install(EXPORT vorn-targets NAMESPACE vorn:: DESTINATION ${package_dir})
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/vorn-config.cmake.in
