@@ -15,6 +15,8 @@ struct FileIdentity {
   std::string path;
   std::optional<uint64_t> sizeBytes;
   std::optional<std::string> xxh3;  ///< XXH3-128 in hexadecimal digits, the upper half first
+
+  bool operator==(const FileIdentity&) const = default;
 };
 
 /// Reads the file once, in pieces. Throws a Fault of `status` that says what `what` is ("the

@@ -1,0 +1,101 @@
+#include "kit/common/whole_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr const char* kUnfinished = ".part";
+
+[[noreturn]] void RefuseFile(const std::string& path, const char* what, int error) {
+  throw Fault(ExitStatus::kLimit,
+              std::string("cannot ") + what + " '" + Printable(path) + "': " + SystemReason(error));
+}
+
+// Returns an errno, 0 for all written.
+int WriteBytes(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t put = write(fd, bytes.data(), bytes.size());
+    if (put < 0 && errno == EINTR) continue;
+    if (put < 0) return errno;
+    bytes.remove_prefix(static_cast<size_t>(put));
+  }
+  return 0;
+}
+
+// Where the last line that has an end stops.
+off_t EndOfLines(int fd, off_t size) {
+  std::array<char, 4096> piece{};
+  while (size > 0) {
+    const off_t start = size > static_cast<off_t>(piece.size())
+                            ? size - static_cast<off_t>(piece.size())
+                            : off_t{0};
+    const ssize_t got = pread(fd, piece.data(), static_cast<size_t>(size - start), start);
+    for (ssize_t at = got; at > 0; --at) {
+      if (piece[static_cast<size_t>(at - 1)] == '\n') return start + at;
+    }
+    size = start;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void WriteWholeFile(const std::string& path, std::string_view bytes) {
+  const std::string unfinished = path + kUnfinished;
+  const int fd = open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) RefuseFile(path, "write", errno);
+  int error = WriteBytes(fd, bytes);
+  // A file system that cannot sync has written all the same.
+  if (error == 0 && fsync(fd) != 0 && errno != EINVAL && errno != ENOSYS) error = errno;
+  if (close(fd) != 0 && error == 0) error = errno;
+  if (error == 0 && std::rename(unfinished.c_str(), path.c_str()) != 0) error = errno;
+  if (error == 0) return;
+  unlink(unfinished.c_str());
+  RefuseFile(path, "write", error);
+}
+
+LineFile::LineFile(const std::string& path) : path_(path) {
+  fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (fd_ < 0) RefuseFile(path, "write", errno);
+  struct stat about {};
+  const bool isCut = fstat(fd_, &about) != 0 || ftruncate(fd_, EndOfLines(fd_, about.st_size)) != 0;
+  if (!isCut) return;
+  const int error = errno;
+  close(fd_);
+  RefuseFile(path, "write", error);
+}
+
+LineFile::~LineFile() {
+  if (fd_ >= 0) close(fd_);
+}
+
+LineFile::LineFile(LineFile&& other) noexcept
+    : path_(std::move(other.path_)), fd_(std::exchange(other.fd_, -1)) {}
+
+LineFile& LineFile::operator=(LineFile&& other) noexcept {
+  std::swap(path_, other.path_);
+  std::swap(fd_, other.fd_);
+  return *this;
+}
+
+void LineFile::Append(std::string_view lines) {
+  const int error = WriteBytes(fd_, lines);
+  if (error != 0) RefuseFile(path_, "write", error);
+}
+
+void LineFile::Sync() {
+  if (fdatasync(fd_) != 0 && errno != EINVAL && errno != ENOSYS) RefuseFile(path_, "sync", errno);
+}
+
+}  // namespace vorn::kit

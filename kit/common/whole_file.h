@@ -1,0 +1,38 @@
+// Files that others read while they are written.
+#ifndef VORN_KIT_COMMON_WHOLE_FILE_H_
+#define VORN_KIT_COMMON_WHOLE_FILE_H_
+
+#include <string>
+#include <string_view>
+
+namespace vorn::kit {
+
+/// Writes a file that appears whole or not at all: under another name in the same folder, synced,
+/// then renamed. Replaces what was there. Throws a Fault of kLimit that names the file.
+void WriteWholeFile(const std::string& path, std::string_view bytes);
+
+/// A file of lines that grows. Move-only owner of its descriptor.
+class LineFile {
+ public:
+  /// Opens the file, or makes it. A last line without its end, which a process left that was killed
+  /// while it wrote, is cut off. Throws a Fault of kLimit that names the file.
+  explicit LineFile(const std::string& path);
+  ~LineFile();
+  LineFile(LineFile&& other) noexcept;
+  LineFile& operator=(LineFile&& other) noexcept;
+
+  /// Puts lines, each with its end, behind the last one, with as few writes as the system takes.
+  /// Throws as above.
+  void Append(std::string_view lines);
+
+  /// Waits until all of it would outlast a loss of power. Throws as above.
+  void Sync();
+
+ private:
+  std::string path_;
+  int fd_ = -1;
+};
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_COMMON_WHOLE_FILE_H_

@@ -1,0 +1,86 @@
+#include "kit/common/whole_file.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "kit/common/fault.h"
+#include "support/files.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
+using vorn::kit::LineFile;
+using vorn::kit::WriteWholeFile;
+
+class WholeFile : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
+
+  support::TempDir folder_;
+};
+
+TEST_F(WholeFile, ReplacesWhatWasThereAndLeavesNothingElse) {
+  WriteWholeFile(Path("file"), "one");
+  WriteWholeFile(Path("file"), std::string("t\0wo", 4));
+  EXPECT_THAT(support::ReadTree(folder_.Path()),
+              ElementsAre(Pair("file", std::string("t\0wo", 4))));
+}
+
+TEST_F(WholeFile, NamesAFileThatItCannotWrite) {
+  try {
+    WriteWholeFile(Path("no/file"), "one");
+    FAIL();
+  } catch (const vorn::kit::Fault& fault) {
+    EXPECT_EQ(fault.Status(), vorn::kit::ExitStatus::kLimit);
+    EXPECT_EQ(fault.what(), "cannot write '" + Path("no/file") + "': No such file or directory");
+  }
+}
+
+TEST_F(WholeFile, LeavesTheOldFileWhereTheNewOneCannotTakeItsPlace) {
+  support::WriteFile(Path("folder/in"), "one");
+  EXPECT_THROW(WriteWholeFile(Path("folder"), "two"), vorn::kit::Fault);
+  EXPECT_THAT(support::ReadTree(folder_.Path()), ElementsAre(Pair("folder/in", "one")));
+}
+
+TEST_F(WholeFile, AppendsLines) {
+  {
+    LineFile file(Path("lines"));
+    file.Append("one\n");
+    file.Append("two\nthree\n");
+    file.Sync();
+  }
+  LineFile file(Path("lines"));
+  LineFile other = std::move(file);
+  other.Append("four\n");
+  EXPECT_EQ(support::ReadFile(Path("lines")), "one\ntwo\nthree\nfour\n");
+}
+
+TEST_F(WholeFile, CutsOffALineWithoutItsEnd) {
+  const std::string whole = "one\n" + std::string(10000, 'x') + "\n";
+  for (const size_t torn : {0U, 1U, 4095U, 4096U, 4097U, 9000U}) {
+    support::WriteFile(Path("lines"), whole + std::string(torn, 'y'));
+    LineFile(Path("lines")).Append("two\n");
+    EXPECT_EQ(support::ReadFile(Path("lines")), whole + "two\n") << torn;
+  }
+  support::WriteFile(Path("lines"), std::string(5000, 'y'));
+  LineFile(Path("lines")).Append("two\n");
+  EXPECT_EQ(support::ReadFile(Path("lines")), "two\n");
+}
+
+TEST_F(WholeFile, NamesLinesThatItCannotWrite) {
+  EXPECT_THROW(LineFile(Path("no/lines")), vorn::kit::Fault);
+  if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "there is no /dev/full";
+  const std::string full = Path("full");
+  ASSERT_EQ(symlink("/dev/full", full.c_str()), 0);
+  try {
+    LineFile(full).Append("x\n");
+    FAIL();
+  } catch (const vorn::kit::Fault& fault) {
+    EXPECT_EQ(fault.Status(), vorn::kit::ExitStatus::kLimit);
+  }
+}
+
+}  // namespace
