@@ -45,7 +45,7 @@ GoldenFiles RunGolden(const fs::path& caseFolder) {
   files["stdout"] = stage.Normalise(transcript.rawOut);
   files["stderr"] = transcript.err;
   files["status"] = EndOf(transcript);
-  files["calls"] = JoinLines(transcript.record.CallsWithoutQueries());
+  files["calls"] = JoinLines(transcript.record.Calls());
   for (const auto& [name, bytes] : transcript.files) files["files/" + name] = bytes;
   return files;
 }

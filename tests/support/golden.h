@@ -6,7 +6,7 @@
 //   <case>/expected/stdout    standard output, normalised as the stage does it
 //   <case>/expected/stderr
 //   <case>/expected/status    `status 0` or `signal 6`
-//   <case>/expected/calls     the runtime calls without those that only ask
+//   <case>/expected/calls     the runtime calls, in their order
 //   <case>/expected/files/... everything below the folder `out` of the run
 #ifndef VORN_TESTS_SUPPORT_GOLDEN_H_
 #define VORN_TESTS_SUPPORT_GOLDEN_H_
