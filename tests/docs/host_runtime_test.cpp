@@ -56,7 +56,7 @@ Tables ReadTables() {
     if (line.rfind("### `model`", 0) == 0) isOfModel = true;
     if (line.rfind("| Key | Value |", 0) == 0) {
       isInTable = true;
-    } else if (line.rfind("|", 0) != 0) {
+    } else if (!line.starts_with("|")) {
       isInTable = false;
     } else if (isInTable && line.rfind("|---", 0) != 0) {
       const std::vector<std::string> cells = Cells(line);

@@ -166,7 +166,7 @@ TEST(Dump, WritesEveryLineOfALargeOutput) {
   std::string text;
   std::vector<float> values;
   for (size_t i = 0; i < kValues; ++i) {
-    const int value = static_cast<int8_t>(i % 256);
+    const int value = i % 256 < 128 ? static_cast<int>(i % 256) : static_cast<int>(i % 256) - 256;
     text += std::to_string(value) + ".0000000000000000\n";
     values.push_back(static_cast<float>(value));
   }

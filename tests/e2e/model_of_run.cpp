@@ -703,13 +703,14 @@ void Command::SortInputsByName() {
   Strings& entries = inputFiles_;
   const size_t count = inputNames_.size();
   if (Modulo(entries.size(), count) != 0) return;
+  const size_t groups = Divide(entries.size(), count);
   if (!CheckInputNames()) return;
   std::map<std::string, size_t> positions;
   for (size_t k = 0; k < count; ++k) positions[inputNames_[k]] = k;
   const auto position = [&](const std::string& entry) {
     return positions[entry.substr(0, entry.find(':'))];
   };
-  for (size_t group = 0; group < entries.size() / count; ++group) {
+  for (size_t group = 0; group < groups; ++group) {
     const auto first = entries.begin() + static_cast<std::ptrdiff_t>(group * count);
     // Entries of one name may come out in any order. So few come out of the library's sort in the
     // order they went in, and a test wants one answer.
