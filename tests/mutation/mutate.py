@@ -67,8 +67,10 @@ ROOMS = {
     "src": _COMMAND_TESTS,
     "runtime/host": _HOST_TESTS,
     "shared": ("rows_test", "text_test", *_HOST_TESTS),
+    "layers": ("layers_test", "kit_verbs_test"),
+    "kit": ("kit_common_test", "kit_model_test", "kit_trace_test", "kit_verbs_test"),
 }
-FURTHER_TARGETS = ("conformance-models", "vorn-run")  # that the programs need
+FURTHER_TARGETS = ("conformance-models", "vorn-run", "board", "vorn_caller")  # that tests start
 
 
 def results_file():
