@@ -1,6 +1,6 @@
 # The installed tree: bin/ with vorn-run, vorn and its verbs, lib/ with libvorn.so (and the library that
-# executes its models) and the layers, the headers, a CMake package for whoever writes or uses a runtime,
-# and the notices of what others wrote of all this.
+# executes its models) and the layers, share/ with manual pages, completion and the notices of what
+# others wrote of all this, the headers, and a CMake package for whoever writes or uses a runtime.
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vorn)
@@ -21,8 +21,29 @@ function(install_side side component)
     endif()
   endforeach()
 endfunction()
+# What a verb says of itself as a manual page. Behind the programs, which are asked as they are installed.
+function(install_manuals side)
+  get_property(shipped GLOBAL PROPERTY ${side})
+  list(FILTER shipped EXCLUDE REGEX "^vorn-(run|command|.*-layer)$")
+  foreach(target IN LISTS shipped)
+    install(CODE "
+      if(EXISTS \"$<TARGET_FILE:${target}>\")
+        set(folder \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1\")
+        file(MAKE_DIRECTORY \"\${folder}\")
+        execute_process(COMMAND \"$<TARGET_FILE:${target}>\" --help=man
+                        OUTPUT_FILE \"\${folder}/${target}.1\" COMMAND_ERROR_IS_FATAL ANY)
+      endif()" COMPONENT manuals)
+  endforeach()
+endfunction()
+
 install_side(VORN_BOARD_SIDE board)
 install_side(VORN_DESK_SIDE desk)
+if(NOT CMAKE_CROSSCOMPILING)
+  install_manuals(VORN_BOARD_SIDE)
+  install_manuals(VORN_DESK_SIDE)
+endif()
+install(FILES ${PROJECT_SOURCE_DIR}/kit/vorn/completion.bash RENAME vorn COMPONENT desk
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(TARGETS vorn_interface EXPORT vorn-targets)
 install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/operations.h
               ${PROJECT_SOURCE_DIR}/include/vorn/vorn.h

@@ -82,7 +82,7 @@ check_layout() {
   files_like '*.c' '*.cpp' '*.h' | told 'error: ' xargs -d '\n' clang-format --dry-run -Werror
 }
 
-check_scripts() { files_like '*.sh' .ci/run | told . xargs -d '\n' shellcheck --format gcc; }
+check_scripts() { files_like '*.sh' '*.bash' .ci/run | told . xargs -d '\n' shellcheck --format gcc; }
 
 check_python() { files_like '*.py' | told . xargs -d '\n' flake8; }
 

@@ -61,6 +61,10 @@ int Dispatch(int argc, char** argv) {
     PrintUsage(stdout, verbs);
     return std::fflush(stdout) == 0 ? 0 : static_cast<int>(ExitStatus::kLimit);
   }
+  if (word == "--help=names") {  // for completion
+    for (const std::string& verb : verbs) std::printf("%s\n", verb.c_str());
+    return std::fflush(stdout) == 0 ? 0 : static_cast<int>(ExitStatus::kLimit);
+  }
   if (word.empty()) {
     PrintUsage(stderr, verbs);
     return static_cast<int>(ExitStatus::kUsage);

@@ -43,6 +43,15 @@ grep -q "^runtime  $work/moved/" "$work/inspected" ||
   -i /nonexistent -j /nonexistent >"$work/out" 2>"$work/traced" || true
 grep -q '^vorn_init ' "$work/traced" || fail "the installed kit traces nothing: $(cat "$work/traced")"
 
+# Each verb has its manual page, and the command its completion.
+for program in "$work/moved"/bin/vorn-*; do
+  name=${program##*/}
+  [ "$name" = vorn-run ] || grep -q "^\.TH" "$work/moved/share/man/man1/$name.1" ||
+    fail "there is no manual page of $name"
+done
+grep -q '^complete .* vorn$' "$work/moved/share/bash-completion/completions/vorn" ||
+  fail "there is no completion of vorn"
+
 # The README shows this project; it is the one that is built here.
 awk '/^```cmake$/ { on = 1; next } /^```$/ { on = 0 } on' "$here/../../README.md" |
   diff -u - "$here/consumer/CMakeLists.txt" >"$work/shown" ||
