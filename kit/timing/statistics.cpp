@@ -1,0 +1,156 @@
+#include "kit/timing/statistics.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+namespace vorn::kit {
+namespace {
+
+constexpr double kDeviationsOfMedian = 1.4826;  // standard deviations in a median deviation
+constexpr double kChanceOfNoneBeyond = 0.05;
+constexpr double kDriftLevel = 0.01;
+constexpr double kMostAutocorrelation = 0.95;
+
+std::vector<double> Sorted(std::span<const double> values) {
+  std::vector<double> sorted(values.begin(), values.end());
+  std::sort(sorted.begin(), sorted.end());
+  return sorted;
+}
+
+double MedianOfSorted(std::span<const double> sorted) {
+  return std::midpoint(sorted[(sorted.size() - 1) / 2], sorted[sorted.size() / 2]);
+}
+
+double AtShare(std::span<const double> sorted, double share) {
+  const auto rank = static_cast<size_t>(std::ceil(share * static_cast<double>(sorted.size())));
+  return sorted[std::clamp<size_t>(rank, 1, sorted.size()) - 1];
+}
+
+double Mean(std::span<const double> values) {
+  return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
+}
+
+// Of two series of one length, both of which vary.
+double Correlation(std::span<const double> one, std::span<const double> other) {
+  const double meanOfOne = Mean(one);
+  const double meanOfOther = Mean(other);
+  double both = 0;
+  double ofOne = 0;
+  double ofOther = 0;
+  for (size_t i = 0; i < one.size(); ++i) {
+    both += (one[i] - meanOfOne) * (other[i] - meanOfOther);
+    ofOne += (one[i] - meanOfOne) * (one[i] - meanOfOne);
+    ofOther += (other[i] - meanOfOther) * (other[i] - meanOfOther);
+  }
+  return ofOne > 0 && ofOther > 0 ? both / std::sqrt(ofOne * ofOther) : 0;
+}
+
+}  // namespace
+
+double Median(std::span<const double> values) { return MedianOfSorted(Sorted(values)); }
+
+double MedianDeviation(std::span<const double> values) {
+  const double middle = Median(values);
+  std::vector<double> distances;
+  distances.reserve(values.size());
+  for (const double value : values) distances.push_back(std::abs(value - middle));
+  return Median(distances);
+}
+
+std::optional<double> Percentile(std::span<const double> values, double share) {
+  if (values.empty()) return std::nullopt;
+  const double none = std::pow(share, static_cast<double>(values.size()));
+  if (none > kChanceOfNoneBeyond) return std::nullopt;
+  return AtShare(Sorted(values), share);
+}
+
+std::optional<double> Spread(std::span<const double> values) {
+  constexpr size_t kLeast = 4;
+  if (values.size() < kLeast) return std::nullopt;
+  const std::vector<double> sorted = Sorted(values);
+  const double middle = MedianOfSorted(sorted);
+  if (middle <= 0) return std::nullopt;
+  return (AtShare(sorted, 0.75) - AtShare(sorted, 0.25)) / middle;
+}
+
+std::vector<size_t> FindOutliers(std::span<const double> values) {
+  std::vector<size_t> places;
+  if (values.empty()) return places;
+  const double middle = Median(values);
+  const double deviation = kDeviationsOfMedian * MedianDeviation(values);
+  if (deviation <= 0) return places;  // more than half are one value: there is no scale
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (std::abs(values[i] - middle) > kOutlierDeviations * deviation) places.push_back(i);
+  }
+  return places;
+}
+
+std::optional<double> FindDrift(std::span<const double> values) {
+  if (values.size() < kLeastForDrift) return std::nullopt;
+  const std::vector<double> ranks = Ranks(values);
+  std::vector<double> places(values.size());
+  std::iota(places.begin(), places.end(), 1.0);
+  const double slope = Correlation(ranks, places);
+  // Values that follow each other rise and fall for a while without a trend.
+  std::vector<double> rest = ranks;
+  for (size_t i = 0; i < rest.size(); ++i) rest[i] -= slope * places[i];
+  const double z =
+      slope * std::sqrt(static_cast<double>(values.size() - 1) / VarianceInflation(rest));
+  const double first = Median(values.first(values.size() / 3));
+  if (2 * NormalShare(-std::abs(z)) > kDriftLevel || first <= 0) return std::nullopt;
+  return Median(values.last(values.size() / 3)) / first - 1;
+}
+
+double Autocorrelation(std::span<const double> values) {
+  if (values.size() < kLeastForAutocorrelation) return 0;
+  const std::vector<double> ranks = Ranks(values);
+  const double mean = Mean(ranks);
+  double all = 0;
+  double next = 0;
+  for (size_t i = 0; i < ranks.size(); ++i) {
+    all += (ranks[i] - mean) * (ranks[i] - mean);
+    if (i > 0) next += (ranks[i] - mean) * (ranks[i - 1] - mean);
+  }
+  if (all <= 0) return 0;
+  // A short series shows its correlation r less (1 + 4 r) / n, since its mean is its own.
+  const auto count = static_cast<double>(values.size());
+  return std::clamp((count * next / all + 1) / (count - 4), 0.0, kMostAutocorrelation);
+}
+
+double VarianceInflation(std::span<const double> values) {
+  const double correlation = Autocorrelation(values);
+  return (1 + correlation) / (1 - correlation);
+}
+
+std::vector<double> Ranks(std::span<const double> values) {
+  std::vector<size_t> order(values.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  std::sort(order.begin(), order.end(),
+            [&](size_t one, size_t other) { return values[one] < values[other]; });
+  std::vector<double> ranks(values.size());
+  for (size_t begin = 0; begin < order.size();) {
+    size_t end = begin + 1;
+    while (end < order.size() && values[order[end]] == values[order[begin]]) ++end;
+    for (size_t i = begin; i < end; ++i) {
+      ranks[order[i]] = static_cast<double>(begin + end + 1) / 2;
+    }
+    begin = end;
+  }
+  return ranks;
+}
+
+double NormalShare(double z) { return std::erfc(-z / std::sqrt(2.0)) / 2; }
+
+double NormalQuantile(double p) {
+  double low = -40;
+  double high = 40;
+  constexpr int kHalvings = 100;
+  for (int i = 0; i < kHalvings; ++i) {
+    const double middle = std::midpoint(low, high);
+    (NormalShare(middle) < p ? low : high) = middle;
+  }
+  return std::midpoint(low, high);
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,127 @@
+#include "kit/timing/statistics.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+#include <random>
+
+namespace vorn::kit {
+namespace {
+
+using testing::DoubleNear;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Values = std::vector<double>;
+
+TEST(Median, IsTheMiddleOrTheMeanOfTwo) {
+  EXPECT_EQ(Median(Values{5}), 5);
+  EXPECT_EQ(Median(Values{9, 1, 4}), 4);
+  EXPECT_EQ(Median(Values{9, 1, 4, 6}), 5);
+}
+
+TEST(MedianDeviation, IsTheMedianDistance) {
+  EXPECT_EQ(MedianDeviation(Values{1, 1, 2, 2, 4, 6, 9}), 1);
+  EXPECT_EQ(MedianDeviation(Values{3, 3, 3}), 0);
+}
+
+TEST(Percentile, IsTheSmallestValueThatTheShareIsNotAbove) {
+  Values values(400);
+  std::iota(values.begin(), values.end(), 1.0);
+  std::shuffle(values.begin(), values.end(), std::mt19937(1));
+  EXPECT_EQ(Percentile(values, 0.99), 396);
+  EXPECT_EQ(Percentile(values, 0.9), 360);
+}
+
+// The chance that n values all lie below the true percentile is share^n; the counts at which it
+// falls below one in twenty are in every table of distribution-free limits.
+TEST(Percentile, IsToldOnlyWhereTheCountCarriesIt) {
+  for (const auto& [share, least] : {std::pair{0.9, 29}, {0.95, 59}, {0.99, 299}}) {
+    EXPECT_FALSE(Percentile(Values(static_cast<size_t>(least - 1), 1.0), share));
+    EXPECT_TRUE(Percentile(Values(static_cast<size_t>(least), 1.0), share));
+  }
+  EXPECT_FALSE(Percentile(Values{}, 0.9));
+}
+
+TEST(Spread, IsTheMiddleHalfByTheMedian) {
+  EXPECT_EQ(Spread(Values{1, 2, 3, 4, 5, 6, 7, 8}), (6 - 2) / 4.5);
+  EXPECT_FALSE(Spread(Values{1, 2, 3}));
+  EXPECT_FALSE(Spread(Values{0, 0, 0, 0}));
+}
+
+TEST(FindOutliers, PointsAtWhatLiesFarOff) {
+  EXPECT_THAT(FindOutliers(Values{100, 101, 99, 100, 102, 98, 300}), ElementsAre(6));
+  EXPECT_THAT(FindOutliers(Values{100, 101, 99, 100, 102, 98, 115}), ElementsAre(6));
+  EXPECT_THAT(FindOutliers(Values{100, 101, 99, 100, 102, 98, 114}), IsEmpty());
+  EXPECT_THAT(FindOutliers(Values{5, 5, 5, 5, 900}), IsEmpty());
+  EXPECT_THAT(FindOutliers(Values{}), IsEmpty());
+}
+
+Values Noise(size_t count, unsigned seed) {
+  std::mt19937 random(seed);
+  std::normal_distribution<double> normal(100, 1);
+  Values values(count);
+  for (double& value : values) value = normal(random);
+  return values;
+}
+
+TEST(FindDrift, SeesARiseAndAFall) {
+  Values rising = Noise(60, 2);
+  for (size_t i = 0; i < rising.size(); ++i) rising[i] += static_cast<double>(i) / 6;
+  const auto drift = FindDrift(rising);
+  ASSERT_TRUE(drift);
+  EXPECT_THAT(*drift, DoubleNear(0.065, 0.02));
+  std::reverse(rising.begin(), rising.end());
+  ASSERT_TRUE(FindDrift(rising));
+  EXPECT_LT(*FindDrift(rising), -0.04);
+  EXPECT_FALSE(FindDrift(Values(rising.begin(), rising.begin() + 11)));
+}
+
+TEST(FindDrift, SeldomSeesOneInNoise) {
+  int seen = 0;
+  for (unsigned seed = 0; seed < 500; ++seed) seen += FindDrift(Noise(40, seed)) ? 1 : 0;
+  EXPECT_LE(seen, 15);  // 1 in 100, and chance
+  EXPECT_FALSE(FindDrift(Values(40, 7.0)));
+}
+
+TEST(Autocorrelation, FindsWhatASeriesWasMadeWith) {
+  std::mt19937 random(3);
+  std::normal_distribution<double> normal;
+  for (const double share : {0.0, 0.3, 0.6, 0.9}) {
+    double sum = 0;
+    for (int round = 0; round < 50; ++round) {
+      Values values{normal(random)};
+      while (values.size() < 400) {
+        values.push_back(share * values.back() + std::sqrt(1 - share * share) * normal(random));
+      }
+      sum += Autocorrelation(values);
+    }
+    EXPECT_THAT(sum / 50, DoubleNear(share, 0.04)) << share;
+  }
+}
+
+TEST(Autocorrelation, IsNoneOfFewOrEqualOrAlternatingValues) {
+  EXPECT_EQ(Autocorrelation(Values{1, 2, 3, 4, 5}), 0);
+  EXPECT_EQ(Autocorrelation(Values(50, 3.0)), 0);
+  Values alternating;
+  for (int i = 0; i < 40; ++i) alternating.push_back(i % 2);
+  EXPECT_EQ(Autocorrelation(alternating), 0);
+  EXPECT_EQ(VarianceInflation(alternating), 1);
+}
+
+TEST(Ranks, ShareTheMeanOfEqualValues) {
+  EXPECT_THAT(Ranks(Values{30, 10, 20, 10, 10}), ElementsAre(5, 2, 4, 2, 2));
+  EXPECT_THAT(Ranks(Values{}), IsEmpty());
+}
+
+TEST(NormalShare, IsAsInTheTables) {
+  EXPECT_THAT(NormalShare(0), DoubleNear(0.5, 1e-12));
+  EXPECT_THAT(NormalShare(-1.959964), DoubleNear(0.025, 1e-7));
+  EXPECT_THAT(NormalQuantile(0.025), DoubleNear(-1.959964, 1e-6));
+  EXPECT_THAT(NormalQuantile(0.999), DoubleNear(3.090232, 1e-6));
+}
+
+}  // namespace
+}  // namespace vorn::kit
