@@ -31,6 +31,8 @@ constexpr Target kTargets[] = {
     {"model_image", fuzz::ModelImage},
 #elif defined(VORN_REPLAY_CONFIGURATION)  // the one below the host runtime's interface
     {"configuration", fuzz::Configuration},
+#elif defined(VORN_REPLAY_KIT)
+    {"kit_texts", fuzz::KitTexts},
 #else
     {"command_line", fuzz::CommandLine}, {"list_file", fuzz::ListFile}, {"rpn_text", fuzz::RpnText},
     {"input_file", fuzz::InputFile},     {"dump", fuzz::Dump},

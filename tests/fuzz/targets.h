@@ -33,6 +33,9 @@ void ModelImage(std::span<const uint8_t> bytes);
 /// A text as the host runtime's configuration, and as the settings of a model.
 void Configuration(std::span<const uint8_t> bytes);
 
+/// One of the texts that the kit reads: JSON, files of a run directory, a description, a log.
+void KitTexts(std::span<const uint8_t> bytes);
+
 }  // namespace fuzz
 
 #endif  // VORN_TESTS_FUZZ_TARGETS_H_

@@ -10,7 +10,11 @@
 namespace vorn::kit {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
+using testing::Lt;
+using testing::Not;
+using testing::SizeIs;
 using testing::ThrowsMessage;
 
 constexpr uint64_t kMostUnsigned = std::numeric_limits<uint64_t>::max();
@@ -48,6 +52,15 @@ TEST(ParseJson, SaysAtWhichByteATextIsWrong) {
   EXPECT_THAT([] { (void)ParseJson("\"\xff\""); },
               ThrowsMessage<JsonError>(HasSubstr("at byte 2")));
   EXPECT_THAT([] { (void)ParseJson("1e999"); }, ThrowsMessage<JsonError>(HasSubstr("overflow")));
+}
+
+TEST(ParseJson, QuotesAnythingInALineThatCanBeRead) {
+  EXPECT_THAT([] { (void)ParseJson("{\x7f"); },
+              ThrowsMessage<JsonError>(AllOf(HasSubstr("at byte 2"), Not(HasSubstr("\x7f")))));
+  EXPECT_THAT([] { (void)ParseJson("{\"\\n\": 1, \"\\n\": 2}"); },
+              ThrowsMessage<JsonError>("the key '\\x0A' stands twice in an object"));
+  EXPECT_THAT([] { (void)ParseJson("\"" + std::string(100'000, 'x')); },
+              ThrowsMessage<JsonError>(SizeIs(Lt(300))));
 }
 
 TEST(ParseJson, RefusesAKeyThatStandsTwice) {
