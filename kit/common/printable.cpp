@@ -37,6 +37,12 @@ std::string Printable(std::string_view text) {
   return printed;
 }
 
+std::string PrintableExcerpt(std::string_view text) {
+  constexpr size_t kLongest = 200;
+  if (text.size() <= kLongest) return Printable(text);
+  return Printable(text.substr(0, kLongest)) + "...";
+}
+
 size_t DisplayWidth(std::string_view text) {
   size_t width = 0;
   for (const char byte : text) width += IsContinuation(byte) ? 0 : 1;

@@ -13,6 +13,9 @@ namespace vorn::kit {
 /// that it stays one line and can be told apart from any other.
 [[nodiscard]] std::string Printable(std::string_view text);
 
+/// The same of a text that may be long: of its first 200 bytes, and "..." where there are more.
+[[nodiscard]] std::string PrintableExcerpt(std::string_view text);
+
 /// How many places of a terminal a text takes, each code point as one.
 [[nodiscard]] size_t DisplayWidth(std::string_view text);
 

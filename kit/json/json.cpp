@@ -16,19 +16,11 @@ constexpr const char* kNan = "NaN";
 constexpr const char* kInfinity = "Infinity";
 constexpr const char* kMinusInfinity = "-Infinity";
 
-constexpr size_t kLongestQuote = 200;
-
-// Of a text that may be long, and hold anything.
-std::string Quoted(std::string_view text) {
-  if (text.size() <= kLongestQuote) return Printable(text);
-  return Printable(text.substr(0, kLongestQuote)) + "...";
-}
-
 // "[json.exception.parse_error.101] parse error at line 1, column 9: syntax error while …"
 std::string OwnWords(std::string_view message) {
   if (const size_t end = message.find("] "); end != message.npos) message.remove_prefix(end + 2);
   if (const size_t end = message.find(": "); end != message.npos) message.remove_prefix(end + 2);
-  return Quoted(message);
+  return PrintableExcerpt(message);
 }
 
 // Builds the value from what the library's parser meets, with a stack of its own.
@@ -57,7 +49,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
     for (const Json::Member& member : open_.back().members) keys.emplace_back(member.first);
     std::sort(keys.begin(), keys.end());
     if (const auto twice = std::adjacent_find(keys.begin(), keys.end()); twice != keys.end()) {
-      throw JsonError("the key '" + Quoted(*twice) + "' stands twice in an object");
+      throw JsonError("the key '" + PrintableExcerpt(*twice) + "' stands twice in an object");
     }
     return Close();
   }

@@ -128,7 +128,7 @@ class Reader {
     if (!Take(line, title)) return false;
     size_t index = 0;
     if (!TakeNumber(line, index) || !Take(line, ", name: ")) {
-      Refuse("'" + Printable(line_) + "' names no tensor");
+      Refuse("'" + PrintableExcerpt(line_) + "' names no tensor");
     }
     if (index != tensors.size()) {
       Refuse("index " + std::to_string(index) + " where " + std::to_string(tensors.size()) +
@@ -137,9 +137,10 @@ class Reader {
     TensorDescription tensor;
     tensor.name = line;
     NextLine();
-    if (!TakeShape(line_, tensor.shape)) Refuse("'" + Printable(line_) + "' is no shape");
+    if (!TakeShape(line_, tensor.shape)) Refuse("'" + PrintableExcerpt(line_) + "' is no shape");
     NextLine();
-    if (!TakeLayout(line_, tensor)) Refuse("'" + Printable(line_) + "' is no type and stride");
+    if (!TakeLayout(line_, tensor))
+      Refuse("'" + PrintableExcerpt(line_) + "' is no type and stride");
     NextLine();
     tensors.push_back(std::move(tensor));
     return true;
@@ -149,7 +150,7 @@ class Reader {
     for (auto* tensors : {&description_.inputs, &description_.outputs}) {
       for (TensorDescription& tensor : *tensors) {
         if (*tensor.deviceBytes % batch_ != 0) {
-          Refuse("the size of '" + Printable(tensor.name) + "', " +
+          Refuse("the size of '" + PrintableExcerpt(tensor.name) + "', " +
                  std::to_string(*tensor.deviceBytes) + ", is no multiple of the batch, " +
                  std::to_string(batch_));
         }

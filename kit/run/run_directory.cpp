@@ -28,7 +28,7 @@ constexpr std::array<std::string_view, 4> kRunStates{"running", "done", "failed"
 template <typename Enum, size_t kSize>
 Enum EnumOf(const std::string& name, const std::array<std::string_view, kSize>& names) {
   const auto* const found = std::find(names.begin(), names.end(), name);
-  if (found == names.end()) throw JsonError("'" + Printable(name) + "' is not known here");
+  if (found == names.end()) throw JsonError("'" + PrintableExcerpt(name) + "' is not known here");
   return static_cast<Enum>(found - names.begin());
 }
 

@@ -153,13 +153,10 @@ TEST(OutputFolder, OnAFullDiskIsWrittenAsFarAsItGoes) {
   Stage stage;
   SetLarge(&stage);
   // Four pages hold neither of the files; what fits is left for the test to see.
-  stage.launcher = {"unshare",
-                    geteuid() == 0 ? "-m" : "-Urm",
-                    "/bin/sh",
-                    "-c",
-                    "mount -t tmpfs -o size=16k none out && \"$@\"; status=$?; "
-                    "mkdir copy && cp -r out/0 copy; exit $status",
-                    "sh"};
+  const std::string script =
+      "mount -t tmpfs -o size=16k none out && \"$@\"; status=$?; "
+      "mkdir copy && cp -r out/0 copy; exit $status";
+  stage.launcher = {"unshare", geteuid() == 0 ? "-m" : "-Urm", "/bin/sh", "-c", script, "sh"};
   if (!CanLaunch(WithOwnMounts("mount -t tmpfs none /mnt")))
     GTEST_SKIP() << "nothing can be mounted";
   stage.outputFolder = "copy";

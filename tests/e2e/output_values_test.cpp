@@ -138,7 +138,7 @@ TEST(OutputValues, KeepSixteenDigits) {
 
 /// A refusal comes once for each of the two files.
 Transcript ExpectRefused(Stage* stage, const Lines& cause) {
-  const Transcript run = stage->Run();
+  Transcript run = stage->Run();
   ExpectStatus(run, 0);
   const Lines once = Join({cause, {"[ERROR] GetOutputWithOutStride fail"}});
   EXPECT_EQ(FromFirstError(run),

@@ -27,6 +27,12 @@ TEST(Printable, ShowsWhatSteersATerminal) {
   EXPECT_EQ(Printable("\xC2\xA0"), "\xC2\xA0");
 }
 
+TEST(PrintableExcerpt, IsTheWholeTextOrItsBeginning) {
+  EXPECT_EQ(PrintableExcerpt("a\nb"), "a\\x0Ab");
+  EXPECT_EQ(PrintableExcerpt(std::string(200, 'x')), std::string(200, 'x'));
+  EXPECT_EQ(PrintableExcerpt(std::string(201, '\n')), Printable(std::string(200, '\n')) + "...");
+}
+
 TEST(Printable, DoublesTheBackslashSoThatTextsStayApart) {
   EXPECT_EQ(Printable("a\\x0A"), "a\\\\x0A");
 }
