@@ -86,6 +86,7 @@ class Validator {
   static bool IsOfType(const Json& type, const Json& value) {
     if (type == "object") return value.is_object();
     if (type == "array") return value.is_array();
+    if (type == "boolean") return value.is_boolean();
     if (type == "string") return value.is_string();
     if (type == "integer") return value.is_number_integer();
     if (type == "number") return value.is_number();

@@ -1,0 +1,122 @@
+// vorn-timing: whether one run is slower than another.
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "kit/common/command_line.h"
+#include "kit/common/printable.h"
+#include "kit/timing/timing_report.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr std::string_view kForms[] = {
+    "TIMES [TIMES...] [--ratio R] [--absolute TIME] [--json]",
+};
+
+constexpr Option kOptions[] = {
+    {"ratio", 'r', "R", "A difference counts from this ratio of the medians on, 1.03 without it."},
+    {"absolute", 'a', "TIME", "And from this time on, as 10us, 0.5ms or 1s; 10us without it."},
+    {"unit", 'u', "UNIT", "Of the numbers in lists: ns, us, ms or s; ns without it."},
+    {"column", 'c', "NAME",
+     "The column of a table, or the key of objects, that holds the times; executeNs without it."},
+    {"seed", 0, "N", "Of the bootstrap, 1 without it."},
+    {"json", 0, "", "Print all of it as JSON: docs/schema/timing.json."},
+};
+
+constexpr Verb kTiming{
+    .name = "timing",
+    .summary = "slower, faster, alike, or cannot tell",
+    .forms = kForms,
+    .about =
+        "Compares the times of executions of the first TIMES with those of each further one.\n"
+        "TIMES is a run directory, a trace of vorn trace, or a list of numbers: a line each, a\n"
+        "table with commas, or JSON. Of one alone it tells what its times are like, and of a run\n"
+        "that took turns between A and B, how B compares with A, by pairs.\n"
+        "\n"
+        "First executions of a process are apart. A percentile is told where there are times\n"
+        "enough to carry it. Slower or faster needs three things: ranks that differ by more than\n"
+        "chance (1 in 20 over all comparisons), an interval of the ratio of medians that leaves\n"
+        "out 1, and a difference that counts. Alike: any difference is one that does not count.\n"
+        "Where neighbouring times are alike they are worth fewer. With fewer than 6 times a side\n"
+        "nothing can be told.\n"
+        "\n"
+        "Ends with status 10 if one is slower, else 9 if one holds no time, else 11 if one\n"
+        "comparison cannot be told, else 0.",
+    .options = kOptions,
+    .example = "build/release/vorn timing before.txt after.txt --unit ms",
+    .mostOperands = 1000,
+};
+
+struct TimeUnit {
+  std::string_view name;
+  double ns;
+};
+constexpr TimeUnit kTimeUnits[] = {{"ns", 1}, {"us", 1e3}, {"ms", 1e6}, {"s", 1e9}};
+
+double UnitNs(const std::string& name) {
+  for (const TimeUnit& unit : kTimeUnits) {
+    if (unit.name == name) return unit.ns;
+  }
+  throw Fault(ExitStatus::kUsage,
+              "--unit takes ns, us, ms or s, and got '" + Printable(name) + "'");
+}
+
+// A number at the front of a text, and what stands behind it. Nothing if there is none.
+std::optional<std::pair<double, std::string>> NumberInFront(const std::string& text) {
+  double number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc{} || !std::isfinite(number)) return std::nullopt;
+  return std::pair(number, std::string(end, text.data() + text.size()));
+}
+
+double RatioOf(const std::string& text) {
+  const auto number = NumberInFront(text);
+  constexpr double kMost = 1000;
+  if (number && number->second.empty() && number->first >= 1 && number->first <= kMost) {
+    return number->first;
+  }
+  throw Fault(ExitStatus::kUsage, "--ratio takes a number from 1 to 1000, and got '" +
+                                      Printable(text) + "'; 1.05 means 5 % slower or faster");
+}
+
+double TimeOf(const std::string& text) {
+  const auto number = NumberInFront(text);
+  for (const TimeUnit& unit : kTimeUnits) {
+    if (number && number->second == unit.name && number->first >= 0) return number->first * unit.ns;
+  }
+  throw Fault(ExitStatus::kUsage,
+              "--absolute takes a time with its unit, such as 10us, 0.5ms or "
+              "1s, and got '" +
+                  Printable(text) + "'");
+}
+
+ExitStatus Timing(const Arguments& arguments) {
+  if (arguments.Operands().empty()) {
+    throw Fault(ExitStatus::kUsage,
+                "the times are missing: vorn timing TIMES [TIMES...]; --help tells more");
+  }
+  Gates gates;
+  if (const auto ratio = arguments.Get("ratio")) gates.ratio = RatioOf(*ratio);
+  if (const auto time = arguments.Get("absolute")) gates.absoluteNs = TimeOf(*time);
+  const ListFormat format{.unitNs = UnitNs(arguments.Get("unit").value_or("ns")),
+                          .column = arguments.Get("column").value_or("")};
+  Bootstrap bootstrap;
+  bootstrap.seed = arguments.GetNumber("seed", bootstrap.seed, 0, UINT64_MAX);
+
+  std::vector<MeasuredTimes> sources;
+  for (const std::string& path : arguments.Operands()) {
+    sources.push_back(ReadMeasuredTimes(path, format));
+  }
+  const TimingResult result = CompareTimes(sources, gates, bootstrap);
+  const std::string text = arguments.Has("json") ? TimingJson(result) : TimingText(result);
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  return StatusOf(result);
+}
+
+}  // namespace
+}  // namespace vorn::kit
+
+int main(int argc, char** argv) {
+  return vorn::kit::RunVerb(vorn::kit::kTiming, argc, argv, vorn::kit::Timing);
+}

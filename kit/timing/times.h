@@ -1,0 +1,52 @@
+// Times of executions, wherever they were noted: a run directory, a trace, a list of numbers.
+#ifndef VORN_KIT_TIMING_TIMES_H_
+#define VORN_KIT_TIMING_TIMES_H_
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kit/run/run_directory.h"
+#include "kit/trace/trace_file.h"
+
+namespace vorn::kit {
+
+/// One series, in nanoseconds and in the order in which they were measured.
+struct Times {
+  std::string name;             ///< as a person knows it: a path, or A and B of one run
+  std::vector<double> firstNs;  ///< first executions of a process, which warm things up
+  std::vector<double> timesNs;  ///< all others
+  size_t failed = 0;            ///< executions that failed, and have no time that counts
+};
+
+/// What one source holds. Two series are those of a run that took turns: value i of one was
+/// measured next to value i of the other.
+struct MeasuredTimes {
+  std::string kind;  ///< "run", "trace" or "list"
+  std::vector<Times> series;
+};
+
+/// How the numbers of a list are to be read.
+struct ListFormat {
+  double unitNs = 1;
+  std::string column;  ///< of a table with a title line, or key of objects; empty: the only one
+};
+
+/// The executions of a trace that succeeded.
+[[nodiscard]] MeasuredTimes TimesOfTrace(const TraceFile& file);
+
+/// The lines of times.jsonl. Where they name series, those named A and B.
+[[nodiscard]] MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records);
+
+/// Numbers in any of these forms: one a line, with commas or blanks between them, `#` before a
+/// remark; a table with commas and a title line; a JSON array of numbers or of objects; an object
+/// with such an array. Throws a Fault of kInput that names the line.
+[[nodiscard]] MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format);
+
+/// The source at a path: a folder is a run, a file that begins as a trace is one, and any other a
+/// list. The path becomes its name. Throws a Fault of kInput.
+[[nodiscard]] MeasuredTimes ReadMeasuredTimes(const std::string& path, const ListFormat& format);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_TIMING_TIMES_H_

@@ -1,0 +1,157 @@
+#include "kit/timing/times.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kit/common/fault.h"
+#include "kit/trace/trace_bytes.h"
+#include "support/files.h"
+
+namespace vorn::kit {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+std::vector<double> ListOf(const std::string& text, const ListFormat& format = {}) {
+  const MeasuredTimes measured = TimesOfList(text, format);
+  EXPECT_EQ(measured.kind, "list");
+  EXPECT_THAT(measured.series.at(0).firstNs, IsEmpty());
+  return measured.series.at(0).timesNs;
+}
+
+std::string FaultOfList(const std::string& text, const ListFormat& format = {}) {
+  try {
+    (void)TimesOfList(text, format);
+  } catch (const Fault& fault) {
+    EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+    return fault.what();
+  }
+  return "no fault";
+}
+
+TEST(TimesOfList, ReadsNumbersInAnyForm) {
+  for (const char* text :
+       {"1\n2.5\n3e3\n", "1 2.5\t3000", "1,2.5,3000", "# ms\n1\n\n2.5 # late\r\n3000",
+        "[1, 2.5, 3000]", " {\"executeNs\": [1, 2.5, 3000]}", "executeNs\n1\n2.5\n3000",
+        "anything\n1\n2.5\n3000", "name,executeNs,more\na b,1,9\nc,2.5,9\nd,3000,",
+        "[{\"executeNs\":1},{\"executeNs\":[2.5,3000]}]",
+        "{\"executeNs\":1}\n\n{\"executeNs\":[2.5,3000]}\n"}) {
+    EXPECT_THAT(ListOf(text), ElementsAre(1, 2.5, 3000)) << text;
+  }
+}
+
+TEST(TimesOfList, TakesTheUnitAndTheColumn) {
+  EXPECT_THAT(ListOf("1.5\n2", {.unitNs = 1e6, .column = {}}), ElementsAre(1.5e6, 2e6));
+  EXPECT_THAT(ListOf("a,b\n1,2\n3,4", {.unitNs = 1, .column = "b"}), ElementsAre(2, 4));
+  EXPECT_THAT(ListOf("[{\"a\":1,\"b\":2}]", {.unitNs = 1, .column = "b"}), ElementsAre(2));
+}
+
+TEST(TimesOfList, HoldsNothingWhereThereIsNothing) {
+  EXPECT_THAT(ListOf(""), IsEmpty());
+  EXPECT_THAT(ListOf("# nothing\n\n"), IsEmpty());
+  EXPECT_THAT(ListOf("[]"), IsEmpty());
+  EXPECT_THAT(ListOf("executeNs\n"), IsEmpty());
+}
+
+TEST(TimesOfList, RefusesWhatIsNoTime) {
+  EXPECT_EQ(FaultOfList("1\nx\n"), "line 2: 'x' is no number");
+  EXPECT_EQ(FaultOfList("1\n2,,3\n"), "line 2: '' is no number");
+  EXPECT_EQ(FaultOfList("1\n-2\n"), "line 2: a time is above 0, and this one is -2.0");
+  EXPECT_EQ(FaultOfList("0"), "line 1: a time is above 0, and this one is 0.0");
+  EXPECT_EQ(FaultOfList("[1, 0]"), "a time is above 0, and this one is 0.0");
+  EXPECT_THAT(FaultOfList("1\nnan\n"), HasSubstr("line 2: a time is above 0"));
+  EXPECT_THAT(FaultOfList("1\ninf\n"), HasSubstr("line 2: a time is above 0"));
+  EXPECT_THAT(FaultOfList("1e999\n2\n"), HasSubstr("line 1"));
+  EXPECT_EQ(FaultOfList("a\x1b,b\n1,2"),
+            "line 1: there is no column 'executeNs'; name one of these with --column: a\\x1B, b");
+  EXPECT_EQ(FaultOfList("a,b\n1", {.unitNs = 1, .column = "b"}), "line 2: the column is missing");
+  EXPECT_EQ(FaultOfList("1,2", {.unitNs = 1, .column = "b"}),
+            "line 1: there are no titles, and so no column 'b'");
+  EXPECT_THAT(FaultOfList("{\"a\":1}"), HasSubstr("executeNs"));
+  EXPECT_THAT(FaultOfList("[\"x\"]"), HasSubstr("number"));
+  EXPECT_NE(FaultOfList("[1, 2"), "no fault");
+  EXPECT_THAT(FaultOfList("{\"executeNs\":1}\n{\n"), HasSubstr("line 2: "));
+}
+
+TEST(TimesOfTrace, TakesExecutionsAndSetsTheFirstApart) {
+  TraceBytes bytes({"vorn_mdl_execute", "vorn_init"});
+  bytes.Call({.operation = 1, .beganNs = 0, .endedNs = 9});
+  bytes.Call({.operation = 0, .beganNs = 10, .endedNs = 60});
+  bytes.Call({.operation = 0, .beganNs = 100, .endedNs = 120});
+  bytes.Call({.operation = 0, .beganNs = 130, .endedNs = 190, .results = {7}});
+  bytes.Call({.operation = 0, .beganNs = 200, .endedNs = 200});
+  bytes.Call({.operation = 0, .beganNs = 300, .endedNs = 0});
+  const MeasuredTimes measured = TimesOfTrace(ParseTrace(bytes.Text()));
+  EXPECT_EQ(measured.kind, "trace");
+  EXPECT_THAT(measured.series.at(0).firstNs, ElementsAre(50));
+  EXPECT_THAT(measured.series.at(0).timesNs, ElementsAre(20, 1));
+  EXPECT_EQ(measured.series.at(0).failed, 1U);
+}
+
+TimesRecord Record(uint64_t index, std::vector<uint64_t> executeNs) {
+  TimesRecord record;
+  record.index = index;
+  record.executeNs = std::move(executeNs);
+  return record;
+}
+
+TimesRecord InProcess(TimesRecord record, uint64_t chunk, uint64_t attempt,
+                      const std::string& host) {
+  record.chunk = chunk;
+  record.attempt = attempt;
+  record.host = host;
+  return record;
+}
+
+TimesRecord InSeries(TimesRecord record, const std::string& series) {
+  record.series = series;
+  return record;
+}
+
+TEST(TimesOfRun, SetsTheFirstOfEachProcessApart) {
+  const std::vector<TimesRecord> records{
+      InProcess(Record(0, {90, 10, 11}), 0, 1, ""), InProcess(Record(1, {12}), 0, 1, ""),
+      InProcess(Record(2, {80, 13}), 1, 1, ""), InProcess(Record(3, {70}), 1, 2, ""),
+      InProcess(Record(4, {60, 0}), 1, 2, "other")};
+  const MeasuredTimes measured = TimesOfRun(records);
+  ASSERT_EQ(measured.series.size(), 1U);
+  EXPECT_THAT(measured.series[0].firstNs, ElementsAre(90, 80, 70, 60));
+  EXPECT_THAT(measured.series[0].timesNs, ElementsAre(10, 11, 12, 13, 1));
+}
+
+TEST(TimesOfRun, PairsWhatTookTurns) {
+  const std::vector<TimesRecord> records{
+      InSeries(Record(0, {90, 10}), "A"), InSeries(Record(0, {91, 20}), "B"),
+      InSeries(Record(1, {11, 12}), "A"), InSeries(Record(2, {13}), "A"),
+      InSeries(Record(2, {23}), "B"),     InSeries(Record(1, {21}), "B")};
+  const MeasuredTimes measured = TimesOfRun(records);
+  ASSERT_EQ(measured.series.size(), 2U);
+  EXPECT_EQ(measured.series[0].name, "A");
+  EXPECT_THAT(measured.series[0].timesNs, ElementsAre(10, 11, 13));
+  EXPECT_THAT(measured.series[1].timesNs, ElementsAre(20, 21, 23));
+  EXPECT_THAT(measured.series[1].firstNs, ElementsAre(91));
+}
+
+TEST(ReadMeasuredTimes, KnowsEachKindAndNamesItsFile) {
+  const support::TempDir folder;
+  const auto path = [&](const char* name) { return (folder.Path() / name).string(); };
+  support::WriteFile(path("list"), "1\n2\n");
+  support::WriteFile(path("run/times.jsonl"), ToLine(Record(0, {5, 6})));
+  support::WriteFile(path("trace"), TraceBytes({"vorn_mdl_execute"}).Text());
+  support::WriteFile(path("bad"), "x\ny\n");
+  EXPECT_EQ(ReadMeasuredTimes(path("list"), {}).series.at(0).name, path("list"));
+  EXPECT_THAT(ReadMeasuredTimes(path("run"), {}).series.at(0).timesNs, ElementsAre(6));
+  EXPECT_EQ(ReadMeasuredTimes(path("trace"), {}).kind, "trace");
+  try {
+    (void)ReadMeasuredTimes(path("bad"), {});
+    FAIL();
+  } catch (const Fault& fault) {
+    EXPECT_EQ(fault.what(), "'" + path("bad") + "': line 2: 'y' is no number");
+  }
+  EXPECT_THROW((void)ReadMeasuredTimes(path("missing"), {}), Fault);
+}
+
+}  // namespace
+}  // namespace vorn::kit
