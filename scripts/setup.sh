@@ -10,7 +10,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kProgram=setup
-readonly kNeeds='g++ (C++20), cmake >= 3.25, ninja, GoogleTest, nlohmann-json, xxHash, ONNX Runtime with headers, strace'
+readonly kNeeds='g++ (C++20), cmake >= 3.25, ninja, GoogleTest, nlohmann-json, xxHash, ONNX Runtime with headers, strace, protoc'
 . scripts/debian13.sh
 
 # The library is the last release line that neither writes to the home folder nor calls out; look
@@ -37,6 +37,7 @@ install_build_tools() {
   probe_command cmake cmake
   probe_command ninja ninja-build
   probe_command strace strace
+  probe_command protoc protobuf-compiler
   probe_file /usr/include/gtest/gtest.h libgtest-dev
   probe_file /usr/include/gmock/gmock.h libgmock-dev
   probe_file /usr/include/nlohmann/json.hpp nlohmann-json3-dev

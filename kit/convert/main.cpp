@@ -1,0 +1,102 @@
+// vorn-convert: traces in formats of others.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "kit/common/command_line.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/convert/perfetto.h"
+#include "kit/convert/trace_csv.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostTraceBytes = uint64_t{4} << 30;
+
+constexpr std::string_view kForms[] = {
+    "TRACE [TRACE...] [--to perfetto|csv] [-o FILE]",
+};
+
+constexpr Option kOptions[] = {
+    {"to", 't', "FORMAT",
+     "perfetto, for ui.perfetto.dev, or csv; without it what the name of FILE ends with, .csv or "
+     "anything else."},
+    {"output", 'o', "FILE", "Where it goes; without it to standard output."},
+    {"quiet", 'q', "", "Say nothing of calls that are missing."},
+};
+
+constexpr Verb kConvert{
+    .name = "convert",
+    .summary = "traces in formats of others",
+    .forms = kForms,
+    .about =
+        "Reads traces of vorn trace, or run directories that hold one, and puts them on one line\n"
+        "of time by the clocks that each notes, of several machines as well.\n"
+        "\n"
+        "perfetto: the native trace of Perfetto, to be opened at ui.perfetto.dev, where it stays\n"
+        "in the browser. A track for each process and thread, a slice for each call with its\n"
+        "arguments and results, and device memory over time. csv: a line for each call.",
+    .options = kOptions,
+    .example = "build/release/vorn convert build/digits.vtrace -o build/digits.pftrace",
+    .mostOperands = 1000,
+};
+
+bool WantsCsv(const Arguments& arguments) {
+  const auto format = arguments.Get("to");
+  if (!format) return arguments.Get("output").value_or("").ends_with(".csv");
+  if (*format != "perfetto" && *format != "csv") {
+    throw Fault(ExitStatus::kUsage,
+                "--to takes perfetto or csv, and got '" + Printable(*format) + "'");
+  }
+  return *format == "csv";
+}
+
+NamedTrace ReadTrace(const std::string& path) {
+  struct stat about {};
+  const bool isRun = stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
+  const std::string file = isRun ? path + "/trace.vtrace" : path;
+  const std::string bytes = ReadWholeFile(file, "the trace", ExitStatus::kInput, kMostTraceBytes);
+  try {
+    return {.name = path, .file = ParseTrace(bytes)};
+  } catch (const Fault& fault) {
+    throw Fault(fault.Status(), "'" + Printable(file) + "': " + fault.what());
+  }
+}
+
+ExitStatus Convert(const Arguments& arguments) {
+  if (arguments.Operands().empty()) {
+    throw Fault(ExitStatus::kUsage,
+                "the trace is missing: vorn convert TRACE...; --help tells more");
+  }
+  const bool wantsCsv = WantsCsv(arguments);
+  const auto output = arguments.Get("output");
+  if (!output && !wantsCsv && isatty(STDOUT_FILENO) == 1) {
+    throw Fault(ExitStatus::kUsage, "this is nothing for a terminal; name a file with -o");
+  }
+  std::vector<NamedTrace> traces;
+  for (const std::string& path : arguments.Operands()) traces.push_back(ReadTrace(path));
+  for (const NamedTrace& trace : traces) {
+    if (trace.file.dropped == 0 || arguments.Has("quiet")) continue;
+    std::fprintf(stderr, "vorn convert: '%s' lacks its last %llu calls: there was no room\n",
+                 Printable(trace.name).c_str(),
+                 static_cast<unsigned long long>(trace.file.dropped));
+  }
+  const std::vector<PlacedTrace> placed = PlaceOnTimeline(std::move(traces));
+  const std::string bytes = wantsCsv ? ToCsv(placed) : ToPerfetto(placed);
+  if (output) {
+    WriteWholeFile(*output, bytes);
+  } else {
+    std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+  }
+  return ExitStatus::kDone;
+}
+
+}  // namespace
+}  // namespace vorn::kit
+
+int main(int argc, char** argv) {
+  return vorn::kit::RunVerb(vorn::kit::kConvert, argc, argv, vorn::kit::Convert);
+}
