@@ -2,7 +2,6 @@
 // brackets around it many times over. What is long or deep is reached by these in one step.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <random>
 #include <string>
@@ -53,6 +52,6 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
   std::string text(reinterpret_cast<const char*>(data), size);
   (choice == 0 ? RepeatPiece : NestPiece)(text, random);
   text.resize(std::min(text.size(), maxSize));
-  std::memcpy(data, text.data(), text.size());
+  std::copy(text.begin(), text.end(), data);
   return text.size();
 }
