@@ -73,6 +73,11 @@ std::string Digits(const XXH128_hash_t& hash) {
 }  // namespace
 
 FileIdentity IdentifyFile(const std::string& path, const std::string& what, ExitStatus status) {
+  return IdentifyFile(path, what, status, [](std::string_view) {});
+}
+
+FileIdentity IdentifyFile(const std::string& path, const std::string& what, ExitStatus status,
+                          const std::function<void(std::string_view)>& show) {
   OpenFile file(path, what, status);
   const auto piece = std::make_unique<char[]>(kPieceBytes);
   const std::unique_ptr<XXH3_state_t, XXH_errorcode (*)(XXH3_state_t*)> state(XXH3_createState(),
@@ -82,6 +87,7 @@ FileIdentity IdentifyFile(const std::string& path, const std::string& what, Exit
   FileIdentity identity{.path = path, .sizeBytes = 0, .xxh3 = {}};
   while (const size_t got = file.Read(piece.get(), kPieceBytes)) {
     XXH3_128bits_update(state.get(), piece.get(), got);
+    show({piece.get(), got});
     identity.sizeBytes = *identity.sizeBytes + got;
   }
   identity.xxh3 = Digits(XXH3_128bits_digest(state.get()));

@@ -3,8 +3,10 @@
 #define VORN_KIT_COMMON_FILE_IDENTITY_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "kit/common/fault.h"
 
@@ -23,6 +25,12 @@ struct FileIdentity {
 /// model") and what is wrong with it.
 [[nodiscard]] FileIdentity IdentifyFile(const std::string& path, const std::string& what,
                                         ExitStatus status);
+
+/// The same, and shows each piece on its way. All but the last have a multiple of 64 bytes, unless
+/// the file changes meanwhile.
+[[nodiscard]] FileIdentity IdentifyFile(const std::string& path, const std::string& what,
+                                        ExitStatus status,
+                                        const std::function<void(std::string_view)>& show);
 
 /// The whole file. Refuses one of more than `mostBytes`; throws as above.
 [[nodiscard]] std::string ReadWholeFile(const std::string& path, const std::string& what,

@@ -51,18 +51,43 @@ off_t EndOfLines(int fd, off_t size) {
 
 }  // namespace
 
-void WriteWholeFile(const std::string& path, std::string_view bytes) {
-  const std::string unfinished = path + kUnfinished;
-  const int fd = open(unfinished.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-  if (fd < 0) RefuseFile(path, "write", errno);
-  int error = WriteBytes(fd, bytes);
+WholeFile::WholeFile(std::string path) : path_(std::move(path)) {
+  fd_ = open((path_ + kUnfinished).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd_ < 0) Refuse(errno);
+}
+
+WholeFile::~WholeFile() {
+  if (fd_ < 0) return;
+  close(fd_);
+  unlink((path_ + kUnfinished).c_str());
+}
+
+void WholeFile::Refuse(int error) const { RefuseFile(path_, "write", error); }
+
+void WholeFile::Append(std::string_view bytes) {
+  constexpr size_t kAtOnce = 65536;
+  waiting_ += bytes;
+  if (waiting_.size() >= kAtOnce) Flush();
+}
+
+void WholeFile::Flush() {
+  const int error = WriteBytes(fd_, waiting_);
+  if (error != 0) Refuse(error);
+  waiting_.clear();
+}
+
+void WholeFile::Finish() {
+  Flush();
   // A file system that cannot sync has written all the same.
-  if (error == 0 && fsync(fd) != 0 && errno != EINVAL && errno != ENOSYS) error = errno;
-  if (close(fd) != 0 && error == 0) error = errno;
-  if (error == 0 && std::rename(unfinished.c_str(), path.c_str()) != 0) error = errno;
-  if (error == 0) return;
-  unlink(unfinished.c_str());
-  RefuseFile(path, "write", error);
+  if (fsync(fd_) != 0 && errno != EINVAL && errno != ENOSYS) Refuse(errno);
+  if (std::rename((path_ + kUnfinished).c_str(), path_.c_str()) != 0) Refuse(errno);
+  close(std::exchange(fd_, -1));
+}
+
+void WriteWholeFile(const std::string& path, std::string_view bytes) {
+  WholeFile file(path);
+  file.Append(bytes);
+  file.Finish();
 }
 
 LineFile::LineFile(const std::string& path) : path_(path) {

@@ -11,6 +11,30 @@ namespace vorn::kit {
 /// then renamed. Replaces what was there. Throws a Fault of kLimit that names the file.
 void WriteWholeFile(const std::string& path, std::string_view bytes);
 
+/// The same for a file that is too large to be held.
+class WholeFile {
+ public:
+  /// Throws as above, as all of this does.
+  explicit WholeFile(std::string path);
+  /// Removes what was not finished.
+  ~WholeFile();
+  WholeFile(const WholeFile&) = delete;
+  WholeFile& operator=(const WholeFile&) = delete;
+
+  void Append(std::string_view bytes);
+
+  /// Gives the file its name.
+  void Finish();
+
+ private:
+  void Flush();
+  [[noreturn]] void Refuse(int error) const;
+
+  std::string path_;
+  std::string waiting_;
+  int fd_ = -1;
+};
+
 /// A file of lines that grows. Move-only owner of its descriptor.
 class LineFile {
  public:

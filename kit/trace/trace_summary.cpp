@@ -62,9 +62,6 @@ uint64_t EndOf(const TraceFile& file) {
   return end;
 }
 
-// Where a moment outside of the runtime counts: it is known from the calls before it.
-enum class Outside { kStart, kOther, kCopyIn, kWrite };
-
 }  // namespace
 
 std::vector<OperationTimes> TimesByOperation(const TraceFile& file) {
@@ -96,52 +93,69 @@ std::vector<OperationTimes> TimesByOperation(const TraceFile& file) {
   return all;
 }
 
-Phases DivideIntoPhases(const TraceFile& file) {
-  Phases phases;
-  const uint64_t end = EndOf(file);
-  phases.wholeNs = end - file.monotonicNs;
-  const uint32_t leading = LeadingThread(file);
-  uint64_t now = file.monotonicNs;
-  auto outside = Outside::kStart;
-  const auto addOutside = [&](uint64_t until) {
-    const uint64_t duration = until - std::min(now, until);
-    switch (outside) {
-      case Outside::kStart:
-        phases.startNs += duration;
-        break;
-      case Outside::kOther:
-        phases.otherNs += duration;
-        break;
-      case Outside::kCopyIn:
-        phases.copyInNs += duration;
-        break;
-      case Outside::kWrite:
-        phases.writeNs += duration;
-        break;
-    }
-    now = std::max(now, until);
-  };
-  for (const TracedCall& call : file.calls) {
-    if (call.thread != leading) continue;
-    const std::string_view name = NameOf(file, call);
-    addOutside(call.beganNs);
-    const uint64_t inside = call.endedNs.value_or(end) - std::min(now, call.endedNs.value_or(end));
-    now += inside;
-    if (outside == Outside::kStart) outside = Outside::kOther;
-    if (name == "vorn_mdl_load_from_mem") {
-      phases.loadNs += inside;
-    } else if (name == "vorn_mdl_execute") {
-      phases.executeNs += inside;
-      outside = Outside::kWrite;
-    } else {
-      phases.otherCallsNs += inside;
-      // The output dataset is made once, before any input's, and takes no time to speak of.
-      if (name == "vorn_mdl_create_dataset") outside = Outside::kCopyIn;
-      if (name == "vorn_mdl_unload") outside = Outside::kOther;
-    }
+void PhaseDivider::AddOutside(uint64_t until) {
+  const uint64_t duration = until - std::min(now_, until);
+  switch (outside_) {
+    case Outside::kStart:
+      phases_.startNs += duration;
+      break;
+    case Outside::kOther:
+      phases_.otherNs += duration;
+      break;
+    case Outside::kCopyIn:
+      phases_.copyInNs += duration;
+      break;
+    case Outside::kWrite:
+      phases_.writeNs += duration;
+      break;
   }
-  addOutside(end);
-  return phases;
+  now_ = std::max(now_, until);
+}
+
+void PhaseDivider::Leave(std::string_view operation, uint64_t endedNs) {
+  const uint64_t inside = endedNs - std::min(now_, endedNs);
+  now_ += inside;
+  if (outside_ == Outside::kStart) outside_ = Outside::kOther;
+  if (operation == "vorn_mdl_load_from_mem") {
+    phases_.loadNs += inside;
+  } else if (operation == "vorn_mdl_execute") {
+    phases_.executeNs += inside;
+    outside_ = Outside::kWrite;
+  } else {
+    phases_.otherCallsNs += inside;
+    // The output dataset is made once, before any input's, and takes no time to speak of.
+    if (operation == "vorn_mdl_create_dataset") outside_ = Outside::kCopyIn;
+    if (operation == "vorn_mdl_unload") outside_ = Outside::kOther;
+  }
+}
+
+void PhaseDivider::Add(std::string_view operation, uint64_t beganNs,
+                       std::optional<uint64_t> endedNs) {
+  if (!inside_.empty()) Leave(inside_, beganNs);
+  inside_.clear();
+  AddOutside(beganNs);
+  if (endedNs) {
+    Leave(operation, *endedNs);
+  } else {
+    inside_ = operation;
+  }
+}
+
+Phases PhaseDivider::Finish(uint64_t endNs) {
+  if (!inside_.empty()) Leave(inside_, endNs);
+  inside_.clear();
+  AddOutside(endNs);
+  phases_.wholeNs = now_ - loadedNs_;
+  return phases_;
+}
+
+Phases DivideIntoPhases(const TraceFile& file) {
+  const uint32_t leading = LeadingThread(file);
+  PhaseDivider divider(file.monotonicNs);
+  for (const TracedCall& call : file.calls) {
+    if (call.thread == leading) divider.Add(NameOf(file, call), call.beganNs, call.endedNs);
+  }
+  return divider.Finish(EndOf(file));
 }
 
 DeviceMemory FollowMemory(const TraceFile& file) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kit/trace/trace_file.h"
@@ -34,6 +35,33 @@ struct Phases {
       0;  ///< outside, from an execution to the next input dataset: dumps are written
   uint64_t otherCallsNs = 0;  ///< inside all other operations
   uint64_t otherNs = 0;       ///< outside, before the first input dataset and behind the last call
+};
+
+/// Makes phases out of the calls of one thread, which come one by one in the order in which they
+/// began.
+class PhaseDivider {
+ public:
+  /// `loadedNs`: when the layer was loaded.
+  explicit PhaseDivider(uint64_t loadedNs) : now_(loadedNs), loadedNs_(loadedNs) {}
+
+  /// Empty `endedNs`: the call has not come back.
+  void Add(std::string_view operation, uint64_t beganNs, std::optional<uint64_t> endedNs);
+
+  /// `endNs`: of the process, or of the last record.
+  [[nodiscard]] Phases Finish(uint64_t endNs);
+
+ private:
+  // Where a moment outside of the runtime counts: it is known from the calls before it.
+  enum class Outside { kStart, kOther, kCopyIn, kWrite };
+
+  void AddOutside(uint64_t until);
+  void Leave(std::string_view operation, uint64_t endedNs);
+
+  Phases phases_;
+  uint64_t now_;
+  uint64_t loadedNs_;
+  Outside outside_ = Outside::kStart;
+  std::string inside_;  // of a call that has not come back
 };
 
 /// Blocks of vorn_rt_malloc that were not freed yet, at their most.

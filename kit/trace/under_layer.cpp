@@ -40,18 +40,22 @@ std::string FileNameOf(const std::string& path) { return path.substr(path.rfind(
 
 // ---- Running ------------------------------------------------------------------------------------
 
-void SetEnvironment(const TraceRequest& request, std::string preload) {
+using Variables = std::vector<std::pair<std::string, std::string>>;
+
+Variables LayerVariables(const TraceRequest& request, std::string preload) {
+  Variables variables;
   const char* before = std::getenv("LD_PRELOAD");
   if (before != nullptr && *before != '\0') preload += ":" + std::string(before);
-  setenv("LD_PRELOAD", preload.c_str(), 1);
+  variables.emplace_back("LD_PRELOAD", std::move(preload));
   // A layer takes a name that is not absolute from the folder of its process.
   std::array<char, PATH_MAX> here{};
   std::string output = request.output;
   if (output[0] != '/' && getcwd(here.data(), here.size()) != nullptr) {
     output = std::string(here.data()) + "/" + output;
   }
-  setenv("VORN_TRACE_FILE", (output + ".%p" + kPartSuffix).c_str(), 1);
-  if (request.calls) setenv("VORN_TRACE_CALLS", std::to_string(*request.calls).c_str(), 1);
+  variables.emplace_back("VORN_TRACE_FILE", output + ".%p" + kPartSuffix);
+  if (request.calls) variables.emplace_back("VORN_TRACE_CALLS", std::to_string(*request.calls));
+  return variables;
 }
 
 // Becomes the program. Returns only where that failed; the reason is in errno.
@@ -59,7 +63,9 @@ void Execute(const TraceRequest& request, const std::string& layer) {
   std::vector<char*> words;
   for (const std::string& word : request.command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
-  SetEnvironment(request, layer);
+  for (const auto& [name, value] : LayerVariables(request, layer)) {
+    setenv(name.c_str(), value.c_str(), 1);
+  }
   execvp(words[0], words.data());
 }
 
@@ -280,18 +286,34 @@ std::string FindTraceLayer() {
                   " nor in ../lib from there; install it beside this program");
 }
 
-TraceOutcome RunUnderTrace(const TraceRequest& request) {
-  RemoveParts(request.output);  // what an earlier run left that was killed with its program
-  TraceOutcome outcome;
-  int failure = 0;
-  outcome.status = Run(request, failure);
-  if (failure != 0) {
-    throw Fault(ExitStatus{outcome.status},
-                "cannot start '" + Printable(request.command[0]) + "': " + SystemReason(failure));
-  }
+std::vector<std::pair<std::string, std::string>> PrepareTrace(const TraceRequest& request) {
+  RemoveParts(request.output);
+  return LayerVariables(request, request.layer);
+}
+
+TraceOutcome CollectTrace(const TraceRequest& request) {
   const std::vector<Part> parts = FindParts(request.output);
+  TraceOutcome outcome;
   outcome.reason = WhyNoCall(parts, request.command[0], request.layer);
   outcome.files = NameParts(request.output, parts);
+  return outcome;
+}
+
+std::string FindRunningTrace(const std::string& output) {
+  const std::vector<Part> parts = FindParts(output);
+  return parts.empty() ? "" : parts.front().path;
+}
+
+TraceOutcome RunUnderTrace(const TraceRequest& request) {
+  RemoveParts(request.output);  // what an earlier run left that was killed with its program
+  int failure = 0;
+  const int status = Run(request, failure);
+  if (failure != 0) {
+    throw Fault(ExitStatus{status},
+                "cannot start '" + Printable(request.command[0]) + "': " + SystemReason(failure));
+  }
+  TraceOutcome outcome = CollectTrace(request);
+  outcome.status = status;
   return outcome;
 }
 

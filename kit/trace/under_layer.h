@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vorn::kit {
@@ -30,6 +31,18 @@ struct TraceOutcome {
 /// Every process of the command leaves a trace beside `output`, which get their names as this ends;
 /// those without a call are removed. The file at `output` is replaced.
 [[nodiscard]] TraceOutcome RunUnderTrace(const TraceRequest& request);
+
+/// What RunUnderTrace does around the program, for whoever runs it in another way: before it starts
+/// removes the traces of an earlier run that was killed, and tells the variables that put the layer
+/// into it, LD_PRELOAD with what stands there already; behind its end names what it left. The layer
+/// of the request has to be a path that can be preloaded. `status` is 0.
+[[nodiscard]] std::vector<std::pair<std::string, std::string>> PrepareTrace(
+    const TraceRequest& request);
+[[nodiscard]] TraceOutcome CollectTrace(const TraceRequest& request);
+
+/// The trace that has the most calls by now, unfinished and without its name yet. Empty: there is
+/// none.
+[[nodiscard]] std::string FindRunningTrace(const std::string& output);
 
 /// libvorn-trace.so beside this program or in the lib folder of the tree that it is installed in.
 /// Throws a Fault of kOwnFault if it is in neither.

@@ -1,0 +1,67 @@
+#include "kit/launch/console.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace vorn::kit {
+namespace {
+
+constexpr std::chrono::milliseconds kBetween{200};
+
+bool IsTerminal() {
+  const char* kind = std::getenv("TERM");
+  return isatty(STDERR_FILENO) == 1 && (kind == nullptr || std::strcmp(kind, "dumb") != 0);
+}
+
+}  // namespace
+
+std::string ProgressText(const Progress& progress) {
+  std::string text = std::to_string(progress.done) + " of " + std::to_string(progress.all) +
+                     (progress.all == 1 ? " inference" : " inferences");
+  constexpr double kMilli = 1000;
+  constexpr uint64_t kMinute = 60;
+  const double seconds = static_cast<double>(progress.elapsed.count()) / kMilli;
+  if (progress.doneHere > 0 && seconds > 0) {
+    const double each = seconds / static_cast<double>(progress.doneHere);
+    const auto left = static_cast<uint64_t>(
+        each * static_cast<double>(progress.all - std::min(progress.done, progress.all)) + 0.5);
+    std::array<char, 96> more{};
+    std::snprintf(more.data(), more.size(), ", %.1f/s, %llu:%02llu left", 1 / each,
+                  static_cast<unsigned long long>(left / kMinute),
+                  static_cast<unsigned long long>(left % kMinute));
+    text += more.data();
+  }
+  if (progress.faults > 0) {
+    text += ", " + std::to_string(progress.faults) + (progress.faults == 1 ? " fault" : " faults");
+  }
+  return text;
+}
+
+Console::Console(bool isQuiet) : isQuiet_(isQuiet), isTerminal_(IsTerminal()) {}
+
+void Console::Say(const std::string& line) {
+  if (isQuiet_) return;
+  Clear();
+  std::fprintf(stderr, "vorn launch: %s\n", line.c_str());
+}
+
+void Console::Show(const Progress& progress) {
+  const auto now = std::chrono::steady_clock::now();
+  if (isQuiet_ || !isTerminal_ || (isShown_ && now - shownAt_ < kBetween)) return;
+  std::fprintf(stderr, "\r\x1b[K%s", ProgressText(progress).c_str());
+  std::fflush(stderr);
+  isShown_ = true;
+  shownAt_ = now;
+}
+
+void Console::Clear() {
+  if (isShown_) std::fputs("\r\x1b[K", stderr);
+  isShown_ = false;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,44 @@
+// What a launch says while it goes on, on standard error.
+#ifndef VORN_KIT_LAUNCH_CONSOLE_H_
+#define VORN_KIT_LAUNCH_CONSOLE_H_
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace vorn::kit {
+
+struct Progress {
+  uint64_t done = 0;  ///< of all, those that were done before included
+  uint64_t all = 0;
+  uint64_t doneHere = 0;  ///< in `elapsed`
+  uint64_t faults = 0;
+  std::chrono::milliseconds elapsed{0};
+};
+
+/// "1200 of 5000 inferences, 12.5/s, 5:04 left, 3 faults".
+[[nodiscard]] std::string ProgressText(const Progress& progress);
+
+/// Lines, and below them on a terminal how far it is, which is written anew in its place.
+class Console {
+ public:
+  explicit Console(bool isQuiet);
+
+  /// A line, with "vorn launch: " in front of it.
+  void Say(const std::string& line);
+
+  /// Five times a second at most, and on a terminal only.
+  void Show(const Progress& progress);
+
+ private:
+  void Clear();
+
+  bool isQuiet_;
+  bool isTerminal_;
+  bool isShown_ = false;
+  std::chrono::steady_clock::time_point shownAt_;
+};
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_LAUNCH_CONSOLE_H_

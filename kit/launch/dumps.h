@@ -1,0 +1,46 @@
+// What vorn-run wrote for one inference: found, measured, looked into.
+#ifndef VORN_KIT_LAUNCH_DUMPS_H_
+#define VORN_KIT_LAUNCH_DUMPS_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "kit/model/model_description.h"
+#include "kit/run/run_directory.h"
+
+namespace vorn::kit {
+
+struct DumpRequest {
+  bool isTextKept = true;  ///< else the .float files are removed
+  bool areArrays = false;  ///< a .npy is put beside each .bin
+  uint64_t batch = 1;
+};
+
+struct DumpsFound {
+  std::vector<SampleOutput> outputs;  ///< those that are there, paths within the folder only
+  std::vector<std::string> faults;    ///< what is missing or wrong, a text an output
+  uint64_t nans = 0;                  ///< in outputs of float32
+  uint64_t infinities = 0;
+  std::vector<std::string> unfit;  ///< names of the outputs that hold such
+};
+
+/// Looks at all outputs of the model in a folder. Throws a Fault of kLimit where something cannot
+/// be read, removed or written.
+[[nodiscard]] DumpsFound InspectDumps(const std::string& folder, const ModelDescription& model,
+                                      const DumpRequest& request);
+
+/// Whether the files of an output are still what they were, `run` being the run directory.
+[[nodiscard]] bool DoesVerify(const std::string& run, const SampleOutput& output);
+
+/// The first bytes of a .npy of 32-bit floats: a multiple of 64 bytes.
+[[nodiscard]] std::string ArrayHeader(const std::vector<uint64_t>& shape);
+
+/// The shape that the values of a dump have: the output's, the batch multiplied into the first
+/// dimension; one dimension where that does not come out.
+[[nodiscard]] std::vector<uint64_t> ShapeOfDump(const TensorDescription& output, uint64_t batch,
+                                                uint64_t values);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_LAUNCH_DUMPS_H_

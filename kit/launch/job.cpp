@@ -1,0 +1,293 @@
+// The program writes its lines into a file, not to us: what it does does not depend on how quickly
+// they are read, and they are there whatever ends either of the two.
+#include "kit/launch/job.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <memory>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/launch/execution_times.h"
+#include "kit/trace/preload_path.h"
+#include "kit/trace/under_layer.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr std::chrono::milliseconds kTick{200};
+constexpr std::chrono::seconds kToEndByItself{3};
+constexpr size_t kPieceBytes = 256 * 1024;
+constexpr size_t kMostWords = 16 * 1024;
+constexpr uint64_t kMostTracedCalls = uint64_t{1} << 24;  // as many as the layer takes
+
+std::string RealPath(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
+  return real == nullptr ? "" : std::string(real.get());
+}
+
+// ---- The list of a job --------------------------------------------------------------------------
+
+class ListWriter {
+ public:
+  ListWriter(const Job& job, const Plan& plan) : job_(job), plan_(plan) {
+    real_ = RealPath(job.folder);
+    // vorn-run sorts by all inputs, thresholds included: only where these are the same is a part of
+    // the list sorted as the whole is.
+    areNamesKept_ = plan.inputs.areNamesUsed && NamedInputs(plan.model).size() == plan.perInference;
+  }
+
+  std::string Write() {
+    std::string text;
+    for (const uint64_t index : job_.indices) {
+      for (const ListedInput& input : plan_.InputsOf(index)) text += Line(input) + "\n";
+    }
+    const std::string path = job_.folder + "/list.txt";
+    WriteWholeFile(path, text);
+    return path;
+  }
+
+ private:
+  std::string Line(const ListedInput& input) {
+    const std::string file = RealPath(input.file);
+    std::string path = file.empty() ? "" : RelativePath(real_, file);
+    const bool isPlain = !path.empty() && path.find_first_of(":\n") == std::string::npos;
+    if (!isPlain) path = Link(file.empty() ? input.file : file);
+    return (areNamesKept_ && input.name ? *input.name + ":" : "") + path;
+  }
+
+  // A ':' would make a name of what stands before it.
+  std::string Link(const std::string& target) {
+    if (links_ == 0) MakeFolders(job_.folder + "/links");
+    const std::string name = "links/" + std::to_string(links_++);
+    if (symlink(target.c_str(), (job_.folder + "/" + name).c_str()) != 0) {
+      throw Fault(ExitStatus::kLimit,
+                  "cannot make a link in '" + Printable(job_.folder) + "': " + SystemReason(errno));
+    }
+    return name;
+  }
+
+  const Job& job_;
+  const Plan& plan_;
+  std::string real_;
+  bool areNamesKept_ = false;
+  uint64_t links_ = 0;
+};
+
+// ---- Watching -----------------------------------------------------------------------------------
+
+class Watcher {
+ public:
+  Watcher(const Job& job, const LaunchRequest& request, const Plan& plan, StopSignals& signals,
+          const Watch& watch)
+      : job_(job), request_(request), plan_(plan), signals_(signals), watch_(watch) {
+    logAt_ = SizeOfFile(job.log);
+    errorsAt_ = SizeOfFile(job.errors);
+    if (!request.isTraced) return;
+    layer_ = std::make_unique<PreloadPath>(FindTraceLayer());
+    trace_ = TraceRequest{.command = {request.program},
+                          .layer = layer_->Path(),
+                          .output = job.folder + "/trace.vtrace",
+                          .calls = RoomForCalls()};
+  }
+
+  JobEnd Run() {
+    const std::string list = job_.takesWholeList ? request_.list : ListWriter(job_, plan_).Write();
+    ProgramRequest program{.command = CommandOf(request_, list, DumpsOf(job_)),
+                           .environment = {},
+                           .out = job_.log,
+                           .err = job_.errors};
+    if (trace_) program.environment = PrepareTrace(*trace_);
+    // What a runtime refuses it tells of where it is asked to.
+    if (std::getenv("VORN_LOG") == nullptr) program.environment.emplace_back("VORN_LOG", "1");
+    WatchProgram(program);
+    CollectWords();
+    return std::move(end_);
+  }
+
+ private:
+  uint64_t RoomForCalls() const {
+    if (!plan_.isModelKnown) return kMostTracedCalls / 64;
+    return std::min(CallsOfRun(plan_.model.inputs.size(), plan_.model.outputs.size(),
+                               job_.indices.size(), ExecutionsEach(request_)),
+                    kMostTracedCalls);
+  }
+
+  void WatchProgram(const ProgramRequest& request) {
+    Program program(request, signals_);
+    sampleBegan_ = std::chrono::steady_clock::now();
+    while (true) {
+      ReadLog();
+      if (watch_) watch_(program.Pid(), end_.log);
+      signals_.Wait(kTick);
+      if (const auto ended = program.Poll()) {
+        end_.program = *ended;
+        break;
+      }
+      if (end_.reason == JobEnd::Reason::kEnded) StopWhereDue(program);
+      const bool isKilled =
+          end_.reason != JobEnd::Reason::kEnded && std::chrono::steady_clock::now() > killAt_;
+      if (isKilled) program.Send(SIGKILL);
+    }
+    ReadLog();
+    if (watch_) watch_(program.Pid(), end_.log);
+  }
+
+  // By a signal first that it may end by itself of.
+  void StopWhereDue(const Program& program) {
+    const auto now = std::chrono::steady_clock::now();
+    if (signals_.Asked() != 0) {
+      end_.reason = JobEnd::Reason::kStopped;
+    } else if (job_.deadline && now > *job_.deadline) {
+      end_.reason = JobEnd::Reason::kLimit;
+    } else if (IsSampleLate(now)) {
+      end_.reason = JobEnd::Reason::kSampleLimit;
+    } else {
+      return;
+    }
+    if (trace_) end_.inside = OperationInside(FindRunningTrace(trace_->output));
+    killAt_ = now + kToEndByItself;
+    program.Send(SIGTERM);
+  }
+
+  // A sample's time runs from the end of the one before, the first one's from its first file on.
+  bool IsSampleLate(SteadyTime now) {
+    const uint64_t dumped = end_.log.Dumped();
+    const bool isNext = dumped != dumped_ || end_.log.Begun(1) == 0;
+    if (isNext) sampleBegan_ = now;
+    dumped_ = dumped;
+    return request_.sampleLimit && dumped < job_.indices.size() &&
+           now - sampleBegan_ > *request_.sampleLimit;
+  }
+
+  void ReadLog() {
+    while (true) {
+      const std::string piece = ReadFrom(job_.log, logAt_, kPieceBytes);
+      if (piece.empty()) return;
+      end_.log.Take(piece);
+      logAt_ += piece.size();
+    }
+  }
+
+  void CollectWords() {
+    const uint64_t size = SizeOfFile(job_.errors);
+    const uint64_t from = std::max(errorsAt_, size - std::min<uint64_t>(size, kMostWords));
+    end_.words = ReadFrom(job_.errors, from, kMostWords);
+    if (!trace_) return;
+    const TraceOutcome outcome = CollectTrace(*trace_);
+    if (!outcome.files.empty()) end_.trace = outcome.files.front();
+    end_.whyNoTrace = outcome.reason;
+    if (end_.program.signal && end_.inside.empty()) end_.inside = OperationInside(end_.trace);
+  }
+
+  const Job& job_;
+  const LaunchRequest& request_;
+  const Plan& plan_;
+  StopSignals& signals_;
+  const Watch& watch_;
+  std::unique_ptr<PreloadPath> layer_;
+  std::optional<TraceRequest> trace_;
+  JobEnd end_;
+  uint64_t logAt_ = 0;
+  uint64_t errorsAt_ = 0;
+  uint64_t dumped_ = 0;
+  SteadyTime sampleBegan_;
+  SteadyTime killAt_;
+};
+
+std::string LastLineOf(const std::string& words) {
+  std::string last;
+  size_t start = 0;
+  while (start < words.size()) {
+    const size_t end = std::min(words.find('\n', start), words.size());
+    if (end > start) last = words.substr(start, end - start);
+    start = end + 1;
+  }
+  return last;
+}
+
+std::string Seconds(const std::optional<std::chrono::seconds>& time) {
+  return time ? std::to_string(time->count()) : "0";
+}
+
+std::string WithoutTag(const std::string& line) {
+  const size_t end = line.find("] ");
+  const size_t text = end == std::string::npos ? 0 : line.find_first_not_of(' ', end + 1);
+  return line.substr(text == std::string::npos ? 0 : text);
+}
+
+}  // namespace
+
+std::string DumpsOf(const Job& job) { return job.folder + "/dumps"; }
+
+std::vector<std::string> CommandOf(const LaunchRequest& request, const std::string& list,
+                                   const std::string& dumps) {
+  std::vector<std::string> words{request.program, "-m", request.model, "-i", list, "-j",
+                                 request.config,  "-o", dumps};
+  const auto add = [&](const char* option, const std::string& value) {
+    words.emplace_back(option);
+    words.push_back(value);
+  };
+  if (request.batch) add("-b", std::to_string(*request.batch));
+  if (request.totalT) add("-t", std::to_string(*request.totalT));
+  if (request.thresholds) add("-r", *request.thresholds);
+  if (request.isProfiled) add("-p", "1");
+  return words;
+}
+
+JobEnd RunJob(const Job& job, const LaunchRequest& request, const Plan& plan, StopSignals& signals,
+              const Watch& watch) {
+  RemoveTree(job.folder);
+  MakeFolders(DumpsOf(job));
+  return Watcher(job, request, plan, signals, watch).Run();
+}
+
+std::string RelativePath(const std::string& folder, const std::string& file) {
+  size_t same = 0;  // where the first part begins that differs
+  for (size_t i = 0; i < folder.size() && i < file.size() && folder[i] == file[i]; ++i) {
+    if (folder[i] == '/') same = i + 1;
+    const bool isWholeFolder = i + 1 == folder.size() && i + 1 < file.size() && file[i + 1] == '/';
+    if (isWholeFolder) return file.substr(i + 2);
+  }
+  std::string path = "../";
+  for (size_t i = same; i < folder.size(); ++i) {
+    if (folder[i] == '/') path += "../";
+  }
+  return path + file.substr(same);
+}
+
+std::string DescribeEnd(const JobEnd& end, const LaunchRequest& request) {
+  std::string text;
+  switch (end.reason) {
+    case JobEnd::Reason::kStopped:
+      return "was stopped";
+    case JobEnd::Reason::kLimit:
+      text = "was ended after " + Seconds(request.limit) + " s, the time for all (--timeout)";
+      break;
+    case JobEnd::Reason::kSampleLimit:
+      text = "was ended after " + Seconds(request.sampleLimit) +
+             " s, the time for one inference (--sample-timeout)";
+      break;
+    case JobEnd::Reason::kEnded:
+      text = end.program.signal
+                 ? "ended by " + SignalName(*end.program.signal)
+                 : "ended with status " + std::to_string(end.program.status.value_or(0));
+      break;
+  }
+  if (!end.inside.empty()) text += " inside " + end.inside;
+  if (!end.log.Cause().empty()) {
+    text += " after '" + Printable(WithoutTag(end.log.Cause())) + "'";
+    const Explanation* explanation = Explain(end.log.Cause());
+    if (explanation != nullptr) text += ": " + std::string(explanation->means);
+  }
+  const std::string said = LastLineOf(end.words);
+  if (!said.empty()) text += "; it said: " + Printable(said);
+  return text;
+}
+
+}  // namespace vorn::kit

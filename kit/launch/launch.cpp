@@ -1,0 +1,607 @@
+// What is done counts once its line stands in samples.jsonl, which is written behind its dumps: a
+// launch that is killed at any moment has lost the job that ran, and nothing else.
+#include "kit/launch/launch.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <set>
+#include <utility>
+
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/launch/dumps.h"
+#include "kit/launch/execution_times.h"
+#include "kit/launch/job.h"
+#include "kit/launch/libraries.h"
+#include "kit/launch/machine.h"
+#include "kit/launch/run_folder.h"
+#include "kit/model/model_json.h"
+#include "kit/model/run_log.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr const char* kErrorsFile = "errors.txt";
+constexpr const char* kChunksFolder = "chunks";
+constexpr const char* kTraceFile = "trace.vtrace";
+constexpr uint64_t kMostAsideInARow = 20;
+constexpr size_t kMostKeptInputs = 64;
+constexpr size_t kMostStandardError = 16 * 1024;
+constexpr uint64_t kMostLogBytes = 256 << 20;
+constexpr size_t kMostNamed = 5;  // samples that a summary names
+
+std::string Quoted(std::string_view text) { return "'" + Printable(text) + "'"; }
+
+std::string Counted(uint64_t count, const std::string& one) {
+  return std::to_string(count) + " " + one + (count == 1 ? "" : "s");
+}
+
+// Identities of files that many inferences share.
+class InputFiles {
+ public:
+  FileIdentity Identify(const std::string& path) {
+    if (const auto known = known_.find(path); known != known_.end()) return known->second;
+    FileIdentity file{.path = path, .sizeBytes = {}, .xxh3 = {}};
+    try {
+      file = IdentifyFile(path, "the input", ExitStatus::kInput);
+    } catch (const Fault&) {
+      // It was not there for the program either.
+    }
+    if (known_.size() >= kMostKeptInputs) known_.clear();
+    known_[path] = file;
+    return file;
+  }
+
+ private:
+  std::map<std::string, FileIdentity> known_;
+};
+
+class Launcher {
+ public:
+  Launcher(const LaunchRequest& request, Plan plan, Console& console)
+      : request_(request),
+        plan_(std::move(plan)),
+        console_(console),
+        folder_(request.run, request.isResumed),
+        samples_(folder_.Path(kSamplesFile)),
+        times_(folder_.Path(kTimesFile)),
+        moments_(folder_.Path(kMachineFile)) {}
+
+  ExitStatus Run() {
+    try {
+      Begin();
+      RunChunks();
+      Finish();
+    } catch (const Fault& fault) {
+      Abandon(fault);
+      throw;
+    }
+    return status_;
+  }
+
+ private:
+  // ---- The beginning ----------------------------------------------------------------------------
+
+  void Begin() {
+    began_ = std::chrono::steady_clock::now();
+    if (request_.limit) deadline_ = began_ + *request_.limit;
+    facts_.command = request_.command;
+    facts_.version = request_.version;
+    facts_.model = plan_.model.model;
+    facts_.configuration = plan_.model.configuration;
+    facts_.list = plan_.list;
+    facts_.runtime = plan_.model.runtime;
+    facts_.mapped = plan_.libraries;
+    facts_.machine = DescribeMachine();
+    facts_.startRealtimeNs = RealtimeNs();
+    isDone_.assign(plan_.inferences, false);
+    if (folder_.Before()) GoOn(*folder_.Before());
+    RemoveTree(folder_.Path(kChunksFolder));
+    MakeFolders(folder_.Path(kDumpsFolder));
+    if (plan_.isModelKnown) WriteWholeFile(folder_.Path(kModelFile), ToJson(plan_.model));
+    WriteRun();
+  }
+
+  // What is there stays where it is of the same files and verifies.
+  void GoOn(const RunFacts& before) {
+    const auto compare = [&](const FileIdentity& was, const FileIdentity& is, const char* what) {
+      if (was.xxh3 == is.xxh3) return;
+      throw Fault(ExitStatus::kUsage, Quoted(request_.run) + " was begun with another " + what +
+                                          " (" + Quoted(was.path) +
+                                          "); name another folder with --run");
+    };
+    compare(before.model, facts_.model, "model");
+    if (before.configuration && facts_.configuration) {
+      compare(*before.configuration, *facts_.configuration, "configuration");
+    }
+    if (before.list && facts_.list) compare(*before.list, *facts_.list, "list");
+    facts_.startRealtimeNs = before.startRealtimeNs;
+    facts_.warnings = before.warnings;
+    facts_.phases = before.phases;
+    ForEachLine(folder_.Path(kSamplesFile), "the samples of the run", ExitStatus::kInput,
+                [&](std::string_view line) { TakeSample(SampleFromLine(line)); });
+    done_ = static_cast<uint64_t>(std::count(isDone_.begin(), isDone_.end(), true));
+    attempts_ = AttemptsBefore();
+    console_.Say("going on with " + std::to_string(done_) + " of " +
+                 Counted(plan_.inferences, "inference") + " done");
+  }
+
+  void TakeSample(const SampleRecord& record) {
+    if (record.index >= isDone_.size()) return;
+    const bool isWhole =
+        record.status == SampleStatus::kDone && record.outputs.size() == plan_.model.outputs.size();
+    isDone_[record.index] = isWhole && std::all_of(record.outputs.begin(), record.outputs.end(),
+                                                   [&](const auto& output) {
+                                                     return DoesVerify(request_.run, output);
+                                                   });
+  }
+
+  std::map<uint64_t, uint64_t> AttemptsBefore() const {
+    std::map<uint64_t, uint64_t> attempts;
+    ForEachLine(folder_.Path(kTimesFile), "the times of the run", ExitStatus::kInput,
+                [&](std::string_view line) {
+                  const TimesRecord record = TimesFromLine(line);
+                  uint64_t& most = attempts[record.chunk];
+                  most = std::max(most, record.attempt);
+                });
+    return attempts;
+  }
+
+  void WriteRun() { WriteWholeFile(folder_.Path(kRunFile), ToJson(facts_)); }
+
+  // ---- Chunks and jobs --------------------------------------------------------------------------
+
+  void RunChunks() {
+    if (!plan_.isModelKnown) {
+      RunPart(0, {});
+      return;
+    }
+    const uint64_t size = request_.chunk.value_or(std::max<uint64_t>(plan_.inferences, 1));
+    for (uint64_t first = 0; first < plan_.inferences && !isOver_; first += size) {
+      std::vector<uint64_t> indices;
+      for (uint64_t i = first; i < std::min(first + size, plan_.inferences); ++i) {
+        if (!isDone_[i]) indices.push_back(i);
+      }
+      while (!indices.empty() && !isOver_) indices = RunPart(first / size, std::move(indices));
+    }
+  }
+
+  // Runs a process over these, and returns what is still to do of them.
+  std::vector<uint64_t> RunPart(uint64_t chunk, std::vector<uint64_t> indices) {
+    Job job{.indices = std::move(indices),
+            .takesWholeList = false,
+            .folder = "",
+            .log = folder_.Path(kLogFile),
+            .errors = folder_.Path(kErrorsFile),
+            .deadline = deadline_};
+    job.takesWholeList = !request_.chunk && job.indices.size() == plan_.inferences;
+    const uint64_t attempt = ++attempts_[chunk];
+    job.folder =
+        folder_.Path(kChunksFolder) + "/" + std::to_string(chunk) + "." + std::to_string(attempt);
+    const JobEnd end = RunJob(job, request_, plan_, signals_,
+                              [this](pid_t pid, const ProgramLog& log) { Look(pid, log); });
+    if (!plan_.isModelKnown) LearnModel(job, end);
+    TakeTimes(job, end, chunk, attempt);
+    std::vector<uint64_t> left = TakeSamples(job, end);
+    TakeComplaints(end);
+    Conclude(job, end, left);
+    RemoveTree(job.folder);
+    WriteRun();
+    return left;
+  }
+
+  void Look(pid_t pid, const ProgramLog& log) {
+    const auto now = std::chrono::steady_clock::now();
+    console_.Show({.done = done_ + log.Dumped(),
+                   .all = plan_.inferences,
+                   .doneHere = doneHere_ + log.Dumped(),
+                   .faults = faults_ + log.Faults(),
+                   .elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - began_)});
+    if (isLookedAt_ && now - lookedAt_ < std::chrono::seconds(1)) return;
+    isLookedAt_ = true;
+    lookedAt_ = now;
+    moments_.Append(ToLine(TakeMoment(pid)));
+    for (const std::string& path : MappedLibraries(pid)) {
+      const bool isKnown = std::any_of(facts_.mapped.begin(), facts_.mapped.end(),
+                                       [&](const MappedFile& file) { return file.path == path; });
+      if (!isKnown) facts_.mapped.push_back({.path = path, .buildId = BuildIdOf(path)});
+    }
+  }
+
+  // Of a model that could not be described, what the program printed of it.
+  void LearnModel(Job& job, const JobEnd& end) {
+    try {
+      TakeModel(plan_, request_,
+                ReadRunLog(ReadWholeFile(job.log, "the log", ExitStatus::kInput, kMostLogBytes)));
+      WriteWholeFile(folder_.Path(kModelFile), ToJson(plan_.model));
+    } catch (const Fault&) {
+      plan_.inferences = end.log.Dumped();  // more is not known of it
+    }
+    isDone_.assign(plan_.inferences, false);
+    for (uint64_t i = 0; i < plan_.inferences; ++i) job.indices.push_back(i);
+  }
+
+  // ---- What a job left --------------------------------------------------------------------------
+
+  void TakeTimes(const Job& job, const JobEnd& end, uint64_t chunk, uint64_t attempt) {
+    if (!end.whyNoTrace.empty()) Warn("not-traced", 1, end.whyNoTrace);
+    if (end.trace.empty()) return;
+    const ExecutionTimes times = ReadExecutionTimes(end.trace);
+    if (times.dropped > 0) {
+      Warn("calls-dropped", times.dropped, "calls had no room in the trace: times are missing");
+    }
+    std::string lines;
+    const size_t count = std::min(times.inferences.size(), job.indices.size());
+    for (size_t i = 0; i < count; ++i) {
+      lines += ToLine(TimesRecord{.index = job.indices[i],
+                                  .chunk = chunk,
+                                  .attempt = attempt,
+                                  .host = times.host,
+                                  .startRealtimeNs = times.inferences[i].startRealtimeNs,
+                                  .executeNs = times.inferences[i].executeNs,
+                                  .series = {}});
+    }
+    times_.Append(lines);
+    for (const auto& [phase, duration] : times.phases) facts_.phases[phase] += duration;
+    const bool isKept =
+        !request_.chunk || end.reason != JobEnd::Reason::kEnded || end.program.status != 0;
+    if (isKept) MoveFolder(end.trace, folder_.Path(kTraceFile));
+  }
+
+  // The inferences of the job that are still to do.
+  std::vector<uint64_t> TakeSamples(const Job& job, const JobEnd& end) {
+    const uint64_t dumped = std::min<uint64_t>(end.log.Dumped(), job.indices.size());
+    const bool isAtOne =
+        plan_.perInference != 0 && end.log.Begun(plan_.perInference) > end.log.Dumped();
+    std::string lines;
+    for (uint64_t i = 0; i < dumped; ++i) lines += ToLine(TakeDumps(job, i));
+    uint64_t resolved = dumped;
+    asideNow_ = false;
+    if (isAtOne && dumped < job.indices.size() && end.reason != JobEnd::Reason::kStopped &&
+        end.reason != JobEnd::Reason::kLimit) {
+      lines += ToLine(PutAside(job.indices[dumped], end));
+      ++resolved;
+      asideNow_ = true;
+    }
+    samples_.Append(lines);
+    samples_.Sync();
+    return {job.indices.begin() + static_cast<ptrdiff_t>(resolved), job.indices.end()};
+  }
+
+  SampleRecord RecordOf(uint64_t index, bool areFilesRead) {
+    SampleRecord record{.index = index, .status = {}, .inputs = {}, .outputs = {}, .reason = {}};
+    if (!plan_.isModelKnown) return record;
+    for (const ListedInput& input : plan_.InputsOf(index)) {
+      FileIdentity file{.path = input.file, .sizeBytes = {}, .xxh3 = {}};
+      if (areFilesRead) file = inputFiles_.Identify(input.file);
+      record.inputs.push_back(
+          {.line = input.line, .name = input.name, .path = input.path, .file = std::move(file)});
+    }
+    return record;
+  }
+
+  SampleRecord TakeDumps(const Job& job, uint64_t place) {
+    const uint64_t index = job.indices[place];
+    SampleRecord record = RecordOf(index, true);
+    const std::string from = DumpsOf(job) + "/" + std::to_string(place);
+    const std::string name = std::string(kDumpsFolder) + "/" + std::to_string(index);
+    DumpsFound found = InspectDumps(from, plan_.model,
+                                    {.isTextKept = request_.isTextKept,
+                                     .areArrays = request_.areArrays,
+                                     .batch = BatchOf(plan_, request_)});
+    RemoveTree(folder_.Path(name));
+    if (SizeOfFile(from) != 0) MoveFolder(from, folder_.Path(name));
+    for (SampleOutput& output : found.outputs) {
+      output.path = name + "/" + output.path;
+      if (output.text) output.text = name + "/" + *output.text;
+    }
+    record.outputs = std::move(found.outputs);
+    record.status = found.faults.empty() ? SampleStatus::kDone : SampleStatus::kFailed;
+    if (!found.faults.empty()) {
+      record.reason = Joined(found.faults);
+      Trouble(record, "failed");
+    }
+    isDone_[index] = found.faults.empty();
+    done_ += found.faults.empty() ? 1 : 0;
+    ++doneHere_;
+    if (!found.unfit.empty()) {
+      Warn("not-finite", 1,
+           "outputs hold " + std::to_string(found.nans) + " NaN and " +
+               std::to_string(found.infinities) + " infinities, first " +
+               Quoted(found.unfit.front()) + " of inference " + std::to_string(index) + " (" +
+               PlaceOf(record) + ")");
+    }
+    return record;
+  }
+
+  static std::string Joined(const std::vector<std::string>& texts) {
+    std::string joined;
+    for (const std::string& text : texts) joined += (joined.empty() ? "" : "; ") + text;
+    return joined;
+  }
+
+  std::string PlaceOf(const SampleRecord& record) const {
+    if (record.inputs.empty()) return "no line";
+    return Printable(request_.list) + ":" + std::to_string(record.inputs.front().line);
+  }
+
+  SampleRecord PutAside(uint64_t index, const JobEnd& end) {
+    SampleRecord record = RecordOf(index, true);
+    const bool isAside = end.program.signal || end.reason != JobEnd::Reason::kEnded;
+    record.status = isAside ? SampleStatus::kAside : SampleStatus::kFailed;
+    record.reason = DescribeEnd(end, request_);
+    Trouble(record, isAside ? "put aside" : "failed");
+    return record;
+  }
+
+  void Trouble(const SampleRecord& record, const std::string& what) {
+    ++troubles_;
+    if (troubles_ > kMostNamed) return;
+    console_.Say("inference " + std::to_string(record.index) + " (" + PlaceOf(record) + ") " +
+                 what + ": " + record.reason.value_or(""));
+  }
+
+  void TakeComplaints(const JobEnd& end) {
+    faults_ += end.log.Faults();
+    for (const auto& [id, complaint] : end.log.Complaints()) {
+      const Explanation* known = complaint.explanation;
+      std::string message = Printable(complaint.firstLine);
+      if (known == nullptr) {
+        message += ": not known here";
+      } else {
+        message += ": " + std::string(known->means) + "; " + std::string(known->advice);
+      }
+      Warn(id, complaint.count, message);
+    }
+  }
+
+  void Warn(const std::string& id, uint64_t count, const std::string& message) {
+    for (RunWarning& warning : facts_.warnings) {
+      if (warning.id != id) continue;
+      warning.count += count;
+      return;
+    }
+    facts_.warnings.push_back({.id = id, .count = count, .message = message});
+  }
+
+  // ---- What follows of how it ended -------------------------------------------------------------
+
+  void Conclude(const Job& job, const JobEnd& end, const std::vector<uint64_t>& left) {
+    const bool isProgress = left.size() < job.indices.size();
+    asideInARow_ = asideNow_ && job.indices.size() - left.size() == 1 ? asideInARow_ + 1 : 0;
+    if (end.program.signal && end.reason == JobEnd::Reason::kEnded) {
+      facts_.signal = SignalName(*end.program.signal);
+    }
+    switch (end.reason) {
+      case JobEnd::Reason::kStopped:
+        isOver_ = true;
+        return;
+      case JobEnd::Reason::kLimit:
+        Take(ExitStatus::kLimit, "the program " + DescribeEnd(end, request_));
+        isOver_ = true;
+        return;
+      case JobEnd::Reason::kSampleLimit:
+        status_ = FirstOf(status_, ExitStatus::kLimit);
+        break;
+      case JobEnd::Reason::kEnded:
+        ConcludeEnd(job, end, left);
+        break;
+    }
+    if (!request_.chunk) {
+      isOver_ = true;  // in one piece is in one piece
+    } else if (!left.empty() && !isProgress) {
+      isOver_ = true;  // it would end like this again and again
+    } else if (asideInARow_ >= kMostAsideInARow) {
+      Take(ExitStatus::kRuntime, std::to_string(asideInARow_) +
+                                     " inferences one after the other ended the program; the "
+                                     "rest would do the same");
+      isOver_ = true;
+    }
+  }
+
+  void ConcludeEnd(const Job& job, const JobEnd& end, const std::vector<uint64_t>& left) {
+    if (end.program.status == 0) {
+      if (!left.empty()) {
+        Take(ExitStatus::kRuntime, "the program ended with status 0 after " +
+                                       std::to_string(job.indices.size() - left.size()) + " of " +
+                                       Counted(job.indices.size(), "inference"));
+      }
+      return;
+    }
+    // Of a chunk the sample that did it was named, and the rest goes on.
+    if (request_.chunk && asideNow_) return;
+    const Explanation* cause = end.log.Cause().empty() ? nullptr : Explain(end.log.Cause());
+    const auto status =
+        end.program.signal || cause == nullptr ? ExitStatus::kRuntime : cause->status;
+    if (asideNow_) {
+      status_ = FirstOf(status_, status);  // it was said with the sample
+      return;
+    }
+    Take(status, "the program " + DescribeEnd(end, request_));
+  }
+
+  void Take(ExitStatus status, const std::string& message) {
+    status_ = FirstOf(status_, status);
+    Warn("program-end", 1, message);
+    console_.Say(message);
+  }
+
+  // ---- The end ----------------------------------------------------------------------------------
+
+  // Nothing says "running" that does not.
+  void Abandon(const Fault& fault) {
+    facts_.state = RunState::kFailed;
+    facts_.status = static_cast<int>(fault.Status());
+    facts_.endRealtimeNs = RealtimeNs();
+    try {
+      WriteRun();
+    } catch (const Fault&) {
+      // The first fault is the one to tell of.
+    }
+  }
+
+  void Finish() {
+    const bool wasStopped = signals_.Asked() != 0;
+    CompareSamples();
+    RemoveTree(folder_.Path(kChunksFolder));
+    const std::string errors = folder_.Path(kErrorsFile);
+    const uint64_t size = SizeOfFile(errors);
+    facts_.standardError =
+        ReadFrom(errors, size - std::min<uint64_t>(size, kMostStandardError), kMostStandardError);
+    if (facts_.counts.done < facts_.counts.inferences) {
+      status_ = FirstOf(status_, ExitStatus::kPartial);
+    }
+    facts_.state = wasStopped                                ? RunState::kInterrupted
+                   : isOver_ && status_ != ExitStatus::kDone ? RunState::kFailed
+                                                             : RunState::kDone;
+    facts_.status = static_cast<int>(status_);
+    facts_.endRealtimeNs = RealtimeNs();
+    WriteRun();
+    Summarise();
+  }
+
+  // In the order of the list, so that each can be compared with the one before.
+  void CompareSamples() {
+    facts_.counts = {};
+    facts_.counts.inferences = plan_.inferences;
+    SampleRecord before;
+    SortSamples(
+        folder_.Path(kSamplesFile), plan_.inferences,
+        [&](uint64_t index) {
+          SampleRecord record = RecordOf(index, false);
+          record.status = SampleStatus::kMissing;
+          record.reason = "was not run";
+          return record;
+        },
+        [&](const SampleRecord& record) {
+          Count(record.status);
+          if (IsRepeated(before, record)) {
+            Warn("output-repeated", 1,
+                 "outputs are those of the inference before, and the inputs are others; first "
+                 "inference " +
+                     std::to_string(record.index) + " (" + PlaceOf(record) + ")");
+          }
+          before = record;
+        });
+  }
+
+  void Count(SampleStatus status) {
+    switch (status) {
+      case SampleStatus::kDone:
+        ++facts_.counts.done;
+        break;
+      case SampleStatus::kFailed:
+        ++facts_.counts.failed;
+        break;
+      case SampleStatus::kAside:
+        ++facts_.counts.aside;
+        break;
+      case SampleStatus::kMissing:
+        ++facts_.counts.missing;
+        break;
+    }
+  }
+
+  static bool IsRepeated(const SampleRecord& before, const SampleRecord& now) {
+    const bool areDone = before.status == SampleStatus::kDone &&
+                         now.status == SampleStatus::kDone && now.index == before.index + 1;
+    if (!areDone || now.outputs.empty() || now.outputs.size() != before.outputs.size())
+      return false;
+    const bool areSame =
+        std::equal(now.outputs.begin(), now.outputs.end(), before.outputs.begin(),
+                   [](const auto& one, const auto& other) { return one.xxh3 == other.xxh3; });
+    if (!areSame || now.inputs.size() != before.inputs.size()) return false;
+    return !std::equal(
+        now.inputs.begin(), now.inputs.end(), before.inputs.begin(),
+        [](const auto& one, const auto& other) { return one.file.xxh3 == other.file.xxh3; });
+  }
+
+  void Summarise() {
+    if (troubles_ > kMostNamed) {
+      console_.Say("and " + std::to_string(troubles_ - kMostNamed) +
+                   " more; samples.jsonl names them all");
+    }
+    for (const RunWarning& warning : facts_.warnings) {
+      if (warning.id == "program-end") continue;
+      const Explanation* known = FindById(warning.id);
+      if (known != nullptr && known->role == LineRole::kFollows) continue;
+      console_.Say("warning " + warning.id + ", " + Counted(warning.count, "time") + ": " +
+                   warning.message);
+    }
+    const SampleCounts& counts = facts_.counts;
+    std::string text = Quoted(request_.run) + " has " + std::to_string(counts.done) + " of " +
+                       Counted(counts.inferences, "inference");
+    const auto add = [&](uint64_t count, const char* what) {
+      if (count > 0) text += ", " + std::to_string(count) + " " + what;
+    };
+    add(counts.failed, "failed");
+    add(counts.aside, "put aside");
+    add(counts.missing, "not run");
+    console_.Say(text);
+    if (counts.done == counts.inferences) return;
+    std::vector<std::string> again = request_.command;
+    if (std::find(again.begin(), again.end(), "--resume") == again.end()) {
+      again.emplace_back("--resume");
+    }
+    console_.Say("to go on: " + QuotedCommand(again));
+  }
+
+  static const Explanation* FindById(const std::string& id) {
+    for (const Explanation& explanation : AllExplanations()) {
+      if (explanation.id == id) return &explanation;
+    }
+    return nullptr;
+  }
+
+  const LaunchRequest& request_;
+  Plan plan_;
+  Console& console_;
+  RunFolder folder_;
+  LineFile samples_;
+  LineFile times_;
+  LineFile moments_;
+  StopSignals signals_;
+  InputFiles inputFiles_;
+  RunFacts facts_;
+  ExitStatus status_ = ExitStatus::kDone;
+  std::vector<bool> isDone_;
+  uint64_t done_ = 0;
+  uint64_t doneHere_ = 0;
+  uint64_t faults_ = 0;
+  uint64_t troubles_ = 0;
+  uint64_t asideInARow_ = 0;
+  bool asideNow_ = false;
+  bool isOver_ = false;
+  std::map<uint64_t, uint64_t> attempts_;  // by chunk
+  SteadyTime began_;
+  std::optional<SteadyTime> deadline_;
+  bool isLookedAt_ = false;
+  SteadyTime lookedAt_;
+};
+
+}  // namespace
+
+ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
+  return Launcher(request, std::move(plan), console).Run();
+}
+
+std::string QuotedCommand(const std::vector<std::string>& words) {
+  constexpr std::string_view kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=+,:@%";
+  std::string text;
+  for (const std::string& word : words) {
+    if (!text.empty()) text += ' ';
+    if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) {
+      text += word;
+      continue;
+    }
+    text += '\'';
+    for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    text += '\'';
+  }
+  return text;
+}
+
+}  // namespace vorn::kit

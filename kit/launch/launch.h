@@ -1,0 +1,22 @@
+// A list run over a model into a run directory: in one piece or in chunks, checked before and
+// behind.
+#ifndef VORN_KIT_LAUNCH_LAUNCH_H_
+#define VORN_KIT_LAUNCH_LAUNCH_H_
+
+#include "kit/common/fault.h"
+#include "kit/launch/console.h"
+#include "kit/launch/plan.h"
+
+namespace vorn::kit {
+
+/// Runs what was planned. Leaves the run directory as its files say, whatever happens, and says on
+/// the console what is there and how to go on. Throws a Fault where it cannot go on itself; what it
+/// has done by then is in the directory.
+[[nodiscard]] ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console);
+
+/// The words of a command line as a shell would read them again.
+[[nodiscard]] std::string QuotedCommand(const std::vector<std::string>& words);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_LAUNCH_LAUNCH_H_

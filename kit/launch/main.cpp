@@ -1,0 +1,190 @@
+// vorn-launch: runs vorn-run over a list into a run directory.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "kit/common/command_line.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/own_folder.h"
+#include "kit/launch/launch.h"
+#include "kit/launch/plan.h"
+#include "kit/run/run_directory.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostNumber = INT32_MAX;
+constexpr uint64_t kMostRunBytes = 64 << 20;
+constexpr size_t kMostFindings = 100;
+
+constexpr std::string_view kForms[] = {
+    "-m MODEL -j CONFIG -i LIST --run RUN [OPTION...]",
+};
+
+constexpr Option kOptions[] = {
+    {"model", 'm', "FILE", "The model."},
+    {"config", 'j', "FILE", "The runtime's JSON configuration."},
+    {"list", 'i', "FILE", "The list of inputs, as vorn-run takes it."},
+    {"run", 0, "RUN",
+     "The run directory. It is made, and has to be empty unless --resume is given."},
+    {"batch", 'b', "N", "Items of a batch, as vorn-run takes it."},
+    {"total-t", 't', "N", "Frames of a sequence, as vorn-run takes it."},
+    {"thresholds", 'r', "FILES", "Files of thresholds, with commas between them."},
+    {"profile", 'p', "", "Execute each inference 21 times, as -p 1 of vorn-run does."},
+    {"chunk", 0, "N",
+     "Run N inferences a process. One that ends its process is put aside and named, and the rest "
+     "of "
+     "its chunk goes on."},
+    {"resume", 0, "",
+     "Go on with the run in RUN: what is there and verifies by size and hash stays."},
+    {"timeout", 0, "SECONDS", "End the run after that time."},
+    {"sample-timeout", 0, "SECONDS",
+     "End a process that takes longer for one inference, from its first file on."},
+    {"no-text", 0, "", "Remove the .float files behind each process; they are most of the bytes."},
+    {"npy", 0, "", "Put a .npy array, in its shape, beside each dump."},
+    {"no-trace", 0, "", "Put no layer under the program: there are no times of executions then."},
+    {"program", 0, "FILE", "The vorn-run to run. Without it the one beside this program."},
+    {"model-json", 0, "FILE",
+     "What vorn inspect --json says of the model. Without it the model is loaded once, and what it "
+     "told is kept in ~/.cache/vorn."},
+    {"dry-run", 0, "", "Check everything, and run nothing."},
+    {"anyway", 0, "", "Run although the checks find faults, and say them."},
+    {"json", 0, "", "Print run.json on standard output at the end."},
+    {"quiet", 'q', "", "Say nothing on standard error but why it could not run."},
+};
+
+constexpr Verb kLaunch{
+    .name = "launch",
+    .summary = "a list run over a model, checked before and behind, into a run directory",
+    .forms = kForms,
+    .about =
+        "Checks model, configuration, list, every file's size and the room on the disk, and says\n"
+        "all faults at once. Runs vorn-run as it is, with the trace layer in it. Then looks at\n"
+        "every dump: whether it is there, of the right size, finite, and not the one before.\n"
+        "\n"
+        "RUN holds run.json, model.json, samples.jsonl, times.jsonl, machine.jsonl, log.txt,\n"
+        "errors.txt, trace.vtrace and dumps/INFERENCE/; docs/schema tells their members.\n"
+        "VORN_LOG=1 is set for the program where VORN_LOG is not set.\n"
+        "\n"
+        "Ends with 0: all is there; 2, 3, 4: a fault of options, inputs, model; 5: of the\n"
+        "runtime, or a signal ended the program; 7: a limit; 8: some inferences are missing.",
+    .options = kOptions,
+    .example =
+        "build/release/vorn launch -m examples/digits/digits.onnx -i examples/digits/list.txt "
+        "-j examples/digits/host.json --run build/digits.run",
+};
+
+// The words that this process was started with.
+std::vector<std::string> OwnWords() {
+  const std::string bytes =
+      ReadWholeFile("/proc/self/cmdline", "the own command line", ExitStatus::kOwnFault, 16 << 20);
+  std::vector<std::string> words{"vorn", "launch"};
+  size_t start = bytes.find('\0');
+  start = start == std::string::npos ? bytes.size() : start + 1;
+  while (start < bytes.size()) {
+    const size_t end = std::min(bytes.find('\0', start), bytes.size());
+    words.push_back(bytes.substr(start, end - start));
+    start = end + 1;
+  }
+  return words;
+}
+
+std::optional<std::chrono::seconds> Seconds(const Arguments& arguments, const char* name) {
+  if (!arguments.Has(name)) return std::nullopt;
+  return std::chrono::seconds(arguments.GetNumber(name, 0, 1, kMostNumber));
+}
+
+LaunchRequest RequestOf(const Arguments& arguments) {
+  LaunchRequest request;
+  request.model = arguments.Need("model");
+  request.config = arguments.Need("config");
+  request.list = arguments.Need("list");
+  request.run = arguments.Need("run");
+  for (const auto& [name, value] : {std::pair("model", &request.model),
+                                    {"config", &request.config},
+                                    {"list", &request.list},
+                                    {"run", &request.run}}) {
+    if (value->empty())
+      throw Fault(ExitStatus::kUsage, "--" + std::string(name) + " names nothing");
+  }
+  while (request.run.size() > 1 && request.run.back() == '/') request.run.pop_back();
+  request.program = arguments.Get("program").value_or(OwnFolder() + "/vorn-run");
+  request.thresholds = arguments.Get("thresholds");
+  if (arguments.Has("batch")) {
+    request.batch = static_cast<int64_t>(arguments.GetNumber("batch", 1, 1, kMostNumber));
+  }
+  if (arguments.Has("total-t")) {
+    request.totalT = static_cast<int64_t>(arguments.GetNumber("total-t", 1, 1, kMostNumber));
+  }
+  if (arguments.Has("chunk")) request.chunk = arguments.GetNumber("chunk", 0, 1, kMostNumber);
+  request.isProfiled = arguments.Has("profile");
+  request.modelJson = arguments.Get("model-json");
+  request.limit = Seconds(arguments, "timeout");
+  request.sampleLimit = Seconds(arguments, "sample-timeout");
+  request.isResumed = arguments.Has("resume");
+  request.isTraced = !arguments.Has("no-trace");
+  request.isTextKept = !arguments.Has("no-text");
+  request.areArrays = arguments.Has("npy");
+  request.isAnyway = arguments.Has("anyway");
+  request.command = OwnWords();
+  request.version = VORN_VERSION;
+  return request;
+}
+
+// All of them as one text, as a Fault prints it: a line each.
+std::string TextOf(const std::vector<Finding>& findings) {
+  std::string text;
+  for (size_t i = 0; i < std::min(findings.size(), kMostFindings); ++i) {
+    text += (i == 0 ? "" : "\nvorn launch: ") + findings[i].message;
+  }
+  if (findings.size() > kMostFindings) {
+    text += "\nvorn launch: and " + std::to_string(findings.size() - kMostFindings) + " more";
+  }
+  return text;
+}
+
+void SayFindings(const LaunchRequest& request, const Plan& plan, Console& console) {
+  const ExitStatus status = StatusOf(plan.findings);
+  if (status != ExitStatus::kDone && !request.isAnyway) throw Fault(status, TextOf(plan.findings));
+  if (!plan.findings.empty()) console.Say(TextOf(plan.findings));
+}
+
+void CheckAnyway(const LaunchRequest& request, const Plan& plan) {
+  if (plan.isModelKnown) return;
+  if (request.chunk || request.isResumed) {
+    throw Fault(ExitStatus::kUsage,
+                "--chunk and --resume need the model's description, which there is not; see above");
+  }
+}
+
+ExitStatus RunLaunch(const Arguments& arguments) {
+  const LaunchRequest request = RequestOf(arguments);
+  Console console(arguments.Has("quiet"));
+  Plan plan = MakePlan(request);
+  SayFindings(request, plan, console);
+  if (arguments.Has("dry-run")) {
+    console.Say("nothing speaks against " + std::to_string(plan.inferences) +
+                (plan.inferences == 1 ? " inference" : " inferences"));
+    return StatusOf(plan.findings);
+  }
+  CheckAnyway(request, plan);
+  const ExitStatus status = Launch(request, std::move(plan), console);
+  if (arguments.Has("json")) {
+    const std::string text = ReadWholeFile(request.run + "/" + kRunFile, "the record of the run",
+                                           ExitStatus::kOwnFault, kMostRunBytes);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+  }
+  return status;
+}
+
+}  // namespace
+}  // namespace vorn::kit
+
+int main(int argc, char** argv) {
+  // A file that took the place of a stream that was closed would get what is meant for the stream.
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) == -1) return 1;
+  }
+  return vorn::kit::RunVerb(vorn::kit::kLaunch, argc, argv, vorn::kit::RunLaunch);
+}

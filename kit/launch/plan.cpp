@@ -1,0 +1,268 @@
+// Each step that fails leaves a finding, and the steps that do not need it go on: whoever starts a
+// run hears of everything at once.
+#include "kit/launch/plan.h"
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "kit/common/printable.h"
+#include "kit/launch/execution_times.h"
+#include "kit/launch/libraries.h"
+#include "kit/launch/model_source.h"
+#include "vorn/vorn.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostListBytes = 1 << 30;
+constexpr uint64_t kMostThresholdBytes = 1 << 20;
+constexpr uint64_t kProfiledExecutions = 21;
+constexpr uint64_t kTracedCallBytes = 128;
+constexpr uint64_t kSampleLineBytes = 1024;
+
+std::string FolderAbove(const std::string& path) {
+  const size_t slash = path.rfind('/', path.find_last_not_of('/'));
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+FileState LookAt(const std::string& path) {
+  struct stat about {};
+  if (stat(path.c_str(), &about) != 0) {
+    return {.fault = errno == ENOENT ? "is not there" : "cannot be found: " + SystemReason(errno),
+            .sizeBytes = 0};
+  }
+  if (S_ISDIR(about.st_mode)) return {.fault = "is a folder, and a file is needed", .sizeBytes = 0};
+  if (!S_ISREG(about.st_mode)) return {.fault = "is no regular file", .sizeBytes = 0};
+  if (access(path.c_str(), R_OK) != 0) {
+    return {.fault = "cannot be read: " + SystemReason(errno), .sizeBytes = 0};
+  }
+  return {.fault = "", .sizeBytes = static_cast<uint64_t>(about.st_size)};
+}
+
+std::vector<std::string> SplitAtCommas(const std::string& text) {
+  std::vector<std::string> pieces;
+  size_t start = 0;
+  while (start < text.size()) {
+    const size_t end = std::min(text.find(',', start), text.size());
+    pieces.push_back(text.substr(start, end - start));
+    start = end + 1;
+  }
+  return pieces;
+}
+
+class Planner {
+ public:
+  explicit Planner(const LaunchRequest& request) : request_(request) {}
+
+  Plan Make() {
+    Try([&] { FindLibraries(); });
+    Try([&] {
+      plan_.model.model = IdentifyFile(request_.model, "the model", ExitStatus::kModel);
+      if (plan_.model.model.sizeBytes == uint64_t{0}) {
+        throw Fault(ExitStatus::kModel, "the model '" + Printable(request_.model) + "' is empty");
+      }
+    });
+    Try([&] {
+      plan_.model.configuration =
+          IdentifyFile(request_.config, "the configuration", ExitStatus::kModel);
+    });
+    Try([&] { ReadList(); });
+    Try([&] { Describe(); });
+    CheckRunFolder();
+    if (plan_.isModelKnown && plan_.list) {
+      Try([&] {
+        const std::vector<Finding> found =
+            CheckList(ListRequest(), plan_.model, plan_.lines, plan_.inputs, LookAt);
+        plan_.findings.insert(plan_.findings.end(), found.begin(), found.end());
+      });
+      CheckDisk();
+    } else if (plan_.list) {
+      const auto found = CheckFilesAlone(request_.list, plan_.lines, LookAt);
+      plan_.findings.insert(plan_.findings.end(), found.begin(), found.end());
+    }
+    return std::move(plan_);
+  }
+
+ private:
+  template <typename Step>
+  void Try(const Step& step) {
+    try {
+      step();
+    } catch (const Fault& fault) {
+      plan_.findings.push_back({.status = fault.Status(), .message = fault.what()});
+    }
+  }
+
+  void FindLibraries() {
+    const LinkedLibraries libraries = AskLoader(request_.program);
+    plan_.model.runtime =
+        IdentifyFile(FindRuntime(request_.program, libraries), "the runtime", ExitStatus::kRuntime);
+    for (const std::string& library : libraries.found) {
+      plan_.libraries.push_back({.path = library, .buildId = BuildIdOf(library)});
+    }
+  }
+
+  void ReadList() {
+    plan_.list = IdentifyFile(request_.list, "the list", ExitStatus::kInput);
+    plan_.lines = SplitListLines(
+        ReadWholeFile(request_.list, "the list", ExitStatus::kInput, kMostListBytes));
+  }
+
+  // Without one of the files there is nothing to describe, and that was said already.
+  void Describe() {
+    const bool areThere =
+        plan_.model.runtime && plan_.model.model.xxh3 && plan_.model.configuration;
+    if (!areThere) return;
+    TakeModel(plan_, request_,
+              DescribeFrom({.model = plan_.model.model,
+                            .configuration = *plan_.model.configuration,
+                            .runtime = *plan_.model.runtime,
+                            .file = request_.modelJson}));
+  }
+
+  CheckRequest ListRequest() const {
+    CheckRequest check{.listPath = request_.list,
+                       .batch = request_.batch.value_or(1),
+                       .totalT = request_.totalT,
+                       .thresholds = {}};
+    for (const std::string& path : SplitAtCommas(request_.thresholds.value_or(""))) {
+      auto& thresholds = check.thresholds.emplace_back();
+      thresholds.path = path;
+      thresholds.fault = LookAt(path).fault;
+      if (!thresholds.fault.empty()) continue;
+      const auto count = CountThresholds(
+          ReadWholeFile(path, "the thresholds", ExitStatus::kInput, kMostThresholdBytes));
+      if (!count) thresholds.fault = "hold something that is no number";
+      thresholds.values = count.value_or(0);
+    }
+    return check;
+  }
+
+  // ---- Where it goes ----------------------------------------------------------------------------
+
+  void CheckRunFolder() {
+    if (request_.run.find('\n') != std::string::npos) {
+      Find(ExitStatus::kUsage, "--run '" + Printable(request_.run) + "' holds a line end");
+    }
+    existing_ = request_.run;
+    while (access(existing_.c_str(), F_OK) != 0 && errno == ENOENT && existing_ != "/" &&
+           existing_ != ".") {
+      existing_ = FolderAbove(existing_);
+    }
+    struct stat about {};
+    if (stat(existing_.c_str(), &about) != 0 || !S_ISDIR(about.st_mode)) {
+      Find(ExitStatus::kUsage, "--run '" + Printable(request_.run) + "' cannot be made: '" +
+                                   Printable(existing_) + "' is no folder");
+    } else if (access(existing_.c_str(), W_OK | X_OK) != 0) {
+      Find(ExitStatus::kLimit,
+           "--run '" + Printable(request_.run) + "' cannot be written: " + SystemReason(errno));
+    }
+  }
+
+  void CheckDisk() {
+    struct statvfs disk {};
+    if (statvfs(existing_.c_str(), &disk) != 0) return;
+    const uint64_t free = uint64_t{disk.f_bavail} * disk.f_frsize;
+    const uint64_t atOnce = std::min(request_.chunk.value_or(plan_.inferences), plan_.inferences);
+    const uint64_t batch = BatchOf(plan_, request_);
+    const DumpSize kept = SizeOfDumps(plan_.model, batch, request_.isTextKept);
+    const DumpSize whole = SizeOfDumps(plan_.model, batch, true);
+    const uint64_t trace =
+        request_.isTraced
+            ? kTracedCallBytes * CallsOfRun(plan_.model.inputs.size(), plan_.model.outputs.size(),
+                                            atOnce, ExecutionsEach(request_))
+            : 0;
+    // The numbers of a hostile model may be of any size.
+    const auto sum = [&](uint64_t keptEach, uint64_t wholeEach) {
+      const double later = static_cast<double>(plan_.inferences - atOnce);
+      return later * static_cast<double>(keptEach) +
+             static_cast<double>(atOnce) * static_cast<double>(wholeEach) +
+             static_cast<double>(trace) +
+             static_cast<double>(plan_.inferences) * static_cast<double>(kSampleLineBytes);
+    };
+    const double least = sum(kept.leastBytes, whole.leastBytes);
+    const double most = sum(kept.mostBytes, whole.mostBytes);
+    const std::string text = "'" + Printable(existing_) + "' has " + SizeText(free) + " left";
+    if (least > static_cast<double>(free)) {
+      Find(ExitStatus::kLimit,
+           text + ", and the run takes " + Rounded(least) + " at least; " + Advice());
+    } else if (most > static_cast<double>(free)) {
+      Find(ExitStatus::kDone, text + ", and the run may take " + Rounded(most) +
+                                  ", which depends on the values; " + Advice());
+    }
+  }
+
+  static std::string Rounded(double bytes) {
+    constexpr double kMost = 9e18;
+    return SizeText(static_cast<uint64_t>(std::min(bytes, kMost)));
+  }
+
+  std::string Advice() const {
+    if (request_.isTextKept) return "--no-text with --chunk keeps a fifth of it";
+    if (!request_.chunk) return "--chunk lets the texts go behind each chunk";
+    return "name another disk with --run";
+  }
+
+  void Find(ExitStatus status, const std::string& message) {
+    plan_.findings.push_back({.status = status, .message = message});
+  }
+
+  const LaunchRequest& request_;
+  Plan plan_;
+  std::string existing_;  // the run directory, or the first folder above it that is there
+};
+
+}  // namespace
+
+std::vector<ListedInput> Plan::InputsOf(uint64_t inference) const {
+  const auto first = inputs.inputs.begin() + static_cast<ptrdiff_t>(inference * perInference);
+  return {first, first + static_cast<ptrdiff_t>(perInference)};
+}
+
+Plan MakePlan(const LaunchRequest& request) { return Planner(request).Make(); }
+
+void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model) {
+  // What a log tells has no files in it.
+  if (!model.model.xxh3) model.model = plan.model.model;
+  if (!model.configuration) model.configuration = plan.model.configuration;
+  if (!model.runtime) model.runtime = plan.model.runtime;
+  plan.model = std::move(model);
+  plan.isModelKnown = true;
+  plan.inputs = ResolveList(plan.lines, FolderOfList(request.list), NamedInputs(plan.model));
+  plan.perInference = DataInputs(plan.model, SplitAtCommas(request.thresholds.value_or("")).size());
+  plan.inferences = plan.perInference == 0 ? 0 : plan.inputs.inputs.size() / plan.perInference;
+}
+
+uint64_t BatchOf(const Plan& plan, const LaunchRequest& request) {
+  if (plan.model.netType == int32_t{VORN_NET_RECURRENT}) return 1;
+  return static_cast<uint64_t>(std::max<int64_t>(request.batch.value_or(1), 1));
+}
+
+uint64_t ExecutionsEach(const LaunchRequest& request) {
+  return request.isProfiled ? kProfiledExecutions : 1;
+}
+
+ExitStatus FirstOf(ExitStatus one, ExitStatus other) {
+  constexpr std::array kOrder{ExitStatus::kUsage,      ExitStatus::kInput,    ExitStatus::kModel,
+                              ExitStatus::kRuntime,    ExitStatus::kLimit,    ExitStatus::kPartial,
+                              ExitStatus::kDiffers,    ExitStatus::kSlower,   ExitStatus::kNothing,
+                              ExitStatus::kCannotTell, ExitStatus::kOwnFault, ExitStatus::kDone};
+  for (const ExitStatus status : kOrder) {
+    if (status == one || status == other) return status;
+  }
+  return ExitStatus::kOwnFault;
+}
+
+ExitStatus StatusOf(const std::vector<Finding>& findings) {
+  auto status = ExitStatus::kDone;
+  for (const Finding& finding : findings) status = FirstOf(status, finding.status);
+  return status;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,75 @@
+// What a launch is going to do, and all that speaks against it.
+#ifndef VORN_KIT_LAUNCH_PLAN_H_
+#define VORN_KIT_LAUNCH_PLAN_H_
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/launch/checks.h"
+#include "kit/launch/input_list.h"
+#include "kit/model/model_description.h"
+#include "kit/run/run_directory.h"
+
+namespace vorn::kit {
+
+struct LaunchRequest {
+  std::string model;
+  std::string config;
+  std::string list;
+  std::string run;                        ///< the run directory
+  std::string program;                    ///< vorn-run, by its path
+  std::optional<std::string> thresholds;  ///< as -r of vorn-run takes them
+  std::optional<int64_t> batch;
+  std::optional<int64_t> totalT;
+  bool isProfiled = false;
+  std::optional<std::string> modelJson;       ///< a description of the model
+  std::optional<uint64_t> chunk;              ///< inferences a process; empty: one process for all
+  std::optional<std::chrono::seconds> limit;  ///< for all of it
+  std::optional<std::chrono::seconds> sampleLimit;  ///< for one inference
+  bool isResumed = false;
+  bool isTraced = true;
+  bool isTextKept = true;
+  bool areArrays = false;
+  bool isAnyway = false;             ///< what speaks against it is said, and it runs
+  std::vector<std::string> command;  ///< of the verb
+  std::string version;
+};
+
+struct Plan {
+  bool isModelKnown = false;
+  ModelDescription model;  ///< with the identity of model, configuration and runtime
+  std::optional<FileIdentity> list;
+  std::vector<ListLine> lines;
+  ResolvedList inputs;
+  uint64_t perInference = 0;  ///< inputs; 0 while the model is not known
+  uint64_t inferences = 0;
+  std::vector<MappedFile> libraries;  ///< that the program is linked with
+  std::vector<Finding> findings;
+
+  [[nodiscard]] std::vector<ListedInput> InputsOf(uint64_t inference) const;
+};
+
+/// Looks at everything and runs nothing but, where no description is kept, a load of the model.
+[[nodiscard]] Plan MakePlan(const LaunchRequest& request);
+
+/// Puts a description into a plan that was made without one, and divides the list by it.
+void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model);
+
+/// The batch that counts: that of a recurrent model is 1.
+[[nodiscard]] uint64_t BatchOf(const Plan& plan, const LaunchRequest& request);
+
+/// How often an inference is executed.
+[[nodiscard]] uint64_t ExecutionsEach(const LaunchRequest& request);
+
+/// The worst of the findings by the table of ExitStatus; kDone if there are only remarks.
+[[nodiscard]] ExitStatus StatusOf(const std::vector<Finding>& findings);
+
+/// The one of two that stands first in the table of ExitStatus.
+[[nodiscard]] ExitStatus FirstOf(ExitStatus one, ExitStatus other);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_LAUNCH_PLAN_H_

@@ -1,0 +1,172 @@
+// Signals are waited for, not handled: nothing here runs at a moment that nobody chose.
+#include "kit/launch/program.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr int kNotStarted = 127;
+constexpr std::array kAskToStop{SIGINT, SIGTERM, SIGHUP};
+
+int OpenForLines(const std::string& path) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (fd < 0) {
+    throw Fault(ExitStatus::kLimit,
+                "cannot write '" + Printable(path) + "': " + SystemReason(errno));
+  }
+  return fd;
+}
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() { Close(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  [[nodiscard]] int Get() const { return fd_; }
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_;
+};
+
+// Becomes the program. Returns only where that failed; the reason is in errno. The standard streams
+// may be closed here, so that each place is taken before it is filled.
+void Execute(const ProgramRequest& request, int out, int err, const sigset_t& mask, pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(kNotStarted);  // it was gone before that
+  setpgid(0, 0);
+  const int in = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  dup2(in, STDIN_FILENO);
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  for (const auto& [name, value] : request.environment) setenv(name.c_str(), value.c_str(), 1);
+  std::vector<char*> words;
+  for (const std::string& word : request.command) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  execv(words[0], words.data());
+}
+
+}  // namespace
+
+StopSignals::StopSignals() {
+  // Ignored, as some parents leave it, a child's end would be told to nobody.
+  struct sigaction byDefault {};
+  byDefault.sa_handler = SIG_DFL;
+  sigaction(SIGCHLD, &byDefault, &childBefore_);
+  sigemptyset(&waited_);
+  sigaddset(&waited_, SIGCHLD);
+  for (const int number : kAskToStop) {
+    // Under nohup a hangup stays ignored, and in the background of a script an interrupt.
+    struct sigaction now {};
+    if (sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_IGN) {
+      sigaddset(&waited_, number);
+    }
+  }
+  sigprocmask(SIG_BLOCK, &waited_, &before_);
+}
+
+StopSignals::~StopSignals() {
+  sigprocmask(SIG_SETMASK, &before_, nullptr);
+  sigaction(SIGCHLD, &childBefore_, nullptr);
+}
+
+void StopSignals::Wait(std::chrono::milliseconds longest) {
+  constexpr auto kMilli = 1000;
+  const timespec time{.tv_sec = longest.count() / kMilli,
+                      .tv_nsec = longest.count() % kMilli * kMilli * kMilli};
+  const int number = sigtimedwait(&waited_, nullptr, &time);
+  if (number > 0 && number != SIGCHLD && asked_ == 0) asked_ = number;
+}
+
+Program::Program(const ProgramRequest& request, const StopSignals& signals) {
+  const Descriptor out(OpenForLines(request.out));
+  const Descriptor err(OpenForLines(request.err));
+  std::array<int, 2> pipe{};
+  if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
+    throw Fault(ExitStatus::kLimit, "cannot make a pipe: " + SystemReason(errno));
+  }
+  const Descriptor told(pipe[0]);
+  Descriptor tell(pipe[1]);
+  const pid_t parent = getpid();
+  pid_ = fork();
+  if (pid_ < 0) throw Fault(ExitStatus::kLimit, "cannot start a process: " + SystemReason(errno));
+  if (pid_ == 0) {
+    // Signals that end this process have to end the child, too, up to the execution.
+    Execute(request, out.Get(), err.Get(), signals.MaskBefore(), parent);
+    const int error = errno;
+    [[maybe_unused]] const auto put = write(tell.Get(), &error, sizeof(error));
+    _exit(kNotStarted);
+  }
+  setpgid(pid_, pid_);  // whichever of the two comes first
+  tell.Close();
+  int failure = 0;
+  ssize_t got = 0;
+  do {
+    got = read(told.Get(), &failure, sizeof(failure));  // nothing comes from one that started
+  } while (got < 0 && errno == EINTR);
+  if (got != sizeof(failure)) return;
+  waitpid(pid_, nullptr, 0);
+  throw Fault(ExitStatus::kRuntime, "cannot start '" + Printable(request.command[0]) + "': " +
+                                        SystemReason(failure) + "; --program names another");
+}
+
+Program::~Program() {
+  if (Poll()) return;
+  Send(SIGKILL);
+  while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+std::optional<ProgramEnd> Program::Poll() {
+  if (end_) return end_;
+  int status = 0;
+  const pid_t got = waitpid(pid_, &status, WNOHANG);
+  if (got != pid_) return std::nullopt;
+  end_.emplace();
+  if (WIFSIGNALED(status)) {
+    end_->signal = WTERMSIG(status);
+  } else {
+    end_->status = WEXITSTATUS(status);
+  }
+  return end_;
+}
+
+void Program::Send(int signal) const {
+  if (kill(-pid_, signal) != 0) kill(pid_, signal);
+}
+
+std::string SignalName(int number) {
+  struct Name {
+    int number;
+    const char* name;
+  };
+  constexpr Name kNames[] = {
+      {SIGHUP, "SIGHUP"},   {SIGINT, "SIGINT"},   {SIGQUIT, "SIGQUIT"}, {SIGILL, "SIGILL"},
+      {SIGTRAP, "SIGTRAP"}, {SIGABRT, "SIGABRT"}, {SIGBUS, "SIGBUS"},   {SIGFPE, "SIGFPE"},
+      {SIGKILL, "SIGKILL"}, {SIGUSR1, "SIGUSR1"}, {SIGSEGV, "SIGSEGV"}, {SIGUSR2, "SIGUSR2"},
+      {SIGPIPE, "SIGPIPE"}, {SIGALRM, "SIGALRM"}, {SIGTERM, "SIGTERM"}, {SIGXCPU, "SIGXCPU"},
+      {SIGXFSZ, "SIGXFSZ"}, {SIGSYS, "SIGSYS"},
+  };
+  for (const Name& known : kNames) {
+    if (known.number == number) return known.name;
+  }
+  return "signal " + std::to_string(number);
+}
+
+}  // namespace vorn::kit

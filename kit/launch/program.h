@@ -1,0 +1,82 @@
+// The program that a launch is about, as a child process: started, watched, ended.
+#ifndef VORN_KIT_LAUNCH_PROGRAM_H_
+#define VORN_KIT_LAUNCH_PROGRAM_H_
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <csignal>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vorn::kit {
+
+/// From here on Ctrl-C and its like end nothing by themselves: whoever waits for a program is told.
+/// One at a time; on destruction all is as before, and what came meanwhile takes effect.
+class StopSignals {
+ public:
+  StopSignals();
+  ~StopSignals();
+  StopSignals(const StopSignals&) = delete;
+  StopSignals& operator=(const StopSignals&) = delete;
+
+  /// Waits until a child ends or something asks to stop, that long at most. Once that has happened
+  /// it stays so.
+  void Wait(std::chrono::milliseconds longest);
+
+  /// The signal that asked to stop; 0: none did.
+  [[nodiscard]] int Asked() const { return asked_; }
+
+  [[nodiscard]] const sigset_t& MaskBefore() const { return before_; }
+
+ private:
+  sigset_t waited_{};
+  sigset_t before_{};
+  struct sigaction childBefore_ {};
+  int asked_ = 0;
+};
+
+struct ProgramRequest {
+  std::vector<std::string> command;  ///< the program by its path, and its words
+  std::vector<std::pair<std::string, std::string>> environment;  ///< laid over this process's
+  std::string out;  ///< a file that its standard output goes behind the end of
+  std::string err;  ///< the same for standard error
+};
+
+struct ProgramEnd {
+  std::optional<int> status;
+  std::optional<int> signal;
+};
+
+/// A running program, with nothing on its standard input and in a process group of its own. It does
+/// not outlive this process, whatever ends that.
+class Program {
+ public:
+  /// Throws a Fault of kRuntime if it cannot be started, of kLimit if a file cannot be opened.
+  Program(const ProgramRequest& request, const StopSignals& signals);
+  /// Kills it if it runs still.
+  ~Program();
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  [[nodiscard]] pid_t Pid() const { return pid_; }
+
+  /// How it ended; empty while it runs.
+  [[nodiscard]] std::optional<ProgramEnd> Poll();
+
+  /// Sends a signal to all of its group.
+  void Send(int signal) const;
+
+ private:
+  pid_t pid_ = -1;
+  std::optional<ProgramEnd> end_;
+};
+
+/// "SIGFPE"; "signal 99" for one without a name.
+[[nodiscard]] std::string SignalName(int number);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_LAUNCH_PROGRAM_H_

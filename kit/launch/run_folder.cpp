@@ -1,0 +1,156 @@
+#include "kit/launch/run_folder.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/json/json.h"
+
+namespace vorn::kit {
+namespace {
+
+[[noreturn]] void RefuseFolder(const std::string& what, const std::string& path, int error) {
+  throw Fault(ExitStatus::kLimit,
+              "cannot " + what + " '" + Printable(path) + "': " + SystemReason(error));
+}
+
+std::vector<std::string> NamesIn(const std::string& path) {
+  std::vector<std::string> names;
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
+  while (listing != nullptr) {
+    const dirent* entry = readdir(listing.get());
+    if (entry == nullptr) break;
+    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+    names.emplace_back(entry->d_name);
+  }
+  return names;
+}
+
+struct LinePlace {
+  uint64_t offset = 0;
+  uint32_t length = 0;  // 0: there is none
+};
+
+}  // namespace
+
+RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
+  MakeFolders(path);
+  lock_ = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (lock_ < 0) RefuseFolder("open the folder", path, errno);
+  const auto refuse = [&](const std::string& what) {
+    close(lock_);
+    throw Fault(ExitStatus::kUsage, "'" + Printable(path) + "' " + what);
+  };
+  // A file system without locks has to do without.
+  if (flock(lock_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    refuse("belongs to a launch that runs now; wait for it, or name another with --run");
+  }
+  const bool isEmpty = NamesIn(path).empty();
+  if (!isEmpty && !isResumed) {
+    refuse("is not empty; name another with --run, or go on with the run in it by --resume");
+  }
+  if (isEmpty) return;
+  if (access(Path(kRunFile).c_str(), F_OK) != 0) {
+    // A launch that was killed at once has left the beginning of its record; anything else is not
+    // ours to write into.
+    for (const std::string& name : NamesIn(path)) {
+      if (name != std::string(kRunFile) + ".part") refuse("holds something else than a run");
+    }
+    return;
+  }
+  try {
+    before_ = ReadRun(path);
+  } catch (...) {
+    close(lock_);
+    throw;
+  }
+}
+
+RunFolder::~RunFolder() { close(lock_); }
+
+void MakeFolders(const std::string& path) {
+  for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
+    const std::string folder = path.substr(0, slash);
+    if (mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST && slash == std::string::npos) {
+      RefuseFolder("make the folder", path, errno);
+    }
+    if (slash == std::string::npos) break;
+  }
+}
+
+void RemoveTree(const std::string& path) {
+  struct stat about {};
+  if (lstat(path.c_str(), &about) != 0) return;
+  if (!S_ISDIR(about.st_mode)) {
+    if (unlink(path.c_str()) != 0 && errno != ENOENT) RefuseFolder("remove", path, errno);
+    return;
+  }
+  for (const std::string& name : NamesIn(path)) RemoveTree(path + "/" + name);
+  if (rmdir(path.c_str()) != 0 && errno != ENOENT) RefuseFolder("remove", path, errno);
+}
+
+void MoveFolder(const std::string& from, const std::string& to) {
+  RemoveTree(to);
+  if (std::rename(from.c_str(), to.c_str()) != 0) RefuseFolder("move", from, errno);
+}
+
+uint64_t SizeOfFile(const std::string& path) {
+  struct stat about {};
+  return stat(path.c_str(), &about) == 0 ? static_cast<uint64_t>(about.st_size) : 0;
+}
+
+std::string ReadFrom(const std::string& path, uint64_t offset, size_t most) {
+  std::string bytes;
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return bytes;
+  bytes.resize(most);
+  size_t done = 0;
+  while (done < most) {
+    const ssize_t got =
+        pread(fd, bytes.data() + done, most - done, static_cast<off_t>(offset + done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    done += static_cast<size_t>(got);
+  }
+  close(fd);
+  bytes.resize(done);
+  return bytes;
+}
+
+void SortSamples(const std::string& path, uint64_t count,
+                 const std::function<SampleRecord(uint64_t index)>& missing,
+                 const std::function<void(const SampleRecord&)>& show) {
+  std::vector<LinePlace> places(count);
+  uint64_t offset = 0;
+  if (access(path.c_str(), F_OK) == 0) {
+    ForEachLine(path, "the samples of the run", ExitStatus::kLimit, [&](std::string_view line) {
+      const uint64_t index = SampleFromLine(line).index;
+      if (index < count) {
+        places[index] = {.offset = offset, .length = static_cast<uint32_t>(line.size())};
+      }
+      offset += line.size() + 1;
+    });
+  }
+  WholeFile sorted(path);
+  for (uint64_t index = 0; index < count; ++index) {
+    const LinePlace& place = places[index];
+    const SampleRecord record = place.length == 0
+                                    ? missing(index)
+                                    : SampleFromLine(ReadFrom(path, place.offset, place.length));
+    sorted.Append(ToLine(record));
+    show(record);
+  }
+  sorted.Finish();
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,61 @@
+// The run directory as the one launch has it that writes there.
+#ifndef VORN_KIT_LAUNCH_RUN_FOLDER_H_
+#define VORN_KIT_LAUNCH_RUN_FOLDER_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kit/run/run_directory.h"
+
+namespace vorn::kit {
+
+/// Owns the folder: no other launch can have it meanwhile.
+class RunFolder {
+ public:
+  /// Makes the folder and those above it. Throws a Fault of kUsage if there is a run in it already
+  /// that is not gone on with, or another launch has it, of kLimit if it cannot be made.
+  RunFolder(const std::string& path, bool isResumed);
+  ~RunFolder();
+  RunFolder(const RunFolder&) = delete;
+  RunFolder& operator=(const RunFolder&) = delete;
+
+  [[nodiscard]] std::string Path(const std::string& name) const { return path_ + "/" + name; }
+
+  /// The record of the run that is gone on with; empty for a new one.
+  [[nodiscard]] const std::optional<RunFacts>& Before() const { return before_; }
+
+ private:
+  std::string path_;
+  int lock_ = -1;
+  std::optional<RunFacts> before_;
+};
+
+/// Makes a folder and those above it. Throws a Fault of kLimit.
+void MakeFolders(const std::string& path);
+
+/// Removes a file, or a folder with all that is in it; neither is a fault where there is none.
+/// Throws a Fault of kLimit.
+void RemoveTree(const std::string& path);
+
+/// Moves a folder to a place where something may be already, which goes. Throws a Fault of kLimit.
+void MoveFolder(const std::string& from, const std::string& to);
+
+/// Bytes of a file; 0 if there is none.
+[[nodiscard]] uint64_t SizeOfFile(const std::string& path);
+
+/// Bytes of a file from `offset` on, `most` at most; empty where there are none.
+[[nodiscard]] std::string ReadFrom(const std::string& path, uint64_t offset, size_t most);
+
+/// Puts the lines of samples.jsonl in the order of their indices, each index once, the last line of
+/// it; `missing` makes the record of an index below `count` that has none. Shows each record on the
+/// way.
+void SortSamples(const std::string& path, uint64_t count,
+                 const std::function<SampleRecord(uint64_t index)>& missing,
+                 const std::function<void(const SampleRecord&)>& show);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_LAUNCH_RUN_FOLDER_H_

@@ -1,0 +1,96 @@
+#include "kit/launch/job.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <random>
+
+namespace {
+
+using testing::ElementsAre;
+using vorn::kit::JobEnd;
+using vorn::kit::LaunchRequest;
+using vorn::kit::RelativePath;
+
+TEST(Job, GoesUpAndDownBetweenFolders) {
+  EXPECT_EQ(RelativePath("/a/b", "/a/c"), "../c");
+  EXPECT_EQ(RelativePath("/a/b", "/a/b/c/d"), "c/d");
+  EXPECT_EQ(RelativePath("/a/b", "/a/bc/d"), "../bc/d");
+  EXPECT_EQ(RelativePath("/a/bc", "/a/b/d"), "../b/d");
+  EXPECT_EQ(RelativePath("/a/b/c", "/x"), "../../../x");
+  EXPECT_EQ(RelativePath("/a", "/a"), "../a");
+}
+
+TEST(Job, FindsTheFileAgain) {
+  std::mt19937 random(7);
+  const auto path = [&] {
+    std::string made;
+    for (size_t parts = 1 + random() % 4; parts > 0; --parts) {
+      made += "/" + std::string(1 + random() % 2, static_cast<char>('a' + random() % 2));
+    }
+    return made;
+  };
+  for (int round = 0; round < 5000; ++round) {
+    const std::string folder = path();
+    const std::string file = path();
+    const std::string relative = RelativePath(folder, file);
+    ASSERT_EQ((std::filesystem::path(folder) / relative).lexically_normal(), file)
+        << folder << ": " << relative;
+    ASSERT_NE(relative.front(), '/');
+  }
+}
+
+TEST(Job, GivesVornRunItsWords) {
+  LaunchRequest request;
+  request.program = "/p/vorn-run";
+  request.model = "m";
+  request.config = "j";
+  EXPECT_THAT(CommandOf(request, "l", "d"),
+              ElementsAre("/p/vorn-run", "-m", "m", "-i", "l", "-j", "j", "-o", "d"));
+  request.batch = 4;
+  request.totalT = 9;
+  request.thresholds = "a,b";
+  request.isProfiled = true;
+  EXPECT_THAT(CommandOf(request, "l", "d"),
+              ElementsAre("/p/vorn-run", "-m", "m", "-i", "l", "-j", "j", "-o", "d", "-b", "4",
+                          "-t", "9", "-r", "a,b", "-p", "1"));
+}
+
+TEST(Job, DescribesHowAProgramEnded) {
+  LaunchRequest request;
+  JobEnd end;
+  end.program.status = 1;
+  EXPECT_EQ(DescribeEnd(end, request), "ended with status 1");
+  end.program = {.status = {}, .signal = SIGFPE};
+  end.log.Take("[ERROR] get model description failed\n");
+  end.words = "vorn: first\nvorn: vorn_mdl_load_from_mem: it has\ta fault\n\n";
+  EXPECT_EQ(DescribeEnd(end, request),
+            "ended by SIGFPE after 'get model description failed': the runtime refused the model; "
+            "it said: vorn: vorn_mdl_load_from_mem: it has\\x09a fault");
+}
+
+TEST(Job, DescribesHowAProgramWasEnded) {
+  LaunchRequest request;
+  request.sampleLimit = std::chrono::seconds(7);
+  request.limit = std::chrono::seconds(90);
+  JobEnd end;
+  end.program.signal = SIGTERM;
+  end.inside = "vorn_mdl_execute";
+  end.reason = JobEnd::Reason::kSampleLimit;
+  EXPECT_EQ(DescribeEnd(end, request),
+            "was ended after 7 s, the time for one inference (--sample-timeout) inside "
+            "vorn_mdl_execute");
+  end.reason = JobEnd::Reason::kLimit;
+  EXPECT_EQ(DescribeEnd(end, request),
+            "was ended after 90 s, the time for all (--timeout) inside vorn_mdl_execute");
+  end.reason = JobEnd::Reason::kStopped;
+  EXPECT_EQ(DescribeEnd(end, request), "was stopped");
+}
+
+TEST(Job, NamesSignals) {
+  EXPECT_EQ(vorn::kit::SignalName(SIGSEGV), "SIGSEGV");
+  EXPECT_EQ(vorn::kit::SignalName(99), "signal 99");
+}
+
+}  // namespace
