@@ -33,6 +33,10 @@ struct StoredTensor {
   std::optional<Shape> shape;  ///< as the file tells it
   std::string name;            ///< as the file tells it, else empty
 
+  /// Values are whole numbers that are the bits of floats of 16 bits, which dumps show so.
+  enum class Bits { kNone, kFloat16, kBfloat16 };
+  Bits bits = Bits::kNone;
+
   /// Instead of the place in the file: values that do not lie there as they are.
   std::shared_ptr<const std::vector<float>> decoded;
 };

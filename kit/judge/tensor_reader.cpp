@@ -1,6 +1,7 @@
 #include "kit/judge/tensor_reader.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include "kit/common/fault.h"
@@ -13,6 +14,20 @@ constexpr uint64_t kMostTextElements = 1 << 28;
 
 bool IsPlain(const Quantisation& quantisation) {
   return quantisation.scale == 1 && quantisation.zeroPoint == 0;
+}
+
+void ReadBits(StoredTensor::Bits bits, const std::string& path, std::span<float> values) {
+  for (float& value : values) {
+    const bool isWhole = value >= 0 && value <= 65535 && value == std::floor(value);
+    if (!isWhole) {
+      throw Fault(ExitStatus::kInput,
+                  "the dump '" + Printable(path) +
+                      "' holds other values than the bits of floats of 16 bits; the model's "
+                      "description, or the type in the map, is not that of this dump");
+    }
+    const auto pattern = static_cast<uint16_t>(value);
+    value = bits == StoredTensor::Bits::kFloat16 ? Float16Value(pattern) : Bfloat16Value(pattern);
+  }
 }
 
 void Dequantise(const Quantisation& quantisation, std::span<float> values) {
@@ -113,6 +128,7 @@ size_t TensorReader::Next(std::span<float> room) {
     ReadScattered(room);
   }
   done_ += room.size();
+  if (tensor_.bits != StoredTensor::Bits::kNone) ReadBits(tensor_.bits, tensor_.path, room);
   if (!IsPlain(quantisation_)) Dequantise(quantisation_, room);
   return room.size();
 }

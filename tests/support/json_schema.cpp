@@ -1,5 +1,6 @@
 #include "support/json_schema.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <stdexcept>
@@ -84,10 +85,15 @@ class Validator {
   }
 
   static bool IsOfType(const Json& type, const Json& value) {
+    if (type.is_array()) {
+      return std::any_of(type.begin(), type.end(),
+                         [&](const Json& one) { return IsOfType(one, value); });
+    }
     if (type == "object") return value.is_object();
     if (type == "array") return value.is_array();
     if (type == "boolean") return value.is_boolean();
     if (type == "string") return value.is_string();
+    if (type == "boolean") return value.is_boolean();
     if (type == "integer") return value.is_number_integer();
     if (type == "number") return value.is_number();
     throw std::runtime_error("this type is not known: " + type.dump());

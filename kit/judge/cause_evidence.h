@@ -1,0 +1,73 @@
+// How well a supposed cause explains what is there.
+//
+// A supposition tells of each element what should stand there if it holds, or that it does not
+// know. It is believed where nearly all of these elements are as told, and where that explains most
+// of what the plain expectation does not. Elements are compared three times, from nearly the same
+// bits to the noise of 8-bit arithmetic, and the strictest level at which it holds counts: a cause
+// together with coarse arithmetic is found, and near zeros do not pass for alike where the bits
+// tell them apart.
+#ifndef VORN_KIT_JUDGE_CAUSE_EVIDENCE_H_
+#define VORN_KIT_JUDGE_CAUSE_EVIDENCE_H_
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "kit/judge/cause.h"
+
+namespace vorn::kit {
+
+inline constexpr size_t kLevels = 3;
+
+/// Compares elements at each level.
+class Likeness {
+ public:
+  /// `values`: what the noise is in proportion to.
+  explicit Likeness(std::span<const float> values);
+
+  /// The strictest level at which both are alike; kLevels if they are not. NaN is like NaN.
+  [[nodiscard]] size_t LevelOf(float one, float other) const;
+  [[nodiscard]] bool AreAlike(float one, float other) const {
+    return LevelOf(one, other) < kLevels;
+  }
+
+ private:
+  double scale_ = 0;  ///< root of the mean square of all finite values
+};
+
+struct Evidence {
+  size_t level = 0;
+  double explained = 0;  ///< share of what the plain expectation leaves unexplained
+  double told = 0;       ///< share of elements that the supposition knows
+};
+
+/// Of two sides, what stands there and what the supposition tells, by element.
+struct Told {
+  float is = 0;
+  float should = 0;
+};
+
+/// `told` gives the pair of an element, or nothing where it does not know. Empty where the
+/// supposition is not to be believed.
+[[nodiscard]] std::optional<Evidence> Weigh(
+    const CauseQuestion& question, const Likeness& likeness,
+    const std::function<std::optional<Told>(uint64_t element)>& told);
+
+/// A cause of this evidence.
+[[nodiscard]] Cause MakeCause(const char* id, std::string text, const Evidence& evidence);
+
+/// The detectors of one kind each; they append what they find.
+void FindOrderCauses(const CauseQuestion& question, const Likeness& likeness,
+                     std::vector<Cause>& causes);
+void FindValueCauses(const CauseQuestion& question, const Likeness& likeness,
+                     std::vector<Cause>& causes);
+void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_JUDGE_CAUSE_EVIDENCE_H_

@@ -1,0 +1,262 @@
+// Causes that put right values into wrong places: each supposes where the value of an element was
+// taken from.
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "kit/judge/cause_evidence.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kNowhere = UINT64_MAX;
+
+using PlaceOf = std::function<uint64_t(uint64_t element)>;
+
+class OrderFinder {
+ public:
+  OrderFinder(const CauseQuestion& question, const Likeness& likeness, std::vector<Cause>& causes)
+      : question_(question), likeness_(likeness), causes_(causes), count_(question.actual.size()) {
+    for (const uint64_t size : question.shape) {
+      if (CountElements(question.shape) == count_) shape_.push_back(size);
+    }
+    rowElements_ = shape_.empty() ? count_ : shape_.back();
+  }
+
+  void Find() {
+    FindSamples();
+    FindItems();
+    FindPermutations();
+    FindFlips();
+    FindStrides();
+    FindShifts();
+  }
+
+ private:
+  bool Try(const char* id, const std::string& text, std::span<const float> source,
+           const PlaceOf& placeOf) {
+    const auto evidence = Weigh(question_, likeness_, [&](uint64_t element) -> std::optional<Told> {
+      const uint64_t place = placeOf(element);
+      if (place >= source.size()) return std::nullopt;
+      return Told{question_.actual[element], source[place]};
+    });
+    if (!evidence) return false;
+    causes_.push_back(MakeCause(id, text, *evidence));
+    return true;
+  }
+
+  bool Try(const char* id, const std::string& text, const PlaceOf& placeOf) {
+    return Try(id, text, question_.expected, placeOf);
+  }
+
+  void FindSamples() {
+    const auto same = [](uint64_t element) { return element; };
+    if (question_.before.size() == count_ &&
+        Try("stale", "it is the output of the sample before: stale", question_.before, same)) {
+      return;
+    }
+    if (question_.other.size() == count_ && question_.otherSample) {
+      Try("other-sample", "it is the output of sample " + std::to_string(*question_.otherSample),
+          question_.other, same);
+    }
+  }
+
+  // ---- Items of a batch -------------------------------------------------------------------------
+
+  bool IsItemAt(uint64_t item, uint64_t other, uint64_t itemElements) const {
+    constexpr uint64_t kLooks = 64;
+    const uint64_t step = std::max<uint64_t>(itemElements / kLooks, 1);
+    uint64_t looks = 0;
+    uint64_t alike = 0;
+    for (uint64_t i = 0; i < itemElements; i += step, ++looks) {
+      alike += likeness_.LevelOf(question_.actual[item * itemElements + i],
+                                 question_.expected[other * itemElements + i]) < kLevels - 1
+                   ? 1
+                   : 0;
+    }
+    return alike * 100 >= looks * 97;
+  }
+
+  void FindItems() {
+    constexpr uint64_t kMostItems = 512;
+    if (shape_.size() < 2 || shape_.front() < 2 || shape_.front() > kMostItems) return;
+    const uint64_t items = shape_.front();
+    const uint64_t itemElements = count_ / items;
+    std::vector<uint64_t> from(items);
+    std::string moved;
+    for (uint64_t item = 0; item < items; ++item) {
+      uint64_t other = item;
+      if (!IsItemAt(item, item, itemElements)) {
+        for (other = 0; other < items && !IsItemAt(item, other, itemElements);) ++other;
+      }
+      if (other == items) return;
+      from[item] = other;
+      if (other != item && moved.empty()) {
+        moved =
+            "item " + std::to_string(item) + " holds what belongs to item " + std::to_string(other);
+      }
+    }
+    if (moved.empty()) return;
+    Try("items-exchanged", "items of the batch are exchanged: " + moved, [=](uint64_t element) {
+      return from[element / itemElements] * itemElements + element % itemElements;
+    });
+  }
+
+  // ---- Dimensions -------------------------------------------------------------------------------
+
+  // Whether the elements come in another order at all.
+  bool ChangesOrder(const std::vector<size_t>& order) const {
+    std::vector<size_t> axes;
+    for (const size_t axis : order) {
+      if (shape_[axis] > 1) axes.push_back(axis);
+    }
+    return !std::is_sorted(axes.begin(), axes.end());
+  }
+
+  void TryPermutation(const char* id, const char* text, const std::vector<size_t>& order) {
+    if (shape_.size() != order.size() || !ChangesOrder(order)) return;
+    std::vector<uint64_t> strides(shape_.size(), 1);
+    for (size_t axis = shape_.size() - 1; axis > 0; --axis) {
+      strides[axis - 1] = strides[axis] * shape_[axis];
+    }
+    Try(id, text, [&](uint64_t element) {
+      uint64_t place = 0;
+      for (size_t i = order.size(); i > 0; --i) {
+        const uint64_t size = shape_[order[i - 1]];
+        place += element % size * strides[order[i - 1]];
+        element /= size;
+      }
+      return place;
+    });
+  }
+
+  void FindPermutations() {
+    constexpr const char* kLast = "its channels come last and should come first (NHWC for NCHW)";
+    constexpr const char* kFirst = "its channels come first and should come last (NCHW for NHWC)";
+    constexpr const char* kRows = "rows and columns are exchanged";
+    TryPermutation("nchw-nhwc", kLast, {0, 2, 3, 1});
+    TryPermutation("nchw-nhwc", kFirst, {0, 3, 1, 2});
+    TryPermutation("nchw-nhwc", kLast, {1, 2, 0});
+    TryPermutation("nchw-nhwc", kFirst, {2, 0, 1});
+    TryPermutation("rows-columns", kRows, {0, 1, 3, 2});
+    TryPermutation("rows-columns", kRows, {0, 2, 1, 3});
+    TryPermutation("rows-columns", kRows, {0, 2, 1});
+    TryPermutation("rows-columns", kRows, {1, 0, 2});
+    TryPermutation("rows-columns", kRows, {1, 0});
+  }
+
+  void FindFlips() {
+    constexpr uint64_t kMostColours = 4;
+    const Shape shape = shape_.empty() ? Shape{count_} : shape_;
+    uint64_t stride = 1;
+    for (size_t axis = shape.size(); axis > 0; --axis) {
+      const uint64_t size = shape[axis - 1];
+      const uint64_t step = stride;
+      stride *= size;
+      if (size < 2) continue;
+      const bool isChannelFirst = axis - 1 == (shape.size() == 4 || shape.size() == 2 ? 1U : 0U);
+      const bool isChannelLast = axis == shape.size() && size <= kMostColours;
+      const auto place = [=](uint64_t element) {
+        const uint64_t at = element / step % size;
+        return element + (size - 1 - at) * step - at * step;
+      };
+      if (isChannelFirst || isChannelLast) {
+        Try("channels-reversed", "its " + std::to_string(size) + " channels are reversed", place);
+      } else {
+        Try("flipped", "dimension " + std::to_string(axis - 1) + " is reversed", place);
+      }
+    }
+  }
+
+  // ---- Rows -------------------------------------------------------------------------------------
+
+  void FindStrides() {
+    const uint64_t row = rowElements_;
+    if (row < 2 || count_ / row < 2) return;
+    const uint64_t most = std::min(2 * row, row + 1024);
+    for (uint64_t stride = row + 1; stride <= most; ++stride) {
+      if (!IsLikelyStride(question_.actual, question_.expected, stride)) continue;
+      const auto place = [=](uint64_t element) {
+        const uint64_t column = element % stride;
+        return column < row ? element / stride * row + column : kNowhere;
+      };
+      if (Try("stride-left-in",
+              "rows of " + std::to_string(row) + " elements stand " + std::to_string(stride) +
+                  " apart: the padding was left in",
+              place)) {
+        return;
+      }
+    }
+    for (uint64_t stride = 0; stride <= most; ++stride) {
+      if (stride == row || !IsLikelyStride(question_.expected, question_.actual, stride)) continue;
+      const auto place = [=](uint64_t element) { return element / row * stride + element % row; };
+      const std::string text = stride == 0 ? "the first row stands in every row"
+                                           : "rows were taken " + std::to_string(stride) +
+                                                 " elements apart, and are " + std::to_string(row) +
+                                                 " long: a wrong stride";
+      if (Try("stride-wrong", text, place)) return;
+    }
+  }
+
+  // Whether the second row of `dense` stands `stride` elements into `strided`.
+  bool IsLikelyStride(std::span<const float> strided, std::span<const float> dense,
+                      uint64_t stride) const {
+    constexpr uint64_t kLooks = 16;
+    const uint64_t row = rowElements_;
+    const uint64_t looks = std::min(row, kLooks);
+    uint64_t alike = 0;
+    for (uint64_t i = 0; i < looks; ++i) {
+      const uint64_t column = i * row / looks;
+      if (stride + column >= strided.size()) return false;
+      alike += likeness_.AreAlike(strided[stride + column], dense[row + column]) ? 1 : 0;
+    }
+    return alike * 10 >= looks * 8;
+  }
+
+  void TryShift(int64_t by) {
+    const auto size = static_cast<int64_t>(count_);
+    if (by == 0 || std::abs(by) * 2 > size) return;
+    const auto row = static_cast<int64_t>(rowElements_);
+    const bool isRows = row > 1 && row < size && by % row == 0;
+    const int64_t many = isRows ? by / row : by;
+    const std::string text = "everything stands " + std::to_string(std::abs(many)) +
+                             (isRows ? " row" : " element") + (std::abs(many) == 1 ? "" : "s") +
+                             (by > 0 ? " too late" : " too early");
+    Try("shifted", text, [=](uint64_t element) {
+      const int64_t place = static_cast<int64_t>(element) - by;
+      return place < 0 || place >= size ? kNowhere : static_cast<uint64_t>(place);
+    });
+  }
+
+  void FindShifts() {
+    constexpr int64_t kMostElements = 64;
+    constexpr int64_t kMostRows = 16;
+    const size_t before = causes_.size();
+    const auto row = static_cast<int64_t>(rowElements_);
+    for (int64_t by = 1; by <= kMostElements && causes_.size() == before; ++by) {
+      TryShift(by);
+      TryShift(-by);
+    }
+    for (int64_t rows = 1; rows <= kMostRows && causes_.size() == before; ++rows) {
+      if (row < 2) break;
+      TryShift(rows * row);
+      TryShift(-rows * row);
+    }
+  }
+
+  const CauseQuestion& question_;
+  const Likeness& likeness_;
+  std::vector<Cause>& causes_;
+  uint64_t count_;
+  Shape shape_;  ///< empty where it does not fit the elements
+  uint64_t rowElements_;
+};
+
+}  // namespace
+
+void FindOrderCauses(const CauseQuestion& question, const Likeness& likeness,
+                     std::vector<Cause>& causes) {
+  OrderFinder(question, likeness, causes).Find();
+}
+
+}  // namespace vorn::kit

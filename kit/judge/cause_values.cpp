@@ -1,0 +1,522 @@
+// Causes that leave every value in its place and make another one of it.
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <numeric>
+
+#include "kit/judge/cause_evidence.h"
+#include "kit/judge/element_type.h"
+#include "kit/judge/rules.h"
+#include "kit/judge/top_agreement.h"
+
+namespace vorn::kit {
+namespace {
+
+std::string CountOf(uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " element" : " elements");
+}
+
+class ValueFinder {
+ public:
+  ValueFinder(const CauseQuestion& question, const Likeness& likeness, std::vector<Cause>& causes)
+      : question_(question),
+        likeness_(likeness),
+        causes_(causes),
+        actual_(question.actual),
+        expected_(question.expected),
+        count_(question.actual.size()) {}
+
+  void Find() {
+    if (FindConstant()) return;
+    FindTail();
+    FindBits();
+    FindSigns();
+    FindSaturation();
+    FindLinear();
+    FindActivations();
+    FindIsolated();
+    if (causes_.empty()) FindOrderKept();
+  }
+
+ private:
+  bool AreAlike(uint64_t element) const {
+    return likeness_.AreAlike(actual_[element], expected_[element]);
+  }
+
+  bool IsSame(float one, float other) const {
+    return std::bit_cast<uint32_t>(one) == std::bit_cast<uint32_t>(other) || one == other ||
+           (std::isnan(one) && std::isnan(other));
+  }
+
+  void Add(const char* id, const std::string& text, double certainty) {
+    causes_.push_back({id, text, certainty});
+  }
+
+  // What the expectation makes of each element.
+  bool TryFunction(const char* id, const std::string& text,
+                   const std::function<float(uint64_t)>& valueOf) {
+    const auto evidence = Weigh(question_, likeness_, [&](uint64_t element) {
+      return std::optional(Told{actual_[element], valueOf(element)});
+    });
+    if (!evidence) return false;
+    causes_.push_back(MakeCause(id, text, *evidence));
+    return true;
+  }
+
+  // ---- Elements that nobody wrote ---------------------------------------------------------------
+
+  bool FindConstant() {
+    for (uint64_t i = 1; i < count_; ++i) {
+      if (!IsSame(actual_[i], actual_[0])) return false;
+    }
+    uint64_t same = 0;
+    for (uint64_t i = 0; i < count_; ++i) same += IsSame(expected_[i], actual_[0]) ? 1 : 0;
+    if (same * 2 > count_) return false;
+    Add("constant", "every element is " + NumberText(static_cast<double>(actual_[0])), 1);
+    return true;
+  }
+
+  void FindTail() {
+    uint64_t constantFrom = count_ - 1;
+    while (constantFrom > 0 && IsSame(actual_[constantFrom - 1], actual_[count_ - 1])) {
+      --constantFrom;
+    }
+    if (IsUnwrittenFrom(constantFrom)) {
+      return AddTail(constantFrom,
+                     "every one is " + NumberText(static_cast<double>(actual_[count_ - 1])));
+    }
+    if (question_.before.size() != count_) return;
+    uint64_t staleFrom = count_;
+    while (staleFrom > 0 &&
+           likeness_.LevelOf(actual_[staleFrom - 1], question_.before[staleFrom - 1]) == 0) {
+      --staleFrom;
+    }
+    if (staleFrom > 0 && IsUnwrittenFrom(staleFrom)) {
+      AddTail(staleFrom, "they are those of the sample before");
+    }
+  }
+
+  // Whether elements are right before a place, and wrong for the most part behind it.
+  bool IsUnwrittenFrom(uint64_t place) const {
+    const uint64_t tail = count_ - place;
+    if (place == 0 || tail < 2) return false;
+    uint64_t rightBefore = 0;
+    uint64_t sameBehind = 0;
+    for (uint64_t i = 0; i < place; ++i) rightBefore += AreAlike(i) ? 1 : 0;
+    for (uint64_t i = place; i < count_; ++i) {
+      sameBehind += likeness_.LevelOf(actual_[i], expected_[i]) == 0 ? 1 : 0;
+    }
+    return rightBefore * 100 >= place * 99 && sameBehind * 2 <= tail && tail - sameBehind >= 2;
+  }
+
+  void AddTail(uint64_t place, const std::string& what) {
+    Add("tail-unwritten",
+        "the last " + CountOf(count_ - place) + " from " + std::to_string(place) +
+            " on were not written: " + what,
+        0.99);
+  }
+
+  // ---- Types ------------------------------------------------------------------------------------
+
+  void FindBits() {
+    TryFunction("float16-as-bits", "the bits of float16 were read as whole numbers",
+                [&](uint64_t i) { return static_cast<float>(Float16BitsOf(expected_[i])); });
+    TryFunction("bfloat16-as-bits", "the bits of bfloat16 were read as whole numbers",
+                [&](uint64_t i) {
+                  const float rounded = RoundedToBfloat16(expected_[i]);
+                  return static_cast<float>(std::bit_cast<uint32_t>(rounded) >> 16);
+                });
+    FindWholeNumbersAsFloats();
+  }
+
+  static uint32_t Float16BitsOf(float value) {
+    const float rounded = RoundedToFloat16(value);
+    const uint32_t sign = std::signbit(value) ? 0x8000U : 0;
+    if (std::isnan(rounded)) return sign | 0x7E00U;
+    const float magnitude = std::abs(rounded);
+    if (std::isinf(magnitude)) return sign | 0x7C00U;
+    constexpr float kLeastNormal = 0x1p-14F;
+    if (magnitude < kLeastNormal) return sign | static_cast<uint32_t>(magnitude * 0x1p24F);
+    return sign | (std::bit_cast<uint32_t>(magnitude) - (112U << 23)) >> 13;
+  }
+
+  void FindWholeNumbersAsFloats() {
+    // They are denormal, for the most part: too small to be compared as values.
+    uint64_t same = 0;
+    uint64_t zeros = 0;
+    for (uint64_t i = 0; i < count_; ++i) {
+      const auto whole = static_cast<float>(std::bit_cast<int32_t>(actual_[i]));
+      same += whole == expected_[i] ? 1 : 0;
+      zeros += expected_[i] == 0 ? 1 : 0;
+    }
+    if (same * 100 >= count_ * 97 && zeros + 2 <= count_) {
+      Add("int32-as-float", "the bits of int32 were read as floats", 1);
+    }
+  }
+
+  // Numbers below 0 that came out larger by all values of the type, or the other way round.
+  void FindSigns() {
+    double apart = 0;
+    uint64_t wrong = 0;
+    bool isSigned = true;  // it was signed and read as unsigned
+    bool isUnsigned = true;
+    for (uint64_t i = 0; i < count_; ++i) {
+      if (AreAlike(i)) continue;
+      const double difference = Difference(i);
+      if (!std::isfinite(difference)) return;
+      if (wrong++ == 0) apart = difference;
+      if (std::abs(difference - apart) > 0.02 * std::abs(apart)) return;
+      isSigned = isSigned && expected_[i] < 0 && actual_[i] > 0;
+      isUnsigned = isUnsigned && expected_[i] > 0 && actual_[i] < 0;
+    }
+    if (wrong < 1 || (!isSigned && !isUnsigned)) return;
+    for (const auto& [values, name] : {std::pair{256.0, "8"}, std::pair{65536.0, "16"}}) {
+      const double step = std::abs(apart) / values;
+      if (!AreWhole(step)) continue;
+      return Add(isSigned ? "signed-as-unsigned" : "unsigned-as-signed",
+                 CountOf(wrong) + (isSigned ? " below 0 came out " : " came out ") +
+                     NumberText(std::abs(apart)) + (isSigned ? " larger: " : " smaller: ") +
+                     (isSigned ? "signed" : "unsigned") + " numbers of " + name +
+                     " bits were read as " + (isSigned ? "unsigned" : "signed"),
+                 0.99);
+    }
+  }
+
+  double Difference(uint64_t i) const {
+    return static_cast<double>(actual_[i]) - static_cast<double>(expected_[i]);
+  }
+
+  // Whether all actual values are multiples of a step.
+  bool AreWhole(double step) const {
+    for (const float value : actual_) {
+      const double steps = static_cast<double>(value) / step;
+      if (std::abs(steps - std::nearbyint(steps)) > 0.01) return false;
+    }
+    return true;
+  }
+
+  // ---- Functions of the value -------------------------------------------------------------------
+
+  void FindSaturation() {
+    const auto [least, most] = std::minmax_element(actual_.begin(), actual_.end());
+    uint64_t atLeast = 0;
+    uint64_t atMost = 0;
+    for (uint64_t i = 0; i < count_; ++i) {
+      if (likeness_.LevelOf(actual_[i], expected_[i]) < 2) continue;
+      if (actual_[i] == *most && expected_[i] > *most) {
+        ++atMost;
+      } else if (actual_[i] == *least && expected_[i] < *least) {
+        ++atLeast;
+      } else {
+        return;
+      }
+    }
+    // One element at its end may be anything, but a place where types end.
+    const auto isEnd = [](float value) {
+      constexpr std::array kEnds{127.0F, 128.0F, 255.0F, 32767.0F, 32768.0F, 65504.0F, 65535.0F};
+      return std::find(kEnds.begin(), kEnds.end(), std::abs(value)) != kEnds.end();
+    };
+    const bool isMost = atMost > 1 || (atMost == 1 && isEnd(*most));
+    const bool isLeast = atLeast > 1 || (atLeast == 1 && isEnd(*least));
+    if (atMost + atLeast == count_ || (!isMost && !isLeast)) return;
+    std::string text = CountOf(atMost + atLeast) + " saturated at ";
+    if (isLeast) text += NumberText(static_cast<double>(*least));
+    if (isLeast && isMost) text += " and ";
+    if (isMost) text += NumberText(static_cast<double>(*most));
+    Add("saturated", text, 0.99);
+  }
+
+  void FindLinear() {
+    double sumA = 0;
+    double sumE = 0;
+    double sumAe = 0;
+    double sumEe = 0;
+    double number = 0;
+    for (uint64_t i = 0; i < count_; ++i) {
+      if (!std::isfinite(actual_[i]) || !std::isfinite(expected_[i])) continue;
+      const auto a = static_cast<double>(actual_[i]);
+      const auto e = static_cast<double>(expected_[i]);
+      sumA += a;
+      sumE += e;
+      sumAe += a * e;
+      sumEe += e * e;
+      ++number;
+    }
+    constexpr double kFewest = 4;
+    if (number < kFewest || sumEe == 0) return;
+    const double scale = sumAe / sumEe;
+    const double offset = (sumA - sumE) / number;
+    if (TryLine(scale, 0) || TryLine(1, offset)) return;
+    const double spread = sumEe * number - sumE * sumE;
+    if (spread <= 1e-9 * sumEe * number) return;
+    const double slope = (sumAe * number - sumA * sumE) / spread;
+    TryLine(slope, (sumA - slope * sumE) / number);
+  }
+
+  bool TryLine(double scale, double offset) {
+    if (scale == 0 || !std::isfinite(scale)) return false;
+    const Likeness likeness(actual_);  // in proportion to what is there: it may be much larger
+    const auto evidence = Weigh(question_, likeness, [&](uint64_t i) {
+      const double value = scale * static_cast<double>(expected_[i]) + offset;
+      return std::optional(Told{actual_[i], static_cast<float>(value)});
+    });
+    if (!evidence) return false;
+    std::string text;
+    if (scale != 1) text = "every value is " + NumberText(scale) + " times the expected one";
+    if (offset != 0) {
+      text += text.empty() ? "every value is the expected one plus " : ", plus ";
+      text += NumberText(offset);
+    }
+    causes_.push_back(MakeCause(scale == 1 ? "offset" : "scaled", text, *evidence));
+    return true;
+  }
+
+  // ---- Activations ------------------------------------------------------------------------------
+
+  using Function = float (*)(float);
+
+  struct Activation {
+    const char* name;
+    Function function;
+  };
+
+  static constexpr std::array<Activation, 5> kActivations{{
+      {"ReLU", [](float x) { return x > 0 ? x : 0.0F; }},
+      {"ReLU6", [](float x) { return std::clamp(x, 0.0F, 6.0F); }},
+      {"sigmoid", [](float x) { return 1 / (1 + std::exp(-x)); }},
+      {"tanh", [](float x) { return std::tanh(x); }},
+      {"exp", [](float x) { return std::exp(x); }},
+  }};
+
+  void FindActivations() {
+    // Whatever it is, an activation changes more than noise does.
+    for (const Activation& activation : kActivations) {
+      if (TryApplied(activation.name, Applied(actual_, activation.function), expected_, false))
+        return;
+      if (TryApplied(activation.name, Applied(expected_, activation.function), actual_, true))
+        return;
+    }
+    const uint64_t classes =
+        ClassesOf(question_.shape)
+            .value_or(question_.shape.empty() ? count_ : question_.shape.back());
+    if (classes < 2 || count_ % classes != 0) return;
+    if (TryApplied("softmax", Softmax(actual_, classes), expected_, false)) return;
+    TryApplied("softmax", Softmax(expected_, classes), actual_, true);
+  }
+
+  static std::vector<float> Applied(std::span<const float> values, Function function) {
+    std::vector<float> applied(values.size());
+    std::transform(values.begin(), values.end(), applied.begin(), function);
+    return applied;
+  }
+
+  static std::vector<float> Softmax(std::span<const float> values, uint64_t classes) {
+    std::vector<float> applied(values.size());
+    for (uint64_t first = 0; first < values.size(); first += classes) {
+      const auto item = values.subspan(first, classes);
+      const float most = *std::max_element(item.begin(), item.end());
+      double sum = 0;
+      for (uint64_t i = 0; i < classes; ++i) {
+        applied[first + i] = std::exp(item[i] - most);
+        sum += static_cast<double>(applied[first + i]);
+      }
+      for (uint64_t i = 0; i < classes; ++i) {
+        applied[first + i] = static_cast<float>(static_cast<double>(applied[first + i]) / sum);
+      }
+    }
+    return applied;
+  }
+
+  bool TryApplied(const std::string& name, const std::vector<float>& applied,
+                  std::span<const float> other, bool isTwice) {
+    // Library functions differ in their last bits, sums in more of them: not nearly the same bits.
+    const Likeness likeness(other);
+    const auto evidence = Weigh(question_, likeness, [&](uint64_t i) {
+      return std::optional(Told{applied[i], other[i]});
+    });
+    if (!evidence) return false;
+    causes_.push_back(MakeCause(
+        isTwice ? "activation-added" : "activation-missing",
+        isTwice ? "a " + name + " too many was applied" : "the " + name + " at the end is missing",
+        *evidence));
+    return true;
+  }
+
+  void FindOrderKept() {
+    constexpr uint64_t kFewest = 8;
+    if (count_ < kFewest) return;
+    uint64_t alike = 0;
+    for (uint64_t i = 0; i < count_; ++i) {
+      if (!std::isfinite(actual_[i]) || !std::isfinite(expected_[i])) return;
+      alike += AreAlike(i) ? 1 : 0;
+    }
+    if (alike * 2 > count_) return;
+    std::vector<uint32_t> order(count_);
+    std::iota(order.begin(), order.end(), 0U);
+    std::sort(order.begin(), order.end(),
+              [&](uint32_t a, uint32_t b) { return expected_[a] < expected_[b]; });
+    uint64_t kept = 0;
+    uint64_t risen = 0;
+    for (uint64_t i = 1; i < count_; ++i) {
+      const bool isTie = expected_[order[i]] == expected_[order[i - 1]];
+      if (isTie) continue;
+      ++risen;
+      kept += actual_[order[i]] >= actual_[order[i - 1]] ? 1 : 0;
+    }
+    if (risen < kFewest - 1 || kept * 100 < risen * 98) return;
+    Add("order-kept",
+        "the order of the values is kept and the values are not: an activation is missing, or "
+        "another one was taken",
+        0.8 * static_cast<double>(kept) / static_cast<double>(risen));
+  }
+
+  // ---- Few elements -----------------------------------------------------------------------------
+
+  void FindIsolated() {
+    uint64_t wrong = 0;
+    uint64_t oneBit = 0;
+    uint64_t first = 0;
+    for (uint64_t i = 0; i < count_; ++i) {
+      if (AreAlike(i)) continue;
+      if (wrong++ == 0) first = i;
+      oneBit += std::popcount(std::bit_cast<uint32_t>(actual_[i]) ^
+                              std::bit_cast<uint32_t>(expected_[i])) == 1
+                    ? 1
+                    : 0;
+    }
+    const bool isFew = wrong * 100 <= count_ || (wrong <= 1 && count_ >= 8);
+    if (wrong == 0 || !isFew) return;
+    std::string text = CountOf(wrong) + (wrong == 1 ? " is" : " are") + " wrong, the first at " +
+                       std::to_string(first) + ", and all others right";
+    if (oneBit == wrong) text += "; a single bit differs";
+    Add("isolated", text, 0.95);
+  }
+
+  const CauseQuestion& question_;
+  const Likeness& likeness_;
+  std::vector<Cause>& causes_;
+  std::span<const float> actual_;
+  std::span<const float> expected_;
+  uint64_t count_;
+};
+
+// ---- Rounding -----------------------------------------------------------------------------------
+
+// Shares of the elements of which something holds, where the expected one is finite and not 0.
+struct Shares {
+  double actual = 0;    ///< the actual value has the form
+  double expected = 0;  ///< the expected value has it
+  double rounded = 0;   ///< the actual value is the expected one rounded to it
+  double near = 0;      ///< it is within a few steps of that
+};
+
+Shares SharesOf(const CauseQuestion& question, float (*round)(float), double step) {
+  uint64_t known = 0;
+  std::array<uint64_t, 4> counts{};
+  for (size_t i = 0; i < question.actual.size(); ++i) {
+    const float a = question.actual[i];
+    const float e = question.expected[i];
+    if (!std::isfinite(e) || e == 0) continue;
+    ++known;
+    counts[0] += round(a) == a ? 1 : 0;
+    counts[1] += round(e) == e ? 1 : 0;
+    counts[2] += round(e) == a ? 1 : 0;
+    const double apart = std::abs(static_cast<double>(a) - static_cast<double>(e));
+    counts[3] += apart <= step * std::abs(static_cast<double>(e)) + 1e-7 ? 1 : 0;
+  }
+  constexpr uint64_t kFewest = 4;
+  if (known < kFewest) return {};
+  const auto share = [&](size_t i) {
+    return static_cast<double>(counts[i]) / static_cast<double>(known);
+  };
+  return {share(0), share(1), share(2), share(3)};
+}
+
+bool FindFloatRounding(const CauseQuestion& question, const char* id, const std::string& name,
+                       float (*round)(float), double step, std::vector<Cause>& causes) {
+  const Shares shares = SharesOf(question, round, step);
+  if (shares.expected > 0.7 || shares.near < 0.95) return false;
+  if (shares.rounded >= 0.99) {
+    causes.push_back({id, "the values are the expected ones rounded to " + name, shares.rounded});
+    return true;
+  }
+  if (shares.actual < 0.999) return false;
+  causes.push_back({id, "the values have the precision of " + name + ", and differ by its steps",
+                    0.9 * shares.near});
+  return true;
+}
+
+// The step that all values are multiples of, in at most 256 levels; 0 if there is none.
+double StepOf(std::span<const float> values) {
+  constexpr size_t kMostLevels = 256;
+  std::vector<float> levels;
+  for (const float value : values) {
+    if (!std::isfinite(value)) return 0;
+    const auto at = std::lower_bound(levels.begin(), levels.end(), value);
+    if (at != levels.end() && *at == value) continue;
+    if (levels.size() == kMostLevels) return 0;
+    levels.insert(at, value);
+  }
+  constexpr size_t kFewest = 3;
+  if (levels.size() < kFewest) return 0;
+  double gap = std::numeric_limits<double>::infinity();
+  for (size_t i = 1; i < levels.size(); ++i) {
+    gap = std::min(gap, static_cast<double>(levels[i]) - static_cast<double>(levels[i - 1]));
+  }
+  const double reach = static_cast<double>(levels.back()) - static_cast<double>(levels.front());
+  // Neighbours need not be among the values.
+  for (int part = 1; part <= 4; ++part) {
+    const double step = gap / part;
+    if (reach / step > static_cast<double>(kMostLevels)) return 0;
+    const bool areMultiples = std::all_of(levels.begin(), levels.end(), [&](float level) {
+      const double steps = static_cast<double>(level) / step;
+      return std::abs(steps - std::nearbyint(steps)) < 1e-3;
+    });
+    if (areMultiples) return step;
+  }
+  return 0;
+}
+
+void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
+  const double step = StepOf(question.actual);
+  if (step == 0 || StepOf(question.expected) != 0) return;
+  const auto [least, most] = std::minmax_element(question.actual.begin(), question.actual.end());
+  uint64_t explained = 0;
+  for (size_t i = 0; i < question.actual.size(); ++i) {
+    const auto a = static_cast<double>(question.actual[i]);
+    const auto e = static_cast<double>(question.expected[i]);
+    const bool isSaturated =
+        (question.actual[i] == *most && e > a) || (question.actual[i] == *least && e < a);
+    explained += std::abs(a - e) <= 0.51 * step || isSaturated ? 1 : 0;
+  }
+  const double share = static_cast<double>(explained) / static_cast<double>(question.actual.size());
+  if (share < 0.97) return;
+  causes.push_back({"rounded-int8",
+                    "the values are the expected ones in steps of " + NumberText(step) +
+                        ", at most 256 of them: rounded to 8 bits",
+                    share});
+}
+
+}  // namespace
+
+void FindValueCauses(const CauseQuestion& question, const Likeness& likeness,
+                     std::vector<Cause>& causes) {
+  ValueFinder(question, likeness, causes).Find();
+}
+
+void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
+  constexpr double kStepsBfloat16 = 0x1p-6;  // a few of them
+  constexpr double kStepsFloat16 = 0x1p-9;
+  if (FindFloatRounding(question, "rounded-bfloat16", "bfloat16", RoundedToBfloat16, kStepsBfloat16,
+                        causes)) {
+    return;
+  }
+  if (FindFloatRounding(question, "rounded-float16", "float16", RoundedToFloat16, kStepsFloat16,
+                        causes)) {
+    return;
+  }
+  FindIntRounding(question, causes);
+}
+
+}  // namespace vorn::kit

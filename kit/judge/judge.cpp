@@ -1,0 +1,512 @@
+// Samples are paired first, by names alone; then each pair of outputs is read once, side by side.
+// Only where an output is wrong, and only for the first few of its samples, both tensors are held
+// to look for the cause.
+#include "kit/judge/judge.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <map>
+
+#include "kit/common/fault.h"
+#include "kit/common/nearest.h"
+#include "kit/common/printable.h"
+#include "kit/judge/paired_tensor.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr size_t kBlock = 32 * 1024;
+constexpr size_t kMostCauses = 3;  // samples an output
+constexpr uint64_t kMostCauseElements = 1 << 24;
+constexpr size_t kPrintSize = 32;  // values that tell an output from others
+
+struct SamplePair {
+  const SampleSource* actual = nullptr;
+  const SampleSource* expected = nullptr;
+  std::optional<uint64_t> item;  ///< of a stacked source
+};
+
+const SampleSource* FindSample(const TensorSource& source, uint64_t index) {
+  const auto at = std::lower_bound(
+      source.samples.begin(), source.samples.end(), index,
+      [](const SampleSource& sample, uint64_t wanted) { return sample.index < wanted; });
+  return at != source.samples.end() && at->index == index ? &*at : nullptr;
+}
+
+// ---- Pairs of samples ---------------------------------------------------------------------------
+
+class SamplePairing {
+ public:
+  SamplePairing(const JudgeRequest& request, Verdict& verdict)
+      : request_(request), verdict_(verdict) {}
+
+  std::vector<SamplePair> Pairs() {
+    if (IsStacked()) {
+      PairStacked();
+    } else if (request_.map.samples == Map::Samples::kListed) {
+      PairListed();
+    } else if (request_.map.samples == Map::Samples::kByInputs) {
+      PairByInputs();
+    } else {
+      PairByIndex();
+    }
+    return std::move(pairs_);
+  }
+
+ private:
+  bool IsStacked() const {
+    return request_.expected.mayBeStacked && request_.actual.samples.size() > 1 &&
+           request_.map.samples == Map::Samples::kByIndex;
+  }
+
+  void Miss(uint64_t sample, bool isActualMissing, const std::string& reason) {
+    verdict_.missing.push_back({sample, isActualMissing, reason});
+  }
+
+  void Pair(const SampleSource& actual, const SampleSource& expected) {
+    if (!actual.absence.empty()) return Miss(actual.index, true, actual.absence);
+    if (!expected.absence.empty()) return Miss(actual.index, false, expected.absence);
+    pairs_.push_back({&actual, &expected, {}});
+  }
+
+  void PairStacked() {
+    uint64_t item = 0;
+    for (const SampleSource& actual : request_.actual.samples) {
+      const uint64_t own = item++;
+      if (!actual.absence.empty()) {
+        Miss(actual.index, true, actual.absence);
+        continue;
+      }
+      pairs_.push_back({&actual, &request_.expected.samples.front(), own});
+    }
+  }
+
+  void PairByIndex() {
+    for (const SampleSource& actual : request_.actual.samples) {
+      const SampleSource* expected = FindSample(request_.expected, actual.index);
+      if (expected == nullptr) {
+        Miss(actual.index, false, "nothing is expected of it");
+      } else {
+        Pair(actual, *expected);
+      }
+    }
+    for (const SampleSource& expected : request_.expected.samples) {
+      if (FindSample(request_.actual, expected.index) == nullptr) {
+        Miss(expected.index, true, "it is expected and was not run");
+      }
+    }
+  }
+
+  void PairListed() {
+    for (const auto& [actualIndex, expectedIndex] : request_.map.listed) {
+      const SampleSource* actual = FindSample(request_.actual, actualIndex);
+      const SampleSource* expected = FindSample(request_.expected, expectedIndex);
+      if (actual == nullptr) {
+        Miss(actualIndex, true, "the map names it, and it was not run");
+      } else if (expected == nullptr) {
+        Miss(actualIndex, false,
+             "the map expects sample " + std::to_string(expectedIndex) +
+                 " of it, which is not there");
+      } else {
+        Pair(*actual, *expected);
+      }
+    }
+  }
+
+  std::map<std::string, const SampleSource*> ByInputs(const TensorSource& source) {
+    std::map<std::string, const SampleSource*> found;
+    for (const SampleSource& sample : source.samples) {
+      std::string key;
+      for (const std::string& input : sample.inputs) key += input + '\n';
+      if (key.empty()) {
+        throw Fault(ExitStatus::kInput, "sample " + std::to_string(sample.index) + " of " +
+                                            source.kind + " '" + Printable(source.path) +
+                                            "' tells no inputs to be paired by; pair by index");
+      }
+      if (!found.try_emplace(key, &sample).second) {
+        throw Fault(ExitStatus::kInput, "two samples of " + source.kind + " '" +
+                                            Printable(source.path) + "' have the input '" +
+                                            Printable(sample.inputs.front()) +
+                                            "'; pair them by index or in the map");
+      }
+    }
+    return found;
+  }
+
+  void PairByInputs() {
+    const auto actual = ByInputs(request_.actual);
+    const auto expected = ByInputs(request_.expected);
+    for (const SampleSource& sample : request_.actual.samples) {
+      std::string key;
+      for (const std::string& input : sample.inputs) key += input + '\n';
+      const auto at = expected.find(key);
+      if (at == expected.end()) {
+        Miss(sample.index, false, "nothing is expected of the input " + sample.inputs.front());
+      } else {
+        Pair(sample, *at->second);
+      }
+    }
+    for (const auto& [key, sample] : expected) {
+      if (actual.find(key) == actual.end()) {
+        Miss(sample->index, true, "it is expected and was not run");
+      }
+    }
+  }
+
+  const JudgeRequest& request_;
+  Verdict& verdict_;
+  std::vector<SamplePair> pairs_;
+};
+
+// ---- Pairs of outputs ---------------------------------------------------------------------------
+
+struct OutputPair {
+  std::string name;
+  const OutputPlace* actual = nullptr;    ///< null: the actual side lacks it
+  const OutputPlace* expected = nullptr;  ///< null: nothing is expected
+  const MappedOutput* mapped = nullptr;
+};
+
+const OutputPlace* FindOutput(const SampleSource& sample, const std::string& name) {
+  for (const OutputPlace& output : sample.outputs) {
+    if (output.name == name) return &output;
+  }
+  return nullptr;
+}
+
+std::vector<std::string> NamesOf(const SampleSource& sample) {
+  std::vector<std::string> names;
+  for (const OutputPlace& output : sample.outputs) names.push_back(output.name);
+  return names;
+}
+
+const MappedOutput* FindMapped(const Map& map, const std::string& name) {
+  for (const MappedOutput& output : map.outputs) {
+    if (SpelledAsDump(output.actual.name) == name) return &output;
+  }
+  return nullptr;
+}
+
+// Files without names are paired by their place, if there are as many.
+const OutputPlace* FindByPlace(const SamplePair& pair, size_t place) {
+  const auto& expected = pair.expected->outputs;
+  const bool areNameless =
+      std::all_of(expected.begin(), expected.end(),
+                  [](const OutputPlace& output) { return output.name.empty(); });
+  if (!areNameless || expected.size() != pair.actual->outputs.size()) return nullptr;
+  return &expected[place];
+}
+
+bool IsWanted(const JudgeRequest& request, const std::string& name) {
+  return !request.only || fnmatch(request.only->c_str(), name.c_str(), 0) == 0;
+}
+
+std::vector<OutputPair> PairOutputs(const JudgeRequest& request, const SamplePair& pair) {
+  std::vector<OutputPair> outputs;
+  for (size_t place = 0; place < pair.actual->outputs.size(); ++place) {
+    const OutputPlace& actual = pair.actual->outputs[place];
+    OutputPair output{actual.name, &actual, nullptr, FindMapped(request.map, actual.name)};
+    const std::string wanted =
+        output.mapped != nullptr ? SpelledAsDump(output.mapped->expected.name) : actual.name;
+    output.expected = FindOutput(*pair.expected, wanted);
+    if (output.expected == nullptr) output.expected = FindByPlace(pair, place);
+    outputs.push_back(output);
+  }
+  for (const OutputPlace& expected : pair.expected->outputs) {
+    const bool isPaired =
+        std::any_of(outputs.begin(), outputs.end(),
+                    [&](const OutputPair& output) { return output.expected == &expected; });
+    // In a stacked folder there may be arrays of other things.
+    if (!isPaired) outputs.push_back({expected.name, nullptr, &expected, nullptr});
+  }
+  std::erase_if(outputs, [&](const OutputPair& output) { return !IsWanted(request, output.name); });
+  return outputs;
+}
+
+// ---- One output of one sample -------------------------------------------------------------------
+
+// All values of an output, actual and expected.
+using Sides = std::pair<std::vector<float>, std::vector<float>>;
+
+// Values at evenly spread places, which tell one sample's output from another's.
+using Print = std::array<float, kPrintSize>;
+
+struct OutputState {
+  OutputVerdict verdict;
+  std::map<uint64_t, Print> prints;  ///< of what is expected, by sample
+  std::vector<uint64_t> wrongSamples;
+};
+
+class Judging {
+ public:
+  Judging(const JudgeRequest& request, const std::function<void(size_t, size_t)>& onProgress)
+      : request_(request), onProgress_(onProgress) {}
+
+  Verdict Run() {
+    verdict_.actualPath = request_.actual.path;
+    verdict_.expectedPath = request_.expected.path;
+    CheckMap();
+    pairs_ = SamplePairing(request_, verdict_).Pairs();
+    verdict_.samples = pairs_.size();
+    for (size_t i = 0; i < pairs_.size(); ++i) {
+      for (const OutputPair& output : PairOutputs(request_, pairs_[i])) JudgeOutput(i, output);
+      if (onProgress_) onProgress_(i + 1, pairs_.size());
+    }
+    for (const std::string& name : order_) {
+      OutputState& state = states_.at(name);
+      FindCausesOf(state);
+      verdict_.outputs.push_back(std::move(state.verdict));
+    }
+    return std::move(verdict_);
+  }
+
+ private:
+  // A name in the map that no sample has would be passed over.
+  void CheckMap() const {
+    if (request_.actual.samples.empty()) return;
+    std::vector<std::string> names;
+    for (const SampleSource& sample : request_.actual.samples) {
+      if (!sample.outputs.empty()) names = NamesOf(sample);
+      if (!names.empty()) break;
+    }
+    if (names.empty()) return;
+    for (const MappedOutput& mapped : request_.map.outputs) {
+      const std::string name = SpelledAsDump(mapped.actual.name);
+      if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+      throw Fault(ExitStatus::kInput, "the map names the actual output '" +
+                                          Printable(mapped.actual.name) + "', and there is none" +
+                                          DidYouMean(name, names));
+    }
+  }
+
+  OutputState& StateOf(const std::string& name) {
+    const auto [at, isNew] = states_.try_emplace(name);
+    if (isNew) {
+      order_.push_back(name);
+      at->second.verdict.name = name;
+    }
+    return at->second;
+  }
+
+  uint64_t SampleOf(size_t pair) const { return pairs_[pair].actual->index; }
+
+  void JudgeOutput(size_t pair, const OutputPair& output) {
+    OutputState& state = StateOf(output.name);
+    OutputVerdict& verdict = state.verdict;
+    const uint64_t sample = SampleOf(pair);
+    if (output.actual == nullptr) {
+      verdict.wrong.push_back({sample,
+                               {"it is expected, and the actual side has no such output" +
+                                DidYouMean(output.name, NamesOf(*pairs_[pair].actual))}});
+      return;
+    }
+    if (output.expected == nullptr) {
+      verdict.notJudged.push_back(
+          {sample,
+           {"nothing is expected of it" + DidYouMean(output.name, NamesOf(*pairs_[pair].expected)) +
+            "; outputs of other names are paired with --map"}});
+      return;
+    }
+    if (output.expected->name != output.name) verdict.expectedName = output.expected->name;
+    try {
+      const auto [actual, expected] = Open(pair, output);
+      Compare(sample, output, actual, expected, state);
+    } catch (const NotJudgeable& reason) {
+      verdict.notJudged.push_back({sample, {reason.what()}});
+    }
+  }
+
+  std::pair<ReadableTensor, ReadableTensor> Open(size_t pair, const OutputPair& output) const {
+    const auto modelOf = [](const TensorSource& source) {
+      return source.model ? &*source.model : nullptr;
+    };
+    const MappedOutput* mapped = output.mapped;
+    ReadableTensor actual =
+        OpenSide(*output.actual, mapped ? &mapped->actual : nullptr, modelOf(request_.actual));
+    ReadableTensor expected = OpenSide(*output.expected, mapped ? &mapped->expected : nullptr,
+                                       modelOf(request_.expected));
+    if (pairs_[pair].item) {
+      expected =
+          ItemOf(expected, *pairs_[pair].item, pairs_.size() + CountMissing(), actual.Elements());
+    }
+    if (mapped != nullptr) Align(*mapped, expected, output.name);
+    return {std::move(actual), std::move(expected)};
+  }
+
+  // Samples of a stacked source that have no outputs still have their place in it.
+  uint64_t CountMissing() const { return verdict_.missing.size(); }
+
+  static Shape ShapeFor(const ReadableTensor& actual, const ReadableTensor& expected) {
+    return actual.hasShape ? actual.order.shape : expected.order.shape;
+  }
+
+  void Compare(uint64_t sample, const OutputPair& output, const ReadableTensor& actual,
+               const ReadableTensor& expected, OutputState& state) {
+    OutputVerdict& verdict = state.verdict;
+    if (verdict.samples.empty()) {
+      verdict.type = actual.type;
+      std::optional<double> step;
+      if (output.mapped != nullptr && output.mapped->actual.quantisation) {
+        step = output.mapped->actual.quantisation->scale;
+      }
+      verdict.rules = RulesFor(request_.rules, output.name, actual.type, step);
+      verdict.shape = ShapeFor(actual, expected);
+    }
+    if (actual.Elements() != expected.Elements()) {
+      verdict.wrong.push_back(
+          {sample,
+           {"it has " + std::to_string(actual.Elements()) + " elements (" +
+            TextOf(actual.order.shape) + "), and " + std::to_string(expected.Elements()) +
+            " are expected (" + TextOf(expected.order.shape) + ")"}});
+      return;
+    }
+    if (actual.Elements() == 0) {
+      verdict.notJudged.push_back({sample, {"it has no elements on either side"}});
+      return;
+    }
+    const Shape shape = ShapeFor(actual, expected);
+    CensusTaker taker(verdict.rules.tolerance.tolerance, request_.worst);
+    const auto classes = ClassesOf(shape);
+    TopAgreementTaker top(classes.value_or(1));
+    TensorReader actualReader = actual.Read();
+    TensorReader expectedReader = expected.Read();
+    Print& print = state.prints[sample];
+    uint64_t done = 0;
+    while (const size_t got = actualReader.Next(actualBlock_)) {
+      // Both have as many elements, so a block of one side is never longer than the other's.
+      (void)expectedReader.Next(std::span(expectedBlock_).first(got));
+      const auto actualValues = std::span<const float>(actualBlock_).first(got);
+      const auto expectedValues = std::span<const float>(expectedBlock_).first(got);
+      taker.Take(actualValues, expectedValues);
+      if (classes) top.Take(actualValues, expectedValues);
+      TakePrint(expectedValues, done, actual.Elements(), print);
+      done += got;
+    }
+    Note(sample, taker, top.Result(), state);
+  }
+
+  // The places of a print lie in the middles of equal parts.
+  static void TakePrint(std::span<const float> block, uint64_t first, uint64_t all, Print& print) {
+    for (size_t i = 0; i < kPrintSize; ++i) {
+      const uint64_t place = PrintPlace(i, all);
+      if (place >= first && place < first + block.size()) print[i] = block[place - first];
+    }
+  }
+
+  static uint64_t PrintPlace(size_t i, uint64_t all) {
+    return static_cast<uint64_t>((static_cast<double>(i) + 0.5) / kPrintSize *
+                                 static_cast<double>(all));
+  }
+
+  void Note(uint64_t sample, const CensusTaker& taker, const TopAgreement& agreement,
+            OutputState& state) {
+    OutputVerdict& verdict = state.verdict;
+    const Census& census = taker.Result();
+    auto broken = BrokenRules(verdict.rules, census, agreement);
+    verdict.samples.push_back(
+        {sample, broken.empty(), census.outside, census.maxAbs, census.Rmse(), census.Cosine()});
+    verdict.census.Merge(census);
+    verdict.agreement.Merge(agreement);
+    for (const Difference& difference : taker.Worst()) {
+      verdict.worst.push_back({sample, difference});
+    }
+    std::stable_sort(verdict.worst.begin(), verdict.worst.end(),
+                     [](const WorstElement& a, const WorstElement& b) {
+                       return a.difference.size > b.difference.size;
+                     });
+    if (verdict.worst.size() > request_.worst) verdict.worst.resize(request_.worst);
+    if (broken.empty()) return;
+    verdict.wrong.push_back({sample, std::move(broken)});
+    state.wrongSamples.push_back(sample);
+  }
+
+  // ---- Causes -----------------------------------------------------------------------------------
+
+  size_t PairOf(uint64_t sample) const {
+    for (size_t i = 0; i < pairs_.size(); ++i) {
+      if (SampleOf(i) == sample) return i;
+    }
+    return pairs_.size();
+  }
+
+  // The values of an output on one side; none where it is too large, or is not to be had.
+  std::optional<Sides> Load(size_t pair, const std::string& name) const {
+    for (const OutputPair& output : PairOutputs(request_, pairs_[pair])) {
+      if (output.name != name || output.actual == nullptr || output.expected == nullptr) continue;
+      const auto [actual, expected] = Open(pair, output);
+      if (actual.Elements() > kMostCauseElements || actual.Elements() != expected.Elements()) {
+        return std::nullopt;
+      }
+      TensorReader actualReader = actual.Read();
+      TensorReader expectedReader = expected.Read();
+      return Sides{ReadAll(actualReader, kMostCauseElements),
+                   ReadAll(expectedReader, kMostCauseElements)};
+    }
+    return std::nullopt;
+  }
+
+  // The sample whose expected output has most values of this print in their places, if it is half
+  // of them and not the sample itself.
+  static std::optional<uint64_t> SampleLike(const OutputState& state, uint64_t own,
+                                            const std::vector<float>& actual,
+                                            const Tolerance& tolerance) {
+    std::optional<uint64_t> best;
+    size_t most = kPrintSize / 2;
+    for (const auto& [sample, print] : state.prints) {
+      if (sample == own) continue;
+      size_t alike = 0;
+      for (size_t i = 0; i < kPrintSize; ++i) {
+        const auto a = static_cast<double>(actual[PrintPlace(i, actual.size())]);
+        const auto e = static_cast<double>(print[i]);
+        alike += std::abs(a - e) <= tolerance.atol + tolerance.rtol * std::abs(e) ? 1 : 0;
+      }
+      if (alike > most) {
+        most = alike;
+        best = sample;
+      }
+    }
+    return best;
+  }
+
+  void FindCausesOf(OutputState& state) const {
+    for (const uint64_t sample : state.wrongSamples) {
+      if (state.verdict.causes.size() == kMostCauses) break;
+      const size_t pair = PairOf(sample);
+      auto loaded = Load(pair, state.verdict.name);
+      if (!loaded) continue;
+      CauseQuestion question;
+      question.actual = loaded->first;
+      question.expected = loaded->second;
+      question.shape = state.verdict.shape;
+      question.tolerance = state.verdict.rules.tolerance.tolerance;
+      std::optional<Sides> before;
+      if (pair > 0) before = Load(pair - 1, state.verdict.name);
+      if (before) question.before = before->second;
+      question.otherSample = SampleLike(state, sample, loaded->first, question.tolerance);
+      std::optional<Sides> other;
+      if (question.otherSample) other = Load(PairOf(*question.otherSample), state.verdict.name);
+      if (other) question.other = other->second;
+      state.verdict.causes.push_back({sample, FindCauses(question)});
+    }
+  }
+
+  const JudgeRequest& request_;
+  const std::function<void(size_t, size_t)>& onProgress_;
+  Verdict verdict_;
+  std::vector<SamplePair> pairs_;
+  std::map<std::string, OutputState> states_;
+  std::vector<std::string> order_;
+  std::vector<float> actualBlock_ = std::vector<float>(kBlock);
+  std::vector<float> expectedBlock_ = std::vector<float>(kBlock);
+};
+
+}  // namespace
+
+Verdict Judge(const JudgeRequest& request, const std::function<void(size_t, size_t)>& onProgress) {
+  return Judging(request, onProgress).Run();
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,155 @@
+// vorn-judge: outputs against what is expected of them.
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+
+#include "kit/common/command_line.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/judge/judge.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostTextBytes = 64 << 20;
+constexpr uint64_t kMostWorst = 1000;
+constexpr uint64_t kShownWorst = 5;
+
+constexpr std::string_view kForms[] = {
+    "RUN --expected PATH [--map FILE] [--rules FILE | --preset NAME | --exact | --atol A --rtol R]",
+};
+
+constexpr Option kOptions[] = {
+    {"expected", 0, "PATH",
+     "What is expected: another run, a folder of dumps, arrays (.npy), test folders of ONNX "
+     "(test_data_set_*), or one such file."},
+    {"map", 0, "FILE",
+     "JSON that pairs outputs of other names, layouts, types and quantisation, and samples."},
+    {"rules", 0, "FILE", "JSON with tolerances and bounds of metrics by the names of outputs."},
+    {"preset", 0, "NAME",
+     "A tolerance for all outputs: float32, float16, bfloat16, onnx. Without any, that of the "
+     "output's element type; whole numbers have to be equal."},
+    {"exact", 0, "", "Every element has to be equal."},
+    {"atol", 0, "A", "With --rtol the tolerance |a - r| <= A + R*|r| for all outputs."},
+    {"rtol", 0, "R", "See --atol. What is left out is 0."},
+    {"only", 0, "GLOB", "Judge outputs of such names alone."},
+    {"worst", 0, "N", "Show the N worst elements of each output; 5 without."},
+    {"output", 'o', "FOLDER",
+     "Where verdict.json and verdict.xml (JUnit) go. Without it into RUN, if that is a run "
+     "directory."},
+    {"json", 0, "", "Print verdict.json, not the table."},
+    {"quiet", 0, "", "Print nothing but faults."},
+};
+
+constexpr Verb kJudge{
+    .name = "judge",
+    .summary = "outputs against what is expected of them",
+    .forms = kForms,
+    .about =
+        "Compares each output of RUN, a run directory or a folder of dumps, with what is\n"
+        "expected of it: a census of its elements, the usual measures, the worst elements by\n"
+        "their places, the verdict, and for what is wrong its likely cause. Ends with status 0\n"
+        "if everything is right, 6 if an output differs, 8 if samples are missing on either\n"
+        "side, 9 if something could not be compared.",
+    .options = kOptions,
+    .example = "build/release/vorn judge build/demo --expected examples/digits/expected.npy",
+    .mostOperands = 1,
+};
+
+double TakeBound(const Arguments& arguments, const char* name) {
+  const std::string text = arguments.Get(name).value_or("0");
+  double bound = 0;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), bound);
+  if (error != std::errc{} || stop != text.data() + text.size() || std::isnan(bound) || bound < 0) {
+    throw Fault(
+        ExitStatus::kUsage,
+        "--" + std::string(name) + " takes a number from 0 on, and got '" + Printable(text) + "'");
+  }
+  return bound;
+}
+
+Rules TakeRules(const Arguments& arguments) {
+  const bool hasBounds = arguments.Has("atol") || arguments.Has("rtol");
+  const std::array<bool, 4> given{arguments.Has("rules"), arguments.Has("preset"),
+                                  arguments.Has("exact"), hasBounds};
+  if (std::count(given.begin(), given.end(), true) > 1) {
+    throw Fault(ExitStatus::kUsage,
+                "--rules, --preset, --exact and --atol with --rtol exclude each other");
+  }
+  if (const auto path = arguments.Get("rules")) {
+    return ParseRules(ReadWholeFile(*path, "the rules", ExitStatus::kInput, kMostTextBytes),
+                      "the rules '" + Printable(*path) + "'");
+  }
+  std::optional<NamedTolerance> tolerance;
+  if (const auto name = arguments.Get("preset")) {
+    tolerance = Preset(*name);
+    if (!tolerance) {
+      throw Fault(ExitStatus::kUsage, "there is no preset '" + Printable(*name) +
+                                          "'; float32, float16, bfloat16, onnx");
+    }
+  } else if (arguments.Has("exact")) {
+    tolerance = Preset("exact");
+  } else if (hasBounds) {
+    tolerance =
+        NamedTolerance{{.atol = TakeBound(arguments, "atol"), .rtol = TakeBound(arguments, "rtol")},
+                       "the command line"};
+  }
+  Rules rules;
+  if (tolerance) rules.tolerances.push_back({"*", *tolerance});
+  return rules;
+}
+
+void ShowProgress(size_t done, size_t all) {
+  // About a hundred times, and on a terminal only.
+  if (all < 100 || (done % (all / 100) != 0 && done != all)) return;
+  std::fprintf(stderr, "\r%zu of %zu samples%s", done, all, done == all ? "\n" : "");
+}
+
+void WriteVerdict(const std::string& folder, const Verdict& verdict) {
+  WriteWholeFile(folder + "/verdict.json", VerdictJson(verdict));
+  WriteWholeFile(folder + "/verdict.xml", VerdictJUnit(verdict));
+}
+
+ExitStatus JudgeRun(const Arguments& arguments) {
+  if (arguments.Operands().empty()) {
+    throw Fault(ExitStatus::kUsage,
+                "the run is missing: vorn judge RUN --expected PATH; --help tells more");
+  }
+  JudgeRequest request;
+  request.rules = TakeRules(arguments);
+  if (const auto path = arguments.Get("map")) {
+    request.map = ParseMap(ReadWholeFile(*path, "the map", ExitStatus::kInput, kMostTextBytes),
+                           "the map '" + Printable(*path) + "'");
+  }
+  request.worst = arguments.GetNumber("worst", kShownWorst, 0, kMostWorst);
+  request.only = arguments.Get("only");
+  const std::string expected = arguments.Need("expected");
+  request.actual = FindTensors(arguments.Operands().front());
+  request.expected = FindTensors(expected);
+
+  const bool showsProgress = !arguments.Has("quiet") && isatty(STDERR_FILENO) != 0;
+  const Verdict verdict =
+      Judge(request, showsProgress ? std::function<void(size_t, size_t)>(ShowProgress) : nullptr);
+  if (const auto folder = arguments.Get("output")) {
+    WriteVerdict(*folder, verdict);
+  } else if (request.actual.isRun) {
+    WriteVerdict(request.actual.path, verdict);
+  }
+  if (!arguments.Has("quiet")) {
+    const std::string text = arguments.Has("json") ? VerdictJson(verdict) : VerdictText(verdict);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+  }
+  return verdict.Status();
+}
+
+}  // namespace
+}  // namespace vorn::kit
+
+int main(int argc, char** argv) {
+  return vorn::kit::RunVerb(vorn::kit::kJudge, argc, argv, vorn::kit::JudgeRun);
+}

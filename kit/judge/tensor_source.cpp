@@ -1,0 +1,254 @@
+#include "kit/judge/tensor_source.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <filesystem>
+#include <map>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/judge/npy.h"
+#include "kit/judge/onnx_tensor.h"
+#include "kit/model/model_json.h"
+#include "kit/run/run_directory.h"
+
+namespace vorn::kit {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uint64_t kMostJsonBytes = 256 << 20;
+
+// In the order in which they are taken where an output has several.
+constexpr std::array<std::string_view, 4> kEndings{".bin", ".npy", ".pb", ".float"};
+
+[[noreturn]] void RefuseSource(const std::string& path, const std::string& reason) {
+  throw Fault(ExitStatus::kInput, "'" + Printable(path) + "' " + reason);
+}
+
+std::optional<uint64_t> WholeNumber(std::string_view text) {
+  uint64_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (text.empty() || error != std::errc{} || stop != end) return std::nullopt;
+  return number;
+}
+
+struct Entry {
+  std::string name;
+  bool isFolder = false;
+};
+
+// What is in a folder, by name.
+std::vector<Entry> EntriesOf(const std::string& folder) {
+  std::vector<Entry> entries;
+  std::error_code error;
+  fs::directory_iterator at(folder, error);
+  for (; !error && at != fs::directory_iterator(); at.increment(error)) {
+    std::error_code ignored;
+    entries.push_back({at->path().filename().string(), at->is_directory(ignored)});
+  }
+  if (error) RefuseSource(folder, "cannot be listed: " + error.message());
+  std::sort(entries.begin(), entries.end(),
+            [](const Entry& a, const Entry& b) { return a.name < b.name; });
+  return entries;
+}
+
+std::optional<size_t> EndingOf(const std::string& name) {
+  for (size_t i = 0; i < kEndings.size(); ++i) {
+    if (name.size() > kEndings[i].size() && name.ends_with(kEndings[i])) return i;
+  }
+  return std::nullopt;
+}
+
+std::string WithoutEnding(const std::string& name) {
+  return name.substr(0, name.size() - kEndings[*EndingOf(name)].size());
+}
+
+// An ONNX output's place among the outputs, from its file name.
+std::optional<uint64_t> OnnxPlace(const std::string& name) {
+  constexpr std::string_view kFront = "output_";
+  if (!name.starts_with(kFront) || !name.ends_with(".pb")) return std::nullopt;
+  return WholeNumber(std::string_view(name).substr(kFront.size(), name.size() - kFront.size() - 3));
+}
+
+std::vector<OutputPlace> OnnxOutputs(const std::string& folder) {
+  std::map<uint64_t, OutputPlace> byPlace;
+  for (const Entry& entry : EntriesOf(folder)) {
+    const auto place = OnnxPlace(entry.name);
+    if (!place) continue;
+    const std::string path = folder + "/" + entry.name;
+    byPlace[*place] = {SpelledAsDump(OpenOnnxTensor(path).name), path};
+  }
+  std::vector<OutputPlace> outputs;
+  for (auto& [place, output] : byPlace) outputs.push_back(std::move(output));
+  return outputs;
+}
+
+// The files of one sample, one an output.
+std::vector<OutputPlace> OutputsIn(const std::string& folder) {
+  struct Found {
+    size_t ending;
+    std::string file;
+  };
+  std::map<std::string, Found> byName;
+  for (const Entry& entry : EntriesOf(folder)) {
+    const auto ending = EndingOf(entry.name);
+    if (!ending || entry.isFolder || entry.name.starts_with('.')) continue;
+    const std::string name = OutputNameOfDump(WithoutEnding(entry.name));
+    const auto [at, isNew] = byName.try_emplace(name, Found{*ending, entry.name});
+    if (isNew) continue;
+    // The text beside a dump is the same dump; two of a kind are not.
+    if (at->second.ending == *ending) {
+      RefuseSource(folder, "holds two dumps of the output '" + Printable(name) + "', " +
+                               Printable(at->second.file) + " and " + Printable(entry.name) +
+                               "; remove the one that is not meant");
+    }
+    if (*ending < at->second.ending) at->second = {*ending, entry.name};
+  }
+  std::vector<OutputPlace> outputs;
+  for (const auto& [name, found] : byName) {
+    outputs.push_back({name, folder + "/" + found.file});
+  }
+  return outputs;
+}
+
+std::vector<SampleSource> NumberedFolders(const std::string& folder, std::string_view front,
+                                          bool areOnnx) {
+  std::vector<SampleSource> samples;
+  for (const Entry& entry : EntriesOf(folder)) {
+    if (!entry.isFolder || !entry.name.starts_with(front)) continue;
+    const auto index = WholeNumber(std::string_view(entry.name).substr(front.size()));
+    if (!index) continue;
+    const std::string path = folder + "/" + entry.name;
+    samples.push_back({*index, areOnnx ? OnnxOutputs(path) : OutputsIn(path), {}, {}});
+  }
+  std::sort(samples.begin(), samples.end(),
+            [](const SampleSource& a, const SampleSource& b) { return a.index < b.index; });
+  for (size_t i = 1; i < samples.size(); ++i) {
+    if (samples[i].index == samples[i - 1].index) {
+      RefuseSource(folder, "holds two folders with the number " + std::to_string(samples[i].index));
+    }
+  }
+  return samples;
+}
+
+// ---- Run directories ----------------------------------------------------------------------------
+
+SampleSource FromRecord(const std::string& folder, const SampleRecord& record) {
+  SampleSource sample;
+  sample.index = record.index;
+  for (const SampleInput& input : record.inputs) {
+    sample.inputs.push_back(fs::path(input.path).filename().string());
+  }
+  if (record.status != SampleStatus::kDone) {
+    sample.absence = record.reason.value_or("it is not done");
+    return sample;
+  }
+  for (const SampleOutput& output : record.outputs) {
+    const std::string file = fs::path(output.path).filename().string();
+    const std::string name = EndingOf(file) ? OutputNameOfDump(WithoutEnding(file)) : file;
+    sample.outputs.push_back({name, folder + "/" + output.path});
+  }
+  return sample;
+}
+
+TensorSource EmptySource(const std::string& path, const char* kind) {
+  TensorSource source;
+  source.path = path;
+  source.kind = kind;
+  return source;
+}
+
+TensorSource OpenRun(const std::string& folder) {
+  TensorSource source = EmptySource(folder, "the run directory");
+  source.isRun = true;
+  if (fs::exists(folder + "/" + kSamplesFile)) {
+    for (const SampleRecord& record : ReadSamples(folder)) {
+      source.samples.push_back(FromRecord(folder, record));
+    }
+  } else if (fs::is_directory(folder + "/" + kDumpsFolder)) {
+    source.samples = NumberedFolders(folder + "/" + kDumpsFolder, "", false);
+  }
+  if (fs::exists(folder + "/" + kModelFile)) {
+    source.model = FromJson(ReadWholeFile(folder + "/" + kModelFile, "the run's description",
+                                          ExitStatus::kModel, kMostJsonBytes));
+  }
+  return source;
+}
+
+TensorSource OpenFolder(const std::string& folder) {
+  const auto has = [&](const char* name) { return fs::exists(folder + "/" + name); };
+  if (has(kRunFile) || has(kSamplesFile)) return OpenRun(folder);
+  TensorSource source = EmptySource(folder, "the test folders");
+  source.samples = NumberedFolders(folder, "test_data_set_", true);
+  if (!source.samples.empty()) return source;
+  if (auto outputs = OnnxOutputs(folder); !outputs.empty()) {
+    source.kind = "the test folder";
+    source.samples.push_back({0, std::move(outputs), {}, {}});
+    return source;
+  }
+  source.kind = "the dumps";
+  source.samples = NumberedFolders(folder, "", false);
+  if (!source.samples.empty()) return source;
+  if (auto outputs = OutputsIn(folder); !outputs.empty()) {
+    source.kind = "the folder";
+    source.mayBeStacked = true;
+    source.samples.push_back({0, std::move(outputs), {}, {}});
+    return source;
+  }
+  RefuseSource(folder,
+               "holds nothing to compare: no run directory (run.json), no numbered folders of "
+               "dumps, no test_data_set_* folders, no .bin, .float, .npy or .pb");
+}
+
+}  // namespace
+
+std::string SpelledAsDump(std::string name) {
+  for (char& c : name) {
+    if (c == '.' || c == '/' || c == '\\') c = '_';
+  }
+  return name;
+}
+
+std::string OutputNameOfDump(const std::string& fileName) {
+  const size_t time = fileName.rfind('.');
+  if (time == std::string::npos || time == 0) return SpelledAsDump(fileName);
+  const size_t number = fileName.rfind('.', time - 1);
+  if (number == std::string::npos || number == 0) return SpelledAsDump(fileName);
+  const auto duplicate =
+      WholeNumber(std::string_view(fileName).substr(number + 1, time - number - 1));
+  if (!duplicate || !WholeNumber(std::string_view(fileName).substr(time + 1))) {
+    return SpelledAsDump(fileName);
+  }
+  const std::string name = SpelledAsDump(fileName.substr(0, number));
+  return *duplicate == 0 ? name : name + "#" + std::to_string(*duplicate);
+}
+
+StoredTensor OpenTensor(const std::string& path) {
+  if (path.ends_with(".npy")) return OpenNpy(path);
+  if (path.ends_with(".pb")) return OpenOnnxTensor(path);
+  if (path.ends_with(".float")) return OpenDumpText(path);
+  return OpenDump(path);
+}
+
+TensorSource FindTensors(const std::string& path) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) RefuseSource(path, "is not there");
+  std::string folder = path;
+  while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
+  if (fs::is_directory(status)) return OpenFolder(folder);
+  const std::string file = fs::path(path).filename().string();
+  if (!EndingOf(file)) {
+    RefuseSource(path, "is a file of no kind that is read: .bin, .float, .npy or .pb");
+  }
+  TensorSource source = EmptySource(path, "the file");
+  source.mayBeStacked = true;
+  source.samples.push_back({0, {{"", path}}, {}, {}});
+  return source;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,56 @@
+// Where tensors of many samples come from: a run directory, a folder of dumps, arrays, test
+// folders of ONNX, or a single file. Found by what is there; only names are read.
+#ifndef VORN_KIT_JUDGE_TENSOR_SOURCE_H_
+#define VORN_KIT_JUDGE_TENSOR_SOURCE_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/judge/stored_tensor.h"
+#include "kit/model/model_description.h"
+
+namespace vorn::kit {
+
+/// One output of one sample, in a file.
+struct OutputPlace {
+  /// As a dump spells it: full stops, slashes and backslashes as underscores. The second of a name
+  /// has "#1" behind it. Empty where nothing tells one.
+  std::string name;
+  std::string path;
+};
+
+struct SampleSource {
+  uint64_t index = 0;  ///< of the inference
+  std::vector<OutputPlace> outputs;
+  std::vector<std::string> inputs;  ///< names of the input files, where the source tells
+  std::string absence;              ///< why there are no outputs, where the source tells
+};
+
+struct TensorSource {
+  std::string path;
+  std::string kind;  ///< for people: "the run directory", "the dumps"
+  bool isRun = false;
+  /// The one sample's tensors may hold all samples, one behind the other.
+  bool mayBeStacked = false;
+  std::vector<SampleSource> samples;      ///< by index
+  std::optional<ModelDescription> model;  ///< of a run directory
+};
+
+/// Throws a Fault of kInput that says what was looked for and what is there.
+[[nodiscard]] TensorSource FindTensors(const std::string& path);
+
+/// By the ending of the file: .bin, .float, .npy, .pb.
+[[nodiscard]] StoredTensor OpenTensor(const std::string& path);
+
+/// The part of a dump's file name that is the output's name, with its number among outputs of that
+/// name. A name without number and time stamp is one as it is.
+[[nodiscard]] std::string OutputNameOfDump(const std::string& fileName);
+
+/// The name as a dump spells it.
+[[nodiscard]] std::string SpelledAsDump(std::string name);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_JUDGE_TENSOR_SOURCE_H_

@@ -1,0 +1,68 @@
+#include "kit/judge/top_agreement.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace vorn::kit {
+
+void TopFive::Take(float value, uint64_t index) {
+  if (std::isnan(value) || (count_ == values_.size() && !(value > values_.back()))) return;
+  size_t at = count_ < values_.size() ? count_++ : count_ - 1;
+  for (; at > 0 && value > values_[at - 1]; --at) {
+    values_[at] = values_[at - 1];
+    indices_[at] = indices_[at - 1];
+  }
+  values_[at] = value;
+  indices_[at] = index;
+}
+
+bool TopFive::Holds(uint64_t index) const {
+  const auto* end = indices_.begin() + count_;
+  return std::find(indices_.begin(), end, index) != end;
+}
+
+void TopAgreement::Merge(const TopAgreement& other) {
+  items += other.items;
+  top1 += other.top1;
+  top5 += other.top5;
+}
+
+void TopAgreementTaker::Take(std::span<const float> actual, std::span<const float> expected) {
+  for (size_t i = 0; i < actual.size(); ++i) {
+    actual_.Take(actual[i], at_);
+    expected_.Take(expected[i], at_);
+    sum_ += static_cast<double>(expected[i]);
+    isAnyNegative_ = isAnyNegative_ || expected[i] < 0;
+    if (++at_ == classes_) EndItem();
+  }
+}
+
+void TopAgreementTaker::EndItem() {
+  constexpr double kSlack = 0.01;
+  if (!isAnyNegative_ && std::abs(sum_ - 1) <= kSlack && expected_.Count() > 0) {
+    ++agreement_.items;
+    if (actual_.Count() > 0) {
+      agreement_.top1 += actual_.Index(0) == expected_.Index(0) ? 1 : 0;
+      agreement_.top5 += actual_.Holds(expected_.Index(0)) ? 1 : 0;
+    }
+  }
+  actual_ = {};
+  expected_ = {};
+  at_ = 0;
+  sum_ = 0;
+  isAnyNegative_ = false;
+}
+
+std::optional<uint64_t> ClassesOf(const Shape& shape) {
+  constexpr uint64_t kMostClasses = 100000;
+  uint64_t classes = 1;
+  for (size_t axis = shape.size() > 1 ? 1 : 0; axis < shape.size(); ++axis) {
+    if (shape[axis] == 1) continue;
+    if (classes != 1) return std::nullopt;
+    classes = shape[axis];
+  }
+  if (classes < 2 || classes > kMostClasses) return std::nullopt;
+  return classes;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,65 @@
+// Whether two sides name the same class, where an output holds probabilities.
+#ifndef VORN_KIT_JUDGE_TOP_AGREEMENT_H_
+#define VORN_KIT_JUDGE_TOP_AGREEMENT_H_
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "kit/judge/stored_tensor.h"
+
+namespace vorn::kit {
+
+/// The greatest values of one item so far, of equal ones the first. NaN is never among them.
+class TopFive {
+ public:
+  void Take(float value, uint64_t index);
+  [[nodiscard]] size_t Count() const { return count_; }
+  [[nodiscard]] uint64_t Index(size_t rank) const { return indices_[rank]; }
+  [[nodiscard]] bool Holds(uint64_t index) const;
+
+ private:
+  std::array<float, 5> values_{};
+  std::array<uint64_t, 5> indices_{};
+  size_t count_ = 0;
+};
+
+/// Counted over items whose expected values are probabilities: none below 0, their sum 1 to a
+/// hundredth.
+struct TopAgreement {
+  uint64_t items = 0;
+  uint64_t top1 = 0;  ///< both have their greatest at one place
+  uint64_t top5 = 0;  ///< the expected greatest is among the actual five greatest
+
+  void Merge(const TopAgreement& other);
+};
+
+/// Takes the elements of both sides in their order.
+class TopAgreementTaker {
+ public:
+  /// `classes`: elements an item.
+  explicit TopAgreementTaker(uint64_t classes) : classes_(classes) {}
+
+  void Take(std::span<const float> actual, std::span<const float> expected);
+  [[nodiscard]] const TopAgreement& Result() const { return agreement_; }
+
+ private:
+  void EndItem();
+
+  uint64_t classes_;
+  uint64_t at_ = 0;
+  TopFive actual_;
+  TopFive expected_;
+  double sum_ = 0;
+  bool isAnyNegative_ = false;
+  TopAgreement agreement_;
+};
+
+/// How many classes a tensor of this shape can hold an item: all of its size is in one dimension
+/// behind the first, or it has a single one. Empty for other shapes, and for one class or too many.
+[[nodiscard]] std::optional<uint64_t> ClassesOf(const Shape& shape);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_JUDGE_TOP_AGREEMENT_H_

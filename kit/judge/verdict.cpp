@@ -1,0 +1,438 @@
+#include "kit/judge/verdict.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "kit/common/printable.h"
+#include "kit/common/text_table.h"
+#include "kit/json/json.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr size_t kMostSamplesTold = 1000;
+constexpr size_t kMostSamplesShown = 5;
+
+bool IsWrong(const OutputVerdict& output) { return !output.wrong.empty(); }
+
+bool IsNotJudged(const OutputVerdict& output) {
+  return output.wrong.empty() && (!output.notJudged.empty() || output.samples.empty());
+}
+
+std::string StateText(const OutputVerdict& output) {
+  if (IsWrong(output)) return "WRONG";
+  return IsNotJudged(output) ? "not judged" : "right";
+}
+
+// The values of all samples at 0, 5, 50, 95 and 100 in 100.
+struct Spread {
+  double least = 0;
+  double p5 = 0;
+  double median = 0;
+  double p95 = 0;
+  double most = 0;
+};
+
+Spread SpreadOf(const std::vector<SampleSketch>& samples, double SampleSketch::*figure) {
+  std::vector<double> values;
+  for (const SampleSketch& sample : samples) values.push_back(sample.*figure);
+  if (values.empty()) return {};
+  std::sort(values.begin(), values.end());
+  const auto at = [&](double share) {
+    return values[static_cast<size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+  };
+  return {values.front(), at(0.05), at(0.5), at(0.95), values.back()};
+}
+
+// ---- For people ---------------------------------------------------------------------------------
+
+std::string CountText(uint64_t count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string UlpText(const Census& census) {
+  return std::to_string(census.ulp.Percentile(0.5)) + ", " +
+         std::to_string(census.ulp.Percentile(0.99)) + ", " + std::to_string(census.maxUlp);
+}
+
+std::string Table(const Verdict& verdict) {
+  TextTable table({{"output", false},
+                   {"verdict", false},
+                   {"samples", true},
+                   {"wrong", true},
+                   {"elements", true},
+                   {"equal", true},
+                   {"within", true},
+                   {"outside", true},
+                   {"max abs", true},
+                   {"max rel", true},
+                   {"RMSE", true},
+                   {"cosine", true},
+                   {"SNR dB", true},
+                   {"PSNR dB", true},
+                   {"ULP 50%, 99%, max", true}});
+  for (const OutputVerdict& output : verdict.outputs) {
+    const Census& census = output.census;
+    table.Add({output.name, StateText(output), std::to_string(output.samples.size()),
+               std::to_string(output.wrong.size()), std::to_string(census.elements),
+               std::to_string(census.equal), std::to_string(census.within),
+               std::to_string(census.outside), NumberText(census.maxAbs),
+               NumberText(census.MaxRel()), NumberText(census.Rmse()), NumberText(census.Cosine()),
+               NumberText(census.Snr()), NumberText(census.Psnr()), UlpText(census)});
+  }
+  return table.Text();
+}
+
+void AddFaults(std::string& text, const std::vector<SampleFault>& faults, const char* what) {
+  for (size_t i = 0; i < std::min(faults.size(), kMostSamplesShown); ++i) {
+    for (const std::string& reason : faults[i].reasons) {
+      text +=
+          "  sample " + std::to_string(faults[i].sample) + what + ": " + Printable(reason) + "\n";
+    }
+  }
+  if (faults.size() > kMostSamplesShown) {
+    text +=
+        "  and " + CountText(faults.size() - kMostSamplesShown, "sample", "samples") + " more\n";
+  }
+}
+
+std::string CertaintyText(double certainty) {
+  return NumberText(std::floor(certainty * 1000) / 10) + " %";
+}
+
+std::string OutputText(const OutputVerdict& output) {
+  std::string text = Printable(output.name) + ": ";
+  if (!output.samples.empty()) {
+    text += std::string(ElementName(output.type)) + " of " + TextOf(output.shape) + "; " +
+            TextOf(output.rules.tolerance.tolerance) + " (" + output.rules.tolerance.source + ")";
+  } else {
+    text += StateText(output);
+  }
+  text += "\n";
+  for (const MetricRule& rule : output.rules.metrics) text += "  rule: " + TextOf(rule) + "\n";
+  const Census& census = output.census;
+  if (census.actualNan + census.expectedNan + census.actualInfinite + census.expectedInfinite > 0) {
+    text += "  NaN " + std::to_string(census.actualNan) + ", expected " +
+            std::to_string(census.expectedNan) + "; infinite " +
+            std::to_string(census.actualInfinite) + ", expected " +
+            std::to_string(census.expectedInfinite) + "\n";
+  }
+  if (output.agreement.items > 0) {
+    text += "  the same class first in " + std::to_string(output.agreement.top1) + " of " +
+            CountText(output.agreement.items, "item", "items") +
+            ", the expected one among the first five in " + std::to_string(output.agreement.top5) +
+            "\n";
+  }
+  if (output.samples.size() > 1) {
+    const Spread spread = SpreadOf(output.samples, &SampleSketch::maxAbs);
+    text += "  max abs over the samples: least " + NumberText(spread.least) + ", 5 % " +
+            NumberText(spread.p5) + ", median " + NumberText(spread.median) + ", 95 % " +
+            NumberText(spread.p95) + ", most " + NumberText(spread.most) + "\n";
+  }
+  AddFaults(text, output.wrong, "");
+  AddFaults(text, output.notJudged, " is not judged");
+  for (const WorstElement& worst : output.worst) {
+    text += "  sample " + std::to_string(worst.sample) + " at " +
+            PlaceText(worst.difference.index, output.shape) + ": " +
+            NumberText(static_cast<double>(worst.difference.actual)) + ", expected " +
+            NumberText(static_cast<double>(worst.difference.expected)) + "\n";
+  }
+  for (const SampleCauses& sample : output.causes) {
+    for (const Cause& cause : sample.causes) {
+      text += "  sample " + std::to_string(sample.sample) + ", likely: " + cause.text + " (" +
+              CertaintyText(cause.certainty) + ")\n";
+    }
+    if (sample.causes.empty()) {
+      text += "  sample " + std::to_string(sample.sample) + ": no known cause explains it\n";
+    }
+  }
+  return text;
+}
+
+std::string Conclusion(const Verdict& verdict) {
+  uint64_t wrong = 0;
+  uint64_t notJudged = 0;
+  for (const OutputVerdict& output : verdict.outputs) {
+    wrong += IsWrong(output) ? 1 : 0;
+    notJudged += output.notJudged.empty() ? 0 : 1;
+  }
+  std::string text = CountText(verdict.samples, "sample", "samples") + ", " +
+                     CountText(verdict.outputs.size(), "output", "outputs") + ": ";
+  if (verdict.Status() == ExitStatus::kDone) return text + "all right\n";
+  text += std::to_string(wrong) + " wrong";
+  if (notJudged > 0) text += ", " + std::to_string(notJudged) + " not judged everywhere";
+  if (!verdict.missing.empty()) {
+    text += ", " + CountText(verdict.missing.size(), "sample", "samples") + " missing";
+  }
+  return text + "\n";
+}
+
+// ---- verdict.json -------------------------------------------------------------------------------
+
+Json JsonOf(const Shape& shape) { return Json::ArrayOf(shape); }
+
+Json JsonOf(const Census& census) {
+  return Json::Object({{"elements", census.elements},
+                       {"equal", census.equal},
+                       {"within", census.within},
+                       {"outside", census.outside},
+                       {"actualNan", census.actualNan},
+                       {"expectedNan", census.expectedNan},
+                       {"onlyActualNan", census.onlyActualNan},
+                       {"onlyExpectedNan", census.onlyExpectedNan},
+                       {"actualInfinite", census.actualInfinite},
+                       {"expectedInfinite", census.expectedInfinite},
+                       {"onlyActualInfinite", census.onlyActualInfinite},
+                       {"onlyExpectedInfinite", census.onlyExpectedInfinite},
+                       {"oppositeInfinite", census.oppositeInfinite},
+                       {"maxAbs", census.maxAbs},
+                       {"meanAbs", census.MeanAbs()},
+                       {"maxRel", census.MaxRel()},
+                       {"rmse", census.Rmse()},
+                       {"cosine", census.Cosine()},
+                       {"snrDb", census.Snr()},
+                       {"psnrDb", census.Psnr()},
+                       {"ulpMedian", census.ulp.Percentile(0.5)},
+                       {"ulp99", census.ulp.Percentile(0.99)},
+                       {"ulpMax", census.maxUlp}});
+}
+
+Json JsonOf(const Spread& spread) {
+  return Json::Object({{"least", spread.least},
+                       {"p5", spread.p5},
+                       {"median", spread.median},
+                       {"p95", spread.p95},
+                       {"most", spread.most}});
+}
+
+Json JsonOf(const std::vector<SampleFault>& faults) {
+  Json array = Json::Array();
+  for (size_t i = 0; i < std::min(faults.size(), kMostSamplesTold); ++i) {
+    array.Append(Json::Object(
+        {{"sample", faults[i].sample}, {"reasons", Json::ArrayOf(faults[i].reasons)}}));
+  }
+  return array;
+}
+
+Json RulesJson(const OutputRules& rules) {
+  Json metrics = Json::Array();
+  for (const MetricRule& rule : rules.metrics) {
+    metrics.Append(Json::Object(
+        {{"metric", MetricName(rule.metric)}, {rule.isLeast ? "atLeast" : "atMost", rule.bound}}));
+  }
+  const Tolerance& tolerance = rules.tolerance.tolerance;
+  return Json::Object({{"atol", tolerance.atol},
+                       {"rtol", tolerance.rtol},
+                       {"isNanExpected", tolerance.isNanExpected},
+                       {"source", rules.tolerance.source},
+                       {"metrics", metrics}});
+}
+
+Json WorstJson(const OutputVerdict& output) {
+  Json array = Json::Array();
+  for (const WorstElement& worst : output.worst) {
+    array.Append(Json::Object({{"sample", worst.sample},
+                               {"index", worst.difference.index},
+                               {"place", PlaceText(worst.difference.index, output.shape)},
+                               {"actual", static_cast<double>(worst.difference.actual)},
+                               {"expected", static_cast<double>(worst.difference.expected)}}));
+  }
+  return array;
+}
+
+Json CausesJson(const OutputVerdict& output) {
+  Json array = Json::Array();
+  for (const SampleCauses& sample : output.causes) {
+    Json causes = Json::Array();
+    for (const Cause& cause : sample.causes) {
+      causes.Append(
+          Json::Object({{"id", cause.id}, {"text", cause.text}, {"certainty", cause.certainty}}));
+    }
+    array.Append(Json::Object({{"sample", sample.sample}, {"causes", causes}}));
+  }
+  return array;
+}
+
+Json OutputJson(const OutputVerdict& output) {
+  Json json = Json::Object({{"name", output.name},
+                            {"verdict", IsWrong(output)       ? "wrong"
+                                        : IsNotJudged(output) ? "notJudged"
+                                                              : "right"}});
+  if (!output.expectedName.empty()) json.Set("expectedName", output.expectedName);
+  json.Set("type", ElementName(output.type));
+  json.Set("shape", JsonOf(output.shape));
+  json.Set("rules", RulesJson(output.rules));
+  json.Set("samples", output.samples.size());
+  json.Set("wrongSamples", output.wrong.size());
+  json.Set("census", JsonOf(output.census));
+  if (output.agreement.items > 0) {
+    json.Set("agreement", Json::Object({{"items", output.agreement.items},
+                                        {"top1", output.agreement.top1},
+                                        {"top5", output.agreement.top5}}));
+  }
+  json.Set("overSamples",
+           Json::Object({{"maxAbs", JsonOf(SpreadOf(output.samples, &SampleSketch::maxAbs))},
+                         {"rmse", JsonOf(SpreadOf(output.samples, &SampleSketch::rmse))},
+                         {"cosine", JsonOf(SpreadOf(output.samples, &SampleSketch::cosine))}}));
+  json.Set("wrong", JsonOf(output.wrong));
+  json.Set("notJudged", JsonOf(output.notJudged));
+  json.Set("worst", WorstJson(output));
+  json.Set("causes", CausesJson(output));
+  return json;
+}
+
+// ---- JUnit --------------------------------------------------------------------------------------
+
+std::string Xml(std::string_view text) {
+  std::string escaped;
+  // Printable leaves nothing that XML could not hold, but line ends have to stay.
+  for (const char c : text) {
+    switch (c) {
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '"':
+        escaped += "&quot;";
+        break;
+      default:
+        escaped += c;
+        break;
+    }
+  }
+  return escaped;
+}
+
+std::string TestCase(const std::string& name, const std::string& element,
+                     const std::string& message, const std::string& body) {
+  std::string text = "    <testcase classname=\"judge\" name=\"" + Xml(Printable(name)) + "\"";
+  if (element.empty()) return text + "/>\n";
+  return text + ">\n      <" + element + " message=\"" + Xml(message) + "\">" + Xml(body) + "</" +
+         element + ">\n    </testcase>\n";
+}
+
+}  // namespace
+
+std::string PlaceText(uint64_t index, const Shape& shape) {
+  std::vector<uint64_t> place(shape.size());
+  for (size_t axis = shape.size(); axis > 0; --axis) {
+    const uint64_t size = std::max<uint64_t>(shape[axis - 1], 1);
+    place[axis - 1] = index % size;
+    index /= size;
+  }
+  std::string text;
+  for (const uint64_t at : place) text += (text.empty() ? "" : ", ") + std::to_string(at);
+  return "[" + text + "]";
+}
+
+ExitStatus Verdict::Status() const {
+  if (!missing.empty()) return ExitStatus::kPartial;
+  bool isAnyNotJudged = false;
+  bool isAnyCompared = false;
+  for (const OutputVerdict& output : outputs) {
+    if (IsWrong(output)) return ExitStatus::kDiffers;
+    isAnyNotJudged = isAnyNotJudged || !output.notJudged.empty();
+    isAnyCompared = isAnyCompared || !output.samples.empty();
+  }
+  return isAnyCompared && !isAnyNotJudged ? ExitStatus::kDone : ExitStatus::kNothing;
+}
+
+std::string VerdictText(const Verdict& verdict) {
+  std::string text = Table(verdict);
+  for (const OutputVerdict& output : verdict.outputs) text += "\n" + OutputText(output);
+  if (!verdict.missing.empty()) text += "\n";
+  for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesShown); ++i) {
+    const MissingSample& missing = verdict.missing[i];
+    text += "sample " + std::to_string(missing.sample) + " is missing" +
+            (missing.isActualMissing ? "" : " on the expected side") + ": " +
+            Printable(missing.reason) + "\n";
+  }
+  if (verdict.missing.size() > kMostSamplesShown) {
+    text += "and " + CountText(verdict.missing.size() - kMostSamplesShown, "sample", "samples") +
+            " more\n";
+  }
+  for (const Accuracy& accuracy : verdict.accuracy) {
+    text += "\n" + Printable(accuracy.output) + ", " + accuracy.metric + ": " +
+            NumberText(accuracy.actual) + ", expected side " + NumberText(accuracy.expected) +
+            ", difference " + NumberText(accuracy.actual - accuracy.expected);
+  }
+  if (!verdict.accuracy.empty()) text += "\n";
+  for (const std::string& remark : verdict.remarks) text += Printable(remark) + "\n";
+  return text + "\n" + Conclusion(verdict);
+}
+
+std::string VerdictJson(const Verdict& verdict) {
+  Json outputs = Json::Array();
+  for (const OutputVerdict& output : verdict.outputs) outputs.Append(OutputJson(output));
+  Json missing = Json::Array();
+  for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesTold); ++i) {
+    const MissingSample& sample = verdict.missing[i];
+    missing.Append(Json::Object({{"sample", sample.sample},
+                                 {"side", sample.isActualMissing ? "actual" : "expected"},
+                                 {"reason", sample.reason}}));
+  }
+  Json accuracy = Json::Array();
+  for (const Accuracy& one : verdict.accuracy) {
+    accuracy.Append(Json::Object({{"output", one.output},
+                                  {"metric", one.metric},
+                                  {"actual", one.actual},
+                                  {"expected", one.expected},
+                                  {"difference", one.actual - one.expected}}));
+  }
+  const Json json = Json::Object({{"schema", 1},
+                                  {"status", static_cast<int>(verdict.Status())},
+                                  {"actual", verdict.actualPath},
+                                  {"expected", verdict.expectedPath},
+                                  {"samples", verdict.samples},
+                                  {"missingSamples", verdict.missing.size()},
+                                  {"outputs", outputs},
+                                  {"missing", missing},
+                                  {"accuracy", accuracy},
+                                  {"remarks", Json::ArrayOf(verdict.remarks)}});
+  return ToText(json, 2) + "\n";
+}
+
+std::string VerdictJUnit(const Verdict& verdict) {
+  std::string cases;
+  size_t failures = 0;
+  size_t errors = 0;
+  size_t tests = 0;
+  for (const OutputVerdict& output : verdict.outputs) {
+    ++tests;
+    const std::string body = "\n" + OutputText(output);
+    if (IsWrong(output)) {
+      ++failures;
+      cases += TestCase(output.name, "failure",
+                        CountText(output.wrong.size(), "sample", "samples") + " wrong", body);
+    } else if (IsNotJudged(output)) {
+      ++errors;
+      cases += TestCase(output.name, "error", "could not be judged", body);
+    } else {
+      cases += TestCase(output.name, "", "", "");
+    }
+  }
+  for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesTold); ++i) {
+    ++tests;
+    ++errors;
+    const MissingSample& missing = verdict.missing[i];
+    cases += TestCase("sample " + std::to_string(missing.sample), "error", "missing",
+                      "\n" + Printable(missing.reason) + "\n");
+  }
+  if (tests == 0) {
+    tests = errors = 1;
+    cases = TestCase("anything", "error", "nothing was compared", "\n");
+  }
+  const std::string counts = "tests=\"" + std::to_string(tests) + "\" failures=\"" +
+                             std::to_string(failures) + "\" errors=\"" + std::to_string(errors) +
+                             "\" skipped=\"0\"";
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites " + counts +
+         ">\n  <testsuite name=\"vorn judge\" " + counts + ">\n" + cases +
+         "  </testsuite>\n</testsuites>\n";
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,100 @@
+// What a judgement found, as data; and for people, as verdict.json and as JUnit.
+#ifndef VORN_KIT_JUDGE_VERDICT_H_
+#define VORN_KIT_JUDGE_VERDICT_H_
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/common/fault.h"
+#include "kit/judge/cause.h"
+#include "kit/judge/census.h"
+#include "kit/judge/rules.h"
+#include "kit/judge/stored_tensor.h"
+#include "kit/judge/top_agreement.h"
+
+namespace vorn::kit {
+
+/// What is kept of each sample of an output.
+struct SampleSketch {
+  uint64_t sample = 0;
+  bool isRight = false;
+  uint64_t outside = 0;
+  double maxAbs = 0;
+  double rmse = 0;
+  double cosine = 0;
+};
+
+/// A sample of an output that is wrong, or that could not be judged.
+struct SampleFault {
+  uint64_t sample = 0;
+  std::vector<std::string> reasons;
+};
+
+struct WorstElement {
+  uint64_t sample = 0;
+  Difference difference;
+};
+
+struct SampleCauses {
+  uint64_t sample = 0;
+  std::vector<Cause> causes;
+};
+
+struct OutputVerdict {
+  std::string name;          ///< as the actual side's dumps spell it
+  std::string expectedName;  ///< where the map gives another one
+  Shape shape;
+  ElementType type = ElementType::kFloat32;
+  OutputRules rules;
+  Census census;  ///< of all samples
+  TopAgreement agreement;
+  std::vector<SampleSketch> samples;
+  std::vector<WorstElement> worst;
+  std::vector<SampleFault> wrong;
+  std::vector<SampleFault> notJudged;
+  std::vector<SampleCauses> causes;
+};
+
+/// A sample that is on one side only.
+struct MissingSample {
+  uint64_t sample = 0;
+  bool isActualMissing = false;
+  std::string reason;
+};
+
+/// How well one side names what the labels say.
+struct Accuracy {
+  std::string output;
+  std::string metric;  ///< "top 1", "mean IoU"
+  double actual = 0;
+  double expected = 0;
+};
+
+struct Verdict {
+  std::string actualPath;
+  std::string expectedPath;
+  std::vector<OutputVerdict> outputs;
+  std::vector<MissingSample> missing;
+  std::vector<Accuracy> accuracy;
+  std::vector<std::string> remarks;
+  uint64_t samples = 0;  ///< that stand on both sides
+
+  [[nodiscard]] ExitStatus Status() const;
+};
+
+/// A table of the outputs and what is wrong with them.
+[[nodiscard]] std::string VerdictText(const Verdict& verdict);
+
+/// verdict.json, docs/schema/verdict.json, with a line end.
+[[nodiscard]] std::string VerdictJson(const Verdict& verdict);
+
+/// verdict.xml: a test case an output, failure = judged wrong, error = could not be judged.
+[[nodiscard]] std::string VerdictJUnit(const Verdict& verdict);
+
+/// "[0, 3, 2]" for the element at `index`, in C order.
+[[nodiscard]] std::string PlaceText(uint64_t index, const Shape& shape);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_JUDGE_VERDICT_H_

@@ -1,0 +1,314 @@
+// Samples and outputs found, paired, and judged, over files.
+#include "kit/judge/judge.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "support/files.h"
+#include "support/onnx_writer.h"
+
+namespace vorn::kit {
+namespace {
+
+using support::Bytes;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Values = std::vector<float>;
+
+class Judgement : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return folder_.Path() / name; }
+
+  void Dump(const std::string& sample, const Values& values, const std::string& name = "prob") {
+    support::WriteFile(Path(sample + "/" + name + ".0.17.bin"), Bytes(values));
+  }
+
+  void Array(const std::string& name, const std::string& descr, const std::string& shape,
+             const std::string& bytes, const std::string& order = "False") {
+    const std::string text =
+        "{'descr': '" + descr + "', 'fortran_order': " + order + ", 'shape': " + shape + ", }";
+    support::WriteFile(Path(name), std::string("\x93NUMPY\x01\0", 8) +
+                                       static_cast<char>(text.size()) + '\0' + text + bytes);
+  }
+
+  Verdict Run(const std::string& actual = "actual", const std::string& expected = "expected") {
+    request_.actual = FindTensors(Path(actual));
+    request_.expected = FindTensors(Path(expected));
+    return Judge(request_);
+  }
+
+  std::string Refusal(const std::string& actual = "actual",
+                      const std::string& expected = "expected") {
+    try {
+      (void)Run(actual, expected);
+    } catch (const Fault& fault) {
+      EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+      return fault.what();
+    }
+    return "judged";
+  }
+
+  JudgeRequest request_;
+
+ private:
+  support::TempDir folder_;
+};
+
+TEST_F(Judgement, FindsEqualSidesRight) {
+  Dump("actual/0", {1, 2, 3});
+  Dump("actual/1", {4, 5, 6});
+  Dump("expected/0", {1, 2, 3});
+  Dump("expected/1", {4, 5, 6});
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDone);
+  EXPECT_EQ(verdict.samples, 2U);
+  ASSERT_THAT(verdict.outputs, SizeIs(1));
+  EXPECT_EQ(verdict.outputs[0].census.equal, 6U);
+}
+
+TEST_F(Judgement, NamesSampleElementAndReason) {
+  Dump("actual/0", {1, 2, 3});
+  Dump("actual/4", {1, 9, 3});
+  Dump("expected/0", {1, 2, 3});
+  Dump("expected/4", {1, 2, 3});
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDiffers);
+  const OutputVerdict& output = verdict.outputs[0];
+  ASSERT_THAT(output.wrong, SizeIs(1));
+  EXPECT_EQ(output.wrong[0].sample, 4U);
+  EXPECT_THAT(output.wrong[0].reasons[0], HasSubstr("1 of 3 elements outside"));
+  ASSERT_THAT(output.worst, SizeIs(1));
+  EXPECT_EQ(output.worst[0].sample, 4U);
+  EXPECT_EQ(output.worst[0].difference.index, 1U);
+}
+
+TEST_F(Judgement, ReadsTensorsOfManyBlocks) {
+  Values values(100000);
+  for (size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(i);
+  Dump("expected/0", values);
+  values[70000] += 1;
+  Dump("actual/0", values);
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.outputs[0].census.elements, 100000U);
+  EXPECT_EQ(verdict.outputs[0].census.outside, 1U);
+  EXPECT_EQ(verdict.outputs[0].worst[0].difference.index, 70000U);
+}
+
+TEST_F(Judgement, FailsWhatIsMissing) {
+  Dump("actual/0", {1});
+  Dump("expected/0", {1});
+  Dump("expected/1", {1});
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kPartial);
+  ASSERT_THAT(verdict.missing, SizeIs(1));
+  EXPECT_EQ(verdict.missing[0].sample, 1U);
+  EXPECT_TRUE(verdict.missing[0].isActualMissing);
+}
+
+TEST_F(Judgement, FailsASampleOfWhichNothingIsExpected) {
+  Dump("actual/0", {1});
+  Dump("actual/1", {1});
+  Dump("expected/0", {1});
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kPartial);
+  EXPECT_FALSE(verdict.missing[0].isActualMissing);
+}
+
+TEST_F(Judgement, FailsAnOutputThatIsMissing) {
+  Dump("actual/0", {1});
+  Dump("expected/0", {1});
+  Dump("expected/0", {1}, "boxes");
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDiffers);
+  EXPECT_THAT(verdict.outputs[1].wrong[0].reasons[0], HasSubstr("has no such output"));
+}
+
+TEST_F(Judgement, DoesNotPassAnOutputOfWhichNothingIsExpected) {
+  Dump("actual/0", {1});
+  Dump("actual/0", {1}, "prov");
+  Dump("expected/0", {1});
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kNothing);
+  EXPECT_THAT(verdict.outputs[1].notJudged[0].reasons[0], HasSubstr("did you mean 'prob'?"));
+  request_.only = "prob";
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+}
+
+TEST_F(Judgement, OfEmptyOutputsComparesNothing) {
+  Dump("actual/0", {});
+  Dump("expected/0", {});
+  EXPECT_EQ(Run().Status(), ExitStatus::kNothing);
+}
+
+TEST_F(Judgement, FailsOtherNumbersOfElements) {
+  Dump("actual/0", {1, 2});
+  Dump("expected/0", {1, 2, 3});
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDiffers);
+  EXPECT_EQ(verdict.outputs[0].wrong[0].reasons[0],
+            "it has 2 elements (2), and 3 are expected (3)");
+}
+
+// ---- Kinds of expectation -----------------------------------------------------------------------
+
+TEST_F(Judgement, TakesArraysOfAnyOrderAndType) {
+  Dump("actual/0", {1, 2, 3, 4, 5, 6});
+  Array("expected/0/prob.npy", ">i2", "(2, 3)", std::string("\0\1\0\4\0\2\0\5\0\3\0\6", 12),
+        "True");
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDone);
+  EXPECT_EQ(verdict.outputs[0].shape, (Shape{2, 3}));
+}
+
+TEST_F(Judgement, TakesOneArrayOfAllSamples) {
+  for (const int sample : {0, 1, 2}) {
+    const auto first = static_cast<float>(sample * 2);
+    Dump("actual/" + std::to_string(sample), {first, first + 1});
+  }
+  Array("all.npy", "<f4", "(3, 2)", Bytes<float>({0, 1, 2, 3, 4, 5}));
+  EXPECT_EQ(Run("actual", "all.npy").Status(), ExitStatus::kDone);
+  Array("all.npy", "<f4", "(3, 2)", Bytes<float>({0, 1, 2, 3, 9, 5}));
+  EXPECT_EQ(Run("actual", "all.npy").outputs[0].wrong[0].sample, 2U);
+  Array("all.npy", "<f4", "(2, 2)", Bytes<float>({0, 1, 2, 3}));
+  EXPECT_THAT(Refusal("actual", "all.npy"),
+              HasSubstr("holds 2x2, and for 3 samples of 2 elements its first dimension"));
+}
+
+TEST_F(Judgement, TakesTestFoldersOfOnnx) {
+  Dump("actual/0", {1, 2});
+  const std::string tensor =
+      WireWriter().Varint(1, 2).Varint(2, 1).Bytes(9, Bytes<float>({1, 2})).str();
+  support::WriteFile(Path("expected/test_data_set_0/output_0.pb"), tensor);
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+}
+
+TEST_F(Judgement, ReadsATextWhereThereIsNoBinary) {
+  support::WriteFile(Path("actual/0/prob.0.17.float"), "1.5000000000000000\n");
+  Dump("expected/0", {1.5F});
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+}
+
+// ---- Maps ---------------------------------------------------------------------------------------
+
+TEST_F(Judgement, PairsOtherNamesAndLayouts) {
+  Dump("actual/0", {0, 3, 1, 4, 2, 5}, "out");
+  Dump("expected/0", {0, 1, 2, 3, 4, 5}, "prob_0");
+  request_.map = ParseMap(
+      R"({"schema": 1, "outputs": [{"actual": {"name": "out", "layout": "NHWC"},
+          "expected": {"name": "prob/0", "layout": "CHW", "shape": [2, 1, 3]}}]})",
+      "m");
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDone) << VerdictText(verdict);
+  EXPECT_EQ(verdict.outputs[0].shape, (Shape{1, 1, 3, 2}));
+}
+
+TEST_F(Judgement, ComparesQuantisedValuesAsWhatTheyMean) {
+  Dump("actual/0", {-128, 0, 127});
+  Dump("expected/0", {0, 12.8F, 25.4F});
+  request_.map = ParseMap(R"({"schema": 1, "outputs": [
+      {"actual": {"name": "prob", "type": "int8", "scale": 0.1, "zeroPoint": -128},
+       "expected": {"name": "prob"}}]})",
+                          "m");
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDone);
+  EXPECT_EQ(verdict.outputs[0].rules.tolerance.source, "one step of the quantised output");
+}
+
+TEST_F(Judgement, ReadsTypesWhoseBitsADumpHolds) {
+  Dump("actual/0", {0x3C00, 0xC000});
+  Dump("expected/0", {1, -2});
+  const auto map = [](const std::string& type) {
+    return ParseMap(R"({"schema": 1, "outputs": [{"actual": {"name": "prob", "type": ")" + type +
+                        R"("}, "expected": {"name": "prob"}}]})",
+                    "m");
+  };
+  request_.map = map("float16");
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+  support::WriteFile(Path("actual/0/prob.0.17.bin"), Bytes<int32_t>({1, -2}));
+  request_.map = map("int32");
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+  request_.map = map("int64");
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kNothing);
+  EXPECT_THAT(verdict.outputs[0].notJudged[0].reasons[0], HasSubstr("take them from a capture"));
+  Dump("actual/0", {0.5F, 1});
+  request_.map = map("float16");
+  EXPECT_THAT(Refusal(), HasSubstr("holds other values than the bits of floats of 16 bits"));
+}
+
+TEST_F(Judgement, PairsSamplesAsTheMapSays) {
+  Dump("actual/0", {1});
+  Dump("expected/7", {1});
+  request_.map = ParseMap(R"({"schema": 1, "samples": [[0, 7]]})", "m");
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+  request_.map = ParseMap(R"({"schema": 1, "samples": [[0, 8]]})", "m");
+  EXPECT_EQ(Run().Status(), ExitStatus::kPartial);
+}
+
+TEST_F(Judgement, RefusesAMapOfAnotherModel) {
+  Dump("actual/0", {1});
+  Dump("expected/0", {1});
+  request_.map = ParseMap(
+      R"({"schema": 1, "outputs": [{"actual": {"name": "prop"}, "expected": {"name": "prob"}}]})",
+      "m");
+  EXPECT_THAT(Refusal(), HasSubstr("'prop', and there is none; did you mean 'prob'?"));
+}
+
+// ---- Causes -------------------------------------------------------------------------------------
+
+std::vector<std::string> CauseIdsOf(const Verdict& verdict) {
+  std::vector<std::string> ids;
+  for (const SampleCauses& sample : verdict.outputs[0].causes) {
+    ids.push_back(sample.causes.empty() ? "none" : sample.causes[0].id);
+  }
+  return ids;
+}
+
+Values Wave(size_t count, float phase) {
+  Values values(count);
+  for (size_t i = 0; i < count; ++i) {
+    values[i] = std::sin(static_cast<float>(i * i) * 0.37F + phase);
+  }
+  return values;
+}
+
+TEST_F(Judgement, TellsTheSampleBeforeFromAnother) {
+  for (int sample = 0; sample < 6; ++sample) {
+    const auto own = static_cast<float>(sample);
+    Dump("expected/" + std::to_string(sample), Wave(50, own));
+    const float given = sample == 2 ? 1 : sample == 4 ? 0 : own;
+    Dump("actual/" + std::to_string(sample), Wave(50, given));
+  }
+  const Verdict verdict = Run();
+  EXPECT_THAT(CauseIdsOf(verdict), testing::ElementsAre("stale", "other-sample"));
+  EXPECT_EQ(verdict.outputs[0].causes[1].causes[0].text, "it is the output of sample 0");
+}
+
+TEST_F(Judgement, LooksForTheCauseOfAFewSamples) {
+  for (int sample = 0; sample < 6; ++sample) {
+    Dump("expected/" + std::to_string(sample), Wave(50, static_cast<float>(sample)));
+    Dump("actual/" + std::to_string(sample), Values(50, 0));
+  }
+  EXPECT_THAT(CauseIdsOf(Run()), testing::ElementsAre("constant", "constant", "constant"));
+}
+
+TEST_F(Judgement, TellsHowFarItIs) {
+  Dump("actual/0", {1});
+  Dump("actual/1", {1});
+  Dump("expected/0", {1});
+  Dump("expected/1", {1});
+  request_.actual = FindTensors(Path("actual"));
+  request_.expected = FindTensors(Path("expected"));
+  std::vector<size_t> done;
+  (void)Judge(request_, [&](size_t now, size_t all) {
+    EXPECT_EQ(all, 2U);
+    done.push_back(now);
+  });
+  EXPECT_THAT(done, testing::ElementsAre(1, 2));
+}
+
+}  // namespace
+}  // namespace vorn::kit

@@ -1,0 +1,131 @@
+#include "kit/judge/map.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kit/common/fault.h"
+
+namespace vorn::kit {
+namespace {
+
+using testing::HasSubstr;
+
+std::string Refusal(const std::string& text) {
+  try {
+    (void)ParseMap(text, "the map 'm'");
+  } catch (const Fault& fault) {
+    EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+    EXPECT_THAT(fault.what(), testing::StartsWith("the map 'm': "));
+    return fault.what();
+  }
+  return "taken";
+}
+
+std::string RefusalOfOutput(const std::string& output) {
+  return Refusal(R"({"schema": 1, "outputs": [)" + output + "]}");
+}
+
+TEST(ParseMap, ReadsEverythingThatASideMayHave) {
+  const Map map = ParseMap(R"({"schema": 1, "samples": "inputs", "outputs": [
+      {"actual": {"name": "prob", "layout": "NHWC", "type": "int8", "scale": 0.5, "zeroPoint": -3},
+       "expected": {"name": "gpu_0/prob:0", "layout": "CHW", "shape": [10, 7, 8]}},
+      {"actual": {"name": "a"}, "expected": {"name": "b"}, "order": [1, 0]}]})",
+                           "m");
+  EXPECT_EQ(map.samples, Map::Samples::kByInputs);
+  ASSERT_EQ(map.outputs.size(), 2U);
+  const MappedOutput& first = map.outputs[0];
+  EXPECT_EQ(first.actual.name, "prob");
+  EXPECT_EQ(first.actual.layout, "NHWC");
+  EXPECT_EQ(first.actual.type, ElementType::kInt8);
+  EXPECT_EQ(first.actual.quantisation->scale, 0.5);
+  EXPECT_EQ(first.actual.quantisation->zeroPoint, -3);
+  EXPECT_EQ(first.expected.name, "gpu_0/prob:0");
+  EXPECT_EQ(first.expected.shape, (Shape{10, 7, 8}));
+  EXPECT_FALSE(first.expected.quantisation);
+  EXPECT_EQ(map.outputs[1].order, (std::vector<size_t>{1, 0}));
+}
+
+TEST(ParseMap, ReadsPairsOfSamples) {
+  const Map map = ParseMap(R"({"schema": 1, "samples": [[0, 3], [1, 3]]})", "m");
+  EXPECT_EQ(map.samples, Map::Samples::kListed);
+  EXPECT_EQ(map.listed, (std::vector<std::pair<uint64_t, uint64_t>>{{0, 3}, {1, 3}}));
+  EXPECT_EQ(ParseMap(R"({"schema": 1, "samples": "index"})", "m").samples, Map::Samples::kByIndex);
+}
+
+TEST(ParseMap, RefusesWhatItDoesNotKnow) {
+  EXPECT_THAT(Refusal(R"({"schema": 1, "output": []})"),
+              HasSubstr("no key 'output'; did you mean 'outputs'?"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "zeropoint": 1}})"),
+              HasSubstr("no key 'zeropoint'; did you mean 'zeroPoint'?"));
+  EXPECT_THAT(Refusal(R"({"schema": 2})"), HasSubstr("the schema is not 1"));
+  EXPECT_THAT(Refusal(R"({"schema": 1, "samples": "name"})"), HasSubstr("not by \"name\""));
+  EXPECT_THAT(Refusal("[]"), HasSubstr("expected an object"));
+  EXPECT_THAT(Refusal("{"), HasSubstr("the map 'm': "));
+}
+
+TEST(ParseMap, RefusesWhatHasNoMeaning) {
+  const std::string b = R"(, "expected": {"name": "b"}})";
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a"}})"), HasSubstr("expected"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "scale": 0})" + b),
+              HasSubstr("a scale of 0"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "scale": "NaN"})" + b),
+              HasSubstr("scale is no finite number"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "zeroPoint": 1})" + b),
+              HasSubstr("without a scale"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "type": "int9"})" + b),
+              HasSubstr("no type 'int9'"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "layout": "NCCW"})" + b),
+              HasSubstr("has 'C' twice"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "layout": "NC"})" + b),
+              HasSubstr("on one side only"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a"}, "order": [0, 2])" + b.substr(0, 0) +
+                              R"(, "expected": {"name": "b"}})"),
+              HasSubstr("every dimension from 0 on once"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "layout": "NC"}, "order": [0],
+                                  "expected": {"name": "b", "layout": "CN"}})"),
+              HasSubstr("exclude each other"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "shape": [4294967296, 4294967296]})" + b),
+              HasSubstr("does not fit memory"));
+  EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "shape": [-1]})" + b),
+              HasSubstr("the map 'm': "));
+  EXPECT_THAT(Refusal(R"({"schema": 1, "samples": [[0, 1], [0, 2]]})"),
+              HasSubstr("sample 0 stands in two pairs"));
+  EXPECT_THAT(Refusal(R"({"schema": 1, "samples": [[0]]})"), HasSubstr("two numbers"));
+}
+
+ElementOrder Dense(const Shape& shape) {
+  StoredTensor tensor;
+  tensor.shape = shape;
+  return ElementOrder::Of(tensor);
+}
+
+TEST(BroughtIntoLayout, MovesDimensionsToTheirLetters) {
+  const ElementOrder brought = BroughtIntoLayout(Dense({2, 3, 4, 5}), "NCHW", "NHWC", "m");
+  EXPECT_EQ(brought.shape, (Shape{2, 4, 5, 3}));
+  EXPECT_EQ(brought.strides, (Shape{60, 5, 1, 20}));
+}
+
+TEST(BroughtIntoLayout, AddsAndDropsDimensionsOfOne) {
+  const ElementOrder added = BroughtIntoLayout(Dense({3, 4, 5}), "CHW", "NHWC", "m");
+  EXPECT_EQ(added.shape, (Shape{1, 4, 5, 3}));
+  const ElementOrder dropped = BroughtIntoLayout(Dense({1, 3, 4}), "NCW", "CW", "m");
+  EXPECT_EQ(dropped.shape, (Shape{3, 4}));
+  EXPECT_TRUE(dropped.IsDense());
+}
+
+TEST(BroughtIntoLayout, RefusesWhatDoesNotFit) {
+  const auto refusal = [](const Shape& shape, const char* from, const char* to) -> std::string {
+    try {
+      (void)BroughtIntoLayout(Dense(shape), from, to, "the map of 'p'");
+    } catch (const Fault& fault) {
+      return fault.what();
+    }
+    return "taken";
+  };
+  EXPECT_THAT(refusal({2, 3}, "NCH", "NHC"), HasSubstr("3 letters and the expected tensor 2"));
+  EXPECT_THAT(refusal({2, 3}, "NC", "C"),
+              HasSubstr("the map of 'p': 'N' is missing on the actual side, and is more than 1"));
+}
+
+}  // namespace
+}  // namespace vorn::kit

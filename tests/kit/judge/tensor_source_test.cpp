@@ -1,0 +1,143 @@
+#include "kit/judge/tensor_source.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kit/common/fault.h"
+#include "kit/run/run_directory.h"
+#include "support/files.h"
+#include "support/onnx_writer.h"
+
+namespace vorn::kit {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Sources : public testing::Test {
+ protected:
+  std::string Path(const std::string& name = "") const { return folder_.Path() / name; }
+  void Write(const std::string& name, const std::string& bytes = "") const {
+    support::WriteFile(Path(name), bytes);
+  }
+  std::string Refusal(const std::string& name) const {
+    try {
+      (void)FindTensors(Path(name));
+    } catch (const Fault& fault) {
+      EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+      return fault.what();
+    }
+    return "taken";
+  }
+
+ private:
+  support::TempDir folder_;
+};
+
+std::vector<std::string> NamesOf(const SampleSource& sample) {
+  std::vector<std::string> names;
+  for (const OutputPlace& output : sample.outputs) names.push_back(output.name);
+  return names;
+}
+
+std::vector<uint64_t> IndicesOf(const TensorSource& source) {
+  std::vector<uint64_t> indices;
+  for (const SampleSource& sample : source.samples) indices.push_back(sample.index);
+  return indices;
+}
+
+std::string OnnxTensorOf(const std::string& name) {
+  return WireWriter().Varint(1, 0).Varint(2, 1).Bytes(8, name).str();
+}
+
+TEST(OutputNameOfDump, LeavesNumberAndTimeOut) {
+  EXPECT_EQ(OutputNameOfDump("prob.0.1795255343761818"), "prob");
+  EXPECT_EQ(OutputNameOfDump("prob.2.1795255343761818"), "prob#2");
+  EXPECT_EQ(OutputNameOfDump("gpu_0_prob:0.0.17"), "gpu_0_prob:0");
+  EXPECT_EQ(OutputNameOfDump("prob"), "prob");
+  EXPECT_EQ(OutputNameOfDump("prob.0"), "prob_0");
+  EXPECT_EQ(OutputNameOfDump("a.b.c"), "a_b_c");
+  EXPECT_EQ(OutputNameOfDump(".0.17"), "_0_17");
+}
+
+TEST_F(Sources, AreNumberedFoldersOfDumps) {
+  Write("10/prob.0.17.bin");
+  Write("10/prob.0.17.float");
+  Write("2/prob.0.5.bin");
+  Write("2/boxes.0.6.float");
+  Write("2/boxes.1.7.bin");
+  Write("notes/readme.txt");
+  const TensorSource source = FindTensors(Path() + "/");
+  EXPECT_EQ(source.kind, "the dumps");
+  EXPECT_THAT(IndicesOf(source), ElementsAre(2, 10));
+  EXPECT_THAT(NamesOf(source.samples[0]), ElementsAre("boxes", "boxes#1", "prob"));
+  EXPECT_TRUE(source.samples[1].outputs[0].path.ends_with("/10/prob.0.17.bin"));
+}
+
+TEST_F(Sources, WithTwoDumpsOfOneOutputAreRefused) {
+  Write("0/prob.0.17.bin");
+  Write("0/prob.0.18.bin");
+  EXPECT_THAT(Refusal(""), HasSubstr("two dumps of the output 'prob', prob.0.17.bin and "));
+}
+
+TEST_F(Sources, AreTestFoldersOfOnnx) {
+  Write("test_data_set_0/input_0.pb", "not looked at");
+  Write("test_data_set_0/output_1.pb", OnnxTensorOf("b/x"));
+  Write("test_data_set_0/output_0.pb", OnnxTensorOf(""));
+  Write("test_data_set_11/output_0.pb", OnnxTensorOf("a"));
+  const TensorSource source = FindTensors(Path());
+  EXPECT_THAT(IndicesOf(source), ElementsAre(0, 11));
+  EXPECT_THAT(NamesOf(source.samples[0]), ElementsAre("", "b_x"));
+  EXPECT_THAT(NamesOf(FindTensors(Path("test_data_set_11")).samples[0]), ElementsAre("a"));
+}
+
+TEST_F(Sources, AreArraysInAFolder) {
+  Write("set/prob.npy");
+  Write("set/a.b.npy");
+  const TensorSource source = FindTensors(Path("set"));
+  EXPECT_TRUE(source.mayBeStacked);
+  EXPECT_THAT(NamesOf(source.samples[0]), ElementsAre("a_b", "prob"));
+}
+
+TEST_F(Sources, AreASingleFileWithoutAName) {
+  Write("x.npy");
+  const TensorSource source = FindTensors(Path("x.npy"));
+  EXPECT_TRUE(source.mayBeStacked);
+  EXPECT_THAT(NamesOf(source.samples[0]), ElementsAre(""));
+}
+
+TEST_F(Sources, AreRunDirectories) {
+  SampleRecord done;
+  done.index = 0;
+  done.status = SampleStatus::kDone;
+  done.inputs.push_back({1, {}, "pictures/000.bin", {"pictures/000.bin", 4, "00"}});
+  done.outputs.push_back({0, "prob", "dumps/0/prob.0.17.bin", {}, 4, "00"});
+  SampleRecord aside;
+  aside.index = 1;
+  aside.status = SampleStatus::kAside;
+  aside.reason = "ended by SIGSEGV";
+  Write("run.json", "{}");
+  Write("samples.jsonl", ToLine(done) + ToLine(aside));
+  const TensorSource source = FindTensors(Path());
+  EXPECT_TRUE(source.isRun);
+  EXPECT_THAT(NamesOf(source.samples[0]), ElementsAre("prob"));
+  EXPECT_EQ(source.samples[0].outputs[0].path, Path("dumps/0/prob.0.17.bin"));
+  EXPECT_THAT(source.samples[0].inputs, ElementsAre("000.bin"));
+  EXPECT_EQ(source.samples[1].absence, "ended by SIGSEGV");
+}
+
+TEST_F(Sources, AreTheDumpsOfARunThatWasKilledEarly) {
+  Write("run.json", "{}");
+  Write("dumps/0/prob.0.17.bin");
+  EXPECT_THAT(NamesOf(FindTensors(Path()).samples[0]), ElementsAre("prob"));
+}
+
+TEST_F(Sources, AreRefusedWhereNothingIs) {
+  EXPECT_THAT(Refusal("nowhere"), HasSubstr("is not there"));
+  Write("x.txt");
+  EXPECT_THAT(Refusal("x.txt"), HasSubstr("is a file of no kind that is read"));
+  EXPECT_THAT(Refusal(""), HasSubstr("holds nothing to compare: no run directory (run.json), "));
+}
+
+}  // namespace
+}  // namespace vorn::kit

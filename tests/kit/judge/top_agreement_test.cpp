@@ -1,0 +1,77 @@
+#include "kit/judge/top_agreement.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+
+namespace vorn::kit {
+namespace {
+
+using Values = std::vector<float>;
+
+TEST(TopFive, AreTheGreatestAsSortingHasThem) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 200; ++round) {
+    Values values(1 + random() % 20);
+    for (float& value : values) value = static_cast<float>(random() % 6);
+    std::vector<uint64_t> order(values.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::stable_sort(order.begin(), order.end(),
+                     [&](uint64_t a, uint64_t b) { return values[a] > values[b]; });
+    TopFive top;
+    for (size_t i = 0; i < values.size(); ++i) top.Take(values[i], i);
+    ASSERT_EQ(top.Count(), std::min<size_t>(values.size(), 5));
+    for (size_t i = 0; i < top.Count(); ++i) EXPECT_EQ(top.Index(i), order[i]);
+  }
+}
+
+TEST(TopFive, LeaveNanOut) {
+  TopFive top;
+  top.Take(NAN, 0);
+  top.Take(-1, 1);
+  EXPECT_EQ(top.Count(), 1U);
+  EXPECT_TRUE(top.Holds(1));
+  EXPECT_FALSE(top.Holds(0));
+}
+
+TopAgreement Take(const Values& actual, const Values& expected, uint64_t classes) {
+  TopAgreementTaker taker(classes);
+  // In two blocks, which need not end where an item does.
+  const size_t half = actual.size() / 2;
+  taker.Take(std::span(actual).first(half), std::span(expected).first(half));
+  taker.Take(std::span(actual).subspan(half), std::span(expected).subspan(half));
+  return taker.Result();
+}
+
+TEST(TopAgreement, CountsItemsOfProbabilities) {
+  const TopAgreement both = Take({0.1F, 0.9F, 0, 0.6F, 0.4F, 0}, {0.2F, 0.8F, 0, 0.4F, 0.6F, 0}, 3);
+  EXPECT_EQ(both.items, 2U);
+  EXPECT_EQ(both.top1, 1U);
+  EXPECT_EQ(both.top5, 2U);
+  EXPECT_EQ(Take({3, 4, 5}, {3, 4, 5}, 3).items, 0U);
+  EXPECT_EQ(Take({1, 0}, {1.5F, -0.5F}, 2).items, 0U);
+  EXPECT_EQ(Take({NAN, NAN}, {1, 0}, 2).top1, 0U);
+}
+
+TEST(TopAgreement, TellsTheFifthFromTheSixth) {
+  const Values expected{1, 0, 0, 0, 0, 0, 0};
+  EXPECT_EQ(Take({3, 7, 6, 5, 4, 0, 0}, expected, 7).top5, 1U);
+  EXPECT_EQ(Take({2, 7, 6, 5, 4, 3, 0}, expected, 7).top5, 0U);
+}
+
+TEST(ClassesOf, AreInOneDimensionBehindTheFirst) {
+  EXPECT_EQ(ClassesOf({10}), 10U);
+  EXPECT_EQ(ClassesOf({4, 10}), 10U);
+  EXPECT_EQ(ClassesOf({4, 1000, 1, 1}), 1000U);
+  EXPECT_EQ(ClassesOf({4, 1, 1, 1000}), 1000U);
+  EXPECT_EQ(ClassesOf({4, 3, 2}), std::nullopt);
+  EXPECT_EQ(ClassesOf({4, 1}), std::nullopt);
+  EXPECT_EQ(ClassesOf({}), std::nullopt);
+  EXPECT_EQ(ClassesOf({1, 1000000}), std::nullopt);
+}
+
+}  // namespace
+}  // namespace vorn::kit

@@ -1,0 +1,134 @@
+// `vorn judge` as a program.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/command.h"
+#include "support/files.h"
+
+namespace {
+
+using support::Bytes;
+using support::Outcome;
+using testing::HasSubstr;
+
+class JudgeVerb : public testing::Test {
+ protected:
+  JudgeVerb() {
+    Dump("actual/0", {1, 2});
+    Dump("expected/0", {1, 2});
+  }
+
+  std::string Path(const std::string& name) const { return folder_.Path() / name; }
+
+  void Dump(const std::string& sample, const std::vector<float>& values) const {
+    support::WriteFile(Path(sample + "/prob.0.17.bin"), Bytes(values));
+  }
+
+  Outcome Run(std::vector<std::string> words) const {
+    words.insert(words.begin(), "judge");
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = words;
+    command.directory = folder_.Path();
+    return RunCommand(command);
+  }
+
+  Outcome Judge(std::vector<std::string> words) const {
+    words.insert(words.begin(), {"actual", "--expected", "expected"});
+    return Run(words);
+  }
+
+  support::TempDir folder_;
+};
+
+TEST_F(JudgeVerb, PrintsATableAndEndsWithZero) {
+  const Outcome ended = Judge({});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("prob    right          1      0         2      2"));
+  EXPECT_THAT(ended.out, HasSubstr("1 sample, 1 output: all right\n"));
+  EXPECT_EQ(ended.err, "");
+}
+
+TEST_F(JudgeVerb, EndsWithSixWhereSomethingDiffers) {
+  Dump("actual/0", {1, 3});
+  const Outcome ended = Judge({});
+  EXPECT_EQ(ended.status, 6);
+  EXPECT_THAT(ended.out, HasSubstr("sample 0 at [1]: 3, expected 2"));
+}
+
+TEST_F(JudgeVerb, EndsWithEightWhereASampleIsMissing) {
+  Dump("expected/1", {1, 2});
+  EXPECT_EQ(Judge({}).status, 8);
+}
+
+TEST_F(JudgeVerb, EndsWithNineWhereNothingIsCompared) {
+  const Outcome ended = Judge({"--only", "other"});
+  EXPECT_EQ(ended.status, 9);
+  EXPECT_THAT(ended.out, HasSubstr("1 sample, 0 outputs: 0 wrong\n"));
+}
+
+TEST_F(JudgeVerb, EndsWithThreeForFilesThatCannotBeRead) {
+  support::WriteFile(Path("actual/0/prob.0.17.bin"), "12345");
+  const Outcome ended = Judge({});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.out, "");
+  EXPECT_THAT(ended.err, HasSubstr("vorn judge: the dump 'actual/0/prob.0.17.bin' has 5 bytes"));
+  EXPECT_EQ(Run({"nowhere", "--expected", "expected"}).status, 3);
+  EXPECT_EQ(Judge({"--map", "nowhere"}).status, 3);
+}
+
+TEST_F(JudgeVerb, EndsWithTwoForAWrongCommandLine) {
+  EXPECT_EQ(Run({}).status, 2);
+  EXPECT_EQ(Run({"actual"}).status, 2);
+  EXPECT_EQ(Judge({"--exact", "--atol", "1"}).status, 2);
+  EXPECT_THAT(Judge({"--atol", "-1"}).err, HasSubstr("takes a number from 0 on, and got '-1'"));
+  EXPECT_THAT(Judge({"--preset", "int4"}).err, HasSubstr("there is no preset 'int4'"));
+  EXPECT_THAT(Judge({"--expectd", "x"}).err, HasSubstr("did you mean '--expected'?"));
+}
+
+TEST_F(JudgeVerb, TakesATolerance) {
+  Dump("actual/0", {1, 2.25F});
+  EXPECT_EQ(Judge({"--atol", "0.25"}).status, 0);
+  EXPECT_EQ(Judge({"--rtol", "0.1"}).status, 6);
+  EXPECT_EQ(Judge({"--rtol", "0.125"}).status, 0);
+  EXPECT_EQ(Judge({"--preset", "onnx"}).status, 6);
+  Dump("actual/0", {1, 2.0000002F});
+  EXPECT_EQ(Judge({}).status, 0);
+  EXPECT_EQ(Judge({"--exact"}).status, 6);
+}
+
+TEST_F(JudgeVerb, TakesRulesAndAMap) {
+  Dump("actual/0", {2, 1});
+  support::WriteFile(Path("rules"), R"({"schema": 1, "rules": [
+      {"output": "p*", "metric": "maxAbs", "atMost": 0}]})");
+  support::WriteFile(Path("map"), R"({"schema": 1, "outputs": [
+      {"actual": {"name": "prob"}, "expected": {"name": "prob", "shape": [2, 1]},
+       "order": [1, 0]}]})");
+  const Outcome ended = Judge({"--rules", "rules", "--map", "map"});
+  EXPECT_EQ(ended.status, 6) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("maxAbs is 1, and has to be at most 0"));
+}
+
+TEST_F(JudgeVerb, WritesTheVerdictWhereItIsAsked) {
+  const Outcome ended = Judge({"--output", ".", "--quiet"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.out, "");
+  EXPECT_THAT(support::ReadFile(Path("verdict.json")), HasSubstr("\"status\": 0"));
+  EXPECT_THAT(support::ReadFile(Path("verdict.xml")), HasSubstr("failures=\"0\""));
+  EXPECT_EQ(Judge({"--output", "nowhere"}).status, 7);
+}
+
+TEST_F(JudgeVerb, WritesTheVerdictIntoARun) {
+  support::WriteFile(Path("run/run.json"), "{}");
+  support::WriteFile(Path("run/dumps/0/prob.0.17.bin"), Bytes<float>({1, 2}));
+  EXPECT_EQ(Run({"run", "--expected", "expected"}).status, 0);
+  EXPECT_THAT(support::ReadFile(Path("run/verdict.json")), HasSubstr("\"verdict\": \"right\""));
+  EXPECT_EQ(support::ReadTree(Path("expected")).size(), 1U);
+}
+
+TEST_F(JudgeVerb, PrintsJson) {
+  const Outcome ended = Judge({"--json"});
+  EXPECT_THAT(ended.out, testing::StartsWith("{\n  \"schema\": 1,\n  \"status\": 0,"));
+}
+
+}  // namespace

@@ -1,0 +1,136 @@
+#include "kit/judge/verdict.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "support/json_schema.h"
+
+namespace vorn::kit {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+OutputVerdict RightOutput(const std::string& name) {
+  OutputVerdict output;
+  output.name = name;
+  output.shape = {2, 3};
+  output.rules = RulesFor({}, name, ElementType::kFloat32, {});
+  CensusTaker taker(output.rules.tolerance.tolerance, 5);
+  taker.Take(std::vector<float>{1, 2, 3, 4, 5, 6}, std::vector<float>{1, 2, 3, 4, 5, 6});
+  output.census = taker.Result();
+  output.samples.push_back({0, true, 0, 0, 0, 1});
+  return output;
+}
+
+OutputVerdict WrongOutput(const std::string& name) {
+  OutputVerdict output = RightOutput(name);
+  output.samples.push_back({7, false, 1, INFINITY, NAN, 0.5});
+  output.wrong.push_back({7, {"1 NaN where a number is expected"}});
+  output.worst.push_back({7, {4, NAN, 5, INFINITY}});
+  output.causes.push_back({7, {{"isolated", "1 element is wrong", 0.95}}});
+  output.agreement = {.items = 2, .top1 = 1, .top5 = 2};
+  return output;
+}
+
+OutputVerdict OutputNotJudged(const std::string& name) {
+  OutputVerdict output;
+  output.name = name;
+  output.notJudged.push_back({0, {"a dump does not hold such values"}});
+  return output;
+}
+
+Verdict VerdictOf(std::vector<OutputVerdict> outputs) {
+  Verdict verdict;
+  verdict.actualPath = "run";
+  verdict.expectedPath = "reference";
+  verdict.samples = 1;
+  verdict.outputs = std::move(outputs);
+  return verdict;
+}
+
+TEST(Verdict, HasTheFirstStatusThatHolds) {
+  EXPECT_EQ(VerdictOf({RightOutput("a")}).Status(), ExitStatus::kDone);
+  EXPECT_EQ(VerdictOf({}).Status(), ExitStatus::kNothing);
+  EXPECT_EQ(VerdictOf({RightOutput("a"), OutputNotJudged("b")}).Status(), ExitStatus::kNothing);
+  EXPECT_EQ(VerdictOf({OutputNotJudged("b"), WrongOutput("a")}).Status(), ExitStatus::kDiffers);
+  Verdict partial = VerdictOf({WrongOutput("a")});
+  partial.missing.push_back({3, true, "ended by SIGSEGV"});
+  EXPECT_EQ(partial.Status(), ExitStatus::kPartial);
+}
+
+TEST(VerdictText, TellsPeopleWhatIsWrong) {
+  Verdict verdict = VerdictOf({RightOutput("good"), WrongOutput("bad"), OutputNotJudged("odd")});
+  verdict.missing.push_back({3, true, "ended by SIGSEGV"});
+  verdict.accuracy.push_back({"bad", "top 1", 0.75, 1});
+  const std::string text = VerdictText(verdict);
+  EXPECT_THAT(text, HasSubstr("good    right"));
+  EXPECT_THAT(text, HasSubstr("bad     WRONG"));
+  EXPECT_THAT(text, HasSubstr("odd     not judged"));
+  EXPECT_THAT(text, HasSubstr("|a − r| ≤ 1e-05 + 1.3e-06·|r| (float32, as torch.testing"));
+  EXPECT_THAT(text, HasSubstr("  sample 7: 1 NaN where a number is expected\n"));
+  EXPECT_THAT(text, HasSubstr("  sample 7 at [1, 1]: nan, expected 5\n"));
+  EXPECT_THAT(text, HasSubstr("  sample 7, likely: 1 element is wrong (95 %)\n"));
+  EXPECT_THAT(text, HasSubstr("sample 3 is missing: ended by SIGSEGV\n"));
+  EXPECT_THAT(text, HasSubstr("bad, top 1: 0.75, expected side 1, difference -0.25\n"));
+  EXPECT_THAT(text, HasSubstr("1 sample, 3 outputs: 1 wrong, 1 not judged everywhere, "
+                              "1 sample missing\n"));
+}
+
+TEST(VerdictText, ShowsNothingThatSteersATerminal) {
+  EXPECT_THAT(VerdictText(VerdictOf({WrongOutput("\x1b[31m")})), Not(HasSubstr("\x1b")));
+}
+
+TEST(VerdictJson, IsWhatTheSchemaSays) {
+  Verdict verdict = VerdictOf({RightOutput("good"), WrongOutput("bad"), OutputNotJudged("odd")});
+  verdict.outputs[0].expectedName = "other";
+  verdict.missing.push_back({3, false, "nothing is expected of it"});
+  verdict.accuracy.push_back({"good", "top 1", 0.5, NAN});
+  verdict.remarks.emplace_back("a remark");
+  EXPECT_EQ(support::FaultBySchema("verdict", VerdictJson(verdict)), "");
+  EXPECT_EQ(support::FaultBySchema("verdict", VerdictJson(VerdictOf({}))), "");
+}
+
+TEST(VerdictJson, IsHeldToItsSchema) {
+  std::string text = VerdictJson(VerdictOf({RightOutput("good")}));
+  text.replace(text.find("\"right\""), 7, "\"fine\"");
+  EXPECT_NE(support::FaultBySchema("verdict", text), "");
+}
+
+TEST(VerdictJson, HoldsAnyName) {
+  const std::string text = VerdictJson(VerdictOf({RightOutput("a\"\n\xff")}));
+  EXPECT_EQ(support::FaultBySchema("verdict", text), "");
+}
+
+TEST(VerdictJUnit, TellsFailuresFromErrors) {
+  Verdict verdict = VerdictOf({RightOutput("good"), WrongOutput("bad"), OutputNotJudged("odd")});
+  verdict.missing.push_back({3, true, "ended by <SIGSEGV>"});
+  const std::string text = VerdictJUnit(verdict);
+  EXPECT_THAT(text, HasSubstr("tests=\"4\" failures=\"1\" errors=\"2\" skipped=\"0\""));
+  EXPECT_THAT(text, HasSubstr("<testcase classname=\"judge\" name=\"good\"/>"));
+  EXPECT_THAT(text, HasSubstr("name=\"bad\">\n      <failure message=\"1 sample wrong\">\nbad: "));
+  EXPECT_THAT(text, HasSubstr("1 NaN where a number is expected"));
+  EXPECT_THAT(text, HasSubstr("name=\"odd\">\n      <error message=\"could not be judged\">"));
+  EXPECT_THAT(text, HasSubstr("name=\"sample 3\">\n      <error message=\"missing\">\n"
+                              "ended by &lt;SIGSEGV&gt;"));
+}
+
+TEST(VerdictJUnit, IsNotEmptyWhereNothingWasCompared) {
+  EXPECT_THAT(VerdictJUnit(VerdictOf({})), HasSubstr("errors=\"1\""));
+}
+
+TEST(VerdictJUnit, HoldsAnyName) {
+  const std::string text = VerdictJUnit(VerdictOf({WrongOutput("<&\"\x01\xff>")}));
+  EXPECT_THAT(text, HasSubstr("name=\"&lt;&amp;&quot;\\x01\\xFF&gt;\""));
+}
+
+TEST(PlaceText, CountsByDimensions) {
+  EXPECT_EQ(PlaceText(23, {2, 3, 4}), "[1, 2, 3]");
+  EXPECT_EQ(PlaceText(7, {10}), "[7]");
+  EXPECT_EQ(PlaceText(0, {}), "[]");
+}
+
+}  // namespace
+}  // namespace vorn::kit
