@@ -402,16 +402,17 @@ class Launcher {
   }
 
   void ConcludeEnd(const Job& job, const JobEnd& end, const std::vector<uint64_t>& left) {
-    if (end.program.status == 0) {
-      if (!left.empty()) {
-        Take(ExitStatus::kRuntime, "the program ended with status 0 after " +
-                                       std::to_string(job.indices.size() - left.size()) + " of " +
-                                       Counted(job.indices.size(), "inference"));
-      }
-      return;
-    }
+    const uint64_t resolved = job.indices.size() - left.size();
+    const bool isCut = !left.empty() || asideNow_;
+    if (end.program.status == 0 && !isCut) return;
     // Of a chunk the sample that did it was named, and the rest goes on.
     if (request_.chunk && asideNow_) return;
+    if (end.program.status == 0) {
+      Take(ExitStatus::kRuntime, "the program ended with status 0 after " +
+                                     std::to_string(resolved - (asideNow_ ? 1 : 0)) + " of " +
+                                     Counted(job.indices.size(), "inference"));
+      return;
+    }
     const Explanation* cause = end.log.Cause().empty() ? nullptr : Explain(end.log.Cause());
     const auto status =
         end.program.signal || cause == nullptr ? ExitStatus::kRuntime : cause->status;

@@ -1,0 +1,766 @@
+// `vorn launch` as a program: vorn-run on the scripted runtime, with a layer that stumbles over
+// some inputs.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "kit/launch/dumps.h"
+#include "kit/run/run_directory.h"
+#include "support/command.h"
+#include "support/files.h"
+#include "support/json_schema.h"
+#include "support/model_script.h"
+#include "support/stage.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using support::Outcome;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
+using vorn::kit::ReadRun;
+using vorn::kit::ReadSamples;
+using vorn::kit::ReadTimes;
+using vorn::kit::RunState;
+using vorn::kit::SampleRecord;
+using vorn::kit::SampleStatus;
+
+constexpr auto kDone = SampleStatus::kDone;
+constexpr auto kFailed = SampleStatus::kFailed;
+constexpr auto kAside = SampleStatus::kAside;
+constexpr auto kMissing = SampleStatus::kMissing;
+
+class Launch : public testing::Test {
+ protected:
+  Launch() {
+    support::WriteFile(Path("model.om"), "24 bytes of a model file");
+    support::WriteFile(Path("vorn.json"), "{}");
+    script_.Input({.name = "image", .dims = {1, 1, 2, 3}, .type = 4, .stride = 8, .size = 16});
+    script_.Scratch();
+    script_.Output({.name = "same", .dims = {1, 2, 3}, .type = 0, .stride = 16, .size = 32});
+  }
+
+  std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
+  std::string RunPath() const { return Path("run"); }
+
+  /// A sample a character, which its file begins with.
+  void Samples(const std::string& kinds) {
+    std::string list;
+    for (size_t i = 0; i < kinds.size(); ++i) {
+      const std::string name = "in/" + std::to_string(i) + ".bin";
+      support::WriteFile(Path(name), kinds.substr(i, 1) + support::CountingBytes(5, unsigned(i)));
+      list += name + "\n";
+    }
+    support::WriteFile(Path("list.txt"), list);
+  }
+
+  support::Command CommandFor(std::vector<std::string> more) const {
+    support::WriteFile(Path("script"), script_.Text());
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = {"launch", "-m",       "model.om", "-j", "vorn.json",
+                         "-i",     "list.txt", "--run",    "run"};
+    command.arguments.insert(command.arguments.end(), more.begin(), more.end());
+    command.directory = folder_.Path();
+    command.environment = {{"VORN_SCRIPT", Path("script")},
+                           {"VORN_RECORD", Path("record")},
+                           {"LD_PRELOAD", VORN_STUMBLING_LAYER},
+                           {"LD_LIBRARY_PATH", fs::path(VORN_SCRIPTED_LIBRARY).parent_path()},
+                           {"XDG_CACHE_HOME", Path("cache")},
+                           {"VORN_LOG", std::nullopt}};
+    return command;
+  }
+
+  Outcome Run(std::vector<std::string> more = {}) const {
+    return RunCommand(CommandFor(std::move(more)));
+  }
+
+  std::vector<SampleStatus> Statuses() const {
+    std::vector<SampleStatus> statuses;
+    for (const SampleRecord& record : ReadSamples(RunPath())) statuses.push_back(record.status);
+    return statuses;
+  }
+
+  std::vector<std::string> Warnings() const {
+    std::vector<std::string> ids;
+    for (const auto& warning : ReadRun(RunPath()).warnings) ids.push_back(warning.id);
+    return ids;
+  }
+
+  /// The dumps by inference and name, without their time stamps.
+  std::map<std::string, std::string> DumpsOf(const std::string& folder) const {
+    std::map<std::string, std::string> dumps;
+    for (auto& [name, bytes] : support::ReadTree(folder)) {
+      const size_t ending = name.rfind('.');
+      const size_t stamp = name.rfind('.', ending - 1);
+      const bool isNew = dumps.emplace(name.substr(0, stamp) + name.substr(ending), bytes).second;
+      EXPECT_TRUE(isNew) << name;
+    }
+    return dumps;
+  }
+
+  std::map<std::string, std::string> DumpsOfVornRun() const {
+    support::Command command = CommandFor({});
+    fs::create_directories(Path("plain"));
+    command.program = support::VornRunPath();
+    command.arguments = {"-m", "model.om", "-j", "vorn.json", "-i", "list.txt", "-o", "plain"};
+    command.environment["VORN_RECORD"] = std::nullopt;
+    EXPECT_EQ(RunCommand(command).status, 0);
+    return DumpsOf(Path("plain"));
+  }
+
+  void ExpectWhatTheSchemasSay() const {
+    const std::string run = RunPath() + "/";
+    EXPECT_EQ(support::FaultBySchema("run", support::ReadFile(run + "run.json")), "");
+    EXPECT_EQ(support::FaultBySchema("model", support::ReadFile(run + "model.json")), "");
+    for (const char* kind : {"samples", "times", "machine"}) {
+      for (const std::string& line :
+           support::SplitLines(support::ReadFile(run + kind + ".jsonl"))) {
+        EXPECT_EQ(support::FaultBySchema(kind, line), "") << line;
+      }
+    }
+  }
+
+  support::TempDir folder_;
+  support::ModelScript script_;
+};
+
+// ---- A run --------------------------------------------------------------------------------------
+
+TEST_F(Launch, LeavesARunDirectory) {
+  Samples("abc");
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(ended.out, "");
+  EXPECT_EQ(ended.err, "vorn launch: 'run' has 3 of 3 inferences\n");
+  ExpectWhatTheSchemasSay();
+
+  const auto facts = ReadRun(RunPath());
+  EXPECT_EQ(facts.state, RunState::kDone);
+  EXPECT_EQ(facts.status, 0);
+  EXPECT_EQ(facts.counts, (vorn::kit::SampleCounts{.inferences = 3, .done = 3}));
+  EXPECT_EQ(facts.runtime->path, VORN_SCRIPTED_LIBRARY);
+  EXPECT_THAT(facts.command, testing::Contains("--run"));
+  EXPECT_THAT(facts.warnings, IsEmpty());
+
+  const auto samples = ReadSamples(RunPath());
+  ASSERT_THAT(samples, SizeIs(3));
+  EXPECT_EQ(samples[2].inputs[0].line, 3U);
+  EXPECT_EQ(samples[2].inputs[0].path, "in/2.bin");
+  EXPECT_EQ(samples[2].outputs[0].name, "same");
+  for (const SampleRecord& sample : samples) {
+    EXPECT_TRUE(vorn::kit::DoesVerify(RunPath(), sample.outputs[0]));
+  }
+
+  const auto times = ReadTimes(RunPath());
+  ASSERT_THAT(times, SizeIs(3));
+  EXPECT_THAT(times[1].executeNs, SizeIs(1));
+  EXPECT_EQ(times[1].index, 1U);
+  EXPECT_THAT(vorn::kit::ReadMachine(RunPath()), Not(IsEmpty()));
+  EXPECT_TRUE(fs::exists(RunPath() + "/trace.vtrace"));
+  EXPECT_FALSE(fs::exists(RunPath() + "/chunks"));
+}
+
+TEST_F(Launch, DumpsWhatVornRunDumps) {
+  Samples("abcde");
+  ASSERT_EQ(Run().status, 0);
+  EXPECT_THAT(DumpsOf(RunPath() + "/dumps"), SizeIs(10));
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), DumpsOfVornRun());
+}
+
+TEST_F(Launch, NumbersDumpsThroughInChunks) {
+  Samples("abcde");
+  const Outcome ended = Run({"--chunk", "2"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), DumpsOfVornRun());
+  ExpectWhatTheSchemasSay();
+  const auto times = ReadTimes(RunPath());
+  ASSERT_THAT(times, SizeIs(5));
+  EXPECT_EQ(times[4].index, 4U);
+  EXPECT_EQ(times[4].chunk, 2U);
+  EXPECT_EQ(times[3].chunk, 1U);
+}
+
+TEST_F(Launch, KeepsTheLinesOfTheProgramAsTheyCome) {
+  Samples("ab");
+  ASSERT_EQ(Run().status, 0);
+  support::Command command = CommandFor({});
+  fs::create_directories(Path("plain"));
+  command.program = support::VornRunPath();
+  command.arguments = {"-m", "model.om", "-i", "list.txt", "-j", "vorn.json", "-o", "plain"};
+  EXPECT_EQ(support::ReadFile(RunPath() + "/log.txt"), RunCommand(command).out);
+}
+
+TEST_F(Launch, ExecutesAsOftenAsProfilingDoes) {
+  Samples("ab");
+  support::Command command = CommandFor({"-p"});
+  command.environment["LD_PRELOAD"] = std::nullopt;  // which makes calls of its own
+  ASSERT_EQ(RunCommand(command).status, 0);
+  const auto times = ReadTimes(RunPath());
+  ASSERT_THAT(times, SizeIs(2));
+  EXPECT_THAT(times[1].executeNs, SizeIs(21));
+  EXPECT_THAT(Warnings(), Not(testing::Contains("calls-dropped")));
+}
+
+TEST_F(Launch, HasRoomForTheCallsOfEveryKindOfModel) {
+  for (const auto& [inputs, thresholds, outputs] :
+       {std::array{1, 0, 1}, {4, 0, 1}, {1, 3, 1}, {1, 0, 6}, {3, 2, 3}}) {
+    script_ = {};
+    script_.Net(1);
+    const auto name = [](char kind, int i) { return kind + std::to_string(i); };
+    std::string list;
+    std::string files;
+    for (int i = 0; i < inputs; ++i) {
+      script_.Input({.name = name('i', i), .dims = {1, 4}, .type = 4, .stride = 4, .size = 4});
+      list += "f\n";
+    }
+    for (int i = 0; i < thresholds; ++i) {
+      script_.Input({.name = name('t', i), .dims = {1, 4}, .stride = 16, .size = 16});
+      files += (i == 0 ? "" : ",") + std::string("t");
+    }
+    script_.Scratch();
+    for (int i = 0; i < outputs; ++i) {
+      script_.Output({.name = name('o', i), .dims = {1, 4}, .stride = 16, .size = 16});
+    }
+    support::WriteFile(Path("f"), "1234");
+    support::WriteFile(Path("t"), "1 2 3 4");
+    support::WriteFile(Path("list.txt"), list + list + list);
+    for (const bool isProfiled : {false, true}) {
+      std::vector<std::string> words;
+      if (thresholds > 0) words = {"-r", files};
+      if (isProfiled) words.emplace_back("-p");
+      fs::remove_all(RunPath());
+      fs::remove_all(Path("cache"));
+      support::Command command = CommandFor(words);
+      command.environment["LD_PRELOAD"] = std::nullopt;
+      const Outcome ended = RunCommand(command);
+      ASSERT_EQ(ended.status, 0) << ended.Describe();
+      EXPECT_THAT(Warnings(), IsEmpty());
+      const auto times = ReadTimes(RunPath());
+      ASSERT_THAT(times, SizeIs(3));
+      EXPECT_THAT(times[2].executeNs, SizeIs(isProfiled ? 21 : 1));
+    }
+  }
+}
+
+TEST_F(Launch, RunsWithoutATrace) {
+  Samples("ab");
+  const Outcome ended = Run({"--no-trace"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ReadTimes(RunPath()), IsEmpty());
+  EXPECT_FALSE(fs::exists(RunPath() + "/trace.vtrace"));
+}
+
+TEST_F(Launch, LeavesTextsAwayAndPutsArraysBeside) {
+  Samples("abc");
+  ASSERT_EQ(Run({"--chunk", "2", "--no-text", "--npy"}).status, 0);
+  for (const auto& [name, bytes] : DumpsOf(RunPath() + "/dumps")) {
+    EXPECT_THAT(name, testing::AnyOf(testing::EndsWith(".bin"), testing::EndsWith(".npy")));
+  }
+  EXPECT_THAT(DumpsOf(RunPath() + "/dumps"), SizeIs(6));
+  EXPECT_EQ(ReadSamples(RunPath())[0].outputs[0].text, std::nullopt);
+}
+
+TEST_F(Launch, PrintsItsRecord) {
+  Samples("a");
+  const Outcome ended = Run({"--json", "--quiet"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.out, support::ReadFile(RunPath() + "/run.json"));
+  EXPECT_EQ(ended.err, "");
+}
+
+// ---- Before -------------------------------------------------------------------------------------
+
+TEST_F(Launch, RunsNothingOnADryRun) {
+  Samples("abc");
+  const Outcome ended = Run({"--dry-run"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_EQ(ended.err, "vorn launch: nothing speaks against 3 inferences\n");
+  EXPECT_FALSE(fs::exists(RunPath()));
+}
+
+TEST_F(Launch, TellsAllFaultsAtOnce) {
+  Samples("abc");
+  fs::remove(Path("in/1.bin"));
+  support::WriteFile(Path("in/2.bin"), "12345");
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.err,
+            "vorn launch: list.txt:2: './in/1.bin' is not there\n"
+            "vorn launch: list.txt:3: 'in/2.bin' has 5 bytes, and input 'image' takes 6 bytes "
+            "(1x1x2x3 of uint8); the rest would hold what was there before\n");
+  EXPECT_FALSE(fs::exists(RunPath()));
+}
+
+TEST_F(Launch, TellsWhatIsMissingWithoutAModelToo) {
+  Samples("abc");
+  fs::remove(Path("in/1.bin"));
+  fs::remove(Path("model.om"));
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 3);  // the first of the table
+  EXPECT_THAT(ended.err, AllOf(HasSubstr("the model 'model.om' cannot be opened"),
+                               HasSubstr("list.txt:2: './in/1.bin' is not there")));
+}
+
+TEST_F(Launch, EndsWithAStatusForEachKindOfFault) {
+  Samples("a");
+  EXPECT_EQ(Run({"--chunk", "0"}).status, 2);
+  EXPECT_EQ(Run({"-i", "no"}).status, 3);
+  EXPECT_EQ(Run({"-i", "in"}).status, 3);
+  EXPECT_EQ(Run({"-m", "no"}).status, 4);
+  EXPECT_EQ(Run({"-j", "no"}).status, 4);
+  EXPECT_EQ(Run({"--program", "no"}).status, 5);
+  EXPECT_EQ(Run({"--program", "/bin/sh"}).status, 5);
+  EXPECT_EQ(Run({"--run", "model.om/run"}).status, 2);
+  support::WriteFile(Path("empty"), "");
+  EXPECT_EQ(Run({"-i", "empty"}).status, 3);
+  EXPECT_EQ(Run({"-m", "empty"}).status, 4);
+  support::WriteFile(Path("model.om"), "a model that nothing is kept of");
+  script_.Answer("vorn_mdl_get_desc", "always", "3");
+  EXPECT_EQ(Run().status, 4);
+  EXPECT_FALSE(fs::exists(RunPath()));
+}
+
+TEST_F(Launch, FindsNoRuntimeWhereThereIsNone) {
+  Samples("a");
+  fs::copy_file(support::VornRunPath(), Path("alone"));
+  support::Command command = CommandFor({"--program", "./alone"});
+  command.environment["LD_LIBRARY_PATH"] = std::nullopt;
+  const Outcome ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 5);
+  EXPECT_EQ(ended.err,
+            "vorn launch: './alone' finds no libvorn.so; name its folder in LD_LIBRARY_PATH\n");
+}
+
+TEST_F(Launch, RunsAnywayWhereItIsTold) {
+  Samples("abc");
+  support::WriteFile(Path("in/2.bin"), "c2345");
+  const Outcome ended = Run({"--anyway"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("list.txt:3: 'in/2.bin' has 5 bytes"));
+  EXPECT_THAT(ended.err, HasSubstr("warning input-shape, 1 time: [WARN]  The input data shape"));
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone));
+}
+
+TEST_F(Launch, TakesNoFolderThatHoldsSomething) {
+  Samples("a");
+  ASSERT_EQ(Run().status, 0);
+  const auto before = support::ReadTree(RunPath());
+  const Outcome again = Run();
+  EXPECT_EQ(again.status, 2);
+  EXPECT_THAT(again.err, HasSubstr("'run' is not empty"));
+  EXPECT_EQ(support::ReadTree(RunPath()), before);
+}
+
+// ---- The description of the model ---------------------------------------------------------------
+
+TEST_F(Launch, LoadsTheModelOnceAndKeepsWhatItLearned) {
+  Samples("a");
+  const auto loads = [&] {
+    const auto lines = support::SplitLines(support::ReadFile(Path("record")));
+    return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.starts_with("vorn_mdl_load_from_mem");
+    });
+  };
+  ASSERT_EQ(Run().status, 0);
+  EXPECT_EQ(loads(), 2);
+  ASSERT_EQ(Run({"--run", "other"}).status, 0);
+  EXPECT_EQ(loads(), 3);
+  // What is kept and cannot be read is of no use, and no fault.
+  for (const auto& [name, bytes] : support::ReadTree(Path("cache"))) {
+    support::WriteFile(Path("cache/" + name), "{");
+  }
+  ASSERT_EQ(Run({"--run", "third"}).status, 0);
+  EXPECT_EQ(loads(), 5);
+  // Another model is another one.
+  support::WriteFile(Path("model.om"), "25 bytes of a model file.");
+  ASSERT_EQ(Run({"--run", "fourth"}).status, 0);
+  EXPECT_EQ(loads(), 7);
+}
+
+TEST_F(Launch, TakesADescriptionOfThisModelOnly) {
+  Samples("a");
+  ASSERT_EQ(Run().status, 0);
+  fs::copy_file(RunPath() + "/model.json", Path("model.json"));
+  EXPECT_EQ(Run({"--run", "other", "--model-json", "model.json"}).status, 0);
+  support::WriteFile(Path("model.om"), "25 bytes of a model file.");
+  const Outcome ended = Run({"--run", "third", "--model-json", "model.json"});
+  EXPECT_EQ(ended.status, 4);
+  EXPECT_THAT(ended.err, HasSubstr("'model.json' describes another model than 'model.om'"));
+}
+
+// ---- Samples that go wrong ----------------------------------------------------------------------
+
+TEST_F(Launch, PutsASampleAsideThatEndsItsProcess) {
+  Samples("abcSefgh");
+  const Outcome ended = Run({"--chunk", "5"});
+  EXPECT_EQ(ended.status, 8) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone, kAside, kDone, kDone, kDone, kDone));
+  EXPECT_THAT(ended.err, HasSubstr("inference 3 (list.txt:4) put aside: ended by SIGSEGV inside "
+                                   "vorn_mdl_execute"));
+  EXPECT_EQ(ReadSamples(RunPath())[3].reason, "ended by SIGSEGV inside vorn_mdl_execute");
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kDone);
+  EXPECT_EQ(ReadRun(RunPath()).signal, "SIGSEGV");
+  const auto times = ReadTimes(RunPath());
+  EXPECT_THAT(times, SizeIs(7));
+  EXPECT_EQ(times[3].attempt, 2U);  // the rest of its chunk
+  EXPECT_EQ(times[3].index, 4U);
+  EXPECT_FALSE(fs::exists(RunPath() + "/dumps/3"));
+  // What is there is what vorn-run makes of these alone.
+  Samples("abc");
+  auto dumps = DumpsOf(RunPath() + "/dumps");
+  for (const auto& [name, bytes] : DumpsOfVornRun()) EXPECT_EQ(dumps[name], bytes);
+  ExpectWhatTheSchemasSay();
+}
+
+TEST_F(Launch, LosesTheRestInOnePiece) {
+  Samples("abSde");
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kAside, kMissing, kMissing));
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kFailed);
+  EXPECT_THAT(ended.err, HasSubstr("'run' has 2 of 5 inferences, 1 put aside, 2 not run\n"));
+  EXPECT_THAT(ended.err, HasSubstr("to go on: vorn launch -m model.om -j vorn.json -i list.txt "
+                                   "--run run --resume\n"));
+}
+
+TEST_F(Launch, GoesOnWithWhatIsMissingOnly) {
+  Samples("abSde");
+  ASSERT_EQ(Run().status, 5);
+  Samples("abcde");  // it was mended, and the list is the same
+  fs::remove(Path("record"));
+  const Outcome ended = Run({"--resume"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, StartsWith("vorn launch: going on with 2 of 5 inferences done\n"));
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone, kDone, kDone));
+  const support::CallRecord record(support::SplitLines(support::ReadFile(Path("record"))));
+  EXPECT_THAT(record.CallsOf("vorn_mdl_execute"), SizeIs(3));
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), DumpsOfVornRun());
+}
+
+TEST_F(Launch, DoesAgainWhatDoesNotVerify) {
+  Samples("abcd");
+  ASSERT_EQ(Run().status, 0);
+  const auto whole = DumpsOf(RunPath() + "/dumps");
+  const auto samples = ReadSamples(RunPath());
+  support::WriteFile(RunPath() + "/" + samples[1].outputs[0].path, "x");
+  fs::remove_all(RunPath() + "/dumps/3");
+  fs::remove(Path("record"));
+  ASSERT_EQ(Run({"--resume", "--chunk", "2"}).status, 0);
+  const support::CallRecord record(support::SplitLines(support::ReadFile(Path("record"))));
+  EXPECT_THAT(record.CallsOf("vorn_mdl_execute"), SizeIs(2));
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), whole);
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone, kDone));
+}
+
+TEST_F(Launch, GoesOnWithTheSameFilesOnly) {
+  Samples("abS");
+  ASSERT_EQ(Run().status, 5);
+  Samples("abcd");
+  const Outcome ended = Run({"--resume"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("'run' was begun with another list ('list.txt')"));
+}
+
+TEST_F(Launch, GoesOnAfterAnExecutionThatFailed) {
+  Samples("aFc");
+  const Outcome ended = Run({"--chunk", "3"});
+  EXPECT_EQ(ended.status, 8) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kFailed, kDone));
+  EXPECT_THAT(*ReadSamples(RunPath())[1].reason,
+              StartsWith("ended with status 1 after 'execute model failed, modelId is 1': the "
+                         "runtime failed to execute the model"));
+  EXPECT_THAT(ended.err, HasSubstr("warning execute, 1 time: "));
+}
+
+TEST_F(Launch, EndsWithTheStatusOfTheCauseInOnePiece) {
+  Samples("aFc");
+  EXPECT_EQ(Run().status, 5);
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kFailed, kMissing));
+}
+
+TEST_F(Launch, BelievesNoStatusOfZero) {
+  Samples("aEc");
+  const Outcome ended = Run({"--chunk", "3"});
+  EXPECT_EQ(ended.status, 8) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kFailed, kDone));
+  const Outcome whole = Run({"--run", "whole"});
+  EXPECT_EQ(whole.status, 5) << whole.Describe();
+  EXPECT_THAT(whole.err, HasSubstr("the program ended with status 0 after 1 of 3 inferences"));
+}
+
+TEST_F(Launch, TellsOfWhatIsNotFinite) {
+  Samples("aNbN");
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_THAT(Warnings(), ElementsAre("not-finite"));
+  EXPECT_EQ(ReadRun(RunPath()).warnings[0].count, 2U);
+  EXPECT_THAT(ended.err,
+              HasSubstr("warning not-finite, 2 times: outputs hold 6 NaN and 0 infinities, first "
+                        "'same' of inference 1 (list.txt:2)"));
+}
+
+TEST_F(Launch, TellsOfOutputsThatAreThoseBefore) {
+  Samples("abRd");
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_THAT(Warnings(), ElementsAre("output-repeated"));
+  // The same inputs may well give the same outputs.
+  support::WriteFile(Path("list.txt"), "in/0.bin\nin/0.bin\nin/1.bin\n");
+  ASSERT_EQ(Run({"--run", "other"}).status, 0);
+  EXPECT_THAT(ReadRun(Path("other")).warnings, IsEmpty());
+}
+
+TEST_F(Launch, StopsWhereNothingBegins) {
+  Samples("abc");
+  ASSERT_EQ(Run({"--dry-run"}).status, 0);  // the description is kept
+  script_.Answer("vorn_rt_set_device", "always", "3");
+  const Outcome ended = Run({"--chunk", "1"});
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kMissing, kMissing, kMissing));
+  EXPECT_THAT(ended.err, HasSubstr("the program ended with status 1 after 'vorn open device 0 "
+                                   "failed': the device cannot be opened"));
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kFailed);
+}
+
+TEST_F(Launch, TranslatesASignalOfARefusedModel) {
+  Samples("abc");
+  ASSERT_EQ(Run({"--dry-run"}).status, 0);
+  script_.Answer("vorn_mdl_get_desc", "always", "3");
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("the program ended by SIGFPE after 'get model description "
+                                   "failed': the runtime refused the model"));
+}
+
+TEST_F(Launch, GivesUpWhereEverySampleEndsItsProcess) {
+  Samples(std::string(30, 'S'));
+  const Outcome ended = Run({"--chunk", "50"});
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_EQ(ReadRun(RunPath()).counts.aside, 20U);
+  EXPECT_EQ(ReadRun(RunPath()).counts.missing, 10U);
+}
+
+// ---- Limits and interruptions -------------------------------------------------------------------
+
+TEST_F(Launch, EndsASampleThatDoesNotComeBack) {
+  Samples("aHc");
+  const Outcome ended = Run({"--chunk", "3", "--sample-timeout", "4"});
+  EXPECT_EQ(ended.status, 7) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kAside, kDone));
+  EXPECT_EQ(ReadSamples(RunPath())[1].reason,
+            "was ended after 4 s, the time for one inference (--sample-timeout) inside "
+            "vorn_mdl_execute");
+}
+
+TEST_F(Launch, EndsARunThatTakesTooLong) {
+  Samples("aHc");
+  const Outcome ended = Run({"--chunk", "3", "--timeout", "3"});
+  EXPECT_EQ(ended.status, 7) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kMissing, kMissing));
+  EXPECT_THAT(ended.err, HasSubstr("the program was ended after 3 s, the time for all (--timeout) "
+                                   "inside vorn_mdl_execute"));
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kFailed);
+}
+
+/// A launch that runs beside the test.
+class Running {
+ public:
+  explicit Running(const support::Command& command) {
+    pid_ = fork();
+    if (pid_ != 0) return;
+    for (const auto& [name, value] : command.environment) {
+      value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+    }
+    std::vector<char*> words{const_cast<char*>(command.program.c_str())};
+    for (const auto& word : command.arguments) words.push_back(const_cast<char*>(word.c_str()));
+    words.push_back(nullptr);
+    if (chdir(command.directory.c_str()) == 0 && freopen("launched", "w", stderr) != nullptr) {
+      execv(words[0], words.data());
+    }
+    _exit(99);
+  }
+  ~Running() {
+    if (!isOver_) Stop(SIGKILL);
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  void Send(int signal) const { kill(pid_, signal); }
+
+  /// Sends a signal and waits. Returns what the shell calls its status.
+  int Stop(int signal) {
+    Send(signal);
+    return Wait();
+  }
+
+  int Wait() {
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    isOver_ = true;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  }
+
+ private:
+  pid_t pid_ = -1;
+  bool isOver_ = false;
+};
+
+TEST_F(Launch, StopsInOrder) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    fs::remove_all(RunPath());
+    Samples("abHd");
+    Running launch(CommandFor({}));
+    const std::string log = RunPath() + "/log.txt";
+    while (!fs::exists(log) || support::ReadFile(log).find("2.bin]") == std::string::npos) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(launch.Stop(signal), 8);
+    EXPECT_EQ(ReadRun(RunPath()).state, RunState::kInterrupted);
+    EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kMissing, kMissing));
+    EXPECT_THAT(support::ReadFile(Path("launched")), HasSubstr("to go on: vorn launch "));
+    ExpectWhatTheSchemasSay();
+    Samples("abcd");
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+  }
+}
+
+// The moments are drawn; whatever they hit, the same has to hold.
+TEST_F(Launch, SurvivesBeingKilledAtAnyMoment) {
+  const uint32_t seed = 20261122;
+  std::mt19937 random(seed);
+  Samples("abcdefghijkl");
+  script_.Line("pause vorn_mdl_execute 2");
+  const auto expected = DumpsOfVornRun();
+  ASSERT_EQ(Run({"--dry-run"}).status, 0);
+  int midway = 0;
+  for (int round = 0; round < VORN_KILLED_LAUNCHES; ++round) {
+    fs::remove_all(RunPath());
+    const std::chrono::microseconds moment(random() % 400000);
+    {
+      Running launch(CommandFor({"--chunk", "3"}));
+      std::this_thread::sleep_for(moment);
+      launch.Stop(SIGKILL);
+    }
+    if (fs::exists(RunPath() + "/samples.jsonl")) {
+      const auto samples = ReadSamples(RunPath());
+      midway += !samples.empty() && samples.size() < 12 ? 1 : 0;
+      for (const SampleRecord& sample : samples) {
+        ASSERT_EQ(sample.status, kDone);
+        for (const auto& output : sample.outputs) {
+          ASSERT_TRUE(vorn::kit::DoesVerify(RunPath(), output)) << "round " << round;
+        }
+      }
+    }
+    const Outcome ended = Run({"--chunk", "3", "--resume"});
+    ASSERT_EQ(ended.status, 0) << "round " << round << ", " << moment.count() << " us\n"
+                               << ended.Describe();
+    ASSERT_EQ(DumpsOf(RunPath() + "/dumps"), expected) << "round " << round;
+    ASSERT_EQ(ReadRun(RunPath()).counts.done, 12U);
+    ExpectWhatTheSchemasSay();
+    // Nothing is left of what was not finished.
+    for (const auto& [name, bytes] : support::ReadTree(RunPath())) {
+      ASSERT_THAT(name, Not(testing::EndsWith(".part")));
+    }
+  }
+  std::printf("killed midway %d times (seed %u)\n", midway, seed);
+}
+
+TEST_F(Launch, LeavesNoProgramBehindWhenItIsKilled) {
+  Samples("aH");
+  Running launch(CommandFor({}));
+  const std::string log = RunPath() + "/log.txt";
+  while (!fs::exists(log) || support::ReadFile(log).find("1.bin]") == std::string::npos) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  launch.Stop(SIGKILL);
+  // The lock went with it, and the program that hung did not stay: the run can be gone on with.
+  Samples("ab");
+  EXPECT_EQ(Run({"--resume"}).status, 0);
+}
+
+// ---- Lists of all kinds -------------------------------------------------------------------------
+
+TEST_F(Launch, TakesNamesOfAllKindsInChunks) {
+  const std::vector<std::string> names{"a b", "c:d",       "\xFF\xFE", "\xC3\xA9'\"",
+                                       "-x",  "with\ttab", "e"};
+  std::string list;
+  for (size_t i = 0; i < names.size(); ++i) {
+    support::WriteFile(Path("data:1/" + names[i]),
+                       std::string(1, static_cast<char>('a' + i)) + "12345");
+    list += names[i] == "c:d" ? "/./link\n" : names[i] + "\n";
+  }
+  fs::create_symlink("c:d", Path("data:1/link"));
+  support::WriteFile(Path("data:1/list.txt"), list);
+  const Outcome ended = Run({"-i", "data:1/list.txt", "--chunk", "2"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(DumpsOf(RunPath() + "/dumps"), SizeIs(2 * names.size()));
+  for (size_t i = 0; i < names.size(); ++i) {
+    const auto sample = ReadSamples(RunPath())[i];
+    const std::string bytes = support::ReadFile(RunPath() + "/" + sample.outputs[0].path);
+    EXPECT_EQ(bytes, std::string(24, static_cast<char>('a' + i))) << names[i];
+  }
+}
+
+class NamedInputs : public Launch {
+ protected:
+  NamedInputs() {
+    script_ = {};
+    script_.Input({.name = "left", .dims = {1, 4}, .type = 4, .stride = 4, .size = 4});
+    script_.Input({.name = "right", .dims = {1, 4}, .type = 4, .stride = 4, .size = 4});
+    script_.Scratch();
+    script_.Output({.name = "o.1/x", .dims = {1, 4}, .type = 2, .stride = 4, .size = 4});
+  }
+};
+
+TEST_F(NamedInputs, AreSortedInChunksAsTheyAreInOnePiece) {
+  std::string list;
+  for (int i = 0; i < 5; ++i) {
+    const std::string number = std::to_string(i);
+    support::WriteFile(Path("l" + number), std::string(4, static_cast<char>('a' + i)));
+    support::WriteFile(Path("r" + number), "rrrr");
+    list += "right:r" + number + "\n\nleft:l" + number + "\n";
+  }
+  support::WriteFile(Path("list.txt"), list);
+  ASSERT_EQ(Run({"--chunk", "2"}).status, 0);
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), DumpsOfVornRun());
+  const SampleRecord sample = ReadSamples(RunPath())[1];
+  EXPECT_EQ(sample.inputs[0].name, "left");
+  EXPECT_EQ(sample.inputs[0].path, "l1");
+  EXPECT_EQ(sample.inputs[0].line, 6U);
+  EXPECT_EQ(sample.inputs[1].line, 4U);
+}
+
+TEST_F(Launch, TakesThresholdsAndBatches) {
+  script_ = {};
+  script_.Net(1);
+  script_.Input({.name = "image", .dims = {1, 1, 2, 3}, .type = 4, .stride = 8, .size = 16});
+  script_.Input({.name = "limits", .dims = {1, 4}, .stride = 16, .size = 16, .format = 2});
+  script_.Scratch();
+  script_.Output({.name = "same", .dims = {1, 2, 3}, .type = 0, .stride = 16, .size = 32});
+  support::WriteFile(Path("t"), "0.1 0.2 0.3 0.4");
+  for (const char* name : {"a", "b", "c"}) {
+    support::WriteFile(Path(name), std::string(12, name[0]));
+  }
+  support::WriteFile(Path("list.txt"), "a\nb\nc\n");
+  const Outcome ended = Run({"-r", "t", "-b", "2", "--chunk", "1"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(ReadSamples(RunPath())[2].outputs[0].sizeBytes, 2U * 24);
+}
+
+}  // namespace
