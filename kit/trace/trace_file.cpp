@@ -73,6 +73,8 @@ TraceFile ParseTrace(std::string_view bytes) {
   file.program = TextOf(header.program);
   file.runtime = TextOf(header.runtime);
   file.other = TextOf(header.other);
+  file.passed = header.passed;
+  file.settings = TextOf(header.settings);
   file.operations = ReadNames(bytes, header);
   if (header.slotsAt > bytes.size()) Refuse("it ends before its first call");
 

@@ -224,6 +224,10 @@ std::string TraceReport(const TraceFile& file) {
     text += std::to_string(file.dropped) +
             " later calls are not in the trace: there was no room; see --calls\n";
   }
+  if (file.passed != 0) {
+    text += std::to_string(file.passed) +
+            " calls are not in the trace: the setting 'only' left them out\n";
+  }
   const uint64_t end = EndOf(file);
   for (const TracedCall& call : file.calls) {
     if (call.endedNs) continue;

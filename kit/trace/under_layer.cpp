@@ -156,7 +156,7 @@ std::vector<Part> FindParts(const std::string& output) {
                          std::memcmp(part.header.magic, trace::kMagic, sizeof(trace::kMagic)) == 0;
     if (fd >= 0) close(fd);
     if (!isTrace) continue;
-    part.calls = part.header.calls;
+    part.calls = part.header.calls + part.header.passed;
     parts.push_back(part);
   }
   std::sort(parts.begin(), parts.end(), [](const Part& one, const Part& two) {

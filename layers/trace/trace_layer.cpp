@@ -60,7 +60,7 @@ struct Call {
   Answer operator()(typename Parameters::Type... words) const {
     if (next == nullptr) return Refusal<Answer>();
     uint64_t number = 0;
-    trace::Slot* slot = BeginCall(Next().path, number);
+    trace::Slot* slot = BeginCall(Next().path, operation, number);
     if (slot == nullptr) return next(words...);
     uint16_t count = 0;
     ((slot->before.word[count++] = AsWord(words)), ...);

@@ -20,19 +20,20 @@
 #include <cstring>
 #include <ctime>
 
+#include "layers/common/call_set.h"
 #include "layers/common/say.h"
+#include "layers/common/settings.h"
 #include "shared/operations/words.h"
+#include "shared/trace/trace_settings.h"
 
 namespace vorn::layers {
 namespace {
 
-constexpr uint64_t kDefaultCalls = 131072;  // 16 MiB
 constexpr uint64_t kMostCalls = uint64_t{1} << 24;
 constexpr uint64_t kNamesBytes = uint64_t{operations::kOperations} * trace::kNameBytes;
 constexpr uint64_t kPageBytes = 4096;
 constexpr uint64_t kSlotsAt =
     (trace::kHeaderBytes + kNamesBytes + kPageBytes - 1) / kPageBytes * kPageBytes;
-constexpr const char* kDefaultName = "vorn.%p.vtrace";
 
 // Null until there is a file. Never unmapped: a thread may be inside a call while others end.
 std::atomic<trace::Header*> g_header{nullptr};
@@ -43,6 +44,15 @@ std::atomic<trace::Slot*> g_slots{nullptr};
 std::array<char, PATH_MAX> g_name;  // absolute: the program may change its folder
 pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 bool g_isTried = false;  // under the lock
+
+// Which calls are noted, where not all are, and how many were made: of each operation, and
+// together.
+CallSet g_only;
+bool g_isOnlySome = false;
+std::atomic<uint64_t> g_made{0};
+std::atomic<uint64_t> g_madeOf[operations::kOperations];
+
+constexpr SettingsTable kTable{"trace", trace::kTraceSettings, trace::kSettings};
 
 // Whether the process had a runtime as the layer was loaded: it is linked with one, and whatever it
 // calls of it comes by way of the layer.
@@ -76,9 +86,7 @@ bool Append(std::array<char, PATH_MAX>& name, const char* text) {
   return true;
 }
 
-bool FileName(std::array<char, PATH_MAX>& name) {
-  const char* pattern = std::getenv("VORN_TRACE_FILE");
-  if (pattern == nullptr || *pattern == '\0') pattern = kDefaultName;
+bool FileName(const char* pattern, std::array<char, PATH_MAX>& name) {
   name[0] = '\0';
   bool fits = true;
   if (*pattern != '/') {
@@ -96,16 +104,24 @@ bool FileName(std::array<char, PATH_MAX>& name) {
   return fits;
 }
 
-bool Capacity(uint64_t& calls) {
-  calls = kDefaultCalls;
-  const char* text = std::getenv("VORN_TRACE_CALLS");
-  if (text == nullptr || *text == '\0') return true;
+bool Capacity(const char* text, uint64_t& calls) {
   char* end = nullptr;
   errno = 0;
   calls = std::strtoull(text, &end, 10);
   if (errno == 0 && *end == '\0' && *text != '-' && calls >= 1 && calls <= kMostCalls) return true;
   Say("VORN_TRACE_CALLS takes a whole number from 1 to %" PRIu64 ", and is '%s'; nothing is traced",
       kMostCalls, text);
+  return false;
+}
+
+bool Only(const char* text) {
+  std::array<char, 300> reason{};
+  const OperationNames names{operations::kOperationNames, operations::kOperations};
+  g_made = 0;
+  for (auto& made : g_madeOf) made = 0;
+  g_isOnlySome = *text != '\0';
+  if (ParseCallSet(text, names, ReadTextFile, g_only, reason.data(), reason.size())) return true;
+  Say("VORN_TRACE_ONLY: %s; nothing is traced", reason.data());
   return false;
 }
 
@@ -161,7 +177,8 @@ void WriteNames(std::byte* names) {
   }
 }
 
-void WriteHeader(trace::Header& header, uint64_t calls) {
+void WriteHeader(trace::Header& header, uint64_t calls, const char* const* values) {
+  DescribeSettings(kTable, values, header.settings, sizeof(header.settings));
   header.version = trace::kVersion;
   header.headerBytes = trace::kHeaderBytes;
   header.nameBytes = trace::kNameBytes;
@@ -183,7 +200,11 @@ void WriteHeader(trace::Header& header, uint64_t calls) {
 
 void OpenTrace() {
   uint64_t calls = 0;
-  if (!FileName(g_name) || !Capacity(calls)) return;
+  std::array<const char*, trace::kSettings> values{};
+  if (!ReadSettings(kTable, values.data()) || !FileName(values[trace::kFileSetting], g_name) ||
+      !Capacity(values[trace::kCallsSetting], calls) || !Only(values[trace::kOnlySetting])) {
+    return;
+  }
   const int fd = Open(O_CREAT | O_TRUNC);
   if (fd < 0) return;
   void* front = Map(fd, 0, kSlotsAt);
@@ -191,7 +212,7 @@ void OpenTrace() {
   if (front == nullptr) return;
   WriteNames(static_cast<std::byte*>(front) + trace::kHeaderBytes);
   auto* header = static_cast<trace::Header*>(front);
-  WriteHeader(*header, calls);
+  WriteHeader(*header, calls, values.data());
   g_header.store(header, std::memory_order_release);
 }
 
@@ -211,6 +232,15 @@ int FindRuntime(dl_phdr_info* info, size_t, void* found) {
   if (std::strncmp(file, "libvorn.so", std::strlen("libvorn.so")) != 0) return 0;
   *static_cast<const char**>(found) = info->dlpi_name;
   return 1;
+}
+
+// Counts a call, and tells whether it is to be noted.
+bool IsWanted(trace::Header& header, uint16_t operation, uint64_t& number) {
+  number = g_made.fetch_add(1, std::memory_order_relaxed) + 1;
+  const uint64_t ownNumber = g_madeOf[operation].fetch_add(1, std::memory_order_relaxed) + 1;
+  if (g_only.Holds(operation, number, ownNumber)) return true;
+  std::atomic_ref(header.passed).fetch_add(1, std::memory_order_relaxed);
+  return false;
 }
 
 }  // namespace
@@ -250,13 +280,15 @@ void CloseTrace() {
   header->endedNs = ClockNs(CLOCK_MONOTONIC);
 }
 
-trace::Slot* BeginCall(const char* runtime, uint64_t& number) {
+trace::Slot* BeginCall(const char* runtime, uint16_t operation, uint64_t& number) {
   trace::Header* header = g_header.load(std::memory_order_acquire);
   if (header == nullptr) return nullptr;
   trace::Slot* slots = g_slots.load(std::memory_order_acquire);
   if (slots == nullptr) slots = MapSlots(*header, runtime);
-  number = std::atomic_ref(header->calls).fetch_add(1, std::memory_order_relaxed) + 1;
-  return slots == nullptr || number > header->slots ? nullptr : &slots[number - 1];
+  if (g_isOnlySome && !IsWanted(*header, operation, number)) return nullptr;
+  const uint64_t noted = std::atomic_ref(header->calls).fetch_add(1, std::memory_order_relaxed) + 1;
+  if (!g_isOnlySome) number = noted;
+  return slots == nullptr || noted > header->slots ? nullptr : &slots[noted - 1];
 }
 
 }  // namespace vorn::layers

@@ -9,19 +9,17 @@
 
 namespace vorn::layers {
 
-/// Makes the file that the environment names and maps it, once a process: as the library is loaded,
-/// and anew in a child of `fork`. One line on standard error if that fails; nothing is traced then.
-///
-///     VORN_TRACE_FILE    its name, %p in it for the process id (vorn.%p.vtrace)
-///     VORN_TRACE_CALLS   for how many calls there is room, 1 to 2^24 (131072)
+/// Makes the file that the settings name (shared/trace/trace_settings.h) and maps it, once a
+/// process: as the library is loaded, and anew in a child of `fork`. One line on standard error if
+/// that fails; nothing is traced then.
 void BeginTrace();
 
 /// Notes when the layer was taken down, and a runtime that was never called by way of it.
 void CloseTrace();
 
 /// A slot for a call to the runtime in that file, and the call's number from 1; null where there is
-/// no room, or no file.
-[[nodiscard]] trace::Slot* BeginCall(const char* runtime, uint64_t& number);
+/// no room, or no file, or the call is not to be noted.
+[[nodiscard]] trace::Slot* BeginCall(const char* runtime, uint16_t operation, uint64_t& number);
 
 [[nodiscard]] uint64_t MonotonicNs();
 [[nodiscard]] uint32_t ThreadId();

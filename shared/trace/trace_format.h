@@ -24,9 +24,10 @@ struct Header {
   uint32_t names;        ///< how many; a record counts operations from 0 among them
   uint32_t slotBytes;
   uint32_t pid;
-  uint64_t slotsAt;      ///< where slot 0 begins
-  uint64_t slots;        ///< for how many there is room
-  uint64_t calls;        ///< how many began, those beyond `slots` included: these were dropped
+  uint64_t slotsAt;  ///< where slot 0 begins
+  uint64_t slots;    ///< for how many there is room
+  uint64_t
+      calls;  ///< how many to be noted began, those beyond `slots` included: these were dropped
   uint64_t monotonicNs;  ///< of the same moment: CLOCK_MONOTONIC, by which records tell time,
   uint64_t realtimeNs;   ///< and CLOCK_REALTIME
   uint64_t clockNs;      ///< one reading of the clock, the median of many
@@ -35,6 +36,8 @@ struct Header {
   char program[1024];
   char runtime[1024];  ///< the library behind the layer; empty before the first call
   char other[1024];    ///< a runtime that was opened later and not called by way of the layer
+  uint64_t passed;     ///< calls that the setting `only` left out; they count in `number` alone
+  char settings[512];  ///< in force, as lines "calls=131072"; empty in the oldest traces
 };
 inline constexpr uint32_t kHeaderBytes = 4096;
 inline constexpr uint32_t kNameBytes = 64;
@@ -43,7 +46,8 @@ static_assert(sizeof(Header) <= kHeaderBytes);
 enum class Side : uint32_t { kNone = 0, kBefore = 1, kBehind = 2 };
 
 struct Record {
-  uint64_t number;  ///< of the call, from 1; written last: 0 in a record that is not whole
+  uint64_t
+      number;  ///< of the call among all, from 1; written last: 0 in a record that is not whole
   uint64_t timeNs;
   uint32_t thread;  ///< as the system counts them
   uint16_t operation;

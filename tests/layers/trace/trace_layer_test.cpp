@@ -78,6 +78,7 @@ class TraceLayer : public testing::Test {
   }
 
   support::TempDir folder_;
+  support::TempDir place_;
   support::Stage stage_;
 };
 
@@ -183,6 +184,55 @@ TEST_F(TraceLayer, CountsWhatItHasNoRoomFor) {
   EXPECT_EQ(trace.dropped, run.record.Calls().size() - 10);
 }
 
+TEST_F(TraceLayer, NotesTheCallsThatAreAskedForAndCountsTheOthers) {
+  stage_.environment = Environment();
+  stage_.environment["VORN_TRACE_ONLY"] = "vorn_rt_malloc/2,1-3";
+  const support::Transcript run = stage_.Run();
+  EXPECT_EQ(run.status, 0);
+  std::vector<std::string> wanted;
+  std::vector<uint64_t> numbers;
+  size_t mallocs = 0;
+  const std::vector<std::string> calls = run.record.Calls();
+  for (size_t i = 0; i < calls.size(); ++i) {
+    const std::string name = calls[i].substr(0, calls[i].find('('));
+    if (name == "vorn_rt_malloc") ++mallocs;
+    const bool isSecond = name == "vorn_rt_malloc" && mallocs % 2 == 0;
+    if (i >= 3 && !isSecond) continue;
+    wanted.push_back(name);
+    numbers.push_back(i + 1);
+  }
+  const TraceFile trace = Read().at(0);
+  EXPECT_EQ(NamesOf(trace), wanted);
+  for (size_t i = 0; i < trace.calls.size(); ++i) EXPECT_EQ(trace.calls[i].number, numbers[i]);
+  EXPECT_EQ(trace.passed, calls.size() - wanted.size());
+  EXPECT_EQ(trace.dropped, 0U);
+  EXPECT_GT(trace.calls.size(), 4U);
+}
+
+TEST_F(TraceLayer, WritesItsSettingsIntoTheTrace) {
+  support::WriteFile(place_.Path() / "settings",
+                     "trace.only = vorn_data_*\ntrace.calls = 7\nvalidate.zone = 1\n");
+  EXPECT_EQ(
+      RunCaller({"exit"}, {{"VORN_LAYER_SETTINGS", (place_.Path() / "settings").string()}}).status,
+      7);
+  const TraceFile trace = Read().at(0);
+  EXPECT_EQ(trace.settings, "file=" + (Traces() / "%p").string() +
+                                "\ncalls=5000\nonly=vorn_data_*\n");  // calls: the environment's
+  EXPECT_EQ(trace.calls.size(), 1U);
+}
+
+TEST_F(TraceLayer, RefusesSettingsThatItDoesNotHave) {
+  const Outcome ended = RunCaller({"exit"}, {{"VORN_TRACE_CALL", "7"}});
+  EXPECT_EQ(ended.status, 7);
+  EXPECT_EQ(ended.err,
+            "vorn-layer: environment: there is no setting 'CALL' of the layer trace, which has "
+            "file, calls, only; it does nothing\n");
+  EXPECT_EQ(RunCaller({"exit"}, {{"VORN_TRACE_ONLY", "vorn_exec"}}).err,
+            "vorn-layer: VORN_TRACE_ONLY: there is no operation of this name: vorn_exec; nothing "
+            "is traced\n");
+  EXPECT_TRUE(support::ReadTree(Traces()).empty());
+}
+
 TEST_F(TraceLayer, TellsThreadsApart) {
   EXPECT_EQ(RunCaller({"threads"}).status, 0);
   const TraceFile trace = Read().at(0);
@@ -251,8 +301,6 @@ class TraceStandIn : public TraceLayer {
     return RunCaller({"open", (place_.Path() / "libvorn.so").string()},
                      {{"LD_PRELOAD", std::nullopt}, {"VORN_NEXT", next}});
   }
-
-  support::TempDir place_;
 };
 
 TEST_F(TraceStandIn, CallsTheRuntimeThatIsNamed) {
