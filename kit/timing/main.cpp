@@ -1,9 +1,9 @@
 // vorn-timing: whether one run is slower than another.
 #include <charconv>
-#include <cmath>
 #include <cstdio>
 
 #include "kit/common/command_line.h"
+#include "kit/common/duration.h"
 #include "kit/common/printable.h"
 #include "kit/timing/timing_report.h"
 
@@ -17,7 +17,7 @@ constexpr std::string_view kForms[] = {
 constexpr Option kOptions[] = {
     {"ratio", 'r', "R", "A difference counts from this ratio of the medians on, 1.03 without it."},
     {"absolute", 'a', "TIME", "And from this time on, as 10us, 0.5ms or 1s; 10us without it."},
-    {"unit", 'u', "UNIT", "Of the numbers in lists: ns, us, ms or s; ns without it."},
+    {"unit", 'u', "UNIT", "Of the numbers in lists: ns, us, ms, s, min or h; ns without it."},
     {"column", 'c', "NAME",
      "The column of a table, or the key of objects, that holds the times; executeNs without it."},
     {"seed", 0, "N", "Of the bootstrap, 1 without it."},
@@ -48,46 +48,26 @@ constexpr Verb kTiming{
     .mostOperands = 1000,
 };
 
-struct TimeUnit {
-  std::string_view name;
-  double ns;
-};
-constexpr TimeUnit kTimeUnits[] = {{"ns", 1}, {"us", 1e3}, {"ms", 1e6}, {"s", 1e9}};
-
-double UnitNs(const std::string& name) {
-  for (const TimeUnit& unit : kTimeUnits) {
-    if (unit.name == name) return unit.ns;
-  }
+double ListUnitNs(const std::string& name) {
+  if (const auto ns = UnitNs(name)) return *ns;
   throw Fault(ExitStatus::kUsage,
-              "--unit takes ns, us, ms or s, and got '" + Printable(name) + "'");
-}
-
-// A number at the front of a text, and what stands behind it. Nothing if there is none.
-std::optional<std::pair<double, std::string>> NumberInFront(const std::string& text) {
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc{} || !std::isfinite(number)) return std::nullopt;
-  return std::pair(number, std::string(end, text.data() + text.size()));
+              "--unit takes ns, us, ms, s, min or h, and got '" + Printable(name) + "'");
 }
 
 double RatioOf(const std::string& text) {
-  const auto number = NumberInFront(text);
+  double ratio = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), ratio);
   constexpr double kMost = 1000;
-  if (number && number->second.empty() && number->first >= 1 && number->first <= kMost) {
-    return number->first;
-  }
+  const bool isNumber = error == std::errc{} && end == text.data() + text.size();
+  if (isNumber && ratio >= 1 && ratio <= kMost) return ratio;
   throw Fault(ExitStatus::kUsage, "--ratio takes a number from 1 to 1000, and got '" +
                                       Printable(text) + "'; 1.05 means 5 % slower or faster");
 }
 
 double TimeOf(const std::string& text) {
-  const auto number = NumberInFront(text);
-  for (const TimeUnit& unit : kTimeUnits) {
-    if (number && number->second == unit.name && number->first >= 0) return number->first * unit.ns;
-  }
+  if (const auto time = DurationNs(text)) return *time;
   throw Fault(ExitStatus::kUsage,
-              "--absolute takes a time with its unit, such as 10us, 0.5ms or "
-              "1s, and got '" +
+              "--absolute takes a time with its unit, such as 10us, 0.5ms or 1s, and got '" +
                   Printable(text) + "'");
 }
 
@@ -99,7 +79,7 @@ ExitStatus Timing(const Arguments& arguments) {
   Gates gates;
   if (const auto ratio = arguments.Get("ratio")) gates.ratio = RatioOf(*ratio);
   if (const auto time = arguments.Get("absolute")) gates.absoluteNs = TimeOf(*time);
-  const ListFormat format{.unitNs = UnitNs(arguments.Get("unit").value_or("ns")),
+  const ListFormat format{.unitNs = ListUnitNs(arguments.Get("unit").value_or("ns")),
                           .column = arguments.Get("column").value_or("")};
   Bootstrap bootstrap;
   bootstrap.seed = arguments.GetNumber("seed", bootstrap.seed, 0, UINT64_MAX);

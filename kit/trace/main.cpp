@@ -1,29 +1,51 @@
 // vorn-trace: puts the trace layer under a program, or reads what it left.
 #include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
 
 #include "kit/common/command_line.h"
+#include "kit/common/duration.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
 #include "kit/trace/trace_file.h"
+#include "kit/trace/trace_json.h"
 #include "kit/trace/trace_summary.h"
 #include "kit/trace/under_layer.h"
+#include "kit/trace/watchdog.h"
+#include "shared/trace/trace_settings.h"
 
 namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kMostTraceBytes = uint64_t{4} << 30;
+constexpr uint64_t kMostSettingsBytes = 65535;
 constexpr uint64_t kMostCalls = uint64_t{1} << 24;
 
 constexpr std::string_view kForms[] = {
-    "[--output FILE] [--calls N] [--quiet] -- PROGRAM [WORD...]",
-    "--read FILE",
+    "[--output FILE] [--calls N] [--only CALLS] [--stuck TIME] [--json | --quiet] -- PROGRAM "
+    "[WORD...]",
+    "--read FILE [--json]",
 };
+
+// An option of the layer's own table.
+constexpr Option FromSetting(const LayerSetting& setting) {
+  return {setting.name, 0, setting.takes, setting.help};
+}
 
 constexpr Option kOptions[] = {
     {"output", 'o', "FILE",
      "Where the trace goes, vorn.vtrace without it. Further processes that made calls leave theirs "
      "beside it, with their process id behind the name."},
-    {"calls", 0, "N",
-     "Make room for N calls, 131072 without it; a call takes 128 bytes. Later ones are counted."},
+    FromSetting(trace::kTraceSettings[trace::kCallsSetting]),
+    FromSetting(trace::kTraceSettings[trace::kOnlySetting]),
+    {"settings", 0, "FILE",
+     "Take settings that are no options here from lines such as trace.calls = 1000; "
+     "VORN_TRACE_CALLS "
+     "in the environment comes before it. What is in force stands in the trace."},
+    {"stuck", 0, "TIME",
+     "Tell, while it runs, of each call that has been inside for this long: 10s, 500ms."},
+    {"json", 0, "", "Report as JSON, a line a process: docs/schema/trace.json."},
     {"quiet", 'q', "", "Print no report."},
     {"read", 0, "FILE", "Run nothing; report on this trace, also of a process that runs still."},
 };
@@ -49,9 +71,44 @@ constexpr Verb kTrace{
     .runsProgram = true,
 };
 
-std::string ReportOn(const std::string& path) {
-  return TraceReport(
-      ParseTrace(ReadWholeFile(path, "the trace", ExitStatus::kInput, kMostTraceBytes)));
+std::string ReportOn(const std::string& path, bool asJson) {
+  const TraceFile file =
+      ParseTrace(ReadWholeFile(path, "the trace", ExitStatus::kInput, kMostTraceBytes));
+  return asJson ? TraceJson(file, path) : TraceReport(file);
+}
+
+void PrintReports(const std::vector<std::string>& files, bool asJson) {
+  if (files.empty() && !asJson) std::fputs("vorn trace: the program made no call\n", stderr);
+  for (const std::string& file : files) {
+    const std::string report = ReportOn(file, asJson);
+    if (asJson) {
+      std::fputs(report.c_str(), stderr);
+    } else {
+      std::fprintf(stderr, "\n%strace    %s\n", report.c_str(), file.c_str());
+    }
+  }
+}
+
+// What the layer finds in its environment besides what RunUnderTrace puts there.
+void SetForLayer(const Arguments& arguments) {
+  if (const auto calls = arguments.Get("only")) setenv("VORN_TRACE_ONLY", calls->c_str(), 1);
+  if (const auto file = arguments.Get("settings")) {
+    (void)ReadWholeFile(*file, "the settings", ExitStatus::kUsage, kMostSettingsBytes);
+    // Processes of the program may have another folder.
+    const std::unique_ptr<char, void (*)(void*)> path(realpath(file->c_str(), nullptr), std::free);
+    setenv(kSettingsVariable, path == nullptr ? file->c_str() : path.get(), 1);
+  }
+}
+
+std::optional<uint64_t> StuckNs(const Arguments& arguments) {
+  const auto text = arguments.Get("stuck");
+  if (!text) return std::nullopt;
+  const auto time = DurationNs(*text);
+  constexpr double kMost = 1e18;
+  if (time && *time > 0 && *time < kMost) return static_cast<uint64_t>(*time);
+  throw Fault(ExitStatus::kUsage,
+              "--stuck takes a time with its unit, such as 10s or 500ms, and got '" +
+                  Printable(*text) + "'");
 }
 
 ExitStatus Trace(const Arguments& arguments) {
@@ -60,7 +117,7 @@ ExitStatus Trace(const Arguments& arguments) {
       throw Fault(ExitStatus::kUsage,
                   "--read reads a trace and runs nothing; leave out the program");
     }
-    const std::string report = ReportOn(*path);
+    const std::string report = ReportOn(*path, arguments.Has("json"));
     std::fwrite(report.data(), 1, report.size(), stdout);
     return ExitStatus::kDone;
   }
@@ -76,17 +133,17 @@ ExitStatus Trace(const Arguments& arguments) {
   if (request.output.empty()) throw Fault(ExitStatus::kUsage, "--output names no file");
   if (arguments.Has("calls")) request.calls = arguments.GetNumber("calls", 0, 1, kMostCalls);
 
+  const auto stuckNs = StuckNs(arguments);
+  SetForLayer(arguments);
+
+  std::optional<Watchdog> watchdog;
+  if (stuckNs) watchdog.emplace(request.output, *stuckNs);
   const TraceOutcome outcome = RunUnderTrace(request);
+  watchdog.reset();
   if (!outcome.reason.empty()) {
     throw Fault(ExitStatus::kRuntime, outcome.reason);
   }
-  if (!arguments.Has("quiet")) {
-    if (outcome.files.empty()) std::fputs("vorn trace: the program made no call\n", stderr);
-    for (const std::string& file : outcome.files) {
-      std::fprintf(stderr, "\n%s", ReportOn(file).c_str());
-      std::fprintf(stderr, "trace    %s\n", file.c_str());
-    }
-  }
+  if (!arguments.Has("quiet")) PrintReports(outcome.files, arguments.Has("json"));
   return ExitStatus{outcome.status};
 }
 

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <csignal>
 #include <filesystem>
+#include <regex>
+#include <thread>
 
 #include "support/command.h"
 #include "support/files.h"
@@ -79,6 +83,63 @@ TEST_F(Trace, ReadsATraceAnew) {
   command.arguments.push_back("program");
   EXPECT_EQ(RunCommand(command).err,
             "vorn trace: --read reads a trace and runs nothing; leave out the program\n");
+}
+
+TEST_F(Trace, ReportsAsJson) {
+  stage_.launcher = {VORN_COMMAND, "trace", "--json", "-o", Path("run.vtrace"), "--"};
+  const support::Transcript traced = stage_.Run();
+  EXPECT_EQ(traced.status, 0);
+  EXPECT_THAT(traced.err, StartsWith("{\"schema\":1,\"trace\":\"" + Path("run.vtrace")));
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.arguments = {"trace", "--json", "--read", Path("run.vtrace")};
+  EXPECT_EQ(RunCommand(command).out, traced.err);
+}
+
+TEST_F(Trace, TakesSettingsFromOptionsAndAFile) {
+  support::WriteFile(Path("settings"), "trace.calls = 3\n");
+  stage_.launcher = {VORN_COMMAND,     "trace", "--only",           "vorn_rt_*", "--settings",
+                     Path("settings"), "-o",    Path("run.vtrace"), "--"};
+  const support::Transcript traced = stage_.Run();
+  EXPECT_EQ(traced.status, 0) << traced.Describe();
+  EXPECT_THAT(traced.err,
+              HasSubstr(" calls are not in the trace: the setting 'only' left them out\n"));
+  EXPECT_THAT(traced.err, HasSubstr(" later calls are not in the trace: there was no room"));
+  EXPECT_EQ(std::filesystem::file_size(Path("run.vtrace")), 8192U + 3 * 128);
+  EXPECT_THAT(support::ReadFile(Path("run.vtrace")), HasSubstr("\ncalls=3\nonly=vorn_rt_*\n"));
+  EXPECT_EQ(Run({"--settings", "/no/file", "true"}).status, 125);
+  EXPECT_THAT(Run({"--only", "vorn_exec", "true"}).err,
+              StartsWith("vorn-layer: VORN_TRACE_ONLY: there is no operation of this name: "));
+}
+
+TEST_F(Trace, NamesTheCallThatHangsWhileItHangs) {
+  stage_.script.Line("pause vorn_mdl_execute 60000");
+  stage_.launcher = {
+      "/bin/sh", "-c", "exec \"$@\" 2> \"$0\"", Path("said"), VORN_COMMAND, "trace", "--stuck",
+      "50ms",    "-o", Path("run.vtrace"),      "--"};
+  std::optional<int> status;
+  std::thread run([&] { status = stage_.Run().status; });
+  std::string said;
+  const std::regex line(
+      "vorn trace: thread ([0-9]+) of process ([0-9]+) has been inside call [0-9]+, "
+      "vorn_mdl_execute, for [0-9.]+ s\n");
+  std::smatch found;
+  while (!std::regex_search(said, found, line)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (std::filesystem::exists(Path("said"))) said = support::ReadFile(Path("said"));
+  }
+  kill(std::stoi(found[2]), SIGTERM);
+  run.join();
+  EXPECT_EQ(status, 128 + SIGTERM);
+  EXPECT_EQ(found[1], found[2]);  // the program has one thread
+}
+
+TEST_F(Trace, RefusesATimeThatIsNone) {
+  for (const char* time : {"10", "0s", "-1s", "soon"}) {
+    EXPECT_EQ(Run({"--stuck", time, "true"}).err,
+              "vorn trace: --stuck takes a time with its unit, such as 10s or 500ms, and got '" +
+                  std::string(time) + "'\n");
+  }
 }
 
 TEST_F(Trace, EndsAsTheProgramDoes) {
