@@ -4,7 +4,6 @@
 // time.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <iterator>
 #include <optional>
 #include <random>
@@ -154,6 +153,6 @@ extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t max
   for (auto changes = 1 + random() % 3; changes > 0; --changes) MutateOnce(*fields, random);
   const std::string image = Write(*fields);
   if (image.size() > maxSize) return LLVMFuzzerMutate(data, size, maxSize);
-  std::memcpy(data, image.data(), image.size());
+  std::copy(image.begin(), image.end(), data);
   return image.size();
 }

@@ -28,7 +28,7 @@ class FileIdentityTest : public testing::Test {
   }
 
   std::string FaultOfPath(const std::string& path) const {
-    const std::string identified =
+    std::string identified =
         FaultOf([&] { (void)IdentifyFile(path, "the list", ExitStatus::kInput); });
     const std::string read =
         FaultOf([&] { (void)ReadWholeFile(path, "the list", ExitStatus::kInput, 10); });

@@ -242,8 +242,8 @@ TEST_F(Inspect, RefusesAnotherLog) {
 // ---- On the host runtime ------------------------------------------------------------------------
 
 TEST_F(Inspect, AsksTheRuntimeThatVornRunWouldGet) {
-  const Outcome ended = Run({"-m", VORN_SOURCE_FOLDER "/examples/digits/digits.onnx", "-j",
-                             VORN_SOURCE_FOLDER "/examples/digits/host.json", "--json"});
+  const std::string digits = VORN_SOURCE_FOLDER "/examples/digits/";
+  const Outcome ended = Run({"-m", digits + "digits.onnx", "-j", digits + "host.json", "--json"});
   ASSERT_EQ(ended.status, 0) << ended.Describe();
   const Json model = Json::parse(ended.out);
   EXPECT_TRUE(
