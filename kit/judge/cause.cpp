@@ -73,24 +73,44 @@ struct LevelCounts {
 
 }  // namespace
 
-std::optional<Evidence> Weigh(const CauseQuestion& question, const Likeness& likeness,
-                              const std::function<std::optional<Told>(uint64_t element)>& told) {
-  const uint64_t count = question.actual.size();
+Scales::Scales(const CauseQuestion& question) : question_(question), likeness_(question.expected) {
+  std::vector<uint64_t> all;
+  for (uint64_t element = 0; element < question.actual.size(); ++element) {
+    if (likeness_.LevelOf(question.actual[element], question.expected[element]) > 0) {
+      all.push_back(element);
+    }
+  }
+  // The quotient of two whole numbers does not fall into step with rows.
+  const size_t some = std::min(all.size(), kQuick);
+  for (size_t i = 0; i < some; ++i) differing_.push_back(all[i * all.size() / some]);
+}
+
+std::optional<Evidence> Scales::Weigh(
+    const Likeness& likeness,
+    const std::function<std::optional<Told>(uint64_t element)>& told) const {
   const auto look = [&](uint64_t element, LevelCounts& counts) {
     const auto pair = told(element);
     if (!pair) return;
     ++counts.told;
     ++counts.supposed[likeness.LevelOf(pair->is, pair->should)];
-    ++counts.plain[likeness.LevelOf(question.actual[element], question.expected[element])];
+    ++counts.plain[likeness.LevelOf(question_.actual[element], question_.expected[element])];
   };
+  // Most suppositions fall here: what differs is what they have to explain.
+  constexpr double kLeastQuickly = 0.75;
   LevelCounts quick;
-  const uint64_t step = std::max<uint64_t>(count / kQuick, 1);
-  // Odd steps do not fall into step with rows.
-  for (uint64_t element = 0; element < count; element += step | 1U) look(element, quick);
-  const uint64_t alike = LevelCounts::UpTo(quick.supposed, kLevels - 1);
-  if (static_cast<double>(alike) < 0.9 * static_cast<double>(quick.told)) return std::nullopt;
+  for (const uint64_t element : differing_) look(element, quick);
+  bool isLikely = false;
+  for (size_t level = 0; level < kLevels; ++level) {
+    const uint64_t supposed = LevelCounts::UpTo(quick.supposed, level);
+    const uint64_t plain = LevelCounts::UpTo(quick.plain, level);
+    isLikely = isLikely ||
+               (supposed > plain && static_cast<double>(supposed - plain) >
+                                        kLeastQuickly * static_cast<double>(quick.told - plain));
+  }
+  if (!isLikely) return std::nullopt;
 
   LevelCounts counts;
+  const uint64_t count = question_.actual.size();
   for (uint64_t element = 0; element < count; ++element) look(element, counts);
   const auto known = static_cast<double>(counts.told);
   if (known < kLeastTold * static_cast<double>(count) || counts.told < 2) return std::nullopt;
@@ -107,7 +127,9 @@ std::optional<Evidence> Weigh(const CauseQuestion& question, const Likeness& lik
 }
 
 Cause MakeCause(const char* id, std::string text, const Evidence& evidence) {
-  return {id, std::move(text), evidence.explained * kLevelRows[evidence.level].certainty};
+  // Of two that explain the same, the one that knows of more elements.
+  const double known = 0.95 + 0.05 * evidence.told;
+  return {id, std::move(text), evidence.explained * kLevelRows[evidence.level].certainty * known};
 }
 
 std::vector<Cause> FindCauses(const CauseQuestion& question) {
@@ -116,10 +138,9 @@ std::vector<Cause> FindCauses(const CauseQuestion& question) {
   if (question.actual.size() < 2) return causes;
   FindRounding(question, causes);
   if (causes.empty()) {
-    std::vector<float> both(question.expected.begin(), question.expected.end());
-    const Likeness likeness(both);
-    FindOrderCauses(question, likeness, causes);
-    FindValueCauses(question, likeness, causes);
+    const Scales scales(question);
+    FindOrderCauses(question, scales, causes);
+    FindValueCauses(question, scales, causes);
   }
   // Of causes that explain as much the one that was found first is the more specific.
   std::stable_sort(causes.begin(), causes.end(), [](const Cause& a, const Cause& b) {

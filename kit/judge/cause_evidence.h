@@ -52,19 +52,32 @@ struct Told {
   float should = 0;
 };
 
-/// `told` gives the pair of an element, or nothing where it does not know. Empty where the
-/// supposition is not to be believed.
-[[nodiscard]] std::optional<Evidence> Weigh(
-    const CauseQuestion& question, const Likeness& likeness,
-    const std::function<std::optional<Told>(uint64_t element)>& told);
+/// Weighs suppositions about one question.
+class Scales {
+ public:
+  explicit Scales(const CauseQuestion& question);
+
+  [[nodiscard]] const Likeness& Usual() const { return likeness_; }
+
+  /// `told` gives the pair of an element, or nothing where it does not know. Empty where the
+  /// supposition is not to be believed.
+  [[nodiscard]] std::optional<Evidence> Weigh(
+      const Likeness& likeness,
+      const std::function<std::optional<Told>(uint64_t element)>& told) const;
+
+ private:
+  const CauseQuestion& question_;
+  Likeness likeness_;
+  std::vector<uint64_t> differing_;  ///< some of the elements that are not as expected, by place
+};
 
 /// A cause of this evidence.
 [[nodiscard]] Cause MakeCause(const char* id, std::string text, const Evidence& evidence);
 
 /// The detectors of one kind each; they append what they find.
-void FindOrderCauses(const CauseQuestion& question, const Likeness& likeness,
+void FindOrderCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes);
-void FindValueCauses(const CauseQuestion& question, const Likeness& likeness,
+void FindValueCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes);
 void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes);
 

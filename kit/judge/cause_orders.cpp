@@ -15,8 +15,12 @@ using PlaceOf = std::function<uint64_t(uint64_t element)>;
 
 class OrderFinder {
  public:
-  OrderFinder(const CauseQuestion& question, const Likeness& likeness, std::vector<Cause>& causes)
-      : question_(question), likeness_(likeness), causes_(causes), count_(question.actual.size()) {
+  OrderFinder(const CauseQuestion& question, const Scales& scales, std::vector<Cause>& causes)
+      : question_(question),
+        scales_(scales),
+        likeness_(scales.Usual()),
+        causes_(causes),
+        count_(question.actual.size()) {
     for (const uint64_t size : question.shape) {
       if (CountElements(question.shape) == count_) shape_.push_back(size);
     }
@@ -35,7 +39,7 @@ class OrderFinder {
  private:
   bool Try(const char* id, const std::string& text, std::span<const float> source,
            const PlaceOf& placeOf) {
-    const auto evidence = Weigh(question_, likeness_, [&](uint64_t element) -> std::optional<Told> {
+    const auto evidence = scales_.Weigh(likeness_, [&](uint64_t element) -> std::optional<Told> {
       const uint64_t place = placeOf(element);
       if (place >= source.size()) return std::nullopt;
       return Told{question_.actual[element], source[place]};
@@ -155,7 +159,8 @@ class OrderFinder {
       stride *= size;
       if (size < 2) continue;
       const bool isChannelFirst = axis - 1 == (shape.size() == 4 || shape.size() == 2 ? 1U : 0U);
-      const bool isChannelLast = axis == shape.size() && size <= kMostColours;
+      const bool isChannelLast = axis == shape.size() && axis > 2 && size <= kMostColours &&
+                                 shape[axis - 2] > kMostColours;
       const auto place = [=](uint64_t element) {
         const uint64_t at = element / step % size;
         return element + (size - 1 - at) * step - at * step;
@@ -184,7 +189,7 @@ class OrderFinder {
               "rows of " + std::to_string(row) + " elements stand " + std::to_string(stride) +
                   " apart: the padding was left in",
               place)) {
-        return;
+        break;
       }
     }
     for (uint64_t stride = 0; stride <= most; ++stride) {
@@ -245,6 +250,7 @@ class OrderFinder {
   }
 
   const CauseQuestion& question_;
+  const Scales& scales_;
   const Likeness& likeness_;
   std::vector<Cause>& causes_;
   uint64_t count_;
@@ -254,9 +260,9 @@ class OrderFinder {
 
 }  // namespace
 
-void FindOrderCauses(const CauseQuestion& question, const Likeness& likeness,
+void FindOrderCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes) {
-  OrderFinder(question, likeness, causes).Find();
+  OrderFinder(question, scales, causes).Find();
 }
 
 }  // namespace vorn::kit

@@ -19,9 +19,10 @@ std::string CountOf(uint64_t count) {
 
 class ValueFinder {
  public:
-  ValueFinder(const CauseQuestion& question, const Likeness& likeness, std::vector<Cause>& causes)
+  ValueFinder(const CauseQuestion& question, const Scales& scales, std::vector<Cause>& causes)
       : question_(question),
-        likeness_(likeness),
+        scales_(scales),
+        likeness_(scales.Usual()),
         causes_(causes),
         actual_(question.actual),
         expected_(question.expected),
@@ -56,7 +57,7 @@ class ValueFinder {
   // What the expectation makes of each element.
   bool TryFunction(const char* id, const std::string& text,
                    const std::function<float(uint64_t)>& valueOf) {
-    const auto evidence = Weigh(question_, likeness_, [&](uint64_t element) {
+    const auto evidence = scales_.Weigh(likeness_, [&](uint64_t element) {
       return std::optional(Told{actual_[element], valueOf(element)});
     });
     if (!evidence) return false;
@@ -70,9 +71,9 @@ class ValueFinder {
     for (uint64_t i = 1; i < count_; ++i) {
       if (!IsSame(actual_[i], actual_[0])) return false;
     }
-    uint64_t same = 0;
-    for (uint64_t i = 0; i < count_; ++i) same += IsSame(expected_[i], actual_[0]) ? 1 : 0;
-    if (same * 2 > count_) return false;
+    uint64_t other = 0;
+    for (uint64_t i = 0; i < count_; ++i) other += AreAlike(i) ? 0 : 1;
+    if (other < 2) return false;
     Add("constant", "every element is " + NumberText(static_cast<double>(actual_[0])), 1);
     return true;
   }
@@ -92,22 +93,18 @@ class ValueFinder {
            likeness_.LevelOf(actual_[staleFrom - 1], question_.before[staleFrom - 1]) == 0) {
       --staleFrom;
     }
-    if (staleFrom > 0 && IsUnwrittenFrom(staleFrom)) {
-      AddTail(staleFrom, "they are those of the sample before");
-    }
+    if (IsUnwrittenFrom(staleFrom)) AddTail(staleFrom, "they are those of the sample before");
   }
 
-  // Whether elements are right before a place, and wrong for the most part behind it.
+  // Whether elements are right before a place, and some behind it are not. What stands behind it is
+  // known to be nothing that was written.
   bool IsUnwrittenFrom(uint64_t place) const {
-    const uint64_t tail = count_ - place;
-    if (place == 0 || tail < 2) return false;
+    if (place == 0) return false;
     uint64_t rightBefore = 0;
-    uint64_t sameBehind = 0;
+    uint64_t wrongBehind = 0;
     for (uint64_t i = 0; i < place; ++i) rightBefore += AreAlike(i) ? 1 : 0;
-    for (uint64_t i = place; i < count_; ++i) {
-      sameBehind += likeness_.LevelOf(actual_[i], expected_[i]) == 0 ? 1 : 0;
-    }
-    return rightBefore * 100 >= place * 99 && sameBehind * 2 <= tail && tail - sameBehind >= 2;
+    for (uint64_t i = place; i < count_; ++i) wrongBehind += AreAlike(i) ? 0 : 1;
+    return rightBefore * 100 >= place * 99 && wrongBehind >= 2;
   }
 
   void AddTail(uint64_t place, const std::string& what) {
@@ -187,13 +184,16 @@ class ValueFinder {
     return static_cast<double>(actual_[i]) - static_cast<double>(expected_[i]);
   }
 
-  // Whether all actual values are multiples of a step.
+  // Whether all actual values are multiples of a step, and a few of them not 0.
   bool AreWhole(double step) const {
+    constexpr uint64_t kFewest = 3;
+    uint64_t some = 0;
     for (const float value : actual_) {
       const double steps = static_cast<double>(value) / step;
       if (std::abs(steps - std::nearbyint(steps)) > 0.01) return false;
+      some += std::abs(steps) > 0.5 ? 1 : 0;
     }
-    return true;
+    return some >= kFewest;
   }
 
   // ---- Functions of the value -------------------------------------------------------------------
@@ -257,7 +257,7 @@ class ValueFinder {
   bool TryLine(double scale, double offset) {
     if (scale == 0 || !std::isfinite(scale)) return false;
     const Likeness likeness(actual_);  // in proportion to what is there: it may be much larger
-    const auto evidence = Weigh(question_, likeness, [&](uint64_t i) {
+    const auto evidence = scales_.Weigh(likeness, [&](uint64_t i) {
       const double value = scale * static_cast<double>(expected_[i]) + offset;
       return std::optional(Told{actual_[i], static_cast<float>(value)});
     });
@@ -332,7 +332,7 @@ class ValueFinder {
                   std::span<const float> other, bool isTwice) {
     // Library functions differ in their last bits, sums in more of them: not nearly the same bits.
     const Likeness likeness(other);
-    const auto evidence = Weigh(question_, likeness, [&](uint64_t i) {
+    const auto evidence = scales_.Weigh(likeness, [&](uint64_t i) {
       return std::optional(Told{applied[i], other[i]});
     });
     if (!evidence) return false;
@@ -347,11 +347,13 @@ class ValueFinder {
     constexpr uint64_t kFewest = 8;
     if (count_ < kFewest) return;
     uint64_t alike = 0;
+    uint64_t zeros = 0;
     for (uint64_t i = 0; i < count_; ++i) {
       if (!std::isfinite(actual_[i]) || !std::isfinite(expected_[i])) return;
       alike += AreAlike(i) ? 1 : 0;
+      zeros += actual_[i] == 0 && expected_[i] == 0 ? 1 : 0;
     }
-    if (alike * 2 > count_) return;
+    if ((alike - zeros) * 2 > count_ - zeros) return;
     std::vector<uint32_t> order(count_);
     std::iota(order.begin(), order.end(), 0U);
     std::sort(order.begin(), order.end(),
@@ -373,27 +375,82 @@ class ValueFinder {
 
   // ---- Few elements -----------------------------------------------------------------------------
 
+  // A few differences that tower above all others, in size and in proportion to the value.
   void FindIsolated() {
-    uint64_t wrong = 0;
+    const uint64_t most = std::max<uint64_t>(count_ / 100, 1);
+    constexpr uint64_t kFewest = 8;
+    if (count_ < kFewest) return;
+    std::vector<uint64_t> wrong;  // elements whose relative difference is one of the greatest
+    double rest = 0;              // the greatest relative difference of all others
+    CollectGreatest(most, wrong, rest);
+    while (!wrong.empty() && !Towers(wrong.back(), rest)) {
+      rest = std::max(rest, RelativeDifference(wrong.back()));
+      wrong.pop_back();
+    }
+    if (wrong.empty() || wrong.size() > most || !TowerInSize(wrong)) return;
     uint64_t oneBit = 0;
-    uint64_t first = 0;
-    for (uint64_t i = 0; i < count_; ++i) {
-      if (AreAlike(i)) continue;
-      if (wrong++ == 0) first = i;
+    for (const uint64_t i : wrong) {
       oneBit += std::popcount(std::bit_cast<uint32_t>(actual_[i]) ^
                               std::bit_cast<uint32_t>(expected_[i])) == 1
                     ? 1
                     : 0;
     }
-    const bool isFew = wrong * 100 <= count_ || (wrong <= 1 && count_ >= 8);
-    if (wrong == 0 || !isFew) return;
-    std::string text = CountOf(wrong) + (wrong == 1 ? " is" : " are") + " wrong, the first at " +
-                       std::to_string(first) + ", and all others right";
-    if (oneBit == wrong) text += "; a single bit differs";
-    Add("isolated", text, 0.95);
+    const uint64_t first = *std::min_element(wrong.begin(), wrong.end());
+    std::string text = CountOf(wrong.size()) + (wrong.size() == 1 ? " is" : " are") +
+                       " wrong, the first at " + std::to_string(first) +
+                       ", and all others as expected or nearly so";
+    if (oneBit == wrong.size()) text += "; a single bit differs";
+    Add("isolated", text, 0.9);
+  }
+
+  double RelativeDifference(uint64_t i) const {
+    if (IsSame(actual_[i], expected_[i])) return 0;
+    const double difference = std::abs(Difference(i));
+    if (!std::isfinite(difference)) return std::numeric_limits<double>::infinity();
+    const double size = std::max(std::abs(static_cast<double>(actual_[i])),
+                                 std::abs(static_cast<double>(expected_[i])));
+    return difference / size;
+  }
+
+  // The `most` elements of the greatest relative differences, the greatest first, and what the next
+  // one has.
+  void CollectGreatest(uint64_t most, std::vector<uint64_t>& greatest, double& next) const {
+    std::vector<std::pair<double, uint64_t>> sorted;
+    for (uint64_t i = 0; i < count_; ++i) {
+      const double difference = RelativeDifference(i);
+      if (difference > 0) sorted.emplace_back(difference, i);
+    }
+    const size_t kept = std::min<size_t>(sorted.size(), most + 1);
+    std::partial_sort(sorted.begin(), sorted.begin() + static_cast<std::ptrdiff_t>(kept),
+                      sorted.end(), std::greater<>());
+    for (size_t i = 0; i < std::min<size_t>(kept, most); ++i) greatest.push_back(sorted[i].second);
+    if (kept > most) next = sorted[most].first;
+  }
+
+  bool Towers(uint64_t element, double rest) const {
+    constexpr double kTimes = 8;
+    constexpr double kLeast = 0.005;
+    const double own = RelativeDifference(element);
+    return own >= kLeast && own >= kTimes * rest;
+  }
+
+  bool TowerInSize(const std::vector<uint64_t>& wrong) const {
+    constexpr double kTimes = 2;
+    double least = std::numeric_limits<double>::infinity();
+    for (const uint64_t i : wrong) {
+      const double difference = std::abs(Difference(i));
+      if (std::isfinite(difference)) least = std::min(least, difference);
+    }
+    double rest = 0;
+    for (uint64_t i = 0; i < count_; ++i) {
+      if (std::find(wrong.begin(), wrong.end(), i) != wrong.end()) continue;
+      if (!IsSame(actual_[i], expected_[i])) rest = std::max(rest, std::abs(Difference(i)));
+    }
+    return least >= kTimes * rest;
   }
 
   const CauseQuestion& question_;
+  const Scales& scales_;
   const Likeness& likeness_;
   std::vector<Cause>& causes_;
   std::span<const float> actual_;
@@ -433,15 +490,18 @@ Shares SharesOf(const CauseQuestion& question, float (*round)(float), double ste
   return {share(0), share(1), share(2), share(3)};
 }
 
-bool FindFloatRounding(const CauseQuestion& question, const char* id, const std::string& name,
-                       float (*round)(float), double step, std::vector<Cause>& causes) {
-  const Shares shares = SharesOf(question, round, step);
-  if (shares.expected > 0.7 || shares.near < 0.95) return false;
-  if (shares.rounded >= 0.99) {
-    causes.push_back({id, "the values are the expected ones rounded to " + name, shares.rounded});
-    return true;
-  }
-  if (shares.actual < 0.999) return false;
+bool IsRoundedTo(const char* id, const std::string& name, const Shares& shares,
+                 std::vector<Cause>& causes) {
+  constexpr double kMostBefore = 0.7;
+  if (shares.expected > kMostBefore || shares.rounded < 0.99) return false;
+  causes.push_back({id, "the values are the expected ones rounded to " + name, shares.rounded});
+  return true;
+}
+
+bool HasPrecisionOf(const char* id, const std::string& name, const Shares& shares,
+                    std::vector<Cause>& causes) {
+  constexpr double kMostBefore = 0.7;
+  if (shares.expected > kMostBefore || shares.near < 0.95 || shares.actual < 0.999) return false;
   causes.push_back({id, "the values have the precision of " + name + ", and differ by its steps",
                     0.9 * shares.near});
   return true;
@@ -458,17 +518,22 @@ double StepOf(std::span<const float> values) {
     if (levels.size() == kMostLevels) return 0;
     levels.insert(at, value);
   }
-  constexpr size_t kFewest = 3;
+  constexpr size_t kFewest = 4;
   if (levels.size() < kFewest) return 0;
   double gap = std::numeric_limits<double>::infinity();
   for (size_t i = 1; i < levels.size(); ++i) {
     gap = std::min(gap, static_cast<double>(levels[i]) - static_cast<double>(levels[i - 1]));
   }
   const double reach = static_cast<double>(levels.back()) - static_cast<double>(levels.front());
+  const auto farthest = std::max(std::abs(static_cast<double>(levels.front())),
+                                 std::abs(static_cast<double>(levels.back())));
   // Neighbours need not be among the values.
-  for (int part = 1; part <= 4; ++part) {
-    const double step = gap / part;
-    if (reach / step > static_cast<double>(kMostLevels)) return 0;
+  constexpr int kMostParts = 8;
+  for (int part = 1; part <= kMostParts; ++part) {
+    // The difference of two rounded values is off by more than the greatest of them is.
+    const double rough = gap / part;
+    if (reach / rough > static_cast<double>(kMostLevels)) return 0;
+    const double step = farthest / std::nearbyint(farthest / rough);
     const bool areMultiples = std::all_of(levels.begin(), levels.end(), [&](float level) {
       const double steps = static_cast<double>(level) / step;
       return std::abs(steps - std::nearbyint(steps)) < 1e-3;
@@ -500,23 +565,25 @@ void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) 
 
 }  // namespace
 
-void FindValueCauses(const CauseQuestion& question, const Likeness& likeness,
+void FindValueCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes) {
-  ValueFinder(question, likeness, causes).Find();
+  ValueFinder(question, scales, causes).Find();
 }
 
 void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
   constexpr double kStepsBfloat16 = 0x1p-6;  // a few of them
   constexpr double kStepsFloat16 = 0x1p-9;
-  if (FindFloatRounding(question, "rounded-bfloat16", "bfloat16", RoundedToBfloat16, kStepsBfloat16,
-                        causes)) {
-    return;
-  }
-  if (FindFloatRounding(question, "rounded-float16", "float16", RoundedToFloat16, kStepsFloat16,
-                        causes)) {
+  const Shares brain = SharesOf(question, RoundedToBfloat16, kStepsBfloat16);
+  const Shares half = SharesOf(question, RoundedToFloat16, kStepsFloat16);
+  if (IsRoundedTo("rounded-bfloat16", "bfloat16", brain, causes) ||
+      IsRoundedTo("rounded-float16", "float16", half, causes)) {
     return;
   }
   FindIntRounding(question, causes);
+  if (!causes.empty()) return;
+  // Few bits of bfloat16 are few of float16, too.
+  if (HasPrecisionOf("rounded-bfloat16", "bfloat16", brain, causes)) return;
+  HasPrecisionOf("rounded-float16", "float16", half, causes);
 }
 
 }  // namespace vorn::kit
