@@ -21,6 +21,7 @@ namespace {
 constexpr size_t kBlock = 32 * 1024;
 constexpr size_t kMostCauses = 3;  // samples an output
 constexpr uint64_t kMostCauseElements = 1 << 24;
+constexpr uint64_t kMostLabelledElements = 1 << 26;
 constexpr size_t kPrintSize = 32;  // values that tell an output from others
 
 struct SamplePair {
@@ -238,6 +239,7 @@ struct OutputState {
   OutputVerdict verdict;
   std::map<uint64_t, Print> prints;  ///< of what is expected, by sample
   std::vector<uint64_t> wrongSamples;
+  std::optional<LabelJudge> labels;
 };
 
 class Judging {
@@ -257,6 +259,11 @@ class Judging {
     }
     for (const std::string& name : order_) {
       OutputState& state = states_.at(name);
+      if (state.labels) {
+        for (const Accuracy& accuracy : state.labels->Result(name)) {
+          verdict_.accuracy.push_back(accuracy);
+        }
+      }
       FindCausesOf(state);
       verdict_.outputs.push_back(std::move(state.verdict));
     }
@@ -273,6 +280,17 @@ class Judging {
       if (!names.empty()) break;
     }
     if (names.empty()) return;
+    for (const OutputLabels& labels : request_.labels) {
+      if (labels.output.empty() && names.size() == 1) continue;
+      const std::string name = SpelledAsDump(labels.output);
+      if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+      throw Fault(ExitStatus::kInput,
+                  labels.output.empty()
+                      ? "the labels are a list of classes, and the samples have several outputs; "
+                        "say which one in a labels file of JSON"
+                      : "the labels name the output '" + Printable(labels.output) +
+                            "', and there is none" + DidYouMean(name, names));
+    }
     for (const MappedOutput& mapped : request_.map.outputs) {
       const std::string name = SpelledAsDump(mapped.actual.name);
       if (std::find(names.begin(), names.end(), name) != names.end()) continue;
@@ -287,6 +305,11 @@ class Judging {
     if (isNew) {
       order_.push_back(name);
       at->second.verdict.name = name;
+      for (const OutputLabels& labels : request_.labels) {
+        if (labels.output.empty() || SpelledAsDump(labels.output) == name) {
+          at->second.labels.emplace(labels);
+        }
+      }
     }
     return at->second;
   }
@@ -386,6 +409,17 @@ class Judging {
       done += got;
     }
     Note(sample, taker, top.Result(), state);
+    if (state.labels) TakeLabels(sample, actual, expected, shape, *state.labels);
+  }
+
+  // Once more, whole: outputs that have labels are small.
+  static void TakeLabels(uint64_t sample, const ReadableTensor& actual,
+                         const ReadableTensor& expected, const Shape& shape, LabelJudge& labels) {
+    TensorReader actualReader = actual.Read();
+    TensorReader expectedReader = expected.Read();
+    labels.Take(sample, shape.size() < 2 ? 1 : shape.front(),
+                ReadAll(actualReader, kMostLabelledElements),
+                ReadAll(expectedReader, kMostLabelledElements));
   }
 
   // The places of a print lie in the middles of equal parts.

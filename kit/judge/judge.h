@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "kit/judge/labels.h"
 #include "kit/judge/map.h"
 #include "kit/judge/rules.h"
 #include "kit/judge/tensor_source.h"
@@ -18,6 +19,7 @@ struct JudgeRequest {
   TensorSource expected;
   Map map;
   Rules rules;
+  std::vector<OutputLabels> labels;
   size_t worst = 5;                 ///< elements shown an output
   std::optional<std::string> only;  ///< a glob: outputs of other names are left out
 };

@@ -37,6 +37,10 @@ constexpr Option kOptions[] = {
     {"exact", 0, "", "Every element has to be equal."},
     {"atol", 0, "A", "With --rtol the tolerance |a - r| <= A + R*|r| for all outputs."},
     {"rtol", 0, "R", "See --atol. What is left out is 0."},
+    {"labels", 0, "FILE",
+     "What is really to be seen: the number of a class a line, or JSON with classes, masks or "
+     "boxes. "
+     "Tells how often each side names it, and the difference."},
     {"only", 0, "GLOB", "Judge outputs of such names alone."},
     {"worst", 0, "N", "Show the N worst elements of each output; 5 without."},
     {"output", 'o', "FOLDER",
@@ -125,6 +129,13 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   if (const auto path = arguments.Get("map")) {
     request.map = ParseMap(ReadWholeFile(*path, "the map", ExitStatus::kInput, kMostTextBytes),
                            "the map '" + Printable(*path) + "'");
+  }
+  if (const auto path = arguments.Get("labels")) {
+    const size_t slash = path->rfind('/');
+    request.labels =
+        ParseLabels(ReadWholeFile(*path, "the labels", ExitStatus::kInput, kMostTextBytes),
+                    "the labels '" + Printable(*path) + "'",
+                    slash == std::string::npos ? "." : path->substr(0, slash));
   }
   request.worst = arguments.GetNumber("worst", kShownWorst, 0, kMostWorst);
   request.only = arguments.Get("only");

@@ -126,6 +126,17 @@ TEST_F(JudgeVerb, WritesTheVerdictIntoARun) {
   EXPECT_EQ(support::ReadTree(Path("expected")).size(), 1U);
 }
 
+TEST_F(JudgeVerb, ComparesBothSidesWithLabels) {
+  support::WriteFile(Path("labels.txt"), "1\n");
+  EXPECT_THAT(Judge({"--labels", "labels.txt"}).out,
+              HasSubstr("prob, top 1: 1, expected side 1, difference 0\n"));
+  support::WriteFile(Path("labels.txt"), R"({"schema": 1, "outputs": [
+      {"output": "prov", "classes": [1]}]})");
+  const Outcome refused = Judge({"--labels", "labels.txt"});
+  EXPECT_EQ(refused.status, 3);
+  EXPECT_THAT(refused.err, HasSubstr("'prov', and there is none; did you mean 'prob'?"));
+}
+
 TEST_F(JudgeVerb, PrintsJson) {
   const Outcome ended = Judge({"--json"});
   EXPECT_THAT(ended.out, testing::StartsWith("{\n  \"schema\": 1,\n  \"status\": 0,"));
