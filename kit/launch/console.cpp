@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,8 +29,8 @@ std::string ProgressText(const Progress& progress) {
   const double seconds = static_cast<double>(progress.elapsed.count()) / kMilli;
   if (progress.doneHere > 0 && seconds > 0) {
     const double each = seconds / static_cast<double>(progress.doneHere);
-    const auto left = static_cast<uint64_t>(
-        each * static_cast<double>(progress.all - std::min(progress.done, progress.all)) + 0.5);
+    const auto left = static_cast<uint64_t>(std::llround(
+        each * static_cast<double>(progress.all - std::min(progress.done, progress.all))));
     std::array<char, 96> more{};
     std::snprintf(more.data(), more.size(), ", %.1f/s, %llu:%02llu left", 1 / each,
                   static_cast<unsigned long long>(left / kMinute),

@@ -47,7 +47,7 @@ class ListWriter {
     for (const uint64_t index : job_.indices) {
       for (const ListedInput& input : plan_.InputsOf(index)) text += Line(input) + "\n";
     }
-    const std::string path = job_.folder + "/list.txt";
+    std::string path = job_.folder + "/list.txt";
     WriteWholeFile(path, text);
     return path;
   }
@@ -64,7 +64,7 @@ class ListWriter {
   // A ':' would make a name of what stands before it.
   std::string Link(const std::string& target) {
     if (links_ == 0) MakeFolders(job_.folder + "/links");
-    const std::string name = "links/" + std::to_string(links_++);
+    std::string name = "links/" + std::to_string(links_++);
     if (symlink(target.c_str(), (job_.folder + "/" + name).c_str()) != 0) {
       throw Fault(ExitStatus::kLimit,
                   "cannot make a link in '" + Printable(job_.folder) + "': " + SystemReason(errno));

@@ -154,7 +154,8 @@ class Launcher {
   // ---- Chunks and jobs --------------------------------------------------------------------------
 
   void RunChunks() {
-    if (!plan_.isModelKnown) {
+    // Where nothing is known to do, the program decides what it does with the list.
+    if (plan_.inferences == 0) {
       RunPart(0, {});
       return;
     }
@@ -176,7 +177,8 @@ class Launcher {
             .log = folder_.Path(kLogFile),
             .errors = folder_.Path(kErrorsFile),
             .deadline = deadline_};
-    job.takesWholeList = !request_.chunk && job.indices.size() == plan_.inferences;
+    const bool isAll = job.indices.size() == plan_.inferences;
+    job.takesWholeList = isAll && (!request_.chunk || plan_.inferences == 0);
     const uint64_t attempt = ++attempts_[chunk];
     job.folder =
         folder_.Path(kChunksFolder) + "/" + std::to_string(chunk) + "." + std::to_string(attempt);
@@ -374,6 +376,7 @@ class Launcher {
     if (end.program.signal && end.reason == JobEnd::Reason::kEnded) {
       facts_.signal = SignalName(*end.program.signal);
     }
+    if (end.program.status) facts_.programStatus = *end.program.status;
     switch (end.reason) {
       case JobEnd::Reason::kStopped:
         isOver_ = true;
@@ -389,10 +392,9 @@ class Launcher {
         ConcludeEnd(job, end, left);
         break;
     }
-    if (!request_.chunk) {
-      isOver_ = true;  // in one piece is in one piece
-    } else if (!left.empty() && !isProgress) {
-      isOver_ = true;  // it would end like this again and again
+    // In one piece is in one piece; and without progress it would end like this again and again.
+    if (!request_.chunk || (!left.empty() && !isProgress)) {
+      isOver_ = true;
     } else if (asideInARow_ >= kMostAsideInARow) {
       Take(ExitStatus::kRuntime, std::to_string(asideInARow_) +
                                      " inferences one after the other ended the program; the "

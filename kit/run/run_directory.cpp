@@ -58,6 +58,17 @@ void TakeCount(const Json& object, const char* key, std::optional<uint64_t>& cou
   if (const Json* found = object.Find(key)) count = found->AsUnsigned();
 }
 
+void TakeNumber(const Json& object, const char* key, std::optional<int>& number) {
+  const Json* found = object.Find(key);
+  if (found == nullptr) return;
+  const int64_t value = found->AsSigned();
+  if (!std::in_range<int>(value)) {
+    throw JsonError("'" + std::string(key) + "' is " + std::to_string(value) +
+                    ", which is out of range");
+  }
+  number = static_cast<int>(value);
+}
+
 void PutFile(Json& object, const char* key, const std::optional<FileIdentity>& file) {
   if (file) object.Set(key, FromIdentity(*file));
 }
@@ -368,6 +379,7 @@ MachineMoment MachineFromLine(std::string_view line) {
 std::string ToJson(const RunFacts& facts) {
   Json object = Json::Object({{"schema", kSchema}, {"state", NameOfEnum(facts.state, kRunStates)}});
   PutValue(object, "status", facts.status);
+  PutValue(object, "programStatus", facts.programStatus);
   PutValue(object, "signal", facts.signal);
   object.Set("command", Json::ArrayOf(facts.command));
   object.Set("version", facts.version);
@@ -391,13 +403,8 @@ RunFacts RunFromJson(std::string_view text) {
   const Json object = ParseObject(text);
   RunFacts facts;
   facts.state = EnumOf<RunState>(object.At("state").AsText(), kRunStates);
-  if (const Json* status = object.Find("status")) {
-    const int64_t value = status->AsSigned();
-    if (!std::in_range<int>(value)) {
-      throw JsonError("'status' is " + std::to_string(value) + ", which is out of range");
-    }
-    facts.status = static_cast<int>(value);
-  }
+  TakeNumber(object, "status", facts.status);
+  TakeNumber(object, "programStatus", facts.programStatus);
   TakeText(object, "signal", facts.signal);
   TakeText(object, "version", facts.version);
   facts.model = ToIdentity(object.At("model"));

@@ -159,7 +159,8 @@ struct RunWarning {
 struct RunFacts {
   RunState state = RunState::kRunning;
   std::optional<int> status;          ///< the verb's, once it has ended
-  std::optional<std::string> signal;  ///< that ended the program: "SIGFPE"
+  std::optional<int> programStatus;   ///< of the program's last process that ended by itself
+  std::optional<std::string> signal;  ///< that ended a process of the program: "SIGFPE"
   std::vector<std::string> command;   ///< of the verb
   std::string version;
   FileIdentity model;

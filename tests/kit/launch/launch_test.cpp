@@ -357,6 +357,15 @@ TEST_F(Launch, RunsAnywayWhereItIsTold) {
   EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone));
 }
 
+TEST_F(Launch, LetsTheProgramHaveAnEmptyListAnyway) {
+  support::WriteFile(Path("list.txt"), "\n");
+  EXPECT_EQ(Run().status, 3);
+  const Outcome ended = Run({"--anyway", "--chunk", "3"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(support::ReadFile(RunPath() + "/log.txt"), HasSubstr("[INFO]  Model Iters : 0\n"));
+  EXPECT_EQ(ReadRun(RunPath()).programStatus, 0);
+}
+
 TEST_F(Launch, TakesNoFolderThatHoldsSomething) {
   Samples("a");
   ASSERT_EQ(Run().status, 0);

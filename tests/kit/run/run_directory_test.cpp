@@ -63,6 +63,7 @@ RunFacts FullRun() {
   RunFacts facts;
   facts.state = vorn::kit::RunState::kInterrupted;
   facts.status = 8;
+  facts.programStatus = 1;
   facts.signal = "SIGFPE";
   facts.command = {"vorn", "launch", "-m", "a\nb"};
   facts.version = "0.1.0";
