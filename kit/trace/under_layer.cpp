@@ -42,6 +42,12 @@ std::string FileNameOf(const std::string& path) { return path.substr(path.rfind(
 
 using Variables = std::vector<std::pair<std::string, std::string>>;
 
+// Of a trace that grows, up to the number of its process. The launcher's own number keeps apart
+// what several leave for one output at a time.
+std::string PartPrefix(const std::string& output, pid_t launcher) {
+  return output + "." + std::to_string(launcher) + ".";
+}
+
 Variables LayerVariables(const TraceRequest& request, std::string preload) {
   Variables variables;
   const char* before = std::getenv("LD_PRELOAD");
@@ -53,17 +59,17 @@ Variables LayerVariables(const TraceRequest& request, std::string preload) {
   if (output[0] != '/' && getcwd(here.data(), here.size()) != nullptr) {
     output = std::string(here.data()) + "/" + output;
   }
-  variables.emplace_back("VORN_TRACE_FILE", output + ".%p" + kPartSuffix);
+  variables.emplace_back("VORN_TRACE_FILE", PartPrefix(output, getpid()) + "%p" + kPartSuffix);
   if (request.calls) variables.emplace_back("VORN_TRACE_CALLS", std::to_string(*request.calls));
   return variables;
 }
 
 // Becomes the program. Returns only where that failed; the reason is in errno.
-void Execute(const TraceRequest& request, const std::string& layer) {
+void Execute(const TraceRequest& request, const Variables& variables) {
   std::vector<char*> words;
   for (const std::string& word : request.command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
-  for (const auto& [name, value] : LayerVariables(request, layer)) {
+  for (const auto& [name, value] : variables) {
     setenv(name.c_str(), value.c_str(), 1);
   }
   execvp(words[0], words.data());
@@ -104,6 +110,7 @@ class SignalsForTheProgram {
 // As a shell tells it. `failure` is the errno of an execution that failed, else 0.
 int Run(const TraceRequest& request, int& failure) {
   const PreloadPath layer(request.layer);
+  const Variables variables = LayerVariables(request, layer.Path());
   std::array<int, 2> pipe{};
   if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
     throw Fault(ExitStatus::kLimit, "cannot make a pipe: " + SystemReason(errno));
@@ -111,7 +118,7 @@ int Run(const TraceRequest& request, int& failure) {
   const pid_t child = fork();
   if (child < 0) throw Fault(ExitStatus::kLimit, "cannot start a process: " + SystemReason(errno));
   if (child == 0) {
-    Execute(request, layer.Path());
+    Execute(request, variables);
     const int error = errno;
     [[maybe_unused]] const auto told = write(pipe[1], &error, sizeof(error));
     _exit(kNotFound);
@@ -139,25 +146,39 @@ struct Part {
   uint64_t calls = 0;
 };
 
-std::vector<Part> FindParts(const std::string& output) {
-  std::vector<Part> parts;
+// What lies beside `output` and begins with its name and a point, from there on.
+std::vector<std::string> NamesBeside(const std::string& output) {
+  std::vector<std::string> names;
   const std::string prefix = FileNameOf(output) + ".";
-  const std::string folder = FolderOf(output);
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(FolderOf(output).c_str()), closedir);
   while (listing != nullptr) {
     const dirent* entry = readdir(listing.get());
     if (entry == nullptr) break;
     const std::string_view name = entry->d_name;
     if (!name.starts_with(prefix) || !name.ends_with(kPartSuffix)) continue;
-    Part part{.path = folder + "/" + entry->d_name, .header = {}, .calls = 0};
-    const int fd = open(part.path.c_str(), O_RDONLY | O_CLOEXEC);
-    const bool isTrace = fd >= 0 &&
-                         read(fd, &part.header, sizeof(part.header)) == sizeof(part.header) &&
-                         std::memcmp(part.header.magic, trace::kMagic, sizeof(trace::kMagic)) == 0;
-    if (fd >= 0) close(fd);
-    if (!isTrace) continue;
-    part.calls = part.header.calls + part.header.passed;
-    parts.push_back(part);
+    names.emplace_back(name.substr(prefix.size()));
+  }
+  return names;
+}
+
+// Nothing if this is no trace.
+std::optional<Part> ReadPart(const std::string& path) {
+  Part part{.path = path, .header = {}, .calls = 0};
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const bool isTrace = fd >= 0 &&
+                       read(fd, &part.header, sizeof(part.header)) == sizeof(part.header) &&
+                       std::memcmp(part.header.magic, trace::kMagic, sizeof(trace::kMagic)) == 0;
+  if (fd >= 0) close(fd);
+  if (!isTrace) return std::nullopt;
+  part.calls = part.header.calls + part.header.passed;
+  return part;
+}
+
+// This process's own.
+std::vector<Part> FindParts(const std::string& output) {
+  std::vector<Part> parts;
+  for (const std::string& path : GrowingTraces(output, getpid())) {
+    if (auto part = ReadPart(path)) parts.push_back(std::move(*part));
   }
   std::sort(parts.begin(), parts.end(), [](const Part& one, const Part& two) {
     return one.calls != two.calls ? one.calls > two.calls : one.path < two.path;
@@ -176,8 +197,18 @@ void CutRoom(const Part& part) {
       part.path.c_str(), static_cast<off_t>(part.header.slotsAt + calls * sizeof(trace::Slot)));
 }
 
+// What a launcher left that was killed, unless its program runs still.
 void RemoveParts(const std::string& output) {
-  for (const Part& part : FindParts(output)) unlink(part.path.c_str());
+  for (const std::string& name : NamesBeside(output)) {
+    const uint64_t launcher = std::strtoull(name.c_str(), nullptr, 10);
+    const bool isOwn = launcher == static_cast<uint64_t>(getpid());
+    if (launcher == 0 || launcher > INT_MAX ||
+        (!isOwn && IsRunning(static_cast<uint32_t>(launcher)))) {
+      continue;
+    }
+    const auto part = ReadPart(output + "." + name);
+    if (part && !IsRunning(part->header.pid)) unlink(part->path.c_str());
+  }
 }
 
 std::vector<std::string> NameParts(const std::string& output, const std::vector<Part>& parts) {
@@ -284,6 +315,15 @@ std::string FindTraceLayer() {
   throw Fault(ExitStatus::kOwnFault,
               "there is no libvorn-trace.so in " + Printable(folder) +
                   " nor in ../lib from there; install it beside this program");
+}
+
+std::vector<std::string> GrowingTraces(const std::string& output, pid_t launcher) {
+  const std::string own = std::to_string(launcher) + ".";
+  std::vector<std::string> paths;
+  for (const std::string& name : NamesBeside(output)) {
+    if (name.starts_with(own)) paths.push_back(output + "." + name);
+  }
+  return paths;
 }
 
 std::vector<std::pair<std::string, std::string>> PrepareTrace(const TraceRequest& request) {

@@ -2,6 +2,8 @@
 #ifndef VORN_KIT_TRACE_UNDER_LAYER_H_
 #define VORN_KIT_TRACE_UNDER_LAYER_H_
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -39,6 +41,10 @@ struct TraceOutcome {
 [[nodiscard]] std::vector<std::pair<std::string, std::string>> PrepareTrace(
     const TraceRequest& request);
 [[nodiscard]] TraceOutcome CollectTrace(const TraceRequest& request);
+
+/// The traces that grow for `output` in processes that the process `launcher` started; maybe some
+/// that are no traces yet.
+[[nodiscard]] std::vector<std::string> GrowingTraces(const std::string& output, pid_t launcher);
 
 /// The trace that has the most calls by now, unfinished and without its name yet. Empty: there is
 /// none.

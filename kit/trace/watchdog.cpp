@@ -2,7 +2,6 @@
 // their locks do not bear.
 #include "kit/trace/watchdog.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -14,11 +13,11 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <memory>
 #include <utility>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
+#include "kit/trace/under_layer.h"
 #include "shared/trace/trace_format.h"
 
 namespace vorn::kit {
@@ -63,24 +62,6 @@ uint64_t MonotonicNs() {
   return static_cast<uint64_t>(now.tv_sec) * 1000000000U + static_cast<uint64_t>(now.tv_nsec);
 }
 
-// The traces that grow, by the names that they have until they are whole.
-std::vector<std::string> GrowingTraces(const std::string& output) {
-  const size_t slash = output.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : output.substr(0, slash + 1);
-  const std::string prefix = output.substr(slash + 1) + ".";
-  std::vector<std::string> paths;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
-  while (listing != nullptr) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) break;
-    const std::string_view name = entry->d_name;
-    if (name.starts_with(prefix) && name.ends_with(".part")) {
-      paths.push_back(folder + "/" + entry->d_name);
-    }
-  }
-  return paths;
-}
-
 void Tell(const StuckCall& call) {
   char line[256];
   const int length = std::snprintf(
@@ -92,7 +73,7 @@ void Tell(const StuckCall& call) {
       write(STDERR_FILENO, line, std::min(static_cast<size_t>(length), sizeof(line) - 1));
 }
 
-[[noreturn]] void Watch(const std::string& output, uint64_t limitNs) {
+[[noreturn]] void Watch(const std::string& output, pid_t launcher, uint64_t limitNs) {
   StuckFinder finder(limitNs);
   // Often enough that the line comes soon, seldom enough to cost nothing.
   const uint64_t pauseNs = std::clamp<uint64_t>(limitNs / 10, 20'000'000, 1'000'000'000);
@@ -100,7 +81,7 @@ void Tell(const StuckCall& call) {
                        static_cast<long>(pauseNs % 1000000000U)};
   while (true) {
     nanosleep(&pause, nullptr);
-    for (const std::string& path : GrowingTraces(output)) {
+    for (const std::string& path : GrowingTraces(output, launcher)) {
       for (const StuckCall& call : finder.Look(path, MonotonicNs())) {
         if (kill(static_cast<pid_t>(call.pid), 0) == 0 || errno == EPERM) Tell(call);
       }
@@ -150,7 +131,7 @@ Watchdog::Watchdog(const std::string& output, uint64_t limitNs) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(0);  // it ended before that was asked for
   try {
-    Watch(output, limitNs);
+    Watch(output, parent, limitNs);
   } catch (...) {
     _exit(1);
   }

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <regex>
 #include <thread>
@@ -132,6 +133,54 @@ TEST_F(Trace, NamesTheCallThatHangsWhileItHangs) {
   run.join();
   EXPECT_EQ(status, 128 + SIGTERM);
   EXPECT_EQ(found[1], found[2]);  // the program has one thread
+}
+
+// The second begins, ends and names its trace while the first is inside of a call.
+TEST_F(Trace, BearsASecondOneForTheSameOutput) {
+  support::Stage hanging;
+  hanging.File("in.bin", support::CountingBytes(6)).List({"in.bin"});
+  hanging.script = stage_.script;
+  hanging.script.Line("pause vorn_mdl_execute 60000");
+  hanging.launcher = {
+      "/bin/sh", "-c", "exec \"$@\" 2> \"$0\"", Path("said"), VORN_COMMAND, "trace", "--stuck",
+      "20ms",    "-o", Path("run.vtrace"),      "--"};
+  std::optional<support::Transcript> first;
+  std::thread run([&] { first = hanging.Run(); });
+  const std::regex line("of process ([0-9]+) has been inside call [0-9]+, vorn_mdl_execute");
+  std::string said;
+  std::smatch found;
+  while (!std::regex_search(said, found, line)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (std::filesystem::exists(Path("said"))) said = support::ReadFile(Path("said"));
+  }
+
+  const support::Transcript second = stage_.Run();
+  EXPECT_EQ(second.status, 0) << second.Describe();
+  EXPECT_THAT(second.err, HasSubstr("\ntrace    " + Path("run.vtrace") + "\n"));
+  EXPECT_EQ(std::filesystem::file_size(Path("run.vtrace")),
+            8192 + 128 * second.record.Calls().size());
+
+  kill(std::stoi(found[1]), SIGKILL);
+  run.join();
+  EXPECT_EQ(first->status, 128 + SIGKILL) << support::ReadFile(Path("said"));
+  EXPECT_THAT(support::ReadFile(Path("said")),
+              HasSubstr("vorn_mdl_execute, had not returned after "));
+  EXPECT_THAT(Files(), ElementsAre("run.vtrace", "said"));
+}
+
+TEST_F(Trace, RemovesWhatAKilledLauncherLeft) {
+  const support::Transcript traced = stage_.Run();
+  ASSERT_EQ(traced.status, 0);
+  // Two numbers that no process has.
+  std::string bytes = support::ReadFile(Path("run.vtrace"));
+  const uint32_t nobody = 0x7ffffffe;
+  std::memcpy(bytes.data() + 28, &nobody, sizeof(nobody));
+  support::WriteFile(Path("run.vtrace.2147483646.2147483646.part"), bytes);
+  support::WriteFile(Path("run.vtrace.2147483646.1.part"), "of somebody else");
+  support::WriteFile(Path("run.vtrace.part"), "too");
+  EXPECT_EQ(stage_.Run().status, 0);
+  EXPECT_THAT(Files(),
+              ElementsAre("run.vtrace", "run.vtrace.2147483646.1.part", "run.vtrace.part"));
 }
 
 TEST_F(Trace, RefusesATimeThatIsNone) {

@@ -1,8 +1,12 @@
 // Calls a runtime in ways that vorn-run does not. The word says which.
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
@@ -42,6 +46,20 @@ void CloseAllAndCall() {
   vorn_data_type_size(VORN_FLOAT32);
 }
 
+// Calls until it is killed, and tells in a file of two words who it is and how many came back.
+void CallAndCount(const char* path) {
+  const int fd = open(path, O_RDWR);
+  if (fd < 0) std::abort();
+  void* shared = mmap(nullptr, 16, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  if (shared == MAP_FAILED) std::abort();
+  auto* words = static_cast<uint64_t*>(shared);
+  std::atomic_ref(words[0]).store(static_cast<uint64_t>(getpid()));
+  while (true) {
+    vorn_data_type_size(VORN_FLOAT32);
+    std::atomic_ref(words[1]).fetch_add(1);
+  }
+}
+
 void OpenByName(const char* path) {
   void* library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
   if (library == nullptr) std::abort();
@@ -55,6 +73,7 @@ int main(int argc, char** argv) {
   if (std::strcmp(word, "threads") == 0) CallFromThreads();
   if (std::strcmp(word, "fork") == 0) CallAroundAFork();
   if (std::strcmp(word, "close") == 0) CloseAllAndCall();
+  if (std::strcmp(word, "count") == 0 && argc > 2) CallAndCount(argv[2]);
   if (std::strcmp(word, "open") == 0 && argc > 2) OpenByName(argv[2]);
   if (std::strcmp(word, "exit") == 0) {
     vorn_data_type_size(VORN_FLOAT32);

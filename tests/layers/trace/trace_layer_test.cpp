@@ -1,15 +1,24 @@
 // The trace layer in vorn-run and in a program of its own, on the scripted runtime, whose record
 // says what really came through.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <random>
+#include <stdexcept>
 #include <thread>
 
+#include "kit/common/fault.h"
 #include "kit/trace/trace_file.h"
 #include "support/command.h"
 #include "support/files.h"
@@ -161,7 +170,15 @@ TEST_F(TraceLayer, KeepsTheCallThatAKilledProcessWasInside) {
   const auto isInside = [](const std::vector<TraceFile>& files) {
     return !files.empty() && NameOf(files[0], files[0].calls.back()) == "vorn_mdl_execute";
   };
-  while (!isInside(Read())) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  // While it is made the file is no trace yet.
+  const auto isInsideByNow = [&] {
+    try {
+      return isInside(Read());
+    } catch (const vorn::kit::Fault&) {
+      return false;
+    }
+  };
+  while (!isInsideByNow()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
   kill(static_cast<pid_t>(Read().at(0).pid), SIGKILL);
   run.join();
   const TraceFile trace = Read().at(0);
@@ -172,6 +189,70 @@ TEST_F(TraceLayer, KeepsTheCallThatAKilledProcessWasInside) {
   for (size_t i = 0; i + 1 < trace.calls.size(); ++i) {
     EXPECT_TRUE(trace.calls[i].endedNs.has_value()) << i;
   }
+}
+
+// The counter that a caller shares with this process: who it is, and how many calls came back.
+class SharedCounter {
+ public:
+  explicit SharedCounter(const std::string& path) {
+    support::WriteFile(path, std::string(16, '\0'));
+    const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    void* shared = mmap(nullptr, 16, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    if (shared == MAP_FAILED) throw std::runtime_error("cannot map " + path);
+    words_ = static_cast<uint64_t*>(shared);
+  }
+  ~SharedCounter() { munmap(words_, 16); }
+  SharedCounter(const SharedCounter&) = delete;
+  SharedCounter& operator=(const SharedCounter&) = delete;
+
+  uint64_t CameBack() const { return std::atomic_ref(words_[1]).load(); }
+
+ private:
+  uint64_t* words_ = nullptr;
+};
+
+// 200 moments, each told by how many calls had come back by then: no clock decides.
+TEST_F(TraceLayer, KeepsEveryCallThatCameBackWheneverItIsKilled) {
+  constexpr uint64_t kRoom = 1000;
+  const std::string counter = (place_.Path() / "counter").string();
+  const std::string trace = (Traces() / "trace").string();
+  setenv("VORN_TRACE_FILE", trace.c_str(), 1);
+  setenv("VORN_TRACE_CALLS", std::to_string(kRoom).c_str(), 1);
+  std::mt19937 random(1);
+  for (int round = 0; round < 200; ++round) {
+    const SharedCounter shared(counter);
+    const uint64_t wanted = random() % 300;
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      setenv("LD_PRELOAD", VORN_TRACE_LAYER, 1);
+      execl(VORN_CALLER, VORN_CALLER, "count", counter.c_str(), nullptr);
+      _exit(127);
+    }
+    while (shared.CameBack() < wanted) usleep(20);
+    kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status)) << status;
+    const uint64_t cameBack = std::min(shared.CameBack(), kRoom);
+    if (!std::filesystem::exists(trace)) {  // before the layer was loaded
+      ASSERT_EQ(cameBack, 0U);
+      continue;
+    }
+    const std::string bytes = support::ReadFile(trace);
+    std::filesystem::remove(trace);
+    if (cameBack == 0) continue;  // its header may not be there yet
+    const TraceFile file = ParseTrace(bytes);
+    ASSERT_GE(file.calls.size(), cameBack) << "round " << round;
+    for (uint64_t i = 0; i < cameBack; ++i) {
+      const TracedCall& call = file.calls[i];
+      const bool isWhole = call.number == i + 1 && call.endedNs && call.results.at(0) == 32;
+      ASSERT_TRUE(isWhole) << "round " << round << ", call " << i + 1;
+    }
+  }
+  unsetenv("VORN_TRACE_FILE");
+  unsetenv("VORN_TRACE_CALLS");
 }
 
 TEST_F(TraceLayer, CountsWhatItHasNoRoomFor) {
