@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # bench.sh [--quick] [PART...]: builds with the preset "bench", measures, prints one table, and leaves
 # results.json and pictures in build/bench/report. The parts are kernels, runs and execute, all three
-# unless some are named, and scale. --quick measures too little to be believed. See bench/README.md.
+# unless some are named, and scale, layers and timing. --quick measures too little to be believed. See
+# bench/README.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kBuild=build/bench kReport=build/bench/report
@@ -24,15 +25,17 @@ measure() {
     runs) PYTHONPATH=bench /usr/bin/python3 -m runs "$kBuild" "$out" "${quick[@]}" ;;
     execute) bench/execute/run.sh "$kBuild" "$out" "$seconds" ;;
     scale) PYTHONPATH=bench /usr/bin/python3 -m scale "$kBuild" "$out" "${quick[@]}" ;;
+    layers) PYTHONPATH=bench /usr/bin/python3 -m layers "$kBuild" "$out" "${quick[@]}" ;;
+    timing) "$kBuild/bench/timing/timing_bench" "$trials" | tee "${out%.json}.md" ;;
   esac || die "measuring '$part' failed."
 }
 
-quick=() seconds=20 parts=()
+quick=() seconds=20 trials=2000 parts=()
 for word in "$@"; do
   case "$word" in
-    --quick) quick=(--quick) seconds=2 ;;
-    kernels | runs | execute | scale) parts+=("$word") ;;
-    *) die "there is no '$word'; bench.sh [--quick] [kernels] [runs] [execute] [scale]" ;;
+    --quick) quick=(--quick) seconds=2 trials=100 ;;
+    kernels | runs | execute | scale | layers | timing) parts+=("$word") ;;
+    *) die "there is no '$word'; bench.sh [--quick] [kernels] [runs] [execute] [scale] [layers] [timing]" ;;
   esac
 done
 [ "${#parts[@]}" -gt 0 ] || parts=(kernels runs execute)
@@ -44,7 +47,7 @@ tables=()
 for part in "${parts[@]}"; do
   rm -f "$kReport/$part.json"
   measure "$part" "$kReport/$part.json"
-  [ "$part" = scale ] || tables+=("$kReport/$part.json")
+  [[ "$part" == @(scale|timing) ]] || tables+=("$kReport/$part.json")
 done
 if [ "${#tables[@]}" -gt 0 ]; then
   printf '\n'
