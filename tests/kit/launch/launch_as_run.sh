@@ -7,7 +7,7 @@ build=$VORN_TESTED_BUILD
 run_itself() { exec "$build/vorn-run" "$@"; }
 
 declare -A value
-[ $(($# % 2)) = 0 ] && [ -p /dev/stdout ] || run_itself "$@"
+if [ $(($# % 2)) != 0 ] || [ ! -p /dev/stdout ]; then run_itself "$@"; fi
 for ((at = 1; at < $#; at += 2)); do
   next=$((at + 1))
   option=${!at} word=${!next}
@@ -17,7 +17,7 @@ done
 words=(-m "${value[-m]-}" -j "${value[-j]-}" -i "${value[-i]-}")
 for option in -m -j -i -o; do [ -n "${value[$option]-}" ] || run_itself "$@"; done
 out=${value[-o]}
-[ -d "$out" ] && [ -w "$out" ] && [ -z "$(ls -A "$out")" ] || run_itself "$@"
+if [ ! -d "$out" ] || [ ! -w "$out" ] || [ -n "$(ls -A "$out")" ]; then run_itself "$@"; fi
 for option in -b -t; do
   [[ ${value[$option]-1} =~ ^[1-9][0-9]{0,8}$ ]] || run_itself "$@"
   [ -z "${value[$option]-}" ] || words+=("$option" "${value[$option]}")
@@ -25,7 +25,7 @@ done
 [ -z "${value[-r]-}" ] || words+=(-r "${value[-r]}")
 case ${value[-p]-} in "") ;; 1) words+=(-p) ;; *) run_itself "$@" ;; esac
 # The order in which options come shows in the lines of -b and -t.
-[ "$1$3${5-}${7-}" = -m-i-j-o ] || run_itself "$@"
+if [ "$1$3$5$7" != -m-i-j-o ] || [[ "$*" == *" -t "*" -b "* ]]; then run_itself "$@"; fi
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -35,7 +35,8 @@ trap 'rm -rf "$work"' EXIT
 echo "$*" >>"$VORN_LAUNCHED"
 "$build/vorn-launch" "${words[@]}" --run "$work/run" --model-json "$work/model.json" --anyway --quiet >&2
 [ -e "$work/run/run.json" ] || exit 97
-cat "$work/run/log.txt"
+# The folder for the dumps is launch's own.
+sed "s|$work/run/chunks/0.1/dumps|$out|g" "$work/run/log.txt"
 cat "$work/run/errors.txt" >&2
 cp -R "$work/run/dumps/." "$out/"
 field() { sed -nE "s/^  \"$1\": \"?([^\",]*)\"?,?\$/\\1/p" "$work/run/run.json"; }
