@@ -110,7 +110,7 @@ std::vector<Score> MaskAccuracy::Scores() const {
   return {{"pixel accuracy", ShareOf(right_, pixels_)}, {"mean IoU", mean}};
 }
 
-void BoxAccuracy::Take(std::vector<Box> found, const std::vector<Box>& labelled) {
+void BoxAccuracy::Take(const std::vector<Box>& found, const std::vector<Box>& labelled) {
   std::map<int64_t, bool> labels;
   for (const Box& box : found) labels[box.label] = true;
   for (const Box& box : labelled) labels[box.label] = true;

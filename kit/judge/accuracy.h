@@ -72,7 +72,7 @@ struct Box {
 /// and at 0.50 alone.
 class BoxAccuracy {
  public:
-  void Take(std::vector<Box> found, const std::vector<Box>& labelled);
+  void Take(const std::vector<Box>& found, const std::vector<Box>& labelled);
   [[nodiscard]] std::vector<Score> Scores() const;
 
   static constexpr size_t kThresholds = 10;

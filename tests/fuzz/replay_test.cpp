@@ -32,6 +32,7 @@ constexpr Target kTargets[] = {
 #elif defined(VORN_REPLAY_CONFIGURATION)  // the one below the host runtime's interface
     {"configuration", fuzz::Configuration},
 #elif defined(VORN_REPLAY_KIT)
+    {"judge_files", fuzz::JudgeFiles},
     {"kit_texts", fuzz::KitTexts},
 #else
     {"command_line", fuzz::CommandLine}, {"list_file", fuzz::ListFile}, {"rpn_text", fuzz::RpnText},

@@ -36,6 +36,10 @@ void Configuration(std::span<const uint8_t> bytes);
 /// One of the texts that the kit reads: JSON, files of a run directory, a description, a log.
 void KitTexts(std::span<const uint8_t> bytes);
 
+/// Files that vorn judge reads: arrays, tensors, lines of numbers, maps, rules, labels; and values
+/// for which it looks for a cause.
+void JudgeFiles(std::span<const uint8_t> bytes);
+
 }  // namespace fuzz
 
 #endif  // VORN_TESTS_FUZZ_TARGETS_H_
