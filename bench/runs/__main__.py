@@ -6,6 +6,7 @@ import json
 
 from measure.options import parse
 from runs.iteration import iteration
+from runs.judge import judge
 from runs.memory import memory
 from runs.start import start
 from runs.whole import run_inputs, run_outputs
@@ -16,6 +17,7 @@ ROWS = {
     "run-outputs": run_outputs,
     "iteration": iteration,
     "memory": memory,
+    "judge": judge,
 }
 
 
