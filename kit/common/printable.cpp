@@ -43,6 +43,12 @@ std::string PrintableExcerpt(std::string_view text) {
   return Printable(text.substr(0, kLongest)) + "...";
 }
 
+std::string Quoted(std::string_view text) { return "'" + Printable(text) + "'"; }
+
+std::string Counted(uint64_t count, std::string_view one) {
+  return std::to_string(count) + " " + std::string(one) + (count == 1 ? "" : "s");
+}
+
 size_t DisplayWidth(std::string_view text) {
   size_t width = 0;
   for (const char byte : text) width += IsContinuation(byte) ? 0 : 1;

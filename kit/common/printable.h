@@ -16,6 +16,12 @@ namespace vorn::kit {
 /// The same of a text that may be long: of its first 200 bytes, and "..." where there are more.
 [[nodiscard]] std::string PrintableExcerpt(std::string_view text);
 
+/// The text between quotes, as Printable has it.
+[[nodiscard]] std::string Quoted(std::string_view text);
+
+/// "1 file", "2 files".
+[[nodiscard]] std::string Counted(uint64_t count, std::string_view one);
+
 /// How many places of a terminal a text takes, each code point as one.
 [[nodiscard]] size_t DisplayWidth(std::string_view text);
 

@@ -20,14 +20,8 @@ constexpr uint64_t kMostPathBytes = 4096;
 constexpr uint64_t kMostFileBytes = std::numeric_limits<int32_t>::max();
 constexpr uint64_t kDumpValueBytes = sizeof(float);
 
-std::string Quoted(std::string_view text) { return "'" + Printable(text) + "'"; }
-
 std::string Bytes(uint64_t bytes) {
   return std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
-}
-
-std::string Counted(uint64_t count, const std::string& one) {
-  return std::to_string(count) + " " + one + (count == 1 ? "" : "s");
 }
 
 std::string ShapeOf(const TensorDescription& tensor) {

@@ -32,12 +32,6 @@ constexpr size_t kMostStandardError = 16 * 1024;
 constexpr uint64_t kMostLogBytes = 256 << 20;
 constexpr size_t kMostNamed = 5;  // samples that a summary names
 
-std::string Quoted(std::string_view text) { return "'" + Printable(text) + "'"; }
-
-std::string Counted(uint64_t count, const std::string& one) {
-  return std::to_string(count) + " " + one + (count == 1 ? "" : "s");
-}
-
 // Identities of files that many inferences share.
 class InputFiles {
  public:

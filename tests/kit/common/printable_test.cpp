@@ -27,6 +27,14 @@ TEST(Printable, ShowsWhatSteersATerminal) {
   EXPECT_EQ(Printable("\xC2\xA0"), "\xC2\xA0");
 }
 
+TEST(Quoted, PutsWhatIsPrintableBetweenQuotes) { EXPECT_EQ(Quoted("a\nb"), "'a\\x0Ab'"); }
+
+TEST(Counted, SaysOneAndMany) {
+  EXPECT_EQ(Counted(0, "file"), "0 files");
+  EXPECT_EQ(Counted(1, "file"), "1 file");
+  EXPECT_EQ(Counted(2, "file"), "2 files");
+}
+
 TEST(PrintableExcerpt, IsTheWholeTextOrItsBeginning) {
   EXPECT_EQ(PrintableExcerpt("a\nb"), "a\\x0Ab");
   EXPECT_EQ(PrintableExcerpt(std::string(200, 'x')), std::string(200, 'x'));
