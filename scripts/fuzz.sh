@@ -8,7 +8,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kAll=(command_line list_file rpn_text input_file dump whole_run model_image
-  configuration kit_texts judge_files)
+  configuration kit_texts judge_files trace_file)
 readonly kPackages=(clang libclang-rt-14-dev)
 readonly kCorpus=build/fuzz/corpus kLogs=build/fuzz/logs
 readonly kProgram=fuzz
@@ -27,7 +27,13 @@ provide_clang() {
 }
 
 # Bytes of the longest input. A text of settings may be long, and nested deep.
-longest_input() { [ "$1" = configuration ] && echo 300000 || echo 8192; }
+longest_input() {
+  case "$1" in
+    configuration) echo 300000 ;;
+    trace_file) echo 32768 ;; # its header and names alone take 8192
+    *) echo 8192 ;;
+  esac
+}
 
 count_files() { find "$1" -type f | wc -l; }
 
