@@ -115,7 +115,7 @@ class PerfettoTrace {
   }
 
   // Before what happens on it, so that a viewer knows it by then.
-  void DescribeTrack(ProtobufMessage descriptor) {
+  void DescribeTrack(const ProtobufMessage& descriptor) {
     Packet(ProtobufMessage()
                .Number(packet::kTimestamp, placed_.At(file_.monotonicNs))
                .Message(packet::kTrack, descriptor),
