@@ -26,11 +26,6 @@ constexpr size_t kPieceBytes = 256 * 1024;
 constexpr size_t kMostWords = 16 * 1024;
 constexpr uint64_t kMostTracedCalls = uint64_t{1} << 24;  // as many as the layer takes
 
-std::string RealPath(const std::string& path) {
-  const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
-  return real == nullptr ? "" : std::string(real.get());
-}
-
 // ---- The list of a job --------------------------------------------------------------------------
 
 class ListWriter {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <set>
+#include <optional>
 #include <utility>
 
 #include "kit/common/file_identity.h"
@@ -58,10 +58,7 @@ class Launcher {
       : request_(request),
         plan_(std::move(plan)),
         console_(console),
-        folder_(request.run, request.isResumed),
-        samples_(folder_.Path(kSamplesFile)),
-        times_(folder_.Path(kTimesFile)),
-        moments_(folder_.Path(kMachineFile)) {}
+        folder_(request.run, request.isResumed) {}
 
   ExitStatus Run() {
     try {
@@ -91,6 +88,11 @@ class Launcher {
     facts_.machine = DescribeMachine();
     facts_.startRealtimeNs = RealtimeNs();
     isDone_.assign(plan_.inferences, false);
+    // Before anything else: a folder with it is known to be a run.
+    if (!folder_.Before()) WriteRun();
+    samples_.emplace(folder_.Path(kSamplesFile));
+    times_.emplace(folder_.Path(kTimesFile));
+    moments_.emplace(folder_.Path(kMachineFile));
     if (folder_.Before()) GoOn(*folder_.Before());
     RemoveTree(folder_.Path(kChunksFolder));
     MakeFolders(folder_.Path(kDumpsFolder));
@@ -198,7 +200,7 @@ class Launcher {
     if (isLookedAt_ && now - lookedAt_ < std::chrono::seconds(1)) return;
     isLookedAt_ = true;
     lookedAt_ = now;
-    moments_.Append(ToLine(TakeMoment(pid)));
+    moments_->Append(ToLine(TakeMoment(pid)));
     for (const std::string& path : MappedLibraries(pid)) {
       const bool isKnown = std::any_of(facts_.mapped.begin(), facts_.mapped.end(),
                                        [&](const MappedFile& file) { return file.path == path; });
@@ -239,7 +241,7 @@ class Launcher {
                                   .executeNs = times.inferences[i].executeNs,
                                   .series = {}});
     }
-    times_.Append(lines);
+    times_->Append(lines);
     for (const auto& [phase, duration] : times.phases) facts_.phases[phase] += duration;
     const bool isKept =
         !request_.chunk || end.reason != JobEnd::Reason::kEnded || end.program.status != 0;
@@ -252,18 +254,25 @@ class Launcher {
     const bool isAtOne =
         plan_.perInference != 0 && end.log.Begun(plan_.perInference) > end.log.Dumped();
     std::string lines;
-    for (uint64_t i = 0; i < dumped; ++i) lines += ToLine(TakeDumps(job, i));
-    uint64_t resolved = dumped;
-    asideNow_ = false;
-    if (isAtOne && dumped < job.indices.size() && end.reason != JobEnd::Reason::kStopped &&
-        end.reason != JobEnd::Reason::kLimit) {
-      lines += ToLine(PutAside(job.indices[dumped], end));
-      ++resolved;
-      asideNow_ = true;
+    uint64_t resolved = 0;
+    // What was not looked at when somebody asks to stop is as if it had not been run.
+    const bool mayStop = end.reason != JobEnd::Reason::kStopped;
+    for (; resolved < dumped && !(mayStop && IsStopped()); ++resolved) {
+      lines += ToLine(TakeDumps(job, resolved));
     }
-    samples_.Append(lines);
-    samples_.Sync();
+    const bool isToBlame = resolved == dumped && dumped < job.indices.size() && isAtOne &&
+                           end.reason != JobEnd::Reason::kStopped &&
+                           end.reason != JobEnd::Reason::kLimit;
+    if (isToBlame) lines += ToLine(PutAside(job.indices[resolved++], end));
+    asideNow_ = isToBlame;
+    samples_->Append(lines);
+    samples_->Sync();
     return {job.indices.begin() + static_cast<ptrdiff_t>(resolved), job.indices.end()};
+  }
+
+  bool IsStopped() {
+    signals_.Wait(std::chrono::milliseconds(0));
+    return signals_.Asked() != 0;
   }
 
   SampleRecord RecordOf(uint64_t index, bool areFilesRead) {
@@ -383,9 +392,10 @@ class Launcher {
         status_ = FirstOf(status_, ExitStatus::kLimit);
         break;
       case JobEnd::Reason::kEnded:
-        ConcludeEnd(job, end, left);
+        if (signals_.Asked() == 0) ConcludeEnd(job, end, left);
         break;
     }
+    if (signals_.Asked() != 0) isOver_ = true;
     // In one piece is in one piece; and without progress it would end like this again and again.
     if (!request_.chunk || (!left.empty() && !isProgress)) {
       isOver_ = true;
@@ -442,6 +452,7 @@ class Launcher {
   void Finish() {
     const bool wasStopped = signals_.Asked() != 0;
     CompareSamples();
+    CompareRuntimes();
     RemoveTree(folder_.Path(kChunksFolder));
     const std::string errors = folder_.Path(kErrorsFile);
     const uint64_t size = SizeOfFile(errors);
@@ -457,6 +468,19 @@ class Launcher {
     facts_.endRealtimeNs = RealtimeNs();
     WriteRun();
     Summarise();
+  }
+
+  // The loader was asked before; only what was mapped is sure.
+  void CompareRuntimes() {
+    if (!facts_.runtime) return;
+    const std::string expected = RealPath(facts_.runtime->path);
+    for (const MappedFile& file : facts_.mapped) {
+      const std::string name = file.path.substr(file.path.rfind('/') + 1);
+      if (!name.starts_with("libvorn.so") || RealPath(file.path) == expected) continue;
+      Warn("other-runtime", 1,
+           "the program had " + Quoted(file.path) + " and was to have " +
+               Quoted(facts_.runtime->path));
+    }
   }
 
   // In the order of the list, so that each can be compared with the one before.
@@ -556,9 +580,9 @@ class Launcher {
   Plan plan_;
   Console& console_;
   RunFolder folder_;
-  LineFile samples_;
-  LineFile times_;
-  LineFile moments_;
+  std::optional<LineFile> samples_;
+  std::optional<LineFile> times_;
+  std::optional<LineFile> moments_;
   StopSignals signals_;
   InputFiles inputFiles_;
   RunFacts facts_;

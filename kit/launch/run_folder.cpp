@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -102,6 +103,11 @@ void RemoveTree(const std::string& path) {
 void MoveFolder(const std::string& from, const std::string& to) {
   RemoveTree(to);
   if (std::rename(from.c_str(), to.c_str()) != 0) RefuseFolder("move", from, errno);
+}
+
+std::string RealPath(const std::string& path) {
+  const std::unique_ptr<char, void (*)(void*)> real(realpath(path.c_str(), nullptr), std::free);
+  return real == nullptr ? "" : std::string(real.get());
 }
 
 uint64_t SizeOfFile(const std::string& path) {

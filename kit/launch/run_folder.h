@@ -43,6 +43,9 @@ void RemoveTree(const std::string& path);
 /// Moves a folder to a place where something may be already, which goes. Throws a Fault of kLimit.
 void MoveFolder(const std::string& from, const std::string& to);
 
+/// A path without symbolic links, from the root on; empty if there is nothing.
+[[nodiscard]] std::string RealPath(const std::string& path);
+
 /// Bytes of a file; 0 if there is none.
 [[nodiscard]] uint64_t SizeOfFile(const std::string& path);
 
