@@ -44,7 +44,7 @@ constexpr Verb kTiming{
         "Ends with status 10 if one is slower, else 9 if one holds no time, else 11 if one\n"
         "comparison cannot be told, else 0.",
     .options = kOptions,
-    .example = "build/release/vorn timing before.txt after.txt --unit ms",
+    .example = "build/release/vorn timing build/digits.run build/digits.vtrace",
     .mostOperands = 1000,
 };
 
