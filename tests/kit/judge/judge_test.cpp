@@ -257,6 +257,49 @@ TEST_F(Judgement, RefusesAMapOfAnotherModel) {
   EXPECT_THAT(Refusal(), HasSubstr("'prop', and there is none; did you mean 'prob'?"));
 }
 
+// ---- What docs/judging.md shows -----------------------------------------------------------------
+
+// The blocks of JSON of the page, in their order.
+std::vector<std::string> BlocksOfPage() {
+  const std::string page = support::ReadFile(VORN_SOURCE_FOLDER "/docs/judging.md");
+  std::vector<std::string> blocks;
+  const std::string begin = "```json\n";
+  for (size_t at = page.find(begin); at != std::string::npos; at = page.find(begin, at)) {
+    at += begin.size();
+    blocks.push_back(page.substr(at, page.find("```", at) - at));
+  }
+  return blocks;
+}
+
+TEST(JudgingPage, ShowsFilesThatAreRead) {
+  const std::vector<std::string> blocks = BlocksOfPage();
+  ASSERT_THAT(blocks, SizeIs(3));
+  EXPECT_THAT(ParseMap(blocks[0], "the map").outputs, SizeIs(2));
+  const Rules rules = ParseRules(blocks[1], "the rules");
+  EXPECT_THAT(rules.tolerances, SizeIs(3));
+  EXPECT_THAT(rules.metrics, SizeIs(2));
+  EXPECT_THAT(ParseLabels(blocks[2], "the labels", "."), SizeIs(3));
+}
+
+// A run whose model.json tells that a dump holds bits.
+TEST_F(Judgement, TakesTypesAndShapesOfTheModel) {
+  const auto model = [](int code, int bits) {
+    return R"({"schema": 1, "model": {"path": "m"}, "inputs": [], "outputs": [
+        {"index": 0, "name": "pr.ob", "role": "output", "shape": [1, 2, 1], "typeCode": )" +
+           std::to_string(code) + R"(, "elementBits": )" + std::to_string(bits) + "}]}";
+  };
+  support::WriteFile(Path("run/run.json"), "{}");
+  support::WriteFile(Path("run/model.json"), model(1, 16));
+  Dump("run/dumps/0", {0x3C00, 0xC000, 0, 0x3C00}, "pr_ob");
+  Dump("expected/0", {1, -2, 0, 1}, "pr_ob");
+  const Verdict verdict = Run("run");
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDone) << VerdictText(verdict);
+  EXPECT_EQ(verdict.outputs[0].type, ElementType::kFloat16);
+  EXPECT_EQ(verdict.outputs[0].shape, (Shape{2, 2, 1}));
+  support::WriteFile(Path("run/model.json"), model(9, 64));
+  EXPECT_EQ(Run("run").Status(), ExitStatus::kNothing);
+}
+
 // ---- Causes -------------------------------------------------------------------------------------
 
 std::vector<std::string> CauseIdsOf(const Verdict& verdict) {
