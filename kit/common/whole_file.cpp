@@ -6,7 +6,9 @@
 
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 #include "kit/common/fault.h"
@@ -52,6 +54,17 @@ off_t EndOfLines(int fd, off_t size) {
 }  // namespace
 
 WholeFile::WholeFile(std::string path) : path_(std::move(path)) {
+  struct stat about {};
+  if (stat(path_.c_str(), &about) == 0) {
+    isWrittenInPlace_ = !S_ISREG(about.st_mode);
+    std::array<char, PATH_MAX> meant{};
+    if (realpath(path_.c_str(), meant.data()) != nullptr) path_ = meant.data();
+  }
+  if (isWrittenInPlace_) {
+    fd_ = open(path_.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd_ < 0) Refuse(errno);
+    return;
+  }
   fd_ = open((path_ + kUnfinished).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
   if (fd_ < 0) Refuse(errno);
 }
@@ -59,6 +72,7 @@ WholeFile::WholeFile(std::string path) : path_(std::move(path)) {
 WholeFile::~WholeFile() {
   if (fd_ < 0) return;
   close(fd_);
+  if (isWrittenInPlace_) return;
   unlink((path_ + kUnfinished).c_str());
 }
 
@@ -78,6 +92,10 @@ void WholeFile::Flush() {
 
 void WholeFile::Finish() {
   Flush();
+  if (isWrittenInPlace_) {
+    close(std::exchange(fd_, -1));
+    return;
+  }
   // A file system that cannot sync has written all the same.
   if (fsync(fd_) != 0 && errno != EINVAL && errno != ENOSYS) Refuse(errno);
   if (std::rename((path_ + kUnfinished).c_str(), path_.c_str()) != 0) Refuse(errno);

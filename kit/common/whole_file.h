@@ -8,7 +8,8 @@
 namespace vorn::kit {
 
 /// Writes a file that appears whole or not at all: under another name in the same folder, synced,
-/// then renamed. Replaces what was there. Throws a Fault of kLimit that names the file.
+/// then renamed. Replaces what was there: of a link what it leads to. What is no regular file, such
+/// as a device or a pipe, is written to as it is. Throws a Fault of kLimit that names the file.
 void WriteWholeFile(const std::string& path, std::string_view bytes);
 
 /// The same for a file that is too large to be held.
@@ -33,6 +34,7 @@ class WholeFile {
   std::string path_;
   std::string waiting_;
   int fd_ = -1;
+  bool isWrittenInPlace_ = false;
 };
 
 /// A file of lines that grows. Move-only owner of its descriptor.

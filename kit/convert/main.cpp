@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
@@ -77,8 +78,19 @@ ExitStatus Convert(const Arguments& arguments) {
     throw Fault(ExitStatus::kUsage, "this is nothing for a terminal; name a file with -o");
   }
   std::vector<NamedTrace> traces;
-  for (const std::string& path : arguments.Operands()) traces.push_back(ReadTrace(path));
+  for (const std::string& path : arguments.Operands()) {
+    std::error_code unknown;
+    if (output && std::filesystem::equivalent(path, *output, unknown)) {
+      throw Fault(ExitStatus::kUsage,
+                  Quoted(*output) + " is a trace that is read; name another file with -o");
+    }
+    traces.push_back(ReadTrace(path));
+  }
   for (const NamedTrace& trace : traces) {
+    if (trace.file.cut != 0) {
+      std::fprintf(stderr, "vorn convert: '%s' lacks its last %llu calls: the file was cut\n",
+                   Printable(trace.name).c_str(), static_cast<unsigned long long>(trace.file.cut));
+    }
     if (trace.file.dropped == 0 || arguments.Has("quiet")) continue;
     std::fprintf(stderr, "vorn convert: '%s' lacks its last %llu calls: there was no room\n",
                  Printable(trace.name).c_str(),

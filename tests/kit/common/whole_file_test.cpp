@@ -3,7 +3,11 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <array>
+#include <filesystem>
 
 #include "kit/common/fault.h"
 #include "support/files.h"
@@ -43,6 +47,24 @@ TEST_F(WholeFile, LeavesTheOldFileWhereTheNewOneCannotTakeItsPlace) {
   support::WriteFile(Path("folder/in"), "one");
   EXPECT_THROW(WriteWholeFile(Path("folder"), "two"), vorn::kit::Fault);
   EXPECT_THAT(support::ReadTree(folder_.Path()), ElementsAre(Pair("folder/in", "one")));
+}
+
+TEST_F(WholeFile, TakesTheFileThatALinkLeadsTo) {
+  support::WriteFile(Path("file"), "one");
+  ASSERT_EQ(symlink("file", Path("link").c_str()), 0);
+  WriteWholeFile(Path("link"), "two");
+  EXPECT_EQ(support::ReadFile(Path("file")), "two");
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("link")));
+}
+
+TEST_F(WholeFile, WritesToWhatIsNoRegularFileAsItIs) {
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  const int reader = open(Path("pipe").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  WriteWholeFile(Path("pipe"), "one");
+  std::array<char, 8> got{};
+  EXPECT_EQ(read(reader, got.data(), got.size()), 3);
+  close(reader);
+  EXPECT_TRUE(std::filesystem::is_fifo(Path("pipe")));
 }
 
 TEST_F(WholeFile, AppendsLines) {

@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "kit/trace/trace_bytes.h"
 #include "support/command.h"
 #include "support/files.h"
@@ -49,6 +51,45 @@ TEST_F(Convert, WritesBothFormats) {
   EXPECT_EQ(Run({"-q", Path("one.vtrace"), "-o", Path("one.pftrace")}).out, "");
   EXPECT_EQ(support::ReadFile(Path("one.pftrace")), Run({Path("one.vtrace")}).out);
   EXPECT_THAT(support::ReadFile(Path("one.pftrace")), StartsWith("\n"));
+}
+
+TEST_F(Convert, NeverReplacesATraceThatItReads) {
+  std::filesystem::create_symlink(Path("one.vtrace"), Path("link"));
+  const std::string before = support::ReadFile(Path("one.vtrace"));
+  for (const char* output : {"one.vtrace", "link"}) {
+    const Outcome ended = Run({"-q", Path("one.vtrace"), "-o", Path(output)});
+    EXPECT_EQ(ended.status, 2);
+    EXPECT_EQ(ended.err, "vorn convert: '" + Path(output) +
+                             "' is a trace that is read; name another file with -o\n");
+  }
+  EXPECT_EQ(support::ReadFile(Path("one.vtrace")), before);
+}
+
+TEST_F(Convert, TellsOfATraceThatWasCut) {
+  const std::string whole = support::ReadFile(Path("one.vtrace"));
+  support::WriteFile(Path("cut"), whole.substr(0, whole.size() - 1));
+  const Outcome ended = Run({Path("cut"), "--to", "csv"});
+  EXPECT_EQ(ended.status, 0);
+  EXPECT_THAT(ended.err, StartsWith("vorn convert: '" + Path("cut") +
+                                    "' lacks its last 1 calls: the file was cut\n"));
+}
+
+// Also of what is more than the stream holds back, whose failure a last flush does not see.
+TEST_F(Convert, FailsWhereStandardOutputDoes) {
+  TraceBytes bytes({"vorn_init"}, 1);
+  for (uint64_t i = 0; i < 1000; ++i) {
+    bytes.Call({.operation = 0, .beganNs = 1100 + i, .endedNs = 1100 + i});
+  }
+  support::WriteFile(Path("long.vtrace"), bytes.Text());
+  for (const char* where : {">/dev/full", ">&-"}) {
+    support::Command command;
+    command.program = "/bin/sh";
+    command.arguments = {"-c", "exec \"$0\" convert -q --to csv \"$1\" " + std::string(where),
+                         VORN_COMMAND, Path("long.vtrace")};
+    const Outcome ended = RunCommand(command);
+    EXPECT_EQ(ended.status, 7) << where;
+    EXPECT_THAT(ended.err, StartsWith("vorn convert: cannot write to standard output: "));
+  }
 }
 
 TEST_F(Convert, RefusesWhatItCannotDo) {
