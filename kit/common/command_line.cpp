@@ -1,7 +1,11 @@
 // Reading the words of a command line, and the main of all verbs.
 #include "kit/common/command_line.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -192,7 +196,16 @@ uint64_t Arguments::GetNumber(std::string_view name, uint64_t otherwise, uint64_
   return number;
 }
 
+// A file that is opened must not take the place of a standard stream that is closed, and what is
+// printed there has to fail. A program that is run finds the stream closed as it was.
+void HoldStandardStreams() {
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+    if (fcntl(stream, F_GETFD) < 0) (void)open("/dev/null", O_RDONLY | O_CLOEXEC);
+  }
+}
+
 int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arguments&)) {
+  HoldStandardStreams();
   ExitStatus status = ExitStatus::kOwnFault;
   std::string message;
   try {
@@ -200,8 +213,11 @@ int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arg
     if (const auto form = AskedHelp(verb, words)) return static_cast<int>(PrintHelp(verb, *form));
     const Arguments arguments(verb, words);
     status = run(arguments);
-    if (std::fflush(stdout) != 0) {
-      throw Fault(ExitStatus::kLimit, "cannot write to standard output: " + SystemReason(errno));
+    // What was too much for the stream's own room has failed before.
+    const bool hasFailed = std::ferror(stdout) != 0;
+    if (std::fflush(stdout) != 0 || hasFailed) {
+      throw Fault(ExitStatus::kLimit, "cannot write to standard output: " +
+                                          (errno == 0 ? "it was not taken" : SystemReason(errno)));
     }
     return static_cast<int>(status);
   } catch (const Fault& fault) {

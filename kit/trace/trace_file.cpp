@@ -81,6 +81,7 @@ TraceFile ParseTrace(std::string_view bytes) {
   // The room for calls is made with the first of them, and a copy of the file may be cut.
   const uint64_t there = (bytes.size() - header.slotsAt) / sizeof(trace::Slot);
   const uint64_t count = std::min({header.calls, header.slots, there});
+  file.cut = std::min(header.calls, header.slots) - count;
   file.dropped = header.calls - std::min(header.calls, header.slots);
   for (uint64_t i = 0; i < count; ++i) {
     trace::Slot slot;

@@ -33,6 +33,7 @@ struct TraceFile {
   std::string runtime;   ///< behind the layer; empty if no call came
   std::string other;     ///< one in the process that was not called by way of the layer
   uint64_t dropped = 0;  ///< calls for which there was no room
+  uint64_t cut = 0;      ///< calls that had room, and are behind the end of a file that was cut
   uint64_t passed = 0;   ///< calls that the settings left out
   std::string settings;  ///< in force, lines as "calls=131072"
   std::vector<std::string> operations;

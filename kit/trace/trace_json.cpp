@@ -82,6 +82,7 @@ std::string TraceJson(const TraceFile& file, const std::string& path) {
        {"settings", SettingsJson(file.settings)},
        {"calls", file.calls.size()},
        {"dropped", file.dropped},
+       {"cut", file.cut},
        {"passed", file.passed},
        {"operations", OperationsJson(file)},
        {"phases", PhasesJson(file)},

@@ -220,6 +220,9 @@ std::string TraceReport(const TraceFile& file) {
   const DeviceMemory memory = FollowMemory(file);
   text += "\ndevice memory " + SizeText(memory.peakBytes) + " at the peak, " +
           SizeText(memory.leftBytes) + " not freed\n";
+  if (file.cut != 0) {
+    text += Counted(file.cut, "call") + " are missing: the file was cut behind them\n";
+  }
   if (file.dropped != 0) {
     text += std::to_string(file.dropped) +
             " later calls are not in the trace: there was no room; see --calls\n";

@@ -24,6 +24,14 @@ TraceBytes Small() {
   return bytes;
 }
 
+TEST(ParseTrace, CountsWhatACutFileLacks) {
+  const std::string text = Small().Text();
+  EXPECT_EQ(ParseTrace(text).cut, 0U);
+  const TraceFile file = ParseTrace(text.substr(0, text.size() - 1));
+  EXPECT_EQ(file.cut, 1U);
+  EXPECT_EQ(file.calls.size(), 1U);
+}
+
 TEST(ParseTrace, ReadsHeaderAndCalls) {
   const TraceFile file = ParseTrace(Small().Ended(1400).Text());
   EXPECT_EQ(file.pid, 42U);
