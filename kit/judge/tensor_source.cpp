@@ -137,6 +137,17 @@ std::vector<SampleSource> NumberedFolders(const std::string& folder, std::string
 
 // ---- Run directories ----------------------------------------------------------------------------
 
+// Of a dump that is not what the run has left.
+std::optional<std::string> WhatChanged(const std::string& folder, const SampleOutput& output) {
+  std::error_code error;
+  const auto bytes = fs::file_size(folder + "/" + output.path, error);
+  const std::string told = "its dump '" + Printable(output.path) + "' ";
+  if (error) return told + "cannot be read: " + error.message();
+  if (bytes == output.sizeBytes) return std::nullopt;
+  return told + "has " + std::to_string(bytes) + " bytes, and had " +
+         std::to_string(output.sizeBytes) + " when the run ended";
+}
+
 SampleSource FromRecord(const std::string& folder, const SampleRecord& record) {
   SampleSource sample;
   sample.index = record.index;
@@ -148,6 +159,11 @@ SampleSource FromRecord(const std::string& folder, const SampleRecord& record) {
     return sample;
   }
   for (const SampleOutput& output : record.outputs) {
+    if (const auto change = WhatChanged(folder, output)) {
+      sample.absence = *change;
+      sample.outputs.clear();
+      return sample;
+    }
     const std::string file = fs::path(output.path).filename().string();
     const std::string name = EndingOf(file) ? OutputNameOfDump(WithoutEnding(file)) : file;
     sample.outputs.push_back({name, folder + "/" + output.path});

@@ -164,8 +164,14 @@ class DumpInspector {
                        .sizeBytes = 0,
                        .xxh3 = {}};
     const uint64_t values = DumpValues(output, request_.batch);
+    struct stat about {};
+    if (stat((folder_.path + "/" + noted.path).c_str(), &about) != 0 || !S_ISREG(about.st_mode)) {
+      found_.faults.push_back(told + " was dumped as what is no regular file");
+      return;
+    }
+    noted.sizeBytes = static_cast<uint64_t>(about.st_size);
     Census census;
-    Measure(noted, output, values, census);
+    if (noted.sizeBytes == values * kValueBytes) Measure(noted, output, values, census);
     if (noted.sizeBytes != values * kValueBytes) {
       found_.faults.push_back(told + " was dumped with " + std::to_string(noted.sizeBytes) +
                               " bytes instead of " + std::to_string(values * kValueBytes) + " (" +
@@ -244,6 +250,11 @@ DumpsFound InspectDumps(const std::string& folder, const ModelDescription& model
 bool DoesVerify(const std::string& run, const SampleOutput& output) {
   // A path that leads out of the run was not written by this verb.
   if (output.path.find("..") != std::string::npos || output.path.starts_with('/')) return false;
+  struct stat about {};
+  if (stat((run + "/" + output.path).c_str(), &about) != 0 ||
+      static_cast<uint64_t>(about.st_size) != output.sizeBytes) {
+    return false;
+  }
   try {
     if (output.text && access((run + "/" + *output.text).c_str(), R_OK) != 0) return false;
     const FileIdentity file = IdentifyFile(run + "/" + output.path, "the dump", ExitStatus::kInput);

@@ -3,6 +3,7 @@
 #include "kit/launch/job.h"
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,6 +26,13 @@ constexpr std::chrono::seconds kToEndByItself{3};
 constexpr size_t kPieceBytes = 256 * 1024;
 constexpr size_t kMostWords = 16 * 1024;
 constexpr uint64_t kMostTracedCalls = uint64_t{1} << 24;  // as many as the layer takes
+
+// Hardly less is left where a write of the program has failed for want of room.
+bool IsDiskFull(const std::string& folder) {
+  constexpr uint64_t kLeast = 32 * 1024;
+  struct statvfs disk {};
+  return statvfs(folder.c_str(), &disk) == 0 && uint64_t{disk.f_bavail} * disk.f_frsize < kLeast;
+}
 
 // ---- The list of a job --------------------------------------------------------------------------
 
@@ -122,6 +130,7 @@ class Watcher {
       signals_.Wait(kTick);
       if (const auto ended = program.Poll()) {
         end_.program = *ended;
+        end_.isDiskFull = IsDiskFull(job_.folder);
         break;
       }
       if (end_.reason == JobEnd::Reason::kEnded) StopWhereDue(program);

@@ -36,6 +36,7 @@ struct JobEnd {
   std::string words;   ///< what it said on standard error, its end where that is long
   std::string trace;   ///< a file; empty: there is none
   std::string whyNoTrace;
+  bool isDiskFull = false;  ///< that of the dumps, as the program ended
 };
 
 /// Called while it runs, five times a second and once behind its end.

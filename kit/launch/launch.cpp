@@ -413,6 +413,14 @@ class Launcher {
     if (end.program.status == 0 && !isCut) return;
     // Of a chunk the sample that did it was named, and the rest goes on.
     if (request_.chunk && asideNow_) return;
+    // A log that could not be written tells less than the program did.
+    if (end.isDiskFull) {
+      Take(ExitStatus::kLimit,
+           "the disk of " + Quoted(request_.run) +
+               " is full: what was dumped last, and what the program said of it, "
+               "is not there; make room and go on with --resume");
+      return;
+    }
     if (end.program.status == 0) {
       Take(ExitStatus::kRuntime, "the program ended with status 0 after " +
                                      std::to_string(resolved - (asideNow_ ? 1 : 0)) + " of " +
@@ -616,6 +624,13 @@ std::string QuotedCommand(const std::vector<std::string>& words) {
     if (!text.empty()) text += ' ';
     if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) {
       text += word;
+      continue;
+    }
+    // What would steer a terminal is shown as bash takes it.
+    if (const std::string shown = Printable(word); shown != word) {
+      text += "$'";
+      for (const char c : shown) text += c == '\'' ? std::string("\\'") : std::string(1, c);
+      text += '\'';
       continue;
     }
     text += '\'';

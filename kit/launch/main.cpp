@@ -37,7 +37,9 @@ constexpr Option kOptions[] = {
      "of "
      "its chunk goes on."},
     {"resume", 0, "",
-     "Go on with the run in RUN: what is there and verifies by size and hash stays."},
+     "Go on with the run in RUN: what was recorded and verifies by size and hash stays. A "
+     "process's "
+     "outputs are recorded when it has ended, and with --chunk it ends sooner."},
     {"timeout", 0, "SECONDS", "End the run after that time."},
     {"sample-timeout", 0, "SECONDS",
      "End a process that takes longer for one inference, from its first file on."},

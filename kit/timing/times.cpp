@@ -166,7 +166,7 @@ class List {
 
   static double Number(size_t line, std::string_view cell) {
     const auto value = AsNumber(cell);
-    if (!value) RefuseTimes(AtLine(line) + "'" + Printable(cell) + "' is no number");
+    if (!value) RefuseTimes(AtLine(line) + "'" + PrintableExcerpt(cell) + "' is no number");
     return *value;
   }
 
@@ -176,8 +176,8 @@ class List {
     const bool isTitles = cells[0].find_first_of("+-.0123456789") != 0 && !AsNumber(cells[0]);
     if (!isTitles && column_.empty()) return false;
     if (!isTitles)
-      RefuseTimes(AtLine(line) + "there are no titles, and so no column '" + Printable(column_) +
-                  "'");
+      RefuseTimes(AtLine(line) + "there are no titles, and so no column '" +
+                  PrintableExcerpt(column_) + "'");
     const std::string_view wanted = column_.empty() ? kRunColumn : std::string_view(column_);
     const auto found = std::find(cells.begin(), cells.end(), wanted);
     if (found != cells.end()) {
@@ -188,7 +188,7 @@ class List {
       std::string titles;
       for (const std::string_view cell : cells)
         titles += (titles.empty() ? "" : ", ") + Printable(cell);
-      RefuseTimes(AtLine(line) + "there is no column '" + Printable(wanted) +
+      RefuseTimes(AtLine(line) + "there is no column '" + PrintableExcerpt(wanted) +
                   "'; name one of these with --column: " + titles);
     }
     return true;

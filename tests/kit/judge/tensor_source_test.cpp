@@ -118,12 +118,37 @@ TEST_F(Sources, AreRunDirectories) {
   aside.reason = "ended by SIGSEGV";
   Write("run.json", "{}");
   Write("samples.jsonl", ToLine(done) + ToLine(aside));
+  Write("dumps/0/prob.0.17.bin", "four");
   const TensorSource source = FindTensors(Path());
   EXPECT_TRUE(source.isRun);
   EXPECT_THAT(NamesOf(source.samples[0]), ElementsAre("prob"));
   EXPECT_EQ(source.samples[0].outputs[0].path, Path("dumps/0/prob.0.17.bin"));
   EXPECT_THAT(source.samples[0].inputs, ElementsAre("000.bin"));
   EXPECT_EQ(source.samples[1].absence, "ended by SIGSEGV");
+}
+
+TEST_F(Sources, MissWhatIsNotAsTheRunLeftIt) {
+  Write("run.json", "{}");
+  std::string lines;
+  for (const char* file : {"there.0.17.bin", "gone.0.17.bin", "short.0.17.bin"}) {
+    SampleRecord record;
+    record.index = lines.size();
+    record.status = SampleStatus::kDone;
+    record.outputs.push_back({0, "prob", file, {}, 4, "00"});
+    lines += ToLine(record);
+  }
+  Write("samples.jsonl", lines);
+  Write("there.0.17.bin", "four");
+  Write("short.0.17.bin", "two");
+  const TensorSource source = FindTensors(Path());
+  ASSERT_EQ(source.samples.size(), 3U);
+  EXPECT_EQ(source.samples[0].absence, "");
+  EXPECT_THAT(NamesOf(source.samples[0]), ElementsAre("there"));
+  EXPECT_EQ(source.samples[1].absence,
+            "its dump 'gone.0.17.bin' cannot be read: No such file or directory");
+  EXPECT_EQ(source.samples[2].absence,
+            "its dump 'short.0.17.bin' has 3 bytes, and had 4 when the run ended");
+  EXPECT_TRUE(source.samples[2].outputs.empty());
 }
 
 TEST_F(Sources, AreTheDumpsOfARunThatWasKilledEarly) {

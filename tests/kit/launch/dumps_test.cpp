@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <filesystem>
+#include <functional>
 #include <limits>
 
 #include "kit/common/file_identity.h"
@@ -70,6 +73,21 @@ TEST_F(Dumps, FindsEachOutput) {
                                             ExitStatus::kInput);
   EXPECT_EQ(found.outputs[1].xxh3, file.xxh3);
   EXPECT_EQ(found.outputs[2].path, "output.0.19.bin");
+}
+
+TEST_F(Dumps, TellsOfWhatIsNoFile) {
+  WriteAll();
+  const std::filesystem::path dump = folder_.Path() / "a_b_c.0.17.bin";
+  for (const auto& make :
+       {std::function<void()>([&] { std::filesystem::create_directory(dump); }),
+        std::function<void()>([&] { ASSERT_EQ(mkfifo(dump.c_str(), 0600), 0); }),
+        std::function<void()>([&] { std::filesystem::create_symlink(dump.filename(), dump); })}) {
+    std::filesystem::remove(dump);
+    make();
+    const DumpsFound found = Inspect();
+    EXPECT_THAT(found.faults, ElementsAre("output 'a.b/c' was dumped as what is no regular file"));
+    EXPECT_EQ(found.outputs.size(), 2U);
+  }
 }
 
 TEST_F(Dumps, TellsWhatIsMissingTwiceThereOrOfAnotherSize) {

@@ -82,7 +82,8 @@ TEST_F(Timing, RefusesWordsThatMeanNothing) {
             "slower or faster\n");
   EXPECT_THAT(fault({Path("fast"), "--absolute", "10"}, 2),
               StartsWith("vorn timing: --absolute takes a time with its unit"));
-  EXPECT_THAT(fault({Path("fast"), "--unit", "days"}, 2), HasSubstr("--unit takes ns, us, ms, s, min or h"));
+  EXPECT_THAT(fault({Path("fast"), "--unit", "days"}, 2),
+              HasSubstr("--unit takes ns, us, ms, s, min or h"));
   EXPECT_THAT(fault({Path("missing")}, 3), HasSubstr("missing'"));
   EXPECT_THAT(fault({folder_.Path().string()}, 3), HasSubstr("times.jsonl"));
 }
