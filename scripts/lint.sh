@@ -5,7 +5,8 @@
 #   layout      all C and C++ files, by clang-format
 #   scripts     all shell scripts, by shellcheck
 #   Python      all Python files, by flake8
-#   warnings    all C and C++ files that the build knows, by the front ends of g++ and clang++
+#   warnings    all C and C++ files that the build knows, by the front end of clang++; with --all by that
+#               of g++, too, which the build has anyway
 #   clang-tidy  the products, several files at a time, which takes five minutes of processor time in
 #               all. Of the tests, which take 20 seconds each, those of uncommitted changes and of the
 #               last ten commits, the newest first and as many as take a few minutes; with --since those
@@ -171,8 +172,10 @@ mkdir -p "$kBuild"
 ! has_version clang-format || look layout check_layout
 look scripts check_scripts
 look Python check_python
-configure g++ g++ gcc
-look 'warnings of g++' check_warnings g++
+if [ "$all" = yes ]; then
+  configure g++ g++ gcc
+  look 'warnings of g++' check_warnings g++
+fi
 configure clang++ clang++ clang -DVORN_BUILD_FUZZERS=ON -DVORN_PRECOMPILE=ON
 precompile clang++
 look 'warnings of clang++' check_warnings clang++
