@@ -39,7 +39,7 @@ Spread SpreadOf(const std::vector<SampleSketch>& samples, double SampleSketch::*
   if (values.empty()) return {};
   std::sort(values.begin(), values.end());
   const auto at = [&](double share) {
-    return values[static_cast<size_t>(share * static_cast<double>(values.size() - 1) + 0.5)];
+    return values[static_cast<size_t>(std::lround(share * static_cast<double>(values.size() - 1)))];
   };
   return {values.front(), at(0.05), at(0.5), at(0.95), values.back()};
 }
