@@ -81,7 +81,7 @@ said '^unquoted.sh:2:.*SC2086'
 said '^unused.py:1:.*F401'
 said '^src/unused.cpp:2:.* error: unused variable'
 said '^src/named.cpp:1:.* error: invalid case style'
-for kind in layout scripts Python 'warnings of g\+\+' 'warnings of clang\+\+'; do
+for kind in layout scripts Python 'warnings of clang\+\+'; do
   said "^lint: $kind: 1 faults$"
 done
 said '^src/old.cpp:1:.* error: invalid case style'
@@ -89,3 +89,6 @@ said '^src/null.cpp:2:.* error: Dereference of null pointer'
 said '^tests/new_test.cpp:1:.* error: invalid case style'
 said '^lint: clang-tidy, products: [1-9][0-9]* faults$'
 said '^lint: clang-tidy, 2 files: 1 faults$'
+! grep -q 'warnings of g' "$work/said" || fail 'looked with g++, which only --all does'
+lint 1 "$project" --all
+said '^lint: warnings of g\+\+: 1 faults$'

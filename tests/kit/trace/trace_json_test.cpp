@@ -30,7 +30,7 @@ TEST(TraceJson, KeepsToItsSchemaAndTellsAll) {
   EXPECT_EQ(text.find('\n'), text.size() - 1);
   for (const char* part :
        {R"("trace":"a.vtrace")", R"("settings":{"calls":"102","only":"vorn_*="})",
-        R"("calls":102,"dropped":3,"passed":4)", R"("takenDown":false)",
+        R"("calls":102,"dropped":3,"cut":0,"passed":4)", R"("takenDown":false)",
         R"("count":100,"failed":0,"totalNs":400,"medianNs":4,"mostNs":4,"p99Ns":4)",
         R"("deviceMemory":{"peakBytes":9,"leftBytes":9})",
         R"("unfinished":[{"call":102,"operation":"vorn_init","thread":7,"beganNs":4000}])"}) {
