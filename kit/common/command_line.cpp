@@ -215,6 +215,7 @@ int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arg
     status = run(arguments);
     // What was too much for the stream's own room has failed before.
     const bool hasFailed = std::ferror(stdout) != 0;
+    errno = 0;
     if (std::fflush(stdout) != 0 || hasFailed) {
       throw Fault(ExitStatus::kLimit, "cannot write to standard output: " +
                                           (errno == 0 ? "it was not taken" : SystemReason(errno)));

@@ -87,14 +87,14 @@ ExitStatus Convert(const Arguments& arguments) {
     traces.push_back(ReadTrace(path));
   }
   for (const NamedTrace& trace : traces) {
-    if (trace.file.cut != 0) {
-      std::fprintf(stderr, "vorn convert: '%s' lacks its last %llu calls: the file was cut\n",
-                   Printable(trace.name).c_str(), static_cast<unsigned long long>(trace.file.cut));
+    const auto lacks = [&](uint64_t calls, const char* why) {
+      std::fprintf(stderr, "vorn convert: %s lacks its last %s: %s\n", Quoted(trace.name).c_str(),
+                   Counted(calls, "call").c_str(), why);
+    };
+    if (trace.file.cut != 0) lacks(trace.file.cut, "the file was cut");
+    if (trace.file.dropped != 0 && !arguments.Has("quiet")) {
+      lacks(trace.file.dropped, "there was no room");
     }
-    if (trace.file.dropped == 0 || arguments.Has("quiet")) continue;
-    std::fprintf(stderr, "vorn convert: '%s' lacks its last %llu calls: there was no room\n",
-                 Printable(trace.name).c_str(),
-                 static_cast<unsigned long long>(trace.file.dropped));
   }
   const std::vector<PlacedTrace> placed = PlaceOnTimeline(std::move(traces));
   const std::string bytes = wantsCsv ? ToCsv(placed) : ToPerfetto(placed);

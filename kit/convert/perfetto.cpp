@@ -17,6 +17,7 @@
 
 #include "kit/common/printable.h"
 #include "kit/convert/protobuf_writer.h"
+#include "kit/trace/trace_summary.h"
 
 namespace vorn::kit {
 namespace {

@@ -32,34 +32,4 @@ std::vector<PlacedTrace> PlaceOnTimeline(std::vector<NamedTrace> traces) {
   return placed;
 }
 
-std::vector<MemoryMoment> MemoryOverTime(const TraceFile& file) {
-  std::vector<const TracedCall*> calls;
-  for (const TracedCall& call : file.calls) {
-    const std::string& name = file.operations[call.operation];
-    const bool isDone = call.endedNs && !call.results.empty() && call.results[0] == 0;
-    if (isDone && (name == "vorn_rt_malloc" || name == "vorn_rt_free")) calls.push_back(&call);
-  }
-  std::stable_sort(calls.begin(), calls.end(), [](const TracedCall* one, const TracedCall* two) {
-    return *one->endedNs < *two->endedNs;
-  });
-  std::map<uint64_t, uint64_t> blocks;  // by address
-  std::vector<MemoryMoment> moments;
-  uint64_t held = 0;
-  for (const TracedCall* call : calls) {
-    if (file.operations[call->operation] == "vorn_rt_malloc") {
-      if (call->arguments.size() < 2 || call->results.size() < 2) continue;
-      uint64_t& block = blocks[call->results[1]];
-      held += call->arguments[1] - block;
-      block = call->arguments[1];
-    } else {
-      const auto block = call->arguments.empty() ? blocks.end() : blocks.find(call->arguments[0]);
-      if (block == blocks.end()) continue;
-      held -= block->second;
-      blocks.erase(block);
-    }
-    moments.push_back({.monotonicNs = *call->endedNs, .bytes = held});
-  }
-  return moments;
-}
-
 }  // namespace vorn::kit

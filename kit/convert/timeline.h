@@ -33,17 +33,6 @@ struct PlacedTrace {
 
 [[nodiscard]] std::vector<PlacedTrace> PlaceOnTimeline(std::vector<NamedTrace> traces);
 
-/// How much device memory was held from a moment on.
-struct MemoryMoment {
-  uint64_t monotonicNs = 0;
-  uint64_t bytes = 0;
-
-  bool operator==(const MemoryMoment&) const = default;
-};
-
-/// By blocks of vorn_rt_malloc that were not freed yet, in the order of time.
-[[nodiscard]] std::vector<MemoryMoment> MemoryOverTime(const TraceFile& file);
-
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_CONVERT_TIMELINE_H_

@@ -95,7 +95,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
 }  // namespace
 
 /// Knows what is in a value, for the library that prints it and the one that read it.
-class JsonPrinter {
+class JsonAccess {
  public:
   static Json FromItems(std::vector<Json> items) {
     Json value;
@@ -146,15 +146,15 @@ class JsonPrinter {
 bool Builder::Close() {
   Level level = std::move(open_.back());
   open_.pop_back();
-  return Put(level.isArray ? JsonPrinter::FromItems(std::move(level.items))
-                           : JsonPrinter::FromMembers(std::move(level.members)));
+  return Put(level.isArray ? JsonAccess::FromItems(std::move(level.items))
+                           : JsonAccess::FromMembers(std::move(level.members)));
 }
 
 Json Json::Object(std::initializer_list<Member> members) {
-  return JsonPrinter::FromMembers(members);
+  return JsonAccess::FromMembers(members);
 }
 
-Json Json::Array(std::initializer_list<Json> items) { return JsonPrinter::FromItems(items); }
+Json Json::Array(std::initializer_list<Json> items) { return JsonAccess::FromItems(items); }
 
 void Json::Set(std::string_view key, Json value) {
   auto& members = std::get<std::vector<Member>>(value_);
@@ -241,8 +241,8 @@ Json ParseJson(std::string_view text) {
 }
 
 std::string ToText(const Json& value, int indent) {
-  return JsonPrinter::Printed(value).dump(indent == 0 ? -1 : indent, ' ', false,
-                                          nlohmann::ordered_json::error_handler_t::replace);
+  return JsonAccess::Printed(value).dump(indent == 0 ? -1 : indent, ' ', false,
+                                         nlohmann::ordered_json::error_handler_t::replace);
 }
 
 }  // namespace vorn::kit

@@ -28,7 +28,7 @@ class Json {
   using Member = std::pair<std::string, Json>;
 
   Json() = default;
-  Json(std::nullptr_t) {}  // NOLINT(google-explicit-constructor)
+  Json(std::nullptr_t) {}
   Json(std::same_as<bool> auto value) : value_(value) {}
   Json(std::signed_integral auto value) : value_(static_cast<int64_t>(value)) {}
   Json(std::unsigned_integral auto value) requires(!std::same_as<decltype(value), bool>)
@@ -75,7 +75,7 @@ class Json {
   [[nodiscard]] const std::vector<Member>& Members() const;
 
  private:
-  friend class JsonPrinter;
+  friend class JsonAccess;
   using Value = std::variant<std::nullptr_t, bool, int64_t, uint64_t, double, std::string,
                              std::vector<Json>, std::vector<Member>>;
 

@@ -158,24 +158,41 @@ Phases DivideIntoPhases(const TraceFile& file) {
   return divider.Finish(EndOf(file));
 }
 
-DeviceMemory FollowMemory(const TraceFile& file) {
-  std::map<uint64_t, uint64_t> blocks;  // by address
-  DeviceMemory memory;
+std::vector<MemoryMoment> MemoryOverTime(const TraceFile& file) {
+  std::vector<const TracedCall*> calls;
   for (const TracedCall& call : file.calls) {
     const std::string_view name = NameOf(file, call);
-    if (!call.endedNs || call.results.empty() || call.results[0] != 0) continue;
-    if (name == "vorn_rt_malloc" && call.arguments.size() > 1 && call.results.size() > 1) {
-      uint64_t& block = blocks[call.results[1]];
-      memory.leftBytes +=
-          call.arguments[1] - block;  // handed out again without a free: counted anew
-      block = call.arguments[1];
-      memory.peakBytes = std::max(memory.peakBytes, memory.leftBytes);
-    } else if (name == "vorn_rt_free" && !call.arguments.empty()) {
-      const auto block = blocks.find(call.arguments[0]);
+    const bool isDone = call.endedNs && !call.results.empty() && call.results[0] == 0;
+    if (isDone && (name == "vorn_rt_malloc" || name == "vorn_rt_free")) calls.push_back(&call);
+  }
+  std::stable_sort(calls.begin(), calls.end(), [](const TracedCall* one, const TracedCall* two) {
+    return *one->endedNs < *two->endedNs;
+  });
+  std::map<uint64_t, uint64_t> blocks;  // by address
+  std::vector<MemoryMoment> moments;
+  uint64_t held = 0;
+  for (const TracedCall* call : calls) {
+    if (NameOf(file, *call) == "vorn_rt_malloc") {
+      if (call->arguments.size() < 2 || call->results.size() < 2) continue;
+      uint64_t& block = blocks[call->results[1]];
+      held += call->arguments[1] - block;  // handed out again without a free: counted anew
+      block = call->arguments[1];
+    } else {
+      const auto block = call->arguments.empty() ? blocks.end() : blocks.find(call->arguments[0]);
       if (block == blocks.end()) continue;
-      memory.leftBytes -= block->second;
+      held -= block->second;
       blocks.erase(block);
     }
+    moments.push_back({.monotonicNs = *call->endedNs, .bytes = held});
+  }
+  return moments;
+}
+
+DeviceMemory FollowMemory(const TraceFile& file) {
+  DeviceMemory memory;
+  for (const MemoryMoment& moment : MemoryOverTime(file)) {
+    memory.peakBytes = std::max(memory.peakBytes, moment.bytes);
+    memory.leftBytes = moment.bytes;
   }
   return memory;
 }

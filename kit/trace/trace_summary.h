@@ -64,7 +64,18 @@ class PhaseDivider {
   std::string inside_;  // of a call that has not come back
 };
 
-/// Blocks of vorn_rt_malloc that were not freed yet, at their most.
+/// How much device memory was held from a moment on.
+struct MemoryMoment {
+  uint64_t monotonicNs = 0;
+  uint64_t bytes = 0;
+
+  bool operator==(const MemoryMoment&) const = default;
+};
+
+/// By blocks of vorn_rt_malloc that were not freed yet, in the order of time.
+[[nodiscard]] std::vector<MemoryMoment> MemoryOverTime(const TraceFile& file);
+
+/// The same at its most and at its end.
 struct DeviceMemory {
   uint64_t peakBytes = 0;
   uint64_t leftBytes = 0;  ///< not freed at the end

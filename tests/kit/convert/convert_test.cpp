@@ -71,7 +71,7 @@ TEST_F(Convert, TellsOfATraceThatWasCut) {
   const Outcome ended = Run({Path("cut"), "--to", "csv"});
   EXPECT_EQ(ended.status, 0);
   EXPECT_THAT(ended.err, StartsWith("vorn convert: '" + Path("cut") +
-                                    "' lacks its last 1 calls: the file was cut\n"));
+                                    "' lacks its last 1 call: the file was cut\n"));
 }
 
 // Also of what is more than the stream holds back, whose failure a last flush does not see.

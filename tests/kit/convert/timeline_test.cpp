@@ -41,24 +41,5 @@ TEST(PlacedTrace, EndsWithTheLastThatItKnowsOf) {
   EXPECT_EQ((PlacedTrace{.trace = {.name = "", .file = ParseTrace(bytes.Text())}}).EndNs(), 2500U);
 }
 
-TEST(MemoryOverTime, FollowsBlocksInTheOrderInWhichCallsEnded) {
-  TraceBytes bytes({"vorn_rt_malloc", "vorn_rt_free", "vorn_init"});
-  bytes.Call({.operation = 0,
-              .beganNs = 10,
-              .endedNs = 90,
-              .arguments = {1, 100, 2},
-              .results = {0, 0xA}});
-  bytes.Call(
-      {.operation = 0, .beganNs = 20, .endedNs = 30, .arguments = {1, 50, 2}, .results = {0, 0xB}});
-  bytes.Call({.operation = 2, .beganNs = 31, .endedNs = 32});
-  bytes.Call({.operation = 1, .beganNs = 40, .endedNs = 41, .arguments = {0xB}});
-  bytes.Call({.operation = 1, .beganNs = 95, .endedNs = 96, .arguments = {0xC}});
-  bytes.Call(
-      {.operation = 0, .beganNs = 97, .endedNs = 98, .arguments = {1, 7, 2}, .results = {5}});
-  bytes.Call({.operation = 1, .beganNs = 99, .endedNs = 0, .arguments = {0xA}});
-  EXPECT_THAT(MemoryOverTime(ParseTrace(bytes.Text())),
-              ElementsAre(MemoryMoment{30, 50}, MemoryMoment{41, 0}, MemoryMoment{90, 100}));
-}
-
 }  // namespace
 }  // namespace vorn::kit

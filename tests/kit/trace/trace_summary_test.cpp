@@ -8,6 +8,7 @@
 namespace vorn::kit {
 namespace {
 
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -152,6 +153,25 @@ TEST(TraceReport, NamesTheCallThatDidNotReturn) {
   EXPECT_THAT(report, HasSubstr("call 2, vorn_mdl_execute, had not returned after 3.000 ms: the "
                                 "process ended inside of it, or runs still\n"));
   EXPECT_THAT(report, HasSubstr("3 later calls are not in the trace: there was no room"));
+}
+
+TEST(MemoryOverTime, FollowsBlocksInTheOrderInWhichCallsEnded) {
+  TraceBytes bytes({"vorn_rt_malloc", "vorn_rt_free", "vorn_init"});
+  bytes.Call({.operation = 0,
+              .beganNs = 10,
+              .endedNs = 90,
+              .arguments = {1, 100, 2},
+              .results = {0, 0xA}});
+  bytes.Call(
+      {.operation = 0, .beganNs = 20, .endedNs = 30, .arguments = {1, 50, 2}, .results = {0, 0xB}});
+  bytes.Call({.operation = 2, .beganNs = 31, .endedNs = 32});
+  bytes.Call({.operation = 1, .beganNs = 40, .endedNs = 41, .arguments = {0xB}});
+  bytes.Call({.operation = 1, .beganNs = 95, .endedNs = 96, .arguments = {0xC}});
+  bytes.Call(
+      {.operation = 0, .beganNs = 97, .endedNs = 98, .arguments = {1, 7, 2}, .results = {5}});
+  bytes.Call({.operation = 1, .beganNs = 99, .endedNs = 0, .arguments = {0xA}});
+  EXPECT_THAT(MemoryOverTime(ParseTrace(bytes.Text())),
+              ElementsAre(MemoryMoment{30, 50}, MemoryMoment{41, 0}, MemoryMoment{90, 100}));
 }
 
 }  // namespace
