@@ -63,12 +63,15 @@ _HOST_TESTS = ("vorn_host_test", "vorn_host_allocation_test", "vorn_host_interfa
                "vorn_host_recovery_test", "vorn_host_command_test",
                "vorn_host_missing_engine_test", "vorn-conformance",
                "digits_run_test", "digit_finder_test", "docs_test", "fuzz_replay_image_test")
+_LAYER_TESTS = ("layers_common_test", "layers_test", "kit_trace_test", "kit_verbs_test")
 ROOMS = {
     "src": _COMMAND_TESTS,
     "runtime/host": _HOST_TESTS,
-    "shared": ("rows_test", "text_test", *_HOST_TESTS),
-    "layers": ("layers_test", "kit_verbs_test"),
-    "kit": ("kit_common_test", "kit_model_test", "kit_trace_test", "kit_verbs_test"),
+    "shared": ("rows_test", "text_test", *_HOST_TESTS, *_LAYER_TESTS),
+    "layers": _LAYER_TESTS,
+    "kit": ("kit_common_test", "kit_model_test", "kit_run_test", "kit_judge_test",
+            "kit_timing_test", "kit_trace_test", "kit_convert_test", "kit_launch_test",
+            "kit_verbs_test", "kit_launch_verb_test"),
 }
 FURTHER_TARGETS = ("conformance-models", "vorn-run", "board", "vorn_caller")  # that tests start
 
