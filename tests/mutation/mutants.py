@@ -107,7 +107,7 @@ class _Maker:
             if text == "[" and self.tokens[i + 1].text == "[":
                 end = self.source.partner[i]
             elif text in ("static_assert", "using", "extern"):
-                while self.tokens[end].text != ";":
+                while self.tokens[end].text not in (";", "{"):  # what a linkage holds is code
                     end += 1
             elif text == "template" and self.tokens[i + 1].text != "<":
                 while self.tokens[end].text != ";":

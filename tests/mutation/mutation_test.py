@@ -77,6 +77,10 @@ class Mutants(unittest.TestCase):
         text = "struct S {\n  virtual int F() const = 0;\n  int count = 0;\n};\n"
         self.assertEqual([m.line for m in make_mutants("f.h", text)], [3])
 
+    def test_change_what_a_linkage_holds(self):
+        made = make_mutants("f.cpp", 'extern "C" {\nint F() { return 1; }\nLISTED(F, G)\n}\n')
+        self.assertEqual({m.line for m in made}, {2})
+
 
 class Sample(unittest.TestCase):
     def test_is_spread_over_the_files(self):
