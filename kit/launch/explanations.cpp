@@ -1,5 +1,7 @@
 #include "kit/launch/explanations.h"
 
+#include "shared/text/glob.h"
+
 namespace vorn::kit {
 namespace {
 
@@ -222,36 +224,13 @@ constexpr Explanation kExplanations[] = {
      "the runtime was not taken down", kTellsMore},
 };
 
-// Each '*' takes as little as lets the rest fit.
-bool Fits(std::string_view text, std::string_view pattern) {
-  size_t at = 0;
-  size_t in = 0;
-  size_t star = pattern.npos;
-  size_t resume = 0;
-  while (at < text.size()) {
-    if (in < pattern.size() && pattern[in] == '*') {
-      star = in++;
-      resume = at;
-    } else if (in < pattern.size() && pattern[in] == text[at]) {
-      ++in;
-      ++at;
-    } else if (star != pattern.npos) {
-      in = star + 1;
-      at = ++resume;
-    } else {
-      return false;
-    }
-  }
-  return pattern.find_first_not_of('*', in) == pattern.npos;
-}
-
 }  // namespace
 
 std::span<const Explanation> AllExplanations() { return kExplanations; }
 
 const Explanation* Explain(std::string_view line) {
   for (const Explanation& explanation : kExplanations) {
-    if (Fits(line, explanation.pattern)) return &explanation;
+    if (text::FitsGlob(line, explanation.pattern)) return &explanation;
   }
   return nullptr;
 }

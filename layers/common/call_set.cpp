@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "shared/text/glob.h"
+
 namespace vorn::layers {
 namespace {
 
@@ -12,19 +14,6 @@ constexpr size_t kLongestItem = 1024;
 
 // A text read from a file. Not on the stack of somebody else's thread.
 char g_text[kMostCallText];
-
-bool Fits(const char* pattern, const char* name) {
-  for (; *pattern != '\0'; ++pattern, ++name) {
-    if (*pattern == '*') {
-      for (const char* rest = name;; ++rest) {
-        if (Fits(pattern + 1, rest)) return true;
-        if (*rest == '\0') return false;
-      }
-    }
-    if (*name == '\0' || (*pattern != '?' && *pattern != *name)) return false;
-  }
-  return *name == '\0';
-}
 
 // A whole number from 1 on at the front of a text, which then begins behind it. 0: there is none.
 uint64_t TakeNumber(const char*& text) {
@@ -109,7 +98,7 @@ class Parser {
     }
     added.operations = 0;
     for (size_t i = 0; i < operations_.count; ++i) {
-      if (Fits(item, operations_.names[i])) added.operations |= uint64_t{1} << i;
+      if (text::FitsGlob(operations_.names[i], item)) added.operations |= uint64_t{1} << i;
     }
     return added.operations != 0 || Refuse("there is no operation of this name", item);
   }

@@ -34,6 +34,7 @@ constexpr Target kTargets[] = {
 #elif defined(VORN_REPLAY_KIT)
     {"judge_files", fuzz::JudgeFiles},
     {"kit_texts", fuzz::KitTexts},
+    {"launch_texts", fuzz::LaunchTexts},
     {"trace_file", fuzz::TraceBytes},
 #else
     {"command_line", fuzz::CommandLine}, {"list_file", fuzz::ListFile}, {"rpn_text", fuzz::RpnText},

@@ -40,6 +40,9 @@ void KitTexts(std::span<const uint8_t> bytes);
 /// for which it looks for a cause.
 void JudgeFiles(std::span<const uint8_t> bytes);
 
+/// One of the texts around a run: a set of calls, a list, a log, times.
+void LaunchTexts(std::span<const uint8_t> bytes);
+
 /// The file of a trace, in every way that it is told.
 void TraceBytes(std::span<const uint8_t> bytes);
 
