@@ -97,7 +97,7 @@ Place Blocks::Find(const void* address) const {
 std::string Blocks::Release(void* address) {
   const auto found = live_.find(NumberOf(address));
   const Block block = found->second;
-  const std::string complaint = GuardComplaint(block);
+  std::string complaint = GuardComplaint(block);
   released_[found->first] = block.number;
   live_.erase(found);
   std::free(block.memory);

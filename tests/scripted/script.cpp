@@ -190,7 +190,7 @@ Tensor ReadTensor(Line* line) {
 }
 
 std::string ReadOperation(Line* line) {
-  const std::string name = line->Take().text;
+  std::string name = line->Take().text;
   if (FindOperation(name) == nullptr) Refuse("there is no operation '" + name + "'");
   return name;
 }

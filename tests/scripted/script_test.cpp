@@ -17,7 +17,7 @@ Script Parsed(const std::string& text) {
 std::string Refused(const std::string& text) {
   Script script;
   script.netType = 77;
-  const std::string problem = ParseScript(text, &script);
+  std::string problem = ParseScript(text, &script);
   EXPECT_EQ(script.netType, 77) << "a refused script was stored";
   return problem;
 }

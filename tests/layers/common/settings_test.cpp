@@ -28,7 +28,7 @@ class Settings : public testing::Test {
   }
 
   std::string File(const std::string& text) {
-    const std::string path = (folder_.Path() / "settings").string();
+    std::string path = (folder_.Path() / "settings").string();
     support::WriteFile(path, text);
     setenv("VORN_LAYER_SETTINGS", path.c_str(), 1);
     return path;

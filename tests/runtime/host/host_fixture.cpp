@@ -71,7 +71,7 @@ vorn_status HostFixture::Load(const std::string& bytes) {
 
 std::string HostFixture::Refusal(const OnnxWriter& model) {
   vorn_status status = VORN_SUCCESS;
-  const std::string said = LogOf([&] { status = Load(model); });
+  std::string said = LogOf([&] { status = Load(model); });
   EXPECT_NE(status, VORN_SUCCESS);
   Unload();
   return said;

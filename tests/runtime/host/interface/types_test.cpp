@@ -22,7 +22,7 @@ class HostTypes : public HostFixture {
     Blocks out = Outputs();
     in.Put(0, values, values.size());
     EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
-    const auto shown = out.Take<Shown>(0, values.size(), values.size());
+    auto shown = out.Take<Shown>(0, values.size(), values.size());
     Unload();
     return shown;
   }

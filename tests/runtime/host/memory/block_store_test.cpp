@@ -17,16 +17,16 @@
 namespace vorn::host {
 namespace {
 
-const auto machine = std::make_shared<MemoryBudget>();
+const auto kMachine = std::make_shared<MemoryBudget>();
 
 vorn_status StatusOfAllocating(BlockStore& blocks, uint64_t size) {
-  return StatusOf([&] { blocks.Allocate(size, machine); });
+  return StatusOf([&] { blocks.Allocate(size, kMachine); });
 }
 
 TEST(BlockStore, AllocatesAlignedBlocksOfAnySize) {
   BlockStore blocks;
   for (const uint64_t size : {1, 63, 64, 65, 100000}) {
-    void* block = blocks.Allocate(size, machine);
+    void* block = blocks.Allocate(size, kMachine);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % kBlockAlignment, 0u);
     std::memset(block, 0x5a, size);
   }
@@ -76,7 +76,7 @@ TEST(IsMemoryWatched, SeesValgrindByWhatItPreloads) {
 
 TEST(BlockStore, KnowsHowFarABlockReaches) {
   BlockStore blocks;
-  auto* block = static_cast<std::byte*>(blocks.Allocate(100, machine));
+  auto* block = static_cast<std::byte*>(blocks.Allocate(100, kMachine));
   EXPECT_EQ(blocks.BytesFrom(block), 100u);
   EXPECT_EQ(blocks.BytesFrom(block + 99), 1u);
   EXPECT_FALSE(blocks.BytesFrom(block + 100));
@@ -86,7 +86,7 @@ TEST(BlockStore, KnowsHowFarABlockReaches) {
 
 TEST(BlockStore, FreesItsOwnBlocksOnce) {
   BlockStore blocks;
-  auto* block = static_cast<std::byte*>(blocks.Allocate(100, machine));
+  auto* block = static_cast<std::byte*>(blocks.Allocate(100, kMachine));
   int foreign = 0;
   EXPECT_FALSE(blocks.Free(block + 1));
   EXPECT_FALSE(blocks.Free(&foreign));
@@ -97,24 +97,24 @@ TEST(BlockStore, FreesItsOwnBlocksOnce) {
 
 TEST(BlockStore, KeepsNothingWhereUsesOfFreedMemoryAreWatchedFor) {
   BlockStore blocks(false);
-  blocks.Free(blocks.Allocate(100, machine));
+  blocks.Free(blocks.Allocate(100, kMachine));
   EXPECT_EQ(blocks.KeptBytes(), 0u);
 }
 
 TEST(BlockStore, HandsAFreedBlockOutAgainForTheSameSizeOnly) {
   BlockStore blocks(true);
-  void* block = blocks.Allocate(1000, machine);
-  void* other = blocks.Allocate(500, machine);
+  void* block = blocks.Allocate(1000, kMachine);
+  void* other = blocks.Allocate(500, kMachine);
   EXPECT_TRUE(blocks.Free(block));
   EXPECT_EQ(blocks.KeptBytes(), 1000u);
   EXPECT_FALSE(blocks.Free(block));
   EXPECT_FALSE(blocks.BytesFrom(block));
-  EXPECT_EQ(blocks.Allocate(1000, machine), block);
+  EXPECT_EQ(blocks.Allocate(1000, kMachine), block);
   EXPECT_EQ(blocks.KeptBytes(), 0u);
   EXPECT_EQ(blocks.BytesFrom(block), 1000u);
   EXPECT_EQ(blocks.Count(), 2u);
   EXPECT_TRUE(blocks.Free(block));
-  const void* shorter = blocks.Allocate(999, machine);
+  const void* shorter = blocks.Allocate(999, kMachine);
   EXPECT_EQ(blocks.BytesFrom(shorter), 999u);
   EXPECT_TRUE(blocks.Free(other));
 }
@@ -122,13 +122,13 @@ TEST(BlockStore, HandsAFreedBlockOutAgainForTheSameSizeOnly) {
 TEST(BlockStore, GivesAnInferenceTheBlocksOfTheOneBefore) {
   BlockStore blocks(true);
   std::vector<void*> before;
-  for (int i = 0; i < 4; ++i) before.push_back(blocks.Allocate(1000, machine));
+  for (int i = 0; i < 4; ++i) before.push_back(blocks.Allocate(1000, kMachine));
   std::sort(before.begin(), before.end());
   for (const std::vector<size_t>& order :
        {std::vector<size_t>{0, 1, 2, 3}, {3, 2, 1, 0}, {2, 0, 3, 1}}) {
     for (const size_t i : order) EXPECT_TRUE(blocks.Free(before[i]));
     std::vector<void*> after;
-    for (int i = 0; i < 4; ++i) after.push_back(blocks.Allocate(1000, machine));
+    for (int i = 0; i < 4; ++i) after.push_back(blocks.Allocate(1000, kMachine));
     EXPECT_EQ(after, before);
   }
 }
@@ -144,7 +144,7 @@ TEST(BlockStore, HoldsNeverMoreThanWasHandedOutAtOneTime) {
     if (live.empty() || random() % 2 == 0) {
       const uint64_t size = 64 + random() % 20;
       const uint64_t kept = blocks.KeptBytes();
-      live[blocks.Allocate(size, machine)] = size;
+      live[blocks.Allocate(size, kMachine)] = size;
       recycled += blocks.KeptBytes() < kept ? 1 : 0;
       liveBytes += size;
       most = std::max(most, liveBytes);
@@ -163,26 +163,26 @@ TEST(BlockStore, HoldsNeverMoreThanWasHandedOutAtOneTime) {
 
 TEST(BlockStore, LetsTheOldestBlocksGoForANewSize) {
   BlockStore blocks(true);
-  void* first = blocks.Allocate(100, machine);
-  void* second = blocks.Allocate(200, machine);
-  void* third = blocks.Allocate(300, machine);
+  void* first = blocks.Allocate(100, kMachine);
+  void* second = blocks.Allocate(200, kMachine);
+  void* third = blocks.Allocate(300, kMachine);
   for (void* block : {first, second, third}) blocks.Free(block);
-  blocks.Allocate(150, machine);  // 600 bytes were out at most, so the 100 and the 200 have to go
+  blocks.Allocate(150, kMachine);  // 600 bytes were out at most, so the 100 and the 200 have to go
   EXPECT_EQ(blocks.KeptBytes(), 300u);
-  EXPECT_EQ(blocks.Allocate(300, machine), third);
+  EXPECT_EQ(blocks.Allocate(300, kMachine), third);
 }
 
 TEST(BlockStore, KeepsAFewBlocksOnly) {
   BlockStore blocks(true);
   std::vector<void*> all;
-  for (int i = 0; i < 1000; ++i) all.push_back(blocks.Allocate(16, machine));
+  for (int i = 0; i < 1000; ++i) all.push_back(blocks.Allocate(16, kMachine));
   for (void* block : all) EXPECT_TRUE(blocks.Free(block));
   EXPECT_EQ(blocks.KeptBytes(), 256u * 16);
 }
 
 TEST(BlockStore, ReturnsWhatIsNotToBeKept) {
   BlockStore blocks(true);
-  auto* image = static_cast<std::byte*>(blocks.Allocate(1000, machine));
+  auto* image = static_cast<std::byte*>(blocks.Allocate(1000, kMachine));
   int foreign = 0;
   blocks.DoNotKeep(&foreign);
   blocks.DoNotKeep(image + 999);
@@ -192,15 +192,15 @@ TEST(BlockStore, ReturnsWhatIsNotToBeKept) {
 
 TEST(BlockStore, ReleasesAllThatIsKept) {
   BlockStore blocks(true);
-  void* stays = blocks.Allocate(10, machine);
-  blocks.Free(blocks.Allocate(1000, machine));
+  void* stays = blocks.Allocate(10, kMachine);
+  blocks.Free(blocks.Allocate(1000, kMachine));
   blocks.ReleaseKept();
   EXPECT_EQ(blocks.KeptBytes(), 0u);
   EXPECT_EQ(blocks.BytesFrom(stays), 10u);
   // What was out before counts no longer.
-  blocks.Free(blocks.Allocate(500, machine));
+  blocks.Free(blocks.Allocate(500, kMachine));
   EXPECT_EQ(blocks.KeptBytes(), 500u);
-  blocks.Allocate(100, machine);
+  blocks.Allocate(100, kMachine);
   EXPECT_EQ(blocks.KeptBytes(), 0u);
 }
 
