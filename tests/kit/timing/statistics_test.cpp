@@ -27,6 +27,24 @@ TEST(MedianDeviation, IsTheMedianDistance) {
   EXPECT_EQ(MedianDeviation(Values{3, 3, 3}), 0);
 }
 
+// Against sorting, with many equal values and without.
+TEST(Median, IsThatOfSortedValues) {
+  std::mt19937 random(3);
+  for (int round = 0; round < 200; ++round) {
+    Values values(1 + random() % 60);
+    for (double& value : values)
+      value = static_cast<double>(random() % (round % 2 == 0 ? 5 : 1000));
+    Values sorted = values;
+    std::sort(sorted.begin(), sorted.end());
+    const size_t half = sorted.size() / 2;
+    const double middle =
+        sorted.size() % 2 == 1 ? sorted[half] : (sorted[half - 1] + sorted[half]) / 2;
+    EXPECT_EQ(Median(values), middle);
+    for (double& value : sorted) value = std::abs(value - middle);
+    EXPECT_EQ(MedianDeviation(values), Median(sorted));
+  }
+}
+
 TEST(Percentile, IsTheSmallestValueThatTheShareIsNotAbove) {
   Values values(400);
   std::iota(values.begin(), values.end(), 1.0);
