@@ -47,7 +47,7 @@ constexpr Option kOptions[] = {
      "Where verdict.json and verdict.xml (JUnit) go. Without it into RUN, if that is a run "
      "directory."},
     {"json", 0, "", "Print verdict.json, not the table."},
-    {"quiet", 0, "", "Print nothing but faults."},
+    {"quiet", 0, "", "Print nothing but faults, and what --json asks for."},
 };
 
 constexpr Verb kJudge{
@@ -151,10 +151,13 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   } else if (request.actual.isRun) {
     WriteVerdict(request.actual.path, verdict);
   }
-  if (!arguments.Has("quiet")) {
-    const std::string text = arguments.Has("json") ? VerdictJson(verdict) : VerdictText(verdict);
-    std::fwrite(text.data(), 1, text.size(), stdout);
+  std::string text;
+  if (arguments.Has("json")) {
+    text = VerdictJson(verdict);
+  } else if (!arguments.Has("quiet")) {
+    text = VerdictText(verdict);
   }
+  std::fwrite(text.data(), 1, text.size(), stdout);
   return verdict.Status();
 }
 

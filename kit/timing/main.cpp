@@ -22,6 +22,7 @@ constexpr Option kOptions[] = {
      "The column of a table, or the key of objects, that holds the times; executeNs without it."},
     {"seed", 0, "N", "Of the bootstrap, 1 without it."},
     {"json", 0, "", "Print all of it as JSON: docs/schema/timing.json."},
+    {"quiet", 'q', "", "Print nothing but faults, and what --json asks for; the status tells."},
 };
 
 constexpr Verb kTiming{
@@ -31,8 +32,9 @@ constexpr Verb kTiming{
     .about =
         "Compares the times of executions of the first TIMES with those of each further one.\n"
         "TIMES is a run directory, a trace of vorn trace, or a list of numbers: a line each, a\n"
-        "table with commas, or JSON. Of one alone it tells what its times are like, and of a run\n"
-        "that took turns between A and B, how B compares with A, by pairs.\n"
+        "table with commas, or JSON; the decimal sign is a full stop. Of one alone it tells what\n"
+        "its times are like, and of a run that took turns between A and B, how B compares with A,\n"
+        "by pairs. Of an inference that a run holds twice the latest attempt counts.\n"
         "\n"
         "First executions of a process are apart. A percentile is told where there are times\n"
         "enough to carry it. Slower or faster needs three things: ranks that differ by more than\n"
@@ -89,7 +91,12 @@ ExitStatus Timing(const Arguments& arguments) {
     sources.push_back(ReadMeasuredTimes(path, format));
   }
   const TimingResult result = CompareTimes(sources, gates, bootstrap);
-  const std::string text = arguments.Has("json") ? TimingJson(result) : TimingText(result);
+  std::string text;
+  if (arguments.Has("json")) {
+    text = TimingJson(result);
+  } else if (!arguments.Has("quiet")) {
+    text = TimingText(result);
+  }
   std::fwrite(text.data(), 1, text.size(), stdout);
   return StatusOf(result);
 }

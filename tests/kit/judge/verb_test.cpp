@@ -139,6 +139,7 @@ TEST_F(JudgeVerb, ComparesBothSidesWithLabels) {
 
 TEST_F(JudgeVerb, PrintsJson) {
   const Outcome ended = Judge({"--json"});
+  EXPECT_EQ(Judge({"--json", "--quiet"}).out, ended.out);
   EXPECT_THAT(ended.out, testing::StartsWith("{\n  \"schema\": 1,\n  \"status\": 0,"));
 }
 

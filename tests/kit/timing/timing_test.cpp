@@ -61,6 +61,14 @@ TEST_F(Timing, PrintsTheSameTwice) {
             Run({"--json", Path("fast"), Path("slow")}).out);
 }
 
+TEST_F(Timing, PrintsJsonAloneWhereItIsQuiet) {
+  const Outcome quiet = Run({"--quiet", Path("fast"), Path("slow")});
+  EXPECT_EQ(quiet.status, 10);
+  EXPECT_EQ(quiet.out + quiet.err, "");
+  EXPECT_EQ(Run({"--quiet", "--json", Path("fast"), Path("slow")}).out,
+            Run({"--json", Path("fast"), Path("slow")}).out);
+}
+
 TEST_F(Timing, GoesByTheGatesThatAreGiven) {
   EXPECT_EQ(Run({Path("fast"), Path("slow"), "--ratio", "1.6"}).status, 0);
   EXPECT_EQ(Run({Path("fast"), Path("slow"), "--absolute", "1ms"}).status, 0);
