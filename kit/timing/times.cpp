@@ -24,6 +24,11 @@ constexpr uint64_t kMostBytes = uint64_t{4} << 30;
 constexpr std::string_view kRunColumn = "executeNs";
 constexpr std::string_view kBlanks = " \t\r";
 
+// What lies beyond these is no time of an execution but a slip, such as a wrong unit, and would
+// make every table unreadable: a picosecond, a hundred years.
+constexpr double kLeastNs = 1e-3;
+constexpr double kMostNs = 100 * 365.25 * 24 * 3600 * 1e9;
+
 [[noreturn]] void RefuseTimes(const std::string& reason) {
   throw Fault(ExitStatus::kInput, reason);
 }
@@ -31,8 +36,11 @@ constexpr std::string_view kBlanks = " \t\r";
 std::string AtLine(size_t line) { return "line " + std::to_string(line) + ": "; }
 
 // A clock may not have moved, and a ratio needs something to divide by.
-double AsTime(uint64_t nanoseconds) {
-  return static_cast<double>(std::max<uint64_t>(nanoseconds, 1));
+double AsTime(uint64_t nanoseconds, const std::string& where) {
+  const auto time = static_cast<double>(std::max<uint64_t>(nanoseconds, 1));
+  if (time <= kMostNs) return time;
+  RefuseTimes(where + "an execution of " + std::to_string(nanoseconds) +
+              " ns took more than a hundred years; the file is damaged");
 }
 
 std::string_view WithoutBlanks(std::string_view text) {
@@ -59,17 +67,53 @@ struct RunSeries {
   std::vector<std::pair<uint64_t, size_t>> places;  // index, and which of its executions
 };
 
+// The first executions of a process stand apart, whether or not they count.
+using Process = std::tuple<std::string, uint64_t, uint64_t>;
+
+Process ProcessOf(const TimesRecord& record) { return {record.host, record.chunk, record.attempt}; }
+
+// A later attempt of the same chunk, or what stands further down in the file.
+bool Replaces(const TimesRecord& later, const TimesRecord& former) {
+  return later.chunk != former.chunk || later.attempt >= former.attempt;
+}
+
+// Which of the records of an inference counts; several of one are of a sample that was run again,
+// or were written twice.
+std::map<uint64_t, const TimesRecord*> ThoseThatCount(
+    const std::vector<const TimesRecord*>& records) {
+  std::map<uint64_t, const TimesRecord*> counting;
+  for (const TimesRecord* record : records) {
+    const auto [at, isNew] = counting.emplace(record->index, record);
+    if (!isNew && Replaces(*record, *at->second)) at->second = record;
+  }
+  return counting;
+}
+
 // All of them, or those of a name.
 RunSeries CollectSeries(const std::vector<TimesRecord>& records,
                         const std::optional<std::string>& name) {
+  std::vector<const TimesRecord*> own;
+  for (const TimesRecord& record : records) {
+    if (!name || record.series == name) own.push_back(&record);
+  }
+  const std::map<uint64_t, const TimesRecord*> counting = ThoseThatCount(own);
+  // The same process cannot have run an inference twice: what it began with stays its first.
+  std::map<Process, uint64_t> firstOf;
+  for (const TimesRecord* record : own) {
+    if (!record->executeNs.empty()) firstOf.emplace(ProcessOf(*record), record->index);
+  }
   RunSeries series;
   series.times.name = name.value_or("");
-  std::set<std::tuple<std::string, uint64_t, uint64_t>> begun;
-  for (const TimesRecord& record : records) {
-    if (name && record.series != name) continue;
+  std::set<uint64_t> taken;
+  for (const TimesRecord* line : own) {
+    if (!taken.insert(line->index).second) continue;
+    const TimesRecord& record = *counting.at(line->index);
+    const auto begun = firstOf.find(ProcessOf(record));
+    const bool isFirst = begun != firstOf.end() && begun->second == record.index;
     for (size_t i = 0; i < record.executeNs.size(); ++i) {
-      const double time = AsTime(record.executeNs[i]);
-      if (begun.emplace(record.host, record.chunk, record.attempt).second) {
+      const double time =
+          AsTime(record.executeNs[i], "inference " + std::to_string(record.index) + ": ");
+      if (isFirst && i == 0) {
         series.times.firstNs.push_back(time);
       } else {
         series.times.timesNs.push_back(time);
@@ -77,6 +121,7 @@ RunSeries CollectSeries(const std::vector<TimesRecord>& records,
       }
     }
   }
+  series.times.repeated = own.size() - counting.size();
   return series;
 }
 
@@ -101,14 +146,25 @@ void PairUp(RunSeries& one, RunSeries& other) {
 // ---- A list
 // --------------------------------------------------------------------------------------
 
+// A line's cells, and whether commas divide them: then titles may hold blanks.
+struct Cells {
+  std::vector<std::string> texts;
+  bool areDividedByCommas = false;
+};
+
 class List {
  public:
   explicit List(const ListFormat& format) : unitNs_(format.unitNs), column_(format.column) {}
 
-  void Add(double value, const std::string& where) {
+  // `text` is the value as it stands in the file.
+  void Add(double value, const std::string& text, const std::string& where) {
     const double time = value * unitNs_;
-    if (!std::isfinite(time) || time <= 0) {
-      RefuseTimes(where + "a time is above 0, and this one is " + ToText(Json(value)));
+    if (!(value > 0)) RefuseTimes(where + "a time is above 0, and this one is " + text);
+    const bool isTooLong = !(time <= kMostNs);
+    if (isTooLong || time < kLeastNs) {
+      RefuseTimes(where + text + (unitNs_ == 1 ? " ns is " : " of the unit is ") +
+                  (isTooLong ? "more than a hundred years" : "less than a picosecond") +
+                  ", which is no time of an execution; --unit says what the numbers are of");
     }
     times_.push_back(time);
   }
@@ -116,45 +172,125 @@ class List {
   void AddJson(const Json& value, const std::string& where) {
     if (value.IsArray()) {
       for (const Json& item : value.Items()) AddJson(item, where);
-    } else if (value.IsObject()) {
-      AddJson(value.At(column_.empty() ? kRunColumn : std::string_view(column_)), where);
+      return;
+    }
+    const std::string place = where + "value " + std::to_string(times_.size() + 1) + ": ";
+    if (value.IsObject()) {
+      const std::string_view key = column_.empty() ? kRunColumn : std::string_view(column_);
+      const Json* times = value.Find(key);
+      if (times == nullptr) {
+        RefuseTimes(place + "the object has no key '" + PrintableExcerpt(key) +
+                    "'; --column names the one that holds the times");
+      }
+      AddJson(*times, where);
+    } else if (value.IsNumber()) {
+      Add(value.AsNumber(), ToText(value), place);
     } else {
-      Add(value.AsNumber(), where);
+      RefuseTimes(place + PrintableExcerpt(ToText(value)) + " is no number");
     }
   }
 
   // A line of numbers, of a table, or the titles of one.
   void AddLine(size_t line, std::string_view text) {
-    text = WithoutBlanks(text.substr(0, text.find('#')));
-    if (text.empty()) return;
-    const std::vector<std::string_view> cells = Cells(text);
+    if (line == 1 && text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+    // In a table a name may hold the sign.
+    if (columns_ <= 1) text = text.substr(0, FindRemark(text));
+    text = WithoutBlanks(text);
+    if (text.empty() || text[0] == '#') return;
+    const Cells cells = CellsOf(line, text);
     if (!isBegun_) {
       isBegun_ = true;
-      if (FindColumn(line, cells)) return;
+      if (FindColumn(line, cells.texts)) return;
     }
-    if (place_) {
-      if (*place_ >= cells.size()) RefuseTimes(AtLine(line) + "the column is missing");
-      Add(Number(line, cells[*place_]), AtLine(line));
+    if (!place_) {
+      if (cells.areDividedByCommas) RefuseDoubtful(line, text);
+      for (const std::string& cell : cells.texts) AddCell(line, cell);
       return;
     }
-    for (const std::string_view cell : cells) Add(Number(line, cell), AtLine(line));
+    if (cells.texts.size() > columns_) {
+      RefuseTimes(AtLine(line) + "there are " + std::to_string(cells.texts.size()) +
+                  " cells, and " + Counted(columns_, "title") +
+                  "; a decimal sign is a full stop, and a cell with a comma stands in quotes");
+    }
+    if (*place_ >= cells.texts.size()) RefuseTimes(AtLine(line) + "the column is missing");
+    AddCell(line, cells.texts[*place_]);
   }
 
   std::vector<double> Take() { return std::move(times_); }
 
  private:
-  // With commas in it they alone divide, so that titles may hold blanks.
-  static std::vector<std::string_view> Cells(std::string_view text) {
-    const bool hasCommas = text.find(',') != std::string_view::npos;
-    const std::string_view dividers = hasCommas ? "," : kBlanks;
-    std::vector<std::string_view> cells;
-    while (true) {
-      const size_t end = text.find_first_of(dividers);
-      const std::string_view cell = WithoutBlanks(text.substr(0, end));
-      if (hasCommas || !cell.empty()) cells.push_back(cell);
-      if (end == std::string_view::npos) return cells;
-      text.remove_prefix(end + 1);
+  static constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+  // Behind the last character that is not in quotes.
+  static size_t FindRemark(std::string_view text) {
+    bool isQuoted = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+      if (text[i] == '"') isQuoted = !isQuoted;
+      if (text[i] == '#' && !isQuoted) return i;
     }
+    return text.size();
+  }
+
+  // Takes one cell off the front, in quotes as RFC 4180 has them, up to a divider or the end.
+  static std::string TakeCell(size_t line, std::string_view& rest, std::string_view dividers) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
+    if (!rest.starts_with('"')) {
+      const std::string_view cell = rest.substr(0, rest.find_first_of(dividers));
+      rest.remove_prefix(cell.size());
+      return std::string(WithoutBlanks(cell));
+    }
+    std::string cell;
+    for (size_t i = 1; i < rest.size(); ++i) {
+      if (rest[i] != '"') {
+        cell += rest[i];
+      } else if (i + 1 < rest.size() && rest[i + 1] == '"') {
+        cell += rest[i++];
+      } else {
+        rest.remove_prefix(i + 1);
+        const size_t next = std::min(rest.find_first_of(dividers), rest.size());
+        if (WithoutBlanks(rest.substr(0, next)).empty()) {
+          rest.remove_prefix(next);
+          return cell;
+        }
+        RefuseTimes(AtLine(line) + "behind the quotes of '" + PrintableExcerpt(cell) +
+                    "' stands more of the cell");
+      }
+    }
+    RefuseTimes(AtLine(line) + "a quote is not closed: " + PrintableExcerpt(rest));
+  }
+
+  static Cells CellsOf(size_t line, std::string_view rest) {
+    // A comma within quotes divides as little as a blank there.
+    bool isQuoted = false;
+    Cells cells;
+    for (const char c : rest) {
+      if (c == '"') isQuoted = !isQuoted;
+      if (c == ',' && !isQuoted) cells.areDividedByCommas = true;
+    }
+    const std::string_view dividers = cells.areDividedByCommas ? "," : kBlanks;
+    while (true) {
+      cells.texts.push_back(TakeCell(line, rest, dividers));
+      if (!cells.areDividedByCommas) rest = WithoutBlanks(rest);
+      if (rest.empty()) return cells;
+      if (cells.areDividedByCommas) rest.remove_prefix(1);
+    }
+  }
+
+  // 1,5 may be two times, or one of a person whose decimal sign is the comma; 1,234 and 1,234,567
+  // may be thousands.
+  static void RefuseDoubtful(size_t line, std::string_view text) {
+    if (text.find_first_not_of("0123456789,.") != std::string_view::npos) return;
+    const std::string_view whole = text.substr(0, text.find('.'));
+    const bool isDecimal = whole.size() == text.size() && text.find(',') == text.rfind(',');
+    bool areThousands =
+        whole.find(',') <= 3 && text.find(',', whole.size()) == std::string_view::npos;
+    for (size_t at = whole.find(','); at != std::string_view::npos; at = whole.find(',', at + 1)) {
+      areThousands = areThousands && std::min(whole.find(',', at + 1), whole.size()) == at + 4;
+    }
+    if (!areThousands && !isDecimal) return;
+    RefuseTimes(AtLine(line) + "'" + PrintableExcerpt(text) +
+                "' may be one number or several; write a full stop as the decimal sign, nothing "
+                "between thousands, and a blank behind a comma that divides");
   }
 
   static std::optional<double> AsNumber(std::string_view cell) {
@@ -164,14 +300,14 @@ class List {
     return value;
   }
 
-  static double Number(size_t line, std::string_view cell) {
+  void AddCell(size_t line, const std::string& cell) {
     const auto value = AsNumber(cell);
     if (!value) RefuseTimes(AtLine(line) + "'" + PrintableExcerpt(cell) + "' is no number");
-    return *value;
+    Add(*value, cell, AtLine(line));
   }
 
   // Whether the first line is one of titles, and so which column is meant.
-  bool FindColumn(size_t line, const std::vector<std::string_view>& cells) {
+  bool FindColumn(size_t line, const std::vector<std::string>& cells) {
     // What begins as a number and is none is a slip, and no title.
     const bool isTitles = cells[0].find_first_of("+-.0123456789") != 0 && !AsNumber(cells[0]);
     if (!isTitles && column_.empty()) return false;
@@ -180,16 +316,16 @@ class List {
                   PrintableExcerpt(column_) + "'");
     const std::string_view wanted = column_.empty() ? kRunColumn : std::string_view(column_);
     const auto found = std::find(cells.begin(), cells.end(), wanted);
+    columns_ = cells.size();
     if (found != cells.end()) {
       place_ = static_cast<size_t>(found - cells.begin());
     } else if (cells.size() == 1 && column_.empty()) {
       place_ = 0;
     } else {
       std::string titles;
-      for (const std::string_view cell : cells)
-        titles += (titles.empty() ? "" : ", ") + Printable(cell);
+      for (const std::string& cell : cells) titles += (titles.empty() ? "" : ", ") + cell;
       RefuseTimes(AtLine(line) + "there is no column '" + PrintableExcerpt(wanted) +
-                  "'; name one of these with --column: " + titles);
+                  "'; name one of these with --column: " + PrintableExcerpt(titles));
     }
     return true;
   }
@@ -197,13 +333,23 @@ class List {
   double unitNs_;
   std::string column_;
   bool isBegun_ = false;
-  std::optional<size_t> place_;
+  size_t columns_ = 0;           ///< that the titles name
+  std::optional<size_t> place_;  ///< of the times among them
   std::vector<double> times_;
 };
 
 bool BeginsAsJson(std::string_view text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
   return begin != std::string_view::npos && (text[begin] == '[' || text[begin] == '{');
+}
+
+std::optional<Json> ParsedOrNot(std::string_view text, std::string& fault) {
+  try {
+    return ParseJson(text);
+  } catch (const JsonError& error) {
+    fault = error.what();
+    return std::nullopt;
+  }
 }
 
 }  // namespace
@@ -218,7 +364,8 @@ MeasuredTimes TimesOfTrace(const TraceFile& file) {
       continue;
     }
     std::vector<double>& place = times.firstNs.empty() ? times.firstNs : times.timesNs;
-    place.push_back(AsTime(*call.endedNs - call.beganNs));
+    place.push_back(
+        AsTime(*call.endedNs - call.beganNs, "call " + std::to_string(call.number) + ": "));
   }
   return measured;
 }
@@ -235,24 +382,20 @@ MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records) {
 
 MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format) {
   List list(format);
-  const bool isJson = BeginsAsJson(text);
-  try {
-    if (isJson) list.AddJson(ParseJson(text), "");
-  } catch (const JsonError& whole) {
-    // An object a line is no JSON as a whole.
-    list = List(format);
-    ForEachTextLine(text, [&](size_t number, std::string_view line) {
-      if (line.empty()) return;
-      try {
-        list.AddJson(ParseJson(line), AtLine(number));
-      } catch (const JsonError& error) {
-        RefuseTimes(number == 1 ? whole.what() : AtLine(number) + error.what());
-      }
-    });
-  }
-  if (!isJson) {
+  if (!BeginsAsJson(text)) {
     ForEachTextLine(text,
                     [&](size_t number, std::string_view line) { list.AddLine(number, line); });
+  } else if (std::string fault; const auto whole = ParsedOrNot(text, fault)) {
+    list.AddJson(*whole, "");
+  } else {
+    // A value a line is no JSON as a whole.
+    ForEachTextLine(text, [&](size_t number, std::string_view line) {
+      if (line.empty()) return;
+      std::string ofLine;
+      const auto value = ParsedOrNot(line, ofLine);
+      if (!value) RefuseTimes(number == 1 ? fault : AtLine(number) + ofLine);
+      list.AddJson(*value, AtLine(number));
+    });
   }
   return {.kind = "list", .series = {{.name = {}, .firstNs = {}, .timesNs = list.Take()}}};
 }

@@ -17,6 +17,7 @@ struct Times {
   std::vector<double> firstNs;  ///< first executions of a process, which warm things up
   std::vector<double> timesNs;  ///< all others
   size_t failed = 0;            ///< executions that failed, and have no time that counts
+  size_t repeated = 0;          ///< lines of a run that a later one of the same inference replaces
 };
 
 /// What one source holds. Two series are those of a run that took turns: value i of one was
@@ -35,12 +36,14 @@ struct ListFormat {
 /// The executions of a trace that succeeded.
 [[nodiscard]] MeasuredTimes TimesOfTrace(const TraceFile& file);
 
-/// The lines of times.jsonl. Where they name series, those named A and B.
+/// The lines of times.jsonl. Where they name series, those named A and B. Of several lines of an
+/// inference the latest attempt counts, and of one attempt the last line.
 [[nodiscard]] MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records);
 
 /// Numbers in any of these forms: one a line, with commas or blanks between them, `#` before a
-/// remark; a table with commas and a title line; a JSON array of numbers or of objects; an object
-/// with such an array. Throws a Fault of kInput that names the line.
+/// remark; a table with commas and a title line, its cells in quotes or not; a JSON array of numbers
+/// or of objects; an object with such an array. Throws a Fault of kInput that names the line, also
+/// of a comma that may be a decimal sign or divide thousands.
 [[nodiscard]] MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format);
 
 /// The source at a path: a folder is a run, a file that begins as a trace is one, and any other a

@@ -91,6 +91,11 @@ std::string Table(const TimingResult& result, const Unit& unit) {
   return table.Text();
 }
 
+// How many independent times tell as much: a time is one, whatever its neighbours.
+double WorthOf(size_t count, double inflation) {
+  return std::max(1.0, std::floor(static_cast<double>(count) / inflation));
+}
+
 // What a reader should know before trusting a series.
 std::string Remarks(const TimingResult& result, const Unit& unit) {
   std::string text;
@@ -103,6 +108,11 @@ std::string Remarks(const TimingResult& result, const Unit& unit) {
     if (times.failed != 0) {
       remark(i, std::to_string(times.failed) + " executions failed and are left out");
     }
+    if (times.repeated != 0) {
+      remark(i, Counted(times.repeated, "line") +
+                    " of times.jsonl of inferences that stand there again: the latest attempt "
+                    "counts, and the other is left out");
+    }
     if (all.empty()) continue;
     if (const auto drift = FindDrift(all)) {
       remark(i, Format("the times drift by %+.1f %% from the first third to the last: does the "
@@ -113,7 +123,7 @@ std::string Remarks(const TimingResult& result, const Unit& unit) {
     constexpr double kWorthTelling = 1.5;
     if (inflation > kWorthTelling) {
       remark(i, Format("neighbours are alike, so that these %zu times are worth %.0f", all.size(),
-                       std::floor(static_cast<double>(all.size()) / inflation)));
+                       WorthOf(all.size(), inflation)));
     }
     const auto outliers = FindOutliers(all);
     if (!outliers.empty()) {
@@ -172,6 +182,7 @@ Json SeriesJson(const Times& times, const std::string& kind) {
                               {"kind", kind},
                               {"count", all.size()},
                               {"failed", times.failed},
+                              {"repeated", times.repeated},
                               {"firstNs", NumbersOf(times.firstNs)}});
   if (all.empty()) return object;
   const auto [least, most] = std::minmax_element(all.begin(), all.end());
@@ -188,7 +199,8 @@ Json SeriesJson(const Times& times, const std::string& kind) {
   for (const size_t place : FindOutliers(all)) places.Append(place);
   object.Set("outliers", places);
   object.Set("autocorrelation", Autocorrelation(all));
-  object.Set("effectiveCount", static_cast<double>(all.size()) / VarianceInflation(all));
+  object.Set("effectiveCount",
+             std::max(1.0, static_cast<double>(all.size()) / VarianceInflation(all)));
   return object;
 }
 

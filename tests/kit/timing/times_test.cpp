@@ -36,7 +36,11 @@ TEST(TimesOfList, ReadsNumbersInAnyForm) {
        {"1\n2.5\n3e3\n", "1 2.5\t3000", "1,2.5,3000", "# ms\n1\n\n2.5 # late\r\n3000",
         "[1, 2.5, 3000]", " {\"executeNs\": [1, 2.5, 3000]}", "executeNs\n1\n2.5\n3000",
         "anything\n1\n2.5\n3000", "name,executeNs,more\na b,1,9\nc,2.5,9\nd,3000,",
-        "[{\"executeNs\":1},{\"executeNs\":[2.5,3000]}]",
+        "[{\"executeNs\":1},{\"executeNs\":[2.5,3000]}]", "1, 2.5, 3000", "1,2.5\n3000",
+        "\xEF\xBB\xBF"
+        "executeNs\n1\n2.5\n3000",
+        "\"executeNs\"\n\"1\"\n2.5\n\"3000\"",
+        "\"a, \"\"b\"\"\", \"executeNs\" ,c\nrun #1,1,9\n\"c,d\",2.5,9\n# rest\nd,\"3000\",",
         "{\"executeNs\":1}\n\n{\"executeNs\":[2.5,3000]}\n"}) {
     EXPECT_THAT(ListOf(text), ElementsAre(1, 2.5, 3000)) << text;
   }
@@ -58,11 +62,11 @@ TEST(TimesOfList, HoldsNothingWhereThereIsNothing) {
 TEST(TimesOfList, RefusesWhatIsNoTime) {
   EXPECT_EQ(FaultOfList("1\nx\n"), "line 2: 'x' is no number");
   EXPECT_EQ(FaultOfList("1\n2,,3\n"), "line 2: '' is no number");
-  EXPECT_EQ(FaultOfList("1\n-2\n"), "line 2: a time is above 0, and this one is -2.0");
-  EXPECT_EQ(FaultOfList("0"), "line 1: a time is above 0, and this one is 0.0");
-  EXPECT_EQ(FaultOfList("[1, 0]"), "a time is above 0, and this one is 0.0");
+  EXPECT_EQ(FaultOfList("1\n-2\n"), "line 2: a time is above 0, and this one is -2");
+  EXPECT_EQ(FaultOfList("0"), "line 1: a time is above 0, and this one is 0");
+  EXPECT_EQ(FaultOfList("[1, 0]"), "value 2: a time is above 0, and this one is 0");
   EXPECT_THAT(FaultOfList("1\nnan\n"), HasSubstr("line 2: a time is above 0"));
-  EXPECT_THAT(FaultOfList("1\ninf\n"), HasSubstr("line 2: a time is above 0"));
+  EXPECT_THAT(FaultOfList("1\ninf\n"), HasSubstr("line 2: inf ns is more than a hundred years"));
   EXPECT_THAT(FaultOfList("1e999\n2\n"), HasSubstr("line 1"));
   EXPECT_EQ(FaultOfList("a\x1b,b\n1,2"),
             "line 1: there is no column 'executeNs'; name one of these with --column: a\\x1B, b");
@@ -73,6 +77,43 @@ TEST(TimesOfList, RefusesWhatIsNoTime) {
   EXPECT_THAT(FaultOfList("[\"x\"]"), HasSubstr("number"));
   EXPECT_NE(FaultOfList("[1, 2"), "no fault");
   EXPECT_THAT(FaultOfList("{\"executeNs\":1}\n{\n"), HasSubstr("line 2: "));
+  EXPECT_EQ(FaultOfList("{\"executeNs\":1}\n{\"executeNs\":[2,null]}\n"),
+            "line 2: value 3: null is no number");
+}
+
+// Each would be taken for a time, and the table be full of digits.
+TEST(TimesOfList, RefusesWhatNoExecutionTakes) {
+  EXPECT_EQ(FaultOfList("5\n1e300\n"),
+            "line 2: 1e300 ns is more than a hundred years, which is no time of an execution; "
+            "--unit says what the numbers are of");
+  EXPECT_THAT(FaultOfList("[5, 1e300]"), HasSubstr("value 2: 1e+300 ns is more than"));
+  EXPECT_THAT(FaultOfList("1e12", {.unitNs = 1e9, .column = {}}),
+              HasSubstr("line 1: 1e12 of the unit is more than a hundred years"));
+  EXPECT_THAT(FaultOfList("1e-9"), HasSubstr("line 1: 1e-9 ns is less than a picosecond"));
+}
+
+TEST(TimesOfList, RefusesACommaThatMayBeADecimalSignOrDivideThousands) {
+  for (const char* text : {"1,5", "1000,25", "1,234", "1,234,567", "12,345.5"}) {
+    EXPECT_EQ(FaultOfList("7\n" + std::string(text) + " # late"),
+              "line 2: '" + std::string(text) +
+                  "' may be one number or several; write a full stop as the decimal sign, nothing "
+                  "between thousands, and a blank behind a comma that divides");
+  }
+  EXPECT_THAT(ListOf("1, 5"), ElementsAre(1, 5));
+  EXPECT_THAT(ListOf("1.5,2.5"), ElementsAre(1.5, 2.5));
+  EXPECT_THAT(ListOf("1,5,234"), ElementsAre(1, 5, 234));
+  EXPECT_THAT(ListOf("1234,5678,9"), ElementsAre(1234, 5678, 9));
+  EXPECT_EQ(FaultOfList("executeNs\n1,5\n"),
+            "line 2: there are 2 cells, and 1 title; a decimal sign is a full stop, and a cell "
+            "with a comma stands in quotes");
+  EXPECT_THAT(FaultOfList("a,executeNs\nx,1,5\n"), HasSubstr("line 2: there are 3 cells, and 2"));
+}
+
+TEST(TimesOfList, RefusesQuotesThatDoNotEnd) {
+  EXPECT_EQ(FaultOfList("\"executeNs\n1"), "line 1: a quote is not closed: \"executeNs");
+  EXPECT_EQ(FaultOfList("executeNs,b\n\"1\"2,3"),
+            "line 2: behind the quotes of '1' stands more of the cell");
+  EXPECT_EQ(FaultOfList("executeNs\n\"1,5\"\n"), "line 2: '1,5' is no number");
 }
 
 TEST(TimesOfTrace, TakesExecutionsAndSetsTheFirstApart) {
@@ -119,6 +160,44 @@ TEST(TimesOfRun, SetsTheFirstOfEachProcessApart) {
   ASSERT_EQ(measured.series.size(), 1U);
   EXPECT_THAT(measured.series[0].firstNs, ElementsAre(90, 80, 70, 60));
   EXPECT_THAT(measured.series[0].timesNs, ElementsAre(10, 11, 12, 13, 1));
+}
+
+// A sample that was run again, or a line that was written twice, is one inference.
+TEST(TimesOfRun, CountsEachInferenceOnce) {
+  const std::vector<TimesRecord> records{
+      InProcess(Record(0, {90, 10}), 0, 1, ""), InProcess(Record(1, {11}), 0, 1, ""),
+      InProcess(Record(1, {11}), 0, 1, ""),  // the same line twice
+      InProcess(Record(2, {12}), 0, 1, ""),     InProcess(Record(2, {70, 22}), 0, 2, ""),
+      InProcess(Record(3, {23}), 0, 2, ""),     InProcess(Record(3, {13}), 0, 1, "")};
+  const MeasuredTimes measured = TimesOfRun(records);
+  ASSERT_EQ(measured.series.size(), 1U);
+  EXPECT_THAT(measured.series[0].firstNs, ElementsAre(90, 70));
+  EXPECT_THAT(measured.series[0].timesNs, ElementsAre(10, 11, 22, 23));
+  EXPECT_EQ(measured.series[0].repeated, 3U);
+}
+
+// Also where what a process began with does not count any more: the next was warm.
+TEST(TimesOfRun, HoldsTheSecondOfAProcessToBeWarm) {
+  const std::vector<TimesRecord> records{InProcess(Record(0, {90}), 0, 1, ""),
+                                         InProcess(Record(1, {11}), 0, 1, ""),
+                                         InProcess(Record(0, {80}), 0, 2, "")};
+  const MeasuredTimes measured = TimesOfRun(records);
+  EXPECT_THAT(measured.series[0].firstNs, ElementsAre(80));
+  EXPECT_THAT(measured.series[0].timesNs, ElementsAre(11));
+}
+
+TEST(TimesOfRun, RefusesATimeOfADamagedFile) {
+  EXPECT_THROW((void)TimesOfRun({Record(0, {UINT64_MAX})}), Fault);
+}
+
+TEST(TimesOfRun, PairsEachOnce) {
+  const std::vector<TimesRecord> records{
+      InSeries(Record(0, {90}), "A"), InSeries(Record(0, {91}), "B"),
+      InSeries(Record(1, {11}), "A"), InSeries(Record(1, {11}), "A"),
+      InSeries(Record(1, {21}), "B")};
+  const MeasuredTimes measured = TimesOfRun(records);
+  EXPECT_THAT(measured.series[0].timesNs, ElementsAre(11));
+  EXPECT_THAT(measured.series[1].timesNs, ElementsAre(21));
 }
 
 TEST(TimesOfRun, PairsWhatTookTurns) {

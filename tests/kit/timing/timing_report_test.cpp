@@ -75,6 +75,13 @@ TEST(TimingText, PointsAtWhatMakesASeriesDoubtful) {
   EXPECT_THAT(text, HasSubstr("1: 2 executions failed and are left out\n"));
   EXPECT_THAT(text, HasSubstr("1: the times drift by +19.7"));
   EXPECT_THAT(text, HasSubstr("1: neighbours are alike, so that these 60 times are worth "));
+  source.series[0].repeated = 1;
+  EXPECT_THAT(TimingText(ResultOf({source})),
+              HasSubstr("1: 1 line of times.jsonl of inferences that stand there again"));
+  // Ten times that rise are worth a part of one by the figures.
+  MeasuredTimes rising = Source("a", 10, 1e6);
+  for (size_t i = 0; i < 10; ++i) rising.series[0].timesNs[i] = 1e6 + 1e5 * static_cast<double>(i);
+  EXPECT_THAT(TimingText(ResultOf({rising})), HasSubstr("these 10 times are worth 1\n"));
   const std::string calm = TimingText(ResultOf({Source("a", 60, 1e6)}));
   EXPECT_THAT(calm, Not(HasSubstr("1: ")));
 }
