@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -257,8 +258,10 @@ TEST_F(SignatureTest, TakesTheFirstInputThatIsLeftAsFrames) {
   ASSERT_EQ(signature.states.size(), 1u);
   EXPECT_EQ(signature.states[0].start.index, 1u);
   EXPECT_EQ(signature.states[0].output, 1u);
-  const float start[] = {1, 2};
-  EXPECT_EQ(std::memcmp(signature.states[0].start.bytes.data(), start, sizeof(start)), 0);
+  std::array<float, 2> start{};
+  ASSERT_EQ(signature.states[0].start.bytes.size(), sizeof(start));
+  std::memcpy(start.data(), signature.states[0].start.bytes.data(), sizeof(start));
+  EXPECT_EQ(start, (std::array<float, 2>{1, 2}));
   const int32_t one = 1;
   ASSERT_EQ(signature.length->bytes.size(), sizeof(one));
   EXPECT_EQ(std::memcmp(signature.length->bytes.data(), &one, sizeof(one)), 0);
