@@ -9,6 +9,8 @@
 namespace vorn::kit {
 namespace {
 
+constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
+
 bool IsGreater(const Difference& one, const Difference& other) {
   return one.size != other.size ? one.size > other.size : one.index < other.index;
 }
@@ -84,14 +86,16 @@ void Census::Merge(const Census& other) {
   ulp.Merge(other.ulp);
 }
 
-double Census::MeanAbs() const { return finite == 0 ? 0 : sumAbs / static_cast<double>(finite); }
+double Census::MeanAbs() const {
+  return finite == 0 ? kNoNumber : sumAbs / static_cast<double>(finite);
+}
 
 double Census::Rmse() const {
-  return finite == 0 ? 0 : std::sqrt(sumSquares / static_cast<double>(finite));
+  return finite == 0 ? kNoNumber : std::sqrt(sumSquares / static_cast<double>(finite));
 }
 
 double Census::MaxRel() const {
-  if (finite == 0) return 0;
+  if (finite == 0) return kNoNumber;
   constexpr size_t kPowersBelow = 10;
   const float greatest = std::max(std::abs(leastExpected), std::abs(greatestExpected));
   const size_t top = std::bit_cast<uint32_t>(greatest) >> 23;
@@ -103,17 +107,20 @@ double Census::MaxRel() const {
 }
 
 double Census::Cosine() const {
+  if (finite == 0) return kNoNumber;
   if (sumActualSquares == 0 && sumExpectedSquares == 0) return 1;
   if (sumActualSquares == 0 || sumExpectedSquares == 0) return 0;
   return std::clamp(sumProducts / std::sqrt(sumActualSquares * sumExpectedSquares), -1.0, 1.0);
 }
 
 double Census::Snr() const {
+  if (finite == 0) return kNoNumber;
   if (sumSquares == 0) return std::numeric_limits<double>::infinity();
   return 10 * std::log10(sumExpectedSquares / sumSquares);
 }
 
 double Census::Psnr() const {
+  if (finite == 0) return kNoNumber;
   if (sumSquares == 0) return std::numeric_limits<double>::infinity();
   const double peak = static_cast<double>(greatestExpected) - static_cast<double>(leastExpected);
   return 20 * std::log10(peak / Rmse());

@@ -75,7 +75,7 @@ struct Census {
 
   void Merge(const Census& other);
 
-  /// Empty censuses have measures of 0, and a cosine of 1.
+  /// No number where no finite pair was met: nothing was compared.
   [[nodiscard]] double MeanAbs() const;
   [[nodiscard]] double Rmse() const;
   /// Greatest |difference| / |expected| where |expected| has at least a 1024th of the greatest

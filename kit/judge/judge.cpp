@@ -250,6 +250,9 @@ class Judging {
   Verdict Run() {
     verdict_.actualPath = request_.actual.path;
     verdict_.expectedPath = request_.expected.path;
+    for (const TensorSource* source : {&request_.actual, &request_.expected}) {
+      if (!source->unfinished.empty()) verdict_.unfinished.push_back(source->unfinished);
+    }
     CheckMap();
     pairs_ = SamplePairing(request_, verdict_).Pairs();
     verdict_.samples = pairs_.size();
@@ -435,13 +438,24 @@ class Judging {
                                  static_cast<double>(all));
   }
 
+  static std::string NothingFinite(const Census& census) {
+    return "nothing of it could be measured: none of " + std::to_string(census.elements) +
+           " pairs is of finite numbers (" + std::to_string(census.actualNan) + " NaN and " +
+           std::to_string(census.actualInfinite) + " infinities)";
+  }
+
   void Note(uint64_t sample, const CensusTaker& taker, const TopAgreement& agreement,
             OutputState& state) {
     OutputVerdict& verdict = state.verdict;
     const Census& census = taker.Result();
     auto broken = BrokenRules(verdict.rules, census, agreement);
-    verdict.samples.push_back(
-        {sample, broken.empty(), census.outside, census.maxAbs, census.Rmse(), census.Cosine()});
+    if (census.finite > 0 || !broken.empty()) {
+      verdict.samples.push_back({sample, broken.empty(), census.outside,
+                                 census.finite > 0 ? census.maxAbs : NAN, census.Rmse(),
+                                 census.Cosine()});
+    } else {
+      verdict.notJudged.push_back({sample, {NothingFinite(census)}});
+    }
     verdict.census.Merge(census);
     verdict.agreement.Merge(agreement);
     for (const Difference& difference : taker.Worst()) {

@@ -59,7 +59,7 @@ constexpr Verb kJudge{
         "expected of it: a census of its elements, the usual measures, the worst elements by\n"
         "their places, the verdict, and for what is wrong its likely cause. Ends with status 0\n"
         "if everything is right, 6 if an output differs, 8 if samples are missing on either\n"
-        "side, 9 if something could not be compared.",
+        "side or a run has not ended, 9 if something could not be compared.",
     .options = kOptions,
     .example = "build/release/vorn judge build/demo --expected examples/digits/expected.npy",
     .mostOperands = 1,

@@ -12,6 +12,7 @@ namespace vorn::kit {
 namespace {
 
 constexpr std::string_view kMagic = "\x93NUMPY";
+constexpr std::string_view kZipMagic = "PK\x03\x04";
 constexpr size_t kMostHeadText = 1 << 20;
 constexpr size_t kMostDimensions = 64;
 constexpr size_t kMostShown = 60;
@@ -157,6 +158,7 @@ struct NpyHead {
 };
 
 NpyHead FindHead(const std::string& path, std::string_view bytes) {
+  if (bytes.starts_with(kZipMagic)) RefuseNpy(path, kNoArchives);
   if (!bytes.starts_with(kMagic)) {
     RefuseNpy(path, "is no .npy file: it does not begin with \\x93NUMPY");
   }
@@ -191,6 +193,9 @@ StoredTensor ParseNpy(const std::string& path, std::string_view bytes, uint64_t 
   while (!text.Take('}')) {
     const std::string_view key = text.TakeText();
     text.Need(':');
+    const bool isTwice = (key == "descr" && descr) || (key == "fortran_order" && isColumnMajor) ||
+                         (key == "shape" && tensor.shape);
+    if (isTwice) RefuseNpy(path, "has a head that gives " + std::string(key) + " twice");
     if (key == "descr") {
       if (text.Take('[')) RefuseNpy(path, "holds records of several fields, which are not read");
       descr = text.TakeText();
@@ -218,6 +223,13 @@ StoredTensor ParseNpy(const std::string& path, std::string_view bytes, uint64_t 
     RefuseNpy(path, "should hold " + TextOf(*tensor.shape) + " of " +
                         std::string(ElementName(tensor.type)) + ", and has " + SizeText(most) +
                         " of values; it was cut off");
+  }
+  const uint64_t surplus = most - *elements * ElementBytes(tensor.type);
+  if (surplus > 0) {
+    RefuseNpy(path, "holds " + TextOf(*tensor.shape) + " of " +
+                        std::string(ElementName(tensor.type)) + ", and " +
+                        Counted(surplus, "byte") +
+                        " more behind them, which nothing explains; save one array a file");
   }
   tensor.elements = *elements;
   return tensor;

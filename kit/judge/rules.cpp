@@ -148,6 +148,11 @@ void AddUnusual(std::vector<std::string>& broken, uint64_t count, const char* wh
   if (count > 0) broken.push_back(std::to_string(count) + " " + what);
 }
 
+std::optional<double> MeasureOf(const Census& census, double measure) {
+  if (census.finite == 0) return std::nullopt;
+  return measure;
+}
+
 }  // namespace
 
 std::string_view MetricName(Metric metric) {
@@ -227,25 +232,25 @@ std::optional<double> ValueOf(Metric metric, const Census& census, const TopAgre
     case Metric::kOutsideShare:
       return AsShare(census.outside, census.elements);
     case Metric::kMaxAbs:
-      return census.maxAbs;
+      return MeasureOf(census, census.maxAbs);
     case Metric::kMeanAbs:
-      return census.MeanAbs();
+      return MeasureOf(census, census.MeanAbs());
     case Metric::kMaxRel:
-      return census.MaxRel();
+      return MeasureOf(census, census.MaxRel());
     case Metric::kRmse:
-      return census.Rmse();
+      return MeasureOf(census, census.Rmse());
     case Metric::kCosine:
-      return census.Cosine();
+      return MeasureOf(census, census.Cosine());
     case Metric::kSnr:
-      return census.Snr();
+      return MeasureOf(census, census.Snr());
     case Metric::kPsnr:
-      return census.Psnr();
+      return MeasureOf(census, census.Psnr());
     case Metric::kUlpMedian:
-      return static_cast<double>(census.ulp.Percentile(0.5));
+      return MeasureOf(census, static_cast<double>(census.ulp.Percentile(0.5)));
     case Metric::kUlp99:
-      return static_cast<double>(census.ulp.Percentile(0.99));
+      return MeasureOf(census, static_cast<double>(census.ulp.Percentile(0.99)));
     case Metric::kUlpMax:
-      return static_cast<double>(census.maxUlp);
+      return MeasureOf(census, static_cast<double>(census.maxUlp));
     case Metric::kTop1:
     case Metric::kTop5:
       if (agreement.items == 0) return std::nullopt;
@@ -269,6 +274,8 @@ std::vector<std::string> BrokenRules(const OutputRules& rules, const Census& cen
   for (const MetricRule& rule : rules.metrics) {
     const auto value = ValueOf(rule.metric, census, agreement);
     if (!value) {
+      // Without a pair to measure nothing passes, whatever the rules: whoever judges sees to it.
+      if (census.finite == 0) continue;
       broken.push_back(TextOf(rule) + ": the output has none, it holds no probabilities");
       continue;
     }

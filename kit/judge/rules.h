@@ -83,11 +83,13 @@ struct OutputRules {
 [[nodiscard]] OutputRules RulesFor(const Rules& rules, const std::string& output, ElementType type,
                                    std::optional<double> step);
 
-/// A metric of one sample's output; empty where it has none: top 1 of no probabilities.
+/// A metric of one sample's output; empty where it has none: top 1 of no probabilities, measures
+/// of no finite pair.
 [[nodiscard]] std::optional<double> ValueOf(Metric metric, const Census& census,
                                             const TopAgreement& agreement);
 
-/// What is broken, a text each; none if the output is right.
+/// What is broken, a text each; none if the output is right, or nothing of it could be measured
+/// because no pair is finite.
 [[nodiscard]] std::vector<std::string> BrokenRules(const OutputRules& rules, const Census& census,
                                                    const TopAgreement& agreement);
 

@@ -9,6 +9,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/printable.h"
+#include "kit/json/json.h"
 #include "kit/judge/npy.h"
 #include "kit/judge/onnx_tensor.h"
 #include "kit/model/model_json.h"
@@ -178,6 +179,30 @@ TensorSource EmptySource(const std::string& path, const char* kind) {
   return source;
 }
 
+// Of a run that goes on, or was killed, there may be fewer samples than are meant. Whatever else a
+// run.json of another hand may lack, nothing is needed but what it says of that.
+std::string WhyUnfinished(const std::string& folder, size_t samples) {
+  const std::string path = folder + "/" + kRunFile;
+  if (!fs::exists(path)) return {};
+  const std::string text = ReadWholeFile(path, "the run", ExitStatus::kInput, kMostJsonBytes);
+  try {
+    const Json facts = ParseJson(text);
+    const Json* state = facts.Find("state");
+    const Json* counts = facts.Find("counts");
+    const Json* inferences = counts != nullptr ? counts->Find("inferences") : nullptr;
+    const uint64_t meant = inferences != nullptr ? inferences->AsUnsigned() : 0;
+    std::string count = Counted(samples, "sample");
+    if (samples < meant) count += " of " + std::to_string(meant);
+    if (state != nullptr && state->AsText() == "running") {
+      return "the run '" + folder + "' has not ended: its run.json says \"running\", and it has " +
+             count + "; judge it again when it has, or finish it with vorn launch --resume";
+    }
+    return samples < meant ? "the run '" + folder + "' ended early, with " + count : "";
+  } catch (const JsonError& error) {
+    throw Fault(ExitStatus::kInput, "the run '" + Printable(path) + "': " + error.what());
+  }
+}
+
 TensorSource OpenRun(const std::string& folder) {
   TensorSource source = EmptySource(folder, "the run directory");
   source.isRun = true;
@@ -188,6 +213,7 @@ TensorSource OpenRun(const std::string& folder) {
   } else if (fs::is_directory(folder + "/" + kDumpsFolder)) {
     source.samples = NumberedFolders(folder + "/" + kDumpsFolder, "", false);
   }
+  source.unfinished = WhyUnfinished(folder, source.samples.size());
   if (fs::exists(folder + "/" + kModelFile)) {
     source.model = FromJson(ReadWholeFile(folder + "/" + kModelFile, "the run's description",
                                           ExitStatus::kModel, kMostJsonBytes));
@@ -214,6 +240,11 @@ TensorSource OpenFolder(const std::string& folder) {
     source.mayBeStacked = true;
     source.samples.push_back({0, std::move(outputs), {}, {}});
     return source;
+  }
+  for (const Entry& entry : EntriesOf(folder)) {
+    if (entry.name.ends_with(".npz")) {
+      RefuseSource(folder + "/" + entry.name, kNoArchives);
+    }
   }
   RefuseSource(folder,
                "holds nothing to compare: no run directory (run.json), no numbered folders of "
@@ -258,6 +289,7 @@ TensorSource FindTensors(const std::string& path) {
   while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
   if (fs::is_directory(status)) return OpenFolder(folder);
   const std::string file = fs::path(path).filename().string();
+  if (file.ends_with(".npz")) RefuseSource(path, kNoArchives);
   if (!EndingOf(file)) {
     RefuseSource(path, "is a file of no kind that is read: .bin, .float, .npy or .pb");
   }

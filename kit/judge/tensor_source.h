@@ -35,6 +35,7 @@ struct TensorSource {
   /// The one sample's tensors may hold all samples, one behind the other.
   bool mayBeStacked = false;
   std::vector<SampleSource> samples;      ///< by index
+  std::string unfinished;                 ///< of a run that has not ended: what is known of it
   std::optional<ModelDescription> model;  ///< of a run directory
 };
 

@@ -26,16 +26,19 @@ std::string StateText(const OutputVerdict& output) {
 
 // The values of all samples at 0, 5, 50, 95 and 100 in 100.
 struct Spread {
-  double least = 0;
-  double p5 = 0;
-  double median = 0;
-  double p95 = 0;
-  double most = 0;
+  double least = NAN;
+  double p5 = NAN;
+  double median = NAN;
+  double p95 = NAN;
+  double most = NAN;
 };
 
 Spread SpreadOf(const std::vector<SampleSketch>& samples, double SampleSketch::*figure) {
   std::vector<double> values;
-  for (const SampleSketch& sample : samples) values.push_back(sample.*figure);
+  for (const SampleSketch& sample : samples) {
+    // Of a sample without a finite pair there are none.
+    if (!std::isnan(sample.*figure)) values.push_back(sample.*figure);
+  }
   if (values.empty()) return {};
   std::sort(values.begin(), values.end());
   const auto at = [&](double share) {
@@ -50,7 +53,13 @@ std::string CountText(uint64_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
+// A dash where no pair could be measured.
+std::string MeasureText(const Census& census, double measure) {
+  return census.finite == 0 ? "-" : NumberText(measure);
+}
+
 std::string UlpText(const Census& census) {
+  if (census.finite == 0) return "-";
   return std::to_string(census.ulp.Percentile(0.5)) + ", " +
          std::to_string(census.ulp.Percentile(0.99)) + ", " + std::to_string(census.maxUlp);
 }
@@ -76,9 +85,10 @@ std::string Table(const Verdict& verdict) {
     table.Add({output.name, StateText(output), std::to_string(output.samples.size()),
                std::to_string(output.wrong.size()), std::to_string(census.elements),
                std::to_string(census.equal), std::to_string(census.within),
-               std::to_string(census.outside), NumberText(census.maxAbs),
-               NumberText(census.MaxRel()), NumberText(census.Rmse()), NumberText(census.Cosine()),
-               NumberText(census.Snr()), NumberText(census.Psnr()), UlpText(census)});
+               std::to_string(census.outside), MeasureText(census, census.maxAbs),
+               MeasureText(census, census.MaxRel()), MeasureText(census, census.Rmse()),
+               MeasureText(census, census.Cosine()), MeasureText(census, census.Snr()),
+               MeasureText(census, census.Psnr()), UlpText(census)});
   }
   return table.Text();
 }
@@ -123,7 +133,7 @@ std::string OutputText(const OutputVerdict& output) {
             ", the expected one among the first five in " + std::to_string(output.agreement.top5) +
             "\n";
   }
-  if (output.samples.size() > 1) {
+  if (output.samples.size() > 1 && census.finite > 0) {
     const Spread spread = SpreadOf(output.samples, &SampleSketch::maxAbs);
     text += "  max abs over the samples: least " + NumberText(spread.least) + ", 5 % " +
             NumberText(spread.p5) + ", median " + NumberText(spread.median) + ", 95 % " +
@@ -164,6 +174,7 @@ std::string Conclusion(const Verdict& verdict) {
   if (!verdict.missing.empty()) {
     text += ", " + CountText(verdict.missing.size(), "sample", "samples") + " missing";
   }
+  if (!verdict.unfinished.empty()) text += ", and not all samples were there";
   return text + "\n";
 }
 
@@ -185,7 +196,7 @@ Json JsonOf(const Census& census) {
                        {"onlyActualInfinite", census.onlyActualInfinite},
                        {"onlyExpectedInfinite", census.onlyExpectedInfinite},
                        {"oppositeInfinite", census.oppositeInfinite},
-                       {"maxAbs", census.maxAbs},
+                       {"maxAbs", census.finite == 0 ? NAN : census.maxAbs},
                        {"meanAbs", census.MeanAbs()},
                        {"maxRel", census.MaxRel()},
                        {"rmse", census.Rmse()},
@@ -331,7 +342,7 @@ std::string PlaceText(uint64_t index, const Shape& shape) {
 }
 
 ExitStatus Verdict::Status() const {
-  if (!missing.empty()) return ExitStatus::kPartial;
+  if (!missing.empty() || !unfinished.empty()) return ExitStatus::kPartial;
   bool isAnyNotJudged = false;
   bool isAnyCompared = false;
   for (const OutputVerdict& output : outputs) {
@@ -362,6 +373,8 @@ std::string VerdictText(const Verdict& verdict) {
             ", difference " + NumberText(accuracy.actual - accuracy.expected);
   }
   if (!verdict.accuracy.empty()) text += "\n";
+  if (!verdict.unfinished.empty()) text += "\n";
+  for (const std::string& reason : verdict.unfinished) text += Printable(reason) + "\n";
   for (const std::string& remark : verdict.remarks) text += Printable(remark) + "\n";
   return text + "\n" + Conclusion(verdict);
 }
@@ -392,6 +405,7 @@ std::string VerdictJson(const Verdict& verdict) {
                                   {"missingSamples", verdict.missing.size()},
                                   {"outputs", outputs},
                                   {"missing", missing},
+                                  {"unfinished", Json::ArrayOf(verdict.unfinished)},
                                   {"accuracy", accuracy},
                                   {"remarks", Json::ArrayOf(verdict.remarks)}});
   return ToText(json, 2) + "\n";
@@ -422,6 +436,11 @@ std::string VerdictJUnit(const Verdict& verdict) {
     const MissingSample& missing = verdict.missing[i];
     cases += TestCase("sample " + std::to_string(missing.sample), "error", "missing",
                       "\n" + Printable(missing.reason) + "\n");
+  }
+  for (const std::string& reason : verdict.unfinished) {
+    ++tests;
+    ++errors;
+    cases += TestCase("the whole run", "error", "not ended", "\n" + Printable(reason) + "\n");
   }
   if (tests == 0) {
     tests = errors = 1;

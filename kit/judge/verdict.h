@@ -15,7 +15,7 @@
 
 namespace vorn::kit {
 
-/// What is kept of each sample of an output.
+/// What is kept of each sample of an output that was compared.
 struct SampleSketch {
   uint64_t sample = 0;
   bool isRight = false;
@@ -79,6 +79,8 @@ struct Verdict {
   std::vector<Accuracy> accuracy;
   std::vector<std::string> remarks;
   uint64_t samples = 0;  ///< that stand on both sides
+  /// Why not all samples were there to be judged: a run that has not ended. A text a side.
+  std::vector<std::string> unfinished;
 
   [[nodiscard]] ExitStatus Status() const;
 };

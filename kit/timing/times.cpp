@@ -400,11 +400,31 @@ MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format) {
   return {.kind = "list", .series = {{.name = {}, .firstNs = {}, .timesNs = list.Take()}}};
 }
 
+namespace {
+
+// A run.json of another hand may lack all else.
+bool IsUnfinished(const std::string& run) {
+  const std::string path = run + "/" + kRunFile;
+  struct stat about {};
+  if (stat(path.c_str(), &about) != 0) return false;
+  const std::string text = ReadWholeFile(path, "the run", ExitStatus::kInput, kMostBytes);
+  try {
+    const Json facts = ParseJson(text);
+    const Json* state = facts.Find("state");
+    return state != nullptr && state->AsText() == "running";
+  } catch (const JsonError& error) {
+    throw Fault(ExitStatus::kInput, "the run '" + Printable(path) + "': " + error.what());
+  }
+}
+
+}  // namespace
+
 MeasuredTimes ReadMeasuredTimes(const std::string& path, const ListFormat& format) {
   struct stat about {};
   MeasuredTimes measured;
   if (stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode)) {
     measured = TimesOfRun(ReadTimes(path));
+    for (Times& times : measured.series) times.isUnfinished = IsUnfinished(path);
   } else {
     const std::string text = ReadWholeFile(path, "the times", ExitStatus::kInput, kMostBytes);
     const bool isTrace = text.starts_with(std::string_view(trace::kMagic, sizeof(trace::kMagic)));

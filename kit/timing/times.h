@@ -17,6 +17,7 @@ struct Times {
   std::vector<double> firstNs;  ///< first executions of a process, which warm things up
   std::vector<double> timesNs;  ///< all others
   size_t failed = 0;            ///< executions that failed, and have no time that counts
+  bool isUnfinished = false;    ///< of a run that goes on, or was killed
   size_t repeated = 0;          ///< lines of a run that a later one of the same inference replaces
 };
 

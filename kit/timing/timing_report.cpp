@@ -108,6 +108,9 @@ std::string Remarks(const TimingResult& result, const Unit& unit) {
     if (times.failed != 0) {
       remark(i, std::to_string(times.failed) + " executions failed and are left out");
     }
+    if (times.isUnfinished) {
+      remark(i, "the run has not ended (\"running\" in its run.json): these are its times so far");
+    }
     if (times.repeated != 0) {
       remark(i, Counted(times.repeated, "line") +
                     " of times.jsonl of inferences that stand there again: the latest attempt "
@@ -183,6 +186,7 @@ Json SeriesJson(const Times& times, const std::string& kind) {
                               {"count", all.size()},
                               {"failed", times.failed},
                               {"repeated", times.repeated},
+                              {"unfinished", times.isUnfinished},
                               {"firstNs", NumbersOf(times.firstNs)}});
   if (all.empty()) return object;
   const auto [least, most] = std::minmax_element(all.begin(), all.end());

@@ -33,14 +33,15 @@ uint64_t SlowUlps(float one, float other) {
 }
 
 TEST(Census, OfNothingHasNoFigures) {
-  const Census census = Take({}, {});
-  EXPECT_EQ(census.elements, 0U);
-  EXPECT_EQ(census.Rmse(), 0);
-  EXPECT_EQ(census.MeanAbs(), 0);
-  EXPECT_EQ(census.MaxRel(), 0);
-  EXPECT_EQ(census.Cosine(), 1);
-  EXPECT_EQ(census.Snr(), kInf);
-  EXPECT_EQ(census.ulp.Percentile(0.5), 0U);
+  const auto nothing = {Take({}, {}), Take({NAN, kInf, -kInf}, {NAN, kInf, 5})};
+  for (const Census& census : nothing) {
+    EXPECT_EQ(census.finite, 0U);
+    for (const double figure : {census.Rmse(), census.MeanAbs(), census.MaxRel(), census.Cosine(),
+                                census.Snr(), census.Psnr()}) {
+      EXPECT_TRUE(std::isnan(figure)) << figure;
+    }
+    EXPECT_EQ(census.ulp.Percentile(0.5), 0U);
+  }
 }
 
 TEST(Census, TellsEqualWithinAndOutside) {

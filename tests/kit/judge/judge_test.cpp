@@ -6,6 +6,7 @@
 
 #include <cmath>
 
+#include "kit/run/run_directory.h"
 #include "support/files.h"
 #include "support/onnx_writer.h"
 
@@ -141,6 +142,68 @@ TEST_F(Judgement, OfEmptyOutputsComparesNothing) {
   Dump("actual/0", {});
   Dump("expected/0", {});
   EXPECT_EQ(Run().Status(), ExitStatus::kNothing);
+}
+
+// Whatever the rules, and beside samples that are right.
+TEST_F(Judgement, DoesNotPassWhereNoPairIsFinite) {
+  request_.rules = ParseRules(R"({"schema": 1, "rules": [
+      {"output": "*", "atol": 1, "nan": "where expected"},
+      {"output": "*", "metric": "cosine", "atLeast": 0.9},
+      {"output": "*", "metric": "maxAbs", "atMost": 1}]})",
+                              "the rules");
+  Dump("actual/0", {1, 2});
+  Dump("expected/0", {1, 2});
+  Dump("actual/1", {NAN, INFINITY, NAN});
+  Dump("expected/1", {NAN, INFINITY, NAN});
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kNothing);
+  ASSERT_THAT(verdict.outputs[0].notJudged, SizeIs(1));
+  EXPECT_EQ(verdict.outputs[0].notJudged[0].reasons[0],
+            "nothing of it could be measured: none of 3 pairs is of finite numbers (2 NaN and 1 "
+            "infinities)");
+  EXPECT_THAT(verdict.outputs[0].wrong, IsEmpty());
+  Dump("expected/1", {NAN, INFINITY, 1});
+  EXPECT_EQ(Run().Status(), ExitStatus::kDiffers);
+}
+
+TEST_F(Judgement, ShowsNoFiguresOfNothing) {
+  Dump("actual/0", {INFINITY, INFINITY});
+  Dump("expected/0", {INFINITY, INFINITY});
+  const Verdict verdict = Run();
+  const std::string text = VerdictText(verdict);
+  EXPECT_THAT(text, HasSubstr("2      2       0        0        -        -     -       -"));
+  EXPECT_THAT(text, HasSubstr("sample 0 is not judged: nothing of it could be measured"));
+  EXPECT_THAT(VerdictJson(verdict), HasSubstr("\"cosine\": \"NaN\""));
+}
+
+TEST_F(Judgement, SaysThatARunHasNotEnded) {
+  Dump("run/dumps/0", {1, 2});
+  Dump("expected/0", {1, 2});
+  RunFacts facts;
+  facts.state = RunState::kRunning;
+  facts.counts.inferences = 3;
+  support::WriteFile(Path("run/run.json"), ToJson(facts));
+  const Verdict running = Run("run");
+  EXPECT_EQ(running.Status(), ExitStatus::kPartial);
+  EXPECT_EQ(running.unfinished.at(0),
+            "the run '" + Path("run") +
+                "' has not ended: its run.json says \"running\", and it has 1 sample of 3; "
+                "judge it again when it has, or finish it with vorn launch --resume");
+  EXPECT_THAT(VerdictText(running), HasSubstr("has not ended"));
+  EXPECT_THAT(VerdictText(running), HasSubstr("0 wrong, and not all samples were there\n"));
+  EXPECT_THAT(VerdictJUnit(running), HasSubstr("errors=\"1\""));
+  EXPECT_EQ(Run("expected", "run").Status(), ExitStatus::kPartial);
+  facts.state = RunState::kInterrupted;
+  support::WriteFile(Path("run/run.json"), ToJson(facts));
+  EXPECT_THAT(Run("run").unfinished.at(0), HasSubstr("ended early, with 1 sample of 3"));
+  support::WriteFile(Path("run/run.json"), R"({"state": "running"})");
+  EXPECT_THAT(Run("run").unfinished.at(0), HasSubstr("and it has 1 sample; judge"));
+  support::WriteFile(Path("run/run.json"), "{");
+  EXPECT_THAT(Refusal("run"), HasSubstr("run/run.json': "));
+  facts.counts.inferences = 1;
+  facts.state = RunState::kDone;
+  support::WriteFile(Path("run/run.json"), ToJson(facts));
+  EXPECT_EQ(Run("run").Status(), ExitStatus::kDone);
 }
 
 TEST_F(Judgement, FailsOtherNumbersOfElements) {

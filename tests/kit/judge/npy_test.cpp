@@ -55,7 +55,7 @@ TEST(ParseNpy, ReadsAHeadOfEachVersion) {
 
 TEST(ParseNpy, KnowsTypesAndByteOrders) {
   const auto parsed = [](const std::string& descr) {
-    return Parse(Head(Dict(descr, "False", "(1,)")), 8);
+    return Parse(Head(Dict(descr, "False", "(1,)")), static_cast<uint64_t>(descr[2] - '0'));
   };
   EXPECT_EQ(parsed("<f2").type, ElementType::kFloat16);
   EXPECT_EQ(parsed("<f8").type, ElementType::kFloat64);
@@ -71,15 +71,15 @@ TEST(ParseNpy, KnowsTypesAndByteOrders) {
 }
 
 TEST(ParseNpy, KnowsShapes) {
-  const auto shape = [](const std::string& text) {
-    return *Parse(Head(Dict("|u1", "False", text)), 1000).shape;
+  const auto shape = [](const std::string& text, uint64_t bytes) {
+    return *Parse(Head(Dict("|u1", "False", text)), bytes).shape;
   };
-  EXPECT_EQ(shape("()"), Shape{});
-  EXPECT_EQ(shape("(7,)"), Shape{7});
-  EXPECT_EQ(shape("(3L, 4L)"), (Shape{3, 4}));
-  EXPECT_EQ(shape("( 0 , 99999999999 )"), (Shape{0, 99999999999}));
+  EXPECT_EQ(shape("()", 1), Shape{});
+  EXPECT_EQ(shape("(7,)", 7), Shape{7});
+  EXPECT_EQ(shape("(3L, 4L)", 12), (Shape{3, 4}));
+  EXPECT_EQ(shape("( 0 , 99999999999 )", 0), (Shape{0, 99999999999}));
   EXPECT_TRUE(Parse(Head(Dict("|u1", "True", "(3, 4)")), 12).isColumnMajor);
-  EXPECT_FALSE(Parse(Head(Dict("|u1", "True", "(3,)")), 12).isColumnMajor);
+  EXPECT_FALSE(Parse(Head(Dict("|u1", "True", "(3,)")), 3).isColumnMajor);
 }
 
 TEST(ParseNpy, TakesKeysInAnyOrderAndEitherQuote) {
@@ -89,7 +89,7 @@ TEST(ParseNpy, TakesKeysInAnyOrderAndEitherQuote) {
 }
 
 TEST(ParseNpy, RefusesWhatIsNoArrayOfNumbers) {
-  EXPECT_THAT(Refusal("PK\x03\x04"), HasSubstr("is no .npy file"));
+  EXPECT_THAT(Refusal("PK\x05\x06"), HasSubstr("is no .npy file"));
   EXPECT_THAT(Refusal("\x93NUMPY"), HasSubstr("ends within its head"));
   EXPECT_THAT(Refusal(Head("{}", 4)), HasSubstr("has version 4; 1, 2 and 3 are read"));
   EXPECT_THAT(Refusal(Head(Dict("|O", "False", "(1,)"))), HasSubstr("holds Python objects"));
@@ -140,6 +140,29 @@ TEST(OpenNpy, ReadsAFile) {
   EXPECT_EQ(OpenNpy(path).elements, 2U);
   EXPECT_THROW((void)OpenNpy(folder.Path()), Fault);
   EXPECT_THROW((void)OpenNpy(folder.Path() / "b.npy"), Fault);
+}
+
+TEST(ParseNpy, RefusesWhatStandsBehindTheValues) {
+  EXPECT_EQ(Refusal(Head(Dict("<f4", "False", "(2, 3)")), 25),
+            "the array 'a.npy' holds 2x3 of float32, and 1 byte more behind them, which nothing "
+            "explains; save one array a file");
+  EXPECT_THAT(Refusal(Head(Dict("<f4", "False", "(0, 3)")), 4), HasSubstr("and 4 bytes more"));
+}
+
+TEST(ParseNpy, RefusesKeysThatAreGivenTwice) {
+  for (const char* key : {"'descr': '<f4'", "'fortran_order': False", "'shape': (2,)"}) {
+    const std::string name = std::string(key).substr(1, std::string(key).find(':') - 2);
+    EXPECT_EQ(Refusal(Head("{'descr': '<f8', 'fortran_order': True, 'shape': (1,), " +
+                           std::string(key) + ", }"),
+                      8),
+              "the array 'a.npy' has a head that gives " + name + " twice");
+  }
+}
+
+TEST(ParseNpy, SaysWhatToDoWithAnArchive) {
+  EXPECT_EQ(Refusal("PK\x03\x04 and so on"),
+            "the array 'a.npy' is an archive of arrays (.npz), which is not read; save each array "
+            "as a .npy file of its own");
 }
 
 }  // namespace

@@ -164,5 +164,14 @@ TEST_F(Sources, AreRefusedWhereNothingIs) {
   EXPECT_THAT(Refusal(""), HasSubstr("holds nothing to compare: no run directory (run.json), "));
 }
 
+TEST_F(Sources, RefusesArchivesOfArrays) {
+  Write("one.npz", "PK\x03\x04");
+  Write("folder/all.npz", "PK\x03\x04");
+  for (const char* name : {"one.npz", "folder"}) {
+    EXPECT_THAT(Refusal(name), HasSubstr(".npz' is an archive of arrays (.npz), which is not read; "
+                                         "save each array as a .npy file of its own"));
+  }
+}
+
 }  // namespace
 }  // namespace vorn::kit

@@ -222,6 +222,11 @@ TEST(ReadMeasuredTimes, KnowsEachKindAndNamesItsFile) {
   support::WriteFile(path("bad"), "x\ny\n");
   EXPECT_EQ(ReadMeasuredTimes(path("list"), {}).series.at(0).name, path("list"));
   EXPECT_THAT(ReadMeasuredTimes(path("run"), {}).series.at(0).timesNs, ElementsAre(6));
+  EXPECT_FALSE(ReadMeasuredTimes(path("run"), {}).series.at(0).isUnfinished);
+  support::WriteFile(path("run/run.json"), "{\"state\": \"running\"}");
+  EXPECT_TRUE(ReadMeasuredTimes(path("run"), {}).series.at(0).isUnfinished);
+  support::WriteFile(path("run/run.json"), "{\"state\": 5}");
+  EXPECT_THROW((void)ReadMeasuredTimes(path("run"), {}), Fault);
   EXPECT_EQ(ReadMeasuredTimes(path("trace"), {}).kind, "trace");
   try {
     (void)ReadMeasuredTimes(path("bad"), {});

@@ -76,6 +76,8 @@ TEST(TimingText, PointsAtWhatMakesASeriesDoubtful) {
   EXPECT_THAT(text, HasSubstr("1: the times drift by +19.7"));
   EXPECT_THAT(text, HasSubstr("1: neighbours are alike, so that these 60 times are worth "));
   source.series[0].repeated = 1;
+  source.series[0].isUnfinished = true;
+  EXPECT_THAT(TimingText(ResultOf({source})), HasSubstr("1: the run has not ended"));
   EXPECT_THAT(TimingText(ResultOf({source})),
               HasSubstr("1: 1 line of times.jsonl of inferences that stand there again"));
   // Ten times that rise are worth a part of one by the figures.
