@@ -247,7 +247,9 @@ DumpsFound InspectDumps(const std::string& folder, const ModelDescription& model
   return DumpInspector(ListFolder(folder), model, request).Inspect();
 }
 
-bool DoesVerify(const std::string& run, const SampleOutput& output) {
+bool DoesVerify(const std::string& run, const SampleOutput& output,
+                const std::function<bool()>& mayGoOn) {
+  struct CutOff {};
   // A path that leads out of the run was not written by this verb.
   if (output.path.find("..") != std::string::npos || output.path.starts_with('/')) return false;
   struct stat about {};
@@ -257,9 +259,14 @@ bool DoesVerify(const std::string& run, const SampleOutput& output) {
   }
   try {
     if (output.text && access((run + "/" + *output.text).c_str(), R_OK) != 0) return false;
-    const FileIdentity file = IdentifyFile(run + "/" + output.path, "the dump", ExitStatus::kInput);
+    const FileIdentity file = IdentifyFile(run + "/" + output.path, "the dump", ExitStatus::kInput,
+                                           [&](std::string_view) {
+                                             if (!mayGoOn()) throw CutOff();
+                                           });
     return file.sizeBytes == output.sizeBytes && file.xxh3 == output.xxh3;
   } catch (const Fault&) {
+    return false;
+  } catch (const CutOff&) {
     return false;
   }
 }

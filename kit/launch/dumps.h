@@ -3,6 +3,7 @@
 #define VORN_KIT_LAUNCH_DUMPS_H_
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,11 @@ struct DumpsFound {
 [[nodiscard]] DumpsFound InspectDumps(const std::string& folder, const ModelDescription& model,
                                       const DumpRequest& request);
 
-/// Whether the files of an output are still what they were, `run` being the run directory.
-[[nodiscard]] bool DoesVerify(const std::string& run, const SampleOutput& output);
+/// Whether the files of an output are still what they were, `run` being the run directory. False
+/// also as soon as `mayGoOn`, which is asked again and again, says no.
+[[nodiscard]] bool DoesVerify(
+    const std::string& run, const SampleOutput& output,
+    const std::function<bool()>& mayGoOn = [] { return true; });
 
 /// The first bytes of a .npy of 32-bit floats: a multiple of 64 bytes.
 [[nodiscard]] std::string ArrayHeader(const std::vector<uint64_t>& shape);

@@ -15,8 +15,8 @@
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/launch/execution_times.h"
+#include "kit/launch/left_job.h"
 #include "kit/trace/preload_path.h"
-#include "kit/trace/under_layer.h"
 
 namespace vorn::kit {
 namespace {
@@ -95,7 +95,7 @@ class Watcher {
     layer_ = std::make_unique<PreloadPath>(FindTraceLayer());
     trace_ = TraceRequest{.command = {request.program},
                           .layer = layer_->Path(),
-                          .output = job.folder + "/trace.vtrace",
+                          .output = job.folder + "/" + kTraceFile,
                           .calls = RoomForCalls()};
   }
 
@@ -131,6 +131,8 @@ class Watcher {
       if (const auto ended = program.Poll()) {
         end_.program = *ended;
         end_.isDiskFull = IsDiskFull(job_.folder);
+        std::vector<std::string> left = program.EndRest(kToEndByItself);
+        if (end_.reason == JobEnd::Reason::kEnded) end_.left = std::move(left);
         break;
       }
       if (end_.reason == JobEnd::Reason::kEnded) StopWhereDue(program);
@@ -183,9 +185,9 @@ class Watcher {
     const uint64_t from = std::max(errorsAt_, size - std::min<uint64_t>(size, kMostWords));
     end_.words = ReadFrom(job_.errors, from, kMostWords);
     if (!trace_) return;
-    const TraceOutcome outcome = CollectTrace(*trace_);
-    if (!outcome.files.empty()) end_.trace = outcome.files.front();
-    end_.whyNoTrace = outcome.reason;
+    const JobTrace trace = TraceOfJob(*trace_, getpid());
+    end_.trace = trace.file;
+    end_.whyNoTrace = trace.whyNone;
     if (end_.program.signal && end_.inside.empty()) end_.inside = OperationInside(end_.trace);
   }
 
@@ -244,10 +246,29 @@ std::vector<std::string> CommandOf(const LaunchRequest& request, const std::stri
   return words;
 }
 
+std::vector<std::string> NotedWords(const LaunchRequest& request) {
+  std::vector<std::string> words = CommandOf(request, "", "");
+  for (std::string& word : words) word = Printable(word);
+  return words;
+}
+
+JobTrace TraceOfJob(const TraceRequest& request, pid_t launcher) {
+  const TraceOutcome outcome = CollectTrace(request, launcher);
+  // A launch that was killed may have named it already.
+  const bool isThere = access(request.output.c_str(), R_OK) == 0;
+  return {.file = isThere ? request.output : "", .whyNone = outcome.reason};
+}
+
 JobEnd RunJob(const Job& job, const LaunchRequest& request, const Plan& plan, StopSignals& signals,
               const Watch& watch) {
   RemoveTree(job.folder);
   MakeFolders(DumpsOf(job));
+  if (!job.indices.empty()) {
+    WriteJobNote(job.folder, {.indices = job.indices,
+                              .words = NotedWords(request),
+                              .logAt = SizeOfFile(job.log),
+                              .launcher = getpid()});
+  }
   return Watcher(job, request, plan, signals, watch).Run();
 }
 

@@ -13,6 +13,7 @@
 #include "kit/launch/program.h"
 #include "kit/launch/program_log.h"
 #include "kit/launch/run_folder.h"
+#include "kit/trace/under_layer.h"
 
 namespace vorn::kit {
 
@@ -37,6 +38,8 @@ struct JobEnd {
   std::string trace;   ///< a file; empty: there is none
   std::string whyNoTrace;
   bool isDiskFull = false;  ///< that of the dumps, as the program ended
+  std::vector<std::string>
+      left;  ///< processes that it left as it ended by itself, which were ended
 };
 
 /// Called while it runs, five times a second and once behind its end.
@@ -48,6 +51,17 @@ using Watch = std::function<void(pid_t pid, const ProgramLog& log)>;
 /// Throws a Fault where the program cannot be started or the folder not be made.
 [[nodiscard]] JobEnd RunJob(const Job& job, const LaunchRequest& request, const Plan& plan,
                             StopSignals& signals, const Watch& watch);
+
+/// The words of vorn-run but for its list and the folder of its dumps, as a note holds them.
+[[nodiscard]] std::vector<std::string> NotedWords(const LaunchRequest& request);
+
+/// The trace that a process of the program left in its job's folder, in its place there; empty, and
+/// why, where there is none.
+struct JobTrace {
+  std::string file;
+  std::string whyNone;
+};
+[[nodiscard]] JobTrace TraceOfJob(const TraceRequest& request, pid_t launcher);
 
 /// The words of vorn-run.
 [[nodiscard]] std::vector<std::string> CommandOf(const LaunchRequest& request,

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <optional>
 #include <utility>
@@ -14,6 +15,7 @@
 #include "kit/launch/dumps.h"
 #include "kit/launch/execution_times.h"
 #include "kit/launch/job.h"
+#include "kit/launch/left_job.h"
 #include "kit/launch/libraries.h"
 #include "kit/launch/machine.h"
 #include "kit/launch/run_folder.h"
@@ -23,14 +25,17 @@
 namespace vorn::kit {
 namespace {
 
-constexpr const char* kErrorsFile = "errors.txt";
-constexpr const char* kChunksFolder = "chunks";
-constexpr const char* kTraceFile = "trace.vtrace";
 constexpr uint64_t kMostAsideInARow = 20;
 constexpr size_t kMostKeptInputs = 64;
 constexpr size_t kMostStandardError = 16 * 1024;
 constexpr uint64_t kMostLogBytes = 256 << 20;
 constexpr size_t kMostNamed = 5;  // samples that a summary names
+constexpr size_t kPieceBytes = 256 * 1024;
+
+constexpr const char* kProgramEnd = "program-end";
+constexpr const char* kRepeated = "output-repeated";
+constexpr const char* kNotTraced = "not-traced";
+constexpr const char* kDropped = "calls-dropped";
 
 // Identities of files that many inferences share.
 class InputFiles {
@@ -63,8 +68,12 @@ class Launcher {
   ExitStatus Run() {
     try {
       Begin();
-      RunChunks();
-      Finish();
+      if (isOver_) {
+        Leave();
+      } else {
+        RunChunks();
+        Finish();
+      }
     } catch (const Fault& fault) {
       Abandon(fault);
       throw;
@@ -93,7 +102,9 @@ class Launcher {
     samples_.emplace(folder_.Path(kSamplesFile));
     times_.emplace(folder_.Path(kTimesFile));
     moments_.emplace(folder_.Path(kMachineFile));
+    isBegun_ = !folder_.Before();
     if (folder_.Before()) GoOn(*folder_.Before());
+    if (isOver_) return;
     RemoveTree(folder_.Path(kChunksFolder));
     MakeFolders(folder_.Path(kDumpsFolder));
     if (plan_.isModelKnown) WriteWholeFile(folder_.Path(kModelFile), ToJson(plan_.model));
@@ -113,35 +124,175 @@ class Launcher {
       compare(*before.configuration, *facts_.configuration, "configuration");
     }
     if (before.list && facts_.list) compare(*before.list, *facts_.list, "list");
+    isBegun_ = true;
     facts_.startRealtimeNs = before.startRealtimeNs;
-    facts_.warnings = before.warnings;
+    facts_.counts = before.counts;
+    // That of the end is told of the last process, and that of outputs is found again.
+    for (const RunWarning& warning : before.warnings) {
+      if (warning.id != kProgramEnd && warning.id != kRepeated) facts_.warnings.push_back(warning);
+    }
     facts_.phases = before.phases;
+    WriteRun();
     ForEachLine(folder_.Path(kSamplesFile), "the samples of the run", ExitStatus::kInput,
                 [&](std::string_view line) { TakeSample(SampleFromLine(line)); });
-    done_ = static_cast<uint64_t>(std::count(isDone_.begin(), isDone_.end(), true));
+    if (isOver_) return;
     attempts_ = AttemptsBefore();
-    console_.Say("going on with " + std::to_string(done_) + " of " +
-                 Counted(plan_.inferences, "inference") + " done");
+    const uint64_t recorded = CountDone();
+    TakeLeftJobs();
+    if (isOver_) return;
+    KeepTimesOfDone();
+    done_ = CountDone();
+    std::string text = "going on with " + std::to_string(done_) + " of " +
+                       Counted(plan_.inferences, "inference") + " done";
+    if (done_ > recorded) {
+      text += ", " + std::to_string(done_ - recorded) + " of them by a process that was cut off";
+    }
+    console_.Say(text);
+  }
+
+  uint64_t CountDone() const {
+    return static_cast<uint64_t>(std::count(isDone_.begin(), isDone_.end(), true));
+  }
+
+  // Whether it has to end now. Once it has to, it has to.
+  bool IsCutOff() {
+    const bool isLate = deadline_ && std::chrono::steady_clock::now() > *deadline_;
+    isOver_ = isOver_ || isLate || IsStopped();
+    return isOver_;
   }
 
   void TakeSample(const SampleRecord& record) {
-    if (record.index >= isDone_.size()) return;
+    if (record.index >= isDone_.size() || IsCutOff()) return;
     const bool isWhole =
         record.status == SampleStatus::kDone && record.outputs.size() == plan_.model.outputs.size();
-    isDone_[record.index] = isWhole && std::all_of(record.outputs.begin(), record.outputs.end(),
-                                                   [&](const auto& output) {
-                                                     return DoesVerify(request_.run, output);
-                                                   });
+    isDone_[record.index] =
+        isWhole &&
+        std::all_of(record.outputs.begin(), record.outputs.end(), [&](const auto& output) {
+          return DoesVerify(request_.run, output, [&] { return !IsCutOff(); });
+        });
+  }
+
+  // What was looked at of a run that is gone on with is as it was.
+  void Leave() {
+    const bool wasStopped = signals_.Asked() != 0;
+    status_ = wasStopped ? ExitStatus::kPartial : ExitStatus::kLimit;
+    facts_.state = wasStopped ? RunState::kInterrupted : RunState::kFailed;
+    facts_.status = static_cast<int>(status_);
+    facts_.endRealtimeNs = RealtimeNs();
+    WriteRun();
+    const std::string why =
+        wasStopped ? "was stopped"
+                   : "ended after " +
+                         std::to_string(request_.limit.value_or(std::chrono::seconds(0)).count()) +
+                         " s, the time for all (--timeout),";
+    console_.Say(why + " while it looked at what is there; nothing was run");
+    SayHowToGoOn();
+  }
+
+  // ---- A process that was cut off with its launch -----------------------------------------------
+
+  void TakeLeftJobs() {
+    for (const LeftJob& left : FindLeftJobs(folder_.Path(kChunksFolder))) {
+      uint64_t& most = attempts_[left.chunk];
+      most = std::max(most, left.attempt);
+      const auto note = ReadJobNote(left.folder, plan_.inferences);
+      if (note && note->words == NotedWords(request_)) TakeLeftJob(left, *note);
+    }
+  }
+
+  // Of what the log says was dumped, what is whole. The rest is run again.
+  void TakeLeftJob(const LeftJob& left, const JobNote& note) {
+    const Job job{.indices = note.indices,
+                  .takesWholeList = false,
+                  .folder = left.folder,
+                  .log = folder_.Path(kLogFile),
+                  .errors = folder_.Path(kErrorsFile),
+                  .deadline = {}};
+    JobEnd end;
+    uint64_t at = note.logAt;
+    for (std::string piece; !(piece = ReadFrom(job.log, at, kPieceBytes)).empty();) {
+      end.log.Take(piece);
+      at += piece.size();
+    }
+    std::string lines;
+    const uint64_t dumped = std::min<uint64_t>(end.log.Dumped(), job.indices.size());
+    for (uint64_t place = 0; place < dumped && !IsCutOff(); ++place) {
+      if (isDone_[job.indices[place]]) continue;
+      const std::string folder = LeftDumps(job, place);
+      DumpsFound found = Inspect(folder);
+      if (found.faults.empty()) {
+        lines += ToLine(TakeDumps(job.indices[place], folder, std::move(found)));
+      }
+    }
+    samples_->Append(lines);
+    samples_->Sync();
+    if (isOver_) return;
+    const JobTrace trace = TraceOfJob({.command = {request_.program},
+                                       .layer = {},
+                                       .output = job.folder + "/" + kTraceFile,
+                                       .calls = {}},
+                                      note.launcher);
+    if (!trace.file.empty()) TakeLeftTimes(job, trace.file, left);
+    TakeComplaints(end);
+  }
+
+  // The launch may have been killed while it took them over.
+  std::string LeftDumps(const Job& job, uint64_t place) const {
+    std::string folder = DumpsOf(job) + "/" + std::to_string(place);
+    if (SizeOfFile(folder) != 0) return folder;
+    return folder_.Path(kDumpsFolder) + "/" + std::to_string(job.indices[place]);
+  }
+
+  void TakeLeftTimes(const Job& job, const std::string& trace, const LeftJob& left) {
+    std::vector<bool> isTimed(plan_.inferences, false);
+    ForEachTimes([&](const TimesRecord& record, std::string_view) {
+      const bool isOfJob = record.chunk == left.chunk && record.attempt == left.attempt;
+      if (isOfJob && record.index < isTimed.size()) isTimed[record.index] = true;
+    });
+    try {
+      AppendTimes(ReadExecutionTimes(trace), job, left.chunk, left.attempt,
+                  [&](uint64_t index) { return isDone_[index] && !isTimed[index]; });
+      if (!request_.chunk) MoveFolder(trace, folder_.Path(kTraceFile));
+    } catch (const Fault& fault) {
+      if (fault.Status() != ExitStatus::kInput) throw;
+      Warn(kNotTraced, 1, fault.what());
+    }
+  }
+
+  void ForEachTimes(
+      const std::function<void(const TimesRecord& record, std::string_view line)>& take) const {
+    ForEachLine(folder_.Path(kTimesFile), "the times of the run", ExitStatus::kInput,
+                [&](std::string_view line) { take(TimesFromLine(line), line); });
+  }
+
+  // An inference that is run again is timed again: its last line counts, if it is done.
+  void KeepTimesOfDone() {
+    std::vector<uint64_t> last(plan_.inferences, 0);  // lines, from 1
+    uint64_t lines = 0;
+    ForEachTimes([&](const TimesRecord& record, std::string_view) {
+      ++lines;
+      if (record.index < last.size() && isDone_[record.index]) last[record.index] = lines;
+    });
+    const auto kept = std::count_if(last.begin(), last.end(), [](uint64_t at) { return at != 0; });
+    if (static_cast<uint64_t>(kept) == lines) return;
+    WholeFile file(folder_.Path(kTimesFile));
+    uint64_t number = 0;
+    ForEachTimes([&](const TimesRecord& record, std::string_view line) {
+      ++number;
+      if (record.index >= last.size() || last[record.index] != number) return;
+      file.Append(line);
+      file.Append("\n");
+    });
+    file.Finish();
+    times_.emplace(folder_.Path(kTimesFile));
   }
 
   std::map<uint64_t, uint64_t> AttemptsBefore() const {
     std::map<uint64_t, uint64_t> attempts;
-    ForEachLine(folder_.Path(kTimesFile), "the times of the run", ExitStatus::kInput,
-                [&](std::string_view line) {
-                  const TimesRecord record = TimesFromLine(line);
-                  uint64_t& most = attempts[record.chunk];
-                  most = std::max(most, record.attempt);
-                });
+    ForEachTimes([&](const TimesRecord& record, std::string_view) {
+      uint64_t& most = attempts[record.chunk];
+      most = std::max(most, record.attempt);
+    });
     return attempts;
   }
 
@@ -184,10 +335,21 @@ class Launcher {
     TakeTimes(job, end, chunk, attempt);
     std::vector<uint64_t> left = TakeSamples(job, end);
     TakeComplaints(end);
+    TellOfLeft(end);
     Conclude(job, end, left);
     RemoveTree(job.folder);
     WriteRun();
     return left;
+  }
+
+  void TellOfLeft(const JobEnd& end) {
+    if (end.left.empty()) return;
+    const size_t count = end.left.size();
+    Warn("left-processes", 1,
+         "the program ended and left " +
+             (count == 1 ? "a process" : std::to_string(count) + " processes") +
+             " of its group running, which " + (count == 1 ? "was" : "were") +
+             " ended: " + end.left.front());
   }
 
   void Look(pid_t pid, const ProgramLog& log) {
@@ -224,15 +386,23 @@ class Launcher {
   // ---- What a job left --------------------------------------------------------------------------
 
   void TakeTimes(const Job& job, const JobEnd& end, uint64_t chunk, uint64_t attempt) {
-    if (!end.whyNoTrace.empty()) Warn("not-traced", 1, end.whyNoTrace);
+    if (!end.whyNoTrace.empty()) Warn(kNotTraced, 1, end.whyNoTrace);
     if (end.trace.empty()) return;
-    const ExecutionTimes times = ReadExecutionTimes(end.trace);
+    AppendTimes(ReadExecutionTimes(end.trace), job, chunk, attempt, [](uint64_t) { return true; });
+    const bool isKept =
+        !request_.chunk || end.reason != JobEnd::Reason::kEnded || end.program.status != 0;
+    if (isKept) MoveFolder(end.trace, folder_.Path(kTraceFile));
+  }
+
+  void AppendTimes(const ExecutionTimes& times, const Job& job, uint64_t chunk, uint64_t attempt,
+                   const std::function<bool(uint64_t index)>& isWanted) {
     if (times.dropped > 0) {
-      Warn("calls-dropped", times.dropped, "calls had no room in the trace: times are missing");
+      Warn(kDropped, times.dropped, "calls had no room in the trace: times are missing");
     }
     std::string lines;
     const size_t count = std::min(times.inferences.size(), job.indices.size());
     for (size_t i = 0; i < count; ++i) {
+      if (!isWanted(job.indices[i])) continue;
       lines += ToLine(TimesRecord{.index = job.indices[i],
                                   .chunk = chunk,
                                   .attempt = attempt,
@@ -243,9 +413,6 @@ class Launcher {
     }
     times_->Append(lines);
     for (const auto& [phase, duration] : times.phases) facts_.phases[phase] += duration;
-    const bool isKept =
-        !request_.chunk || end.reason != JobEnd::Reason::kEnded || end.program.status != 0;
-    if (isKept) MoveFolder(end.trace, folder_.Path(kTraceFile));
   }
 
   // The inferences of the job that are still to do.
@@ -258,7 +425,8 @@ class Launcher {
     // What was not looked at when somebody asks to stop is as if it had not been run.
     const bool mayStop = end.reason != JobEnd::Reason::kStopped;
     for (; resolved < dumped && !(mayStop && IsStopped()); ++resolved) {
-      lines += ToLine(TakeDumps(job, resolved));
+      const std::string folder = DumpsOf(job) + "/" + std::to_string(resolved);
+      lines += ToLine(TakeDumps(job.indices[resolved], folder, Inspect(folder)));
     }
     const bool isToBlame = resolved == dumped && dumped < job.indices.size() && isAtOne &&
                            end.reason != JobEnd::Reason::kStopped &&
@@ -287,17 +455,20 @@ class Launcher {
     return record;
   }
 
-  SampleRecord TakeDumps(const Job& job, uint64_t place) {
-    const uint64_t index = job.indices[place];
+  DumpsFound Inspect(const std::string& folder) const {
+    return InspectDumps(folder, plan_.model,
+                        {.isTextKept = request_.isTextKept,
+                         .areArrays = request_.areArrays,
+                         .batch = BatchOf(plan_, request_)});
+  }
+
+  SampleRecord TakeDumps(uint64_t index, const std::string& from, DumpsFound found) {
     SampleRecord record = RecordOf(index, true);
-    const std::string from = DumpsOf(job) + "/" + std::to_string(place);
     const std::string name = std::string(kDumpsFolder) + "/" + std::to_string(index);
-    DumpsFound found = InspectDumps(from, plan_.model,
-                                    {.isTextKept = request_.isTextKept,
-                                     .areArrays = request_.areArrays,
-                                     .batch = BatchOf(plan_, request_)});
-    RemoveTree(folder_.Path(name));
-    if (SizeOfFile(from) != 0) MoveFolder(from, folder_.Path(name));
+    if (from != folder_.Path(name)) {
+      RemoveTree(folder_.Path(name));
+      if (SizeOfFile(from) != 0) MoveFolder(from, folder_.Path(name));
+    }
     for (SampleOutput& output : found.outputs) {
       output.path = name + "/" + output.path;
       if (output.text) output.text = name + "/" + *output.text;
@@ -439,7 +610,7 @@ class Launcher {
 
   void Take(ExitStatus status, const std::string& message) {
     status_ = FirstOf(status_, status);
-    Warn("program-end", 1, message);
+    Warn(kProgramEnd, 1, message);
     console_.Say(message);
   }
 
@@ -447,6 +618,7 @@ class Launcher {
 
   // Nothing says "running" that does not.
   void Abandon(const Fault& fault) {
+    if (!isBegun_) return;  // what is there is another run's
     facts_.state = RunState::kFailed;
     facts_.status = static_cast<int>(fault.Status());
     facts_.endRealtimeNs = RealtimeNs();
@@ -461,6 +633,7 @@ class Launcher {
     const bool wasStopped = signals_.Asked() != 0;
     CompareSamples();
     CompareRuntimes();
+    ForgetWhatWasTraced();
     RemoveTree(folder_.Path(kChunksFolder));
     const std::string errors = folder_.Path(kErrorsFile);
     const uint64_t size = SizeOfFile(errors);
@@ -491,6 +664,22 @@ class Launcher {
     }
   }
 
+  // A process without a trace does not matter any more where another one did what it was to do.
+  void ForgetWhatWasTraced() {
+    const auto isOfTimes = [](const RunWarning& warning) {
+      return warning.id == kNotTraced || warning.id == kDropped;
+    };
+    auto& warnings = facts_.warnings;
+    const bool isThere = std::any_of(warnings.begin(), warnings.end(), isOfTimes);
+    if (!isThere || plan_.inferences == 0) return;
+    std::vector<bool> isTimed(plan_.inferences, false);
+    ForEachTimes([&](const TimesRecord& record, std::string_view) {
+      if (record.index < isTimed.size()) isTimed[record.index] = true;
+    });
+    const bool areTimed = std::find(isTimed.begin(), isTimed.end(), false) == isTimed.end();
+    if (areTimed) std::erase_if(warnings, isOfTimes);
+  }
+
   // In the order of the list, so that each can be compared with the one before.
   void CompareSamples() {
     facts_.counts = {};
@@ -507,7 +696,7 @@ class Launcher {
         [&](const SampleRecord& record) {
           Count(record.status);
           if (IsRepeated(before, record)) {
-            Warn("output-repeated", 1,
+            Warn(kRepeated, 1,
                  "outputs are those of the inference before, and the inputs are others; first "
                  "inference " +
                      std::to_string(record.index) + " (" + PlaceOf(record) + ")");
@@ -553,7 +742,7 @@ class Launcher {
                    " more; samples.jsonl names them all");
     }
     for (const RunWarning& warning : facts_.warnings) {
-      if (warning.id == "program-end") continue;
+      if (warning.id == kProgramEnd) continue;
       const Explanation* known = FindById(warning.id);
       if (known != nullptr && known->role == LineRole::kFollows) continue;
       console_.Say("warning " + warning.id + ", " + Counted(warning.count, "time") + ": " +
@@ -569,7 +758,10 @@ class Launcher {
     add(counts.aside, "put aside");
     add(counts.missing, "not run");
     console_.Say(text);
-    if (counts.done == counts.inferences) return;
+    if (counts.done != counts.inferences) SayHowToGoOn();
+  }
+
+  void SayHowToGoOn() {
     std::vector<std::string> again = request_.command;
     if (std::find(again.begin(), again.end(), "--resume") == again.end()) {
       again.emplace_back("--resume");
@@ -603,6 +795,7 @@ class Launcher {
   uint64_t asideInARow_ = 0;
   bool asideNow_ = false;
   bool isOver_ = false;
+  bool isBegun_ = false;                   // the run directory is this run's to write to
   std::map<uint64_t, uint64_t> attempts_;  // by chunk
   SteadyTime began_;
   std::optional<SteadyTime> deadline_;

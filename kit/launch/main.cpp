@@ -37,10 +37,11 @@ constexpr Option kOptions[] = {
      "of "
      "its chunk goes on."},
     {"resume", 0, "",
-     "Go on with the run in RUN: what was recorded and verifies by size and hash stays. A "
-     "process's "
-     "outputs are recorded when it has ended, and with --chunk it ends sooner."},
-    {"timeout", 0, "SECONDS", "End the run after that time."},
+     "Go on with the run in RUN: what was recorded and verifies by size and hash stays. Of a "
+     "process "
+     "that was killed with its launch counts what it said that it dumped, where that is whole."},
+    {"timeout", 0, "SECONDS",
+     "End the run after that time, in which --resume looks at what is there, too."},
     {"sample-timeout", 0, "SECONDS",
      "End a process that takes longer for one inference, from its first file on."},
     {"no-text", 0, "", "Remove the .float files behind each process; they are most of the bytes."},
@@ -62,8 +63,9 @@ constexpr Verb kLaunch{
     .forms = kForms,
     .about =
         "Checks model, configuration, list, every file's size and the room on the disk, and says\n"
-        "all faults at once. Runs vorn-run as it is, with the trace layer in it. Then looks at\n"
-        "every dump: whether it is there, of the right size, finite, and not the one before.\n"
+        "all faults at once; of more than 100 the first, and how many more there are. Runs\n"
+        "vorn-run as it is, with the trace layer in it. Then looks at every dump: whether it is\n"
+        "there, of the right size, finite, and not the one before.\n"
         "\n"
         "RUN holds run.json, model.json, samples.jsonl, times.jsonl, machine.jsonl, log.txt,\n"
         "errors.txt, trace.vtrace and dumps/INFERENCE/; docs/schema tells their members.\n"

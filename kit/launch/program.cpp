@@ -2,16 +2,20 @@
 #include "kit/launch/program.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
+#include "kit/launch/run_folder.h"
 
 namespace vorn::kit {
 namespace {
@@ -20,12 +24,19 @@ constexpr int kNotStarted = 127;
 constexpr std::array kAskToStop{SIGINT, SIGTERM, SIGHUP};
 
 int OpenForLines(const std::string& path) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-  if (fd < 0) {
-    throw Fault(ExitStatus::kLimit,
-                "cannot write '" + Printable(path) + "': " + SystemReason(errno));
+  // Without O_NONBLOCK a pipe without a reader would be waited for.
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK, 0666);
+  struct stat about {};
+  if (fd >= 0 && fstat(fd, &about) == 0 && S_ISREG(about.st_mode)) {
+    fcntl(fd, F_SETFL, O_APPEND);
+    // Whoever inherits it holds the lock: a program that outlives this process is found by it.
+    flock(fd, LOCK_SH | LOCK_NB);
+    return fd;
   }
-  return fd;
+  const int error = errno;
+  const std::string reason = fd >= 0 ? "it is no regular file" : SystemReason(error);
+  if (fd >= 0) close(fd);
+  throw Fault(ExitStatus::kLimit, "cannot write '" + Printable(path) + "': " + reason);
 }
 
 class Descriptor {
@@ -60,6 +71,27 @@ void Execute(const ProgramRequest& request, int out, int err, const sigset_t& ma
   words.push_back(nullptr);
   sigprocmask(SIG_SETMASK, &mask, nullptr);
   execv(words[0], words.data());
+}
+
+// What runs in a process group; what has ended and was not waited for yet does not.
+std::vector<std::string> RunningInGroup(pid_t group) {
+  std::vector<std::string> processes;
+  for (const std::string& name : NamesIn("/proc")) {
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    // "17 (name) S 1 16 ...": its state, its parent, its group. The name may hold anything.
+    const std::string stat = ReadFrom("/proc/" + name + "/stat", 0, 4096);
+    const size_t open = stat.find('(');
+    const size_t close = stat.rfind(')');
+    char state = 'Z';
+    int itsGroup = 0;
+    const bool isKnown =
+        open < close && close != std::string::npos &&
+        std::sscanf(stat.c_str() + close + 1, " %c %*d %d", &state, &itsGroup) == 2;
+    if (!isKnown || itsGroup != group || state == 'Z' || state == 'X') continue;
+    processes.push_back("process " + name + " (" +
+                        Printable(stat.substr(open + 1, close - open - 1)) + ")");
+  }
+  return processes;
 }
 
 }  // namespace
@@ -145,6 +177,23 @@ std::optional<ProgramEnd> Program::Poll() {
     end_->status = WEXITSTATUS(status);
   }
   return end_;
+}
+
+std::vector<std::string> Program::EndRest(std::chrono::milliseconds grace) const {
+  constexpr useconds_t kBetweenUs = 10000;
+  if (!end_ || kill(-pid_, 0) != 0) return {};
+  std::vector<std::string> rest = RunningInGroup(pid_);
+  if (rest.empty()) return rest;
+  kill(-pid_, SIGTERM);
+  const auto until = std::chrono::steady_clock::now() + grace;
+  while (!RunningInGroup(pid_).empty() && std::chrono::steady_clock::now() < until) {
+    usleep(kBetweenUs);
+  }
+  kill(-pid_, SIGKILL);
+  while (!RunningInGroup(pid_).empty() && std::chrono::steady_clock::now() < until + grace) {
+    usleep(kBetweenUs);
+  }
+  return rest;
 }
 
 void Program::Send(int signal) const {

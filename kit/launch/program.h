@@ -66,6 +66,10 @@ class Program {
   /// How it ended; empty while it runs.
   [[nodiscard]] std::optional<ProgramEnd> Poll();
 
+  /// Behind its end: ends what is left of its group, by SIGTERM, and by SIGKILL what is there still
+  /// after `grace`. Returns what that was: "process 17 (name)".
+  std::vector<std::string> EndRest(std::chrono::milliseconds grace) const;
+
   /// Sends a signal to all of its group.
   void Send(int signal) const;
 

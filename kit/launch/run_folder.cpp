@@ -20,21 +20,11 @@
 namespace vorn::kit {
 namespace {
 
+constexpr const char* kUnfinished = ".part";  // as a WholeFile is named while it is written
+
 [[noreturn]] void RefuseFolder(const std::string& what, const std::string& path, int error) {
   throw Fault(ExitStatus::kLimit,
               "cannot " + what + " '" + Printable(path) + "': " + SystemReason(error));
-}
-
-std::vector<std::string> NamesIn(const std::string& path) {
-  std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
-  while (listing != nullptr) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) break;
-    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
-    names.emplace_back(entry->d_name);
-  }
-  return names;
 }
 
 struct LinePlace {
@@ -48,36 +38,95 @@ RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
   MakeFolders(path);
   lock_ = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (lock_ < 0) RefuseFolder("open the folder", path, errno);
-  const auto refuse = [&](const std::string& what) {
-    close(lock_);
-    throw Fault(ExitStatus::kUsage, "'" + Printable(path) + "' " + what);
-  };
-  // A file system without locks has to do without.
-  if (flock(lock_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-    refuse("belongs to a launch that runs now; wait for it, or name another with --run");
-  }
-  const bool isEmpty = NamesIn(path).empty();
-  if (!isEmpty && !isResumed) {
-    refuse("is not empty; name another with --run, or go on with the run in it by --resume");
-  }
-  if (isEmpty) return;
-  if (access(Path(kRunFile).c_str(), F_OK) != 0) {
-    // A launch that was killed at once has left the beginning of its record; anything else is not
-    // ours to write into.
-    for (const std::string& name : NamesIn(path)) {
-      if (name != std::string(kRunFile) + ".part") refuse("holds something else than a run");
-    }
-    return;
-  }
   try {
-    before_ = ReadRun(path);
+    Take(isResumed);
   } catch (...) {
     close(lock_);
     throw;
   }
 }
 
+void RunFolder::Take(bool isResumed) {
+  // A file system without locks has to do without.
+  if (flock(lock_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    Refuse("belongs to a launch that runs now; wait for it, or name another with --run");
+  }
+  const std::vector<std::string> names = NamesIn(path_);
+  if (!names.empty() && !isResumed) {
+    Refuse("is not empty; name another with --run, or go on with the run in it by --resume");
+  }
+  if (names.empty()) return;
+  if (access(Path(kRunFile).c_str(), F_OK) != 0) {
+    // A launch that was killed at once has left the beginning of its record; anything else is not
+    // ours to write into.
+    for (const std::string& name : names) {
+      if (name != std::string(kRunFile) + kUnfinished) Refuse("holds something else than a run");
+    }
+  }
+  CheckPlaces();
+  WaitForProgram();
+  if (access(Path(kRunFile).c_str(), F_OK) == 0) before_ = ReadRun(path_);
+}
+
+// To open a pipe would be to wait for its other end, and a folder would be removed for a file.
+void RunFolder::CheckPlaces() const {
+  const auto check = [&](const std::string& name, bool isFolder) {
+    struct stat about {};
+    const std::string path = Path(name);
+    if (stat(path.c_str(), &about) != 0 && lstat(path.c_str(), &about) != 0) return;
+    if (isFolder ? S_ISDIR(about.st_mode) : S_ISREG(about.st_mode)) return;
+    const char* what = " is no regular file, and the run needs one there; move it away";
+    if (isFolder) {
+      what = " is no folder, and the run needs one there; move it away";
+    } else if (S_ISDIR(about.st_mode)) {
+      what = " is a folder, and the run needs a file there; move it away";
+    }
+    throw Fault(ExitStatus::kUsage, Quoted(path) + what);
+  };
+  for (const char* name : {kRunFile, kModelFile, kSamplesFile, kTimesFile, kMachineFile, kLogFile,
+                           kErrorsFile, kTraceFile}) {
+    check(name, false);
+    check(std::string(name) + kUnfinished, false);
+  }
+  check(kDumpsFolder, true);
+  check(kChunksFolder, true);
+}
+
+// What a program that outlived its launch writes would get among what is written now: a script that
+// was killed leaves the program that it started. The log is locked as long as one has it.
+void RunFolder::WaitForProgram() const {
+  constexpr int kTries = 30;
+  constexpr useconds_t kBetweenUs = 100000;
+  const int log = open(Path(kLogFile).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (log < 0) return;
+  bool isTaken = true;
+  for (int i = 0; i < kTries && isTaken; ++i) {
+    if (i != 0) usleep(kBetweenUs);
+    isTaken = flock(log, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  }
+  close(log);
+  if (!isTaken) return;
+  Refuse("belongs to a program that an earlier launch started and that still runs, with " +
+         Quoted(Path(kLogFile)) + " open; end it, or name another with --run");
+}
+
+void RunFolder::Refuse(const std::string& what) const {
+  throw Fault(ExitStatus::kUsage, Quoted(path_) + " " + what);
+}
+
 RunFolder::~RunFolder() { close(lock_); }
+
+std::vector<std::string> NamesIn(const std::string& path) {
+  std::vector<std::string> names;
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
+  while (listing != nullptr) {
+    const dirent* entry = readdir(listing.get());
+    if (entry == nullptr) break;
+    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+    names.emplace_back(entry->d_name);
+  }
+  return names;
+}
 
 void MakeFolders(const std::string& path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {

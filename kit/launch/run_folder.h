@@ -16,7 +16,8 @@ namespace vorn::kit {
 class RunFolder {
  public:
   /// Makes the folder and those above it. Throws a Fault of kUsage if there is a run in it already
-  /// that is not gone on with, or another launch has it, of kLimit if it cannot be made.
+  /// that is not gone on with, another launch or the program of one has it, or something else lies
+  /// where a file of the run has to be, of kLimit if it cannot be made.
   RunFolder(const std::string& path, bool isResumed);
   ~RunFolder();
   RunFolder(const RunFolder&) = delete;
@@ -28,10 +29,18 @@ class RunFolder {
   [[nodiscard]] const std::optional<RunFacts>& Before() const { return before_; }
 
  private:
+  void Take(bool isResumed);
+  void CheckPlaces() const;
+  void WaitForProgram() const;
+  [[noreturn]] void Refuse(const std::string& what) const;
+
   std::string path_;
   int lock_ = -1;
   std::optional<RunFacts> before_;
 };
+
+/// What lies in a folder, without those above; empty where there is none.
+[[nodiscard]] std::vector<std::string> NamesIn(const std::string& path);
 
 /// Makes a folder and those above it. Throws a Fault of kLimit.
 void MakeFolders(const std::string& path);

@@ -30,6 +30,9 @@ inline constexpr const char* kSamplesFile = "samples.jsonl";
 inline constexpr const char* kTimesFile = "times.jsonl";
 inline constexpr const char* kMachineFile = "machine.jsonl";
 inline constexpr const char* kLogFile = "log.txt";
+inline constexpr const char* kErrorsFile = "errors.txt";
+inline constexpr const char* kTraceFile = "trace.vtrace";
+inline constexpr const char* kChunksFolder = "chunks";  ///< while it runs
 inline constexpr const char* kDumpsFolder = "dumps";
 
 // ---- samples.jsonl ------------------------------------------------------------------------------

@@ -174,10 +174,9 @@ std::optional<Part> ReadPart(const std::string& path) {
   return part;
 }
 
-// This process's own.
-std::vector<Part> FindParts(const std::string& output) {
+std::vector<Part> FindParts(const std::string& output, pid_t launcher) {
   std::vector<Part> parts;
-  for (const std::string& path : GrowingTraces(output, getpid())) {
+  for (const std::string& path : GrowingTraces(output, launcher)) {
     if (auto part = ReadPart(path)) parts.push_back(std::move(*part));
   }
   std::sort(parts.begin(), parts.end(), [](const Part& one, const Part& two) {
@@ -331,8 +330,8 @@ std::vector<std::pair<std::string, std::string>> PrepareTrace(const TraceRequest
   return LayerVariables(request, request.layer);
 }
 
-TraceOutcome CollectTrace(const TraceRequest& request) {
-  const std::vector<Part> parts = FindParts(request.output);
+TraceOutcome CollectTrace(const TraceRequest& request, pid_t launcher) {
+  const std::vector<Part> parts = FindParts(request.output, launcher);
   TraceOutcome outcome;
   outcome.reason = WhyNoCall(parts, request.command[0], request.layer);
   outcome.files = NameParts(request.output, parts);
@@ -340,7 +339,7 @@ TraceOutcome CollectTrace(const TraceRequest& request) {
 }
 
 std::string FindRunningTrace(const std::string& output) {
-  const std::vector<Part> parts = FindParts(output);
+  const std::vector<Part> parts = FindParts(output, getpid());
   return parts.empty() ? "" : parts.front().path;
 }
 
@@ -352,7 +351,7 @@ TraceOutcome RunUnderTrace(const TraceRequest& request) {
     throw Fault(ExitStatus{status},
                 "cannot start '" + Printable(request.command[0]) + "': " + SystemReason(failure));
   }
-  TraceOutcome outcome = CollectTrace(request);
+  TraceOutcome outcome = CollectTrace(request, getpid());
   outcome.status = status;
   return outcome;
 }

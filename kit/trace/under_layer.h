@@ -37,10 +37,11 @@ struct TraceOutcome {
 /// What RunUnderTrace does around the program, for whoever runs it in another way: before it starts
 /// removes the traces of an earlier run that was killed, and tells the variables that put the layer
 /// into it, LD_PRELOAD with what stands there already; behind its end names what it left. The layer
-/// of the request has to be a path that can be preloaded. `status` is 0.
+/// of the request has to be a path that can be preloaded. `status` is 0. `launcher` started the
+/// program: this process, or one that was killed.
 [[nodiscard]] std::vector<std::pair<std::string, std::string>> PrepareTrace(
     const TraceRequest& request);
-[[nodiscard]] TraceOutcome CollectTrace(const TraceRequest& request);
+[[nodiscard]] TraceOutcome CollectTrace(const TraceRequest& request, pid_t launcher);
 
 /// The traces that grow for `output` in processes that the process `launcher` started; maybe some
 /// that are no traces yet.

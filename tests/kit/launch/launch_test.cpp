@@ -10,11 +10,14 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <functional>
+#include <numeric>
 #include <random>
 #include <thread>
 
 #include "kit/launch/dumps.h"
 #include "kit/run/run_directory.h"
+#include "support/call_record.h"
 #include "support/command.h"
 #include "support/files.h"
 #include "support/json_schema.h"
@@ -96,6 +99,44 @@ class Launch : public testing::Test {
 
   Outcome Run(std::vector<std::string> more = {}) const {
     return RunCommand(CommandFor(std::move(more)));
+  }
+
+  /// Inferences of which times are there, in the order of their lines' indices.
+  std::vector<uint64_t> TimedInferences() const {
+    std::vector<uint64_t> indices;
+    for (const auto& record : ReadTimes(RunPath())) indices.push_back(record.index);
+    std::sort(indices.begin(), indices.end());
+    return indices;
+  }
+
+  static size_t Occurrences(const std::string& text, const std::string& what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != text.npos; at = text.find(what, at + 1)) ++count;
+    return count;
+  }
+
+  static std::vector<uint64_t> Counting(uint64_t count) {
+    std::vector<uint64_t> numbers(count);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+  }
+
+  size_t ExecutionsRecorded() const {
+    const std::string record = Path("record");
+    if (!fs::exists(record)) return 0;
+    return support::CallRecord(support::SplitLines(support::ReadFile(record)))
+        .CallsOf("vorn_mdl_execute")
+        .size();
+  }
+
+  /// Ends the launch as soon as the program has begun the file with this number.
+  template <typename Process>
+  void KillAt(Process& launch, const std::string& file) const {
+    const std::string log = RunPath() + "/log.txt";
+    while (!fs::exists(log) || support::ReadFile(log).find(file + "]") == std::string::npos) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    launch.Stop(SIGKILL);
   }
 
   std::vector<SampleStatus> Statuses() const {
@@ -492,6 +533,7 @@ TEST_F(Launch, GoesOnWithTheSameFilesOnly) {
   const Outcome ended = Run({"--resume"});
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.err, HasSubstr("'run' was begun with another list ('list.txt')"));
+  EXPECT_EQ(Run({"--resume"}).status, 2);  // nor has it become that list's run
 }
 
 TEST_F(Launch, GoesOnAfterAnExecutionThatFailed) {
@@ -669,8 +711,10 @@ TEST_F(Launch, SurvivesBeingKilledAtAnyMoment) {
   for (int round = 0; round < KilledLaunches(); ++round) {
     fs::remove_all(RunPath());
     const std::chrono::microseconds moment(random() % 400000);
+    const auto words =
+        round % 2 == 0 ? std::vector<std::string>{"--chunk", "3"} : std::vector<std::string>{};
     {
-      Running launch(CommandFor({"--chunk", "3"}));
+      Running launch(CommandFor(words));
       std::this_thread::sleep_for(moment);
       launch.Stop(SIGKILL);
     }
@@ -684,9 +728,18 @@ TEST_F(Launch, SurvivesBeingKilledAtAnyMoment) {
         }
       }
     }
-    const Outcome ended = Run({"--chunk", "3", "--resume"});
+    fs::remove(Path("record"));
+    const std::string log = RunPath() + "/log.txt";
+    const size_t dumped =
+        fs::exists(log) ? Occurrences(support::ReadFile(log), "dump data success") : 0;
+    auto again = words;
+    again.emplace_back("--resume");
+    const Outcome ended = Run(again);
     ASSERT_EQ(ended.status, 0) << "round " << round << ", " << moment.count() << " us\n"
                                << ended.Describe();
+    // What was dumped counts: together all were executed as often as they were dumped.
+    ASSERT_EQ(dumped + ExecutionsRecorded(), 12U) << "round " << round;
+    ASSERT_EQ(TimedInferences(), Counting(12)) << "round " << round;
     ASSERT_EQ(DumpsOf(RunPath() + "/dumps"), expected) << "round " << round;
     ASSERT_EQ(ReadRun(RunPath()).counts.done, 12U);
     ExpectWhatTheSchemasSay();
@@ -696,6 +749,230 @@ TEST_F(Launch, SurvivesBeingKilledAtAnyMoment) {
     }
   }
   std::printf("killed midway %d times (seed %u)\n", midway, seed);
+}
+
+TEST_F(Launch, CountsWhatAProcessHadDumpedThatWasKilledWithIt) {
+  Samples("abHd");
+  Running launch(CommandFor({}));
+  KillAt(launch, "2.bin");
+  Samples("abcd");
+  fs::remove(Path("record"));
+  const Outcome ended = Run({"--resume"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, StartsWith("vorn launch: going on with 2 of 4 inferences done, 2 of them "
+                                    "by a process that was cut off\n"));
+  EXPECT_EQ(ExecutionsRecorded(), 2U);
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone, kDone));
+  EXPECT_EQ(TimedInferences(), Counting(4));
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), DumpsOfVornRun());
+  EXPECT_THAT(Warnings(), IsEmpty());
+  EXPECT_FALSE(fs::exists(RunPath() + "/chunks"));
+  ExpectWhatTheSchemasSay();
+}
+
+// It was killed while it took over what its process had dumped.
+TEST_F(Launch, CountsWhatWasMovedAlready) {
+  Samples("abHd");
+  Running launch(CommandFor({"--chunk", "4"}));
+  KillAt(launch, "2.bin");
+  fs::rename(RunPath() + "/chunks/0.1/dumps/0", RunPath() + "/dumps/0");
+  Samples("abcd");
+  fs::remove(Path("record"));
+  EXPECT_EQ(Run({"--resume", "--chunk", "4"}).status, 0);
+  EXPECT_EQ(ExecutionsRecorded(), 2U);
+  EXPECT_EQ(TimedInferences(), Counting(4));
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), DumpsOfVornRun());
+}
+
+TEST_F(Launch, DoesAgainWhatACutOffProcessLeftInPieces) {
+  const auto executed = [&](const std::function<void(const std::string& job)>& harm,
+                            const std::vector<std::string>& words) {
+    fs::remove_all(RunPath());
+    Samples("abHd");
+    Running launch(CommandFor({}));
+    KillAt(launch, "2.bin");
+    harm(RunPath() + "/chunks/0.1");
+    Samples("abcd");
+    fs::remove(Path("record"));
+    auto again = words;
+    again.emplace_back("--resume");
+    const Outcome ended = Run(again);
+    EXPECT_EQ(ended.status, 0) << ended.Describe();
+    EXPECT_EQ(TimedInferences(), Counting(4));
+    return ExecutionsRecorded();
+  };
+  const auto nothing = [](const std::string&) {};
+  EXPECT_EQ(executed(nothing, {}), 2U);
+  EXPECT_EQ(executed(nothing, {"-b", "1"}), 4U);  // it had other words
+  EXPECT_EQ(executed(
+                [](const std::string& job) {
+                  for (const auto& file : fs::directory_iterator(job + "/dumps/1")) {
+                    fs::resize_file(file.path(), 7);
+                  }
+                },
+                {}),
+            3U);
+  EXPECT_EQ(executed([](const std::string& job) { fs::remove_all(job + "/dumps/0"); }, {}), 3U);
+  // Of another start of the machine nobody knows what reached the disk.
+  EXPECT_EQ(executed(
+                [](const std::string& job) {
+                  std::string record = support::ReadFile(job + "/job.json");
+                  const size_t at = record.find("\"boot\":\"");
+                  ASSERT_NE(at, record.npos);
+                  record[at + 8] = record[at + 8] == '0' ? '1' : '0';
+                  support::WriteFile(job + "/job.json", record);
+                },
+                {}),
+            4U);
+  EXPECT_EQ(
+      executed([](const std::string& job) { support::WriteFile(job + "/job.json", "{"); }, {}), 4U);
+  EXPECT_EQ(executed([](const std::string& job) { fs::remove(job + "/job.json"); }, {}), 4U);
+}
+
+// Its times were written, and it was killed before its samples were.
+TEST_F(Launch, KeepsTheTimesOfWhatIsThereOnly) {
+  Samples("abcdef");
+  ASSERT_EQ(Run({"--chunk", "3"}).status, 0);
+  const auto lines = support::SplitLines(support::ReadFile(RunPath() + "/samples.jsonl"));
+  support::WriteFile(RunPath() + "/samples.jsonl",
+                     lines[0] + "\n" + lines[1] + "\n" + lines[2] + "\n");
+  ASSERT_EQ(Run({"--chunk", "3", "--resume"}).status, 0);
+  EXPECT_EQ(TimedInferences(), Counting(6));
+  const auto times = ReadTimes(RunPath());
+  EXPECT_EQ(times[3].attempt, 2U);
+  EXPECT_EQ(times[3].chunk, 1U);
+  // As an earlier build left it: the last line of an inference counts.
+  const std::string file = RunPath() + "/times.jsonl";
+  const std::string before = support::ReadFile(file);
+  support::WriteFile(file, ToLine(vorn::kit::TimesRecord{.index = 5,
+                                                         .chunk = 7,
+                                                         .attempt = 9,
+                                                         .host = "h",
+                                                         .startRealtimeNs = 1,
+                                                         .executeNs = {5},
+                                                         .series = {}}) +
+                               before);
+  ASSERT_EQ(Run({"--chunk", "3", "--resume"}).status, 0);
+  EXPECT_EQ(support::ReadFile(file), before);
+}
+
+TEST_F(Launch, ForgetsWarningsThatNoLongerHold) {
+  Samples("abSde");
+  ASSERT_EQ(Run().status, 5);
+  Samples("abcde");
+  auto facts = ReadRun(RunPath());
+  facts.warnings.push_back({.id = "not-traced", .count = 1, .message = "why"});
+  facts.warnings.push_back({.id = "output-repeated", .count = 3, .message = "which"});
+  facts.warnings.push_back({.id = "execute", .count = 2, .message = "what"});
+  support::WriteFile(RunPath() + "/run.json", ToJson(facts));
+  ASSERT_EQ(Run({"--resume"}).status, 0);
+  EXPECT_THAT(Warnings(), ElementsAre("execute"));
+  // What was not traced stays untraced.
+  facts = ReadRun(RunPath());
+  facts.warnings = {{.id = "not-traced", .count = 1, .message = "why"}};
+  support::WriteFile(RunPath() + "/run.json", ToJson(facts));
+  support::WriteFile(RunPath() + "/times.jsonl", "");
+  ASSERT_EQ(Run({"--resume"}).status, 0);
+  EXPECT_THAT(Warnings(), ElementsAre("not-traced"));
+}
+
+// Hashing what was said to be there takes minutes, and the time for all is a second.
+TEST_F(Launch, EndsLookingAtWhatIsThereInTime) {
+  constexpr uint64_t kSize = uint64_t{1} << 39;
+  Samples("abS");
+  ASSERT_EQ(Run().status, 5);
+  auto samples = ReadSamples(RunPath());
+  std::string lines;
+  samples[0].outputs[0].sizeBytes = kSize;
+  for (const SampleRecord& sample : samples) lines += ToLine(sample);
+  support::WriteFile(RunPath() + "/samples.jsonl", lines);
+  fs::resize_file(RunPath() + "/" + samples[0].outputs[0].path, kSize);
+  const auto before = support::ReadTree(RunPath() + "/dumps/1");
+  const Outcome ended = Run({"--resume", "--timeout", "1"});
+  EXPECT_EQ(ended.status, 7) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("--timeout"));
+  EXPECT_THAT(ended.err, HasSubstr("to go on: "));
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kFailed);
+  EXPECT_EQ(support::ReadFile(RunPath() + "/samples.jsonl"), lines);
+  EXPECT_EQ(support::ReadTree(RunPath() + "/dumps/1"), before);
+  {
+    Running launch(CommandFor({"--resume"}));
+    // It goes by signals before it says that it runs.
+    while (ReadRun(RunPath()).state != RunState::kRunning) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(launch.Stop(SIGINT), 8);
+  }
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kInterrupted);
+  EXPECT_EQ(support::ReadFile(RunPath() + "/samples.jsonl"), lines);
+}
+
+TEST_F(Launch, TakesNothingElseForItsFiles) {
+  Samples("aF");
+  ASSERT_EQ(Run().status, 5);
+  fs::create_directories(Path("kept"));
+  for (const auto& entry : fs::directory_iterator(RunPath())) {
+    fs::rename(entry.path(), Path("kept") + "/" + entry.path().filename().string());
+  }
+  const auto restore = [&] {
+    fs::remove_all(RunPath());
+    fs::copy(Path("kept"), RunPath(), fs::copy_options::recursive);
+  };
+  for (const std::string name : {"log.txt", "errors.txt", "run.json", "model.json", "samples.jsonl",
+                                 "times.jsonl", "machine.jsonl", "trace.vtrace", "run.json.part",
+                                 "model.json.part", "samples.jsonl.part", "times.jsonl.part"}) {
+    restore();
+    fs::remove(RunPath() + "/" + name);
+    ASSERT_EQ(mkfifo((RunPath() + "/" + name).c_str(), 0600), 0);
+    support::Command command = CommandFor({"--resume"});
+    command.timeout = std::chrono::seconds(20);
+    Outcome ended = RunCommand(command);
+    EXPECT_EQ(ended.status, 2) << name << "\n" << ended.Describe();
+    EXPECT_EQ(ended.err, "vorn launch: 'run/" + name +
+                             "' is no regular file, and the run needs one there; move it away\n");
+    restore();
+    fs::remove(RunPath() + "/" + name);
+    fs::create_directories(RunPath() + "/" + name + "/x");
+    ended = RunCommand(command);
+    EXPECT_EQ(ended.status, 2) << name << "\n" << ended.Describe();
+    EXPECT_EQ(ended.err, "vorn launch: 'run/" + name +
+                             "' is a folder, and the run needs a file there; move it away\n");
+    EXPECT_TRUE(fs::exists(RunPath() + "/" + name + "/x"));
+  }
+  for (const std::string name : {"dumps", "chunks"}) {
+    restore();
+    fs::remove_all(RunPath() + "/" + name);
+    support::WriteFile(RunPath() + "/" + name, "mine");
+    const Outcome ended = Run({"--resume"});
+    EXPECT_EQ(ended.status, 2) << name << "\n" << ended.Describe();
+    EXPECT_EQ(ended.err, "vorn launch: 'run/" + name +
+                             "' is no folder, and the run needs one there; move it away\n");
+    EXPECT_EQ(support::ReadFile(RunPath() + "/" + name), "mine");
+  }
+}
+
+// ---- Processes of the program -------------------------------------------------------------------
+
+bool IsRunning(const std::string& pid) {
+  const std::string file = "/proc/" + pid + "/stat";
+  if (!fs::exists(file)) return false;
+  const std::string stat = support::ReadFile(file);
+  const size_t name = stat.rfind(')');
+  return name != stat.npos && stat.substr(name + 2, 1) != "Z";
+}
+
+TEST_F(Launch, LeavesNoChildOfTheProgramBehind) {
+  Samples("aC");
+  Outcome ended = Run();
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_FALSE(IsRunning(support::ReadFile(Path("child"))));
+  EXPECT_THAT(Warnings(), ElementsAre("left-processes"));
+  EXPECT_THAT(ended.err, HasSubstr("warning left-processes, 1 time: the program ended and left a "
+                                   "process of its group running, which was ended: process "));
+  Samples("aCH");
+  ended = Run({"--run", "other", "--timeout", "3"});
+  EXPECT_EQ(ended.status, 7) << ended.Describe();
+  EXPECT_FALSE(IsRunning(support::ReadFile(Path("child"))));
 }
 
 // What a launch leaves that is killed between its first files: run.json is the first of them.

@@ -3,12 +3,14 @@
 //     S   ends by SIGSEGV           F   fails with status 7
 //     H   does not come back        E   ends the process with status 0
 //     N   a NaN is in output 0      R   output 0 is that of the execution before
+//     C   leaves a child that goes by no request; "child" tells its number
 //
 // With any other byte output 0 is filled with it.
 #include <dlfcn.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 
 #include "vorn/vorn.h"
@@ -29,6 +31,17 @@ void Fill(vorn_mdl_dataset* outputs, char byte) {
   std::memset(vorn_get_data_buffer_addr(buffer), byte, vorn_get_data_buffer_size(buffer));
 }
 
+void LeaveChild() {
+  const pid_t child = fork();
+  if (child == 0) {
+    signal(SIGTERM, SIG_IGN);
+    while (true) pause();
+  }
+  FILE* file = std::fopen("child", "w");
+  std::fprintf(file, "%d", static_cast<int>(child));
+  std::fclose(file);
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) vorn_status vorn_mdl_execute(
@@ -45,6 +58,9 @@ extern "C" __attribute__((visibility("default"))) vorn_status vorn_mdl_execute(
       return kFailed;
     case 'E':
       _exit(0);
+    case 'C':
+      LeaveChild();
+      break;
     default:
       break;
   }
