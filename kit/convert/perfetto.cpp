@@ -132,7 +132,7 @@ class PerfettoTrace {
                                ProtobufMessage()
                                    .Number(process::kPid, pid)
                                    .Text(process::kName, program + " " + std::to_string(file_.pid) +
-                                                             " on " + file_.host)));
+                                                             " on " + Printable(file_.host))));
     std::set<uint32_t> threads;
     for (const TracedCall& call : file_.calls) threads.insert(call.thread);
     for (const uint32_t number : threads) {

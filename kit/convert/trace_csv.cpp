@@ -3,12 +3,18 @@
 #include <algorithm>
 #include <vector>
 
+#include "kit/common/printable.h"
+
 namespace vorn::kit {
 namespace {
 
-// As RFC 4180 has it.
-std::string Cell(std::string_view text) {
-  if (text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
+// As RFC 4180 has it. A damaged trace has names of any bytes: what would steer a terminal is
+// spelled out, and what a table would take for a formula has an apostrophe in front.
+std::string Cell(std::string_view raw) {
+  constexpr std::string_view kBeginsFormula = "=+-@";
+  std::string text = Printable(raw);
+  if (!text.empty() && kBeginsFormula.find(text[0]) != std::string_view::npos) text.insert(0, "'");
+  if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
   std::string cell = "\"";
   for (const char c : text) cell += c == '"' ? "\"\"" : std::string(1, c);
   return cell + "\"";

@@ -27,6 +27,21 @@ TEST(ToCsv, HasALineACallInTheOrderOfTime) {
             "one,board,42,,7,dropped,300,,,,\n");
 }
 
+// Names of a damaged trace: each cell stays in its line, steers no terminal and is no formula.
+TEST(ToCsv, SpellsOutWhatIsNotPrintable) {
+  TraceBytes trace({"a\nb\x1B[31m", "=1+2,\"x\"", "-1", "\xFF@"});
+  for (uint16_t i = 0; i < 4; ++i) {
+    trace.Call({.operation = i, .beganNs = 1000 + uint64_t{i}, .endedNs = 1010});
+  }
+  const auto placed = PlaceOnTimeline({{.name = "@x\r", .file = ParseTrace(trace.Text())}});
+  EXPECT_EQ(ToCsv(placed),
+            "trace,host,process,thread,call,operation,startNs,durationNs,answer,arguments,results\n"
+            "'@x\\x0D,board,42,7,1,a\\x0Ab\\x1B[31m,0,10,0,,\n"
+            "'@x\\x0D,board,42,7,2,\"'=1+2,\"\"x\"\"\",1,9,0,,\n"
+            "'@x\\x0D,board,42,7,3,'-1,2,8,0,,\n"
+            "'@x\\x0D,board,42,7,4,\\xFF@,3,7,0,,\n");
+}
+
 TEST(ToCsv, HasTitlesAloneWhereThereAreNoCalls) {
   const auto placed =
       PlaceOnTimeline({{.name = "one", .file = ParseTrace(TraceBytes({"vorn_init"}).Text())}});
