@@ -1,7 +1,8 @@
-// vorn-convert: traces in formats of others.
+// vorn-convert: traces and dumps in formats of others.
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
@@ -9,6 +10,7 @@
 #include "kit/common/file_identity.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
+#include "kit/convert/arrays.h"
 #include "kit/convert/perfetto.h"
 #include "kit/convert/trace_csv.h"
 
@@ -19,19 +21,21 @@ constexpr uint64_t kMostTraceBytes = uint64_t{4} << 30;
 
 constexpr std::string_view kForms[] = {
     "TRACE [TRACE...] [--to perfetto|csv] [-o FILE]",
+    "RUN --to npy [-o FOLDER]",
 };
 
 constexpr Option kOptions[] = {
     {"to", 't', "FORMAT",
-     "perfetto, for ui.perfetto.dev, or csv; without it what the name of FILE ends with, .csv or "
-     "anything else."},
-    {"output", 'o', "FILE", "Where it goes; without it to standard output."},
-    {"quiet", 'q', "", "Say nothing of calls that are missing."},
+     "perfetto, for ui.perfetto.dev, csv, or npy; without it what the name of FILE ends with, .csv "
+     "or anything else."},
+    {"output", 'o', "FILE",
+     "Where it goes; without it to standard output, and arrays beside their dumps."},
+    {"quiet", 'q', "", "Say nothing of what is missing."},
 };
 
 constexpr Verb kConvert{
     .name = "convert",
-    .summary = "traces in formats of others",
+    .summary = "traces and dumps in formats of others",
     .forms = kForms,
     .about =
         "Reads traces of vorn trace, or run directories that hold one, and puts them on one line\n"
@@ -39,20 +43,55 @@ constexpr Verb kConvert{
         "\n"
         "perfetto: the native trace of Perfetto, to be opened at ui.perfetto.dev, where it stays\n"
         "in the browser. A track for each process and thread, a slice for each call with its\n"
-        "arguments and results, and device memory over time. csv: a line for each call.",
+        "arguments and results, and device memory over time. csv: a line for each call, texts\n"
+        "with \\xHH for what is not printable, and ' before one that a table would take for a\n"
+        "formula.\n"
+        "\n"
+        "npy: an array for each output of each sample of a run directory, in its shape: beside "
+        "the\n"
+        "dump, as vorn launch --npy has it, or in FOLDER/SAMPLE/. Outputs of 64 bits and of bool\n"
+        "are not in a dump and left out. Ends with status 8 if something is not there, 9 if\n"
+        "nothing is.",
     .options = kOptions,
     .example = "build/release/vorn convert build/digits.vtrace -o build/digits.pftrace",
     .mostOperands = 1000,
 };
 
-bool WantsCsv(const Arguments& arguments) {
+enum class Format { kPerfetto, kCsv, kArrays };
+
+Format FormatOf(const Arguments& arguments) {
   const auto format = arguments.Get("to");
-  if (!format) return arguments.Get("output").value_or("").ends_with(".csv");
-  if (*format != "perfetto" && *format != "csv") {
-    throw Fault(ExitStatus::kUsage,
-                "--to takes perfetto or csv, and got '" + Printable(*format) + "'");
+  if (!format) {
+    const bool isCsv = arguments.Get("output").value_or("").ends_with(".csv");
+    return isCsv ? Format::kCsv : Format::kPerfetto;
   }
-  return *format == "csv";
+  if (*format == "perfetto") return Format::kPerfetto;
+  if (*format == "csv") return Format::kCsv;
+  if (*format == "npy") return Format::kArrays;
+  throw Fault(ExitStatus::kUsage,
+              "--to takes perfetto, csv or npy, and got '" + Printable(*format) + "'");
+}
+
+ExitStatus ConvertRun(const Arguments& arguments) {
+  if (arguments.Operands().size() > 1) {
+    throw Fault(ExitStatus::kUsage,
+                "arrays are made of one run at a time: vorn convert RUN --to npy");
+  }
+  const ArraysWritten written = WriteArrays(arguments.Operands().front(), arguments.Get("output"));
+  if (!arguments.Has("quiet")) {
+    constexpr size_t kMostTold = 10;
+    const auto say = [](const std::string& line) {
+      std::fprintf(stderr, "vorn convert: %s\n", line.c_str());
+    };
+    for (size_t i = 0; i < std::min(written.why.size(), kMostTold); ++i) say(written.why[i]);
+    if (written.why.size() > kMostTold) {
+      say("and " + std::to_string(written.why.size() - kMostTold) + " more");
+    }
+    say(Counted(written.arrays, "array") + " of " + Counted(written.samples, "sample"));
+  }
+  if (written.absent > 0) return ExitStatus::kPartial;
+  if (written.arrays == 0) return ExitStatus::kNothing;
+  return written.why.empty() ? ExitStatus::kDone : ExitStatus::kPartial;
 }
 
 NamedTrace ReadTrace(const std::string& path) {
@@ -72,7 +111,9 @@ ExitStatus Convert(const Arguments& arguments) {
     throw Fault(ExitStatus::kUsage,
                 "the trace is missing: vorn convert TRACE...; --help tells more");
   }
-  const bool wantsCsv = WantsCsv(arguments);
+  const Format format = FormatOf(arguments);
+  if (format == Format::kArrays) return ConvertRun(arguments);
+  const bool wantsCsv = format == Format::kCsv;
   const auto output = arguments.Get("output");
   if (!output && !wantsCsv && isatty(STDOUT_FILENO) == 1) {
     throw Fault(ExitStatus::kUsage, "this is nothing for a terminal; name a file with -o");

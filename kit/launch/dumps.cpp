@@ -16,6 +16,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/launch/checks.h"
+#include "kit/model/dump_array.h"
 #include "shared/text/characters.h"
 #include "vorn/vorn.h"
 
@@ -105,10 +106,10 @@ struct Census {
 
 class ArrayFile {
  public:
-  ArrayFile(std::string path, const std::vector<uint64_t>& shape) : path_(std::move(path)) {
+  ArrayFile(std::string path, std::string_view header) : path_(std::move(path)) {
     fd_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (fd_ < 0) Refuse();
-    Write(ArrayHeader(shape));
+    Write(header);
   }
   ~ArrayFile() { close(fd_); }
   ArrayFile(const ArrayFile&) = delete;
@@ -219,16 +220,16 @@ class DumpInspector {
                Census& census) const {
     const std::string path = folder_.path + "/" + noted.path;
     std::unique_ptr<ArrayFile> array;
-    if (request_.areArrays) {
+    if (request_.areArrays && AreValuesDumped(output)) {
       array = std::make_unique<ArrayFile>(
           path.substr(0, path.size() - kBinary.size()) + std::string(kArray),
-          ShapeOfDump(output, request_.batch, values));
+          ArrayHeader(output, ShapeOfDump(output, request_.batch, values)));
     }
     const bool isFloat = output.type == uint32_t{VORN_FLOAT32};
     const FileIdentity file =
         IdentifyFile(path, "the dump", ExitStatus::kLimit, [&](std::string_view bytes) {
           if (isFloat) census.Count(bytes);
-          if (array != nullptr) array->Write(bytes);
+          if (array != nullptr) array->Write(ArrayValues(output, bytes));
         });
     noted.sizeBytes = file.sizeBytes.value_or(0);
     noted.xxh3 = file.xxh3.value_or("");
@@ -269,35 +270,6 @@ bool DoesVerify(const std::string& run, const SampleOutput& output,
   } catch (const CutOff&) {
     return false;
   }
-}
-
-std::vector<uint64_t> ShapeOfDump(const TensorDescription& output, uint64_t batch,
-                                  uint64_t values) {
-  std::vector<uint64_t> shape;
-  uint64_t product = 1;
-  for (const int64_t dimension : output.shape) {
-    shape.push_back(static_cast<uint64_t>(std::max<int64_t>(dimension, 0)));
-    if (shape.size() == 1) shape.back() *= batch;
-    if (__builtin_mul_overflow(product, shape.back(), &product)) return {values};
-  }
-  if (shape.empty() || product != values) return {values};
-  return shape;
-}
-
-std::string ArrayHeader(const std::vector<uint64_t>& shape) {
-  constexpr size_t kAlignment = 64;
-  std::string dimensions;
-  for (const uint64_t dimension : shape) dimensions += std::to_string(dimension) + ", ";
-  if (shape.size() > 1) dimensions.resize(dimensions.size() - 2);
-  if (shape.size() == 1) dimensions.pop_back();  // "(7,)"
-  std::string header = "{'descr': '<f4', 'fortran_order': False, 'shape': (" + dimensions + "), }";
-  std::string front("\x93NUMPY\x01\x00", 8);
-  const size_t fixed = front.size() + sizeof(uint16_t);
-  while ((fixed + header.size() + 1) % kAlignment != 0) header += ' ';
-  header += '\n';
-  front += static_cast<char>(header.size() % 256);
-  front += static_cast<char>(header.size() / 256);
-  return front + header;
 }
 
 }  // namespace vorn::kit

@@ -14,7 +14,7 @@ namespace vorn::kit {
 
 struct DumpRequest {
   bool isTextKept = true;  ///< else the .float files are removed
-  bool areArrays = false;  ///< a .npy is put beside each .bin
+  bool areArrays = false;  ///< a .npy is put beside each .bin that holds the values
   uint64_t batch = 1;
 };
 
@@ -36,14 +36,6 @@ struct DumpsFound {
 [[nodiscard]] bool DoesVerify(
     const std::string& run, const SampleOutput& output,
     const std::function<bool()>& mayGoOn = [] { return true; });
-
-/// The first bytes of a .npy of 32-bit floats: a multiple of 64 bytes.
-[[nodiscard]] std::string ArrayHeader(const std::vector<uint64_t>& shape);
-
-/// The shape that the values of a dump have: the output's, the batch multiplied into the first
-/// dimension; one dimension where that does not come out.
-[[nodiscard]] std::vector<uint64_t> ShapeOfDump(const TensorDescription& output, uint64_t batch,
-                                                uint64_t values);
 
 }  // namespace vorn::kit
 

@@ -53,6 +53,32 @@ TEST_F(Convert, WritesBothFormats) {
   EXPECT_THAT(support::ReadFile(Path("one.pftrace")), StartsWith("\n"));
 }
 
+TEST_F(Convert, MakesArraysOfARun) {
+  support::WriteFile(Path("run/dumps/0/prob.0.17.bin"), support::Bytes<float>({1, 2}));
+  const std::string done =
+      R"({"schema":1,"index":0,"status":"done","inputs":[],"outputs":[{"index":0,"name":"prob",)"
+      R"("path":"dumps/0/prob.0.17.bin","sizeBytes":8,"xxh3_128":"0"}]})"
+      "\n";
+  support::WriteFile(Path("run/samples.jsonl"), done);
+  const Outcome whole = Run({Path("run"), "--to", "npy", "-o", Path("arrays")});
+  EXPECT_EQ(whole.status, 0) << whole.Describe();
+  EXPECT_EQ(whole.out, "");
+  EXPECT_EQ(whole.err, "vorn convert: 1 array of 1 sample\n");
+  EXPECT_THAT(support::ReadFile(Path("arrays/0/prob.0.17.npy")), HasSubstr("'shape': (2,)"));
+  const std::string missing =
+      R"({"schema":1,"index":1,"status":"missing","inputs":[],"outputs":[]})"
+      "\n";
+  support::WriteFile(Path("run/samples.jsonl"), done + missing);
+  const Outcome partial = Run({"--quiet", Path("run"), "--to", "npy"});
+  EXPECT_EQ(partial.status, 8);
+  EXPECT_EQ(partial.err, "");
+  EXPECT_THAT(support::ReadFile(Path("run/dumps/0/prob.0.17.npy")), HasSubstr("'shape': (2,)"));
+  support::WriteFile(Path("run/samples.jsonl"), "");
+  EXPECT_EQ(Run({Path("run"), "--to", "npy"}).status, 9);
+  EXPECT_EQ(Run({Path("run"), Path("run"), "--to", "npy"}).status, 2);
+  EXPECT_EQ(Run({Path("one.vtrace"), "--to", "npy"}).status, 3);
+}
+
 TEST_F(Convert, NeverReplacesATraceThatItReads) {
   std::filesystem::create_symlink(Path("one.vtrace"), Path("link"));
   const std::string before = support::ReadFile(Path("one.vtrace"));
@@ -95,7 +121,7 @@ TEST_F(Convert, FailsWhereStandardOutputDoes) {
 TEST_F(Convert, RefusesWhatItCannotDo) {
   EXPECT_EQ(Run({}).status, 2);
   EXPECT_EQ(Run({Path("one.vtrace"), "--to", "json"}).err,
-            "vorn convert: --to takes perfetto or csv, and got 'json'\n");
+            "vorn convert: --to takes perfetto, csv or npy, and got 'json'\n");
   const Outcome none = Run({Path("one.vtrace"), Path("none"), "-o", Path("out")});
   EXPECT_EQ(none.status, 3);
   EXPECT_THAT(none.err, HasSubstr("none': this is no trace: it has 8 bytes"));
