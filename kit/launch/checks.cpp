@@ -51,6 +51,43 @@ std::string WithCause(const ListedInput& listed, const std::string& fault) {
   return message;
 }
 
+// ---- A byte order mark --------------------------------------------------------------------------
+
+constexpr std::string_view kMark = "\xEF\xBB\xBF";
+
+enum class Mark { kNone, kUtf8, kUtf16 };
+
+// A file whose name begins with one may well be there.
+Mark MarkOf(const std::vector<ListLine>& lines, const ResolvedList& list, const FileLook& look) {
+  if (lines.empty() || lines.front().number != 1) return Mark::kNone;
+  const std::string& text = lines.front().text;
+  const bool isUtf16 = (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")) &&
+                       text.find('\0') != std::string::npos;
+  if (!isUtf16 && !text.starts_with(kMark)) return Mark::kNone;
+  for (const ListedInput& input : list.inputs) {
+    if (input.line == 1 && look(input.file).fault.empty()) return Mark::kNone;
+  }
+  return isUtf16 ? Mark::kUtf16 : Mark::kUtf8;
+}
+
+Finding FindingOf(Mark mark, const std::string& listPath, const std::vector<ListLine>& lines) {
+  const std::string front = Printable(listPath) + ":1: the list begins with a byte order mark";
+  const bool isName = NameInLine(lines.front().text).has_value();
+  return {.status = ExitStatus::kInput,
+          .message =
+              front +
+              (mark == Mark::kUtf16 ? " of UTF-16, whose bytes vorn-run takes as they are"
+                                    : std::string(", which vorn-run takes as part of the first ") +
+                                          (isName ? "name" : "path")) +
+              "; save it as UTF-8 without the mark"};
+}
+
+std::vector<ListLine> WithoutMark(std::vector<ListLine> lines) {
+  lines.front().text.erase(0, kMark.size());
+  if (lines.front().text.empty()) lines.erase(lines.begin());
+  return lines;
+}
+
 class ListChecker {
  public:
   ListChecker(const CheckRequest& request, const ModelDescription& model,
@@ -448,13 +485,31 @@ std::vector<std::string> NamedInputs(const ModelDescription& model) {
 std::vector<Finding> CheckList(const CheckRequest& request, const ModelDescription& model,
                                const std::vector<ListLine>& lines, const ResolvedList& list,
                                const FileLook& look) {
-  return ListChecker(request, model, lines, list, look).Check();
+  const Mark mark = MarkOf(lines, list, look);
+  if (mark == Mark::kNone) return ListChecker(request, model, lines, list, look).Check();
+  std::vector<Finding> findings{FindingOf(mark, request.listPath, lines)};
+  if (mark == Mark::kUtf16) return findings;
+  // What else is wrong is told of the list as it is going to be.
+  const std::vector<ListLine> plain = WithoutMark(lines);
+  const ResolvedList resolved =
+      ResolveList(plain, FolderOfList(request.listPath), NamedInputs(model));
+  const auto more = ListChecker(request, model, plain, resolved, look).Check();
+  findings.insert(findings.end(), more.begin(), more.end());
+  return findings;
 }
 
 std::vector<Finding> CheckFilesAlone(const std::string& listPath,
                                      const std::vector<ListLine>& lines, const FileLook& look) {
+  const ResolvedList list = ResolveList(lines, FolderOfList(listPath), {});
+  const Mark mark = MarkOf(lines, list, look);
+  if (mark == Mark::kUtf16) return {FindingOf(mark, listPath, lines)};
+  if (mark == Mark::kUtf8) {
+    std::vector<Finding> findings = CheckFilesAlone(listPath, WithoutMark(lines), look);
+    findings.insert(findings.begin(), FindingOf(mark, listPath, lines));
+    return findings;
+  }
   std::vector<Finding> findings;
-  for (const ListedInput& input : ResolveList(lines, FolderOfList(listPath), {}).inputs) {
+  for (const ListedInput& input : list.inputs) {
     // What stands before a ':' may be a name or not.
     if (input.path.empty() || NameInLine(input.file)) continue;
     const FileState state = look(input.file);

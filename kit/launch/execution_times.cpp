@@ -24,8 +24,11 @@ std::map<std::string, uint64_t> Named(const Phases& phases) {
 
 ExecutionTimes ReadExecutionTimes(const std::string& trace) {
   TraceScan scan(trace);
-  ExecutionTimes times{
-      .host = scan.Host(), .inferences = {}, .phases = {}, .dropped = scan.Dropped()};
+  ExecutionTimes times{.host = scan.Host(),
+                       .runtime = scan.Runtime(),
+                       .inferences = {},
+                       .phases = {},
+                       .dropped = scan.Dropped()};
   PhaseDivider divider(scan.LoadedNs());
   uint64_t end = std::max(scan.LoadedNs(), scan.EndedNs().value_or(0));
   bool isNew = true;

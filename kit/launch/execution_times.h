@@ -17,6 +17,7 @@ struct InferenceTimes {
 
 struct ExecutionTimes {
   std::string host;
+  std::string runtime;                     ///< that was called, by its path
   std::vector<InferenceTimes> inferences;  ///< as they were executed
   std::map<std::string, uint64_t> phases;  ///< nanoseconds
   uint64_t dropped = 0;                    ///< calls for which there was no room

@@ -413,6 +413,17 @@ class Launcher {
     }
     times_->Append(lines);
     for (const auto& [phase, duration] : times.phases) facts_.phases[phase] += duration;
+    LearnRuntime(times.runtime);
+  }
+
+  // Of a program whose loader could not be asked.
+  void LearnRuntime(const std::string& path) {
+    if (facts_.runtime || path.empty()) return;
+    try {
+      facts_.runtime = IdentifyFile(path, "the runtime", ExitStatus::kRuntime);
+    } catch (const Fault& fault) {
+      Warn("runtime-unknown", 1, fault.what());
+    }
   }
 
   // The inferences of the job that are still to do.

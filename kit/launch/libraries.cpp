@@ -3,6 +3,7 @@
 #include <elf.h>
 #include <fcntl.h>
 #include <link.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,6 +23,7 @@ namespace {
 
 constexpr std::string_view kRuntimeName = "libvorn.so";
 constexpr size_t kMostParts = 128;
+constexpr int kNotExecuted = 127;
 constexpr size_t kMostNoteBytes = 65536;
 
 bool ReadAt(int fd, uint64_t offset, void* place, size_t size) {
@@ -107,7 +109,7 @@ std::string OutputOf(const std::string& program) {
     dup2(pipe[1], STDERR_FILENO);
     setenv("LD_TRACE_LOADED_OBJECTS", "1", 1);
     execl(program.c_str(), program.c_str(), nullptr);
-    _exit(127);
+    _exit(kNotExecuted);
   }
   close(pipe[1]);
   std::string text;
@@ -117,7 +119,14 @@ std::string OutputOf(const std::string& program) {
     if (got > 0) text.append(piece.data(), static_cast<size_t>(got));
   }
   close(pipe[0]);
-  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (text.empty() && WIFEXITED(status) && WEXITSTATUS(status) == kNotExecuted) {
+    throw Fault(ExitStatus::kRuntime,
+                "the program '" + Printable(program) +
+                    "' cannot be executed on this machine, or its loader is not there; --program "
+                    "names another");
   }
   return text;
 }
@@ -148,17 +157,17 @@ LinkedLibraries ParseLoaderLines(std::string_view lines) {
   return libraries;
 }
 
-LinkedLibraries AskLoader(const std::string& program) {
-  if (access(program.c_str(), X_OK) != 0) {
-    throw Fault(ExitStatus::kRuntime, "the program '" + Printable(program) + "' cannot be run: " +
-                                          SystemReason(errno) + "; --program names another");
+std::optional<LinkedLibraries> AskLoader(const std::string& program) {
+  struct stat about {};
+  const bool isFolder = stat(program.c_str(), &about) == 0 && !S_ISREG(about.st_mode);
+  if (isFolder || access(program.c_str(), X_OK) != 0) {
+    throw Fault(ExitStatus::kRuntime,
+                "the program '" + Printable(program) + "' cannot be run: " +
+                    (isFolder ? "it is no regular file" : SystemReason(errno)) +
+                    "; --program names another");
   }
   // Anything else would run now.
-  if (!ElfFile(program).HasLoader()) {
-    throw Fault(ExitStatus::kRuntime, "the program '" + Printable(program) +
-                                          "' is not linked with a libvorn.so; --program names a "
-                                          "vorn-run");
-  }
+  if (!ElfFile(program).HasLoader()) return std::nullopt;
   return ParseLoaderLines(OutputOf(program));
 }
 

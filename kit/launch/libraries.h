@@ -18,8 +18,9 @@ struct LinkedLibraries {
   std::vector<std::string> missing;  ///< names
 };
 
-/// Throws a Fault of kRuntime if there is no such program, or it is no dynamic one.
-[[nodiscard]] LinkedLibraries AskLoader(const std::string& program);
+/// Empty for what can be executed and has no loader that could be asked: a script, or a program
+/// that is linked statically. Throws a Fault of kRuntime if there is no such program.
+[[nodiscard]] std::optional<LinkedLibraries> AskLoader(const std::string& program);
 
 /// The same out of the loader's lines "libvorn.so => /path/libvorn.so (0x...)".
 [[nodiscard]] LinkedLibraries ParseLoaderLines(std::string_view lines);

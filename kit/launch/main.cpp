@@ -47,7 +47,8 @@ constexpr Option kOptions[] = {
     {"no-text", 0, "", "Remove the .float files behind each process; they are most of the bytes."},
     {"npy", 0, "", "Put a .npy array, in its shape, beside each dump."},
     {"no-trace", 0, "", "Put no layer under the program: there are no times of executions then."},
-    {"program", 0, "FILE", "The vorn-run to run. Without it the one beside this program."},
+    {"program", 0, "FILE",
+     "The vorn-run to run, or a script that does. Without it the one beside this program."},
     {"model-json", 0, "FILE",
      "What vorn inspect --json says of the model. Without it the model is loaded once, and what it "
      "told is kept in ~/.cache/vorn."},

@@ -27,10 +27,10 @@ void WithFiles(ModelDescription& description, const ModelSource& source) {
 
 std::string KeptFile(const ModelSource& source) {
   const std::string folder = CacheFolder();
-  const bool areKnown = source.model.xxh3 && source.configuration.xxh3 && source.runtime.xxh3;
+  const bool areKnown = source.model.xxh3 && source.configuration.xxh3 && source.runtime->xxh3;
   if (folder.empty() || !areKnown) return "";
   return folder + "/" + *source.model.xxh3 + "-" + *source.configuration.xxh3 + "-" +
-         *source.runtime.xxh3 + ".json";
+         *source.runtime->xxh3 + ".json";
 }
 
 std::optional<ModelDescription> ReadKept(const std::string& file) {
@@ -82,7 +82,7 @@ ModelDescription DescribeFrom(const ModelSource& source) {
   if (!description) {
     description = DescribeWithRuntime({.modelPath = source.model.path,
                                        .configPath = source.configuration.path,
-                                       .runtimePath = source.runtime.path});
+                                       .runtimePath = source.runtime->path});
     WithFiles(*description, source);
     Keep(kept, *description);
   }

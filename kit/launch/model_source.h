@@ -9,11 +9,12 @@
 
 namespace vorn::kit {
 
-/// All of these were identified: size and hash are there.
+/// All of these were identified: size and hash are there. A runtime that is not known cannot be
+/// asked, so that `file` has to be there.
 struct ModelSource {
   FileIdentity model;
   FileIdentity configuration;
-  FileIdentity runtime;
+  std::optional<FileIdentity> runtime;
   std::optional<std::string> file;  ///< a model.json that was named; it has to be of this model
 };
 

@@ -100,10 +100,19 @@ class Planner {
   }
 
   void FindLibraries() {
-    const LinkedLibraries libraries = AskLoader(request_.program);
-    plan_.model.runtime =
-        IdentifyFile(FindRuntime(request_.program, libraries), "the runtime", ExitStatus::kRuntime);
-    for (const std::string& library : libraries.found) {
+    const std::optional<LinkedLibraries> libraries = AskLoader(request_.program);
+    if (!libraries) {
+      Find(ExitStatus::kDone,
+           "the program " + Quoted(request_.program) +
+               " is a script, or names no loader: its libvorn.so was not looked at" +
+               (request_.modelJson ? ""
+                                   : ", nor the sizes of the inputs; --model-json has these "
+                                     "checked, and --chunk and --resume need it"));
+      return;
+    }
+    plan_.model.runtime = IdentifyFile(FindRuntime(request_.program, *libraries), "the runtime",
+                                       ExitStatus::kRuntime);
+    for (const std::string& library : libraries->found) {
       plan_.libraries.push_back({.path = library, .buildId = BuildIdOf(library)});
     }
   }
@@ -116,13 +125,13 @@ class Planner {
 
   // Without one of the files there is nothing to describe, and that was said already.
   void Describe() {
-    const bool areThere =
-        plan_.model.runtime && plan_.model.model.xxh3 && plan_.model.configuration;
+    const bool areThere = (plan_.model.runtime || request_.modelJson) && plan_.model.model.xxh3 &&
+                          plan_.model.configuration;
     if (!areThere) return;
     TakeModel(plan_, request_,
               DescribeFrom({.model = plan_.model.model,
                             .configuration = *plan_.model.configuration,
-                            .runtime = *plan_.model.runtime,
+                            .runtime = plan_.model.runtime,
                             .file = request_.modelJson}));
   }
 

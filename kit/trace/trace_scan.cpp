@@ -54,6 +54,7 @@ TraceScan::TraceScan(const std::string& path) {
     realtimeNs_ = file.realtimeNs;
     endedNs_ = file.endedNs;
     host_ = std::move(file.host);
+    runtime_ = std::move(file.runtime);
     operations_ = std::move(file.operations);
     slots_ = std::min(known.calls, known.slots);
     slotsAt_ = known.slotsAt;

@@ -37,6 +37,7 @@ class TraceScan {
 
   [[nodiscard]] uint64_t Dropped() const { return dropped_; }
   [[nodiscard]] const std::string& Host() const { return host_; }
+  [[nodiscard]] const std::string& Runtime() const { return runtime_; }
   [[nodiscard]] uint64_t LoadedNs() const { return monotonicNs_; }  ///< when the layer was loaded
   [[nodiscard]] std::optional<uint64_t> EndedNs() const { return endedNs_; }
 
@@ -52,6 +53,7 @@ class TraceScan {
   uint64_t realtimeNs_ = 0;
   std::optional<uint64_t> endedNs_;
   std::string host_;
+  std::string runtime_;
   std::vector<std::string> operations_;
   std::vector<char> piece_;
   size_t pieceAt_ = 0;

@@ -13,6 +13,7 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using vorn::kit::CheckRequest;
@@ -117,6 +118,29 @@ TEST_F(Checks, NameEveryFileThatIsMissing) {
                   "d/list.txt:5: 'd/p\\x0D' is not there; the line ends with a carriage return, "
                   "which counts: write the list with plain line ends",
                   "d/list.txt:7: 'd/folder' is a folder, and a file is needed"));
+}
+
+TEST_F(Checks, TellOfAByteOrderMark) {
+  File("p", 6);
+  File("s", 16);
+  const std::string mark = "\xEF\xBB\xBF";
+  EXPECT_THAT(Messages(mark + "p\ns\n"),
+              ElementsAre("d/list.txt:1: the list begins with a byte order mark, which vorn-run "
+                          "takes as part of the first path; save it as UTF-8 without the mark"));
+  EXPECT_THAT(Messages(mark + "picture:p\nscale:s\n"),
+              ElementsAre("d/list.txt:1: the list begins with a byte order mark, which vorn-run "
+                          "takes as part of the first name; save it as UTF-8 without the mark"));
+  // What else is wrong is told as if it were gone.
+  EXPECT_THAT(Messages(mark + "no\ns\np\nnone\n"),
+              ElementsAre(HasSubstr("byte order mark"), "d/list.txt:1: 'd/no' is not there",
+                          "d/list.txt:4: 'd/none' is not there"));
+  EXPECT_THAT(Messages(std::string("\xFF\xFEp\0\n\0s\0\n\0", 10)),
+              ElementsAre("d/list.txt:1: the list begins with a byte order mark of UTF-16, whose "
+                          "bytes vorn-run takes as they are; save it as UTF-8 without the mark"));
+  // A name may begin with one, or with bytes that look like one.
+  File(mark + "p", 6);
+  EXPECT_THAT(Messages(mark + "p\ns\n"), IsEmpty());
+  EXPECT_THAT(Messages("\xFF\xFEp\ns\n"), ElementsAre(HasSubstr("is not there")));
 }
 
 TEST_F(Checks, RefusePathsThatNoProgramCanOpen) {
@@ -332,6 +356,18 @@ TEST(ChecksWithoutModel, FindFilesThatAreMissing) {
   ASSERT_THAT(found, SizeIs(2));
   EXPECT_EQ(found[0].message, "x/l:1: 'x/a' is not there");
   EXPECT_EQ(found[1].message.substr(0, 25), "x/l:3: 'x//c' is not ther");
+}
+
+TEST(ChecksWithoutModel, TellOfAByteOrderMark) {
+  const auto lines = vorn::kit::SplitListLines(
+      "\xEF\xBB\xBF"
+      "d\na\n");
+  const auto found = vorn::kit::CheckFilesAlone("x/l", lines, [](const std::string& path) {
+    return FileState{.fault = path == "x/d" ? "" : "is not there", .sizeBytes = 0};
+  });
+  ASSERT_THAT(found, SizeIs(2));
+  EXPECT_THAT(found[0].message, HasSubstr("x/l:1: the list begins with a byte order mark"));
+  EXPECT_EQ(found[1].message, "x/l:2: 'x/a' is not there");
 }
 
 // ---- Dumps --------------------------------------------------------------------------------------

@@ -189,6 +189,49 @@ class Launch : public testing::Test {
   support::ModelScript script_;
 };
 
+/// A launch that runs beside the test.
+class Running {
+ public:
+  explicit Running(const support::Command& command) {
+    pid_ = fork();
+    if (pid_ != 0) return;
+    for (const auto& [name, value] : command.environment) {
+      value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+    }
+    std::vector<char*> words{const_cast<char*>(command.program.c_str())};
+    for (const auto& word : command.arguments) words.push_back(const_cast<char*>(word.c_str()));
+    words.push_back(nullptr);
+    if (chdir(command.directory.c_str()) == 0 && freopen("launched", "w", stderr) != nullptr) {
+      execv(words[0], words.data());
+    }
+    _exit(99);
+  }
+  ~Running() {
+    if (!isOver_) Stop(SIGKILL);
+  }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  void Send(int signal) const { kill(pid_, signal); }
+
+  /// Sends a signal and waits. Returns what the shell calls its status.
+  int Stop(int signal) {
+    Send(signal);
+    return Wait();
+  }
+
+  int Wait() {
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    isOver_ = true;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+  }
+
+ private:
+  pid_t pid_ = -1;
+  bool isOver_ = false;
+};
+
 // ---- A run --------------------------------------------------------------------------------------
 
 TEST_F(Launch, LeavesARunDirectory) {
@@ -394,6 +437,66 @@ TEST_F(Launch, FindsNoRuntimeWhereThereIsNone) {
   EXPECT_EQ(ended.status, 5);
   EXPECT_EQ(ended.err,
             "vorn launch: './alone' finds no libvorn.so; name its folder in LD_LIBRARY_PATH\n");
+}
+
+// As people have them around an emulator.
+TEST_F(Launch, RunsAScriptThatRunsTheProgram) {
+  Samples("abSd");
+  const auto script = [&](const std::string& front) {
+    support::WriteFile(Path("wrapper"),
+                       "#!/bin/sh\n" + front + "'" + support::VornRunPath() + "' \"$@\"\n");
+    fs::permissions(Path("wrapper"), fs::perms::owner_all);
+  };
+  script("exec ");
+  Outcome ended = Run({"--program", "./wrapper"});
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_THAT(
+      ended.err,
+      StartsWith("vorn launch: the program './wrapper' is a script, or names no loader: its "
+                 "libvorn.so was not looked at, nor the sizes of the inputs; --model-json "
+                 "has these checked, and --chunk and --resume need it\n"));
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kAside, kMissing));
+  EXPECT_EQ(TimedInferences(), Counting(2));
+  EXPECT_EQ(fs::canonical(ReadRun(RunPath()).runtime->path), fs::canonical(VORN_SCRIPTED_LIBRARY));
+  ExpectWhatTheSchemasSay();
+
+  fs::copy_file(RunPath() + "/model.json", Path("model.json"));
+  EXPECT_EQ(Run({"--program", "./wrapper", "--resume"}).status, 2);
+  script("");  // waits for it
+  Samples("abcd");
+  ended = Run({"--program", "./wrapper", "--resume", "--chunk", "1", "--model-json", "model.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, StartsWith("vorn launch: the program './wrapper' is a script, or names no "
+                                    "loader: its libvorn.so was not looked at\n"));
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone, kDone));
+  EXPECT_EQ(TimedInferences(), Counting(4));
+  EXPECT_EQ(DumpsOf(RunPath() + "/dumps"), DumpsOfVornRun());
+  support::WriteFile(Path("in/3.bin"), "d");
+  ended = Run({"--program", "./wrapper", "--run", "other", "--model-json", "model.json"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("list.txt:4: 'in/3.bin' has 1 byte"));
+}
+
+// The shell goes with its launch, and what it started does not.
+TEST_F(Launch, WaitsForAProgramThatOutlivedItsLaunch) {
+  Samples("aH");
+  ASSERT_EQ(Run({"--dry-run"}).status, 0);
+  support::WriteFile(Path("wrapper"), "#!/bin/sh\n'" + support::VornRunPath() +
+                                          "' \"$@\" &\necho $! >child\nwait\n");
+  fs::permissions(Path("wrapper"), fs::perms::owner_all);
+  {
+    Running launch(CommandFor({"--program", "./wrapper"}));
+    KillAt(launch, "1.bin");
+  }
+  const pid_t child = std::stoi(support::ReadFile(Path("child")));
+  Samples("ab");
+  const Outcome ended = Run({"--resume"});
+  EXPECT_EQ(ended.status, 2) << ended.Describe();
+  EXPECT_EQ(ended.err,
+            "vorn launch: 'run' belongs to a program that an earlier launch started and that still "
+            "runs, with 'run/log.txt' open; end it, or name another with --run\n");
+  kill(child, SIGKILL);
+  EXPECT_EQ(Run({"--resume"}).status, 0);
 }
 
 TEST_F(Launch, RunsAnywayWhereItIsTold) {
@@ -636,49 +739,6 @@ TEST_F(Launch, EndsARunThatTakesTooLong) {
                                    "inside vorn_mdl_execute"));
   EXPECT_EQ(ReadRun(RunPath()).state, RunState::kFailed);
 }
-
-/// A launch that runs beside the test.
-class Running {
- public:
-  explicit Running(const support::Command& command) {
-    pid_ = fork();
-    if (pid_ != 0) return;
-    for (const auto& [name, value] : command.environment) {
-      value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
-    }
-    std::vector<char*> words{const_cast<char*>(command.program.c_str())};
-    for (const auto& word : command.arguments) words.push_back(const_cast<char*>(word.c_str()));
-    words.push_back(nullptr);
-    if (chdir(command.directory.c_str()) == 0 && freopen("launched", "w", stderr) != nullptr) {
-      execv(words[0], words.data());
-    }
-    _exit(99);
-  }
-  ~Running() {
-    if (!isOver_) Stop(SIGKILL);
-  }
-  Running(const Running&) = delete;
-  Running& operator=(const Running&) = delete;
-
-  void Send(int signal) const { kill(pid_, signal); }
-
-  /// Sends a signal and waits. Returns what the shell calls its status.
-  int Stop(int signal) {
-    Send(signal);
-    return Wait();
-  }
-
-  int Wait() {
-    int status = 0;
-    waitpid(pid_, &status, 0);
-    isOver_ = true;
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-  }
-
- private:
-  pid_t pid_ = -1;
-  bool isOver_ = false;
-};
 
 TEST_F(Launch, StopsInOrder) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
