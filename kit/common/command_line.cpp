@@ -50,6 +50,8 @@ ExitStatus PrintHelp(const Verb& verb, std::string_view form) {
     text = ManualPage(verb);
   } else if (form == "names") {
     text = OptionNames(verb);
+  } else if (form == "summary") {  // which `vorn --help` asks for
+    text = std::string(verb.summary) + "\n";
   } else {
     RefuseUsage("there is no help of the form '" + Printable(form) +
                 "'; --help, --help=page, --help=man or --help=names");

@@ -304,7 +304,7 @@ std::string DescribeEnd(const JobEnd& end, const LaunchRequest& request) {
                  : "ended with status " + std::to_string(end.program.status.value_or(0));
       break;
   }
-  if (!end.inside.empty()) text += " inside " + end.inside;
+  if (!end.inside.empty()) text += " inside " + Printable(end.inside);
   if (!end.log.Cause().empty()) {
     text += " after '" + Printable(WithoutTag(end.log.Cause())) + "'";
     const Explanation* explanation = Explain(end.log.Cause());

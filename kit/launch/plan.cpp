@@ -14,6 +14,7 @@
 #include "kit/launch/execution_times.h"
 #include "kit/launch/libraries.h"
 #include "kit/launch/model_source.h"
+#include "kit/trace/under_layer.h"
 #include "vorn/vorn.h"
 
 namespace vorn::kit {
@@ -62,6 +63,7 @@ class Planner {
 
   Plan Make() {
     Try([&] { FindLibraries(); });
+    if (request_.isTraced) Try([&] { CheckLayer(); });
     Try([&] {
       plan_.model.model = IdentifyFile(request_.model, "the model", ExitStatus::kModel);
       if (plan_.model.model.sizeBytes == uint64_t{0}) {
@@ -115,6 +117,12 @@ class Planner {
     for (const std::string& library : libraries->found) {
       plan_.libraries.push_back({.path = library, .buildId = BuildIdOf(library)});
     }
+  }
+
+  void CheckLayer() const {
+    const std::string reason = WhyNoTrace(
+        {.command = {request_.program}, .layer = FindTraceLayer(), .output = {}, .calls = 1});
+    if (!reason.empty()) throw Fault(ExitStatus::kUsage, "the trace layer: " + reason);
   }
 
   void ReadList() {

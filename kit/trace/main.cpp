@@ -1,4 +1,6 @@
 // vorn-trace: puts the trace layer under a program, or reads what it left.
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -25,7 +27,7 @@ constexpr uint64_t kMostCalls = uint64_t{1} << 24;
 constexpr std::string_view kForms[] = {
     "[--output FILE] [--calls N] [--only CALLS] [--stuck TIME] [--json | --quiet] -- PROGRAM "
     "[WORD...]",
-    "--read FILE [--json]",
+    "--read FILE|RUN [--json]",
 };
 
 // An option of the layer's own table.
@@ -47,7 +49,10 @@ constexpr Option kOptions[] = {
      "Tell, while it runs, of each call that has been inside for this long: 10s, 500ms."},
     {"json", 0, "", "Report as JSON, a line a process: docs/schema/trace.json."},
     {"quiet", 'q', "", "Print no report."},
-    {"read", 0, "FILE", "Run nothing; report on this trace, also of a process that runs still."},
+    {"read", 0, "FILE",
+     "Run nothing; report on this trace, also of a process that runs still, or on those in a "
+     "folder "
+     "such as the run directory of vorn launch."},
 };
 
 constexpr Verb kTrace{
@@ -84,9 +89,41 @@ void PrintReports(const std::vector<std::string>& files, bool asJson) {
     if (asJson) {
       std::fputs(report.c_str(), stderr);
     } else {
-      std::fprintf(stderr, "\n%strace    %s\n", report.c_str(), file.c_str());
+      std::fprintf(stderr, "\n%strace    %s\n", report.c_str(), Printable(file).c_str());
     }
   }
+}
+
+// One after the other; one that is none keeps back none of the others.
+void PrintReportsOf(const std::string& folder, bool asJson) {
+  const std::vector<std::string> files = TracesIn(folder);
+  if (files.empty()) {
+    throw Fault(ExitStatus::kInput,
+                Quoted(folder) +
+                    " holds no trace; launch keeps that of its last process, with "
+                    "--chunk of one that ended badly, and with --no-trace none");
+  }
+  std::string fault;
+  auto status = ExitStatus::kInput;
+  bool isFirst = true;
+  for (const std::string& file : files) {
+    try {
+      const std::string report = ReportOn(file, asJson);
+      if (asJson) {
+        std::fputs(report.c_str(), stdout);
+      } else {
+        std::printf("%s%strace    %s\n", isFirst ? "" : "\n", report.c_str(),
+                    Printable(file).c_str());
+      }
+      isFirst = false;
+    } catch (const Fault& its) {
+      if (fault.empty()) {
+        status = its.Status();
+        fault = Quoted(file) + ": " + its.what();
+      }
+    }
+  }
+  if (!fault.empty()) throw Fault(status, fault);
 }
 
 // What the layer finds in its environment besides what RunUnderTrace puts there.
@@ -117,6 +154,11 @@ ExitStatus Trace(const Arguments& arguments) {
       throw Fault(ExitStatus::kUsage,
                   "--read reads a trace and runs nothing; leave out the program");
     }
+    struct stat about {};
+    if (stat(path->c_str(), &about) == 0 && S_ISDIR(about.st_mode)) {
+      PrintReportsOf(*path, arguments.Has("json"));
+      return ExitStatus::kDone;
+    }
     const std::string report = ReportOn(*path, arguments.Has("json"));
     std::fwrite(report.data(), 1, report.size(), stdout);
     return ExitStatus::kDone;
@@ -135,6 +177,8 @@ ExitStatus Trace(const Arguments& arguments) {
 
   const auto stuckNs = StuckNs(arguments);
   SetForLayer(arguments);
+  const std::string reason = WhyNoTrace(request);
+  if (!reason.empty()) throw Fault(ExitStatus::kUsage, reason);
 
   std::optional<Watchdog> watchdog;
   if (stuckNs) watchdog.emplace(request.output, *stuckNs);

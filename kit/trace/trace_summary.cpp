@@ -212,7 +212,7 @@ std::string TraceReport(const TraceFile& file) {
                         {"most ms", true},
                         {"share", true}});
   for (const OperationTimes& times : TimesByOperation(file)) {
-    operations.Add({times.name, std::to_string(times.count),
+    operations.Add({Printable(times.name), std::to_string(times.count),
                     times.failed == 0 ? "-" : std::to_string(times.failed),
                     Milliseconds(times.totalNs), Milliseconds(times.medianNs),
                     times.p99Ns ? Milliseconds(*times.p99Ns) : "-", Milliseconds(times.mostNs),
@@ -251,7 +251,7 @@ std::string TraceReport(const TraceFile& file) {
   const uint64_t end = EndOf(file);
   for (const TracedCall& call : file.calls) {
     if (call.endedNs) continue;
-    text += "call " + std::to_string(call.number) + ", " + std::string(NameOf(file, call)) +
+    text += "call " + std::to_string(call.number) + ", " + Printable(NameOf(file, call)) +
             ", had not returned after " + Milliseconds(end - call.beganNs) +
             " ms: the process ended inside of it, or runs still\n";
   }

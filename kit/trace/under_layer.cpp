@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <elf.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,6 +23,7 @@
 #include "kit/trace/preload_path.h"
 #include "kit/trace/trace_file.h"
 #include "shared/trace/trace_format.h"
+#include "shared/trace/trace_settings.h"
 
 namespace vorn::kit {
 namespace {
@@ -161,10 +163,23 @@ std::vector<std::string> NamesBeside(const std::string& output) {
   return names;
 }
 
+// What lies in a folder, by its paths, in order.
+std::vector<std::string> EntriesOf(const std::string& folder) {
+  std::vector<std::string> paths;
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
+  while (listing != nullptr) {
+    const dirent* entry = readdir(listing.get());
+    if (entry == nullptr) break;
+    if (entry->d_name[0] != '.') paths.push_back(folder + "/" + entry->d_name);
+  }
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
 // Nothing if this is no trace.
 std::optional<Part> ReadPart(const std::string& path) {
   Part part{.path = path, .header = {}, .calls = 0};
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   const bool isTrace = fd >= 0 &&
                        read(fd, &part.header, sizeof(part.header)) == sizeof(part.header) &&
                        std::memcmp(part.header.magic, trace::kMagic, sizeof(trace::kMagic)) == 0;
@@ -285,6 +300,78 @@ std::string WhyNotLoaded(const std::string& word) {
          "--output";
 }
 
+// ---- What is in the way from the beginning ------------------------------------------------------
+
+std::string WhyNoFile(const std::string& output) {
+  struct stat about {};
+  if (stat(output.c_str(), &about) == 0 && S_ISDIR(about.st_mode)) {
+    return "'" + Printable(output) + "' is a folder, and the trace has to be a file";
+  }
+  const std::string folder = FolderOf(output);
+  if (access(folder.c_str(), W_OK | X_OK) == 0) return "";
+  return "no trace can be made in '" + Printable(folder) + "': " + SystemReason(errno) +
+         "; --output names another place";
+}
+
+bool HasSettings() {
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    const std::string_view text = *variable;
+    if (text.starts_with("VORN_TRACE_") || text.starts_with(kSettingsVariable)) return true;
+  }
+  return false;
+}
+
+// This program, which has nothing to do here but to be loaded with the layer.
+[[noreturn]] void BeginUnderLayer(const Variables& variables, int file, int said) {
+  const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+  dup2(null, STDIN_FILENO);
+  dup2(null, STDOUT_FILENO);
+  dup2(said, STDERR_FILENO);
+  for (const auto& [name, value] : variables) setenv(name.c_str(), value.c_str(), 1);
+  // In memory, and gone with the parent.
+  const std::string path = "/proc/" + std::to_string(getppid()) + "/fd/" + std::to_string(file);
+  setenv("VORN_TRACE_FILE", path.c_str(), 1);
+  execl("/proc/self/exe", "vorn", "--help=names", nullptr);
+  _exit(kNotFound);
+}
+
+// What a layer says that finds no fault in its settings is nothing.
+std::string WordsOfLayer(const TraceRequest& request) {
+  const PreloadPath layer(request.layer);
+  const Variables variables = LayerVariables(request, layer.Path());
+  std::array<int, 2> pipe{};
+  const int file = memfd_create("vorn-trace", MFD_CLOEXEC);
+  if (file < 0 || pipe2(pipe.data(), O_CLOEXEC) != 0) return "";
+  const pid_t child = fork();
+  if (child == 0) BeginUnderLayer(variables, file, pipe[1]);
+  close(pipe[1]);
+  std::string words;
+  std::array<char, 4096> piece{};
+  ssize_t got = 0;
+  while (child > 0 &&
+         ((got = read(pipe[0], piece.data(), piece.size())) > 0 || (got < 0 && errno == EINTR))) {
+    if (got > 0) words.append(piece.data(), static_cast<size_t>(got));
+  }
+  close(pipe[0]);
+  close(file);
+  while (child > 0 && waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  return words;
+}
+
+// Its line about a setting, if there is one; what it cannot do here it may well do elsewhere.
+std::string RefusalIn(const std::string& words) {
+  constexpr std::string_view kFront = "vorn-layer: ";
+  size_t start = words.find(kFront);
+  while (start != std::string::npos) {
+    const std::string line =
+        words.substr(start + kFront.size(), words.find('\n', start) - start - kFront.size());
+    if (!line.starts_with("cannot ")) return Printable(line);
+    start = words.find(kFront, start + 1);
+  }
+  return "";
+}
+
 std::string WhyNoCall(const std::vector<Part>& parts, const std::string& word,
                       const std::string& layer) {
   if (parts.empty()) return WhyNotLoaded(word);
@@ -305,6 +392,12 @@ std::string WhyNoCall(const std::vector<Part>& parts, const std::string& word,
 }
 
 }  // namespace
+
+std::string WhyNoTrace(const TraceRequest& request) {
+  const std::string reason = request.output.empty() ? "" : WhyNoFile(request.output);
+  if (!reason.empty() || !HasSettings()) return reason;
+  return RefusalIn(WordsOfLayer(request));
+}
 
 std::string FindTraceLayer() {
   const std::string folder = OwnFolder();
@@ -336,6 +429,22 @@ TraceOutcome CollectTrace(const TraceRequest& request, pid_t launcher) {
   outcome.reason = WhyNoCall(parts, request.command[0], request.layer);
   outcome.files = NameParts(request.output, parts);
   return outcome;
+}
+
+std::vector<std::string> TracesIn(const std::string& folder) {
+  constexpr std::string_view kEnding = ".vtrace";
+  std::vector<std::string> traces;
+  std::vector<std::string> folders{folder};
+  std::vector<std::string> jobs = EntriesOf(folder + "/chunks");
+  folders.insert(folders.end(), jobs.begin(), jobs.end());
+  for (const std::string& place : folders) {
+    for (const std::string& path : EntriesOf(place)) {
+      struct stat about {};
+      const bool isFile = stat(path.c_str(), &about) == 0 && S_ISREG(about.st_mode);
+      if (isFile && (path.ends_with(kEnding) || ReadPart(path))) traces.push_back(path);
+    }
+  }
+  return traces;
 }
 
 std::string FindRunningTrace(const std::string& output) {

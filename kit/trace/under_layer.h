@@ -47,9 +47,18 @@ struct TraceOutcome {
 /// that are no traces yet.
 [[nodiscard]] std::vector<std::string> GrowingTraces(const std::string& output, pid_t launcher);
 
+/// The traces in a folder and in those of the jobs of a run that goes on, by their names and, where
+/// these leave it open, by how they begin; those of the folder itself first.
+[[nodiscard]] std::vector<std::string> TracesIn(const std::string& folder);
+
 /// The trace that has the most calls by now, unfinished and without its name yet. Empty: there is
 /// none.
 [[nodiscard]] std::string FindRunningTrace(const std::string& output);
+
+/// Why a program would not be traced, before it is started: what the layer has to say of its
+/// settings in this environment, or why there can be no file at `output`, if that is not empty.
+/// Empty: nothing is known to be in the way. Runs this program anew, for its help, under the layer.
+[[nodiscard]] std::string WhyNoTrace(const TraceRequest& request);
 
 /// libvorn-trace.so beside this program or in the lib folder of the tree that it is installed in.
 /// Throws a Fault of kOwnFault if it is in neither.

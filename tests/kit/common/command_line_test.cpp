@@ -167,6 +167,7 @@ TEST(RunVerb, HelpsWhateverElseIsWrong) {
   EXPECT_EQ(RunMain({"--help=page"}, never).out, HelpPage(kVerb));
   EXPECT_EQ(RunMain({"--help=man"}, never).out, ManualPage(kVerb));
   EXPECT_EQ(RunMain({"--help=names"}, never).out, OptionNames(kVerb));
+  EXPECT_EQ(RunMain({"--help=summary"}, never).out, std::string(kVerb.summary) + "\n");
   EXPECT_EQ(RunMain({"--help=x"}, never).err,
             "vorn try: there is no help of the form 'x'; --help, --help=page, --help=man or "
             "--help=names\n");

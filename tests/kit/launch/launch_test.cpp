@@ -378,6 +378,20 @@ TEST_F(Launch, PrintsItsRecord) {
 
 // ---- Before -------------------------------------------------------------------------------------
 
+TEST_F(Launch, RefusesSettingsOfTheLayerInOneLine) {
+  Samples("a");
+  support::Command command = CommandFor({});
+  command.environment["VORN_TRACE_ONLY"] = "vorn_exec";
+  const Outcome ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, StartsWith("vorn launch: the trace layer: VORN_TRACE_ONLY: there is no "
+                                    "operation of this name: "));
+  EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1);
+  EXPECT_FALSE(fs::exists(RunPath()));
+  command.arguments.emplace_back("--no-trace");
+  EXPECT_EQ(RunCommand(command).status, 0);
+}
+
 TEST_F(Launch, RunsNothingOnADryRun) {
   Samples("abc");
   const Outcome ended = Run({"--dry-run"});

@@ -175,4 +175,13 @@ TEST(MemoryOverTime, FollowsBlocksInTheOrderInWhichCallsEnded) {
 }
 
 }  // namespace
+TEST(TraceReport, ShowsNoControlBytesOfADamagedTrace) {
+  TraceBytes bytes({"vorn_\x1B[2J"});
+  bytes.Call({.operation = 0, .beganNs = 1100, .endedNs = 1200});
+  bytes.Call({.operation = 0, .beganNs = 1300, .endedNs = 0});
+  const std::string report = TraceReport(ParseTrace(bytes.Text()));
+  EXPECT_EQ(report.find('\x1B'), report.npos) << report;
+  EXPECT_THAT(report, testing::HasSubstr("vorn_\\x1B[2J"));
+}
+
 }  // namespace vorn::kit

@@ -1,15 +1,23 @@
 // `vorn trace` as a program, over vorn-run on the scripted runtime and over others.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <regex>
 #include <thread>
 
+#include "kit/trace/trace_file.h"
+#include "support/call_record.h"
 #include "support/command.h"
 #include "support/files.h"
 #include "support/stage.h"
@@ -109,8 +117,128 @@ TEST_F(Trace, TakesSettingsFromOptionsAndAFile) {
   EXPECT_EQ(std::filesystem::file_size(Path("run.vtrace")), 8192U + 3 * 128);
   EXPECT_THAT(support::ReadFile(Path("run.vtrace")), HasSubstr("\ncalls=3\nonly=vorn_rt_*\n"));
   EXPECT_EQ(Run({"--settings", "/no/file", "true"}).status, 125);
-  EXPECT_THAT(Run({"--only", "vorn_exec", "true"}).err,
-              StartsWith("vorn-layer: VORN_TRACE_ONLY: there is no operation of this name: "));
+}
+
+// One fault, one line, and the program is not run without what was asked for.
+TEST_F(Trace, RefusesSettingsBeforeItRunsTheProgram) {
+  const auto refused = [&](const std::vector<std::string>& words, const std::string& calls) {
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = {"trace", "-o", Path("run.vtrace")};
+    command.arguments.insert(command.arguments.end(), words.begin(), words.end());
+    command.arguments.insert(command.arguments.end(), {"touch", Path("ran")});
+    if (!calls.empty()) command.environment["VORN_TRACE_CALLS"] = calls;
+    const Outcome ended = RunCommand(command);
+    EXPECT_EQ(ended.status, 125) << ended.Describe();
+    EXPECT_EQ(std::count(ended.err.begin(), ended.err.end(), '\n'), 1) << ended.err;
+    EXPECT_TRUE(!std::filesystem::exists(Path("ran")));
+    EXPECT_TRUE(Files().empty() || Files()[0] == "settings");
+    return ended.err;
+  };
+  EXPECT_THAT(refused({"--only", "vorn_exec"}, ""),
+              StartsWith("vorn trace: VORN_TRACE_ONLY: there is no operation of this name: "));
+  EXPECT_EQ(refused({}, "many"),
+            "vorn trace: VORN_TRACE_CALLS takes a whole number from 1 to 16777216, and is 'many'; "
+            "nothing is traced\n");
+  support::WriteFile(Path("settings"), "trace.cals = 3\n");
+  EXPECT_THAT(refused({"--settings", Path("settings")}, ""),
+              HasSubstr("settings, line 1: there is no setting 'cals' of the layer trace"));
+  EXPECT_EQ(Run({"--only", "vorn_rt_*", "true"}).status, 0);
+}
+
+TEST_F(Trace, ReadsTheTracesOfAFolder) {
+  ASSERT_EQ(stage_.Run().status, 0);
+  std::filesystem::create_directories(Path("run/chunks/3.1"));
+  std::filesystem::create_directories(Path("run/dumps.vtrace"));
+  std::filesystem::copy_file(Path("run.vtrace"), Path("run/trace.vtrace"));
+  std::filesystem::copy_file(Path("run.vtrace"), Path("run/trace.vtrace.77"));
+  std::filesystem::copy_file(Path("run.vtrace"), Path("run/chunks/3.1/trace.vtrace.1.2.part"));
+  support::WriteFile(Path("run/run.json"), "{}");
+  const auto read = [&](const std::vector<std::string>& words) {
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = {"trace", "--read", Path("run")};
+    command.arguments.insert(command.arguments.end(), words.begin(), words.end());
+    return RunCommand(command);
+  };
+  Outcome ended = read({});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(ended.err, "");
+  size_t at = 0;
+  for (const char* name : {"trace.vtrace", "trace.vtrace.77", "chunks/3.1/trace.vtrace.1.2.part"}) {
+    at = ended.out.find("\ntrace    " + Path("run/") + name + "\n", at);
+    ASSERT_NE(at, std::string::npos) << name << "\n" << ended.out;
+  }
+  ended = read({"--json"});
+  EXPECT_EQ(std::count(ended.out.begin(), ended.out.end(), '\n'), 3);
+  // One that is none keeps back none of the others.
+  support::WriteFile(Path("run/a.vtrace"), "no");
+  ended = read({"--json"});
+  EXPECT_EQ(ended.status, 125);
+  EXPECT_EQ(std::count(ended.out.begin(), ended.out.end(), '\n'), 3);
+  EXPECT_THAT(ended.err,
+              StartsWith("vorn trace: '" + Path("run/a.vtrace") + "': this is no trace: "));
+  std::filesystem::remove_all(Path("run"));
+  std::filesystem::create_directories(Path("run"));
+  ended = read({});
+  EXPECT_EQ(ended.status, 125);
+  EXPECT_THAT(ended.err, StartsWith("vorn trace: '" + Path("run") + "' holds no trace; "));
+}
+
+// The moments are drawn. The program is none of the launcher's business any more: it comes to its
+// end, and all that it called is in the trace.
+TEST_F(Trace, LeavesTheProgramAloneWhenItIsKilled) {
+  constexpr int kRounds = 25;
+  std::mt19937 random(20261122);
+  stage_.script.Line("pause vorn_mdl_execute 30");
+  const std::string script = stage_.script.Text();
+  support::WriteFile(Path("script"), script);
+  int traced = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    const std::string here = Path("round" + std::to_string(round));
+    std::filesystem::create_directories(here + "/out");
+    support::WriteFile(here + "/model.om", "24 bytes of a model file");
+    support::WriteFile(here + "/vorn.json", "{}");
+    support::WriteFile(here + "/in.bin", "123456");
+    support::WriteFile(here + "/list.txt", "in.bin\nin.bin\n");
+    std::array<int, 2> pipe{};
+    ASSERT_EQ(pipe2(pipe.data(), 0), 0);
+    const pid_t launcher = fork();
+    if (launcher == 0) {
+      close(pipe[0]);
+      const std::string runtime = std::filesystem::path(VORN_SCRIPTED_LIBRARY).parent_path();
+      setenv("VORN_SCRIPT", Path("script").c_str(), 1);
+      setenv("VORN_RECORD", (here + "/record").c_str(), 1);
+      setenv("LD_LIBRARY_PATH", runtime.c_str(), 1);
+      if (chdir(here.c_str()) != 0 || freopen("said", "w", stdout) == nullptr) _exit(99);
+      execl(VORN_COMMAND, VORN_COMMAND, "trace", "-q", "--calls", "1000", "-o", "run.vtrace", "--",
+            support::VornRunPath().c_str(), "-m", "model.om", "-j", "vorn.json", "-i", "list.txt",
+            "-o", "out", nullptr);
+      _exit(99);
+    }
+    close(pipe[1]);
+    std::this_thread::sleep_for(std::chrono::microseconds(random() % 100000));
+    kill(launcher, SIGKILL);
+    ASSERT_EQ(waitpid(launcher, nullptr, 0), launcher);
+    char byte = 0;
+    while (read(pipe[0], &byte, 1) > 0) {
+    }
+    close(pipe[0]);  // whoever had the other end has ended
+    std::string trace;
+    for (const auto& [name, bytes] : support::ReadTree(here)) {
+      if (name.starts_with("run.vtrace")) trace = bytes;
+    }
+    if (trace.empty()) continue;  // the program was not there yet
+    ++traced;
+    EXPECT_THAT(support::ReadFile(here + "/said"), HasSubstr("[INFO]  end to reset device"))
+        << "round " << round;
+    const auto file = vorn::kit::ParseTrace(trace);
+    const support::CallRecord record(support::SplitLines(support::ReadFile(here + "/record")));
+    EXPECT_EQ(file.calls.size(), record.Calls().size()) << "round " << round;
+    EXPECT_TRUE(file.endedNs.has_value()) << "round " << round;
+    for (const auto& call : file.calls) EXPECT_TRUE(call.endedNs.has_value());
+  }
+  EXPECT_GT(traced, 0);
 }
 
 TEST_F(Trace, NamesTheCallThatHangsWhileItHangs) {
@@ -262,9 +390,15 @@ TEST_F(Trace, TellsThatThereIsNoPlaceForATrace) {
   support::Command command;
   command.program = VORN_COMMAND;
   command.arguments = {"trace", "-o", "/no/folder/run.vtrace", "true"};
-  const Outcome ended = RunCommand(command);
+  Outcome ended = RunCommand(command);
   EXPECT_EQ(ended.status, 125);
-  EXPECT_THAT(ended.err, HasSubstr("vorn trace: the layer was not loaded into 'true': see what"));
+  EXPECT_EQ(ended.err,
+            "vorn trace: no trace can be made in '/no/folder': No such file or directory; --output "
+            "names another place\n");
+  command.arguments = {"trace", "-o", Path(""), "true"};
+  ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 125);
+  EXPECT_THAT(ended.err, testing::EndsWith("' is a folder, and the trace has to be a file\n"));
 }
 
 TEST_F(Trace, RefusesWordsThatMeanNothing) {

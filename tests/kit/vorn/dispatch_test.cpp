@@ -60,6 +60,22 @@ TEST_F(Dispatch, ListsTheVerbsBesideIt) {
   EXPECT_THAT(nothing.err, HasSubstr("  say\n"));
 }
 
+TEST_F(Dispatch, ShowsWhatVerbsSayOfThemselves) {
+  Verb("vorn-longer",
+       "#!/bin/sh\n[ \"$1\" = --help=summary ] && printf 'what it \\033does\\nmore\\n'\n");
+  Verb("vorn-fails", "#!/bin/sh\necho no\nexit 2\n");
+  Verb("vorn-full", "#!/bin/sh\nyes | tr -d '\\n'\n");
+  EXPECT_THAT(Run({"--help"}).out, testing::EndsWith("  die\n  fails\n  full\n"
+                                                     "  longer  what it \\x1Bdoes\n  say\n"));
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.arguments = {"--help"};
+  const std::string help = RunCommand(command).out;
+  EXPECT_THAT(help,
+              HasSubstr("\n  trace    every call of a program to its runtime, with its time\n"));
+  EXPECT_THAT(help, HasSubstr("\n  timing   "));
+}
+
 TEST_F(Dispatch, NamesTheNearestVerb) {
   const Outcome ended = Run({"sya"});
   EXPECT_EQ(ended.status, 2);
