@@ -151,7 +151,10 @@ LinkedLibraries ParseLoaderLines(std::string_view lines) {
       // The loader itself stands there without an arrow, and what the kernel brings without a path.
       const size_t from = arrow == line.npos ? 0 : arrow + kArrow.size();
       const std::string_view path = line.substr(from, address - std::min(address, from));
-      if (path.starts_with('/')) libraries.found.emplace_back(path);
+      // A folder of LD_LIBRARY_PATH may count from here.
+      const bool isPath =
+          path.starts_with('/') || (arrow != line.npos && path.find('/') != path.npos);
+      if (isPath) libraries.found.emplace_back(path);
     }
   }
   return libraries;

@@ -35,8 +35,10 @@ TEST(Libraries, ReadsTheLinesOfTheLoader) {
       "\tlinux-vdso.so.1 (0x00007ffd)\n"
       "\tlibvorn.so => /a b/libvorn.so (0x00007f01)\n"
       "\tlibdriver.so.3 => not found\n"
+      "\tlibother.so => build/libother.so (0x00007f03)\n"  // of a folder that is named so
       "\t/lib64/ld-linux-x86-64.so.2 (0x00007f02)");
-  EXPECT_THAT(libraries.found, ElementsAre("/a b/libvorn.so", "/lib64/ld-linux-x86-64.so.2"));
+  EXPECT_THAT(libraries.found,
+              ElementsAre("/a b/libvorn.so", "build/libother.so", "/lib64/ld-linux-x86-64.so.2"));
   EXPECT_THAT(libraries.missing, ElementsAre("libdriver.so.3"));
   EXPECT_THAT(ParseLoaderLines("usage: program\n\n").found, IsEmpty());
 }
