@@ -3,6 +3,7 @@
 #include "kit/launch/launch.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -59,32 +60,71 @@ class InputFiles {
 
 class Launcher {
  public:
-  Launcher(const LaunchRequest& request, Plan plan, Console& console)
+  Launcher(const LaunchRequest& request, Plan plan, Console& console, StopSignals& signals)
       : request_(request),
         plan_(std::move(plan)),
         console_(console),
+        signals_(signals),
         folder_(request.run, request.isResumed) {}
 
-  ExitStatus Run() {
-    try {
-      Begin();
-      if (isOver_) {
-        Leave();
-      } else {
-        RunChunks();
-        Finish();
-      }
-    } catch (const Fault& fault) {
-      Abandon(fault);
-      throw;
+  // After a Fault of any of these: Abandon. First Begin, then, unless it is over, each chunk, then
+  // End.
+  void Begin() {
+    BeginFolder();
+    hasRun_ = !isOver_;
+  }
+
+  [[nodiscard]] uint64_t Chunks() const {
+    const uint64_t size = request_.chunk.value_or(plan_.inferences);
+    // Where nothing is known to do, the program decides what it does with the list.
+    return plan_.inferences == 0 ? 1 : (plan_.inferences - 1) / size + 1;
+  }
+
+  void RunChunk(uint64_t chunk) {
+    if (plan_.inferences == 0) {
+      RunPart(chunk, {});
+      return;
     }
+    const uint64_t size = request_.chunk.value_or(plan_.inferences);
+    std::vector<uint64_t> indices;
+    for (uint64_t i = chunk * size; i < std::min((chunk + 1) * size, plan_.inferences); ++i) {
+      if (!isDone_[i]) indices.push_back(i);
+    }
+    while (!indices.empty() && !isOver_) indices = RunPart(chunk, std::move(indices));
+  }
+
+  [[nodiscard]] bool IsOver() const { return isOver_; }
+
+  // For a reason that lies elsewhere.
+  void Stop() { isOver_ = true; }
+
+  ExitStatus End() {
+    if (hasRun_) {
+      Finish();
+    } else {
+      Leave();
+    }
+    isEnded_ = true;
     return status_;
+  }
+
+  // Nothing says "running" that does not.
+  void Abandon(const Fault& fault) {
+    if (!isBegun_ || isEnded_) return;  // what is there is another run's, or is told already
+    facts_.state = RunState::kFailed;
+    facts_.status = static_cast<int>(fault.Status());
+    facts_.endRealtimeNs = RealtimeNs();
+    try {
+      WriteRun();
+    } catch (const Fault&) {
+      // The first fault is the one to tell of.
+    }
   }
 
  private:
   // ---- The beginning ----------------------------------------------------------------------------
 
-  void Begin() {
+  void BeginFolder() {
     began_ = std::chrono::steady_clock::now();
     if (request_.limit) deadline_ = began_ + *request_.limit;
     facts_.command = request_.command;
@@ -299,22 +339,6 @@ class Launcher {
   void WriteRun() { WriteWholeFile(folder_.Path(kRunFile), ToJson(facts_)); }
 
   // ---- Chunks and jobs --------------------------------------------------------------------------
-
-  void RunChunks() {
-    // Where nothing is known to do, the program decides what it does with the list.
-    if (plan_.inferences == 0) {
-      RunPart(0, {});
-      return;
-    }
-    const uint64_t size = request_.chunk.value_or(std::max<uint64_t>(plan_.inferences, 1));
-    for (uint64_t first = 0; first < plan_.inferences && !isOver_; first += size) {
-      std::vector<uint64_t> indices;
-      for (uint64_t i = first; i < std::min(first + size, plan_.inferences); ++i) {
-        if (!isDone_[i]) indices.push_back(i);
-      }
-      while (!indices.empty() && !isOver_) indices = RunPart(first / size, std::move(indices));
-    }
-  }
 
   // Runs a process over these, and returns what is still to do of them.
   std::vector<uint64_t> RunPart(uint64_t chunk, std::vector<uint64_t> indices) {
@@ -627,19 +651,6 @@ class Launcher {
 
   // ---- The end ----------------------------------------------------------------------------------
 
-  // Nothing says "running" that does not.
-  void Abandon(const Fault& fault) {
-    if (!isBegun_) return;  // what is there is another run's
-    facts_.state = RunState::kFailed;
-    facts_.status = static_cast<int>(fault.Status());
-    facts_.endRealtimeNs = RealtimeNs();
-    try {
-      WriteRun();
-    } catch (const Fault&) {
-      // The first fault is the one to tell of.
-    }
-  }
-
   void Finish() {
     const bool wasStopped = signals_.Asked() != 0;
     CompareSamples();
@@ -790,11 +801,11 @@ class Launcher {
   const LaunchRequest& request_;
   Plan plan_;
   Console& console_;
+  StopSignals& signals_;
   RunFolder folder_;
   std::optional<LineFile> samples_;
   std::optional<LineFile> times_;
   std::optional<LineFile> moments_;
-  StopSignals signals_;
   InputFiles inputFiles_;
   RunFacts facts_;
   ExitStatus status_ = ExitStatus::kDone;
@@ -806,7 +817,9 @@ class Launcher {
   uint64_t asideInARow_ = 0;
   bool asideNow_ = false;
   bool isOver_ = false;
-  bool isBegun_ = false;                   // the run directory is this run's to write to
+  bool isBegun_ = false;  // the run directory is this run's to write to
+  bool hasRun_ = false;   // it came to its first chunk
+  bool isEnded_ = false;
   std::map<uint64_t, uint64_t> attempts_;  // by chunk
   SteadyTime began_;
   std::optional<SteadyTime> deadline_;
@@ -817,7 +830,49 @@ class Launcher {
 }  // namespace
 
 ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
-  return Launcher(request, std::move(plan), console).Run();
+  StopSignals signals;
+  Launcher launcher(request, std::move(plan), console, signals);
+  try {
+    launcher.Begin();
+    // Of a model that is learned of in the first chunk the list is run in that one.
+    const uint64_t chunks = launcher.Chunks();
+    for (uint64_t chunk = 0; chunk < chunks && !launcher.IsOver(); ++chunk) {
+      launcher.RunChunk(chunk);
+    }
+    return launcher.End();
+  } catch (const Fault& fault) {
+    launcher.Abandon(fault);
+    throw;
+  }
+}
+
+ExitStatus LaunchInTurns(const std::array<LaunchRequest, 2>& requests, std::array<Plan, 2> plans,
+                         Console& console) {
+  StopSignals signals;
+  Launcher one(requests[0], std::move(plans[0]), console, signals);
+  Launcher other(requests[1], std::move(plans[1]), console, signals);
+  try {
+    one.Begin();
+    other.Begin();
+    const auto areOver = [&] { return one.IsOver() || other.IsOver(); };
+    for (uint64_t chunk = 0; chunk < one.Chunks() && !areOver(); ++chunk) {
+      // Neither of them always comes first.
+      const std::array turn{chunk % 2 == 0 ? &one : &other, chunk % 2 == 0 ? &other : &one};
+      for (Launcher* launcher : turn) {
+        if (!areOver()) launcher->RunChunk(chunk);
+      }
+    }
+    if (areOver()) {
+      one.Stop();
+      other.Stop();
+    }
+    const ExitStatus status = one.End();
+    return FirstOf(status, other.End());
+  } catch (const Fault& fault) {
+    one.Abandon(fault);
+    other.Abandon(fault);
+    throw;
+  }
 }
 
 std::string QuotedCommand(const std::vector<std::string>& words) {

@@ -3,6 +3,8 @@
 #ifndef VORN_KIT_LAUNCH_LAUNCH_H_
 #define VORN_KIT_LAUNCH_LAUNCH_H_
 
+#include <array>
+
 #include "kit/common/fault.h"
 #include "kit/launch/console.h"
 #include "kit/launch/plan.h"
@@ -13,6 +15,12 @@ namespace vorn::kit {
 /// the console what is there and how to go on. Throws a Fault where it cannot go on itself; what it
 /// has done by then is in the directory.
 [[nodiscard]] ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console);
+
+/// Runs two plans over one list by turns: a chunk of the one and the same chunk of the other, now
+/// the one first and now the other. Each leaves a run directory as above. Where one of them ends
+/// before its list does, the other one ends, too.
+[[nodiscard]] ExitStatus LaunchInTurns(const std::array<LaunchRequest, 2>& requests,
+                                       std::array<Plan, 2> plans, Console& console);
 
 /// The words of a command line as a shell would read them again.
 [[nodiscard]] std::string QuotedCommand(const std::vector<std::string>& words);

@@ -1,14 +1,19 @@
 // vorn-launch: runs vorn-run over a list into a run directory.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/own_folder.h"
+#include "kit/common/printable.h"
 #include "kit/launch/launch.h"
 #include "kit/launch/plan.h"
+#include "kit/launch/turns.h"
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
@@ -52,6 +57,16 @@ constexpr Option kOptions[] = {
     {"model-json", 0, "FILE",
      "What vorn inspect --json says of the model. Without it the model is loaded once, and what it "
      "told is kept in ~/.cache/vorn."},
+    {"interleave", 0, "",
+     "Run the list twice, as A and as B, by turns: a chunk of A and the same of B, then one of B "
+     "and "
+     "of A, of 20 inferences without --chunk. RUN/A and RUN/B are the run directories, and vorn "
+     "timing RUN compares them by pairs."},
+    {"b-model", 0, "FILE", "The model of B, where it is another."},
+    {"b-config", 0, "FILE", "The configuration of B, where it is another."},
+    {"b-program", 0, "FILE",
+     "The program of B, where it is another: a script may name another runtime."},
+    {"b-model-json", 0, "FILE", "As --model-json, of B's model."},
     {"dry-run", 0, "", "Check everything, and run nothing."},
     {"anyway", 0, "", "Run although the checks find faults, and say them."},
     {"json", 0, "", "Print run.json on standard output at the end."},
@@ -149,10 +164,52 @@ std::string TextOf(const std::vector<Finding>& findings) {
   return text;
 }
 
-void SayFindings(const LaunchRequest& request, const Plan& plan, Console& console) {
-  const ExitStatus status = StatusOf(plan.findings);
-  if (status != ExitStatus::kDone && !request.isAnyway) throw Fault(status, TextOf(plan.findings));
-  if (!plan.findings.empty()) console.Say(TextOf(plan.findings));
+void SayFindings(const LaunchRequest& request, const std::vector<Finding>& findings,
+                 Console& console) {
+  const ExitStatus status = StatusOf(findings);
+  if (status != ExitStatus::kDone && !request.isAnyway) throw Fault(status, TextOf(findings));
+  if (!findings.empty()) console.Say(TextOf(findings));
+}
+
+// What is A's is B's where nothing else is said of it.
+std::array<LaunchRequest, 2> RequestsOf(const Arguments& arguments) {
+  constexpr uint64_t kTurn = 20;
+  LaunchRequest one = RequestOf(arguments);
+  if (!one.chunk) one.chunk = kTurn;
+  LaunchRequest other = one;
+  other.model = arguments.Get("b-model").value_or(one.model);
+  other.config = arguments.Get("b-config").value_or(one.config);
+  other.program = arguments.Get("b-program").value_or(one.program);
+  if (arguments.Has("b-model") || arguments.Has("b-model-json")) {
+    other.modelJson = arguments.Get("b-model-json");
+  }
+  one.run += std::string("/") + kTurnFolders[0];
+  other.run += std::string("/") + kTurnFolders[1];
+  return {std::move(one), std::move(other)};
+}
+
+void RefuseOtherRun(const std::string& run) {
+  struct stat about {};
+  if (stat((run + "/" + kRunFile).c_str(), &about) != 0) return;
+  throw Fault(ExitStatus::kUsage,
+              Quoted(run) + " holds a run that took no turns; name another with --run");
+}
+
+// What is wrong with both is told once.
+std::vector<Finding> FindingsOf(const std::array<Plan, 2>& plans) {
+  std::vector<Finding> findings = plans[0].findings;
+  for (const Finding& finding : plans[1].findings) {
+    const auto& told = plans[0].findings;
+    if (std::find(told.begin(), told.end(), finding) != told.end()) continue;
+    findings.push_back({.status = finding.status, .message = "B: " + finding.message});
+  }
+  return findings;
+}
+
+void PrintRecord(const std::string& run) {
+  const std::string text = ReadWholeFile(run + "/" + kRunFile, "the record of the run",
+                                         ExitStatus::kOwnFault, kMostRunBytes);
+  std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
 void CheckAnyway(const LaunchRequest& request, const Plan& plan) {
@@ -163,11 +220,43 @@ void CheckAnyway(const LaunchRequest& request, const Plan& plan) {
   }
 }
 
+ExitStatus RunInTurns(const Arguments& arguments) {
+  const std::array<LaunchRequest, 2> requests = RequestsOf(arguments);
+  const std::string run = arguments.Need("run");
+  RefuseOtherRun(run);
+  Console console(arguments.Has("quiet"));
+  std::array<Plan, 2> plans{MakePlan(requests[0]), MakePlan(requests[1])};
+  const std::vector<Finding> findings = FindingsOf(plans);
+  SayFindings(requests[0], findings, console);
+  for (size_t i = 0; i < plans.size(); ++i) CheckAnyway(requests[i], plans[i]);
+  if (plans[0].inferences != plans[1].inferences) {
+    throw Fault(ExitStatus::kUsage, "the list is " + Counted(plans[0].inferences, "inference") +
+                                        " for A and " + std::to_string(plans[1].inferences) +
+                                        " for B; --interleave needs models with as many inputs");
+  }
+  if (arguments.Has("dry-run")) {
+    console.Say("nothing speaks against " + Counted(plans[0].inferences, "inference") +
+                " of A and of B");
+    return StatusOf(findings);
+  }
+  const ExitStatus status = LaunchInTurns(requests, std::move(plans), console);
+  MergeTimes(run);
+  if (arguments.Has("json")) {
+    for (const LaunchRequest& request : requests) PrintRecord(request.run);
+  }
+  return status;
+}
+
 ExitStatus RunLaunch(const Arguments& arguments) {
+  if (arguments.Has("interleave")) return RunInTurns(arguments);
+  for (const char* name : {"b-model", "b-config", "b-program", "b-model-json"}) {
+    if (!arguments.Has(name)) continue;
+    throw Fault(ExitStatus::kUsage, "--" + std::string(name) + " is of B, which --interleave runs");
+  }
   const LaunchRequest request = RequestOf(arguments);
   Console console(arguments.Has("quiet"));
   Plan plan = MakePlan(request);
-  SayFindings(request, plan, console);
+  SayFindings(request, plan.findings, console);
   if (arguments.Has("dry-run")) {
     console.Say("nothing speaks against " + std::to_string(plan.inferences) +
                 (plan.inferences == 1 ? " inference" : " inferences"));
@@ -175,11 +264,7 @@ ExitStatus RunLaunch(const Arguments& arguments) {
   }
   CheckAnyway(request, plan);
   const ExitStatus status = Launch(request, std::move(plan), console);
-  if (arguments.Has("json")) {
-    const std::string text = ReadWholeFile(request.run + "/" + kRunFile, "the record of the run",
-                                           ExitStatus::kOwnFault, kMostRunBytes);
-    std::fwrite(text.data(), 1, text.size(), stdout);
-  }
+  if (arguments.Has("json")) PrintRecord(request.run);
   return status;
 }
 

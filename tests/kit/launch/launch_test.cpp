@@ -1073,6 +1073,96 @@ TEST_F(Launch, LeavesNoProgramBehindWhenItIsKilled) {
   EXPECT_EQ(Run({"--resume"}).status, 0);
 }
 
+// ---- By turns -----------------------------------------------------------------------------------
+
+class InTurns : public Launch {
+ protected:
+  InTurns() { support::WriteFile(Path("other.om"), "another 31 bytes of a model file"); }
+
+  Outcome RunTurns(std::vector<std::string> more) const {
+    more.insert(more.begin(), {"--interleave", "--b-model", "other.om"});
+    return Run(more);
+  }
+
+  std::vector<vorn::kit::TimesRecord> Times() const { return ReadTimes(RunPath()); }
+};
+
+TEST_F(InTurns, RunsAChunkOfEachByTurns) {
+  Samples("abcdefg");
+  const Outcome ended = RunTurns({"--chunk", "2"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(ended.err,
+            "vorn launch: 'run/A' has 7 of 7 inferences\n"
+            "vorn launch: 'run/B' has 7 of 7 inferences\n");
+  std::string order;
+  for (const auto& record : Times()) {
+    order += record.series.value_or("-") + std::to_string(record.index);
+    EXPECT_EQ(record.chunk, record.index / 2);
+  }
+  EXPECT_EQ(order, "A0A1B0B1B2B3A2A3A4A5B4B5B6A6");
+  for (const std::string& line :
+       support::SplitLines(support::ReadFile(RunPath() + "/times.jsonl"))) {
+    EXPECT_EQ(support::FaultBySchema("times", line), "") << line;
+  }
+  EXPECT_EQ(DumpsOf(RunPath() + "/A/dumps"), DumpsOfVornRun());
+  EXPECT_EQ(DumpsOf(RunPath() + "/B/dumps"), DumpsOf(RunPath() + "/A/dumps"));
+  EXPECT_EQ(ReadRun(RunPath() + "/A").model.path, "model.om");
+  EXPECT_EQ(ReadRun(RunPath() + "/B").model.path, "other.om");
+}
+
+TEST_F(InTurns, EndsBothWhereOneEnds) {
+  Samples(std::string(60, 'S'));
+  const Outcome ended = RunTurns({"--chunk", "30"});
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_EQ(ReadRun(RunPath() + "/A").counts.aside, 20U);
+  EXPECT_EQ(ReadRun(RunPath() + "/B").counts.missing, 60U);
+  EXPECT_EQ(ReadRun(RunPath() + "/B").state, RunState::kFailed);
+}
+
+TEST_F(InTurns, IsGoneOnWithByTurns) {
+  Samples("abcdHfgh");
+  {
+    Running launch(CommandFor({"--interleave", "--b-model", "other.om", "--chunk", "2"}));
+    const std::string log = RunPath() + "/A/log.txt";
+    while (!fs::exists(log) || support::ReadFile(log).find("in/4.bin]") == std::string::npos) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(launch.Stop(SIGINT), 8);
+  }
+  EXPECT_EQ(ReadRun(RunPath() + "/A").state, RunState::kInterrupted);
+  EXPECT_EQ(ReadRun(RunPath() + "/B").state, RunState::kInterrupted);
+  EXPECT_THAT(Times(), SizeIs(8));
+  Samples("abcdefgh");
+  const Outcome ended = RunTurns({"--chunk", "2", "--resume"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(Times(), SizeIs(16));
+  EXPECT_EQ(ReadRun(RunPath() + "/A").counts.done, 8U);
+  EXPECT_EQ(ReadRun(RunPath() + "/B").counts.done, 8U);
+}
+
+TEST_F(InTurns, RefusesWhatCannotTakeTurns) {
+  Samples("ab");
+  EXPECT_EQ(Run({"--b-model", "other.om"}).err,
+            "vorn launch: --b-model is of B, which --interleave runs\n");
+  Outcome ended = Run({"--interleave", "--b-model", "no.om"});
+  EXPECT_EQ(ended.status, 4);
+  EXPECT_THAT(ended.err, StartsWith("vorn launch: B: the model 'no.om' cannot be opened"));
+  EXPECT_FALSE(fs::exists(RunPath()));
+  fs::remove(Path("in/1.bin"));
+  ended = RunTurns({});
+  EXPECT_EQ(ended.err, "vorn launch: list.txt:2: './in/1.bin' is not there\n");  // once
+  Samples("ab");
+  ASSERT_EQ(Run().status, 0);
+  ended = RunTurns({"--resume"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.err,
+            "vorn launch: 'run' holds a run that took no turns; name another with --run\n");
+  ASSERT_EQ(RunTurns({"--run", "turns"}).status, 0);
+  ended = RunTurns({"--run", "turns"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("'turns/A' is not empty"));
+}
+
 // ---- Lists of all kinds -------------------------------------------------------------------------
 
 TEST_F(Launch, TakesNamesOfAllKindsInChunks) {
