@@ -394,7 +394,7 @@ std::string WhyNoCall(const std::vector<Part>& parts, const std::string& word,
 }  // namespace
 
 std::string WhyNoTrace(const TraceRequest& request) {
-  const std::string reason = request.output.empty() ? "" : WhyNoFile(request.output);
+  std::string reason = request.output.empty() ? "" : WhyNoFile(request.output);
   if (!reason.empty() || !HasSettings()) return reason;
   return RefusalIn(WordsOfLayer(request));
 }
