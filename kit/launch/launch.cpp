@@ -31,7 +31,7 @@ constexpr size_t kMostKeptInputs = 64;
 constexpr size_t kMostStandardError = 16 * 1024;
 constexpr uint64_t kMostLogBytes = 256 << 20;
 constexpr size_t kMostNamed = 5;  // samples that a summary names
-constexpr size_t kPieceBytes = 256 * 1024;
+constexpr size_t kLogPieceBytes = 256 * 1024;
 
 constexpr const char* kProgramEnd = "program-end";
 constexpr const char* kRepeated = "output-repeated";
@@ -250,7 +250,7 @@ class Launcher {
                   .deadline = {}};
     JobEnd end;
     uint64_t at = note.logAt;
-    for (std::string piece; !(piece = ReadFrom(job.log, at, kPieceBytes)).empty();) {
+    for (std::string piece; !(piece = ReadFrom(job.log, at, kLogPieceBytes)).empty();) {
       end.log.Take(piece);
       at += piece.size();
     }

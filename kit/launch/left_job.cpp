@@ -13,7 +13,7 @@
 namespace vorn::kit {
 namespace {
 
-constexpr uint64_t kMostNoteBytes = 256 << 20;
+constexpr uint64_t kMostJobNoteBytes = 256 << 20;
 
 std::string NoteIn(const std::string& folder) { return folder + "/job.json"; }
 
@@ -79,7 +79,7 @@ void WriteJobNote(const std::string& folder, const JobNote& note) {
 std::optional<JobNote> ReadJobNote(const std::string& folder, uint64_t inferences) {
   try {
     const Json object = ParseJson(
-        ReadWholeFile(NoteIn(folder), "the note of a job", ExitStatus::kInput, kMostNoteBytes));
+        ReadWholeFile(NoteIn(folder), "the note of a job", ExitStatus::kInput, kMostJobNoteBytes));
     const std::string boot = Boot();
     if (boot.empty() || object.At("boot").AsText() != boot) return std::nullopt;
     JobNote note;
