@@ -235,6 +235,12 @@ std::vector<std::string> CommandOf(const LaunchRequest& request, const std::stri
                                    const std::string& dumps) {
   std::vector<std::string> words{request.program, "-m", request.model, "-i", list, "-j",
                                  request.config,  "-o", dumps};
+  for (const std::string& option : OptionsOf(request)) words.push_back(option);
+  return words;
+}
+
+std::vector<std::string> OptionsOf(const LaunchRequest& request) {
+  std::vector<std::string> words;
   const auto add = [&](const char* option, const std::string& value) {
     words.emplace_back(option);
     words.push_back(value);

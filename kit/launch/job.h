@@ -52,6 +52,9 @@ using Watch = std::function<void(pid_t pid, const ProgramLog& log)>;
 [[nodiscard]] JobEnd RunJob(const Job& job, const LaunchRequest& request, const Plan& plan,
                             StopSignals& signals, const Watch& watch);
 
+/// Those of its options, beside its files, as run.json holds them.
+[[nodiscard]] std::vector<std::string> OptionsOf(const LaunchRequest& request);
+
 /// The words of vorn-run but for its list and the folder of its dumps, as a note holds them.
 [[nodiscard]] std::vector<std::string> NotedWords(const LaunchRequest& request);
 

@@ -129,6 +129,8 @@ class Launcher {
     if (request_.limit) deadline_ = began_ + *request_.limit;
     facts_.command = request_.command;
     facts_.version = request_.version;
+    facts_.options.emplace();
+    for (const std::string& word : OptionsOf(request_)) facts_.options->push_back(Printable(word));
     facts_.model = plan_.model.model;
     facts_.configuration = plan_.model.configuration;
     facts_.list = plan_.list;
@@ -151,6 +153,10 @@ class Launcher {
     WriteRun();
   }
 
+  static std::string Named(const std::vector<std::string>& options) {
+    return options.empty() ? "no options of vorn-run" : "'" + QuotedCommand(options) + "'";
+  }
+
   // What is there stays where it is of the same files and verifies.
   void GoOn(const RunFacts& before) {
     const auto compare = [&](const FileIdentity& was, const FileIdentity& is, const char* what) {
@@ -164,6 +170,13 @@ class Launcher {
       compare(*before.configuration, *facts_.configuration, "configuration");
     }
     if (before.list && facts_.list) compare(*before.list, *facts_.list, "list");
+    if (before.runtime && facts_.runtime) compare(*before.runtime, *facts_.runtime, "runtime");
+    if (before.options && before.options != facts_.options) {
+      throw Fault(ExitStatus::kUsage, Quoted(request_.run) + " was begun with " +
+                                          Named(*before.options) + ", and this is with " +
+                                          Named(*facts_.options) +
+                                          "; give the same, or name another folder with --run");
+    }
     isBegun_ = true;
     facts_.startRealtimeNs = before.startRealtimeNs;
     facts_.counts = before.counts;

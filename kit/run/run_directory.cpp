@@ -201,6 +201,10 @@ Json FromPhases(const std::map<std::string, uint64_t>& phases) {
 
 void TakeLists(const Json& object, RunFacts& facts) {
   for (const Json& word : object.At("command").Items()) facts.command.push_back(word.AsText());
+  if (const Json* options = object.Find("options")) {
+    facts.options.emplace();
+    for (const Json& word : options->Items()) facts.options->push_back(word.AsText());
+  }
   if (const Json* mapped = object.Find("mapped")) {
     for (const Json& item : mapped->Items()) {
       MappedFile& file = facts.mapped.emplace_back();
@@ -383,6 +387,7 @@ std::string ToJson(const RunFacts& facts) {
   PutValue(object, "signal", facts.signal);
   object.Set("command", Json::ArrayOf(facts.command));
   object.Set("version", facts.version);
+  if (facts.options) object.Set("options", Json::ArrayOf(*facts.options));
   object.Set("model", FromIdentity(facts.model));
   PutFile(object, "configuration", facts.configuration);
   PutFile(object, "list", facts.list);

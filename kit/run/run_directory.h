@@ -166,6 +166,7 @@ struct RunFacts {
   std::optional<std::string> signal;  ///< that ended a process of the program: "SIGFPE"
   std::vector<std::string> command;   ///< of the verb
   std::string version;
+  std::optional<std::vector<std::string>> options;  ///< of vorn-run, beside its files: "-b", "2"
   FileIdentity model;
   std::optional<FileIdentity> configuration;
   std::optional<FileIdentity> list;

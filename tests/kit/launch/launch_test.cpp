@@ -653,6 +653,31 @@ TEST_F(Launch, GoesOnWithTheSameFilesOnly) {
   EXPECT_EQ(Run({"--resume"}).status, 2);  // nor has it become that list's run
 }
 
+TEST_F(Launch, GoesOnWithTheSameOptionsAndRuntimeOnly) {
+  Samples("abS");
+  ASSERT_EQ(Run().status, 5);
+  const auto before = support::ReadTree(RunPath());
+  Outcome ended = Run({"--resume", "-p"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.err,
+            "vorn launch: 'run' was begun with no options of vorn-run, and this is with '-p 1'; "
+            "give the same, or name another folder with --run\n");
+  EXPECT_EQ(support::ReadTree(RunPath()), before);
+  auto facts = ReadRun(RunPath());
+  facts.runtime->xxh3 = std::string(32, '0');
+  support::WriteFile(RunPath() + "/run.json", ToJson(facts));
+  ended = Run({"--resume"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("'run' was begun with another runtime ("));
+  // A record of an earlier build tells no options.
+  facts = ReadRun(RunPath());
+  facts.runtime.reset();
+  facts.options.reset();
+  support::WriteFile(RunPath() + "/run.json", ToJson(facts));
+  Samples("abc");
+  EXPECT_EQ(Run({"--resume"}).status, 0);
+}
+
 TEST_F(Launch, GoesOnAfterAnExecutionThatFailed) {
   Samples("aFc");
   const Outcome ended = Run({"--chunk", "3"});
@@ -877,7 +902,7 @@ TEST_F(Launch, DoesAgainWhatACutOffProcessLeftInPieces) {
   };
   const auto nothing = [](const std::string&) {};
   EXPECT_EQ(executed(nothing, {}), 2U);
-  EXPECT_EQ(executed(nothing, {"-b", "1"}), 4U);  // it had other words
+  EXPECT_EQ(executed(nothing, {"-m", "./model.om"}), 4U);  // it had other words
   EXPECT_EQ(executed(
                 [](const std::string& job) {
                   for (const auto& file : fs::directory_iterator(job + "/dumps/1")) {

@@ -67,6 +67,7 @@ RunFacts FullRun() {
   facts.signal = "SIGFPE";
   facts.command = {"vorn", "launch", "-m", "a\nb"};
   facts.version = "0.1.0";
+  facts.options = {{"-b", "2"}};
   facts.model = File("model.om");
   facts.configuration = File("c.json");
   facts.list = File("list.txt");
