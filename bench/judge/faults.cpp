@@ -9,6 +9,7 @@
 #include <numeric>
 #include <set>
 
+#include "kit/judge/census.h"
 #include "kit/judge/element_type.h"
 #include "kit/judge/npy.h"
 #include "kit/judge/tensor_reader.h"
@@ -47,6 +48,29 @@ Values WithNoise(const Values& values, double relative, Random& random) {
                                                   absolute * normal(random)));
   }
   return noisy;
+}
+
+bool IsQuantised(const RealOutput& output) {
+  return output.type == kit::ElementType::kInt8 || output.type == kit::ElementType::kUint8;
+}
+
+// A quantised output of another machine: here and there a value on the other side of a tie.
+Values WithSteps(const RealOutput& output, const Values& values, double share, Random& random) {
+  const bool isSigned = output.type == kit::ElementType::kInt8;
+  Values stepped = values;
+  for (float& value : stepped) {
+    if (Uniform(random, 0, 1) >= share) continue;
+    value += Below(random, 2) == 0 ? 1.0F : -1.0F;
+    value = std::clamp(value, isSigned ? -128.0F : 0.0F, isSigned ? 127.0F : 255.0F);
+  }
+  return stepped;
+}
+
+// A bit of a quantised value, whose two ends are -128 or 0.
+float WithBitFlipped(float value, uint64_t bit, kit::ElementType type) {
+  const auto flipped = static_cast<uint8_t>(static_cast<int>(value) ^ (1 << bit));
+  return type == kit::ElementType::kInt8 ? static_cast<float>(static_cast<int8_t>(flipped))
+                                         : static_cast<float>(flipped);
 }
 
 Values Permuted(const Values& values, const Shape& shape, const std::vector<size_t>& order) {
@@ -89,8 +113,7 @@ class Planter {
     expected_ = output.samples[sample_];
     // Half of them on a machine that rounds in another order.
     const bool isNoisy = Below(random, 2) == 0;
-    given_ =
-        isNoisy ? WithNoise(expected_, std::pow(10, Uniform(random, -7, -5)), random) : expected_;
+    given_ = isNoisy ? Elsewhere(std::pow(10, Uniform(random, -7, -5))) : expected_;
   }
 
   std::vector<PlantedFault> Plant() {
@@ -115,6 +138,18 @@ class Planter {
   }
 
  private:
+  // As another machine gives the expected values, in the output's type.
+  Values Elsewhere(double relative) {
+    constexpr double kSharePerNoise = 50;
+    if (IsQuantised(output_))
+      return WithSteps(output_, expected_, relative * kSharePerNoise, random_);
+    Values noisy = WithNoise(expected_, relative, random_);
+    if (output_.type == kit::ElementType::kFloat16) {
+      for (float& value : noisy) value = kit::RoundedToFloat16(value);
+    }
+    return noisy;
+  }
+
   void Add(const char* id, Values actual) { Add(id, std::move(actual), expected_); }
 
   void Add(const char* id, Values actual, Values expected) {
@@ -142,7 +177,8 @@ class Planter {
   }
 
   void PlantHonest() {
-    Add(kHonest, WithNoise(expected_, std::pow(10, Uniform(random_, -7, -3)), random_));
+    Add(kHonest, Elsewhere(std::pow(10, Uniform(random_, -7, -3))));
+    if (IsQuantised(output_)) return;  // what else differs there differs by a step
     Values biased = WithNoise(expected_, 1e-3, random_);
     for (float& value : biased) value *= 1.0003F;
     Add(kHonest, std::move(biased));
@@ -154,6 +190,7 @@ class Planter {
   }
 
   void PlantRounding() {
+    if (IsQuantised(output_)) return;  // it is rounded already
     Values half;
     Values brain;
     for (const float value : expected_) {
@@ -181,6 +218,10 @@ class Planter {
     const size_t most = std::max<size_t>(flipped.size() / 200, 1);
     for (size_t i = 0; i <= Below(random_, most); ++i) {
       float& value = flipped[Below(random_, flipped.size())];
+      if (IsQuantised(output_)) {
+        value = WithBitFlipped(value, 3 + Below(random_, 5), output_.type);
+        continue;
+      }
       const auto bit = static_cast<uint32_t>(20 + Below(random_, 12));
       value = std::bit_cast<float>(std::bit_cast<uint32_t>(value) ^ (1U << bit));
     }
@@ -209,11 +250,12 @@ class Planter {
     const auto add = [&](const char* id, const std::vector<size_t>& order) {
       Add(id, Permuted(given_, shape_, order));
     };
-    if (rank == 4) {
+    // Of one channel the layouts are the same, or rows and columns change places.
+    if (rank == 4 && shape_[1] > 1) {
       add("nchw-nhwc", Below(random_, 2) == 0 ? std::vector<size_t>{0, 2, 3, 1}
                                               : std::vector<size_t>{0, 3, 1, 2});
-      add("rows-columns", {0, 1, 3, 2});
     }
+    if (rank == 4) add("rows-columns", {0, 1, 3, 2});
     const size_t channels = rank == 3 ? 0 : 1;
     if (rank > 1) Add("channels-reversed", Reversed(given_, shape_, channels));
     if (rank == 4) Add("flipped", Reversed(given_, shape_, 2 + Below(random_, 2)));
@@ -274,7 +316,8 @@ class Planter {
     Add("order-kept", std::move(bent));
     const bool isNegative =
         std::any_of(given_.begin(), given_.end(), [](float x) { return x < 0; });
-    if (!isNegative) return;
+    // An activation comes before values are quantised.
+    if (!isNegative || IsQuantised(output_)) return;
     Values rectified = expected_;
     for (float& value : rectified) value = std::max(value, 0.0F);
     Add("activation-missing", given_, std::move(rectified));
@@ -379,7 +422,19 @@ class Planter {
   std::vector<PlantedFault> faults_;
 };
 
+bool IsAnyOutside(const kit::CauseQuestion& question) {
+  kit::CensusTaker taker(question.tolerance, 0);
+  taker.Take(question.actual, question.expected);
+  return taker.Result().outside > 0;
+}
+
 }  // namespace
+
+kit::Tolerance ToleranceOf(const RealOutput& output) {
+  if (IsQuantised(output)) return {.atol = 1, .rtol = 1.3e-6, .isNanExpected = false};
+  const bool isHalf = output.type == kit::ElementType::kFloat16;
+  return {.atol = 1e-5, .rtol = isHalf ? 1e-3 : 1.3e-6, .isNanExpected = false};
+}
 
 std::vector<RealOutput> ReadOutputs(const std::string& path) {
   std::vector<std::string> files;
@@ -397,6 +452,7 @@ std::vector<RealOutput> ReadOutputs(const std::string& path) {
     RealOutput output;
     output.name = std::filesystem::path(file).stem().string();
     output.shape = *tensor.shape;
+    output.type = tensor.type;
     const uint64_t samples = output.shape.front();
     output.shape.front() = 1;
     for (uint64_t sample = 0; sample < samples; ++sample) {
@@ -477,11 +533,13 @@ Confusion Confuse(const std::vector<RealOutput>& outputs, size_t rounds, uint64_
         question.actual = fault.actual;
         question.expected = fault.expected;
         question.shape = fault.shape;
-        question.tolerance = {.atol = 1e-5, .rtol = 1.3e-6, .isNanExpected = false};
+        question.tolerance = ToleranceOf(output);
         question.before = fault.before;
         question.other = fault.other;
         if (!fault.other.empty()) question.otherSample = 0;
-        confusion.Add(fault, kit::FindCauses(question));
+        // As the verb does: of what is within the tolerance nobody asks for a cause.
+        confusion.Add(
+            fault, IsAnyOutside(question) ? kit::FindCauses(question) : std::vector<kit::Cause>{});
       }
     }
   }

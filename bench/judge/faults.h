@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kit/judge/cause.h"
+#include "kit/judge/element_type.h"
 
 namespace vorn::bench {
 
@@ -17,8 +18,13 @@ namespace vorn::bench {
 struct RealOutput {
   std::string name;
   kit::Shape shape;  ///< of one sample, the batch of 1 in front
+  /// Of the output. One of 8 bits is quantised: its values are whole numbers of steps.
+  kit::ElementType type = kit::ElementType::kFloat32;
   std::vector<std::vector<float>> samples;
 };
+
+/// What the output's type is held to: a step, where it is quantised.
+[[nodiscard]] kit::Tolerance ToleranceOf(const RealOutput& output);
 
 /// The arrays of a file, or of all files of a folder, whose first dimension is that of samples.
 [[nodiscard]] std::vector<RealOutput> ReadOutputs(const std::string& path);

@@ -138,10 +138,15 @@ class OrderFinder {
     constexpr const char* kLast = "its channels come last and should come first (NHWC for NCHW)";
     constexpr const char* kFirst = "its channels come first and should come last (NCHW for NHWC)";
     constexpr const char* kRows = "rows and columns are exchanged";
-    TryPermutation("nchw-nhwc", kLast, {0, 2, 3, 1});
-    TryPermutation("nchw-nhwc", kFirst, {0, 3, 1, 2});
-    TryPermutation("nchw-nhwc", kLast, {1, 2, 0});
-    TryPermutation("nchw-nhwc", kFirst, {2, 0, 1});
+    // A picture of one channel has no layouts: there the same exchange is that of rows and columns.
+    const size_t rank = shape_.size();
+    const bool isOfOneChannel = (rank == 4 && shape_[1] == 1) || (rank == 3 && shape_[0] == 1);
+    if (!isOfOneChannel) {
+      TryPermutation("nchw-nhwc", kLast, {0, 2, 3, 1});
+      TryPermutation("nchw-nhwc", kFirst, {0, 3, 1, 2});
+      TryPermutation("nchw-nhwc", kLast, {1, 2, 0});
+      TryPermutation("nchw-nhwc", kFirst, {2, 0, 1});
+    }
     TryPermutation("rows-columns", kRows, {0, 1, 3, 2});
     TryPermutation("rows-columns", kRows, {0, 2, 1, 3});
     TryPermutation("rows-columns", kRows, {0, 2, 1});

@@ -68,8 +68,10 @@ class ValueFinder {
   // ---- Elements that nobody wrote ---------------------------------------------------------------
 
   bool FindConstant() {
+    // Bits of numbers below 0 that were read as floats are NaN, and of other bits each.
+    const auto first = std::bit_cast<uint32_t>(actual_[0]);
     for (uint64_t i = 1; i < count_; ++i) {
-      if (!IsSame(actual_[i], actual_[0])) return false;
+      if (std::bit_cast<uint32_t>(actual_[i]) != first && actual_[i] != actual_[0]) return false;
     }
     uint64_t other = 0;
     for (uint64_t i = 0; i < count_; ++i) other += AreAlike(i) ? 0 : 1;
@@ -140,14 +142,16 @@ class ValueFinder {
 
   void FindWholeNumbersAsFloats() {
     // They are denormal, for the most part: too small to be compared as values.
+    // A 0 is one either way and tells nothing.
     uint64_t same = 0;
-    uint64_t zeros = 0;
+    uint64_t told = 0;
     for (uint64_t i = 0; i < count_; ++i) {
+      if (expected_[i] == 0 && actual_[i] == 0) continue;
+      ++told;
       const auto whole = static_cast<float>(std::bit_cast<int32_t>(actual_[i]));
       same += whole == expected_[i] ? 1 : 0;
-      zeros += expected_[i] == 0 ? 1 : 0;
     }
-    if (same * 100 >= count_ * 97 && zeros + 2 <= count_) {
+    if (same * 100 >= told * 97 && told >= 2) {
       Add("int32-as-float", "the bits of int32 were read as floats", 1);
     }
   }
@@ -176,7 +180,7 @@ class ValueFinder {
                      NumberText(std::abs(apart)) + (isSigned ? " larger: " : " smaller: ") +
                      (isSigned ? "signed" : "unsigned") + " numbers of " + name +
                      " bits were read as " + (isSigned ? "unsigned" : "signed"),
-                 0.99);
+                 0.996);
     }
   }
 
@@ -548,13 +552,20 @@ void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) 
   if (step == 0 || StepOf(question.expected) != 0) return;
   const auto [least, most] = std::minmax_element(question.actual.begin(), question.actual.end());
   uint64_t explained = 0;
+  uint64_t differing = 0;
+  uint64_t differingExplained = 0;
   for (size_t i = 0; i < question.actual.size(); ++i) {
     const auto a = static_cast<double>(question.actual[i]);
     const auto e = static_cast<double>(question.expected[i]);
     const bool isSaturated =
         (question.actual[i] == *most && e > a) || (question.actual[i] == *least && e < a);
-    explained += std::abs(a - e) <= 0.51 * step || isSaturated ? 1 : 0;
+    const bool isExplained = std::abs(a - e) <= 0.51 * step || isSaturated;
+    explained += isExplained ? 1 : 0;
+    differing += a != e ? 1 : 0;
+    differingExplained += isExplained && a != e ? 1 : 0;
   }
+  // Where nearly all is 0 on both sides, nearly all is explained by anything.
+  if (differingExplained * 100 < differing * 85) return;
   const double share = static_cast<double>(explained) / static_cast<double>(question.actual.size());
   if (share < 0.97) return;
   causes.push_back({"rounded-int8",

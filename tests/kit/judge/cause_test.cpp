@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
 #include <iostream>
 #include <limits>
@@ -105,6 +106,51 @@ TEST(FindCauses, TellsWhichRounding) {
             "rounded-int8: the values are the expected ones in steps of 0.0078125, at most 256 of "
             "them: rounded to 8 bits");
   EXPECT_EQ(Find(steps, wave)[0].certainty, 1);
+}
+
+// Nearly every element is 0 on both sides, as in a quantised map of something rare: what explains
+// the zeros explains nothing.
+TEST(FindCauses, IsNotMisledByZeros) {
+  Values expected(400, 0);
+  for (size_t i = 0; i < 8; ++i) expected[i * 41 + 3] = static_cast<float>(60 + i);
+  Values actual = expected;
+  for (float& value : actual) value = std::nearbyint(value * 2.5F);
+  EXPECT_EQ(FirstText(Find(actual, expected, {20, 20})).substr(0, 7), "scaled:");
+  Values moved(400, 0);
+  std::copy(expected.begin(), expected.end() - 5, moved.begin() + 5);
+  EXPECT_EQ(FirstText(Find(moved, expected)), "shifted: everything stands 5 elements too late");
+}
+
+// Bits of numbers below 0 are NaN as floats, each another one.
+TEST(FindCauses, TellsBitsOfNegativeNumbersFromOneNan) {
+  Values expected(50);
+  Values actual(50);
+  for (size_t i = 0; i < 50; ++i) {
+    expected[i] = -static_cast<float>(i % 17) - 1;
+    actual[i] = std::bit_cast<float>(static_cast<int32_t>(expected[i]));
+  }
+  EXPECT_EQ(FirstText(Find(actual, expected)),
+            "int32-as-float: the bits of int32 were read as floats");
+}
+
+TEST(FindCauses, TellsNumbersThatAreAllBelowZeroFromAnOffset) {
+  Values expected(50);
+  Values actual(50);
+  for (size_t i = 0; i < 50; ++i) {
+    expected[i] = -static_cast<float>(i % 17) - 1;
+    actual[i] = expected[i] + 256;
+  }
+  EXPECT_EQ(Find(actual, expected).at(0).id, "signed-as-unsigned");
+}
+
+TEST(FindCauses, KnowsNoLayoutsOfOneChannel) {
+  const Values wave = Wave(144);
+  Values exchanged(144);
+  for (size_t i = 0; i < 144; ++i) exchanged[i] = wave[i % 12 * 12 + i / 12];
+  for (const Shape& shape : {Shape{1, 1, 12, 12}, Shape{1, 12, 12}}) {
+    EXPECT_EQ(FirstText(Find(exchanged, wave, shape)),
+              "rows-columns: rows and columns are exchanged");
+  }
 }
 
 TEST(FindCauses, BearsAnyValues) {
