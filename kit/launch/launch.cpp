@@ -371,10 +371,14 @@ class Launcher {
     if (!plan_.isModelKnown) LearnModel(job, end);
     TakeTimes(job, end, chunk, attempt);
     std::vector<uint64_t> left = TakeSamples(job, end);
-    TakeComplaints(end);
+    if (!isToBeTakenOver_) TakeComplaints(end);
     TellOfLeft(end);
     Conclude(job, end, left);
-    RemoveTree(job.folder);
+    if (isToBeTakenOver_) {
+      RemoveTree(job.folder + "/" + kTraceFile);  // its times were taken
+    } else {
+      RemoveTree(job.folder);
+    }
     WriteRun();
     return left;
   }
@@ -470,12 +474,13 @@ class Launcher {
         plan_.perInference != 0 && end.log.Begun(plan_.perInference) > end.log.Dumped();
     std::string lines;
     uint64_t resolved = 0;
-    // What was not looked at when somebody asks to stop is as if it had not been run.
+    // What was not looked at when somebody asks to stop is what a killed launch leaves.
     const bool mayStop = end.reason != JobEnd::Reason::kStopped;
     for (; resolved < dumped && !(mayStop && IsStopped()); ++resolved) {
       const std::string folder = DumpsOf(job) + "/" + std::to_string(resolved);
       lines += ToLine(TakeDumps(job.indices[resolved], folder, Inspect(folder)));
     }
+    isToBeTakenOver_ = resolved < dumped;
     const bool isToBlame = resolved == dumped && dumped < job.indices.size() && isAtOne &&
                            end.reason != JobEnd::Reason::kStopped &&
                            end.reason != JobEnd::Reason::kLimit;
@@ -669,7 +674,7 @@ class Launcher {
     CompareSamples();
     CompareRuntimes();
     ForgetWhatWasTraced();
-    RemoveTree(folder_.Path(kChunksFolder));
+    if (!isToBeTakenOver_) RemoveTree(folder_.Path(kChunksFolder));
     const std::string errors = folder_.Path(kErrorsFile);
     const uint64_t size = SizeOfFile(errors);
     facts_.standardError =
@@ -830,8 +835,9 @@ class Launcher {
   uint64_t asideInARow_ = 0;
   bool asideNow_ = false;
   bool isOver_ = false;
-  bool isBegun_ = false;  // the run directory is this run's to write to
-  bool hasRun_ = false;   // it came to its first chunk
+  bool isBegun_ = false;          // the run directory is this run's to write to
+  bool isToBeTakenOver_ = false;  // a process has dumped what nobody has looked at
+  bool hasRun_ = false;           // it came to its first chunk
   bool isEnded_ = false;
   std::map<uint64_t, uint64_t> attempts_;  // by chunk
   SteadyTime began_;

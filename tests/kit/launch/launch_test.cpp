@@ -869,6 +869,28 @@ TEST_F(Launch, CountsWhatAProcessHadDumpedThatWasKilledWithIt) {
   ExpectWhatTheSchemasSay();
 }
 
+TEST_F(Launch, KeepsWhatItWasInterruptedToLookAt) {
+  for (const std::vector<std::string>& words : {std::vector<std::string>{}, {"--chunk", "3"}}) {
+    fs::remove_all(RunPath());
+    Samples("abK");
+    ASSERT_EQ(Run(words).status, 8);
+    EXPECT_EQ(ReadRun(RunPath()).state, RunState::kInterrupted);
+    EXPECT_THAT(Statuses(), ElementsAre(kMissing, kMissing, kMissing));
+    const auto phases = ReadRun(RunPath()).phases;
+    Samples("abc");
+    fs::remove(Path("record"));
+    auto again = words;
+    again.emplace_back("--resume");
+    const Outcome ended = Run(again);
+    EXPECT_EQ(ended.status, 0) << ended.Describe();
+    EXPECT_EQ(ExecutionsRecorded(), 0U);
+    EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone));
+    EXPECT_EQ(TimedInferences(), Counting(3));
+    EXPECT_EQ(ReadRun(RunPath()).phases, phases);  // counted once
+    EXPECT_FALSE(fs::exists(RunPath() + "/chunks"));
+  }
+}
+
 // It was killed while it took over what its process had dumped.
 TEST_F(Launch, CountsWhatWasMovedAlready) {
   Samples("abHd");

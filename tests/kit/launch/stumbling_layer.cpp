@@ -3,6 +3,7 @@
 //     S   ends by SIGSEGV           F   fails with status 7
 //     H   does not come back        E   ends the process with status 0
 //     N   a NaN is in output 0      R   output 0 is that of the execution before
+//     K   interrupts the launch as soon as it has found that the program ended
 //     C   leaves a child that goes by no request; "child" tells its number
 //
 // With any other byte output 0 is filled with it.
@@ -29,6 +30,23 @@ Function Next(const char* name) {
 void Fill(vorn_mdl_dataset* outputs, char byte) {
   vorn_data_buffer* buffer = vorn_mdl_get_dataset_buffer(outputs, 0);
   std::memset(vorn_get_data_buffer_addr(buffer), byte, vorn_get_data_buffer_size(buffer));
+}
+
+// By a child that is asked to end behind the program's end.
+void InterruptAtTheEnd() {
+  const pid_t launch = getppid();
+  sigset_t asked;
+  sigset_t before;
+  sigemptyset(&asked);
+  sigaddset(&asked, SIGTERM);
+  sigprocmask(SIG_BLOCK, &asked, &before);
+  if (fork() == 0) {
+    int number = 0;
+    sigwait(&asked, &number);
+    kill(launch, SIGINT);
+    _exit(0);
+  }
+  sigprocmask(SIG_SETMASK, &before, nullptr);
 }
 
 void LeaveChild() {
@@ -58,6 +76,9 @@ extern "C" __attribute__((visibility("default"))) vorn_status vorn_mdl_execute(
       return kFailed;
     case 'E':
       _exit(0);
+    case 'K':
+      InterruptAtTheEnd();
+      break;
     case 'C':
       LeaveChild();
       break;
