@@ -376,7 +376,7 @@ class Judging {
       verdict.type = actual.type;
       std::optional<double> step;
       if (output.mapped != nullptr && output.mapped->actual.quantisation) {
-        step = output.mapped->actual.quantisation->scale;
+        step = output.mapped->actual.quantisation->Step();
       }
       verdict.rules = RulesFor(request_.rules, output.name, actual.type, step);
       verdict.shape = ShapeFor(actual, expected);

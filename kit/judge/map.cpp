@@ -48,8 +48,49 @@ std::string LayoutOf(const Json& value) {
   return layout;
 }
 
+double ScaleOf(const Json& value) {
+  const double scale = FiniteNumber(value, "scale");
+  if (scale == 0) throw JsonError("a scale of 0 leaves nothing to compare");
+  return scale;
+}
+
+// One scale, or a list of them and the dimension that they go along.
+std::optional<Quantisation> QuantisationOf(const Json& object) {
+  const Json* scale = object.Find("scale");
+  const Json* zeroPoint = object.Find("zeroPoint");
+  const Json* axis = object.Find("axis");
+  if (scale == nullptr) {
+    if (zeroPoint != nullptr) throw JsonError("a zeroPoint stands without a scale");
+    if (axis != nullptr) throw JsonError("an axis stands without a list of scales");
+    return std::nullopt;
+  }
+  Quantisation quantisation;
+  if (!scale->IsArray()) {
+    if (axis != nullptr) throw JsonError("an axis stands without a list of scales");
+    quantisation.scale = ScaleOf(*scale);
+    if (zeroPoint != nullptr) quantisation.zeroPoint = FiniteNumber(*zeroPoint, "zeroPoint");
+    return quantisation;
+  }
+  if (axis == nullptr)
+    throw JsonError("a list of scales stands without the axis that it goes along");
+  quantisation.axis = axis->AsUnsigned();
+  for (const Json& one : scale->Items()) quantisation.scales.push_back(ScaleOf(one));
+  if (quantisation.scales.empty()) throw JsonError("the list of scales is empty");
+  quantisation.zeroPoints.assign(quantisation.scales.size(), 0);
+  if (zeroPoint == nullptr) return quantisation;
+  if (zeroPoint->IsArray() && zeroPoint->Items().size() != quantisation.scales.size()) {
+    throw JsonError("there are " + std::to_string(zeroPoint->Items().size()) + " zeroPoints for " +
+                    std::to_string(quantisation.scales.size()) + " scales");
+  }
+  for (size_t i = 0; i < quantisation.zeroPoints.size(); ++i) {
+    quantisation.zeroPoints[i] =
+        FiniteNumber(zeroPoint->IsArray() ? zeroPoint->Items()[i] : *zeroPoint, "zeroPoint");
+  }
+  return quantisation;
+}
+
 MappedSide SideOf(const Json& object) {
-  HoldToKeys(object, {"name", "shape", "layout", "type", "scale", "zeroPoint"});
+  HoldToKeys(object, {"name", "shape", "layout", "type", "scale", "zeroPoint", "axis"});
   MappedSide side;
   side.name = object.At("name").AsText();
   if (const Json* shape = object.Find("shape")) side.shape = ShapeOf(*shape);
@@ -58,14 +99,7 @@ MappedSide SideOf(const Json& object) {
     side.type = ElementNamed(type->AsText());
     if (!side.type) throw JsonError("there is no type '" + Printable(type->AsText()) + "'");
   }
-  if (const Json* scale = object.Find("scale")) {
-    side.quantisation = Quantisation{.scale = FiniteNumber(*scale, "scale"), .zeroPoint = 0};
-    if (side.quantisation->scale == 0) throw JsonError("a scale of 0 leaves nothing to compare");
-  }
-  if (const Json* zeroPoint = object.Find("zeroPoint")) {
-    if (!side.quantisation) throw JsonError("a zeroPoint stands without a scale");
-    side.quantisation->zeroPoint = FiniteNumber(*zeroPoint, "zeroPoint");
-  }
+  side.quantisation = QuantisationOf(object);
   return side;
 }
 

@@ -7,6 +7,8 @@
 //        "actual":   {"name": "prob", "layout": "NHWC", "type": "int8", "scale": 0.1, "zeroPoint":
 //        -3}, "expected": {"name": "prob:0", "layout": "NCHW", "shape": [1, 10, 7, 7]}}]}
 //
+// Lists of scales and zero points go along the dimension "axis" of what is stored.
+//
 // Instead of two layouts, "order": [0, 2, 3, 1] beside the sides tells for each dimension of the
 // actual tensor which one of the expected tensor it is.
 #ifndef VORN_KIT_JUDGE_MAP_H_

@@ -90,6 +90,22 @@ std::optional<Shape> BatchOf(const std::vector<int64_t>& item, uint64_t elements
   return shape;
 }
 
+// Finds the channels of which the map gives scales.
+void PlaceChannels(const std::string& name, ReadableTensor& tensor) {
+  Quantisation& quantisation = tensor.quantisation;
+  const std::string front = "the map gives '" + Printable(name) + "' " +
+                            Counted(quantisation.scales.size(), "scale") + " along axis " +
+                            std::to_string(quantisation.axis) + ", and ";
+  if (!tensor.stored.shape) {
+    throw Fault(ExitStatus::kInput, front + "its shape is not known; give it as \"shape\"");
+  }
+  const Shape& shape = *tensor.stored.shape;
+  if (quantisation.axis >= shape.size() || shape[quantisation.axis] != quantisation.scales.size()) {
+    throw Fault(ExitStatus::kInput, front + "it is " + TextOf(shape));
+  }
+  quantisation.stride = ElementOrder::Of(tensor.stored).strides[quantisation.axis];
+}
+
 }  // namespace
 
 uint64_t ReadableTensor::Elements() const { return CountElements(order.shape).value_or(0); }
@@ -122,7 +138,10 @@ ReadableTensor OpenSide(const OutputPlace& place, const MappedSide* side,
     }
     tensor.stored.shape = side->shape;
   }
-  if (side != nullptr && side->quantisation) tensor.quantisation = *side->quantisation;
+  if (side != nullptr && side->quantisation) {
+    tensor.quantisation = *side->quantisation;
+    if (!tensor.quantisation.scales.empty()) PlaceChannels(side->name, tensor);
+  }
   tensor.hasShape = tensor.stored.shape.has_value();
   tensor.order = ElementOrder::Of(tensor.stored);
   return tensor;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
@@ -38,6 +39,12 @@ void Dequantise(const Quantisation& quantisation, std::span<float> values) {
 }
 
 }  // namespace
+
+double Quantisation::Step() const {
+  double step = scales.empty() ? std::abs(scale) : 0;
+  for (const double one : scales) step = std::max(step, std::abs(one));
+  return step;
+}
 
 ElementOrder ElementOrder::Of(const StoredTensor& tensor) {
   ElementOrder order;
@@ -127,10 +134,28 @@ size_t TensorReader::Next(std::span<float> room) {
   } else {
     ReadScattered(room);
   }
+  const uint64_t from = order_.first + done_;
   done_ += room.size();
   if (tensor_.bits != StoredTensor::Bits::kNone) ReadBits(tensor_.bits, tensor_.path, room);
-  if (!IsPlain(quantisation_)) Dequantise(quantisation_, room);
+  if (!quantisation_.scales.empty()) {
+    if (isDense_) {
+      places_.resize(room.size());
+      std::iota(places_.begin(), places_.end(), from);
+    }
+    DequantiseChannels(room);
+  } else if (!IsPlain(quantisation_)) {
+    Dequantise(quantisation_, room);
+  }
   return room.size();
+}
+
+void TensorReader::DequantiseChannels(std::span<float> room) const {
+  for (size_t i = 0; i < room.size(); ++i) {
+    const size_t channel = places_[i] / quantisation_.stride % quantisation_.scales.size();
+    room[i] =
+        static_cast<float>((static_cast<double>(room[i]) - quantisation_.zeroPoints[channel]) *
+                           quantisation_.scales[channel]);
+  }
 }
 
 void TensorReader::ReadText(std::span<float> room) {
@@ -168,7 +193,10 @@ void TensorReader::ReadScattered(std::span<float> room) {
   bytes_.resize(room.size() * size);
   uint64_t place = order_.first;
   for (size_t axis = 0; axis < index_.size(); ++axis) place += index_[axis] * order_.strides[axis];
+  const bool areNoted = !quantisation_.scales.empty();
+  places_.resize(areNoted ? room.size() : 0);
   for (size_t i = 0; i < room.size(); ++i) {
+    if (areNoted) places_[i] = place;
     std::memcpy(bytes_.data() + i * size, source.data() + place * size, size);
     // To the next element, as a counter of many digits; behind the last one to the first again.
     for (size_t axis = index_.size(); axis > 0; --axis) {

@@ -14,10 +14,18 @@
 
 namespace vorn::kit {
 
-/// How whole numbers stand for others: (value − zeroPoint) · scale.
+/// How whole numbers stand for others: (value − zeroPoint) · scale. Of a channel each, if there are
+/// several: the stored element at place p is of channel p / stride modulo their number.
 struct Quantisation {
   double scale = 1;
   double zeroPoint = 0;
+  std::vector<double> scales{};      ///< instead of `scale`, a channel each; empty for all the same
+  std::vector<double> zeroPoints{};  ///< as many
+  size_t axis = 0;                   ///< the dimension of channels, of what is stored
+  uint64_t stride = 1;               ///< from channel to channel, in elements
+
+  /// The coarsest.
+  [[nodiscard]] double Step() const;
 };
 
 /// Places of a stored tensor's elements: of the element at [i, j, …] it is
@@ -55,6 +63,7 @@ class TensorReader {
   void ReadScattered(std::span<float> room);
   void ReadText(std::span<float> room);
   void Decode();
+  void DequantiseChannels(std::span<float> room) const;
 
   StoredTensor tensor_;
   ElementOrder order_;
@@ -66,6 +75,8 @@ class TensorReader {
   std::unique_ptr<NumberLines> lines_;
   std::vector<std::byte> bytes_;  ///< of a block, where they are not floats as they lie
   std::vector<uint64_t> index_;   ///< of the next element, where they are scattered
+  std::vector<uint64_t>
+      places_;  ///< of a block's elements, where channels have scales of their own
 };
 
 /// All values, at most `mostElements`, which is checked before anything is taken.

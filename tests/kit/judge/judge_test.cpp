@@ -256,6 +256,45 @@ TEST_F(Judgement, ReadsATextWhereThereIsNoBinary) {
 
 // ---- Maps ---------------------------------------------------------------------------------------
 
+// Two rows, two columns, three channels: channels last on the one side, first on the other.
+TEST_F(Judgement, TakesScalesOfChannels) {
+  Values stored;
+  Values meant(12);
+  const Values scales{0.5F, 2, -1};
+  const Values zeros{1, -2, 0};
+  for (size_t place = 0; place < 4; ++place) {
+    for (size_t channel = 0; channel < 3; ++channel) {
+      const auto value = static_cast<float>(place * 10 + channel * 3 + 5);
+      stored.push_back(value);
+      meant[channel * 4 + place] = (value - zeros[channel]) * scales[channel];
+    }
+  }
+  const std::string quantised =
+      R"(, "type": "int8", "scale": [0.5, 2, -1], "zeroPoint": [1, -2, 0], "axis": 3)";
+  const auto map = [&](const std::string& actual, const std::string& expected) {
+    request_.map = ParseMap(R"({"schema": 1, "outputs": [{"actual": {"name": "prob", )" + actual +
+                                R"(}, "expected": {"name": "prob", )" + expected + "}}]}",
+                            "m");
+  };
+  Dump("actual/0", stored);
+  Dump("expected/0", meant);
+  const std::string last = R"("layout": "NHWC", "shape": [1, 2, 2, 3])";
+  const std::string first = R"("layout": "NCHW", "shape": [1, 3, 2, 2])";
+  map(last + quantised, first);
+  request_.rules = ParseRules(R"({"schema": 1, "rules": [{"output": "*", "exact": true}]})", "r");
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+  // The other way round it is the quantised side that is read in another order.
+  map(first, last + quantised);
+  EXPECT_EQ(Run("expected", "actual").Status(), ExitStatus::kDone);
+  request_.rules = {};
+  map(last + quantised, first);
+  EXPECT_EQ(Run().outputs[0].rules.tolerance.tolerance.atol, 2);
+  map(R"("layout": "NHWC", "shape": [1, 2, 2, 3], "scale": [1, 2], "axis": 3)", first);
+  EXPECT_EQ(Refusal(), "the map gives 'prob' 2 scales along axis 3, and it is 1x2x2x3");
+  map(R"("scale": [1, 2], "axis": 0)", R"("type": "float32")");
+  EXPECT_THAT(Refusal(), HasSubstr("and its shape is not known; give it as \"shape\""));
+}
+
 TEST_F(Judgement, PairsOtherNamesAndLayouts) {
   Dump("actual/0", {0, 3, 1, 4, 2, 5}, "out");
   Dump("expected/0", {0, 1, 2, 3, 4, 5}, "prob_0");

@@ -52,6 +52,35 @@ TEST(ParseMap, ReadsPairsOfSamples) {
   EXPECT_EQ(ParseMap(R"({"schema": 1, "samples": "index"})", "m").samples, Map::Samples::kByIndex);
 }
 
+TEST(ParseMap, ReadsScalesOfChannels) {
+  const auto quantisation = [](const std::string& keys) {
+    return *ParseMap(R"({"schema": 1, "outputs": [{"actual": {"name": "a", )" + keys +
+                         R"(}, "expected": {"name": "b"}}]})",
+                     "m")
+                .outputs[0]
+                .actual.quantisation;
+  };
+  const Quantisation both = quantisation(R"("scale": [0.5, -2], "zeroPoint": [3, -4], "axis": 1)");
+  EXPECT_EQ(both.scales, (std::vector<double>{0.5, -2}));
+  EXPECT_EQ(both.zeroPoints, (std::vector<double>{3, -4}));
+  EXPECT_EQ(both.axis, 1U);
+  EXPECT_EQ(both.Step(), 2);
+  EXPECT_EQ(quantisation(R"("scale": [1, 2], "zeroPoint": 7, "axis": 0)").zeroPoints,
+            (std::vector<double>{7, 7}));
+  EXPECT_EQ(quantisation(R"("scale": [1, 2], "axis": 0)").zeroPoints, (std::vector<double>{0, 0}));
+  const auto refusal = [](const std::string& keys) {
+    return RefusalOfOutput(R"({"actual": {"name": "a", )" + keys +
+                           R"(}, "expected": {"name": "b"}})");
+  };
+  EXPECT_THAT(refusal(R"("scale": [1, 2])"), HasSubstr("without the axis"));
+  EXPECT_THAT(refusal(R"("scale": 1, "axis": 0)"), HasSubstr("without a list of scales"));
+  EXPECT_THAT(refusal(R"("axis": 0)"), HasSubstr("without a list of scales"));
+  EXPECT_THAT(refusal(R"("scale": [], "axis": 0)"), HasSubstr("the list of scales is empty"));
+  EXPECT_THAT(refusal(R"("scale": [1, 0], "axis": 0)"), HasSubstr("a scale of 0"));
+  EXPECT_THAT(refusal(R"("scale": [1, 2], "zeroPoint": [1], "axis": 0)"),
+              HasSubstr("there are 1 zeroPoints for 2 scales"));
+}
+
 TEST(ParseMap, RefusesWhatItDoesNotKnow) {
   EXPECT_THAT(Refusal(R"({"schema": 1, "output": []})"),
               HasSubstr("no key 'output'; did you mean 'outputs'?"));
