@@ -57,6 +57,42 @@ double Correlation(std::span<const double> one, std::span<const double> other) {
   return ofOne > 0 && ofOther > 0 ? both / std::sqrt(ofOne * ofOther) : 0;
 }
 
+std::vector<double> PlacesOf(std::span<const double> values) {
+  std::vector<double> places(values.size());
+  std::iota(places.begin(), places.end(), 1.0);
+  return places;
+}
+
+struct Trend {
+  bool isClear = false;      ///< chance makes it once in a hundred times
+  std::vector<double> rest;  ///< the ranks without it
+};
+
+Trend TakeTrendOut(std::span<const double> values) {
+  Trend trend{.isClear = false, .rest = Ranks(values)};
+  const std::vector<double> places = PlacesOf(values);
+  const double slope = Correlation(trend.rest, places);
+  for (size_t i = 0; i < places.size(); ++i) trend.rest[i] -= slope * places[i];
+  // Values that follow each other rise and fall for a while without a trend.
+  const double z =
+      slope * std::sqrt(static_cast<double>(values.size() - 1) / VarianceInflation(trend.rest));
+  trend.isClear = 2 * NormalShare(-std::abs(z)) <= kDriftLevel;
+  return trend;
+}
+
+// How much of the variance of being above the median is left without a straight trend of it.
+double ShareWithoutTrend(std::span<const double> values) {
+  const double middle = Median(values);
+  std::vector<double> isAbove;
+  isAbove.reserve(values.size());
+  for (const double value : values) {
+    isAbove.push_back(value > middle ? 1 : value < middle ? 0 : 0.5);
+  }
+  const double correlation = Correlation(isAbove, PlacesOf(values));
+  const auto count = static_cast<double>(values.size());
+  return std::min(1.0, (1 - correlation * correlation) * (count - 1) / (count - 2));
+}
+
 }  // namespace
 
 double Median(std::span<const double> values) {
@@ -101,18 +137,9 @@ std::vector<size_t> FindOutliers(std::span<const double> values) {
 }
 
 std::optional<double> FindDrift(std::span<const double> values) {
-  if (values.size() < kLeastForDrift) return std::nullopt;
-  const std::vector<double> ranks = Ranks(values);
-  std::vector<double> places(values.size());
-  std::iota(places.begin(), places.end(), 1.0);
-  const double slope = Correlation(ranks, places);
-  // Values that follow each other rise and fall for a while without a trend.
-  std::vector<double> rest = ranks;
-  for (size_t i = 0; i < rest.size(); ++i) rest[i] -= slope * places[i];
-  const double z =
-      slope * std::sqrt(static_cast<double>(values.size() - 1) / VarianceInflation(rest));
+  if (values.size() < kLeastForDrift || !TakeTrendOut(values).isClear) return std::nullopt;
   const double first = Median(values.first(values.size() / 3));
-  if (2 * NormalShare(-std::abs(z)) > kDriftLevel || first <= 0) return std::nullopt;
+  if (first <= 0) return std::nullopt;
   return Median(values.last(values.size() / 3)) / first - 1;
 }
 
@@ -135,6 +162,13 @@ double Autocorrelation(std::span<const double> values) {
 double VarianceInflation(std::span<const double> values) {
   const double correlation = Autocorrelation(values);
   return (1 + correlation) / (1 - correlation);
+}
+
+double MedianInflation(std::span<const double> values) {
+  if (values.size() < kLeastForDriftTakenOut) return VarianceInflation(values);
+  const Trend trend = TakeTrendOut(values);
+  if (!trend.isClear) return VarianceInflation(values);
+  return VarianceInflation(trend.rest) * ShareWithoutTrend(values);
 }
 
 std::vector<double> Ranks(std::span<const double> values) {

@@ -45,6 +45,13 @@ inline constexpr size_t kLeastForAutocorrelation = 6;
 /// series of n values is worth n by this.
 [[nodiscard]] double VarianceInflation(std::span<const double> values);
 
+/// The same for the median of values that may drift. A clear drift of `kLeastForDriftTakenOut`
+/// values and more is no dependence of neighbours: it is taken out, and what it leaves of the
+/// variance counts, since a median goes by how many values lie on either side, and of those at the
+/// ends of a drift that is nearly certain. So the result may be below 1.
+inline constexpr size_t kLeastForDriftTakenOut = 20;
+[[nodiscard]] double MedianInflation(std::span<const double> values);
+
 /// Places from 1, equal values sharing the mean of theirs.
 [[nodiscard]] std::vector<double> Ranks(std::span<const double> values);
 

@@ -42,9 +42,9 @@ struct ListFormat {
 [[nodiscard]] MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records);
 
 /// Numbers in any of these forms: one a line, with commas or blanks between them, `#` before a
-/// remark; a table with commas and a title line, its cells in quotes or not; a JSON array of numbers
-/// or of objects; an object with such an array. Throws a Fault of kInput that names the line, also
-/// of a comma that may be a decimal sign or divide thousands.
+/// remark; a table with commas and a title line, its cells in quotes or not; a JSON array of
+/// numbers or of objects; an object with such an array. Throws a Fault of kInput that names the
+/// line, also of a comma that may be a decimal sign or divide thousands.
 [[nodiscard]] MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format);
 
 /// The source at a path: a folder is a run, a file that begins as a trace is one, and any other a

@@ -61,10 +61,11 @@ TEST(RatioOfMedians, IsTheIntervalOfDrawingAllValues) {
                                  slow.begin()) /
              static_cast<double>(slow.size());
     };
-    EXPECT_LE(below(interval.low), 0.029) << ofBase;
-    EXPECT_GE(notAbove(interval.low), 0.021) << ofBase;
-    EXPECT_LE(below(interval.high), 0.979) << ofBase;
-    EXPECT_GE(notAbove(interval.high), 0.971) << ofBase;
+    const double outside = std::min(ofBase, ofOther) < 20 ? 0.025 : 0.03;
+    EXPECT_LE(below(interval.low), outside + 0.004) << ofBase;
+    EXPECT_GE(notAbove(interval.low), outside - 0.004) << ofBase;
+    EXPECT_LE(below(interval.high), 1 - outside + 0.004) << ofBase;
+    EXPECT_GE(notAbove(interval.high), 1 - outside - 0.004) << ofBase;
   }
 }
 
@@ -81,11 +82,14 @@ TEST(RatioOfMedians, IsTheSameEachTimeAndAnotherWithAnotherSeed) {
 
 TEST(RatioOfMedians, IsWiderWhereValuesFollowEachOther) {
   Values mixed = Independent(40, 100, 5);
+  // Up and down again, which is no drift.
   Values sorted = mixed;
   std::sort(sorted.begin(), sorted.end());
+  Values waves(40);
+  for (size_t i = 0; i < 40; ++i) waves[i % 2 == 0 ? i / 2 : 39 - i / 2] = sorted[i];
   const Values other = Independent(40, 100, 6);
   const RatioInterval narrow = RatioOfMedians(mixed, other, {});
-  const RatioInterval wide = RatioOfMedians(sorted, other, {});
+  const RatioInterval wide = RatioOfMedians(waves, other, {});
   EXPECT_EQ(narrow.ratio, wide.ratio);
   EXPECT_GT(wide.high / wide.low, 1.5 * narrow.high / narrow.low - 0.5);
 }

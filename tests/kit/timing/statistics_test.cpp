@@ -129,6 +129,48 @@ TEST(Autocorrelation, IsNoneOfFewOrEqualOrAlternatingValues) {
   EXPECT_EQ(VarianceInflation(alternating), 1);
 }
 
+// The variance of the median of what drifts by 0.15 with noise of 0.05, found by drawing it.
+TEST(MedianInflation, IsThatOfMediansOfSeriesThatDrift) {
+  std::mt19937 random(8);
+  std::normal_distribution<double> normal(0, 0.05);
+  const auto draw = [&](double drift) {
+    Values values(60);
+    for (size_t i = 0; i < 60; ++i)
+      values[i] = drift * static_cast<double>(i) / 60 + normal(random);
+    return values;
+  };
+  double medians = 0;  // variance of their medians, and of those of the same values in any order
+  double mixed = 0;
+  double told = 0;
+  constexpr int kRounds = 3000;
+  for (int round = 0; round < kRounds; ++round) {
+    const Values values = draw(0.15);
+    medians += (Median(values) - 0.15 / 2) * (Median(values) - 0.15 / 2) / kRounds;
+    Values any = values;
+    for (double& value : any)
+      value = 0.15 * (static_cast<double>(random() % 6000) / 6000) + normal(random);
+    mixed += (Median(any) - 0.15 / 2) * (Median(any) - 0.15 / 2) / kRounds;
+    if (round < 300) told += MedianInflation(values) / 300;
+  }
+  EXPECT_LT(medians / mixed, 0.85);
+  EXPECT_THAT(told, DoubleNear(medians / mixed, 0.25));
+  EXPECT_LT(told, 1.05);
+}
+
+TEST(MedianInflation, IsThatOfTheVarianceWithoutAClearDrift) {
+  std::mt19937 random(9);
+  std::normal_distribution<double> normal;
+  Values values(40);
+  for (double& value : values) value = normal(random);
+  ASSERT_FALSE(FindDrift(values));
+  EXPECT_EQ(MedianInflation(values), VarianceInflation(values));
+  std::sort(values.begin(), values.end());
+  EXPECT_LT(MedianInflation(values), VarianceInflation(values) / 2);
+  // Of fewer values what follows and what drifts are not told apart.
+  const auto few = std::span(values).first(kLeastForDriftTakenOut - 1);
+  EXPECT_EQ(MedianInflation(few), VarianceInflation(few));
+}
+
 TEST(Ranks, ShareTheMeanOfEqualValues) {
   EXPECT_THAT(Ranks(Values{30, 10, 20, 10, 10}), ElementsAre(5, 2, 4, 2, 2));
   EXPECT_THAT(Ranks(Values{}), IsEmpty());
