@@ -71,4 +71,28 @@ std::string SizeText(uint64_t bytes) {
 
 std::string SystemReason(int error) { return std::generic_category().message(error); }
 
+std::string QuotedCommand(const std::vector<std::string>& words) {
+  constexpr std::string_view kPlain =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=+,:@%";
+  std::string text;
+  for (const std::string& word : words) {
+    if (!text.empty()) text += ' ';
+    if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) {
+      text += word;
+      continue;
+    }
+    // What would steer a terminal is shown as bash takes it.
+    if (const std::string shown = Printable(word); shown != word) {
+      text += "$'";
+      for (const char c : shown) text += c == '\'' ? std::string("\\'") : std::string(1, c);
+      text += '\'';
+      continue;
+    }
+    text += '\'';
+    for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    text += '\'';
+  }
+  return text;
+}
+
 }  // namespace vorn::kit

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vorn::kit {
 
@@ -18,6 +19,9 @@ namespace vorn::kit {
 
 /// The text between quotes, as Printable has it.
 [[nodiscard]] std::string Quoted(std::string_view text);
+
+/// The words of a command line as a shell would read them again.
+[[nodiscard]] std::string QuotedCommand(const std::vector<std::string>& words);
 
 /// "1 file", "2 files".
 [[nodiscard]] std::string Counted(uint64_t count, std::string_view one);

@@ -1,5 +1,4 @@
-// What is done counts once its line stands in samples.jsonl, which is written behind its dumps: a
-// launch that is killed at any moment has lost the job that ran, and nothing else.
+// A launch that is killed at any moment has lost what ran, and nothing that was recorded.
 #include "kit/launch/launch.h"
 
 #include <algorithm>
@@ -13,13 +12,15 @@
 #include "kit/common/file_identity.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
-#include "kit/launch/dumps.h"
 #include "kit/launch/execution_times.h"
 #include "kit/launch/job.h"
 #include "kit/launch/left_job.h"
 #include "kit/launch/libraries.h"
 #include "kit/launch/machine.h"
 #include "kit/launch/run_folder.h"
+#include "kit/launch/run_report.h"
+#include "kit/launch/run_samples.h"
+#include "kit/launch/run_times.h"
 #include "kit/model/model_json.h"
 #include "kit/model/run_log.h"
 
@@ -27,36 +28,32 @@ namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kMostAsideInARow = 20;
-constexpr size_t kMostKeptInputs = 64;
 constexpr size_t kMostStandardError = 16 * 1024;
 constexpr uint64_t kMostLogBytes = 256 << 20;
-constexpr size_t kMostNamed = 5;  // samples that a summary names
 constexpr size_t kLogPieceBytes = 256 * 1024;
 
-constexpr const char* kProgramEnd = "program-end";
-constexpr const char* kRepeated = "output-repeated";
-constexpr const char* kNotTraced = "not-traced";
-constexpr const char* kDropped = "calls-dropped";
-
-// Identities of files that many inferences share.
-class InputFiles {
- public:
-  FileIdentity Identify(const std::string& path) {
-    if (const auto known = known_.find(path); known != known_.end()) return known->second;
-    FileIdentity file{.path = path, .sizeBytes = {}, .xxh3 = {}};
-    try {
-      file = IdentifyFile(path, "the input", ExitStatus::kInput);
-    } catch (const Fault&) {
-      // It was not there for the program either.
-    }
-    if (known_.size() >= kMostKeptInputs) known_.clear();
-    known_[path] = file;
-    return file;
+// Throws a Fault of kUsage where a run was begun with something else than it is gone on with.
+void CheckSameRun(const std::string& run, const RunFacts& before, const RunFacts& now) {
+  const auto compare = [&](const FileIdentity& was, const FileIdentity& is, const char* what) {
+    if (was.xxh3 == is.xxh3) return;
+    throw Fault(ExitStatus::kUsage, Quoted(run) + " was begun with another " + what + " (" +
+                                        Quoted(was.path) + "); name another folder with --run");
+  };
+  compare(before.model, now.model, "model");
+  if (before.configuration && now.configuration) {
+    compare(*before.configuration, *now.configuration, "configuration");
   }
-
- private:
-  std::map<std::string, FileIdentity> known_;
-};
+  if (before.list && now.list) compare(*before.list, *now.list, "list");
+  if (before.runtime && now.runtime) compare(*before.runtime, *now.runtime, "runtime");
+  if (before.options && before.options != now.options) {
+    const auto named = [](const std::vector<std::string>& options) {
+      return options.empty() ? "no options of vorn-run" : "'" + QuotedCommand(options) + "'";
+    };
+    throw Fault(ExitStatus::kUsage, Quoted(run) + " was begun with " + named(*before.options) +
+                                        ", and this is with " + named(*now.options) +
+                                        "; give the same, or name another folder with --run");
+  }
+}
 
 class Launcher {
  public:
@@ -65,7 +62,8 @@ class Launcher {
         plan_(std::move(plan)),
         console_(console),
         signals_(signals),
-        folder_(request.run, request.isResumed) {}
+        folder_(request.run, request.isResumed),
+        report_(request, console) {}
 
   // After a Fault of any of these: Abandon. First Begin, then, unless it is over, each chunk, then
   // End.
@@ -88,7 +86,7 @@ class Launcher {
     const uint64_t size = request_.chunk.value_or(plan_.inferences);
     std::vector<uint64_t> indices;
     for (uint64_t i = chunk * size; i < std::min((chunk + 1) * size, plan_.inferences); ++i) {
-      if (!isDone_[i]) indices.push_back(i);
+      if (!samples_->AreDone()[i]) indices.push_back(i);
     }
     while (!indices.empty() && !isOver_) indices = RunPart(chunk, std::move(indices));
   }
@@ -105,17 +103,14 @@ class Launcher {
       Leave();
     }
     isEnded_ = true;
-    return status_;
+    return report_.Status();
   }
 
   // Nothing says "running" that does not.
   void Abandon(const Fault& fault) {
     if (!isBegun_ || isEnded_) return;  // what is there is another run's, or is told already
-    facts_.state = RunState::kFailed;
-    facts_.status = static_cast<int>(fault.Status());
-    facts_.endRealtimeNs = RealtimeNs();
     try {
-      WriteRun();
+      EndAs(RunState::kFailed, fault.Status());
     } catch (const Fault&) {
       // The first fault is the one to tell of.
     }
@@ -127,21 +122,21 @@ class Launcher {
   void BeginFolder() {
     began_ = std::chrono::steady_clock::now();
     if (request_.limit) deadline_ = began_ + *request_.limit;
-    facts_.command = request_.command;
-    facts_.version = request_.version;
-    facts_.options.emplace();
-    for (const std::string& word : OptionsOf(request_)) facts_.options->push_back(Printable(word));
-    facts_.model = plan_.model.model;
-    facts_.configuration = plan_.model.configuration;
-    facts_.list = plan_.list;
-    facts_.runtime = plan_.model.runtime;
-    facts_.mapped = plan_.libraries;
-    facts_.machine = DescribeMachine();
-    facts_.startRealtimeNs = RealtimeNs();
-    isDone_.assign(plan_.inferences, false);
+    RunFacts& facts = report_.Facts();
+    facts.command = request_.command;
+    facts.version = request_.version;
+    facts.options.emplace();
+    for (const std::string& word : OptionsOf(request_)) facts.options->push_back(Printable(word));
+    facts.model = plan_.model.model;
+    facts.configuration = plan_.model.configuration;
+    facts.list = plan_.list;
+    facts.runtime = plan_.model.runtime;
+    facts.mapped = plan_.libraries;
+    facts.machine = DescribeMachine();
+    facts.startRealtimeNs = RealtimeNs();
     // Before anything else: a folder with it is known to be a run.
     if (!folder_.Before()) WriteRun();
-    samples_.emplace(folder_.Path(kSamplesFile));
+    samples_.emplace(request_, plan_, folder_, report_);
     times_.emplace(folder_.Path(kTimesFile));
     moments_.emplace(folder_.Path(kMachineFile));
     isBegun_ = !folder_.Before();
@@ -153,58 +148,34 @@ class Launcher {
     WriteRun();
   }
 
-  static std::string Named(const std::vector<std::string>& options) {
-    return options.empty() ? "no options of vorn-run" : "'" + QuotedCommand(options) + "'";
-  }
-
   // What is there stays where it is of the same files and verifies.
   void GoOn(const RunFacts& before) {
-    const auto compare = [&](const FileIdentity& was, const FileIdentity& is, const char* what) {
-      if (was.xxh3 == is.xxh3) return;
-      throw Fault(ExitStatus::kUsage, Quoted(request_.run) + " was begun with another " + what +
-                                          " (" + Quoted(was.path) +
-                                          "); name another folder with --run");
-    };
-    compare(before.model, facts_.model, "model");
-    if (before.configuration && facts_.configuration) {
-      compare(*before.configuration, *facts_.configuration, "configuration");
-    }
-    if (before.list && facts_.list) compare(*before.list, *facts_.list, "list");
-    if (before.runtime && facts_.runtime) compare(*before.runtime, *facts_.runtime, "runtime");
-    if (before.options && before.options != facts_.options) {
-      throw Fault(ExitStatus::kUsage, Quoted(request_.run) + " was begun with " +
-                                          Named(*before.options) + ", and this is with " +
-                                          Named(*facts_.options) +
-                                          "; give the same, or name another folder with --run");
-    }
+    CheckSameRun(request_.run, before, report_.Facts());
     isBegun_ = true;
-    facts_.startRealtimeNs = before.startRealtimeNs;
-    facts_.counts = before.counts;
+    RunFacts& facts = report_.Facts();
+    facts.startRealtimeNs = before.startRealtimeNs;
+    facts.counts = before.counts;
     // That of the end is told of the last process, and that of outputs is found again.
     for (const RunWarning& warning : before.warnings) {
-      if (warning.id != kProgramEnd && warning.id != kRepeated) facts_.warnings.push_back(warning);
+      const bool isOver = warning.id == kProgramEndWarning || warning.id == kRepeatedWarning;
+      if (!isOver) facts.warnings.push_back(warning);
     }
-    facts_.phases = before.phases;
+    facts.phases = before.phases;
     WriteRun();
-    ForEachLine(folder_.Path(kSamplesFile), "the samples of the run", ExitStatus::kInput,
-                [&](std::string_view line) { TakeSample(SampleFromLine(line)); });
+    samples_->TakeBefore([&] { return !IsCutOff(); });
     if (isOver_) return;
-    attempts_ = AttemptsBefore();
-    const uint64_t recorded = CountDone();
+    attempts_ = times_->Attempts();
+    const uint64_t recorded = samples_->Done();
     TakeLeftJobs();
     if (isOver_) return;
-    KeepTimesOfDone();
-    done_ = CountDone();
-    std::string text = "going on with " + std::to_string(done_) + " of " +
+    times_->KeepLastOf(samples_->AreDone());
+    const uint64_t done = samples_->Done();
+    std::string text = "going on with " + std::to_string(done) + " of " +
                        Counted(plan_.inferences, "inference") + " done";
-    if (done_ > recorded) {
-      text += ", " + std::to_string(done_ - recorded) + " of them by a process that was cut off";
+    if (done > recorded) {
+      text += ", " + std::to_string(done - recorded) + " of them by a process that was cut off";
     }
     console_.Say(text);
-  }
-
-  uint64_t CountDone() const {
-    return static_cast<uint64_t>(std::count(isDone_.begin(), isDone_.end(), true));
   }
 
   // Whether it has to end now. Once it has to, it has to.
@@ -214,32 +185,25 @@ class Launcher {
     return isOver_;
   }
 
-  void TakeSample(const SampleRecord& record) {
-    if (record.index >= isDone_.size() || IsCutOff()) return;
-    const bool isWhole =
-        record.status == SampleStatus::kDone && record.outputs.size() == plan_.model.outputs.size();
-    isDone_[record.index] =
-        isWhole &&
-        std::all_of(record.outputs.begin(), record.outputs.end(), [&](const auto& output) {
-          return DoesVerify(request_.run, output, [&] { return !IsCutOff(); });
-        });
-  }
-
   // What was looked at of a run that is gone on with is as it was.
   void Leave() {
     const bool wasStopped = signals_.Asked() != 0;
-    status_ = wasStopped ? ExitStatus::kPartial : ExitStatus::kLimit;
-    facts_.state = wasStopped ? RunState::kInterrupted : RunState::kFailed;
-    facts_.status = static_cast<int>(status_);
-    facts_.endRealtimeNs = RealtimeNs();
-    WriteRun();
+    report_.Take(wasStopped ? ExitStatus::kPartial : ExitStatus::kLimit);
+    EndAs(wasStopped ? RunState::kInterrupted : RunState::kFailed, report_.Status());
     const std::string why =
         wasStopped ? "was stopped"
                    : "ended after " +
                          std::to_string(request_.limit.value_or(std::chrono::seconds(0)).count()) +
                          " s, the time for all (--timeout),";
     console_.Say(why + " while it looked at what is there; nothing was run");
-    SayHowToGoOn();
+    report_.TellHowToGoOn();
+  }
+
+  void EndAs(RunState state, ExitStatus status) {
+    report_.Facts().state = state;
+    report_.Facts().status = static_cast<int>(status);
+    report_.Facts().endRealtimeNs = RealtimeNs();
+    WriteRun();
   }
 
   // ---- A process that was cut off with its launch -----------------------------------------------
@@ -267,18 +231,12 @@ class Launcher {
       end.log.Take(piece);
       at += piece.size();
     }
-    std::string lines;
     const uint64_t dumped = std::min<uint64_t>(end.log.Dumped(), job.indices.size());
     for (uint64_t place = 0; place < dumped && !IsCutOff(); ++place) {
-      if (isDone_[job.indices[place]]) continue;
-      const std::string folder = LeftDumps(job, place);
-      DumpsFound found = Inspect(folder);
-      if (found.faults.empty()) {
-        lines += ToLine(TakeDumps(job.indices[place], folder, std::move(found)));
-      }
+      const uint64_t index = job.indices[place];
+      if (!samples_->AreDone()[index]) samples_->TakeIfWhole(index, LeftDumps(job, place));
     }
-    samples_->Append(lines);
-    samples_->Sync();
+    samples_->Write();
     if (isOver_) return;
     const JobTrace trace = TraceOfJob({.command = {request_.program},
                                        .layer = {},
@@ -286,7 +244,7 @@ class Launcher {
                                        .calls = {}},
                                       note.launcher);
     if (!trace.file.empty()) TakeLeftTimes(job, trace.file, left);
-    TakeComplaints(end);
+    report_.WarnOfComplaints(end.log);
   }
 
   // The launch may have been killed while it took them over.
@@ -297,59 +255,20 @@ class Launcher {
   }
 
   void TakeLeftTimes(const Job& job, const std::string& trace, const LeftJob& left) {
-    std::vector<bool> isTimed(plan_.inferences, false);
-    ForEachTimes([&](const TimesRecord& record, std::string_view) {
-      const bool isOfJob = record.chunk == left.chunk && record.attempt == left.attempt;
-      if (isOfJob && record.index < isTimed.size()) isTimed[record.index] = true;
+    const auto isTimed = times_->Timed(plan_.inferences, [&](const TimesRecord& record) {
+      return record.chunk == left.chunk && record.attempt == left.attempt;
     });
     try {
       AppendTimes(ReadExecutionTimes(trace), job, left.chunk, left.attempt,
-                  [&](uint64_t index) { return isDone_[index] && !isTimed[index]; });
+                  [&](uint64_t index) { return samples_->AreDone()[index] && !isTimed[index]; });
       if (!request_.chunk) MoveFolder(trace, folder_.Path(kTraceFile));
     } catch (const Fault& fault) {
       if (fault.Status() != ExitStatus::kInput) throw;
-      Warn(kNotTraced, 1, fault.what());
+      report_.Warn(kNotTracedWarning, 1, fault.what());
     }
   }
 
-  void ForEachTimes(
-      const std::function<void(const TimesRecord& record, std::string_view line)>& take) const {
-    ForEachLine(folder_.Path(kTimesFile), "the times of the run", ExitStatus::kInput,
-                [&](std::string_view line) { take(TimesFromLine(line), line); });
-  }
-
-  // An inference that is run again is timed again: its last line counts, if it is done.
-  void KeepTimesOfDone() {
-    std::vector<uint64_t> last(plan_.inferences, 0);  // lines, from 1
-    uint64_t lines = 0;
-    ForEachTimes([&](const TimesRecord& record, std::string_view) {
-      ++lines;
-      if (record.index < last.size() && isDone_[record.index]) last[record.index] = lines;
-    });
-    const auto kept = std::count_if(last.begin(), last.end(), [](uint64_t at) { return at != 0; });
-    if (static_cast<uint64_t>(kept) == lines) return;
-    WholeFile file(folder_.Path(kTimesFile));
-    uint64_t number = 0;
-    ForEachTimes([&](const TimesRecord& record, std::string_view line) {
-      ++number;
-      if (record.index >= last.size() || last[record.index] != number) return;
-      file.Append(line);
-      file.Append("\n");
-    });
-    file.Finish();
-    times_.emplace(folder_.Path(kTimesFile));
-  }
-
-  std::map<uint64_t, uint64_t> AttemptsBefore() const {
-    std::map<uint64_t, uint64_t> attempts;
-    ForEachTimes([&](const TimesRecord& record, std::string_view) {
-      uint64_t& most = attempts[record.chunk];
-      most = std::max(most, record.attempt);
-    });
-    return attempts;
-  }
-
-  void WriteRun() { WriteWholeFile(folder_.Path(kRunFile), ToJson(facts_)); }
+  void WriteRun() { WriteWholeFile(folder_.Path(kRunFile), ToJson(report_.Facts())); }
 
   // ---- Chunks and jobs --------------------------------------------------------------------------
 
@@ -371,8 +290,8 @@ class Launcher {
     if (!plan_.isModelKnown) LearnModel(job, end);
     TakeTimes(job, end, chunk, attempt);
     std::vector<uint64_t> left = TakeSamples(job, end);
-    if (!isToBeTakenOver_) TakeComplaints(end);
-    TellOfLeft(end);
+    if (!isToBeTakenOver_) report_.WarnOfComplaints(end.log);
+    report_.WarnOfLeft(end.left);
     Conclude(job, end, left);
     if (isToBeTakenOver_) {
       RemoveTree(job.folder + "/" + kTraceFile);  // its times were taken
@@ -383,31 +302,22 @@ class Launcher {
     return left;
   }
 
-  void TellOfLeft(const JobEnd& end) {
-    if (end.left.empty()) return;
-    const size_t count = end.left.size();
-    Warn("left-processes", 1,
-         "the program ended and left " +
-             (count == 1 ? "a process" : std::to_string(count) + " processes") +
-             " of its group running, which " + (count == 1 ? "was" : "were") +
-             " ended: " + end.left.front());
-  }
-
   void Look(pid_t pid, const ProgramLog& log) {
     const auto now = std::chrono::steady_clock::now();
-    console_.Show({.done = done_ + log.Dumped(),
+    console_.Show({.done = samples_->Done() + log.Dumped(),
                    .all = plan_.inferences,
                    .doneHere = doneHere_ + log.Dumped(),
-                   .faults = faults_ + log.Faults(),
+                   .faults = report_.Faults() + log.Faults(),
                    .elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - began_)});
     if (isLookedAt_ && now - lookedAt_ < std::chrono::seconds(1)) return;
     isLookedAt_ = true;
     lookedAt_ = now;
     moments_->Append(ToLine(TakeMoment(pid)));
     for (const std::string& path : MappedLibraries(pid)) {
-      const bool isKnown = std::any_of(facts_.mapped.begin(), facts_.mapped.end(),
+      auto& mapped = report_.Facts().mapped;
+      const bool isKnown = std::any_of(mapped.begin(), mapped.end(),
                                        [&](const MappedFile& file) { return file.path == path; });
-      if (!isKnown) facts_.mapped.push_back({.path = path, .buildId = BuildIdOf(path)});
+      if (!isKnown) mapped.push_back({.path = path, .buildId = BuildIdOf(path)});
     }
   }
 
@@ -420,14 +330,14 @@ class Launcher {
     } catch (const Fault&) {
       plan_.inferences = end.log.Dumped();  // more is not known of it
     }
-    isDone_.assign(plan_.inferences, false);
+    samples_->Restart();
     for (uint64_t i = 0; i < plan_.inferences; ++i) job.indices.push_back(i);
   }
 
   // ---- What a job left --------------------------------------------------------------------------
 
   void TakeTimes(const Job& job, const JobEnd& end, uint64_t chunk, uint64_t attempt) {
-    if (!end.whyNoTrace.empty()) Warn(kNotTraced, 1, end.whyNoTrace);
+    if (!end.whyNoTrace.empty()) report_.Warn(kNotTracedWarning, 1, end.whyNoTrace);
     if (end.trace.empty()) return;
     AppendTimes(ReadExecutionTimes(end.trace), job, chunk, attempt, [](uint64_t) { return true; });
     const bool isKept =
@@ -438,32 +348,21 @@ class Launcher {
   void AppendTimes(const ExecutionTimes& times, const Job& job, uint64_t chunk, uint64_t attempt,
                    const std::function<bool(uint64_t index)>& isWanted) {
     if (times.dropped > 0) {
-      Warn(kDropped, times.dropped, "calls had no room in the trace: times are missing");
+      report_.Warn(kDroppedWarning, times.dropped,
+                   "calls had no room in the trace: times are missing");
     }
-    std::string lines;
-    const size_t count = std::min(times.inferences.size(), job.indices.size());
-    for (size_t i = 0; i < count; ++i) {
-      if (!isWanted(job.indices[i])) continue;
-      lines += ToLine(TimesRecord{.index = job.indices[i],
-                                  .chunk = chunk,
-                                  .attempt = attempt,
-                                  .host = times.host,
-                                  .startRealtimeNs = times.inferences[i].startRealtimeNs,
-                                  .executeNs = times.inferences[i].executeNs,
-                                  .series = {}});
-    }
-    times_->Append(lines);
-    for (const auto& [phase, duration] : times.phases) facts_.phases[phase] += duration;
+    times_->Append(times, job.indices, chunk, attempt, isWanted);
+    for (const auto& [phase, duration] : times.phases) report_.Facts().phases[phase] += duration;
     LearnRuntime(times.runtime);
   }
 
   // Of a program whose loader could not be asked.
   void LearnRuntime(const std::string& path) {
-    if (facts_.runtime || path.empty()) return;
+    if (report_.Facts().runtime || path.empty()) return;
     try {
-      facts_.runtime = IdentifyFile(path, "the runtime", ExitStatus::kRuntime);
+      report_.Facts().runtime = IdentifyFile(path, "the runtime", ExitStatus::kRuntime);
     } catch (const Fault& fault) {
-      Warn("runtime-unknown", 1, fault.what());
+      report_.Warn("runtime-unknown", 1, fault.what());
     }
   }
 
@@ -472,22 +371,21 @@ class Launcher {
     const uint64_t dumped = std::min<uint64_t>(end.log.Dumped(), job.indices.size());
     const bool isAtOne =
         plan_.perInference != 0 && end.log.Begun(plan_.perInference) > end.log.Dumped();
-    std::string lines;
     uint64_t resolved = 0;
     // What was not looked at when somebody asks to stop is what a killed launch leaves.
     const bool mayStop = end.reason != JobEnd::Reason::kStopped;
     for (; resolved < dumped && !(mayStop && IsStopped()); ++resolved) {
-      const std::string folder = DumpsOf(job) + "/" + std::to_string(resolved);
-      lines += ToLine(TakeDumps(job.indices[resolved], folder, Inspect(folder)));
+      samples_->Take(job.indices[resolved], DumpsOf(job) + "/" + std::to_string(resolved));
     }
+    doneHere_ += resolved;
     isToBeTakenOver_ = resolved < dumped;
-    const bool isToBlame = resolved == dumped && dumped < job.indices.size() && isAtOne &&
-                           end.reason != JobEnd::Reason::kStopped &&
-                           end.reason != JobEnd::Reason::kLimit;
-    if (isToBlame) lines += ToLine(PutAside(job.indices[resolved++], end));
-    asideNow_ = isToBlame;
-    samples_->Append(lines);
-    samples_->Sync();
+    asideNow_ = resolved == dumped && dumped < job.indices.size() && isAtOne &&
+                end.reason != JobEnd::Reason::kStopped && end.reason != JobEnd::Reason::kLimit;
+    if (asideNow_) {
+      const bool isToBlame = end.program.signal || end.reason != JobEnd::Reason::kEnded;
+      samples_->PutAside(job.indices[resolved++], isToBlame, DescribeEnd(end, request_));
+    }
+    samples_->Write();
     return {job.indices.begin() + static_cast<ptrdiff_t>(resolved), job.indices.end()};
   }
 
@@ -496,124 +394,25 @@ class Launcher {
     return signals_.Asked() != 0;
   }
 
-  SampleRecord RecordOf(uint64_t index, bool areFilesRead) {
-    SampleRecord record{.index = index, .status = {}, .inputs = {}, .outputs = {}, .reason = {}};
-    if (!plan_.isModelKnown) return record;
-    for (const ListedInput& input : plan_.InputsOf(index)) {
-      FileIdentity file{.path = input.file, .sizeBytes = {}, .xxh3 = {}};
-      if (areFilesRead) file = inputFiles_.Identify(input.file);
-      record.inputs.push_back(
-          {.line = input.line, .name = input.name, .path = input.path, .file = std::move(file)});
-    }
-    return record;
-  }
-
-  DumpsFound Inspect(const std::string& folder) const {
-    return InspectDumps(folder, plan_.model,
-                        {.isTextKept = request_.isTextKept,
-                         .areArrays = request_.areArrays,
-                         .batch = BatchOf(plan_, request_)});
-  }
-
-  SampleRecord TakeDumps(uint64_t index, const std::string& from, DumpsFound found) {
-    SampleRecord record = RecordOf(index, true);
-    const std::string name = std::string(kDumpsFolder) + "/" + std::to_string(index);
-    if (from != folder_.Path(name)) {
-      RemoveTree(folder_.Path(name));
-      if (SizeOfFile(from) != 0) MoveFolder(from, folder_.Path(name));
-    }
-    for (SampleOutput& output : found.outputs) {
-      output.path = name + "/" + output.path;
-      if (output.text) output.text = name + "/" + *output.text;
-    }
-    record.outputs = std::move(found.outputs);
-    record.status = found.faults.empty() ? SampleStatus::kDone : SampleStatus::kFailed;
-    if (!found.faults.empty()) {
-      record.reason = Joined(found.faults);
-      Trouble(record, "failed");
-    }
-    isDone_[index] = found.faults.empty();
-    done_ += found.faults.empty() ? 1 : 0;
-    ++doneHere_;
-    if (!found.unfit.empty()) {
-      Warn("not-finite", 1,
-           "outputs hold " + std::to_string(found.nans) + " NaN and " +
-               std::to_string(found.infinities) + " infinities, first " +
-               Quoted(found.unfit.front()) + " of inference " + std::to_string(index) + " (" +
-               PlaceOf(record) + ")");
-    }
-    return record;
-  }
-
-  static std::string Joined(const std::vector<std::string>& texts) {
-    std::string joined;
-    for (const std::string& text : texts) joined += (joined.empty() ? "" : "; ") + text;
-    return joined;
-  }
-
-  std::string PlaceOf(const SampleRecord& record) const {
-    if (record.inputs.empty()) return "no line";
-    return Printable(request_.list) + ":" + std::to_string(record.inputs.front().line);
-  }
-
-  SampleRecord PutAside(uint64_t index, const JobEnd& end) {
-    SampleRecord record = RecordOf(index, true);
-    const bool isAside = end.program.signal || end.reason != JobEnd::Reason::kEnded;
-    record.status = isAside ? SampleStatus::kAside : SampleStatus::kFailed;
-    record.reason = DescribeEnd(end, request_);
-    Trouble(record, isAside ? "put aside" : "failed");
-    return record;
-  }
-
-  void Trouble(const SampleRecord& record, const std::string& what) {
-    ++troubles_;
-    if (troubles_ > kMostNamed) return;
-    console_.Say("inference " + std::to_string(record.index) + " (" + PlaceOf(record) + ") " +
-                 what + ": " + record.reason.value_or(""));
-  }
-
-  void TakeComplaints(const JobEnd& end) {
-    faults_ += end.log.Faults();
-    for (const auto& [id, complaint] : end.log.Complaints()) {
-      const Explanation* known = complaint.explanation;
-      std::string message = Printable(complaint.firstLine);
-      if (known == nullptr) {
-        message += ": not known here";
-      } else {
-        message += ": " + std::string(known->means) + "; " + std::string(known->advice);
-      }
-      Warn(id, complaint.count, message);
-    }
-  }
-
-  void Warn(const std::string& id, uint64_t count, const std::string& message) {
-    for (RunWarning& warning : facts_.warnings) {
-      if (warning.id != id) continue;
-      warning.count += count;
-      return;
-    }
-    facts_.warnings.push_back({.id = id, .count = count, .message = message});
-  }
-
   // ---- What follows of how it ended -------------------------------------------------------------
 
   void Conclude(const Job& job, const JobEnd& end, const std::vector<uint64_t>& left) {
     const bool isProgress = left.size() < job.indices.size();
     asideInARow_ = asideNow_ && job.indices.size() - left.size() == 1 ? asideInARow_ + 1 : 0;
     if (end.program.signal && end.reason == JobEnd::Reason::kEnded) {
-      facts_.signal = SignalName(*end.program.signal);
+      report_.Facts().signal = SignalName(*end.program.signal);
     }
-    if (end.program.status) facts_.programStatus = *end.program.status;
+    if (end.program.status) report_.Facts().programStatus = *end.program.status;
     switch (end.reason) {
       case JobEnd::Reason::kStopped:
         isOver_ = true;
         return;
       case JobEnd::Reason::kLimit:
-        Take(ExitStatus::kLimit, "the program " + DescribeEnd(end, request_));
+        report_.TakeEnd(ExitStatus::kLimit, "the program " + DescribeEnd(end, request_));
         isOver_ = true;
         return;
       case JobEnd::Reason::kSampleLimit:
-        status_ = FirstOf(status_, ExitStatus::kLimit);
+        report_.Take(ExitStatus::kLimit);
         break;
       case JobEnd::Reason::kEnded:
         if (signals_.Asked() == 0) ConcludeEnd(job, end, left);
@@ -624,9 +423,10 @@ class Launcher {
     if (!request_.chunk || (!left.empty() && !isProgress)) {
       isOver_ = true;
     } else if (asideInARow_ >= kMostAsideInARow) {
-      Take(ExitStatus::kRuntime, std::to_string(asideInARow_) +
-                                     " inferences one after the other ended the program; the "
-                                     "rest would do the same");
+      report_.TakeEnd(ExitStatus::kRuntime,
+                      std::to_string(asideInARow_) +
+                          " inferences one after the other ended the program; the "
+                          "rest would do the same");
       isOver_ = true;
     }
   }
@@ -639,181 +439,56 @@ class Launcher {
     if (request_.chunk && asideNow_) return;
     // A log that could not be written tells less than the program did.
     if (end.isDiskFull) {
-      Take(ExitStatus::kLimit,
-           "the disk of " + Quoted(request_.run) +
-               " is full: what was dumped last, and what the program said of it, "
-               "is not there; make room and go on with --resume");
+      report_.TakeEnd(ExitStatus::kLimit,
+                      "the disk of " + Quoted(request_.run) +
+                          " is full: what was dumped last, and what the program said of it, "
+                          "is not there; make room and go on with --resume");
       return;
     }
     if (end.program.status == 0) {
-      Take(ExitStatus::kRuntime, "the program ended with status 0 after " +
-                                     std::to_string(resolved - (asideNow_ ? 1 : 0)) + " of " +
-                                     Counted(job.indices.size(), "inference"));
+      report_.TakeEnd(ExitStatus::kRuntime, "the program ended with status 0 after " +
+                                                std::to_string(resolved - (asideNow_ ? 1 : 0)) +
+                                                " of " + Counted(job.indices.size(), "inference"));
       return;
     }
     const Explanation* cause = end.log.Cause().empty() ? nullptr : Explain(end.log.Cause());
     const auto status =
         end.program.signal || cause == nullptr ? ExitStatus::kRuntime : cause->status;
     if (asideNow_) {
-      status_ = FirstOf(status_, status);  // it was said with the sample
+      report_.Take(status);  // it was said with the sample
       return;
     }
-    Take(status, "the program " + DescribeEnd(end, request_));
-  }
-
-  void Take(ExitStatus status, const std::string& message) {
-    status_ = FirstOf(status_, status);
-    Warn(kProgramEnd, 1, message);
-    console_.Say(message);
+    report_.TakeEnd(status, "the program " + DescribeEnd(end, request_));
   }
 
   // ---- The end ----------------------------------------------------------------------------------
 
   void Finish() {
     const bool wasStopped = signals_.Asked() != 0;
-    CompareSamples();
-    CompareRuntimes();
+    samples_->Finish();
+    report_.WarnOfOtherRuntimes();
     ForgetWhatWasTraced();
     if (!isToBeTakenOver_) RemoveTree(folder_.Path(kChunksFolder));
+    RunFacts& facts = report_.Facts();
     const std::string errors = folder_.Path(kErrorsFile);
     const uint64_t size = SizeOfFile(errors);
-    facts_.standardError =
+    facts.standardError =
         ReadFrom(errors, size - std::min<uint64_t>(size, kMostStandardError), kMostStandardError);
-    if (facts_.counts.done < facts_.counts.inferences) {
-      status_ = FirstOf(status_, ExitStatus::kPartial);
-    }
-    facts_.state = wasStopped                                ? RunState::kInterrupted
-                   : isOver_ && status_ != ExitStatus::kDone ? RunState::kFailed
-                                                             : RunState::kDone;
-    facts_.status = static_cast<int>(status_);
-    facts_.endRealtimeNs = RealtimeNs();
-    WriteRun();
-    Summarise();
+    if (facts.counts.done < facts.counts.inferences) report_.Take(ExitStatus::kPartial);
+    const bool hasFailed = isOver_ && report_.Status() != ExitStatus::kDone;
+    EndAs(wasStopped  ? RunState::kInterrupted
+          : hasFailed ? RunState::kFailed
+                      : RunState::kDone,
+          report_.Status());
+    report_.Summarise();
   }
 
-  // The loader was asked before; only what was mapped is sure.
-  void CompareRuntimes() {
-    if (!facts_.runtime) return;
-    const std::string expected = RealPath(facts_.runtime->path);
-    for (const MappedFile& file : facts_.mapped) {
-      const std::string name = file.path.substr(file.path.rfind('/') + 1);
-      if (!name.starts_with("libvorn.so") || RealPath(file.path) == expected) continue;
-      Warn("other-runtime", 1,
-           "the program had " + Quoted(file.path) + " and was to have " +
-               Quoted(facts_.runtime->path));
-    }
-  }
-
-  // A process without a trace does not matter any more where another one did what it was to do.
   void ForgetWhatWasTraced() {
-    const auto isOfTimes = [](const RunWarning& warning) {
-      return warning.id == kNotTraced || warning.id == kDropped;
-    };
-    auto& warnings = facts_.warnings;
-    const bool isThere = std::any_of(warnings.begin(), warnings.end(), isOfTimes);
-    if (!isThere || plan_.inferences == 0) return;
-    std::vector<bool> isTimed(plan_.inferences, false);
-    ForEachTimes([&](const TimesRecord& record, std::string_view) {
-      if (record.index < isTimed.size()) isTimed[record.index] = true;
-    });
-    const bool areTimed = std::find(isTimed.begin(), isTimed.end(), false) == isTimed.end();
-    if (areTimed) std::erase_if(warnings, isOfTimes);
-  }
-
-  // In the order of the list, so that each can be compared with the one before.
-  void CompareSamples() {
-    facts_.counts = {};
-    facts_.counts.inferences = plan_.inferences;
-    SampleRecord before;
-    SortSamples(
-        folder_.Path(kSamplesFile), plan_.inferences,
-        [&](uint64_t index) {
-          SampleRecord record = RecordOf(index, false);
-          record.status = SampleStatus::kMissing;
-          record.reason = "was not run";
-          return record;
-        },
-        [&](const SampleRecord& record) {
-          Count(record.status);
-          if (IsRepeated(before, record)) {
-            Warn(kRepeated, 1,
-                 "outputs are those of the inference before, and the inputs are others; first "
-                 "inference " +
-                     std::to_string(record.index) + " (" + PlaceOf(record) + ")");
-          }
-          before = record;
-        });
-  }
-
-  void Count(SampleStatus status) {
-    switch (status) {
-      case SampleStatus::kDone:
-        ++facts_.counts.done;
-        break;
-      case SampleStatus::kFailed:
-        ++facts_.counts.failed;
-        break;
-      case SampleStatus::kAside:
-        ++facts_.counts.aside;
-        break;
-      case SampleStatus::kMissing:
-        ++facts_.counts.missing;
-        break;
+    if (!report_.MissesTraces() || plan_.inferences == 0) return;
+    const auto isTimed = times_->Timed(plan_.inferences, [](const TimesRecord&) { return true; });
+    if (std::find(isTimed.begin(), isTimed.end(), false) == isTimed.end()) {
+      report_.ForgetMissingTraces();
     }
-  }
-
-  static bool IsRepeated(const SampleRecord& before, const SampleRecord& now) {
-    const bool areDone = before.status == SampleStatus::kDone &&
-                         now.status == SampleStatus::kDone && now.index == before.index + 1;
-    if (!areDone || now.outputs.empty() || now.outputs.size() != before.outputs.size())
-      return false;
-    const bool areSame =
-        std::equal(now.outputs.begin(), now.outputs.end(), before.outputs.begin(),
-                   [](const auto& one, const auto& other) { return one.xxh3 == other.xxh3; });
-    if (!areSame || now.inputs.size() != before.inputs.size()) return false;
-    return !std::equal(
-        now.inputs.begin(), now.inputs.end(), before.inputs.begin(),
-        [](const auto& one, const auto& other) { return one.file.xxh3 == other.file.xxh3; });
-  }
-
-  void Summarise() {
-    if (troubles_ > kMostNamed) {
-      console_.Say("and " + std::to_string(troubles_ - kMostNamed) +
-                   " more; samples.jsonl names them all");
-    }
-    for (const RunWarning& warning : facts_.warnings) {
-      if (warning.id == kProgramEnd) continue;
-      const Explanation* known = FindById(warning.id);
-      if (known != nullptr && known->role == LineRole::kFollows) continue;
-      console_.Say("warning " + warning.id + ", " + Counted(warning.count, "time") + ": " +
-                   warning.message);
-    }
-    const SampleCounts& counts = facts_.counts;
-    std::string text = Quoted(request_.run) + " has " + std::to_string(counts.done) + " of " +
-                       Counted(counts.inferences, "inference");
-    const auto add = [&](uint64_t count, const char* what) {
-      if (count > 0) text += ", " + std::to_string(count) + " " + what;
-    };
-    add(counts.failed, "failed");
-    add(counts.aside, "put aside");
-    add(counts.missing, "not run");
-    console_.Say(text);
-    if (counts.done != counts.inferences) SayHowToGoOn();
-  }
-
-  void SayHowToGoOn() {
-    std::vector<std::string> again = request_.command;
-    if (std::find(again.begin(), again.end(), "--resume") == again.end()) {
-      again.emplace_back("--resume");
-    }
-    console_.Say("to go on: " + QuotedCommand(again));
-  }
-
-  static const Explanation* FindById(const std::string& id) {
-    for (const Explanation& explanation : AllExplanations()) {
-      if (explanation.id == id) return &explanation;
-    }
-    return nullptr;
   }
 
   const LaunchRequest& request_;
@@ -821,17 +496,11 @@ class Launcher {
   Console& console_;
   StopSignals& signals_;
   RunFolder folder_;
-  std::optional<LineFile> samples_;
-  std::optional<LineFile> times_;
+  RunReport report_;
+  std::optional<RunSamples> samples_;
+  std::optional<RunTimes> times_;
   std::optional<LineFile> moments_;
-  InputFiles inputFiles_;
-  RunFacts facts_;
-  ExitStatus status_ = ExitStatus::kDone;
-  std::vector<bool> isDone_;
-  uint64_t done_ = 0;
   uint64_t doneHere_ = 0;
-  uint64_t faults_ = 0;
-  uint64_t troubles_ = 0;
   uint64_t asideInARow_ = 0;
   bool asideNow_ = false;
   bool isOver_ = false;
@@ -892,30 +561,6 @@ ExitStatus LaunchInTurns(const std::array<LaunchRequest, 2>& requests, std::arra
     other.Abandon(fault);
     throw;
   }
-}
-
-std::string QuotedCommand(const std::vector<std::string>& words) {
-  constexpr std::string_view kPlain =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_./=+,:@%";
-  std::string text;
-  for (const std::string& word : words) {
-    if (!text.empty()) text += ' ';
-    if (!word.empty() && word.find_first_not_of(kPlain) == std::string::npos) {
-      text += word;
-      continue;
-    }
-    // What would steer a terminal is shown as bash takes it.
-    if (const std::string shown = Printable(word); shown != word) {
-      text += "$'";
-      for (const char c : shown) text += c == '\'' ? std::string("\\'") : std::string(1, c);
-      text += '\'';
-      continue;
-    }
-    text += '\'';
-    for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    text += '\'';
-  }
-  return text;
 }
 
 }  // namespace vorn::kit

@@ -22,9 +22,6 @@ namespace vorn::kit {
 [[nodiscard]] ExitStatus LaunchInTurns(const std::array<LaunchRequest, 2>& requests,
                                        std::array<Plan, 2> plans, Console& console);
 
-/// The words of a command line as a shell would read them again.
-[[nodiscard]] std::string QuotedCommand(const std::vector<std::string>& words);
-
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_LAUNCH_LAUNCH_H_

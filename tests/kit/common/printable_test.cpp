@@ -81,5 +81,12 @@ TEST(SizeText, HasTheUnitThatReadsBest) {
 
 TEST(SystemReason, IsTheSystems) { EXPECT_EQ(SystemReason(ENOENT), "No such file or directory"); }
 
+TEST(QuotedCommand, IsTakenByAShellAsItWas) {
+  EXPECT_EQ(QuotedCommand({"vorn", "launch", "--run", "a b", "it's", ""}),
+            "vorn launch --run 'a b' 'it'\\''s' ''");
+  EXPECT_EQ(QuotedCommand({"n/\x1b[31m", "a\\b", "\xff'\n"}),
+            "$'n/\\x1B[31m' $'a\\\\b' $'\\xFF\\'\\x0A'");
+}
+
 }  // namespace
 }  // namespace vorn::kit

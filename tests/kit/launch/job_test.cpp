@@ -6,22 +6,12 @@
 #include <filesystem>
 #include <random>
 
-#include "kit/launch/launch.h"
-
 namespace {
 
 using testing::ElementsAre;
 using vorn::kit::JobEnd;
 using vorn::kit::LaunchRequest;
-using vorn::kit::QuotedCommand;
 using vorn::kit::RelativePath;
-
-TEST(QuotedCommand, IsTakenByAShellAsItWas) {
-  EXPECT_EQ(QuotedCommand({"vorn", "launch", "--run", "a b", "it's", ""}),
-            "vorn launch --run 'a b' 'it'\\''s' ''");
-  EXPECT_EQ(QuotedCommand({"n/\x1b[31m", "a\\b", "\xff'\n"}),
-            "$'n/\\x1B[31m' $'a\\\\b' $'\\xFF\\'\\x0A'");
-}
 
 TEST(Job, GoesUpAndDownBetweenFolders) {
   EXPECT_EQ(RelativePath("/a/b", "/a/c"), "../c");
