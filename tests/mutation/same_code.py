@@ -9,7 +9,7 @@ import shutil
 import subprocess
 from concurrent.futures import ThreadPoolExecutor
 
-_PARTS = ("src", "runtime", "shared", "include", ".deps")
+_PARTS = ("src", "runtime", "shared", "kit", "layers", "include", ".deps")
 
 
 class _Copy:
