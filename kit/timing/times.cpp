@@ -371,13 +371,16 @@ MeasuredTimes TimesOfTrace(const TraceFile& file) {
 }
 
 MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records) {
+  const bool isInTurns = std::any_of(records.begin(), records.end(), [](const auto& record) {
+    return record.series == "A" || record.series == "B";
+  });
+  if (!isInTurns) return {.kind = "run", .series = {CollectSeries(records, std::nullopt).times}};
   RunSeries one = CollectSeries(records, "A");
   RunSeries other = CollectSeries(records, "B");
-  if (!one.times.firstNs.empty() && !other.times.firstNs.empty()) {
-    PairUp(one, other);
-    return {.kind = "run", .series = {one.times, other.times}};
-  }
-  return {.kind = "run", .series = {CollectSeries(records, std::nullopt).times}};
+  // Beside an empty one nothing of the other would be left.
+  const bool isPaired = !one.places.empty() && !other.places.empty();
+  if (isPaired) PairUp(one, other);
+  return {.kind = "run", .series = {one.times, other.times}, .isPaired = isPaired};
 }
 
 MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format) {

@@ -21,11 +21,11 @@ struct Times {
   size_t repeated = 0;          ///< lines of a run that a later one of the same inference replaces
 };
 
-/// What one source holds. Two series are those of a run that took turns: value i of one was
-/// measured next to value i of the other.
+/// What one source holds. Two series are those of a run that took turns.
 struct MeasuredTimes {
   std::string kind;  ///< "run", "trace" or "list"
   std::vector<Times> series;
+  bool isPaired = false;  ///< value i of one series was measured next to value i of the other
 };
 
 /// How the numbers of a list are to be read.
@@ -37,7 +37,8 @@ struct ListFormat {
 /// The executions of a trace that succeeded.
 [[nodiscard]] MeasuredTimes TimesOfTrace(const TraceFile& file);
 
-/// The lines of times.jsonl. Where they name series, those named A and B. Of several lines of an
+/// The lines of times.jsonl. Where they name A or B these two series, be one of them empty; else
+/// all is one. Of several lines of an
 /// inference the latest attempt counts, and of one attempt the last line.
 [[nodiscard]] MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records);
 

@@ -256,7 +256,7 @@ TimingResult CompareTimes(const std::vector<MeasuredTimes>& sources, const Gates
       result.kinds.push_back(source.kind);
     }
   }
-  const bool isPaired = sources.size() == 1;
+  const bool isPaired = sources.size() == 1 && sources[0].isPaired;
   std::vector<Contest> contests;
   for (size_t other = 1; other < result.series.size(); ++other) {
     contests.push_back(MakeContest(result, 0, other, isPaired));

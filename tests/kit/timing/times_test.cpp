@@ -213,6 +213,24 @@ TEST(TimesOfRun, PairsWhatTookTurns) {
   EXPECT_THAT(measured.series[1].firstNs, ElementsAre(91));
 }
 
+// Not the times of the other alone, as if nothing had been meant to be compared.
+TEST(TimesOfRun, HoldsASeriesWithoutTimesToBeEmpty) {
+  const std::vector<TimesRecord> ofOne{InSeries(Record(0, {90, 10}), "A"),
+                                       InSeries(Record(1, {11}), "A")};
+  const MeasuredTimes without = TimesOfRun(ofOne);
+  ASSERT_EQ(without.series.size(), 2U);
+  EXPECT_THAT(without.series[0].timesNs, ElementsAre(10, 11));
+  EXPECT_THAT(without.series[1].timesNs, IsEmpty());
+  std::vector<TimesRecord> withFirst = ofOne;
+  withFirst.push_back(InSeries(Record(0, {95}), "B"));
+  const MeasuredTimes cold = TimesOfRun(withFirst);
+  ASSERT_EQ(cold.series.size(), 2U);
+  EXPECT_THAT(cold.series[0].timesNs, ElementsAre(10, 11));
+  EXPECT_THAT(cold.series[1].firstNs, ElementsAre(95));
+  EXPECT_THAT(cold.series[1].timesNs, IsEmpty());
+  ASSERT_EQ(TimesOfRun({InSeries(Record(0, {90, 10}), "B")}).series.size(), 2U);
+}
+
 TEST(ReadMeasuredTimes, KnowsEachKindAndNamesItsFile) {
   const support::TempDir folder;
   const auto path = [&](const char* name) { return (folder.Path() / name).string(); };

@@ -100,6 +100,7 @@ TEST(TimingJson, KeepsToItsSchema) {
   turns.kind = "run";
   turns.series.push_back(Source("B", 20, 1.2e6, 2).series[0]);
   turns.series[0].firstNs = {3e6};
+  turns.isPaired = true;
   for (const auto& sources : std::vector<std::vector<MeasuredTimes>>{
            {turns},
            {Source("a", 300, 1e6)},

@@ -56,6 +56,20 @@ TEST_F(Timing, EndsWithItsVerdict) {
   EXPECT_EQ(Run({Path("fast")}).status, 0);
 }
 
+TEST_F(Timing, EndsWithNineWhereOneOfTheTurnsHoldsNoTime) {
+  std::string lines;
+  for (int i = 0; i < 9; ++i) {
+    lines += R"({"schema":1,"index":)" + std::to_string(i) +
+             R"(,"chunk":0,"attempt":1,"host":"","startRealtimeNs":1,"executeNs":[1000000],)"
+             R"("series":"A"})"
+             "\n";
+  }
+  support::WriteFile(Path("run/times.jsonl"), lines);
+  const Outcome ended = Run({Path("run")});
+  EXPECT_EQ(ended.status, 9) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("2 against 1: nothing measured in 2\n"));
+}
+
 TEST_F(Timing, PrintsTheSameTwice) {
   EXPECT_EQ(Run({"--json", Path("fast"), Path("slow")}).out,
             Run({"--json", Path("fast"), Path("slow")}).out);
