@@ -13,6 +13,7 @@
 #include "kit/convert/arrays.h"
 #include "kit/convert/perfetto.h"
 #include "kit/convert/trace_csv.h"
+#include "kit/run/run_directory.h"
 
 namespace vorn::kit {
 namespace {
@@ -94,10 +95,15 @@ ExitStatus ConvertRun(const Arguments& arguments) {
   return written.why.empty() ? ExitStatus::kDone : ExitStatus::kPartial;
 }
 
-NamedTrace ReadTrace(const std::string& path) {
+// Where the trace of an operand is: that of a run lies in its folder.
+std::string TraceAt(const std::string& path) {
   struct stat about {};
   const bool isRun = stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
-  const std::string file = isRun ? path + "/trace.vtrace" : path;
+  return isRun ? path + "/" + kTraceFile : path;
+}
+
+NamedTrace ReadTrace(const std::string& path) {
+  const std::string file = TraceAt(path);
   const std::string bytes = ReadWholeFile(file, "the trace", ExitStatus::kInput, kMostTraceBytes);
   try {
     return {.name = path, .file = ParseTrace(bytes)};
@@ -121,7 +127,7 @@ ExitStatus Convert(const Arguments& arguments) {
   std::vector<NamedTrace> traces;
   for (const std::string& path : arguments.Operands()) {
     std::error_code unknown;
-    if (output && std::filesystem::equivalent(path, *output, unknown)) {
+    if (output && std::filesystem::equivalent(TraceAt(path), *output, unknown)) {
       throw Fault(ExitStatus::kUsage,
                   Quoted(*output) + " is a trace that is read; name another file with -o");
     }

@@ -91,6 +91,17 @@ TEST_F(Convert, NeverReplacesATraceThatItReads) {
   EXPECT_EQ(support::ReadFile(Path("one.vtrace")), before);
 }
 
+// The operand is the folder then, and what is read the file in it.
+TEST_F(Convert, NeverReplacesTheTraceOfARunThatItReads) {
+  const std::string before = support::ReadFile(Path("run/trace.vtrace"));
+  const Outcome ended =
+      Run({"-q", Path("one.vtrace"), Path("run"), "-o", Path("run/trace.vtrace")});
+  EXPECT_EQ(ended.status, 2) << ended.Describe();
+  EXPECT_EQ(ended.err, "vorn convert: '" + Path("run/trace.vtrace") +
+                           "' is a trace that is read; name another file with -o\n");
+  EXPECT_EQ(support::ReadFile(Path("run/trace.vtrace")), before);
+}
+
 TEST_F(Convert, TellsOfATraceThatWasCut) {
   const std::string whole = support::ReadFile(Path("one.vtrace"));
   support::WriteFile(Path("cut"), whole.substr(0, whole.size() - 1));
