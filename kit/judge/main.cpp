@@ -1,4 +1,5 @@
 // vorn-judge: outputs against what is expected of them.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -119,6 +120,16 @@ void WriteVerdict(const std::string& folder, const Verdict& verdict) {
   WriteWholeFile(folder + "/verdict.xml", VerdictJUnit(verdict));
 }
 
+// Before everything is read and compared for nothing.
+void HoldToFolder(const std::string& folder) {
+  struct stat about {};
+  const bool isThere = stat(folder.c_str(), &about) == 0;
+  if (isThere && S_ISDIR(about.st_mode)) return;
+  throw Fault(ExitStatus::kLimit, "--output '" + Printable(folder) + "' is " +
+                                      (isThere ? "no folder" : "not there") +
+                                      "; name a folder that is, or make it");
+}
+
 ExitStatus JudgeRun(const Arguments& arguments) {
   if (arguments.Operands().empty()) {
     throw Fault(ExitStatus::kUsage,
@@ -139,6 +150,8 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   }
   request.worst = arguments.GetNumber("worst", kShownWorst, 0, kMostWorst);
   request.only = arguments.Get("only");
+  const auto folder = arguments.Get("output");
+  if (folder) HoldToFolder(*folder);
   const std::string expected = arguments.Need("expected");
   request.actual = FindTensors(arguments.Operands().front());
   request.expected = FindTensors(expected);
@@ -146,18 +159,20 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   const bool showsProgress = !arguments.Has("quiet") && isatty(STDERR_FILENO) != 0;
   const Verdict verdict =
       Judge(request, showsProgress ? std::function<void(size_t, size_t)>(ShowProgress) : nullptr);
-  if (const auto folder = arguments.Get("output")) {
-    WriteVerdict(*folder, verdict);
-  } else if (request.actual.isRun) {
-    WriteVerdict(request.actual.path, verdict);
-  }
   std::string text;
   if (arguments.Has("json")) {
     text = VerdictJson(verdict);
   } else if (!arguments.Has("quiet")) {
     text = VerdictText(verdict);
   }
+  // Before the files, which may not be to be written: what was found out is told all the same.
   std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+  if (folder) {
+    WriteVerdict(*folder, verdict);
+  } else if (request.actual.isRun) {
+    WriteVerdict(request.actual.path, verdict);
+  }
   return verdict.Status();
 }
 

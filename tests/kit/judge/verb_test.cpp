@@ -2,6 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "support/command.h"
 #include "support/files.h"
 
@@ -115,7 +117,30 @@ TEST_F(JudgeVerb, WritesTheVerdictWhereItIsAsked) {
   EXPECT_EQ(ended.out, "");
   EXPECT_THAT(support::ReadFile(Path("verdict.json")), HasSubstr("\"status\": 0"));
   EXPECT_THAT(support::ReadFile(Path("verdict.xml")), HasSubstr("failures=\"0\""));
-  EXPECT_EQ(Judge({"--output", "nowhere"}).status, 7);
+}
+
+// What was found out is not lost with the file.
+TEST_F(JudgeVerb, PrintsTheVerdictThatItCannotWrite) {
+  support::WriteFile(Path("run/run.json"), "{}");
+  support::WriteFile(Path("run/dumps/0/prob.0.17.bin"), Bytes<float>({1, 2}));
+  std::filesystem::create_directories(Path("run/verdict.json/in the way"));
+  const Outcome ended = Run({"run", "--expected", "expected"});
+  EXPECT_EQ(ended.status, 7);
+  EXPECT_THAT(ended.out, HasSubstr("1 sample, 1 output: all right\n"));
+  EXPECT_THAT(ended.err, HasSubstr("verdict.json"));
+  EXPECT_THAT(Run({"run", "--expected", "expected", "--json"}).out,
+              HasSubstr("\"verdict\": \"right\""));
+}
+
+TEST_F(JudgeVerb, RefusesAFolderThatIsNotThereBeforeItJudges) {
+  support::WriteFile(Path("file"), "");
+  support::WriteFile(Path("actual/0/prob.0.17.bin"), "12345");  // cannot be read
+  const Outcome missing = Judge({"--output", "nowhere"});
+  EXPECT_EQ(missing.status, 7);
+  EXPECT_EQ(missing.out, "");
+  EXPECT_EQ(missing.err,
+            "vorn judge: --output 'nowhere' is not there; name a folder that is, or make it\n");
+  EXPECT_THAT(Judge({"--output", "file"}).err, HasSubstr("--output 'file' is no folder; "));
 }
 
 TEST_F(JudgeVerb, WritesTheVerdictIntoARun) {
