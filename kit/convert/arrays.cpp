@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/model/dump_array.h"
@@ -106,7 +107,9 @@ class ArrayWriter {
       return;
     }
     const uint64_t values = output.sizeBytes / kDumpedValueBytes;
-    WholeFile array(PathOf(sample, output));
+    const std::string path = PathOf(sample, output);
+    ClearPlace(path);
+    WholeFile array(path);
     array.Append(
         ArrayHeader(described, ShapeOfDump(described, BatchOfDump(described, values), values)));
     const FileIdentity read =

@@ -10,6 +10,7 @@
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/judge/judge.h"
@@ -116,8 +117,11 @@ void ShowProgress(size_t done, size_t all) {
 }
 
 void WriteVerdict(const std::string& folder, const Verdict& verdict) {
-  WriteWholeFile(folder + "/verdict.json", VerdictJson(verdict));
-  WriteWholeFile(folder + "/verdict.xml", VerdictJUnit(verdict));
+  const std::string json = folder + "/verdict.json";
+  const std::string junit = folder + "/verdict.xml";
+  for (const std::string& path : {json, junit}) ClearPlace(path);
+  WriteWholeFile(json, VerdictJson(verdict));
+  WriteWholeFile(junit, VerdictJUnit(verdict));
 }
 
 // Before everything is read and compared for nothing.

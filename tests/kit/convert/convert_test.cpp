@@ -1,6 +1,7 @@
 // `vorn convert` as a program.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -77,6 +78,29 @@ TEST_F(Convert, MakesArraysOfARun) {
   EXPECT_EQ(Run({Path("run"), "--to", "npy"}).status, 9);
   EXPECT_EQ(Run({Path("run"), Path("run"), "--to", "npy"}).status, 2);
   EXPECT_EQ(Run({Path("one.vtrace"), "--to", "npy"}).status, 3);
+}
+
+// A run may come from elsewhere, and its links lead to files that nobody named.
+TEST_F(Convert, WritesArraysThroughNoLinkAndWaitsForNoPipe) {
+  support::WriteFile(Path("run/dumps/0/prob.0.17.bin"), support::Bytes<float>({1, 2}));
+  support::WriteFile(Path("run/samples.jsonl"),
+                     R"({"schema":1,"index":0,"status":"done","inputs":[],"outputs":[{"index":0,)"
+                     R"("name":"prob","path":"dumps/0/prob.0.17.bin","sizeBytes":8,)"
+                     R"("xxh3_128":"0"}]})"
+                     "\n");
+  support::WriteFile(Path("other"), "mine");
+  const std::string array = Path("run/dumps/0/prob.0.17.npy");
+  std::filesystem::create_symlink(Path("other"), array);
+  EXPECT_EQ(Run({Path("run"), "--to", "npy"}).status, 0);
+  EXPECT_EQ(support::ReadFile(Path("other")), "mine");
+  EXPECT_FALSE(std::filesystem::is_symlink(array));
+  EXPECT_THAT(support::ReadFile(array), HasSubstr("'shape': (2,)"));
+  std::filesystem::remove(array);
+  ASSERT_EQ(mkfifo(array.c_str(), 0600), 0);
+  const Outcome piped = Run({Path("run"), "--to", "npy"});
+  EXPECT_EQ(piped.status, 7);
+  EXPECT_EQ(piped.err,
+            "vorn convert: cannot write '" + array + "': a pipe is in its place; remove it\n");
 }
 
 TEST_F(Convert, NeverReplacesATraceThatItReads) {

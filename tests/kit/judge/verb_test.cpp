@@ -1,6 +1,7 @@
 // `vorn judge` as a program.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -130,6 +131,27 @@ TEST_F(JudgeVerb, PrintsTheVerdictThatItCannotWrite) {
   EXPECT_THAT(ended.err, HasSubstr("verdict.json"));
   EXPECT_THAT(Run({"run", "--expected", "expected", "--json"}).out,
               HasSubstr("\"verdict\": \"right\""));
+}
+
+// A run may come from elsewhere, and its links lead to files that nobody named.
+TEST_F(JudgeVerb, WritesThroughNoLinkAndWaitsForNoPipe) {
+  support::WriteFile(Path("run/run.json"), "{}");
+  support::WriteFile(Path("run/dumps/0/prob.0.17.bin"), Bytes<float>({1, 2}));
+  support::WriteFile(Path("other"), "mine");
+  for (const char* name : {"run/verdict.json", "run/verdict.xml"}) {
+    std::filesystem::create_symlink("../other", Path(name));
+  }
+  EXPECT_EQ(Run({"run", "--expected", "expected"}).status, 0);
+  EXPECT_EQ(support::ReadFile(Path("other")), "mine");
+  EXPECT_FALSE(std::filesystem::is_symlink(Path("run/verdict.json")));
+  EXPECT_THAT(support::ReadFile(Path("run/verdict.json")), HasSubstr("\"verdict\": \"right\""));
+  EXPECT_THAT(support::ReadFile(Path("run/verdict.xml")), HasSubstr("failures=\"0\""));
+  std::filesystem::remove(Path("run/verdict.xml"));
+  ASSERT_EQ(mkfifo(Path("run/verdict.xml").c_str(), 0600), 0);
+  const Outcome piped = Run({"run", "--expected", "expected"});
+  EXPECT_EQ(piped.status, 7);
+  EXPECT_EQ(piped.err,
+            "vorn judge: cannot write 'run/verdict.xml': a pipe is in its place; remove it\n");
 }
 
 TEST_F(JudgeVerb, RefusesAFolderThatIsNotThereBeforeItJudges) {
