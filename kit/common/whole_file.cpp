@@ -17,8 +17,6 @@
 namespace vorn::kit {
 namespace {
 
-constexpr const char* kUnfinished = ".part";
-
 [[noreturn]] void RefuseFile(const std::string& path, const char* what, int error) {
   throw Fault(ExitStatus::kLimit,
               std::string("cannot ") + what + " '" + Printable(path) + "': " + SystemReason(error));
@@ -33,6 +31,15 @@ int WriteBytes(int fd, std::string_view bytes) {
     bytes.remove_prefix(static_cast<size_t>(put));
   }
   return 0;
+}
+
+// The file that is made under a name of this process's own, whatever a dead one of its number left
+// there: no link is followed, and two processes that write the same file do not meet.
+int OpenPart(const std::string& path) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  int fd = open(path.c_str(), kFlags, 0666);
+  if (fd < 0 && errno == EEXIST && unlink(path.c_str()) == 0) fd = open(path.c_str(), kFlags, 0666);
+  return fd;
 }
 
 // Where the last line that has an end stops.
@@ -65,7 +72,8 @@ WholeFile::WholeFile(std::string path) : path_(std::move(path)) {
     if (fd_ < 0) Refuse(errno);
     return;
   }
-  fd_ = open((path_ + kUnfinished).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  part_ = path_ + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
+  fd_ = OpenPart(part_);
   if (fd_ < 0) Refuse(errno);
 }
 
@@ -73,7 +81,7 @@ WholeFile::~WholeFile() {
   if (fd_ < 0) return;
   close(fd_);
   if (isWrittenInPlace_) return;
-  unlink((path_ + kUnfinished).c_str());
+  unlink(part_.c_str());
 }
 
 void WholeFile::Refuse(int error) const { RefuseFile(path_, "write", error); }
@@ -98,7 +106,7 @@ void WholeFile::Finish() {
   }
   // A file system that cannot sync has written all the same.
   if (fsync(fd_) != 0 && errno != EINVAL && errno != ENOSYS) Refuse(errno);
-  if (std::rename((path_ + kUnfinished).c_str(), path_.c_str()) != 0) Refuse(errno);
+  if (std::rename(part_.c_str(), path_.c_str()) != 0) Refuse(errno);
   close(std::exchange(fd_, -1));
 }
 

@@ -7,6 +7,9 @@
 
 namespace vorn::kit {
 
+/// At the end of the name that a file has until it is whole: its own, a process id, and this.
+inline constexpr std::string_view kUnfinishedSuffix = ".part";
+
 /// Writes a file that appears whole or not at all: under another name in the same folder, synced,
 /// then renamed. Replaces what was there: of a link what it leads to. What is no regular file, such
 /// as a device or a pipe, is written to as it is. Throws a Fault of kLimit that names the file.
@@ -32,6 +35,7 @@ class WholeFile {
   [[noreturn]] void Refuse(int error) const;
 
   std::string path_;
+  std::string part_;  // its name until it is finished
   std::string waiting_;
   int fd_ = -1;
   bool isWrittenInPlace_ = false;

@@ -105,7 +105,11 @@ class Watcher {
                            .environment = {},
                            .out = job_.log,
                            .err = job_.errors};
-    if (trace_) program.environment = PrepareTrace(*trace_);
+    if (trace_) {
+      program.environment = PrepareTrace(*trace_);
+      // Times are counted call by call: settings of the user's for other programs are not for this.
+      program.environment.emplace_back("VORN_TRACE_ONLY", "*");
+    }
     // What a runtime refuses it tells of where it is asked to.
     if (std::getenv("VORN_LOG") == nullptr) program.environment.emplace_back("VORN_LOG", "1");
     WatchProgram(program);

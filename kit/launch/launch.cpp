@@ -88,7 +88,9 @@ class Launcher {
     for (uint64_t i = chunk * size; i < std::min((chunk + 1) * size, plan_.inferences); ++i) {
       if (!samples_->AreDone()[i]) indices.push_back(i);
     }
-    while (!indices.empty() && !isOver_) indices = RunPart(chunk, std::move(indices));
+    while (!indices.empty() && !IsTooLate() && !isOver_) {
+      indices = RunPart(chunk, std::move(indices));
+    }
   }
 
   [[nodiscard]] bool IsOver() const { return isOver_; }
@@ -154,6 +156,7 @@ class Launcher {
     isBegun_ = true;
     RunFacts& facts = report_.Facts();
     facts.startRealtimeNs = before.startRealtimeNs;
+    if (!facts.runtime) facts.runtime = before.runtime;
     facts.counts = before.counts;
     // That of the end is told of the last process, and that of outputs is found again.
     for (const RunWarning& warning : before.warnings) {
@@ -185,16 +188,24 @@ class Launcher {
     return isOver_;
   }
 
+  // Processes may all be shorter than what is left of the time.
+  bool IsTooLate() {
+    if (isOver_ || !IsCutOff() || signals_.Asked() != 0) return isOver_;
+    report_.TakeEnd(ExitStatus::kLimit, "ended after " + LimitText());
+    return true;
+  }
+
+  std::string LimitText() const {
+    const auto limit = request_.limit.value_or(std::chrono::seconds(0));
+    return std::to_string(limit.count()) + " s, the time for all (--timeout)";
+  }
+
   // What was looked at of a run that is gone on with is as it was.
   void Leave() {
     const bool wasStopped = signals_.Asked() != 0;
     report_.Take(wasStopped ? ExitStatus::kPartial : ExitStatus::kLimit);
     EndAs(wasStopped ? RunState::kInterrupted : RunState::kFailed, report_.Status());
-    const std::string why =
-        wasStopped ? "was stopped"
-                   : "ended after " +
-                         std::to_string(request_.limit.value_or(std::chrono::seconds(0)).count()) +
-                         " s, the time for all (--timeout),";
+    const std::string why = wasStopped ? "was stopped" : "ended after " + LimitText() + ",";
     console_.Say(why + " while it looked at what is there; nothing was run");
     report_.TellHowToGoOn();
   }
@@ -213,9 +224,15 @@ class Launcher {
       uint64_t& most = attempts_[left.chunk];
       most = std::max(most, left.attempt);
       const auto note = ReadJobNote(left.folder, plan_.inferences);
-      if (note && note->words == NotedWords(request_)) TakeLeftJob(left, *note);
+      const bool isOfRun =
+          note && note->words == NotedWords(request_) &&
+          std::all_of(note->indices.begin(), note->indices.end(),
+                      [&](uint64_t index) { return ChunkOf(index) == left.chunk; });
+      if (isOfRun) TakeLeftJob(left, *note);
     }
   }
+
+  uint64_t ChunkOf(uint64_t index) const { return request_.chunk ? index / *request_.chunk : 0; }
 
   // Of what the log says was dumped, what is whole. The rest is run again.
   void TakeLeftJob(const LeftJob& left, const JobNote& note) {
@@ -309,8 +326,11 @@ class Launcher {
                    .doneHere = doneHere_ + log.Dumped(),
                    .faults = report_.Faults() + log.Faults(),
                    .elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - began_)});
-    if (isLookedAt_ && now - lookedAt_ < std::chrono::seconds(1)) return;
+    // A runtime brings its own libraries with the first model.
+    const bool hasLoaded = log.IsModelLoaded() && !isLookedAtLoaded_;
+    if (isLookedAt_ && !hasLoaded && now - lookedAt_ < std::chrono::seconds(1)) return;
     isLookedAt_ = true;
+    isLookedAtLoaded_ = log.IsModelLoaded();
     lookedAt_ = now;
     moments_->Append(ToLine(TakeMoment(pid)));
     for (const std::string& path : MappedLibraries(pid)) {
@@ -512,6 +532,7 @@ class Launcher {
   SteadyTime began_;
   std::optional<SteadyTime> deadline_;
   bool isLookedAt_ = false;
+  bool isLookedAtLoaded_ = false;  // once the model of the process was there
   SteadyTime lookedAt_;
 };
 

@@ -80,6 +80,7 @@ std::optional<JobNote> ReadJobNote(const std::string& folder, uint64_t inference
   try {
     const Json object = ParseJson(
         ReadWholeFile(NoteIn(folder), "the note of a job", ExitStatus::kInput, kMostJobNoteBytes));
+    if (object.At("schema").AsUnsigned() != 1) return std::nullopt;
     const std::string boot = Boot();
     if (boot.empty() || object.At("boot").AsText() != boot) return std::nullopt;
     JobNote note;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 
 #include "kit/common/command_line.h"
@@ -13,6 +14,7 @@
 #include "kit/common/printable.h"
 #include "kit/launch/launch.h"
 #include "kit/launch/plan.h"
+#include "kit/launch/run_folder.h"
 #include "kit/launch/turns.h"
 #include "kit/run/run_directory.h"
 
@@ -48,7 +50,8 @@ constexpr Option kOptions[] = {
     {"timeout", 0, "SECONDS",
      "End the run after that time, in which --resume looks at what is there, too."},
     {"sample-timeout", 0, "SECONDS",
-     "End a process that takes longer for one inference, from its first file on."},
+     "End a process that takes longer for one inference, from its first file on. Its start and the "
+     "loading of the model are not in it; --timeout ends them, too."},
     {"no-text", 0, "", "Remove the .float files behind each process; they are most of the bytes."},
     {"npy", 0, "", "Put a .npy array, in its shape, beside each dump."},
     {"no-trace", 0, "", "Put no layer under the program: there are no times of executions then."},
@@ -69,7 +72,8 @@ constexpr Option kOptions[] = {
     {"b-model-json", 0, "FILE", "As --model-json, of B's model."},
     {"dry-run", 0, "", "Check everything, and run nothing."},
     {"anyway", 0, "", "Run although the checks find faults, and say them."},
-    {"json", 0, "", "Print run.json on standard output at the end."},
+    {"json", 0, "",
+     "Print run.json on standard output at the end; with --interleave an array of both."},
     {"quiet", 'q', "", "Say nothing on standard error but why it could not run."},
 };
 
@@ -84,7 +88,9 @@ constexpr Verb kLaunch{
         "there, of the right size, finite, and not the one before.\n"
         "\n"
         "RUN holds run.json, model.json, samples.jsonl, times.jsonl, machine.jsonl, log.txt,\n"
-        "errors.txt, trace.vtrace and dumps/INFERENCE/; docs/schema tells their members.\n"
+        "errors.txt and dumps/INFERENCE/; docs/schema tells their members. Of a run in one piece,\n"
+        "and of a chunk that failed, there is trace.vtrace. With --interleave RUN holds two such\n"
+        "folders, A and B, and times.jsonl, which has the times of both.\n"
         "VORN_LOG=1 is set for the program where VORN_LOG is not set.\n"
         "\n"
         "Ends with 0: all is there; 2, 3, 4: a fault of options, inputs, model; 5: of the\n"
@@ -176,6 +182,7 @@ std::array<LaunchRequest, 2> RequestsOf(const Arguments& arguments) {
   constexpr uint64_t kTurn = 20;
   LaunchRequest one = RequestOf(arguments);
   if (!one.chunk) one.chunk = kTurn;
+  one.runsOfDisk = 2;
   LaunchRequest other = one;
   other.model = arguments.Get("b-model").value_or(one.model);
   other.config = arguments.Get("b-config").value_or(one.config);
@@ -188,11 +195,29 @@ std::array<LaunchRequest, 2> RequestsOf(const Arguments& arguments) {
   return {std::move(one), std::move(other)};
 }
 
-void RefuseOtherRun(const std::string& run) {
-  struct stat about {};
-  if (stat((run + "/" + kRunFile).c_str(), &about) != 0) return;
-  throw Fault(ExitStatus::kUsage,
-              Quoted(run) + " holds a run that took no turns; name another with --run");
+// The folder around both runs holds nothing else but their times.
+void CheckFolderOfTurns(const std::string& run, bool isResumed) {
+  struct stat other {};
+  if (lstat((run + "/" + kRunFile).c_str(), &other) == 0) {
+    throw Fault(ExitStatus::kUsage,
+                Quoted(run) + " holds a run that took no turns; name another with --run");
+  }
+  for (const std::string& name : NamesIn(run)) {
+    const bool isTurn = name == kTurnFolders[0] || name == kTurnFolders[1];
+    if (isResumed && isTurn) continue;
+    struct stat about {};
+    const bool isFile = lstat((run + "/" + name).c_str(), &about) == 0 && S_ISREG(about.st_mode);
+    const bool isOfTimes = name.starts_with(kTimesFile);
+    if (isResumed && isOfTimes && isFile) continue;
+    if (!isResumed && (isTurn || isOfTimes)) {
+      throw Fault(ExitStatus::kUsage, Quoted(run) +
+                                          " is not empty; name another with --run, or go "
+                                          "on with the runs in it by --resume");
+    }
+    throw Fault(ExitStatus::kUsage, Quoted(run) + " holds " + Quoted(name) +
+                                        ", which is not of runs that take turns; name another "
+                                        "with --run");
+  }
 }
 
 // What is wrong with both is told once.
@@ -206,10 +231,15 @@ std::vector<Finding> FindingsOf(const std::array<Plan, 2>& plans) {
   return findings;
 }
 
-void PrintRecord(const std::string& run) {
-  const std::string text = ReadWholeFile(run + "/" + kRunFile, "the record of the run",
-                                         ExitStatus::kOwnFault, kMostRunBytes);
-  std::fwrite(text.data(), 1, text.size(), stdout);
+std::string RecordOf(const std::string& run) {
+  return ReadWholeFile(run + "/" + kRunFile, "the record of the run", ExitStatus::kOwnFault,
+                       kMostRunBytes);
+}
+
+void Print(const std::string& text) {
+  const bool isOut = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
+  if (isOut && std::fflush(stdout) == 0) return;
+  throw Fault(ExitStatus::kLimit, "standard output cannot be written: " + SystemReason(errno));
 }
 
 void CheckAnyway(const LaunchRequest& request, const Plan& plan) {
@@ -223,7 +253,7 @@ void CheckAnyway(const LaunchRequest& request, const Plan& plan) {
 ExitStatus RunInTurns(const Arguments& arguments) {
   const std::array<LaunchRequest, 2> requests = RequestsOf(arguments);
   const std::string run = arguments.Need("run");
-  RefuseOtherRun(run);
+  CheckFolderOfTurns(run, requests[0].isResumed);
   Console console(arguments.Has("quiet"));
   std::array<Plan, 2> plans{MakePlan(requests[0]), MakePlan(requests[1])};
   const std::vector<Finding> findings = FindingsOf(plans);
@@ -242,7 +272,7 @@ ExitStatus RunInTurns(const Arguments& arguments) {
   const ExitStatus status = LaunchInTurns(requests, std::move(plans), console);
   MergeTimes(run);
   if (arguments.Has("json")) {
-    for (const LaunchRequest& request : requests) PrintRecord(request.run);
+    Print("[\n" + RecordOf(requests[0].run) + ",\n" + RecordOf(requests[1].run) + "]\n");
   }
   return status;
 }
@@ -264,7 +294,7 @@ ExitStatus RunLaunch(const Arguments& arguments) {
   }
   CheckAnyway(request, plan);
   const ExitStatus status = Launch(request, std::move(plan), console);
-  if (arguments.Has("json")) PrintRecord(request.run);
+  if (arguments.Has("json")) Print(RecordOf(request.run));
   return status;
 }
 
@@ -274,7 +304,8 @@ ExitStatus RunLaunch(const Arguments& arguments) {
 int main(int argc, char** argv) {
   // A file that took the place of a stream that was closed would get what is meant for the stream.
   for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
-    if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", O_RDWR) == -1) return 1;
+    const int mode = fd == STDERR_FILENO ? O_WRONLY : O_RDONLY;  // what is asked for has to fail
+    if (fcntl(fd, F_GETFD) == -1 && open("/dev/null", mode) == -1) return 1;
   }
   return vorn::kit::RunVerb(vorn::kit::kLaunch, argc, argv, vorn::kit::RunLaunch);
 }

@@ -196,22 +196,36 @@ class Planner {
                                             atOnce, ExecutionsEach(request_))
             : 0;
     // The numbers of a hostile model may be of any size.
+    const auto runs = static_cast<double>(request_.runsOfDisk);
     const auto sum = [&](uint64_t keptEach, uint64_t wholeEach) {
       const double later = static_cast<double>(plan_.inferences - atOnce);
-      return later * static_cast<double>(keptEach) +
-             static_cast<double>(atOnce) * static_cast<double>(wholeEach) +
-             static_cast<double>(trace) +
-             static_cast<double>(plan_.inferences) * static_cast<double>(kSampleLineBytes);
+      return runs * (later * static_cast<double>(keptEach) +
+                     static_cast<double>(atOnce) * static_cast<double>(wholeEach) +
+                     static_cast<double>(trace) +
+                     static_cast<double>(plan_.inferences) * static_cast<double>(kSampleLineBytes));
     };
+    // A file takes whole blocks, where the file system does not put small ones among its own facts.
+    const uint64_t filesEach = 1 + plan_.model.outputs.size() * (1 + (request_.isTextKept ? 1 : 0) +
+                                                                 (request_.areArrays ? 1 : 0));
+    const double files =
+        runs * static_cast<double>(plan_.inferences) * static_cast<double>(filesEach);
     const double least = sum(kept.leastBytes, whole.leastBytes);
-    const double most = sum(kept.mostBytes, whole.mostBytes);
+    const double most =
+        sum(kept.mostBytes, whole.mostBytes) + files * static_cast<double>(disk.f_frsize);
+    if (disk.f_files != 0 && files > static_cast<double>(disk.f_favail)) {
+      Find(ExitStatus::kLimit, "the disk of '" + Printable(existing_) + "' has room for " +
+                                   Counted(disk.f_favail, "file") + ", and the run makes " +
+                                   std::to_string(static_cast<uint64_t>(files)) +
+                                   "; name another with --run");
+    }
     const std::string text = "'" + Printable(existing_) + "' has " + SizeText(free) + " left";
     if (least > static_cast<double>(free)) {
       Find(ExitStatus::kLimit,
            text + ", and the run takes " + Rounded(least) + " at least; " + Advice());
     } else if (most > static_cast<double>(free)) {
       Find(ExitStatus::kDone, text + ", and the run may take " + Rounded(most) +
-                                  ", which depends on the values; " + Advice());
+                                  ", by the values and by blocks that files do not fill; " +
+                                  Advice());
     }
   }
 

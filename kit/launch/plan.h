@@ -33,6 +33,7 @@ struct LaunchRequest {
   bool isTraced = true;
   bool isTextKept = true;
   bool areArrays = false;
+  uint64_t runsOfDisk = 1;           ///< that find their room on the disk together
   bool isAnyway = false;             ///< what speaks against it is said, and it runs
   std::vector<std::string> command;  ///< of the verb
   std::string version;

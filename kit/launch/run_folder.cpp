@@ -6,10 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 #include "kit/common/fault.h"
@@ -20,7 +22,19 @@
 namespace vorn::kit {
 namespace {
 
-constexpr const char* kUnfinished = ".part";  // as a WholeFile is named while it is written
+constexpr const char* kFiles[] = {kRunFile,     kModelFile, kSamplesFile, kTimesFile,
+                                  kMachineFile, kLogFile,   kErrorsFile,  kTraceFile};
+
+// Whether a killed launch left it of a file that was not whole yet.
+bool IsUnfinished(const std::string& name) {
+  if (!name.ends_with(kUnfinishedSuffix)) return false;
+  return std::any_of(std::begin(kFiles), std::end(kFiles), [&](const std::string& file) {
+    const std::string_view between =
+        std::string_view(name).substr(0, name.size() - kUnfinishedSuffix.size());
+    return between.starts_with(file + ".") &&
+           between.find_first_not_of("0123456789", file.size() + 1) == between.npos;
+  });
+}
 
 [[noreturn]] void RefuseFolder(const std::string& what, const std::string& path, int error) {
   throw Fault(ExitStatus::kLimit,
@@ -60,20 +74,30 @@ void RunFolder::Take(bool isResumed) {
     // A launch that was killed at once has left the beginning of its record; anything else is not
     // ours to write into.
     for (const std::string& name : names) {
-      if (name != std::string(kRunFile) + kUnfinished) Refuse("holds something else than a run");
+      if (!IsUnfinished(name)) Refuse("holds something else than a run");
     }
   }
   CheckPlaces();
   WaitForProgram();
+  for (const std::string& name : names) {
+    if (IsUnfinished(name)) unlink(Path(name).c_str());
+  }
   if (access(Path(kRunFile).c_str(), F_OK) == 0) before_ = ReadRun(path_);
 }
 
-// To open a pipe would be to wait for its other end, and a folder would be removed for a file.
+// To open a pipe would be to wait for its other end, and a folder would be removed for a file. What
+// a link leads to is somebody else's.
 void RunFolder::CheckPlaces() const {
   const auto check = [&](const std::string& name, bool isFolder) {
     struct stat about {};
     const std::string path = Path(name);
-    if (stat(path.c_str(), &about) != 0 && lstat(path.c_str(), &about) != 0) return;
+    if (lstat(path.c_str(), &about) != 0) return;
+    if (S_ISLNK(about.st_mode)) {
+      throw Fault(ExitStatus::kUsage,
+                  Quoted(path) +
+                      " is a link, and the run writes into its own folder only; put in "
+                      "its place what it leads to");
+    }
     if (isFolder ? S_ISDIR(about.st_mode) : S_ISREG(about.st_mode)) return;
     const char* what = " is no regular file, and the run needs one there; move it away";
     if (isFolder) {
@@ -83,11 +107,7 @@ void RunFolder::CheckPlaces() const {
     }
     throw Fault(ExitStatus::kUsage, Quoted(path) + what);
   };
-  for (const char* name : {kRunFile, kModelFile, kSamplesFile, kTimesFile, kMachineFile, kLogFile,
-                           kErrorsFile, kTraceFile}) {
-    check(name, false);
-    check(std::string(name) + kUnfinished, false);
-  }
+  for (const char* name : kFiles) check(name, false);
   check(kDumpsFolder, true);
   check(kChunksFolder, true);
 }

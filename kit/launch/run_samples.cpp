@@ -74,8 +74,9 @@ void RunSamples::TakeBefore(const std::function<bool()>& mayGoOn) {
                 if (record.index >= isDone_.size() || !mayGoOn()) return;
                 const bool isWhole = record.status == SampleStatus::kDone &&
                                      record.outputs.size() == plan_.model.outputs.size();
-                Mark(record.index, isWhole && std::all_of(record.outputs.begin(),
-                                                          record.outputs.end(), verifies));
+                Mark(record.index,
+                     isWhole && HasItsInputs(record) &&
+                         std::all_of(record.outputs.begin(), record.outputs.end(), verifies));
               });
 }
 
@@ -153,6 +154,15 @@ void RunSamples::Finish() {
         }
         before = record;
       });
+}
+
+// Whether the files that it was made of are what they were.
+bool RunSamples::HasItsInputs(const SampleRecord& record) {
+  if (!plan_.isModelKnown) return true;
+  const SampleRecord now = RecordOf(record.index, true);
+  return std::equal(
+      now.inputs.begin(), now.inputs.end(), record.inputs.begin(), record.inputs.end(),
+      [](const auto& one, const auto& other) { return one.file.xxh3 == other.file.xxh3; });
 }
 
 void RunSamples::Mark(uint64_t index, bool isDone) {

@@ -31,8 +31,8 @@ class RunSamples {
   /// None is done of as many as the plan has by now.
   void Restart();
 
-  /// What was done before counts as far as its outputs are what they were. `mayGoOn` is asked again
-  /// and again; once it says no, the rest is not looked at.
+  /// What was done before counts as far as its inputs and outputs are what they were. `mayGoOn` is
+  /// asked again and again; once it says no, the rest is not looked at.
   void TakeBefore(const std::function<bool()>& mayGoOn);
 
   /// Moves the dumps of an inference, a folder, to their place, unless they are there already, and
@@ -56,6 +56,7 @@ class RunSamples {
   void TakeFound(uint64_t index, const std::string& dumps, DumpsFound found);
   void Mark(uint64_t index, bool isDone);
   [[nodiscard]] DumpsFound Inspect(const std::string& dumps) const;
+  [[nodiscard]] bool HasItsInputs(const SampleRecord& record);
   SampleRecord RecordOf(uint64_t index, bool areFilesRead);
   FileIdentity Identify(const std::string& input);
 

@@ -304,8 +304,10 @@ std::string WhyNotLoaded(const std::string& word) {
 
 std::string WhyNoFile(const std::string& output) {
   struct stat about {};
-  if (stat(output.c_str(), &about) == 0 && S_ISDIR(about.st_mode)) {
-    return "'" + Printable(output) + "' is a folder, and the trace has to be a file";
+  if (stat(output.c_str(), &about) == 0 && !S_ISREG(about.st_mode)) {
+    return "'" + Printable(output) + "' is " +
+           (S_ISDIR(about.st_mode) ? "a folder" : "a device or a pipe") +
+           ", and the trace has to be a file";
   }
   const std::string folder = FolderOf(output);
   if (access(folder.c_str(), W_OK | X_OK) == 0) return "";

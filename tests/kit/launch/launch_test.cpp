@@ -15,6 +15,7 @@
 #include <random>
 #include <thread>
 
+#include "kit/json/json.h"
 #include "kit/launch/dumps.h"
 #include "kit/run/run_directory.h"
 #include "support/call_record.h"
@@ -1040,8 +1041,7 @@ TEST_F(Launch, TakesNothingElseForItsFiles) {
     fs::copy(Path("kept"), RunPath(), fs::copy_options::recursive);
   };
   for (const std::string name : {"log.txt", "errors.txt", "run.json", "model.json", "samples.jsonl",
-                                 "times.jsonl", "machine.jsonl", "trace.vtrace", "run.json.part",
-                                 "model.json.part", "samples.jsonl.part", "times.jsonl.part"}) {
+                                 "times.jsonl", "machine.jsonl", "trace.vtrace"}) {
     restore();
     fs::remove(RunPath() + "/" + name);
     ASSERT_EQ(mkfifo((RunPath() + "/" + name).c_str(), 0600), 0);
@@ -1059,6 +1059,19 @@ TEST_F(Launch, TakesNothingElseForItsFiles) {
     EXPECT_EQ(ended.err, "vorn launch: 'run/" + name +
                              "' is a folder, and the run needs a file there; move it away\n");
     EXPECT_TRUE(fs::exists(RunPath() + "/" + name + "/x"));
+  }
+  for (const std::string name : {"log.txt", "samples.jsonl", "machine.jsonl", "dumps", "chunks"}) {
+    restore();
+    fs::create_directories(RunPath() + "/chunks");
+    fs::remove_all(Path("elsewhere"));
+    fs::rename(RunPath() + "/" + name, Path("elsewhere"));
+    const auto before = support::ReadTree(Path("elsewhere"));
+    fs::create_symlink(Path("elsewhere"), RunPath() + "/" + name);
+    const Outcome ended = Run({"--resume"});
+    EXPECT_EQ(ended.status, 2) << name << "\n" << ended.Describe();
+    EXPECT_THAT(ended.err, StartsWith("vorn launch: 'run/" + name + "' is a link, and the run"));
+    EXPECT_EQ(support::ReadTree(Path("elsewhere")), before);
+    fs::remove(RunPath() + "/" + name);
   }
   for (const std::string name : {"dumps", "chunks"}) {
     restore();
@@ -1207,7 +1220,40 @@ TEST_F(InTurns, RefusesWhatCannotTakeTurns) {
   ASSERT_EQ(RunTurns({"--run", "turns"}).status, 0);
   ended = RunTurns({"--run", "turns"});
   EXPECT_EQ(ended.status, 2);
-  EXPECT_THAT(ended.err, HasSubstr("'turns/A' is not empty"));
+  EXPECT_THAT(ended.err, HasSubstr("'turns' is not empty"));
+  support::WriteFile(Path("mine/times.jsonl"), "precious");
+  EXPECT_EQ(RunTurns({"--run", "mine"}).status, 2);
+  EXPECT_EQ(support::ReadFile(Path("mine/times.jsonl")), "precious");
+  support::WriteFile(Path("notes/letter.txt"), "mine");
+  EXPECT_THAT(RunTurns({"--run", "notes"}).err, HasSubstr("'notes' holds 'letter.txt'"));
+}
+
+TEST_F(InTurns, PrintsBothRecordsAsOneDocument) {
+  Samples("ab");
+  const Outcome ended = RunTurns({"--json"});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  const vorn::kit::Json both = vorn::kit::ParseJson(ended.out);
+  ASSERT_THAT(both.Items(), SizeIs(2));
+  EXPECT_EQ(both.Items()[1].At("counts").At("done").AsUnsigned(), 2U);
+}
+
+TEST_F(Launch, DoesAgainWhatHasOtherInputs) {
+  Samples("abc");
+  ASSERT_EQ(Run({"--chunk", "1"}).status, 0);
+  fs::copy_file(Path("in/0.bin"), Path("in/1.bin"), fs::copy_options::overwrite_existing);
+  const Outcome ended = Run({"--chunk", "1", "--resume"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("going on with 2 of 3 inferences done"));
+}
+
+// Settings that somebody has for other programs would leave out the calls that times are made of.
+TEST_F(Launch, TimesEveryExecutionWhateverSettingsThereAre) {
+  Samples("abc");
+  support::Command command = CommandFor({});
+  command.environment["VORN_TRACE_ONLY"] = "vorn_rt_malloc";
+  const Outcome ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(vorn::kit::ReadTimes(RunPath()), SizeIs(3));
 }
 
 // ---- Lists of all kinds -------------------------------------------------------------------------

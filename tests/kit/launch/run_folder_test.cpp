@@ -59,8 +59,12 @@ TEST_F(RunFolderTest, TakesNoFolderThatHoldsSomething) {
 }
 
 TEST_F(RunFolderTest, GoesOnWhereALaunchWasKilledAtOnce) {
-  support::WriteFile(Path("run/run.json.part"), "{");
+  support::WriteFile(Path("run/run.json.77.part"), "{");
   EXPECT_FALSE(RunFolder(Path("run"), true).Before().has_value());
+  EXPECT_FALSE(std::filesystem::exists(Path("run/run.json.77.part")));
+  support::WriteFile(Path("other/run.json.7a.part"), "{");
+  EXPECT_THAT(FaultOf([&] { RunFolder(Path("other"), true); }, ExitStatus::kUsage),
+              HasSubstr("holds something else than a run"));
 }
 
 TEST_F(RunFolderTest, NamesARecordThatCannotBeRead) {
