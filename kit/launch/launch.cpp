@@ -335,8 +335,9 @@ class Launcher {
     moments_->Append(ToLine(TakeMoment(pid)));
     for (const std::string& path : MappedLibraries(pid)) {
       auto& mapped = report_.Facts().mapped;
-      const bool isKnown = std::any_of(mapped.begin(), mapped.end(),
-                                       [&](const MappedFile& file) { return file.path == path; });
+      const bool isKnown = std::any_of(mapped.begin(), mapped.end(), [&](const MappedFile& file) {
+        return file.path == path || RealPath(file.path) == path;
+      });
       if (!isKnown) mapped.push_back({.path = path, .buildId = BuildIdOf(path)});
     }
   }
