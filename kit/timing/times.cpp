@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <tuple>
@@ -61,14 +62,15 @@ void ForEachTextLine(std::string_view text, Use use) {
 // ---- A run
 // ---------------------------------------------------------------------------------------
 
+// The first executions of a process stand apart, whether or not they count.
+using Process = std::tuple<std::string, uint64_t, uint64_t>;
+
 // A series of a run, and for each of its times what it stands beside in the other one.
 struct RunSeries {
   Times times;
   std::vector<std::pair<uint64_t, size_t>> places;  // index, and which of its executions
+  std::map<uint64_t, uint64_t> begunNs;             // each inference that counts
 };
-
-// The first executions of a process stand apart, whether or not they count.
-using Process = std::tuple<std::string, uint64_t, uint64_t>;
 
 Process ProcessOf(const TimesRecord& record) { return {record.host, record.chunk, record.attempt}; }
 
@@ -109,6 +111,7 @@ RunSeries CollectSeries(const std::vector<TimesRecord>& records,
     if (!taken.insert(line->index).second) continue;
     const TimesRecord& record = *counting.at(line->index);
     const auto begun = firstOf.find(ProcessOf(record));
+    series.begunNs[record.index] = record.startRealtimeNs;
     const bool isFirst = begun != firstOf.end() && begun->second == record.index;
     for (size_t i = 0; i < record.executeNs.size(); ++i) {
       const double time =
@@ -123,6 +126,69 @@ RunSeries CollectSeries(const std::vector<TimesRecord>& records,
   }
   series.times.repeated = own.size() - counting.size();
   return series;
+}
+
+// When each process of a series began to execute, and how long it did.
+struct Span {
+  uint64_t beginNs = UINT64_MAX;
+  uint64_t endNs = 0;
+};
+
+std::map<Process, Span> SpansOf(const std::vector<TimesRecord>& records, std::string_view series) {
+  std::map<Process, Span> spans;
+  for (const TimesRecord& record : records) {
+    if (record.series != series) continue;
+    Span& span = spans[ProcessOf(record)];
+    const uint64_t took =
+        std::accumulate(record.executeNs.begin(), record.executeNs.end(), uint64_t{0});
+    span.beginNs = std::min(span.beginNs, record.startRealtimeNs);
+    span.endNs = std::max(span.endNs, record.startRealtimeNs + took);
+  }
+  return spans;
+}
+
+// How long a process of a series has its turn, with what it loads: mostly until the next one of
+// either series begins. Of a single one it cannot be told when the next would have begun.
+uint64_t TurnNs(const std::map<Process, Span>& own, const std::vector<uint64_t>& beginsOfAll) {
+  constexpr uint64_t kLoadingNs = 60'000'000'000;
+  if (own.size() == 1) {
+    const Span& only = own.begin()->second;
+    return only.endNs - only.beginNs + kLoadingNs;
+  }
+  std::vector<uint64_t> turns;
+  for (const auto& [process, span] : own) {
+    const auto next = std::upper_bound(beginsOfAll.begin(), beginsOfAll.end(), span.beginNs);
+    if (next != beginsOfAll.end()) turns.push_back(*next - span.beginNs);
+  }
+  if (turns.empty()) return 0;
+  const auto middle = turns.begin() + static_cast<ptrdiff_t>((turns.size() - 1) / 2);
+  std::nth_element(turns.begin(), middle, turns.end());
+  return *middle;
+}
+
+// Whether most of the same inferences of both began within two turns, as they do where chunk
+// follows chunk. A series that was made later has met another machine: a warmer, a busier one.
+bool TookTurns(const std::vector<TimesRecord>& records, const RunSeries& one,
+               const RunSeries& other) {
+  const auto ofOne = SpansOf(records, "A");
+  const auto ofOther = SpansOf(records, "B");
+  std::vector<uint64_t> begins;
+  for (const auto& spans : {ofOne, ofOther}) {
+    for (const auto& [process, span] : spans) begins.push_back(span.beginNs);
+  }
+  std::sort(begins.begin(), begins.end());
+  const double near =
+      2 * static_cast<double>(std::max(TurnNs(ofOne, begins), TurnNs(ofOther, begins)));
+  size_t pairs = 0;
+  size_t nearOnes = 0;
+  for (const auto& [index, begunNs] : one.begunNs) {
+    const auto found = other.begunNs.find(index);
+    if (found == other.begunNs.end()) continue;
+    const uint64_t apart = std::max(begunNs, found->second) - std::min(begunNs, found->second);
+    ++pairs;
+    nearOnes += static_cast<double>(apart) <= near ? 1 : 0;
+  }
+  return 2 * nearOnes > pairs;
 }
 
 // Leaves of both what stands in both, in the order of places.
@@ -338,6 +404,21 @@ class List {
   std::vector<double> times_;
 };
 
+// The lines of a run's times.jsonl that was named itself, or nothing if it is another list.
+std::optional<std::vector<TimesRecord>> RecordsIn(std::string_view text) {
+  std::vector<TimesRecord> records;
+  try {
+    // A last line without its end is being written.
+    ForEachTextLine(text.substr(0, text.rfind('\n') + 1), [&](size_t, std::string_view line) {
+      if (!line.empty()) records.push_back(TimesFromLine(line));
+    });
+  } catch (const JsonError&) {
+    return std::nullopt;
+  }
+  if (records.empty()) return std::nullopt;
+  return records;
+}
+
 bool BeginsAsJson(std::string_view text) {
   const size_t begin = text.find_first_not_of(" \t\r\n");
   return begin != std::string_view::npos && (text[begin] == '[' || text[begin] == '{');
@@ -377,10 +458,15 @@ MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records) {
   if (!isInTurns) return {.kind = "run", .series = {CollectSeries(records, std::nullopt).times}};
   RunSeries one = CollectSeries(records, "A");
   RunSeries other = CollectSeries(records, "B");
+  MeasuredTimes measured;
+  measured.kind = "run";
   // Beside an empty one nothing of the other would be left.
-  const bool isPaired = !one.places.empty() && !other.places.empty();
-  if (isPaired) PairUp(one, other);
-  return {.kind = "run", .series = {one.times, other.times}, .isPaired = isPaired};
+  if (!one.places.empty() && !other.places.empty()) {
+    measured.isPaired = TookTurns(records, one, other);
+    if (measured.isPaired) PairUp(one, other);
+  }
+  measured.series = {std::move(one.times), std::move(other.times)};
+  return measured;
 }
 
 MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format) {
@@ -420,25 +506,52 @@ bool IsUnfinished(const std::string& run) {
   }
 }
 
+// Its times are put together when both have ended.
+void RefuseTurns(const std::string& run) {
+  struct stat about {};
+  const auto has = [&](const std::string& file) {
+    return stat((run + "/" + file).c_str(), &about) == 0;
+  };
+  if (has(kTimesFile) || !has("A/" + std::string(kTimesFile))) return;
+  throw Fault(ExitStatus::kInput,
+              Quoted(run) +
+                  " holds two runs that take turns, A and B, and has not ended: finish it with "
+                  "vorn launch --interleave --resume, or name " +
+                  Quoted(run + "/A") + " and " + Quoted(run + "/B"));
+}
+
 }  // namespace
 
 MeasuredTimes ReadMeasuredTimes(const std::string& path, const ListFormat& format) {
   struct stat about {};
   MeasuredTimes measured;
+  std::string run;  // whose times these are
   if (stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode)) {
+    RefuseTurns(path);
     measured = TimesOfRun(ReadTimes(path));
-    for (Times& times : measured.series) times.isUnfinished = IsUnfinished(path);
+    run = path;
   } else {
     const std::string text = ReadWholeFile(path, "the times", ExitStatus::kInput, kMostBytes);
     const bool isTrace = text.starts_with(std::string_view(trace::kMagic, sizeof(trace::kMagic)));
+    // Another column of the lines of a run is that of a list.
+    const bool mayBeRun = !isTrace && (format.column.empty() || format.column == kRunColumn);
     try {
-      measured = isTrace ? TimesOfTrace(ParseTrace(text)) : TimesOfList(text, format);
+      if (const auto records = mayBeRun ? RecordsIn(text) : std::nullopt) {
+        measured = TimesOfRun(*records);
+        const size_t slash = path.rfind('/');
+        run = slash == std::string::npos ? "." : path.substr(0, slash);
+      } else {
+        measured = isTrace ? TimesOfTrace(ParseTrace(text)) : TimesOfList(text, format);
+      }
     } catch (const Fault& fault) {
       throw Fault(fault.Status(), "'" + Printable(path) + "': " + fault.what());
     }
   }
   for (Times& times : measured.series) {
-    times.name = times.name.empty() ? path : path + " " + times.name;
+    const bool isTurn = !times.name.empty();
+    times.isUnfinished =
+        !run.empty() && (IsUnfinished(run) || (isTurn && IsUnfinished(run + "/" + times.name)));
+    times.name = isTurn ? path + " " + times.name : path;
   }
   return measured;
 }

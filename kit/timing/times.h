@@ -38,8 +38,8 @@ struct ListFormat {
 [[nodiscard]] MeasuredTimes TimesOfTrace(const TraceFile& file);
 
 /// The lines of times.jsonl. Where they name A or B these two series, be one of them empty; else
-/// all is one. Of several lines of an
-/// inference the latest attempt counts, and of one attempt the last line.
+/// all is one. They are paired where most of the same inferences began at most two chunks apart. Of
+/// several lines of an inference the latest attempt counts, and of one attempt the last line.
 [[nodiscard]] MeasuredTimes TimesOfRun(const std::vector<TimesRecord>& records);
 
 /// Numbers in any of these forms: one a line, with commas or blanks between them, `#` before a
@@ -48,8 +48,8 @@ struct ListFormat {
 /// line, also of a comma that may be a decimal sign or divide thousands.
 [[nodiscard]] MeasuredTimes TimesOfList(std::string_view text, const ListFormat& format);
 
-/// The source at a path: a folder is a run, a file that begins as a trace is one, and any other a
-/// list. The path becomes its name. Throws a Fault of kInput.
+/// The source at a path: a folder is a run, and so is its times.jsonl; a file that begins as a
+/// trace is one, and any other a list. The path becomes its name. Throws a Fault of kInput.
 [[nodiscard]] MeasuredTimes ReadMeasuredTimes(const std::string& path, const ListFormat& format);
 
 }  // namespace vorn::kit

@@ -136,6 +136,11 @@ std::string Remarks(const TimingResult& result, const Unit& unit) {
                     InUnit(all[outliers[0]], unit).c_str(), unit.name));
     }
   }
+  if (result.tookNoTurns) {
+    text +=
+        "they took no turns: most inferences of one began long before or after those of the other, "
+        "so they are not compared by pairs, and what changed on the machine meanwhile counts\n";
+  }
   return text;
 }
 
@@ -257,6 +262,8 @@ TimingResult CompareTimes(const std::vector<MeasuredTimes>& sources, const Gates
     }
   }
   const bool isPaired = sources.size() == 1 && sources[0].isPaired;
+  result.tookNoTurns = sources.size() == 1 && result.series.size() == 2 && !isPaired &&
+                       !result.series[0].timesNs.empty() && !result.series[1].timesNs.empty();
   std::vector<Contest> contests;
   for (size_t other = 1; other < result.series.size(); ++other) {
     contests.push_back(MakeContest(result, 0, other, isPaired));

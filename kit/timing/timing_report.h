@@ -22,6 +22,7 @@ struct TimingResult {
   std::vector<Times> series;
   std::vector<std::string> kinds;  ///< of the source of each
   std::vector<Pair> pairs;
+  bool tookNoTurns = false;  ///< of a run with two series that are no pairs
   Gates gates;
   Bootstrap bootstrap;
 };

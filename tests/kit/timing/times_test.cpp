@@ -231,6 +231,83 @@ TEST(TimesOfRun, HoldsASeriesWithoutTimesToBeEmpty) {
   ASSERT_EQ(TimesOfRun({InSeries(Record(0, {90, 10}), "B")}).series.size(), 2U);
 }
 
+// Chunks of 3 inferences that take a second each, and a second of loading; a chunk of A and the
+// same of B, then of B and of A. B begins later by `delaySeconds`.
+std::vector<TimesRecord> Turns(uint64_t chunks, uint64_t delaySeconds) {
+  constexpr uint64_t kSecond = 1'000'000'000;
+  constexpr uint64_t kTurnSeconds = 4;
+  std::vector<TimesRecord> records;
+  for (uint64_t chunk = 0; chunk < chunks; ++chunk) {
+    for (const char* series : {"A", "B"}) {
+      const bool isB = *series == 'B';
+      const bool isSecond = isB == (chunk % 2 == 0);
+      const uint64_t began = (2 * chunk + (isSecond ? 1 : 0)) * kTurnSeconds;
+      for (uint64_t i = 0; i < 3; ++i) {
+        TimesRecord record = InSeries(Record(3 * chunk + i, {kSecond}), series);
+        record.chunk = chunk;
+        record.startRealtimeNs = (1000 + began + 1 + i + (isB ? delaySeconds : 0)) * kSecond;
+        records.push_back(record);
+      }
+    }
+  }
+  return records;
+}
+
+// What was made 20 minutes later met another machine.
+TEST(TimesOfRun, PairsOnlyWhatTookTurns) {
+  for (const uint64_t chunks : {1U, 2U, 3U, 10U, 301U}) {
+    EXPECT_TRUE(TimesOfRun(Turns(chunks, 0)).isPaired) << chunks;
+    const MeasuredTimes later = TimesOfRun(Turns(chunks, 8 * chunks + 1200));
+    ASSERT_EQ(later.series.size(), 2U);
+    EXPECT_FALSE(later.isPaired) << chunks;
+    EXPECT_EQ(later.series[1].timesNs.size(), 2 * chunks) << chunks;
+  }
+}
+
+// A few that were made again later do not part the others.
+TEST(TimesOfRun, PairsWhatMostlyTookTurns) {
+  std::vector<TimesRecord> records = Turns(10, 0);
+  for (TimesRecord& record : records) {
+    if (record.chunk < 4 && record.series == "B") record.startRealtimeNs += 1'200'000'000'000;
+  }
+  EXPECT_TRUE(TimesOfRun(records).isPaired);
+}
+
+TEST(ReadMeasuredTimes, TakesTheTimesOfARunForTheRun) {
+  const support::TempDir folder;
+  const auto path = [&](const char* name) { return (folder.Path() / name).string(); };
+  std::string lines;
+  for (const TimesRecord& record : Turns(3, 0)) lines += ToLine(record);
+  support::WriteFile(path("run/times.jsonl"), lines + "{\"schema\":1,\"ind");
+  support::WriteFile(path("run/B/run.json"), "{\"state\": \"running\"}");
+  const MeasuredTimes measured = ReadMeasuredTimes(path("run/times.jsonl"), {});
+  EXPECT_EQ(measured.kind, "run");
+  ASSERT_EQ(measured.series.size(), 2U);
+  EXPECT_EQ(measured.series[1].name, path("run/times.jsonl") + " B");
+  EXPECT_THAT(measured.series[1].timesNs, ElementsAre(1e9, 1e9, 1e9, 1e9, 1e9, 1e9));
+  EXPECT_FALSE(measured.series[0].isUnfinished);
+  EXPECT_TRUE(measured.series[1].isUnfinished);
+  // Asked for another column it is a list as any other.
+  support::WriteFile(path("run/times.jsonl"), lines);
+  const ListFormat other{.unitNs = 1, .column = "startRealtimeNs"};
+  EXPECT_EQ(ReadMeasuredTimes(path("run/times.jsonl"), other).kind, "list");
+}
+
+TEST(ReadMeasuredTimes, NamesTheTurnsOfARunThatHasNotEnded) {
+  const support::TempDir folder;
+  const std::string run = (folder.Path() / "run").string();
+  support::WriteFile(run + "/A/times.jsonl", ToLine(Record(0, {5, 6})));
+  try {
+    (void)ReadMeasuredTimes(run, {});
+    FAIL();
+  } catch (const Fault& fault) {
+    EXPECT_EQ(fault.what(), "'" + run +
+                                "' holds two runs that take turns, A and B, and has not ended: "
+                                "finish it with vorn launch --interleave --resume, or name '" +
+                                run + "/A' and '" + run + "/B'");
+  }
+}
+
 TEST(ReadMeasuredTimes, KnowsEachKindAndNamesItsFile) {
   const support::TempDir folder;
   const auto path = [&](const char* name) { return (folder.Path() / name).string(); };

@@ -113,6 +113,20 @@ TEST(TimingJson, KeepsToItsSchema) {
   EXPECT_THAT(TimingJson(ResultOf({turns})), HasSubstr("\"verdict\": \"slower\""));
 }
 
+TEST(CompareTimes, TakesWhatTookNoTurnsWithoutPairs) {
+  MeasuredTimes run = Source("run A", 20, 1e6);
+  run.series.push_back(Source("run B", 25, 1.2e6, 2).series[0]);
+  const TimingResult result = ResultOf({run});
+  ASSERT_EQ(result.pairs.size(), 1U);
+  EXPECT_FALSE(result.pairs[0].comparison.isPaired);
+  EXPECT_EQ(result.pairs[0].comparison.other, 25U);
+  EXPECT_THAT(TimingText(result), HasSubstr("\nthey took no turns: most"));
+  EXPECT_THAT(TimingText(result), HasSubstr("counts\n\n2 against 1: slower. +"));
+  run.isPaired = true;
+  run.series[1].timesNs.resize(20);
+  EXPECT_THAT(TimingText(ResultOf({run})), Not(HasSubstr("no turns")));
+}
+
 TEST(CompareTimes, RefusesATurnTakingRunAmongOthers) {
   MeasuredTimes turns = Source("run A", 20, 1e6);
   turns.series.push_back(Source("B", 20, 1.2e6, 2).series[0]);
