@@ -65,8 +65,13 @@ constexpr Verb kTrace{
         "reports on standard error: times by operation, what the time went into, device\n"
         "memory, and the call that the program was inside of when it was killed.\n"
         "\n"
+        "A program that opens its runtime by name, as a script does, finds the layer where the\n"
+        "runtime would be: copy libvorn-trace.so to a folder of its own as libvorn.so, name the\n"
+        "folder in LD_LIBRARY_PATH and the runtime in VORN_NEXT.\n"
+        "\n"
         "Ends with the program's own status, or 128 and the number of the signal that ended\n"
-        "it. 127: there is no such program; 125: it was not traced, and why.",
+        "it. 127: there is no such program; 126: it cannot be executed; 125: it was not traced,\n"
+        "and why.",
     .options = kOptions,
     .example =
         "build/release/vorn trace -o build/digits.vtrace -- build/release/vorn-run "
@@ -83,7 +88,7 @@ std::string ReportOn(const std::string& path, bool asJson) {
 }
 
 void PrintReports(const std::vector<std::string>& files, bool asJson) {
-  if (files.empty() && !asJson) std::fputs("vorn trace: the program made no call\n", stderr);
+  if (files.empty() && !asJson) std::fputs("vorn trace: the program made no call by way of the layer\n", stderr);
   for (const std::string& file : files) {
     const std::string report = ReportOn(file, asJson);
     if (asJson) {

@@ -330,7 +330,7 @@ TEST_F(Trace, EndsAsTheProgramDoes) {
 TEST_F(Trace, SaysThatAProgramMadeNoCall) {
   const Outcome ended = Run({"true"});
   EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.err, "vorn trace: the program made no call\n");
+  EXPECT_EQ(ended.err, "vorn trace: the program made no call by way of the layer\n");
   EXPECT_TRUE(Files().empty());
   EXPECT_EQ(Run({"--quiet", "true"}).err, "");
 }
@@ -339,7 +339,7 @@ TEST_F(Trace, SaysThatAProgramMadeNoCall) {
 TEST_F(Trace, SaysTheSameOfAProgramThatIsLinkedWithARuntime) {
   const Outcome ended = Run({support::VornRunPath()});
   EXPECT_EQ(ended.status, 1);
-  EXPECT_THAT(ended.err, testing::EndsWith("vorn trace: the program made no call\n"));
+  EXPECT_THAT(ended.err, testing::EndsWith("vorn trace: the program made no call by way of the layer\n"));
 }
 
 TEST_F(Trace, TellsThatTheProgramOpenedItsRuntimeByName) {
