@@ -110,7 +110,7 @@ void RunSamples::TakeFound(uint64_t index, const std::string& dumps, DumpsFound 
   if (!found.unfit.empty()) {
     report_.Warn("not-finite", 1,
                  "outputs hold " + std::to_string(found.nans) + " NaN and " +
-                     std::to_string(found.infinities) + " infinities, first " +
+                     Counted(found.infinities, "infinite value") + ", first " +
                      Quoted(found.unfit.front()) + " of inference " + std::to_string(index) + " (" +
                      report_.PlaceOf(record) + ")");
   }

@@ -712,9 +712,10 @@ TEST_F(Launch, TellsOfWhatIsNotFinite) {
   EXPECT_EQ(ended.status, 0);
   EXPECT_THAT(Warnings(), ElementsAre("not-finite"));
   EXPECT_EQ(ReadRun(RunPath()).warnings[0].count, 2U);
-  EXPECT_THAT(ended.err,
-              HasSubstr("warning not-finite, 2 times: outputs hold 6 NaN and 0 infinities, first "
-                        "'same' of inference 1 (list.txt:2)"));
+  EXPECT_THAT(
+      ended.err,
+      HasSubstr("warning not-finite, 2 times: outputs hold 6 NaN and 0 infinite values, first "
+                "'same' of inference 1 (list.txt:2)"));
 }
 
 TEST_F(Launch, TellsOfOutputsThatAreThoseBefore) {
