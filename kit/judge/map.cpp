@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <set>
 
 #include "kit/common/fault.h"
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
+#include "kit/judge/tensor_source.h"
 
 namespace vorn::kit {
 namespace {
@@ -152,6 +154,16 @@ void SetSamples(const Json& value, Map& map) {
   }
 }
 
+// The second would be passed over. As dumps spell them, by which they are found.
+void RefuseTwice(const std::vector<MappedOutput>& outputs) {
+  std::set<std::string> names;
+  for (const MappedOutput& output : outputs) {
+    if (names.insert(SpelledAsDump(output.actual.name)).second) continue;
+    throw JsonError("the actual output '" + Printable(output.actual.name) +
+                    "' stands in two pairs");
+  }
+}
+
 }  // namespace
 
 Map ParseMap(std::string_view text, const std::string& what) {
@@ -164,6 +176,7 @@ Map ParseMap(std::string_view text, const std::string& what) {
     if (const Json* outputs = object.Find("outputs")) {
       for (const Json& output : outputs->Items()) map.outputs.push_back(OutputOf(output));
     }
+    RefuseTwice(map.outputs);
     return map;
   } catch (const JsonError& error) {
     throw Fault(ExitStatus::kInput, what + ": " + error.what());

@@ -92,6 +92,17 @@ TEST(ParseMap, RefusesWhatItDoesNotKnow) {
   EXPECT_THAT(Refusal("{"), HasSubstr("the map 'm': "));
 }
 
+TEST(ParseMap, RefusesAnOutputInTwoPairs) {
+  const auto refusal = [](const std::string& one, const std::string& other) {
+    return RefusalOfOutput(R"({"actual": {"name": ")" + one +
+                           R"("}, "expected": {"name": "x"}}, {"actual": {"name": ")" + other +
+                           R"("}, "expected": {"name": "x"}})");
+  };
+  EXPECT_THAT(refusal("a", "a"), HasSubstr("the actual output 'a' stands in two pairs"));
+  EXPECT_THAT(refusal("a.b", "a/b"), HasSubstr("the actual output 'a/b' stands in two pairs"));
+  EXPECT_EQ(refusal("a", "b"), "taken");  // which may well be expected to be alike
+}
+
 TEST(ParseMap, RefusesWhatHasNoMeaning) {
   const std::string b = R"(, "expected": {"name": "b"}})";
   EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a"}})"), HasSubstr("expected"));
