@@ -34,7 +34,8 @@ constexpr Option kOptions[] = {
      "JSON that pairs outputs of other names, layouts, types and quantisation, and samples."},
     {"rules", 0, "FILE", "JSON with tolerances and bounds of metrics by the names of outputs."},
     {"preset", 0, "NAME",
-     "A tolerance for all outputs: float32, float16, bfloat16, onnx. Without any, that of the "
+     "A tolerance for all outputs: float32, float16, bfloat16, onnx, exact. Without any, that of "
+     "the "
      "output's element type; whole numbers have to be equal."},
     {"exact", 0, "", "Every element has to be equal."},
     {"atol", 0, "A", "With --rtol the tolerance |a - r| <= A + R*|r| for all outputs."},
@@ -46,10 +47,10 @@ constexpr Option kOptions[] = {
     {"only", 0, "GLOB", "Judge outputs of such names alone."},
     {"worst", 0, "N", "Show the N worst elements of each output; 5 without."},
     {"output", 'o', "FOLDER",
-     "Where verdict.json and verdict.xml (JUnit) go. Without it into RUN, if that is a run "
-     "directory."},
+     "Where verdict.json and verdict.xml (JUnit) go: a folder that is there. Without it into RUN, "
+     "if that is a run directory."},
     {"json", 0, "", "Print verdict.json, not the table."},
-    {"quiet", 0, "", "Print nothing but faults, and what --json asks for."},
+    {"quiet", 'q', "", "Print nothing but faults, and what --json asks for."},
 };
 
 constexpr Verb kJudge{
@@ -71,10 +72,11 @@ double TakeBound(const Arguments& arguments, const char* name) {
   const std::string text = arguments.Get(name).value_or("0");
   double bound = 0;
   const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), bound);
-  if (error != std::errc{} || stop != text.data() + text.size() || std::isnan(bound) || bound < 0) {
-    throw Fault(
-        ExitStatus::kUsage,
-        "--" + std::string(name) + " takes a number from 0 on, and got '" + Printable(text) + "'");
+  if (error != std::errc{} || stop != text.data() + text.size() || !std::isfinite(bound) ||
+      bound < 0) {
+    throw Fault(ExitStatus::kUsage, "--" + std::string(name) +
+                                        " takes a finite number from 0 on, and got '" +
+                                        Printable(text) + "'");
   }
   return bound;
 }
@@ -96,7 +98,7 @@ Rules TakeRules(const Arguments& arguments) {
     tolerance = Preset(*name);
     if (!tolerance) {
       throw Fault(ExitStatus::kUsage, "there is no preset '" + Printable(*name) +
-                                          "'; float32, float16, bfloat16, onnx");
+                                          "'; float32, float16, bfloat16, onnx, exact");
     }
   } else if (arguments.Has("exact")) {
     tolerance = Preset("exact");

@@ -246,6 +246,10 @@ TensorSource OpenFolder(const std::string& folder) {
       RefuseSource(folder + "/" + entry.name, kNoArchives);
     }
   }
+  if (has("A/run.json") || has("A/samples.jsonl")) {
+    RefuseSource(folder, "holds two runs that took turns; name '" + Printable(folder) + "/A' or '" +
+                             Printable(folder) + "/B'");
+  }
   RefuseSource(folder,
                "holds nothing to compare: no run directory (run.json), no numbered folders of "
                "dumps, no test_data_set_* folders, no .bin, .float, .npy or .pb");

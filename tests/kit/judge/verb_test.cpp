@@ -84,8 +84,16 @@ TEST_F(JudgeVerb, EndsWithTwoForAWrongCommandLine) {
   EXPECT_EQ(Run({}).status, 2);
   EXPECT_EQ(Run({"actual"}).status, 2);
   EXPECT_EQ(Judge({"--exact", "--atol", "1"}).status, 2);
-  EXPECT_THAT(Judge({"--atol", "-1"}).err, HasSubstr("takes a number from 0 on, and got '-1'"));
-  EXPECT_THAT(Judge({"--preset", "int4"}).err, HasSubstr("there is no preset 'int4'"));
+  EXPECT_THAT(Judge({"--atol", "-1"}).err,
+              HasSubstr("takes a finite number from 0 on, and got '-1'"));
+  for (const char* name : {"--atol", "--rtol"}) {
+    const Outcome endless = Judge({name, "inf"});  // with which everything were right
+    EXPECT_EQ(endless.status, 2) << name;
+    EXPECT_EQ(endless.err, "vorn judge: " + std::string(name) +
+                               " takes a finite number from 0 on, and got 'inf'\n");
+  }
+  EXPECT_THAT(Judge({"--preset", "int4"}).err,
+              HasSubstr("there is no preset 'int4'; float32, float16, bfloat16, onnx, exact\n"));
   EXPECT_THAT(Judge({"--expectd", "x"}).err, HasSubstr("did you mean '--expected'?"));
 }
 
@@ -98,6 +106,7 @@ TEST_F(JudgeVerb, TakesATolerance) {
   Dump("actual/0", {1, 2.0000002F});
   EXPECT_EQ(Judge({}).status, 0);
   EXPECT_EQ(Judge({"--exact"}).status, 6);
+  EXPECT_EQ(Judge({"--preset", "exact"}).status, 6);
 }
 
 TEST_F(JudgeVerb, TakesRulesAndAMap) {
@@ -113,11 +122,23 @@ TEST_F(JudgeVerb, TakesRulesAndAMap) {
 }
 
 TEST_F(JudgeVerb, WritesTheVerdictWhereItIsAsked) {
-  const Outcome ended = Judge({"--output", ".", "--quiet"});
-  EXPECT_EQ(ended.status, 0);
-  EXPECT_EQ(ended.out, "");
+  for (const char* quiet : {"--quiet", "-q"}) {
+    const Outcome ended = Judge({"--output", ".", quiet});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.out + ended.err, "");
+  }
   EXPECT_THAT(support::ReadFile(Path("verdict.json")), HasSubstr("\"status\": 0"));
   EXPECT_THAT(support::ReadFile(Path("verdict.xml")), HasSubstr("failures=\"0\""));
+}
+
+TEST_F(JudgeVerb, NamesTheTurnsOfARun) {
+  support::WriteFile(Path("run/A/run.json"), "{}");
+  support::WriteFile(Path("run/B/run.json"), "{}");
+  support::WriteFile(Path("run/times.jsonl"), "");
+  const Outcome ended = Run({"run", "--expected", "expected"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.err,
+            "vorn judge: 'run' holds two runs that took turns; name 'run/A' or 'run/B'\n");
 }
 
 // What was found out is not lost with the file.
