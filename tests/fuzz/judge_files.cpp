@@ -135,11 +135,7 @@ void JudgeFiles(std::span<const uint8_t> bytes) {
   try {
     kFileReaders[bytes[0] % kFileReaders.size()](rest);
   } catch (const kit::Fault& fault) {
-    const std::string_view reason = fault.what();
-    constexpr size_t kLongestFault = 2000;
-    Require(!reason.empty() && reason.size() <= kLongestFault, "the length of a reason");
-    Require(std::ranges::none_of(reason, [](unsigned char c) { return c < 0x20 || c == 0x7f; }),
-            "a reason of one line");
+    RequireReason(fault.what());
   } catch (const std::exception& error) {
     throw Violation{"another exception than a fault: " + std::string(error.what())};
   }

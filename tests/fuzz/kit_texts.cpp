@@ -58,14 +58,6 @@ constexpr std::array<Reader, 8> kReaders{{
     {AsLog, AsModel},
 }};
 
-constexpr size_t kLongestReason = 2000;
-
-void CheckReason(std::string_view reason) {
-  Require(!reason.empty() && reason.size() <= kLongestReason, "the length of a reason");
-  Require(std::ranges::none_of(reason, [](unsigned char c) { return c < 0x20 || c == 0x7f; }),
-          "a reason of one line");
-}
-
 }  // namespace
 
 void KitTexts(std::span<const uint8_t> bytes) {
@@ -76,10 +68,10 @@ void KitTexts(std::span<const uint8_t> bytes) {
   try {
     written = reader.read(text);
   } catch (const kit::Fault& fault) {
-    CheckReason(fault.what());
+    RequireReason(fault.what());
     return;
   } catch (const kit::JsonError& error) {
-    CheckReason(error.what());
+    RequireReason(error.what());
     return;
   }
   try {

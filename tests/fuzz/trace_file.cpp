@@ -58,8 +58,7 @@ void TraceBytes(std::span<const uint8_t> bytes) {
   try {
     file = kit::ParseTrace({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   } catch (const kit::Fault& fault) {
-    const std::string_view reason = fault.what();
-    Require(!reason.empty() && reason.find('\n') == std::string_view::npos, "a reason of one line");
+    RequireReason(fault.what());
     return;
   }
   CheckCalls(file);
