@@ -51,11 +51,34 @@ class ArrayWriter {
       throw Fault(ExitStatus::kInput, Quoted(run_) + " is no run directory: it has no " +
                                           kSamplesFile + "; vorn launch makes one");
     }
-    for (const SampleRecord& sample : ReadSamples(run_)) WriteSample(sample);
+    const std::vector<SampleRecord> samples = ReadSamples(run_);
+    NoteEnd(samples.size());
+    for (const SampleRecord& sample : samples) WriteSample(sample);
     return std::move(written_);
   }
 
  private:
+  // Nothing else is needed of run.json, which another hand may have left out or written otherwise.
+  void NoteEnd(size_t samples) {
+    if (!IsThere(run_ + "/" + kRunFile)) return;
+    RunFacts facts;
+    try {
+      facts = ReadRun(run_);
+    } catch (const Fault&) {
+      return;
+    }
+    const bool isRunning = facts.state == RunState::kRunning;
+    written_.isUnfinished = isRunning || samples < facts.counts.inferences;
+    if (!written_.isUnfinished) return;
+    std::string count = Counted(samples, "sample");
+    if (samples < facts.counts.inferences)
+      count += " of " + std::to_string(facts.counts.inferences);
+    written_.why.push_back("the run " + Quoted(run_) +
+                           (isRunning ? " has not ended (\"running\" in its run.json), and has "
+                                      : " ended early, with ") +
+                           count);
+  }
+
   void WriteSample(const SampleRecord& sample) {
     const std::string told = "sample " + std::to_string(sample.index) + ": ";
     if (sample.status != SampleStatus::kDone) {

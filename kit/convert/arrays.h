@@ -13,6 +13,7 @@ struct ArraysWritten {
   uint64_t arrays = 0;
   uint64_t samples = 0;          ///< of which arrays were written
   uint64_t absent = 0;           ///< samples that have no outputs, or whose dumps changed
+  bool isUnfinished = false;     ///< the run goes on, or ended early: there may be more
   std::vector<std::string> why;  ///< for people: what is not there as an array, and why
 };
 

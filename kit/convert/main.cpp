@@ -51,8 +51,8 @@ constexpr Verb kConvert{
         "npy: an array for each output of each sample of a run directory, in its shape: beside "
         "the\n"
         "dump, as vorn launch --npy has it, or in FOLDER/SAMPLE/. Outputs of 64 bits and of bool\n"
-        "are not in a dump and left out. Ends with status 8 if something is not there, 9 if\n"
-        "nothing is.",
+        "are not in a dump and left out. Ends with status 8 if something is not there, or the run\n"
+        "has not ended, 9 if nothing is there.",
     .options = kOptions,
     .example = "build/release/vorn convert build/digits.vtrace -o build/digits.pftrace",
     .mostOperands = 1000,
@@ -90,16 +90,37 @@ ExitStatus ConvertRun(const Arguments& arguments) {
     }
     say(Counted(written.arrays, "array") + " of " + Counted(written.samples, "sample"));
   }
-  if (written.absent > 0) return ExitStatus::kPartial;
+  if (written.absent > 0 || written.isUnfinished) return ExitStatus::kPartial;
   if (written.arrays == 0) return ExitStatus::kNothing;
   return written.why.empty() ? ExitStatus::kDone : ExitStatus::kPartial;
+}
+
+bool IsThere(const std::string& path) {
+  struct stat about {};
+  return stat(path.c_str(), &about) == 0;
 }
 
 // Where the trace of an operand is: that of a run lies in its folder.
 std::string TraceAt(const std::string& path) {
   struct stat about {};
-  const bool isRun = stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
-  return isRun ? path + "/" + kTraceFile : path;
+  const bool isFolder = stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
+  if (!isFolder) return path;
+  const std::string trace = path + "/" + kTraceFile;
+  if (IsThere(trace)) return trace;
+  const std::string none = Quoted(path) + " holds no " + kTraceFile + ": ";
+  if (IsThere(path + "/" + kRunFile) || IsThere(path + "/" + kSamplesFile)) {
+    throw Fault(ExitStatus::kInput,
+                none +
+                    "a run in chunks leaves no trace unless one of them failed, none does with "
+                    "--no-trace, and none before it has ended");
+  }
+  if (IsThere(path + "/A/" + kRunFile)) {
+    throw Fault(ExitStatus::kInput,
+                none +
+                    "it holds two runs that took turns, A and B, and their chunks leave no "
+                    "trace unless one of them failed");
+  }
+  throw Fault(ExitStatus::kInput, none + "it is no run directory");
 }
 
 NamedTrace ReadTrace(const std::string& path) {

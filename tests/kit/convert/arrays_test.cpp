@@ -69,6 +69,30 @@ class Arrays : public testing::Test {
   bool hasModel_ = true;
 };
 
+TEST_F(Arrays, TellOfARunThatHasNotEnded) {
+  RunFacts facts;
+  facts.state = RunState::kRunning;
+  facts.counts.inferences = 5;
+  support::WriteFile(Path("run.json"), ToJson(facts));
+  const ArraysWritten running = Write();
+  EXPECT_EQ(running.arrays, 4U);
+  EXPECT_TRUE(running.isUnfinished);
+  EXPECT_THAT(running.why, ElementsAre("the run '" + Path() +
+                                       "' has not ended (\"running\" in its run.json), "
+                                       "and has 2 samples of 5"));
+  facts.state = RunState::kInterrupted;
+  support::WriteFile(Path("run.json"), ToJson(facts));
+  EXPECT_THAT(Write().why,
+              ElementsAre("the run '" + Path() + "' ended early, with 2 samples of 5"));
+  facts.counts.inferences = 2;
+  facts.state = RunState::kDone;
+  support::WriteFile(Path("run.json"), ToJson(facts));
+  EXPECT_FALSE(Write().isUnfinished);
+  EXPECT_THAT(Write().why, IsEmpty());
+  support::WriteFile(Path("run.json"), "{}");  // of another hand
+  EXPECT_FALSE(Write().isUnfinished);
+}
+
 TEST_F(Arrays, StandBesideTheirDumpsInTheirShape) {
   const ArraysWritten written = Write();
   EXPECT_EQ(written.arrays, 4U);

@@ -126,6 +126,37 @@ TEST_F(Convert, NeverReplacesTheTraceOfARunThatItReads) {
   EXPECT_EQ(support::ReadFile(Path("run/trace.vtrace")), before);
 }
 
+TEST_F(Convert, EndsWithEightForARunThatGoesOn) {
+  support::WriteFile(Path("run/samples.jsonl"), "");
+  support::WriteFile(
+      Path("run/run.json"),
+      R"({"schema":1,"state":"running","command":[],"version":"","model":{"path":"","sizeBytes":0,)"
+      R"("xxh3_128":"0"},"mapped":[],"machine":{"host":"","kernel":"","processor":""},)"
+      R"("startRealtimeNs":0,"counts":{"inferences":5,"done":0,"failed":0,"aside":0,"missing":0},)"
+      R"("phases":{},"warnings":[],"standardError":""})");
+  const Outcome ended = Run({Path("run"), "--to", "npy"});
+  EXPECT_EQ(ended.status, 8) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("has not ended"));
+  EXPECT_THAT(ended.err, HasSubstr("and has 0 samples of 5\n"));
+}
+
+TEST_F(Convert, SaysWhyARunHasNoTrace) {
+  const auto fault = [&](const std::string& name) {
+    const Outcome ended = Run({Path(name), "-o", Path("out")});
+    EXPECT_EQ(ended.status, 3);
+    return ended.err;
+  };
+  support::WriteFile(Path("chunked/run.json"), "{}");
+  support::WriteFile(Path("turns/A/run.json"), "{}");
+  support::WriteFile(Path("other/file"), "");
+  EXPECT_EQ(fault("chunked"),
+            "vorn convert: '" + Path("chunked") +
+                "' holds no trace.vtrace: a run in chunks leaves no trace unless one of them "
+                "failed, none does with --no-trace, and none before it has ended\n");
+  EXPECT_THAT(fault("turns"), HasSubstr("it holds two runs that took turns, A and B"));
+  EXPECT_THAT(fault("other"), HasSubstr("holds no trace.vtrace: it is no run directory\n"));
+}
+
 TEST_F(Convert, TellsOfATraceThatWasCut) {
   const std::string whole = support::ReadFile(Path("one.vtrace"));
   support::WriteFile(Path("cut"), whole.substr(0, whole.size() - 1));
