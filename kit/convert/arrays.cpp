@@ -48,6 +48,10 @@ class ArrayWriter {
 
   ArraysWritten Write() {
     if (!IsThere(run_ + "/" + kSamplesFile)) {
+      if (IsThere(run_ + "/A/" + kSamplesFile)) {
+        throw Fault(ExitStatus::kInput, Quoted(run_) + " holds two runs that took turns; name " +
+                                            Quoted(run_ + "/A") + " or " + Quoted(run_ + "/B"));
+      }
       throw Fault(ExitStatus::kInput, Quoted(run_) + " is no run directory: it has no " +
                                           kSamplesFile + "; vorn launch makes one");
     }

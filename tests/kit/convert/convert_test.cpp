@@ -148,12 +148,16 @@ TEST_F(Convert, SaysWhyARunHasNoTrace) {
   };
   support::WriteFile(Path("chunked/run.json"), "{}");
   support::WriteFile(Path("turns/A/run.json"), "{}");
+  support::WriteFile(Path("turns/A/samples.jsonl"), "");
   support::WriteFile(Path("other/file"), "");
   EXPECT_EQ(fault("chunked"),
             "vorn convert: '" + Path("chunked") +
                 "' holds no trace.vtrace: a run in chunks leaves no trace unless one of them "
                 "failed, none does with --no-trace, and none before it has ended\n");
   EXPECT_THAT(fault("turns"), HasSubstr("it holds two runs that took turns, A and B"));
+  EXPECT_EQ(Run({Path("turns"), "--to", "npy"}).err,
+            "vorn convert: '" + Path("turns") + "' holds two runs that took turns; name '" +
+                Path("turns/A") + "' or '" + Path("turns/B") + "'\n");
   EXPECT_THAT(fault("other"), HasSubstr("holds no trace.vtrace: it is no run directory\n"));
 }
 
