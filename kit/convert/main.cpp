@@ -105,7 +105,7 @@ std::string TraceAt(const std::string& path) {
   struct stat about {};
   const bool isFolder = stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
   if (!isFolder) return path;
-  const std::string trace = path + "/" + kTraceFile;
+  std::string trace = path + "/" + kTraceFile;
   if (IsThere(trace)) return trace;
   const std::string none = Quoted(path) + " holds no " + kTraceFile + ": ";
   if (IsThere(path + "/" + kRunFile) || IsThere(path + "/" + kSamplesFile)) {
