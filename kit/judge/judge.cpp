@@ -253,7 +253,7 @@ class Judging {
     for (const TensorSource* source : {&request_.actual, &request_.expected}) {
       if (!source->unfinished.empty()) verdict_.unfinished.push_back(source->unfinished);
     }
-    CheckMap();
+    CheckNames();
     pairs_ = SamplePairing(request_, verdict_).Pairs();
     verdict_.samples = pairs_.size();
     for (size_t i = 0; i < pairs_.size(); ++i) {
@@ -274,8 +274,8 @@ class Judging {
   }
 
  private:
-  // A name in the map that no sample has would be passed over.
-  void CheckMap() const {
+  // A name that no sample has would be passed over: what was to be held would hold nothing.
+  void CheckNames() const {
     if (request_.actual.samples.empty()) return;
     std::vector<std::string> names;
     for (const SampleSource& sample : request_.actual.samples) {
@@ -301,6 +301,15 @@ class Judging {
                                           Printable(mapped.actual.name) + "', and there is none" +
                                           DidYouMean(name, names));
     }
+    for (const ToleranceRule& rule : request_.rules.tolerances) CheckRule(rule.output, names);
+    for (const MetricRule& rule : request_.rules.metrics) CheckRule(rule.output, names);
+  }
+
+  static void CheckRule(const std::string& glob, const std::vector<std::string>& names) {
+    const auto isMeant = [&](const std::string& name) { return FitsName(glob, name); };
+    if (std::any_of(names.begin(), names.end(), isMeant)) return;
+    throw Fault(ExitStatus::kInput, "the rules name the output '" + Printable(glob) +
+                                        "', and there is none" + DidYouMean(glob, names));
   }
 
   OutputState& StateOf(const std::string& name) {

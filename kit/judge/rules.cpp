@@ -45,10 +45,6 @@ constexpr std::array kMetrics{
     MetricRow{Metric::kTop1, "top1"},       MetricRow{Metric::kTop5, "top5"},
 };
 
-bool FitsName(const std::string& glob, const std::string& output) {
-  return fnmatch(glob.c_str(), output.c_str(), 0) == 0;
-}
-
 double BoundOf(const Json& object, const char* key, bool mayBeNegative) {
   const Json* value = object.Find(key);
   if (value == nullptr) return 0;
@@ -154,6 +150,10 @@ std::optional<double> MeasureOf(const Census& census, double measure) {
 }
 
 }  // namespace
+
+bool FitsName(const std::string& glob, const std::string& output) {
+  return fnmatch(glob.c_str(), output.c_str(), 0) == 0;
+}
 
 std::string_view MetricName(Metric metric) {
   for (const MetricRow& row : kMetrics) {

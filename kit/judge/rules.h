@@ -67,6 +67,9 @@ struct Rules {
   std::vector<MetricRule> metrics;
 };
 
+/// Whether a rule's glob is about an output.
+[[nodiscard]] bool FitsName(const std::string& glob, const std::string& output);
+
 /// Throws a Fault of kInput that says what is wrong where; `what` names the file.
 [[nodiscard]] Rules ParseRules(std::string_view text, const std::string& what);
 

@@ -350,6 +350,19 @@ TEST_F(Judgement, PairsSamplesAsTheMapSays) {
   EXPECT_EQ(Run().Status(), ExitStatus::kPartial);
 }
 
+TEST_F(Judgement, RefusesRulesOfAnotherModel) {
+  Dump("actual/0", {1});
+  Dump("expected/0", {1});
+  for (const char* rules : {R"({"schema": 1, "rules": [{"output": "pro", "exact": true}]})",
+                            R"({"schema": 1, "rules": [
+                                {"output": "p*", "exact": true},
+                                {"output": "pro", "metric": "cosine", "atLeast": 0.5}]})"}) {
+    request_.rules = ParseRules(rules, "r");
+    EXPECT_THAT(Refusal(), HasSubstr("the rules name the output 'pro', and there is none; did you "
+                                     "mean 'prob'?"));
+  }
+}
+
 TEST_F(Judgement, RefusesAMapOfAnotherModel) {
   Dump("actual/0", {1});
   Dump("expected/0", {1});
