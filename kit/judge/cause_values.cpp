@@ -392,6 +392,8 @@ class ValueFinder {
       wrong.pop_back();
     }
     if (wrong.empty() || wrong.size() > most || !TowerInSize(wrong)) return;
+    constexpr double kNearlySo = 0.25;  // of what is expected: beyond it the others are wrong, too
+    if (rest > kNearlySo) return;
     uint64_t oneBit = 0;
     for (const uint64_t i : wrong) {
       oneBit += std::popcount(std::bit_cast<uint32_t>(actual_[i]) ^

@@ -15,6 +15,7 @@ namespace vorn::kit {
 namespace {
 
 using testing::HasSubstr;
+using testing::Not;
 using Values = std::vector<float>;
 
 // Nothing in it repeats.
@@ -75,6 +76,19 @@ TEST(FindCauses, TellsWhichStride) {
   for (size_t i = 0; i < 100; ++i) first[i] = wave[i % 10];
   EXPECT_EQ(FirstText(Find(first, wave, {1, 10, 10})),
             "stride-wrong: the first row stands in every row");
+}
+
+// Some differences are greater than others, and none of the rest is as expected.
+TEST(FindCauses, CallsNothingIsolatedAmongWhatIsWrong) {
+  const Values wave = Wave(2304);
+  Values swapped = wave;
+  for (float& value : swapped) {
+    value = std::bit_cast<float>(__builtin_bswap32(std::bit_cast<uint32_t>(value)));
+  }
+  EXPECT_THAT(FirstText(Find(swapped, wave)), Not(HasSubstr("isolated")));
+  Values holed = wave;
+  for (size_t i = 0; i < holed.size(); i += 2) holed[i] = NAN;
+  EXPECT_THAT(FirstText(Find(holed, wave)), Not(HasSubstr("isolated")));
 }
 
 TEST(FindCauses, TellsWhichValues) {
