@@ -88,7 +88,8 @@ std::string ReportOn(const std::string& path, bool asJson) {
 }
 
 void PrintReports(const std::vector<std::string>& files, bool asJson) {
-  if (files.empty() && !asJson) std::fputs("vorn trace: the program made no call by way of the layer\n", stderr);
+  if (files.empty() && !asJson)
+    std::fputs("vorn trace: the program made no call by way of the layer\n", stderr);
   for (const std::string& file : files) {
     const std::string report = ReportOn(file, asJson);
     if (asJson) {

@@ -339,7 +339,8 @@ TEST_F(Trace, SaysThatAProgramMadeNoCall) {
 TEST_F(Trace, SaysTheSameOfAProgramThatIsLinkedWithARuntime) {
   const Outcome ended = Run({support::VornRunPath()});
   EXPECT_EQ(ended.status, 1);
-  EXPECT_THAT(ended.err, testing::EndsWith("vorn trace: the program made no call by way of the layer\n"));
+  EXPECT_THAT(ended.err,
+              testing::EndsWith("vorn trace: the program made no call by way of the layer\n"));
 }
 
 TEST_F(Trace, TellsThatTheProgramOpenedItsRuntimeByName) {
