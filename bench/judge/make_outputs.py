@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""make_outputs.py BUILD FACES VOICE OUT: outputs of the examples' networks as arrays for cause_bench.
+"""make_outputs.py BUILD FACES VOICE OUT: outputs of the examples' networks as arrays.
 
-BUILD holds vorn-run and the host runtime; FACES and VOICE are what examples/face-finder/run.sh and
-examples/voice-detector/run.sh left in their build folder. float16, int8 and uint8 come from the runtime
-itself: a cast or a quantisation is put behind the network, and its output is what is dumped. No library
-beyond Python's own.
+They are what cause_bench draws from. BUILD holds vorn-run and the host runtime; FACES and VOICE are
+what examples/face-finder/run.sh and examples/voice-detector/run.sh left in their build folder.
+float16, int8 and uint8 come from the runtime itself: a cast or a quantisation is put behind the
+network, and its output is what is dumped. No library beyond Python's own.
 """
 import array
 import os
@@ -33,7 +33,8 @@ def field(number, value):
 
 
 def node(kind, inputs, output, attributes=b""):
-    return field(1, b"".join(field(1, i) for i in inputs) + field(2, output) + field(4, kind) + attributes)
+    words = b"".join(field(1, i) for i in inputs)
+    return field(1, words + field(2, output) + field(4, kind) + attributes)
 
 
 def scalar(name, kind, raw):
@@ -48,7 +49,8 @@ def output(name, kind, shape):
 def behind(model, tensor, kind, shape, step=None, zero=0):
     """The model with one more output, "typed": appended bytes become part of the same message."""
     if kind == FLOAT16:
-        graph = node("Cast", [tensor], "typed", field(5, field(1, "to") + field(3, FLOAT16) + field(20, 2)))
+        to = field(5, field(1, "to") + field(3, FLOAT16) + field(20, 2))
+        graph = node("Cast", [tensor], "typed", to)
     else:
         graph = node("QuantizeLinear", [tensor, "step", "zero"], "typed")
         graph += scalar("step", 1, struct.pack("<f", step))
@@ -70,7 +72,8 @@ def run(build, model, files, folder):
     out = os.path.join(folder, "out")
     os.mkdir(out)
     subprocess.run([build + "/vorn-run", "-m", model, "-j", settings, "-i", listed, "-o", out],
-                   env={**os.environ, "LD_LIBRARY_PATH": build}, check=True, stdout=subprocess.DEVNULL)
+                   env={**os.environ, "LD_LIBRARY_PATH": build}, check=True,
+                   stdout=subprocess.DEVNULL)
     return dumps(out)
 
 
@@ -100,7 +103,8 @@ def write(path, descr, shape, samples):
 
 def cropped(samples, columns, first, count):
     """A square out of each picture."""
-    return [[s[r * columns + c] for r in range(first, first + count) for c in range(first, first + count)]
+    middle = range(first, first + count)
+    return [[s[r * columns + c] for r in middle for c in middle]
             for s in samples]
 
 
@@ -121,7 +125,8 @@ def main():
         found = run(build, proposals, scenes, folder)
     write(out + "/objectness.npy", "<f4", [1, 24, 24], cropped(found["objectness"], 89, 30, 24))
 
-    pictures = [f"{faces}/{name}.bin" for name in ("astronaut", "mirrored", "cat", "coffee", "rocket")]
+    names = ("astronaut", "mirrored", "cat", "coffee", "rocket")
+    pictures = [f"{faces}/{name}.bin" for name in names]
     model = faces + "/package/ONNX/face_detection_front_128x128_barracuda.onnx"
     part = slice(0, 128 * 16)
     found = typed(build, model, pictures, "Identity_2:0", FLOAT16, [1, 512, 16])
