@@ -162,6 +162,14 @@ class Switched(unittest.TestCase):
                 ends.add(chosen)
             self.assertGreater(len(ends), 10)
 
+    def test_variable_of_a_layer_is_not_chosen(self):
+        text = "int limit = 3;\nint F() {\n  return limit + 1;\n}\n"
+        for file, lines in (("kit/f.cpp", {1, 3}), ("layers/f.cpp", {3})):
+            mutants = make_mutants(file, text)
+            self.assertEqual({m.line for m in mutants}, {1, 3})
+            able = {m.line for m in mutants if can_be_switched(Source(text), m)}
+            self.assertEqual(able, lines)
+
     def test_program_notes_the_statements_that_it_reaches(self):
         mutants = make_mutants("tests/program.cpp", PROGRAM)
         numbers = {m.id: number for number, m in enumerate(mutants, 1)
