@@ -9,7 +9,7 @@
 #               of g++, too, which the build has anyway
 #   clang-tidy  the products, several files at a time, which takes five minutes of processor time in
 #               all. Of the tests, which take 20 seconds each, those of uncommitted changes and of the
-#               last ten commits, the newest first and as many as take a few minutes; with --since those
+#               last ten commits, the newest first and as many as take a minute; with --since those
 #               that came after that revision, with --all every one
 set -euo pipefail
 cd -P "$(dirname "$0")/.." # as CMake and the compilers name it
@@ -17,7 +17,7 @@ readonly kProgram=lint
 . scripts/packages.sh
 
 readonly kClang=14            # another version lays out and finds otherwise
-readonly kTidyFilesACore=6    # at some 20 s each, or a minute for the longest
+readonly kTidyFilesACore=2    # at some 20 s each, or a minute for the longest
 readonly kBuild=build/lint
 readonly kUnited=UnifiedSources # by this name the analyzer looks into what a file includes
 
