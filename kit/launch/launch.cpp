@@ -134,6 +134,9 @@ class Launcher {
     facts.list = plan_.list;
     facts.runtime = plan_.model.runtime;
     facts.mapped = plan_.libraries;
+    for (MappedFile& file : facts.mapped) {  // as the system tells it of what is mapped
+      if (std::string real = RealPath(file.path); !real.empty()) file.path = std::move(real);
+    }
     facts.machine = DescribeMachine();
     facts.startRealtimeNs = RealtimeNs();
     // Before anything else: a folder with it is known to be a run.
@@ -335,9 +338,8 @@ class Launcher {
     moments_->Append(ToLine(TakeMoment(pid)));
     for (const std::string& path : MappedLibraries(pid)) {
       auto& mapped = report_.Facts().mapped;
-      const bool isKnown = std::any_of(mapped.begin(), mapped.end(), [&](const MappedFile& file) {
-        return file.path == path || RealPath(file.path) == path;
-      });
+      const bool isKnown = std::any_of(mapped.begin(), mapped.end(),
+                                       [&](const MappedFile& file) { return file.path == path; });
       if (!isKnown) mapped.push_back({.path = path, .buildId = BuildIdOf(path)});
     }
   }
