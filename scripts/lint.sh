@@ -7,8 +7,8 @@
 #   Python      all Python files, by flake8
 #   warnings    all C and C++ files that the build knows, by the front end of clang++; with --all by that
 #               of g++, too, which the build has anyway
-#   clang-tidy  the products, several files at a time, which takes five minutes of processor time in
-#               all. Of the tests, which take 20 seconds each, those of uncommitted changes and of the
+#   clang-tidy  the products, several files at a time, which takes a quarter of an hour of processor
+#               time. Of the tests, which take 20 seconds each, those of uncommitted changes and of the
 #               last ten commits, the newest first and as many as take a minute; with --since those
 #               that came after that revision, with --all every one
 set -euo pipefail
