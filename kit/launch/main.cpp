@@ -1,6 +1,5 @@
 // vorn-launch: runs vorn-run over a list into a run directory.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
