@@ -10,9 +10,9 @@
 #include <set>
 
 #include "kit/judge/census.h"
-#include "kit/judge/element_type.h"
-#include "kit/judge/npy.h"
-#include "kit/judge/tensor_reader.h"
+#include "kit/tensor/element_type.h"
+#include "kit/tensor/npy.h"
+#include "kit/tensor/tensor_reader.h"
 
 namespace vorn::bench {
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "kit/judge/cause.h"
-#include "kit/judge/element_type.h"
+#include "kit/tensor/element_type.h"
 
 namespace vorn::bench {
 

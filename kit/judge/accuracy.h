@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "kit/judge/stored_tensor.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "kit/judge/census.h"
-#include "kit/judge/stored_tensor.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 

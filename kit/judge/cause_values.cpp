@@ -6,9 +6,9 @@
 #include <numeric>
 
 #include "kit/judge/cause_evidence.h"
-#include "kit/judge/element_type.h"
 #include "kit/judge/rules.h"
 #include "kit/judge/top_agreement.h"
+#include "kit/tensor/element_type.h"
 
 namespace vorn::kit {
 namespace {

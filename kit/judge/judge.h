@@ -9,8 +9,8 @@
 #include "kit/judge/labels.h"
 #include "kit/judge/map.h"
 #include "kit/judge/rules.h"
-#include "kit/judge/tensor_source.h"
 #include "kit/judge/verdict.h"
+#include "kit/tensor/tensor_source.h"
 
 namespace vorn::kit {
 

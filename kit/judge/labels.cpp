@@ -6,8 +6,8 @@
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
-#include "kit/judge/npy.h"
-#include "kit/judge/tensor_reader.h"
+#include "kit/tensor/npy.h"
+#include "kit/tensor/tensor_reader.h"
 
 namespace vorn::kit {
 namespace {

@@ -9,7 +9,7 @@
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
-#include "kit/judge/tensor_source.h"
+#include "kit/tensor/tensor_source.h"
 
 namespace vorn::kit {
 namespace {

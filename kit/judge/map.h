@@ -20,7 +20,7 @@
 #include <utility>
 #include <vector>
 
-#include "kit/judge/tensor_reader.h"
+#include "kit/tensor/tensor_reader.h"
 
 namespace vorn::kit {
 

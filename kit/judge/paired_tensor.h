@@ -6,7 +6,7 @@
 #include <string>
 
 #include "kit/judge/map.h"
-#include "kit/judge/tensor_source.h"
+#include "kit/tensor/tensor_source.h"
 
 namespace vorn::kit {
 

@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "kit/judge/census.h"
-#include "kit/judge/element_type.h"
 #include "kit/judge/top_agreement.h"
+#include "kit/tensor/element_type.h"
 
 namespace vorn::kit {
 

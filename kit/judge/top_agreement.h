@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-#include "kit/judge/stored_tensor.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 

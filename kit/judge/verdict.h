@@ -10,8 +10,8 @@
 #include "kit/judge/cause.h"
 #include "kit/judge/census.h"
 #include "kit/judge/rules.h"
-#include "kit/judge/stored_tensor.h"
 #include "kit/judge/top_agreement.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 

@@ -21,10 +21,10 @@
 #include "kit/judge/cause.h"
 #include "kit/judge/labels.h"
 #include "kit/judge/map.h"
-#include "kit/judge/npy.h"
-#include "kit/judge/onnx_tensor.h"
 #include "kit/judge/rules.h"
-#include "kit/judge/tensor_reader.h"
+#include "kit/tensor/npy.h"
+#include "kit/tensor/onnx_tensor.h"
+#include "kit/tensor/tensor_reader.h"
 
 namespace fuzz {
 namespace {

@@ -1,4 +1,4 @@
-#include "kit/judge/npy.h"
+#include "kit/tensor/npy.h"
 
 #include <array>
 #include <bit>

@@ -1,4 +1,4 @@
-#include "kit/judge/tensor_reader.h"
+#include "kit/tensor/tensor_reader.h"
 
 #include <algorithm>
 #include <cmath>

@@ -6,12 +6,12 @@
 //
 // A few fields of one message are read here, at their places in the file, since a library would
 // hold all of it in memory and ends at 2 GiB.
-#ifndef VORN_KIT_JUDGE_ONNX_TENSOR_H_
-#define VORN_KIT_JUDGE_ONNX_TENSOR_H_
+#ifndef VORN_KIT_TENSOR_ONNX_TENSOR_H_
+#define VORN_KIT_TENSOR_ONNX_TENSOR_H_
 
 #include <string>
 
-#include "kit/judge/stored_tensor.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 
@@ -21,4 +21,4 @@ namespace vorn::kit {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_ONNX_TENSOR_H_
+#endif  // VORN_KIT_TENSOR_ONNX_TENSOR_H_

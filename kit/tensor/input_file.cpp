@@ -1,4 +1,4 @@
-#include "kit/judge/input_file.h"
+#include "kit/tensor/input_file.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>

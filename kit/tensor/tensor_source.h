@@ -1,15 +1,15 @@
 // Where tensors of many samples come from: a run directory, a folder of dumps, arrays, test
 // folders of ONNX, or a single file. Found by what is there; only names are read.
-#ifndef VORN_KIT_JUDGE_TENSOR_SOURCE_H_
-#define VORN_KIT_JUDGE_TENSOR_SOURCE_H_
+#ifndef VORN_KIT_TENSOR_TENSOR_SOURCE_H_
+#define VORN_KIT_TENSOR_TENSOR_SOURCE_H_
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "kit/judge/stored_tensor.h"
 #include "kit/model/model_description.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 
@@ -54,4 +54,4 @@ struct TensorSource {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_TENSOR_SOURCE_H_
+#endif  // VORN_KIT_TENSOR_TENSOR_SOURCE_H_

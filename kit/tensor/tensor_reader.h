@@ -1,16 +1,16 @@
 // The values of a tensor, a block at a time, in the order and with the meaning that they are
 // compared in.
-#ifndef VORN_KIT_JUDGE_TENSOR_READER_H_
-#define VORN_KIT_JUDGE_TENSOR_READER_H_
+#ifndef VORN_KIT_TENSOR_TENSOR_READER_H_
+#define VORN_KIT_TENSOR_TENSOR_READER_H_
 
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <vector>
 
-#include "kit/judge/input_file.h"
-#include "kit/judge/number_lines.h"
-#include "kit/judge/stored_tensor.h"
+#include "kit/tensor/input_file.h"
+#include "kit/tensor/number_lines.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 
@@ -84,4 +84,4 @@ class TensorReader {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_TENSOR_READER_H_
+#endif  // VORN_KIT_TENSOR_TENSOR_READER_H_

@@ -1,4 +1,4 @@
-#include "kit/judge/tensor_source.h"
+#include "kit/tensor/tensor_source.h"
 
 #include <algorithm>
 #include <array>
@@ -10,10 +10,10 @@
 #include "kit/common/file_identity.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
-#include "kit/judge/npy.h"
-#include "kit/judge/onnx_tensor.h"
 #include "kit/model/model_json.h"
 #include "kit/run/run_directory.h"
+#include "kit/tensor/npy.h"
+#include "kit/tensor/onnx_tensor.h"
 
 namespace vorn::kit {
 namespace {

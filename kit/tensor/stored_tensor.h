@@ -1,6 +1,6 @@
 // Where the values of a tensor lie, in whatever kind of file.
-#ifndef VORN_KIT_JUDGE_STORED_TENSOR_H_
-#define VORN_KIT_JUDGE_STORED_TENSOR_H_
+#ifndef VORN_KIT_TENSOR_STORED_TENSOR_H_
+#define VORN_KIT_TENSOR_STORED_TENSOR_H_
 
 #include <cstdint>
 #include <memory>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "kit/judge/element_type.h"
+#include "kit/tensor/element_type.h"
 
 namespace vorn::kit {
 
@@ -62,4 +62,4 @@ struct FileHead {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_STORED_TENSOR_H_
+#endif  // VORN_KIT_TENSOR_STORED_TENSOR_H_

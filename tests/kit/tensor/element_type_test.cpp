@@ -1,4 +1,4 @@
-#include "kit/judge/element_type.h"
+#include "kit/tensor/element_type.h"
 
 #include <gtest/gtest.h>
 

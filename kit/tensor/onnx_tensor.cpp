@@ -1,11 +1,11 @@
-#include "kit/judge/onnx_tensor.h"
+#include "kit/tensor/onnx_tensor.h"
 
 #include <algorithm>
 #include <array>
 #include <bit>
 
 #include "kit/common/fault.h"
-#include "kit/judge/input_file.h"
+#include "kit/tensor/input_file.h"
 
 namespace vorn::kit {
 namespace {

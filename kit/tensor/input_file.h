@@ -1,6 +1,6 @@
 // A file that is read at any place, without holding more of it than was asked for.
-#ifndef VORN_KIT_JUDGE_INPUT_FILE_H_
-#define VORN_KIT_JUDGE_INPUT_FILE_H_
+#ifndef VORN_KIT_TENSOR_INPUT_FILE_H_
+#define VORN_KIT_TENSOR_INPUT_FILE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -38,4 +38,4 @@ class InputFile {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_INPUT_FILE_H_
+#endif  // VORN_KIT_TENSOR_INPUT_FILE_H_

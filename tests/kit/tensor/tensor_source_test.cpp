@@ -1,4 +1,4 @@
-#include "kit/judge/tensor_source.h"
+#include "kit/tensor/tensor_source.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "kit/judge/number_lines.h"
+#include "kit/tensor/number_lines.h"
 
 #include <algorithm>
 #include <charconv>

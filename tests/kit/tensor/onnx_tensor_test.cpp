@@ -1,10 +1,10 @@
-#include "kit/judge/onnx_tensor.h"
+#include "kit/tensor/onnx_tensor.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "kit/common/fault.h"
-#include "kit/judge/tensor_reader.h"
+#include "kit/tensor/tensor_reader.h"
 #include "support/files.h"
 #include "support/onnx_writer.h"
 

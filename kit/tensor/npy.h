@@ -7,13 +7,13 @@
 // Version 3 has UTF-8 in the text. Arrays of objects, which are pickles and would run code, of
 // texts, of records and of complex numbers are refused, and so are archives of arrays (.npz): they
 // are mostly compressed, and could not be read in blocks from any place on.
-#ifndef VORN_KIT_JUDGE_NPY_H_
-#define VORN_KIT_JUDGE_NPY_H_
+#ifndef VORN_KIT_TENSOR_NPY_H_
+#define VORN_KIT_TENSOR_NPY_H_
 
 #include <string>
 #include <string_view>
 
-#include "kit/judge/stored_tensor.h"
+#include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
 
@@ -30,4 +30,4 @@ inline constexpr const char* kNoArchives =
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_NPY_H_
+#endif  // VORN_KIT_TENSOR_NPY_H_

@@ -2,8 +2,8 @@
 //
 // Everything is compared as float32, since a dump holds nothing wider: float64 and whole numbers
 // beyond 2^24 are rounded to the nearest float32, a float64 beyond its range becomes infinite.
-#ifndef VORN_KIT_JUDGE_ELEMENT_TYPE_H_
-#define VORN_KIT_JUDGE_ELEMENT_TYPE_H_
+#ifndef VORN_KIT_TENSOR_ELEMENT_TYPE_H_
+#define VORN_KIT_TENSOR_ELEMENT_TYPE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -49,4 +49,4 @@ void ToFloats(ElementType type, bool isSwapped, const std::byte* from, std::span
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_ELEMENT_TYPE_H_
+#endif  // VORN_KIT_TENSOR_ELEMENT_TYPE_H_

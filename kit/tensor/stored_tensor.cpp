@@ -1,11 +1,11 @@
-#include "kit/judge/stored_tensor.h"
+#include "kit/tensor/stored_tensor.h"
 
 #include <algorithm>
 #include <limits>
 
 #include "kit/common/fault.h"
-#include "kit/judge/input_file.h"
-#include "kit/judge/number_lines.h"
+#include "kit/tensor/input_file.h"
+#include "kit/tensor/number_lines.h"
 
 namespace vorn::kit {
 

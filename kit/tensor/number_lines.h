@@ -1,11 +1,11 @@
 // A file with a number a line, as the `.float` file of a dump.
-#ifndef VORN_KIT_JUDGE_NUMBER_LINES_H_
-#define VORN_KIT_JUDGE_NUMBER_LINES_H_
+#ifndef VORN_KIT_TENSOR_NUMBER_LINES_H_
+#define VORN_KIT_TENSOR_NUMBER_LINES_H_
 
 #include <cstdint>
 #include <string>
 
-#include "kit/judge/input_file.h"
+#include "kit/tensor/input_file.h"
 
 namespace vorn::kit {
 
@@ -29,4 +29,4 @@ class NumberLines {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_JUDGE_NUMBER_LINES_H_
+#endif  // VORN_KIT_TENSOR_NUMBER_LINES_H_
