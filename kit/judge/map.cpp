@@ -9,27 +9,13 @@
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 #include "kit/tensor/tensor_source.h"
 
 namespace vorn::kit {
 namespace {
 
 constexpr size_t kMostMapDimensions = 64;
-
-// A misspelt key would be passed over, and something else be compared than was meant.
-void HoldToKeys(const Json& object, std::initializer_list<const char*> keys) {
-  const std::vector<std::string> known(keys.begin(), keys.end());
-  for (const auto& [key, value] : object.Members()) {
-    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-    throw JsonError("there is no key '" + Printable(key) + "'" + DidYouMean(key, known));
-  }
-}
-
-double FiniteNumber(const Json& value, const char* key) {
-  const double number = value.AsNumber();
-  if (!std::isfinite(number)) throw JsonError(std::string(key) + " is no finite number");
-  return number;
-}
 
 Shape ShapeOf(const Json& value) {
   Shape shape;

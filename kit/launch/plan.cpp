@@ -13,7 +13,7 @@
 #include "kit/common/printable.h"
 #include "kit/launch/execution_times.h"
 #include "kit/launch/libraries.h"
-#include "kit/launch/model_source.h"
+#include "kit/runtime/model_source.h"
 #include "kit/trace/under_layer.h"
 #include "vorn/vorn.h"
 

@@ -1,4 +1,4 @@
-#include "kit/launch/model_source.h"
+#include "kit/runtime/model_source.h"
 
 #include <sys/stat.h>
 

@@ -1,6 +1,6 @@
 // Where the description of a model comes from: a file, what an earlier run kept, or the runtime.
-#ifndef VORN_KIT_LAUNCH_MODEL_SOURCE_H_
-#define VORN_KIT_LAUNCH_MODEL_SOURCE_H_
+#ifndef VORN_KIT_RUNTIME_MODEL_SOURCE_H_
+#define VORN_KIT_RUNTIME_MODEL_SOURCE_H_
 
 #include <optional>
 #include <string>
@@ -28,4 +28,4 @@ struct ModelSource {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_LAUNCH_MODEL_SOURCE_H_
+#endif  // VORN_KIT_RUNTIME_MODEL_SOURCE_H_

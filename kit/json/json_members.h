@@ -1,0 +1,20 @@
+// Members of objects that a person wrote.
+#ifndef VORN_KIT_JSON_JSON_MEMBERS_H_
+#define VORN_KIT_JSON_JSON_MEMBERS_H_
+
+#include <initializer_list>
+
+#include "kit/json/json.h"
+
+namespace vorn::kit {
+
+/// Throws a JsonError that names a key that is none of these, and the nearest one: a misspelt key
+/// would be passed over, and something else be done than was meant.
+void HoldToKeys(const Json& object, std::initializer_list<const char*> keys);
+
+/// The number of `key`, which has to be finite; throws a JsonError that names the key.
+[[nodiscard]] double FiniteNumber(const Json& value, const char* key);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_JSON_JSON_MEMBERS_H_

@@ -1,0 +1,35 @@
+#include "kit/json/json_members.h"
+
+#include <gtest/gtest.h>
+
+namespace vorn::kit {
+namespace {
+
+std::string WhatHolds(const char* text) {
+  try {
+    HoldToKeys(ParseJson(text), {"scale", "zeroPoint"});
+  } catch (const JsonError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(HoldToKeys, TakesThoseThatThereAre) {
+  EXPECT_EQ(WhatHolds("{}"), "");
+  EXPECT_EQ(WhatHolds(R"({"zeroPoint": 1, "scale": 2})"), "");
+}
+
+TEST(HoldToKeys, NamesAnotherAndTheNearest) {
+  EXPECT_EQ(WhatHolds(R"({"zeropoint": 1})"),
+            "there is no key 'zeropoint'; did you mean 'zeroPoint'?");
+  EXPECT_EQ(WhatHolds(R"({"scale": 1, "colour": 1})"), "there is no key 'colour'");
+}
+
+TEST(FiniteNumber, RefusesWhatIsNone) {
+  EXPECT_EQ(FiniteNumber(Json(0.5), "scale"), 0.5);
+  EXPECT_THROW((void)FiniteNumber(Json("Infinity"), "scale"), JsonError);
+  EXPECT_THROW((void)FiniteNumber(Json("much"), "scale"), JsonError);
+}
+
+}  // namespace
+}  // namespace vorn::kit
