@@ -1,0 +1,462 @@
+// The rules of OpenCV, as its x86-64 build of Debian computes them.
+//
+//     scale of an axis = 1 / (size / old size)      place of output x = (x + 0.5) * scale - 0.5
+//
+// linear and cubic take 2 and 4 neighbours whatever the scale; at the border the last pixel counts
+// instead of those beyond. uint8 has the weights as whole numbers of 11 bits, everything else as
+// floats. area is the mean of what an output covers, with places to a thousandth; when an axis
+// grows it is linear between other places. linear to exactly half the size is area.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+#include "kit/picture/resize_rules.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr int kWeightOne = 1 << 11;
+constexpr size_t kMostTaps = 4;
+
+double ScaleOf(uint32_t inSize, uint32_t outSize) {
+  return 1.0 / (static_cast<double>(outSize) / inSize);
+}
+
+int64_t FloorOf(double value) { return static_cast<int64_t>(std::floor(value)); }
+
+// To the nearest, half to the even one, and to what the type holds.
+template <typename Value>
+Value Saturated(float value) {
+  if constexpr (std::is_same_v<Value, float>) {
+    return value;
+  } else {
+    const float most = std::numeric_limits<Value>::max();
+    return static_cast<Value>(std::nearbyint(std::clamp(value, 0.0F, most)));
+  }
+}
+
+// ---- nearest
+
+std::vector<size_t> NearestPlaces(uint32_t inSize, uint32_t outSize) {
+  const double scale = ScaleOf(inSize, outSize);
+  std::vector<size_t> places(outSize);
+  for (uint32_t out = 0; out < outSize; ++out) {
+    places[out] = static_cast<size_t>(std::min(FloorOf(out * scale), int64_t{inSize} - 1));
+  }
+  return places;
+}
+
+template <size_t kBytes>
+void TakePixels(const std::byte* from, const std::vector<size_t>& places, std::byte* to) {
+  for (const size_t place : places) {
+    std::memcpy(to, from + place * kBytes, kBytes);
+    to += kBytes;
+  }
+}
+
+using TakeFunction = void (*)(const std::byte*, const std::vector<size_t>&, std::byte*);
+
+TakeFunction TakePixelsOf(size_t bytes) {
+  switch (bytes) {
+    case 1:
+      return TakePixels<1>;
+    case 2:
+      return TakePixels<2>;
+    case 3:
+      return TakePixels<3>;
+    case 4:
+      return TakePixels<4>;
+    case 6:
+      return TakePixels<6>;
+    case 8:
+      return TakePixels<8>;
+    case 12:
+      return TakePixels<12>;
+    default:
+      return TakePixels<16>;
+  }
+}
+
+Picture TakeNearest(const Picture& picture, uint32_t width, uint32_t height) {
+  Picture resized = MakePicture(width, height, picture.channels, picture.type);
+  const std::vector<size_t> columns = NearestPlaces(picture.width, width);
+  const std::vector<size_t> rows = NearestPlaces(picture.height, height);
+  const TakeFunction take = TakePixelsOf(picture.channels * BytesOf(picture.type));
+  for (uint32_t y = 0; y < height; ++y) {
+    take(picture.Row<std::byte>(static_cast<uint32_t>(rows[y])), columns,
+         resized.Row<std::byte>(y));
+  }
+  return resized;
+}
+
+// ---- linear and cubic
+
+// Weights are whole numbers for uint8 and floats for all else; what is between columns and rows,
+// too.
+template <typename Value>
+using WorkOf = std::conditional_t<std::is_same_v<Value, uint8_t>, int32_t, float>;
+
+template <typename Work>
+Work WeightOf(float weight) {
+  if constexpr (std::is_same_v<Work, float>) {
+    return weight;
+  } else {
+    return static_cast<Work>(std::nearbyint(weight * static_cast<float>(kWeightOne)));
+  }
+}
+
+enum class Interpolation { kLinear, kAreaGrowing, kCubic };
+
+// The neighbours of an output along an axis.
+template <typename Work>
+struct Neighbours {
+  int64_t first;  // the place of the first weight; may lie before 0
+  Work weights[kMostTaps];
+};
+
+template <typename Work>
+struct AxisTaps {
+  uint32_t taps;
+  uint32_t inSize;
+  std::vector<Neighbours<Work>> outputs;
+
+  [[nodiscard]] size_t Place(const Neighbours<Work>& output, uint32_t tap) const {
+    return static_cast<size_t>(std::clamp<int64_t>(output.first + tap, 0, int64_t{inSize} - 1));
+  }
+};
+
+void CubicWeights(float x, float* weights) {
+  constexpr float kA = -0.75F;
+  weights[0] = ((kA * (x + 1) - 5 * kA) * (x + 1) + 8 * kA) * (x + 1) - 4 * kA;
+  weights[1] = ((kA + 2) * x - (kA + 3)) * x * x + 1;
+  weights[2] = ((kA + 2) * (1 - x) - (kA + 3)) * (1 - x) * (1 - x) + 1;
+  weights[3] = 1.F - weights[0] - weights[1] - weights[2];
+}
+
+// `isColumns`: at the border a column counts wholly; of rows both weights count, of the same row.
+template <typename Work>
+AxisTaps<Work> TapsOf(uint32_t inSize, uint32_t outSize, Interpolation interpolation,
+                      bool isColumns) {
+  const double growth = static_cast<double>(outSize) / inSize;
+  const double scale = 1.0 / growth;
+  AxisTaps<Work> axis{interpolation == Interpolation::kCubic ? 4U : 2U, inSize, {}};
+  axis.outputs.resize(outSize);
+  for (uint32_t out = 0; out < outSize; ++out) {
+    int64_t place = 0;
+    float rest = 0;
+    if (interpolation == Interpolation::kAreaGrowing) {
+      place = FloorOf(out * scale);
+      rest = static_cast<float>((out + 1) - static_cast<double>(place + 1) * growth);
+      rest = rest <= 0 ? 0.F : rest - std::floor(rest);
+    } else {
+      rest = static_cast<float>((out + 0.5) * scale - 0.5);
+      place = FloorOf(rest);
+      rest -= static_cast<float>(place);
+    }
+    if (isColumns && interpolation != Interpolation::kCubic &&
+        (place < 0 || place >= int64_t{inSize} - 1)) {
+      place = place < 0 ? 0 : int64_t{inSize} - 1;
+      rest = 0;
+    }
+    float weights[kMostTaps] = {1.F - rest, rest};
+    if (interpolation == Interpolation::kCubic) CubicWeights(rest, weights);
+    Neighbours<Work>& output = axis.outputs[out];
+    output.first = interpolation == Interpolation::kCubic ? place - 1 : place;
+    for (size_t i = 0; i < kMostTaps; ++i) output.weights[i] = WeightOf<Work>(weights[i]);
+  }
+  return axis;
+}
+
+template <typename Value, uint32_t kChannels, uint32_t kTaps>
+void ResizeRow(const Value* from, const AxisTaps<WorkOf<Value>>& axis, WorkOf<Value>* to) {
+  using Work = WorkOf<Value>;
+  for (const Neighbours<Work>& output : axis.outputs) {
+    const Value* pixels[kTaps];
+    for (uint32_t i = 0; i < kTaps; ++i) pixels[i] = from + axis.Place(output, i) * kChannels;
+    for (uint32_t c = 0; c < kChannels; ++c) {
+      Work sum = pixels[0][c] * output.weights[0];
+      for (uint32_t i = 1; i < kTaps; ++i) sum += pixels[i][c] * output.weights[i];
+      *to++ = sum;
+    }
+  }
+}
+
+template <typename Value, uint32_t kTaps>
+auto RowFunctionOf(uint32_t channels) {
+  switch (channels) {
+    case 1:
+      return ResizeRow<Value, 1, kTaps>;
+    case 2:
+      return ResizeRow<Value, 2, kTaps>;
+    case 3:
+      return ResizeRow<Value, 3, kTaps>;
+    default:
+      return ResizeRow<Value, 4, kTaps>;
+  }
+}
+
+uint8_t ByteOf(int32_t value) { return static_cast<uint8_t>(std::clamp(value, 0, 255)); }
+
+// Two rows into one. The products of uint8 lose bits before they are added up.
+template <typename Value>
+void MixLinear(const WorkOf<Value>* const* rows, const WorkOf<Value>* weights, size_t values,
+               Value* to) {
+  const auto* first = rows[0];
+  const auto* second = rows[1];
+  const auto a = weights[0];
+  const auto b = weights[1];
+  for (size_t i = 0; i < values; ++i) {
+    if constexpr (std::is_same_v<Value, uint8_t>) {
+      to[i] = ByteOf((((first[i] >> 4) * a >> 16) + ((second[i] >> 4) * b >> 16) + 2) >> 2);
+    } else {
+      to[i] = Saturated<Value>(first[i] * a + second[i] * b);
+    }
+  }
+}
+
+// Four rows into one.
+template <typename Value>
+void MixCubic(const WorkOf<Value>* const* rows, const WorkOf<Value>* weights, size_t values,
+              Value* to) {
+  const auto* r0 = rows[0];
+  const auto* r1 = rows[1];
+  const auto* r2 = rows[2];
+  const auto* r3 = rows[3];
+  if constexpr (std::is_same_v<Value, uint8_t>) {
+    constexpr float kScale = 1.F / (static_cast<float>(kWeightOne) * kWeightOne);
+    const float a = static_cast<float>(weights[0]) * kScale;
+    const float b = static_cast<float>(weights[1]) * kScale;
+    const float c = static_cast<float>(weights[2]) * kScale;
+    const float d = static_cast<float>(weights[3]) * kScale;
+    const size_t vectors = values / 8 * 8;
+    for (size_t i = 0; i < vectors; ++i) {
+      to[i] = Saturated<uint8_t>(static_cast<float>(r0[i]) * a +
+                                 (static_cast<float>(r1[i]) * b +
+                                  (static_cast<float>(r2[i]) * c + static_cast<float>(r3[i]) * d)));
+    }
+    for (size_t i = vectors; i < values; ++i) {
+      const int32_t sum =
+          r0[i] * weights[0] + r1[i] * weights[1] + r2[i] * weights[2] + r3[i] * weights[3];
+      to[i] = ByteOf((sum + (1 << 21)) >> 22);
+    }
+  } else {
+    const size_t step = std::is_same_v<Value, float> ? 4 : 8;
+    const size_t vectors = values / step * step;
+    for (size_t i = 0; i < vectors; ++i) {
+      to[i] = Saturated<Value>(r0[i] * weights[0] +
+                               (r1[i] * weights[1] + (r2[i] * weights[2] + r3[i] * weights[3])));
+    }
+    for (size_t i = vectors; i < values; ++i) {
+      to[i] = Saturated<Value>(r0[i] * weights[0] + r1[i] * weights[1] + r2[i] * weights[2] +
+                               r3[i] * weights[3]);
+    }
+  }
+}
+
+// Rows at the new width, the last few of them kept: neighbours are asked for in order.
+template <typename Value, uint32_t kTaps>
+class NarrowedRows {
+ public:
+  NarrowedRows(const Picture& picture, const AxisTaps<WorkOf<Value>>& columns)
+      : picture_(picture),
+        columns_(columns),
+        resizeRow_(RowFunctionOf<Value, kTaps>(picture.channels)) {
+    for (auto& row : rows_) row.resize(columns.outputs.size() * picture.channels);
+    std::fill_n(held_, kTaps, SIZE_MAX);
+  }
+
+  const WorkOf<Value>* Row(size_t y) {
+    const size_t slot = y % kTaps;
+    if (held_[slot] != y) {
+      resizeRow_(picture_.Row<Value>(static_cast<uint32_t>(y)), columns_, rows_[slot].data());
+      held_[slot] = y;
+    }
+    return rows_[slot].data();
+  }
+
+ private:
+  const Picture& picture_;
+  const AxisTaps<WorkOf<Value>>& columns_;
+  void (*resizeRow_)(const Value*, const AxisTaps<WorkOf<Value>>&, WorkOf<Value>*);
+  std::vector<WorkOf<Value>> rows_[kTaps];
+  size_t held_[kTaps];
+};
+
+template <typename Value, uint32_t kTaps>
+Picture Interpolate(const Picture& picture, uint32_t width, uint32_t height,
+                    Interpolation interpolation) {
+  using Work = WorkOf<Value>;
+  const AxisTaps<Work> columns = TapsOf<Work>(picture.width, width, interpolation, true);
+  const AxisTaps<Work> rows = TapsOf<Work>(picture.height, height, interpolation, false);
+  Picture resized = MakePicture(width, height, picture.channels, picture.type);
+  NarrowedRows<Value, kTaps> narrowed(picture, columns);
+  for (uint32_t y = 0; y < height; ++y) {
+    const Work* taken[kTaps];
+    for (uint32_t i = 0; i < kTaps; ++i) {
+      taken[i] = narrowed.Row(rows.Place(rows.outputs[y], i));
+    }
+    const Work* weights = rows.outputs[y].weights;
+    auto* to = resized.Row<Value>(y);
+    if constexpr (kTaps == 2) MixLinear<Value>(taken, weights, resized.RowValues(), to);
+    if constexpr (kTaps == 4) MixCubic<Value>(taken, weights, resized.RowValues(), to);
+  }
+  return resized;
+}
+
+// ---- area
+
+struct Part {
+  uint32_t out;
+  uint32_t in;
+  float weight;
+};
+
+// What outputs cover, in order; parts of less than a thousandth of a pixel do not count.
+std::vector<Part> PartsOf(uint32_t inSize, uint32_t outSize) {
+  constexpr double kLeast = 1e-3;
+  const double scale = ScaleOf(inSize, outSize);
+  std::vector<Part> parts;
+  for (uint32_t out = 0; out < outSize; ++out) {
+    const double from = out * scale;
+    const double to = from + scale;
+    const double covered = std::min(scale, inSize - from);
+    const int64_t end = std::min(FloorOf(to), int64_t{inSize} - 1);
+    const int64_t first = std::min(static_cast<int64_t>(std::ceil(from)), end);
+    if (static_cast<double>(first) - from > kLeast) {
+      parts.push_back({out, static_cast<uint32_t>(first - 1),
+                       static_cast<float>((static_cast<double>(first) - from) / covered)});
+    }
+    for (int64_t in = first; in < end; ++in) {
+      parts.push_back({out, static_cast<uint32_t>(in), static_cast<float>(1.0 / covered)});
+    }
+    if (to - static_cast<double>(end) > kLeast) {
+      const double part = std::min(std::min(to - static_cast<double>(end), 1.0), covered);
+      parts.push_back({out, static_cast<uint32_t>(end), static_cast<float>(part / covered)});
+    }
+  }
+  return parts;
+}
+
+template <typename Value>
+void AddParts(const Value* from, const std::vector<Part>& parts, uint32_t channels,
+              std::vector<float>& sums) {
+  std::fill(sums.begin(), sums.end(), 0.F);
+  for (const Part& part : parts) {
+    const Value* pixel = from + size_t{part.in} * channels;
+    float* to = sums.data() + size_t{part.out} * channels;
+    for (uint32_t c = 0; c < channels; ++c) to[c] += static_cast<float>(pixel[c]) * part.weight;
+  }
+}
+
+template <typename Value>
+Picture MeanOfParts(const Picture& picture, uint32_t width, uint32_t height) {
+  const std::vector<Part> columns = PartsOf(picture.width, width);
+  const std::vector<Part> rows = PartsOf(picture.height, height);
+  Picture resized = MakePicture(width, height, picture.channels, picture.type);
+  std::vector<float> sums(resized.RowValues());
+  std::vector<float> row(resized.RowValues());
+  const auto finish = [&](uint32_t y) {
+    std::transform(sums.begin(), sums.end(), resized.Row<Value>(y), Saturated<Value>);
+  };
+  uint32_t y = 0;
+  bool isFirst = true;
+  for (const Part& part : rows) {
+    AddParts(picture.Row<Value>(part.in), columns, picture.channels, row);
+    if (part.out != y) {
+      finish(y);
+      y = part.out;
+      isFirst = true;
+    }
+    for (size_t i = 0; i < sums.size(); ++i) {
+      sums[i] = isFirst ? part.weight * row[i] : sums[i] + part.weight * row[i];
+    }
+    isFirst = false;
+  }
+  finish(y);
+  return resized;
+}
+
+// The mean of whole pixels, `columns` times `rows` of them an output.
+template <typename Value>
+Picture MeanOfBlocks(const Picture& picture, uint32_t columns, uint32_t rows) {
+  using Sum = std::conditional_t<std::is_same_v<Value, uint8_t>, int32_t, float>;
+  const uint32_t channels = picture.channels;
+  Picture resized =
+      MakePicture(picture.width / columns, picture.height / rows, channels, picture.type);
+  const float scale = 1.F / static_cast<float>(columns * rows);
+  const bool isHalf = columns == 2 && rows == 2;
+  const size_t area = size_t{columns} * rows;
+  std::vector<size_t> places(area);
+  for (size_t i = 0; i < area; ++i) {
+    places[i] = i / columns * picture.RowValues() + i % columns * channels;
+  }
+  for (uint32_t y = 0; y < resized.height; ++y) {
+    const Value* from = picture.Row<Value>(y * rows);
+    Value* to = resized.Row<Value>(y);
+    for (uint32_t x = 0; x < resized.width; ++x) {
+      for (uint32_t c = 0; c < channels; ++c) {
+        const Value* block = from + size_t{x} * columns * channels + c;
+        if (isHalf && !std::is_same_v<Value, float> && channels != 2) {
+          const unsigned sum =
+              static_cast<unsigned>(block[places[0]]) + static_cast<unsigned>(block[places[1]]) +
+              static_cast<unsigned>(block[places[2]]) + static_cast<unsigned>(block[places[3]]);
+          *to++ = static_cast<Value>((sum + 2) >> 2);
+          continue;
+        }
+        Sum sum = 0;
+        size_t i = 0;
+        for (; i + 4 <= area; i += 4) {
+          sum += static_cast<Sum>(block[places[i]]) + static_cast<Sum>(block[places[i + 1]]) +
+                 static_cast<Sum>(block[places[i + 2]]) + static_cast<Sum>(block[places[i + 3]]);
+        }
+        for (; i < area; ++i) sum += static_cast<Sum>(block[places[i]]);
+        *to++ = Saturated<Value>(static_cast<float>(sum) * scale);
+      }
+    }
+  }
+  return resized;
+}
+
+template <typename Value>
+Picture ResizeArea(const Picture& picture, uint32_t width, uint32_t height) {
+  if (width > picture.width || height > picture.height) {
+    return Interpolate<Value, 2>(picture, width, height, Interpolation::kAreaGrowing);
+  }
+  if (picture.width % width == 0 && picture.height % height == 0) {
+    return MeanOfBlocks<Value>(picture, picture.width / width, picture.height / height);
+  }
+  return MeanOfParts<Value>(picture, width, height);
+}
+
+template <typename Value>
+Picture ResizeValues(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule) {
+  if (rule == ResizeRule::kOpencvArea) return ResizeArea<Value>(picture, width, height);
+  if (rule == ResizeRule::kOpencvCubic) {
+    return Interpolate<Value, 4>(picture, width, height, Interpolation::kCubic);
+  }
+  if (picture.width == uint64_t{width} * 2 && picture.height == uint64_t{height} * 2) {
+    return ResizeArea<Value>(picture, width, height);
+  }
+  return Interpolate<Value, 2>(picture, width, height, Interpolation::kLinear);
+}
+
+}  // namespace
+
+Picture ResizeAsOpencv(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule) {
+  if (picture.width == width && picture.height == height) return picture;
+  if (rule == ResizeRule::kOpencvNearest) return TakeNearest(picture, width, height);
+  switch (picture.type) {
+    case PixelType::kUint8:
+      return ResizeValues<uint8_t>(picture, width, height, rule);
+    case PixelType::kUint16:
+      return ResizeValues<uint16_t>(picture, width, height, rule);
+    case PixelType::kFloat32:
+      return ResizeValues<float>(picture, width, height, rule);
+  }
+  return picture;
+}
+
+}  // namespace vorn::kit
