@@ -2,7 +2,6 @@
 // no full stop of its own.
 #include "kit/launch/dumps.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include <memory>
 
 #include "kit/common/fault.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/printable.h"
 #include "kit/launch/checks.h"
 #include "kit/model/dump_array.h"
@@ -41,18 +41,7 @@ struct Folder {
   std::vector<std::string> files;  // sorted
 };
 
-Folder ListFolder(const std::string& path) {
-  Folder folder{.path = path, .files = {}};
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
-  while (listing != nullptr) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) break;
-    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
-    folder.files.emplace_back(entry->d_name);
-  }
-  std::sort(folder.files.begin(), folder.files.end());
-  return folder;
-}
+Folder ListFolder(const std::string& path) { return {.path = path, .files = NamesIn(path)}; }
 
 // Files "<front><digits><ending>".
 std::vector<std::string> FilesOf(const Folder& folder, const std::string& front,

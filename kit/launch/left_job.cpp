@@ -6,6 +6,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/whole_file.h"
 #include "kit/json/json.h"
 #include "kit/launch/run_folder.h"

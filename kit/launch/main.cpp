@@ -7,6 +7,7 @@
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/launch/launch.h"

@@ -14,6 +14,7 @@
 #include <cstdlib>
 
 #include "kit/common/fault.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/printable.h"
 #include "kit/launch/run_folder.h"
 

@@ -1,6 +1,5 @@
 #include "kit/launch/run_folder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -10,11 +9,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <iterator>
 #include <memory>
 
 #include "kit/common/fault.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/json/json.h"
@@ -135,18 +134,6 @@ void RunFolder::Refuse(const std::string& what) const {
 }
 
 RunFolder::~RunFolder() { close(lock_); }
-
-std::vector<std::string> NamesIn(const std::string& path) {
-  std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(path.c_str()), closedir);
-  while (listing != nullptr) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) break;
-    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
-    names.emplace_back(entry->d_name);
-  }
-  return names;
-}
 
 void MakeFolders(const std::string& path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {

@@ -39,9 +39,6 @@ class RunFolder {
   std::optional<RunFacts> before_;
 };
 
-/// What lies in a folder, without those above; empty where there is none.
-[[nodiscard]] std::vector<std::string> NamesIn(const std::string& path);
-
 /// Makes a folder and those above it. Throws a Fault of kLimit.
 void MakeFolders(const std::string& path);
 

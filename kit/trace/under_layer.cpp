@@ -1,6 +1,5 @@
 #include "kit/trace/under_layer.h"
 
-#include <dirent.h>
 #include <elf.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -15,9 +14,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "kit/common/fault.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/trace/preload_path.h"
@@ -152,13 +151,9 @@ struct Part {
 std::vector<std::string> NamesBeside(const std::string& output) {
   std::vector<std::string> names;
   const std::string prefix = FileNameOf(output) + ".";
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(FolderOf(output).c_str()), closedir);
-  while (listing != nullptr) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) break;
-    const std::string_view name = entry->d_name;
+  for (const std::string& name : NamesIn(FolderOf(output))) {
     if (!name.starts_with(prefix) || !name.ends_with(kPartSuffix)) continue;
-    names.emplace_back(name.substr(prefix.size()));
+    names.push_back(name.substr(prefix.size()));
   }
   return names;
 }
@@ -166,13 +161,9 @@ std::vector<std::string> NamesBeside(const std::string& output) {
 // What lies in a folder, by its paths, in order.
 std::vector<std::string> EntriesOf(const std::string& folder) {
   std::vector<std::string> paths;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
-  while (listing != nullptr) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) break;
-    if (entry->d_name[0] != '.') paths.push_back(folder + "/" + entry->d_name);
+  for (const std::string& name : NamesIn(folder)) {
+    if (!name.starts_with('.')) paths.push_back(folder + "/" + name);
   }
-  std::sort(paths.begin(), paths.end());
   return paths;
 }
 

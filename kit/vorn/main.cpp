@@ -1,6 +1,5 @@
 // vorn: finds the program of a verb and becomes it. Verbs are programs named vorn-VERB beside this
 // one, so that a board installs those that it needs.
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -12,11 +11,11 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "kit/common/fault.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/nearest.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
@@ -29,17 +28,12 @@ constexpr std::string_view kPrefix = "vorn-";
 // The verbs beside this program, in order. vorn-run is the command itself and no verb.
 std::vector<std::string> FindVerbs(const std::string& folder) {
   std::vector<std::string> verbs;
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder.c_str()), closedir);
-  while (listing != nullptr) {
-    const dirent* entry = readdir(listing.get());
-    if (entry == nullptr) break;
-    const std::string_view name = entry->d_name;
+  for (const std::string& name : NamesIn(folder)) {
     const bool isVerb = name.starts_with(kPrefix) && name != "vorn-run" &&
-                        name.find('.') == std::string_view::npos &&
-                        access((folder + "/" + entry->d_name).c_str(), X_OK) == 0;
-    if (isVerb) verbs.emplace_back(name.substr(kPrefix.size()));
+                        name.find('.') == std::string::npos &&
+                        access((folder + "/" + name).c_str(), X_OK) == 0;
+    if (isVerb) verbs.push_back(name.substr(kPrefix.size()));
   }
-  std::sort(verbs.begin(), verbs.end());
   return verbs;
 }
 
