@@ -7,16 +7,17 @@
 #   Python      all Python files, by flake8
 #   warnings    all C and C++ files that the build knows, by the front end of clang++; with --all by that
 #               of g++, too, which the build has anyway
-#   clang-tidy  the products, several files at a time, which takes a quarter of an hour of processor
-#               time. Of the tests, which take 20 seconds each, those of uncommitted changes and of the
-#               last ten commits, the newest first and as many as take a minute; with --since those
-#               that came after that revision, with --all every one
+#   clang-tidy  files of uncommitted changes and of the last commits, the newest first: products, which
+#               CMake puts together, by the last 30 commits and for some four minutes, tests by the last
+#               ten and for one; with --since those that came after that revision. What is left out for
+#               the time is said. With --all every file
 set -euo pipefail
 cd -P "$(dirname "$0")/.." # as CMake and the compilers name it
 readonly kProgram=lint
 . scripts/packages.sh
 
 readonly kClang=14            # another version lays out and finds otherwise
+readonly kTidyUnitedACore=6   # at some 40 s each, or 90 for the longest
 readonly kTidyFilesACore=2    # at some 20 s each, or a minute for the longest
 readonly kBuild=build/lint
 readonly kUnited=UnifiedSources # by this name the analyzer looks into what a file includes
@@ -105,14 +106,14 @@ precompile() {
 
 check_warnings() { told . /usr/bin/python3 -B scripts/check_warnings.py "$kBuild/$1" .; }
 
-# newest_first: the files of the commits in question, those of uncommitted changes first. Where the
+# newest_first COMMITS...: the files of these commits, those of uncommitted changes first. Where the
 # history is cut off, the oldest commit seems to touch all files and is left out.
 newest_first() {
   local kept=()
   [ "$(ask_git rev-parse --is-shallow-repository)" = false ] || kept=(--min-parents=1)
   ask_git ls-files --others --exclude-standard
   ask_git diff --name-only HEAD
-  ask_git log "${kept[@]}" --name-only --format= "${commits[@]}"
+  ask_git log "${kept[@]}" --name-only --format= "$@"
 }
 
 # Each file as one that the build compiles: a header is seen by way of the source of its name.
@@ -133,14 +134,23 @@ compiled_in() {
   sed -nE 's/^ *"file": "(.*\.(cpp|cxx))",?$/\1/p' "$kBuild/$1/compile_commands.json" | within
 }
 
-# united: what is in the files that CMake has put together.
+# united: what is in the files that CMake has put together, a line each: file, tab, what it is in.
 united() {
-  compiled_in $kUnited | grep '/Unity/' | xargs -r -d '\n' sed -nE 's/^#include "(.*)"$/\1/p' | within
+  local file
+  compiled_in $kUnited | grep '/Unity/' | while IFS= read -r file; do
+    sed -nE 's/^#include "(.*)"$/\1/p' "$file" | within | FILE=$file awk '{ print $0 "\t" ENVIRON["FILE"] }'
+  done
+}
+
+# Each file as the one that has it where CMake has put products together.
+as_united() {
+  awk -F '\t' 'FNR == NR { unit[$1] = $NF; next } ($0 in unit) && !seen[unit[$0]]++ { print unit[$0] }' \
+    <(united; compiled_in $kUnited) -
 }
 
 # alone: what is looked at file by file. Only what is compiled here can be understood, which
 # benchmarks are not.
-alone() { grep -xFf <(compiled_in clang++) | grep -vxFf <(compiled_in $kUnited; united); }
+alone() { grep -xFf <(compiled_in clang++) | grep -vxFf <(compiled_in $kUnited; united | cut -f 1); }
 
 # check_tidiness BUILD CHECKS FILE...
 check_tidiness() {
@@ -149,8 +159,18 @@ check_tidiness() {
       clang-tidy -p "$kBuild/$1" --checks="$2" --quiet
 }
 
+# tidy NAME BUILD CHECKS [MOST]: looks at the files that the input names, at the first `most` of them.
+tidy() {
+  local files most file
+  mapfile -t files
+  most=${4:-${#files[@]}}
+  for file in "${files[@]:most}"; do say "clang-tidy: left for --all: ${file#"$kBuild/$kUnited/"}"; done
+  files=("${files[@]:0:most}")
+  [ "${#files[@]}" = 0 ] || look "clang-tidy, ${#files[@]} $1" check_tidiness "$2" "$3" "${files[@]}"
+}
+
 all=no
-commits=(-n 10)
+commits=()
 while [ "$#" -gt 0 ]; do
   case $1 in
     --all) all=yes ;;
@@ -181,18 +201,18 @@ precompile clang++
 look 'warnings of clang++' check_warnings clang++
 if has_version clang-tidy; then
   configure $kUnited clang++ clang -DVORN_BUILD_TESTS=OFF -DVORN_UNITY=ON
-  mapfile -t files < <(compiled_in $kUnited)
-  # How they are put together is CMake's business.
-  look 'clang-tidy, products' check_tidiness $kUnited -bugprone-suspicious-include "${files[@]}"
+  united_most=$((kTidyUnitedACore * $(nproc)))
+  files_most=$((kTidyFilesACore * $(nproc)))
+  # How products are put together is CMake's business.
+  no_includes=-bugprone-suspicious-include
   if [ "$all" = yes ]; then
-    mapfile -t files < <(files_like '*.cpp' | alone)
+    tidy products $kUnited $no_includes < <(compiled_in $kUnited)
+    tidy files clang++ '' < <(files_like '*.cpp' | alone)
   else
-    mapfile -t files < <(newest_first | as_sources | alone)
-    most=$((kTidyFilesACore * $(nproc)))
-    for file in "${files[@]:most}"; do say "clang-tidy: left for --all: $file"; done
-    files=("${files[@]:0:most}")
+    tidy products $kUnited $no_includes "$united_most" \
+      < <(newest_first "${commits[@]:--n30}" | as_sources | as_united)
+    tidy files clang++ '' "$files_most" < <(newest_first "${commits[@]:--n10}" | as_sources | alone)
   fi
-  [ "${#files[@]}" = 0 ] || look "clang-tidy, ${#files[@]} files" check_tidiness clang++ '' "${files[@]}"
 fi
 [ "$faults" = 0 ] || die "$faults faults"
 say 'no faults'

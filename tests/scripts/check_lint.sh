@@ -36,6 +36,12 @@ file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/*.cpp)
 add_library(small OBJECT ${sources})
 target_compile_options(small PRIVATE -Wall)
 set_target_properties(small PROPERTIES UNITY_BUILD ${VORN_UNITY})
+file(GLOB folders CONFIGURE_DEPENDS LIST_DIRECTORIES ON ${PROJECT_SOURCE_DIR}/rooms/*)
+foreach(folder ${folders})
+  get_filename_component(room ${folder} NAME)
+  add_library(${room} OBJECT ${folder}/room.cpp)
+  set_target_properties(${room} PROPERTIES UNITY_BUILD ${VORN_UNITY})
+endforeach()
 if(VORN_BUILD_TESTS)
   file(GLOB tests CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/*.cpp)
   add_library(small_test OBJECT ${tests})
@@ -60,11 +66,11 @@ lint() {
 said() { grep -qE -- "$1" "$work/said" || fail "said nothing like '$1'"; }
 
 lint 0 "$work/link" --all
-said '^lint: clang-tidy, products: 0 faults$'
+said '^lint: clang-tidy, 1 products: 0 faults$'
 said '^lint: clang-tidy, 1 files: 0 faults$'
 said '^lint: no faults$'
 
-# What is committed already: the products' files always, the tests' if they are new.
+# What is committed already: if it is new.
 echo 'int badly_named_before() { return 1; }' >src/old.cpp
 printf 'int Read(int* at) {\n  if (at == nullptr) return *at;\n  return 0;\n}\n' >src/null.cpp
 echo 'int badly_named_test() { return 1; }' >tests/new_test.cpp
@@ -87,8 +93,31 @@ done
 said '^src/old.cpp:1:.* error: invalid case style'
 said '^src/null.cpp:2:.* error: Dereference of null pointer'
 said '^tests/new_test.cpp:1:.* error: invalid case style'
-said '^lint: clang-tidy, products: [1-9][0-9]* faults$'
+said '^lint: clang-tidy, 1 products: [1-9][0-9]* faults$'
 said '^lint: clang-tidy, 2 files: 1 faults$'
 ! grep -q 'warnings of g' "$work/said" || fail 'looked with g++, which only --all does'
 lint 1 "$project" --all
 said '^lint: warnings of g\+\+: 1 faults$'
+
+# Rooms of the products, of which no more are looked at than there is time for; then those alone that
+# have changed, be it by a header.
+rm -r src/* tests/*_test.cpp un*
+most=$(($(sed -nE 's/^readonly kTidyUnitedACore=([0-9]+) .*/\1/p' scripts/lint.sh) * $(nproc)))
+for number in $(seq "$((most + 1))"); do
+  mkdir -p "rooms/room$number"
+  printf '#include "room.h"\n' >"rooms/room$number/room.cpp"
+  printf 'int badly_named%s();\n' "$number" >"rooms/room$number/room.h"
+done
+echo 'int Clean() { return 1; }' >src/clean.cpp
+echo 'int CleanTest() { return 1; }' >tests/clean_test.cpp
+commit 'More than there is time for'
+lint 1 "$project"
+said "^lint: clang-tidy, $most products: [1-9][0-9]* faults$"
+said '^lint: clang-tidy: left for --all: .*/Unity/unity_0_cxx.cxx$'
+echo '// Changed.' >>rooms/room1/room.h
+lint 1 "$project" --since HEAD
+said '^rooms/room1/room.h:1:.* error: invalid case style'
+said '^lint: clang-tidy, 1 products: 1 faults$'
+! grep -q 'room2' "$work/said" || fail 'looked at what has not changed'
+lint 1 "$project" --all
+said "^lint: clang-tidy, $((most + 2)) products: $((most + 1)) faults$"
