@@ -160,10 +160,24 @@ void Arguments::Note(const Option& option, std::optional<std::string> attached,
     }
     attached = words[++at];
   }
+  const auto before = Get(option.name);
+  if (before && !option.mayRepeat && *before != *attached) {
+    RefuseUsage(name + " is given twice, with '" + Printable(*before) + "' and '" +
+                Printable(*attached) + "'; it takes one value");
+  }
   given_.push_back({option.name, *attached});
 }
 
 bool Arguments::Has(std::string_view name) const { return Get(name).has_value(); }
+
+std::vector<std::string> Arguments::GetAll(std::string_view name) const {
+  const Option option = Find(name);
+  std::vector<std::string> values;
+  for (const Given& given : given_) {
+    if (given.name == option.name) values.push_back(given.value);
+  }
+  return values;
+}
 
 std::optional<std::string> Arguments::Get(std::string_view name) const {
   const Option option = Find(name);

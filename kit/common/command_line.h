@@ -19,6 +19,7 @@ struct Option {
   char letter = 0;         ///< 0: none
   std::string_view value;  ///< what it takes, as help names it: "FILE"; empty: nothing
   std::string_view help;   ///< one sentence or two
+  bool mayRepeat = false;  ///< given several times, it has several values
 };
 
 struct Verb {
@@ -39,13 +40,17 @@ struct Verb {
 class Arguments {
  public:
   /// Options as `--name VALUE`, `--name=VALUE`, `-n VALUE`, `-nVALUE`; `--` ends them. Throws a
-  /// Fault of kUsage that names what was wrong, and the nearest option.
+  /// Fault of kUsage that names what was wrong, and the nearest option; also for an option that has
+  /// two values and takes one.
   Arguments(const Verb& verb, std::span<const std::string> words);
 
   [[nodiscard]] bool Has(std::string_view name) const;
 
-  /// Of an option that was given several times the last value.
+  /// Of an option that may be repeated the last value.
   [[nodiscard]] std::optional<std::string> Get(std::string_view name) const;
+
+  /// Of an option that may be repeated all values, in their order.
+  [[nodiscard]] std::vector<std::string> GetAll(std::string_view name) const;
 
   /// Throws a Fault of kUsage that names the option if it was not given.
   [[nodiscard]] std::string Need(std::string_view name) const;

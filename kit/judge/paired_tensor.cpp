@@ -1,28 +1,12 @@
 #include "kit/judge/paired_tensor.h"
 
 #include <algorithm>
-#include <array>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 
 namespace vorn::kit {
 namespace {
-
-struct CodeRow {
-  uint32_t code;
-  ElementType type;
-};
-
-// By the codes of vorn_data_type.
-constexpr std::array kCodes{
-    CodeRow{0, ElementType::kFloat32},  CodeRow{1, ElementType::kFloat16},
-    CodeRow{2, ElementType::kInt8},     CodeRow{3, ElementType::kInt32},
-    CodeRow{4, ElementType::kUint8},    CodeRow{5, ElementType::kUint32},
-    CodeRow{6, ElementType::kInt16},    CodeRow{7, ElementType::kUint16},
-    CodeRow{8, ElementType::kInt64},    CodeRow{9, ElementType::kUint64},
-    CodeRow{10, ElementType::kFloat64}, CodeRow{11, ElementType::kBool},
-};
 
 const TensorDescription* Describe(const ModelDescription* model, const std::string& name) {
   if (model == nullptr) return nullptr;
@@ -120,9 +104,7 @@ ReadableTensor OpenSide(const OutputPlace& place, const MappedSide* side,
     if (side != nullptr && side->type) {
       tensor.type = *side->type;
     } else if (described != nullptr && described->type) {
-      for (const CodeRow& row : kCodes) {
-        if (row.code == *described->type) tensor.type = row.type;
-      }
+      tensor.type = ElementOfCode(*described->type).value_or(tensor.type);
     }
     Interpret(tensor.stored, tensor.type, place.name);
     if (described != nullptr && !tensor.stored.shape) {

@@ -95,6 +95,17 @@ std::optional<ElementType> ElementNamed(std::string_view name) {
   return std::nullopt;
 }
 
+std::optional<ElementType> ElementOfCode(uint32_t code) {
+  // By the code, of those that vorn.h has.
+  constexpr std::array kByCode{
+      ElementType::kFloat32, ElementType::kFloat16, ElementType::kInt8,    ElementType::kInt32,
+      ElementType::kUint8,   ElementType::kUint32,  ElementType::kInt16,   ElementType::kUint16,
+      ElementType::kInt64,   ElementType::kUint64,  ElementType::kFloat64, ElementType::kBool,
+  };
+  if (code >= kByCode.size()) return std::nullopt;
+  return kByCode[code];
+}
+
 float Float16Value(uint16_t bits) {
   const uint32_t sign = static_cast<uint32_t>(bits & 0x8000U) << 16;
   const uint32_t magnitude = bits & 0x7FFFU;
@@ -130,6 +141,31 @@ float RoundedToBfloat16(float value) {
   const uint32_t rounded = bits + 0x7FFFU + (bits >> 16 & 1U);
   return std::bit_cast<float>(rounded & 0xFFFF0000U);
 }
+
+namespace {
+
+// The bits of a float of 16 bits with `digits` binary digits, the leading one included, whose least
+// normal value is 2^(leastExponent - 1).
+uint16_t SmallFloatBits(double value, int digits, int leastExponent) {
+  const auto sign = static_cast<uint32_t>(std::signbit(value) ? 0x8000 : 0);
+  const uint32_t infinity = 0x7FFFU >> (digits - 1) << (digits - 1);
+  if (std::isnan(value)) return static_cast<uint16_t>(sign | infinity | 1U << (digits - 2));
+  if (std::isinf(value)) return static_cast<uint16_t>(sign | infinity);
+  int exponent = 0;
+  std::frexp(value, &exponent);
+  exponent = std::max(exponent, leastExponent);
+  // With all digits used the leading one adds one to the exponent's bits. nearbyint ties to even.
+  const double units = std::nearbyint(std::ldexp(std::abs(value), digits - exponent));
+  const int64_t bits = (int64_t{exponent} - leastExponent) * (int64_t{1} << (digits - 1)) +
+                       static_cast<int64_t>(units);
+  return static_cast<uint16_t>(sign | std::min<int64_t>(bits, infinity));
+}
+
+}  // namespace
+
+uint16_t Float16Bits(double value) { return SmallFloatBits(value, 11, -13); }
+
+uint16_t Bfloat16Bits(double value) { return SmallFloatBits(value, 8, -125); }
 
 void ToFloats(ElementType type, bool isSwapped, const std::byte* from, std::span<float> to) {
   switch (type) {

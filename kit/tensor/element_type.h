@@ -35,6 +35,9 @@ enum class ElementType {
 [[nodiscard]] std::string_view ElementName(ElementType type);
 [[nodiscard]] std::optional<ElementType> ElementNamed(std::string_view name);
 
+/// Of a code of vorn_data_type; none of a code that is not known.
+[[nodiscard]] std::optional<ElementType> ElementOfCode(uint32_t code);
+
 /// Converts `to.size()` elements that begin at `from`, at any alignment; `isSwapped` for values in
 /// the other byte order than the machine's.
 void ToFloats(ElementType type, bool isSwapped, const std::byte* from, std::span<float> to);
@@ -46,6 +49,10 @@ void ToFloats(ElementType type, bool isSwapped, const std::byte* from, std::span
 /// The nearest value of 16 bits, ties to even; infinite beyond the range.
 [[nodiscard]] float RoundedToFloat16(float value);
 [[nodiscard]] float RoundedToBfloat16(float value);
+
+/// The bits of the nearest value of 16 bits, likewise, in one step from a double.
+[[nodiscard]] uint16_t Float16Bits(double value);
+[[nodiscard]] uint16_t Bfloat16Bits(double value);
 
 }  // namespace vorn::kit
 

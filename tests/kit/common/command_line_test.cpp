@@ -13,10 +13,9 @@ using testing::ElementsAre;
 
 constexpr std::string_view kForms[] = {"-m MODEL [--json]"};
 constexpr Option kOptions[] = {
-    {"model", 'm', "FILE", "The model."},
-    {"json", 0, "", "For programs."},
-    {"batch", 'b', "N", "Items."},
-    {"quiet", 'q', "", "No remarks."},
+    {"model", 'm', "FILE", "The model."},    {"json", 0, "", "For programs."},
+    {"batch", 'b', "N", "Items."},           {"quiet", 'q', "", "No remarks."},
+    {"input", 0, "FILE", "An input.", true},
 };
 constexpr Verb kVerb{.name = "try",
                      .summary = "a trial",
@@ -60,8 +59,16 @@ TEST(Arguments, KnowsWhatWasNotGiven) {
             "--model FILE is missing; --help tells more");
 }
 
-TEST(Arguments, LetsTheLastValueCount) {
-  EXPECT_EQ(Parse({"-m", "first", "-m", "last"}).Need("model"), "last");
+TEST(Arguments, RefusesTwoValuesOfWhatTakesOne) {
+  EXPECT_EQ(FaultOf({"-m", "first", "--model", "last"}),
+            "--model is given twice, with 'first' and 'last'; it takes one value");
+  EXPECT_EQ(Parse({"-m", "same", "--model=same"}).Need("model"), "same");
+}
+
+TEST(Arguments, KeepsAllValuesOfWhatMayBeRepeated) {
+  const Arguments arguments = Parse({"--input", "b", "--input=a", "--input", "b"});
+  EXPECT_THAT(arguments.GetAll("input"), ElementsAre("b", "a", "b"));
+  EXPECT_THAT(Parse({}).GetAll("input"), ElementsAre());
 }
 
 TEST(Arguments, GathersOperands) {

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <random>
 #include <vector>
 
 namespace vorn::kit {
@@ -70,6 +71,66 @@ std::vector<float> Converted(ElementType type, std::vector<Element> elements, bo
   std::vector<float> values(elements.size());
   ToFloats(type, isSwapped, bytes.data() + 1, values);
   return values;
+}
+
+// The slow way: of all values of 16 bits the nearest one, of two the one with an even last bit.
+uint16_t NearestBits(double value, float (*valueOf)(uint16_t)) {
+  uint16_t best = 0;
+  for (uint32_t bits = 0; bits < 0x8000; ++bits) {
+    const double candidate = valueOf(static_cast<uint16_t>(bits));
+    if (!std::isfinite(candidate)) break;
+    const double distance = std::abs(candidate - value);
+    const double bestDistance = std::abs(static_cast<double>(valueOf(best)) - value);
+    if (distance < bestDistance || (distance == bestDistance && bits % 2 == 0)) {
+      best = static_cast<uint16_t>(bits);
+    }
+  }
+  return best;
+}
+
+TEST(Float16Bits, AreThoseOfTheNearestValue) {
+  std::mt19937_64 random(7);
+  std::uniform_real_distribution<double> exponents(-28, 15.9);
+  for (int i = 0; i < 60; ++i) {
+    const double value = std::exp2(exponents(random));
+    EXPECT_EQ(Float16Bits(value), NearestBits(value, Float16Value)) << value;
+    EXPECT_EQ(Float16Bits(-value), NearestBits(value, Float16Value) | 0x8000) << value;
+  }
+  EXPECT_EQ(Float16Bits(65519), 0x7BFF);
+  EXPECT_EQ(Float16Bits(65520), 0x7C00);
+  EXPECT_EQ(Float16Bits(-1e300), 0xFC00);
+  EXPECT_EQ(Float16Bits(INFINITY), 0x7C00);
+  EXPECT_EQ(Float16Bits(NAN), 0x7E00);
+  // By way of a float this would be a tie, and go to the even one below.
+  EXPECT_EQ(Float16Bits(1 + 0x1p-11 + 0x1p-40), 0x3C01);
+}
+
+TEST(Float16Bits, BringAllOfThemBack) {
+  for (uint32_t bits = 0; bits < 0x10000; ++bits) {
+    const float value = Float16Value(static_cast<uint16_t>(bits));
+    if (std::isnan(value)) continue;
+    ASSERT_EQ(Float16Bits(value), bits) << value;
+  }
+}
+
+TEST(Bfloat16Bits, BringAllOfThemBackAndRoundToEven) {
+  for (uint32_t bits = 0; bits < 0x10000; ++bits) {
+    const float value = Bfloat16Value(static_cast<uint16_t>(bits));
+    if (std::isnan(value)) continue;
+    ASSERT_EQ(Bfloat16Bits(value), bits) << value;
+  }
+  EXPECT_EQ(Bfloat16Bits(1 + 0x1p-8), 0x3F80);
+  EXPECT_EQ(Bfloat16Bits(1 + 0x3p-8), 0x3F82);
+  EXPECT_EQ(Bfloat16Bits(1 + 0x1p-8 + 0x1p-40), 0x3F81);
+  EXPECT_EQ(Bfloat16Bits(3.5e38), 0x7F80);
+  EXPECT_EQ(Bfloat16Bits(NAN), 0x7FC0);
+}
+
+TEST(ElementOfCode, FollowsTheHeader) {
+  EXPECT_EQ(ElementOfCode(0), ElementType::kFloat32);
+  EXPECT_EQ(ElementOfCode(3), ElementType::kInt32);
+  EXPECT_EQ(ElementOfCode(11), ElementType::kBool);
+  EXPECT_EQ(ElementOfCode(12), std::nullopt);
 }
 
 TEST(ToFloats, ReadsEveryTypeInBothByteOrders) {
