@@ -151,8 +151,8 @@ uint16_t SmallFloatBits(double value, int digits, int leastExponent) {
   const uint32_t infinity = 0x7FFFU >> (digits - 1) << (digits - 1);
   if (std::isnan(value)) return static_cast<uint16_t>(sign | infinity | 1U << (digits - 2));
   if (std::isinf(value)) return static_cast<uint16_t>(sign | infinity);
-  int exponent = 0;
-  std::frexp(value, &exponent);
+  int exponent = leastExponent;
+  if (value != 0) std::frexp(value, &exponent);
   exponent = std::max(exponent, leastExponent);
   // With all digits used the leading one adds one to the exponent's bits. nearbyint ties to even.
   const double units = std::nearbyint(std::ldexp(std::abs(value), digits - exponent));
