@@ -16,30 +16,13 @@
 namespace vorn::host {
 namespace {
 
-/// Fails for what must not be opened; tells which inputs say nothing of their shape.
-std::set<std::string> CheckImage(std::span<const std::byte> image) {
-  if (image.size() > INT32_MAX) {
-    throw Failure(VORN_ERROR_MODEL, "the image is ", image.size(),
-                  " bytes; an ONNX file has at most ", INT32_MAX);
-  }
-  OnnxImageFacts facts = InspectOnnxImage(image);
-  if (!facts.hasGraph) {
-    throw Failure(VORN_ERROR_MODEL, "the image holds no graph; give the bytes of an ONNX file");
-  }
-  if (facts.hasExternalData) {
-    throw Failure(VORN_ERROR_MODEL, "the model keeps weights in other files, which are not read; ",
-                  "save it as one file");
-  }
-  return std::move(facts.shapelessInputs);
-}
-
 class OrtEngine : public Engine {
  public:
   explicit OrtEngine(std::shared_ptr<Ort::Env> environment)
       : environment_(std::move(environment)) {}
 
   std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) override {
-    return OpenSession(environment_, image, config, CheckImage(image));
+    return OpenSession(environment_, image, config, RequireOneFile(image).shapelessInputs);
   }
 
  private:

@@ -3,82 +3,21 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "host/common/failure.h"
+#include "host/graph/wire.h"
 
 namespace vorn::host {
 namespace {
 
-using Bytes = std::span<const std::byte>;
-
 constexpr int kDeepestNesting = 100;  // what protocol-buffers readers allow, too
 
-enum WireType : uint32_t { kVarint = 0, kFixed64 = 1, kLength = 2, kFixed32 = 5 };
-
-struct Field {
-  uint32_t number = 0;
-  uint32_t wireType = kVarint;
-  uint64_t value = 0;  // of a varint
-  Bytes bytes;         // of a length-delimited field
-};
-
-[[noreturn]] void RefuseImage(const char* what) {
-  throw Failure(VORN_ERROR_MODEL, "the image is no ONNX file (", what,
-                "); give the whole bytes of one");
+[[noreturn]] void RefuseNesting() {
+  throw Failure(
+      VORN_ERROR_MODEL,
+      "the image is no ONNX file (messages nested too deep); give the whole bytes of one");
 }
-
-/// Takes the fields of one message off its front.
-class FieldReader {
- public:
-  explicit FieldReader(Bytes message) : rest_(message) {}
-
-  /// The next field, or nothing at the end of the message.
-  std::optional<Field> Next() {
-    if (rest_.empty()) return std::nullopt;
-    const uint64_t tag = TakeVarint();
-    Field field;
-    field.number = static_cast<uint32_t>(tag >> 3);
-    field.wireType = static_cast<uint32_t>(tag & 7);
-    if (tag > UINT32_MAX || field.number == 0) RefuseImage("a field without a number");
-    switch (field.wireType) {
-      case kVarint:
-        field.value = TakeVarint();
-        break;
-      case kFixed64:
-        Take(8);
-        break;
-      case kLength:
-        field.bytes = Take(TakeVarint());
-        break;
-      case kFixed32:
-        Take(4);
-        break;
-      default:
-        RefuseImage("an unknown wire type");
-    }
-    return field;
-  }
-
- private:
-  uint64_t TakeVarint() {
-    uint64_t value = 0;
-    for (unsigned shift = 0; shift < 64; shift += 7) {
-      const auto byte = std::to_integer<uint64_t>(Take(1)[0]);
-      value |= (byte & 0x7f) << shift;
-      if (byte < 0x80) return value;
-    }
-    RefuseImage("an endless number");
-  }
-
-  Bytes Take(uint64_t count) {
-    if (count > rest_.size()) RefuseImage("it ends inside a field");
-    const Bytes taken = rest_.first(static_cast<size_t>(count));
-    rest_ = rest_.subspan(static_cast<size_t>(count));
-    return taken;
-  }
-
-  Bytes rest_;
-};
 
 enum class Message {
   kModel,
@@ -138,7 +77,7 @@ bool PointsOutside(const Field& field) {
 }
 
 bool HasExternalData(Message kind, Bytes message, int depth) {
-  if (depth > kDeepestNesting) RefuseImage("messages nested too deep");
+  if (depth > kDeepestNesting) RefuseNesting();
   bool external = false;
   FieldReader reader(message);
   while (const std::optional<Field> field = reader.Next()) {
@@ -152,15 +91,6 @@ bool HasExternalData(Message kind, Bytes message, int depth) {
     external = HasExternalData(child, field->bytes, depth + 1) || external;
   }
   return external;
-}
-
-/// Calls `visit` with the bytes of each length-delimited field of that number.
-template <typename Visit>
-void ForEachField(Bytes message, uint32_t number, Visit visit) {
-  FieldReader reader(message);
-  while (const std::optional<Field> field = reader.Next()) {
-    if (field->number == number && field->wireType == kLength) visit(field->bytes);
-  }
 }
 
 /// Calls `visit` with the shape (2) of a value (name 1, type 2) that is a tensor (type 1).
@@ -177,15 +107,6 @@ bool HasShape(Bytes value) {
   return found;
 }
 
-/// The text in a field of that number, the last one if there are several; empty if there is none.
-std::string TextOf(Bytes message, uint32_t number) {
-  std::string text;
-  ForEachField(message, number, [&](Bytes bytes) {
-    text.assign(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  });
-  return text;
-}
-
 }  // namespace
 
 OnnxImageFacts InspectOnnxImage(Bytes image) {
@@ -194,9 +115,25 @@ OnnxImageFacts InspectOnnxImage(Bytes image) {
   ForEachField(image, 7, [&](Bytes graph) {
     facts.hasGraph = true;
     ForEachField(graph, 11, [&](Bytes input) {
-      if (!HasShape(input)) facts.shapelessInputs.insert(TextOf(input, 1));
+      if (!HasShape(input)) facts.shapelessInputs.emplace(TextIn(input, 1));
     });
   });
+  return facts;
+}
+
+OnnxImageFacts RequireOneFile(Bytes image) {
+  if (image.size() > INT32_MAX) {
+    throw Failure(VORN_ERROR_MODEL, "the image is ", image.size(),
+                  " bytes; an ONNX file has at most ", INT32_MAX);
+  }
+  OnnxImageFacts facts = InspectOnnxImage(image);
+  if (!facts.hasGraph) {
+    throw Failure(VORN_ERROR_MODEL, "the image holds no graph; give the bytes of an ONNX file");
+  }
+  if (facts.hasExternalData) {
+    throw Failure(VORN_ERROR_MODEL, "the model keeps weights in other files, which are not read; ",
+                  "save it as one file");
+  }
   return facts;
 }
 
@@ -204,8 +141,8 @@ std::set<std::string> OpenDimNames(Bytes image) {
   std::set<std::string> names;
   const auto visitShape = [&](Bytes shape) {
     ForEachField(shape, 1, [&](Bytes dim) {  // size 1 or name 2
-      const std::string name = TextOf(dim, 2);
-      if (!name.empty()) names.insert(name);
+      const std::string_view name = TextIn(dim, 2);
+      if (!name.empty()) names.emplace(name);
     });
   };
   ForEachField(image, 7, [&](Bytes graph) {
@@ -219,7 +156,7 @@ std::set<std::string> OpenDimNames(Bytes image) {
 std::optional<std::string> FindMetadata(Bytes image, std::string_view name) {
   std::optional<std::string> found;
   ForEachField(image, 14, [&](Bytes property) {  // name 1, text 2
-    if (TextOf(property, 1) == name) found = TextOf(property, 2);
+    if (TextIn(property, 1) == name) found = TextIn(property, 2);
   });
   return found;
 }

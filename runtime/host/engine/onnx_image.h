@@ -5,10 +5,6 @@
 // that the engine does not tell: which dimensions had a name before they got a size, whether a
 // weight lies in another file, which an image in memory must never make us open, and which inputs
 // say nothing of their shape (the engine shows those like inputs without dimensions).
-//
-//     image   := field*                           field := tag payload
-//     tag     := varint(number << 3 | wire type)
-//     payload := varint | 8 bytes | varint length, bytes | 4 bytes      (wire type 0, 1, 2, 5)
 #ifndef VORN_RUNTIME_HOST_ENGINE_ONNX_IMAGE_H_
 #define VORN_RUNTIME_HOST_ENGINE_ONNX_IMAGE_H_
 
@@ -30,6 +26,10 @@ struct OnnxImageFacts {
 /// Walks the image. Fails with VORN_ERROR_MODEL where it is no such message: cut short, a length
 /// beyond its end, an unknown wire type, or messages nested deeper than any model's.
 OnnxImageFacts InspectOnnxImage(std::span<const std::byte> image);
+
+/// The same, and fails also for an image that must not be opened: one that is too large, without a
+/// graph, or with weights in other files.
+OnnxImageFacts RequireOneFile(std::span<const std::byte> image);
 
 /// The text of a metadata property of the model; nothing if it has none of that name. Fails
 /// likewise.
