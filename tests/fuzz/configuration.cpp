@@ -107,6 +107,8 @@ std::string TextOf(const ModelSettings& settings) {
   text += ",\"timeAxis\":" + Text(settings.timeAxis);
   text += ",\"context\":" + Text(settings.context);
   text += ",\"states\":" + Text(settings.states);
+  text += ",\"expose\":" + (settings.exposeAll ? "\"all\"" : Text(settings.expose));
+  text += ",\"until\":" + Text(settings.until);
   if (settings.maxFrames != 0) text += ",\"maxFrames\":" + Text(settings.maxFrames);
   if (!settings.frames.empty()) text += ",\"frames\":" + Text(settings.frames);
   if (!settings.flags.empty()) text += ",\"flags\":" + Text(settings.flags);

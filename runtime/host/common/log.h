@@ -4,7 +4,7 @@
 //     vorn: <operation>: <what was wrong, the value seen, what to change>
 //
 // VORN_LOG unset, empty, "0" or "off": nothing. "info": everything. Any other value ("1", "error"):
-// what went wrong or was left out. The variable is looked at for every line.
+// what went wrong, was left out, or was done to a model. The variable is looked at for every line.
 #ifndef VORN_RUNTIME_HOST_COMMON_LOG_H_
 #define VORN_RUNTIME_HOST_COMMON_LOG_H_
 
@@ -13,7 +13,7 @@
 namespace vorn::host {
 
 enum class LogLevel {
-  kError,  ///< a fault, or something that was asked for and not done
+  kError,  ///< a fault, something that was asked for and not done, or a model that was changed
   kInfo    ///< anything that helps to understand a run
 };
 

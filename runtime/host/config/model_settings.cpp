@@ -37,7 +37,7 @@ Shape OutputShape(const std::string& key, const json& value) {
 }
 
 std::vector<std::string> TextOrTexts(const std::string& key, const json& value) {
-  if (value.is_array()) return List(key, value, R"(["thresholds"])", Text);
+  if (value.is_array()) return List(key, value, R"(["name"])", Text);
   return {Text(key, value)};
 }
 
@@ -58,6 +58,11 @@ Number ReadNumber(const std::string& key, const json& value) {
 std::vector<Number> NumberOrNumbers(const std::string& key, const json& value) {
   if (value.is_array()) return List(key, value, "[1, 2]", ReadNumber);
   return {ReadNumber(key, value)};
+}
+
+void ReadExpose(const std::string& key, const json& value, ModelSettings& settings) {
+  settings.exposeAll = value == "all";
+  settings.expose = settings.exposeAll ? std::vector<std::string>() : TextOrTexts(key, value);
 }
 
 constexpr Key<ModelSettings> kModelKeys[] = {
@@ -111,6 +116,9 @@ constexpr Key<ModelSettings> kModelKeys[] = {
      [](Path path, Value value, ModelSettings& settings) {
        settings.states = Named(path, value, R"({"hidden": "hiddenOut"})", Text);
      }},
+    {"expose", ReadExpose},
+    {"until", [](Path path, Value value,
+                 ModelSettings& settings) { settings.until = TextOrTexts(path, value); }},
 };
 
 }  // namespace

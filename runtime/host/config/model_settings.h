@@ -50,6 +50,9 @@ struct ModelSettings {
   int64_t timeAxis = 0;   ///< of the frames, where the model takes them whole
   int64_t context = 0;    ///< elements of the frame before that stand in front of a frame
   std::map<std::string, std::string> states;  ///< state input <- state output
+  bool exposeAll = false;                     ///< every result that can be given is an output
+  std::vector<std::string> expose;            ///< results of nodes that are outputs as well
+  std::vector<std::string> until;  ///< results that are the outputs instead; empty: the model's own
 
   bool operator==(const ModelSettings&) const = default;
 };

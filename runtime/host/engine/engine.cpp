@@ -25,6 +25,12 @@ class OrtEngine : public Engine {
     return OpenSession(environment_, image, config, RequireOneFile(image).shapelessInputs);
   }
 
+  std::vector<ResultFacts> TellOutputs(std::span<const std::byte> image,
+                                       const Config& config) override {
+    static_cast<void>(RequireOneFile(image));
+    return TellOutputsOf(*environment_, image, config);
+  }
+
  private:
   std::shared_ptr<Ort::Env> environment_;
 };

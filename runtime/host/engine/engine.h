@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/config/config.h"
+#include "host/graph/graph_edits.h"
 #include "host/tensor/shape.h"
 #include "vorn/vorn.h"
 
@@ -84,6 +85,11 @@ class Engine {
   /// Opens the model in `image`, which must outlive the session. Fails with VORN_ERROR_MODEL for
   /// what cannot be executed here, and says why.
   virtual std::unique_ptr<Session> Open(std::span<const std::byte> image, const Config& config) = 0;
+
+  /// What the library makes of every output of the model in `image`, also of those that `Open`
+  /// would refuse. Nothing is executed or rewritten. Fails likewise.
+  virtual std::vector<ResultFacts> TellOutputs(std::span<const std::byte> image,
+                                               const Config& config) = 0;
 };
 
 /// Loads the library and brings it up. Any thread. Fails with VORN_ERROR_INTERNAL.

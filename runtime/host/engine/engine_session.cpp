@@ -101,6 +101,24 @@ auto Guarded(vorn_status status, const char* what, Steps&& steps) {
   }
 }
 
+/// Without an exception for what cannot be given.
+ResultFacts FactsOf(std::string name, const Ort::TypeInfo& type) {
+  ResultFacts facts;
+  facts.name = std::move(name);
+  if (type.GetONNXType() != ONNX_TYPE_TENSOR) {
+    facts.cannotBeGiven = std::string("is ") + NameOf(type.GetONNXType());
+    return facts;
+  }
+  const Ort::ConstTensorTypeAndShapeInfo info = type.GetTensorTypeAndShapeInfo();
+  facts.type = FromElementType(info.GetElementType());
+  if (!facts.type) facts.cannotBeGiven = std::string("holds ") + NameOf(info.GetElementType());
+  // A scalar looks like a tensor of which nothing is known.
+  const std::vector<int64_t> shape = info.GetShape();
+  facts.isShapeKnown =
+      !shape.empty() && std::ranges::none_of(shape, [](int64_t dim) { return dim < 0; });
+  return facts;
+}
+
 /// What one input or output is to be bound to, and how far that has come.
 struct Binding {
   void* data = nullptr;
@@ -343,6 +361,24 @@ class OrtSession : public Session {
 };
 
 }  // namespace
+
+std::vector<ResultFacts> TellOutputsOf(const Ort::Env& environment,
+                                       std::span<const std::byte> image, const Config& config) {
+  return Guarded(VORN_ERROR_MODEL, "the model is refused", [&] {
+    Config asItIs = config;
+    asItIs.threads = 1;
+    asItIs.graphOptimization = GraphOptimization::kNone;
+    const Ort::Session session(environment, image.data(), image.size(),
+                               SessionOptionsFor(asItIs, false));
+    const Ort::AllocatorWithDefaultOptions allocator;
+    std::vector<ResultFacts> facts;
+    for (size_t i = 0; i < session.GetOutputCount(); ++i) {
+      facts.push_back(FactsOf(session.GetOutputNameAllocated(i, allocator).get(),
+                              session.GetOutputTypeInfo(i)));
+    }
+    return facts;
+  });
+}
 
 std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
                                      std::span<const std::byte> image, const Config& config,

@@ -9,6 +9,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "host/config/config.h"
 #include "host/engine/engine.h"
@@ -22,6 +23,10 @@ namespace vorn::host {
 std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
                                      std::span<const std::byte> image, const Config& config,
                                      const std::set<std::string>& shapelessInputs);
+
+/// What the library makes of the model's outputs. Fails likewise.
+std::vector<ResultFacts> TellOutputsOf(const Ort::Env& environment,
+                                       std::span<const std::byte> image, const Config& config);
 
 }  // namespace vorn::host
 

@@ -14,6 +14,7 @@
 #include "host/common/log.h"
 #include "host/config/model_settings.h"
 #include "host/engine/onnx_image.h"
+#include "host/graph/graph_edits.h"
 #include "host/plan/batch_plan.h"
 #include "host/plan/recurrent_plan.h"
 #include "host/plan/signature.h"
@@ -46,6 +47,11 @@ ModelSettings SettingsFor(std::span<const std::byte> image, const Config& config
   return ParseModelSettings(config.model, settings);
 }
 
+/// Of outputs that the model has no more, nothing is to be said.
+void ForgetOutputs(const std::vector<std::string>& gone, ModelSettings& settings) {
+  for (const std::string& name : gone) settings.outputDims.erase(name);
+}
+
 /// Blocks for one item of each tensor.
 struct ZeroBlocks {
   /// Takes them off the bytes that are left. Throws std::bad_alloc where those do not suffice.
@@ -75,9 +81,10 @@ Model::Model(Engine& engine, std::span<const std::byte> image, const Config& con
 
 void Model::Open(Engine& engine, std::span<const std::byte> image, const Config& config,
                  Timeout timeout) {
-  const ModelSettings settings = SettingsFor(image, config);
+  ModelSettings settings = SettingsFor(image, config);
   Config effective = config;
   effective.dims.insert(settings.dims.begin(), settings.dims.end());
+  if (AreEditsWanted(settings)) image = Edit(engine, image, effective, settings);
   session_ = engine.Open(image, effective);
   if (session_->outputs().empty()) {
     throw Failure(VORN_ERROR_MODEL, "the model has no output; there is nothing to execute it for");
@@ -92,6 +99,17 @@ void Model::Open(Engine& engine, std::span<const std::byte> image, const Config&
       plan_ = std::make_unique<BatchPlan>(*session_, std::move(signature), effective);
     }
   });
+}
+
+std::span<const std::byte> Model::Edit(Engine& engine, std::span<const std::byte> image,
+                                       const Config& config, ModelSettings& settings) {
+  static_cast<void>(RequireOneFile(image));  // what must not be opened is not edited either
+  EditedModel edited =
+      EditModel(image, settings, [&](Bytes whole) { return engine.TellOutputs(whole, config); });
+  ForgetOutputs(edited.goneOutputs, settings);
+  Log(LogLevel::kError, "vorn_mdl_load_from_mem", edited.done);
+  editedImage_ = std::move(edited.image);
+  return std::as_bytes(std::span(editedImage_));
 }
 
 void Model::Execute(const Call& call, Timeout timeout) {

@@ -7,8 +7,10 @@
 #include <memory>
 #include <mutex>
 #include <span>
+#include <string>
 
 #include "host/config/config.h"
+#include "host/config/model_settings.h"
 #include "host/engine/engine.h"
 #include "host/memory/memory_budget.h"
 #include "host/plan/plan.h"
@@ -51,6 +53,8 @@ class Model {
  private:
   void Open(Engine& engine, std::span<const std::byte> image, const Config& config,
             Timeout timeout);
+  std::span<const std::byte> Edit(Engine& engine, std::span<const std::byte> image,
+                                  const Config& config, ModelSettings& settings);
   template <typename Steps>
   void WithinMemory(Steps&& steps);
   [[noreturn]] void ThrowOutOfMemory(const BudgetScope& scope) const;
@@ -59,6 +63,7 @@ class Model {
 
   std::shared_ptr<MemoryBudget> budget_;
   std::mutex mutex_;
+  std::string editedImage_;  // instead of the caller's, if the settings want it changed
   std::unique_ptr<Session> session_;
   vorn_net_type netType_ = VORN_NET_FEED_FORWARD;
   std::unique_ptr<Plan> plan_;

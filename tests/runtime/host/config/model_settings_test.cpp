@@ -27,7 +27,8 @@ TEST(ParseModelSettings, TakesEveryKey) {
     "netType": "recurrent", "dims": {"n": 3}, "inputDims": {"x": [-1, 5]},
     "outputDims": {"y": [7], "scalar": []}, "constants": {"rate": 16000, "mask": [true, 0.5]},
     "rpn": "t", "sequence": "steps", "maxFrames": 9, "frames": "x", "flags": "f", "length": "l",
-    "timeAxis": 1, "context": 64, "states": {"h": "hn"}})");
+    "timeAxis": 1, "context": 64, "states": {"h": "hn"},
+    "expose": ["a", "b"], "until": "c"})");
   EXPECT_EQ(settings.netType, vorn_net_type{VORN_NET_RECURRENT});
   EXPECT_EQ(settings.dims.at("n"), 3);
   EXPECT_EQ(settings.inputDims.at("x"), (Shape{kDimOfModel, 5}));
@@ -46,6 +47,9 @@ TEST(ParseModelSettings, TakesEveryKey) {
   EXPECT_EQ(settings.timeAxis, 1);
   EXPECT_EQ(settings.context, 64);
   EXPECT_EQ(settings.states.at("h"), "hn");
+  EXPECT_EQ(settings.expose, (std::vector<std::string>{"a", "b"}));
+  EXPECT_FALSE(settings.exposeAll);
+  EXPECT_EQ(settings.until, std::vector<std::string>{"c"});
 }
 
 TEST(ParseModelSettings, LeavesWhatIsNotMentionedAsItWas) {
@@ -53,6 +57,15 @@ TEST(ParseModelSettings, LeavesWhatIsNotMentionedAsItWas) {
   const ModelSettings settings = ParseModelSettings(R"({"maxFrames": 3})", own);
   EXPECT_EQ(settings.maxFrames, 3);
   EXPECT_EQ(settings.context, 64);
+}
+
+TEST(ParseModelSettings, TellsAllFromATensorOfThatName) {
+  EXPECT_TRUE(ParseModelSettings(R"({"expose": "all"})").exposeAll);
+  const ModelSettings named = ParseModelSettings(R"({"expose": ["all"]})");
+  EXPECT_FALSE(named.exposeAll);
+  EXPECT_EQ(named.expose, std::vector<std::string>{"all"});
+  EXPECT_FALSE(ParseModelSettings(R"({"expose": []})", ParseModelSettings(R"({"expose": "all"})"))
+                   .exposeAll);
 }
 
 TEST(ParseModelSettings, TakesSeveralInputsOfThresholds) {
@@ -75,6 +88,9 @@ TEST(ParseModelSettings, RefusesWrongValuesByKey) {
               HasSubstr("'model.constants.c'"));
   EXPECT_THAT(Refusal(R"({"rpn": 1})"), HasSubstr("'model.rpn'"));
   EXPECT_THAT(Refusal(R"({"rpn": [""]})"), HasSubstr("'model.rpn'"));
+  EXPECT_THAT(Refusal(R"({"expose": 1})"), HasSubstr("'model.expose'"));
+  EXPECT_THAT(Refusal(R"({"expose": [""]})"), HasSubstr("'model.expose'"));
+  EXPECT_THAT(Refusal(R"({"until": {}})"), HasSubstr("'model.until'"));
   EXPECT_THAT(Refusal(R"({"sequence": "step"})"), HasSubstr("'model.sequence'"));
   EXPECT_THAT(Refusal(R"({"states": {"h": 1}})"), HasSubstr("'model.states.h'"));
   EXPECT_THAT(Refusal(R"({"context": -1})"), HasSubstr("'model.context'"));

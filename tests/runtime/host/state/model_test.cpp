@@ -90,6 +90,9 @@ class ScriptedEngine : public Engine {
   std::unique_ptr<Session> Open(std::span<const std::byte>, const Config&) override {
     return std::make_unique<ScriptedSession>(script_);
   }
+  std::vector<ResultFacts> TellOutputs(std::span<const std::byte>, const Config&) override {
+    return {};
+  }
 
  private:
   SessionScript& script_;
