@@ -129,16 +129,15 @@ class JpegReader {
   JpegErrors errors_{};
 };
 
-// 255 - v of all four: Adobe's programs store ink upside down, and all do as they do.
-void TurnInkIntoColours(const Picture& ink, bool isInverted, Picture& colours) {
+// Ink is stored upside down, as Adobe's programs do it, and is read so even where nothing says that
+// it is theirs.
+void TurnInkIntoColours(const Picture& ink, Picture& colours) {
   const auto* from = ink.Row<uint8_t>(0);
   const auto* end = from + ink.pixels.size();
   for (auto* to = colours.Row<uint8_t>(0); from != end; from += 4, to += 3) {
-    const int white = isInverted ? from[3] : 255 - from[3];
     for (int i = 0; i < 3; ++i) {
-      const int value = isInverted ? 255 - from[i] : from[i];
-      const int product = value * white + 128;  // divided by 255 and rounded
-      to[i] = static_cast<uint8_t>(white - (((product >> 8) + product) >> 8));
+      const int product = (255 - from[i]) * from[3] + 128;  // divided by 255 and rounded
+      to[i] = static_cast<uint8_t>(from[3] - (((product >> 8) + product) >> 8));
     }
   }
 }
@@ -184,9 +183,9 @@ void DecodeJpeg(const PictureFile& file, DecodedPicture& decoded) {
     decoded.picture = std::move(picture);
     return;
   }
-  decoded.remarks.emplace_back("its ink (CMYK) is turned into RGB by the plain formula");
+  decoded.remarks.emplace_back(kInkRemark);
   decoded.picture = MakePicture(picture.width, picture.height, 3, PixelType::kUint8);
-  TurnInkIntoColours(picture, info.saw_Adobe_marker != FALSE, decoded.picture);
+  TurnInkIntoColours(picture, decoded.picture);
 }
 
 }  // namespace vorn::kit

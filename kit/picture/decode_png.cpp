@@ -5,8 +5,13 @@
 #include <bit>
 #include <csetjmp>
 #include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "kit/common/printable.h"
 #include "kit/picture/decoders.h"
 
 namespace vorn::kit {
@@ -36,10 +41,15 @@ class PngReader {
     return true;
   }
 
-  // All kinds become grey, grey and alpha, RGB or RGBA, of 8 or 16 bits.
+  // All kinds become grey, grey and alpha, RGB or RGBA, of 8 or 16 bits; palettes indices of 8.
   bool ChooseValues() {
     if (setjmp(png_jmpbuf(png_)) != 0) return false;
-    png_set_expand(png_);
+    isGreyAsStored_ = png_get_color_type(png_, info_) == PNG_COLOR_TYPE_GRAY;
+    if (HasPalette()) {
+      png_set_packing(png_);
+    } else {
+      png_set_expand(png_);
+    }
     if (std::endian::native == std::endian::little) png_set_swap(png_);
     png_set_interlace_handling(png_);
     png_read_update_info(png_, info_);
@@ -57,6 +67,24 @@ class PngReader {
   [[nodiscard]] uint32_t Height() const { return png_get_image_height(png_, info_); }
   [[nodiscard]] uint32_t Channels() const { return png_get_channels(png_, info_); }
   [[nodiscard]] uint32_t Bits() const { return png_get_bit_depth(png_, info_); }
+  [[nodiscard]] bool HasPalette() const {
+    return png_get_color_type(png_, info_) == PNG_COLOR_TYPE_PALETTE;
+  }
+  [[nodiscard]] std::span<const png_color> Palette() const {
+    png_colorp colours = nullptr;
+    int count = 0;
+    png_get_PLTE(png_, info_, &colours, &count);
+    return {colours, static_cast<size_t>(count)};
+  }
+  // Of the first colours of the palette; the others have none.
+  [[nodiscard]] std::span<const png_byte> Alphas() const {
+    png_bytep alphas = nullptr;
+    int count = 0;
+    png_color_16p key = nullptr;
+    png_get_tRNS(png_, info_, &alphas, &count, &key);
+    return {alphas, static_cast<size_t>(count)};
+  }
+  [[nodiscard]] bool IsGreyAsStored() const { return isGreyAsStored_; }
   [[nodiscard]] bool HasProfile() const { return png_get_valid(png_, info_, PNG_INFO_iCCP) != 0; }
   // After the last step: EXIF data may stand behind the pixels.
   [[nodiscard]] std::string_view Exif() const {
@@ -87,8 +115,30 @@ class PngReader {
   std::string_view rest_;
   png_structp png_ = nullptr;
   png_infop info_ = nullptr;
+  bool isGreyAsStored_ = false;
   char message_[200] = "out of memory";
 };
+
+// Not by the library: it takes an index beyond the palette for black.
+Picture LookUpColours(const PictureFile& file, const PngReader& reader, const Picture& indices) {
+  const std::span<const png_color> palette = reader.Palette();
+  const std::span<const png_byte> alphas = reader.Alphas();
+  Picture picture = MakeWithinLimits(file, indices.width, indices.height, alphas.empty() ? 3 : 4,
+                                     PixelType::kUint8);
+  auto* to = picture.Row<uint8_t>(0);
+  for (const std::byte byte : indices.pixels) {
+    const auto index = std::to_integer<size_t>(byte);
+    if (index >= palette.size()) {
+      RefusePicture(file, "has a pixel of colour " + std::to_string(index) + ", and a palette of " +
+                              Counted(palette.size(), "colour"));
+    }
+    *to++ = palette[index].red;
+    *to++ = palette[index].green;
+    *to++ = palette[index].blue;
+    if (!alphas.empty()) *to++ = index < alphas.size() ? alphas[index] : 255;
+  }
+  return picture;
+}
 
 // An animation is a picture with a chunk that says so before the pixels; others see the picture.
 bool IsAnimation(std::string_view bytes) {
@@ -129,12 +179,12 @@ void DecodePng(const PictureFile& file, DecodedPicture& decoded) {
   decoded.orientation = OrientationOf(reader.Exif());
   if (reader.HasProfile()) decoded.remarks.emplace_back(kProfileRemark);
   if (IsAnimation(file.bytes)) {
-    decoded.remarks.emplace_back("it is an animation; its first picture is taken");
+    decoded.remarks.emplace_back(kAnimationRemark);
   }
-  if (type == PixelType::kUint16 && picture.channels > 1) {
-    decoded.remarks.emplace_back("it has 16 bits a colour, of which Pillow keeps the upper 8");
+  if (type == PixelType::kUint16 && !reader.IsGreyAsStored()) {
+    decoded.remarks.emplace_back(kWideRemark);
   }
-  decoded.picture = std::move(picture);
+  decoded.picture = reader.HasPalette() ? LookUpColours(file, reader, picture) : std::move(picture);
 }
 
 }  // namespace vorn::kit

@@ -22,6 +22,8 @@
 namespace vorn::kit {
 namespace {
 
+constexpr uint64_t kMostHeadBytes = 64 << 20;
+
 // The file in memory, and what the library said of it last.
 struct TiffSource {
   std::string_view bytes;
@@ -77,7 +79,9 @@ using TiffHandle = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
 TiffHandle OpenTiff(TiffSource& source, const DecodeLimits& limits) {
   const std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> options(
       TIFFOpenOptionsAlloc(), TIFFOpenOptionsFree);
-  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(limits.mostBytes));
+  // Beside a piece, whose size is ours to check, the library allocates what a head is made of.
+  const uint64_t most = std::max(limits.mostBytes, kMostHeadBytes);
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), static_cast<tmsize_t>(most));
   TIFFOpenOptionsSetErrorHandlerExtR(options.get(), TakeError, &source);
   TIFFOpenOptionsSetWarningHandlerExtR(options.get(), TakeWarning, &source);
   return {TIFFClientOpenExt("picture", "rm", &source, ReadBytes, WriteNothing, SeekTo, CloseNothing,
@@ -115,6 +119,12 @@ TiffHead ReadHead(const PictureFile& file, TIFF* tiff) {
   uint16_t* extras = nullptr;
   TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &count, &extras);
   head.extras.assign(extras, extras + count);
+  head.extras.resize(std::max<size_t>(count, head.samples), EXTRASAMPLE_UNSPECIFIED);
+  // Without the tag the library calls them unspecified; as Pillow does, they are taken for alpha.
+  const size_t place = head.meaning == PHOTOMETRIC_RGB ? 3 : 1;
+  if (!HasTag(file.bytes, TIFFTAG_EXTRASAMPLES) && head.samples > place) {
+    head.extras.assign(head.samples - place, EXTRASAMPLE_UNASSALPHA);
+  }
 
   uint16_t format = SAMPLEFORMAT_UINT;
   TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &format);
@@ -288,21 +298,19 @@ Picture WithChannels(Picture stored, uint32_t channels) {
   return picture;
 }
 
-// Greys of few bits over the whole range, white as the largest.
-void SpreadGreys(const TiffHead& head, Picture& picture) {
+// Greys of few bits over the whole range, white as the largest. Pillow turns round those of 8 bits
+// at most.
+void SpreadGreys(const TiffHead& head, Picture& picture, std::vector<std::string>& remarks) {
   const bool isInverted = head.meaning == PHOTOMETRIC_MINISWHITE;
-  if (picture.type == PixelType::kUint8) {
-    const unsigned factor = 255U / ((1U << head.bits) - 1U);
-    auto* values = picture.Row<uint8_t>(0);
-    for (size_t i = 0; i < picture.pixels.size(); i += picture.channels) {
-      const unsigned value = values[i] * factor;
-      values[i] = static_cast<uint8_t>(isInverted ? 255U - value : value);
-    }
-  } else if (picture.type == PixelType::kUint16 && isInverted) {
-    auto* values = picture.Row<uint16_t>(0);
-    for (size_t i = 0; i < picture.pixels.size() / 2; i += picture.channels) {
-      values[i] = static_cast<uint16_t>(65535U - values[i]);
-    }
+  if (picture.type != PixelType::kUint8) {
+    if (isInverted) remarks.emplace_back("its white is 0, and left so, as Pillow leaves it");
+    return;
+  }
+  const unsigned factor = head.bits > 8 ? 1 : 255U / ((1U << head.bits) - 1U);
+  auto* values = picture.Row<uint8_t>(0);
+  for (size_t i = 0; i < picture.pixels.size(); i += picture.channels) {
+    const unsigned value = values[i] * factor;
+    values[i] = static_cast<uint8_t>(isInverted ? 255U - value : value);
   }
 }
 
@@ -358,21 +366,29 @@ Picture WithMeaning(const PictureFile& file, TIFF* tiff, const TiffHead& head, P
   const uint32_t colours = ColoursOf(head);
   if (head.meaning == PHOTOMETRIC_PALETTE) return LookUpColours(file, tiff, head, stored);
   if (head.meaning == PHOTOMETRIC_SEPARATED) {
-    remarks.emplace_back("its ink (CMYK) is turned into RGB by the plain formula");
+    remarks.emplace_back(kInkRemark);
     return ColoursOfInk(WithChannels(std::move(stored), 4));
   }
-  // Samples behind the colours that are called nothing are alpha, too.
   const uint32_t extras = head.samples - colours;
-  const uint16_t kind = head.extras.empty() ? uint16_t{EXTRASAMPLE_UNASSALPHA} : head.extras[0];
-  const bool isDivided =
-      kind == EXTRASAMPLE_ASSOCALPHA && head.bits == 8;  // more bits have no such form in Pillow
-  const bool hasAlpha = extras > 0 && (kind == EXTRASAMPLE_UNASSALPHA || isDivided);
+  const bool isMultiplied = extras > 0 && head.extras[0] == EXTRASAMPLE_ASSOCALPHA;
+  const bool hasAlpha = extras > 0 && head.extras[0] != EXTRASAMPLE_UNSPECIFIED;
+  if (isMultiplied && head.Type() == PixelType::kFloat32) {
+    RefusePicture(file,
+                  "is a TIFF of floating-point colours that are multiplied by their alpha, "
+                  "which is not read");
+  }
   Picture picture = WithChannels(std::move(stored), colours + (hasAlpha ? 1 : 0));
   if (extras > (hasAlpha ? 1 : 0)) {
     remarks.emplace_back("its further samples, which are no colours, are left out");
   }
-  if (hasAlpha && isDivided) DivideByAlpha(picture);
-  if (colours == 1) SpreadGreys(head, picture);
+  if (isMultiplied) {
+    picture = UpperBytes(std::move(picture));  // as Pillow does before it divides
+    DivideByAlpha(picture);
+  }
+  if (colours == 1) SpreadGreys(head, picture, remarks);
+  if (picture.type == PixelType::kUint16 && picture.channels > 1) {
+    remarks.emplace_back(kWideRemark);
+  }
   return picture;
 }
 
@@ -410,9 +426,6 @@ void DecodeTiff(const PictureFile& file, DecodedPicture& decoded) {
     decoded.remarks.emplace_back(kProfileRemark);
   }
   decoded.picture = WithMeaning(file, tiff.get(), head, std::move(stored), decoded.remarks);
-  if (decoded.picture.type == PixelType::kUint16 && decoded.picture.channels > 1) {
-    decoded.remarks.emplace_back("it has 16 bits a colour, of which Pillow keeps the upper 8");
-  }
   if (TIFFLastDirectory(tiff.get()) == 0) {
     decoded.remarks.emplace_back("it has several pictures; the first one is taken");
   }

@@ -84,7 +84,7 @@ void DecodeWebp(const PictureFile& file, DecodedPicture& decoded) {
                                      isAnimation || hasAlpha ? 4 : 3, PixelType::kUint8);
   if (isAnimation) {
     DecodeAnimation(file, picture);
-    decoded.remarks.emplace_back("it is an animation; its first picture is taken");
+    decoded.remarks.emplace_back(kAnimationRemark);
   } else {
     DecodeStill(file, hasAlpha, picture);
   }

@@ -35,6 +35,13 @@ void CheckWithinLimits(const PictureFile& file, uint64_t width, uint64_t height,
 /// The orientation in EXIF data (that begin with a TIFF header), 1 to 8; 1 where there is none.
 [[nodiscard]] int OrientationOf(std::string_view exif);
 
+/// Whether the first directory of a TIFF (not of a BigTIFF) has that tag.
+[[nodiscard]] bool HasTag(std::string_view tiff, uint16_t tag);
+
+inline constexpr const char* kWideRemark =
+    "it has 16 bits a colour, of which Pillow keeps the upper 8";
+inline constexpr const char* kInkRemark = "its ink (CMYK) is turned into RGB by the plain formula";
+inline constexpr const char* kAnimationRemark = "it is an animation; its first picture is taken";
 inline constexpr const char* kProfileRemark =
     "its colour profile is not applied: the values are as they are stored";
 
