@@ -28,7 +28,7 @@ constexpr std::string_view kForms[] = {
 
 constexpr Option kOptions[] = {
     {"expected", 0, "PATH",
-     "What is expected: another run, a folder of dumps, arrays (.npy), test folders of ONNX "
+     "What is expected: another run, a folder of dumps, arrays (.npy, .npz), test folders of ONNX "
      "(test_data_set_*), or one such file."},
     {"map", 0, "FILE",
      "JSON that pairs outputs of other names, layouts, types and quantisation, and samples."},

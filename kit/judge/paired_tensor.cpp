@@ -22,7 +22,7 @@ const TensorDescription* Describe(const ModelDescription* model, const std::stri
 }
 
 bool IsDumpFile(const std::string& path) {
-  return !path.ends_with(".npy") && !path.ends_with(".pb");
+  return !path.ends_with(".npy") && !path.ends_with(".npz") && !path.ends_with(".pb");
 }
 
 // Makes of a dump's floats what the model's type says that they are.
@@ -97,7 +97,7 @@ uint64_t ReadableTensor::Elements() const { return CountElements(order.shape).va
 ReadableTensor OpenSide(const OutputPlace& place, const MappedSide* side,
                         const ModelDescription* model) {
   ReadableTensor tensor;
-  tensor.stored = OpenTensor(place.path);
+  tensor.stored = OpenTensor(place);
   tensor.type = tensor.stored.type;
   const TensorDescription* described = Describe(model, place.name);
   if (IsDumpFile(place.path)) {

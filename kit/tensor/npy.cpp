@@ -158,7 +158,9 @@ struct NpyHead {
 };
 
 NpyHead FindHead(const std::string& path, std::string_view bytes) {
-  if (bytes.starts_with(kZipMagic)) RefuseNpy(path, kNoArchives);
+  if (bytes.starts_with(kZipMagic)) {
+    RefuseNpy(path, "is an archive of arrays under the name of one; name it .npz");
+  }
   if (!bytes.starts_with(kMagic)) {
     RefuseNpy(path, "is no .npy file: it does not begin with \\x93NUMPY");
   }
@@ -236,8 +238,7 @@ StoredTensor ParseNpy(const std::string& path, std::string_view bytes, uint64_t 
 }
 
 StoredTensor OpenNpy(const std::string& path) {
-  constexpr uint64_t kMostHead = kMostHeadText + 16;
-  const FileHead head = ReadFileHead(path, "the array", kMostHead);
+  const FileHead head = ReadFileHead(path, "the array", kMostNpyHead);
   return ParseNpy(path, head.bytes, head.fileBytes);
 }
 

@@ -5,11 +5,12 @@
 //     {'descr': '<f4', 'fortran_order': False, 'shape': (2, 3), } blanks, line feed | values
 //
 // Version 3 has UTF-8 in the text. Arrays of objects, which are pickles and would run code, of
-// texts, of records and of complex numbers are refused, and so are archives of arrays (.npz): they
-// are mostly compressed, and could not be read in blocks from any place on.
+// texts, of records and of complex numbers are refused. Archives of arrays (.npz) are read by
+// npz.h.
 #ifndef VORN_KIT_TENSOR_NPY_H_
 #define VORN_KIT_TENSOR_NPY_H_
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -17,9 +18,8 @@
 
 namespace vorn::kit {
 
-/// What is said of an archive, behind its name.
-inline constexpr const char* kNoArchives =
-    "is an archive of arrays (.npz), which is not read; save each array as a .npy file of its own";
+/// No head of numbers is longer.
+inline constexpr uint64_t kMostNpyHead = (1 << 20) + 16;
 
 /// Reads the head of a file of `fileBytes` bytes that begins with `bytes`. Nothing is allocated by
 /// what the head says. Throws a Fault of kInput that names `path`.

@@ -2,6 +2,7 @@
 #ifndef VORN_KIT_TENSOR_STORED_TENSOR_H_
 #define VORN_KIT_TENSOR_STORED_TENSOR_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -39,6 +40,9 @@ struct StoredTensor {
 
   /// Instead of the place in the file: values that do not lie there as they are.
   std::shared_ptr<const std::vector<float>> decoded;
+
+  /// Instead of the place in the file: the values as they would lie there, from the first on.
+  std::shared_ptr<const std::byte> unpacked;
 };
 
 /// The first bytes of a file, and its size.

@@ -97,6 +97,8 @@ TensorReader::TensorReader(StoredTensor tensor, ElementOrder order,
     tensor_.type = ElementType::kFloat32;
     tensor_.isSwapped = false;
     tensor_.offsetBytes = 0;
+  } else if (tensor_.unpacked != nullptr) {
+    // As many as there are elements: whoever unpacked them has seen to that.
   } else if (tensor_.isText) {
     lines_ = std::make_unique<NumberLines>(tensor_.path, "the dump");
   } else {
@@ -175,6 +177,10 @@ void TensorReader::ReadDense(std::span<float> room) {
     return;
   }
   const size_t size = ElementBytes(tensor_.type);
+  if (tensor_.unpacked != nullptr) {
+    ToFloats(tensor_.type, tensor_.isSwapped, tensor_.unpacked.get() + from * size, room);
+    return;
+  }
   const uint64_t offset = tensor_.offsetBytes + from * size;
   if (tensor_.type == ElementType::kFloat32 && !tensor_.isSwapped) {
     file_->ReadAt(offset, std::as_writable_bytes(room));
@@ -186,9 +192,12 @@ void TensorReader::ReadDense(std::span<float> room) {
 }
 
 void TensorReader::ReadScattered(std::span<float> room) {
-  const std::span<const std::byte> source = tensor_.decoded != nullptr
-                                                ? std::as_bytes(std::span(*tensor_.decoded))
-                                                : file_->Map().subspan(tensor_.offsetBytes);
+  const std::byte* source = tensor_.unpacked.get();
+  if (tensor_.decoded != nullptr) {
+    source = std::as_bytes(std::span(*tensor_.decoded)).data();
+  } else if (source == nullptr) {
+    source = file_->Map().data() + tensor_.offsetBytes;
+  }
   const size_t size = ElementBytes(tensor_.type);
   bytes_.resize(room.size() * size);
   uint64_t place = order_.first;
@@ -197,7 +206,7 @@ void TensorReader::ReadScattered(std::span<float> room) {
   places_.resize(areNoted ? room.size() : 0);
   for (size_t i = 0; i < room.size(); ++i) {
     if (areNoted) places_[i] = place;
-    std::memcpy(bytes_.data() + i * size, source.data() + place * size, size);
+    std::memcpy(bytes_.data() + i * size, source + place * size, size);
     // To the next element, as a counter of many digits; behind the last one to the first again.
     for (size_t axis = index_.size(); axis > 0; --axis) {
       const uint64_t stride = order_.strides[axis - 1];

@@ -13,6 +13,7 @@
 #include "kit/model/model_json.h"
 #include "kit/run/run_directory.h"
 #include "kit/tensor/npy.h"
+#include "kit/tensor/npz.h"
 #include "kit/tensor/onnx_tensor.h"
 
 namespace vorn::kit {
@@ -23,7 +24,7 @@ namespace fs = std::filesystem;
 constexpr uint64_t kMostJsonBytes = 256 << 20;
 
 // In the order in which they are taken where an output has several.
-constexpr std::array<std::string_view, 4> kEndings{".bin", ".npy", ".pb", ".float"};
+constexpr std::array<std::string_view, 5> kEndings{".bin", ".npy", ".pb", ".npz", ".float"};
 
 [[noreturn]] void RefuseSource(const std::string& path, const std::string& reason) {
   throw Fault(ExitStatus::kInput, "'" + Printable(path) + "' " + reason);
@@ -68,6 +69,8 @@ std::string WithoutEnding(const std::string& name) {
   return name.substr(0, name.size() - kEndings[*EndingOf(name)].size());
 }
 
+bool IsArchive(const std::string& name) { return name.ends_with(".npz"); }
+
 // An ONNX output's place among the outputs, from its file name.
 std::optional<uint64_t> OnnxPlace(const std::string& name) {
   constexpr std::string_view kFront = "output_";
@@ -88,31 +91,54 @@ std::vector<OutputPlace> OnnxOutputs(const std::string& folder) {
   return outputs;
 }
 
+// The arrays of an archive, an array an output.
+std::vector<OutputPlace> ArraysIn(const std::string& path) {
+  std::map<std::string, std::string> arrays;
+  std::vector<OutputPlace> outputs;
+  for (const std::string& array : ArrayArchive(path).Names()) {
+    const std::string name = SpelledAsDump(array);
+    const auto [at, isNew] = arrays.try_emplace(name, array);
+    if (!isNew) {
+      RefuseSource(path, "holds the arrays " + Quoted(at->second) + " and " + Quoted(array) +
+                             ", which a dump both spells '" + Printable(name) + "'; rename one");
+    }
+    outputs.push_back({name, path, array});
+  }
+  return outputs;
+}
+
+// What a file of a sample's folder holds.
+std::vector<OutputPlace> OutputsOf(const std::string& folder, const std::string& file) {
+  const std::string path = folder + "/" + file;
+  if (IsArchive(file)) return ArraysIn(path);
+  return {{OutputNameOfDump(WithoutEnding(file)), path}};
+}
+
 // The files of one sample, one an output.
 std::vector<OutputPlace> OutputsIn(const std::string& folder) {
   struct Found {
     size_t ending;
     std::string file;
+    OutputPlace output;
   };
   std::map<std::string, Found> byName;
   for (const Entry& entry : EntriesOf(folder)) {
     const auto ending = EndingOf(entry.name);
     if (!ending || entry.isFolder || entry.name.starts_with('.')) continue;
-    const std::string name = OutputNameOfDump(WithoutEnding(entry.name));
-    const auto [at, isNew] = byName.try_emplace(name, Found{*ending, entry.name});
-    if (isNew) continue;
-    // The text beside a dump is the same dump; two of a kind are not.
-    if (at->second.ending == *ending) {
-      RefuseSource(folder, "holds two dumps of the output '" + Printable(name) + "', " +
-                               Printable(at->second.file) + " and " + Printable(entry.name) +
-                               "; remove the one that is not meant");
+    for (const OutputPlace& output : OutputsOf(folder, entry.name)) {
+      const auto [at, isNew] = byName.try_emplace(output.name, Found{*ending, entry.name, output});
+      if (isNew) continue;
+      // The text beside a dump is the same dump; two of a kind are not.
+      if (at->second.ending == *ending) {
+        RefuseSource(folder, "holds two dumps of the output '" + Printable(output.name) + "', " +
+                                 Printable(at->second.file) + " and " + Printable(entry.name) +
+                                 "; remove the one that is not meant");
+      }
+      if (*ending < at->second.ending) at->second = {*ending, entry.name, output};
     }
-    if (*ending < at->second.ending) at->second = {*ending, entry.name};
   }
   std::vector<OutputPlace> outputs;
-  for (const auto& [name, found] : byName) {
-    outputs.push_back({name, folder + "/" + found.file});
-  }
+  for (auto& [name, found] : byName) outputs.push_back(std::move(found.output));
   return outputs;
 }
 
@@ -221,6 +247,16 @@ TensorSource OpenRun(const std::string& folder) {
   return source;
 }
 
+// Outputs that may hold all samples. An array that has to be unpacked is so once, not once a
+// sample.
+void TakeStacked(TensorSource& source, std::vector<OutputPlace> outputs) {
+  source.mayBeStacked = true;
+  for (OutputPlace& output : outputs) {
+    if (IsArchive(output.path)) output.kept = std::make_shared<std::optional<StoredTensor>>();
+  }
+  source.samples.push_back({0, std::move(outputs), {}, {}});
+}
+
 TensorSource OpenFolder(const std::string& folder) {
   const auto has = [&](const char* name) { return fs::exists(folder + "/" + name); };
   if (has(kRunFile) || has(kSamplesFile)) return OpenRun(folder);
@@ -237,14 +273,8 @@ TensorSource OpenFolder(const std::string& folder) {
   if (!source.samples.empty()) return source;
   if (auto outputs = OutputsIn(folder); !outputs.empty()) {
     source.kind = "the folder";
-    source.mayBeStacked = true;
-    source.samples.push_back({0, std::move(outputs), {}, {}});
+    TakeStacked(source, std::move(outputs));
     return source;
-  }
-  for (const Entry& entry : EntriesOf(folder)) {
-    if (entry.name.ends_with(".npz")) {
-      RefuseSource(folder + "/" + entry.name, kNoArchives);
-    }
   }
   if (has("A/run.json") || has("A/samples.jsonl")) {
     RefuseSource(folder, "holds two runs that took turns; name '" + Printable(folder) + "/A' or '" +
@@ -252,7 +282,17 @@ TensorSource OpenFolder(const std::string& folder) {
   }
   RefuseSource(folder,
                "holds nothing to compare: no run directory (run.json), no numbered folders of "
-               "dumps, no test_data_set_* folders, no .bin, .float, .npy or .pb");
+               "dumps, no test_data_set_* folders, no .bin, .float, .npy, .npz or .pb");
+}
+
+StoredTensor OpenOnlyArray(const std::string& path) {
+  const ArrayArchive archive(path);
+  const std::vector<std::string> names = archive.Names();
+  if (names.empty()) RefuseSource(path, kNoArrays);
+  if (names.size() > 1) {
+    RefuseSource(path, "holds " + Counted(names.size(), "array") + ", and one is needed here");
+  }
+  return archive.Open(names.front());
 }
 
 }  // namespace
@@ -280,9 +320,17 @@ std::string OutputNameOfDump(const std::string& fileName) {
 
 StoredTensor OpenTensor(const std::string& path) {
   if (path.ends_with(".npy")) return OpenNpy(path);
+  if (IsArchive(path)) return OpenOnlyArray(path);
   if (path.ends_with(".pb")) return OpenOnnxTensor(path);
   if (path.ends_with(".float")) return OpenDumpText(path);
   return OpenDump(path);
+}
+
+StoredTensor OpenTensor(const OutputPlace& place) {
+  if (!IsArchive(place.path)) return OpenTensor(place.path);
+  if (place.kept == nullptr) return ArrayArchive(place.path).Open(place.array);
+  if (!place.kept->has_value()) *place.kept = ArrayArchive(place.path).Open(place.array);
+  return **place.kept;
 }
 
 TensorSource FindTensors(const std::string& path) {
@@ -293,13 +341,14 @@ TensorSource FindTensors(const std::string& path) {
   while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
   if (fs::is_directory(status)) return OpenFolder(folder);
   const std::string file = fs::path(path).filename().string();
-  if (file.ends_with(".npz")) RefuseSource(path, kNoArchives);
   if (!EndingOf(file)) {
-    RefuseSource(path, "is a file of no kind that is read: .bin, .float, .npy or .pb");
+    RefuseSource(path, "is a file of no kind that is read: .bin, .float, .npy, .npz or .pb");
   }
-  TensorSource source = EmptySource(path, "the file");
-  source.mayBeStacked = true;
-  source.samples.push_back({0, {{"", path}}, {}, {}});
+  TensorSource source = EmptySource(path, IsArchive(file) ? "the archive" : "the file");
+  std::vector<OutputPlace> outputs{{"", path}};
+  if (IsArchive(file)) outputs = ArraysIn(path);
+  if (outputs.empty()) RefuseSource(path, kNoArrays);
+  TakeStacked(source, std::move(outputs));
   return source;
 }
 

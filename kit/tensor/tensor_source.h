@@ -4,6 +4,7 @@
 #define VORN_KIT_TENSOR_TENSOR_SOURCE_H_
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,6 +20,10 @@ struct OutputPlace {
   /// has "#1" behind it. Empty where nothing tells one.
   std::string name;
   std::string path;
+  std::string array{};  ///< of an archive of arrays: the array's name there
+
+  /// What OpenTensor has unpacked, where it may be asked for many times.
+  std::shared_ptr<std::optional<StoredTensor>> kept{};
 };
 
 struct SampleSource {
@@ -42,8 +47,10 @@ struct TensorSource {
 /// Throws a Fault of kInput that says what was looked for and what is there.
 [[nodiscard]] TensorSource FindTensors(const std::string& path);
 
-/// By the ending of the file: .bin, .float, .npy, .pb.
+/// By the ending of the file: .bin, .float, .npy, .pb. An archive (.npz) holds one array then.
 [[nodiscard]] StoredTensor OpenTensor(const std::string& path);
+
+[[nodiscard]] StoredTensor OpenTensor(const OutputPlace& place);
 
 /// The part of a dump's file name that is the output's name, with its number among outputs of that
 /// name. A name without number and time stamp is one as it is.

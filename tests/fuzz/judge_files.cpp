@@ -23,6 +23,7 @@
 #include "kit/judge/map.h"
 #include "kit/judge/rules.h"
 #include "kit/tensor/npy.h"
+#include "kit/tensor/npz.h"
 #include "kit/tensor/onnx_tensor.h"
 #include "kit/tensor/tensor_reader.h"
 
@@ -72,6 +73,16 @@ void CheckTensor(const kit::StoredTensor& tensor, size_t fileBytes) {
 void ReadNpy(const std::string& bytes) {
   const MemoryFile file(bytes);
   CheckTensor(kit::OpenNpy(file.Path()), bytes.size());
+}
+
+// What an array is unpacked to may be more than the file.
+void ReadArchive(const std::string& bytes) {
+  constexpr uint64_t kMostUnpacked = 1 << 20;
+  const MemoryFile file(bytes);
+  const kit::ArrayArchive archive(file.Path());
+  for (const std::string& name : archive.Names()) {
+    CheckTensor(archive.Open(name, kMostUnpacked), kMostUnpacked);
+  }
 }
 
 void ReadOnnx(const std::string& bytes) {
@@ -125,7 +136,7 @@ void FindCause(const std::string& bytes) {
 }
 
 constexpr std::array kFileReaders{ReadNpy,   ReadOnnx,   ReadLines, ReadMap,
-                                  ReadRules, ReadLabels, FindCause};
+                                  ReadRules, ReadLabels, FindCause, ReadArchive};
 
 }  // namespace
 

@@ -468,5 +468,18 @@ TEST_F(Judgement, TellsHowFarItIs) {
   EXPECT_THAT(done, testing::ElementsAre(1, 2));
 }
 
+TEST_F(Judgement, TakesTheSamplesOfAnArchiveOneBehindTheOther) {
+  // Each of its arrays is 0, 1, 2 in the first row and 3, 4, 5 in the second.
+  const std::string archive = VORN_SOURCE_FOLDER "/tests/kit/tensor/arrays/streamed.npz";
+  support::WriteFile(Path("expected.npz"), support::ReadFile(archive));
+  for (const char* output : {"version 1", "version 2", "version 3"}) {
+    Dump("actual/0", {0, 1, 2}, output);
+    Dump("actual/1", {3, 4, 5}, output);
+  }
+  EXPECT_EQ(Run("actual", "expected.npz").Status(), ExitStatus::kDone);
+  Dump("actual/1", {3, 4, 6}, "version 3");
+  EXPECT_EQ(Run("actual", "expected.npz").Status(), ExitStatus::kDiffers);
+}
+
 }  // namespace
 }  // namespace vorn::kit

@@ -161,8 +161,7 @@ TEST(ParseNpy, RefusesKeysThatAreGivenTwice) {
 
 TEST(ParseNpy, SaysWhatToDoWithAnArchive) {
   EXPECT_EQ(Refusal("PK\x03\x04 and so on"),
-            "the array 'a.npy' is an archive of arrays (.npz), which is not read; save each array "
-            "as a .npy file of its own");
+            "the array 'a.npy' is an archive of arrays under the name of one; name it .npz");
 }
 
 }  // namespace

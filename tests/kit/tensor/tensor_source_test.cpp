@@ -164,13 +164,55 @@ TEST_F(Sources, AreRefusedWhereNothingIs) {
   EXPECT_THAT(Refusal(""), HasSubstr("holds nothing to compare: no run directory (run.json), "));
 }
 
-TEST_F(Sources, RefusesArchivesOfArrays) {
-  Write("one.npz", "PK\x03\x04");
-  Write("folder/all.npz", "PK\x03\x04");
-  for (const char* name : {"one.npz", "folder"}) {
-    EXPECT_THAT(Refusal(name), HasSubstr(".npz' is an archive of arrays (.npz), which is not read; "
-                                         "save each array as a .npy file of its own"));
-  }
+std::string Saved(const std::string& name) {
+  return support::ReadFile(VORN_ARRAYS_FOLDER "/" + name);
+}
+
+TEST_F(Sources, AreTheArraysOfAnArchive) {
+  Write("all.npz", Saved("compressed.npz"));
+  const TensorSource source = FindTensors(Path("all.npz"));
+  EXPECT_EQ(source.kind, "the archive");
+  EXPECT_TRUE(source.mayBeStacked);
+  ASSERT_EQ(source.samples.size(), 1U);
+  ASSERT_EQ(source.samples[0].outputs.size(), 30U);
+  const OutputPlace& place = source.samples[0].outputs[12];
+  EXPECT_EQ(place.name, "big_f2");
+  EXPECT_EQ(place.array, "big/f2");
+  const StoredTensor tensor = OpenTensor(place);
+  EXPECT_EQ(tensor.type, ElementType::kFloat16);
+  EXPECT_EQ(tensor.shape, (Shape{2, 3}));
+  // Unpacked once, however many samples lie in it.
+  EXPECT_EQ(OpenTensor(place).unpacked, tensor.unpacked);
+}
+
+TEST_F(Sources, AreArchivesInNumberedFolders) {
+  Write("0/all.npz", Saved("streamed.npz"));
+  Write("0/prob.npy");
+  Write("1/all.npz", Saved("streamed.npz"));
+  const TensorSource source = FindTensors(Path());
+  EXPECT_THAT(NamesOf(source.samples[0]),
+              ElementsAre("prob", "version 1", "version 2", "version 3"));
+  EXPECT_THAT(NamesOf(source.samples[1]), ElementsAre("version 1", "version 2", "version 3"));
+  EXPECT_EQ(source.samples[1].outputs[0].kept, nullptr);
+  EXPECT_EQ(OpenTensor(source.samples[1].outputs[2]).elements, 6U);
+}
+
+TEST_F(Sources, AreNoArchivesOfOneOutputTwice) {
+  Write("one.npz", Saved("streamed.npz"));
+  Write("two.npz", Saved("streamed.npz"));
+  EXPECT_THAT(Refusal(""), HasSubstr("two dumps of the output 'version 1', one.npz and two.npz"));
+}
+
+TEST_F(Sources, AreNoArchivesWithoutArrays) {
+  Write("none.npz", Saved("none.npz"));
+  EXPECT_THAT(Refusal("none.npz"), HasSubstr("none.npz' is an archive without arrays"));
+  Write("cut.npz", "PK\x03\x04");
+  EXPECT_THAT(Refusal("cut.npz"), HasSubstr("cut.npz' is no archive of arrays (.npz): "));
+}
+
+TEST_F(Sources, AreOpenedByPathWhereAnArchiveHoldsOneArray) {
+  Write("many.npz", Saved("streamed.npz"));
+  EXPECT_THROW((void)OpenTensor(Path("many.npz")), Fault);
 }
 
 }  // namespace
