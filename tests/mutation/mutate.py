@@ -11,10 +11,10 @@
     tests/mutation/mutate.py --check-explained    what explained.txt explains has to survive
     tests/mutation/mutate.py --compare 30         so many both ways: chosen at run time, and built
 
-All mutants are compiled into one build (switched.py), in a copy of the tree (build/mutation, never
-in the checkout); an environment variable chooses. Those that only the compiler could choose are
-built one by one. For each mutant the tests run that reach its statement, likely ones first; the
-first failure ends it:
+All mutants (of a sample: its own) are compiled into one build (switched.py), in a copy of the tree
+(build/mutation, never in the checkout); an environment variable chooses. Those that only the
+compiler could choose are built one by one. For each mutant the tests run that reach its statement,
+likely ones first; the first failure ends it:
 
     killed      a test failed, crashed or did not come to an end
     survived    all of them passed: a gap in the tests, or a change without effect
@@ -71,7 +71,7 @@ ROOMS = {
     "layers": _LAYER_TESTS,
     "kit": ("kit_common_test", "kit_model_test", "kit_run_test", "kit_tensor_test", "kit_judge_test",
             "kit_timing_test", "kit_trace_test", "kit_convert_test", "kit_launch_test",
-            "kit_verbs_test", "kit_launch_verb_test"),
+            "kit_verbs_test", "kit_launch_verb_test", "fuzz_replay_kit_test"),
 }
 FURTHER_TARGETS = ("conformance-models", "vorn-run", "board", "vorn_caller")  # that tests start
 
@@ -512,7 +512,9 @@ def main():
         return 0
 
     WORK.mkdir(parents=True, exist_ok=True)
-    bench = Bench(arguments.rooms, everything, texts, arguments.thorough, arguments.quick)
+    # Those of a sample come without the thousands of others, which would take long to compile.
+    built = mutants if arguments.sample else everything
+    bench = Bench(arguments.rooms, built, texts, arguments.thorough, arguments.quick)
     jobs = max(1, arguments.jobs)
     if arguments.check_explained:
         bench.prepare()

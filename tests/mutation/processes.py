@@ -94,17 +94,36 @@ class _Guard:
         return "endless files" if _disk_bytes(self.temporary) > MAX_DISK_BYTES else None
 
 
+def _read_autogroup():
+    """How nice the scheduler's group is that this session is in; nothing where there are none."""
+    try:
+        return Path("/proc/self/autogroup").read_text().split()[-1]
+    except OSError:
+        return ""
+
+
+def _be_as_nice_as(autogroup):
+    """A session is a group of its own, and as such not nice at all, whatever its processes are."""
+    try:
+        if autogroup:
+            Path("/proc/self/autogroup").write_text(autogroup)
+    except OSError:
+        pass  # asked for too often
+
+
 def run_limited(command, cpu_seconds, log, temporary, environment=None, folder=None):
     """Runs a program to its end or its limits. `temporary` is emptied and takes its own files."""
     shutil.rmtree(temporary, ignore_errors=True)
     temporary.mkdir(parents=True)
     most = math.ceil(cpu_seconds)
+    autogroup = _read_autogroup()
 
     def prepare():
         # No core, but room for a test of what sees to it.
         resource.setrlimit(resource.RLIMIT_CORE, (0, resource.getrlimit(resource.RLIMIT_CORE)[1]))
         resource.setrlimit(resource.RLIMIT_CPU, (most, most + 1))
         os.nice(5)
+        _be_as_nice_as(autogroup)
 
     all_variables = {**os.environ, **(environment or {}), "TMPDIR": str(temporary)}
     all_variables.pop("VORN_RUN", None)  # would name another command to the tests
