@@ -332,6 +332,18 @@ TEST_F(Judgement, ReadsTypesWhoseBitsADumpHolds) {
   support::WriteFile(Path("actual/0/prob.0.17.bin"), Bytes<int32_t>({1, -2}));
   request_.map = map("int32");
   EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+  support::WriteFile(Path("actual/0/prob.0.17.bin"), Bytes<uint32_t>({1, 4294967295U}));
+  Dump("expected/0", {1, 4294967296.0F});
+  request_.map = map("uint32");
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+  Dump("actual/0", {0x3F80, 0xC000});
+  Dump("expected/0", {1, -2});
+  request_.map = map("bfloat16");
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+  for (const char* type : {"uint64", "float64", "bool"}) {
+    request_.map = map(type);
+    EXPECT_EQ(Run().Status(), ExitStatus::kNothing) << type;
+  }
   request_.map = map("int64");
   const Verdict verdict = Run();
   EXPECT_EQ(verdict.Status(), ExitStatus::kNothing);
@@ -341,13 +353,133 @@ TEST_F(Judgement, ReadsTypesWhoseBitsADumpHolds) {
   EXPECT_THAT(Refusal(), HasSubstr("holds other values than the bits of floats of 16 bits"));
 }
 
+TEST_F(Judgement, ReadsNoBitsOutOfAText) {
+  support::WriteFile(Path("actual/0/prob.0.17.float"), "1.5000000000000000\n");
+  Dump("expected/0", {1.5F});
+  request_.map = ParseMap(R"({"schema": 1, "outputs": [{"actual": {"name": "prob", "type": "int32"},
+                              "expected": {"name": "prob"}}]})",
+                          "m");
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kNothing);
+  EXPECT_EQ(verdict.outputs[0].notJudged[0].reasons[0],
+            "the output 'prob' is of int32, and a dump as text shows its bits as a float; give the "
+            ".bin, or a capture");
+}
+
 TEST_F(Judgement, PairsSamplesAsTheMapSays) {
   Dump("actual/0", {1});
   Dump("expected/7", {1});
   request_.map = ParseMap(R"({"schema": 1, "samples": [[0, 7]]})", "m");
   EXPECT_EQ(Run().Status(), ExitStatus::kDone);
-  request_.map = ParseMap(R"({"schema": 1, "samples": [[0, 8]]})", "m");
-  EXPECT_EQ(Run().Status(), ExitStatus::kPartial);
+  request_.map = ParseMap(R"({"schema": 1, "samples": [[0, 8], [3, 7]]})", "m");
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kPartial);
+  EXPECT_EQ(verdict.samples, 0U);
+  ASSERT_THAT(verdict.missing, SizeIs(2));
+  EXPECT_EQ(verdict.missing[0].sample, 0U);
+  EXPECT_FALSE(verdict.missing[0].isActualMissing);
+  EXPECT_EQ(verdict.missing[0].reason, "the map expects sample 8 of it, which is not there");
+  EXPECT_EQ(verdict.missing[1].sample, 3U);
+  EXPECT_TRUE(verdict.missing[1].isActualMissing);
+  EXPECT_EQ(verdict.missing[1].reason, "the map names it, and it was not run");
+}
+
+// ---- By inputs ----------------------------------------------------------------------------------
+
+// Three samples a side, in other orders.
+class ByInputs : public Judgement {
+ protected:
+  ByInputs() {
+    for (const int sample : {0, 1, 2}) {
+      Dump("actual/" + std::to_string(sample), {static_cast<float>(sample)});
+      Dump("expected/" + std::to_string(sample), {static_cast<float>(2 - sample)});
+    }
+    request_.map = ParseMap(R"({"schema": 1, "samples": "inputs"})", "m");
+    request_.actual = FindTensors(Path("actual"));
+    request_.expected = FindTensors(Path("expected"));
+    const std::vector<std::string> files{"a.bin", "b.bin", "c.bin"};
+    for (size_t i = 0; i < files.size(); ++i) {
+      request_.actual.samples[i].inputs = {files[i], "same.bin"};
+      request_.expected.samples[2 - i].inputs = {files[i], "same.bin"};
+    }
+  }
+
+  std::string Refused() const {
+    try {
+      (void)Judge(request_);
+    } catch (const Fault& fault) {
+      EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+      return fault.what();
+    }
+    return "judged";
+  }
+};
+
+TEST_F(ByInputs, SamplesArePairedWhereverTheyStand) {
+  const Verdict verdict = Judge(request_);
+  EXPECT_EQ(verdict.Status(), ExitStatus::kDone) << VerdictText(verdict);
+  EXPECT_EQ(verdict.samples, 3U);
+}
+
+TEST_F(ByInputs, SamplesThatAreOnOneSideOnlyAreMissed) {
+  request_.actual.samples[1].inputs = {"d.bin", "same.bin"};
+  const Verdict verdict = Judge(request_);
+  EXPECT_EQ(verdict.Status(), ExitStatus::kPartial);
+  EXPECT_EQ(verdict.samples, 2U);
+  ASSERT_THAT(verdict.missing, SizeIs(2));
+  EXPECT_EQ(verdict.missing[0].sample, 1U);
+  EXPECT_FALSE(verdict.missing[0].isActualMissing);
+  EXPECT_EQ(verdict.missing[0].reason, "nothing is expected of the input d.bin");
+  EXPECT_EQ(verdict.missing[1].sample, 1U);
+  EXPECT_TRUE(verdict.missing[1].isActualMissing);
+  EXPECT_EQ(verdict.missing[1].reason, "it is expected and was not run");
+}
+
+TEST_F(ByInputs, SamplesOfTheSameInputsAreRefused) {
+  request_.expected.samples[0].inputs = request_.expected.samples[1].inputs;
+  EXPECT_EQ(Refused(), "two samples of " + request_.expected.kind + " '" + Path("expected") +
+                           "' have the input 'b.bin'; pair them by index or in the map");
+}
+
+TEST_F(ByInputs, SamplesThatTellNoInputsAreRefused) {
+  request_.actual.samples[2].inputs.clear();
+  EXPECT_EQ(Refused(), "sample 2 of " + request_.actual.kind + " '" + Path("actual") +
+                           "' tells no inputs to be paired by; pair by index");
+}
+
+// One that the source says has no outputs is missed with the source's own reason.
+TEST_F(Judgement, MissesWhatHasNoOutputsOnEitherSide) {
+  for (const char* sample : {"actual/0", "actual/1", "expected/0", "expected/1"}) {
+    Dump(sample, {1});
+  }
+  request_.actual = FindTensors(Path("actual"));
+  request_.expected = FindTensors(Path("expected"));
+  request_.actual.samples[0].absence = "it failed";
+  request_.expected.samples[1].absence = "its dump was changed";
+  const Verdict verdict = Judge(request_);
+  EXPECT_EQ(verdict.samples, 0U);
+  ASSERT_THAT(verdict.missing, SizeIs(2));
+  EXPECT_TRUE(verdict.missing[0].isActualMissing);
+  EXPECT_EQ(verdict.missing[0].reason, "it failed");
+  EXPECT_FALSE(verdict.missing[1].isActualMissing);
+  EXPECT_EQ(verdict.missing[1].reason, "its dump was changed");
+}
+
+// What stands behind a sample without outputs keeps its place among the stacked items.
+TEST_F(Judgement, LeavesAPlaceInOneArrayForASampleWithoutOutputs) {
+  for (const int sample : {0, 1, 2}) {
+    Dump("actual/" + std::to_string(sample), {static_cast<float>(sample)});
+  }
+  Array("all.npy", "<f4", "(3, 1)", Bytes<float>({0, 1, 2}));
+  request_.actual = FindTensors(Path("actual"));
+  request_.expected = FindTensors(Path("all.npy"));
+  request_.actual.samples[1].absence = "it failed";
+  const Verdict verdict = Judge(request_);
+  EXPECT_EQ(verdict.Status(), ExitStatus::kPartial);
+  EXPECT_EQ(verdict.samples, 2U);
+  EXPECT_THAT(verdict.outputs[0].wrong, IsEmpty()) << VerdictText(verdict);
+  ASSERT_THAT(verdict.missing, SizeIs(1));
+  EXPECT_EQ(verdict.missing[0].reason, "it failed");
 }
 
 TEST_F(Judgement, RefusesRulesOfAnotherModel) {
@@ -370,6 +502,42 @@ TEST_F(Judgement, RefusesAMapOfAnotherModel) {
       R"({"schema": 1, "outputs": [{"actual": {"name": "prop"}, "expected": {"name": "prob"}}]})",
       "m");
   EXPECT_THAT(Refusal(), HasSubstr("'prop', and there is none; did you mean 'prob'?"));
+}
+
+TEST_F(Judgement, RefusesAMapThatDoesNotFitTheTensors) {
+  Dump("actual/0", {0, 1, 2, 3, 4, 5});
+  Dump("expected/0", {0, 1, 2, 3, 4, 5});
+  const auto map = [&](const std::string& actual, const std::string& expected,
+                       const std::string& more = "") {
+    request_.map = ParseMap(R"({"schema": 1, "outputs": [{"actual": {"name": "prob")" + actual +
+                                R"(}, "expected": {"name": "prob")" + expected + "}" + more + "}]}",
+                            "m");
+    return Refusal();
+  };
+  EXPECT_EQ(map(R"(, "shape": [2, 2])", ""), "the map says that 'prob' is 2x2, and '" +
+                                                 Path("actual/0/prob.0.17.bin") +
+                                                 "' has 6 elements");
+  EXPECT_EQ(map("", R"(, "shape": [2, 3])", R"(, "order": [2, 0, 1])"),
+            "the map of 'prob' has an order of 3 dimensions, and the expected tensor is 2x3");
+  EXPECT_EQ(map(R"(, "layout": "NHWC")", R"(, "layout": "NCHW")"),
+            "the map of 'prob' has layouts, and the shape of the expected tensor is not known; "
+            "give it as \"shape\"");
+  EXPECT_EQ(map("", R"(, "shape": [2, 3])", R"(, "order": [1, 0])"), "judged");
+}
+
+TEST_F(Judgement, RefusesLabelsOfAnotherModel) {
+  Dump("actual/0", {1, 2});
+  Dump("expected/0", {1, 2});
+  request_.labels = ParseLabels(R"({"schema": 1, "outputs": [{"output": "prop", "classes": [1]}]})",
+                                "the labels", ".");
+  EXPECT_EQ(Refusal(),
+            "the labels name the output 'prop', and there is none; did you mean 'prob'?");
+  request_.labels = ParseLabels("1\n", "the labels", ".");
+  EXPECT_EQ(Refusal(), "judged");
+  Dump("actual/0", {1, 2}, "other");
+  EXPECT_EQ(Refusal(),
+            "the labels are a list of classes, and the samples have several outputs; say which one "
+            "in a labels file of JSON");
 }
 
 // ---- What docs/judging.md shows -----------------------------------------------------------------
@@ -413,6 +581,36 @@ TEST_F(Judgement, TakesTypesAndShapesOfTheModel) {
   EXPECT_EQ(verdict.outputs[0].shape, (Shape{2, 2, 1}));
   support::WriteFile(Path("run/model.json"), model(9, 64));
   EXPECT_EQ(Run("run").Status(), ExitStatus::kNothing);
+}
+
+// By shape of the model and number of values; empty where the model's shape tells nothing of it.
+TEST_F(Judgement, TakesTheModelsShapeForAsManyItemsAsThereAre) {
+  struct Case {
+    std::string modelShape;
+    size_t values;
+    Shape shape;
+  };
+  const std::vector<Case> cases{
+      {"[3, 2]", 6, {3, 2}}, {"[3, 2]", 12, {2, 3, 2}}, {"[1, 3, 2]", 12, {2, 3, 2}},
+      {"[3, 2]", 8, {8}},    {"[-1, 2]", 6, {6}},       {"[0, 2]", 6, {6}},
+      {"[]", 6, {6}},
+  };
+  for (const Case& one : cases) {
+    support::WriteFile(Path("run/run.json"), "{}");
+    support::WriteFile(Path("run/model.json"),
+                       R"({"schema": 1, "model": {"path": "m"}, "inputs": [], "outputs": [
+        {"index": 0, "name": "prob", "role": "output", "shape": [7], "typeCode": 0},
+        {"index": 1, "name": "prob", "role": "output", "shape": )" +
+                           one.modelShape + R"(, "typeCode": 0}]})");
+    for (const char* folder : {"run/dumps/0", "expected/0"}) {
+      support::WriteFile(Path(std::string(folder) + "/prob.1.17.bin"),
+                         Bytes(Values(one.values, 1)));
+    }
+    const Verdict verdict = Run("run");
+    ASSERT_THAT(verdict.outputs, SizeIs(1));
+    EXPECT_EQ(verdict.outputs[0].shape, one.shape)
+        << one.modelShape << " of " << one.values << ", " << verdict.outputs[0].name;
+  }
 }
 
 // ---- Causes -------------------------------------------------------------------------------------
