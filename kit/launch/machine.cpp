@@ -58,27 +58,27 @@ std::optional<uint64_t> MemoryBytes(const std::string& meminfo, const std::strin
   return kibi ? std::optional(*kibi * kKibi) : std::nullopt;
 }
 
-std::string Processor() {
-  const std::string text = ReadSmall("/proc/cpuinfo");
+std::string Processor(const std::string& root) {
+  const std::string text = ReadSmall(root + "/proc/cpuinfo");
   for (const char* key : {"model name", "Hardware", "Model"}) {
     const size_t at = text.find(key);
     const size_t colon = at == std::string::npos ? at : text.find(": ", at);
     if (colon == std::string::npos) continue;
     return text.substr(colon + 2, text.find('\n', colon) - colon - 2);
   }
-  std::string model = FirstLine("/proc/device-tree/model");
+  std::string model = FirstLine(root + "/proc/device-tree/model");
   while (!model.empty() && model.back() == '\0') model.pop_back();
   return model;
 }
 
-std::optional<std::string> Container() {
-  if (access("/.dockerenv", F_OK) == 0) return "docker";
-  if (access("/run/.containerenv", F_OK) == 0) return "podman";
+std::optional<std::string> Container(const std::string& root) {
+  if (access((root + "/.dockerenv").c_str(), F_OK) == 0) return "docker";
+  if (access((root + "/run/.containerenv").c_str(), F_OK) == 0) return "podman";
   return std::nullopt;
 }
 
-std::string Core(uint64_t core) {
-  return "/sys/devices/system/cpu/cpu" + std::to_string(core) + "/cpufreq/";
+std::string Core(const std::string& root, uint64_t core) {
+  return root + "/sys/devices/system/cpu/cpu" + std::to_string(core) + "/cpufreq/";
 }
 
 uint64_t Cores() {
@@ -88,39 +88,40 @@ uint64_t Cores() {
 
 }  // namespace
 
-MachineFacts DescribeMachine() {
+MachineFacts DescribeMachine(const std::string& root) {
   MachineFacts machine;
   utsname system{};
   if (uname(&system) == 0) {
     machine.host = system.nodename;
     machine.kernel = std::string(system.sysname) + " " + system.release + " " + system.machine;
   }
-  machine.processor = Processor();
+  machine.processor = Processor(root);
   machine.cores = Cores();
-  const std::string governor = FirstLine(Core(0) + "scaling_governor");
+  const std::string governor = FirstLine(Core(root, 0) + "scaling_governor");
   if (!governor.empty()) machine.governor = governor;
-  const std::string load = FirstLine("/proc/loadavg");
+  const std::string load = FirstLine(root + "/proc/loadavg");
   char* end = nullptr;
   const double average = std::strtod(load.c_str(), &end);
   if (end != load.c_str()) machine.loadAverage = average;
-  const std::string memory = ReadSmall("/proc/meminfo");
+  const std::string memory = ReadSmall(root + "/proc/meminfo");
   machine.memoryTotalBytes = MemoryBytes(memory, "MemTotal");
   machine.memoryAvailableBytes = MemoryBytes(memory, "MemAvailable");
-  machine.container = Container();
+  machine.container = Container(root);
   return machine;
 }
 
-MachineMoment TakeMoment(pid_t pid) {
+MachineMoment TakeMoment(pid_t pid, const std::string& root) {
   MachineMoment moment;
   moment.realtimeNs = RealtimeNs();
   const uint64_t cores = Cores();
   for (uint64_t core = 0; core < cores; ++core) {
-    const auto frequency = NumberIn<uint64_t>(FirstLine(Core(core) + "scaling_cur_freq"));
+    const auto frequency = NumberIn<uint64_t>(FirstLine(Core(root, core) + "scaling_cur_freq"));
     if (!frequency) break;  // none of them tells
     moment.frequencyKhz.push_back(*frequency);
   }
   for (int zone = 0; zone < kMostZones; ++zone) {
-    const std::string folder = "/sys/class/thermal/thermal_zone" + std::to_string(zone) + "/";
+    const std::string folder =
+        root + "/sys/class/thermal/thermal_zone" + std::to_string(zone) + "/";
     const auto temperature = NumberIn<int64_t>(FirstLine(folder + "temp"));
     if (!temperature) {
       if (access(folder.c_str(), F_OK) != 0) break;
@@ -130,9 +131,9 @@ MachineMoment TakeMoment(pid_t pid) {
     if (name.empty() || moment.temperatureMilliC.contains(name)) name += std::to_string(zone);
     moment.temperatureMilliC[name] = *temperature;
   }
-  const std::string status = ReadSmall("/proc/" + std::to_string(pid) + "/status");
+  const std::string status = ReadSmall(root + "/proc/" + std::to_string(pid) + "/status");
   moment.rssBytes = MemoryBytes(status, "VmRSS");
-  moment.memoryAvailableBytes = MemoryBytes(ReadSmall("/proc/meminfo"), "MemAvailable");
+  moment.memoryAvailableBytes = MemoryBytes(ReadSmall(root + "/proc/meminfo"), "MemAvailable");
   return moment;
 }
 

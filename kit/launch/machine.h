@@ -8,10 +8,11 @@
 
 namespace vorn::kit {
 
-[[nodiscard]] MachineFacts DescribeMachine();
+/// `root` is what /proc, /sys and their like are below; nothing by default.
+[[nodiscard]] MachineFacts DescribeMachine(const std::string& root = "");
 
 /// `pid` is the program's.
-[[nodiscard]] MachineMoment TakeMoment(pid_t pid);
+[[nodiscard]] MachineMoment TakeMoment(pid_t pid, const std::string& root = "");
 
 [[nodiscard]] uint64_t RealtimeNs();
 

@@ -196,6 +196,8 @@ class Running {
   explicit Running(const support::Command& command) {
     pid_ = fork();
     if (pid_ != 0) return;
+    // Under nohup, or in the background of a script, it would wait for what it never hears.
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) std::signal(number, SIG_DFL);
     for (const auto& [name, value] : command.environment) {
       value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
     }
