@@ -259,9 +259,12 @@ ExitStatus RunInTurns(const Arguments& arguments) {
                                         " for B; --interleave needs models with as many inputs");
   }
   if (arguments.Has("dry-run")) {
-    console.Say("nothing speaks against " + Counted(plans[0].inferences, "inference") +
-                " of A and of B");
-    return StatusOf(findings);
+    const ExitStatus status = StatusOf(findings);
+    if (status == ExitStatus::kDone) {
+      console.Say("nothing speaks against " + Counted(plans[0].inferences, "inference") +
+                  " of A and of B");
+    }
+    return status;
   }
   const ExitStatus status = LaunchInTurns(requests, std::move(plans), console);
   MergeTimes(run);
@@ -282,9 +285,11 @@ ExitStatus RunLaunch(const Arguments& arguments) {
   Plan plan = MakePlan(request);
   SayFindings(request, plan.findings, console);
   if (arguments.Has("dry-run")) {
-    console.Say("nothing speaks against " + std::to_string(plan.inferences) +
-                (plan.inferences == 1 ? " inference" : " inferences"));
-    return StatusOf(plan.findings);
+    const ExitStatus status = StatusOf(plan.findings);
+    if (status == ExitStatus::kDone) {
+      console.Say("nothing speaks against " + Counted(plan.inferences, "inference"));
+    }
+    return status;
   }
   CheckAnyway(request, plan);
   const ExitStatus status = Launch(request, std::move(plan), console);

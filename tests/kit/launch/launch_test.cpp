@@ -197,7 +197,7 @@ class Running {
     pid_ = fork();
     if (pid_ != 0) return;
     // Under nohup, or in the background of a script, it would wait for what it never hears.
-    for (const int number : {SIGHUP, SIGINT, SIGTERM}) std::signal(number, SIG_DFL);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) signal(number, SIG_DFL);
     for (const auto& [name, value] : command.environment) {
       value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
     }
@@ -443,6 +443,77 @@ TEST_F(Launch, EndsWithAStatusForEachKindOfFault) {
   script_.Answer("vorn_mdl_get_desc", "always", "3");
   EXPECT_EQ(Run().status, 4);
   EXPECT_FALSE(fs::exists(RunPath()));
+}
+
+TEST_F(Launch, RefusesWhatNamesNothing) {
+  Samples("a");
+  EXPECT_EQ(Run({"--run", ""}).err, "vorn launch: --run names nothing\n");
+  EXPECT_EQ(Run({"-m", ""}).err, "vorn launch: --model names nothing\n");
+  EXPECT_EQ(Run({"-j", ""}).err, "vorn launch: --config names nothing\n");
+  EXPECT_EQ(Run({"-i", ""}).status, 2);
+  const Outcome ended = Run({"--run", "a\nb"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.err, "vorn launch: --run 'a\\x0Ab' holds a line end\n");
+}
+
+TEST_F(Launch, TakesAFolderWithSlashesBehindItsName) {
+  Samples("a");
+  EXPECT_EQ(Run({"--run", "run//"}).status, 0);
+  EXPECT_THAT(Statuses(), ElementsAre(kDone));
+}
+
+TEST_F(Launch, TellsAHundredFaultsAndHowManyMore) {
+  std::string list;
+  for (int i = 0; i < 103; ++i) list += "no" + std::to_string(i) + ".bin\n";
+  support::WriteFile(Path("list.txt"), list);
+  const Outcome ended = Run();
+  EXPECT_EQ(ended.status, 3);
+  const std::vector<std::string> lines = support::SplitLines(ended.err);
+  ASSERT_THAT(lines, SizeIs(101));
+  EXPECT_EQ(lines[99], "vorn launch: list.txt:100: './no99.bin' is not there");
+  EXPECT_EQ(lines[100], "vorn launch: and 3 more");
+}
+
+// An output of 256 PiB, which no disk has room for.
+TEST_F(Launch, RunsNothingThatTheDiskHasNoRoomFor) {
+  script_.Output(
+      {.name = "vast", .dims = {1 << 18}, .type = 0, .stride = 1 << 20, .size = uint64_t{1} << 58});
+  Samples("abc");
+  Outcome ended = Run();
+  EXPECT_EQ(ended.status, 7);
+  EXPECT_THAT(ended.err, AllOf(HasSubstr("'.' has "), HasSubstr(" left, and the run takes "),
+                               HasSubstr(" at least; --no-text with --chunk keeps a fifth of "
+                                         "it\n")));
+  EXPECT_THAT(Run({"--no-text"}).err,
+              HasSubstr(" at least; --chunk lets the texts go behind each chunk\n"));
+  EXPECT_THAT(Run({"--no-text", "--chunk", "1"}).err,
+              HasSubstr(" at least; name another disk with --run\n"));
+  EXPECT_FALSE(fs::exists(RunPath()));
+}
+
+TEST_F(Launch, SaysThatNothingSpeaksAgainstItOnlyWhereThatIsSo) {
+  Samples("abc");
+  fs::remove(Path("in/1.bin"));
+  const Outcome ended = Run({"--dry-run", "--anyway"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(ended.err, "vorn launch: list.txt:2: './in/1.bin' is not there\n");
+}
+
+TEST_F(Launch, NamesThresholdsThatAreNone) {
+  script_ = {};
+  script_.Net(1);
+  script_.Input({.name = "image", .dims = {1, 1, 2, 3}, .type = 4, .stride = 8, .size = 16});
+  script_.Input({.name = "limits", .dims = {1, 4}, .stride = 16, .size = 16, .format = 2});
+  script_.Scratch();
+  script_.Output({.name = "same", .dims = {1, 2, 3}, .type = 0, .stride = 16, .size = 32});
+  Samples("a");
+  support::WriteFile(Path("t"), "0.1 0.2 much 0.4");
+  Outcome ended = Run({"-r", "t"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("'t' hold something that is no number"));
+  ended = Run({"-r", "no"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("'no' is not there"));
 }
 
 TEST_F(Launch, FindsNoRuntimeWhereThereIsNone) {
