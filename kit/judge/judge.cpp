@@ -9,6 +9,7 @@
 #include <array>
 #include <cmath>
 #include <map>
+#include <set>
 
 #include "kit/common/fault.h"
 #include "kit/common/nearest.h"
@@ -27,7 +28,7 @@ constexpr size_t kPrintSize = 32;  // values that tell an output from others
 struct SamplePair {
   const SampleSource* actual = nullptr;
   const SampleSource* expected = nullptr;
-  std::optional<uint64_t> item;  ///< of a stacked source
+  std::optional<uint64_t> position;  ///< among the samples, where the expected source is stacked
 };
 
 const SampleSource* FindSample(const TensorSource& source, uint64_t index) {
@@ -59,8 +60,9 @@ class SamplePairing {
 
  private:
   bool IsStacked() const {
-    return request_.expected.mayBeStacked && request_.actual.samples.size() > 1 &&
-           request_.map.samples == Map::Samples::kByIndex;
+    const auto& samples = request_.actual.samples;
+    return request_.expected.mayBeStacked && request_.map.samples == Map::Samples::kByIndex &&
+           (samples.size() > 1 || (samples.size() == 1 && samples.front().index > 0));
   }
 
   void Miss(uint64_t sample, bool isActualMissing, const std::string& reason) {
@@ -74,9 +76,9 @@ class SamplePairing {
   }
 
   void PairStacked() {
-    uint64_t item = 0;
+    uint64_t position = 0;
     for (const SampleSource& actual : request_.actual.samples) {
-      const uint64_t own = item++;
+      const uint64_t own = position++;
       if (!actual.absence.empty()) {
         Miss(actual.index, true, actual.absence);
         continue;
@@ -254,12 +256,14 @@ class Judging {
       if (!source->unfinished.empty()) verdict_.unfinished.push_back(source->unfinished);
     }
     CheckNames();
+    CheckOnly();
     pairs_ = SamplePairing(request_, verdict_).Pairs();
     verdict_.samples = pairs_.size();
     for (size_t i = 0; i < pairs_.size(); ++i) {
       for (const OutputPair& output : PairOutputs(request_, pairs_[i])) JudgeOutput(i, output);
       if (onProgress_) onProgress_(i + 1, pairs_.size());
     }
+    MissItems();
     for (const std::string& name : order_) {
       OutputState& state = states_.at(name);
       if (state.labels) {
@@ -303,6 +307,39 @@ class Judging {
     }
     for (const ToleranceRule& rule : request_.rules.tolerances) CheckRule(rule.output, names);
     for (const MetricRule& rule : request_.rules.metrics) CheckRule(rule.output, names);
+  }
+
+  // Outputs that stand on the expected side alone are meant, too: they are missed.
+  void CheckOnly() const {
+    if (!request_.only) return;
+    std::set<std::string> names;
+    for (const TensorSource* source : {&request_.actual, &request_.expected}) {
+      for (const SampleSource& sample : source->samples) {
+        for (const OutputPlace& output : sample.outputs) {
+          if (IsWanted(request_, output.name)) return;
+          if (!output.name.empty()) names.insert(output.name);
+        }
+      }
+    }
+    if (names.empty()) return;
+    const std::vector<std::string> all(names.begin(), names.end());
+    const std::string meant = DidYouMean(*request_.only, all);
+    throw Fault(ExitStatus::kNothing, "--only '" + Printable(*request_.only) +
+                                          "' fits the name of no output" +
+                                          (meant.empty() ? "; there is " + Listed(all) : meant));
+  }
+
+  // The first names of some.
+  static std::string Listed(const std::vector<std::string>& names) {
+    constexpr size_t kMostListed = 5;
+    std::string text;
+    for (size_t i = 0; i < std::min(names.size(), kMostListed); ++i) {
+      text += (i == 0 ? "'" : ", '") + Printable(names[i]) + "'";
+    }
+    if (names.size() > kMostListed) {
+      text += " and " + std::to_string(names.size() - kMostListed) + " more";
+    }
+    return text;
   }
 
   static void CheckRule(const std::string& glob, const std::vector<std::string>& names) {
@@ -351,10 +388,12 @@ class Judging {
       Compare(sample, output, actual, expected, state);
     } catch (const NotJudgeable& reason) {
       verdict.notJudged.push_back({sample, {reason.what()}});
+    } catch (const UnreadableTensor& reason) {
+      verdict.notJudged.push_back({sample, {reason.what()}, true});
     }
   }
 
-  std::pair<ReadableTensor, ReadableTensor> Open(size_t pair, const OutputPair& output) const {
+  std::pair<ReadableTensor, ReadableTensor> Open(size_t pair, const OutputPair& output) {
     const auto modelOf = [](const TensorSource& source) {
       return source.model ? &*source.model : nullptr;
     };
@@ -363,16 +402,39 @@ class Judging {
         OpenSide(*output.actual, mapped ? &mapped->actual : nullptr, modelOf(request_.actual));
     ReadableTensor expected = OpenSide(*output.expected, mapped ? &mapped->expected : nullptr,
                                        modelOf(request_.expected));
-    if (pairs_[pair].item) {
-      expected =
-          ItemOf(expected, *pairs_[pair].item, pairs_.size() + CountMissing(), actual.Elements());
-    }
+    if (pairs_[pair].position) expected = ItemFor(pair, expected, actual.Elements());
     if (mapped != nullptr) Align(*mapped, expected, output.name);
     return {std::move(actual), std::move(expected)};
   }
 
-  // Samples of a stacked source that have no outputs still have their place in it.
-  uint64_t CountMissing() const { return verdict_.missing.size(); }
+  // A stacked source holds a sample by its index, and those that were not run, too. Where it does
+  // not reach as far and holds as many as there are, it holds them in their order.
+  ReadableTensor ItemFor(size_t pair, const ReadableTensor& stacked, uint64_t itemElements) {
+    const auto& samples = request_.actual.samples;
+    const auto items = ItemsIn(stacked, itemElements);
+    const bool isByIndex = items && samples.back().index < *items;
+    if (!isByIndex && items != samples.size()) {
+      throw Fault(ExitStatus::kInput,
+                  "'" + Printable(stacked.stored.path) + "' holds " + TextOf(stacked.order.shape) +
+                      ", and for " + Counted(samples.size(), "sample") +
+                      (samples.back().index + 1 == samples.size()
+                           ? ""
+                           : " up to number " + std::to_string(samples.back().index)) +
+                      " of " + std::to_string(itemElements) +
+                      " elements its first dimension has to be theirs");
+    }
+    if (isByIndex) items_ = std::max(items_, *items);
+    return ItemOf(stacked, isByIndex ? SampleOf(pair) : *pairs_[pair].position, *items);
+  }
+
+  // Of a stacked source, those that were not run.
+  void MissItems() {
+    for (uint64_t item = 0; item < items_; ++item) {
+      if (FindSample(request_.actual, item) == nullptr) {
+        verdict_.missing.push_back({item, true, "it is expected and was not run"});
+      }
+    }
+  }
 
   static Shape ShapeFor(const ReadableTensor& actual, const ReadableTensor& expected) {
     return actual.hasShape ? actual.order.shape : expected.order.shape;
@@ -406,13 +468,17 @@ class Judging {
     CensusTaker taker(verdict.rules.tolerance.tolerance, request_.worst);
     const auto classes = ClassesOf(shape);
     TopAgreementTaker top(classes.value_or(1));
-    TensorReader actualReader = actual.Read();
-    TensorReader expectedReader = expected.Read();
-    Print& print = state.prints[sample];
-    uint64_t done = 0;
-    while (const size_t got = actualReader.Next(actualBlock_)) {
-      // Both have as many elements, so a block of one side is never longer than the other's.
+    auto [actualReader, expectedReader] =
+        ReadingTensors([&] { return std::pair(actual.Read(), expected.Read()); });
+    // Both have as many elements, so a block of one side is never longer than the other's.
+    const auto next = [&, &actualReader = actualReader, &expectedReader = expectedReader] {
+      const size_t got = actualReader.Next(actualBlock_);
       (void)expectedReader.Next(std::span(expectedBlock_).first(got));
+      return got;
+    };
+    Print print{};
+    uint64_t done = 0;
+    while (const size_t got = ReadingTensors(next)) {
       const auto actualValues = std::span<const float>(actualBlock_).first(got);
       const auto expectedValues = std::span<const float>(expectedBlock_).first(got);
       taker.Take(actualValues, expectedValues);
@@ -420,6 +486,7 @@ class Judging {
       TakePrint(expectedValues, done, actual.Elements(), print);
       done += got;
     }
+    state.prints[sample] = print;
     Note(sample, taker, top.Result(), state);
     if (state.labels) TakeLabels(sample, actual, expected, shape, *state.labels);
   }
@@ -490,17 +557,27 @@ class Judging {
   }
 
   // The values of an output on one side; none where it is too large, or is not to be had.
-  std::optional<Sides> Load(size_t pair, const std::string& name) const {
+  std::optional<Sides> Load(size_t pair, const std::string& name) {
+    try {
+      return LoadWhole(pair, name);
+    } catch (const UnreadableTensor&) {
+      return std::nullopt;
+    }
+  }
+
+  std::optional<Sides> LoadWhole(size_t pair, const std::string& name) {
     for (const OutputPair& output : PairOutputs(request_, pairs_[pair])) {
       if (output.name != name || output.actual == nullptr || output.expected == nullptr) continue;
       const auto [actual, expected] = Open(pair, output);
       if (actual.Elements() > kMostCauseElements || actual.Elements() != expected.Elements()) {
         return std::nullopt;
       }
-      TensorReader actualReader = actual.Read();
-      TensorReader expectedReader = expected.Read();
-      return Sides{ReadAll(actualReader, kMostCauseElements),
-                   ReadAll(expectedReader, kMostCauseElements)};
+      return ReadingTensors([&actual = actual, &expected = expected] {
+        TensorReader actualReader = actual.Read();
+        TensorReader expectedReader = expected.Read();
+        return Sides{ReadAll(actualReader, kMostCauseElements),
+                     ReadAll(expectedReader, kMostCauseElements)};
+      });
     }
     return std::nullopt;
   }
@@ -528,7 +605,7 @@ class Judging {
     return best;
   }
 
-  void FindCausesOf(OutputState& state) const {
+  void FindCausesOf(OutputState& state) {
     for (const uint64_t sample : state.wrongSamples) {
       if (state.verdict.causes.size() == kMostCauses) break;
       const size_t pair = PairOf(sample);
@@ -556,6 +633,7 @@ class Judging {
   std::vector<SamplePair> pairs_;
   std::map<std::string, OutputState> states_;
   std::vector<std::string> order_;
+  uint64_t items_ = 0;  ///< that a stacked source has, where they are taken by their index
   std::vector<float> actualBlock_ = std::vector<float>(kBlock);
   std::vector<float> expectedBlock_ = std::vector<float>(kBlock);
 };

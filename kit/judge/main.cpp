@@ -62,7 +62,8 @@ constexpr Verb kJudge{
         "expected of it: a census of its elements, the usual measures, the worst elements by\n"
         "their places, the verdict, and for what is wrong its likely cause. Ends with status 0\n"
         "if everything is right, 6 if an output differs, 8 if samples are missing on either\n"
-        "side or a run has not ended, 9 if something could not be compared.",
+        "side or a run has not ended, 9 if something could not be compared, and 3 if a file of\n"
+        "an output is damaged; all others are judged.",
     .options = kOptions,
     .example = "build/release/vorn judge build/demo --expected examples/digits/expected.npy",
     .mostOperands = 1,
@@ -170,6 +171,11 @@ ExitStatus JudgeRun(const Arguments& arguments) {
     text = VerdictJson(verdict);
   } else if (!arguments.Has("quiet")) {
     text = VerdictText(verdict);
+  }
+  if (const auto unreadable = verdict.Unreadable(); !unreadable.empty()) {
+    const std::string more =
+        unreadable.size() == 1 ? "" : "; and " + std::to_string(unreadable.size() - 1) + " more";
+    std::fprintf(stderr, "vorn judge: %s%s\n", unreadable.front().c_str(), more.c_str());
   }
   // Before the files, which may not be to be written: what was found out is told all the same.
   std::fwrite(text.data(), 1, text.size(), stdout);

@@ -97,7 +97,7 @@ uint64_t ReadableTensor::Elements() const { return CountElements(order.shape).va
 ReadableTensor OpenSide(const OutputPlace& place, const MappedSide* side,
                         const ModelDescription* model) {
   ReadableTensor tensor;
-  tensor.stored = OpenTensor(place);
+  tensor.stored = ReadingTensors([&] { return OpenTensor(place); });
   tensor.type = tensor.stored.type;
   const TensorDescription* described = Describe(model, place.name);
   if (IsDumpFile(place.path)) {
@@ -129,18 +129,19 @@ ReadableTensor OpenSide(const OutputPlace& place, const MappedSide* side,
   return tensor;
 }
 
-ReadableTensor ItemOf(const ReadableTensor& stacked, uint64_t item, uint64_t items,
-                      uint64_t itemElements) {
+std::optional<uint64_t> ItemsIn(const ReadableTensor& stacked, uint64_t itemElements) {
   const Shape& shape = stacked.order.shape;
-  if (items == 0 || shape.empty() || shape.front() % items != 0 ||
-      stacked.Elements() / items != itemElements) {
-    throw Fault(ExitStatus::kInput, "'" + Printable(stacked.stored.path) + "' holds " +
-                                        TextOf(shape) + ", and for " + std::to_string(items) +
-                                        " samples of " + std::to_string(itemElements) +
-                                        " elements its first dimension has to be theirs");
+  if (itemElements == 0 || shape.empty() || stacked.Elements() % itemElements != 0) {
+    return std::nullopt;
   }
+  const uint64_t items = stacked.Elements() / itemElements;
+  if (items == 0 || shape.front() % items != 0) return std::nullopt;
+  return items;
+}
+
+ReadableTensor ItemOf(const ReadableTensor& stacked, uint64_t item, uint64_t items) {
+  const uint64_t rows = stacked.order.shape.front() / items;
   ReadableTensor one = stacked;
-  const uint64_t rows = shape.front() / items;
   one.order.first += item * rows * one.order.strides.front();
   one.order.shape.front() = rows;
   return one;

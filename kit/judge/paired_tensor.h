@@ -3,8 +3,10 @@
 #define VORN_KIT_JUDGE_PAIRED_TENSOR_H_
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 
+#include "kit/common/fault.h"
 #include "kit/judge/map.h"
 #include "kit/tensor/tensor_source.h"
 
@@ -28,14 +30,34 @@ class NotJudgeable : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Opens one side. `side` may be null, `model` as well.
+/// Thrown where the file of an output cannot be read or is damaged: the others may be judged.
+class UnreadableTensor : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Runs what reads files of an output, and throws an UnreadableTensor for a Fault of kInput.
+template <typename Reading>
+auto ReadingTensors(const Reading& reading) {
+  try {
+    return reading();
+  } catch (const Fault& fault) {
+    if (fault.Status() != ExitStatus::kInput) throw;
+    throw UnreadableTensor(fault.what());
+  }
+}
+
+/// Opens one side. `side` may be null, `model` as well. Throws one of the two above, or a Fault of
+/// kInput where the map does not fit.
 [[nodiscard]] ReadableTensor OpenSide(const OutputPlace& place, const MappedSide* side,
                                       const ModelDescription* model);
 
-/// Item `item` of `items`, each of `itemElements`, that the tensor holds one behind the other.
-/// Throws a Fault of kInput that says how many there are.
-[[nodiscard]] ReadableTensor ItemOf(const ReadableTensor& stacked, uint64_t item, uint64_t items,
-                                    uint64_t itemElements);
+/// How many items of `itemElements` the tensor holds one behind the other, in whole parts of its
+/// first dimension; empty where it does not.
+[[nodiscard]] std::optional<uint64_t> ItemsIn(const ReadableTensor& stacked, uint64_t itemElements);
+
+/// Item `item` of `items`, as many as the above has found.
+[[nodiscard]] ReadableTensor ItemOf(const ReadableTensor& stacked, uint64_t item, uint64_t items);
 
 /// Brings `expected` into the order that the map tells of.
 void Align(const MappedOutput& mapped, ReadableTensor& expected, const std::string& name);

@@ -110,11 +110,21 @@ std::string CertaintyText(double certainty) {
   return NumberText(std::floor(certainty * 1000) / 10) + " %";
 }
 
+// Where only other metrics have bounds, what is outside is counted and decides nothing.
+std::string ToleranceText(const OutputRules& rules) {
+  const bool isRule =
+      std::any_of(rules.metrics.begin(), rules.metrics.end(), [](const MetricRule& rule) {
+        return rule.metric == Metric::kOutside || rule.metric == Metric::kOutsideShare;
+      });
+  return (isRule ? "" : "only the rules below decide, and outside is counted by ") +
+         TextOf(rules.tolerance.tolerance) + " (" + rules.tolerance.source + ")";
+}
+
 std::string OutputText(const OutputVerdict& output) {
   std::string text = Printable(output.name) + ": ";
   if (!output.samples.empty()) {
     text += std::string(ElementName(output.type)) + " of " + TextOf(output.shape) + "; " +
-            TextOf(output.rules.tolerance.tolerance) + " (" + output.rules.tolerance.source + ")";
+            ToleranceText(output.rules);
   } else {
     text += StateText(output);
   }
@@ -319,9 +329,18 @@ std::string Xml(std::string_view text) {
   return escaped;
 }
 
-std::string TestCase(const std::string& name, const std::string& element,
+// A class of the package "judge". The name of the run, whose points would end a package, keeps
+// apart what several runs are judged to be.
+std::string ClassOf(const Verdict& verdict) {
+  std::string run = Printable(verdict.actualPath);
+  std::replace(run.begin(), run.end(), '.', '_');
+  return "judge." + run;
+}
+
+std::string TestCase(const Verdict& verdict, const std::string& name, const std::string& element,
                      const std::string& message, const std::string& body) {
-  std::string text = "    <testcase classname=\"judge\" name=\"" + Xml(Printable(name)) + "\"";
+  std::string text = "    <testcase classname=\"" + Xml(ClassOf(verdict)) + "\" name=\"" +
+                     Xml(Printable(name)) + "\"";
   if (element.empty()) return text + "/>\n";
   return text + ">\n      <" + element + " message=\"" + Xml(message) + "\">" + Xml(body) + "</" +
          element + ">\n    </testcase>\n";
@@ -342,6 +361,7 @@ std::string PlaceText(uint64_t index, const Shape& shape) {
 }
 
 ExitStatus Verdict::Status() const {
+  if (!Unreadable().empty()) return ExitStatus::kInput;
   if (!missing.empty() || !unfinished.empty()) return ExitStatus::kPartial;
   bool isAnyNotJudged = false;
   bool isAnyCompared = false;
@@ -351,6 +371,16 @@ ExitStatus Verdict::Status() const {
     isAnyCompared = isAnyCompared || !output.samples.empty();
   }
   return isAnyCompared && !isAnyNotJudged ? ExitStatus::kDone : ExitStatus::kNothing;
+}
+
+std::vector<std::string> Verdict::Unreadable() const {
+  std::vector<std::string> texts;
+  for (const OutputVerdict& output : outputs) {
+    for (const SampleFault& fault : output.notJudged) {
+      if (fault.isUnreadable) texts.push_back(fault.reasons.front());
+    }
+  }
+  return texts;
 }
 
 std::string VerdictText(const Verdict& verdict) {
@@ -421,37 +451,38 @@ std::string VerdictJUnit(const Verdict& verdict) {
     const std::string body = "\n" + OutputText(output);
     if (IsWrong(output)) {
       ++failures;
-      cases += TestCase(output.name, "failure",
+      cases += TestCase(verdict, output.name, "failure",
                         CountText(output.wrong.size(), "sample", "samples") + " wrong", body);
     } else if (IsNotJudged(output)) {
       ++errors;
-      cases += TestCase(output.name, "error", "could not be judged", body);
+      cases += TestCase(verdict, output.name, "error", "could not be judged", body);
     } else {
-      cases += TestCase(output.name, "", "", "");
+      cases += TestCase(verdict, output.name, "", "", "");
     }
   }
   for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesTold); ++i) {
     ++tests;
     ++errors;
     const MissingSample& missing = verdict.missing[i];
-    cases += TestCase("sample " + std::to_string(missing.sample), "error", "missing",
+    cases += TestCase(verdict, "sample " + std::to_string(missing.sample), "error", "missing",
                       "\n" + Printable(missing.reason) + "\n");
   }
   for (const std::string& reason : verdict.unfinished) {
     ++tests;
     ++errors;
-    cases += TestCase("the whole run", "error", "not ended", "\n" + Printable(reason) + "\n");
+    cases +=
+        TestCase(verdict, "the whole run", "error", "not ended", "\n" + Printable(reason) + "\n");
   }
   if (tests == 0) {
     tests = errors = 1;
-    cases = TestCase("anything", "error", "nothing was compared", "\n");
+    cases = TestCase(verdict, "anything", "error", "nothing was compared", "\n");
   }
   const std::string counts = "tests=\"" + std::to_string(tests) + "\" failures=\"" +
                              std::to_string(failures) + "\" errors=\"" + std::to_string(errors) +
                              "\" skipped=\"0\"";
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites " + counts +
-         ">\n  <testsuite name=\"vorn judge\" " + counts + ">\n" + cases +
-         "  </testsuite>\n</testsuites>\n";
+         ">\n  <testsuite name=\"vorn judge " + Xml(Printable(verdict.actualPath)) + "\" " +
+         counts + ">\n" + cases + "  </testsuite>\n</testsuites>\n";
 }
 
 }  // namespace vorn::kit

@@ -29,6 +29,7 @@ struct SampleSketch {
 struct SampleFault {
   uint64_t sample = 0;
   std::vector<std::string> reasons;
+  bool isUnreadable = false;  ///< a file of it is damaged, or cannot be read
 };
 
 struct WorstElement {
@@ -83,6 +84,9 @@ struct Verdict {
   std::vector<std::string> unfinished;
 
   [[nodiscard]] ExitStatus Status() const;
+
+  /// What is wrong with the files that could not be read, a text each.
+  [[nodiscard]] std::vector<std::string> Unreadable() const;
 };
 
 /// A table of the outputs and what is wrong with them.

@@ -350,7 +350,80 @@ TEST_F(Judgement, ReadsTypesWhoseBitsADumpHolds) {
   EXPECT_THAT(verdict.outputs[0].notJudged[0].reasons[0], HasSubstr("take them from a capture"));
   Dump("actual/0", {0.5F, 1});
   request_.map = map("float16");
-  EXPECT_THAT(Refusal(), HasSubstr("holds other values than the bits of floats of 16 bits"));
+  EXPECT_THAT(Run().outputs[0].notJudged[0].reasons[0],
+              HasSubstr("holds other values than the bits of floats of 16 bits"));
+}
+
+TEST_F(Judgement, JudgesWhatStandsBesideADamagedFile) {
+  for (const char* sample : {"0", "1", "2"}) {
+    Dump(std::string("actual/") + sample, {1, 2, 3});
+    Dump(std::string("expected/") + sample, {1, 2, 3});
+    Dump(std::string("actual/") + sample, {4, 5}, "other");
+    Dump(std::string("expected/") + sample, {4, 5}, "other");
+  }
+  support::WriteFile(Path("actual/1/prob.0.17.bin"), "12345");
+  Dump("actual/2", {1, 2, 4});  // whose cause may be in the sample before
+  const Verdict verdict = Run();
+  EXPECT_EQ(verdict.Status(), ExitStatus::kInput);
+  ASSERT_THAT(verdict.outputs, SizeIs(2));
+  const OutputVerdict& damaged = verdict.outputs[1];
+  EXPECT_EQ(damaged.name, "prob");
+  EXPECT_THAT(damaged.samples, SizeIs(2));
+  ASSERT_THAT(damaged.notJudged, SizeIs(1));
+  EXPECT_EQ(damaged.notJudged[0].sample, 1U);
+  EXPECT_THAT(damaged.notJudged[0].reasons[0], HasSubstr("has 5 bytes"));
+  ASSERT_THAT(damaged.wrong, SizeIs(1));
+  EXPECT_EQ(damaged.wrong[0].sample, 2U);
+  EXPECT_THAT(verdict.outputs[0].samples, SizeIs(3));
+  EXPECT_THAT(verdict.Unreadable(), SizeIs(1));
+}
+
+TEST_F(Judgement, TakesSamplesOfAStackByTheirIndex) {
+  Array("stack.npy", "<f4", "(4, 2)", Bytes<float>({0, 1, 10, 11, 20, 21, 30, 31}));
+  Dump("actual/0", {0, 1});
+  Dump("actual/2", {20, 21});
+  const Verdict verdict = Run("actual", "stack.npy");
+  EXPECT_EQ(verdict.Status(), ExitStatus::kPartial);
+  EXPECT_THAT(verdict.outputs[0].wrong, IsEmpty());
+  ASSERT_THAT(verdict.missing, SizeIs(2));
+  EXPECT_EQ(verdict.missing[0].sample, 1U);
+  EXPECT_EQ(verdict.missing[1].sample, 3U);
+  EXPECT_TRUE(verdict.missing[1].isActualMissing);
+  // The one that is left of a run.
+  Dump("rest/3", {30, 31});
+  EXPECT_THAT(Run("rest", "stack.npy").missing, SizeIs(3));
+}
+
+// Such as the last ones of a longer list, with what is expected of them alone.
+TEST_F(Judgement, TakesSamplesOfAShorterStackInTheirOrder) {
+  Array("stack.npy", "<f4", "(2, 2)", Bytes<float>({20, 21, 30, 31}));
+  Dump("actual/2", {20, 21});
+  Dump("actual/3", {30, 31});
+  EXPECT_EQ(Run("actual", "stack.npy").Status(), ExitStatus::kDone);
+  Dump("actual/5", {50, 51});
+  EXPECT_THAT(Refusal("actual", "stack.npy"),
+              HasSubstr("holds 2x2, and for 3 samples up to number 5 of 2 elements its first "
+                        "dimension has to be theirs"));
+}
+
+TEST_F(Judgement, RefusesANameThatNoOutputHas) {
+  Dump("actual/0", {1});
+  Dump("expected/0", {1});
+  Dump("expected/0", {1}, "missed");
+  const auto said = [&](const char* only) -> std::string {
+    request_.only = only;
+    try {
+      (void)Run();
+    } catch (const Fault& fault) {
+      EXPECT_EQ(fault.Status(), ExitStatus::kNothing);
+      return fault.what();
+    }
+    return "judged";
+  };
+  EXPECT_EQ(said("prop"), "--only 'prop' fits the name of no output; did you mean 'prob'?");
+  EXPECT_EQ(said("zzzz"), "--only 'zzzz' fits the name of no output; there is 'missed', 'prob'");
+  EXPECT_EQ(said("miss*"), "judged");
+  EXPECT_EQ(said("*"), "judged");
 }
 
 TEST_F(Judgement, ReadsNoBitsOutOfAText) {

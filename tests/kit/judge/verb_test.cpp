@@ -65,17 +65,20 @@ TEST_F(JudgeVerb, EndsWithEightWhereASampleIsMissing) {
 }
 
 TEST_F(JudgeVerb, EndsWithNineWhereNothingIsCompared) {
-  const Outcome ended = Judge({"--only", "other"});
+  const Outcome ended = Judge({"--only", "porb"});
   EXPECT_EQ(ended.status, 9);
-  EXPECT_THAT(ended.out, HasSubstr("1 sample, 0 outputs: 0 wrong\n"));
+  EXPECT_EQ(ended.out, "");
+  EXPECT_EQ(ended.err,
+            "vorn judge: --only 'porb' fits the name of no output; did you mean 'prob'?\n");
 }
 
 TEST_F(JudgeVerb, EndsWithThreeForFilesThatCannotBeRead) {
   support::WriteFile(Path("actual/0/prob.0.17.bin"), "12345");
   const Outcome ended = Judge({});
   EXPECT_EQ(ended.status, 3);
-  EXPECT_EQ(ended.out, "");
+  EXPECT_THAT(ended.out, HasSubstr("sample 0 is not judged: the dump 'actual/0/prob.0.17.bin'"));
   EXPECT_THAT(ended.err, HasSubstr("vorn judge: the dump 'actual/0/prob.0.17.bin' has 5 bytes"));
+  EXPECT_EQ(Judge({"--quiet"}).err, ended.err);
   EXPECT_EQ(Run({"nowhere", "--expected", "expected"}).status, 3);
   EXPECT_EQ(Judge({"--map", "nowhere"}).status, 3);
 }

@@ -56,6 +56,9 @@ TEST(Verdict, HasTheFirstStatusThatHolds) {
   EXPECT_EQ(VerdictOf({}).Status(), ExitStatus::kNothing);
   EXPECT_EQ(VerdictOf({RightOutput("a"), OutputNotJudged("b")}).Status(), ExitStatus::kNothing);
   EXPECT_EQ(VerdictOf({OutputNotJudged("b"), WrongOutput("a")}).Status(), ExitStatus::kDiffers);
+  OutputVerdict damaged = RightOutput("c");
+  damaged.notJudged.push_back({4, {"the dump has 5 bytes"}, true});
+  EXPECT_EQ(VerdictOf({WrongOutput("a"), damaged}).Status(), ExitStatus::kInput);
   Verdict partial = VerdictOf({WrongOutput("a")});
   partial.missing.push_back({3, true, "ended by SIGSEGV"});
   EXPECT_EQ(partial.Status(), ExitStatus::kPartial);
@@ -93,6 +96,16 @@ TEST(VerdictJson, IsWhatTheSchemaSays) {
   EXPECT_EQ(support::FaultBySchema("verdict", VerdictJson(VerdictOf({}))), "");
 }
 
+TEST(VerdictText, TellsWhereTheToleranceDecidesNothing) {
+  OutputVerdict output = RightOutput("a");
+  constexpr const char* kUndecided = "only the rules below decide, and outside is counted by |a";
+  EXPECT_THAT(VerdictText(VerdictOf({output})), Not(HasSubstr(kUndecided)));
+  output.rules.metrics = {{"*", Metric::kCosine, true, 0.9}};
+  EXPECT_THAT(VerdictText(VerdictOf({output})), HasSubstr(kUndecided));
+  output.rules.metrics.push_back({"*", Metric::kOutsideShare, false, 0.1});
+  EXPECT_THAT(VerdictText(VerdictOf({output})), Not(HasSubstr(kUndecided)));
+}
+
 TEST(VerdictJson, IsHeldToItsSchema) {
   std::string text = VerdictJson(VerdictOf({RightOutput("good")}));
   text.replace(text.find("\"right\""), 7, "\"fine\"");
@@ -107,9 +120,10 @@ TEST(VerdictJson, HoldsAnyName) {
 TEST(VerdictJUnit, TellsFailuresFromErrors) {
   Verdict verdict = VerdictOf({RightOutput("good"), WrongOutput("bad"), OutputNotJudged("odd")});
   verdict.missing.push_back({3, true, "ended by <SIGSEGV>"});
+  verdict.actualPath = "runs/1.2";
   const std::string text = VerdictJUnit(verdict);
   EXPECT_THAT(text, HasSubstr("tests=\"4\" failures=\"1\" errors=\"2\" skipped=\"0\""));
-  EXPECT_THAT(text, HasSubstr("<testcase classname=\"judge\" name=\"good\"/>"));
+  EXPECT_THAT(text, HasSubstr("<testcase classname=\"judge.runs/1_2\" name=\"good\"/>"));
   EXPECT_THAT(text, HasSubstr("name=\"bad\">\n      <failure message=\"1 sample wrong\">\nbad: "));
   EXPECT_THAT(text, HasSubstr("1 NaN where a number is expected"));
   EXPECT_THAT(text, HasSubstr("name=\"odd\">\n      <error message=\"could not be judged\">"));
