@@ -68,11 +68,19 @@ std::string Text(std::string_view text) {
 
 std::string Text(int64_t number) { return std::to_string(number); }
 
+std::string RealText(double number) {
+  char text[40];
+  std::snprintf(text, sizeof(text), "%.17e", number);
+  return text;
+}
+
 std::string Text(const Number& number) {
   if (number.isWhole) return std::to_string(number.whole);
-  char text[40];
-  std::snprintf(text, sizeof(text), "%.17e", number.real);
-  return text;
+  return RealText(number.real);
+}
+
+std::string Text(const vorn::host::Range& range) {
+  return "{\"min\":" + RealText(range.min) + ",\"max\":" + RealText(range.max) + '}';
 }
 
 template <typename Value>
@@ -89,6 +97,14 @@ std::string Text(const std::map<std::string, Value>& values) {
     text += (text.empty() ? "" : ",") + Text(name) + ':' + Text(value);
   }
   return '{' + text + '}';
+}
+
+std::string RoundText(const ModelSettings& settings) {
+  using vorn::host::Rounding;
+  if (settings.round == Rounding::kFloat16) return Text("float16");
+  if (settings.round == Rounding::kBfloat16) return Text("bfloat16");
+  const bool isFile = !settings.rangesFile.empty();
+  return "{\"int8\":" + (isFile ? Text(settings.rangesFile) : Text(settings.ranges)) + '}';
 }
 
 std::string NetTypeText(vorn_net_type type) {
@@ -109,6 +125,7 @@ std::string TextOf(const ModelSettings& settings) {
   text += ",\"states\":" + Text(settings.states);
   text += ",\"expose\":" + (settings.exposeAll ? "\"all\"" : Text(settings.expose));
   text += ",\"until\":" + Text(settings.until);
+  if (settings.round != vorn::host::Rounding::kNone) text += ",\"round\":" + RoundText(settings);
   if (settings.maxFrames != 0) text += ",\"maxFrames\":" + Text(settings.maxFrames);
   if (!settings.frames.empty()) text += ",\"frames\":" + Text(settings.frames);
   if (!settings.flags.empty()) text += ",\"flags\":" + Text(settings.flags);

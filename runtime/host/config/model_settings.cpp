@@ -2,6 +2,7 @@
 #include "host/config/model_settings.h"
 
 #include "host/config/json_values.h"
+#include "host/config/ranges.h"
 
 namespace vorn::host {
 namespace {
@@ -65,6 +66,32 @@ void ReadExpose(const std::string& key, const json& value, ModelSettings& settin
   settings.expose = settings.exposeAll ? std::vector<std::string>() : TextOrTexts(key, value);
 }
 
+constexpr const char* kRoundings =
+    R"("float16", "bfloat16" or {"int8": ranges}, with the ranges or the path of a file of them)";
+
+void ReadInt8(const std::string& key, const json& value, ModelSettings& settings) {
+  if (value.is_string()) {
+    settings.rangesFile = Text(key, value);
+  } else {
+    settings.ranges = Named(key, value, R"({"conv1": {"min": -1.5, "max": 3.2}})", ReadRange);
+  }
+}
+
+constexpr Key<ModelSettings> kRoundKeys[] = {{"int8", ReadInt8}};
+
+void ReadRound(const std::string& key, const json& value, ModelSettings& settings) {
+  settings.ranges.clear();
+  settings.rangesFile.clear();
+  settings.round = Rounding::kInt8;
+  if (value.is_object() && value.size() == 1) {
+    return ReadKeys<ModelSettings>(value, key + ".", kRoundKeys, settings);
+  }
+  if (value != "float16" && value != "bfloat16") {
+    throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give ", kRoundings);
+  }
+  settings.round = value == "float16" ? Rounding::kFloat16 : Rounding::kBfloat16;
+}
+
 constexpr Key<ModelSettings> kModelKeys[] = {
     {"netType",
      [](Path path, Value value, ModelSettings& settings) {
@@ -119,6 +146,7 @@ constexpr Key<ModelSettings> kModelKeys[] = {
     {"expose", ReadExpose},
     {"until", [](Path path, Value value,
                  ModelSettings& settings) { settings.until = TextOrTexts(path, value); }},
+    {"round", ReadRound},
 };
 
 }  // namespace

@@ -32,6 +32,17 @@ enum class Sequence {
   kSteps   ///< one a run, its state outputs fed back into its state inputs
 };
 
+/// The precision to which a model's numbers are rounded.
+enum class Rounding { kNone, kFloat16, kBfloat16, kInt8 };
+
+/// The values that a tensor takes.
+struct Range {
+  double min = 0;
+  double max = 0;  ///< not below `min`
+
+  bool operator==(const Range&) const = default;
+};
+
 /// A dimension of `inputDims` that stays as the model has it.
 inline constexpr int64_t kDimOfModel = -1;
 
@@ -53,6 +64,9 @@ struct ModelSettings {
   bool exposeAll = false;                     ///< every result that can be given is an output
   std::vector<std::string> expose;            ///< results of nodes that are outputs as well
   std::vector<std::string> until;  ///< results that are the outputs instead; empty: the model's own
+  Rounding round = Rounding::kNone;
+  std::map<std::string, Range> ranges;  ///< of tensors, for kInt8
+  std::string rangesFile;               ///< where they stand instead; empty: here
 
   bool operator==(const ModelSettings&) const = default;
 };

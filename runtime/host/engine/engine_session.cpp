@@ -12,8 +12,11 @@
 #include "host/engine/engine_cause.h"
 #include "host/engine/engine_environment.h"
 #include "host/engine/engine_failure.h"
+#include "host/engine/engine_rounding.h"
 #include "host/engine/engine_threads.h"
 #include "host/engine/engine_types.h"
+#include "host/engine/onnx_image.h"
+#include "host/graph/round_results.h"
 #include "host/tensor/element_type.h"
 
 namespace vorn::host {
@@ -386,6 +389,7 @@ std::unique_ptr<Session> OpenSession(std::shared_ptr<Ort::Env> environment,
   const auto open = [&](bool foldsConstants) -> std::unique_ptr<Session> {
     return Guarded(VORN_ERROR_MODEL, "the model is refused", [&] {
       Ort::SessionOptions options = SessionOptionsFor(config, foldsConstants);
+      if (ImportsDomain(image, kRoundingDomain)) ServeRounding(options);
       std::unique_ptr<EngineThreads> threads;
       if (config.threads > 1) {
         threads = std::make_unique<EngineThreads>(config.threads);

@@ -153,6 +153,12 @@ std::set<std::string> OpenDimNames(Bytes image) {
   return names;
 }
 
+bool ImportsDomain(Bytes image, std::string_view domain) {
+  bool imports = false;
+  ForEachField(image, 8, [&](Bytes set) { imports |= TextIn(set, 1) == domain; });
+  return imports;
+}
+
 std::optional<std::string> FindMetadata(Bytes image, std::string_view name) {
   std::optional<std::string> found;
   ForEachField(image, 14, [&](Bytes property) {  // name 1, text 2

@@ -35,6 +35,9 @@ OnnxImageFacts RequireOneFile(std::span<const std::byte> image);
 /// likewise.
 std::optional<std::string> FindMetadata(std::span<const std::byte> image, std::string_view name);
 
+/// Whether the model uses operators of that domain. Fails likewise.
+bool ImportsDomain(std::span<const std::byte> image, std::string_view domain);
+
 /// The names of dimensions that inputs and outputs of the main graph leave open. Fails likewise.
 std::set<std::string> OpenDimNames(std::span<const std::byte> image);
 

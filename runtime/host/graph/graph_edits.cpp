@@ -1,5 +1,5 @@
-// Cutting short, rounding and exposing, in this order: what is cut away needs no range, and what is
-// exposed is the tensor as the nodes behind it read it.
+// Cutting short, exposing and rounding, in this order: what is cut away needs no range, and what is
+// exposed is the tensor as the nodes behind it read it, under its own name.
 #include "host/graph/graph_edits.h"
 
 #include <algorithm>
@@ -13,6 +13,7 @@
 #include "host/graph/dependence.h"
 #include "host/graph/nearest_name.h"
 #include "host/graph/onnx_graph.h"
+#include "host/graph/round_results.h"
 
 namespace vorn::host {
 namespace {
@@ -117,7 +118,8 @@ std::string WhyLeftOut(const ResultFacts* facts, const Dependence& dependence,
   return "";
 }
 
-std::string ExposeAll(OnnxGraph& graph, const Facts& facts) {
+std::string ExposeAll(const OnnxGraph& graph, const Facts& facts,
+                      std::vector<std::string_view>& outputs) {
   const Dependence dependence = DependenceOf(graph);
   const std::set<std::string_view> given(graph.outputs.begin(), graph.outputs.end());
   size_t count = 0;
@@ -132,7 +134,7 @@ std::string ExposeAll(OnnxGraph& graph, const Facts& facts) {
       leftOut.push_back(Join('\'', Excerpt(name), "' ", why));
       continue;
     }
-    graph.outputs.push_back(name);
+    outputs.push_back(name);
     ++count;
   }
   std::string done = Join("exposed ", Count(count, "tensor"));
@@ -144,18 +146,27 @@ std::string ExposeAll(OnnxGraph& graph, const Facts& facts) {
   return done + (leftOut.size() > kMostNamed ? "; ..." : "");
 }
 
-std::string Expose(OnnxGraph& graph, const ModelSettings& settings, const Facts& facts) {
-  if (settings.exposeAll) return ExposeAll(graph, facts);
+/// Adds to the outputs.
+std::string Expose(const OnnxGraph& graph, const ModelSettings& settings, const Facts& facts,
+                   std::vector<std::string_view>& outputs) {
+  if (settings.exposeAll) return ExposeAll(graph, facts, outputs);
   RequireResults(graph, "expose", settings.expose);
   const std::set<std::string_view> wanted(settings.expose.begin(), settings.expose.end());
   const std::set<std::string_view> given(graph.outputs.begin(), graph.outputs.end());
   size_t count = 0;
   for (const std::string_view name : ResultsOf(graph)) {
     if (!wanted.contains(name) || given.contains(name)) continue;
-    graph.outputs.push_back(name);
+    outputs.push_back(name);
     ++count;
   }
   return Join("exposed ", Count(count, "tensor"));
+}
+
+std::string Round(OnnxGraph& graph, const ModelSettings& settings, const Facts& facts) {
+  return RoundGraph(graph, settings, [&](std::string_view name) {
+    const auto found = facts.find(name);
+    return found != facts.end() && found->second->type == VORN_FLOAT32;
+  });
 }
 
 /// What the engine knows of every result.
@@ -170,7 +181,8 @@ std::vector<ResultFacts> Tell(const OnnxGraph& graph, Bytes image, const TellRes
 }  // namespace
 
 bool AreEditsWanted(const ModelSettings& settings) {
-  return settings.exposeAll || !settings.expose.empty() || !settings.until.empty();
+  return settings.exposeAll || !settings.expose.empty() || !settings.until.empty() ||
+         settings.round != Rounding::kNone;
 }
 
 EditedModel EditModel(Bytes image, const ModelSettings& settings, const TellResults& tell) {
@@ -178,13 +190,21 @@ EditedModel EditModel(Bytes image, const ModelSettings& settings, const TellResu
   OnnxGraph graph(image);
   std::vector<std::string> done;
   if (!settings.until.empty()) done.push_back(Cut(graph, settings, edited));
+  const bool isRounded = settings.round != Rounding::kNone;
   std::vector<ResultFacts> told;
-  if (settings.exposeAll) told = Tell(graph, image, tell);
+  if (settings.exposeAll || isRounded) told = Tell(graph, image, tell);
   Facts facts;
   for (const ResultFacts& one : told) facts.emplace(one.name, &one);
+  // Looked for before nodes are put in, which are nobody's affair, and given behind: what is
+  // rounded is the same whatever is looked at. Tensors keep their names.
+  std::vector<std::string_view> outputs = graph.outputs;
+  std::string exposed;
   if (settings.exposeAll || !settings.expose.empty()) {
-    done.push_back(Expose(graph, settings, facts));
+    exposed = Expose(graph, settings, facts, outputs);
   }
+  if (isRounded) done.push_back(Round(graph, settings, facts));
+  if (!exposed.empty()) done.push_back(exposed);
+  graph.outputs = std::move(outputs);
   for (const std::string& one : done) edited.done += (edited.done.empty() ? "" : "; ") + one;
   edited.image = graph.Image();
   return edited;

@@ -33,7 +33,7 @@ struct EditedModel {
 /// Whether the settings ask for any change.
 bool AreEditsWanted(const ModelSettings& settings);
 
-/// The model with the changes: cut short, rounded, then with further outputs. `tell` is called
+/// The model with the changes: cut short, with further outputs, rounded. `tell` is called
 /// where types have to be known, with a model that has every result of a node as an output. Fails
 /// with VORN_ERROR_MODEL for names that the model does not have, or that cannot be what they are to
 /// be.

@@ -73,6 +73,16 @@ bool HasResult(Bytes body, std::string_view name) {
   return found;
 }
 
+/// The last whole number in a field of that number.
+std::optional<uint64_t> NumberIn(Bytes message, uint32_t number) {
+  std::optional<uint64_t> found;
+  FieldReader reader(message);
+  while (const std::optional<Field> field = reader.Next()) {
+    if (field->number == number && field->wireType == kVarint) found = field->value;
+  }
+  return found;
+}
+
 GraphNode ReadNode(Bytes message) {
   GraphNode node;
   node.message = message;
@@ -147,12 +157,7 @@ int64_t IntAttributeOf(const GraphNode& node, std::string_view name, int64_t oth
   int64_t number = otherwise;
   ForEachField(node.message, kAttributeOfNode, [&](Bytes attribute) {
     if (TextIn(attribute, 1) != name) return;
-    FieldReader reader(attribute);
-    while (const std::optional<Field> field = reader.Next()) {
-      if (field->number == 3 && field->wireType == kVarint) {
-        number = static_cast<int64_t>(field->value);
-      }
-    }
+    if (const auto found = NumberIn(attribute, 3)) number = static_cast<int64_t>(*found);
   });
   return number;
 }
@@ -171,10 +176,7 @@ OnnxGraph::OnnxGraph(Bytes image) : image_(image) {
   ForEachField(image, kOperatorSetOfModel, [&](Bytes set) {
     const std::string_view domain = TextIn(set, 1);
     if (!domain.empty() && domain != "ai.onnx") return;
-    FieldReader reader(set);
-    while (const std::optional<Field> field = reader.Next()) {
-      if (field->number == 2 && field->wireType == kVarint) operatorSet_ = field->value;
-    }
+    operatorSet_ = NumberIn(set, 2).value_or(operatorSet_);
   });
   ReadGraph(graph_);
 }
@@ -213,6 +215,17 @@ const GraphNode* OnnxGraph::ProducerOf(std::string_view name) const {
 
 bool OnnxGraph::IsInput(std::string_view name) const {
   return std::ranges::find(inputs, name) != inputs.end();
+}
+
+uint64_t OnnxGraph::TypeOfInput(std::string_view name) const {
+  uint64_t code = 0;
+  ForEachField(graph_, kInput, [&](Bytes value) {
+    if (TextIn(value, 1) != name) return;
+    ForEachField(value, 2, [&](Bytes type) {
+      ForEachField(type, 1, [&](Bytes tensor) { code = NumberIn(tensor, 1).value_or(0); });
+    });
+  });
+  return code;
 }
 
 const GraphNode* OnnxGraph::BodyWith(std::string_view name) const {

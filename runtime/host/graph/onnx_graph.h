@@ -72,6 +72,8 @@ class OnnxGraph {
   const GraphNode* ProducerOf(std::string_view name) const;
   bool IsInitializer(std::string_view name) const { return initializerNames_.contains(name); }
   bool IsInput(std::string_view name) const;
+  /// The code of the elements of an input; 0 where it is no tensor.
+  uint64_t TypeOfInput(std::string_view name) const;
   /// The node whose bodies, however deep, have a result of that name; null where there is none.
   const GraphNode* BodyWith(std::string_view name) const;
 

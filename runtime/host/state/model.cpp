@@ -10,9 +10,11 @@
 #include <string>
 #include <utility>
 
+#include "host/common/excerpt.h"
 #include "host/common/failure.h"
 #include "host/common/log.h"
 #include "host/config/model_settings.h"
+#include "host/config/ranges.h"
 #include "host/engine/onnx_image.h"
 #include "host/graph/graph_edits.h"
 #include "host/plan/batch_plan.h"
@@ -41,10 +43,17 @@ ModelSettings SettingsFor(std::span<const std::byte> image, const Config& config
   const std::optional<std::string> own = FindMetadata(image, "vorn");
   try {
     if (own) settings = ParseModelSettings(*own);
+    if (!settings.rangesFile.empty()) {
+      throw Failure(VORN_ERROR_MODEL, "'model.round.int8' names the file '",
+                    Excerpt(settings.rangesFile),
+                    "'; a model may not have files read, so give the ", "ranges themselves");
+    }
   } catch (const Failure& e) {
     throw Failure(VORN_ERROR_MODEL, e.what(), " (in the model's metadata 'vorn')");
   }
-  return ParseModelSettings(config.model, settings);
+  settings = ParseModelSettings(config.model, settings);
+  if (!settings.rangesFile.empty()) settings.ranges = ReadRangesFile(settings.rangesFile);
+  return settings;
 }
 
 /// Of outputs that the model has no more, nothing is to be said.

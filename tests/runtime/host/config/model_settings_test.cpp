@@ -68,6 +68,32 @@ TEST(ParseModelSettings, TellsAllFromATensorOfThatName) {
                    .exposeAll);
 }
 
+TEST(ParseModelSettings, TakesEveryPrecision) {
+  EXPECT_EQ(ParseModelSettings("{}").round, Rounding::kNone);
+  EXPECT_EQ(ParseModelSettings(R"({"round": "float16"})").round, Rounding::kFloat16);
+  EXPECT_EQ(ParseModelSettings(R"({"round": "bfloat16"})").round, Rounding::kBfloat16);
+  const ModelSettings here =
+      ParseModelSettings(R"({"round": {"int8": {"a": {"min": 0, "max": 1}}}})");
+  EXPECT_EQ(here.round, Rounding::kInt8);
+  EXPECT_EQ(here.ranges.at("a"), (Range{0, 1}));
+  const ModelSettings file = ParseModelSettings(R"({"round": {"int8": "ranges.json"}})", here);
+  EXPECT_EQ(file.rangesFile, "ranges.json");
+  EXPECT_TRUE(file.ranges.empty());
+  EXPECT_EQ(ParseModelSettings(R"({"round": "float16"})", file).rangesFile, "");
+}
+
+TEST(ParseModelSettings, RefusesPrecisionsThatAreNone) {
+  for (const char* wrong : {R"("int8")", R"("float32")", "16", "{}", "null", "[]"}) {
+    EXPECT_THAT(Refusal(std::string(R"({"round": )") + wrong + "}"),
+                HasSubstr(R"(give "float16", "bfloat16" or {"int8": ranges})"))
+        << wrong;
+  }
+  EXPECT_THAT(Refusal(R"({"round": {"int4": {}}})"), HasSubstr("'model.round.int4' is not known"));
+  EXPECT_THAT(Refusal(R"({"round": {"int8": 1}})"), HasSubstr("'model.round.int8'"));
+  EXPECT_THAT(Refusal(R"({"round": {"int8": ""}})"), HasSubstr("'model.round.int8'"));
+  EXPECT_THAT(Refusal(R"({"round": {"int8": {"a": 1}}})"), HasSubstr("'model.round.int8.a'"));
+}
+
 TEST(ParseModelSettings, TakesSeveralInputsOfThresholds) {
   EXPECT_EQ(ParseModelSettings(R"({"rpn": ["a", "b"]})").rpn, (std::vector<std::string>{"a", "b"}));
 }

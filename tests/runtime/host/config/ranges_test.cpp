@@ -1,0 +1,67 @@
+#include "host/config/ranges.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/config/json_values.h"
+#include "runtime/host/refusal.h"
+#include "support/files.h"
+
+namespace vorn::host {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+const std::string kFile = R"({"schema": 1, "kind": "ranges", "producer": "x", "tensors": {
+  "conv1": {"min": -1.5, "max": 3, "samples": 7}, "y": {"min": 0, "max": 0}}})";
+
+std::string Refusal(const std::string& text) {
+  return ReasonOf(VORN_ERROR_CONFIG, [&] { ParseRanges("the file", text); });
+}
+
+TEST(ParseRanges, ReadsThemAndPassesOverWhatElseAFileTells) {
+  const auto ranges = ParseRanges("the file", kFile);
+  ASSERT_EQ(ranges.size(), 2u);
+  EXPECT_EQ(ranges.at("conv1"), (Range{-1.5, 3}));
+  EXPECT_EQ(ranges.at("y"), (Range{0, 0}));
+}
+
+TEST(ParseRanges, RefusesWhatHoldsNone) {
+  EXPECT_THAT(Refusal("["), StartsWith("the file is not JSON"));
+  EXPECT_THAT(Refusal("{}"), StartsWith("the file holds no ranges"));
+  EXPECT_THAT(Refusal(R"({"schema": 1, "kind": "verdict", "tensors": {}})"),
+              HasSubstr("no ranges"));
+  EXPECT_THAT(Refusal(R"({"schema": 2, "kind": "ranges", "tensors": {}})"),
+              HasSubstr("another schema"));
+  EXPECT_THAT(Refusal(R"({"schema": 1, "kind": "ranges", "tensors": []})"),
+              HasSubstr("'tensors' is []"));
+  EXPECT_THAT(Refusal(R"({"schema": 1, "kind": "ranges", "tensors": {"a": {"min": 2, "max": 1}}})"),
+              HasSubstr("the least value is above the largest"));
+}
+
+TEST(ReadRange, TakesTwoNumbersAndNoOtherKey) {
+  const auto read = [](const std::string& text) {
+    return ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRange("k", nlohmann::json::parse(text)); });
+  };
+  EXPECT_EQ(read(R"({"min": -1, "max": 2.5})"), "");
+  EXPECT_THAT(read(R"({"min": -1})"), HasSubstr("'k' is"));
+  EXPECT_THAT(read(R"([-1, 1])"), HasSubstr("give the least and the largest value"));
+  EXPECT_THAT(read(R"({"min": "a", "max": 1})"), HasSubstr("'k.min' is \"a\"; give a number"));
+  EXPECT_THAT(read(R"({"min": 0, "max": 1, "mean": 1})"), HasSubstr("'k.mean' is not known"));
+}
+
+TEST(ReadRangesFile, ReadsAFileAndSaysWhichItCannot) {
+  const support::TempDir folder;
+  const std::string path = (folder.Path() / "ranges.json").string();
+  support::WriteFile(path, kFile);
+  EXPECT_EQ(ReadRangesFile(path).size(), 2u);
+  support::WriteFile(path, "{}");
+  EXPECT_THAT(ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRangesFile(path); }),
+              HasSubstr("ranges.json'"));
+  EXPECT_THAT(ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRangesFile(path + "/none"); }),
+              HasSubstr("cannot be read (Not a directory)"));
+}
+
+}  // namespace
+}  // namespace vorn::host
