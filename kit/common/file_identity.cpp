@@ -72,6 +72,10 @@ std::string Digits(const XXH128_hash_t& hash) {
 
 }  // namespace
 
+std::string Xxh3Of(std::string_view bytes) {
+  return Digits(XXH3_128bits(bytes.data(), bytes.size()));
+}
+
 FileIdentity IdentifyFile(const std::string& path, const std::string& what, ExitStatus status) {
   return IdentifyFile(path, what, status, [](std::string_view) {});
 }

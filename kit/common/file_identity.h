@@ -21,6 +21,9 @@ struct FileIdentity {
   bool operator==(const FileIdentity&) const = default;
 };
 
+/// XXH3-128 of bytes in memory, in hexadecimal digits as above.
+[[nodiscard]] std::string Xxh3Of(std::string_view bytes);
+
 /// Reads the file once, in pieces. Throws a Fault of `status` that says what `what` is ("the
 /// model") and what is wrong with it.
 [[nodiscard]] FileIdentity IdentifyFile(const std::string& path, const std::string& what,

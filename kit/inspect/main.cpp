@@ -64,18 +64,8 @@ ModelDescription AskRuntime(const Arguments& arguments) {
   const DescribeRequest request{.modelPath = arguments.Need("model"),
                                 .configPath = arguments.Get("config"),
                                 .runtimePath = arguments.Get("runtime").value_or("libvorn.so")};
-  const FileIdentity model = IdentifyFile(request.modelPath, "the model", ExitStatus::kModel);
-  std::optional<FileIdentity> config;
-  if (request.configPath) {
-    config = IdentifyFile(*request.configPath, "the configuration", ExitStatus::kModel);
-  }
   try {
-    ModelDescription description = DescribeWithRuntime(request);
-    description.model = model;
-    description.configuration = config;
-    description.runtime =
-        IdentifyFile(description.runtime->path, "the runtime", ExitStatus::kRuntime);
-    return description;
+    return DescribeFiles(request);
   } catch (const Fault& fault) {
     const auto draft = DraftConfiguration(fault.what());
     if (!draft) throw;

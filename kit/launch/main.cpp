@@ -8,6 +8,7 @@
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/folder_names.h"
+#include "kit/common/own_command.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/launch/launch.h"
@@ -99,21 +100,6 @@ constexpr Verb kLaunch{
         "-j examples/digits/host.json --run build/digits.run",
 };
 
-// The words that this process was started with.
-std::vector<std::string> OwnWords() {
-  const std::string bytes =
-      ReadWholeFile("/proc/self/cmdline", "the own command line", ExitStatus::kOwnFault, 16 << 20);
-  std::vector<std::string> words{"vorn", "launch"};
-  size_t start = bytes.find('\0');
-  start = start == std::string::npos ? bytes.size() : start + 1;
-  while (start < bytes.size()) {
-    const size_t end = std::min(bytes.find('\0', start), bytes.size());
-    words.push_back(bytes.substr(start, end - start));
-    start = end + 1;
-  }
-  return words;
-}
-
 std::optional<std::chrono::seconds> Seconds(const Arguments& arguments, const char* name) {
   if (!arguments.Has(name)) return std::nullopt;
   return std::chrono::seconds(arguments.GetNumber(name, 0, 1, kMostNumber));
@@ -151,7 +137,7 @@ LaunchRequest RequestOf(const Arguments& arguments) {
   request.isTextKept = !arguments.Has("no-text");
   request.areArrays = arguments.Has("npy");
   request.isAnyway = arguments.Has("anyway");
-  request.command = OwnWords();
+  request.command = OwnCommand("launch");
   request.version = VORN_VERSION;
   return request;
 }

@@ -5,7 +5,7 @@
 // A file is an enemy until it is decoded: sizes are held to the limits before anything is allocated
 // by them, what is truncated or corrupt is a fault even where a library would fill it up in grey,
 // and no library writes to standard error. A library may still have a fault of its own: decode the
-// pictures of others in a child (decode_worker.h).
+// pictures of others in a child.
 #ifndef VORN_KIT_PICTURE_DECODE_H_
 #define VORN_KIT_PICTURE_DECODE_H_
 

@@ -320,4 +320,18 @@ ModelDescription DescribeWithRuntime(const DescribeRequest& request) {
   return FromJson(text);
 }
 
+ModelDescription DescribeFiles(const DescribeRequest& request) {
+  FileIdentity model = IdentifyFile(request.modelPath, "the model", ExitStatus::kModel);
+  std::optional<FileIdentity> config;
+  if (request.configPath) {
+    config = IdentifyFile(*request.configPath, "the configuration", ExitStatus::kModel);
+  }
+  ModelDescription description = DescribeWithRuntime(request);
+  description.model = std::move(model);
+  description.configuration = std::move(config);
+  description.runtime =
+      IdentifyFile(description.runtime->path, "the runtime", ExitStatus::kRuntime);
+  return description;
+}
+
 }  // namespace vorn::kit

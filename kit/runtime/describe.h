@@ -21,6 +21,9 @@ struct DescribeRequest {
 /// for which VORN_LOG is switched on.
 [[nodiscard]] ModelDescription DescribeWithRuntime(const DescribeRequest& request);
 
+/// The same with size and hash of the three files. Throws as well for one that cannot be read.
+[[nodiscard]] ModelDescription DescribeFiles(const DescribeRequest& request);
+
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_RUNTIME_DESCRIBE_H_

@@ -1,0 +1,177 @@
+#include "kit/prepare/item_maker.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/picture/decode.h"
+#include "kit/prepare/number_text.h"
+#include "kit/prepare/picture_tensor.h"
+#include "kit/prepare/stored_value.h"
+#include "kit/tensor/input_file.h"
+#include "kit/tensor/npz.h"
+#include "kit/tensor/tensor_source.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostItemBytes = uint64_t{4} << 30;
+
+std::string_view TextOfBytes(const std::vector<std::byte>& bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+Json PairOf(uint64_t one, uint64_t other) { return Json::Array({one, other}); }
+
+Json GeometryJson(const PictureGeometry& geometry) {
+  return Json::Object({{"orientation", geometry.orientation},
+                       {"picture", PairOf(geometry.picture.height, geometry.picture.width)},
+                       {"resized", PairOf(geometry.resized.height, geometry.resized.width)},
+                       {"cut", PairOf(geometry.cutTop, geometry.cutLeft)},
+                       {"placed", PairOf(geometry.placedTop, geometry.placedLeft)}});
+}
+
+// Values that only need the same done to each of them.
+std::vector<std::byte> WithValueSteps(const Array& array, const Recipe& recipe, ElementType type,
+                                      const std::string& what) {
+  Array floats{ElementType::kFloat32, array.shape, {}};
+  floats.bytes.resize(array.Elements() * sizeof(float));
+  std::vector<float> values = FloatsOf(array);
+  for (const ValueStep& step : recipe.values) {
+    if (step.by.size() != 1) {
+      throw Fault(ExitStatus::kInput,
+                  "the recipe has a number a channel, and the array is no picture of [height, "
+                  "width, channels]");
+    }
+    for (float& value : values) value = Computed(value, {&step, 1}, 0);
+  }
+  if (!values.empty()) std::memcpy(floats.bytes.data(), values.data(), floats.bytes.size());
+  return StoreArray(floats, type, recipe.quantisation, what);
+}
+
+std::optional<PixelType> PixelOf(ElementType type) {
+  switch (type) {
+    case ElementType::kUint8:
+      return PixelType::kUint8;
+    case ElementType::kUint16:
+      return PixelType::kUint16;
+    case ElementType::kFloat32:
+      return PixelType::kFloat32;
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace
+
+MadeItem ItemMaker::Make(const SourceItem& item) {
+  if (!item.fault.empty()) throw Fault(ExitStatus::kInput, item.fault);
+  switch (item.kind) {
+    case SourceKind::kPicture:
+      return FromPicture(item);
+    case SourceKind::kArray:
+      return FromArray(item);
+    case SourceKind::kRaw:
+      return FromRaw(item);
+    case SourceKind::kNumbers:
+      break;
+  }
+  return FromNumbers(item);
+}
+
+MadeItem ItemMaker::FromPicture(const SourceItem& item) const {
+  DecodedPicture decoded = DecodePictureFile(item.path);
+  MadeItem made;
+  made.facts.Set("decoder", decoded.decoder);
+  made.facts.Set("pixelsXxh3_128", Xxh3Of(TextOfBytes(decoded.picture.pixels)));
+  PictureTensor tensor = MakeTensor(std::move(decoded.picture), decoded.orientation, *plan_.recipe,
+                                    TargetOf(plan_.input, *plan_.recipe));
+  made.bytes = std::move(tensor.bytes);
+  made.facts.Set("geometry", GeometryJson(tensor.geometry));
+  if (!decoded.remarks.empty()) made.facts.Set("remarks", Json::ArrayOf(decoded.remarks));
+  return made;
+}
+
+const StoredTensor& ItemMaker::Open(const SourceItem& item) {
+  const std::string name = item.path + '\0' + item.array;
+  if (name != openedName_) {
+    opened_ = item.array.empty() ? OpenTensor(item.path) : ArrayArchive(item.path).Open(item.array);
+    openedName_ = name;
+  }
+  return opened_;
+}
+
+MadeItem ItemMaker::FromArray(const SourceItem& item) {
+  const StoredTensor& tensor = Open(item);
+  return FromValues(
+      item.item ? ReadItem(tensor, *item.item, kMostItemBytes) : ReadArray(tensor, kMostItemBytes),
+      "the array");
+}
+
+MadeItem ItemMaker::FromValues(Array array, const std::string& what) const {
+  const ArrayFit fit = FitOf(array.shape, plan_);
+  if (fit == ArrayFit::kPicture) return FromPixels(array);
+  if (fit != ArrayFit::kWhole) {
+    throw Fault(ExitStatus::kInput, "is " + TextOf(array.shape) + ", and the input takes " +
+                                        ShapeText(plan_.input.shape));
+  }
+  MadeItem made;
+  made.bytes = plan_.recipe ? WithValueSteps(array, *plan_.recipe, plan_.Type(), what)
+                            : StoreArray(array, plan_.Type(), std::nullopt, what);
+  return made;
+}
+
+MadeItem ItemMaker::FromPixels(const Array& array) const {
+  const auto type = PixelOf(array.type);
+  const size_t channels = array.shape.size() == 2 ? 1 : array.shape[2];
+  if (!type || array.shape[0] > UINT16_MAX || array.shape[1] > UINT16_MAX) {
+    throw Fault(ExitStatus::kInput, "is " + TextOf(array.shape) + " of " +
+                                        std::string(ElementName(array.type)) +
+                                        ", and pictures are uint8, uint16 or float32, of at most "
+                                        "65535x65535");
+  }
+  if (array.bytes.empty()) throw Fault(ExitStatus::kInput, "is a picture without pixels");
+  Picture picture{.width = static_cast<uint32_t>(array.shape[1]),
+                  .height = static_cast<uint32_t>(array.shape[0]),
+                  .channels = static_cast<uint32_t>(channels),
+                  .type = *type,
+                  .pixels = array.bytes};
+  PictureTensor tensor =
+      MakeTensor(std::move(picture), 1, *plan_.recipe, TargetOf(plan_.input, *plan_.recipe));
+  MadeItem made;
+  made.bytes = std::move(tensor.bytes);
+  made.facts.Set("geometry", GeometryJson(tensor.geometry));
+  return made;
+}
+
+MadeItem ItemMaker::FromRaw(const SourceItem& item) const {
+  const InputFile file(item.path, "the values");
+  MadeItem made;
+  const uint64_t takes = plan_.ItemBytes();
+  const uint64_t bytes = item.item ? takes : std::min(takes, file.Bytes());
+  if (bytes > kMostItemBytes) {
+    throw Fault(ExitStatus::kLimit, "takes " + SizeText(bytes) + ", more than is read at once");
+  }
+  made.bytes.resize(bytes);
+  file.ReadAt(item.item.value_or(0) * takes, made.bytes);
+  return made;
+}
+
+MadeItem ItemMaker::FromNumbers(const SourceItem& item) {
+  if (item.path != numbersPath_) {
+    numbers_ = ReadNumberText(item.path, kMostItemBytes);
+    numbersPath_ = item.path;
+  }
+  if (!item.item) return FromValues(numbers_, "the text");
+  // A row, or several.
+  const uint64_t rows = numbers_.shape.front();
+  const size_t bytes = numbers_.bytes.size() / rows;
+  Array row{numbers_.type, Shape(numbers_.shape.begin() + 1, numbers_.shape.end()), {}};
+  const auto begin = numbers_.bytes.begin() + static_cast<std::ptrdiff_t>(*item.item * bytes);
+  row.bytes.assign(begin, begin + static_cast<std::ptrdiff_t>(bytes));
+  return FromValues(std::move(row), "the text");
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,124 @@
+#include "kit/prepare/job.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/json/json_members.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostJobBytes = 16 << 20;
+
+std::string Below(const std::string& folder, const std::string& path) {
+  return path.starts_with('/') || folder.empty() ? path : folder + "/" + path;
+}
+
+InputRequest InputFrom(const Json& json, const std::string& folder) {
+  HoldToKeys(json, {"name", "source", "part", "recipe"});
+  InputRequest input;
+  input.name = json.At("name").AsText();
+  input.source = Below(folder, json.At("source").AsText());
+  if (const Json* part = json.Find("part")) input.part = part->AsText();
+  const Json* recipe = json.Find("recipe");
+  if (recipe == nullptr) return input;
+  if (recipe->IsObject()) {
+    input.recipe = RecipeFromJson(*recipe);
+    return input;
+  }
+  const std::string& name = recipe->AsText();
+  const std::vector<std::string> ready = ReadyRecipes();
+  const bool isReady = std::find(ready.begin(), ready.end(), name) != ready.end();
+  input.recipe = FindRecipe(isReady ? name : Below(folder, name));
+  return input;
+}
+
+// The input that a word names, and what stands behind the '='.
+std::pair<std::string, std::string> Split(const std::string& word, const char* option,
+                                          const std::vector<TensorDescription>& inputs) {
+  const TensorDescription* named = nullptr;
+  for (const TensorDescription& input : inputs) {
+    const bool isNamed = word.starts_with(input.name + "=");
+    if (isNamed && (named == nullptr || input.name.size() > named->name.size())) named = &input;
+  }
+  if (named != nullptr) return {named->name, word.substr(named->name.size() + 1)};
+  if (inputs.size() == 1) return {inputs.front().name, word};
+  std::string list;
+  for (const TensorDescription& input : inputs) {
+    list += (list.empty() ? "" : ", ") + Printable(input.name);
+  }
+  throw Fault(ExitStatus::kUsage,
+              std::string(option) + " " + Quoted(word) +
+                  " does not begin with the name of an input and '='; the model "
+                  "takes " +
+                  list);
+}
+
+InputRequest& Entry(std::vector<InputRequest>& requests, const std::string& name) {
+  for (InputRequest& request : requests) {
+    if (request.name == name) return request;
+  }
+  requests.push_back({name, "", std::nullopt, std::nullopt});
+  return requests.back();
+}
+
+}  // namespace
+
+std::vector<InputRequest> InputsFromJson(const Json& inputs, const std::string& folder) {
+  std::vector<InputRequest> requests;
+  for (const Json& input : inputs.Items()) {
+    requests.push_back(InputFrom(input, folder));
+    const std::string& name = requests.back().name;
+    const auto same = std::count_if(requests.begin(), requests.end(),
+                                    [&](const InputRequest& one) { return one.name == name; });
+    if (same > 1) throw JsonError("the input '" + Printable(name) + "' stands there twice");
+  }
+  return requests;
+}
+
+std::vector<InputRequest> ReadJob(const std::string& path) {
+  const std::string text = ReadWholeFile(path, "the job", ExitStatus::kInput, kMostJobBytes);
+  const size_t slash = path.rfind('/');
+  try {
+    const Json json = ParseJson(text);
+    HoldToKeys(json, {"schema", "inputs"});
+    if (json.At("schema").AsUnsigned() != 1) {
+      throw JsonError("schema is " + ToText(json.At("schema")) + ", and this program reads 1");
+    }
+    return InputsFromJson(json.At("inputs"),
+                          slash == std::string::npos ? "" : path.substr(0, slash));
+  } catch (const JsonError& error) {
+    throw Fault(ExitStatus::kInput, "the job " + Quoted(path) + ": " + error.what());
+  }
+}
+
+std::vector<InputRequest> InputsFromWords(std::span<const std::string> sources,
+                                          std::span<const std::string> recipes,
+                                          const ModelDescription& model) {
+  const std::vector<TensorDescription> inputs = FileInputs(model);
+  std::vector<InputRequest> requests;
+  for (const std::string& word : sources) {
+    const auto [name, source] = Split(word, "--input", inputs);
+    InputRequest& request = Entry(requests, name);
+    if (!request.source.empty()) {
+      throw Fault(ExitStatus::kUsage, "--input gives the input " + Quoted(name) + " two sources, " +
+                                          Quoted(request.source) + " and " + Quoted(source));
+    }
+    request.source = source;
+  }
+  for (const std::string& word : recipes) {
+    const auto [name, recipe] = Split(word, "--recipe", inputs);
+    InputRequest& request = Entry(requests, name);
+    if (request.source.empty()) {
+      throw Fault(ExitStatus::kUsage, "--recipe " + Quoted(word) + " is for the input " +
+                                          Quoted(name) + ", which has no --input");
+    }
+    request.recipe = FindRecipe(recipe);
+  }
+  return requests;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,38 @@
+// What a person says of the inputs: on the command line, or in a file where names make that hard.
+//
+//     {"schema": 1,
+//      "inputs": [{"name": "picture:0",                   an input of the model
+//                  "source": "photos",                    from the folder of the job on
+//                  "part": "x_test",                      the array of an archive, the output of a
+//                  run "recipe": "detector-letterbox"}]}      a ready one, a file, or the recipe
+//                  itself
+#ifndef VORN_KIT_PREPARE_JOB_H_
+#define VORN_KIT_PREPARE_JOB_H_
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "kit/model/model_description.h"
+#include "kit/prepare/prepare.h"
+
+namespace vorn::kit {
+
+/// Reads a job. Throws a Fault of kInput that names the file and the key.
+[[nodiscard]] std::vector<InputRequest> ReadJob(const std::string& path);
+
+/// The same of a value within another file, whose paths are relative to `folder`. Throws a
+/// JsonError.
+[[nodiscard]] std::vector<InputRequest> InputsFromJson(const Json& inputs,
+                                                       const std::string& folder);
+
+/// Words of `--input` and `--recipe`: "NAME=SOURCE", where NAME is one of the inputs that take
+/// files, whatever characters it has; of a model with one such input the name may be left out.
+/// Throws a Fault of kUsage that lists the inputs.
+[[nodiscard]] std::vector<InputRequest> InputsFromWords(std::span<const std::string> sources,
+                                                        std::span<const std::string> recipes,
+                                                        const ModelDescription& model);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_PREPARE_JOB_H_

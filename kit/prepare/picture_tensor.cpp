@@ -1,0 +1,452 @@
+#include "kit/prepare/picture_tensor.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+#include "kit/prepare/stored_value.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr size_t kByteValues = 256;
+constexpr uint8_t kOpaque = 255;
+
+std::string TextOf(const PictureSize& size) {
+  return std::to_string(size.width) + "x" + std::to_string(size.height);
+}
+
+PictureSize SizeOf(const Picture& picture) { return {picture.width, picture.height}; }
+
+// ---- What an input takes ------------------------------------------------------------------------
+
+bool CouldBeChannels(int64_t size) { return size == 1 || size == 3 || size == 4; }
+
+[[noreturn]] void RefuseShape(const TensorDescription& input, const std::string& reason) {
+  throw Fault(ExitStatus::kModel,
+              "the input " + Quoted(input.name) + " is " + ShapeText(input.shape) + ", " + reason);
+}
+
+bool AreChannelsFirst(const TensorDescription& input, const std::vector<int64_t>& shape,
+                      PictureLayout layout) {
+  if (layout != PictureLayout::kModel) return layout == PictureLayout::kNchw;
+  const bool couldBeFirst = CouldBeChannels(shape.front());
+  const bool couldBeLast = CouldBeChannels(shape.back());
+  if (couldBeFirst != couldBeLast) return couldBeFirst;
+  if (input.format == 0 || input.format == 1) return input.format == 0;
+  RefuseShape(input,
+              "and does not tell where its channels are; put \"layout\": \"NCHW\" or \"NHWC\" into "
+              "the recipe");
+}
+
+// ---- Colours ------------------------------------------------------------------------------------
+
+uint8_t Blended(uint32_t value, uint32_t under, uint32_t alpha) {
+  // Divided by 255 and rounded, without a division.
+  const uint32_t sum = value * alpha + under * (kOpaque - alpha) + 128;
+  return static_cast<uint8_t>(((sum >> 8) + sum) >> 8);
+}
+
+Picture PutOver(const Picture& picture, const std::array<uint8_t, 3>& under) {
+  if (picture.type != PixelType::kUint8) {
+    throw Fault(ExitStatus::kInput,
+                "has alpha in " + std::string(NameOf(picture.type)) +
+                    " values, and the recipe's \"over\" takes 8 bits; take \"alpha\": \"drop\"");
+  }
+  const size_t colours = picture.channels - 1;
+  Picture flat =
+      MakePicture(picture.width, picture.height, static_cast<uint32_t>(colours), PixelType::kUint8);
+  const auto* from = reinterpret_cast<const uint8_t*>(picture.pixels.data());
+  auto* to = reinterpret_cast<uint8_t*>(flat.pixels.data());
+  const size_t pixels = size_t{picture.width} * picture.height;
+  for (size_t i = 0; i < pixels; ++i) {
+    const uint8_t alpha = from[colours];
+    for (size_t c = 0; c < colours; ++c) *to++ = Blended(from[c], under[c], alpha);
+    from += picture.channels;
+  }
+  return flat;
+}
+
+template <typename Value>
+Value Opaque() {
+  if constexpr (std::is_floating_point_v<Value>) {
+    return 1;
+  } else {
+    return static_cast<Value>(~Value{0});
+  }
+}
+
+// Of red, green and blue in 8 bits.
+uint8_t GreyOf(Colours colours, uint32_t red, uint32_t green, uint32_t blue) {
+  if (colours == Colours::kGreyPil) {
+    return static_cast<uint8_t>((red * 19595 + green * 38470 + blue * 7471 + 0x8000) >> 16);
+  }
+  return static_cast<uint8_t>((red * 4899 + green * 9617 + blue * 1868 + 8192) >> 14);
+}
+
+template <typename Value>
+Value GreyValue(Colours colours, const Value* pixel) {
+  if constexpr (sizeof(Value) == 1) {
+    return GreyOf(colours, pixel[0], pixel[1], pixel[2]);
+  } else {
+    const double grey = 0.299 * static_cast<double>(pixel[0]) +
+                        0.587 * static_cast<double>(pixel[1]) +
+                        0.114 * static_cast<double>(pixel[2]);
+    return static_cast<Value>(std::is_floating_point_v<Value> ? grey : std::nearbyint(grey));
+  }
+}
+
+template <typename Value>
+void TakeColours(Colours colours, const Picture& from, Picture& to) {
+  const auto* pixel = reinterpret_cast<const Value*>(from.pixels.data());
+  auto* out = reinterpret_cast<Value*>(to.pixels.data());
+  const size_t pixels = size_t{from.width} * from.height;
+  const bool isGrey = from.channels <= 2;
+  const bool isBlueFirst = colours == Colours::kBgr || colours == Colours::kBgra;
+  for (size_t i = 0; i < pixels; ++i, pixel += from.channels, out += to.channels) {
+    if (to.channels == 1) {
+      *out = isGrey ? *pixel : GreyValue(colours, pixel);
+      continue;
+    }
+    for (size_t c = 0; c < 3; ++c) out[c] = pixel[isGrey ? 0 : isBlueFirst ? 2 - c : c];
+    if (to.channels == 4) {
+      out[3] = from.HasAlpha() ? pixel[from.channels - 1] : Opaque<Value>();
+    }
+  }
+}
+
+// The channels in the order in which the network takes them.
+Picture InColours(Picture picture, const Recipe& recipe) {
+  const size_t channels = ChannelsOf(recipe.colours);
+  if (picture.HasAlpha() && channels != 4 && recipe.under) {
+    picture = PutOver(picture, *recipe.under);
+  }
+  const bool isAsItIs =
+      picture.channels == channels &&
+      (recipe.colours == Colours::kRgb || recipe.colours == Colours::kRgba || channels == 1);
+  if (isAsItIs) return picture;
+  Picture coloured =
+      MakePicture(picture.width, picture.height, static_cast<uint32_t>(channels), picture.type);
+  switch (picture.type) {
+    case PixelType::kUint8:
+      TakeColours<uint8_t>(recipe.colours, picture, coloured);
+      break;
+    case PixelType::kUint16:
+      TakeColours<uint16_t>(recipe.colours, picture, coloured);
+      break;
+    case PixelType::kFloat32:
+      TakeColours<float>(recipe.colours, picture, coloured);
+      break;
+  }
+  return coloured;
+}
+
+// ---- Sizes --------------------------------------------------------------------------------------
+
+Picture InFloats(const Picture& picture) {
+  if (picture.type == PixelType::kFloat32) return picture;
+  Picture floats =
+      MakePicture(picture.width, picture.height, picture.channels, PixelType::kFloat32);
+  auto* to = reinterpret_cast<float*>(floats.pixels.data());
+  const size_t values = picture.RowValues() * picture.height;
+  const auto* bytes = reinterpret_cast<const uint8_t*>(picture.pixels.data());
+  const auto* words = reinterpret_cast<const uint16_t*>(picture.pixels.data());
+  const bool areBytes = picture.type == PixelType::kUint8;
+  for (size_t i = 0; i < values; ++i) to[i] = areBytes ? bytes[i] : words[i];
+  return floats;
+}
+
+uint32_t Rounded(double value, Rounding rounding) {
+  const double whole = rounding == Rounding::kDown ? std::floor(value) : std::nearbyint(value);
+  return static_cast<uint32_t>(std::clamp<double>(whole, 0, UINT16_MAX));
+}
+
+PictureSize FitShorter(const PictureSize& picture, const ResizeStep& step) {
+  const double shorter = std::min(picture.width, picture.height);
+  const double longer = std::max(picture.width, picture.height);
+  const uint32_t other = Rounded(step.shorter * longer / shorter, step.rounding);
+  return picture.width <= picture.height ? PictureSize{step.shorter, other}
+                                         : PictureSize{other, step.shorter};
+}
+
+PictureSize FitInside(const PictureSize& picture, const PictureSize& box, const ResizeStep& step) {
+  double ratio = std::min(static_cast<double>(box.height) / picture.height,
+                          static_cast<double>(box.width) / picture.width);
+  if (!step.mayEnlarge) ratio = std::min(ratio, 1.0);
+  return {std::clamp(Rounded(picture.width * ratio, step.rounding), 1U, box.width),
+          std::clamp(Rounded(picture.height * ratio, step.rounding), 1U, box.height)};
+}
+
+// Half of what is left, where an odd pixel goes behind.
+uint32_t Centred(uint32_t room, uint32_t taken) {
+  // round(half − 0.1), as the letterbox of detectors has it.
+  return static_cast<uint32_t>(std::nearbyint((room - taken) / 2.0 - 0.1) + 0.0);
+}
+
+void CopyInto(const Picture& from, Picture& to, uint32_t left, uint32_t top) {
+  const size_t pixelBytes = from.channels * BytesOf(from.type);
+  for (uint32_t y = 0; y < from.height; ++y) {
+    std::memcpy(to.Row<std::byte>(top + y) + left * pixelBytes, from.Row<std::byte>(y),
+                from.RowBytes());
+  }
+}
+
+template <typename Value>
+void Fill(Picture& picture, const std::vector<double>& fill) {
+  auto* to = reinterpret_cast<Value*>(picture.pixels.data());
+  const size_t values = picture.RowValues() * picture.height;
+  for (size_t i = 0; i < values; ++i) {
+    const double value = fill[fill.size() == 1 ? 0 : i % picture.channels];
+    if constexpr (std::is_floating_point_v<Value>) {
+      to[i] = static_cast<Value>(value);
+    } else {
+      constexpr double kMost = std::numeric_limits<Value>::max();
+      to[i] = static_cast<Value>(std::clamp(std::nearbyint(value), 0.0, kMost));
+    }
+  }
+}
+
+Picture InBox(const Picture& picture, const PictureSize& box, const ResizeStep& step,
+              PictureGeometry& geometry) {
+  if (SizeOf(picture) == box) return picture;
+  Picture filled = MakePicture(box.width, box.height, picture.channels, picture.type);
+  switch (picture.type) {
+    case PixelType::kUint8:
+      Fill<uint8_t>(filled, step.fill);
+      break;
+    case PixelType::kUint16:
+      Fill<uint16_t>(filled, step.fill);
+      break;
+    case PixelType::kFloat32:
+      Fill<float>(filled, step.fill);
+      break;
+  }
+  if (step.isCentred) {
+    geometry.placedLeft = Centred(box.width, picture.width);
+    geometry.placedTop = Centred(box.height, picture.height);
+  }
+  CopyInto(picture, filled, geometry.placedLeft, geometry.placedTop);
+  return filled;
+}
+
+Picture ResizeBy(Picture picture, const ResizeStep& step, const PictureSize& models,
+                 PictureGeometry& geometry) {
+  if (step.isFloat) picture = InFloats(picture);
+  const PictureSize box = step.size.value_or(models);
+  PictureSize size = box;
+  if (step.fit == ResizeStep::Fit::kShorter) size = FitShorter(SizeOf(picture), step);
+  if (step.fit == ResizeStep::Fit::kLetterbox) size = FitInside(SizeOf(picture), box, step);
+  if (SizeOf(picture) != size) picture = Resize(picture, size.width, size.height, step.rule);
+  geometry.resized = size;
+  return step.fit == ResizeStep::Fit::kLetterbox ? InBox(picture, box, step, geometry) : picture;
+}
+
+Picture CropBy(const Picture& picture, const CropStep& step, const PictureSize& models,
+               PictureGeometry& geometry) {
+  const PictureSize size = step.size.value_or(models);
+  if (size == SizeOf(picture)) return picture;
+  if (size.width > picture.width || size.height > picture.height) {
+    throw Fault(ExitStatus::kInput, "is " + TextOf(SizeOf(picture)) +
+                                        " where the recipe crops, and " + TextOf(size) +
+                                        " are to be cut out; resize to more before");
+  }
+  geometry.cutLeft = Rounded((picture.width - size.width) / 2.0, step.rounding);
+  geometry.cutTop = Rounded((picture.height - size.height) / 2.0, step.rounding);
+  Picture cut = MakePicture(size.width, size.height, picture.channels, picture.type);
+  const size_t pixelBytes = picture.channels * BytesOf(picture.type);
+  for (uint32_t y = 0; y < size.height; ++y) {
+    std::memcpy(cut.Row<std::byte>(y),
+                picture.Row<std::byte>(geometry.cutTop + y) + geometry.cutLeft * pixelBytes,
+                cut.RowBytes());
+  }
+  return cut;
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+std::string TextOfFloat(float value) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
+  return text;
+}
+
+[[noreturn]] void RefuseValue(float value, ElementType type) {
+  throw Fault(ExitStatus::kInput, "comes to the value " + TextOfFloat(value) +
+                                      ", which is none of " + std::string(ElementName(type)) +
+                                      "; put a \"quantisation\" into the recipe");
+}
+
+// Where the value of a channel of a pixel goes.
+struct Places {
+  size_t pixelStep;
+  size_t channelStep;
+};
+
+Places PlacesIn(const PictureTarget& target) {
+  if (target.areChannelsFirst) return {1, size_t{target.size.width} * target.size.height};
+  return {target.channels, 1};
+}
+
+// Each value of a byte computed once a channel.
+template <typename Stored>
+void StoreBytes(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
+                std::byte* bytes) {
+  const Places places = PlacesIn(target);
+  const size_t pixels = size_t{picture.width} * picture.height;
+  for (size_t channel = 0; channel < target.channels; ++channel) {
+    std::array<Stored, kByteValues> table{};
+    std::array<bool, kByteValues> fits{};
+    bool doAllFit = true;
+    for (size_t value = 0; value < kByteValues; ++value) {
+      fits[value] =
+          StoreValue(Computed(static_cast<float>(value), recipe.values, channel), target.type,
+                     recipe.quantisation, reinterpret_cast<std::byte*>(&table[value]));
+      doAllFit = doAllFit && fits[value];
+    }
+    const auto* from = reinterpret_cast<const uint8_t*>(picture.pixels.data()) + channel;
+    std::byte* to = bytes + channel * places.channelStep * sizeof(Stored);
+    for (size_t i = 0; i < pixels; ++i) {
+      const uint8_t value = from[i * picture.channels];
+      if (!doAllFit && !fits[value]) {
+        RefuseValue(Computed(value, recipe.values, channel), target.type);
+      }
+      std::memcpy(to + i * places.pixelStep * sizeof(Stored), &table[value], sizeof(Stored));
+    }
+  }
+}
+
+void StoreOthers(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
+                 std::byte* bytes) {
+  const Picture floats = InFloats(picture);
+  const auto* from = reinterpret_cast<const float*>(floats.pixels.data());
+  const Places places = PlacesIn(target);
+  const size_t size = ElementBytes(target.type);
+  const size_t pixels = size_t{picture.width} * picture.height;
+  for (size_t i = 0; i < pixels; ++i) {
+    for (size_t channel = 0; channel < target.channels; ++channel) {
+      const float value = Computed(*from++, recipe.values, channel);
+      const size_t place = i * places.pixelStep + channel * places.channelStep;
+      if (!StoreValue(value, target.type, recipe.quantisation, bytes + place * size)) {
+        RefuseValue(value, target.type);
+      }
+    }
+  }
+}
+
+void Store(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
+           std::byte* bytes) {
+  if (picture.type != PixelType::kUint8) return StoreOthers(picture, recipe, target, bytes);
+  switch (ElementBytes(target.type)) {
+    case 1:
+      return StoreBytes<uint8_t>(picture, recipe, target, bytes);
+    case 2:
+      return StoreBytes<uint16_t>(picture, recipe, target, bytes);
+    case 4:
+      return StoreBytes<uint32_t>(picture, recipe, target, bytes);
+    default:
+      return StoreBytes<uint64_t>(picture, recipe, target, bytes);
+  }
+}
+
+}  // namespace
+
+PictureTarget TargetOf(const TensorDescription& input, const Recipe& recipe) {
+  const auto type = input.type ? ElementOfCode(*input.type) : std::nullopt;
+  if (!type) RefuseShape(input, "of an element type that is not known");
+  std::vector<int64_t> shape = input.shape;
+  while (shape.size() > 3 && shape.front() == 1) shape.erase(shape.begin());
+  if (shape.size() == 2) shape.insert(shape.begin(), 1);
+  if (shape.size() != 3) {
+    RefuseShape(input,
+                "which is no picture; pictures are [1, channels, height, width], or "
+                "[1, height, width, channels]");
+  }
+  const bool areFirst = input.shape.size() == 2 || AreChannelsFirst(input, shape, recipe.layout);
+  const size_t rows = areFirst ? 1 : 0;
+  const int64_t channels = shape[areFirst ? 0 : 2];
+  for (const int64_t side : {shape[rows], shape[rows + 1]}) {
+    if (side < 1 || side > UINT16_MAX) RefuseShape(input, "a size that no picture is resized to");
+  }
+  PictureTarget target{.size = {.width = static_cast<uint32_t>(shape[rows + 1]),
+                                .height = static_cast<uint32_t>(shape[rows])},
+                       .channels = ChannelsOf(recipe.colours),
+                       .areChannelsFirst = areFirst,
+                       .type = *type};
+  if (channels != static_cast<int64_t>(target.channels)) {
+    RefuseShape(input, "with " + std::to_string(channels) + " channels" +
+                           (areFirst ? " in front" : " at the end") + ", and the recipe '" +
+                           Printable(recipe.name) + "' gives " + std::to_string(target.channels) +
+                           "; change its \"colours\" or its \"layout\"");
+  }
+  return target;
+}
+
+float Computed(float value, std::span<const ValueStep> steps, size_t channel) {
+  for (const ValueStep& step : steps) {
+    const float by = step.by[step.by.size() == 1 ? 0 : channel];
+    switch (step.kind) {
+      case ValueStep::Kind::kAdd:
+        value += by;
+        break;
+      case ValueStep::Kind::kSubtract:
+        value -= by;
+        break;
+      case ValueStep::Kind::kMultiply:
+        value *= by;
+        break;
+      case ValueStep::Kind::kDivide:
+        value /= by;
+        break;
+    }
+  }
+  return value;
+}
+
+PictureTensor MakeTensor(Picture picture, int orientation, const Recipe& recipe,
+                         const PictureTarget& target) {
+  PictureTensor made;
+  if (recipe.followsExif && orientation != 1) {
+    picture = ApplyOrientation(std::move(picture), orientation);
+    made.geometry.orientation = orientation;
+  }
+  if (!recipe.isDepthKept) picture = UpperBytes(std::move(picture));
+  picture = InColours(std::move(picture), recipe);
+  made.geometry.picture = SizeOf(picture);
+  made.geometry.resized = SizeOf(picture);
+  if (recipe.resize) {
+    picture = ResizeBy(std::move(picture), *recipe.resize, target.size, made.geometry);
+  }
+  if (recipe.crop) picture = CropBy(picture, *recipe.crop, target.size, made.geometry);
+  if (SizeOf(picture) != target.size) {
+    throw Fault(ExitStatus::kInput, "is " + TextOf(SizeOf(picture)) +
+                                        " at the end of the recipe '" + Printable(recipe.name) +
+                                        "', and the input takes " + TextOf(target.size) +
+                                        "; put a \"resize\" or \"crop\" to \"model\" into it");
+  }
+  made.bytes.resize(target.Bytes());
+  Store(picture, recipe, target, made.bytes.data());
+  return made;
+}
+
+std::string WhyNotStored(const Recipe& recipe, ElementType type) {
+  std::array<std::byte, sizeof(uint64_t)> element{};
+  const size_t channels = ChannelsOf(recipe.colours);
+  for (size_t channel = 0; channel < channels; ++channel) {
+    for (size_t value = 0; value < kByteValues; ++value) {
+      const float computed = Computed(static_cast<float>(value), recipe.values, channel);
+      if (StoreValue(computed, type, recipe.quantisation, element.data())) continue;
+      return "a pixel of " + std::to_string(value) + " comes to " + TextOfFloat(computed) +
+             ", which is none of " + std::string(ElementName(type)) +
+             "; put a \"quantisation\" into the recipe, or leave out its \"values\"";
+    }
+  }
+  return "";
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,68 @@
+// A picture on its way into a tensor, as a recipe has it.
+#ifndef VORN_KIT_PREPARE_PICTURE_TENSOR_H_
+#define VORN_KIT_PREPARE_PICTURE_TENSOR_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "kit/model/model_description.h"
+#include "kit/picture/picture.h"
+#include "kit/prepare/recipe.h"
+#include "kit/tensor/element_type.h"
+
+namespace vorn::kit {
+
+/// One item of an input that takes pictures.
+struct PictureTarget {
+  PictureSize size;
+  size_t channels = 0;
+  bool areChannelsFirst = false;  ///< [channels, height, width]; else [height, width, channels]
+  ElementType type = ElementType::kFloat32;
+
+  [[nodiscard]] uint64_t Bytes() const {
+    return uint64_t{size.width} * size.height * channels * ElementBytes(type);
+  }
+};
+
+/// What the input takes, by its shape and the recipe. A layout that neither tells is told by which
+/// dimension could be one of channels. Throws a Fault of kModel that says what the shape is, and
+/// what to put into the recipe.
+[[nodiscard]] PictureTarget TargetOf(const TensorDescription& input, const Recipe& recipe);
+
+/// Where the pixels of a tensor come from: to draw what a network found into the picture.
+///
+///     tensor = (picture − cut) · scale + placed, along each axis, in pixels
+struct PictureGeometry {
+  int orientation = 1;  ///< that was applied
+  PictureSize picture;  ///< behind the orientation
+  PictureSize resized;
+  uint32_t cutLeft = 0;  ///< pixels of the resized picture that are left out
+  uint32_t cutTop = 0;
+  uint32_t placedLeft = 0;  ///< pixels of the tensor that are filled before it begins
+  uint32_t placedTop = 0;
+};
+
+struct PictureTensor {
+  std::vector<std::byte> bytes;
+  PictureGeometry geometry;
+};
+
+/// Throws a Fault of kInput that says what the recipe makes of the picture and what the target
+/// takes, or which value is none of its type.
+[[nodiscard]] PictureTensor MakeTensor(Picture picture, int orientation, const Recipe& recipe,
+                                       const PictureTarget& target);
+
+/// The value of a channel behind these steps, each rounded to float32.
+[[nodiscard]] float Computed(float value, std::span<const ValueStep> steps, size_t channel);
+
+/// Why no picture of 8 bits could be stored: values between whole numbers, or beyond the type.
+/// Empty if nothing is wrong.
+[[nodiscard]] std::string WhyNotStored(const Recipe& recipe, ElementType type);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_PREPARE_PICTURE_TENSOR_H_

@@ -1,0 +1,610 @@
+#include "kit/prepare/prepare.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_place.h"
+#include "kit/common/nearest.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/picture/decode.h"
+#include "kit/prepare/item_maker.h"
+#include "kit/prepare/picture_tensor.h"
+#include "kit/prepare/source.h"
+#include "kit/prepare/workers.h"
+#include "vorn/vorn.h"
+
+namespace vorn::kit {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kMostNamedFaults = 100;
+constexpr size_t kLeastDigits = 6;
+constexpr const char* kLockFile = ".lock";
+constexpr std::string_view kCannotWrite = "cannot write the tensor";
+
+// ---- The folder ---------------------------------------------------------------------------------
+
+class PreparedFolder {
+ public:
+  PreparedFolder(const std::string& path, bool isResumed) : path_(path) {
+    std::error_code error;
+    fs::create_directories(path_, error);
+    if (error) {
+      throw Fault(ExitStatus::kLimit,
+                  "the folder " + Quoted(path_) + " cannot be made: " + error.message());
+    }
+    Lock();
+    CheckWhatIsThere(isResumed);
+    for (const char* folder : {kTensorsFolder, kItemsFolder}) {
+      // A link would lead to files that nobody named.
+      if (fs::is_symlink(Path(folder))) {
+        throw Fault(ExitStatus::kUsage, Quoted(Path(folder)) + " is a link; remove it");
+      }
+      fs::create_directories(Path(folder), error);
+      if (error) {
+        throw Fault(ExitStatus::kLimit,
+                    "the folder " + Quoted(Path(folder)) + " cannot be made: " + error.message());
+      }
+    }
+  }
+  ~PreparedFolder() { close(lock_); }
+  PreparedFolder(const PreparedFolder&) = delete;
+  PreparedFolder& operator=(const PreparedFolder&) = delete;
+
+  [[nodiscard]] std::string Path(const std::string& name) const { return path_ + "/" + name; }
+
+  // Until the files are where a loss of power leaves them.
+  void Sync() const {
+    const int fd = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    (void)syncfs(fd);
+    close(fd);
+  }
+
+ private:
+  void Lock() {
+    lock_ = open(Path(kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (lock_ < 0) {
+      throw Fault(ExitStatus::kLimit,
+                  Quoted(Path(kLockFile)) + " cannot be written: " + SystemReason(errno));
+    }
+    if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return;
+    close(lock_);
+    throw Fault(ExitStatus::kUsage, "another vorn prepare is at work in " + Quoted(path_) +
+                                        "; wait for it, or give another folder");
+  }
+
+  void CheckWhatIsThere(bool isResumed) {
+    const bool isOurs = fs::exists(Path(kManifestFile)) || fs::exists(Path(kPreparedNotes));
+    if (isResumed) return;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(path_, error)) {
+      const std::string name = entry.path().filename().string();
+      if (name == kLockFile) continue;
+      close(lock_);
+      throw Fault(ExitStatus::kUsage,
+                  "the folder " + Quoted(path_) +
+                      (isOurs ? " was prepared before; --resume makes again only what changed"
+                              : " is not empty (" + Quoted(name) + "); give another one"));
+    }
+  }
+
+  std::string path_;
+  int lock_ = -1;
+};
+
+// Whole or not at all, and synced with all others at the end.
+void WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
+  const std::string part = path + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
+  (void)unlink(part.c_str());
+  const int fd = open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+  int error = fd < 0 ? errno : 0;
+  size_t done = 0;
+  while (error == 0 && done < bytes.size()) {
+    const ssize_t written = write(fd, bytes.data() + done, bytes.size() - done);
+    if (written < 0 && errno != EINTR) error = errno;
+    if (written > 0) done += static_cast<size_t>(written);
+  }
+  if (fd >= 0 && close(fd) != 0 && error == 0) error = errno;
+  if (error == 0 && rename(part.c_str(), path.c_str()) != 0) error = errno;
+  if (error == 0) return;
+  (void)unlink(part.c_str());
+  throw Fault(ExitStatus::kLimit,
+              std::string(kCannotWrite) + " " + Quoted(path) + ": " + SystemReason(error));
+}
+
+// ---- What is to be done -------------------------------------------------------------------------
+
+struct PlannedInput {
+  InputPlan plan;
+  std::string source;
+  FoundSource found;
+};
+
+std::string NumberText(uint64_t number, uint64_t all) {
+  const size_t digits = std::max(kLeastDigits, std::to_string(all > 0 ? all - 1 : 0).size());
+  std::string text = std::to_string(number);
+  return std::string(digits - std::min(digits, text.size()), '0') + text;
+}
+
+std::string NamesOf(const std::vector<TensorDescription>& inputs) {
+  std::string names;
+  for (const TensorDescription& input : inputs) {
+    names += (names.empty() ? "" : ", ") + Printable(input.name);
+  }
+  return names;
+}
+
+const InputRequest& RequestFor(const PrepareRequest& request, const TensorDescription& input) {
+  for (const InputRequest& one : request.inputs) {
+    if (one.name == input.name) return one;
+  }
+  throw Fault(ExitStatus::kUsage, "nothing is given for the input " + Quoted(input.name) +
+                                      ", which takes " + ShapeText(input.shape) + " of " +
+                                      TypeName(input.type.value_or(0)) + "; give --input " +
+                                      Printable(input.name) + "=SOURCE");
+}
+
+void CheckNames(const PrepareRequest& request, const std::vector<TensorDescription>& inputs) {
+  std::vector<std::string> known;
+  for (const TensorDescription& input : inputs) known.push_back(input.name);
+  for (const InputRequest& one : request.inputs) {
+    if (std::find(known.begin(), known.end(), one.name) != known.end()) continue;
+    throw Fault(ExitStatus::kUsage, "the model has no input " + Quoted(one.name) +
+                                        DidYouMean(one.name, known) + "; it takes " +
+                                        NamesOf(inputs));
+  }
+}
+
+void CheckPlan(const InputPlan& plan) {
+  if (!plan.input.DenseBytes() || plan.ItemBytes() == 0) {
+    throw Fault(ExitStatus::kModel, "the description does not tell how many bytes the input " +
+                                        Quoted(plan.input.name) + " takes");
+  }
+  if (!plan.recipe || !plan.recipe->NeedsPicture()) return;
+  const PictureTarget target = TargetOf(plan.input, *plan.recipe);
+  const std::string reason = WhyNotStored(*plan.recipe, target.type);
+  if (reason.empty()) return;
+  throw Fault(ExitStatus::kInput, "the recipe " + Quoted(plan.recipe->name) +
+                                      " does not fit the input " + Quoted(plan.input.name) + ": " +
+                                      reason);
+}
+
+std::vector<PlannedInput> PlanInputs(const PrepareRequest& request) {
+  const std::vector<TensorDescription> inputs = FileInputs(request.model);
+  if (inputs.empty()) throw Fault(ExitStatus::kModel, "the model takes no files");
+  CheckNames(request, inputs);
+  const bool isRecurrent = request.model.netType == int32_t{VORN_NET_RECURRENT};
+  std::vector<PlannedInput> planned;
+  for (size_t place = 0; place < inputs.size(); ++place) {
+    const InputRequest& one = RequestFor(request, inputs[place]);
+    PlannedInput input;
+    input.plan = {.input = inputs[place],
+                  .place = place,
+                  .isSequence = isRecurrent && place <= 1,
+                  .recipe = one.recipe,
+                  .part = one.part};
+    CheckPlan(input.plan);
+    input.source = one.source;
+    input.found = FindSource(one.source, input.plan);
+    planned.push_back(std::move(input));
+  }
+  return planned;
+}
+
+// As many as all inputs have; of one item there may be as many as the others have.
+uint64_t CountSamples(const std::vector<PlannedInput>& inputs) {
+  uint64_t samples = 1;
+  const PlannedInput* decides = nullptr;
+  for (const PlannedInput& input : inputs) {
+    const uint64_t items = input.found.items.size();
+    if (items == 1) continue;
+    if (decides != nullptr && items != samples) {
+      throw Fault(ExitStatus::kInput,
+                  "the input " + Quoted(decides->plan.input.name) + " has " +
+                      Counted(samples, "item") + ", and " + Quoted(input.plan.input.name) +
+                      " has " + std::to_string(items) + "; each sample takes one of each");
+    }
+    samples = items;
+    decides = &input;
+  }
+  return samples;
+}
+
+void CheckDisk(const std::string& folder, uint64_t bytes) {
+  std::string there = folder;
+  while (!fs::exists(there) && there.find('/') != std::string::npos && there.size() > 1) {
+    there = there.substr(0, std::max<size_t>(there.rfind('/'), 1));
+  }
+  struct statvfs about {};
+  if (statvfs(fs::exists(there) ? there.c_str() : ".", &about) != 0) return;
+  const uint64_t room = uint64_t{about.f_bavail} * about.f_frsize;
+  if (bytes <= room) return;
+  throw Fault(ExitStatus::kLimit, "the tensors take " + SizeText(bytes) +
+                                      ", and there is room for " + SizeText(room) + " at " +
+                                      Quoted(folder));
+}
+
+// All that a tensor depends on but the content of its source.
+std::string SignatureOf(const PlannedInput& input, const std::string& version) {
+  std::string text = version + "\n" + input.plan.input.name + "\n" +
+                     ShapeText(input.plan.input.shape) + "\n" +
+                     std::string(ElementName(input.plan.Type())) + "\n";
+  if (input.plan.recipe) text += ToText(ToJson(*input.plan.recipe));
+  return text;
+}
+
+// ---- The work -----------------------------------------------------------------------------------
+
+class Preparation {
+ public:
+  Preparation(const PrepareRequest& request,
+              const std::function<void(const PrepareProgress&)>& show,
+              const std::function<bool()>& isStopped)
+      : request_(request), show_(show), isStopped_(isStopped), inputs_(PlanInputs(request)) {
+    samples_ = CountSamples(inputs_);
+    if (request_.most) samples_ = std::min(samples_, *request_.most);
+    isFaulty_.assign(samples_, false);
+    for (const PlannedInput& input : inputs_) {
+      signatures_.push_back(SignatureOf(input, request_.version));
+      result_.remarks.insert(result_.remarks.end(), input.found.remarks.begin(),
+                             input.found.remarks.end());
+      result_.sizeBytes += input.plan.ItemBytes() * samples_;
+    }
+  }
+
+  PrepareResult Run() {
+    CheckDisk(request_.folder, result_.sizeBytes * (request_.batch > 1 ? 2 : 1));
+    if (request_.isDryRun) {
+      NoteKnownFaults();
+      HoldToFaults();
+      result_.samples = samples_;
+      return std::move(result_);
+    }
+    folder_ = std::make_unique<PreparedFolder>(request_.folder, request_.isResumed);
+    before_ = ReadRecords(request_.folder);
+    // What stands there is not of these tensors any more.
+    for (const char* file : {kPreparedList, kManifestFile}) {
+      (void)unlink(folder_->Path(std::string(file)).c_str());
+    }
+    KeepNotes();
+    MakeItems();
+    HoldToFaults();
+    WriteAll();
+    return std::move(result_);
+  }
+
+ private:
+  [[nodiscard]] const SourceItem& ItemOf(uint64_t sample, size_t input) const {
+    const std::vector<SourceItem>& items = inputs_[input].found.items;
+    return items[items.size() == 1 ? 0 : sample];
+  }
+
+  // One item that all samples share is made once.
+  [[nodiscard]] uint64_t OwnerOf(uint64_t sample, size_t input) const {
+    return inputs_[input].found.items.size() == 1 ? 0 : sample;
+  }
+
+  [[nodiscard]] std::optional<ItemRecord>& RecordOf(uint64_t sample, size_t input) {
+    return records_[OwnerOf(sample, input) * inputs_.size() + input];
+  }
+
+  [[nodiscard]] std::string NameOfItem(uint64_t sample, size_t input) const {
+    std::string name = NumberText(OwnerOf(sample, input), samples_);
+    if (inputs_.size() > 1) name += "." + std::to_string(input);
+    return std::string(request_.batch > 1 ? kItemsFolder : kTensorsFolder) + "/" + name + ".bin";
+  }
+
+  // Notes of this time and of those before, so that a manifest is not missed that is gone.
+  void KeepNotes() {
+    const std::string path = folder_->Path(kPreparedNotes);
+    ClearPlace(path);
+    std::string lines;
+    for (const auto& [name, record] : before_) lines += ToText(ToJson(record)) + "\n";
+    WriteWholeFile(path, lines);
+    notes_ = std::make_unique<LineFile>(path);
+  }
+
+  // In a child.
+  std::string MakeOne(uint64_t task) {
+    const auto& [sample, place] = tasks_[task];
+    const SourceItem& item = ItemOf(sample, place);
+    if (!item.fault.empty()) throw Fault(ExitStatus::kInput, item.fault);
+    ItemRecord record;
+    record.path = NameOfItem(sample, place);
+    record.array = item.array;
+    record.item = item.item;
+    record.source = Identify(item.path);
+    std::string key = signatures_[place] + "\n" + record.source.xxh3.value_or("") + "\n" +
+                      item.array + "\n" + (item.item ? std::to_string(*item.item) : "");
+    if (item.kind == SourceKind::kPicture) key += "\n" + DecoderKey(item.path);
+    record.key = Xxh3Of(key);
+    const std::string path = folder_->Path(record.path);
+    if (const auto kept = Kept(record, path)) return ToText(ToJson(*kept));
+    if (makers_.empty()) {
+      for (const PlannedInput& input : inputs_) makers_.emplace_back(input.plan);
+    }
+    MadeItem made = makers_[place].Make(item);
+    record.sizeBytes = made.bytes.size();
+    record.xxh3 = Xxh3Of({reinterpret_cast<const char*>(made.bytes.data()), made.bytes.size()});
+    record.facts = std::move(made.facts);
+    WriteTensor(path, made.bytes);
+    Json json = ToJson(record);
+    json.Set("isMade", true);
+    return ToText(json);
+  }
+
+  // Of an archive or a stack once for all of its items.
+  FileIdentity Identify(const std::string& path) {
+    if (identified_.path != path) {
+      identified_ = IdentifyFile(path, "the source", ExitStatus::kInput);
+    }
+    return identified_;
+  }
+
+  static std::string DecoderKey(const std::string& path) {
+    const auto format = FormatOf(ReadFileHead(path, "the picture", 64).bytes);
+    return format ? DecoderOf(*format) : "";
+  }
+
+  [[nodiscard]] std::optional<ItemRecord> Kept(const ItemRecord& wanted,
+                                               const std::string& path) const {
+    const auto found = before_.find(wanted.path);
+    if (found == before_.end() || found->second.key != wanted.key) return std::nullopt;
+    struct stat about {};
+    if (lstat(path.c_str(), &about) != 0 || !S_ISREG(about.st_mode)) return std::nullopt;
+    if (static_cast<uint64_t>(about.st_size) != found->second.sizeBytes) return std::nullopt;
+    const FileIdentity there = IdentifyFile(path, "the tensor", ExitStatus::kInput);
+    if (there.xxh3 != found->second.xxh3) return std::nullopt;
+    ItemRecord kept = found->second;
+    kept.source = wanted.source;
+    return kept;
+  }
+
+  void MakeItems() {
+    records_.resize(samples_ * inputs_.size());
+    for (uint64_t sample = 0; sample < samples_; ++sample) {
+      for (size_t input = 0; input < inputs_.size(); ++input) {
+        if (OwnerOf(sample, input) == sample) tasks_.emplace_back(sample, input);
+      }
+    }
+    PrepareProgress progress{.all = tasks_.size()};
+    const WorkerLimits limits{
+        .workers = request_.workers, .time = request_.time, .memoryBytes = request_.memoryBytes};
+    bool isStopped = false;
+    RunTasks(
+        tasks_.size(), limits, [this](uint64_t task) { return MakeOne(task); },
+        [&](const TaskAnswer& answer) {
+          Take(answer);
+          ++progress.done;
+          progress.faults = faultCount_;
+          show_(progress);
+          isStopped = isStopped_();
+          return !isStopped;
+        },
+        [&] { isStopped = isStopped || isStopped_(); });
+    if (isStopped) {
+      throw Fault(ExitStatus::kLimit, "was stopped; " +
+                                          std::to_string(result_.made + result_.kept) + " of " +
+                                          std::to_string(tasks_.size()) +
+                                          " tensors are made, and --resume makes the rest");
+    }
+  }
+
+  void Take(const TaskAnswer& answer) {
+    const auto& [sample, input] = tasks_[answer.task];
+    if (answer.status == ExitStatus::kDone) {
+      const Json json = ParseJson(answer.text);
+      const bool isMade = json.Find("isMade") != nullptr;
+      ++(isMade ? result_.made : result_.kept);
+      std::optional<ItemRecord>& record = RecordOf(sample, input);
+      record = ItemFromJson(json);
+      if (isMade) notes_->Append(ToText(ToJson(*record)) + "\n");
+      return;
+    }
+    // A full disk is no fault of the source's, and does not get better with the next one.
+    if (answer.status == ExitStatus::kLimit && answer.text.starts_with(kCannotWrite)) {
+      throw Fault(answer.status, answer.text + "; make room, and --resume makes the rest");
+    }
+    NoteFault(sample, input, ItemOf(sample, input).Name(), answer.text);
+  }
+
+  void NoteFault(uint64_t sample, size_t input, const std::string& source,
+                 const std::string& reason) {
+    ++faultCount_;
+    // Some name the file themselves.
+    const bool isNamed = reason.find(Printable(source)) != std::string::npos;
+    left_.push_back({source, isNamed ? reason : Printable(source) + ": " + reason});
+    const bool isShared = inputs_[input].found.items.size() == 1;
+    for (uint64_t one = isShared ? 0 : sample; one < (isShared ? samples_ : sample + 1); ++one) {
+      isFaulty_[one] = true;
+    }
+  }
+
+  void NoteKnownFaults() {
+    for (uint64_t sample = 0; sample < samples_; ++sample) {
+      for (size_t input = 0; input < inputs_.size(); ++input) {
+        const SourceItem& item = ItemOf(sample, input);
+        if (OwnerOf(sample, input) != sample || item.fault.empty()) continue;
+        NoteFault(sample, input, item.Name(), item.fault);
+      }
+    }
+  }
+
+  void HoldToFaults() {
+    if (left_.empty()) return;
+    // As they stand in the source, and not as they were met.
+    std::sort(left_.begin(), left_.end(),
+              [](const LeftOut& a, const LeftOut& b) { return a.source < b.source; });
+    result_.left = left_;
+    std::string text;
+    for (size_t i = 0; i < std::min(left_.size(), kMostNamedFaults); ++i) {
+      text += "\n" + left_[i].reason;
+    }
+    if (left_.size() > kMostNamedFaults) {
+      text += "\nand " + std::to_string(left_.size() - kMostNamedFaults) + " more";
+    }
+    const bool isNothingLeft =
+        std::find(isFaulty_.begin(), isFaulty_.end(), false) == isFaulty_.end();
+    if (request_.areFaultsLeftOut && !isNothingLeft) return;
+    throw Fault(ExitStatus::kInput,
+                Counted(left_.size(), "source") + " cannot be used, and no list is written" +
+                    (isNothingLeft ? "" : "; --keep-going leaves them out") + text);
+  }
+
+  // ---- What was made, into files of the list
+
+  // Items of one input, one behind the other, the last one as often as the batch is short of.
+  TensorRecord Pack(uint64_t group, size_t input, const std::vector<uint64_t>& samples) {
+    TensorRecord tensor;
+    tensor.sample = group;
+    tensor.input = inputs_[input].plan.input.name;
+    for (const uint64_t sample : samples) {
+      tensor.items.push_back(*RecordOf(sample, input));
+    }
+    if (request_.batch == 1) {
+      const ItemRecord& only = tensor.items.front();
+      tensor.file = {only.path, only.sizeBytes, only.xxh3};
+      return tensor;
+    }
+    std::string bytes;
+    for (const ItemRecord& item : tensor.items) {
+      bytes +=
+          ReadWholeFile(folder_->Path(item.path), "the item", ExitStatus::kInput, item.sizeBytes);
+    }
+    tensor.filled = request_.batch - tensor.items.size();
+    const size_t last = tensor.items.back().sizeBytes;
+    for (uint64_t i = 0; i < tensor.filled; ++i) bytes.append(bytes, bytes.size() - last, last);
+    std::string name = NumberText(group, samples_);
+    if (inputs_.size() > 1) name += "." + std::to_string(input);
+    tensor.file = {std::string(kTensorsFolder) + "/" + name + ".bin", bytes.size(), Xxh3Of(bytes)};
+    WriteTensor(folder_->Path(tensor.file.path), std::as_bytes(std::span(bytes)));
+    return tensor;
+  }
+
+  void WriteAll() {
+    Manifest manifest;
+    manifest.command = request_.command;
+    manifest.version = request_.version;
+    manifest.model = request_.model.model;
+    manifest.batch = request_.batch;
+    manifest.left = result_.left;
+    for (const PlannedInput& input : inputs_) manifest.inputs.Append(InputJson(input));
+    std::vector<uint64_t> fit;
+    for (uint64_t sample = 0; sample < samples_; ++sample) {
+      if (!isFaulty_[sample]) fit.push_back(sample);
+    }
+    std::string list;
+    for (size_t at = 0; at < fit.size(); at += request_.batch) {
+      const std::vector<uint64_t> group(
+          fit.begin() + static_cast<std::ptrdiff_t>(at),
+          fit.begin() + static_cast<std::ptrdiff_t>(std::min(at + request_.batch, fit.size())));
+      for (size_t input = 0; input < inputs_.size(); ++input) {
+        manifest.tensors.push_back(Pack(at / request_.batch, input, group));
+        list += manifest.tensors.back().file.path + "\n";
+      }
+    }
+    RemoveOthers(manifest);
+    manifest.samples = manifest.tensors.size() / inputs_.size();
+    if (request_.batch > 1 && !manifest.tensors.empty() && manifest.tensors.back().filled > 0) {
+      result_.remarks.push_back(
+          "the last batch has " + Counted(manifest.tensors.back().items.size(), "item") +
+          " of its own and " + std::to_string(manifest.tensors.back().filled) +
+          (manifest.tensors.back().filled == 1 ? " copy" : " copies") + " of the last one");
+    }
+    folder_->Sync();
+    const std::string path = folder_->Path(kPreparedList);
+    ClearPlace(path);
+    WriteWholeFile(path, list);
+    WriteManifest(request_.folder, manifest);
+    (void)unlink(folder_->Path(kPreparedNotes).c_str());
+    result_.samples = manifest.samples;
+    result_.list = path;
+  }
+
+  static Json InputJson(const PlannedInput& input) {
+    Json shape = Json::Array();
+    for (const int64_t size : input.plan.input.shape) shape.Append(size);
+    Json json = Json::Object({{"name", input.plan.input.name},
+                              {"type", ElementName(input.plan.Type())},
+                              {"shape", shape},
+                              {"source", input.source}});
+    if (input.plan.part) json.Set("part", *input.plan.part);
+    if (input.plan.recipe) json.Set("recipe", ToJson(*input.plan.recipe));
+    return json;
+  }
+
+  // Tensors of an earlier time that nothing names any more, and what a killed one left.
+  void RemoveOthers(const Manifest& manifest) const {
+    std::vector<std::string> named;
+    for (const TensorRecord& tensor : manifest.tensors) {
+      named.push_back(tensor.file.path);
+      for (const ItemRecord& item : tensor.items) named.push_back(item.path);
+    }
+    std::sort(named.begin(), named.end());
+    for (const char* folder : {kTensorsFolder, kItemsFolder}) {
+      std::error_code error;
+      for (const auto& entry : fs::directory_iterator(folder_->Path(folder), error)) {
+        const std::string name = std::string(folder) + "/" + entry.path().filename().string();
+        const bool isOurs = name.ends_with(".bin") || name.ends_with(kUnfinishedSuffix);
+        std::error_code ignored;
+        if (isOurs && !std::binary_search(named.begin(), named.end(), name)) {
+          fs::remove(entry.path(), ignored);
+        }
+      }
+    }
+    std::error_code ignored;
+    fs::remove(folder_->Path(kItemsFolder), ignored);  // if nothing is in it
+  }
+
+  const PrepareRequest& request_;
+  const std::function<void(const PrepareProgress&)>& show_;
+  const std::function<bool()>& isStopped_;
+  std::vector<PlannedInput> inputs_;
+  std::vector<std::string> signatures_;  ///< an input each
+  uint64_t samples_ = 0;
+  std::unique_ptr<PreparedFolder> folder_;
+  std::unique_ptr<LineFile> notes_;
+  std::map<std::string, ItemRecord> before_;
+  std::vector<std::optional<ItemRecord>> records_;  ///< sample by sample, an input each
+  std::vector<std::pair<uint64_t, size_t>> tasks_;  ///< sample and input
+  std::vector<bool> isFaulty_;                      ///< a sample each
+  std::vector<LeftOut> left_;
+  uint64_t faultCount_ = 0;
+  PrepareResult result_;
+
+  // Of a child.
+  std::vector<ItemMaker> makers_;
+  FileIdentity identified_;
+};
+
+}  // namespace
+
+std::vector<TensorDescription> FileInputs(const ModelDescription& model) {
+  std::vector<TensorDescription> inputs;
+  for (const TensorDescription& input : model.inputs) {
+    if (input.role == TensorRole::kData) inputs.push_back(input);
+  }
+  return inputs;
+}
+
+PrepareResult Prepare(const PrepareRequest& request,
+                      const std::function<void(const PrepareProgress&)>& show,
+                      const std::function<bool()>& isStopped) {
+  return Preparation(request, show, isStopped).Run();
+}
+
+}  // namespace vorn::kit

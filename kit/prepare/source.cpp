@@ -1,0 +1,423 @@
+#include "kit/prepare/source.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <filesystem>
+#include <map>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/folder_names.h"
+#include "kit/common/nearest.h"
+#include "kit/common/printable.h"
+#include "kit/picture/decode.h"
+#include "kit/prepare/number_text.h"
+#include "kit/tensor/npy.h"
+#include "kit/tensor/npz.h"
+#include "kit/tensor/onnx_tensor.h"
+#include "kit/tensor/tensor_source.h"
+
+namespace vorn::kit {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kHeadBytes = 64;
+constexpr uint64_t kMostTextBytes = uint64_t{1} << 30;
+constexpr size_t kMostNamed = 5;
+constexpr std::string_view kNpyMagic = "\x93NUMPY";
+constexpr std::string_view kZipMagic = "PK\x03\x04";
+constexpr std::string_view kTestSet = "test_data_set_";
+
+[[noreturn]] void RefuseSource(const std::string& path, const std::string& reason) {
+  throw Fault(ExitStatus::kInput, Quoted(path) + " " + reason);
+}
+
+std::string TakesOf(const InputPlan& plan) {
+  return "the input " + Quoted(plan.input.name) + " takes " + ShapeText(plan.input.shape) + " of " +
+         std::string(ElementName(plan.Type())) + ", " + std::to_string(plan.ItemBytes()) + " bytes";
+}
+
+// ---- Shapes -------------------------------------------------------------------------------------
+
+Shape WithoutOnes(const Shape& shape) {
+  Shape rest = shape;
+  while (rest.size() > 1 && rest.front() == 1) rest.erase(rest.begin());
+  return rest;
+}
+
+Shape ShapeOfInput(const InputPlan& plan) {
+  Shape shape;
+  for (const int64_t size : plan.input.shape) shape.push_back(static_cast<uint64_t>(size));
+  return shape;
+}
+
+bool IsOneItem(const Shape& shape, const InputPlan& plan) {
+  const Shape input = ShapeOfInput(plan);
+  const auto has = CountElements(shape);
+  const auto takes = CountElements(input);
+  if (!has || !takes) return false;
+  if (plan.isSequence && shape.size() >= 2 && input.size() >= 2) {
+    // Frames, as many as there are.
+    return shape.front() >= 1 && shape.front() <= input.front() &&
+           *has / shape.front() == *takes / input.front() &&
+           std::equal(shape.begin() + 1, shape.end(), input.begin() + 1, input.end());
+  }
+  if (*has != *takes) return false;
+  return shape.size() <= 1 || WithoutOnes(shape) == WithoutOnes(input);
+}
+
+bool LooksLikePicture(const Shape& shape) {
+  return shape.size() == 2 || (shape.size() == 3 && shape.back() >= 1 && shape.back() <= 4);
+}
+
+// ---- Files --------------------------------------------------------------------------------------
+
+SourceItem FaultyItem(const std::string& path, std::string fault) {
+  SourceItem item;
+  item.path = path;
+  item.fault = std::move(fault);
+  return item;
+}
+
+SourceItem ItemOf(SourceKind kind, const std::string& path,
+                  const std::optional<uint64_t>& item = std::nullopt,
+                  const std::string& array = {}) {
+  SourceItem made;
+  made.kind = kind;
+  made.path = path;
+  made.array = array;
+  made.item = item;
+  return made;
+}
+
+void AddItems(SourceKind kind, const Shape& shape, ElementType type, const std::string& path,
+              const std::string& array, const InputPlan& plan, std::vector<SourceItem>& items) {
+  switch (FitOf(shape, plan)) {
+    case ArrayFit::kWhole:
+    case ArrayFit::kPicture:
+      items.push_back(ItemOf(kind, path, std::nullopt, array));
+      return;
+    case ArrayFit::kStack:
+    case ArrayFit::kPictures:
+      for (uint64_t i = 0; i < shape.front(); ++i) {
+        items.push_back(ItemOf(kind, path, i, array));
+      }
+      return;
+    case ArrayFit::kNone:
+      break;
+  }
+  const bool wantsPicture = plan.recipe && plan.recipe->NeedsPicture();
+  items.push_back(FaultyItem(
+      path,
+      "the array is " + TextOf(shape) + " of " + std::string(ElementName(type)) + ", and " +
+          (wantsPicture ? "the recipe takes [height, width, channels], or several of them in front"
+                        : TakesOf(plan) + ", or several such items in front")));
+}
+
+void AddArray(const StoredTensor& tensor, const std::string& path, const std::string& array,
+              const InputPlan& plan, std::vector<SourceItem>& items) {
+  AddItems(SourceKind::kArray, tensor.shape.value_or(Shape{tensor.elements}), tensor.type, path,
+           array, plan, items);
+}
+
+void AddArchive(const std::string& path, const InputPlan& plan, std::vector<SourceItem>& items) {
+  const ArrayArchive archive(path);
+  const std::vector<std::string> names = archive.Names();
+  std::string name = plan.part.value_or(plan.input.name);
+  if (!plan.part && names.size() == 1) name = names.front();
+  if (std::find(names.begin(), names.end(), name) == names.end()) {
+    std::string list;
+    for (const std::string& one : names) list += (list.empty() ? "" : ", ") + Printable(one);
+    items.push_back(FaultyItem(path, "the archive has no array " + Quoted(name) +
+                                         DidYouMean(name, names) + "; it has " + list +
+                                         ". Name one with \"part\" in a job"));
+    return;
+  }
+  AddArray(archive.Open(name), path, name, plan, items);
+}
+
+void AddRaw(const std::string& path, uint64_t bytes, const InputPlan& plan,
+            std::vector<SourceItem>& items) {
+  const uint64_t takes = plan.ItemBytes();
+  if (bytes == takes) {
+    items.push_back(ItemOf(SourceKind::kRaw, path));
+    return;
+  }
+  if (plan.isSequence && plan.input.shape.size() >= 2 && plan.input.shape.front() > 0) {
+    const uint64_t frame = takes / static_cast<uint64_t>(plan.input.shape.front());
+    if (frame > 0 && bytes > 0 && bytes < takes && bytes % frame == 0) {
+      items.push_back(ItemOf(SourceKind::kRaw, path));
+      return;
+    }
+  }
+  if (takes > 0 && bytes > 0 && bytes % takes == 0) {
+    for (uint64_t i = 0; i < bytes / takes; ++i) {
+      items.push_back(ItemOf(SourceKind::kRaw, path, i));
+    }
+    return;
+  }
+  items.push_back(FaultyItem(path,
+                             "is no picture and no array that is known, and as raw values it "
+                             "has " +
+                                 std::to_string(bytes) + " bytes; " + TakesOf(plan)));
+}
+
+bool HasPictureEnding(const std::string& path) {
+  std::string ending = fs::path(path).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  constexpr std::array<std::string_view, 11> kEndings{
+      ".jpg", ".jpeg", ".png", ".webp", ".tif", ".tiff", ".bmp", ".ppm", ".pgm", ".npy", ".npz"};
+  return std::find(kEndings.begin(), kEndings.end(), ending) != kEndings.end();
+}
+
+bool IsOnnxTensor(const std::string& path) {
+  try {
+    (void)OpenOnnxTensor(path);
+    return true;
+  } catch (const Fault&) {
+    return false;
+  }
+}
+
+// Whether it may be a text of numbers: nothing else is in its beginning but remarks.
+bool LooksLikeNumbers(const std::string& head) {
+  bool isRemark = false;
+  bool hasDigit = false;
+  for (const char c : head) {
+    isRemark = c == '#' || (isRemark && c != '\n');
+    const bool isText = std::isprint(static_cast<unsigned char>(c)) != 0 ||
+                        std::isspace(static_cast<unsigned char>(c)) != 0 ||
+                        static_cast<unsigned char>(c) >= 0x80;
+    if (isRemark && !isText) return false;
+    if (isRemark) continue;
+    const bool isDigit = c >= '0' && c <= '9';
+    if (!isDigit && std::string_view(" \t\r\n+-.,;eExXpPaAbBcCdDfFnNiItTyY").find(c) ==
+                        std::string_view::npos) {
+      return false;
+    }
+    hasDigit = hasDigit || isDigit;
+  }
+  return hasDigit || (isRemark && !head.empty());
+}
+
+// Whatever the file is. `isAsked` for one that was named, and does not only lie in a folder.
+void AddFile(const std::string& path, const InputPlan& plan, bool isAsked, FoundSource& found,
+             std::vector<std::string>& passedOver) {
+  try {
+    const FileHead head = ReadFileHead(path, "the file", kHeadBytes);
+    if (FormatOf(head.bytes)) {
+      if (!plan.recipe) {
+        RefuseSource(path,
+                     "is a picture, and nothing says how it becomes " + TakesOf(plan) +
+                         "; give --recipe, vorn prepare --recipes lists those that are ready");
+      }
+      found.items.push_back(ItemOf(SourceKind::kPicture, path));
+    } else if (head.bytes.starts_with(kNpyMagic)) {
+      AddArray(OpenNpy(path), path, "", plan, found.items);
+    } else if (head.bytes.starts_with(kZipMagic)) {
+      AddArchive(path, plan, found.items);
+    } else if (head.fileBytes == plan.ItemBytes()) {
+      found.items.push_back(ItemOf(SourceKind::kRaw, path));
+    } else if (path.ends_with(".pb") && IsOnnxTensor(path)) {
+      AddArray(OpenOnnxTensor(path), path, "", plan, found.items);
+    } else if (LooksLikeNumbers(head.bytes)) {
+      const Array numbers = ReadNumberText(path, kMostTextBytes);
+      AddItems(SourceKind::kNumbers, numbers.shape, numbers.type, path, "", plan, found.items);
+    } else if (isAsked || HasPictureEnding(path) || path.ends_with(".bin")) {
+      AddRaw(path, head.fileBytes, plan, found.items);
+    } else {
+      passedOver.push_back(fs::path(path).filename().string());
+    }
+  } catch (const Fault& fault) {
+    if (fault.Status() != ExitStatus::kInput || isAsked) throw;
+    found.items.push_back(FaultyItem(path, fault.what()));
+  }
+}
+
+// ---- Folders ------------------------------------------------------------------------------------
+
+std::vector<std::string> FilesBelow(const std::string& folder) {
+  std::vector<std::string> files;
+  std::error_code error;
+  fs::recursive_directory_iterator at(folder, error);
+  if (error) RefuseSource(folder, "cannot be listed: " + error.message());
+  for (; at != fs::recursive_directory_iterator(); at.increment(error)) {
+    if (error) RefuseSource(folder, "cannot be listed: " + error.message());
+    std::error_code ignored;
+    const bool isHidden = at->path().filename().string().starts_with('.');
+    if (at->is_directory(ignored)) {
+      if (isHidden) at.disable_recursion_pending();
+      continue;
+    }
+    if (!isHidden && at->is_regular_file(ignored)) files.push_back(at->path().string());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+std::optional<uint64_t> NumberBehind(const std::string& name, std::string_view front,
+                                     std::string_view ending) {
+  if (!name.starts_with(front) || !name.ends_with(ending)) return std::nullopt;
+  const char* begin = name.data() + front.size();
+  const char* end = name.data() + name.size() - ending.size();
+  uint64_t number = 0;
+  const auto [stop, error] = std::from_chars(begin, end, number);
+  if (begin >= end || error != std::errc{} || stop != end) return std::nullopt;
+  return number;
+}
+
+// The file of this input in one test folder: by the name in it, else by its place.
+std::string TestFileOf(const std::string& folder, const InputPlan& plan) {
+  std::string byPlace;
+  for (const std::string& name : NamesIn(folder)) {
+    const auto number = NumberBehind(name, "input_", ".pb");
+    if (!number) continue;
+    const std::string path = folder + "/" + name;
+    if (OpenOnnxTensor(path).name == plan.input.name) return path;
+    if (*number == plan.place) byPlace = path;
+  }
+  return byPlace;
+}
+
+bool IsTestFolder(const std::string& folder) {
+  const std::vector<std::string> names = NamesIn(folder);
+  return std::any_of(names.begin(), names.end(), [](const std::string& name) {
+    return NumberBehind(name, "input_", ".pb").has_value();
+  });
+}
+
+std::vector<std::string> TestFolders(const std::string& folder) {
+  std::map<uint64_t, std::string> byNumber;
+  for (const std::string& name : NamesIn(folder)) {
+    if (const auto number = NumberBehind(name, kTestSet, "")) {
+      byNumber[*number] = folder + "/" + name;
+    }
+  }
+  std::vector<std::string> folders;
+  for (const auto& [number, path] : byNumber) folders.push_back(path);
+  if (folders.empty() && IsTestFolder(folder)) folders.push_back(folder);
+  return folders;
+}
+
+FoundSource FromTestFolders(const std::vector<std::string>& folders, const InputPlan& plan) {
+  FoundSource found;
+  for (const std::string& folder : folders) {
+    const std::string path = TestFileOf(folder, plan);
+    if (path.empty()) {
+      found.items.push_back(FaultyItem(folder, "holds no tensor of the input " +
+                                                   Quoted(plan.input.name) + ", and no input_" +
+                                                   std::to_string(plan.place) + ".pb"));
+      continue;
+    }
+    // One that was made for the model is one item, whatever it could be cut into.
+    AddArray(OpenOnnxTensor(path), path, "", plan, found.items);
+  }
+  return found;
+}
+
+FoundSource FromRun(const std::string& folder, const InputPlan& plan) {
+  const TensorSource source = FindTensors(folder);
+  FoundSource found;
+  if (!source.unfinished.empty()) found.remarks.push_back(source.unfinished);
+  for (const SampleSource& sample : source.samples) {
+    const std::string told =
+        "sample " + std::to_string(sample.index) + " of the run " + Quoted(folder);
+    if (!sample.absence.empty()) {
+      found.items.push_back(FaultyItem(told, sample.absence));
+      continue;
+    }
+    const std::string name = SpelledAsDump(plan.part.value_or(plan.input.name));
+    const OutputPlace* place = nullptr;
+    for (const OutputPlace& output : sample.outputs) {
+      if (output.name == name || (!plan.part && sample.outputs.size() == 1)) place = &output;
+    }
+    if (place == nullptr) {
+      std::string list;
+      for (const OutputPlace& output : sample.outputs) {
+        list += (list.empty() ? "" : ", ") + Printable(output.name);
+      }
+      RefuseSource(folder, "has no output " + Quoted(name) + "; it has " + list +
+                               ". Name one with \"part\" in a job");
+    }
+    AddArray(OpenTensor(place->path), place->path, "", plan, found.items);
+  }
+  return found;
+}
+
+FoundSource FromFolder(const std::string& folder, const InputPlan& plan) {
+  if (fs::exists(folder + "/run.json")) return FromRun(folder, plan);
+  const std::vector<std::string> tests = TestFolders(folder);
+  if (!tests.empty()) return FromTestFolders(tests, plan);
+  FoundSource found;
+  std::vector<std::string> passedOver;
+  for (const std::string& file : FilesBelow(folder)) {
+    AddFile(file, plan, false, found, passedOver);
+  }
+  if (!passedOver.empty()) {
+    std::string names;
+    for (size_t i = 0; i < std::min(passedOver.size(), kMostNamed); ++i) {
+      names += (i == 0 ? "" : ", ") + Printable(passedOver[i]);
+    }
+    if (passedOver.size() > kMostNamed) names += ", …";
+    found.remarks.push_back(Counted(passedOver.size(), "file") + " in " + Quoted(folder) +
+                            (passedOver.size() == 1 ? " is" : " are") +
+                            " no picture and no array, and passed over: " + names);
+  }
+  if (found.items.empty()) {
+    RefuseSource(folder,
+                 "holds no pictures, no arrays (.npy, .npz), no test_data_set_* folders and "
+                 "no run; " +
+                     TakesOf(plan));
+  }
+  return found;
+}
+
+}  // namespace
+
+std::string SourceItem::Name() const {
+  std::string name = path;
+  if (!array.empty()) name += ", array " + Quoted(array);
+  if (item) name += ", item " + std::to_string(*item);
+  return name;
+}
+
+uint64_t InputPlan::ItemBytes() const { return input.DenseBytes().value_or(0); }
+
+ElementType InputPlan::Type() const {
+  return (input.type ? ElementOfCode(*input.type) : std::nullopt).value_or(ElementType::kFloat32);
+}
+
+ArrayFit FitOf(const Shape& shape, const InputPlan& plan) {
+  const bool needsPicture = plan.recipe && plan.recipe->NeedsPicture();
+  const Shape item = shape.empty() ? Shape{} : Shape(shape.begin() + 1, shape.end());
+  if (!needsPicture) {
+    if (IsOneItem(shape, plan)) return ArrayFit::kWhole;
+    if (!shape.empty() && shape.front() > 0 && !item.empty() && IsOneItem(item, plan)) {
+      return ArrayFit::kStack;
+    }
+  }
+  if (!plan.recipe) return ArrayFit::kNone;
+  if (LooksLikePicture(shape)) return ArrayFit::kPicture;
+  return LooksLikePicture(item) && shape.size() == item.size() + 1 ? ArrayFit::kPictures
+                                                                   : ArrayFit::kNone;
+}
+
+FoundSource FindSource(const std::string& path, const InputPlan& plan) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) RefuseSource(path, "is not there");
+  std::string folder = path;
+  while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
+  if (fs::is_directory(status)) return FromFolder(folder, plan);
+  FoundSource found;
+  std::vector<std::string> passedOver;
+  AddFile(path, plan, true, found, passedOver);
+  return found;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,73 @@
+// What tensors are made of: found by what is there, and told by its bytes.
+#ifndef VORN_KIT_PREPARE_SOURCE_H_
+#define VORN_KIT_PREPARE_SOURCE_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/model/model_description.h"
+#include "kit/prepare/recipe.h"
+#include "kit/tensor/stored_tensor.h"
+
+namespace vorn::kit {
+
+enum class SourceKind {
+  kPicture,
+  kArray,    ///< .npy, an array of an archive, an ONNX tensor, a dump of a run
+  kRaw,      ///< the bytes that the model takes, as they are
+  kNumbers,  ///< a text of numbers
+};
+
+/// What one item of one input is made of.
+struct SourceItem {
+  SourceKind kind = SourceKind::kPicture;
+  std::string path;              ///< the file
+  std::string array;             ///< of an archive: the array's name there
+  std::optional<uint64_t> item;  ///< of several in the file, one behind the other
+  std::string fault;             ///< why nothing can be made of it; then nothing else counts
+
+  /// "photos/cat.jpg", "x.npz, array 'x', item 3".
+  [[nodiscard]] std::string Name() const;
+};
+
+/// An input of the model, and what it is to be filled with.
+struct InputPlan {
+  TensorDescription input;
+  size_t place = 0;         ///< among the inputs that take files
+  bool isSequence = false;  ///< frames of a recurrent model: as many as there are, or fewer
+  std::optional<Recipe> recipe;
+  std::optional<std::string> part;  ///< the array of an archive, or the output of a run
+
+  /// Bytes of one item, whole.
+  [[nodiscard]] uint64_t ItemBytes() const;
+  [[nodiscard]] ElementType Type() const;
+};
+
+struct FoundSource {
+  std::vector<SourceItem> items;
+  std::vector<std::string> remarks;
+};
+
+/// A file, or a folder: one of pictures and arrays, whatever is in it in the order of the names; a
+/// run; ONNX's test_data_set_* folders. Throws a Fault of kInput that says what was looked for and
+/// what is there.
+[[nodiscard]] FoundSource FindSource(const std::string& path, const InputPlan& plan);
+
+/// How an array fills an input.
+enum class ArrayFit {
+  kWhole,     ///< it is one item
+  kStack,     ///< its outermost dimension counts items
+  kPicture,   ///< it is a picture for the recipe, [height, width] or [height, width, channels]
+  kPictures,  ///< several of them
+  kNone,
+};
+
+/// By the shapes: those that hold the same once dimensions of 1 in front are left out, and a flat
+/// array of as many elements. A recipe that needs pictures is given pictures.
+[[nodiscard]] ArrayFit FitOf(const Shape& shape, const InputPlan& plan);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_PREPARE_SOURCE_H_

@@ -1,0 +1,254 @@
+#include "kit/prepare/workers.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "kit/common/printable.h"
+
+namespace vorn::kit {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kTickMs = 100;
+constexpr size_t kMostAnswerBytes = 16 << 20;
+
+struct AnswerHead {
+  uint32_t status;
+  uint32_t bytes;
+};
+
+bool WriteAll(int fd, const void* from, size_t bytes) {
+  const char* at = static_cast<const char*>(from);
+  while (bytes > 0) {
+    const ssize_t written = send(fd, at, bytes, MSG_NOSIGNAL);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    at += written;
+    bytes -= static_cast<size_t>(written);
+  }
+  return true;
+}
+
+bool ReadAll(int fd, void* to, size_t bytes) {
+  char* at = static_cast<char*>(to);
+  while (bytes > 0) {
+    const ssize_t taken = recv(fd, at, bytes, 0);
+    if (taken < 0 && errno == EINTR) continue;
+    if (taken <= 0) return false;
+    at += taken;
+    bytes -= static_cast<size_t>(taken);
+  }
+  return true;
+}
+
+// ---- In the child -------------------------------------------------------------------------------
+
+uint64_t MappedBytes() {
+  std::FILE* file = std::fopen("/proc/self/statm", "re");
+  if (file == nullptr) return 0;
+  unsigned long long pages = 0;
+  if (std::fscanf(file, "%llu", &pages) != 1) pages = 0;
+  std::fclose(file);
+  return pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+void LimitMemory(uint64_t bytes) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  (void)bytes;  // their shadow is mapped as terabytes
+  (void)MappedBytes;
+#else
+  const rlimit limit{.rlim_cur = MappedBytes() + bytes, .rlim_max = MappedBytes() + bytes};
+  (void)setrlimit(RLIMIT_AS, &limit);  // without it there is one guard less
+#endif
+}
+
+TaskAnswer AnswerTo(uint64_t task, const std::function<std::string(uint64_t)>& work,
+                    uint64_t memoryBytes) {
+  try {
+    return {task, ExitStatus::kDone, work(task)};
+  } catch (const Fault& fault) {
+    return {task, fault.Status(), fault.what()};
+  } catch (const std::bad_alloc&) {
+    return {task, ExitStatus::kLimit,
+            "takes more memory than the " + SizeText(memoryBytes) + " that it may"};
+  } catch (const std::exception& error) {
+    return {task, ExitStatus::kOwnFault, error.what()};
+  }
+}
+
+[[noreturn]] void Serve(int fd, pid_t parent, const WorkerLimits& limits,
+                        const std::function<std::string(uint64_t)>& work) {
+  // Nobody would want the answer of a child whose parent has died.
+  (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(1);
+  // A terminal's Ctrl-C is the parent's to answer.
+  (void)signal(SIGINT, SIG_IGN);
+  const rlimit noCore{.rlim_cur = 0, .rlim_max = 0};
+  (void)setrlimit(RLIMIT_CORE, &noCore);
+  LimitMemory(limits.memoryBytes);
+  uint64_t task = 0;
+  while (ReadAll(fd, &task, sizeof task)) {
+    TaskAnswer answer = AnswerTo(task, work, limits.memoryBytes);
+    answer.text.resize(std::min(answer.text.size(), kMostAnswerBytes));
+    const AnswerHead head{static_cast<uint32_t>(answer.status),
+                          static_cast<uint32_t>(answer.text.size())};
+    if (!WriteAll(fd, &head, sizeof head)) break;
+    if (!WriteAll(fd, answer.text.data(), answer.text.size())) break;
+  }
+  _exit(0);
+}
+
+// ---- In the parent ------------------------------------------------------------------------------
+
+// One child, and the task that it is at.
+class Worker {
+ public:
+  Worker(const WorkerLimits& limits, const std::function<std::string(uint64_t)>& work)
+      : limits_(limits), work_(work) {}
+  ~Worker() { (void)End(); }
+  Worker(const Worker&) = delete;
+  Worker& operator=(const Worker&) = delete;
+
+  [[nodiscard]] int Descriptor() const { return fd_; }
+  [[nodiscard]] bool IsBusy() const { return isBusy_; }
+  [[nodiscard]] bool IsLate() const { return isBusy_ && Clock::now() > deadline_; }
+
+  void Give(uint64_t task) {
+    // A child that died between two tasks took none with it.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      if (fd_ < 0) Start();
+      if (WriteAll(fd_, &task, sizeof task)) break;
+      (void)End();
+    }
+    task_ = task;
+    isBusy_ = true;
+    deadline_ = Clock::now() + limits_.time;
+  }
+
+  // What has come: an answer, or the end of the child.
+  TaskAnswer Take() {
+    isBusy_ = false;
+    AnswerHead head{};
+    TaskAnswer answer{task_, ExitStatus::kDone, ""};
+    if (fd_ >= 0 && ReadAll(fd_, &head, sizeof head) && head.bytes <= kMostAnswerBytes) {
+      answer.status = static_cast<ExitStatus>(head.status);
+      answer.text.resize(head.bytes);
+      if (ReadAll(fd_, answer.text.data(), head.bytes)) return answer;
+    }
+    const int status = End();
+    answer.status = ExitStatus::kInput;
+    answer.text = WIFSIGNALED(status)
+                      ? "ended its process by signal " + std::to_string(WTERMSIG(status)) + " (" +
+                            strsignal(WTERMSIG(status)) + ")"
+                      : "ended its process";
+    return answer;
+  }
+
+  TaskAnswer GiveUp() {
+    isBusy_ = false;
+    (void)End();
+    return {task_, ExitStatus::kLimit,
+            "takes longer than the " +
+                Counted(static_cast<uint64_t>(limits_.time.count()), "second") + " that it may"};
+  }
+
+ private:
+  void Start() {
+    int pair[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) RefuseStart(errno);
+    const pid_t parent = getpid();
+    std::fflush(nullptr);  // or a child would write it once more
+    pid_ = fork();
+    if (pid_ < 0) {
+      const int error = errno;
+      close(pair[0]);
+      close(pair[1]);
+      RefuseStart(error);
+    }
+    if (pid_ == 0) {
+      close(pair[0]);
+      Serve(pair[1], parent, limits_, work_);
+    }
+    close(pair[1]);
+    fd_ = pair[0];
+  }
+
+  [[noreturn]] static void RefuseStart(int error) {
+    throw Fault(ExitStatus::kLimit, "no process can be started: " + SystemReason(error));
+  }
+
+  int End() {
+    if (fd_ < 0) return 0;
+    close(fd_);
+    fd_ = -1;
+    // One that answers nobody has ended by itself, or has to be ended; the first is told.
+    int status = 0;
+    pid_t ended = waitpid(pid_, &status, WNOHANG);
+    for (int i = 0; ended == 0 && i < 20; ++i) {
+      usleep(1000);
+      ended = waitpid(pid_, &status, WNOHANG);
+    }
+    if (ended == 0) {
+      kill(pid_, SIGKILL);
+      while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+      }
+    }
+    return status;
+  }
+
+  const WorkerLimits& limits_;
+  const std::function<std::string(uint64_t)>& work_;
+  int fd_ = -1;
+  pid_t pid_ = -1;
+  bool isBusy_ = false;
+  uint64_t task_ = 0;
+  Clock::time_point deadline_;
+};
+
+}  // namespace
+
+void RunTasks(uint64_t tasks, const WorkerLimits& limits,
+              const std::function<std::string(uint64_t)>& work,
+              const std::function<bool(const TaskAnswer&)>& take,
+              const std::function<void()>& idle) {
+  std::vector<std::unique_ptr<Worker>> workers;
+  const size_t count = std::max<size_t>(1, std::min<uint64_t>(limits.workers, tasks));
+  for (size_t i = 0; i < count; ++i) workers.push_back(std::make_unique<Worker>(limits, work));
+  uint64_t next = 0;
+  uint64_t open = tasks;
+  while (open > 0) {
+    std::vector<pollfd> waited;
+    std::vector<Worker*> busy;
+    for (const auto& worker : workers) {
+      if (!worker->IsBusy() && next < tasks) worker->Give(next++);
+      if (!worker->IsBusy()) continue;
+      waited.push_back({worker->Descriptor(), POLLIN, 0});
+      busy.push_back(worker.get());
+    }
+    (void)poll(waited.data(), waited.size(), kTickMs);
+    for (size_t i = 0; i < busy.size(); ++i) {
+      const bool hasCome = waited[i].revents != 0;
+      if (!hasCome && !busy[i]->IsLate()) continue;
+      --open;
+      if (!take(hasCome ? busy[i]->Take() : busy[i]->GiveUp())) return;
+    }
+    idle();
+  }
+}
+
+}  // namespace vorn::kit

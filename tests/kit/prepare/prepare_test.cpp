@@ -1,0 +1,259 @@
+// `vorn prepare` as a program.
+#include "kit/prepare/prepare.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "kit/model/model_json.h"
+#include "support/command.h"
+#include "support/files.h"
+#include "support/json_schema.h"
+#include "vorn/vorn.h"
+
+namespace vorn::kit {
+namespace {
+
+namespace fs = std::filesystem;
+using support::Bytes;
+using support::Outcome;
+using testing::HasSubstr;
+
+TensorDescription Input(const std::string& name, std::vector<int64_t> shape, uint32_t type) {
+  TensorDescription input;
+  input.name = name;
+  input.shape = std::move(shape);
+  input.type = type;
+  input.elementBits = BitsOfType(type);
+  input.format = VORN_FORMAT_NCHW;
+  return input;
+}
+
+class PrepareVerb : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return folder_.Path() / name; }
+
+  void Write(const std::string& name, const std::string& bytes) const {
+    support::WriteFile(Path(name), bytes);
+  }
+
+  // A picture of one colour.
+  void Colour(const std::string& name, int red, int green, int blue, int side = 2) const {
+    std::string bytes = "P6\n" + std::to_string(side) + " " + std::to_string(side) + "\n255\n";
+    for (int i = 0; i < side * side; ++i) {
+      for (const int value : {red, green, blue}) bytes += static_cast<char>(value);
+    }
+    Write(name, bytes);
+  }
+
+  void Model(const std::vector<TensorDescription>& inputs,
+             int32_t netType = VORN_NET_FEED_FORWARD) const {
+    ModelDescription model;
+    model.netType = netType;
+    model.inputs = inputs;
+    for (const TensorRole role : {TensorRole::kTask, TensorRole::kWork}) {
+      TensorDescription scratch = Input("scratch", {64}, VORN_UINT8);
+      scratch.role = role;
+      model.inputs.push_back(scratch);
+    }
+    model.model.path = "model.om";
+    Write("model.json", ToJson(model));
+  }
+
+  Outcome Run(std::vector<std::string> words) const {
+    words.insert(words.begin(), "prepare");
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = words;
+    command.directory = folder_.Path();
+    return RunCommand(command);
+  }
+
+  Outcome Prepare(std::vector<std::string> words) const {
+    words.insert(words.begin(), {"--model-json", "model.json", "-o", "out"});
+    return Run(words);
+  }
+
+  std::string Out(const std::string& name) const { return support::ReadFile(Path("out/" + name)); }
+
+  support::TempDir folder_;
+};
+
+TEST_F(PrepareVerb, MakesAFolderOfPicturesIntoTensorsAndAList) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("photos/b.ppm", 0, 255, 0);
+  Colour("photos/a.ppm", 255, 0, 51);
+  Write("photos/README", "no picture");
+  const Outcome ended = Prepare({"--input", "photos", "--recipe", "zero-one"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("list.txt"), "tensors/000000.bin\ntensors/000001.bin\n");
+  EXPECT_EQ(Out("tensors/000000.bin"),
+            Bytes<float>({1, 1, 1, 1, 0, 0, 0, 0, 0.2F, 0.2F, 0.2F, 0.2F}));
+  EXPECT_EQ(Out("tensors/000001.bin"), Bytes<float>({0, 0, 0, 0, 1, 1, 1, 1, 0, 0, 0, 0}));
+  EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
+  EXPECT_THAT(Out("manifest.json"), HasSubstr("photos/a.ppm"));
+  EXPECT_THAT(ended.err,
+              HasSubstr("1 file in 'photos' is no picture and no array, and passed over: "
+                        "README\n"));
+  EXPECT_THAT(ended.err, HasSubstr("2 tensors of 2 samples; the list is 'out/list.txt'\n"));
+  EXPECT_EQ(ended.out, "");
+  EXPECT_FALSE(fs::exists(Path("out/prepared.jsonl")));
+}
+
+TEST_F(PrepareVerb, TakesNamedInputsInTheModelsOrder) {
+  Model({Input("a=b", {2}, VORN_INT32), Input("a", {1}, VORN_UINT8)});
+  Write("first", Bytes<int32_t>({1, 2, 3, 4}));
+  Write("second", std::string("\x07\x08", 2));
+  const Outcome ended = Prepare({"--input", "a=second", "--input", "a=b=first"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("list.txt"),
+            "tensors/000000.0.bin\ntensors/000000.1.bin\ntensors/000001.0.bin\n"
+            "tensors/000001.1.bin\n");
+  EXPECT_EQ(Out("tensors/000001.0.bin"), Bytes<int32_t>({3, 4}));
+  EXPECT_EQ(Out("tensors/000001.1.bin"), "\x08");
+}
+
+TEST_F(PrepareVerb, SharesAnItemThatAllSamplesTake) {
+  Model({Input("x", {1}, VORN_UINT8), Input("mask", {1}, VORN_UINT8)});
+  Write("x", "abc");
+  Write("mask", "m");
+  const Outcome ended = Prepare({"--input", "x=x", "--input", "mask=mask"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("list.txt"),
+            "tensors/000000.0.bin\ntensors/000000.1.bin\ntensors/000001.0.bin\n"
+            "tensors/000000.1.bin\ntensors/000002.0.bin\ntensors/000000.1.bin\n");
+}
+
+TEST_F(PrepareVerb, ReadsNumbersOutOfTexts) {
+  Model({Input("x", {1, 3}, VORN_FLOAT32)});
+  Write("rows.csv", "# three a row\n1, 2, 3\n4, 5, 6.5\n");
+  const Outcome ended = Prepare({"--input", "rows.csv"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("tensors/000000.bin"), Bytes<float>({1, 2, 3}));
+  EXPECT_EQ(Out("tensors/000001.bin"), Bytes<float>({4, 5, 6.5F}));
+}
+
+TEST_F(PrepareVerb, PacksBatchesAndFillsUpTheLast) {
+  Model({Input("x", {1, 2}, VORN_UINT8)});
+  Write("x", "aabbccddee");
+  const Outcome ended = Prepare({"--input", "x", "-b", "3"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("tensors/000000.bin"), "aabbcc");
+  EXPECT_EQ(Out("tensors/000001.bin"), "ddeeee");
+  EXPECT_THAT(ended.err, HasSubstr("the last batch has 2 items of its own and 1 copy of"));
+  EXPECT_THAT(Out("manifest.json"), HasSubstr("\"filled\":1"));
+  EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
+}
+
+TEST_F(PrepareVerb, NamesEachFaultAndWritesNoList) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("photos/a.ppm", 1, 2, 3);
+  Write("photos/b.ppm", "P6\n2 2\n255\nxx");
+  Write("photos/c.png", "\x89PNG\r\n\x1a\nrubbish");
+  const Outcome ended = Prepare({"--input", "photos", "--recipe", "zero-one"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err,
+              HasSubstr("2 sources cannot be used, and no list is written; --keep-going"));
+  EXPECT_THAT(ended.err, HasSubstr("photos/b.ppm"));
+  EXPECT_THAT(ended.err, HasSubstr("photos/c.png"));
+  EXPECT_FALSE(fs::exists(Path("out/list.txt")));
+  EXPECT_FALSE(fs::exists(Path("out/manifest.json")));
+
+  const Outcome rest =
+      Prepare({"--input", "photos", "--recipe", "zero-one", "--keep-going", "--resume"});
+  EXPECT_EQ(rest.status, 8) << rest.Describe();
+  EXPECT_EQ(Out("list.txt"), "tensors/000000.bin\n");
+  EXPECT_THAT(rest.err, HasSubstr("1 tensor of 1 sample, 1 of them as they were"));
+  EXPECT_THAT(Out("manifest.json"), HasSubstr("\"left\": [\n"));
+  EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
+}
+
+TEST_F(PrepareVerb, MakesAgainOnlyWhatChanged) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  for (const char* name : {"a", "b", "c"}) Colour(std::string("photos/") + name + ".ppm", 1, 2, 3);
+  const std::vector<std::string> words{"--input", "photos", "--recipe", "zero-one"};
+  ASSERT_EQ(Prepare(words).status, 0);
+  const std::string list = Out("list.txt");
+
+  std::vector<std::string> again = words;
+  again.emplace_back("--resume");
+  EXPECT_THAT(Prepare(again).err, HasSubstr("3 of them as they were"));
+  EXPECT_EQ(Out("list.txt"), list);
+  Colour("photos/b.ppm", 9, 9, 9);
+  Write("out/tensors/000002.bin", Bytes<float>(std::vector<float>(12, 5)));
+  EXPECT_THAT(Prepare(again).err, HasSubstr("1 of them as they were"));
+  EXPECT_EQ(Out("tensors/000001.bin").substr(0, 4), Bytes<float>({9.0F / 255}));
+  EXPECT_EQ(Out("tensors/000002.bin"), Out("tensors/000000.bin"));
+  // Another recipe makes all of them anew.
+  const Outcome other = Prepare({"--input", "photos", "--recipe", "bytes", "--resume"});
+  EXPECT_THAT(other.err, HasSubstr("3 tensors of 3 samples; the list"));
+  // A picture less leaves no tensor behind.
+  fs::remove(Path("photos/c.ppm"));
+  EXPECT_EQ(Prepare(again).status, 0);
+  EXPECT_FALSE(fs::exists(Path("out/tensors/000002.bin")));
+}
+
+TEST_F(PrepareVerb, WritesIntoAnEmptyFolderOnly) {
+  Model({Input("x", {1}, VORN_UINT8)});
+  Write("x", "a");
+  Write("out/mine", "precious");
+  const Outcome ended = Prepare({"--input", "x"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("the folder 'out' is not empty ('mine'); give another one"));
+  fs::remove_all(Path("out"));
+  ASSERT_EQ(Prepare({"--input", "x"}).status, 0);
+  EXPECT_THAT(Prepare({"--input", "x"}).err, HasSubstr("--resume makes again only what changed"));
+}
+
+TEST_F(PrepareVerb, WritesNothingWhenDry) {
+  Model({Input("x", {1}, VORN_UINT8)});
+  Write("x", "abc");
+  const Outcome ended = Prepare({"--input", "x", "--dry-run"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("3 samples, 3 bytes; nothing is written"));
+  EXPECT_FALSE(fs::exists(Path("out")));
+}
+
+TEST_F(PrepareVerb, SaysWhatAnInputTakes) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Write("short.bin", "abc");
+  Outcome ended = Prepare({"--input", "short.bin"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("as raw values it has 3 bytes; the input 'picture' takes "
+                                   "1x3x2x2 of float32, 48 bytes"));
+  Colour("a.ppm", 1, 2, 3);
+  ended = Prepare({"--input", "a.ppm"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("is a picture, and nothing says how it becomes"));
+  ended = Prepare({"--input", "pictur=a.ppm"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("'pictur=a.ppm' is not there"));
+  ended = Prepare({"--recipe", "zero-one"});
+  EXPECT_EQ(ended.status, 2);
+  ended = Prepare({});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("nothing is given for the input 'picture'"));
+}
+
+TEST_F(PrepareVerb, TakesAJobWithNamesThatNoWordHolds) {
+  Model({Input("x:0\n", {2}, VORN_UINT8)});
+  Write("here/values", "ab");
+  Write("here/job.json", R"({"schema": 1, "inputs": [{"name": "x:0\n", "source": "values"}]})");
+  EXPECT_EQ(Prepare({"--job", "here/job.json"}).status, 0);
+  EXPECT_EQ(Out("tensors/000000.bin"), "ab");
+  Write("here/job.json", R"({"schema": 1, "inputs": [{"name": "y", "source": "values"}]})");
+  const Outcome ended = Prepare({"--job", "here/job.json", "--resume"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("the model has no input 'y'"));
+}
+
+TEST_F(PrepareVerb, ListsAndShowsRecipes) {
+  EXPECT_THAT(Run({"--recipes"}).out, HasSubstr("imagenet-torchvision"));
+  const Outcome shown = Run({"--show-recipe", "imagenet-torchvision"});
+  EXPECT_EQ(shown.status, 0);
+  EXPECT_THAT(shown.out, HasSubstr("0.485"));
+}
+
+}  // namespace
+}  // namespace vorn::kit
