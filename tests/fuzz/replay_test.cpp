@@ -31,6 +31,8 @@ constexpr Target kTargets[] = {
     {"model_image", fuzz::ModelImage},
 #elif defined(VORN_REPLAY_CONFIGURATION)  // the one below the host runtime's interface
     {"configuration", fuzz::Configuration},
+#elif defined(VORN_REPLAY_PICTURES)       // the one that needs the libraries of pictures
+    {"pictures", fuzz::Pictures},
 #elif defined(VORN_REPLAY_KIT)
     {"judge_files", fuzz::JudgeFiles},
     {"kit_texts", fuzz::KitTexts},

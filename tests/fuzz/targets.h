@@ -40,6 +40,9 @@ void KitTexts(std::span<const uint8_t> bytes);
 /// for which it looks for a cause.
 void JudgeFiles(std::span<const uint8_t> bytes);
 
+/// A file of a picture, decoded, or a picture, resized.
+void Pictures(std::span<const uint8_t> bytes);
+
 /// One of the texts around a run: a set of calls, a list, a log, times.
 void LaunchTexts(std::span<const uint8_t> bytes);
 
