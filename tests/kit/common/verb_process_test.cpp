@@ -1,0 +1,81 @@
+#include "kit/common/verb_process.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "kit/common/own_folder.h"
+#include "support/files.h"
+
+namespace vorn::kit {
+namespace {
+
+// A verb beside this test that is a script.
+class VerbProcess : public testing::Test {
+ protected:
+  VerbProcess() : path_(OwnFolder() + "/vorn-trial" + std::to_string(getpid())) {}
+  ~VerbProcess() override { std::filesystem::remove(path_); }
+
+  VerbEnd Run(const std::string& script, VerbCall call = {}) const {
+    support::WriteFile(path_, "#!/bin/sh\n" + script + "\n");
+    chmod(path_.c_str(), 0755);
+    call.verb = "trial" + std::to_string(getpid());
+    return RunVerbProcess(call);
+  }
+
+  std::string path_;
+};
+
+TEST_F(VerbProcess, GivesStatusAndOutput) {
+  const VerbEnd end =
+      Run("printf '<%s>' \"$@\"; exit 8", {.verb = "", .words = {"a b", "", "c\n"}});
+  EXPECT_EQ(end.status, ExitStatus::kPartial);
+  EXPECT_EQ(end.out, "<a b><><c\n>");
+}
+
+TEST_F(VerbProcess, LaysVariablesOverTheEnvironment) {
+  setenv("VORN_TRIAL_GONE", "here", 1);
+  const VerbEnd end =
+      Run("echo \"$VORN_TRIAL_SET ${VORN_TRIAL_GONE-gone}\"",
+          {.verb = "",
+           .words = {},
+           .environment = {{"VORN_TRIAL_SET", "set"}, {"VORN_TRIAL_GONE", std::nullopt}}});
+  EXPECT_EQ(end.out, "set gone\n");
+  unsetenv("VORN_TRIAL_GONE");
+}
+
+TEST_F(VerbProcess, IsAFaultWhereASignalEndedIt) {
+  try {
+    (void)Run("kill -9 $$");
+    FAIL() << "it ended by itself";
+  } catch (const Fault& fault) {
+    EXPECT_EQ(fault.Status(), ExitStatus::kRuntime);
+    EXPECT_NE(std::string(fault.what()).find("was ended by signal 9 (Killed)"), std::string::npos);
+  }
+}
+
+TEST(RunVerbProcess, NamesAVerbThatIsMissing) {
+  try {
+    (void)RunVerbProcess({.verb = "nothing-of-that-name", .words = {}});
+    FAIL() << "it ran";
+  } catch (const Fault& fault) {
+    EXPECT_EQ(fault.Status(), ExitStatus::kOwnFault);
+    EXPECT_NE(std::string(fault.what()).find("the verb nothing-of-that-name is missing"),
+              std::string::npos);
+  }
+}
+
+TEST(CommandText, CanBeRepeated) {
+  EXPECT_EQ(CommandText({.verb = "judge", .words = {"my run", "--exact"}}),
+            "vorn judge 'my run' --exact");
+  EXPECT_EQ(CommandText({.verb = "launch",
+                         .words = {"-m", "x"},
+                         .environment = {{"LD_LIBRARY_PATH", "/a"}, {"GONE", std::nullopt}}}),
+            "env -u GONE LD_LIBRARY_PATH=/a vorn launch -m x");
+}
+
+}  // namespace
+}  // namespace vorn::kit
