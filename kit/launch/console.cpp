@@ -22,8 +22,9 @@ bool IsTerminal() {
 }  // namespace
 
 std::string ProgressText(const Progress& progress) {
-  std::string text = std::to_string(progress.done) + " of " + std::to_string(progress.all) +
-                     (progress.all == 1 ? " inference" : " inferences");
+  std::string text = progress.series.empty() ? "" : progress.series + ": ";
+  text += std::to_string(progress.done) + " of " + std::to_string(progress.all) +
+          (progress.all == 1 ? " inference" : " inferences");
   constexpr double kMilli = 1000;
   constexpr uint64_t kMinute = 60;
   const double seconds = static_cast<double>(progress.elapsed.count()) / kMilli;

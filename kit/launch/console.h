@@ -9,7 +9,8 @@
 namespace vorn::kit {
 
 struct Progress {
-  uint64_t done = 0;  ///< of all, those that were done before included
+  std::string series;  ///< "A" or "B" of two that take turns
+  uint64_t done = 0;   ///< of all, those that were done before included
   uint64_t all = 0;
   uint64_t doneHere = 0;  ///< in `elapsed`
   uint64_t faults = 0;

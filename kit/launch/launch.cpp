@@ -55,6 +55,15 @@ void CheckSameRun(const std::string& run, const RunFacts& before, const RunFacts
   }
 }
 
+// What a script does is not known from its bytes: one that was put in order may be the same to a
+// run.
+std::string WhyNotSameProgram(const std::string& run, const RunFacts& before, const RunFacts& now) {
+  if (!before.program || !now.program || before.program->xxh3 == now.program->xxh3) return "";
+  const bool isOfSamePath = before.program->path == now.program->path;
+  return Quoted(run) + " was begun with another program (" + Quoted(before.program->path) +
+         (isOfSamePath ? ", which has changed" : "; now it is " + Quoted(now.program->path)) + ")";
+}
+
 class Launcher {
  public:
   Launcher(const LaunchRequest& request, Plan plan, Console& console, StopSignals& signals)
@@ -133,6 +142,7 @@ class Launcher {
     facts.configuration = plan_.model.configuration;
     facts.list = plan_.list;
     facts.runtime = plan_.model.runtime;
+    facts.program = plan_.program;
     facts.mapped = plan_.libraries;
     for (MappedFile& file : facts.mapped) {  // as the system tells it of what is mapped
       if (std::string real = RealPath(file.path); !real.empty()) file.path = std::move(real);
@@ -150,28 +160,36 @@ class Launcher {
     RemoveTree(folder_.Path(kChunksFolder));
     MakeFolders(folder_.Path(kDumpsFolder));
     if (plan_.isModelKnown) WriteWholeFile(folder_.Path(kModelFile), ToJson(plan_.model));
+    report_.Facts().counts = samples_->CountsSoFar(0);
     WriteRun();
   }
 
   // What is there stays where it is of the same files and verifies.
   void GoOn(const RunFacts& before) {
     CheckSameRun(request_.run, before, report_.Facts());
-    isBegun_ = true;
     RunFacts& facts = report_.Facts();
+    const std::string otherProgram = WhyNotSameProgram(request_.run, before, facts);
+    if (!otherProgram.empty() && !request_.isAnyway) {
+      throw Fault(ExitStatus::kUsage,
+                  otherProgram + "; name another folder with --run, or go on with --anyway");
+    }
+    isBegun_ = true;
     facts.startRealtimeNs = before.startRealtimeNs;
-    if (!facts.runtime) facts.runtime = before.runtime;
     facts.counts = before.counts;
+    if (!facts.runtime) facts.runtime = before.runtime;
     // That of the end is told of the last process, and that of outputs is found again.
     for (const RunWarning& warning : before.warnings) {
       const bool isOver = warning.id == kProgramEndWarning || warning.id == kRepeatedWarning;
       if (!isOver) facts.warnings.push_back(warning);
     }
     facts.phases = before.phases;
+    if (!otherProgram.empty()) report_.Warn("program-changed", 1, otherProgram);
     WriteRun();
     samples_->TakeBefore([&] { return !IsCutOff(); });
     if (isOver_) return;
     attempts_ = times_->Attempts();
     const uint64_t recorded = samples_->Done();
+    facts.counts = samples_->CountsSoFar(0);
     TakeLeftJobs();
     if (isOver_) return;
     times_->KeepLastOf(samples_->AreDone());
@@ -318,13 +336,15 @@ class Launcher {
     } else {
       RemoveTree(job.folder);
     }
+    report_.Facts().counts = samples_->CountsSoFar(0);
     WriteRun();
     return left;
   }
 
   void Look(pid_t pid, const ProgramLog& log) {
     const auto now = std::chrono::steady_clock::now();
-    console_.Show({.done = samples_->Done() + log.Dumped(),
+    console_.Show({.series = request_.series,
+                   .done = samples_->Done() + log.Dumped(),
                    .all = plan_.inferences,
                    .doneHere = doneHere_ + log.Dumped(),
                    .faults = report_.Faults() + log.Faults(),
@@ -335,6 +355,7 @@ class Launcher {
     isLookedAt_ = true;
     isLookedAtLoaded_ = log.IsModelLoaded();
     lookedAt_ = now;
+    ShowCounts(log.Dumped(), now);
     moments_->Append(ToLine(TakeMoment(pid)));
     for (const std::string& path : MappedLibraries(pid)) {
       auto& mapped = report_.Facts().mapped;
@@ -342,6 +363,21 @@ class Launcher {
                                        [&](const MappedFile& file) { return file.path == path; });
       if (!isKnown) mapped.push_back({.path = path, .buildId = BuildIdOf(path)});
     }
+  }
+
+  // For whoever reads run.json meanwhile. A slow disk is not to be kept busy with it.
+  void ShowCounts(uint64_t dumped, SteadyTime now) {
+    constexpr int kShare = 100;  // of the time, one part at most
+    const SampleCounts counts = samples_->CountsSoFar(dumped);
+    if (now < countAgain_ || counts == report_.Facts().counts) return;
+    report_.Facts().counts = counts;
+    try {
+      WriteRun();
+    } catch (const Fault&) {
+      // What has to be written will be tried again, and tell of it.
+    }
+    const auto done = std::chrono::steady_clock::now();
+    countAgain_ = done + (done - now) * kShare;
   }
 
   // Of a model that could not be described, what the program printed of it.
@@ -503,7 +539,7 @@ class Launcher {
           : hasFailed ? RunState::kFailed
                       : RunState::kDone,
           report_.Status());
-    report_.Summarise();
+    report_.Summarise(plan_.isModelKnown ? std::nullopt : std::optional(plan_.lines.size()));
   }
 
   void ForgetWhatWasTraced() {
@@ -537,6 +573,7 @@ class Launcher {
   bool isLookedAt_ = false;
   bool isLookedAtLoaded_ = false;  // once the model of the process was there
   SteadyTime lookedAt_;
+  SteadyTime countAgain_;  // not before
 };
 
 }  // namespace

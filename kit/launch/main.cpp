@@ -70,7 +70,8 @@ constexpr Option kOptions[] = {
      "The program of B, where it is another: a script may name another runtime."},
     {"b-model-json", 0, "FILE", "As --model-json, of B's model."},
     {"dry-run", 0, "", "Check everything, and run nothing."},
-    {"anyway", 0, "", "Run although the checks find faults, and say them."},
+    {"anyway", 0, "",
+     "Run although the checks find faults, or --resume finds another program, and say them."},
     {"json", 0, "",
      "Print run.json on standard output at the end; with --interleave an array of both."},
     {"quiet", 'q', "", "Say nothing on standard error but why it could not run."},
@@ -176,6 +177,8 @@ std::array<LaunchRequest, 2> RequestsOf(const Arguments& arguments) {
   }
   one.run += std::string("/") + kTurnFolders[0];
   other.run += std::string("/") + kTurnFolders[1];
+  one.series = kTurnFolders[0];
+  other.series = kTurnFolders[1];
   return {std::move(one), std::move(other)};
 }
 

@@ -103,6 +103,7 @@ class Planner {
 
   void FindLibraries() {
     const std::optional<LinkedLibraries> libraries = AskLoader(request_.program);
+    plan_.program = IdentifyFile(request_.program, "the program", ExitStatus::kRuntime);
     if (!libraries) {
       Find(ExitStatus::kDone,
            "the program " + Quoted(request_.program) +

@@ -33,6 +33,7 @@ struct LaunchRequest {
   bool isTraced = true;
   bool isTextKept = true;
   bool areArrays = false;
+  std::string series;                ///< "A" or "B" of two that take turns
   uint64_t runsOfDisk = 1;           ///< that find their room on the disk together
   bool isAnyway = false;             ///< what speaks against it is said, and it runs
   std::vector<std::string> command;  ///< of the verb
@@ -43,6 +44,7 @@ struct Plan {
   bool isModelKnown = false;
   ModelDescription model;  ///< with the identity of model, configuration and runtime
   std::optional<FileIdentity> list;
+  std::optional<FileIdentity> program;
   std::vector<ListLine> lines;
   ResolvedList inputs;
   uint64_t perInference = 0;  ///< inputs; 0 while the model is not known

@@ -92,7 +92,7 @@ std::string RunReport::PlaceOf(const SampleRecord& record) const {
   return Printable(request_.list) + ":" + std::to_string(record.inputs.front().line);
 }
 
-void RunReport::Summarise() {
+void RunReport::Summarise(std::optional<uint64_t> undividedLines) {
   if (troubles_ > kMostNamed) {
     console_.Say("and " + std::to_string(troubles_ - kMostNamed) +
                  " more; samples.jsonl names them all");
@@ -105,8 +105,13 @@ void RunReport::Summarise() {
                  warning.message);
   }
   const SampleCounts& counts = facts_.counts;
-  std::string text = Quoted(request_.run) + " has " + std::to_string(counts.done) + " of " +
-                     Counted(counts.inferences, "inference");
+  std::string text = Quoted(request_.run) + " has " + std::to_string(counts.done) + " of ";
+  if (undividedLines) {
+    text += "the inferences of " + Counted(*undividedLines, "line") +
+            " of the list; how many that are is not known without the model's inputs";
+  } else {
+    text += Counted(counts.inferences, "inference");
+  }
   const auto add = [&](uint64_t count, const char* what) {
     if (count > 0) text += ", " + std::to_string(count) + " " + what;
   };
@@ -114,7 +119,7 @@ void RunReport::Summarise() {
   add(counts.aside, "put aside");
   add(counts.missing, "not run");
   console_.Say(text);
-  if (counts.done != counts.inferences) TellHowToGoOn();
+  if (!undividedLines && counts.done != counts.inferences) TellHowToGoOn();
 }
 
 void RunReport::TellHowToGoOn() {

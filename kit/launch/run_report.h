@@ -3,6 +3,7 @@
 #define VORN_KIT_LAUNCH_RUN_REPORT_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,8 +61,9 @@ class RunReport {
   /// "list.txt:3", where the inputs of an inference begin.
   [[nodiscard]] std::string PlaceOf(const SampleRecord& record) const;
 
-  /// The warnings and counts, and how to go on if something is missing.
-  void Summarise();
+  /// The warnings and counts, and how to go on if something is missing. `undividedLines`: the lines
+  /// of the list where nothing told how many of them make an inference.
+  void Summarise(std::optional<uint64_t> undividedLines);
   void TellHowToGoOn();
 
  private:

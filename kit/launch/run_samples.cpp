@@ -61,7 +61,23 @@ RunSamples::RunSamples(const LaunchRequest& request, const Plan& plan, const Run
 
 void RunSamples::Restart() {
   isDone_.assign(plan_.inferences, false);
-  done_ = 0;
+  done_ = failed_ = aside_ = 0;
+}
+
+SampleCounts RunSamples::CountsSoFar(uint64_t dumped) const {
+  SampleCounts counts;
+  counts.inferences = plan_.inferences;
+  uint64_t left = plan_.inferences;
+  const auto take = [&](uint64_t count) {
+    const uint64_t taken = std::min(count, left);
+    left -= taken;
+    return taken;
+  };
+  counts.failed = take(failed_);
+  counts.aside = take(aside_);
+  counts.done = take(done_ + dumped);
+  counts.missing = left;
+  return counts;
 }
 
 void RunSamples::TakeBefore(const std::function<bool()>& mayGoOn) {
@@ -105,6 +121,7 @@ void RunSamples::TakeFound(uint64_t index, const std::string& dumps, DumpsFound 
   if (!found.faults.empty()) {
     record.reason = Joined(found.faults);
     report_.TellOfTrouble(record, "failed");
+    ++failed_;
   }
   Mark(index, found.faults.empty());
   if (!found.unfit.empty()) {
@@ -122,6 +139,7 @@ void RunSamples::PutAside(uint64_t index, bool isToBlame, const std::string& rea
   record.status = isToBlame ? SampleStatus::kAside : SampleStatus::kFailed;
   record.reason = reason;
   report_.TellOfTrouble(record, isToBlame ? "put aside" : "failed");
+  ++(isToBlame ? aside_ : failed_);
   lines_ += ToLine(record);
 }
 

@@ -28,6 +28,9 @@ class RunSamples {
   [[nodiscard]] const std::vector<bool>& AreDone() const { return isDone_; }
   [[nodiscard]] uint64_t Done() const { return done_; }
 
+  /// What became of them so far, `dumped` more of them done; what is to come is missing.
+  [[nodiscard]] SampleCounts CountsSoFar(uint64_t dumped) const;
+
   /// None is done of as many as the plan has by now.
   void Restart();
 
@@ -68,6 +71,8 @@ class RunSamples {
   std::string lines_;  // that are not written yet
   std::vector<bool> isDone_;
   uint64_t done_ = 0;
+  uint64_t failed_ = 0;  // in this launch
+  uint64_t aside_ = 0;
   std::map<std::string, FileIdentity> inputs_;  // some that inferences may share
 };
 

@@ -392,6 +392,7 @@ std::string ToJson(const RunFacts& facts) {
   PutFile(object, "configuration", facts.configuration);
   PutFile(object, "list", facts.list);
   PutFile(object, "runtime", facts.runtime);
+  PutFile(object, "program", facts.program);
   object.Set("mapped", FromMapped(facts.mapped));
   object.Set("machine", FromMachine(facts.machine));
   object.Set("startRealtimeNs", facts.startRealtimeNs);
@@ -416,6 +417,7 @@ RunFacts RunFromJson(std::string_view text) {
   TakeFile(object, "configuration", facts.configuration);
   TakeFile(object, "list", facts.list);
   TakeFile(object, "runtime", facts.runtime);
+  TakeFile(object, "program", facts.program);
   facts.machine = ToMachine(object.At("machine"));
   facts.startRealtimeNs = object.At("startRealtimeNs").AsUnsigned();
   TakeCount(object, "endRealtimeNs", facts.endRealtimeNs);

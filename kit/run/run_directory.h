@@ -171,6 +171,7 @@ struct RunFacts {
   std::optional<FileIdentity> configuration;
   std::optional<FileIdentity> list;
   std::optional<FileIdentity> runtime;
+  std::optional<FileIdentity> program;  ///< vorn-run, or a script that runs it
   std::vector<MappedFile> mapped;
   MachineFacts machine;
   uint64_t startRealtimeNs = 0;

@@ -18,25 +18,47 @@ using std::chrono::milliseconds;
 using vorn::kit::ProgressText;
 
 TEST(Console, SaysHowFarARunIs) {
-  EXPECT_EQ(ProgressText(
-                {.done = 0, .all = 200, .doneHere = 0, .faults = 0, .elapsed = milliseconds(900)}),
+  EXPECT_EQ(ProgressText({.series = "",
+                          .done = 0,
+                          .all = 200,
+                          .doneHere = 0,
+                          .faults = 0,
+                          .elapsed = milliseconds(900)}),
             "0 of 200 inferences");
-  EXPECT_EQ(
-      ProgressText({.done = 1, .all = 1, .doneHere = 0, .faults = 1, .elapsed = milliseconds(0)}),
-      "1 of 1 inference, 1 fault");
+  EXPECT_EQ(ProgressText({.series = "B",
+                          .done = 20,
+                          .all = 50,
+                          .doneHere = 0,
+                          .faults = 0,
+                          .elapsed = milliseconds(0)}),
+            "B: 20 of 50 inferences");
+  EXPECT_EQ(ProgressText({.series = "",
+                          .done = 1,
+                          .all = 1,
+                          .doneHere = 0,
+                          .faults = 1,
+                          .elapsed = milliseconds(0)}),
+            "1 of 1 inference, 1 fault");
 }
 
 // 50 of them in 10 s; 100 were done before, and 350 are left.
 TEST(Console, ReckonsWithWhatIsDoneHere) {
-  EXPECT_EQ(
-      ProgressText(
-          {.done = 150, .all = 500, .doneHere = 50, .faults = 2, .elapsed = milliseconds(10000)}),
-      "150 of 500 inferences, 5.0/s, 1:10 left, 2 faults");
+  EXPECT_EQ(ProgressText({.series = "",
+                          .done = 150,
+                          .all = 500,
+                          .doneHere = 50,
+                          .faults = 2,
+                          .elapsed = milliseconds(10000)}),
+            "150 of 500 inferences, 5.0/s, 1:10 left, 2 faults");
 }
 
 TEST(Console, DoesNotReckonBelowNothing) {
-  EXPECT_EQ(ProgressText(
-                {.done = 7, .all = 5, .doneHere = 7, .faults = 0, .elapsed = milliseconds(7000)}),
+  EXPECT_EQ(ProgressText({.series = "",
+                          .done = 7,
+                          .all = 5,
+                          .doneHere = 7,
+                          .faults = 0,
+                          .elapsed = milliseconds(7000)}),
             "7 of 5 inferences, 1.0/s, 0:00 left");
 }
 
@@ -75,7 +97,8 @@ class OnATerminal : public testing::Test {
     return said;
   }
 
-  Progress progress_{.done = 1, .all = 9, .doneHere = 0, .faults = 0, .elapsed = milliseconds(1)};
+  Progress progress_{
+      .series = "", .done = 1, .all = 9, .doneHere = 0, .faults = 0, .elapsed = milliseconds(1)};
 
  private:
   int terminal_;
@@ -115,7 +138,8 @@ TEST_F(OnATerminal, AConsoleMovesNothingOnADumbOne) {
 TEST(Console, ShowsLinesOnlyWhereThereIsNoTerminal) {
   testing::internal::CaptureStderr();
   Console console(false);
-  console.Show({.done = 1, .all = 9, .doneHere = 0, .faults = 0, .elapsed = milliseconds(1)});
+  console.Show(
+      {.series = "", .done = 1, .all = 9, .doneHere = 0, .faults = 0, .elapsed = milliseconds(1)});
   console.Say("a line");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "vorn launch: a line\n");
 }

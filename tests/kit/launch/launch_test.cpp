@@ -81,12 +81,19 @@ class Launch : public testing::Test {
     support::WriteFile(Path("list.txt"), list);
   }
 
+  static constexpr std::pair<const char*, const char*> kUsual[] = {
+      {"-m", "model.om"}, {"-j", "vorn.json"}, {"-i", "list.txt"}, {"--run", "run"}};
+
+  /// The usual options, but for those that are given.
   support::Command CommandFor(std::vector<std::string> more) const {
     support::WriteFile(Path("script"), script_.Text());
     support::Command command;
     command.program = VORN_COMMAND;
-    command.arguments = {"launch", "-m",       "model.om", "-j", "vorn.json",
-                         "-i",     "list.txt", "--run",    "run"};
+    command.arguments = {"launch"};
+    for (const auto& [name, value] : kUsual) {
+      const bool isGiven = std::find(more.begin(), more.end(), name) != more.end();
+      if (!isGiven) command.arguments.insert(command.arguments.end(), {name, value});
+    }
     command.arguments.insert(command.arguments.end(), more.begin(), more.end());
     command.directory = folder_.Path();
     command.environment = {{"VORN_SCRIPT", Path("script")},
@@ -552,8 +559,19 @@ TEST_F(Launch, RunsAScriptThatRunsTheProgram) {
   EXPECT_EQ(Run({"--program", "./wrapper", "--resume"}).status, 2);
   script("");  // waits for it
   Samples("abcd");
-  ended = Run({"--program", "./wrapper", "--resume", "--chunk", "1", "--model-json", "model.json"});
+  const std::vector<std::string> goingOn{"--program", "./wrapper",    "--resume",  "--chunk",
+                                         "1",         "--model-json", "model.json"};
+  ended = Run(goingOn);
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("vorn launch: 'run' was begun with another program "
+                                   "('./wrapper', which has changed); name another folder with "
+                                   "--run, or go on with --anyway\n"));
+  auto anyway = goingOn;
+  anyway.emplace_back("--anyway");
+  ended = Run(anyway);
   EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("warning program-changed, 1 time: 'run' was begun with another "
+                                   "program ('./wrapper', which has changed)\n"));
   EXPECT_THAT(ended.err, StartsWith("vorn launch: the program './wrapper' is a script, or names no "
                                     "loader: its libvorn.so was not looked at\n"));
   EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone, kDone));
@@ -563,6 +581,31 @@ TEST_F(Launch, RunsAScriptThatRunsTheProgram) {
   ended = Run({"--program", "./wrapper", "--run", "other", "--model-json", "model.json"});
   EXPECT_EQ(ended.status, 3);
   EXPECT_THAT(ended.err, HasSubstr("list.txt:4: 'in/3.bin' has 1 byte"));
+}
+
+TEST_F(Launch, CountsNoInferencesThatItDoesNotKnow) {
+  Samples("abc");
+  support::WriteFile(Path("wrapper"), "#!/bin/sh\nexit 3\n");
+  fs::permissions(Path("wrapper"), fs::perms::owner_all);
+  const Outcome ended = Run({"--program", "./wrapper"});
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_THAT(ended.err,
+              HasSubstr("'run' has 0 of the inferences of 3 lines of the list; how many that are "
+                        "is not known without the model's inputs\n"));
+}
+
+TEST_F(Launch, CountsWhileItRuns) {
+  Samples("abHd");
+  Running launch(CommandFor({}));
+  const auto counts = [&] {
+    return fs::exists(RunPath() + "/run.json") ? ReadRun(RunPath()).counts
+                                               : vorn::kit::SampleCounts{};
+  };
+  while (counts().done != 2) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(counts(), (vorn::kit::SampleCounts{
+                          .inferences = 4, .done = 2, .failed = 0, .aside = 0, .missing = 2}));
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kRunning);
+  EXPECT_EQ(launch.Stop(SIGTERM), 8);
 }
 
 // The shell goes with its launch, and what it started does not.
@@ -584,7 +627,7 @@ TEST_F(Launch, WaitsForAProgramThatOutlivedItsLaunch) {
             "vorn launch: 'run' belongs to a program that an earlier launch started and that still "
             "runs, with 'run/log.txt' open; end it, or name another with --run\n");
   kill(child, SIGKILL);
-  EXPECT_EQ(Run({"--resume"}).status, 0);
+  EXPECT_EQ(Run({"--resume", "--anyway"}).status, 0);
 }
 
 TEST_F(Launch, RunsAnywayWhereItIsTold) {
