@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <functional>
+#include <iterator>
 
 #include "support/files.h"
 
@@ -50,6 +52,21 @@ TEST_F(FileIdentityTest, HasSizeAndHash) {
   EXPECT_EQ(abc.path, Path("abc"));
   EXPECT_EQ(abc.sizeBytes, 3U);
   EXPECT_EQ(abc.xxh3, "06b05ab6733a618578af5f94892f3950");
+}
+
+size_t OpenDescriptors() {
+  const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+TEST_F(FileIdentityTest, LeavesNothingOpen) {
+  support::WriteFile(Path("file"), "text");
+  const size_t before = OpenDescriptors();
+  for (const char* name : {"file", "no", "."}) {
+    (void)FaultOf([&] { (void)IdentifyFile(Path(name), "the list", ExitStatus::kInput); });
+    (void)FaultOf([&] { (void)ReadWholeFile(Path(name), "the list", ExitStatus::kInput, 2); });
+  }
+  EXPECT_EQ(OpenDescriptors(), before);
 }
 
 TEST_F(FileIdentityTest, ReadsOnBehindOnePiece) {

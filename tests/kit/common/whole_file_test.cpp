@@ -4,10 +4,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
+#include <memory>
+#include <thread>
 
 #include "kit/common/fault.h"
 #include "support/files.h"
@@ -65,6 +69,52 @@ TEST_F(WholeFile, WritesToWhatIsNoRegularFileAsItIs) {
   EXPECT_EQ(read(reader, got.data(), got.size()), 3);
   close(reader);
   EXPECT_TRUE(std::filesystem::is_fifo(Path("pipe")));
+}
+
+volatile std::sig_atomic_t interruptions = 0;
+
+// A pipe that is full: nothing is written before a signal comes, nor before the next.
+TEST_F(WholeFile, GoesOnAfterSignals) {
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  struct sigaction before {};
+  struct sigaction counting {};
+  counting.sa_handler = [](int) { interruptions = interruptions + 1; };
+  sigaction(SIGALRM, &counting, &before);
+  const std::string bytes = support::CountingBytes(3 << 20);
+  std::string got;
+  std::thread reader([&] {
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+    const int fd = open(Path("pipe").c_str(), O_RDONLY | O_CLOEXEC);
+    while (interruptions < 5) usleep(1000);
+    std::array<char, 65536> piece{};
+    for (ssize_t size = 0; (size = read(fd, piece.data(), piece.size())) > 0;) {
+      got.append(piece.data(), static_cast<size_t>(size));
+    }
+    close(fd);
+  });
+  // Opened without signals, which would interrupt that, too.
+  auto file = std::make_unique<vorn::kit::WholeFile>(Path("pipe"));
+  const itimerval often{.it_interval = {0, 2000}, .it_value = {0, 2000}};
+  const itimerval never{};
+  setitimer(ITIMER_REAL, &often, nullptr);
+  std::string fault;
+  try {
+    file->Append(bytes);
+    file->Finish();
+  } catch (const vorn::kit::Fault& refusal) {
+    fault = refusal.what();
+    interruptions = 5;
+  }
+  setitimer(ITIMER_REAL, &never, nullptr);
+  file.reset();  // the reader comes to an end
+  reader.join();
+  sigaction(SIGALRM, &before, nullptr);
+  EXPECT_EQ(fault, "");
+  EXPECT_EQ(got.size(), bytes.size());
+  EXPECT_TRUE(got == bytes);
 }
 
 TEST_F(WholeFile, AppendsLines) {
