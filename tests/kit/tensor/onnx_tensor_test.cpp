@@ -96,6 +96,35 @@ TEST_F(OnnxTensor, ReadsTheFieldsOfTypes) {
   EXPECT_EQ(Values(Tensor(10, {2}).Bytes(5, Varints({0x3C00, 0xC000})).str()),
             (std::vector<float>{1, -2}));
   EXPECT_EQ(Values(Tensor(9, {2}).Bytes(5, Varints({1, 0})).str()), (std::vector<float>{1, 0}));
+  EXPECT_EQ(Values(Tensor(16, {2}).Bytes(5, Varints({0x3F80, 0xC000})).str()),
+            (std::vector<float>{1, -2}));
+  EXPECT_EQ(Values(Tensor(12, {2}).Bytes(11, Varints({1, 4294967295U})).str()),
+            (std::vector<float>{1, 4294967296.0F}));
+}
+
+// Keys 0x91 and 0x95 stand for numbers of 8 and of 4 bytes in a field that nobody knows.
+TEST_F(OnnxTensor, SkipsNumbersOfFixedSize) {
+  const std::string values = Tensor(2, {1}).Bytes(9, "\x07").str();
+  const std::string eight("\x91\x01\x01\x02\x03\x04\x05\x06\x07\x08", 10);
+  const std::string four("\x95\x01\x01\x02\x03\x04", 6);
+  EXPECT_EQ(Values(eight + four + values), (std::vector<float>{7}));
+  EXPECT_EQ(Values(values + four + eight), (std::vector<float>{7}));
+  EXPECT_THAT(Refusal(values + four.substr(0, 5)), HasSubstr("ends within a field"));
+  EXPECT_THAT(Refusal(values + eight.substr(0, 9)), HasSubstr("ends within a field"));
+}
+
+TEST_F(OnnxTensor, BoundsNamesAndDimensions) {
+  const std::string value = support::Bytes<float>({1});
+  const std::vector<uint64_t> ones(64, 1);
+  EXPECT_EQ(Open(Tensor(1, ones).Bytes(9, value).str()).shape, (Shape(64, 1)));
+  EXPECT_THAT(Refusal(Tensor(1, ones).Varint(1, 1).Bytes(9, value).str()),
+              HasSubstr("more than 64 dimensions"));
+  EXPECT_THAT(Refusal(Tensor(1, {1}).Bytes(1, Varints(ones)).Bytes(9, value).str()),
+              HasSubstr("more than 64 dimensions"));
+  const std::string name(64 * 1024, 'n');
+  EXPECT_EQ(Open(Tensor(1, {1}).Bytes(8, name).Bytes(9, value).str()).name, name);
+  EXPECT_THAT(Refusal(Tensor(1, {1}).Bytes(8, name + "n").Bytes(9, value).str()),
+              HasSubstr("a name of more than 64 KiB"));
 }
 
 TEST_F(OnnxTensor, ReadsAScalarAndAnEmptyOne) {
