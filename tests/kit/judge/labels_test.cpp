@@ -48,6 +48,13 @@ TEST(ParseLabels, ReadsJson) {
   EXPECT_EQ(labels[2].boxes[0][0].label, 4);
 }
 
+TEST(ParseLabels, TakesMasksFromAnywhere) {
+  const auto labels = ParseLabels(
+      R"({"schema": 1, "outputs": [{"output": "b", "masks": "/data/m.npy"}]})", "l", "folder");
+  EXPECT_EQ(labels[0].masksPath, "/data/m.npy");
+  EXPECT_EQ(labels[0].ignored, std::nullopt);
+}
+
 TEST(ParseLabels, RefusesWhatItDoesNotKnow) {
   EXPECT_THAT(Refusal(""), HasSubstr("the labels 'l': there is nothing in it"));
   EXPECT_THAT(Refusal("1\nseven\n"), HasSubstr("line 2 is 'seven', and no number of a class"));

@@ -163,6 +163,12 @@ TEST(TextOf, NamesTheRule) {
   EXPECT_EQ(TextOf(Tolerance{.atol = 1e-5, .rtol = 1e-3}), "|a − r| ≤ 1e-05 + 0.001·|r|");
   EXPECT_EQ(TextOf(Tolerance{.atol = 0.5}), "|a − r| ≤ 0.5");
   EXPECT_EQ(TextOf(Tolerance{}), "a = r");
+  const Rules rules = ParseRules(R"({"schema": 1, "rules": [
+      {"output": "*", "metric": "cosine", "atLeast": 0.5},
+      {"output": "*", "metric": "maxAbs", "atMost": 2}]})",
+                                 "r");
+  EXPECT_EQ(TextOf(rules.metrics[0]), "cosine ≥ 0.5");
+  EXPECT_EQ(TextOf(rules.metrics[1]), "maxAbs ≤ 2");
 }
 
 }  // namespace

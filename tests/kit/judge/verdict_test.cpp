@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
+#include <string>
+#include <utility>
 
+#include "kit/json/json.h"
 #include "support/json_schema.h"
 
 namespace vorn::kit {
@@ -104,6 +108,28 @@ TEST(VerdictText, TellsWhereTheToleranceDecidesNothing) {
   EXPECT_THAT(VerdictText(VerdictOf({output})), HasSubstr(kUndecided));
   output.rules.metrics.push_back({"*", Metric::kOutsideShare, false, 0.1});
   EXPECT_THAT(VerdictText(VerdictOf({output})), Not(HasSubstr(kUndecided)));
+}
+
+TEST(Verdict, ShowsTheRulesThatHeld) {
+  Verdict verdict = VerdictOf({RightOutput("good")});
+  verdict.outputs[0].rules = RulesFor(ParseRules(R"({"schema": 1, "rules": [
+      {"output": "*", "atol": 0.5, "rtol": 0.25},
+      {"output": "*", "metric": "cosine", "atLeast": 0.75},
+      {"output": "*", "metric": "maxAbs", "atMost": 2}]})",
+                                                 "r"),
+                                      "good", ElementType::kFloat32, {});
+  const Json json = ParseJson(VerdictJson(verdict));
+  const Json& rules = json.At("outputs").Items()[0].At("rules");
+  EXPECT_EQ(rules.At("atol").AsNumber(), 0.5);
+  EXPECT_EQ(rules.At("rtol").AsNumber(), 0.25);
+  std::map<std::string, std::pair<std::string, double>> metrics;
+  for (const Json& rule : rules.At("metrics").Items()) {
+    const std::string bound = rule.Find("atLeast") != nullptr ? "atLeast" : "atMost";
+    metrics[rule.At("metric").AsText()] = {bound, rule.At(bound).AsNumber()};
+  }
+  EXPECT_EQ(metrics["cosine"], std::pair(std::string("atLeast"), 0.75));
+  EXPECT_EQ(metrics["maxAbs"], std::pair(std::string("atMost"), 2.0));
+  EXPECT_THAT(VerdictText(verdict), HasSubstr("  rule: cosine ≥ 0.75\n  rule: maxAbs ≤ 2\n"));
 }
 
 TEST(VerdictJson, IsHeldToItsSchema) {

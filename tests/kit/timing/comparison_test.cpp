@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <vector>
@@ -55,6 +56,24 @@ TEST(Compare, CannotTellWhereTheIntervalReachesFurtherThanTheGate) {
   EXPECT_GT(*measured.needed, 10U);
 }
 
+// The interval shrinks by the root of the count: half of it has to fit between the ratio and what
+// it is not to reach, which is 1 or the gate, whichever is on the way. More than were there it is.
+TEST(Compare, TellsHowManyAreNeeded) {
+  for (const double factor : {1.0, 1.02, 1.2, 0.8}) {
+    const Comparison measured =
+        CompareTwo(Noise(12, 1e7, 3, 0.5), Noise(12, 1e7 * factor, 4, 0.5), {.ratio = 1.03});
+    ASSERT_EQ(measured.verdict, TimingVerdict::kCannotTell) << factor;
+    const double away = std::abs(std::log(measured.interval.ratio));
+    const double gate = std::log(1.03);
+    const double half = (std::log(measured.interval.high) - std::log(measured.interval.low)) / 2;
+    const double least = half / (away < gate ? gate - away : away);
+    ASSERT_TRUE(measured.needed) << factor;
+    EXPECT_EQ(*measured.needed,
+              std::max<size_t>(13, static_cast<size_t>(std::ceil(12 * least * least - 1e-9))))
+        << factor;
+  }
+}
+
 TEST(Compare, JudgesNoFewerThanSix) {
   const Comparison five = CompareTwo(Noise(5, 1e6, 1), Noise(5, 2e6, 2));
   EXPECT_EQ(five.verdict, TimingVerdict::kCannotTell);
@@ -69,6 +88,7 @@ TEST(Compare, AsksForARatioAndForATime) {
   const Comparison small = CompareTwo(base, other);
   EXPECT_NEAR(small.gate, 1.1, 0.001);
   EXPECT_EQ(small.verdict, TimingVerdict::kAlike);
+  EXPECT_EQ(CompareTwo(other, base).verdict, TimingVerdict::kAlike);
   EXPECT_EQ(CompareTwo(base, other, {.absoluteNs = 1000}).verdict, TimingVerdict::kSlower);
   EXPECT_EQ(CompareTwo(base, other, {.ratio = 1.06, .absoluteNs = 1000}).verdict,
             TimingVerdict::kAlike);
