@@ -122,6 +122,24 @@ TEST(FindCauses, TellsWhichRounding) {
   EXPECT_EQ(Find(steps, wave)[0].certainty, 1);
 }
 
+// Of values whose exponential is none that a float holds.
+TEST(FindCauses, TellsThatASoftmaxIsMissing) {
+  Values logits = Wave(100);
+  for (float& value : logits) value = value * 3 + 200;
+  Values expected(100);
+  for (size_t item = 0; item < 10; ++item) {
+    double sum = 0;
+    for (size_t i = 0; i < 10; ++i) sum += std::exp(static_cast<double>(logits[item * 10 + i]));
+    for (size_t i = item * 10; i < item * 10 + 10; ++i) {
+      expected[i] = static_cast<float>(std::exp(static_cast<double>(logits[i])) / sum);
+    }
+  }
+  EXPECT_EQ(FirstText(Find(logits, expected, {10, 10})),
+            "activation-missing: the softmax at the end is missing");
+  EXPECT_EQ(FirstText(Find(expected, logits, {10, 10})),
+            "activation-added: a softmax too many was applied");
+}
+
 // Nearly every element is 0 on both sides, as in a quantised map of something rare: what explains
 // the zeros explains nothing.
 TEST(FindCauses, IsNotMisledByZeros) {

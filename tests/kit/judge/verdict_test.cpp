@@ -132,6 +132,17 @@ TEST(Verdict, ShowsTheRulesThatHeld) {
   EXPECT_THAT(VerdictText(verdict), HasSubstr("  rule: cosine ≥ 0.75\n  rule: maxAbs ≤ 2\n"));
 }
 
+TEST(VerdictJson, TellsHowOftenLabelsAreMet) {
+  Verdict verdict = VerdictOf({RightOutput("good")});
+  verdict.accuracy.push_back({"good", "top 1", 0.5, 0.25});
+  const Json json = ParseJson(VerdictJson(verdict));
+  ASSERT_EQ(json.At("accuracy").Items().size(), 1U);
+  const Json& one = json.At("accuracy").Items()[0];
+  EXPECT_EQ(one.At("output").AsText(), "good");
+  EXPECT_EQ(one.At("actual").AsNumber(), 0.5);
+  EXPECT_EQ(one.At("expected").AsNumber(), 0.25);
+}
+
 TEST(VerdictJson, IsHeldToItsSchema) {
   std::string text = VerdictJson(VerdictOf({RightOutput("good")}));
   text.replace(text.find("\"right\""), 7, "\"fine\"");

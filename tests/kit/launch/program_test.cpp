@@ -1,7 +1,9 @@
 #include "kit/launch/program.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -125,6 +127,23 @@ TEST_F(Programs, WriteToRegularFilesOnly) {
   request_.err = Path("no/folder");
   EXPECT_EQ(StatusOfRefusal(message), ExitStatus::kLimit);
   EXPECT_EQ(message, "cannot write '" + Path("no/folder") + "': No such file or directory");
+}
+
+// There is room for the files of its output, and for nothing more.
+TEST_F(Programs, SayThatThereIsNoRoomForAPipe) {
+  Shell("true");
+  const int next = open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(next, 0);
+  close(next);
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit two{.rlim_cur = static_cast<rlim_t>(next) + 2, .rlim_max = before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &two);
+  std::string message;
+  const ExitStatus status = StatusOfRefusal(message);
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_EQ(status, ExitStatus::kLimit);
+  EXPECT_EQ(message, "cannot make a pipe: Too many open files");
 }
 
 TEST_F(Programs, AreKilledWithWhatTheyStarted) {

@@ -17,6 +17,14 @@ TEST(PreloadPath, IsTheLibrarysOwnWhereItCanBe) {
   EXPECT_EQ(PreloadPath("/opt/vorn/libvorn-trace.so").Path(), "/opt/vorn/libvorn-trace.so");
 }
 
+TEST(PreloadPath, LeavesTheLibraryWhereItIs) {
+  const support::TempDir folder;
+  const fs::path library = folder.Path() / "libvorn-trace.so";
+  support::WriteFile(library, "bytes");
+  { const PreloadPath path(library.string()); }
+  EXPECT_EQ(support::ReadFile(library), "bytes");
+}
+
 TEST(PreloadPath, IsALinkThatGoesWhereTheOwnHoldsABlankOrAColon) {
   const support::TempDir folder;
   for (const char* name : {"a board", "a:board", "a\tboard", "a\nboard"}) {
