@@ -1,8 +1,5 @@
 // The files that vorn judge reads: the first byte says which reader, the rest is the file. It is
 // refused with a line that a person can read, or as many values come out as it was said to hold.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -10,11 +7,11 @@
 #include <cstring>
 #include <exception>
 #include <span>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "fuzz/memory_file.h"
 #include "fuzz/property.h"
 #include "fuzz/targets.h"
 #include "kit/common/fault.h"
@@ -31,24 +28,6 @@ namespace fuzz {
 namespace {
 
 namespace kit = vorn::kit;
-
-/// A file in memory, with a path.
-class MemoryFile {
- public:
-  explicit MemoryFile(std::string_view bytes) : fd_(memfd_create("fuzz", MFD_CLOEXEC)) {
-    if (fd_ < 0 || write(fd_, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-      throw std::runtime_error("a file in memory cannot be made");
-    }
-  }
-  ~MemoryFile() { close(fd_); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-
-  [[nodiscard]] std::string Path() const { return "/proc/self/fd/" + std::to_string(fd_); }
-
- private:
-  int fd_;
-};
 
 void CheckTensor(const kit::StoredTensor& tensor, size_t fileBytes) {
   const kit::ElementOrder order = kit::ElementOrder::Of(tensor);

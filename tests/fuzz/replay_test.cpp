@@ -38,6 +38,8 @@ constexpr Target kTargets[] = {
     {"kit_texts", fuzz::KitTexts},
     {"launch_texts", fuzz::LaunchTexts},
     {"trace_file", fuzz::TraceBytes},
+#elif defined(VORN_REPLAY_PREPARE)
+    {"prepare_files", fuzz::PrepareFiles},
 #else
     {"command_line", fuzz::CommandLine}, {"list_file", fuzz::ListFile}, {"rpn_text", fuzz::RpnText},
     {"input_file", fuzz::InputFile},     {"dump", fuzz::Dump},

@@ -43,6 +43,9 @@ void JudgeFiles(std::span<const uint8_t> bytes);
 /// A file of a picture, decoded, or a picture, resized.
 void Pictures(std::span<const uint8_t> bytes);
 
+/// Files and texts that tensors are made of: archives apart, which JudgeFiles has.
+void PrepareFiles(std::span<const uint8_t> bytes);
+
 /// One of the texts around a run: a set of calls, a list, a log, times.
 void LaunchTexts(std::span<const uint8_t> bytes);
 
