@@ -81,6 +81,7 @@ class SampleReader {
  public:
   SampleReader(const SampleFormat& format, bool isScaled) : format_(format) {
     const int bits = static_cast<int>(format.bytes) * 8;
+    sign_ = uint64_t{1} << (bits - 1);
     if (format.kind == SampleFormat::Kind::kFloat) return;
     // A power of two, by which a number is divided without being rounded.
     const double half = std::ldexp(1.0, bits - 1);
@@ -104,11 +105,11 @@ class SampleReader {
       if (format_.bytes == sizeof(double)) return std::bit_cast<double>(word);
       return static_cast<double>(std::bit_cast<float>(static_cast<uint32_t>(word)));
     }
-    const uint32_t unused = 64 - format_.bytes * 8;
-    return static_cast<double>(static_cast<int64_t>(word << unused) >> unused);
+    return static_cast<double>(static_cast<int64_t>((word ^ sign_) - sign_));
   }
 
   SampleFormat format_;
+  uint64_t sign_ = 0;  ///< the highest bit
   double middle_ = 0;
   double scale_ = 1;
 };
