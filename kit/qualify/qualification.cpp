@@ -1,0 +1,335 @@
+#include "kit/qualify/qualification.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+
+#include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/json/identity_json.h"
+#include "kit/json/json_members.h"
+#include "kit/run/run_directory.h"
+
+namespace vorn::kit {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uint64_t kMostFileBytes = 16 << 20;
+constexpr const char* kLibrary = "libvorn.so";
+
+std::string Below(const std::string& folder, const std::string& path) {
+  return path.starts_with('/') || folder.empty() ? path : folder + "/" + path;
+}
+
+std::string Absolute(const std::string& path) {
+  std::error_code error;
+  const fs::path absolute = fs::absolute(path, error);
+  return error ? path : absolute.lexically_normal().string();
+}
+
+bool IsThere(const std::string& path) {
+  struct stat about {};
+  return lstat(path.c_str(), &about) == 0;
+}
+
+// ---- The file -----------------------------------------------------------------------------------
+
+// Sources of a job are from the folder of the qualification on, and the job lies elsewhere.
+Json WithPaths(const Json& inputs, const std::string& folder) {
+  Json placed = Json::Array();
+  for (const Json& input : inputs.Items()) {
+    Json one = input;
+    one.Set("source", Absolute(Below(folder, input.At("source").AsText())));
+    const Json* recipe = input.Find("recipe");
+    if (recipe != nullptr && recipe->IsText()) {
+      const std::string path = Below(folder, recipe->AsText());
+      if (IsThere(path)) one.Set("recipe", Absolute(path));
+    }
+    placed.Append(one);
+  }
+  return placed;
+}
+
+QualifiedSide SideFrom(const Json& json, const std::string& folder) {
+  HoldToKeys(json, {"model", "config", "runtime", "inputs"});
+  QualifiedSide side;
+  side.model = Below(folder, json.At("model").AsText());
+  if (const Json* config = json.Find("config")) side.config = Below(folder, config->AsText());
+  if (const Json* runtime = json.Find("runtime")) side.runtime = Below(folder, runtime->AsText());
+  if (const Json* inputs = json.Find("inputs")) side.job = WithPaths(*inputs, folder);
+  return side;
+}
+
+struct JudgeKey {
+  const char* key;
+  bool isPath;
+};
+constexpr std::array kJudgeKeys{JudgeKey{"map", true}, JudgeKey{"rules", true},
+                                JudgeKey{"preset", false}, JudgeKey{"labels", true}};
+
+Qualification QualificationFrom(const Json& json, const std::string& folder) {
+  HoldToKeys(json, {"schema", "run", "device", "reference", "expected", "batch", "most", "chunk",
+                    "map", "rules", "preset", "labels"});
+  if (json.At("schema").AsUnsigned() != 1) {
+    throw JsonError("schema is " + ToText(json.At("schema")) + ", and this program reads 1");
+  }
+  Qualification qualification;
+  if (const Json* run = json.Find("run")) qualification.run = Below(folder, run->AsText());
+  qualification.device = SideFrom(json.At("device"), folder);
+  if (const Json* reference = json.Find("reference")) {
+    qualification.reference = SideFrom(*reference, folder);
+  }
+  if (const Json* expected = json.Find("expected")) {
+    qualification.expected = Below(folder, expected->AsText());
+  }
+  if (const Json* batch = json.Find("batch")) qualification.batch = batch->AsUnsigned();
+  if (const Json* most = json.Find("most")) qualification.most = most->AsUnsigned();
+  if (const Json* chunk = json.Find("chunk")) qualification.chunk = chunk->AsUnsigned();
+  for (const JudgeKey& key : kJudgeKeys) {
+    const Json* value = json.Find(key.key);
+    if (value == nullptr) continue;
+    const std::string& text = value->AsText();
+    qualification.judgeWords.insert(
+        qualification.judgeWords.end(),
+        {std::string("--") + key.key, key.isPath ? Below(folder, text) : text});
+  }
+  return qualification;
+}
+
+// ---- The steps ----------------------------------------------------------------------------------
+
+class Steps {
+ public:
+  Steps(const Qualification& qualification, const std::function<void(const QualifyStep&)>& show)
+      : qualification_(qualification), show_(show), run_(Absolute(qualification.run)) {}
+
+  std::vector<QualifyStep> Run() {
+    MakeFolder();
+    bool isGoingOn = TakeSide(qualification_.device, "device");
+    if (isGoingOn && qualification_.reference) {
+      isGoingOn = TakeSide(*qualification_.reference, "reference");
+    }
+    if (isGoingOn) Judge();
+    WriteRecord();
+    return std::move(steps_);
+  }
+
+ private:
+  [[nodiscard]] std::string Path(const std::string& name) const { return run_ + "/" + name; }
+
+  void MakeFolder() const {
+    std::error_code error;
+    const bool isNew = !IsThere(run_);
+    if (!isNew && !IsThere(Path("qualify.json")) && !fs::is_empty(run_, error)) {
+      throw Fault(ExitStatus::kUsage,
+                  "the folder " + Quoted(run_) +
+                      " is not empty, and no qualification was made in it; give "
+                      "another one");
+    }
+    fs::create_directories(run_, error);
+    if (error) {
+      throw Fault(ExitStatus::kLimit,
+                  "the folder " + Quoted(run_) + " cannot be made: " + error.message());
+    }
+    // What is in it from here on is known to be ours.
+    ClearPlace(Path("qualify.json"));
+    WriteWholeFile(Path("qualify.json"), "{\"schema\": 1, \"state\": \"running\"}\n");
+  }
+
+  bool TakeSide(const QualifiedSide& side, const std::string& name) {
+    const std::string config = ConfigOf(side);
+    const std::string inputs = Path(name + ".inputs");
+    const ExitStatus prepared = Take(
+        {"prepare the " + name + "'s inputs", PrepareCall(side, config, inputs, name), {}, ""});
+    if (prepared != ExitStatus::kDone && prepared != ExitStatus::kPartial) return false;
+    const std::string run = Path(name);
+    if (!IsRunOf(run, side, config, inputs + "/list.txt")) fs::remove_all(run);
+    const ExitStatus launched =
+        Take({"run the " + name, LaunchCall(side, config, inputs + "/list.txt", run), {}, ""});
+    return launched == ExitStatus::kDone || launched == ExitStatus::kPartial;
+  }
+
+  std::string ConfigOf(const QualifiedSide& side) const {
+    if (side.config) return Absolute(*side.config);
+    const std::string path = Path("empty.json");
+    if (!IsThere(path)) WriteWholeFile(path, "{}\n");
+    return path;
+  }
+
+  VerbCall PrepareCall(const QualifiedSide& side, const std::string& config,
+                       const std::string& folder, const std::string& name) const {
+    VerbCall call{.verb = "prepare", .words = {"-m", side.model, "-j", config, "-o", folder}};
+    const auto add = [&](std::initializer_list<std::string> words) {
+      call.words.insert(call.words.end(), words);
+    };
+    if (side.runtime) add({"--runtime", Absolute(*side.runtime)});
+    if (side.job) {
+      const std::string path = Path(name + ".job.json");
+      ClearPlace(path);
+      WriteWholeFile(path, ToText(Json::Object({{"schema", 1}, {"inputs", *side.job}}), 2) + "\n");
+      add({"--job", path});
+    }
+    for (const std::string& input : side.inputs) add({"--input", input});
+    for (const std::string& recipe : side.recipes) add({"--recipe", recipe});
+    if (qualification_.batch > 1) add({"-b", std::to_string(qualification_.batch)});
+    if (qualification_.most) add({"--most", std::to_string(*qualification_.most)});
+    if (qualification_.areFaultsLeftOut) add({"--keep-going"});
+    if (qualification_.isQuiet) add({"--quiet"});
+    if (IsThere(folder)) add({"--resume"});
+    call.environment = SearchOf(side, name);
+    return call;
+  }
+
+  VerbCall LaunchCall(const QualifiedSide& side, const std::string& config, const std::string& list,
+                      const std::string& run) const {
+    VerbCall call{.verb = "launch",
+                  .words = {"-m", side.model, "-j", config, "-i", list, "--run", run, "--no-text"}};
+    const auto add = [&](std::initializer_list<std::string> words) {
+      call.words.insert(call.words.end(), words);
+    };
+    if (qualification_.batch > 1) add({"-b", std::to_string(qualification_.batch)});
+    if (qualification_.chunk) add({"--chunk", std::to_string(*qualification_.chunk)});
+    if (qualification_.isQuiet) add({"--quiet"});
+    if (IsThere(run + "/" + kRunFile)) add({"--resume"});
+    call.environment = SearchOf(side, fs::path(run).filename().string());
+    return call;
+  }
+
+  // vorn-run takes the libvorn.so that the loader finds, by that name. The reference is the host
+  // runtime, whatever a person has in LD_LIBRARY_PATH for the device.
+  std::vector<std::pair<std::string, std::optional<std::string>>> SearchOf(
+      const QualifiedSide& side, const std::string& name) const {
+    if (!side.runtime) {
+      if (name == "reference") return {{"LD_LIBRARY_PATH", std::nullopt}};
+      return {};
+    }
+    const fs::path runtime = Absolute(*side.runtime);
+    std::string folder = runtime.parent_path().string();
+    if (runtime.filename() != kLibrary) {
+      folder = Path(name + ".runtime");
+      std::error_code error;
+      fs::create_directories(folder, error);
+      fs::remove(folder + "/" + kLibrary, error);
+      fs::create_symlink(runtime, folder + "/" + kLibrary, error);
+    }
+    // Its own libraries may lie where the path said.
+    const char* before = std::getenv("LD_LIBRARY_PATH");
+    if (before != nullptr && *before != '\0') folder += std::string(":") + before;
+    return {{"LD_LIBRARY_PATH", folder}};
+  }
+
+  // Whether a run that is there is one of the same model, configuration and list, so that it can be
+  // gone on with. What of its inputs changed, the launch finds out.
+  bool IsRunOf(const std::string& run, const QualifiedSide& side, const std::string& config,
+               const std::string& list) const {
+    if (!IsThere(run + "/" + kRunFile)) return !IsThere(run);
+    try {
+      const RunFacts facts = ReadRun(run);
+      const auto isSame = [](const std::optional<FileIdentity>& before, const std::string& path) {
+        return before && before->xxh3 &&
+               before->xxh3 == IdentifyFile(path, "the file", ExitStatus::kInput).xxh3;
+      };
+      const bool isSameRuntime = !side.runtime || isSame(facts.runtime, Absolute(*side.runtime));
+      return isSame(facts.model, side.model) && isSame(facts.configuration, config) &&
+             isSame(facts.list, list) && isSameRuntime;
+    } catch (const Fault&) {
+      return false;
+    }
+  }
+
+  void Judge() {
+    const std::string expected =
+        qualification_.reference ? Path("reference") : qualification_.expected.value_or("");
+    VerbCall call{.verb = "judge", .words = {Path("device"), "--expected", expected, "-o", run_}};
+    call.words.insert(call.words.end(), qualification_.judgeWords.begin(),
+                      qualification_.judgeWords.end());
+    Take({"judge", std::move(call), {}, ""});
+  }
+
+  ExitStatus Take(QualifyStep step) {
+    show_(step);
+    VerbEnd end = RunVerbProcess(step.call);
+    step.status = end.status;
+    step.out = std::move(end.out);
+    show_(step);
+    steps_.push_back(std::move(step));
+    return end.status;
+  }
+
+  void WriteRecord() const {
+    Json steps = Json::Array();
+    for (const QualifyStep& step : steps_) {
+      steps.Append(Json::Object({{"name", step.name},
+                                 {"command", CommandText(step.call)},
+                                 {"status", static_cast<int64_t>(*step.status)}}));
+    }
+    const Json record = Json::Object({{"schema", 1},
+                                      {"state", "done"},
+                                      {"status", static_cast<int64_t>(StatusOf(steps_))},
+                                      {"steps", steps}});
+    WriteWholeFile(Path("qualify.json"), ToText(record, 2) + "\n");
+  }
+
+  const Qualification& qualification_;
+  const std::function<void(const QualifyStep&)>& show_;
+  std::string run_;
+  std::vector<QualifyStep> steps_;
+};
+
+void CheckSide(const QualifiedSide& side, const char* name) {
+  if (side.model.empty()) {
+    throw Fault(ExitStatus::kUsage, std::string("the model of the ") + name + " is missing");
+  }
+  if (side.inputs.empty() && !side.job) {
+    throw Fault(ExitStatus::kUsage,
+                std::string("nothing says what the ") + name + " is given: no --input");
+  }
+}
+
+}  // namespace
+
+Qualification ReadQualification(const std::string& path) {
+  const std::string text =
+      ReadWholeFile(path, "the qualification", ExitStatus::kInput, kMostFileBytes);
+  const size_t slash = path.rfind('/');
+  try {
+    return QualificationFrom(ParseJson(text),
+                             slash == std::string::npos ? "" : path.substr(0, slash));
+  } catch (const JsonError& error) {
+    throw Fault(ExitStatus::kInput, "the qualification " + Quoted(path) + ": " + error.what());
+  }
+}
+
+std::vector<QualifyStep> Qualify(const Qualification& qualification,
+                                 const std::function<void(const QualifyStep&)>& show) {
+  CheckSide(qualification.device, "device");
+  if (qualification.reference) CheckSide(*qualification.reference, "reference");
+  if (qualification.reference.has_value() == qualification.expected.has_value()) {
+    throw Fault(ExitStatus::kUsage,
+                qualification.expected
+                    ? "a reference and what is expected are given; one of them is enough"
+                    : "nothing says what is right: give --reference MODEL, or --expected PATH");
+  }
+  return Steps(qualification, show).Run();
+}
+
+ExitStatus StatusOf(const std::vector<QualifyStep>& steps) {
+  constexpr std::array kOrder{ExitStatus::kUsage,      ExitStatus::kInput,   ExitStatus::kModel,
+                              ExitStatus::kRuntime,    ExitStatus::kLimit,   ExitStatus::kPartial,
+                              ExitStatus::kDiffers,    ExitStatus::kSlower,  ExitStatus::kNothing,
+                              ExitStatus::kCannotTell, ExitStatus::kOwnFault};
+  for (const ExitStatus status : kOrder) {
+    const bool holds = std::any_of(steps.begin(), steps.end(),
+                                   [&](const QualifyStep& step) { return step.status == status; });
+    if (holds) return status;
+  }
+  return ExitStatus::kDone;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,155 @@
+// `vorn qualify` as a program, on the digits.
+#include "kit/qualify/qualification.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+
+#include "support/command.h"
+#include "support/files.h"
+
+namespace vorn::kit {
+namespace {
+
+namespace fs = std::filesystem;
+using support::Outcome;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string kDigits = VORN_SOURCE_FOLDER "/examples/digits";
+
+class QualifyVerb : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return folder_.Path() / name; }
+
+  Outcome Run(std::vector<std::string> words) const {
+    words.insert(words.begin(), "qualify");
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = words;
+    command.directory = folder_.Path();
+    // What is kept of models would be another test's.
+    command.environment = {{"XDG_CACHE_HOME", Path("cache")}};
+    return RunCommand(command);
+  }
+
+  Outcome Qualify(std::vector<std::string> words) const {
+    words.insert(words.begin(), {"-m", kDigits + "/digits.onnx", "--input", kDigits + "/pictures",
+                                 "--run", "run", "--most", "6"});
+    return Run(words);
+  }
+
+  nlohmann::json Record() const {
+    return nlohmann::json::parse(support::ReadFile(Path("run/qualify.json")));
+  }
+
+  support::TempDir folder_;
+};
+
+TEST_F(QualifyVerb, FindsThatADeviceIsRight) {
+  const Outcome ended = Qualify({"--reference", kDigits + "/digits.onnx"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("QUALIFIED: every output is right\n"));
+  EXPECT_THAT(ended.out, HasSubstr("6 of 6 samples"));
+  EXPECT_THAT(ended.out, HasSubstr("probabilities  right"));
+  EXPECT_THAT(ended.err, HasSubstr("vorn qualify: vorn prepare -m "));
+  EXPECT_EQ(Record()["steps"].size(), 5U);
+  EXPECT_EQ(Record()["status"], 0);
+  EXPECT_TRUE(fs::exists(Path("run/verdict.xml")));
+}
+
+TEST_F(QualifyVerb, FindsWhatADeviceGetsWrong) {
+  support::WriteFile(Path("rounding.json"), R"({"model": {"round": "bfloat16"}})");
+  const Outcome ended =
+      Qualify({"-j", "rounding.json", "--reference", kDigits + "/digits.onnx", "--quiet"});
+  EXPECT_EQ(ended.status, 6) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("NOT QUALIFIED: outputs differ\n"));
+  EXPECT_THAT(ended.out, HasSubstr("probabilities  WRONG"));
+  EXPECT_EQ(ended.err, "");
+  // By a rule that is as wide as the device's precision it is right.
+  support::WriteFile(Path("rules.json"),
+                     R"({"schema": 1, "rules": [{"output": "*", "atol": 0.02, "rtol": 0}]})");
+  const Outcome wide = Qualify({"-j", "rounding.json", "--reference", kDigits + "/digits.onnx",
+                                "--quiet", "--rules", "rules.json"});
+  EXPECT_EQ(wide.status, 0) << wide.Describe();
+}
+
+TEST_F(QualifyVerb, DoesAgainOnlyWhatChanged) {
+  const std::vector<std::string> words{"--reference", kDigits + "/digits.onnx"};
+  ASSERT_EQ(Qualify(words).status, 0);
+  const std::string times = support::ReadFile(Path("run/device/times.jsonl"));
+  const Outcome again = Qualify(words);
+  EXPECT_EQ(again.status, 0) << again.Describe();
+  EXPECT_THAT(again.err, HasSubstr("6 of them as they were"));
+  EXPECT_THAT(again.err, HasSubstr("going on with 6 of 6 inferences done"));
+  EXPECT_EQ(support::ReadFile(Path("run/device/times.jsonl")), times);
+  // Another configuration is another device, and only of the device.
+  support::WriteFile(Path("rounding.json"), R"({"model": {"round": "float16"}})");
+  std::vector<std::string> other = words;
+  other.insert(other.end(), {"-j", "rounding.json"});
+  EXPECT_THAT(Qualify(other).err, HasSubstr("going on with 6 of 6 inferences done"));
+  EXPECT_NE(support::ReadFile(Path("run/device/times.jsonl")), times);
+}
+
+TEST_F(QualifyVerb, TakesAFileWhosePathsAreItsOwn) {
+  fs::create_directories(Path("beside"));
+  fs::copy(kDigits + "/digits.onnx", Path("beside/digits.onnx"));
+  fs::copy(kDigits + "/pictures", Path("beside/pictures"));
+  support::WriteFile(Path("beside/qualify.json"), R"({"schema": 1, "run": "run", "most": 3,
+      "device": {"model": "digits.onnx", "inputs": [{"name": "picture", "source": "pictures"}]},
+      "reference": {"model": "digits.onnx", "inputs": [{"name": "picture", "source": "pictures"}]},
+      "preset": "exact"})");
+  const Outcome ended = Run({"beside/qualify.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("3 of 3 samples"));
+  EXPECT_TRUE(fs::exists(Path("beside/run/verdict.json")));
+}
+
+TEST_F(QualifyVerb, StopsBehindAStepThatFailed) {
+  const Outcome ended = Run({"-m", kDigits + "/digits.onnx", "--input", "nowhere", "--run", "run",
+                             "--expected", kDigits + "/expected.npy"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("'nowhere' is not there"));
+  EXPECT_THAT(ended.out,
+              HasSubstr("NOT QUALIFIED: could not prepare the device's inputs (status 3)"));
+  EXPECT_EQ(Record()["steps"].size(), 1U);
+}
+
+TEST_F(QualifyVerb, TouchesNoFolderOfOthers) {
+  support::WriteFile(Path("run/mine"), "precious");
+  const Outcome ended = Qualify({"--expected", kDigits + "/expected.npy"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("is not empty, and no qualification was made in it"));
+  EXPECT_EQ(support::ReadFile(Path("run/mine")), "precious");
+}
+
+TEST_F(QualifyVerb, HasToBeToldWhatIsRight) {
+  EXPECT_THAT(Qualify({}).err, HasSubstr("give --reference MODEL, or --expected PATH"));
+  EXPECT_EQ(Qualify({}).status, 2);
+  EXPECT_EQ(Qualify({"--reference-recipe", "bytes", "--expected", "x"}).status, 2);
+  EXPECT_EQ(Run({"--input", "x", "--run", "run"}).status, 2);
+}
+
+TEST_F(QualifyVerb, NamesTheKeyOfAFileThatIsWrong) {
+  support::WriteFile(Path("q.json"), R"({"schema": 1, "devise": {}})");
+  const Outcome ended = Run({"q.json", "--run", "run"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("there is no key 'devise'; did you mean 'device'?"));
+}
+
+TEST(StatusOf, IsTheFirstOfTheTableThatHolds) {
+  const auto with = [](std::vector<ExitStatus> statuses) {
+    std::vector<QualifyStep> steps;
+    for (const ExitStatus status : statuses) steps.push_back({"", {}, status, ""});
+    return StatusOf(steps);
+  };
+  EXPECT_EQ(with({}), ExitStatus::kDone);
+  EXPECT_EQ(with({ExitStatus::kDone, ExitStatus::kDiffers}), ExitStatus::kDiffers);
+  EXPECT_EQ(with({ExitStatus::kDiffers, ExitStatus::kPartial}), ExitStatus::kPartial);
+  EXPECT_EQ(with({ExitStatus::kNothing, ExitStatus::kLimit}), ExitStatus::kLimit);
+}
+
+}  // namespace
+}  // namespace vorn::kit
