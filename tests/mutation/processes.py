@@ -72,8 +72,8 @@ def _disk_bytes(folder):
 class _Guard:
     """Says what a running program exceeds, if anything."""
 
-    def __init__(self, session, cpu_seconds, log, temporary):
-        self.session, self.cpu_seconds = session, cpu_seconds
+    def __init__(self, session, cpu_seconds, most_seconds, log, temporary):
+        self.session, self.cpu_seconds, self.most_seconds = session, cpu_seconds, most_seconds
         self.log, self.temporary = log, temporary
         self.begin = self.awake_at = time.monotonic()
         self.last_cpu = 0
@@ -83,7 +83,7 @@ class _Guard:
         seen = _look_at(self.session)
         if seen.is_awake or seen.cpu_seconds != self.last_cpu:
             self.awake_at, self.last_cpu = now, seen.cpu_seconds
-        if seen.cpu_seconds > 2 * self.cpu_seconds or now - self.begin > LAST_RESORT_SECONDS:
+        if seen.cpu_seconds > 2 * self.cpu_seconds or now - self.begin > self.most_seconds:
             return "does not end"
         if now - self.awake_at > STANDSTILL_SECONDS:
             return "stands still"
@@ -111,7 +111,8 @@ def _be_as_nice_as(autogroup):
         pass  # asked for too often
 
 
-def run_limited(command, cpu_seconds, log, temporary, environment=None, folder=None):
+def run_limited(command, cpu_seconds, log, temporary, environment=None, folder=None,
+                most_seconds=LAST_RESORT_SECONDS):
     """Runs a program to its end or its limits. `temporary` is emptied and takes its own files."""
     shutil.rmtree(temporary, ignore_errors=True)
     temporary.mkdir(parents=True)
@@ -132,7 +133,7 @@ def run_limited(command, cpu_seconds, log, temporary, environment=None, folder=N
             command, stdin=subprocess.DEVNULL, stdout=out, stderr=subprocess.STDOUT, cwd=folder,
             env=all_variables, start_new_session=True, preexec_fn=prepare,
         )
-    guard = _Guard(process.pid, most, log, temporary)
+    guard = _Guard(process.pid, most, most_seconds, log, temporary)
     pause, looked_at, excess = 0.002, time.monotonic(), None
     while True:
         ended, status, usage = os.wait4(process.pid, os.WNOHANG)

@@ -12,6 +12,7 @@ from programs import find_programs
 from switched import can_be_switched, switch_file
 
 BUILD_CPU_SECONDS = 1800  # of one compilation
+BUILD_SECONDS = 12 * 3600  # of all of them, beside whatever else the machine does
 PLACES_OF_A_FILE = 1024
 
 
@@ -64,7 +65,8 @@ class Tree:
         """True if they build; else what the compiler says is in the log."""
         command = ["ninja", "-C", str(self.build), "-k", str(self.failures_taken), "-j", "2",
                    *targets]
-        return run_limited(command, BUILD_CPU_SECONDS, self.log, self.temporary).status == 0
+        return run_limited(command, BUILD_CPU_SECONDS, self.log, self.temporary,
+                           most_seconds=BUILD_SECONDS).status == 0
 
     def complaints(self):
         """The errors of the log, as (file below the tree, line, words)."""
