@@ -192,7 +192,7 @@ class DumpInspector {
       return false;
     }
     if (values == 0) return true;
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     char last = '\0';
     const bool isRead = fd >= 0 && pread(fd, &last, 1, about.st_size - 1) == 1;
     if (fd >= 0) close(fd);

@@ -32,7 +32,8 @@ bool ReadAt(int fd, uint64_t offset, void* place, size_t size) {
 
 class ElfFile {
  public:
-  explicit ElfFile(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  explicit ElfFile(const std::string& path)
+      : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
     ElfW(Ehdr) header{};
     if (fd_ < 0 || !ReadAt(fd_, 0, &header, sizeof(header))) return;
     if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) return;

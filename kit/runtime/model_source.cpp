@@ -45,6 +45,9 @@ std::optional<ModelDescription> ReadKept(const std::string& file) {
 // Folders above the file are made, too.
 void Keep(const std::string& file, const ModelDescription& description) {
   if (file.empty()) return;
+  struct stat about {};
+  const bool isOther = stat(file.c_str(), &about) == 0 && !S_ISREG(about.st_mode);
+  if (isOther) return;  // a pipe would be waited for
   for (size_t slash = file.find('/', 1); slash != std::string::npos;
        slash = file.find('/', slash + 1)) {
     mkdir(file.substr(0, slash).c_str(), 0700);

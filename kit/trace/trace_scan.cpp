@@ -37,7 +37,7 @@ std::string ReadAt(int fd, uint64_t offset, size_t size) {
 }  // namespace
 
 TraceScan::TraceScan(const std::string& path) {
-  fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe would be waited for
   if (fd_ < 0) {
     throw Fault(ExitStatus::kInput,
                 "the trace '" + Printable(path) + "' cannot be opened: " + SystemReason(errno));

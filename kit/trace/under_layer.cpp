@@ -255,7 +255,7 @@ std::string FindProgram(const std::string& word) {
 // scripts among them, do not matter: what runs them does.
 bool IsStatic(const std::string& file) {
   std::array<char, 4096> front{};
-  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) return false;
   const ssize_t got = read(fd, front.data(), front.size());
   close(fd);

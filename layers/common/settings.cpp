@@ -1,6 +1,7 @@
 #include "layers/common/settings.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -145,8 +146,14 @@ void DescribeSettings(const SettingsTable& table, const char* const* values, cha
 }
 
 bool ReadTextFile(const char* path, char* text, size_t size) {
-  const int fd = open(path, O_RDONLY | O_CLOEXEC);
+  // A pipe without a writer would be waited for, in somebody else's program.
+  const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) return false;
+  struct stat about {};
+  if (fstat(fd, &about) != 0 || !S_ISREG(about.st_mode)) {
+    close(fd);
+    return false;
+  }
   size_t length = 0;
   ssize_t got = 1;
   while (length < size && got != 0) {

@@ -679,10 +679,17 @@ TEST_F(Launch, LoadsTheModelOnceAndKeepsWhatItLearned) {
   }
   ASSERT_EQ(Run({"--run", "third"}).status, 0);
   EXPECT_EQ(loads(), 5);
+  // Nor is a pipe waited for.
+  for (const auto& [name, bytes] : support::ReadTree(Path("cache"))) {
+    fs::remove(Path("cache/" + name));
+    ASSERT_EQ(mkfifo(Path("cache/" + name).c_str(), 0600), 0);
+  }
+  ASSERT_EQ(Run({"--run", "piped"}).status, 0);
+  EXPECT_EQ(loads(), 7);
   // Another model is another one.
   support::WriteFile(Path("model.om"), "25 bytes of a model file.");
   ASSERT_EQ(Run({"--run", "fourth"}).status, 0);
-  EXPECT_EQ(loads(), 7);
+  EXPECT_EQ(loads(), 9);
 }
 
 TEST_F(Launch, TakesADescriptionOfThisModelOnly) {

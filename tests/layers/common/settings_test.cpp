@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <string>
@@ -111,6 +112,14 @@ TEST(ReadTextFile, ReadsUpToItsSize) {
   support::WriteFile(path, "abcd");
   EXPECT_FALSE(ReadTextFile(path.c_str(), text, sizeof(text)));
   EXPECT_FALSE(ReadTextFile(folder.Path().c_str(), text, sizeof(text)));
+}
+
+TEST(ReadTextFile, WaitsForNoPipe) {
+  const support::TempDir folder;
+  const std::string pipe = (folder.Path() / "pipe").string();
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  char text[4];
+  EXPECT_FALSE(ReadTextFile(pipe.c_str(), text, sizeof(text)));
 }
 
 }  // namespace
