@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
@@ -27,8 +28,8 @@ constexpr std::string_view kForms[] = {
 
 constexpr Option kOptions[] = {
     {"to", 't', "FORMAT",
-     "perfetto, for ui.perfetto.dev, csv, or npy; without it what the name of FILE ends with, .csv "
-     "or anything else."},
+     "perfetto, for ui.perfetto.dev, csv, or npy; without it csv for a FILE named .csv, and "
+     "perfetto for others."},
     {"output", 'o', "FILE",
      "Where it goes; without it to standard output, and arrays beside their dumps."},
     {"quiet", 'q', "", "Say nothing of what is missing."},
@@ -71,6 +72,30 @@ Format FormatOf(const Arguments& arguments) {
   if (*format == "npy") return Format::kArrays;
   throw Fault(ExitStatus::kUsage,
               "--to takes perfetto, csv or npy, and got '" + Printable(*format) + "'");
+}
+
+// A name that tells of another format than what would be in the file: whoever opens it by its name
+// finds it broken.
+void CheckEnding(const std::string& output, Format format) {
+  struct EndingRow {
+    std::string_view ending;
+    std::optional<Format> format;  // empty: none that is written
+  };
+  constexpr EndingRow kEndings[] = {
+      {".csv", Format::kCsv},          {".txt", Format::kCsv},
+      {".pftrace", Format::kPerfetto}, {".perfetto-trace", Format::kPerfetto},
+      {".json", std::nullopt},         {".npy", std::nullopt},
+      {".npz", std::nullopt},
+  };
+  const bool isCsv = format == Format::kCsv;
+  for (const EndingRow& row : kEndings) {
+    if (!output.ends_with(row.ending) || row.format == format) continue;
+    throw Fault(ExitStatus::kUsage,
+                Quoted(output) + " ends with " + std::string(row.ending) +
+                    ", and what is written is " +
+                    (isCsv ? "a table; name it .csv"
+                           : "a binary trace of Perfetto; name it .pftrace, or .csv for a table"));
+  }
 }
 
 ExitStatus ConvertRun(const Arguments& arguments) {
@@ -142,6 +167,7 @@ ExitStatus Convert(const Arguments& arguments) {
   if (format == Format::kArrays) return ConvertRun(arguments);
   const bool wantsCsv = format == Format::kCsv;
   const auto output = arguments.Get("output");
+  if (output) CheckEnding(*output, format);
   if (!output && !wantsCsv && isatty(STDOUT_FILENO) == 1) {
     throw Fault(ExitStatus::kUsage, "this is nothing for a terminal; name a file with -o");
   }

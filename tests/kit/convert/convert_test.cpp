@@ -54,6 +54,30 @@ TEST_F(Convert, WritesBothFormats) {
   EXPECT_THAT(support::ReadFile(Path("one.pftrace")), StartsWith("\n"));
 }
 
+TEST_F(Convert, RefusesANameThatTellsOfAnotherFormat) {
+  const auto said = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"-q", Path("one.vtrace"), "-o"});
+    const Outcome ended = Run(words);
+    EXPECT_EQ(ended.status, ended.err.empty() ? 0 : 2);
+    EXPECT_EQ(std::filesystem::exists(words[3]), ended.err.empty());
+    std::filesystem::remove(words[3]);
+    return ended.err;
+  };
+  const std::string binary =
+      ", and what is written is a binary trace of Perfetto; name it .pftrace, or .csv for a "
+      "table\n";
+  EXPECT_EQ(said({Path("own.json")}),
+            "vorn convert: '" + Path("own.json") + "' ends with .json" + binary);
+  EXPECT_EQ(said({Path("a.csv"), "--to", "perfetto"}),
+            "vorn convert: '" + Path("a.csv") + "' ends with .csv" + binary);
+  EXPECT_EQ(said({Path("a.pftrace"), "--to", "csv"}),
+            "vorn convert: '" + Path("a.pftrace") +
+                "' ends with .pftrace, and what is written is a table; name it .csv\n");
+  EXPECT_EQ(said({Path("a.txt"), "--to", "csv"}), "");
+  EXPECT_EQ(said({Path("a.perfetto-trace")}), "");
+  EXPECT_EQ(said({Path("a.anything")}), "");
+}
+
 TEST_F(Convert, MakesArraysOfARun) {
   support::WriteFile(Path("run/dumps/0/prob.0.17.bin"), support::Bytes<float>({1, 2}));
   const std::string done =
