@@ -101,8 +101,8 @@ std::string Text(const std::map<std::string, Value>& values) {
 
 std::string RoundText(const ModelSettings& settings) {
   using vorn::host::Rounding;
-  if (settings.round == Rounding::kFloat16) return Text("float16");
-  if (settings.round == Rounding::kBfloat16) return Text("bfloat16");
+  if (settings.round == Rounding::kToFloat16) return Text("float16");
+  if (settings.round == Rounding::kToBfloat16) return Text("bfloat16");
   const bool isFile = !settings.rangesFile.empty();
   return "{\"int8\":" + (isFile ? Text(settings.rangesFile) : Text(settings.ranges)) + '}';
 }

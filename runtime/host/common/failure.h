@@ -6,6 +6,7 @@
 #ifndef VORN_RUNTIME_HOST_COMMON_FAILURE_H_
 #define VORN_RUNTIME_HOST_COMMON_FAILURE_H_
 
+#include <cstddef>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -28,6 +29,11 @@ std::string Quoted(const Names& names) {
   std::string text;
   for (const auto& name : names) text += Join(text.empty() ? "'" : ", '", name, "'");
   return text.empty() ? "none" : text;
+}
+
+/// "1 node", "3 nodes".
+inline std::string Counted(size_t count, const char* what) {
+  return Join(count, ' ', what, count == 1 ? "" : "s");
 }
 
 /// A status other than 0, and the reason: what was wrong, the value seen, what to change.

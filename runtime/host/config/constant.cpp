@@ -16,10 +16,10 @@ namespace {
 
 constexpr uint64_t kMostConstantBytes = uint64_t{1} << 32;
 
-using Bytes = std::vector<std::byte>;
+using Buffer = std::vector<std::byte>;
 
 template <typename Element>
-void Append(Bytes& bytes, Element element) {
+void Append(Buffer& bytes, Element element) {
   const size_t at = bytes.size();
   bytes.resize(at + sizeof(element));
   std::memcpy(bytes.data() + at, &element, sizeof(element));
@@ -27,13 +27,13 @@ void Append(Bytes& bytes, Element element) {
 
 /// False where the type does not hold the number.
 template <typename Element>
-bool AppendWhole(Bytes& bytes, const Number& number) {
+bool AppendWhole(Buffer& bytes, const Number& number) {
   if (!number.isWhole || !std::in_range<Element>(number.whole)) return false;
   Append(bytes, static_cast<Element>(number.whole));
   return true;
 }
 
-bool AppendElement(Bytes& bytes, vorn_data_type type, const Number& number) {
+bool AppendElement(Buffer& bytes, vorn_data_type type, const Number& number) {
   switch (type) {
     case VORN_FLOAT32:
       return Append(bytes, static_cast<float>(number.real)), true;

@@ -82,14 +82,14 @@ constexpr Key<ModelSettings> kRoundKeys[] = {{"int8", ReadInt8}};
 void ReadRound(const std::string& key, const json& value, ModelSettings& settings) {
   settings.ranges.clear();
   settings.rangesFile.clear();
-  settings.round = Rounding::kInt8;
+  settings.round = Rounding::kToInt8;
   if (value.is_object() && value.size() == 1) {
     return ReadKeys<ModelSettings>(value, key + ".", kRoundKeys, settings);
   }
   if (value != "float16" && value != "bfloat16") {
     throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give ", kRoundings);
   }
-  settings.round = value == "float16" ? Rounding::kFloat16 : Rounding::kBfloat16;
+  settings.round = value == "float16" ? Rounding::kToFloat16 : Rounding::kToBfloat16;
 }
 
 constexpr Key<ModelSettings> kModelKeys[] = {

@@ -33,7 +33,7 @@ enum class Sequence {
 };
 
 /// The precision to which a model's numbers are rounded.
-enum class Rounding { kNone, kFloat16, kBfloat16, kInt8 };
+enum class Rounding { kNone, kToFloat16, kToBfloat16, kToInt8 };
 
 /// The values that a tensor takes.
 struct Range {
@@ -65,7 +65,7 @@ struct ModelSettings {
   std::vector<std::string> expose;            ///< results of nodes that are outputs as well
   std::vector<std::string> until;  ///< results that are the outputs instead; empty: the model's own
   Rounding round = Rounding::kNone;
-  std::map<std::string, Range> ranges;  ///< of tensors, for kInt8
+  std::map<std::string, Range> ranges;  ///< of tensors, for kToInt8
   std::string rangesFile;               ///< where they stand instead; empty: here
 
   bool operator==(const ModelSettings&) const = default;

@@ -22,10 +22,6 @@ constexpr size_t kMostNamed = 3;  // of what is left out
 
 using Facts = std::map<std::string_view, const ResultFacts*>;
 
-std::string Count(size_t count, const char* what) {
-  return Join(count, ' ', what, count == 1 ? "" : "s");
-}
-
 /// Results of the main graph's nodes, in its order.
 std::vector<std::string_view> ResultsOf(const OnnxGraph& graph) {
   std::vector<std::string_view> names;
@@ -103,7 +99,7 @@ std::string Cut(OnnxGraph& graph, const ModelSettings& settings, EditedModel& ed
   for (const std::string& name : settings.until) {
     names += Join(names.empty() ? "" : ", ", '\'', Excerpt(name), '\'');
   }
-  return Join("cut at ", names, ": ", graph.nodes.size(), " of ", Count(count, "node"),
+  return Join("cut at ", names, ": ", graph.nodes.size(), " of ", Counted(count, "node"),
               graph.nodes.size() == 1 ? " is left" : " are left");
 }
 
@@ -137,7 +133,7 @@ std::string ExposeAll(const OnnxGraph& graph, const Facts& facts,
     outputs.push_back(name);
     ++count;
   }
-  std::string done = Join("exposed ", Count(count, "tensor"));
+  std::string done = Join("exposed ", Counted(count, "tensor"));
   if (leftOut.empty()) return done;
   done += Join(" and left out ", leftOut.size(), ": ");
   for (size_t i = 0; i < std::min(leftOut.size(), kMostNamed); ++i) {
@@ -159,7 +155,7 @@ std::string Expose(const OnnxGraph& graph, const ModelSettings& settings, const 
     outputs.push_back(name);
     ++count;
   }
-  return Join("exposed ", Count(count, "tensor"));
+  return Join("exposed ", Counted(count, "tensor"));
 }
 
 std::string Round(OnnxGraph& graph, const ModelSettings& settings, const Facts& facts) {

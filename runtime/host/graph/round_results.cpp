@@ -48,18 +48,14 @@ const char* NameOf(Rounding rounding) {
   switch (rounding) {
     case Rounding::kNone:
       break;
-    case Rounding::kFloat16:
+    case Rounding::kToFloat16:
       return "float16";
-    case Rounding::kBfloat16:
+    case Rounding::kToBfloat16:
       return "bfloat16";
-    case Rounding::kInt8:
+    case Rounding::kToInt8:
       return "int8";
   }
   return "";
-}
-
-std::string Count(size_t count, const char* what) {
-  return Join(count, ' ', what, count == 1 ? "" : "s");
 }
 
 class Rounder {
@@ -84,12 +80,12 @@ class Rounder {
     RoundInputs();
     for (GraphNode& node : graph_.nodes) RoundNode(node);
     graph_.UseDomain(kRoundingDomain);
-    return Join("rounded ", Count(weights_, "weight"), ", ", Count(inputs_, "input"), " and ",
-                Count(results_, "result"), " to ", NameOf(settings_.round));
+    return Join("rounded ", Counted(weights_, "weight"), ", ", Counted(inputs_, "input"), " and ",
+                Counted(results_, "result"), " to ", NameOf(settings_.round));
   }
 
  private:
-  bool IsInt8() const { return settings_.round == Rounding::kInt8; }
+  bool IsInt8() const { return settings_.round == Rounding::kToInt8; }
 
   /// How all readers of a weight would hold it.
   WeightScheme SchemeFor(std::string_view name, size_t rank) const {
@@ -180,14 +176,14 @@ class Rounder {
     if (missing.empty()) return;
     throw Failure(VORN_ERROR_MODEL, "'round' needs the range of '", Excerpt(missing[0]), "'",
                   missing.size() == 1 ? "" : Join(" and of ", missing.size() - 1, " more"), ", ",
-                  missing.size(), " of ", Count(count, "result"),
+                  missing.size(), " of ", Counted(count, "result"),
                   "; measure them over inputs like those that are to be run");
   }
 
   /// The node that rounds `from` into `to`; `name` is that of the tensor outside.
   std::string NodeFor(std::string_view name, std::string_view from, std::string_view to) const {
-    if (settings_.round == Rounding::kFloat16) return RoundingNode("ToFloat16", from, to);
-    if (settings_.round == Rounding::kBfloat16) return RoundingNode("ToBfloat16", from, to);
+    if (settings_.round == Rounding::kToFloat16) return RoundingNode("ToFloat16", from, to);
+    if (settings_.round == Rounding::kToBfloat16) return RoundingNode("ToBfloat16", from, to);
     if (!NeedsRange(name)) return RoundingNode("ToOwnGrid", from, to);
     const Grid grid = GridFor(*RangeOf(name));
     return RoundingNode("ToGrid", from, to,

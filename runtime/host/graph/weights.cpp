@@ -117,11 +117,11 @@ void RoundWeight(Rounding rounding, const WeightScheme& scheme, std::span<const 
   switch (rounding) {
     case Rounding::kNone:
       return;
-    case Rounding::kFloat16:
+    case Rounding::kToFloat16:
       return RoundToFloat16(values, values, floats.size());
-    case Rounding::kBfloat16:
+    case Rounding::kToBfloat16:
       return RoundToBfloat16(values, values, floats.size());
-    case Rounding::kInt8:
+    case Rounding::kToInt8:
       break;
   }
   if (scheme.kind == WeightScheme::kPerChannel) return RoundChannels(scheme.axis, dims, floats);

@@ -20,6 +20,12 @@ TEST(Quoted, ListsNamesOrSaysThatThereAreNone) {
   EXPECT_EQ(Quoted(std::vector<std::string>{}), "none");
 }
 
+TEST(Counted, SaysOneOrMany) {
+  EXPECT_EQ(Counted(0, "node"), "0 nodes");
+  EXPECT_EQ(Counted(1, "node"), "1 node");
+  EXPECT_EQ(Counted(2, "node"), "2 nodes");
+}
+
 TEST(Failure, HoldsItsStatusAndTheWholeReason) {
   const Failure failure(VORN_ERROR_TIMEOUT, "it took ", 3, " s");
   EXPECT_EQ(failure.status(), VORN_ERROR_TIMEOUT);

@@ -70,11 +70,11 @@ TEST(ParseModelSettings, TellsAllFromATensorOfThatName) {
 
 TEST(ParseModelSettings, TakesEveryPrecision) {
   EXPECT_EQ(ParseModelSettings("{}").round, Rounding::kNone);
-  EXPECT_EQ(ParseModelSettings(R"({"round": "float16"})").round, Rounding::kFloat16);
-  EXPECT_EQ(ParseModelSettings(R"({"round": "bfloat16"})").round, Rounding::kBfloat16);
+  EXPECT_EQ(ParseModelSettings(R"({"round": "float16"})").round, Rounding::kToFloat16);
+  EXPECT_EQ(ParseModelSettings(R"({"round": "bfloat16"})").round, Rounding::kToBfloat16);
   const ModelSettings here =
       ParseModelSettings(R"({"round": {"int8": {"a": {"min": 0, "max": 1}}}})");
-  EXPECT_EQ(here.round, Rounding::kInt8);
+  EXPECT_EQ(here.round, Rounding::kToInt8);
   EXPECT_EQ(here.ranges.at("a"), (Range{0, 1}));
   const ModelSettings file = ParseModelSettings(R"({"round": {"int8": "ranges.json"}})", here);
   EXPECT_EQ(file.rangesFile, "ranges.json");

@@ -99,26 +99,26 @@ TEST(RoundWeight, RoundsEveryChannelByItsOwnGrid) {
   const std::vector<float> floats = {127, 1.4F, 254, 3.4F, 127, 2.6F, 254, 7.4F};
   const std::vector<int64_t> dims = {2, 2, 2};
   std::vector<float> middle = floats;
-  RoundWeight(Rounding::kInt8, PerChannel(1), dims, middle);
+  RoundWeight(Rounding::kToInt8, PerChannel(1), dims, middle);
   EXPECT_THAT(middle, ElementsAre(127, 1, 254, 4, 127, 3, 254, 8));
   std::vector<float> first = floats;
-  RoundWeight(Rounding::kInt8, PerChannel(0), dims, first);
+  RoundWeight(Rounding::kToInt8, PerChannel(0), dims, first);
   EXPECT_THAT(first, ElementsAre(128, 2, 254, 4, 128, 2, 254, 8));
   std::vector<float> whole = floats;
-  RoundWeight(Rounding::kInt8, kPerTensor, dims, whole);
+  RoundWeight(Rounding::kToInt8, kPerTensor, dims, whole);
   EXPECT_EQ(whole, first);
   std::vector<float> bias = floats;
-  RoundWeight(Rounding::kInt8, kUntouched, dims, bias);
+  RoundWeight(Rounding::kToInt8, kUntouched, dims, bias);
   EXPECT_EQ(bias, floats);
 }
 
 TEST(RoundWeight, HasNoSchemeInFloats) {
   std::vector<float> floats = {1.001F, 70000};
-  RoundWeight(Rounding::kFloat16, kUntouched, std::vector<int64_t>{2}, floats);
+  RoundWeight(Rounding::kToFloat16, kUntouched, std::vector<int64_t>{2}, floats);
   EXPECT_EQ(floats[0], 1.0009765625F);
   EXPECT_TRUE(std::isinf(floats[1]));
   floats = {1.001F, 70000};
-  RoundWeight(Rounding::kBfloat16, kPerTensor, std::vector<int64_t>{2}, floats);
+  RoundWeight(Rounding::kToBfloat16, kPerTensor, std::vector<int64_t>{2}, floats);
   EXPECT_THAT(floats, ElementsAre(1, 70144));
 }
 
