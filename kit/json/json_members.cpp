@@ -1,6 +1,8 @@
 #include "kit/json/json_members.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <string>
 #include <vector>
@@ -22,6 +24,14 @@ double FiniteNumber(const Json& value, const char* key) {
   const double number = value.AsNumber();
   if (!std::isfinite(number)) throw JsonError(std::string(key) + " is no finite number");
   return number;
+}
+
+double ShortestDouble(float number) {
+  std::array<char, 40> text{};
+  const auto [end, error] = std::to_chars(text.begin(), text.end(), number);
+  double value = 0;
+  if (error == std::errc{}) std::from_chars(text.begin(), end, value);
+  return value;
 }
 
 }  // namespace vorn::kit

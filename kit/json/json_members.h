@@ -1,4 +1,4 @@
-// Members of objects that a person wrote.
+// Members of objects that a person wrote, or is to read.
 #ifndef VORN_KIT_JSON_JSON_MEMBERS_H_
 #define VORN_KIT_JSON_JSON_MEMBERS_H_
 
@@ -14,6 +14,9 @@ void HoldToKeys(const Json& object, std::initializer_list<const char*> keys);
 
 /// The number of `key`, which has to be finite; throws a JsonError that names the key.
 [[nodiscard]] double FiniteNumber(const Json& value, const char* key);
+
+/// The number as a person writes it: 0.1, and not the double that a float of 0.1 is.
+[[nodiscard]] double ShortestDouble(float number);
 
 }  // namespace vorn::kit
 

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 
 #include "kit/common/fault.h"
@@ -261,20 +260,11 @@ Json ResizeJson(const ResizeStep& step) {
   return json;
 }
 
-// 0.485, not the double that a float of 0.485 is.
-double ShortestOf(float number) {
-  std::array<char, 40> text{};
-  const auto [end, error] = std::to_chars(text.begin(), text.end(), number);
-  double value = 0;
-  if (error == std::errc{}) std::from_chars(text.begin(), end, value);
-  return value;
-}
-
 Json ValuesJson(const std::vector<ValueStep>& steps) {
   Json json = Json::Array();
   for (const ValueStep& step : steps) {
     Json by = Json::Array();
-    for (const float number : step.by) by.Append(ShortestOf(number));
+    for (const float number : step.by) by.Append(ShortestDouble(number));
     json.Append(Json::Object({{std::string(WordOf(kSteps, step.kind)), by}}));
   }
   return json;
@@ -422,8 +412,8 @@ Json ToJson(const Recipe& recipe) {
   json.Set("layout", WordOf(kLayouts, recipe.layout));
   if (recipe.quantisation) {
     json.Set("quantisation",
-             Json::Object({{"scale", ShortestOf(recipe.quantisation->scale)},
-                           {"zeroPoint", ShortestOf(recipe.quantisation->zeroPoint)}}));
+             Json::Object({{"scale", ShortestDouble(recipe.quantisation->scale)},
+                           {"zeroPoint", ShortestDouble(recipe.quantisation->zeroPoint)}}));
   }
   return json;
 }

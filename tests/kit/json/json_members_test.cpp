@@ -31,5 +31,11 @@ TEST(FiniteNumber, RefusesWhatIsNone) {
   EXPECT_THROW((void)FiniteNumber(Json("much"), "scale"), JsonError);
 }
 
+TEST(ShortestDouble, IsWhatAPersonWrites) {
+  EXPECT_EQ(ShortestDouble(0.1F), 0.1);
+  EXPECT_EQ(ShortestDouble(-3.4028235e38F), -3.4028235e38);
+  EXPECT_EQ(ShortestDouble(0), 0);
+}
+
 }  // namespace
 }  // namespace vorn::kit
