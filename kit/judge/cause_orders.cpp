@@ -55,14 +55,18 @@ class OrderFinder {
 
   void FindSamples() {
     const auto same = [](uint64_t element) { return element; };
-    if (question_.before.size() == count_ &&
-        Try("stale", "it is the output of the sample before: stale", question_.before, same)) {
-      return;
-    }
-    if (question_.other.size() == count_ && question_.otherSample) {
-      Try("other-sample", "it is the output of sample " + std::to_string(*question_.otherSample),
-          question_.other, same);
-    }
+    const bool isStale =
+        question_.before.size() == count_ &&
+        Try("stale", "it is the output of the sample before: stale", question_.before, same);
+    const bool isOther =
+        question_.other.size() == count_ && question_.otherSample &&
+        Try("other-sample", "it is the output of sample " + std::to_string(*question_.otherSample),
+            question_.other, same);
+    if (!isStale || !isOther) return;
+    // One of them. The sample before may be the other one, or only nearly like it.
+    const size_t last = causes_.size() - 1;
+    const bool isOtherBetter = causes_[last].certainty > causes_[last - 1].certainty + 0.005;
+    causes_.erase(causes_.end() - (isOtherBetter ? 2 : 1));
   }
 
   // ---- Items of a batch -------------------------------------------------------------------------

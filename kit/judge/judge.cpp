@@ -10,6 +10,7 @@
 #include <cmath>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "kit/common/fault.h"
 #include "kit/common/nearest.h"
@@ -582,23 +583,26 @@ class Judging {
     return std::nullopt;
   }
 
-  // The sample whose expected output has most values of this print in their places, if it is half
-  // of them and not the sample itself.
+  // The sample whose expected output has most values of this print in their places, to the bit
+  // before by the tolerance, if it is half of them and not the sample itself.
   static std::optional<uint64_t> SampleLike(const OutputState& state, uint64_t own,
                                             const std::vector<float>& actual,
                                             const Tolerance& tolerance) {
     std::optional<uint64_t> best;
-    size_t most = kPrintSize / 2;
+    constexpr size_t kHalf = kPrintSize / 2;
+    std::pair<size_t, size_t> most{0, kHalf};
     for (const auto& [sample, print] : state.prints) {
       if (sample == own) continue;
+      size_t equal = 0;
       size_t alike = 0;
       for (size_t i = 0; i < kPrintSize; ++i) {
         const auto a = static_cast<double>(actual[PrintPlace(i, actual.size())]);
         const auto e = static_cast<double>(print[i]);
+        equal += a == e ? 1 : 0;
         alike += std::abs(a - e) <= tolerance.atol + tolerance.rtol * std::abs(e) ? 1 : 0;
       }
-      if (alike > most) {
-        most = alike;
+      if (alike > kHalf && std::pair(equal, alike) > most) {
+        most = {equal, alike};
         best = sample;
       }
     }

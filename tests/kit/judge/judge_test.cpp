@@ -716,6 +716,24 @@ TEST_F(Judgement, TellsTheSampleBeforeFromAnother) {
   EXPECT_EQ(verdict.outputs[0].causes[1].causes[0].text, "it is the output of sample 0");
 }
 
+// Of two inputs of one class the outputs are nearly the same.
+TEST_F(Judgement, TellsACopyOfAnotherFromTheNearlySameBefore) {
+  for (int sample = 0; sample < 6; ++sample) {
+    const std::string number = std::to_string(sample);
+    Values values = Wave(50, static_cast<float>(sample));
+    if (sample == 3) {
+      values = Wave(50, 1);
+      for (float& value : values) value *= 1.001F;
+    }
+    if (sample == 0) values = Wave(50, 1.0001F);
+    Dump("expected/" + number, values);
+    Dump("actual/" + number, sample == 4 ? Wave(50, 1) : values);
+  }
+  const Verdict verdict = Run();
+  ASSERT_THAT(CauseIdsOf(verdict), testing::ElementsAre("other-sample"));
+  EXPECT_EQ(verdict.outputs[0].causes[0].causes[0].text, "it is the output of sample 1");
+}
+
 TEST_F(Judgement, LooksForTheCauseOfAFewSamples) {
   for (int sample = 0; sample < 6; ++sample) {
     Dump("expected/" + std::to_string(sample), Wave(50, static_cast<float>(sample)));
