@@ -33,8 +33,12 @@ Value Saturated(float value) {
   if constexpr (std::is_same_v<Value, float>) {
     return value;
   } else {
+    // From 2^23 to 2^24 the neighbours of a float are 1 apart: adding rounds. std::nearbyint is a
+    // call into a library on the oldest x86-64.
+    constexpr float kRounder = 12582912.0F;
     const float most = std::numeric_limits<Value>::max();
-    return static_cast<Value>(std::nearbyint(std::clamp(value, 0.0F, most)));
+    const float rounded = std::min(std::max(value, 0.0F), most) + kRounder - kRounder;
+    return static_cast<Value>(static_cast<int32_t>(rounded));
   }
 }
 
@@ -113,19 +117,8 @@ enum class Interpolation { kLinear, kAreaGrowing, kCubic };
 // The neighbours of an output along an axis.
 template <typename Work>
 struct Neighbours {
-  int64_t first;  // the place of the first weight; may lie before 0
+  uint32_t places[kMostTaps];
   Work weights[kMostTaps];
-};
-
-template <typename Work>
-struct AxisTaps {
-  uint32_t taps;
-  uint32_t inSize;
-  std::vector<Neighbours<Work>> outputs;
-
-  [[nodiscard]] size_t Place(const Neighbours<Work>& output, uint32_t tap) const {
-    return static_cast<size_t>(std::clamp<int64_t>(output.first + tap, 0, int64_t{inSize} - 1));
-  }
 };
 
 void CubicWeights(float x, float* weights) {
@@ -138,12 +131,11 @@ void CubicWeights(float x, float* weights) {
 
 // `isColumns`: at the border a column counts wholly; of rows both weights count, of the same row.
 template <typename Work>
-AxisTaps<Work> TapsOf(uint32_t inSize, uint32_t outSize, Interpolation interpolation,
-                      bool isColumns) {
+std::vector<Neighbours<Work>> TapsOf(uint32_t inSize, uint32_t outSize, Interpolation interpolation,
+                                     bool isColumns) {
   const double growth = static_cast<double>(outSize) / inSize;
   const double scale = 1.0 / growth;
-  AxisTaps<Work> axis{interpolation == Interpolation::kCubic ? 4U : 2U, inSize, {}};
-  axis.outputs.resize(outSize);
+  std::vector<Neighbours<Work>> outputs(outSize);
   for (uint32_t out = 0; out < outSize; ++out) {
     int64_t place = 0;
     float rest = 0;
@@ -163,19 +155,23 @@ AxisTaps<Work> TapsOf(uint32_t inSize, uint32_t outSize, Interpolation interpola
     }
     float weights[kMostTaps] = {1.F - rest, rest};
     if (interpolation == Interpolation::kCubic) CubicWeights(rest, weights);
-    Neighbours<Work>& output = axis.outputs[out];
-    output.first = interpolation == Interpolation::kCubic ? place - 1 : place;
-    for (size_t i = 0; i < kMostTaps; ++i) output.weights[i] = WeightOf<Work>(weights[i]);
+    if (interpolation == Interpolation::kCubic) --place;
+    for (size_t i = 0; i < kMostTaps; ++i) {
+      const int64_t taken = std::clamp<int64_t>(place + static_cast<int64_t>(i), 0, inSize - 1);
+      outputs[out].places[i] = static_cast<uint32_t>(taken);
+      outputs[out].weights[i] = WeightOf<Work>(weights[i]);
+    }
   }
-  return axis;
+  return outputs;
 }
 
 template <typename Value, uint32_t kChannels, uint32_t kTaps>
-void ResizeRow(const Value* from, const AxisTaps<WorkOf<Value>>& axis, WorkOf<Value>* to) {
+void ResizeRow(const Value* from, const std::vector<Neighbours<WorkOf<Value>>>& axis,
+               WorkOf<Value>* to) {
   using Work = WorkOf<Value>;
-  for (const Neighbours<Work>& output : axis.outputs) {
+  for (const Neighbours<Work>& output : axis) {
     const Value* pixels[kTaps];
-    for (uint32_t i = 0; i < kTaps; ++i) pixels[i] = from + axis.Place(output, i) * kChannels;
+    for (uint32_t i = 0; i < kTaps; ++i) pixels[i] = from + size_t{output.places[i]} * kChannels;
     for (uint32_t c = 0; c < kChannels; ++c) {
       Work sum = pixels[0][c] * output.weights[0];
       for (uint32_t i = 1; i < kTaps; ++i) sum += pixels[i][c] * output.weights[i];
@@ -260,11 +256,11 @@ void MixCubic(const WorkOf<Value>* const* rows, const WorkOf<Value>* weights, si
 template <typename Value, uint32_t kTaps>
 class NarrowedRows {
  public:
-  NarrowedRows(const Picture& picture, const AxisTaps<WorkOf<Value>>& columns)
+  NarrowedRows(const Picture& picture, const std::vector<Neighbours<WorkOf<Value>>>& columns)
       : picture_(picture),
         columns_(columns),
         resizeRow_(RowFunctionOf<Value, kTaps>(picture.channels)) {
-    for (auto& row : rows_) row.resize(columns.outputs.size() * picture.channels);
+    for (auto& row : rows_) row.resize(columns.size() * picture.channels);
     std::fill_n(held_, kTaps, SIZE_MAX);
   }
 
@@ -279,8 +275,8 @@ class NarrowedRows {
 
  private:
   const Picture& picture_;
-  const AxisTaps<WorkOf<Value>>& columns_;
-  void (*resizeRow_)(const Value*, const AxisTaps<WorkOf<Value>>&, WorkOf<Value>*);
+  const std::vector<Neighbours<WorkOf<Value>>>& columns_;
+  void (*resizeRow_)(const Value*, const std::vector<Neighbours<WorkOf<Value>>>&, WorkOf<Value>*);
   std::vector<WorkOf<Value>> rows_[kTaps];
   size_t held_[kTaps];
 };
@@ -289,16 +285,16 @@ template <typename Value, uint32_t kTaps>
 Picture Interpolate(const Picture& picture, uint32_t width, uint32_t height,
                     Interpolation interpolation) {
   using Work = WorkOf<Value>;
-  const AxisTaps<Work> columns = TapsOf<Work>(picture.width, width, interpolation, true);
-  const AxisTaps<Work> rows = TapsOf<Work>(picture.height, height, interpolation, false);
+  const auto columns = TapsOf<Work>(picture.width, width, interpolation, true);
+  const auto rows = TapsOf<Work>(picture.height, height, interpolation, false);
   Picture resized = MakePicture(width, height, picture.channels, picture.type);
   NarrowedRows<Value, kTaps> narrowed(picture, columns);
   for (uint32_t y = 0; y < height; ++y) {
     const Work* taken[kTaps];
     for (uint32_t i = 0; i < kTaps; ++i) {
-      taken[i] = narrowed.Row(rows.Place(rows.outputs[y], i));
+      taken[i] = narrowed.Row(rows[y].places[i]);
     }
-    const Work* weights = rows.outputs[y].weights;
+    const Work* weights = rows[y].weights;
     auto* to = resized.Row<Value>(y);
     if constexpr (kTaps == 2) MixLinear<Value>(taken, weights, resized.RowValues(), to);
     if constexpr (kTaps == 4) MixCubic<Value>(taken, weights, resized.RowValues(), to);
@@ -340,14 +336,34 @@ std::vector<Part> PartsOf(uint32_t inSize, uint32_t outSize) {
   return parts;
 }
 
-template <typename Value>
-void AddParts(const Value* from, const std::vector<Part>& parts, uint32_t channels,
-              std::vector<float>& sums) {
-  std::fill(sums.begin(), sums.end(), 0.F);
+// One row of sums. The parts of an output follow each other, so that its sums stay at hand.
+template <typename Value, uint32_t kChannels>
+void AddParts(const Value* from, const std::vector<Part>& parts, float* to) {
+  float sums[kChannels] = {};
+  uint32_t out = 0;
   for (const Part& part : parts) {
-    const Value* pixel = from + size_t{part.in} * channels;
-    float* to = sums.data() + size_t{part.out} * channels;
-    for (uint32_t c = 0; c < channels; ++c) to[c] += static_cast<float>(pixel[c]) * part.weight;
+    if (part.out != out) {
+      to = std::copy_n(sums, kChannels, to);
+      std::fill_n(sums, kChannels, 0.F);
+      out = part.out;
+    }
+    const Value* pixel = from + size_t{part.in} * kChannels;
+    for (uint32_t c = 0; c < kChannels; ++c) sums[c] += static_cast<float>(pixel[c]) * part.weight;
+  }
+  std::copy_n(sums, kChannels, to);
+}
+
+template <typename Value>
+auto AddPartsOf(uint32_t channels) {
+  switch (channels) {
+    case 1:
+      return AddParts<Value, 1>;
+    case 2:
+      return AddParts<Value, 2>;
+    case 3:
+      return AddParts<Value, 3>;
+    default:
+      return AddParts<Value, 4>;
   }
 }
 
@@ -358,13 +374,14 @@ Picture MeanOfParts(const Picture& picture, uint32_t width, uint32_t height) {
   Picture resized = MakePicture(width, height, picture.channels, picture.type);
   std::vector<float> sums(resized.RowValues());
   std::vector<float> row(resized.RowValues());
+  const auto addParts = AddPartsOf<Value>(picture.channels);
   const auto finish = [&](uint32_t y) {
     std::transform(sums.begin(), sums.end(), resized.Row<Value>(y), Saturated<Value>);
   };
   uint32_t y = 0;
   bool isFirst = true;
   for (const Part& part : rows) {
-    AddParts(picture.Row<Value>(part.in), columns, picture.channels, row);
+    addParts(picture.Row<Value>(part.in), columns, row.data());
     if (part.out != y) {
       finish(y);
       y = part.out;
@@ -382,30 +399,49 @@ Picture MeanOfParts(const Picture& picture, uint32_t width, uint32_t height) {
 // Four pixels to one. Whole numbers are rounded with the half up, but of two channels, which there
 // is no faster way for, with the half to even. Floats are added in pairs where they are vectors
 // there.
-template <typename Value>
-Picture MeanOfFours(const Picture& picture) {
-  const uint32_t channels = picture.channels;
-  Picture resized = MakePicture(picture.width / 2, picture.height / 2, channels, picture.type);
-  const uint32_t paired = channels == 4 ? resized.width : channels == 1 ? resized.width / 4 * 4 : 0;
-  for (uint32_t y = 0; y < resized.height; ++y) {
-    const Value* above = picture.Row<Value>(y * 2);
-    const Value* below = picture.Row<Value>(y * 2 + 1);
-    Value* to = resized.Row<Value>(y);
-    for (uint32_t x = 0; x < resized.width; ++x, above += channels, below += channels) {
-      for (uint32_t c = 0; c < channels; ++c, ++above, ++below) {
-        const Value right = above[channels];
-        const Value belowRight = below[channels];
-        if constexpr (std::is_same_v<Value, float>) {
-          *to++ = (x < paired ? (*above + right) + (*below + belowRight)
-                              : *above + right + *below + belowRight) *
-                  0.25F;
-        } else {
-          const unsigned sum = unsigned{*above} + right + *below + belowRight;
-          const unsigned half = channels == 2 ? 1 + (sum >> 2 & 1) : 2;
-          *to++ = static_cast<Value>((sum + half) >> 2);
-        }
+template <typename Value, uint32_t kChannels>
+void MixFours(const Value* above, const Value* below, uint32_t width, Value* to) {
+  const uint32_t paired = kChannels == 4 ? width : kChannels == 1 ? width / 4 * 4 : 0;
+  for (uint32_t x = 0; x < width; ++x) {
+    for (uint32_t c = 0; c < kChannels; ++c) {
+      const size_t left = size_t{x} * 2 * kChannels + c;
+      const size_t right = left + kChannels;
+      Value& mean = to[size_t{x} * kChannels + c];
+      if constexpr (std::is_same_v<Value, float>) {
+        const float sum = x < paired ? (above[left] + above[right]) + (below[left] + below[right])
+                                     : above[left] + above[right] + below[left] + below[right];
+        mean = sum * 0.25F;
+      } else {
+        const unsigned sum = unsigned{above[left]} + above[right] + below[left] + below[right];
+        const unsigned half = kChannels == 2 ? 1 + (sum >> 2 & 1) : 2;
+        mean = static_cast<Value>((sum + half) >> 2);
       }
     }
+  }
+}
+
+template <typename Value>
+auto MixFoursOf(uint32_t channels) {
+  switch (channels) {
+    case 1:
+      return MixFours<Value, 1>;
+    case 2:
+      return MixFours<Value, 2>;
+    case 3:
+      return MixFours<Value, 3>;
+    default:
+      return MixFours<Value, 4>;
+  }
+}
+
+template <typename Value>
+Picture MeanOfFours(const Picture& picture) {
+  Picture resized =
+      MakePicture(picture.width / 2, picture.height / 2, picture.channels, picture.type);
+  const auto mix = MixFoursOf<Value>(picture.channels);
+  for (uint32_t y = 0; y < resized.height; ++y) {
+    mix(picture.Row<Value>(y * 2), picture.Row<Value>(y * 2 + 1), resized.width,
+        resized.Row<Value>(y));
   }
   return resized;
 }
