@@ -1,7 +1,7 @@
 // Resizing by named rules. "Bilinear" without a name does not exist: what OpenCV and what Pillow
 // call so are different numbers, and a network is best with the ones that it was trained with. Each
 // rule gives what the program gives that it is named after (python3-opencv 4.6 and python3-pil 9.4
-// as Debian 12 has them on x86-64), bit for bit where the page on pictures does not say otherwise.
+// as Debian 12 has them on x86-64), bit for bit where docs/pictures.md does not say otherwise.
 #ifndef VORN_KIT_PICTURE_RESIZE_H_
 #define VORN_KIT_PICTURE_RESIZE_H_
 

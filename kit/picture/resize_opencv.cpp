@@ -480,12 +480,18 @@ Picture MeanOfBlocks(const Picture& picture, uint32_t columns, uint32_t rows) {
   return resized;
 }
 
+// Whether an output takes whole pixels, by the scale: 49 to 1, of which the double is a little
+// less, is no such scale.
+bool IsWhole(uint32_t inSize, uint32_t outSize) {
+  return inSize % outSize == 0 && ScaleOf(inSize, outSize) == inSize / outSize;
+}
+
 template <typename Value>
 Picture ResizeArea(const Picture& picture, uint32_t width, uint32_t height) {
   if (width > picture.width || height > picture.height) {
     return Interpolate<Value, 2>(picture, width, height, Interpolation::kAreaGrowing);
   }
-  if (picture.width % width == 0 && picture.height % height == 0) {
+  if (IsWhole(picture.width, width) && IsWhole(picture.height, height)) {
     return MeanOfBlocks<Value>(picture, picture.width / width, picture.height / height);
   }
   return MeanOfParts<Value>(picture, width, height);

@@ -100,8 +100,11 @@ Taps TapsOf(uint32_t inSize, float from, float to, uint32_t outSize, const Filte
   for (uint32_t out = 0; out < outSize; ++out) {
     const double centre = static_cast<double>(from) + (out + 0.5) * scale;
     const double narrowing = 1.0 / widening;
-    const auto first = static_cast<int64_t>(std::max(centre - support + 0.5, 0.0));
-    const auto end = std::min(static_cast<int64_t>(centre + support + 0.5), int64_t{inSize});
+    // Pixels whose centres lie within the support, these rounded half up.
+    const double lower = std::max(centre - support + 0.5, 0.0);
+    const double upper = centre + support + 0.5;
+    const auto first = static_cast<int64_t>(lower);
+    const auto end = std::min(static_cast<int64_t>(upper), int64_t{inSize});
     const auto count = static_cast<uint32_t>(end - first);
     double* weights = taps.weights.data() + out * taps.most;
     double sum = 0;

@@ -1,9 +1,12 @@
 #!/usr/bin/python3
-"""Resizes pictures of random shapes with Pillow, with OpenCV and with kit/picture, and counts where they
-differ: compare_with_originals.py PROBE [CASES [SEED]]. PROBE is the library picture_probe of the build.
-Needs python3-pil and python3-opencv of Debian 12. Ends with 1 if anything differs."""
+"""Resizes pictures of random shapes with Pillow, with OpenCV and with kit/picture, decodes random files
+with Pillow and with kit/picture, and counts where they differ:
+compare_with_originals.py PROBE [CASES [SEED]], a quarter as many files as resizes. PROBE is the library
+picture_probe of the build. Needs python3-pil and python3-opencv of Debian 12. Ends with 1 if anything
+differs."""
 import collections
 import ctypes
+import io
 import random
 import sys
 
@@ -123,6 +126,64 @@ def random_case(chance):
     return rule, random_picture(chance, width, height, channels, kind), wanted, box
 
 
+def random_file(chance):
+    """The kind of a file and its bytes, as Pillow writes it."""
+    width, height = random_size(chance), random_size(chance)
+    mode = chance.choice(['L', 'RGB', 'RGB', 'RGBA', 'LA', 'CMYK', '1', 'P', 'I;16', 'F'])
+    state = numpy.random.RandomState(chance.randint(0, 2 ** 31))
+    small = state.randint(0, 256, (chance.randint(1, 20), chance.randint(1, 20), 4)).astype(numpy.uint8)
+    smooth = cv2.resize(small, (width, height), interpolation=cv2.INTER_CUBIC)
+    if mode == 'I;16':
+        image = Image.fromarray(smooth[:, :, 0].astype(numpy.uint16) * 257 + 13)
+    elif mode == 'F':
+        image = Image.fromarray(smooth[:, :, 0].astype(numpy.float32) / 77)
+    else:
+        image = Image.fromarray(smooth)
+        image = image.convert('RGB').quantize(chance.choice([2, 5, 16, 200])) if mode == 'P' else (
+            image if mode == 'RGBA' else image.convert('RGB').convert(mode) if mode != 'LA'
+            else image.convert('LA'))
+    kinds = {'JPEG': ['L', 'RGB', 'CMYK'], 'PNG': ['L', 'RGB', 'RGBA', 'LA', '1', 'P', 'I;16'],
+             'WEBP': ['RGB', 'RGBA'], 'TIFF': ['L', 'RGB', 'RGBA', 'LA', 'CMYK', '1', 'P', 'I;16', 'F'],
+             'PPM': ['L', 'RGB', '1'], 'BMP': ['L', 'RGB', '1', 'P']}
+    kind = chance.choice([kind for kind, modes in kinds.items() if mode in modes])
+    options = {}
+    if kind == 'JPEG':
+        options = {'quality': chance.randint(1, 100), 'progressive': chance.random() < 0.3,
+                   'optimize': chance.random() < 0.3}
+        if mode == 'RGB':
+            options['subsampling'] = chance.choice([0, 1, 2])
+    elif kind == 'WEBP':
+        options = {'quality': chance.randint(0, 100), 'lossless': chance.random() < 0.4,
+                   'method': chance.randint(0, 3)}
+    elif kind == 'TIFF':
+        options = {'compression': chance.choice(
+            [None, 'tiff_lzw', 'tiff_adobe_deflate', 'packbits'] +
+            (['group3', 'group4'] if mode == '1' else []) +
+            (['jpeg'] if mode in ('L', 'RGB') else []))}
+    file = io.BytesIO()
+    image.save(file, kind, **options)
+    return f'{kind} {mode}', file.getvalue()
+
+
+def compare_files(probe, cases, chance):
+    """How many of the files are the same."""
+    from make_references import as_pillow_decodes
+    counts, same = collections.Counter(), collections.Counter()
+    for _ in range(cases):
+        key, data = random_file(chance)
+        counts[key] += 1
+        wanted = as_pillow_decodes(data)[0]
+        given = probe.decode(data)[0]
+        if wanted.dtype == given.dtype and wanted.shape == given.shape and (
+                wanted.tobytes() == given.tobytes()):
+            same[key] += 1
+        elif counts[key] - same[key] <= 3:
+            print(f'{key}: {wanted.shape} {wanted.dtype} became {given.shape} {given.dtype}')
+    for key in sorted(counts):
+        print(f'{key}: {same[key]} of {counts[key]} the same')
+    return sum(same.values())
+
+
 def main():
     probe = Probe(sys.argv[1])
     cases = int(sys.argv[2]) if len(sys.argv) > 2 else 1000
@@ -149,8 +210,11 @@ def main():
                   f'{wanted.size} differ, first {where[:3].tolist()}, at most by {worst}')
     for key in sorted(counts):
         print(f'{key}: {counts[key] - differing[key]} of {counts[key]} the same')
-    print(f'seed {seed}: {sum(counts.values()) - sum(differing.values())} of {cases} the same')
-    return 1 if differing else 0
+    files = cases // 4
+    same = compare_files(probe, files, chance)
+    print(f'seed {seed}: {sum(counts.values()) - sum(differing.values())} of {cases} resizes the '
+          f'same, {same} of {files} files')
+    return 1 if differing or same != files else 0
 
 
 if __name__ == '__main__':
