@@ -549,9 +549,28 @@ double StepOf(std::span<const float> values) {
   return 0;
 }
 
+// Of values in too few levels to tell a step of their own, such as the scores of a sure classifier:
+// one of the usual steps of 0 to 1, if all are multiples of it and some are no whole numbers.
+double UsualStepOf(std::span<const float> values) {
+  constexpr std::array<double, 4> kSteps{1.0 / 255, 1.0 / 256, 1.0 / 127, 1.0 / 128};
+  constexpr int kFewest = 2;
+  for (const double step : kSteps) {
+    int between = 0;
+    const bool areMultiples = std::all_of(values.begin(), values.end(), [&](float value) {
+      const double steps = static_cast<double>(value) / step;
+      between += value != std::nearbyint(value) ? 1 : 0;
+      return std::abs(value) <= 1 && std::abs(steps - std::nearbyint(steps)) < 1e-3;
+    });
+    if (areMultiples && between >= kFewest) return step;
+  }
+  return 0;
+}
+
 void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
-  const double step = StepOf(question.actual);
-  if (step == 0 || StepOf(question.expected) != 0) return;
+  double step = StepOf(question.actual);
+  if (StepOf(question.expected) != 0) return;
+  if (step == 0 && UsualStepOf(question.expected) == 0) step = UsualStepOf(question.actual);
+  if (step == 0) return;
   const auto [least, most] = std::minmax_element(question.actual.begin(), question.actual.end());
   uint64_t explained = 0;
   uint64_t differing = 0;

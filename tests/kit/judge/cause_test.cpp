@@ -112,6 +112,28 @@ TEST(FindCauses, TellsWhichValues) {
   EXPECT_EQ(FirstText(Find(Values(100, NAN), wave)), "constant: every element is nan");
 }
 
+// The scores of a sure classifier; those of another sample of its class are nearly the same.
+TEST(FindCauses, TellsRoundedScoresOfFewLevels) {
+  const Values scores{0.0003F, 0.0121F, 0.0002F, 0.9852F, 0.0004F,
+                      0.0009F, 0.0004F, 0.0001F, 0.0002F, 0.0002F};
+  Values rounded = scores;
+  for (float& score : rounded) score = std::nearbyint(score * 255) / 255;
+  Values other = rounded;
+  for (size_t i = 0; i < other.size(); ++i) other[i] += 1e-6F * static_cast<float>(i % 3);
+  CauseQuestion question;
+  question.actual = rounded;
+  question.expected = scores;
+  question.shape = {1, 10};
+  question.before = other;
+  EXPECT_EQ(FirstText(FindCauses(question)),
+            "rounded-int8: the values are the expected ones in steps of 0.00392157, at most 256 of "
+            "them: rounded to 8 bits");
+  // Nor is a step seen in values that are whole, or in what was rounded before.
+  EXPECT_THAT(FirstText(Find({0, 1, 0, 0, 0, 0, 0, 0, 0, 0}, scores)), Not(HasSubstr("8 bits")));
+  EXPECT_THAT(FirstText(Find(rounded, {0, 3.0F / 255, 0, 250.0F / 255, 0, 0, 0, 0, 0, 2.0F / 255})),
+              Not(HasSubstr("8 bits")));
+}
+
 TEST(FindCauses, TellsWhichRounding) {
   const Values wave = Wave(100);
   Values steps = wave;
