@@ -243,6 +243,8 @@ struct OutputState {
   std::map<uint64_t, Print> prints;  ///< of what is expected, by sample
   std::vector<uint64_t> wrongSamples;
   std::optional<LabelJudge> labels;
+  bool isPaired = false;  ///< in a sample at least
+  bool isActual = false;  ///< where it is not: the side that has it
 };
 
 class Judging {
@@ -265,6 +267,7 @@ class Judging {
       if (onProgress_) onProgress_(i + 1, pairs_.size());
     }
     MissItems();
+    if (request_.isInside) OrderByGraph();
     for (const std::string& name : order_) {
       OutputState& state = states_.at(name);
       if (state.labels) {
@@ -272,9 +275,10 @@ class Judging {
           verdict_.accuracy.push_back(accuracy);
         }
       }
-      FindCausesOf(state);
+      if (!request_.isInside || IsFirstWrong(state)) FindCausesOf(state);
       verdict_.outputs.push_back(std::move(state.verdict));
     }
+    if (verdict_.inside) TellTensors();
     return std::move(verdict_);
   }
 
@@ -370,6 +374,10 @@ class Judging {
     OutputState& state = StateOf(output.name);
     OutputVerdict& verdict = state.verdict;
     const uint64_t sample = SampleOf(pair);
+    const bool isOnBoth = output.actual != nullptr && output.expected != nullptr;
+    // What the map pairs is meant to be on both sides.
+    state.isPaired = state.isPaired || isOnBoth || output.mapped != nullptr;
+    state.isActual = output.actual != nullptr;
     if (output.actual == nullptr) {
       verdict.wrong.push_back({sample,
                                {"it is expected, and the actual side has no such output" +
@@ -546,6 +554,64 @@ class Judging {
     if (broken.empty()) return;
     verdict.wrong.push_back({sample, std::move(broken)});
     state.wrongSamples.push_back(sample);
+  }
+
+  // ---- Inside -----------------------------------------------------------------------------------
+
+  // The reference's order before that of the run that is judged: a compiler for a device may list
+  // what it exposes as it likes.
+  void OrderByGraph() {
+    Inside inside;
+    const auto expected = GraphOrderOf(request_.expected);
+    const auto actual = GraphOrderOf(request_.actual);
+    const bool isExpected = expected && (expected->isTold || !actual || !actual->isTold);
+    if (isExpected || actual) {
+      const GraphOrder& order = isExpected ? *expected : *actual;
+      inside.order = std::string("that of the ") + (isExpected ? "expected" : "actual") +
+                     " side's model.json" +
+                     (order.isTold ? ", the model's own outputs behind what was exposed" : "");
+      SortBy(order.names, isExpected);
+    } else {
+      inside.order = "that of the files: neither side has a model.json";
+    }
+    std::erase_if(order_, [&](const std::string& name) {
+      const OutputState& state = states_.at(name);
+      if (!state.isPaired) inside.unpaired.push_back({name, state.isActual});
+      return !state.isPaired;
+    });
+    verdict_.inside = std::move(inside);
+  }
+
+  // Names that are not listed stay behind the others.
+  void SortBy(const std::vector<std::string>& names, bool areExpected) {
+    std::map<std::string, size_t> places;
+    for (size_t i = 0; i < names.size(); ++i) places.try_emplace(names[i], i);
+    const auto placeOf = [&](const std::string& name) {
+      const std::string& other = states_.at(name).verdict.expectedName;
+      const auto found = places.find(areExpected && !other.empty() ? other : name);
+      return found == places.end() ? names.size() : found->second;
+    };
+    std::stable_sort(order_.begin(), order_.end(), [&](const std::string& a, const std::string& b) {
+      return placeOf(a) < placeOf(b);
+    });
+  }
+
+  [[nodiscard]] bool IsFirstWrong(const OutputState& state) const {
+    return !state.verdict.wrong.empty() &&
+           std::all_of(verdict_.outputs.begin(), verdict_.outputs.end(),
+                       [](const OutputVerdict& before) { return before.wrong.empty(); });
+  }
+
+  void TellTensors() {
+    for (const OutputVerdict& output : verdict_.outputs) {
+      InsideTensor tensor{output.name, InsideState::kRight, output.census};
+      if (!output.wrong.empty()) {
+        tensor.state = InsideState::kWrong;
+      } else if (!output.notJudged.empty() || output.samples.empty()) {
+        tensor.state = InsideState::kNotJudged;
+      }
+      verdict_.inside->tensors.push_back(std::move(tensor));
+    }
   }
 
   // ---- Causes -----------------------------------------------------------------------------------

@@ -22,6 +22,9 @@ struct JudgeRequest {
   std::vector<OutputLabels> labels;
   size_t worst = 5;                 ///< elements shown an output
   std::optional<std::string> only;  ///< a glob: outputs of other names are left out
+  /// All outputs are put into the order of the graph. What one side alone has is no fault, and
+  /// causes are looked for of the first that is wrong.
+  bool isInside = false;
 };
 
 /// Holds a block of each side in memory, and of each sample a sketch; of the few whose cause is

@@ -45,6 +45,11 @@ constexpr Option kOptions[] = {
      "boxes. "
      "Tells how often each side names it, and the difference."},
     {"only", 0, "GLOB", "Judge outputs of such names alone."},
+    {"inside", 0, "",
+     "Put all outputs into the order of the graph, inner tensors that both sides expose too, and "
+     "name the first that differs, how the difference grows, and its largest step. Outputs that "
+     "one "
+     "side alone has are listed, and no fault."},
     {"worst", 0, "N", "Show the N worst elements of each output; 5 without."},
     {"output", 'o', "FOLDER",
      "Where verdict.json and verdict.xml (JUnit) go: a folder that is there. Without it into RUN, "
@@ -157,6 +162,7 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   }
   request.worst = arguments.GetNumber("worst", kShownWorst, 0, kMostWorst);
   request.only = arguments.Get("only");
+  request.isInside = arguments.Has("inside");
   const auto folder = arguments.Get("output");
   if (folder) HoldToFolder(*folder);
   const std::string expected = arguments.Need("expected");

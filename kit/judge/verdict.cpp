@@ -384,8 +384,12 @@ std::vector<std::string> Verdict::Unreadable() const {
 }
 
 std::string VerdictText(const Verdict& verdict) {
-  std::string text = Table(verdict);
-  for (const OutputVerdict& output : verdict.outputs) text += "\n" + OutputText(output);
+  std::string text = verdict.inside ? InsideText(*verdict.inside) : Table(verdict);
+  // Of many tensors that follow from each other the first is what there is to know.
+  const auto begin = verdict.inside ? verdict.inside->Begin() : std::nullopt;
+  for (size_t i = 0; i < verdict.outputs.size(); ++i) {
+    if (!verdict.inside || i == begin) text += "\n" + OutputText(verdict.outputs[i]);
+  }
   if (!verdict.missing.empty()) text += "\n";
   for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesShown); ++i) {
     const MissingSample& missing = verdict.missing[i];
@@ -427,17 +431,18 @@ std::string VerdictJson(const Verdict& verdict) {
                                   {"expected", one.expected},
                                   {"difference", one.actual - one.expected}}));
   }
-  const Json json = Json::Object({{"schema", 1},
-                                  {"status", static_cast<int>(verdict.Status())},
-                                  {"actual", verdict.actualPath},
-                                  {"expected", verdict.expectedPath},
-                                  {"samples", verdict.samples},
-                                  {"missingSamples", verdict.missing.size()},
-                                  {"outputs", outputs},
-                                  {"missing", missing},
-                                  {"unfinished", Json::ArrayOf(verdict.unfinished)},
-                                  {"accuracy", accuracy},
-                                  {"remarks", Json::ArrayOf(verdict.remarks)}});
+  Json json = Json::Object({{"schema", 1},
+                            {"status", static_cast<int>(verdict.Status())},
+                            {"actual", verdict.actualPath},
+                            {"expected", verdict.expectedPath},
+                            {"samples", verdict.samples},
+                            {"missingSamples", verdict.missing.size()},
+                            {"outputs", outputs},
+                            {"missing", missing},
+                            {"unfinished", Json::ArrayOf(verdict.unfinished)},
+                            {"accuracy", accuracy},
+                            {"remarks", Json::ArrayOf(verdict.remarks)}});
+  if (verdict.inside) json.Set("inside", InsideJson(*verdict.inside));
   return ToText(json, 2) + "\n";
 }
 

@@ -9,6 +9,7 @@
 #include "kit/common/fault.h"
 #include "kit/judge/cause.h"
 #include "kit/judge/census.h"
+#include "kit/judge/inside.h"
 #include "kit/judge/rules.h"
 #include "kit/judge/top_agreement.h"
 #include "kit/tensor/stored_tensor.h"
@@ -82,6 +83,8 @@ struct Verdict {
   uint64_t samples = 0;  ///< that stand on both sides
   /// Why not all samples were there to be judged: a run that has not ended. A text a side.
   std::vector<std::string> unfinished;
+  /// Where that was asked for; its tensors are the outputs, in their order.
+  std::optional<Inside> inside;
 
   [[nodiscard]] ExitStatus Status() const;
 

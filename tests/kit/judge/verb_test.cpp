@@ -208,6 +208,22 @@ TEST_F(JudgeVerb, ComparesBothSidesWithLabels) {
   EXPECT_THAT(refused.err, HasSubstr("'prov', and there is none; did you mean 'prob'?"));
 }
 
+TEST_F(JudgeVerb, TellsWhereInsideTheDifferenceBegins) {
+  for (const char* side : {"actual", "expected"}) {
+    const float wrong = side == std::string("actual") ? 0.5F : 0;
+    support::WriteFile(Path(side + std::string("/0/conv.0.17.bin")), Bytes<float>({1, 2}));
+    support::WriteFile(Path(side + std::string("/0/mean.0.17.bin")), Bytes<float>({1 + wrong}));
+  }
+  support::WriteFile(Path("actual/0/extra.0.17.bin"), Bytes<float>({1, 2}));
+  const Outcome ended = Judge({"--inside"});
+  EXPECT_EQ(ended.status, 6) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("the difference begins at 'mean' (tensor 2 of 3)"));
+  EXPECT_THAT(ended.out, HasSubstr("on the actual side only: extra\n"));
+  EXPECT_THAT(Judge({"--inside", "--json"}).out, HasSubstr("\"largestStep\""));
+  EXPECT_EQ(Judge({"--inside", "--rtol", "0.5"}).status, 0);
+  EXPECT_EQ(Judge({"--rtol", "0.5"}).status, 9);  // nothing is expected of the extra one
+}
+
 TEST_F(JudgeVerb, PrintsJson) {
   const Outcome ended = Judge({"--json"});
   EXPECT_EQ(Judge({"--json", "--quiet"}).out, ended.out);

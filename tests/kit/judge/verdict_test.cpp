@@ -149,6 +149,31 @@ TEST(VerdictJson, IsHeldToItsSchema) {
   EXPECT_NE(support::FaultBySchema("verdict", text), "");
 }
 
+TEST(VerdictJson, TellsOfTensorsInsideAsTheSchemaSays) {
+  Verdict verdict = VerdictOf({RightOutput("conv"), WrongOutput("prob")});
+  Inside& inside = verdict.inside.emplace();
+  inside.order = "that of the files";
+  for (const OutputVerdict& output : verdict.outputs) {
+    inside.tensors.push_back({output.name, InsideState::kRight, output.census});
+  }
+  inside.tensors.push_back({"odd", InsideState::kNotJudged, {}});
+  inside.unpaired = {{"inner", false}};
+  EXPECT_EQ(support::FaultBySchema("verdict", VerdictJson(verdict)), "");  // nothing begins
+  inside.tensors[1].state = InsideState::kWrong;
+  inside.tensors[1].census.sumSquares = 1;
+  const std::string text = VerdictJson(verdict);
+  EXPECT_EQ(support::FaultBySchema("verdict", text), "");
+  for (const char* key : {"\"begin\"", "\"greatest\"", "\"largestStep\""}) {
+    EXPECT_THAT(text, HasSubstr(key));
+    std::string renamed = text;
+    const size_t at = renamed.find("\"place\"", renamed.find(key));
+    EXPECT_NE(support::FaultBySchema("verdict", renamed.replace(at, 7, "\"plaxe\"")), "") << key;
+  }
+  std::string other = text;
+  other.replace(other.rfind("\"side\": \"expected\""), 18, "\"side\": \"middle\"");
+  EXPECT_NE(support::FaultBySchema("verdict", other), "");
+}
+
 TEST(VerdictJson, HoldsAnyName) {
   const std::string text = VerdictJson(VerdictOf({RightOutput("a\"\n\xff")}));
   EXPECT_EQ(support::FaultBySchema("verdict", text), "");

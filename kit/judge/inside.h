@@ -1,0 +1,85 @@
+// Where in a network a difference begins, and how it grows along the graph: the tensors of two
+// runs, inner ones too, one behind the other.
+#ifndef VORN_KIT_JUDGE_INSIDE_H_
+#define VORN_KIT_JUDGE_INSIDE_H_
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/json/json.h"
+#include "kit/judge/census.h"
+#include "kit/tensor/tensor_source.h"
+
+namespace vorn::kit {
+
+/// The outputs of a run as dumps spell them, in the order of the graph.
+struct GraphOrder {
+  std::vector<std::string> names;
+  /// Whether the run tells how many of its outputs were exposed. These stand in the order of the
+  /// graph behind the model's own, so that the own ones are put last. Else all stand as the model
+  /// lists them.
+  bool isTold = false;
+};
+
+/// Empty for what is no run, or has no model.json. What a run says beyond that is taken from its
+/// log, and from its configuration if that is still the same file.
+[[nodiscard]] std::optional<GraphOrder> GraphOrderOf(const TensorSource& source);
+
+/// How many tensors a log of the host runtime says that it exposed: "exposed 9 tensors". Of several
+/// processes the last.
+[[nodiscard]] std::optional<uint64_t> ExposedIn(std::string_view log);
+
+enum class InsideState { kRight, kWrong, kNotJudged };
+
+/// One tensor on both sides, of all samples.
+struct InsideTensor {
+  std::string name;
+  InsideState state = InsideState::kNotJudged;
+  Census census;  ///< of all samples
+
+  /// RMSE as a share of the expected tensor's root mean square; no number where nothing is finite.
+  [[nodiscard]] double RelativeRmse() const;
+  /// In dB, but never more than float32 can hold: two tensors that are equal differ from two that
+  /// are rounded otherwise by a step that tells nothing.
+  [[nodiscard]] double CappedSnr() const;
+  [[nodiscard]] double OutsideShare() const;
+};
+
+/// An output that one side alone has.
+struct UnpairedOutput {
+  std::string name;
+  bool isActual = false;  ///< the side that has it
+};
+
+struct Inside {
+  std::vector<InsideTensor> tensors;  ///< in the order of the graph
+  std::vector<UnpairedOutput> unpaired;
+  std::string order;  ///< half a sentence: where the order is from
+
+  /// The first tensor that is wrong.
+  [[nodiscard]] std::optional<size_t> Begin() const;
+  /// From the first wrong one on the one with the greatest relative RMSE.
+  [[nodiscard]] std::optional<size_t> Greatest() const;
+  /// The tensor whose SNR is furthest below that of the one before it that could be measured, if
+  /// any is.
+  struct Step {
+    size_t before = 0;
+    size_t at = 0;
+  };
+  [[nodiscard]] std::optional<Step> LargestStep() const;
+};
+
+/// A table in the order of the graph, what is unpaired, and where the difference begins.
+[[nodiscard]] std::string InsideText(const Inside& inside);
+
+/// "inside" of verdict.json.
+[[nodiscard]] Json InsideJson(const Inside& inside);
+
+/// "1.2 %", "4e-06 %": a share for people.
+[[nodiscard]] std::string ShareText(double share);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_JUDGE_INSIDE_H_
