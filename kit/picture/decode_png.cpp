@@ -19,6 +19,8 @@ namespace {
 
 constexpr size_t kSignatureBytes = 8;
 constexpr png_alloc_size_t kMostChunkBytes = 64 << 20;
+constexpr png_byte kLeftOut[] = "tEXt\0zTXt\0iTXt\0sPLT\0hIST";
+constexpr int kLeftOutCount = sizeof kLeftOut / 5;
 
 class PngReader {
  public:
@@ -36,6 +38,8 @@ class PngReader {
     if (info_ == nullptr) return false;
     png_set_user_limits(png_, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // ours are told in our words
     png_set_chunk_malloc_max(png_, kMostChunkBytes);
+    // Texts are kept, and a few kilobytes of them can become gigabytes. Nothing here asks for them.
+    png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, kLeftOut, kLeftOutCount);
     png_set_read_fn(png_, this, GiveBytes);
     png_read_info(png_, info_);
     return true;

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <zlib.h>
 
 #include <sstream>
 
@@ -228,6 +231,45 @@ TEST(DecodePicture, RefusesAbsurdSizes) {
   const size_t width = tiff.find(std::string("\x01\x00\x00\x04\x00\x00\x00\x01", 8)) + 8;
   tiff.replace(width, 4, "\xff\xff\xff\xff");
   EXPECT_THAT(RefusalOf(tiff), HasSubstr("is 4294967295x17 pixels, more than the limit"));
+}
+
+// What a chunk of a PNG is in the file.
+std::string ChunkOf(const std::string& type, const std::string& data) {
+  const auto number = [](uint64_t value) {
+    std::string bytes;
+    for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift);
+    return bytes;
+  };
+  const std::string body = type + data;
+  return number(data.size()) + body +
+         number(
+             crc32(0, reinterpret_cast<const Bytef*>(body.data()), static_cast<uInt>(body.size())));
+}
+
+// 60 KB of a text that is 60 MB. In a process of its own, whose most memory is its own.
+TEST(DecodePicture, UnpacksNoTextsOfAPng) {
+  const std::string text(60 << 20, 'x');
+  uLongf packedBytes = compressBound(text.size());
+  std::string packed(packedBytes, '\0');
+  ASSERT_EQ(compress(reinterpret_cast<Bytef*>(packed.data()), &packedBytes,
+                     reinterpret_cast<const Bytef*>(text.data()), text.size()),
+            Z_OK);
+  packed.resize(packedBytes);
+  std::string png = FileNamed("rgb8.png");
+  constexpr size_t kHeadEnd = 33;
+  png.insert(kHeadEnd, ChunkOf("zTXt", std::string("key\0\0", 5) + packed));
+  EXPECT_EXIT(
+      {
+        const auto most = [] {
+          rusage usage{};
+          getrusage(RUSAGE_SELF, &usage);
+          return usage.ru_maxrss;
+        };
+        const long before = most();
+        const bool isWhole = DecodePicture("x", png).picture.width == 23;
+        _exit(isWhole && most() - before < 30 << 10 ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST(DecodePicture, RefusesUnknownKindsByTheirNumbers) {
