@@ -21,6 +21,8 @@ constexpr Option kOptions[] = {
     {"model", 'm', "FILE", "The device's model."},
     {"config", 'j', "FILE", "The configuration of the device's runtime; without it an empty one."},
     {"runtime", 0, "FILE", "The device's libvorn.so; without it the one that vorn-run would get."},
+    {"program", 0, "FILE",
+     "The vorn-run of the device, or a script that does, as vorn launch takes it."},
     {"input", 0, "[NAME=]SOURCE", "What the device is given, as vorn prepare takes it.", true},
     {"recipe", 0, "[NAME=]RECIPE", "How pictures become tensors, as vorn prepare takes it.", true},
     {"reference", 0, "FILE", "The reference's model, which runs on the host runtime."},
@@ -83,6 +85,7 @@ Qualification FromOptions(const Arguments& arguments) {
   Qualification qualification;
   qualification.device = SideOf(arguments, "");
   qualification.device.model = arguments.Need("model");
+  qualification.device.program = arguments.Get("program");
   qualification.expected = arguments.Get("expected");
   if (const auto model = arguments.Get("reference")) {
     QualifiedSide side = SideOf(arguments, "reference-");

@@ -24,7 +24,8 @@ constexpr uint64_t kMostFileBytes = 16 << 20;
 constexpr const char* kLibrary = "libvorn.so";
 
 std::string Below(const std::string& folder, const std::string& path) {
-  return path.starts_with('/') || folder.empty() ? path : folder + "/" + path;
+  if (path.starts_with('/') || folder.empty()) return path;
+  return fs::path(folder + "/" + path).lexically_normal().string();
 }
 
 std::string Absolute(const std::string& path) {
@@ -57,11 +58,14 @@ Json WithPaths(const Json& inputs, const std::string& folder) {
 }
 
 QualifiedSide SideFrom(const Json& json, const std::string& folder) {
-  HoldToKeys(json, {"model", "config", "runtime", "inputs"});
+  HoldToKeys(json, {"model", "config", "runtime", "program", "inputs"});
   QualifiedSide side;
   side.model = Below(folder, json.At("model").AsText());
   if (const Json* config = json.Find("config")) side.config = Below(folder, config->AsText());
   if (const Json* runtime = json.Find("runtime")) side.runtime = Below(folder, runtime->AsText());
+  if (const Json* program = json.Find("program")) {
+    side.program = Below(folder, program->AsText());
+  }
   if (const Json* inputs = json.Find("inputs")) side.job = WithPaths(*inputs, folder);
   return side;
 }
@@ -144,14 +148,22 @@ class Steps {
 
   bool TakeSide(const QualifiedSide& side, const std::string& name) {
     const std::string config = ConfigOf(side);
+    if (Take({"describe the " + name, DescribeCall(side, config, name), {}, ""}) !=
+        ExitStatus::kDone) {
+      return false;
+    }
+    const std::string description = Path(name + ".model.json");
+    ClearPlace(description);
+    WriteWholeFile(description, steps_.back().out);
     const std::string inputs = Path(name + ".inputs");
-    const ExitStatus prepared = Take(
-        {"prepare the " + name + "'s inputs", PrepareCall(side, config, inputs, name), {}, ""});
+    const ExitStatus prepared =
+        Take({"prepare the " + name + "'s inputs", PrepareCall(side, inputs, name), {}, ""});
     if (prepared != ExitStatus::kDone && prepared != ExitStatus::kPartial) return false;
     const std::string run = Path(name);
-    if (!IsRunOf(run, side, config, inputs + "/list.txt")) fs::remove_all(run);
+    const std::string list = inputs + "/list.txt";
+    if (!IsRunOf(run, side, config, list)) fs::remove_all(run);
     const ExitStatus launched =
-        Take({"run the " + name, LaunchCall(side, config, inputs + "/list.txt", run), {}, ""});
+        Take({"run the " + name, LaunchCall(side, config, list, run), {}, ""});
     return launched == ExitStatus::kDone || launched == ExitStatus::kPartial;
   }
 
@@ -162,13 +174,23 @@ class Steps {
     return path;
   }
 
-  VerbCall PrepareCall(const QualifiedSide& side, const std::string& config,
-                       const std::string& folder, const std::string& name) const {
-    VerbCall call{.verb = "prepare", .words = {"-m", side.model, "-j", config, "-o", folder}};
+  VerbCall DescribeCall(const QualifiedSide& side, const std::string& config,
+                        const std::string& name) const {
+    VerbCall call{.verb = "inspect", .words = {"-m", side.model, "-j", config, "--json"}};
+    if (side.runtime) {
+      call.words.insert(call.words.end(), {"--runtime", Absolute(*side.runtime)});
+    }
+    call.environment = SearchOf(side, name);
+    return call;
+  }
+
+  VerbCall PrepareCall(const QualifiedSide& side, const std::string& folder,
+                       const std::string& name) const {
+    VerbCall call{.verb = "prepare",
+                  .words = {"--model-json", Path(name + ".model.json"), "-o", folder}};
     const auto add = [&](std::initializer_list<std::string> words) {
       call.words.insert(call.words.end(), words);
     };
-    if (side.runtime) add({"--runtime", Absolute(*side.runtime)});
     if (side.job) {
       const std::string path = Path(name + ".job.json");
       ClearPlace(path);
@@ -182,19 +204,20 @@ class Steps {
     if (qualification_.areFaultsLeftOut) add({"--keep-going"});
     if (qualification_.isQuiet) add({"--quiet"});
     if (IsThere(folder)) add({"--resume"});
-    call.environment = SearchOf(side, name);
     return call;
   }
 
   VerbCall LaunchCall(const QualifiedSide& side, const std::string& config, const std::string& list,
                       const std::string& run) const {
     VerbCall call{.verb = "launch",
-                  .words = {"-m", side.model, "-j", config, "-i", list, "--run", run, "--no-text"}};
+                  .words = {"-m", side.model, "-j", config, "-i", list, "--run", run,
+                            "--model-json", run + ".model.json", "--no-text"}};
     const auto add = [&](std::initializer_list<std::string> words) {
       call.words.insert(call.words.end(), words);
     };
     if (qualification_.batch > 1) add({"-b", std::to_string(qualification_.batch)});
     if (qualification_.chunk) add({"--chunk", std::to_string(*qualification_.chunk)});
+    if (side.program) add({"--program", *side.program});
     if (qualification_.isQuiet) add({"--quiet"});
     if (IsThere(run + "/" + kRunFile)) add({"--resume"});
     call.environment = SearchOf(side, fs::path(run).filename().string());

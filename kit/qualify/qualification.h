@@ -1,6 +1,7 @@
 // A device against its reference, from what people have to a verdict: every step is a verb that
 // could have been called alone.
 //
+//     RUN/device.model.json  vorn inspect      and the same of the reference
 //     RUN/device.inputs      vorn prepare      tensors for the device
 //     RUN/reference.inputs   vorn prepare      tensors for the reference
 //     RUN/device             vorn launch       a run directory
@@ -26,6 +27,7 @@ struct QualifiedSide {
   std::string model;
   std::optional<std::string> config;   ///< of the runtime; without it an empty one
   std::optional<std::string> runtime;  ///< a libvorn.so; without it the one that vorn-run would get
+  std::optional<std::string> program;  ///< as `vorn launch --program` takes it
   std::vector<std::string> inputs;     ///< as `vorn prepare --input` takes them
   std::vector<std::string> recipes;    ///< as `vorn prepare --recipe` does
   std::optional<Json> job;             ///< instead of both: what stands under "inputs" of a job

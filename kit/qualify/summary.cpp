@@ -111,8 +111,9 @@ std::string SummaryText(const Qualification& qualification, const std::vector<Qu
   if (qualification.reference) AddSide(sides, "reference", run + "/reference");
   text += sides.Text();
   if (const QualifyStep* judged = FindStep(steps, "judge")) text += "\n" + judged->out;
-  text +=
-      "\nTo open: " + run + "/verdict.json, " + run + "/qualify.json (each step as a command)\n";
+  const bool isJudged = FindStep(steps, "judge") != nullptr;
+  text += "\nTo open: " + (isJudged ? run + "/verdict.json, " : "") + run +
+          "/qualify.json (each step as a command)\n";
   return text;
 }
 

@@ -54,8 +54,8 @@ TEST_F(QualifyVerb, FindsThatADeviceIsRight) {
   EXPECT_THAT(ended.out, HasSubstr("QUALIFIED: every output is right\n"));
   EXPECT_THAT(ended.out, HasSubstr("6 of 6 samples"));
   EXPECT_THAT(ended.out, HasSubstr("probabilities  right"));
-  EXPECT_THAT(ended.err, HasSubstr("vorn qualify: vorn prepare -m "));
-  EXPECT_EQ(Record()["steps"].size(), 5U);
+  EXPECT_THAT(ended.err, HasSubstr("vorn qualify: vorn prepare --model-json "));
+  EXPECT_EQ(Record()["steps"].size(), 7U);
   EXPECT_EQ(Record()["status"], 0);
   EXPECT_TRUE(fs::exists(Path("run/verdict.xml")));
 }
@@ -114,7 +114,28 @@ TEST_F(QualifyVerb, StopsBehindAStepThatFailed) {
   EXPECT_THAT(ended.err, HasSubstr("'nowhere' is not there"));
   EXPECT_THAT(ended.out,
               HasSubstr("NOT QUALIFIED: could not prepare the device's inputs (status 3)"));
-  EXPECT_EQ(Record()["steps"].size(), 1U);
+  EXPECT_EQ(Record()["steps"].size(), 2U);
+}
+
+TEST_F(QualifyVerb, NamesTheModelThatTheRuntimeRefuses) {
+  support::WriteFile(Path("broken.onnx"), "no model");
+  const Outcome ended =
+      Run({"-m", "broken.onnx", "--input", "x", "--run", "run", "--expected", "y"});
+  EXPECT_EQ(ended.status, 4) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("NOT QUALIFIED: could not describe the device (status 4)"));
+}
+
+TEST_F(QualifyVerb, RunsAScriptAsTheDevice) {
+  const std::string script = Path("device.sh");
+  support::WriteFile(script, "#!/bin/sh\nexec '" + fs::path(VORN_RUNTIME).parent_path().string() +
+                                 "/vorn-run' \"$@\"\n");
+  fs::permissions(script, fs::perms::owner_all);
+  const std::vector<std::string> words{"--program", "./device.sh", "--reference",
+                                       kDigits + "/digits.onnx"};
+  EXPECT_EQ(Qualify(words).status, 0);
+  const Outcome again = Qualify(words);
+  EXPECT_EQ(again.status, 0) << again.Describe();
+  EXPECT_THAT(again.err, HasSubstr("going on with 6 of 6 inferences done"));
 }
 
 TEST_F(QualifyVerb, TouchesNoFolderOfOthers) {
