@@ -9,6 +9,7 @@
 
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
+#include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/json/identity_json.h"
@@ -259,6 +260,8 @@ class Steps {
                before->xxh3 == IdentifyFile(path, "the file", ExitStatus::kInput).xxh3;
       };
       const bool isSameRuntime = !side.runtime || isSame(facts.runtime, Absolute(*side.runtime));
+      const std::string program = side.program.value_or(OwnFolder() + "/vorn-run");
+      if (facts.program && !isSame(facts.program, program)) return false;
       return isSame(facts.model, side.model) && isSame(facts.configuration, config) &&
              isSame(facts.list, list) && isSameRuntime;
     } catch (const Fault&) {

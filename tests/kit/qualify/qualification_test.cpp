@@ -136,6 +136,11 @@ TEST_F(QualifyVerb, RunsAScriptAsTheDevice) {
   const Outcome again = Qualify(words);
   EXPECT_EQ(again.status, 0) << again.Describe();
   EXPECT_THAT(again.err, HasSubstr("going on with 6 of 6 inferences done"));
+  // Another script is another device.
+  support::WriteFile(script, support::ReadFile(script) + "# changed\n");
+  const std::string times = support::ReadFile(Path("run/device/times.jsonl"));
+  EXPECT_EQ(Qualify(words).status, 0);
+  EXPECT_NE(support::ReadFile(Path("run/device/times.jsonl")), times);
 }
 
 TEST_F(QualifyVerb, TouchesNoFolderOfOthers) {
