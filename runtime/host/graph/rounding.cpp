@@ -24,16 +24,22 @@ uint32_t WithoutPlaces(uint32_t value) {
   return (value + (1U << (bits - 1)) - 1U + even) & ~((1U << bits) - 1U);
 }
 
+/// By the bits, which are ordered as the magnitudes are: whole numbers are compared without a
+/// thought for NaN, which lies beyond infinity.
 float ToFloat16AndBack(float value) {
+  constexpr auto kLeastNormal = std::bit_cast<uint32_t>(0x1p-14F);
+  constexpr auto kTooLarge = std::bit_cast<uint32_t>(65520.0F);
+  constexpr uint32_t kInfinity = 0x7f800000U;
   const auto bits = std::bit_cast<uint32_t>(value);
   const uint32_t sign = bits & 0x80000000U;
-  const auto magnitude = std::bit_cast<float>(bits ^ sign);
-  const auto normal = std::bit_cast<float>(WithoutPlaces<13>(bits ^ sign));
-  const float tiny = (magnitude + kTinyFloat16) - kTinyFloat16;
-  float rounded = magnitude < 0x1p-14F ? tiny : normal;
-  rounded = magnitude >= 65520.0F ? HUGE_VALF : rounded;
-  rounded = magnitude != magnitude ? magnitude : rounded;
-  return std::bit_cast<float>(std::bit_cast<uint32_t>(rounded) | sign);
+  const uint32_t magnitude = bits ^ sign;
+  const uint32_t normal = WithoutPlaces<13>(magnitude);
+  const auto tiny =
+      std::bit_cast<uint32_t>((std::bit_cast<float>(magnitude) + kTinyFloat16) - kTinyFloat16);
+  uint32_t rounded = magnitude < kLeastNormal ? tiny : normal;
+  rounded = magnitude >= kTooLarge ? kInfinity : rounded;
+  rounded = magnitude > kInfinity ? magnitude : rounded;
+  return std::bit_cast<float>(rounded | sign);
 }
 
 float ToBfloat16AndBack(float value) {

@@ -91,6 +91,17 @@ TEST_F(HostCommand, DumpsTheValuesOfEveryOutputType) {
   EXPECT_EQ(Dump("half"), (std::vector<float>{1.5F, 5.5F, 3.5F}));
 }
 
+TEST_F(HostCommand, DumpsInnerTensorsOfABatchToo) {
+  const Outcome outcome = Run(Ranking("n"), R"({"model": {"expose": "all", "round": "bfloat16"}})",
+                              {Bytes<float>({3, 11, 7.01F, 20, 1, 1})}, {"-b", "2"});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(outcome.err,
+            "vorn: vorn_mdl_load_from_mem: rounded 2 weights, 1 input and 1 result to bfloat16; "
+            "exposed 1 tensor\n");
+  EXPECT_EQ(Dump("halved"), (std::vector<float>{1.5F, 5.5F, 3.5F, 10, 0.5F, 0.5F}));
+  EXPECT_EQ(Dump("half"), Dump("halved"));
+}
+
 TEST_F(HostCommand, ExecutesABatchOfTheOptionAndOfTheFile) {
   const std::string items = Bytes<float>({3, 11, 7, 20, 1, 1, 0, 0, 12, 1, 2, 3});
   for (const OnnxDim& first : {OnnxDim("n"), OnnxDim(1)}) {
