@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -104,8 +105,22 @@ auto Guarded(vorn_status status, const char* what, Steps&& steps) {
   }
 }
 
+/// The names of open dimensions of the inputs.
+std::set<std::string> SymbolsOfInputs(const Ort::Session& session) {
+  std::set<std::string> symbols;
+  for (size_t i = 0; i < session.GetInputCount(); ++i) {
+    const Ort::TypeInfo type = session.GetInputTypeInfo(i);
+    if (type.GetONNXType() != ONNX_TYPE_TENSOR) continue;
+    for (const DeclaredDim& dim : DeclaredShapeOf(type.GetTensorTypeAndShapeInfo())) {
+      if (!dim.symbol.empty()) symbols.insert(dim.symbol);
+    }
+  }
+  return symbols;
+}
+
 /// Without an exception for what cannot be given.
-ResultFacts FactsOf(std::string name, const Ort::TypeInfo& type) {
+ResultFacts FactsOf(std::string name, const Ort::TypeInfo& type,
+                    const std::set<std::string>& symbols) {
   ResultFacts facts;
   facts.name = std::move(name);
   if (type.GetONNXType() != ONNX_TYPE_TENSOR) {
@@ -116,9 +131,10 @@ ResultFacts FactsOf(std::string name, const Ort::TypeInfo& type) {
   facts.type = FromElementType(info.GetElementType());
   if (!facts.type) facts.cannotBeGiven = std::string("holds ") + NameOf(info.GetElementType());
   // A scalar looks like a tensor of which nothing is known.
-  const std::vector<int64_t> shape = info.GetShape();
-  facts.isShapeKnown =
-      !shape.empty() && std::ranges::none_of(shape, [](int64_t dim) { return dim < 0; });
+  const DeclaredShape shape = DeclaredShapeOf(info);
+  facts.isShapeKnown = !shape.empty() && std::ranges::all_of(shape, [&](const DeclaredDim& dim) {
+    return dim.size >= 0 || symbols.contains(dim.symbol);
+  });
   return facts;
 }
 
@@ -374,10 +390,11 @@ std::vector<ResultFacts> TellOutputsOf(const Ort::Env& environment,
     const Ort::Session session(environment, image.data(), image.size(),
                                SessionOptionsFor(asItIs, false));
     const Ort::AllocatorWithDefaultOptions allocator;
+    const std::set<std::string> symbols = SymbolsOfInputs(session);
     std::vector<ResultFacts> facts;
     for (size_t i = 0; i < session.GetOutputCount(); ++i) {
       facts.push_back(FactsOf(session.GetOutputNameAllocated(i, allocator).get(),
-                              session.GetOutputTypeInfo(i)));
+                              session.GetOutputTypeInfo(i), symbols));
     }
     return facts;
   });

@@ -141,6 +141,11 @@ Dependence DependenceOf(const OnnxGraph& graph) {
   }
   while (Extend(graph, so)) {
   }
+  for (const GraphNode& node : graph.nodes) {
+    for (size_t i = 0; i < node.inputs.size(); ++i) {
+      so.isSteeredByData |= IsParameter(node, i) && so.onData.contains(node.inputs[i]);
+    }
+  }
   return so;
 }
 

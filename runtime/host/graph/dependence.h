@@ -20,6 +20,9 @@ bool IsParameter(const GraphNode& node, size_t index);
 struct Dependence {
   std::set<std::string_view> onData;       ///< names whose values depend on those of an input
   std::set<std::string_view> shapeOnData;  ///< names whose shapes may do so, too
+  /// Data are read as parameters somewhere: a trial with zeros may fail there, whatever is looked
+  /// at.
+  bool isSteeredByData = false;
 };
 
 /// What of the main graph depends on its inputs. Local functions and operators of other domains

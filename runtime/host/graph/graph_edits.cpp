@@ -111,6 +111,10 @@ std::string WhyLeftOut(const ResultFacts* facts, const Dependence& dependence,
   if (!facts->isShapeKnown && dependence.shapeOnData.contains(name)) {
     return "may have another shape for other data; name it in a list, with 'outputDims'";
   }
+  if (!facts->isShapeKnown && dependence.isSteeredByData) {
+    return "has a shape that only a trial could tell, which may fail in this model; name it in a "
+           "list";
+  }
   return "";
 }
 

@@ -18,7 +18,7 @@ struct ResultFacts {
   std::string name;
   std::optional<vorn_data_type> type;  ///< of a dense tensor that can be given
   std::string cannotBeGiven;           ///< why, where there is none: "is a sequence"
-  bool isShapeKnown = false;           ///< every dimension has a size
+  bool isShapeKnown = false;           ///< every dimension has a size, or is an input's
 };
 
 /// Opens an image and tells its outputs.

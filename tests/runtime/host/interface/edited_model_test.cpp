@@ -73,6 +73,22 @@ TEST_F(HostEditedModel, GivesEveryInnerTensorThatDependsOnAnInput) {
             "'outputDims'\n");
 }
 
+TEST_F(HostEditedModel, LeavesOutWhatWouldTakeATrialWhereATrialMayFail) {
+  // Zeros are no shape of three elements, and the sum over all is a scalar, which looks like a
+  // tensor of which nothing is known.
+  Configure(R"({"expose": "all"})");
+  ASSERT_EQ(Load(OnnxWriter()
+                     .Input("x", kOnnxFloat, {3})
+                     .Input("shape", kOnnxInt64, {1})
+                     .Output("y", kOnnxFloat, {3})
+                     .Node("Neg", {"x"}, {"negative"})
+                     .Node("ReduceSum", {"x"}, {"sum"}, {IntAttribute("keepdims", 0)})
+                     .Node("Reshape", {"negative", "shape"}, {"reshaped"})
+                     .Node("Add", {"reshaped", "sum"}, {"y"})),
+            VORN_SUCCESS);
+  EXPECT_THAT(OutputNames(), ElementsAre("y", "negative"));
+}
+
 TEST_F(HostEditedModel, GivesATensorWithoutAShapeInItsLargestOne) {
   Configure(R"({"expose": "places", "outputDims": {"places": [2, 4]}})");
   OnnxWriter model = Chain();
