@@ -110,6 +110,43 @@ TEST(MakeTensor, TakesColoursInTheirOrder) {
   EXPECT_NEAR(static_cast<double>(bytes("grey-opencv", 1)[6]), grey, 0.51);
 }
 
+// What cvtColor(…, COLOR_BGR2GRAY) of OpenCV 4.6 gives, on a processor with AVX2.
+TEST(MakeTensor, MakesOpencvsGreyOfBytes) {
+  Picture picture = MakePicture(5, 1, 3, PixelType::kUint8);
+  const uint8_t colours[] = {0, 0, 250, 50, 218, 49, 102, 232, 130, 155, 229, 138, 209, 104, 140};
+  std::memcpy(picture.pixels.data(), colours, sizeof colours);
+  const std::vector<std::byte> made =
+      Make(picture, Read(R"(, "colours": "grey-opencv")"), Input({1, 1, 1, 5}, VORN_UINT8)).bytes;
+  const uint8_t greys[] = {28, 149, 182, 197, 139};
+  for (size_t i = 0; i < 5; ++i) EXPECT_EQ(made[i], std::byte{greys[i]}) << i;
+}
+
+TEST(MakeTensor, MakesOpencvsGreyOfSixteenBits) {
+  Picture picture = MakePicture(6, 1, 3, PixelType::kUint16);
+  const uint16_t colours[] = {33813, 27104, 34673, 22037, 65186, 50937, 36237, 47940, 64571,
+                              16753, 49353, 37222, 13257, 22858, 58443, 52189, 34595, 39402};
+  std::memcpy(picture.pixels.data(), colours, sizeof colours);
+  const std::vector<float> made = Floats(
+      Make(picture, Read(R"(, "depth": "stored", "colours": "grey-opencv")"), Input({1, 1, 1, 6}))
+          .bytes);
+  EXPECT_EQ(made, (std::vector<float>{29973, 50660, 46336, 38223, 24043, 40404}));
+}
+
+// Eight pixels at a time, and what is left of a row one by one, which rounds in another order.
+TEST(MakeTensor, MakesOpencvsGreyOfFloats) {
+  Picture picture = MakePicture(9, 2, 3, PixelType::kFloat32);
+  const int colours[] = {59,  30,  89,  201, 148, 184, 235, 88, 43, 4,  2,  166, 171, 181,
+                         208, 249, 137, 253, 136, 226, 131, 7,  83, 58, 69, 104, 110};
+  auto* to = reinterpret_cast<float*>(picture.pixels.data());
+  for (size_t i = 0; i < 54; ++i) to[i] = static_cast<float>(colours[i % 27] / 255.0);
+  const std::vector<float> made =
+      Floats(Make(picture, Read(R"(, "colours": "grey-opencv")"), Input({1, 1, 2, 9})).bytes);
+  const float greys[] = {0x1.6c99a80000000p-3F, 0x1.5138220000000p-1F, 0x1.fd480a0000000p-2F,
+                         0x1.560a440000000p-4F, 0x1.6b98a80000000p-1F, 0x1.70dd6a0000000p-1F,
+                         0x1.79ff1e0000000p-1F, 0x1.cd35aa0000000p-3F, 0x1.7a5a9e0000000p-2F};
+  for (size_t i = 0; i < 18; ++i) EXPECT_EQ(made[i], greys[i % 9]) << i;
+}
+
 TEST(MakeTensor, MakesGreyPicturesColoured) {
   const Picture picture = Noise(2, 2, 1);
   const PictureTensor made = Make(picture, Read(""), Input({1, 3, 2, 2}, VORN_UINT8));
