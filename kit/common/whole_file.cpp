@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <utility>
 
 #include "kit/common/fault.h"
@@ -43,13 +44,22 @@ int OpenPart(const std::string& path) {
 }
 
 // Where the last line that has an end stops.
-off_t EndOfLines(int fd, off_t size) {
+std::optional<off_t> EndOfLines(int fd, off_t size) {
   std::array<char, 4096> piece{};
   while (size > 0) {
     const off_t start = size > static_cast<off_t>(piece.size())
                             ? size - static_cast<off_t>(piece.size())
                             : off_t{0};
-    const ssize_t got = pread(fd, piece.data(), static_cast<size_t>(size - start), start);
+    const auto wanted = static_cast<ssize_t>(size - start);
+    ssize_t got = -1;
+    do {
+      got = pread(fd, piece.data(), static_cast<size_t>(wanted), start);
+    } while (got < 0 && errno == EINTR);
+    // What cannot be read is not to be taken for lines that were not finished, and cut off.
+    if (got != wanted) {
+      if (got >= 0) errno = EIO;
+      return std::nullopt;
+    }
     for (ssize_t at = got; at > 0; --at) {
       if (piece[static_cast<size_t>(at - 1)] == '\n') return start + at;
     }
@@ -120,8 +130,10 @@ LineFile::LineFile(const std::string& path) : path_(path) {
   fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
   if (fd_ < 0) RefuseFile(path, "write", errno);
   struct stat about {};
-  const bool isCut = fstat(fd_, &about) != 0 || ftruncate(fd_, EndOfLines(fd_, about.st_size)) != 0;
-  if (!isCut) return;
+  if (fstat(fd_, &about) == 0) {
+    const auto end = EndOfLines(fd_, about.st_size);
+    if (end && ftruncate(fd_, *end) == 0) return;
+  }
   const int error = errno;
   close(fd_);
   RefuseFile(path, "write", error);

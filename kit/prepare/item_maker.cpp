@@ -76,9 +76,14 @@ MadeItem ItemMaker::Make(const SourceItem& item) {
     case SourceKind::kRaw:
       return FromRaw(item);
     case SourceKind::kNumbers:
+      return FromNumbers(item);
+    case SourceKind::kSignal:
+      return FromSignal(item);
+    case SourceKind::kRandom:
+    case SourceKind::kFlags:
       break;
   }
-  return FromNumbers(item);
+  return FromRandom(item.item.value_or(0));
 }
 
 MadeItem ItemMaker::FromPicture(const SourceItem& item) const {
@@ -172,6 +177,40 @@ MadeItem ItemMaker::FromNumbers(const SourceItem& item) {
   const auto begin = numbers_.bytes.begin() + static_cast<std::ptrdiff_t>(*item.item * bytes);
   row.bytes.assign(begin, begin + static_cast<std::ptrdiff_t>(bytes));
   return FromValues(std::move(row), "the text");
+}
+
+MadeItem ItemMaker::FromSignal(const SourceItem& item) {
+  if (item.path != framesPath_) {
+    frames_ = ReadFrames(item.path, plan_);
+    framesPath_ = item.path;
+  }
+  uint64_t first = item.item.value_or(0);
+  uint64_t count = item.item ? 1 : frames_.count;
+  if (plan_.isSequence) {
+    count = SplitIntoSequences(frames_.count, plan_.MostFrames()).at(first);
+    first *= plan_.MostFrames();
+  }
+  Array array{ElementType::kFloat32, {frames_.window}, {}};
+  if (plan_.isSequence || !item.item) array.shape = {count, frames_.window};
+  const std::span<const float> values(frames_.values.data() + first * frames_.window,
+                                      count * frames_.window);
+  const auto bytes = std::as_bytes(values);
+  array.bytes.assign(bytes.begin(), bytes.end());
+  return FromValues(std::move(array), "the signal");
+}
+
+MadeItem ItemMaker::FromRandom(uint64_t sample) const {
+  const uint64_t elements = plan_.ItemBytes() / ElementBytes(plan_.Type());
+  if (elements > kMostItemBytes / sizeof(double)) {
+    throw Fault(ExitStatus::kLimit, "are more numbers than are made at once");
+  }
+  Array array{ElementType::kFloat64, {elements}, {}};
+  array.bytes.resize(elements * sizeof(double));
+  RandomSeries series(*plan_.random, plan_.input.name, sample);
+  series.Fill({reinterpret_cast<double*>(array.bytes.data()), elements});
+  MadeItem made;
+  made.bytes = StoreArray(array, plan_.Type(), std::nullopt, "the series of random numbers");
+  return made;
 }
 
 }  // namespace vorn::kit

@@ -31,6 +31,8 @@ class ItemMaker {
   MadeItem FromArray(const SourceItem& item);
   MadeItem FromRaw(const SourceItem& item) const;
   MadeItem FromNumbers(const SourceItem& item);
+  MadeItem FromSignal(const SourceItem& item);
+  [[nodiscard]] MadeItem FromRandom(uint64_t sample) const;
   MadeItem FromValues(Array array, const std::string& what) const;
   MadeItem FromPixels(const Array& array) const;
   const StoredTensor& Open(const SourceItem& item);
@@ -41,6 +43,8 @@ class ItemMaker {
   StoredTensor opened_;
   std::string numbersPath_;
   Array numbers_;
+  std::string framesPath_;
+  Frames frames_;
 };
 
 }  // namespace vorn::kit

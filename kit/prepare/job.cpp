@@ -18,9 +18,25 @@ std::string Below(const std::string& folder, const std::string& path) {
 }
 
 InputRequest InputFrom(const Json& json, const std::string& folder) {
-  HoldToKeys(json, {"name", "source", "part", "recipe"});
+  HoldToKeys(json, {"name", "source", "part", "recipe", "signal", "raw", "random"});
   InputRequest input;
   input.name = json.At("name").AsText();
+  if (const Json* random = json.Find("random")) {
+    if (json.Find("source") != nullptr) {
+      throw JsonError("the input '" + Printable(input.name) + "' has a source and random numbers");
+    }
+    input.random = ParseRandomRecipe(*random);
+    return input;
+  }
+  if (const Json* signal = json.Find("signal")) {
+    input.signal = ParseSignalRecipe(*signal);
+    input.signalText = ToText(*signal);
+  }
+  if (const Json* raw = json.Find("raw")) {
+    if (!input.signal) throw JsonError("raw stands without a signal");
+    input.rawSignal = *raw;
+    input.signalText += ToText(*raw);
+  }
   input.source = Below(folder, json.At("source").AsText());
   if (const Json* part = json.Find("part")) input.part = part->AsText();
   const Json* recipe = json.Find("recipe");
@@ -61,7 +77,9 @@ InputRequest& Entry(std::vector<InputRequest>& requests, const std::string& name
   for (InputRequest& request : requests) {
     if (request.name == name) return request;
   }
-  requests.push_back({name, "", std::nullopt, std::nullopt});
+  InputRequest request;
+  request.name = name;
+  requests.push_back(std::move(request));
   return requests.back();
 }
 
@@ -79,17 +97,22 @@ std::vector<InputRequest> InputsFromJson(const Json& inputs, const std::string& 
   return requests;
 }
 
-std::vector<InputRequest> ReadJob(const std::string& path) {
+Job ReadJob(const std::string& path) {
   const std::string text = ReadWholeFile(path, "the job", ExitStatus::kInput, kMostJobBytes);
   const size_t slash = path.rfind('/');
   try {
     const Json json = ParseJson(text);
-    HoldToKeys(json, {"schema", "inputs"});
+    HoldToKeys(json, {"schema", "inputs", "count", "thresholds"});
     if (json.At("schema").AsUnsigned() != 1) {
       throw JsonError("schema is " + ToText(json.At("schema")) + ", and this program reads 1");
     }
-    return InputsFromJson(json.At("inputs"),
-                          slash == std::string::npos ? "" : path.substr(0, slash));
+    Job job;
+    job.inputs =
+        InputsFromJson(json.At("inputs"), slash == std::string::npos ? "" : path.substr(0, slash));
+    if (const Json* count = json.Find("count")) job.count = count->AsUnsigned();
+    if (const Json* thresholds = json.Find("thresholds")) job.thresholds = *thresholds;
+    if (job.count == 0U) throw JsonError("count is 0");
+    return job;
   } catch (const JsonError& error) {
     throw Fault(ExitStatus::kInput, "the job " + Quoted(path) + ": " + error.what());
   }
@@ -97,6 +120,7 @@ std::vector<InputRequest> ReadJob(const std::string& path) {
 
 std::vector<InputRequest> InputsFromWords(std::span<const std::string> sources,
                                           std::span<const std::string> recipes,
+                                          std::span<const std::string> randoms,
                                           const ModelDescription& model) {
   const std::vector<TensorDescription> inputs = FileInputs(model);
   std::vector<InputRequest> requests;
@@ -117,6 +141,20 @@ std::vector<InputRequest> InputsFromWords(std::span<const std::string> sources,
                                           Quoted(name) + ", which has no --input");
     }
     request.recipe = FindRecipe(recipe);
+  }
+  for (const std::string& word : randoms) {
+    const auto [name, rule] = Split(word, "--random", inputs);
+    InputRequest& request = Entry(requests, name);
+    if (!request.source.empty()) {
+      throw Fault(ExitStatus::kUsage,
+                  "the input " + Quoted(name) + " is given a source and random numbers");
+    }
+    try {
+      request.random = ParseRandomRecipe(
+          rule.starts_with('{') ? ParseJson(rule) : Json::Object({{"distribution", rule}}));
+    } catch (const JsonError& error) {
+      throw Fault(ExitStatus::kUsage, "--random " + Quoted(word) + ": " + error.what());
+    }
   }
   return requests;
 }

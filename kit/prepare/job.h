@@ -18,19 +18,26 @@
 
 namespace vorn::kit {
 
+struct Job {
+  std::vector<InputRequest> inputs;
+  std::optional<uint64_t> count;
+  std::optional<Json> thresholds;
+};
+
 /// Reads a job. Throws a Fault of kInput that names the file and the key.
-[[nodiscard]] std::vector<InputRequest> ReadJob(const std::string& path);
+[[nodiscard]] Job ReadJob(const std::string& path);
 
 /// The same of a value within another file, whose paths are relative to `folder`. Throws a
 /// JsonError.
 [[nodiscard]] std::vector<InputRequest> InputsFromJson(const Json& inputs,
                                                        const std::string& folder);
 
-/// Words of `--input` and `--recipe`: "NAME=SOURCE", where NAME is one of the inputs that take
-/// files, whatever characters it has; of a model with one such input the name may be left out.
-/// Throws a Fault of kUsage that lists the inputs.
+/// Words of `--input`, `--recipe` and `--random`: "NAME=SOURCE", where NAME is one of the inputs
+/// that take files, whatever characters it has; of a model with one such input the name may be left
+/// out. Throws a Fault of kUsage that lists the inputs.
 [[nodiscard]] std::vector<InputRequest> InputsFromWords(std::span<const std::string> sources,
                                                         std::span<const std::string> recipes,
+                                                        std::span<const std::string> randoms,
                                                         const ModelDescription& model);
 
 }  // namespace vorn::kit

@@ -50,10 +50,18 @@ constexpr Option kOptions[] = {
     {"recipe", 0, "[NAME=]RECIPE",
      "How pictures become what the input takes: a ready recipe, or a file of JSON. Once an input.",
      true},
+    {"random", 0, "[NAME=]RULE",
+     "Random numbers for an input, the same on every machine: uniform, normal, bool, or JSON such "
+     "as "
+     "{\"distribution\": \"integers\", \"low\": 0, \"high\": 255, \"seed\": 7}. Once an input.",
+     true},
+    {"count", 0, "N",
+     "How many samples of random numbers, where there is nothing else; 1 without."},
     {"job", 0, "FILE",
      "The same as JSON, where names make it hard: {\"schema\": 1, \"inputs\": [{\"name\", "
      "\"source\", "
-     "\"part\", \"recipe\"}]}."},
+     "\"part\", \"recipe\", \"signal\", \"raw\", \"random\"}], \"count\", \"thresholds\"}. Signals "
+     "and thresholds are said here alone."},
     {"output", 'o', "FOLDER",
      "Where list.txt, manifest.json and the tensors go. It is made, and has to be empty unless "
      "--resume is given."},
@@ -129,16 +137,21 @@ ModelDescription DescribeModel(const Arguments& arguments) {
                         .runtimePath = arguments.Get("runtime").value_or("libvorn.so")});
 }
 
-std::vector<InputRequest> InputsOf(const Arguments& arguments, const ModelDescription& model) {
+Job JobOf(const Arguments& arguments, const ModelDescription& model) {
   const std::vector<std::string> sources = arguments.GetAll("input");
   const std::vector<std::string> recipes = arguments.GetAll("recipe");
+  const std::vector<std::string> randoms = arguments.GetAll("random");
   if (const auto job = arguments.Get("job")) {
-    if (!sources.empty() || !recipes.empty()) {
-      throw Fault(ExitStatus::kUsage, "--job takes the place of --input and --recipe");
+    if (!sources.empty() || !recipes.empty() || !randoms.empty() || arguments.Has("count")) {
+      throw Fault(ExitStatus::kUsage,
+                  "--job takes the place of --input, --recipe, --random and --count");
     }
     return ReadJob(*job);
   }
-  return InputsFromWords(sources, recipes, model);
+  Job named;
+  named.inputs = InputsFromWords(sources, recipes, randoms, model);
+  if (arguments.Has("count")) named.count = arguments.GetNumber("count", 1, 1, kMostNumber);
+  return named;
 }
 
 class ProgressLine {
@@ -171,6 +184,7 @@ std::string ResultJson(const PrepareResult& result) {
                               {"made", result.made},
                               {"kept", result.kept},
                               {"list", result.list},
+                              {"thresholds", Json::ArrayOf(result.thresholds)},
                               {"sizeBytes", result.sizeBytes},
                               {"left", left},
                               {"remarks", Json::ArrayOf(result.remarks)}}),
@@ -199,6 +213,11 @@ void Tell(const PrepareRequest& request, const PrepareResult& result) {
                                        .c_str()
                                  : Counted(result.samples, "sample").c_str(),
                kept.c_str(), Quoted(result.list).c_str());
+  std::string files;
+  for (const std::string& file : result.thresholds) files += (files.empty() ? "" : ",") + file;
+  if (!files.empty()) {
+    std::fprintf(stderr, "vorn prepare: the thresholds are -r %s\n", files.c_str());
+  }
 }
 
 void ListRecipes() {
@@ -214,7 +233,10 @@ PrepareRequest RequestOf(const Arguments& arguments) {
   while (request.folder.size() > 1 && request.folder.back() == '/') request.folder.pop_back();
   if (request.folder.empty()) throw Fault(ExitStatus::kUsage, "--output names nothing");
   request.model = DescribeModel(arguments);
-  request.inputs = InputsOf(arguments, request.model);
+  Job job = JobOf(arguments, request.model);
+  request.inputs = std::move(job.inputs);
+  request.count = job.count;
+  request.thresholds = std::move(job.thresholds);
   request.batch = arguments.GetNumber("batch", 1, 1, kMostNumber);
   if (arguments.Has("most")) request.most = arguments.GetNumber("most", 0, 1, kMostNumber);
   request.areFaultsLeftOut = arguments.Has("keep-going");

@@ -22,6 +22,8 @@
 #include "kit/prepare/item_maker.h"
 #include "kit/prepare/picture_tensor.h"
 #include "kit/prepare/source.h"
+#include "kit/prepare/stored_value.h"
+#include "kit/prepare/thresholds.h"
 #include "kit/prepare/workers.h"
 #include "vorn/vorn.h"
 
@@ -131,6 +133,7 @@ void WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
 struct PlannedInput {
   InputPlan plan;
   std::string source;
+  std::string signal;  ///< what was asked for of it
   FoundSource found;
 };
 
@@ -148,10 +151,12 @@ std::string NamesOf(const std::vector<TensorDescription>& inputs) {
   return names;
 }
 
-const InputRequest& RequestFor(const PrepareRequest& request, const TensorDescription& input) {
+const InputRequest* RequestFor(const PrepareRequest& request, const TensorDescription& input,
+                               bool areFlags) {
   for (const InputRequest& one : request.inputs) {
-    if (one.name == input.name) return one;
+    if (one.name == input.name) return &one;
   }
+  if (areFlags) return nullptr;
   throw Fault(ExitStatus::kUsage, "nothing is given for the input " + Quoted(input.name) +
                                       ", which takes " + ShapeText(input.shape) + " of " +
                                       TypeName(input.type.value_or(0)) + "; give --input " +
@@ -190,28 +195,46 @@ std::vector<PlannedInput> PlanInputs(const PrepareRequest& request) {
   const bool isRecurrent = request.model.netType == int32_t{VORN_NET_RECURRENT};
   std::vector<PlannedInput> planned;
   for (size_t place = 0; place < inputs.size(); ++place) {
-    const InputRequest& one = RequestFor(request, inputs[place]);
+    // The second input of a recurrent model takes its flags.
+    const InputRequest* one = RequestFor(request, inputs[place], isRecurrent && place == 1);
     PlannedInput input;
-    input.plan = {.input = inputs[place],
-                  .place = place,
-                  .isSequence = isRecurrent && place <= 1,
-                  .recipe = one.recipe,
-                  .part = one.part};
+    input.plan.input = inputs[place];
+    input.plan.place = place;
+    input.plan.isSequence = isRecurrent && place <= 1;
+    input.plan.areFlags = one == nullptr;
+    if (one != nullptr) {
+      input.plan.recipe = one->recipe;
+      input.plan.part = one->part;
+      input.plan.signal = one->signal;
+      input.plan.rawSignal = one->rawSignal;
+      input.plan.random = one->random;
+      input.source = one->source;
+      input.signal = one->signalText;
+    }
     CheckPlan(input.plan);
-    input.source = one.source;
-    input.found = FindSource(one.source, input.plan);
+    if (!input.plan.IsEndless()) input.found = FindSource(input.source, input.plan);
     planned.push_back(std::move(input));
   }
   return planned;
 }
 
 // As many as all inputs have; of one item there may be as many as the others have.
-uint64_t CountSamples(const std::vector<PlannedInput>& inputs) {
+uint64_t CountSamples(const std::vector<PlannedInput>& inputs,
+                      const std::optional<uint64_t>& count) {
+  if (std::all_of(inputs.begin(), inputs.end(),
+                  [](const PlannedInput& input) { return input.plan.IsEndless(); })) {
+    return count.value_or(1);
+  }
+  if (count) {
+    throw Fault(ExitStatus::kUsage,
+                "a count is for random numbers alone; the sources tell how many samples there are, "
+                "and --most takes the first ones");
+  }
   uint64_t samples = 1;
   const PlannedInput* decides = nullptr;
   for (const PlannedInput& input : inputs) {
     const uint64_t items = input.found.items.size();
-    if (items == 1) continue;
+    if (items == 1 || input.plan.IsEndless()) continue;
     if (decides != nullptr && items != samples) {
       throw Fault(ExitStatus::kInput,
                   "the input " + Quoted(decides->plan.input.name) + " has " +
@@ -244,7 +267,18 @@ std::string SignatureOf(const PlannedInput& input, const std::string& version) {
                      ShapeText(input.plan.input.shape) + "\n" +
                      std::string(ElementName(input.plan.Type())) + "\n";
   if (input.plan.recipe) text += ToText(ToJson(*input.plan.recipe));
-  return text;
+  if (input.plan.random) text += ToText(ToJson(*input.plan.random));
+  return text + input.signal;
+}
+
+std::vector<SourceItem> EndlessItems(const InputPlan& plan, uint64_t samples) {
+  std::vector<SourceItem> items(samples);
+  for (uint64_t i = 0; i < samples; ++i) {
+    items[i].kind = plan.random ? SourceKind::kRandom : SourceKind::kFlags;
+    items[i].item = i;
+    items[i].path = plan.random ? "random numbers" : "flags";
+  }
+  return items;
 }
 
 // ---- The work -----------------------------------------------------------------------------------
@@ -255,7 +289,17 @@ class Preparation {
               const std::function<void(const PrepareProgress&)>& show,
               const std::function<bool()>& isStopped)
       : request_(request), show_(show), isStopped_(isStopped), inputs_(PlanInputs(request)) {
-    samples_ = CountSamples(inputs_);
+    samples_ = CountSamples(inputs_, request_.count);
+    for (PlannedInput& input : inputs_) {
+      if (input.plan.IsEndless()) input.found.items = EndlessItems(input.plan, samples_);
+    }
+    if (request_.thresholds) {
+      try {
+        thresholds_ = MakeThresholds(*request_.thresholds, request_.model);
+      } catch (const JsonError& error) {
+        throw Fault(ExitStatus::kInput, "the thresholds: " + std::string(error.what()));
+      }
+    }
     if (request_.most) samples_ = std::min(samples_, *request_.most);
     isFaulty_.assign(samples_, false);
     for (const PlannedInput& input : inputs_) {
@@ -327,7 +371,13 @@ class Preparation {
     record.path = NameOfItem(sample, place);
     record.array = item.array;
     record.item = item.item;
-    record.source = Identify(item.path);
+    if (item.kind == SourceKind::kFlags) {
+      record.source = Identify(ItemOf(sample, 0).path);
+    } else if (item.kind == SourceKind::kRandom) {
+      record.source.path = item.path;
+    } else {
+      record.source = Identify(item.path);
+    }
     std::string key = signatures_[place] + "\n" + record.source.xxh3.value_or("") + "\n" +
                       item.array + "\n" + (item.item ? std::to_string(*item.item) : "");
     if (item.kind == SourceKind::kPicture) key += "\n" + DecoderKey(item.path);
@@ -337,7 +387,8 @@ class Preparation {
     if (makers_.empty()) {
       for (const PlannedInput& input : inputs_) makers_.emplace_back(input.plan);
     }
-    MadeItem made = makers_[place].Make(item);
+    MadeItem made =
+        item.kind == SourceKind::kFlags ? MakeFlags(sample, place) : makers_[place].Make(item);
     record.sizeBytes = made.bytes.size();
     record.xxh3 = Xxh3Of({reinterpret_cast<const char*>(made.bytes.data()), made.bytes.size()});
     record.facts = std::move(made.facts);
@@ -345,6 +396,19 @@ class Preparation {
     Json json = ToJson(record);
     json.Set("isMade", true);
     return ToText(json);
+  }
+
+  // As many as the frames that they go with; each item is a sequence of its own.
+  MadeItem MakeFlags(uint64_t sample, size_t place) {
+    const uint64_t frames =
+        makers_[0].Make(ItemOf(sample, 0)).bytes.size() / inputs_[0].plan.FrameBytes();
+    const std::vector<uint8_t> flags = ContinuationFlags(std::span(&frames, 1));
+    Array array{ElementType::kUint8, {flags.size()}, {}};
+    const auto bytes = std::as_bytes(std::span(flags));
+    array.bytes.assign(bytes.begin(), bytes.end());
+    MadeItem made;
+    made.bytes = StoreArray(array, inputs_[place].plan.Type(), std::nullopt, "the flags");
+    return made;
   }
 
   // Of an archive or a stack once for all of its items.
@@ -525,6 +589,11 @@ class Preparation {
           " of its own and " + std::to_string(manifest.tensors.back().filled) +
           (manifest.tensors.back().filled == 1 ? " copy" : " copies") + " of the last one");
     }
+    for (size_t i = 0; i < thresholds_.size(); ++i) {
+      result_.thresholds.push_back(folder_->Path("thresholds." + std::to_string(i) + ".txt"));
+      ClearPlace(result_.thresholds.back());
+      WriteWholeFile(result_.thresholds.back(), thresholds_[i].text);
+    }
     folder_->Sync();
     const std::string path = folder_->Path(kPreparedList);
     ClearPlace(path);
@@ -544,6 +613,7 @@ class Preparation {
                               {"source", input.source}});
     if (input.plan.part) json.Set("part", *input.plan.part);
     if (input.plan.recipe) json.Set("recipe", ToJson(*input.plan.recipe));
+    if (input.plan.random) json.Set("random", ToJson(*input.plan.random));
     return json;
   }
 
@@ -575,6 +645,7 @@ class Preparation {
   const std::function<bool()>& isStopped_;
   std::vector<PlannedInput> inputs_;
   std::vector<std::string> signatures_;  ///< an input each
+  std::vector<ThresholdFile> thresholds_;
   uint64_t samples_ = 0;
   std::unique_ptr<PreparedFolder> folder_;
   std::unique_ptr<LineFile> notes_;

@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "kit/json/json.h"
 #include "kit/model/model_description.h"
 #include "kit/prepare/manifest.h"
+#include "kit/prepare/random_values.h"
 #include "kit/prepare/recipe.h"
+#include "kit/prepare/signal.h"
 
 namespace vorn::kit {
 
@@ -21,6 +24,10 @@ struct InputRequest {
   std::string source;               ///< a file or a folder
   std::optional<std::string> part;  ///< the array of an archive, the output of a run
   std::optional<Recipe> recipe;
+  std::optional<SignalRecipe> signal;
+  std::string signalText;  ///< what was said of the signal, for the hash of what is made of it
+  std::optional<Json> rawSignal;       ///< of samples without a head
+  std::optional<RandomRecipe> random;  ///< instead of a source
 };
 
 struct PrepareRequest {
@@ -28,7 +35,9 @@ struct PrepareRequest {
   std::vector<InputRequest> inputs;
   std::string folder;
   uint64_t batch = 1;
-  std::optional<uint64_t> most;  ///< samples; the first ones
+  std::optional<uint64_t> most;    ///< samples; the first ones
+  std::optional<uint64_t> count;   ///< samples, where only random numbers are asked for
+  std::optional<Json> thresholds;  ///< what MakeThresholds takes
   bool areFaultsLeftOut = false;
   bool isResumed = false;
   bool isDryRun = false;
@@ -52,7 +61,8 @@ struct PrepareResult {
   std::vector<LeftOut> left;
   std::vector<std::string> remarks;
   std::string list;
-  uint64_t sizeBytes = 0;  ///< of all tensors
+  std::vector<std::string> thresholds;  ///< files for -r of vorn-run, in their order
+  uint64_t sizeBytes = 0;               ///< of all tensors
 };
 
 /// Checks everything that can be known before a file is written. Then makes the items, on all

@@ -15,6 +15,8 @@
 #include "kit/common/printable.h"
 #include "kit/picture/decode.h"
 #include "kit/prepare/number_text.h"
+#include "kit/prepare/wav.h"
+#include "kit/tensor/array.h"
 #include "kit/tensor/npy.h"
 #include "kit/tensor/npz.h"
 #include "kit/tensor/onnx_tensor.h"
@@ -170,8 +172,9 @@ bool HasPictureEnding(const std::string& path) {
   std::string ending = fs::path(path).extension().string();
   std::transform(ending.begin(), ending.end(), ending.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  constexpr std::array<std::string_view, 11> kEndings{
-      ".jpg", ".jpeg", ".png", ".webp", ".tif", ".tiff", ".bmp", ".ppm", ".pgm", ".npy", ".npz"};
+  constexpr std::array<std::string_view, 12> kEndings{".wav",  ".jpg", ".jpeg", ".png",
+                                                      ".webp", ".tif", ".tiff", ".bmp",
+                                                      ".ppm",  ".pgm", ".npy",  ".npz"};
   return std::find(kEndings.begin(), kEndings.end(), ending) != kEndings.end();
 }
 
@@ -205,12 +208,35 @@ bool LooksLikeNumbers(const std::string& head) {
   return hasDigit || (isRemark && !head.empty());
 }
 
+void AddSignal(const std::string& path, const InputPlan& plan, std::vector<SourceItem>& items) {
+  const Frames frames = ReadFrames(path, plan);
+  if (!plan.isSequence) {
+    AddItems(SourceKind::kSignal, {frames.count, frames.window}, ElementType::kFloat32, path, "",
+             plan, items);
+    return;
+  }
+  if (frames.window * ElementBytes(plan.Type()) != plan.FrameBytes()) {
+    items.push_back(FaultyItem(path, "a window of " + std::to_string(frames.window) +
+                                         " samples is no frame: " + TakesOf(plan)));
+    return;
+  }
+  const size_t sequences = SplitIntoSequences(frames.count, plan.MostFrames()).size();
+  for (uint64_t i = 0; i < sequences; ++i) {
+    items.push_back(ItemOf(SourceKind::kSignal, path, i));
+  }
+}
+
 // Whatever the file is. `isAsked` for one that was named, and does not only lie in a folder.
 void AddFile(const std::string& path, const InputPlan& plan, bool isAsked, FoundSource& found,
              std::vector<std::string>& passedOver) {
   try {
     const FileHead head = ReadFileHead(path, "the file", kHeadBytes);
-    if (FormatOf(head.bytes)) {
+    if (plan.signal) {
+      AddSignal(path, plan, found.items);
+    } else if (IsWav(head.bytes)) {
+      RefuseSource(path, "is a sound, and nothing says how it becomes " + TakesOf(plan) +
+                             "; give \"signal\": {\"window\", \"hop\"} in a job");
+    } else if (FormatOf(head.bytes)) {
       if (!plan.recipe) {
         RefuseSource(path,
                      "is a picture, and nothing says how it becomes " + TakesOf(plan) +
@@ -388,6 +414,12 @@ std::string SourceItem::Name() const {
 
 uint64_t InputPlan::ItemBytes() const { return input.DenseBytes().value_or(0); }
 
+uint64_t InputPlan::MostFrames() const {
+  return input.shape.empty() ? 1 : static_cast<uint64_t>(std::max<int64_t>(input.shape.front(), 1));
+}
+
+uint64_t InputPlan::FrameBytes() const { return ItemBytes() / MostFrames(); }
+
 ElementType InputPlan::Type() const {
   return (input.type ? ElementOfCode(*input.type) : std::nullopt).value_or(ElementType::kFloat32);
 }
@@ -405,6 +437,32 @@ ArrayFit FitOf(const Shape& shape, const InputPlan& plan) {
   if (LooksLikePicture(shape)) return ArrayFit::kPicture;
   return LooksLikePicture(item) && shape.size() == item.size() + 1 ? ArrayFit::kPictures
                                                                    : ArrayFit::kNone;
+}
+
+Frames ReadFrames(const std::string& path, const InputPlan& plan) {
+  const FileHead head = ReadFileHead(path, "the signal", kHeadBytes);
+  if (head.bytes.starts_with(kNpyMagic)) {
+    const Array array = ReadArray(OpenNpy(path), kMostTextBytes);
+    const Signal signal =
+        SignalOf(array, *plan.signal, "the array " + Quoted(path), kMostTextBytes);
+    return CutIntoFrames(signal, *plan.signal, Quoted(path), kMostTextBytes);
+  }
+  SignalSource source;
+  if (IsWav(head.bytes)) {
+    source = OpenWav(path);
+  } else if (plan.rawSignal) {
+    try {
+      source = OpenRawSignal(path, *plan.rawSignal);
+    } catch (const JsonError& error) {
+      throw Fault(ExitStatus::kInput, "the job's \"raw\": " + std::string(error.what()));
+    }
+  } else {
+    RefuseSource(path,
+                 "is no sound (WAV) and no array (.npy); of raw samples say the type, "
+                 "\"raw\": {\"type\": \"int16\"}");
+  }
+  const Signal signal = ReadSignal(source, *plan.signal, kMostTextBytes);
+  return CutIntoFrames(signal, *plan.signal, Quoted(path), kMostTextBytes);
 }
 
 FoundSource FindSource(const std::string& path, const InputPlan& plan) {

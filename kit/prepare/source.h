@@ -7,8 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "kit/json/json.h"
 #include "kit/model/model_description.h"
+#include "kit/prepare/random_values.h"
 #include "kit/prepare/recipe.h"
+#include "kit/prepare/signal.h"
 #include "kit/tensor/stored_tensor.h"
 
 namespace vorn::kit {
@@ -18,6 +21,9 @@ enum class SourceKind {
   kArray,    ///< .npy, an array of an archive, an ONNX tensor, a dump of a run
   kRaw,      ///< the bytes that the model takes, as they are
   kNumbers,  ///< a text of numbers
+  kSignal,   ///< frames of a signal, in a file of sound, raw samples or an array
+  kRandom,   ///< random numbers; nothing is read
+  kFlags,    ///< the continuation flags of a recurrent model, made to fit the frames
 };
 
 /// What one item of one input is made of.
@@ -39,9 +45,19 @@ struct InputPlan {
   bool isSequence = false;  ///< frames of a recurrent model: as many as there are, or fewer
   std::optional<Recipe> recipe;
   std::optional<std::string> part;  ///< the array of an archive, or the output of a run
+  std::optional<SignalRecipe> signal;
+  std::optional<Json> rawSignal;  ///< what OpenRawSignal takes, where files do not tell
+  std::optional<RandomRecipe> random;
+  bool areFlags = false;  ///< nothing is given for them
+
+  /// As many items as somebody asks for.
+  [[nodiscard]] bool IsEndless() const { return random || areFlags; }
 
   /// Bytes of one item, whole.
   [[nodiscard]] uint64_t ItemBytes() const;
+  /// Of a recurrent model: how many frames an item has at most, and the bytes of one.
+  [[nodiscard]] uint64_t MostFrames() const;
+  [[nodiscard]] uint64_t FrameBytes() const;
   [[nodiscard]] ElementType Type() const;
 };
 
@@ -49,6 +65,9 @@ struct FoundSource {
   std::vector<SourceItem> items;
   std::vector<std::string> remarks;
 };
+
+/// The frames of the signal in a file, cut as the plan's signal says. Throws a Fault of kInput.
+[[nodiscard]] Frames ReadFrames(const std::string& path, const InputPlan& plan);
 
 /// A file, or a folder: one of pictures and arrays, whatever is in it in the order of the names; a
 /// run; ONNX's test_data_set_* folders. Throws a Fault of kInput that says what was looked for and

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 
 #include "kit/model/model_json.h"
@@ -246,6 +247,77 @@ TEST_F(PrepareVerb, TakesAJobWithNamesThatNoWordHolds) {
   const Outcome ended = Prepare({"--job", "here/job.json", "--resume"});
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.err, HasSubstr("the model has no input 'y'"));
+}
+
+TEST_F(PrepareVerb, MakesRandomNumbersThatAreTheSameAgain) {
+  Model({Input("x", {4}, VORN_FLOAT32), Input("ids", {3}, VORN_INT64)});
+  const std::vector<std::string> words{
+      "--random", "x=normal",
+      "--random", R"(ids={"distribution": "integers", "low": 5, "high": 7, "seed": 3})",
+      "--count",  "4"};
+  ASSERT_EQ(Prepare(words).status, 0);
+  EXPECT_EQ(support::SplitLines(Out("list.txt")).size(), 8U);
+  EXPECT_NE(Out("tensors/000000.0.bin"), Out("tensors/000001.0.bin"));
+  const std::string ids = Out("tensors/000003.1.bin");
+  ASSERT_EQ(ids.size(), 3 * sizeof(int64_t));
+  for (size_t i = 0; i < 3; ++i) {
+    int64_t id = 0;
+    std::memcpy(&id, ids.data() + i * sizeof id, sizeof id);
+    EXPECT_TRUE(id >= 5 && id <= 7) << id;
+  }
+  const auto before = support::ReadTree(Path("out/tensors"));
+  fs::remove_all(Path("out"));
+  ASSERT_EQ(Prepare(words).status, 0);
+  EXPECT_EQ(support::ReadTree(Path("out/tensors")), before);
+  EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
+}
+
+TEST_F(PrepareVerb, MakesAsManyRandomSamplesAsThereAreOthers) {
+  Model({Input("x", {1}, VORN_UINT8), Input("noise", {1}, VORN_FLOAT32)});
+  Write("x", "abc");
+  EXPECT_EQ(Prepare({"--input", "x=x", "--random", "noise=uniform"}).status, 0);
+  EXPECT_EQ(support::SplitLines(Out("list.txt")).size(), 6U);
+  const Outcome both =
+      Prepare({"--input", "x=x", "--random", "noise=uniform", "--count", "2", "--resume"});
+  EXPECT_EQ(both.status, 2);
+  EXPECT_THAT(both.err, HasSubstr("a count is for random numbers alone"));
+}
+
+TEST_F(PrepareVerb, CutsASignalIntoSequencesAndMakesTheFlagsFit) {
+  // Three frames at most, of two samples.
+  Model({Input("frames", {3, 2}, VORN_FLOAT32), Input("flags", {3, 1}, VORN_UINT8)},
+        VORN_NET_RECURRENT);
+  Write("samples.raw", Bytes<int16_t>({0, 16384, -32768, 1, 2, 3, 4, 5, 6, 7}));
+  Write("job.json", R"({"schema": 1, "inputs": [{"name": "frames", "source": "samples.raw",
+      "signal": {"window": 2, "hop": 2}, "raw": {"type": "int16"}}]})");
+  const Outcome ended = Prepare({"--job", "job.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  // Five frames: three, and the two that are left.
+  EXPECT_EQ(Out("tensors/000000.0.bin"), Bytes<float>({0, 0.5F, -1, 0x1p-15F, 0x2p-15F, 0x3p-15F}));
+  EXPECT_EQ(Out("tensors/000000.1.bin"), std::string("\0\1\1", 3));
+  EXPECT_EQ(Out("tensors/000001.0.bin").size(), 4 * sizeof(float));
+  EXPECT_EQ(Out("tensors/000001.1.bin"), std::string("\0\1", 2));
+}
+
+TEST_F(PrepareVerb, WritesThresholdsForTheirOption) {
+  TensorDescription thresholds = Input("rpn", {1, 4}, VORN_FLOAT32);
+  thresholds.role = TensorRole::kThresholds;
+  Model({Input("x", {1}, VORN_UINT8), thresholds}, VORN_NET_DETECTION);
+  Write("x", "a");
+  Write("job.json", R"({"schema": 1, "inputs": [{"name": "x", "source": "x"}],
+                        "thresholds": {"rpn": [0.5, 0.25, 0, 1]}})");
+  const Outcome ended = Prepare({"--job", "job.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("thresholds.0.txt"), "0.5 0.25 0 1");
+  EXPECT_THAT(ended.err, HasSubstr("the thresholds are -r out/thresholds.0.txt\n"));
+}
+
+TEST_F(PrepareVerb, SaysWhatASoundNeeds) {
+  Model({Input("x", {1, 2}, VORN_FLOAT32)});
+  Write("a.wav", std::string("RIFF\x24\0\0\0WAVEfmt ", 16) + std::string(20, '\0'));
+  const Outcome ended = Prepare({"--input", "a.wav"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("is a sound, and nothing says how it becomes"));
 }
 
 TEST_F(PrepareVerb, ListsAndShowsRecipes) {
