@@ -3,7 +3,7 @@
 Runtime; prints the table. The exit status is 1 where a case is not accounted for.
 
     run.py --cases FOLDER --build FOLDER [--only PATTERN] [--jobs N] [--seconds N] [--batch N]
-           [--open] [--details FILE]
+           [--open] [--expose] [--details FILE]
 """
 import argparse
 import fnmatch
@@ -34,6 +34,8 @@ def parse_options():
     parser.add_argument("--batch", type=int, default=1, help="copies of a data set in a batch")
     parser.add_argument("--open", action="store_true",
                         help="take the shapes of inputs and outputs out of the models")
+    parser.add_argument("--expose", action="store_true",
+                        help="have every inner tensor given, too")
     parser.add_argument("--details", type=Path, help="gets a line for each case")
     options = parser.parse_args()
     options.cases = options.cases.resolve() / "usr/share/libonnx-testdata/data"
