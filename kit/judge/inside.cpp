@@ -234,6 +234,23 @@ std::optional<uint64_t> ExposedIn(std::string_view log) {
   return std::nullopt;
 }
 
+std::string PrecisionIn(std::string_view log) {
+  constexpr std::string_view kRounded = "rounded ";
+  constexpr std::string_view kTo = " to ";
+  constexpr std::string_view kInName = "abcdefghijklmnopqrstuvwxyz0123456789";
+  const size_t rounded = log.rfind(kRounded);
+  if (rounded == std::string_view::npos) return "";
+  const std::string_view rest = log.substr(rounded, log.find_first_of(";\n", rounded) - rounded);
+  const size_t to = rest.rfind(kTo);
+  if (to == std::string_view::npos) return "";
+  const std::string_view name = rest.substr(to + kTo.size());
+  return std::string(name.substr(0, name.find_first_not_of(kInName)));
+}
+
+std::string PrecisionOf(const TensorSource& source) {
+  return source.isRun ? PrecisionIn(LogOf(source.path)) : "";
+}
+
 std::optional<GraphOrder> GraphOrderOf(const TensorSource& source) {
   if (!source.model || source.model->outputs.empty()) return std::nullopt;
   GraphOrder order;

@@ -31,6 +31,13 @@ struct GraphOrder {
 /// processes the last.
 [[nodiscard]] std::optional<uint64_t> ExposedIn(std::string_view log);
 
+/// What a run of the host runtime was rounded to, as its log says: "int8", "bfloat16"; empty where
+/// it says nothing.
+[[nodiscard]] std::string PrecisionOf(const TensorSource& source);
+
+/// The same of a log's text: "rounded 7 weights, 0 inputs and 8 results to bfloat16".
+[[nodiscard]] std::string PrecisionIn(std::string_view log);
+
 enum class InsideState { kRight, kWrong, kNotJudged };
 
 /// One tensor on both sides, of all samples.

@@ -243,6 +243,7 @@ struct OutputState {
   std::map<uint64_t, Print> prints;  ///< of what is expected, by sample
   std::vector<uint64_t> wrongSamples;
   std::optional<LabelJudge> labels;
+  FloorComparison floor;
   bool isPaired = false;  ///< in a sample at least
   bool isActual = false;  ///< where it is not: the side that has it
 };
@@ -260,6 +261,7 @@ class Judging {
     }
     CheckNames();
     CheckOnly();
+    CheckFloor();
     pairs_ = SamplePairing(request_, verdict_).Pairs();
     verdict_.samples = pairs_.size();
     for (size_t i = 0; i < pairs_.size(); ++i) {
@@ -268,6 +270,10 @@ class Judging {
     }
     MissItems();
     if (request_.isInside) OrderByGraph();
+    if (request_.floor) {
+      verdict_.floor = FloorReport{
+          request_.floor->path, PrecisionOf(*request_.floor), request_.mostOverFloor, {}};
+    }
     for (const std::string& name : order_) {
       OutputState& state = states_.at(name);
       if (state.labels) {
@@ -276,6 +282,10 @@ class Judging {
         }
       }
       if (!request_.isInside || IsFirstWrong(state)) FindCausesOf(state);
+      if (request_.floor) {
+        state.floor.output = name;
+        verdict_.floor->outputs.push_back(std::move(state.floor));
+      }
       verdict_.outputs.push_back(std::move(state.verdict));
     }
     if (verdict_.inside) TellTensors();
@@ -312,6 +322,15 @@ class Judging {
     }
     for (const ToleranceRule& rule : request_.rules.tolerances) CheckRule(rule.output, names);
     for (const MetricRule& rule : request_.rules.metrics) CheckRule(rule.output, names);
+  }
+
+  // What is bounded against a floor would be wrong in every sample.
+  void CheckFloor() const {
+    for (const MetricRule& rule : request_.rules.metrics) {
+      if (rule.metric != Metric::kOverFloor || request_.floor) continue;
+      throw Fault(ExitStatus::kInput,
+                  "the rules bound overFloor, and there is no floor to compare with; give --floor");
+    }
   }
 
   // Outputs that stand on the expected side alone are meant, too: they are missed.
@@ -394,7 +413,7 @@ class Judging {
     if (output.expected->name != output.name) verdict.expectedName = output.expected->name;
     try {
       const auto [actual, expected] = Open(pair, output);
-      Compare(sample, output, actual, expected, state);
+      Compare(pair, output, actual, expected, state);
     } catch (const NotJudgeable& reason) {
       verdict.notJudged.push_back({sample, {reason.what()}});
     } catch (const UnreadableTensor& reason) {
@@ -449,9 +468,10 @@ class Judging {
     return actual.hasShape ? actual.order.shape : expected.order.shape;
   }
 
-  void Compare(uint64_t sample, const OutputPair& output, const ReadableTensor& actual,
+  void Compare(size_t pair, const OutputPair& output, const ReadableTensor& actual,
                const ReadableTensor& expected, OutputState& state) {
     OutputVerdict& verdict = state.verdict;
+    const uint64_t sample = SampleOf(pair);
     if (verdict.samples.empty()) {
       verdict.type = actual.type;
       std::optional<double> step;
@@ -496,7 +516,9 @@ class Judging {
       done += got;
     }
     state.prints[sample] = print;
-    Note(sample, taker, top.Result(), state);
+    std::optional<double> overFloor;
+    if (request_.floor) overFloor = CompareFloor(pair, output, taker.Result(), state);
+    Note(sample, taker, top.Result(), overFloor, state);
     if (state.labels) TakeLabels(sample, actual, expected, shape, *state.labels);
   }
 
@@ -530,10 +552,10 @@ class Judging {
   }
 
   void Note(uint64_t sample, const CensusTaker& taker, const TopAgreement& agreement,
-            OutputState& state) {
+            std::optional<double> overFloor, OutputState& state) {
     OutputVerdict& verdict = state.verdict;
     const Census& census = taker.Result();
-    auto broken = BrokenRules(verdict.rules, census, agreement);
+    auto broken = BrokenRules(verdict.rules, census, agreement, overFloor);
     if (census.finite > 0 || !broken.empty()) {
       verdict.samples.push_back({sample, broken.empty(), census.outside,
                                  census.finite > 0 ? census.maxAbs : NAN, census.Rmse(),
@@ -554,6 +576,69 @@ class Judging {
     if (broken.empty()) return;
     verdict.wrong.push_back({sample, std::move(broken)});
     state.wrongSamples.push_back(sample);
+  }
+
+  // ---- The floor --------------------------------------------------------------------------------
+
+  // The same sample of the floor beside what was found; empty where it has none.
+  std::optional<double> CompareFloor(size_t pair, const OutputPair& output, const Census& actual,
+                                     OutputState& state) {
+    FloorComparison& comparison = state.floor;
+    try {
+      const Census floor = FloorCensus(pair, output, actual.elements);
+      ++comparison.samples;
+      comparison.actual.Merge(actual);
+      comparison.floor.Merge(floor);
+      const double times = TimesFloor(actual, floor);
+      return std::isnan(times) ? std::nullopt : std::optional(times);
+    } catch (const NotJudgeable& reason) {
+      NoteLeftOut(pair, reason.what(), comparison);
+    } catch (const UnreadableTensor& reason) {
+      NoteLeftOut(pair, reason.what(), comparison);
+    }
+    return std::nullopt;
+  }
+
+  void NoteLeftOut(size_t pair, const std::string& reason, FloorComparison& comparison) const {
+    if (!comparison.leftOut.empty()) return;
+    comparison.leftOut = "sample " + std::to_string(SampleOf(pair)) + ", " + reason;
+  }
+
+  // In the order of the expected side's file, in which both are read alike.
+  Census FloorCensus(size_t pair, const OutputPair& output, uint64_t elements) {
+    const SamplePair& samples = pairs_[pair];
+    const uint64_t index = samples.position ? samples.actual->index : samples.expected->index;
+    const SampleSource* sample = FindSample(*request_.floor, index);
+    if (sample == nullptr) throw NotJudgeable("the floor has no sample " + std::to_string(index));
+    if (!sample->absence.empty()) throw NotJudgeable("of the floor: " + sample->absence);
+    const std::string& name = output.expected->name.empty() ? output.name : output.expected->name;
+    const OutputPlace* place = FindOutput(*sample, name);
+    if (place == nullptr) {
+      throw NotJudgeable("the floor has no output '" + name + "'" +
+                         DidYouMean(name, NamesOf(*sample)));
+    }
+    const MappedSide* side = output.mapped != nullptr ? &output.mapped->expected : nullptr;
+    const auto modelOf = [](const TensorSource& source) {
+      return source.model ? &*source.model : nullptr;
+    };
+    const ReadableTensor floor = OpenSide(*place, side, modelOf(*request_.floor));
+    ReadableTensor expected = OpenSide(*output.expected, side, modelOf(request_.expected));
+    if (samples.position) expected = ItemFor(pair, expected, elements);
+    if (floor.Elements() != expected.Elements()) {
+      throw NotJudgeable("the floor has " + std::to_string(floor.Elements()) + " elements, and " +
+                         std::to_string(expected.Elements()) + " are expected");
+    }
+    return ReadingTensors([&] { return CensusOf(floor.Read(), expected.Read()); });
+  }
+
+  Census CensusOf(TensorReader actual, TensorReader expected) {
+    CensusTaker taker(Tolerance{}, 0);
+    while (const size_t got = actual.Next(actualBlock_)) {
+      (void)expected.Next(std::span(expectedBlock_).first(got));
+      taker.Take(std::span<const float>(actualBlock_).first(got),
+                 std::span<const float>(expectedBlock_).first(got));
+    }
+    return taker.Result();
   }
 
   // ---- Inside -----------------------------------------------------------------------------------

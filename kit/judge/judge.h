@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "kit/judge/floor.h"
 #include "kit/judge/labels.h"
 #include "kit/judge/map.h"
 #include "kit/judge/rules.h"
@@ -25,6 +26,9 @@ struct JudgeRequest {
   /// All outputs are put into the order of the graph. What one side alone has is no fault, and
   /// causes are looked for of the first that is wrong.
   bool isInside = false;
+  /// A reference of reduced precision, of the same samples as the expected side and with its names.
+  std::optional<TensorSource> floor;
+  double mostOverFloor = kFloorRatio;
 };
 
 /// Holds a block of each side in memory, and of each sample a sketch; of the few whose cause is

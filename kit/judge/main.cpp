@@ -50,6 +50,11 @@ constexpr Option kOptions[] = {
      "name the first that differs, how the difference grows, and its largest step. Outputs that "
      "one "
      "side alone has are listed, and no fault."},
+    {"floor", 0, "RUN",
+     "A run of the reference rounded to the device's precision: tells for each output whether it "
+     "loses more than that precision has to."},
+    {"floor-ratio", 0, "R",
+     "With --floor: up to R times the floor's RMSE is within; 1.25 without."},
     {"worst", 0, "N", "Show the N worst elements of each output; 5 without."},
     {"output", 'o', "FOLDER",
      "Where verdict.json and verdict.xml (JUnit) go: a folder that is there. Without it into RUN, "
@@ -142,6 +147,16 @@ void HoldToFolder(const std::string& folder) {
                                       "; name a folder that is, or make it");
 }
 
+void TakeFloor(const Arguments& arguments, JudgeRequest& request) {
+  const auto floor = arguments.Get("floor");
+  if (arguments.Has("floor-ratio")) {
+    if (!floor) throw Fault(ExitStatus::kUsage, "--floor-ratio is for --floor, which is missing");
+    request.mostOverFloor = TakeBound(arguments, "floor-ratio");
+  }
+  if (!floor) return;
+  request.floor = FindTensors(*floor);
+}
+
 ExitStatus JudgeRun(const Arguments& arguments) {
   if (arguments.Operands().empty()) {
     throw Fault(ExitStatus::kUsage,
@@ -166,6 +181,7 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   const auto folder = arguments.Get("output");
   if (folder) HoldToFolder(*folder);
   const std::string expected = arguments.Need("expected");
+  TakeFloor(arguments, request);
   request.actual = FindTensors(arguments.Operands().front());
   request.expected = FindTensors(expected);
 

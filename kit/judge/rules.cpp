@@ -36,13 +36,14 @@ struct MetricRow {
 };
 
 constexpr std::array kMetrics{
-    MetricRow{Metric::kOutside, "outside"}, MetricRow{Metric::kOutsideShare, "outsideShare"},
-    MetricRow{Metric::kMaxAbs, "maxAbs"},   MetricRow{Metric::kMeanAbs, "meanAbs"},
-    MetricRow{Metric::kMaxRel, "maxRel"},   MetricRow{Metric::kRmse, "rmse"},
-    MetricRow{Metric::kCosine, "cosine"},   MetricRow{Metric::kSnr, "snrDb"},
-    MetricRow{Metric::kPsnr, "psnrDb"},     MetricRow{Metric::kUlpMedian, "ulpMedian"},
-    MetricRow{Metric::kUlp99, "ulp99"},     MetricRow{Metric::kUlpMax, "ulpMax"},
-    MetricRow{Metric::kTop1, "top1"},       MetricRow{Metric::kTop5, "top5"},
+    MetricRow{Metric::kOutside, "outside"},     MetricRow{Metric::kOutsideShare, "outsideShare"},
+    MetricRow{Metric::kMaxAbs, "maxAbs"},       MetricRow{Metric::kMeanAbs, "meanAbs"},
+    MetricRow{Metric::kMaxRel, "maxRel"},       MetricRow{Metric::kRmse, "rmse"},
+    MetricRow{Metric::kCosine, "cosine"},       MetricRow{Metric::kSnr, "snrDb"},
+    MetricRow{Metric::kPsnr, "psnrDb"},         MetricRow{Metric::kUlpMedian, "ulpMedian"},
+    MetricRow{Metric::kUlp99, "ulp99"},         MetricRow{Metric::kUlpMax, "ulpMax"},
+    MetricRow{Metric::kTop1, "top1"},           MetricRow{Metric::kTop5, "top5"},
+    MetricRow{Metric::kOverFloor, "overFloor"},
 };
 
 double BoundOf(const Json& object, const char* key, bool mayBeNegative) {
@@ -225,7 +226,8 @@ OutputRules RulesFor(const Rules& rules, const std::string& output, ElementType 
   return found;
 }
 
-std::optional<double> ValueOf(Metric metric, const Census& census, const TopAgreement& agreement) {
+std::optional<double> ValueOf(Metric metric, const Census& census, const TopAgreement& agreement,
+                              std::optional<double> overFloor) {
   switch (metric) {
     case Metric::kOutside:
       return static_cast<double>(census.outside);
@@ -255,12 +257,15 @@ std::optional<double> ValueOf(Metric metric, const Census& census, const TopAgre
     case Metric::kTop5:
       if (agreement.items == 0) return std::nullopt;
       return AsShare(metric == Metric::kTop1 ? agreement.top1 : agreement.top5, agreement.items);
+    case Metric::kOverFloor:
+      return overFloor;
   }
   return std::nullopt;
 }
 
 std::vector<std::string> BrokenRules(const OutputRules& rules, const Census& census,
-                                     const TopAgreement& agreement) {
+                                     const TopAgreement& agreement,
+                                     std::optional<double> overFloor) {
   std::vector<std::string> broken;
   AddUnusual(broken, census.onlyActualNan, "NaN where a number is expected");
   AddUnusual(broken, census.onlyExpectedNan, "numbers where NaN is expected");
@@ -272,11 +277,13 @@ std::vector<std::string> BrokenRules(const OutputRules& rules, const Census& cen
   AddUnusual(broken, census.onlyExpectedInfinite, "infinities expected that are none");
   AddUnusual(broken, census.oppositeInfinite, "infinities of the other sign");
   for (const MetricRule& rule : rules.metrics) {
-    const auto value = ValueOf(rule.metric, census, agreement);
+    const auto value = ValueOf(rule.metric, census, agreement, overFloor);
     if (!value) {
       // Without a pair to measure nothing passes, whatever the rules: whoever judges sees to it.
       if (census.finite == 0) continue;
-      broken.push_back(TextOf(rule) + ": the output has none, it holds no probabilities");
+      broken.push_back(TextOf(rule) + (rule.metric == Metric::kOverFloor
+                                           ? ": the floor has nothing to compare it with"
+                                           : ": the output has none, it holds no probabilities"));
       continue;
     }
     // Written so that a metric that is no number breaks its rule.

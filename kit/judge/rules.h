@@ -51,6 +51,7 @@ enum class Metric {
   kUlpMax,
   kTop1,
   kTop5,
+  kOverFloor,
 };
 
 [[nodiscard]] std::string_view MetricName(Metric metric);
@@ -87,14 +88,16 @@ struct OutputRules {
                                    std::optional<double> step);
 
 /// A metric of one sample's output; empty where it has none: top 1 of no probabilities, measures
-/// of no finite pair.
+/// of no finite pair. `overFloor` is that metric's value, where there is a floor.
 [[nodiscard]] std::optional<double> ValueOf(Metric metric, const Census& census,
-                                            const TopAgreement& agreement);
+                                            const TopAgreement& agreement,
+                                            std::optional<double> overFloor = std::nullopt);
 
 /// What is broken, a text each; none if the output is right, or nothing of it could be measured
 /// because no pair is finite.
 [[nodiscard]] std::vector<std::string> BrokenRules(const OutputRules& rules, const Census& census,
-                                                   const TopAgreement& agreement);
+                                                   const TopAgreement& agreement,
+                                                   std::optional<double> overFloor = std::nullopt);
 
 /// "|a − r| ≤ 1e-05 + 1.3e-06·|r|".
 [[nodiscard]] std::string TextOf(const Tolerance& tolerance);

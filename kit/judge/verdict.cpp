@@ -390,6 +390,7 @@ std::string VerdictText(const Verdict& verdict) {
   for (size_t i = 0; i < verdict.outputs.size(); ++i) {
     if (!verdict.inside || i == begin) text += "\n" + OutputText(verdict.outputs[i]);
   }
+  if (verdict.floor) text += "\n" + FloorText(*verdict.floor);
   if (!verdict.missing.empty()) text += "\n";
   for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesShown); ++i) {
     const MissingSample& missing = verdict.missing[i];
@@ -443,6 +444,7 @@ std::string VerdictJson(const Verdict& verdict) {
                             {"accuracy", accuracy},
                             {"remarks", Json::ArrayOf(verdict.remarks)}});
   if (verdict.inside) json.Set("inside", InsideJson(*verdict.inside));
+  if (verdict.floor) json.Set("floor", FloorJson(*verdict.floor));
   return ToText(json, 2) + "\n";
 }
 

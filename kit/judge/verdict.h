@@ -9,6 +9,7 @@
 #include "kit/common/fault.h"
 #include "kit/judge/cause.h"
 #include "kit/judge/census.h"
+#include "kit/judge/floor.h"
 #include "kit/judge/inside.h"
 #include "kit/judge/rules.h"
 #include "kit/judge/top_agreement.h"
@@ -85,6 +86,7 @@ struct Verdict {
   std::vector<std::string> unfinished;
   /// Where that was asked for; its tensors are the outputs, in their order.
   std::optional<Inside> inside;
+  std::optional<FloorReport> floor;
 
   [[nodiscard]] ExitStatus Status() const;
 

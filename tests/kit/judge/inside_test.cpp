@@ -176,6 +176,16 @@ TEST(ExposedIn, ReadsTheLineOfTheHostRuntime) {
   }
 }
 
+TEST(PrecisionIn, ReadsTheLineOfTheHostRuntime) {
+  const std::string line =
+      "vorn: vorn_mdl_load_from_mem: rounded 7 weights, 0 inputs and 8 results";
+  EXPECT_EQ(PrecisionIn(line + " to bfloat16; exposed 9 tensors\n"), "bfloat16");
+  EXPECT_EQ(PrecisionIn(line + " to int8\nmore to come"), "int8");
+  EXPECT_EQ(PrecisionIn(line + " to int8"), "int8");
+  EXPECT_EQ(PrecisionIn(line + "\nto int8"), "");
+  EXPECT_EQ(PrecisionIn("exposed 9 tensors to int8"), "");
+}
+
 // ---- Over files ---------------------------------------------------------------------------------
 
 class InsideJudgement : public testing::Test {

@@ -174,6 +174,19 @@ TEST(VerdictJson, TellsOfTensorsInsideAsTheSchemaSays) {
   EXPECT_NE(support::FaultBySchema("verdict", other), "");
 }
 
+TEST(VerdictJson, TellsOfTheFloorAsTheSchemaSays) {
+  Verdict verdict = VerdictOf({RightOutput("prob")});
+  verdict.floor = FloorReport{"rounded", "int8", 1.25, {}};
+  verdict.floor->outputs = {{"prob", 1, verdict.outputs[0].census, verdict.outputs[0].census, ""},
+                            {"odd", 0, {}, {}, "gone"}};
+  const std::string text = VerdictJson(verdict);
+  EXPECT_EQ(support::FaultBySchema("verdict", text), "");
+  EXPECT_THAT(text, HasSubstr("\"answer\": \"within\""));
+  std::string other = text;
+  other.replace(other.find("\"within\""), 8, "\"better\"");
+  EXPECT_NE(support::FaultBySchema("verdict", other), "");
+}
+
 TEST(VerdictJson, HoldsAnyName) {
   const std::string text = VerdictJson(VerdictOf({RightOutput("a\"\n\xff")}));
   EXPECT_EQ(support::FaultBySchema("verdict", text), "");
