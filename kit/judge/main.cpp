@@ -14,6 +14,7 @@
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/judge/judge.h"
+#include "kit/judge/reference.h"
 
 namespace vorn::kit {
 namespace {
@@ -24,12 +25,28 @@ constexpr uint64_t kShownWorst = 5;
 
 constexpr std::string_view kForms[] = {
     "RUN --expected PATH [--map FILE] [--rules FILE | --preset NAME | --exact | --atol A --rtol R]",
+    "RUN --reference MODEL [--reference-config FILE] [--reference-recipe [NAME=]RECIPE...]",
 };
 
 constexpr Option kOptions[] = {
     {"expected", 0, "PATH",
      "What is expected: another run, a folder of dumps, arrays (.npy, .npz), test folders of ONNX "
      "(test_data_set_*), or one such file."},
+    {"reference", 0, "MODEL",
+     "Instead of --expected: run this model (ONNX) with the host runtime over the samples of RUN, "
+     "and expect what it gives. What it takes is made anew by vorn prepare, of the sources that "
+     "the "
+     "manifest.json beside RUN's tensors tells; where it takes what RUN's model takes and no "
+     "recipe "
+     "is given, RUN's own files serve. All of it goes into RUN/reference, and what is unchanged "
+     "there stays."},
+    {"reference-config", 0, "FILE",
+     "The host runtime's configuration for it; without it an empty "
+     "one."},
+    {"reference-recipe", 0, "[NAME=]RECIPE",
+     "How pictures become what an input of the reference takes, as vorn prepare --recipe has it. "
+     "Once an input.",
+     true},
     {"map", 0, "FILE",
      "JSON that pairs outputs of other names, layouts, types and quantisation, and samples."},
     {"rules", 0, "FILE", "JSON with tolerances and bounds of metrics by the names of outputs."},
@@ -157,6 +174,40 @@ void TakeFloor(const Arguments& arguments, JudgeRequest& request) {
   request.floor = FindTensors(*floor);
 }
 
+// The folder of what is expected: named, or made.
+std::string TakeExpected(const Arguments& arguments, JudgeRequest& request) {
+  const auto model = arguments.Get("reference");
+  if (!model) {
+    for (const char* name : {"reference-config", "reference-recipe"}) {
+      if (!arguments.Has(name)) continue;
+      throw Fault(ExitStatus::kUsage,
+                  "--" + std::string(name) + " is for --reference, which is missing");
+    }
+    return arguments.Need("expected");
+  }
+  if (arguments.Has("expected")) {
+    throw Fault(ExitStatus::kUsage, "--reference takes the place of --expected");
+  }
+  if (request.map.samples != Map::Samples::kByIndex) {
+    throw Fault(ExitStatus::kUsage,
+                "--reference runs RUN's own samples, and the map pairs them otherwise; leave "
+                "\"samples\" out of it");
+  }
+  const bool isQuiet = arguments.Has("quiet");
+  ReferenceRun made =
+      MakeReference({arguments.Operands().front(), *model, arguments.Get("reference-config"),
+                     arguments.GetAll("reference-recipe")},
+                    [&](const VerbCall& call) {
+                      if (isQuiet) return;
+                      std::fprintf(stderr, "vorn judge: %s\n", CommandText(call).c_str());
+                    });
+  if (!made.samples.empty()) {
+    request.map.samples = Map::Samples::kListed;
+    request.map.listed = std::move(made.samples);
+  }
+  return made.path;
+}
+
 ExitStatus JudgeRun(const Arguments& arguments) {
   if (arguments.Operands().empty()) {
     throw Fault(ExitStatus::kUsage,
@@ -180,7 +231,7 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   request.isInside = arguments.Has("inside");
   const auto folder = arguments.Get("output");
   if (folder) HoldToFolder(*folder);
-  const std::string expected = arguments.Need("expected");
+  const std::string expected = TakeExpected(arguments, request);
   TakeFloor(arguments, request);
   request.actual = FindTensors(arguments.Operands().front());
   request.expected = FindTensors(expected);

@@ -11,10 +11,35 @@
 namespace vorn::kit {
 namespace {
 
-constexpr uint64_t kMostJobBytes = 16 << 20;
+constexpr uint64_t kMostJobBytes = 256 << 20;
 
 std::string Below(const std::string& folder, const std::string& path) {
   return path.starts_with('/') || folder.empty() ? path : folder + "/" + path;
+}
+
+ListedSource ListedFrom(const Json& json, const std::string& folder) {
+  ListedSource listed;
+  if (json.IsText()) {
+    listed.path = Below(folder, json.AsText());
+    return listed;
+  }
+  HoldToKeys(json, {"path", "part", "item"});
+  listed.path = Below(folder, json.At("path").AsText());
+  if (const Json* part = json.Find("part")) listed.part = part->AsText();
+  if (const Json* item = json.Find("item")) listed.item = item->AsUnsigned();
+  return listed;
+}
+
+void TakeSource(const Json& source, const std::string& folder, InputRequest& input) {
+  if (!source.IsArray()) {
+    input.source = Below(folder, source.AsText());
+    return;
+  }
+  for (const Json& one : source.Items()) input.listed.push_back(ListedFrom(one, folder));
+  if (input.listed.empty()) {
+    throw JsonError("the input '" + Printable(input.name) + "' has a list of no sources");
+  }
+  input.source = "a list of " + std::to_string(input.listed.size());
 }
 
 InputRequest InputFrom(const Json& json, const std::string& folder) {
@@ -37,7 +62,7 @@ InputRequest InputFrom(const Json& json, const std::string& folder) {
     input.rawSignal = *raw;
     input.signalText += ToText(*raw);
   }
-  input.source = Below(folder, json.At("source").AsText());
+  TakeSource(json.At("source"), folder, input);
   if (const Json* part = json.Find("part")) input.part = part->AsText();
   const Json* recipe = json.Find("recipe");
   if (recipe == nullptr) return input;

@@ -1,11 +1,13 @@
 // What a person says of the inputs: on the command line, or in a file where names make that hard.
 //
 //     {"schema": 1,
-//      "inputs": [{"name": "picture:0",                   an input of the model
-//                  "source": "photos",                    from the folder of the job on
-//                  "part": "x_test",                      the array of an archive, the output of a
-//                  run "recipe": "detector-letterbox"}]}      a ready one, a file, or the recipe
-//                  itself
+//      "inputs": [{"name": "picture:0",      an input of the model
+//                  "source": "photos",       from the folder of the job on
+//                  "part": "x_test",         the array of an archive, the output of a run
+//                  "recipe": "letterbox"}]}  a ready one, a file, or the recipe itself
+//
+// A source may be a list: of paths, and of {"path": "x.npz", "part": "x", "item": 3}, where "part"
+// is an array's name and "item" one of several in the file; both may be left out.
 #ifndef VORN_KIT_PREPARE_JOB_H_
 #define VORN_KIT_PREPARE_JOB_H_
 

@@ -61,7 +61,8 @@ constexpr Option kOptions[] = {
      "The same as JSON, where names make it hard: {\"schema\": 1, \"inputs\": [{\"name\", "
      "\"source\", "
      "\"part\", \"recipe\", \"signal\", \"raw\", \"random\"}], \"count\", \"thresholds\"}. Signals "
-     "and thresholds are said here alone."},
+     "and thresholds are said here alone. A source may be a list: of paths, and of {\"path\", "
+     "\"part\", \"item\"}."},
     {"output", 'o', "FOLDER",
      "Where list.txt, manifest.json and the tensors go. It is made, and has to be empty unless "
      "--resume is given."},

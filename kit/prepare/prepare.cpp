@@ -212,7 +212,11 @@ std::vector<PlannedInput> PlanInputs(const PrepareRequest& request) {
       input.signal = one->signalText;
     }
     CheckPlan(input.plan);
-    if (!input.plan.IsEndless()) input.found = FindSource(input.source, input.plan);
+    if (one != nullptr && !one->listed.empty()) {
+      input.found = FindListed(one->listed, input.plan);
+    } else if (!input.plan.IsEndless()) {
+      input.found = FindSource(input.source, input.plan);
+    }
     planned.push_back(std::move(input));
   }
   return planned;

@@ -15,6 +15,7 @@
 #include "kit/prepare/random_values.h"
 #include "kit/prepare/recipe.h"
 #include "kit/prepare/signal.h"
+#include "kit/prepare/source.h"
 
 namespace vorn::kit {
 
@@ -28,6 +29,7 @@ struct InputRequest {
   std::string signalText;  ///< what was said of the signal, for the hash of what is made of it
   std::optional<Json> rawSignal;       ///< of samples without a head
   std::optional<RandomRecipe> random;  ///< instead of a source
+  std::vector<ListedSource> listed{};  ///< instead of the source: files and items one by one
 };
 
 struct PrepareRequest {

@@ -465,6 +465,43 @@ Frames ReadFrames(const std::string& path, const InputPlan& plan) {
   return CutIntoFrames(signal, *plan.signal, Quoted(path), kMostTextBytes);
 }
 
+FoundSource FindListed(const std::vector<ListedSource>& sources, const InputPlan& plan) {
+  FoundSource found;
+  // A stack of thousands is looked into once, not once an item.
+  std::map<std::pair<std::string, std::string>, std::vector<SourceItem>> known;
+  for (const ListedSource& source : sources) {
+    const std::pair key(source.path, source.part.value_or(""));
+    auto at = known.find(key);
+    if (at == known.end()) {
+      InputPlan own = plan;
+      if (source.part) own.part = source.part;
+      std::vector<SourceItem> items;
+      try {
+        items = FindSource(source.path, own).items;
+      } catch (const Fault& fault) {
+        if (fault.Status() != ExitStatus::kInput) throw;
+        items.push_back(FaultyItem(source.path, fault.what()));
+      }
+      at = known.emplace(key, std::move(items)).first;
+    }
+    const std::vector<SourceItem>& items = at->second;
+    if (!source.item || (items.size() == 1 && !items.front().fault.empty())) {
+      found.items.insert(found.items.end(), items.begin(), items.end());
+      continue;
+    }
+    const bool isStack = !items.empty() && items.front().item.has_value();
+    if (isStack && *source.item < items.size()) {
+      found.items.push_back(items[*source.item]);
+    } else {
+      found.items.push_back(FaultyItem(
+          source.path, Quoted(source.path) + " has no item " + std::to_string(*source.item) +
+                           (isStack ? ": it holds " + std::to_string(items.size())
+                                    : ": it is one item as a whole")));
+    }
+  }
+  return found;
+}
+
 FoundSource FindSource(const std::string& path, const InputPlan& plan) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);

@@ -74,6 +74,17 @@ struct FoundSource {
 /// what is there.
 [[nodiscard]] FoundSource FindSource(const std::string& path, const InputPlan& plan);
 
+/// A file of a list of them, or one item of a file that holds several.
+struct ListedSource {
+  std::string path;
+  std::optional<std::string> part;  ///< the array of an archive
+  std::optional<uint64_t> item;     ///< one alone; else all that the file holds
+};
+
+/// The items of files in the order of the list. One that cannot be used is an item with a fault.
+[[nodiscard]] FoundSource FindListed(const std::vector<ListedSource>& sources,
+                                     const InputPlan& plan);
+
 /// How an array fills an input.
 enum class ArrayFit {
   kWhole,     ///< it is one item

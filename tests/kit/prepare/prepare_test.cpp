@@ -320,6 +320,42 @@ TEST_F(PrepareVerb, SaysWhatASoundNeeds) {
   EXPECT_THAT(ended.err, HasSubstr("is a sound, and nothing says how it becomes"));
 }
 
+TEST_F(PrepareVerb, TakesSourcesOneByOne) {
+  Model({Input("x", {2}, VORN_UINT8)});
+  Write("here/stack", "aabbcc");
+  Write("here/one", "zz");
+  Write("here/job.json", R"({"schema": 1, "inputs": [{"name": "x", "source": [
+      "one", {"path": "stack", "item": 2}, {"path": "stack", "item": 0}, {"path": "stack"}]}]})");
+  const Outcome ended = Prepare({"--job", "here/job.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  std::string all;
+  for (int i = 0; i < 6; ++i) all += Out("tensors/00000" + std::to_string(i) + ".bin");
+  EXPECT_EQ(all, "zzccaaaabbcc");
+  EXPECT_FALSE(fs::exists(Path("out/tensors/000006.bin")));
+  EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
+}
+
+TEST_F(PrepareVerb, NamesWhatIsWrongInAListOfSources) {
+  Model({Input("x", {2}, VORN_UINT8)});
+  Write("stack", "aabbcc");
+  Write("one", "zz");
+  Write("job.json", R"({"schema": 1, "inputs": [{"name": "x", "source": [
+      "one", "nowhere", {"path": "stack", "item": 3}, {"path": "one", "item": 0}]}]})");
+  const Outcome ended = Prepare({"--job", "job.json"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_THAT(ended.err, HasSubstr("'nowhere' is not there"));
+  EXPECT_THAT(ended.err, HasSubstr("'stack' has no item 3: it holds 3"));
+  EXPECT_THAT(ended.err, HasSubstr("'one' has no item 0: it is one item as a whole"));
+  const Outcome rest = Prepare({"--job", "job.json", "--keep-going", "--resume"});
+  EXPECT_EQ(rest.status, 8) << rest.Describe();
+  EXPECT_EQ(Out("list.txt"), "tensors/000000.bin\n");
+  Write("job.json", R"({"schema": 1, "inputs": [{"name": "x", "source": []}]})");
+  EXPECT_THAT(Prepare({"--job", "job.json", "--resume"}).err,
+              HasSubstr("the input 'x' has a list of no sources"));
+  Write("job.json", R"({"schema": 1, "inputs": [{"name": "x", "source": [{"pth": "one"}]}]})");
+  EXPECT_THAT(Prepare({"--job", "job.json", "--resume"}).err, HasSubstr("pth"));
+}
+
 TEST_F(PrepareVerb, ListsAndShowsRecipes) {
   EXPECT_THAT(Run({"--recipes"}).out, HasSubstr("imagenet-torchvision"));
   const Outcome shown = Run({"--show-recipe", "imagenet-torchvision"});

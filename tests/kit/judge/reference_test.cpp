@@ -1,0 +1,226 @@
+// `vorn judge --reference` as a program, over runs that vorn launch made with the host runtime.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "support/command.h"
+#include "support/files.h"
+#include "support/onnx_writer.h"
+
+#if defined(VORN_HAS_HOST) && defined(VORN_HAS_PREPARE)
+
+namespace {
+
+using support::Bytes;
+using support::Outcome;
+using testing::HasSubstr;
+using testing::Not;
+
+class JudgeReference : public testing::Test {
+ protected:
+  std::string Path(const std::string& name) const { return folder_.Path() / name; }
+
+  Outcome Run(const std::vector<std::string>& words) const {
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = words;
+    command.directory = folder_.Path();
+    return RunCommand(command);
+  }
+
+  Outcome Judge(const std::string& reference, std::vector<std::string> more = {}) const {
+    more.insert(more.begin(), {"judge", "run", "--reference", reference});
+    return Run(more);
+  }
+
+  void Model(const std::string& name, OnnxType type, const std::vector<OnnxDim>& dims,
+             const std::string& op = "Relu") const {
+    OnnxWriter model;
+    model.Input("x", type, dims).Output("y", kOnnxFloat, dims);
+    if (type == kOnnxFloat) {
+      model.Node(op, {"x"}, {"y"});
+    } else {
+      model.Node("Cast", {"x"}, {"y"}, {IntAttribute("to", kOnnxFloat)});
+    }
+    support::WriteFile(Path(name), model.Image());
+  }
+
+  void Launch(const std::string& model, const std::string& list,
+              std::vector<std::string> more = {}) const {
+    support::WriteFile(Path("empty.json"), "{}");
+    more.insert(more.begin(),
+                {"launch", "-m", model, "-j", "empty.json", "-i", list, "--run", "run"});
+    const Outcome ended = Run(more);
+    ASSERT_EQ(ended.status, 0) << ended.Describe();
+  }
+
+  // Two samples of two floats, run through a model that takes off what is below zero.
+  void LaunchFloats() const {
+    Model("device.onnx", kOnnxFloat, {1, 2});
+    support::WriteFile(Path("in/a.bin"), Bytes<float>({1, 2}));
+    support::WriteFile(Path("in/b.bin"), Bytes<float>({-3, 4}));
+    support::WriteFile(Path("in/list.txt"), "a.bin\nb.bin\n");
+    Launch("device.onnx", "in/list.txt");
+  }
+
+  // Pictures prepared for a device that takes bytes, channels last.
+  void LaunchPictures(const std::vector<std::string>& more = {}) const {
+    for (int i = 0; i < 3; ++i) {
+      std::string picture = "P6 2 2 255\n";
+      for (int byte = 0; byte < 12; ++byte) picture += static_cast<char>(20 * i + byte);
+      support::WriteFile(Path("photos/" + std::to_string(i) + ".ppm"), picture);
+    }
+    std::vector<std::string> words{"prepare", "-m",       "device.onnx", "--input", "photos",
+                                   "-o",      "prepared", "--recipe",    "bytes"};
+    words.insert(words.end(), more.begin(), more.end());
+    const Outcome prepared = Run(words);
+    ASSERT_EQ(prepared.status, 0) << prepared.Describe();
+    Launch("device.onnx", "prepared/list.txt", more);
+  }
+
+  void WriteMap() const {
+    support::WriteFile(Path("map"), R"({"schema": 1, "outputs": [
+        {"actual": {"name": "y", "layout": "NHWC"}, "expected": {"name": "y", "layout": "NCHW"}}]})");
+  }
+
+  support::TempDir folder_;
+};
+
+TEST_F(JudgeReference, RunsTheRunsOwnFilesWhereTheyServe) {
+  LaunchFloats();
+  Model("same.onnx", kOnnxFloat, {1, 2});
+  Model("other.onnx", kOnnxFloat, {1, 2}, "Neg");
+  const Outcome same = Judge("same.onnx");
+  EXPECT_EQ(same.status, 0) << same.Describe();
+  EXPECT_THAT(same.err, HasSubstr("vorn judge: env -u LD_LIBRARY_PATH vorn launch -m same.onnx -j "
+                                  "run/reference/config.json -i run/reference/list.txt"));
+  EXPECT_THAT(same.err, Not(HasSubstr("vorn prepare")));
+  EXPECT_THAT(same.out, HasSubstr("2 samples, 1 output: all right"));
+  EXPECT_THAT(support::ReadFile(Path("run/verdict.json")),
+              HasSubstr("\"expected\": \"run/reference/run\""));
+  const Outcome other = Judge("other.onnx", {"--quiet"});
+  EXPECT_EQ(other.status, 6) << other.Describe();
+  EXPECT_EQ(other.err, "");
+  EXPECT_EQ(Judge("same.onnx").status, 0);  // and back
+}
+
+TEST_F(JudgeReference, RunsAgainOnlyWhatChanged) {
+  LaunchFloats();
+  ASSERT_EQ(Judge("device.onnx").status, 0);
+  const std::string before = support::ReadFile(Path("run/reference/run/samples.jsonl"));
+  ASSERT_EQ(Judge("device.onnx").status, 0);
+  // Names of dumps hold their time.
+  EXPECT_EQ(support::ReadFile(Path("run/reference/run/samples.jsonl")), before);
+  support::WriteFile(Path("other.json"), R"({"model": {"round": "float16"}})");
+  const Outcome other = Judge("device.onnx", {"--reference-config", "other.json"});
+  ASSERT_EQ(other.status, 0) << other.Describe();
+  EXPECT_NE(support::ReadFile(Path("run/reference/run/samples.jsonl")), before);
+}
+
+TEST_F(JudgeReference, RefusesInputsThatChangedSinceTheRun) {
+  LaunchFloats();
+  support::WriteFile(Path("in/b.bin"), Bytes<float>({3, 4}));
+  const Outcome ended = Judge("device.onnx");
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("/b.bin' of sample 1 has changed since the run; run it again"));
+}
+
+TEST_F(JudgeReference, PreparesTheSourcesForWhatTheReferenceTakes) {
+  Model("device.onnx", kOnnxUint8, {1, 2, 2, 3});
+  Model("float.onnx", kOnnxFloat, {1, 3, 2, 2});
+  LaunchPictures();
+  WriteMap();
+  const Outcome ended = Judge("float.onnx", {"--reference-recipe", "bytes", "--map", "map"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("3 samples, 1 output: all right"));
+  EXPECT_THAT(ended.err, HasSubstr("vorn prepare --model-json run/reference/model.json --job "
+                                   "run/reference/job.json -o run/reference/inputs --resume"));
+  const Outcome otherwise =
+      Judge("float.onnx", {"--reference-recipe", "x=zero-one", "--map", "map"});
+  EXPECT_EQ(otherwise.status, 6) << otherwise.Describe();
+}
+
+TEST_F(JudgeReference, PacksBatchesAsTheRunDid) {
+  Model("device.onnx", kOnnxUint8, {"batch", 2, 2, 3});
+  Model("float.onnx", kOnnxFloat, {"batch", 3, 2, 2});
+  LaunchPictures({"-b", "2"});
+  WriteMap();
+  const Outcome ended = Judge("float.onnx", {"--reference-recipe", "bytes", "--map", "map"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("2 samples, 1 output: all right"));
+}
+
+TEST_F(JudgeReference, RefusesASourceThatChangedSinceTheRun) {
+  Model("device.onnx", kOnnxUint8, {1, 2, 2, 3});
+  Model("float.onnx", kOnnxFloat, {1, 3, 2, 2});
+  LaunchPictures();
+  support::WriteFile(Path("photos/1.ppm"), "P6 2 2 255\n" + std::string(12, 'x'));
+  const Outcome ended = Judge("float.onnx", {"--reference-recipe", "bytes"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("photos/1.ppm' has changed since the run's tensors were made"));
+}
+
+TEST_F(JudgeReference, EndsAsTheStepThatFailed) {
+  Model("device.onnx", kOnnxUint8, {1, 2, 2, 3});
+  Model("float.onnx", kOnnxFloat, {1, 3, 2, 2});
+  LaunchPictures();
+  const Outcome noRecipe = Judge("float.onnx");
+  EXPECT_EQ(noRecipe.status, 3) << noRecipe.Describe();
+  EXPECT_THAT(noRecipe.err, HasSubstr("vorn prepare: "));
+  EXPECT_THAT(noRecipe.err, HasSubstr("vorn judge: the reference could not be made: vorn prepare "
+                                      "ended with status 3, as it says above\n"));
+  support::WriteFile(Path("broken.onnx"), "no model");
+  EXPECT_EQ(Judge("broken.onnx").status, 4);
+}
+
+TEST_F(JudgeReference, TakesSingleItemsOfAnArray) {
+  Model("device.onnx", kOnnxUint8, {1, 2, 2, 3});
+  Model("float.onnx", kOnnxFloat, {1, 3, 2, 2});
+  const std::string head = "{'descr': '|u1', 'fortran_order': False, 'shape': (3, 2, 2, 3), }\n";
+  std::string bytes;
+  for (int i = 0; i < 36; ++i) bytes += static_cast<char>(5 * i);
+  support::WriteFile(Path("x.npy"), std::string("\x93NUMPY\x01\0", 8) +
+                                        static_cast<char>(head.size()) + '\0' + head + bytes);
+  const Outcome prepared = Run({"prepare", "-m", "device.onnx", "--input", "x.npy", "-o",
+                                "prepared", "--recipe", "bytes", "--most", "2"});
+  ASSERT_EQ(prepared.status, 0) << prepared.Describe();
+  Launch("device.onnx", "prepared/list.txt");
+  WriteMap();
+  const Outcome ended = Judge("float.onnx", {"--reference-recipe", "bytes", "--map", "map"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("2 samples, 1 output: all right"));
+}
+
+TEST_F(JudgeReference, NeedsAManifestForOtherTensors) {
+  LaunchFloats();
+  Model("bytes.onnx", kOnnxUint8, {1, 2});
+  const Outcome ended = Judge("bytes.onnx");
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("the reference's input 'x' takes 1x2 of uint8, the run's 'x' "
+                                   "1x2 of float32, and no manifest.json of vorn prepare tells"));
+}
+
+TEST_F(JudgeReference, IsRefusedWhereItCannotBe) {
+  support::WriteFile(Path("run/dumps/0/y.0.17.bin"), Bytes<float>({1, 2}));
+  support::WriteFile(Path("run/run.json"), "{}");
+  Model("same.onnx", kOnnxFloat, {1, 2});
+  EXPECT_THAT(Judge("same.onnx").err, HasSubstr("--reference needs a run of vorn launch"));
+  EXPECT_EQ(Judge("same.onnx", {"--expected", "run"}).status, 2);
+  EXPECT_EQ(Run({"judge", "run", "--expected", "run", "--reference-recipe", "x"}).status, 2);
+  support::WriteFile(Path("map"), R"({"schema": 1, "samples": "inputs"})");
+  EXPECT_EQ(Judge("same.onnx", {"--map", "map"}).status, 2);
+}
+
+// A run may come from elsewhere, and its links lead to files that nobody named.
+TEST_F(JudgeReference, WritesThroughNoLink) {
+  LaunchFloats();
+  std::filesystem::create_directory(Path("other"));
+  std::filesystem::create_symlink("../other", Path("run/reference"));
+  EXPECT_EQ(Judge("device.onnx").status, 7);
+  EXPECT_TRUE(std::filesystem::is_empty(Path("other")));
+}
+
+}  // namespace
+
+#endif
