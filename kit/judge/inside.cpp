@@ -154,7 +154,7 @@ std::string UnpairedText(const Inside& inside) {
   return text;
 }
 
-std::string PlaceOf(const Inside& inside, size_t at) {
+std::string BeginText(const Inside& inside, size_t at) {
   return Quoted(inside.tensors[at].name) + " (tensor " + std::to_string(at + 1) + " of " +
          std::to_string(inside.tensors.size()) + ")";
 }
@@ -182,7 +182,7 @@ std::string BeginText(const Inside& inside) {
                       : "nothing was compared\n";
   }
   std::string text =
-      "the difference begins at " + PlaceOf(inside, *begin) + BeforeText(inside, *begin);
+      "the difference begins at " + BeginText(inside, *begin) + BeforeText(inside, *begin);
   const auto greatest = inside.Greatest();
   if (!greatest) return text + "\n";
   text += "; its relative RMSE is " + ShareText(inside.tensors[*begin].RelativeRmse());
