@@ -27,6 +27,10 @@ class SignalsLeftToTheOther {
     struct sigaction ignore {};
     ignore.sa_handler = SIG_IGN;
     for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &ignore, &before_[i]);
+    // Ignored, as some parents leave it, how the other ended would be told to nobody.
+    struct sigaction byDefault {};
+    byDefault.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &byDefault, &childBefore_);
   }
   ~SignalsLeftToTheOther() { Restore(); }
   SignalsLeftToTheOther(const SignalsLeftToTheOther&) = delete;
@@ -34,11 +38,13 @@ class SignalsLeftToTheOther {
 
   void Restore() const {
     for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &before_[i], nullptr);
+    sigaction(SIGCHLD, &childBefore_, nullptr);
   }
 
  private:
   static constexpr std::array kSignals{SIGINT, SIGQUIT};
   std::array<struct sigaction, kSignals.size()> before_{};
+  struct sigaction childBefore_ {};
 };
 
 [[noreturn]] void Become(const std::string& program, const VerbCall& call) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -45,6 +46,19 @@ TEST_F(VerbProcess, LaysVariablesOverTheEnvironment) {
            .environment = {{"VORN_TRIAL_SET", "set"}, {"VORN_TRIAL_GONE", std::nullopt}}});
   EXPECT_EQ(end.out, "set gone\n");
   unsetenv("VORN_TRIAL_GONE");
+}
+
+// As some parents leave it: the system then tells nobody how a child ended.
+TEST_F(VerbProcess, GivesTheStatusWhereTheEndOfChildrenIsIgnored) {
+  struct sigaction ignored {};
+  ignored.sa_handler = SIG_IGN;
+  struct sigaction before {};
+  sigaction(SIGCHLD, &ignored, &before);
+  const VerbEnd end = Run("exit 3");
+  struct sigaction after {};
+  sigaction(SIGCHLD, &before, &after);
+  EXPECT_EQ(end.status, ExitStatus::kInput);
+  EXPECT_EQ(after.sa_handler, SIG_IGN);
 }
 
 TEST_F(VerbProcess, IsAFaultWhereASignalEndedIt) {
