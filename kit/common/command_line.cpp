@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -222,6 +223,9 @@ void HoldStandardStreams() {
 
 int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arguments&)) {
   HoldStandardStreams();
+  // Ignored, as some parents leave it, how a child ended would be told to nobody. A program of the
+  // user's finds it as it was.
+  if (!verb.runsProgram) (void)std::signal(SIGCHLD, SIG_DFL);
   ExitStatus status = ExitStatus::kOwnFault;
   std::string message;
   try {

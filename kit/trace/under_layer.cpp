@@ -108,6 +108,25 @@ class SignalsForTheProgram {
   struct sigaction terminate_ {};
 };
 
+// Ignored, as some parents leave it, how a child ended would be told to nobody.
+class NewsOfChildren {
+ public:
+  NewsOfChildren() {
+    struct sigaction byDefault {};
+    byDefault.sa_handler = SIG_DFL;
+    sigaction(SIGCHLD, &byDefault, &before_);
+  }
+  ~NewsOfChildren() { Restore(); }
+  NewsOfChildren(const NewsOfChildren&) = delete;
+  NewsOfChildren& operator=(const NewsOfChildren&) = delete;
+
+  // For the program, which finds it as it was.
+  void Restore() const { sigaction(SIGCHLD, &before_, nullptr); }
+
+ private:
+  struct sigaction before_ {};
+};
+
 // As a shell tells it. `failure` is the errno of an execution that failed, else 0.
 int Run(const TraceRequest& request, int& failure) {
   const PreloadPath layer(request.layer);
@@ -116,9 +135,11 @@ int Run(const TraceRequest& request, int& failure) {
   if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
     throw Fault(ExitStatus::kLimit, "cannot make a pipe: " + SystemReason(errno));
   }
+  const NewsOfChildren news;
   const pid_t child = fork();
   if (child < 0) throw Fault(ExitStatus::kLimit, "cannot start a process: " + SystemReason(errno));
   if (child == 0) {
+    news.Restore();
     Execute(request, variables);
     const int error = errno;
     [[maybe_unused]] const auto told = write(pipe[1], &error, sizeof(error));

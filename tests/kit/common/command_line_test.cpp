@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <functional>
 #include <new>
 
@@ -144,6 +147,19 @@ TEST(RunVerb, TellsAFaultInOneLine) {
   EXPECT_EQ(ended.status, 3);
   EXPECT_EQ(ended.out, "");
   EXPECT_EQ(ended.err, "vorn try: line 3 names no file\n");
+}
+
+TEST(RunVerb, HearsOfChildrenWhereItsParentDidNot) {
+  const auto before = std::signal(SIGCHLD, SIG_IGN);
+  const Ended ended = RunMain({}, [](const Arguments&) {
+    const pid_t child = fork();
+    if (child == 0) _exit(3);
+    int status = 0;
+    const bool isTold = waitpid(child, &status, 0) == child && WEXITSTATUS(status) == 3;
+    return isTold ? ExitStatus::kDone : ExitStatus::kDiffers;
+  });
+  (void)std::signal(SIGCHLD, before);
+  EXPECT_EQ(ended.status, 0);
 }
 
 TEST(RunVerb, TellsOfTheCommandLine) {

@@ -319,6 +319,33 @@ TEST_F(Trace, RefusesATimeThatIsNone) {
   }
 }
 
+// Its status with SIGCHLD ignored, as some parents leave it.
+int StatusWithoutNewsOfChildren(const std::string& output, std::vector<std::string> program) {
+  std::vector<std::string> words{VORN_COMMAND, "trace", "-q", "-o", output, "--"};
+  words.insert(words.end(), program.begin(), program.end());
+  std::vector<char*> argv;
+  for (std::string& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    (void)std::signal(SIGCHLD, SIG_IGN);
+    execv(argv[0], argv.data());
+    _exit(99);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST_F(Trace, EndsAsTheProgramDoesWhereTheEndOfChildrenIsIgnored) {
+  const std::string output = Path("ignored.vtrace");
+  EXPECT_EQ(StatusWithoutNewsOfChildren(output, {"sh", "-c", "exit 5"}), 5);
+  // The program finds it as it was: SIGCHLD is the bit 16.
+  const std::string ignored = "SigIgn:[[:space:]]*[0-9a-f]*[13579bdf][0-9a-f]\\{4\\}$";
+  EXPECT_EQ(StatusWithoutNewsOfChildren(output, {"grep", "-q", ignored, "/proc/self/status"}), 0);
+  EXPECT_EQ(Run({"grep", "-q", ignored, "/proc/self/status"}).status, 1);
+}
+
 TEST_F(Trace, EndsAsTheProgramDoes) {
   EXPECT_EQ(Run({"--", "sh", "-c", "exit 3"}).status, 3);
   EXPECT_EQ(Run({"sh", "-c", "kill -SEGV $$"}).status, 128 + SIGSEGV);
