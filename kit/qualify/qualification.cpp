@@ -14,6 +14,7 @@
 #include "kit/common/whole_file.h"
 #include "kit/json/identity_json.h"
 #include "kit/json/json_members.h"
+#include "kit/model/model_json.h"
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
@@ -259,9 +260,13 @@ class Steps {
         return before && before->xxh3 &&
                before->xxh3 == IdentifyFile(path, "the file", ExitStatus::kInput).xxh3;
       };
-      const bool isSameRuntime = !side.runtime || isSame(facts.runtime, Absolute(*side.runtime));
       const std::string program = side.program.value_or(OwnFolder() + "/vorn-run");
       if (facts.program && !isSame(facts.program, program)) return false;
+      // The runtime that the model was described by a moment ago.
+      const auto described = FromJson(ReadWholeFile(run + ".model.json", "the description",
+                                                    ExitStatus::kModel, kMostFileBytes));
+      const bool isSameRuntime =
+          !facts.runtime || !described.runtime || facts.runtime->xxh3 == described.runtime->xxh3;
       return isSame(facts.model, side.model) && isSame(facts.configuration, config) &&
              isSame(facts.list, list) && isSameRuntime;
     } catch (const Fault&) {

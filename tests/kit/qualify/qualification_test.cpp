@@ -143,6 +143,20 @@ TEST_F(QualifyVerb, RunsAScriptAsTheDevice) {
   EXPECT_NE(support::ReadFile(Path("run/device/times.jsonl")), times);
 }
 
+TEST_F(QualifyVerb, RunsAgainOnAnotherRuntime) {
+  const std::vector<std::string> words{"--reference", kDigits + "/digits.onnx"};
+  ASSERT_EQ(Qualify(words).status, 0);
+  // As after an update: the run says that it was made by another one.
+  const std::string path = Path("run/device/run.json");
+  auto facts = nlohmann::json::parse(support::ReadFile(path));
+  facts["runtime"]["xxh3_128"] = "00000000000000000000000000000000";
+  support::WriteFile(path, facts.dump());
+  const Outcome again = Qualify(words);
+  EXPECT_EQ(again.status, 0) << again.Describe();
+  EXPECT_NE(nlohmann::json::parse(support::ReadFile(path))["runtime"]["xxh3_128"],
+            "00000000000000000000000000000000");
+}
+
 TEST_F(QualifyVerb, TouchesNoFolderOfOthers) {
   support::WriteFile(Path("run/mine"), "precious");
   const Outcome ended = Qualify({"--expected", kDigits + "/expected.npy"});
