@@ -215,11 +215,11 @@ void CopyInto(const Picture& from, Picture& to, uint32_t left, uint32_t top) {
   }
 }
 
+// A row value by value, and the others as it is.
 template <typename Value>
 void Fill(Picture& picture, const std::vector<double>& fill) {
-  auto* to = reinterpret_cast<Value*>(picture.pixels.data());
-  const size_t values = picture.RowValues() * picture.height;
-  for (size_t i = 0; i < values; ++i) {
+  auto* to = picture.Row<Value>(0);
+  for (size_t i = 0; i < picture.RowValues(); ++i) {
     const double value = fill[fill.size() == 1 ? 0 : i % picture.channels];
     if constexpr (std::is_floating_point_v<Value>) {
       to[i] = static_cast<Value>(value);
@@ -227,6 +227,9 @@ void Fill(Picture& picture, const std::vector<double>& fill) {
       constexpr double kMost = std::numeric_limits<Value>::max();
       to[i] = static_cast<Value>(std::clamp(std::nearbyint(value), 0.0, kMost));
     }
+  }
+  for (uint32_t y = 1; y < picture.height; ++y) {
+    std::memcpy(picture.Row<Value>(y), to, picture.RowBytes());
   }
 }
 
