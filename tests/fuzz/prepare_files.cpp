@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <span>
 #include <sstream>
 #include <string>
@@ -18,8 +19,12 @@
 #include "fuzz/targets.h"
 #include "kit/common/fault.h"
 #include "kit/json/json.h"
+#include "kit/prepare/job.h"
+#include "kit/prepare/manifest.h"
 #include "kit/prepare/number_text.h"
+#include "kit/prepare/picture_tensor.h"
 #include "kit/prepare/random_values.h"
+#include "kit/prepare/recipe.h"
 #include "kit/prepare/signal.h"
 #include "kit/prepare/thresholds.h"
 #include "kit/prepare/wav.h"
@@ -133,8 +138,50 @@ void WriteThresholds(const std::string& text) {
   Require(stream.eof() && count == 8, "as many numbers as the model takes");
 }
 
-constexpr std::array kSourceReaders{ReadWav,  ReadNumbers, MakeRandom,
-                                    CutArray, ReadRaw,     WriteThresholds};
+bool IsLarge(const kit::Recipe& recipe) {
+  constexpr uint32_t kMostSide = 128;
+  const auto isLarge = [](const std::optional<kit::PictureSize>& size) {
+    return size && (size->width > kMostSide || size->height > kMostSide);
+  };
+  return (recipe.resize && (recipe.resize->shorter > kMostSide || isLarge(recipe.resize->size))) ||
+         (recipe.crop && isLarge(recipe.crop->size));
+}
+
+// What is read says all that it does, and makes a tensor of the size that the input takes.
+void ReadRecipe(const std::string& text) {
+  const kit::Recipe recipe = kit::RecipeFromJson(kit::ParseJson(text));
+  const std::string written = kit::ToText(kit::ToJson(recipe));
+  Require(kit::ToText(kit::ToJson(kit::RecipeFromJson(kit::ParseJson(written)))) == written,
+          "a recipe survives being written");
+  if (IsLarge(recipe)) return;
+  kit::Picture picture = kit::MakePicture(7, 5, 4, kit::PixelType::kUint8);
+  for (size_t i = 0; i < picture.pixels.size(); ++i) picture.pixels[i] = std::byte(i * 37);
+  const kit::PictureTarget target{.size = {6, 8},
+                                  .channels = kit::ChannelsOf(recipe.colours),
+                                  .areChannelsFirst = true,
+                                  .type = kit::ElementType::kFloat16};
+  for (int orientation = 1; orientation <= 8; orientation += 5) {
+    const kit::PictureTensor tensor = kit::MakeTensor(picture, orientation, recipe, target);
+    Require(tensor.bytes.size() == target.Bytes(), "a tensor of the size that is taken");
+  }
+}
+
+void ReadInputs(const std::string& text) {
+  for (const kit::InputRequest& input : kit::InputsFromJson(kit::ParseJson(text), "/nowhere")) {
+    Require(input.random || input.source.starts_with("/"), "a source is a path");
+    Require(!input.rawSignal || input.signal, "raw samples are of a signal");
+  }
+}
+
+void ReadItem(const std::string& text) {
+  const kit::ItemRecord record = kit::ItemFromJson(kit::ParseJson(text));
+  const std::string written = kit::ToText(kit::ToJson(record));
+  Require(kit::ToText(kit::ToJson(kit::ItemFromJson(kit::ParseJson(written)))) == written,
+          "a record survives being written");
+}
+
+constexpr std::array kSourceReaders{ReadWav,         ReadNumbers, MakeRandom, CutArray, ReadRaw,
+                                    WriteThresholds, ReadRecipe,  ReadInputs, ReadItem};
 
 }  // namespace
 
