@@ -1,10 +1,13 @@
 #include "kit/qualify/qualification.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 
 #include "kit/common/file_identity.h"
@@ -24,6 +27,8 @@ namespace fs = std::filesystem;
 
 constexpr uint64_t kMostFileBytes = 16 << 20;
 constexpr const char* kLibrary = "libvorn.so";
+constexpr const char* kRecordFile = "qualify.json";
+constexpr const char* kLockFile = ".lock";
 
 std::string Below(const std::string& folder, const std::string& path) {
   if (path.starts_with('/') || folder.empty()) return path;
@@ -114,6 +119,11 @@ class Steps {
  public:
   Steps(const Qualification& qualification, const std::function<void(const QualifyStep&)>& show)
       : qualification_(qualification), show_(show), run_(Absolute(qualification.run)) {}
+  ~Steps() {
+    if (lock_ >= 0) close(lock_);
+  }
+  Steps(const Steps&) = delete;
+  Steps& operator=(const Steps&) = delete;
 
   std::vector<QualifyStep> Run() {
     MakeFolder();
@@ -129,23 +139,74 @@ class Steps {
  private:
   [[nodiscard]] std::string Path(const std::string& name) const { return run_ + "/" + name; }
 
-  void MakeFolder() const {
+  void MakeFolder() {
+    CheckWhatIsThere();
     std::error_code error;
-    const bool isNew = !IsThere(run_);
-    if (!isNew && !IsThere(Path("qualify.json")) && !fs::is_empty(run_, error)) {
-      throw Fault(ExitStatus::kUsage,
-                  "the folder " + Quoted(run_) +
-                      " is not empty, and no qualification was made in it; give "
-                      "another one");
-    }
     fs::create_directories(run_, error);
     if (error) {
       throw Fault(ExitStatus::kLimit,
                   "the folder " + Quoted(run_) + " cannot be made: " + error.message());
     }
+    Lock();
+    CheckWhatIsThere();
     // What is in it from here on is known to be ours.
-    ClearPlace(Path("qualify.json"));
-    WriteWholeFile(Path("qualify.json"), "{\"schema\": 1, \"state\": \"running\"}\n");
+    ClearPlace(Path(kRecordFile));
+    WriteWholeFile(Path(kRecordFile), "{\"schema\": 1, \"state\": \"running\"}\n");
+    // Of a time before: if a step fails, nobody is to take it for that of this time.
+    for (const char* file : {"verdict.json", "verdict.xml"}) {
+      if (unlink(Path(file).c_str()) == 0 || errno == ENOENT) continue;
+      throw Fault(ExitStatus::kLimit,
+                  Quoted(Path(file)) + " cannot be removed: " + SystemReason(errno));
+    }
+  }
+
+  // A folder that is no qualification's is left alone: runs in it are removed when they are old.
+  void CheckWhatIsThere() const {
+    if (IsThere(Path(kRecordFile))) {
+      if (IsRecord(Path(kRecordFile))) return;
+      throw Fault(ExitStatus::kUsage, Quoted(Path(kRecordFile)) +
+                                          " is there, and is no record of a qualification; give "
+                                          "another folder with --run");
+    }
+    std::error_code error;
+    const std::string unfinished = std::string(kRecordFile) + ".";
+    if (IsThere(run_) && !fs::is_directory(run_, error)) {
+      throw Fault(ExitStatus::kUsage, Quoted(run_) + " is no folder; give another one");
+    }
+    for (const auto& entry : fs::directory_iterator(run_, error)) {
+      const std::string name = entry.path().filename().string();
+      if (name == kLockFile) continue;
+      // One that was killed when it had only begun.
+      if (name.starts_with(unfinished) && name.ends_with(kUnfinishedSuffix)) continue;
+      throw Fault(ExitStatus::kUsage,
+                  "the folder " + Quoted(run_) +
+                      " is not empty, and no qualification was made in it; give "
+                      "another one");
+    }
+  }
+
+  // What a person writes for this verb may have the same name, and says no state.
+  static bool IsRecord(const std::string& path) {
+    try {
+      const Json record =
+          ParseJson(ReadWholeFile(path, "the record", ExitStatus::kInput, kMostFileBytes));
+      return record.Find("state") != nullptr;
+    } catch (const Fault&) {
+      return false;
+    } catch (const JsonError&) {
+      return false;
+    }
+  }
+
+  void Lock() {
+    lock_ = open(Path(kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (lock_ < 0) {
+      throw Fault(ExitStatus::kLimit,
+                  Quoted(Path(kLockFile)) + " cannot be written: " + SystemReason(errno));
+    }
+    if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return;
+    throw Fault(ExitStatus::kUsage, "another vorn qualify is at work in " + Quoted(run_) +
+                                        "; wait for it, or give another folder");
   }
 
   bool TakeSide(const QualifiedSide& side, const std::string& name) {
@@ -304,12 +365,13 @@ class Steps {
                                       {"state", "done"},
                                       {"status", static_cast<int64_t>(StatusOf(steps_))},
                                       {"steps", steps}});
-    WriteWholeFile(Path("qualify.json"), ToText(record, 2) + "\n");
+    WriteWholeFile(Path(kRecordFile), ToText(record, 2) + "\n");
   }
 
   const Qualification& qualification_;
   const std::function<void(const QualifyStep&)>& show_;
   std::string run_;
+  int lock_ = -1;
   std::vector<QualifyStep> steps_;
 };
 

@@ -1,5 +1,6 @@
 #include "kit/qualify/summary.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -47,7 +48,14 @@ Speed SpeedOf(const std::string& run) {
   return speed;
 }
 
-void AddSide(TextTable& table, const std::string& name, const std::string& run) {
+void AddSide(TextTable& table, const std::vector<QualifyStep>& steps, const std::string& name,
+             const std::string& run) {
+  // A run that is there may be one of a time before.
+  if (std::none_of(steps.begin(), steps.end(),
+                   [&](const QualifyStep& step) { return step.name == "run the " + name; })) {
+    table.Add({name, "did not run"});
+    return;
+  }
   try {
     const RunFacts facts = ReadRun(run);
     Speed speed;
@@ -107,8 +115,8 @@ std::string SummaryText(const Qualification& qualification, const std::vector<Qu
                    {"median", true},
                    {"deviation", true},
                    {"first", true}});
-  AddSide(sides, "device", run + "/device");
-  if (qualification.reference) AddSide(sides, "reference", run + "/reference");
+  AddSide(sides, steps, "device", run + "/device");
+  if (qualification.reference) AddSide(sides, steps, "reference", run + "/reference");
   text += sides.Text();
   if (const QualifyStep* judged = FindStep(steps, "judge")) text += "\n" + judged->out;
   const bool isJudged = FindStep(steps, "judge") != nullptr;

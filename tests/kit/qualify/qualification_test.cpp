@@ -1,8 +1,11 @@
 // `vorn qualify` as a program, on the digits.
 #include "kit/qualify/qualification.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -15,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using support::Outcome;
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -163,6 +167,48 @@ TEST_F(QualifyVerb, TouchesNoFolderOfOthers) {
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.err, HasSubstr("is not empty, and no qualification was made in it"));
   EXPECT_EQ(support::ReadFile(Path("run/mine")), "precious");
+}
+
+// A qualification that a person wrote may have the name of the record, and their own folders lie
+// beside it.
+TEST_F(QualifyVerb, WritesNothingWhereAQualificationOfAPersonLies) {
+  fs::create_directories(Path("mine/device"));
+  support::WriteFile(Path("mine/device/notes.txt"), "of a person");
+  const std::string text = R"({"schema": 1, "run": ".", "device": {"model": ")" + kDigits +
+                           R"(/digits.onnx", "inputs": [{"name": "picture", "source": ")" +
+                           kDigits + R"(/pictures"}]}, "expected": ")" + kDigits +
+                           R"(/expected.npy"})";
+  support::WriteFile(Path("mine/qualify.json"), text);
+  const Outcome ended = Run({"mine/qualify.json"});
+  EXPECT_EQ(ended.status, 2) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("qualify.json' is there, and is no record of a qualification"));
+  EXPECT_EQ(support::ReadFile(Path("mine/qualify.json")), text);
+  EXPECT_TRUE(fs::exists(Path("mine/device/notes.txt")));
+}
+
+// Who reads the verdict by machine does not look whether the steps before it failed.
+TEST_F(QualifyVerb, LeavesNoVerdictOfATimeBefore) {
+  ASSERT_EQ(Qualify({"--reference", kDigits + "/digits.onnx"}).status, 0);
+  ASSERT_TRUE(fs::exists(Path("run/verdict.xml")));
+  const Outcome ended = Run({"-m", kDigits + "/digits.onnx", "--input", "nowhere", "--run", "run",
+                             "--reference", kDigits + "/digits.onnx"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_FALSE(fs::exists(Path("run/verdict.json")));
+  EXPECT_FALSE(fs::exists(Path("run/verdict.xml")));
+  EXPECT_THAT(ended.out, ContainsRegex("device +did not run"));
+}
+
+TEST_F(QualifyVerb, IsAloneInItsFolder) {
+  ASSERT_EQ(Qualify({"--reference", kDigits + "/digits.onnx"}).status, 0);
+  const int fd = open(Path("run/.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
+  const Outcome ended = Qualify({"--reference", kDigits + "/digits.onnx"});
+  EXPECT_EQ(ended.status, 2) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("another vorn qualify is at work in "));
+  EXPECT_TRUE(fs::exists(Path("run/verdict.json")));
+  close(fd);
+  EXPECT_EQ(Qualify({"--reference", kDigits + "/digits.onnx"}).status, 0);
 }
 
 TEST_F(QualifyVerb, HasToBeToldWhatIsRight) {
