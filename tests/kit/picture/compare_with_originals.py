@@ -131,7 +131,8 @@ def random_file(chance):
     width, height = random_size(chance), random_size(chance)
     mode = chance.choice(['L', 'RGB', 'RGB', 'RGBA', 'LA', 'CMYK', '1', 'P', 'I;16', 'F'])
     state = numpy.random.RandomState(chance.randint(0, 2 ** 31))
-    small = state.randint(0, 256, (chance.randint(1, 20), chance.randint(1, 20), 4)).astype(numpy.uint8)
+    shape = (chance.randint(1, 20), chance.randint(1, 20), 4)
+    small = state.randint(0, 256, shape).astype(numpy.uint8)
     smooth = cv2.resize(small, (width, height), interpolation=cv2.INTER_CUBIC)
     if mode == 'I;16':
         image = Image.fromarray(smooth[:, :, 0].astype(numpy.uint16) * 257 + 13)
@@ -143,7 +144,8 @@ def random_file(chance):
             image if mode == 'RGBA' else image.convert('RGB').convert(mode) if mode != 'LA'
             else image.convert('LA'))
     kinds = {'JPEG': ['L', 'RGB', 'CMYK'], 'PNG': ['L', 'RGB', 'RGBA', 'LA', '1', 'P', 'I;16'],
-             'WEBP': ['RGB', 'RGBA'], 'TIFF': ['L', 'RGB', 'RGBA', 'LA', 'CMYK', '1', 'P', 'I;16', 'F'],
+             'WEBP': ['RGB', 'RGBA'],
+              'TIFF': ['L', 'RGB', 'RGBA', 'LA', 'CMYK', '1', 'P', 'I;16', 'F'],
              'PPM': ['L', 'RGB', '1'], 'BMP': ['L', 'RGB', '1', 'P']}
     kind = chance.choice([kind for kind, modes in kinds.items() if mode in modes])
     options = {}

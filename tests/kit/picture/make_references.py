@@ -38,7 +38,8 @@ def photo(channels, most=255, width=WIDTH, height=HEIGHT):
     """Something smooth, with an edge and some noise."""
     state = numpy.random.RandomState(channels)
     y, x = numpy.mgrid[0:height, 0:width]
-    planes = [(x * (3 + c) + y * (5 - c)) % 97 / 97 * 0.6 + (x > y + c) * 0.3 for c in range(channels)]
+    planes = [(x * (3 + c) + y * (5 - c)) % 97 / 97 * 0.6 + (x > y + c) * 0.3
+              for c in range(channels)]
     values = numpy.stack(planes, axis=2) + state.uniform(0, 0.1, (height, width, channels))
     return numpy.round(values * most).astype(numpy.uint8 if most < 256 else numpy.uint16)
 
@@ -99,7 +100,8 @@ def png(channels, bits, interlaced=False, palette=None, chunks=b''):
     pixels = b''.join(packed(values[y::down, x::right]) for x, y, right, down in passes)
 
     def chunk(kind, data):
-        return struct.pack('>I', len(data)) + kind + data + struct.pack('>I', zlib.crc32(kind + data))
+        check = struct.pack('>I', zlib.crc32(kind + data))
+        return struct.pack('>I', len(data)) + kind + data + check
 
     head = struct.pack('>IIBBBBB', WIDTH, HEIGHT, bits, colour, 0, 0, int(interlaced))
     result = b'\x89PNG\r\n\x1a\n' + chunk(b'IHDR', head)
@@ -115,7 +117,7 @@ def palette_of(colours):
 
 
 def tiff(values, meaning, order='<', tile=None, rows=None, planes=False, tags=()):
-    """values [height, width, samples], stored without compression. tags: more (tag, type, values)."""
+    """values [height, width, samples], not compressed. tags: more (tag, type, values)."""
     height, width, samples = values.shape
     values = values.astype(values.dtype.newbyteorder(order))
     pieces = []
@@ -168,7 +170,8 @@ def bmp32(has_alpha):
     head = struct.pack('<IiiHHIIiiII', 108, WIDTH, -HEIGHT, 1, 32, 3, 0, 0, 0, 0, 0)
     masks = struct.pack('<IIII', 0xff0000, 0xff00, 0xff, 0xff000000 if has_alpha else 0)
     head += masks + b'BGRs' + bytes(48)
-    return b'BM' + struct.pack('<III', 14 + 108 + values.size, 0, 14 + 108) + head + values.tobytes()
+    begin = struct.pack('<III', 14 + 108 + values.size, 0, 14 + 108)
+    return b'BM' + begin + head + values.tobytes()
 
 
 def files():
@@ -197,8 +200,10 @@ def files():
     yield 'palette8i.png', lambda: png(1, 8, True, palette=palette_of(256))
     alphas = [(b'tRNS', bytes([0, 128, 255]))]
     yield 'palettealpha.png', lambda: png(1, 4, palette=palette_of(16), chunks=alphas)
-    yield 'greykey.png', lambda: png(1, 8, chunks=[(b'tRNS', struct.pack('>H', int(photo(1)[3, 5, 0])))])
-    yield 'rgbkey.png', lambda: png(3, 8, chunks=[(b'tRNS', struct.pack('>HHH', *photo(3)[3, 5].tolist()))])
+    grey = struct.pack('>H', int(photo(1)[3, 5, 0]))
+    yield 'greykey.png', lambda: png(1, 8, chunks=[(b'tRNS', grey)])
+    colour = struct.pack('>HHH', *photo(3)[3, 5].tolist())
+    yield 'rgbkey.png', lambda: png(3, 8, chunks=[(b'tRNS', colour)])
     yield 'turned6.png', lambda: png(3, 8, chunks=[(b'eXIf', exif(6)[6:])])
     yield 'gamma.png', lambda: png(3, 8, chunks=[(b'gAMA', struct.pack('>I', 100000))])
     yield 'lossy.webp', lambda: saved('RGB', 'WEBP', quality=70)
