@@ -69,9 +69,10 @@ ROOMS = {
     "runtime/host": _HOST_TESTS,
     "shared": ("rows_test", "text_test", *_HOST_TESTS, *_LAYER_TESTS),
     "layers": _LAYER_TESTS,
-    "kit": ("kit_common_test", "kit_model_test", "kit_run_test", "kit_tensor_test", "kit_judge_test",
-            "kit_timing_test", "kit_trace_test", "kit_convert_test", "kit_launch_test",
-            "kit_verbs_test", "kit_launch_verb_test", "fuzz_replay_kit_test"),
+    "kit": ("kit_common_test", "kit_model_test", "kit_run_test", "kit_tensor_test",
+            "kit_judge_test", "kit_timing_test", "kit_trace_test", "kit_convert_test",
+            "kit_launch_test", "kit_verbs_test", "kit_launch_verb_test", "kit_picture_test",
+            "kit_prepare_test", "kit_qualify_test", "kit_calibrate_test", "fuzz_replay_kit_test"),
 }
 FURTHER_TARGETS = ("conformance-models", "vorn-run", "board", "vorn_caller")  # that tests start
 

@@ -1,9 +1,9 @@
 #!/usr/bin/python3
-"""Resizes pictures of random shapes with Pillow, with OpenCV and with kit/picture, decodes random files
-with Pillow and with kit/picture, and counts where they differ:
-compare_with_originals.py PROBE [CASES [SEED]], a quarter as many files as resizes. PROBE is the library
-picture_probe of the build. Needs python3-pil and python3-opencv of Debian 12. Ends with 1 if anything
-differs."""
+"""Resizes pictures of random shapes with Pillow, with OpenCV and with kit/picture, decodes random
+files with Pillow and with kit/picture, and counts where they differ: compare_with_originals.py
+PROBE [CASES [SEED]], a quarter as many files as resizes. PROBE is the library picture_probe of
+the build. Needs python3-pil and python3-opencv of Debian 12. Ends with 1 if anything differs.
+"""
 import collections
 import ctypes
 import io
@@ -145,7 +145,7 @@ def random_file(chance):
             else image.convert('LA'))
     kinds = {'JPEG': ['L', 'RGB', 'CMYK'], 'PNG': ['L', 'RGB', 'RGBA', 'LA', '1', 'P', 'I;16'],
              'WEBP': ['RGB', 'RGBA'],
-              'TIFF': ['L', 'RGB', 'RGBA', 'LA', 'CMYK', '1', 'P', 'I;16', 'F'],
+             'TIFF': ['L', 'RGB', 'RGBA', 'LA', 'CMYK', '1', 'P', 'I;16', 'F'],
              'PPM': ['L', 'RGB', '1'], 'BMP': ['L', 'RGB', '1', 'P']}
     kind = chance.choice([kind for kind, modes in kinds.items() if mode in modes])
     options = {}

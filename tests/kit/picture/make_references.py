@@ -1,11 +1,11 @@
 #!/usr/bin/python3
-"""Makes the tiny pictures in files/, and what Pillow makes of them (decoded.txt) and what Pillow and
-OpenCV make of resizing (resized.txt), anew: make_references.py [FOLDER]. Needs python3-pil and
-python3-opencv of Debian 12. Files that are there already are left alone, since an encoder of another
-version writes other bytes; delete one to have it made.
+"""Makes the tiny pictures in files/, and what Pillow makes of them (decoded.txt) and what Pillow
+and OpenCV make of resizing (resized.txt), anew: make_references.py [FOLDER]. Needs python3-pil
+and python3-opencv of Debian 12. Files that are there already are left alone, since an encoder
+of another version writes other bytes; delete one to have it made.
 
-decoded.txt   name, width, height, channels, type, orientation, hash of the values, upright; where the
-              file has 16 bits a colour, Pillow keeps the upper 8
+decoded.txt   name, width, height, channels, type, orientation, hash of the values, upright; where
+              the file has 16 bits a colour, Pillow keeps the upper 8
 resized.txt   rule, type, channels, old width and height, new width and height, box or "-", hash
 
 Hashes are FNV-1a of 64 bits, over values in little-endian order. The pictures that are resized are
@@ -288,8 +288,8 @@ def as_pillow_decodes(data):
 # ---- pictures that are resized
 
 def made_picture(width, height, channels, kind):
-    """Numbers of a plain generator; of uint8 the upper 8 of 32 bits, of uint16 the upper 16, of float32
-    the upper 24 as a part of 1, less a half."""
+    """Numbers of a plain generator; of uint8 the upper 8 of 32 bits, of uint16 the upper 16, of
+    float32 the upper 24 as a part of 1, less a half."""
     state = 12345
     numbers = numpy.empty(width * height * channels, numpy.uint64)
     for i in range(numbers.size):
