@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # bench.sh [--quick] [PART...]: builds with the preset "bench", measures, prints one table, and leaves
 # results.json and pictures in build/bench/report. The parts are kernels, runs and execute, all three
-# unless some are named, and scale, layers, edits and timing. --quick measures too little to be believed. See
-# bench/README.md.
+# unless some are named, and scale, layers, edits, prepare and timing. --quick measures too little to be
+# believed. See bench/README.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kBuild=build/bench kReport=build/bench/report
@@ -27,6 +27,7 @@ measure() {
     edits) bench/execute/edits.sh "$kBuild" "$out" "$rounds" ;;
     scale) PYTHONPATH=bench /usr/bin/python3 -m scale "$kBuild" "$out" "${quick[@]}" ;;
     layers) PYTHONPATH=bench /usr/bin/python3 -m layers "$kBuild" "$out" "${quick[@]}" ;;
+    prepare) PYTHONPATH=bench /usr/bin/python3 -m prepare "$kBuild" "$out" "${quick[@]}" ;;
     timing) "$kBuild/bench/timing/timing_bench" "$trials" | tee "${out%.json}.md" ;;
   esac || die "measuring '$part' failed."
 }
@@ -35,8 +36,8 @@ quick=() seconds=20 rounds=30 trials=2000 parts=()
 for word in "$@"; do
   case "$word" in
     --quick) quick=(--quick) seconds=2 rounds=2 trials=100 ;;
-    kernels | runs | execute | scale | layers | edits | timing) parts+=("$word") ;;
-    *) die "there is no '$word'; bench.sh [--quick] [kernels] [runs] [execute] [scale] [layers] [edits] [timing]" ;;
+    kernels | runs | execute | scale | layers | edits | prepare | timing) parts+=("$word") ;;
+    *) die "there is no '$word'; bench.sh [--quick] [kernels] [runs] [execute] [scale] [layers] [edits] [prepare] [timing]" ;;
   esac
 done
 [ "${#parts[@]}" -gt 0 ] || parts=(kernels runs execute)
