@@ -267,23 +267,32 @@ void AddFile(const std::string& path, const InputPlan& plan, bool isAsked, Found
 
 // ---- Folders ------------------------------------------------------------------------------------
 
-std::vector<std::string> FilesBelow(const std::string& folder) {
+struct FilesInFolder {
   std::vector<std::string> files;
+  std::vector<std::string> others;  ///< neither file nor folder: links to nothing, pipes, devices
+};
+
+FilesInFolder FilesBelow(const std::string& folder) {
+  FilesInFolder found;
   std::error_code error;
+  std::string last = folder;
   fs::recursive_directory_iterator at(folder, error);
-  if (error) RefuseSource(folder, "cannot be listed: " + error.message());
-  for (; at != fs::recursive_directory_iterator(); at.increment(error)) {
-    if (error) RefuseSource(folder, "cannot be listed: " + error.message());
+  while (!error && at != fs::recursive_directory_iterator()) {
+    last = at->path().string();
     std::error_code ignored;
     const bool isHidden = at->path().filename().string().starts_with('.');
     if (at->is_directory(ignored)) {
       if (isHidden) at.disable_recursion_pending();
-      continue;
+    } else if (!isHidden) {
+      (at->is_regular_file(ignored) ? found.files : found.others).push_back(last);
     }
-    if (!isHidden && at->is_regular_file(ignored)) files.push_back(at->path().string());
+    at.increment(error);
   }
-  std::sort(files.begin(), files.end());
-  return files;
+  // With an error it stands at the end, and what would have come is not known.
+  if (error) RefuseSource(last, "cannot be listed: " + error.message());
+  std::sort(found.files.begin(), found.files.end());
+  std::sort(found.others.begin(), found.others.end());
+  return found;
 }
 
 std::optional<uint64_t> NumberBehind(const std::string& name, std::string_view front,
@@ -381,8 +390,12 @@ FoundSource FromFolder(const std::string& folder, const InputPlan& plan) {
   if (!tests.empty()) return FromTestFolders(tests, plan);
   FoundSource found;
   std::vector<std::string> passedOver;
-  for (const std::string& file : FilesBelow(folder)) {
+  const FilesInFolder below = FilesBelow(folder);
+  for (const std::string& file : below.files) {
     AddFile(file, plan, false, found, passedOver);
+  }
+  for (const std::string& other : below.others) {
+    passedOver.push_back(fs::path(other).filename().string());
   }
   if (!passedOver.empty()) {
     std::string names;

@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <filesystem>
@@ -100,6 +101,38 @@ TEST_F(PrepareVerb, MakesAFolderOfPicturesIntoTensorsAndAList) {
   EXPECT_THAT(ended.err, HasSubstr("2 tensors of 2 samples; the list is 'out/list.txt'\n"));
   EXPECT_EQ(ended.out, "");
   EXPECT_FALSE(fs::exists(Path("out/prepared.jsonl")));
+}
+
+// What is neither file nor folder makes no sample, and is not missed in silence.
+TEST_F(PrepareVerb, NamesLinksToNothingAndPipesInAFolder) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("photos/a.ppm", 255, 0, 51);
+  fs::create_symlink("nowhere.ppm", Path("photos/b.ppm"));
+  ASSERT_EQ(mkfifo(Path("photos/c.ppm").c_str(), 0600), 0);
+  const Outcome ended = Prepare({"--input", "photos", "--recipe", "zero-one"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("passed over: b.ppm, c.ppm\n"));
+  EXPECT_EQ(Out("list.txt"), "tensors/000000.bin\n");
+}
+
+// Here for want of descriptors, which holds for every user.
+TEST_F(PrepareVerb, RefusesAFolderThatCannotBeListedToItsEnd) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("photos/a.ppm", 255, 0, 51);
+  std::string deep = "photos";
+  for (int i = 0; i < 40; ++i) deep += "/d";
+  Colour(deep + "/b.ppm", 0, 255, 0);
+  support::Command command;
+  command.program = "/bin/sh";
+  command.arguments = {"-c",
+                       "ulimit -n 24; exec \"$0\" prepare --model-json model.json -o out --input "
+                       "photos --recipe zero-one",
+                       VORN_COMMAND};
+  command.directory = folder_.Path();
+  const Outcome ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("/d' cannot be listed: "));
+  EXPECT_FALSE(fs::exists(Path("out/list.txt")));
 }
 
 TEST_F(PrepareVerb, TakesNamedInputsInTheModelsOrder) {
