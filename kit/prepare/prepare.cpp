@@ -315,7 +315,7 @@ class Preparation {
   }
 
   PrepareResult Run() {
-    CheckDisk(request_.folder, result_.sizeBytes * (request_.batch > 1 ? 2 : 1));
+    CheckDisk(request_.folder, BytesOnDisk());
     if (request_.isDryRun) {
       NoteKnownFaults();
       HoldToFaults();
@@ -336,6 +336,22 @@ class Preparation {
   }
 
  private:
+  // Items, and packed ones beside them, of which the last batch is filled up.
+  [[nodiscard]] uint64_t BytesOnDisk() const {
+    if (request_.batch == 1) return result_.sizeBytes;
+    const uint64_t batches = samples_ / request_.batch + (samples_ % request_.batch > 0 ? 1 : 0);
+    uint64_t bytes = result_.sizeBytes;
+    for (const PlannedInput& input : inputs_) {
+      uint64_t packed = 0;
+      if (__builtin_mul_overflow(batches, request_.batch, &packed) ||
+          __builtin_mul_overflow(packed, input.plan.ItemBytes(), &packed) ||
+          __builtin_add_overflow(bytes, packed, &bytes)) {
+        return UINT64_MAX;
+      }
+    }
+    return bytes;
+  }
+
   [[nodiscard]] const SourceItem& ItemOf(uint64_t sample, size_t input) const {
     const std::vector<SourceItem>& items = inputs_[input].found.items;
     return items[items.size() == 1 ? 0 : sample];
@@ -638,6 +654,15 @@ class Preparation {
         if (isOurs && !std::binary_search(named.begin(), named.end(), name)) {
           fs::remove(entry.path(), ignored);
         }
+      }
+    }
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder_->Path("."), error)) {
+      const std::string name = entry.path().filename().string();
+      std::error_code ignored;
+      for (const char* file : {kPreparedList, kManifestFile, kPreparedNotes}) {
+        const bool isOurs = name.starts_with(std::string(file) + ".");
+        if (isOurs && name.ends_with(kUnfinishedSuffix)) fs::remove(entry.path(), ignored);
       }
     }
     std::error_code ignored;

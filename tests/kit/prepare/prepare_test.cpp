@@ -115,6 +115,28 @@ TEST_F(PrepareVerb, NamesLinksToNothingAndPipesInAFolder) {
   EXPECT_EQ(Out("list.txt"), "tensors/000000.bin\n");
 }
 
+TEST_F(PrepareVerb, HoldsABatchThatIsFilledUpAgainstTheRoom) {
+  Model({Input("numbers", {1, 3, 1000, 1000}, VORN_FLOAT32)});
+  const Outcome ended = Prepare({"--random", "uniform", "-b", "2147483647", "--dry-run"});
+  EXPECT_EQ(ended.status, 7) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("and there is room for "));
+}
+
+TEST_F(PrepareVerb, RemovesFilesThatAKilledOneHadBegun) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("photos/a.ppm", 255, 0, 51);
+  const std::vector<std::string> words{"--input", "photos", "--recipe", "zero-one", "--resume"};
+  for (const char* file : {"manifest.json", "list.txt", "prepared.jsonl"}) {
+    Write("out/" + std::string(file) + ".4711.part", "half");
+  }
+  Write("out/mine.part", "of a person");
+  EXPECT_EQ(Prepare(words).status, 0);
+  for (const char* file : {"manifest.json", "list.txt", "prepared.jsonl"}) {
+    EXPECT_FALSE(fs::exists(Path("out/" + std::string(file) + ".4711.part"))) << file;
+  }
+  EXPECT_TRUE(fs::exists(Path("out/mine.part")));
+}
+
 // Here for want of descriptors, which holds for every user.
 TEST_F(PrepareVerb, RefusesAFolderThatCannotBeListedToItsEnd) {
   Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
