@@ -312,7 +312,7 @@ std::string TestFileOf(const std::string& folder, const InputPlan& plan) {
   for (const std::string& name : NamesIn(folder)) {
     const auto number = NumberBehind(name, "input_", ".pb");
     if (!number) continue;
-    const std::string path = folder + "/" + name;
+    std::string path = folder + "/" + name;
     if (OpenOnnxTensor(path).name == plan.input.name) return path;
     if (*number == plan.place) byPlace = path;
   }

@@ -232,7 +232,7 @@ class Steps {
 
   std::string ConfigOf(const QualifiedSide& side) const {
     if (side.config) return Absolute(*side.config);
-    const std::string path = Path("empty.json");
+    std::string path = Path("empty.json");
     if (!IsThere(path)) WriteWholeFile(path, "{}\n");
     return path;
   }
