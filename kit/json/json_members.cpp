@@ -26,6 +26,8 @@ double FiniteNumber(const Json& value, const char* key) {
   return number;
 }
 
+std::string ShownValue(const Json& value) { return PrintableExcerpt(ToText(value)); }
+
 double ShortestDouble(float number) {
   std::array<char, 40> text{};
   const auto [end, error] = std::to_chars(text.begin(), text.end(), number);

@@ -3,6 +3,7 @@
 #define VORN_KIT_JSON_JSON_MEMBERS_H_
 
 #include <initializer_list>
+#include <string>
 
 #include "kit/json/json.h"
 
@@ -14,6 +15,9 @@ void HoldToKeys(const Json& object, std::initializer_list<const char*> keys);
 
 /// The number of `key`, which has to be finite; throws a JsonError that names the key.
 [[nodiscard]] double FiniteNumber(const Json& value, const char* key);
+
+/// A value within a message: printable, and cut where it is long.
+[[nodiscard]] std::string ShownValue(const Json& value);
 
 /// The number as a person writes it: 0.1, and not the double that a float of 0.1 is.
 [[nodiscard]] double ShortestDouble(float number);

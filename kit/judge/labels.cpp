@@ -6,6 +6,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 #include "kit/tensor/npy.h"
 #include "kit/tensor/tensor_reader.h"
 
@@ -43,7 +44,7 @@ Box BoxOf(const Json& row) {
           row.Items()[3].AsNumber(), row.Items()[4].AsSigned(), 0};
   // Written so that NaN is refused, too.
   if (!(box.right >= box.left && box.bottom >= box.top)) {
-    throw JsonError("a box ends before it begins: " + ToText(row));
+    throw JsonError("a box ends before it begins: " + ShownValue(row));
   }
   return box;
 }

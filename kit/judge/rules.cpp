@@ -11,6 +11,7 @@
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 
 namespace vorn::kit {
 namespace {
@@ -51,7 +52,7 @@ double BoundOf(const Json& object, const char* key, bool mayBeNegative) {
   if (value == nullptr) return 0;
   const double number = value->AsNumber();
   if (std::isnan(number) || (number < 0 && !mayBeNegative)) {
-    throw JsonError(std::string(key) + " is " + ToText(*value) + ", and has to be 0 or more");
+    throw JsonError(std::string(key) + " is " + ShownValue(*value) + ", and has to be 0 or more");
   }
   return number;
 }

@@ -129,7 +129,7 @@ Job ReadJob(const std::string& path) {
     const Json json = ParseJson(text);
     HoldToKeys(json, {"schema", "inputs", "count", "thresholds"});
     if (json.At("schema").AsUnsigned() != 1) {
-      throw JsonError("schema is " + ToText(json.At("schema")) + ", and this program reads 1");
+      throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
     }
     Job job;
     job.inputs =

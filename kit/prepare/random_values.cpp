@@ -11,6 +11,7 @@
 
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
+#include "kit/json/json_members.h"
 
 namespace vorn::kit {
 namespace {
@@ -47,13 +48,13 @@ double FiniteNumber(const Json& object, std::string_view key, double otherwise) 
   if (value == nullptr) return otherwise;
   const double number = value->AsNumber();
   if (std::isfinite(number)) return number;
-  throw JsonError(std::string(key) + " is " + ToText(*value) + ", and has to be finite");
+  throw JsonError(std::string(key) + " is " + ShownValue(*value) + ", and has to be finite");
 }
 
 double WholeNumber(const Json& object, std::string_view key) {
   const double number = FiniteNumber(object, key, object.At(key).AsNumber());
   if (std::abs(number) <= kMostInteger && number == std::trunc(number)) return number;
-  throw JsonError(std::string(key) + " is " + ToText(object.At(key)) +
+  throw JsonError(std::string(key) + " is " + ShownValue(object.At(key)) +
                   ", and has to be a whole number between -2^53 and 2^53");
 }
 
@@ -131,11 +132,12 @@ RandomRecipe ParseRandomRecipe(const Json& object) {
   recipe.mean = FiniteNumber(object, "mean", recipe.mean);
   recipe.deviation = FiniteNumber(object, "deviation", recipe.deviation);
   if (recipe.deviation < 0) {
-    throw JsonError("deviation is " + ToText(object.At("deviation")) + ", and has to be 0 or more");
+    throw JsonError("deviation is " + ShownValue(object.At("deviation")) +
+                    ", and has to be 0 or more");
   }
   recipe.share = FiniteNumber(object, "share", recipe.share);
   if (recipe.share < 0 || recipe.share > 1) {
-    throw JsonError("share is " + ToText(object.At("share")) + ", and has to be from 0 to 1");
+    throw JsonError("share is " + ShownValue(object.At("share")) + ", and has to be from 0 to 1");
   }
   return recipe;
 }

@@ -73,8 +73,8 @@ auto TakeWord(const Json& value, const char* key, const Words& words) {
   for (const auto& one : words) {
     if (value.IsText() && value.AsText() == one.word) return one.value;
   }
-  throw JsonError(std::string(key) + " is " + PrintableExcerpt(ToText(value)) +
-                  ", and takes one of " + Listed(words));
+  throw JsonError(std::string(key) + " is " + ShownValue(value) + ", and takes one of " +
+                  Listed(words));
 }
 
 template <typename Words, typename Value>
@@ -100,8 +100,7 @@ uint32_t SideOf(const Json& value) {
 std::optional<PictureSize> SizeOf(const Json& value) {
   if (value.IsText() && value.AsText() == "model") return std::nullopt;
   if (!value.IsArray() || value.Items().size() != 2) {
-    throw JsonError("size is " + PrintableExcerpt(ToText(value)) +
-                    ", and takes \"model\" or [height, width]");
+    throw JsonError("size is " + ShownValue(value) + ", and takes \"model\" or [height, width]");
   }
   return PictureSize{.width = SideOf(value.Items()[1]), .height = SideOf(value.Items()[0])};
 }
@@ -192,7 +191,7 @@ CropStep CropFrom(const Json& json) {
 
 ValueStep StepFrom(const Json& json, size_t channels) {
   if (json.Members().size() != 1) {
-    throw JsonError("a step of values is " + PrintableExcerpt(ToText(json)) +
+    throw JsonError("a step of values is " + ShownValue(json) +
                     ", and takes one operation, such as {\"divide\": 255}");
   }
   const auto& [key, value] = json.Members().front();
@@ -214,12 +213,12 @@ StoredScale QuantisationFrom(const Json& json) {
   StoredScale stored;
   stored.scale = static_cast<float>(FiniteNumber(json.At("scale"), "scale"));
   if (!(stored.scale > 0) || !std::isfinite(stored.scale)) {
-    throw JsonError("scale is " + ToText(json.At("scale")) + ", and has to be above 0");
+    throw JsonError("scale is " + ShownValue(json.At("scale")) + ", and has to be above 0");
   }
   if (const Json* zero = json.Find("zeroPoint")) {
     stored.zeroPoint = static_cast<float>(FiniteNumber(*zero, "zeroPoint"));
     if (stored.zeroPoint != std::floor(stored.zeroPoint)) {
-      throw JsonError("zeroPoint is " + ToText(*zero) + ", and has to be a whole number");
+      throw JsonError("zeroPoint is " + ShownValue(*zero) + ", and has to be a whole number");
     }
   }
   return stored;
@@ -349,7 +348,7 @@ Recipe RecipeFromJson(const Json& json) {
   HoldToKeys(json, {"schema", "name", "version", "orientation", "depth", "colours", "alpha",
                     "resize", "crop", "values", "layout", "quantisation"});
   if (json.At("schema").AsUnsigned() != kRecipeSchema) {
-    throw JsonError("schema is " + ToText(json.At("schema")) + ", and this program reads 1");
+    throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
   }
   Recipe recipe;
   recipe.name = json.At("name").AsText();
@@ -369,7 +368,7 @@ Recipe RecipeFromJson(const Json& json) {
     if (alpha->IsObject()) {
       recipe.under = UnderFrom(*alpha);
     } else if (!alpha->IsText() || alpha->AsText() != "drop") {
-      throw JsonError("alpha is " + PrintableExcerpt(ToText(*alpha)) +
+      throw JsonError("alpha is " + ShownValue(*alpha) +
                       ", and takes \"drop\" or {\"over\": [red, green, blue]}");
     }
     if (channels == 4) throw JsonError("alpha is kept where the colours are rgba or bgra");

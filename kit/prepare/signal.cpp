@@ -12,6 +12,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
+#include "kit/json/json_members.h"
 #include "kit/tensor/input_file.h"
 
 namespace vorn::kit {
@@ -36,14 +37,14 @@ void HoldToKeys(const Json& object, const char* what, const std::vector<std::str
 uint64_t CountOf(const Json& value, const char* key) {
   const uint64_t count = value.AsUnsigned();
   if (count > 0 && count <= kMostCount) return count;
-  throw JsonError(std::string(key) + " is " + ToText(value) + ", and has to be 1 at least" +
+  throw JsonError(std::string(key) + " is " + ShownValue(value) + ", and has to be 1 at least" +
                   (count == 0 ? "" : " and 2^40 at most"));
 }
 
 bool IsSecond(const Json& value, const char* key, const char* first, const char* second) {
   if (value.IsText() && value.AsText() == first) return false;
   if (value.IsText() && value.AsText() == second) return true;
-  throw JsonError(std::string(key) + " is " + ToText(value) + ", and can be \"" + first +
+  throw JsonError(std::string(key) + " is " + ShownValue(value) + ", and can be \"" + first +
                   "\" or \"" + second + "\"");
 }
 
@@ -218,7 +219,7 @@ SignalRecipe ParseSignalRecipe(const Json& object) {
     } else if (channel->AsText() == "mean") {
       recipe.channel = SignalRecipe::Channel::kMean;
     } else {
-      throw JsonError("channel is " + ToText(*channel) + ", and can be a number or \"mean\"");
+      throw JsonError("channel is " + ShownValue(*channel) + ", and can be a number or \"mean\"");
     }
   }
   if (const Json* axis = object.Find("channels")) {
@@ -245,7 +246,7 @@ SignalSource OpenRawSignal(const std::string& path, const Json& format) {
   if (const Json* channels = format.Find("channels")) {
     source.channels = CountOf(*channels, "channels");
     if (source.channels > kMostChannels) {
-      throw JsonError("channels is " + ToText(*channels) + ", and 65535 are taken at most");
+      throw JsonError("channels is " + ShownValue(*channels) + ", and 65535 are taken at most");
     }
   }
   const InputFile file(path, "the signal");

@@ -9,6 +9,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
+#include "kit/json/json_members.h"
 #include "kit/model/model_text.h"
 
 namespace vorn::kit {
@@ -48,7 +49,7 @@ float FloatOf(const Json& number, const std::string& what) {
   const double value = number.AsNumber();
   // Also of NaN.
   if (!(std::abs(value) <= static_cast<double>(std::numeric_limits<float>::max()))) {
-    throw JsonError(what + " have " + ToText(number) +
+    throw JsonError(what + " have " + ShownValue(number) +
                     ", which vorn-run does not read; give a finite float32");
   }
   return static_cast<float>(value);

@@ -88,7 +88,7 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
   HoldToKeys(json, {"schema", "run", "device", "reference", "expected", "batch", "most", "chunk",
                     "map", "rules", "preset", "labels"});
   if (json.At("schema").AsUnsigned() != 1) {
-    throw JsonError("schema is " + ToText(json.At("schema")) + ", and this program reads 1");
+    throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
   }
   Qualification qualification;
   if (const Json* run = json.Find("run")) qualification.run = Below(folder, run->AsText());

@@ -31,6 +31,11 @@ TEST(FiniteNumber, RefusesWhatIsNone) {
   EXPECT_THROW((void)FiniteNumber(Json("much"), "scale"), JsonError);
 }
 
+TEST(ShownValue, IsPrintableAndCut) {
+  EXPECT_EQ(ShownValue(Json("a\x7f")), R"("a\x7f")");
+  EXPECT_LT(ShownValue(Json(std::string(1000, 'a'))).size(), 300U);
+}
+
 TEST(ShortestDouble, IsWhatAPersonWrites) {
   EXPECT_EQ(ShortestDouble(0.1F), 0.1);
   EXPECT_EQ(ShortestDouble(-3.4028235e38F), -3.4028235e38);
