@@ -32,7 +32,7 @@ TEST(FiniteNumber, RefusesWhatIsNone) {
 }
 
 TEST(ShownValue, IsPrintableAndCut) {
-  EXPECT_EQ(ShownValue(Json("a\x7f")), R"("a\x7f")");
+  EXPECT_EQ(ShownValue(Json("a\x7f")), R"("a\x7F")");
   EXPECT_LT(ShownValue(Json(std::string(1000, 'a'))).size(), 300U);
 }
 
