@@ -209,7 +209,8 @@ void Tell(const PrepareRequest& request, const PrepareResult& result) {
   if (result.kept > 0) kept = ", " + std::to_string(result.kept) + " of them as they were";
   std::fprintf(stderr, "vorn prepare: %s of %s%s; the list is %s\n",
                Counted(result.made + result.kept, "tensor").c_str(),
-               request.batch > 1 ? (std::to_string(result.samples) + " batches of " +
+               request.batch > 1 ? (std::to_string(result.samples) +
+                                    (result.samples == 1 ? " batch of " : " batches of ") +
                                     std::to_string(request.batch))
                                        .c_str()
                                  : Counted(result.samples, "sample").c_str(),

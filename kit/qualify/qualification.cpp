@@ -53,7 +53,24 @@ Json WithPaths(const Json& inputs, const std::string& folder) {
   Json placed = Json::Array();
   for (const Json& input : inputs.Items()) {
     Json one = input;
-    one.Set("source", Absolute(Below(folder, input.At("source").AsText())));
+    if (const Json* source = input.Find("source")) {
+      Json placedSource = Json::Array();
+      if (source->IsArray()) {
+        for (const Json& path : source->Items()) {
+          // With more to be said of it the path is a member.
+          Json listed = path;
+          if (path.IsObject()) {
+            listed.Set("path", Absolute(Below(folder, path.At("path").AsText())));
+          } else {
+            listed = Absolute(Below(folder, path.AsText()));
+          }
+          placedSource.Append(std::move(listed));
+        }
+      } else {
+        placedSource = Absolute(Below(folder, source->AsText()));
+      }
+      one.Set("source", std::move(placedSource));
+    }
     const Json* recipe = input.Find("recipe");
     if (recipe != nullptr && recipe->IsText()) {
       const std::string path = Below(folder, recipe->AsText());
@@ -102,6 +119,9 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
   if (const Json* batch = json.Find("batch")) qualification.batch = batch->AsUnsigned();
   if (const Json* most = json.Find("most")) qualification.most = most->AsUnsigned();
   if (const Json* chunk = json.Find("chunk")) qualification.chunk = chunk->AsUnsigned();
+  if (qualification.batch == 0 || qualification.most == 0U || qualification.chunk == 0U) {
+    throw JsonError("batch, most and chunk are 1 at least");
+  }
   for (const JudgeKey& key : kJudgeKeys) {
     const Json* value = json.Find(key.key);
     if (value == nullptr) continue;

@@ -218,6 +218,23 @@ TEST_F(QualifyVerb, HasToBeToldWhatIsRight) {
   EXPECT_EQ(Run({"--input", "x", "--run", "run"}).status, 2);
 }
 
+TEST_F(QualifyVerb, TakesListsAndRandomNumbersAsJobsDo) {
+  support::WriteFile(Path("q.json"), R"({"schema": 1, "run": "run",
+      "device": {"model": ")" + kDigits + R"(/digits.onnx", "inputs": [{"name": "picture",
+        "source": [")" + kDigits + R"(/pictures/000.bin", ")" +
+                                         kDigits + R"(/pictures/001.bin"]}]},
+      "expected": ")" + kDigits + R"(/expected.npy"})");
+  EXPECT_EQ(Run({"q.json"}).status, 8) << "two of two hundred";
+  EXPECT_THAT(support::ReadFile(Path("run/device.inputs/list.txt")), HasSubstr("000001.bin"));
+  support::WriteFile(Path("random.json"), R"({"schema": 1, "run": "noise", "preset": "exact",
+      "device": {"model": ")" + kDigits + R"(/digits.onnx", "inputs": [{"name": "picture",
+        "random": {"distribution": "integers", "low": 0, "high": 16}}]},
+      "reference": {"model": ")" + kDigits + R"(/digits.onnx", "inputs": [{"name": "picture",
+        "random": {"distribution": "integers", "low": 0, "high": 16}}]}})");
+  const Outcome random = Run({"random.json"});
+  EXPECT_EQ(random.status, 0) << random.Describe();
+}
+
 TEST_F(QualifyVerb, NamesTheKeyOfAFileThatIsWrong) {
   support::WriteFile(Path("q.json"), R"({"schema": 1, "devise": {}})");
   const Outcome ended = Run({"q.json", "--run", "run"});
