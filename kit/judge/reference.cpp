@@ -14,6 +14,7 @@
 #include "kit/json/identity_json.h"
 #include "kit/json/json.h"
 #include "kit/model/model_json.h"
+#include "kit/run/configuration_files.h"
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
@@ -398,6 +399,7 @@ class ReferenceMaker {
     };
     std::string text =
         hashOf(request_.model, "the reference") + hashOf(config_, "its configuration");
+    for (const FileIdentity& file : FilesNamedIn(config_)) text += file.xxh3.value_or("") + "\n";
     text += hashOf(list, "its list");
     const std::string manifest = folder_ + "/inputs/" + kManifest;
     if (list.starts_with(folder_ + "/inputs/")) {

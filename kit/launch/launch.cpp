@@ -23,6 +23,7 @@
 #include "kit/launch/run_times.h"
 #include "kit/model/model_json.h"
 #include "kit/model/run_log.h"
+#include "kit/run/configuration_files.h"
 
 namespace vorn::kit {
 namespace {
@@ -42,6 +43,11 @@ void CheckSameRun(const std::string& run, const RunFacts& before, const RunFacts
   compare(before.model, now.model, "model");
   if (before.configuration && now.configuration) {
     compare(*before.configuration, *now.configuration, "configuration");
+  }
+  if (before.configurationFiles && before.configurationFiles != now.configurationFiles) {
+    throw Fault(ExitStatus::kUsage, Quoted(run) +
+                                        " was begun with another file that the configuration "
+                                        "names; name another folder with --run");
   }
   if (before.list && now.list) compare(*before.list, *now.list, "list");
   if (before.runtime && now.runtime) compare(*before.runtime, *now.runtime, "runtime");
@@ -140,6 +146,7 @@ class Launcher {
     for (const std::string& word : OptionsOf(request_)) facts.options->push_back(Printable(word));
     facts.model = plan_.model.model;
     facts.configuration = plan_.model.configuration;
+    facts.configurationFiles = FilesNamedIn(request_.config);
     facts.list = plan_.list;
     facts.runtime = plan_.model.runtime;
     facts.program = plan_.program;

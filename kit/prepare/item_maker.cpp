@@ -115,7 +115,7 @@ MadeItem ItemMaker::FromArray(const SourceItem& item) {
       "the array");
 }
 
-MadeItem ItemMaker::FromValues(Array array, const std::string& what) const {
+MadeItem ItemMaker::FromValues(const Array& array, const std::string& what) const {
   const ArrayFit fit = FitOf(array.shape, plan_);
   if (fit == ArrayFit::kPicture) return FromPixels(array);
   if (fit != ArrayFit::kWhole) {
@@ -176,7 +176,7 @@ MadeItem ItemMaker::FromNumbers(const SourceItem& item) {
   Array row{numbers_.type, Shape(numbers_.shape.begin() + 1, numbers_.shape.end()), {}};
   const auto begin = numbers_.bytes.begin() + static_cast<std::ptrdiff_t>(*item.item * bytes);
   row.bytes.assign(begin, begin + static_cast<std::ptrdiff_t>(bytes));
-  return FromValues(std::move(row), "the text");
+  return FromValues(row, "the text");
 }
 
 MadeItem ItemMaker::FromSignal(const SourceItem& item) {
@@ -196,7 +196,7 @@ MadeItem ItemMaker::FromSignal(const SourceItem& item) {
                                       count * frames_.window);
   const auto bytes = std::as_bytes(values);
   array.bytes.assign(bytes.begin(), bytes.end());
-  return FromValues(std::move(array), "the signal");
+  return FromValues(array, "the signal");
 }
 
 MadeItem ItemMaker::FromRandom(uint64_t sample) const {

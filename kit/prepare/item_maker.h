@@ -33,7 +33,7 @@ class ItemMaker {
   MadeItem FromNumbers(const SourceItem& item);
   MadeItem FromSignal(const SourceItem& item);
   [[nodiscard]] MadeItem FromRandom(uint64_t sample) const;
-  MadeItem FromValues(Array array, const std::string& what) const;
+  MadeItem FromValues(const Array& array, const std::string& what) const;
   MadeItem FromPixels(const Array& array) const;
   const StoredTensor& Open(const SourceItem& item);
 

@@ -431,7 +431,10 @@ uint64_t InputPlan::MostFrames() const {
   return input.shape.empty() ? 1 : static_cast<uint64_t>(std::max<int64_t>(input.shape.front(), 1));
 }
 
-uint64_t InputPlan::FrameBytes() const { return ItemBytes() / MostFrames(); }
+uint64_t InputPlan::FrameBytes() const {
+  const uint64_t bytes = ItemBytes() / MostFrames();
+  return bytes > 0 ? bytes : 1;  // of a description that tells no size nothing is divided by 0
+}
 
 ElementType InputPlan::Type() const {
   return (input.type ? ElementOfCode(*input.type) : std::nullopt).value_or(ElementType::kFloat32);

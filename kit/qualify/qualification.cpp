@@ -18,6 +18,7 @@
 #include "kit/json/identity_json.h"
 #include "kit/json/json_members.h"
 #include "kit/model/model_json.h"
+#include "kit/run/configuration_files.h"
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
@@ -341,6 +342,8 @@ class Steps {
         return before && before->xxh3 &&
                before->xxh3 == IdentifyFile(path, "the file", ExitStatus::kInput).xxh3;
       };
+      if (facts.configurationFiles && facts.configurationFiles != FilesNamedIn(config))
+        return false;
       const std::string program = side.program.value_or(OwnFolder() + "/vorn-run");
       if (facts.program && !isSame(facts.program, program)) return false;
       // The runtime that the model was described by a moment ago.

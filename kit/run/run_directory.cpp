@@ -390,6 +390,11 @@ std::string ToJson(const RunFacts& facts) {
   if (facts.options) object.Set("options", Json::ArrayOf(*facts.options));
   object.Set("model", FromIdentity(facts.model));
   PutFile(object, "configuration", facts.configuration);
+  if (facts.configurationFiles) {
+    Json files = Json::Array();
+    for (const FileIdentity& file : *facts.configurationFiles) files.Append(FromIdentity(file));
+    object.Set("configurationFiles", files);
+  }
   PutFile(object, "list", facts.list);
   PutFile(object, "runtime", facts.runtime);
   PutFile(object, "program", facts.program);
@@ -415,6 +420,10 @@ RunFacts RunFromJson(std::string_view text) {
   TakeText(object, "version", facts.version);
   facts.model = ToIdentity(object.At("model"));
   TakeFile(object, "configuration", facts.configuration);
+  if (const Json* files = object.Find("configurationFiles")) {
+    facts.configurationFiles.emplace();
+    for (const Json& file : files->Items()) facts.configurationFiles->push_back(ToIdentity(file));
+  }
   TakeFile(object, "list", facts.list);
   TakeFile(object, "runtime", facts.runtime);
   TakeFile(object, "program", facts.program);

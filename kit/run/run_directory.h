@@ -169,6 +169,7 @@ struct RunFacts {
   std::optional<std::vector<std::string>> options;  ///< of vorn-run, beside its files: "-b", "2"
   FileIdentity model;
   std::optional<FileIdentity> configuration;
+  std::optional<std::vector<FileIdentity>> configurationFiles;  ///< that the configuration names
   std::optional<FileIdentity> list;
   std::optional<FileIdentity> runtime;
   std::optional<FileIdentity> program;  ///< vorn-run, or a script that runs it

@@ -97,6 +97,33 @@ TEST_F(QualifyVerb, DoesAgainOnlyWhatChanged) {
   EXPECT_NE(support::ReadFile(Path("run/device/times.jsonl")), times);
 }
 
+TEST_F(QualifyVerb, RunsAgainWhereAFileOfTheConfigurationChanged) {
+  const auto ranges = [&](const char* most) {
+    std::string tensors;
+    for (const char* name :
+         {"conv1", "relu1", "conv2", "relu2", "pooled", "flat", "scaled", "probabilities"}) {
+      tensors += std::string(tensors.empty() ? "" : ", ") + "\"" + name +
+                 R"(": {"min": -10, "max": )" + most + "}";
+    }
+    support::WriteFile(
+        Path("ranges.json"),
+        R"({"schema": 1, "kind": "ranges", "tensors": {)" + tensors +
+            R"(, "scores": {"min": -30, "max": 30}, "values": {"min": 0, "max": 16}}})");
+  };
+  support::WriteFile(Path("int8.json"), R"({"model": {"round": {"int8": "ranges.json"}}})");
+  const std::vector<std::string> words{"-j", "int8.json", "--expected", kDigits + "/expected.npy",
+                                       "--quiet"};
+  ranges("10");
+  const Outcome first = Qualify(words);
+  ASSERT_TRUE(first.status == 6 || first.status == 8) << first.Describe();
+  const std::string verdict = support::ReadFile(Path("run/verdict.json"));
+  Qualify(words);
+  EXPECT_EQ(support::ReadFile(Path("run/verdict.json")), verdict);
+  ranges("3");
+  Qualify(words);
+  EXPECT_NE(support::ReadFile(Path("run/verdict.json")), verdict);
+}
+
 TEST_F(QualifyVerb, TakesAFileWhosePathsAreItsOwn) {
   fs::create_directories(Path("beside"));
   fs::copy(kDigits + "/digits.onnx", Path("beside/digits.onnx"));
