@@ -89,13 +89,23 @@ class PreparedFolder {
                                         "; wait for it, or give another folder");
   }
 
+  // What is left where an earlier one was refused before a tensor was made.
+  static bool IsNothing(const fs::directory_entry& entry) {
+    const std::string name = entry.path().filename().string();
+    if (name == kLockFile) return true;
+    std::error_code error;
+    const bool isFolder = name == kTensorsFolder || name == kItemsFolder;
+    if (!isFolder && name != kPreparedNotes) return false;
+    return !entry.is_symlink(error) && fs::is_empty(entry.path(), error) && !error;
+  }
+
   void CheckWhatIsThere(bool isResumed) {
     const bool isOurs = fs::exists(Path(kManifestFile)) || fs::exists(Path(kPreparedNotes));
     if (isResumed) return;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(path_, error)) {
       const std::string name = entry.path().filename().string();
-      if (name == kLockFile) continue;
+      if (IsNothing(entry)) continue;
       close(lock_);
       throw Fault(ExitStatus::kUsage,
                   "the folder " + Quoted(path_) +

@@ -234,12 +234,12 @@ void AddFile(const std::string& path, const InputPlan& plan, bool isAsked, Found
     if (plan.signal) {
       AddSignal(path, plan, found.items);
     } else if (IsWav(head.bytes)) {
-      RefuseSource(path, "is a sound, and nothing says how it becomes " + TakesOf(plan) +
+      RefuseSource(path, "is a sound, and nothing says how it becomes frames: " + TakesOf(plan) +
                              "; give \"signal\": {\"window\", \"hop\"} in a job");
     } else if (FormatOf(head.bytes)) {
       if (!plan.recipe) {
         RefuseSource(path,
-                     "is a picture, and nothing says how it becomes " + TakesOf(plan) +
+                     "is a picture, and no recipe says how it becomes a tensor: " + TakesOf(plan) +
                          "; give --recipe, vorn prepare --recipes lists those that are ready");
       }
       found.items.push_back(ItemOf(SourceKind::kPicture, path));

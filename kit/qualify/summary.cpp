@@ -83,7 +83,7 @@ std::string HeadlineOf(const std::vector<QualifyStep>& steps) {
   const QualifyStep* judged = FindStep(steps, "judge");
   if (judged == nullptr) {
     const QualifyStep& last = steps.back();
-    return "NOT QUALIFIED: could not " + last.name + " (status " +
+    return "NOT JUDGED: could not " + last.name + " (status " +
            std::to_string(static_cast<int>(*last.status)) + ")";
   }
   switch (StatusOf(steps)) {

@@ -262,6 +262,14 @@ TEST_F(PrepareVerb, WritesIntoAnEmptyFolderOnly) {
   EXPECT_THAT(Prepare({"--input", "x"}).err, HasSubstr("--resume makes again only what changed"));
 }
 
+TEST_F(PrepareVerb, TakesAFolderInWhichNothingWasMade) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("photos/a.ppm", 1, 2, 3);
+  ASSERT_EQ(Prepare({"--input", "photos"}).status, 3) << "there is no recipe";
+  ASSERT_TRUE(fs::exists(Path("out/tensors")));
+  EXPECT_EQ(Prepare({"--input", "photos", "--recipe", "zero-one"}).status, 0);
+}
+
 TEST_F(PrepareVerb, WritesNothingWhenDry) {
   Model({Input("x", {1}, VORN_UINT8)});
   Write("x", "abc");
@@ -281,7 +289,7 @@ TEST_F(PrepareVerb, SaysWhatAnInputTakes) {
   Colour("a.ppm", 1, 2, 3);
   ended = Prepare({"--input", "a.ppm"});
   EXPECT_EQ(ended.status, 3);
-  EXPECT_THAT(ended.err, HasSubstr("is a picture, and nothing says how it becomes"));
+  EXPECT_THAT(ended.err, HasSubstr("is a picture, and no recipe says how it becomes a tensor: "));
   ended = Prepare({"--input", "pictur=a.ppm"});
   EXPECT_EQ(ended.status, 3);
   EXPECT_THAT(ended.err, HasSubstr("'pictur=a.ppm' is not there"));

@@ -144,7 +144,7 @@ TEST_F(QualifyVerb, StopsBehindAStepThatFailed) {
   EXPECT_EQ(ended.status, 3) << ended.Describe();
   EXPECT_THAT(ended.err, HasSubstr("'nowhere' is not there"));
   EXPECT_THAT(ended.out,
-              HasSubstr("NOT QUALIFIED: could not prepare the device's inputs (status 3)"));
+              HasSubstr("NOT JUDGED: could not prepare the device's inputs (status 3)"));
   EXPECT_EQ(Record()["steps"].size(), 2U);
 }
 
@@ -153,7 +153,7 @@ TEST_F(QualifyVerb, NamesTheModelThatTheRuntimeRefuses) {
   const Outcome ended =
       Run({"-m", "broken.onnx", "--input", "x", "--run", "run", "--expected", "y"});
   EXPECT_EQ(ended.status, 4) << ended.Describe();
-  EXPECT_THAT(ended.out, HasSubstr("NOT QUALIFIED: could not describe the device (status 4)"));
+  EXPECT_THAT(ended.out, HasSubstr("NOT JUDGED: could not describe the device (status 4)"));
 }
 
 TEST_F(QualifyVerb, RunsAScriptAsTheDevice) {
