@@ -270,7 +270,7 @@ TEST_F(QualifyVerb, NamesTheKeyOfAFileThatIsWrong) {
 }
 
 TEST(StatusOf, IsTheFirstOfTheTableThatHolds) {
-  const auto with = [](std::vector<ExitStatus> statuses) {
+  const auto with = [](const std::vector<ExitStatus>& statuses) {
     std::vector<QualifyStep> steps;
     for (const ExitStatus status : statuses) steps.push_back({"", {}, status, ""});
     return StatusOf(steps);
