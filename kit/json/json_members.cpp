@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -29,11 +30,14 @@ double FiniteNumber(const Json& value, const char* key) {
 std::string ShownValue(const Json& value) { return PrintableExcerpt(ToText(value)); }
 
 double ShortestDouble(float number) {
+  // What the standard library has for it needs a newer C library than boards have.
+  constexpr int kEnough = 9;
   std::array<char, 40> text{};
-  const auto [end, error] = std::to_chars(text.begin(), text.end(), number);
-  double value = 0;
-  if (error == std::errc{}) std::from_chars(text.begin(), end, value);
-  return value;
+  for (int digits = 1; digits <= kEnough; ++digits) {
+    std::snprintf(text.data(), text.size(), "%.*g", digits, static_cast<double>(number));
+    if (std::strtof(text.data(), nullptr) == number) break;
+  }
+  return std::strtod(text.data(), nullptr);
 }
 
 }  // namespace vorn::kit

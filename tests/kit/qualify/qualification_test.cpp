@@ -143,8 +143,7 @@ TEST_F(QualifyVerb, StopsBehindAStepThatFailed) {
                              "--expected", kDigits + "/expected.npy"});
   EXPECT_EQ(ended.status, 3) << ended.Describe();
   EXPECT_THAT(ended.err, HasSubstr("'nowhere' is not there"));
-  EXPECT_THAT(ended.out,
-              HasSubstr("NOT JUDGED: could not prepare the device's inputs (status 3)"));
+  EXPECT_THAT(ended.out, HasSubstr("NOT JUDGED: could not prepare the device's inputs (status 3)"));
   EXPECT_EQ(Record()["steps"].size(), 2U);
 }
 
