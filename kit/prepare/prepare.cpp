@@ -401,15 +401,17 @@ class Preparation {
     record.path = NameOfItem(sample, place);
     record.array = item.array;
     record.item = item.item;
-    if (item.kind == SourceKind::kFlags) {
-      record.source = Identify(ItemOf(sample, 0).path);
-    } else if (item.kind == SourceKind::kRandom) {
-      record.source.path = item.path;
+    // Flags are made of nothing but the frames that they go with.
+    const bool areFlags = item.kind == SourceKind::kFlags;
+    const SourceItem& madeOf = areFlags ? ItemOf(sample, 0) : item;
+    if (madeOf.kind == SourceKind::kRandom) {
+      record.source.path = madeOf.path;
     } else {
-      record.source = Identify(item.path);
+      record.source = Identify(madeOf.path);
     }
     std::string key = signatures_[place] + "\n" + record.source.xxh3.value_or("") + "\n" +
-                      item.array + "\n" + (item.item ? std::to_string(*item.item) : "");
+                      madeOf.array + "\n" + (madeOf.item ? std::to_string(*madeOf.item) : "");
+    if (areFlags) key += "\n" + signatures_[0];
     if (item.kind == SourceKind::kPicture) key += "\n" + DecoderKey(item.path);
     record.key = Xxh3Of(key);
     const std::string path = folder_->Path(record.path);

@@ -362,6 +362,32 @@ TEST_F(PrepareVerb, CutsASignalIntoSequencesAndMakesTheFlagsFit) {
   EXPECT_EQ(Out("tensors/000001.1.bin"), std::string("\0\1", 2));
 }
 
+TEST_F(PrepareVerb, MakesFlagsAgainWhereTheFramesChange) {
+  Model({Input("frames", {8, 2}, VORN_FLOAT32), Input("flags", {8, 1}, VORN_UINT8)},
+        VORN_NET_RECURRENT);
+  Write("samples.raw", Bytes<int16_t>({0, 1, 2, 3, 4, 5, 6, 7}));
+  const auto job = [&](const char* hop) {
+    Write("job.json", R"({"schema": 1, "inputs": [{"name": "frames", "source": "samples.raw",
+        "signal": {"window": 2, "hop": )" +
+                          std::string(hop) + R"(}, "raw": {"type": "int16"}}]})");
+  };
+  job("2");
+  ASSERT_EQ(Prepare({"--job", "job.json"}).status, 0);
+  EXPECT_EQ(Out("tensors/000000.1.bin").size(), 4U);
+  job("1");
+  const Outcome ended = Prepare({"--job", "job.json", "--resume"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("tensors/000000.1.bin").size(), 7U);
+}
+
+TEST_F(PrepareVerb, MakesFlagsOfRandomFrames) {
+  Model({Input("frames", {4, 2}, VORN_FLOAT32), Input("flags", {4, 1}, VORN_UINT8)},
+        VORN_NET_RECURRENT);
+  const Outcome ended = Prepare({"--random", "frames=normal", "--count", "2"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("tensors/000001.1.bin"), std::string("\0\1\1\1", 4));
+}
+
 TEST_F(PrepareVerb, WritesThresholdsForTheirOption) {
   TensorDescription thresholds = Input("rpn", {1, 4}, VORN_FLOAT32);
   thresholds.role = TensorRole::kThresholds;
