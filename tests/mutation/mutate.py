@@ -33,6 +33,7 @@ import hashlib
 import json
 import queue
 import random
+import signal
 import sys
 import threading
 import time
@@ -496,6 +497,10 @@ def is_run_needed(arguments, results, mutant):
 def main():
     global WORK
     arguments = parse_arguments()
+    # Of a run in the background some are ignored, and the programs under test would inherit that.
+    for ignored in (signal.SIGHUP, signal.SIGQUIT, signal.SIGTERM):
+        signal.signal(ignored, signal.SIG_DFL)
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     WORK = arguments.work.resolve()
     everything, texts = make_all_mutants(arguments.rooms, arguments.files)
     reasons = read_explained(EXPLAINED)

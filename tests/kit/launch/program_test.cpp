@@ -29,7 +29,11 @@ using vorn::kit::StopSignals;
 
 class Programs : public testing::Test {
  protected:
-  Programs() { request_.out = Path("out"), request_.err = Path("err"); }
+  Programs() {
+    request_.out = Path("out"), request_.err = Path("err");
+    // A shell in the background of another ignores it, and what it starts can set no trap.
+    std::signal(SIGINT, SIG_DFL);
+  }
 
   std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
 
