@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <memory>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
@@ -17,7 +20,46 @@ const char* KindOf(mode_t mode) {
   return S_ISSOCK(mode) ? "a socket" : "a device";
 }
 
+// "" where it is not known.
+std::string WorkingFolder() {
+  const std::unique_ptr<char, void (*)(void*)> folder(getcwd(nullptr, 0), std::free);
+  // Of one that nothing leads to any more the kernel says "(unreachable)".
+  return folder == nullptr || *folder != '/' ? "" : folder.get();
+}
+
 }  // namespace
+
+bool IsThere(const std::string& path) {
+  struct stat about {};
+  return stat(path.c_str(), &about) == 0;
+}
+
+bool IsTaken(const std::string& path) {
+  struct stat about {};
+  return lstat(path.c_str(), &about) == 0;
+}
+
+std::string Below(const std::string& folder, const std::string& path) {
+  return path.starts_with('/') || folder.empty() ? path : folder + "/" + path;
+}
+
+std::string Absolute(const std::string& path) {
+  if (path.empty()) return path;
+  std::string whole = path;
+  if (!path.starts_with('/')) {
+    const std::string folder = WorkingFolder();
+    if (folder.empty()) return path;
+    whole = folder + "/" + path;
+  }
+  std::string parts;
+  for (size_t begin = 0; begin < whole.size();) {
+    const size_t end = std::min(whole.find('/', begin), whole.size());
+    const std::string part = whole.substr(begin, end - begin);
+    if (!part.empty() && part != ".") parts += "/" + part;
+    begin = end + 1;
+  }
+  return parts.empty() ? "/" : parts;
+}
 
 void ClearPlace(const std::string& path) {
   struct stat about {};

@@ -23,11 +23,6 @@ namespace fs = std::filesystem;
 constexpr uint64_t kMostJsonBytes = 256 << 20;
 constexpr std::string_view kBinary = ".bin";
 
-bool IsThere(const std::string& path) {
-  struct stat about {};
-  return stat(path.c_str(), &about) == 0;
-}
-
 // A path that leads out of the run was not written by a run.
 bool LeadsOut(const std::string& path) {
   const fs::path parts(path);

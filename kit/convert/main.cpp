@@ -9,6 +9,7 @@
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/convert/arrays.h"
@@ -118,11 +119,6 @@ ExitStatus ConvertRun(const Arguments& arguments) {
   if (written.absent > 0 || written.isUnfinished) return ExitStatus::kPartial;
   if (written.arrays == 0) return ExitStatus::kNothing;
   return written.why.empty() ? ExitStatus::kDone : ExitStatus::kPartial;
-}
-
-bool IsThere(const std::string& path) {
-  struct stat about {};
-  return stat(path.c_str(), &about) == 0;
 }
 
 // Where the trace of an operand is: that of a run lies in its folder.

@@ -28,13 +28,6 @@ constexpr const char* kManifest = "manifest.json";  // docs/schema/manifest.json
 
 [[noreturn]] void Refuse(const std::string& reason) { throw Fault(ExitStatus::kInput, reason); }
 
-bool IsThere(const std::string& path) {
-  struct stat about {};
-  return stat(path.c_str(), &about) == 0;
-}
-
-std::string Absolute(const std::string& path) { return fs::absolute(path).lexically_normal(); }
-
 std::vector<TensorDescription> FileInputs(const ModelDescription& model) {
   std::vector<TensorDescription> inputs;
   for (const TensorDescription& input : model.inputs) {

@@ -5,6 +5,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/json/json_members.h"
 
@@ -12,10 +13,6 @@ namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kMostJobBytes = 256 << 20;
-
-std::string Below(const std::string& folder, const std::string& path) {
-  return path.starts_with('/') || folder.empty() ? path : folder + "/" + path;
-}
 
 ListedSource ListedFrom(const Json& json, const std::string& folder) {
   ListedSource listed;

@@ -1,7 +1,5 @@
 #include "kit/prepare/manifest.h"
 
-#include <sys/stat.h>
-
 #include "kit/common/fault.h"
 #include "kit/common/file_place.h"
 #include "kit/common/printable.h"
@@ -14,11 +12,6 @@ namespace {
 
 constexpr uint64_t kManifestSchema = 1;
 constexpr uint64_t kMostManifestBytes = uint64_t{2} << 30;
-
-bool IsThere(const std::string& path) {
-  struct stat about {};
-  return stat(path.c_str(), &about) == 0;
-}
 
 Json TensorJson(const TensorRecord& tensor) {
   Json items = Json::Array();

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,22 +29,6 @@ constexpr uint64_t kMostFileBytes = 16 << 20;
 constexpr const char* kLibrary = "libvorn.so";
 constexpr const char* kRecordFile = "qualify.json";
 constexpr const char* kLockFile = ".lock";
-
-std::string Below(const std::string& folder, const std::string& path) {
-  if (path.starts_with('/') || folder.empty()) return path;
-  return fs::path(folder + "/" + path).lexically_normal().string();
-}
-
-std::string Absolute(const std::string& path) {
-  std::error_code error;
-  const fs::path absolute = fs::absolute(path, error);
-  return error ? path : absolute.lexically_normal().string();
-}
-
-bool IsThere(const std::string& path) {
-  struct stat about {};
-  return lstat(path.c_str(), &about) == 0;
-}
 
 // ---- The file -----------------------------------------------------------------------------------
 
@@ -75,7 +58,7 @@ Json WithPaths(const Json& inputs, const std::string& folder) {
     const Json* recipe = input.Find("recipe");
     if (recipe != nullptr && recipe->IsText()) {
       const std::string path = Below(folder, recipe->AsText());
-      if (IsThere(path)) one.Set("recipe", Absolute(path));
+      if (IsTaken(path)) one.Set("recipe", Absolute(path));
     }
     placed.Append(one);
   }
@@ -183,7 +166,7 @@ class Steps {
 
   // A folder that is no qualification's is left alone: runs in it are removed when they are old.
   void CheckWhatIsThere() const {
-    if (IsThere(Path(kRecordFile))) {
+    if (IsTaken(Path(kRecordFile))) {
       if (IsRecord(Path(kRecordFile))) return;
       throw Fault(ExitStatus::kUsage, Quoted(Path(kRecordFile)) +
                                           " is there, and is no record of a qualification; give "
@@ -191,7 +174,7 @@ class Steps {
     }
     std::error_code error;
     const std::string unfinished = std::string(kRecordFile) + ".";
-    if (IsThere(run_) && !fs::is_directory(run_, error)) {
+    if (IsTaken(run_) && !fs::is_directory(run_, error)) {
       throw Fault(ExitStatus::kUsage, Quoted(run_) + " is no folder; give another one");
     }
     for (const auto& entry : fs::directory_iterator(run_, error)) {
@@ -254,7 +237,7 @@ class Steps {
   std::string ConfigOf(const QualifiedSide& side) const {
     if (side.config) return Absolute(*side.config);
     std::string path = Path("empty.json");
-    if (!IsThere(path)) WriteWholeFile(path, "{}\n");
+    if (!IsTaken(path)) WriteWholeFile(path, "{}\n");
     return path;
   }
 
@@ -287,7 +270,7 @@ class Steps {
     if (qualification_.most) add({"--most", std::to_string(*qualification_.most)});
     if (qualification_.areFaultsLeftOut) add({"--keep-going"});
     if (qualification_.isQuiet) add({"--quiet"});
-    if (IsThere(folder)) add({"--resume"});
+    if (IsTaken(folder)) add({"--resume"});
     return call;
   }
 
@@ -303,7 +286,7 @@ class Steps {
     if (qualification_.chunk) add({"--chunk", std::to_string(*qualification_.chunk)});
     if (side.program) add({"--program", *side.program});
     if (qualification_.isQuiet) add({"--quiet"});
-    if (IsThere(run + "/" + kRunFile)) add({"--resume"});
+    if (IsTaken(run + "/" + kRunFile)) add({"--resume"});
     call.environment = SearchOf(side, fs::path(run).filename().string());
     return call;
   }
@@ -335,7 +318,7 @@ class Steps {
   // gone on with. What of its inputs changed, the launch finds out.
   bool IsRunOf(const std::string& run, const QualifiedSide& side, const std::string& config,
                const std::string& list) const {
-    if (!IsThere(run + "/" + kRunFile)) return !IsThere(run);
+    if (!IsTaken(run + "/" + kRunFile)) return !IsTaken(run);
     try {
       const RunFacts facts = ReadRun(run);
       const auto isSame = [](const std::optional<FileIdentity>& before, const std::string& path) {

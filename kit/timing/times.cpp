@@ -14,6 +14,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
 #include "shared/trace/trace_format.h"
@@ -494,8 +495,7 @@ namespace {
 // A run.json of another hand may lack all else.
 bool IsUnfinished(const std::string& run) {
   const std::string path = run + "/" + kRunFile;
-  struct stat about {};
-  if (stat(path.c_str(), &about) != 0) return false;
+  if (!IsThere(path)) return false;
   const std::string text = ReadWholeFile(path, "the run", ExitStatus::kInput, kMostBytes);
   try {
     const Json facts = ParseJson(text);
@@ -508,10 +508,7 @@ bool IsUnfinished(const std::string& run) {
 
 // Its times are put together when both have ended.
 void RefuseTurns(const std::string& run) {
-  struct stat about {};
-  const auto has = [&](const std::string& file) {
-    return stat((run + "/" + file).c_str(), &about) == 0;
-  };
+  const auto has = [&](const std::string& file) { return IsThere(run + "/" + file); };
   if (has(kTimesFile) || !has("A/" + std::string(kTimesFile))) return;
   throw Fault(ExitStatus::kInput,
               Quoted(run) +

@@ -11,7 +11,50 @@
 
 namespace {
 
+using vorn::kit::Absolute;
+using vorn::kit::Below;
 using vorn::kit::ClearPlace;
+using vorn::kit::IsTaken;
+using vorn::kit::IsThere;
+
+TEST(IsThere, FollowsLinksAndIsTakenDoesNot) {
+  const support::TempDir folder;
+  const auto path = [&](const char* name) { return (folder.Path() / name).string(); };
+  support::WriteFile(path("file"), "one");
+  ASSERT_EQ(symlink("file", path("link").c_str()), 0);
+  ASSERT_EQ(symlink("nowhere", path("dangling").c_str()), 0);
+  EXPECT_TRUE(IsThere(path("file")) && IsThere(path("link")) && IsThere(path(".")));
+  EXPECT_FALSE(IsThere(path("dangling")) || IsThere(path("none")) || IsThere(""));
+  EXPECT_TRUE(IsTaken(path("file")) && IsTaken(path("link")) && IsTaken(path("dangling")));
+  EXPECT_FALSE(IsTaken(path("none")));
+}
+
+TEST(Below, LeavesWhatDoesNotCountFromTheFolder) {
+  EXPECT_EQ(Below("jobs/a", "x.png"), "jobs/a/x.png");
+  EXPECT_EQ(Below("jobs", "../x.png"), "jobs/../x.png");
+  EXPECT_EQ(Below("jobs", "/x.png"), "/x.png");
+  EXPECT_EQ(Below("", "x.png"), "x.png");
+}
+
+TEST(Absolute, CountsFromTheRoot) {
+  const std::string here = std::filesystem::current_path().string();
+  EXPECT_EQ(Absolute("a"), here + "/a");
+  EXPECT_EQ(Absolute("./a//b/./c/"), here + "/a/b/c");
+  EXPECT_EQ(Absolute("."), here);
+  EXPECT_EQ(Absolute("/"), "/");
+  EXPECT_EQ(Absolute("//a/."), "/a");
+  EXPECT_EQ(Absolute(""), "");
+}
+
+TEST(Absolute, LeadsWhereThePathDoes) {
+  const support::TempDir folder;
+  const auto path = [&](const char* name) { return (folder.Path() / name).string(); };
+  std::filesystem::create_directories(path("real/inner"));
+  support::WriteFile(path("real/file"), "one");
+  ASSERT_EQ(symlink("real/inner", path("link").c_str()), 0);
+  EXPECT_EQ(Absolute(path("link/../file")), path("link/../file"));
+  EXPECT_TRUE(IsThere(Absolute(path("link/../file"))));
+}
 
 class ClearedPlace : public testing::Test {
  protected:
