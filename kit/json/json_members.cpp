@@ -14,10 +14,14 @@
 namespace vorn::kit {
 
 void HoldToKeys(const Json& object, std::initializer_list<const char*> keys) {
-  const std::vector<std::string> known(keys.begin(), keys.end());
+  HoldToKeys(object, "there is", {keys.begin(), keys.end()});
+}
+
+void HoldToKeys(const Json& object, const std::string& subject,
+                const std::vector<std::string>& known) {
   for (const auto& [key, value] : object.Members()) {
     if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-    throw JsonError("there is no key '" + Printable(key) + "'" + DidYouMean(key, known));
+    throw JsonError(subject + " no key '" + Printable(key) + "'" + DidYouMean(key, known));
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 #include "kit/json/json.h"
 
@@ -12,6 +13,10 @@ namespace vorn::kit {
 /// Throws a JsonError that names a key that is none of these, and the nearest one: a misspelt key
 /// would be passed over, and something else be done than was meant.
 void HoldToKeys(const Json& object, std::initializer_list<const char*> keys);
+
+/// The same of keys that a table has. `subject` begins the message: "a signal has".
+void HoldToKeys(const Json& object, const std::string& subject,
+                const std::vector<std::string>& known);
 
 /// The number of `key`, which has to be finite; throws a JsonError that names the key.
 [[nodiscard]] double FiniteNumber(const Json& value, const char* key);

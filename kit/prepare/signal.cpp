@@ -26,14 +26,6 @@ constexpr uint64_t kMostChannels = 65535;
   throw Fault(ExitStatus::kInput, what + " " + reason);
 }
 
-void HoldToKeys(const Json& object, const char* what, const std::vector<std::string>& known) {
-  for (const auto& [key, value] : object.Members()) {
-    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
-    throw JsonError(std::string(what) + " has no key '" + Printable(key) + "'" +
-                    DidYouMean(key, known));
-  }
-}
-
 uint64_t CountOf(const Json& value, const char* key) {
   const uint64_t count = value.AsUnsigned();
   if (count > 0 && count <= kMostCount) return count;
@@ -204,7 +196,7 @@ SampleFormat FormatOf(ElementType type, const std::string& what) {
 }  // namespace
 
 SignalRecipe ParseSignalRecipe(const Json& object) {
-  HoldToKeys(object, "a signal",
+  HoldToKeys(object, "a signal has",
              {"window", "hop", "pad", "channel", "channels", "scale", "rate", "most"});
   SignalRecipe recipe;
   recipe.window = CountOf(object.At("window"), "window");
@@ -233,7 +225,7 @@ SignalRecipe ParseSignalRecipe(const Json& object) {
 }
 
 SignalSource OpenRawSignal(const std::string& path, const Json& format) {
-  HoldToKeys(format, "a raw signal", {"type", "order", "rate", "channels"});
+  HoldToKeys(format, "a raw signal has", {"type", "order", "rate", "channels"});
   const RawTypeRow& type = RawTypeNamed(format.At("type").AsText());
   SignalSource source;
   source.path = path;

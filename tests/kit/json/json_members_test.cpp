@@ -19,6 +19,15 @@ TEST(HoldToKeys, TakesThoseThatThereAre) {
   EXPECT_EQ(WhatHolds(R"({"zeroPoint": 1, "scale": 2})"), "");
 }
 
+TEST(HoldToKeys, SaysWhoseKeysTheyAre) {
+  try {
+    HoldToKeys(ParseJson(R"({"hops": 1})"), "a signal has", {"window", "hop"});
+    ADD_FAILURE() << "it was taken";
+  } catch (const JsonError& error) {
+    EXPECT_STREQ(error.what(), "a signal has no key 'hops'; did you mean 'hop'?");
+  }
+}
+
 TEST(HoldToKeys, NamesAnotherAndTheNearest) {
   EXPECT_EQ(WhatHolds(R"({"zeropoint": 1})"),
             "there is no key 'zeropoint'; did you mean 'zeroPoint'?");
