@@ -348,18 +348,6 @@ std::string TestCase(const Verdict& verdict, const std::string& name, const std:
 
 }  // namespace
 
-std::string PlaceText(uint64_t index, const Shape& shape) {
-  std::vector<uint64_t> place(shape.size());
-  for (size_t axis = shape.size(); axis > 0; --axis) {
-    const uint64_t size = std::max<uint64_t>(shape[axis - 1], 1);
-    place[axis - 1] = index % size;
-    index /= size;
-  }
-  std::string text;
-  for (const uint64_t at : place) text += (text.empty() ? "" : ", ") + std::to_string(at);
-  return "[" + text + "]";
-}
-
 ExitStatus Verdict::Status() const {
   if (!Unreadable().empty()) return ExitStatus::kInput;
   if (!missing.empty() || !unfinished.empty()) return ExitStatus::kPartial;

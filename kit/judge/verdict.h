@@ -103,9 +103,6 @@ struct Verdict {
 /// verdict.xml: a test case an output, failure = judged wrong, error = could not be judged.
 [[nodiscard]] std::string VerdictJUnit(const Verdict& verdict);
 
-/// "[0, 3, 2]" for the element at `index`, in C order.
-[[nodiscard]] std::string PlaceText(uint64_t index, const Shape& shape);
-
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_JUDGE_VERDICT_H_

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <type_traits>
@@ -291,14 +290,8 @@ Picture CropBy(const Picture& picture, const CropStep& step, const PictureSize& 
 
 // ---- Values -------------------------------------------------------------------------------------
 
-std::string TextOfFloat(float value) {
-  char text[40];
-  std::snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
-  return text;
-}
-
 [[noreturn]] void RefuseValue(float value, ElementType type) {
-  throw Fault(ExitStatus::kInput, "comes to the value " + TextOfFloat(value) +
+  throw Fault(ExitStatus::kInput, "comes to the value " + TextOfValue(static_cast<double>(value)) +
                                       ", which is none of " + std::string(ElementName(type)) +
                                       "; put a \"quantisation\" into the recipe");
 }
@@ -462,8 +455,9 @@ std::string WhyNotStored(const Recipe& recipe, ElementType type) {
     for (size_t value = 0; value < kByteValues; ++value) {
       const float computed = Computed(static_cast<float>(value), recipe.values, channel);
       if (StoreValue(computed, type, recipe.quantisation, element.data())) continue;
-      return "a pixel of " + std::to_string(value) + " comes to " + TextOfFloat(computed) +
-             ", which is none of " + std::string(ElementName(type)) +
+      return "a pixel of " + std::to_string(value) + " comes to " +
+             TextOfValue(static_cast<double>(computed)) + ", which is none of " +
+             std::string(ElementName(type)) +
              "; put a \"quantisation\" into the recipe, or leave out its \"values\"";
     }
   }

@@ -1,8 +1,8 @@
 #include "kit/prepare/stored_value.h"
 
-#include <algorithm>
 #include <cmath>
 #include <concepts>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -138,12 +138,6 @@ std::optional<Element> StoredFloat(float value, const std::optional<StoredScale>
                       : Stored<Element>(static_cast<double>(value));
 }
 
-std::string TextOfValue(double value) {
-  char text[40];
-  std::snprintf(text, sizeof text, "%.9g", value);
-  return text;
-}
-
 template <typename Meaning>
 std::string TextOfMeaning(Meaning value) {
   if constexpr (std::integral<Meaning>) {
@@ -153,23 +147,10 @@ std::string TextOfMeaning(Meaning value) {
   }
 }
 
-std::string PlaceOf(uint64_t element, const Shape& shape) {
-  std::vector<uint64_t> index(shape.size(), 0);
-  for (size_t axis = shape.size(); axis > 0; --axis) {
-    index[axis - 1] = element % shape[axis - 1];
-    element /= shape[axis - 1];
-  }
-  std::string text = "[";
-  for (const uint64_t place : index) {
-    text += (text.size() > 1 ? ", " : "") + std::to_string(place);
-  }
-  return text + "]";
-}
-
 [[noreturn]] void RefuseValue(const std::string& what, const std::string& value, uint64_t element,
                               const Shape& shape, ElementType type) {
   throw Fault(ExitStatus::kInput,
-              what + " holds " + value + " at " + PlaceOf(element, shape) +
+              what + " holds " + value + " at " + PlaceText(element, shape) +
                   ", which is no value of " + std::string(ElementName(type)) +
                   "; give values that the input takes, or a recipe with a quantisation");
 }
@@ -196,6 +177,12 @@ std::vector<std::byte> Convert(const Array& array, const std::optional<StoredSca
 }
 
 }  // namespace
+
+std::string TextOfValue(double value) {
+  char text[40];
+  std::snprintf(text, sizeof text, "%.9g", value);
+  return text;
+}
 
 bool StoreValue(float value, ElementType type, const std::optional<StoredScale>& quantisation,
                 std::byte* to) {

@@ -13,6 +13,9 @@
 
 namespace vorn::kit {
 
+/// With nine digits, by which floats can be told apart: "0.100000001".
+[[nodiscard]] std::string TextOfValue(double value);
+
 /// Writes the element that stands for `value`, ElementBytes(type) of them. Floats take the nearest
 /// value. Whole numbers take whole numbers within their range; with a quantisation any value but
 /// NaN, held to the range. False, and nothing written, where the type cannot hold it.

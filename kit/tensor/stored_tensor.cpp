@@ -16,6 +16,18 @@ std::string TextOf(const Shape& shape) {
   return text;
 }
 
+std::string PlaceText(uint64_t index, const Shape& shape) {
+  std::vector<uint64_t> place(shape.size());
+  for (size_t axis = shape.size(); axis > 0; --axis) {
+    const uint64_t size = std::max<uint64_t>(shape[axis - 1], 1);
+    place[axis - 1] = index % size;
+    index /= size;
+  }
+  std::string text;
+  for (const uint64_t at : place) text += (text.empty() ? "" : ", ") + std::to_string(at);
+  return "[" + text + "]";
+}
+
 std::optional<uint64_t> CountElements(const Shape& shape) {
   // With an empty dimension the others may be of any size.
   if (std::find(shape.begin(), shape.end(), 0U) != shape.end()) return 0;

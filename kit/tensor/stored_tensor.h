@@ -18,6 +18,9 @@ using Shape = std::vector<uint64_t>;  ///< outermost first
 /// "2x3x4"; "scalar" of no dimensions.
 [[nodiscard]] std::string TextOf(const Shape& shape);
 
+/// "[0, 3, 2]" for the element at `index`, the last dimension fastest.
+[[nodiscard]] std::string PlaceText(uint64_t index, const Shape& shape);
+
 /// How many elements a shape has; empty if that does not fit.
 [[nodiscard]] std::optional<uint64_t> CountElements(const Shape& shape);
 

@@ -215,11 +215,5 @@ TEST(VerdictJUnit, HoldsAnyName) {
   EXPECT_THAT(text, HasSubstr("name=\"&lt;&amp;&quot;\\x01\\xFF&gt;\""));
 }
 
-TEST(PlaceText, CountsByDimensions) {
-  EXPECT_EQ(PlaceText(23, {2, 3, 4}), "[1, 2, 3]");
-  EXPECT_EQ(PlaceText(7, {10}), "[7]");
-  EXPECT_EQ(PlaceText(0, {}), "[]");
-}
-
 }  // namespace
 }  // namespace vorn::kit
