@@ -118,10 +118,18 @@ std::string WhyLeftOut(const ResultFacts* facts, const Dependence& dependence,
   return "";
 }
 
+/// Outputs that a caller sees: states are fed back and hidden, unless `until` asks for them.
+std::set<std::string_view> GivenOutputs(const OnnxGraph& graph, const ModelSettings& settings) {
+  std::set<std::string_view> given(graph.outputs.begin(), graph.outputs.end());
+  for (const auto& [input, output] : settings.states) given.erase(output);
+  given.insert(settings.until.begin(), settings.until.end());
+  return given;
+}
+
 std::string ExposeAll(const OnnxGraph& graph, const Facts& facts,
-                      std::vector<std::string_view>& outputs) {
+                      const std::set<std::string_view>& given,
+                      std::vector<std::string_view>& exposed) {
   const Dependence dependence = DependenceOf(graph);
-  const std::set<std::string_view> given(graph.outputs.begin(), graph.outputs.end());
   size_t count = 0;
   std::vector<std::string> leftOut;
   for (const std::string_view name : ResultsOf(graph)) {
@@ -134,7 +142,7 @@ std::string ExposeAll(const OnnxGraph& graph, const Facts& facts,
       leftOut.push_back(Join('\'', Excerpt(name), "' ", why));
       continue;
     }
-    outputs.push_back(name);
+    exposed.push_back(name);
     ++count;
   }
   std::string done = Join("exposed ", Counted(count, "tensor"));
@@ -146,20 +154,44 @@ std::string ExposeAll(const OnnxGraph& graph, const Facts& facts,
   return done + (leftOut.size() > kMostNamed ? "; ..." : "");
 }
 
-/// Adds to the outputs.
+/// Finds what is to be given beside the outputs that are.
 std::string Expose(const OnnxGraph& graph, const ModelSettings& settings, const Facts& facts,
-                   std::vector<std::string_view>& outputs) {
-  if (settings.exposeAll) return ExposeAll(graph, facts, outputs);
+                   std::vector<std::string_view>& exposed) {
+  const std::set<std::string_view> given = GivenOutputs(graph, settings);
+  if (settings.exposeAll) return ExposeAll(graph, facts, given, exposed);
   RequireResults(graph, "expose", settings.expose);
   const std::set<std::string_view> wanted(settings.expose.begin(), settings.expose.end());
-  const std::set<std::string_view> given(graph.outputs.begin(), graph.outputs.end());
   size_t count = 0;
   for (const std::string_view name : ResultsOf(graph)) {
     if (!wanted.contains(name) || given.contains(name)) continue;
-    outputs.push_back(name);
+    exposed.push_back(name);
     ++count;
   }
   return Join("exposed ", Counted(count, "tensor"));
+}
+
+/// The outputs with those that are exposed. What is fed back is hidden by its name: a state that is
+/// to be given as well is fed back by another one.
+void GiveOutputs(OnnxGraph& graph, const ModelSettings& settings,
+                 const std::vector<std::string_view>& exposed, EditedModel& edited) {
+  const std::set<std::string_view> cut(settings.until.begin(), settings.until.end());
+  for (const auto& [input, output] : settings.states) {
+    const bool isExposed = std::ranges::find(exposed, output) != exposed.end();
+    const GraphNode* node = graph.ProducerOf(output);
+    if ((!isExposed && !cut.contains(output)) || node == nullptr) continue;
+    const std::string_view fedBack = graph.NewName(output + "/state");
+    // What is exposed comes behind the others; what 'until' names stands where it is.
+    const auto place = std::ranges::find(graph.outputs, output);
+    if (isExposed && place != graph.outputs.end()) {
+      *place = fedBack;
+    } else {
+      graph.outputs.push_back(fedBack);
+    }
+    graph.nodes[static_cast<size_t>(node - graph.nodes.data())].behind.push_back(
+        MessageWriter().Text(1, output).Text(2, fedBack).Text(4, "Identity").Take());
+    edited.states.emplace(input, fedBack);
+  }
+  graph.outputs.insert(graph.outputs.end(), exposed.begin(), exposed.end());
 }
 
 std::string Round(OnnxGraph& graph, const ModelSettings& settings, const Facts& facts) {
@@ -197,14 +229,14 @@ EditedModel EditModel(Bytes image, const ModelSettings& settings, const TellResu
   for (const ResultFacts& one : told) facts.emplace(one.name, &one);
   // Looked for before nodes are put in, which are nobody's affair, and given behind: what is
   // rounded is the same whatever is looked at. Tensors keep their names.
-  std::vector<std::string_view> outputs = graph.outputs;
-  std::string exposed;
+  std::vector<std::string_view> exposed;
+  std::string exposedText;
   if (settings.exposeAll || !settings.expose.empty()) {
-    exposed = Expose(graph, settings, facts, outputs);
+    exposedText = Expose(graph, settings, facts, exposed);
   }
   if (isRounded) done.push_back(Round(graph, settings, facts));
-  if (!exposed.empty()) done.push_back(exposed);
-  graph.outputs = std::move(outputs);
+  if (!exposedText.empty()) done.push_back(exposedText);
+  GiveOutputs(graph, settings, exposed, edited);
   for (const std::string& one : done) edited.done += (edited.done.empty() ? "" : "; ") + one;
   edited.image = graph.Image();
   return edited;

@@ -3,6 +3,7 @@
 #define VORN_RUNTIME_HOST_GRAPH_GRAPH_EDITS_H_
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -28,6 +29,8 @@ struct EditedModel {
   std::string image;
   std::string done;                      ///< for the log: "exposed 41 tensors; cut at 'y': ..."
   std::vector<std::string> goneOutputs;  ///< of the model as it was
+  /// State inputs that are fed from other outputs than the settings say.
+  std::map<std::string, std::string> states;
 };
 
 /// Whether the settings ask for any change.

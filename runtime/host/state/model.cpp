@@ -116,6 +116,7 @@ std::span<const std::byte> Model::Edit(Engine& engine, std::span<const std::byte
   EditedModel edited =
       EditModel(image, settings, [&](Bytes whole) { return engine.TellOutputs(whole, config); });
   ForgetOutputs(edited.goneOutputs, settings);
+  for (const auto& [input, output] : edited.states) settings.states[input] = output;
   Log(LogLevel::kError, "vorn_mdl_load_from_mem", edited.done);
   editedImage_ = std::move(edited.image);
   return std::as_bytes(std::span(editedImage_));

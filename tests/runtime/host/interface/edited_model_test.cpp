@@ -1,6 +1,8 @@
 // Models that the configuration has changed: cut short, or with inner tensors as outputs.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "runtime/host/host_fixture.h"
 
 namespace {
@@ -171,6 +173,40 @@ TEST_F(HostEditedModel, KeepsTheStatesOfACutModel) {
                      .Node("Identity", {"sum"}, {"hn"})),
             VORN_SUCCESS);
   EXPECT_THAT(OutputNames(), ElementsAre("sum"));
+}
+
+TEST_F(HostEditedModel, GivesStatesThatAreAskedFor) {
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {R"("expose": "hn")", {"y", "hn"}},
+      {R"("expose": "all")", {"y", "sum", "hn"}},
+      {R"("until": "hn")", {"hn"}},
+      {R"("until": ["hn", "sum"], "expose": "all")", {"hn", "sum"}},
+  };
+  for (const auto& [edit, names] : cases) {
+    SCOPED_TRACE(edit);
+    Configure(R"({"netType": "recurrent", "sequence": "steps", "maxFrames": 3,
+                  "states": {"h": "hn"}, )" +
+              std::string(edit) + "}");
+    ASSERT_EQ(Load(OnnxWriter()
+                       .Input("x", kOnnxFloat, {1, 2})
+                       .Input("h", kOnnxFloat, {1, 2})
+                       .Output("hn", kOnnxFloat, {1, 2})
+                       .Output("y", kOnnxFloat, {1, 2})
+                       .Node("Add", {"x", "h"}, {"sum"})
+                       .Node("Neg", {"sum"}, {"y"})
+                       .Node("Identity", {"sum"}, {"hn"})),
+              VORN_SUCCESS);
+    const std::vector<std::string> given = OutputNames();
+    EXPECT_EQ(given, names);
+    const auto place = static_cast<size_t>(std::ranges::find(given, "hn") - given.begin());
+    Blocks in = Inputs();
+    Blocks out = Outputs();
+    in.Put<float>(0, {1, 2, 3, 4, 5, 6}, 2).Put<uint8_t>(1, {0, 1, 1}, 3);
+    ASSERT_EQ(vorn_mdl_set_total_t(modelId, in.dataset, 3), VORN_SUCCESS);
+    ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+    EXPECT_THAT(out.Take<float>(place, 6, 2), ElementsAre(1, 2, 4, 6, 9, 12));
+    Unload();
+  }
 }
 
 TEST_F(HostEditedModel, RefusesWeightsInOtherFilesAsBefore) {

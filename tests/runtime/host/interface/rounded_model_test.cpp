@@ -335,6 +335,214 @@ TEST_F(HostRoundedModel, RoundsScalarsAndConstantsThatNodesMake) {
   EXPECT_THAT(Output(0, {0, 0.5F}, 2), ElementsAre(128, 64));
 }
 
+// ---- Recurrent and detection models -------------------------------------------------------------
+
+const Floats kFactors = {1.984375F, -0.703125F};   // of 1/64, of which the first one is 127
+const Floats kDecays = {0.9921875F, -0.3984375F};  // of 1/128
+const Floats kFrames = {1.2382812F, -0.5117187F, 0.8007812F, 1.9960937F, -1.4179687F,
+                        0.0664062F, 1.1054687F,  0.3164062F, 0.7001953F, -1.3333333F};
+
+/// A frame a row; the state is what each frame leaves of those before it.
+OnnxWriter Fading() {
+  return OnnxWriter()
+      .Input("x", kOnnxFloat, {1, 2})
+      .Input("h", kOnnxFloat, {1, 2})
+      .Output("y", kOnnxFloat, {1, 2})
+      .Output("hn", kOnnxFloat, {1, 2})
+      .Constant<float>("factors", kOnnxFloat, {2}, kFactors)
+      .Constant<float>("decays", kOnnxFloat, {2}, kDecays)
+      .Node("Mul", {"x", "factors"}, {"product"})
+      .Node("Mul", {"h", "decays"}, {"faded"})
+      .Node("Add", {"product", "faded"}, {"hn"})
+      .Node("Neg", {"hn"}, {"y"});
+}
+
+/// How its tensors are rounded; each of the others as the results are.
+struct FadingPrecision {
+  RoundOne input, start, weight, result;
+};
+
+Floats FadingByHand(const FadingPrecision& precision, const std::vector<uint8_t>& flags) {
+  Floats h(2);
+  Floats all;
+  for (size_t t = 0; t < flags.size(); ++t) {
+    for (size_t i = 0; i < 2; ++i) {
+      if (flags[t] == 0) h[i] = precision.start(0.3F);
+      const float x = precision.input(kFrames[2 * t + i]);
+      const float product = precision.result(x * precision.weight(kFactors[i]));
+      const float faded = precision.result(h[i] * precision.weight(kDecays[i]));
+      h[i] = precision.result(product + faded);
+      all.push_back(precision.result(-h[i]));
+    }
+  }
+  return all;
+}
+
+TEST_F(HostRoundedModel, RoundsEveryFrameAndWhatIsFedBack) {
+  // Of [-3.96875, 4] steps of 1/32. A state that has no range begins as it is.
+  const std::string range = R"({"min": -3.96875, "max": 4})";
+  const std::string ranges = R"({"x": )" + range + R"(, "product": )" + range + R"(, "faded": )" +
+                             range + R"(, "hn": )" + range + R"(, "y": )" + range + "}";
+  const RoundOne grid = Unsigned(-3.96875, 4);
+  const std::pair<std::string, FadingPrecision> cases[] = {
+      {R"("float16")", {Float16, Float16, Float16, Float16}},
+      {R"("bfloat16")", {Bfloat16, Bfloat16, Bfloat16, Bfloat16}},
+      {R"({"int8": )" + ranges + "}", {grid, Nothing, Nothing, grid}},
+  };
+  const std::vector<uint8_t> flags = {0, 1, 1, 0, 1};
+  for (const auto& [round, precision] : cases) {
+    const Floats wanted = FadingByHand(precision, flags);
+    EXPECT_NE(wanted, FadingByHand({Nothing, Nothing, Nothing, Nothing}, flags)) << round;
+    for (const std::string expose : {"", R"(, "expose": "all")"}) {
+      Configure(R"({"netType": "recurrent", "sequence": "steps", "maxFrames": 6,
+                    "states": {"h": "hn"}, "constants": {"h": 0.3}, "round": )" +
+                round + expose + "}");
+      ASSERT_EQ(Load(Fading()), VORN_SUCCESS) << round;
+      Blocks in = Inputs();
+      Blocks out = Outputs();
+      in.Put(0, kFrames, 2).Put(1, flags, 6);
+      ASSERT_EQ(vorn_mdl_set_total_t(modelId, in.dataset, flags.size()), VORN_SUCCESS);
+      ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+      EXPECT_EQ(out.Take<float>(0, wanted.size(), 2), wanted) << round << expose;
+      Unload();
+    }
+  }
+}
+
+float Sigmoid(float x) { return 1 / (1 + std::exp(-x)); }
+
+// One number in, one out: gates of an LSTM in the order input, output, forget, cell.
+const Floats kGates = {0.8F, -0.55F, 1.3F, 0.95F};
+const Floats kRecurrence = {-0.35F, 0.45F, 0.65F, -1.1F};
+
+/// `state` rounds what goes from one frame to the next, `result` what a frame gives.
+Floats LstmByHand(const RoundOne& input, const RoundOne& state, const RoundOne& result,
+                  const std::function<Floats(Floats)>& weights, const Floats& x,
+                  const std::vector<uint8_t>& flags) {
+  const Floats w = weights(kGates);
+  const Floats r = weights(kRecurrence);
+  float h = 0;
+  float c = 0;
+  Floats all;
+  for (size_t t = 0; t < flags.size(); ++t) {
+    if (flags[t] == 0) h = c = 0;
+    const auto gate = [&](size_t i) { return w[i] * input(x[t]) + r[i] * h; };
+    const float cell = Sigmoid(gate(2)) * c + Sigmoid(gate(0)) * std::tanh(gate(3));
+    const float shown = Sigmoid(gate(1)) * std::tanh(cell);
+    c = state(cell);
+    h = state(shown);
+    all.push_back(result(shown));
+  }
+  return all;
+}
+
+OnnxWriter Lstm(const OnnxDim& time) {
+  return OnnxWriter()
+      .Input("x", kOnnxFloat, {time, 1, 1})
+      .Input("h", kOnnxFloat, {1, 1, 1})
+      .Input("c", kOnnxFloat, {1, 1, 1})
+      .Output("y", kOnnxFloat, {time, 1, 1, 1})
+      .Output("hn", kOnnxFloat, {1, 1, 1})
+      .Output("cn", kOnnxFloat, {1, 1, 1})
+      .Constant<float>("w", kOnnxFloat, {1, 4, 1}, kGates)
+      .Constant<float>("r", kOnnxFloat, {1, 4, 1}, kRecurrence)
+      .Node("LSTM", {"x", "w", "r", "", "", "h", "c"}, {"y", "hn", "cn"},
+            {IntAttribute("hidden_size", 1)});
+}
+
+TEST_F(HostRoundedModel, RoundsWhatAnLstmGivesAndNotWhatItKeeps) {
+  const std::string range = R"({"min": -0.9921875, "max": 1})";  // steps of 1/128
+  const std::string ranges = R"({"x": {"min": -3.96875, "max": 4}, "y": )" + range + R"(, "hn": )" +
+                             range + R"(, "cn": )" + range + "}";
+  const auto each = [](const RoundOne& round) {
+    return [round](Floats values) { return Each(std::move(values), round); };
+  };
+  const auto toSigned = [](Floats values) {
+    RoundSigned(values, 0, values.size(), 1);
+    return values;
+  };
+  struct Case {
+    std::string round;
+    RoundOne input, result;
+    std::function<Floats(Floats)> weights;
+    float step;
+  };
+  const Case cases[] = {
+      {R"("float16")", Float16, Float16, each(Float16), 0x1p-11F},
+      {R"("bfloat16")", Bfloat16, Bfloat16, each(Bfloat16), 0x1p-8F},
+      {R"({"int8": )" + ranges + "}", Unsigned(-3.96875, 4), Unsigned(-0.9921875, 1), toSigned,
+       0x1p-7F},
+  };
+  const std::vector<uint8_t> flags = {0, 1, 1, 1, 0, 1};
+  const Floats x = {1.2F, -0.7F, 0.33F, 1.9F, -1.1F, 0.6F};
+  for (const auto& [round, input, result, weights, step] : cases) {
+    for (const bool isWhole : {true, false}) {
+      Configure(R"({"netType": "recurrent", "maxFrames": 6, "states": {"h": "hn", "c": "cn"},
+                    "sequence": ")" +
+                std::string(isWhole ? "whole" : "steps") + R"(", "round": )" + round + "}");
+      ASSERT_EQ(Load(Lstm(isWhole ? OnnxDim("time") : OnnxDim(1))), VORN_SUCCESS) << round;
+      Blocks in = Inputs();
+      Blocks out = Outputs();
+      in.Put(0, x, 1).Put(1, flags, 6);
+      ASSERT_EQ(vorn_mdl_set_total_t(modelId, in.dataset, flags.size()), VORN_SUCCESS);
+      ASSERT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+      const Floats y = out.Take<float>(0, flags.size(), 1);
+      const RoundOne state = isWhole ? RoundOne(Nothing) : result;
+      const Floats wanted = LstmByHand(input, state, result, weights, x, flags);
+      for (size_t t = 0; t < y.size(); ++t) {
+        EXPECT_EQ(result(y[t]), y[t]) << round << " frame " << t;
+        // Of a sum that lies between two steps either may come out.
+        EXPECT_NEAR(y[t], wanted[t], static_cast<double>(step)) << round << " frame " << t;
+      }
+      Unload();
+    }
+  }
+}
+
+TEST_F(HostRoundedModel, RoundsBoxesAndNoThresholds) {
+  const auto kept = [&](const std::string& round, float score) {
+    Configure(R"({"netType": "detection", "rpn": "thresholds", "outputDims": {"kept": [3, 3]})" +
+              round + "}");
+    OnnxWriter model;
+    model.Input("thresholds", kOnnxFloat, {1, 4})
+        .Input("boxes", kOnnxFloat, {1, 3, 4})
+        .Input("scores", kOnnxFloat, {1, 1, 3})
+        .Output("kept", kOnnxInt64, {"count", 3})
+        .Constant<int64_t>("flat", kOnnxInt64, {1}, {4})
+        .Constant<int64_t>("zero", kOnnxInt64, {1}, {0})
+        .Constant<int64_t>("one", kOnnxInt64, {1}, {1})
+        .Constant<int64_t>("two", kOnnxInt64, {1}, {2})
+        .Constant<int64_t>("most", kOnnxInt64, {1}, {10})
+        .Node("Reshape", {"thresholds", "flat"}, {"row"})
+        .Node("Slice", {"row", "zero", "one"}, {"score"})
+        .Node("Slice", {"row", "one", "two"}, {"overlap"})
+        .Node("Abs", {"scores"}, {"sizes"})
+        .Node("NonMaxSuppression", {"boxes", "sizes", "most", "overlap", "score"}, {"kept"});
+    EXPECT_EQ(Load(model), VORN_SUCCESS) << round;
+    Blocks in = Inputs();
+    Blocks out = Outputs();
+    in.Put<float>(0, {0, 0, 2, 2, 4, 4, 6, 6, 10, 10, 12, 12}, 4);
+    in.Put<float>(1, {0.9F, 0.8F, 0.3F}, 3);
+    in.Put<float>(2, {score, 0.5F, 0, 0}, 4);
+    EXPECT_EQ(vorn_mdl_execute(modelId, in.dataset, out.dataset), VORN_SUCCESS);
+    const Floats rows = out.Take<float>(0, 9, 3);
+    Unload();
+    return Floats{rows[2], rows[5], rows[8]};
+  };
+  // A score has to be larger than the threshold. 0.3 of float16 is, as long as the threshold is not
+  // rounded, too.
+  EXPECT_THAT(kept("", 0.3F), ElementsAre(0, 1, 0));
+  EXPECT_THAT(kept(R"(, "round": "float16")", 0.3F), ElementsAre(0, 1, 2));
+  EXPECT_THAT(kept(R"(, "round": "bfloat16")", 0.3F), ElementsAre(0, 1, 2));
+  EXPECT_THAT(kept(R"(, "round": "float16", "expose": "all")", 0.3F), ElementsAre(0, 1, 2));
+  // Of steps of 1/128 it is 38.
+  const std::string int8 = R"(, "round": {"int8": {"boxes": {"min": 0, "max": 15.9375},
+      "scores": {"min": 0, "max": 1.9921875}, "sizes": {"min": 0, "max": 1.9921875}}})";
+  EXPECT_THAT(kept("", 0.297F), ElementsAre(0, 1, 2));
+  EXPECT_THAT(kept(int8, 0.297F), ElementsAre(0, 1, 0));
+  EXPECT_THAT(kept(int8, 0.296F), ElementsAre(0, 1, 2));
+}
+
 TEST_F(HostRoundedModel, RoundsBatches) {
   Configure(R"({"round": "bfloat16"})");
   ASSERT_EQ(Load(OnnxWriter()
