@@ -105,6 +105,13 @@ InputRequest& Entry(std::vector<InputRequest>& requests, const std::string& name
   return requests.back();
 }
 
+uint64_t CountFrom(const Json& json) {
+  const uint64_t count = json.AsUnsigned();
+  if (count >= 1 && count <= kMostSamples) return count;
+  throw JsonError("count is " + ShownValue(json) + ", and has to be from 1 to " +
+                  std::to_string(kMostSamples));
+}
+
 }  // namespace
 
 std::vector<InputRequest> InputsFromJson(const Json& inputs, const std::string& folder) {
@@ -131,9 +138,8 @@ Job ReadJob(const std::string& path) {
     Job job;
     job.inputs =
         InputsFromJson(json.At("inputs"), slash == std::string::npos ? "" : path.substr(0, slash));
-    if (const Json* count = json.Find("count")) job.count = count->AsUnsigned();
+    if (const Json* count = json.Find("count")) job.count = CountFrom(*count);
     if (const Json* thresholds = json.Find("thresholds")) job.thresholds = *thresholds;
-    if (job.count == 0U) throw JsonError("count is 0");
     return job;
   } catch (const JsonError& error) {
     throw Fault(ExitStatus::kInput, "the job " + Quoted(path) + ": " + error.what());

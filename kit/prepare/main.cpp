@@ -151,7 +151,7 @@ Job JobOf(const Arguments& arguments, const ModelDescription& model) {
   }
   Job named;
   named.inputs = InputsFromWords(sources, recipes, randoms, model);
-  if (arguments.Has("count")) named.count = arguments.GetNumber("count", 1, 1, kMostNumber);
+  if (arguments.Has("count")) named.count = arguments.GetNumber("count", 1, 1, kMostSamples);
   return named;
 }
 

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +20,7 @@
 #include "kit/picture/decode.h"
 #include "kit/prepare/item_maker.h"
 #include "kit/prepare/picture_tensor.h"
+#include "kit/prepare/room.h"
 #include "kit/prepare/source.h"
 #include "kit/prepare/stored_value.h"
 #include "kit/prepare/thresholds.h"
@@ -261,18 +261,18 @@ uint64_t CountSamples(const std::vector<PlannedInput>& inputs,
   return samples;
 }
 
-void CheckDisk(const std::string& folder, uint64_t bytes) {
-  std::string there = folder;
-  while (!fs::exists(there) && there.find('/') != std::string::npos && there.size() > 1) {
-    there = there.substr(0, std::max<size_t>(there.rfind('/'), 1));
+// What is made replaces what was made before.
+void CheckDisk(const std::string& folder, std::span<const FilesToMake> files) {
+  std::optional<Room> room = RoomAt(folder);
+  if (!room) return;
+  for (const char* name : {kTensorsFolder, kItemsFolder}) {
+    const Room taken = TakenIn(folder + "/" + name);
+    room->bytes += taken.bytes;
+    if (room->files) *room->files += taken.files.value_or(0);
   }
-  struct statvfs about {};
-  if (statvfs(fs::exists(there) ? there.c_str() : ".", &about) != 0) return;
-  const uint64_t room = uint64_t{about.f_bavail} * about.f_frsize;
-  if (bytes <= room) return;
-  throw Fault(ExitStatus::kLimit, "the tensors take " + SizeText(bytes) +
-                                      ", and there is room for " + SizeText(room) + " at " +
-                                      Quoted(folder));
+  const std::string reason = WhyNoRoom(files, *room);
+  if (reason.empty()) return;
+  throw Fault(ExitStatus::kLimit, "the tensors find no room at " + Quoted(folder) + ": " + reason);
 }
 
 // All that a tensor depends on but the content of its source.
@@ -325,7 +325,7 @@ class Preparation {
   }
 
   PrepareResult Run() {
-    CheckDisk(request_.folder, BytesOnDisk());
+    CheckDisk(request_.folder, FilesOnDisk());
     if (request_.isDryRun) {
       NoteKnownFaults();
       HoldToFaults();
@@ -347,19 +347,18 @@ class Preparation {
 
  private:
   // Items, and packed ones beside them, of which the last batch is filled up.
-  [[nodiscard]] uint64_t BytesOnDisk() const {
-    if (request_.batch == 1) return result_.sizeBytes;
+  [[nodiscard]] std::vector<FilesToMake> FilesOnDisk() const {
+    std::vector<FilesToMake> files;
     const uint64_t batches = samples_ / request_.batch + (samples_ % request_.batch > 0 ? 1 : 0);
-    uint64_t bytes = result_.sizeBytes;
     for (const PlannedInput& input : inputs_) {
+      const uint64_t bytes = input.plan.ItemBytes();
+      files.push_back({input.found.items.size() == 1 ? 1 : samples_, bytes});
+      if (request_.batch == 1) continue;
       uint64_t packed = 0;
-      if (__builtin_mul_overflow(batches, request_.batch, &packed) ||
-          __builtin_mul_overflow(packed, input.plan.ItemBytes(), &packed) ||
-          __builtin_add_overflow(bytes, packed, &bytes)) {
-        return UINT64_MAX;
-      }
+      if (__builtin_mul_overflow(request_.batch, bytes, &packed)) packed = UINT64_MAX;
+      files.push_back({batches, packed});
     }
-    return bytes;
+    return files;
   }
 
   [[nodiscard]] const SourceItem& ItemOf(uint64_t sample, size_t input) const {

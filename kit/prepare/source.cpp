@@ -96,6 +96,18 @@ SourceItem ItemOf(SourceKind kind, const std::string& path,
   return made;
 }
 
+// Items that lie one behind the other. A file with holes may tell of any number of them.
+void AddEach(SourceKind kind, uint64_t count, const std::string& path, const std::string& array,
+             std::vector<SourceItem>& items) {
+  if (count > kMostSamples) {
+    items.push_back(FaultyItem(path, "holds " + std::to_string(count) + " items, and " +
+                                         std::to_string(kMostSamples) +
+                                         " are taken at most; cut it into pieces"));
+    return;
+  }
+  for (uint64_t i = 0; i < count; ++i) items.push_back(ItemOf(kind, path, i, array));
+}
+
 void AddItems(SourceKind kind, const Shape& shape, ElementType type, const std::string& path,
               const std::string& array, const InputPlan& plan, std::vector<SourceItem>& items) {
   switch (FitOf(shape, plan)) {
@@ -105,9 +117,7 @@ void AddItems(SourceKind kind, const Shape& shape, ElementType type, const std::
       return;
     case ArrayFit::kStack:
     case ArrayFit::kPictures:
-      for (uint64_t i = 0; i < shape.front(); ++i) {
-        items.push_back(ItemOf(kind, path, i, array));
-      }
+      AddEach(kind, shape.front(), path, array, items);
       return;
     case ArrayFit::kNone:
       break;
@@ -157,9 +167,7 @@ void AddRaw(const std::string& path, uint64_t bytes, const InputPlan& plan,
     }
   }
   if (takes > 0 && bytes > 0 && bytes % takes == 0) {
-    for (uint64_t i = 0; i < bytes / takes; ++i) {
-      items.push_back(ItemOf(SourceKind::kRaw, path, i));
-    }
+    AddEach(SourceKind::kRaw, bytes / takes, path, "", items);
     return;
   }
   items.push_back(FaultyItem(path,
@@ -221,9 +229,7 @@ void AddSignal(const std::string& path, const InputPlan& plan, std::vector<Sourc
     return;
   }
   const size_t sequences = SplitIntoSequences(frames.count, plan.MostFrames()).size();
-  for (uint64_t i = 0; i < sequences; ++i) {
-    items.push_back(ItemOf(SourceKind::kSignal, path, i));
-  }
+  AddEach(SourceKind::kSignal, sequences, path, "", items);
 }
 
 // Whatever the file is. `isAsked` for one that was named, and does not only lie in a folder.

@@ -16,6 +16,10 @@
 
 namespace vorn::kit {
 
+/// Items of one source. What is noted of each is kept until the manifest is written, which has to
+/// be read as a whole again.
+inline constexpr uint64_t kMostSamples = 2'000'000;
+
 enum class SourceKind {
   kPicture,
   kArray,    ///< .npy, an array of an archive, an ONNX tensor, a dump of a run

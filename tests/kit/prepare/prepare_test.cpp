@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -120,6 +121,28 @@ TEST_F(PrepareVerb, HoldsABatchThatIsFilledUpAgainstTheRoom) {
   const Outcome ended = Prepare({"--random", "uniform", "-b", "2147483647", "--dry-run"});
   EXPECT_EQ(ended.status, 7) << ended.Describe();
   EXPECT_THAT(ended.err, HasSubstr("and there is room for "));
+}
+
+TEST_F(PrepareVerb, TakesNoMoreSamplesThanItCanNote) {
+  Model({Input("x", {1}, VORN_UINT8)});
+  for (const char* count : {"0", "2000001", "18446744073709551615"}) {
+    Write("job.json", R"({"schema": 1, "inputs": [{"name": "x", "random": {"distribution":
+          "integers", "low": 0, "high": 9}}], "count": )" +
+                          std::string(count) + "}");
+    const Outcome ended = Prepare({"--job", "job.json"});
+    EXPECT_EQ(ended.status, 3) << ended.Describe();
+    EXPECT_THAT(ended.err, HasSubstr("the job 'job.json': count is " + std::string(count) +
+                                     ", and has to be from 1 to 2000000\n"));
+  }
+  const Outcome named = Prepare({"--random", "uniform", "--count", "2000001"});
+  EXPECT_EQ(named.status, 2);
+  EXPECT_THAT(named.err, HasSubstr("from 1 to 2000000, and got '2000001'"));
+  // A file with a hole in it takes no room, and tells of items all the same.
+  Write("holes.bin", "");
+  ASSERT_EQ(truncate(Path("holes.bin").c_str(), off_t{1} << 40), 0);
+  const Outcome raw = Prepare({"--input", "holes.bin"});
+  EXPECT_EQ(raw.status, 3) << raw.Describe();
+  EXPECT_THAT(raw.err, HasSubstr("holds 1099511627776 items, and 2000000 are taken at most"));
 }
 
 TEST_F(PrepareVerb, RemovesFilesThatAKilledOneHadBegun) {
