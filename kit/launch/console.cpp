@@ -1,26 +1,11 @@
 #include "kit/launch/console.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 namespace vorn::kit {
-namespace {
-
-constexpr std::chrono::milliseconds kBetween{200};
-
-bool IsTerminal() {
-  const char* kind = std::getenv("TERM");
-  return isatty(STDERR_FILENO) == 1 && (kind == nullptr || std::strcmp(kind, "dumb") != 0);
-}
-
-}  // namespace
-
 std::string ProgressText(const Progress& progress) {
   std::string text = progress.series.empty() ? "" : progress.series + ": ";
   text += std::to_string(progress.done) + " of " + std::to_string(progress.all) +
@@ -44,26 +29,16 @@ std::string ProgressText(const Progress& progress) {
   return text;
 }
 
-Console::Console(bool isQuiet) : isQuiet_(isQuiet), isTerminal_(IsTerminal()) {}
+Console::Console(bool isQuiet) : isQuiet_(isQuiet), line_(isQuiet) {}
 
 void Console::Say(const std::string& line) {
   if (isQuiet_) return;
-  Clear();
+  line_.Clear();
   std::fprintf(stderr, "vorn launch: %s\n", line.c_str());
 }
 
 void Console::Show(const Progress& progress) {
-  const auto now = std::chrono::steady_clock::now();
-  if (isQuiet_ || !isTerminal_ || (isShown_ && now - shownAt_ < kBetween)) return;
-  std::fprintf(stderr, "\r\x1b[K%s", ProgressText(progress).c_str());
-  std::fflush(stderr);
-  isShown_ = true;
-  shownAt_ = now;
-}
-
-void Console::Clear() {
-  if (isShown_) std::fputs("\r\x1b[K", stderr);
-  isShown_ = false;
+  line_.Show([&] { return ProgressText(progress); });
 }
 
 }  // namespace vorn::kit

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "kit/common/progress_line.h"
+
 namespace vorn::kit {
 
 struct Progress {
@@ -28,16 +30,11 @@ class Console {
   /// A line, with "vorn launch: " in front of it.
   void Say(const std::string& line);
 
-  /// Five times a second at most, and on a terminal only.
   void Show(const Progress& progress);
 
  private:
-  void Clear();
-
   bool isQuiet_;
-  bool isTerminal_;
-  bool isShown_ = false;
-  std::chrono::steady_clock::time_point shownAt_;
+  ProgressLine line_;
 };
 
 }  // namespace vorn::kit

@@ -1,6 +1,5 @@
 // vorn-prepare: tensors and a list out of pictures and arrays.
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,6 +10,7 @@
 #include "kit/common/file_identity.h"
 #include "kit/common/own_command.h"
 #include "kit/common/printable.h"
+#include "kit/common/progress_line.h"
 #include "kit/common/text_table.h"
 #include "kit/json/json.h"
 #include "kit/model/model_json.h"
@@ -155,25 +155,11 @@ Job JobOf(const Arguments& arguments, const ModelDescription& model) {
   return named;
 }
 
-class ProgressLine {
- public:
-  explicit ProgressLine(bool isQuiet) : isShown_(!isQuiet && isatty(STDERR_FILENO) != 0) {}
-
-  void Show(const PrepareProgress& progress) {
-    const auto now = std::chrono::steady_clock::now();
-    const bool isLast = progress.done == progress.all;
-    if (!isShown_ || (!isLast && now - shownAt_ < std::chrono::milliseconds(200))) return;
-    shownAt_ = now;
-    std::fprintf(stderr, "\r%llu of %llu tensors, %llu faults%s",
-                 static_cast<unsigned long long>(progress.done),
-                 static_cast<unsigned long long>(progress.all),
-                 static_cast<unsigned long long>(progress.faults), isLast ? "\n" : "");
-  }
-
- private:
-  bool isShown_;
-  std::chrono::steady_clock::time_point shownAt_;
-};
+std::string ProgressText(const PrepareProgress& progress) {
+  std::string text = std::to_string(progress.done) + " of " + Counted(progress.all, "tensor");
+  if (progress.faults > 0) text += ", " + Counted(progress.faults, "fault");
+  return text;
+}
 
 std::string ResultJson(const PrepareResult& result) {
   Json left = Json::Array();
@@ -268,8 +254,10 @@ ExitStatus PrepareInputs(const Arguments& arguments) {
   StopInOrder();
   ProgressLine line(isQuiet);
   const PrepareResult result = Prepare(
-      request, [&](const PrepareProgress& progress) { line.Show(progress); },
+      request,
+      [&](const PrepareProgress& progress) { line.Show([&] { return ProgressText(progress); }); },
       [] { return isAskedToStop != 0; });
+  line.Clear();
   if (!isQuiet) Tell(request, result);
   if (arguments.Has("json")) {
     const std::string text = ResultJson(result);
