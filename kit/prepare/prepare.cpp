@@ -1,7 +1,6 @@
 #include "kit/prepare/prepare.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/file_place.h"
+#include "kit/common/folder_lock.h"
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
@@ -34,22 +34,24 @@ namespace fs = std::filesystem;
 
 constexpr size_t kMostNamedFaults = 100;
 constexpr size_t kLeastDigits = 6;
-constexpr const char* kLockFile = ".lock";
 constexpr std::string_view kCannotWrite = "cannot write the tensor";
 
 // ---- The folder ---------------------------------------------------------------------------------
 
+const std::string& MadeFolder(const std::string& path) {
+  std::error_code error;
+  fs::create_directories(path, error);
+  if (!error) return path;
+  throw Fault(ExitStatus::kLimit,
+              "the folder " + Quoted(path) + " cannot be made: " + error.message());
+}
+
 class PreparedFolder {
  public:
-  PreparedFolder(const std::string& path, bool isResumed) : path_(path) {
-    std::error_code error;
-    fs::create_directories(path_, error);
-    if (error) {
-      throw Fault(ExitStatus::kLimit,
-                  "the folder " + Quoted(path_) + " cannot be made: " + error.message());
-    }
-    Lock();
+  PreparedFolder(const std::string& path, bool isResumed)
+      : path_(MadeFolder(path)), lock_(path, "prepare") {
     CheckWhatIsThere(isResumed);
+    std::error_code error;
     for (const char* folder : {kTensorsFolder, kItemsFolder}) {
       // A link would lead to files that nobody named.
       if (fs::is_symlink(Path(folder))) {
@@ -62,9 +64,6 @@ class PreparedFolder {
       }
     }
   }
-  ~PreparedFolder() { close(lock_); }
-  PreparedFolder(const PreparedFolder&) = delete;
-  PreparedFolder& operator=(const PreparedFolder&) = delete;
 
   [[nodiscard]] std::string Path(const std::string& name) const { return path_ + "/" + name; }
 
@@ -77,22 +76,10 @@ class PreparedFolder {
   }
 
  private:
-  void Lock() {
-    lock_ = open(Path(kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
-    if (lock_ < 0) {
-      throw Fault(ExitStatus::kLimit,
-                  Quoted(Path(kLockFile)) + " cannot be written: " + SystemReason(errno));
-    }
-    if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return;
-    close(lock_);
-    throw Fault(ExitStatus::kUsage, "another vorn prepare is at work in " + Quoted(path_) +
-                                        "; wait for it, or give another folder");
-  }
-
   // What is left where an earlier one was refused before a tensor was made.
   static bool IsNothing(const fs::directory_entry& entry) {
     const std::string name = entry.path().filename().string();
-    if (name == kLockFile) return true;
+    if (name == kFolderLockFile) return true;
     std::error_code error;
     const bool isFolder = name == kTensorsFolder || name == kItemsFolder;
     if (!isFolder && name != kPreparedNotes) return false;
@@ -106,7 +93,6 @@ class PreparedFolder {
     for (const auto& entry : fs::directory_iterator(path_, error)) {
       const std::string name = entry.path().filename().string();
       if (IsNothing(entry)) continue;
-      close(lock_);
       throw Fault(ExitStatus::kUsage,
                   "the folder " + Quoted(path_) +
                       (isOurs ? " was prepared before; --resume makes again only what changed"
@@ -115,7 +101,7 @@ class PreparedFolder {
   }
 
   std::string path_;
-  int lock_ = -1;
+  FolderLock lock_;
 };
 
 // Whole or not at all, and synced with all others at the end.

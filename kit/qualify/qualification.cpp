@@ -1,16 +1,16 @@
 #include "kit/qualify/qualification.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
+#include "kit/common/folder_lock.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
@@ -28,7 +28,6 @@ namespace fs = std::filesystem;
 constexpr uint64_t kMostFileBytes = 16 << 20;
 constexpr const char* kLibrary = "libvorn.so";
 constexpr const char* kRecordFile = "qualify.json";
-constexpr const char* kLockFile = ".lock";
 
 // ---- The file -----------------------------------------------------------------------------------
 
@@ -123,11 +122,6 @@ class Steps {
  public:
   Steps(const Qualification& qualification, const std::function<void(const QualifyStep&)>& show)
       : qualification_(qualification), show_(show), run_(Absolute(qualification.run)) {}
-  ~Steps() {
-    if (lock_ >= 0) close(lock_);
-  }
-  Steps(const Steps&) = delete;
-  Steps& operator=(const Steps&) = delete;
 
   std::vector<QualifyStep> Run() {
     MakeFolder();
@@ -151,7 +145,7 @@ class Steps {
       throw Fault(ExitStatus::kLimit,
                   "the folder " + Quoted(run_) + " cannot be made: " + error.message());
     }
-    Lock();
+    lock_.emplace(run_, "qualify");
     CheckWhatIsThere();
     // What is in it from here on is known to be ours.
     ClearPlace(Path(kRecordFile));
@@ -179,7 +173,7 @@ class Steps {
     }
     for (const auto& entry : fs::directory_iterator(run_, error)) {
       const std::string name = entry.path().filename().string();
-      if (name == kLockFile) continue;
+      if (name == kFolderLockFile) continue;
       // One that was killed when it had only begun.
       if (name.starts_with(unfinished) && name.ends_with(kUnfinishedSuffix)) continue;
       throw Fault(ExitStatus::kUsage,
@@ -200,17 +194,6 @@ class Steps {
     } catch (const JsonError&) {
       return false;
     }
-  }
-
-  void Lock() {
-    lock_ = open(Path(kLockFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
-    if (lock_ < 0) {
-      throw Fault(ExitStatus::kLimit,
-                  Quoted(Path(kLockFile)) + " cannot be written: " + SystemReason(errno));
-    }
-    if (flock(lock_, LOCK_EX | LOCK_NB) == 0) return;
-    throw Fault(ExitStatus::kUsage, "another vorn qualify is at work in " + Quoted(run_) +
-                                        "; wait for it, or give another folder");
   }
 
   bool TakeSide(const QualifiedSide& side, const std::string& name) {
@@ -377,7 +360,7 @@ class Steps {
   const Qualification& qualification_;
   const std::function<void(const QualifyStep&)>& show_;
   std::string run_;
-  int lock_ = -1;
+  std::optional<FolderLock> lock_;
   std::vector<QualifyStep> steps_;
 };
 

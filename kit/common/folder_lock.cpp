@@ -1,0 +1,28 @@
+#include "kit/common/folder_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+
+namespace vorn::kit {
+
+FolderLock::FolderLock(const std::string& folder, const std::string& verb) {
+  const std::string path = folder + "/" + kFolderLockFile;
+  file_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (file_ < 0) {
+    throw Fault(ExitStatus::kLimit, Quoted(path) + " cannot be written: " + SystemReason(errno));
+  }
+  if (flock(file_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
+  close(file_);
+  throw Fault(ExitStatus::kUsage, "another vorn " + verb + " is at work in " + Quoted(folder) +
+                                      "; wait for it, or give another folder");
+}
+
+FolderLock::~FolderLock() { close(file_); }
+
+}  // namespace vorn::kit

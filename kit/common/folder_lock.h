@@ -1,0 +1,28 @@
+// One process at a time in a folder.
+#ifndef VORN_KIT_COMMON_FOLDER_LOCK_H_
+#define VORN_KIT_COMMON_FOLDER_LOCK_H_
+
+#include <string>
+
+namespace vorn::kit {
+
+inline constexpr const char* kFolderLockFile = ".lock";
+
+/// Holds a file of the folder, which stays behind. What is looked at in the folder is to be looked
+/// at with the lock taken. A file system without locks has to do without.
+class FolderLock {
+ public:
+  /// Throws a Fault of kUsage where another process has the lock, which is said to be `verb`, of
+  /// kLimit where the file cannot be written.
+  FolderLock(const std::string& folder, const std::string& verb);
+  ~FolderLock();
+  FolderLock(const FolderLock&) = delete;
+  FolderLock& operator=(const FolderLock&) = delete;
+
+ private:
+  int file_;
+};
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_COMMON_FOLDER_LOCK_H_

@@ -1,0 +1,44 @@
+#include "kit/common/folder_lock.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include "kit/common/fault.h"
+#include "support/files.h"
+
+namespace {
+
+using vorn::kit::ExitStatus;
+using vorn::kit::FolderLock;
+
+std::string FaultOf(ExitStatus status, const std::string& folder) {
+  try {
+    const FolderLock lock(folder, "stow");
+  } catch (const vorn::kit::Fault& fault) {
+    EXPECT_EQ(fault.Status(), status);
+    return fault.what();
+  }
+  return "no fault";
+}
+
+TEST(FolderLock, IsForOneAtATime) {
+  const support::TempDir folder;
+  std::optional<FolderLock> first(std::in_place, folder.Path(), "stow");
+  EXPECT_EQ(FaultOf(ExitStatus::kUsage, folder.Path()),
+            "another vorn stow is at work in '" + folder.Path().string() +
+                "'; wait for it, or give another folder");
+  first.reset();
+  EXPECT_EQ(FaultOf(ExitStatus::kUsage, folder.Path()), "no fault");
+}
+
+TEST(FolderLock, FollowsNoLink) {
+  const support::TempDir folder;
+  const std::string lock = (folder.Path() / ".lock").string();
+  ASSERT_EQ(symlink("elsewhere", lock.c_str()), 0);
+  EXPECT_NE(FaultOf(ExitStatus::kLimit, folder.Path()).find("'" + lock + "' cannot be written: "),
+            std::string::npos);
+}
+
+}  // namespace
