@@ -13,6 +13,7 @@
 #include "kit/common/whole_file.h"
 #include "kit/json/identity_json.h"
 #include "kit/json/json.h"
+#include "kit/judge/manifest_facts.h"
 #include "kit/model/model_json.h"
 #include "kit/run/configuration_files.h"
 #include "kit/run/run_directory.h"
@@ -23,7 +24,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint64_t kMostJsonBytes = 256 << 20;
-constexpr uint64_t kMostManifestBytes = uint64_t{2} << 30;
 constexpr const char* kManifest = "manifest.json";  // docs/schema/manifest.json
 
 [[noreturn]] void Refuse(const std::string& reason) { throw Fault(ExitStatus::kInput, reason); }
@@ -86,44 +86,6 @@ std::vector<size_t> PairInputs(const std::vector<TensorDescription>& reference,
 }
 
 // ---- What the run's tensors were made of --------------------------------------------------------
-
-struct SourceOfItem {
-  std::string path;  ///< absolute
-  std::optional<std::string> xxh3;
-  std::string array;
-  std::optional<uint64_t> item;
-};
-
-struct ManifestFacts {
-  uint64_t batch = 1;
-  std::map<std::string, std::vector<SourceOfItem>> tensors;  ///< by the file's path in the folder
-};
-
-ManifestFacts ReadManifestFacts(const std::string& path) {
-  const std::string text =
-      ReadWholeFile(path, "the manifest", ExitStatus::kInput, kMostManifestBytes);
-  try {
-    const Json json = ParseJson(text);
-    ManifestFacts facts;
-    facts.batch = json.At("batch").AsUnsigned();
-    for (const Json& tensor : json.At("tensors").Items()) {
-      auto& items = facts.tensors[ToIdentity(tensor.At("file")).path];
-      if (!items.empty()) continue;  // one that several samples share
-      for (const Json& item : tensor.At("items").Items()) {
-        const FileIdentity source = ToIdentity(item.At("source"));
-        SourceOfItem one;
-        one.path = source.xxh3 ? Absolute(source.path) : "";
-        one.xxh3 = source.xxh3;
-        if (const Json* array = item.Find("array")) one.array = array->AsText();
-        if (const Json* number = item.Find("item")) one.item = number->AsUnsigned();
-        items.push_back(std::move(one));
-      }
-    }
-    return facts;
-  } catch (const JsonError& error) {
-    Refuse("the manifest " + Quoted(path) + ": " + error.what());
-  }
-}
 
 // The manifests beside the tensors of a run, each read once.
 class Manifests {

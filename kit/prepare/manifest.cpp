@@ -43,23 +43,6 @@ void AppendLines(WholeFile& file, const char* key, const std::vector<Json>& item
   file.Append(items.empty() ? "]" : "\n  ]");
 }
 
-Manifest ManifestFrom(const Json& json) {
-  Manifest manifest;
-  for (const Json& word : json.At("command").Items()) manifest.command.push_back(word.AsText());
-  manifest.version = json.At("version").AsText();
-  manifest.model = ToIdentity(json.At("model"));
-  manifest.batch = json.At("batch").AsUnsigned();
-  manifest.samples = json.At("samples").AsUnsigned();
-  manifest.inputs = json.At("inputs");
-  for (const Json& tensor : json.At("tensors").Items()) {
-    manifest.tensors.push_back(TensorFrom(tensor));
-  }
-  for (const Json& left : json.At("left").Items()) {
-    manifest.left.push_back({left.At("source").AsText(), left.At("reason").AsText()});
-  }
-  return manifest;
-}
-
 }  // namespace
 
 Json ToJson(const ItemRecord& record) {
@@ -140,12 +123,30 @@ void WriteManifest(const std::string& folder, const Manifest& manifest) {
   file.Finish();
 }
 
+Manifest ParseManifest(std::string_view text) {
+  const Json json = ParseJson(text);
+  Manifest manifest;
+  for (const Json& word : json.At("command").Items()) manifest.command.push_back(word.AsText());
+  manifest.version = json.At("version").AsText();
+  manifest.model = ToIdentity(json.At("model"));
+  manifest.batch = json.At("batch").AsUnsigned();
+  manifest.samples = json.At("samples").AsUnsigned();
+  manifest.inputs = json.At("inputs");
+  for (const Json& tensor : json.At("tensors").Items()) {
+    manifest.tensors.push_back(TensorFrom(tensor));
+  }
+  for (const Json& left : json.At("left").Items()) {
+    manifest.left.push_back({left.At("source").AsText(), left.At("reason").AsText()});
+  }
+  return manifest;
+}
+
 Manifest ReadManifest(const std::string& folder) {
   const std::string path = folder + "/" + kManifestFile;
   const std::string text =
       ReadWholeFile(path, "the manifest", ExitStatus::kInput, kMostManifestBytes);
   try {
-    return ManifestFrom(ParseJson(text));
+    return ParseManifest(text);
   } catch (const JsonError& error) {
     throw Fault(ExitStatus::kInput, "the manifest " + Quoted(path) + ": " + error.what());
   }

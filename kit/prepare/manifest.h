@@ -11,6 +11,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kit/common/file_identity.h"
@@ -71,6 +72,9 @@ struct Manifest {
 
 /// Writes it into the folder, whole.
 void WriteManifest(const std::string& folder, const Manifest& manifest);
+
+/// Throws a JsonError.
+[[nodiscard]] Manifest ParseManifest(std::string_view text);
 
 /// Throws a Fault of kInput that names the file.
 [[nodiscard]] Manifest ReadManifest(const std::string& folder);

@@ -40,6 +40,8 @@ constexpr Target kTargets[] = {
     {"trace_file", fuzz::TraceBytes},
 #elif defined(VORN_REPLAY_PREPARE)
     {"prepare_files", fuzz::PrepareFiles},
+#elif defined(VORN_REPLAY_MANIFESTS)
+    {"manifests", fuzz::Manifests},
 #else
     {"command_line", fuzz::CommandLine}, {"list_file", fuzz::ListFile}, {"rpn_text", fuzz::RpnText},
     {"input_file", fuzz::InputFile},     {"dump", fuzz::Dump},

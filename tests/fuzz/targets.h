@@ -46,6 +46,9 @@ void Pictures(std::span<const uint8_t> bytes);
 /// Files and texts that tensors are made of: archives apart, which JudgeFiles has.
 void PrepareFiles(std::span<const uint8_t> bytes);
 
+/// The manifest of prepared tensors, and the notes that are kept before.
+void Manifests(std::span<const uint8_t> bytes);
+
 /// One of the texts around a run: a set of calls, a list, a log, times.
 void LaunchTexts(std::span<const uint8_t> bytes);
 

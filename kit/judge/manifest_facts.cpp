@@ -1,0 +1,50 @@
+#include "kit/judge/manifest_facts.h"
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/json/identity_json.h"
+#include "kit/json/json.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostManifestBytes = uint64_t{2} << 30;
+
+SourceOfItem SourceFrom(const Json& item) {
+  const FileIdentity source = ToIdentity(item.At("source"));
+  SourceOfItem one;
+  one.path = source.xxh3 ? Absolute(source.path) : "";
+  one.xxh3 = source.xxh3;
+  if (const Json* array = item.Find("array")) one.array = array->AsText();
+  if (const Json* number = item.Find("item")) one.item = number->AsUnsigned();
+  return one;
+}
+
+}  // namespace
+
+ManifestFacts ParseManifestFacts(std::string_view text) {
+  const Json json = ParseJson(text);
+  ManifestFacts facts;
+  facts.batch = json.At("batch").AsUnsigned();
+  for (const Json& tensor : json.At("tensors").Items()) {
+    auto& items = facts.tensors[ToIdentity(tensor.At("file")).path];
+    if (!items.empty()) continue;  // one that several samples share
+    for (const Json& item : tensor.At("items").Items()) items.push_back(SourceFrom(item));
+  }
+  return facts;
+}
+
+ManifestFacts ReadManifestFacts(const std::string& path) {
+  const std::string text =
+      ReadWholeFile(path, "the manifest", ExitStatus::kInput, kMostManifestBytes);
+  try {
+    return ParseManifestFacts(text);
+  } catch (const JsonError& error) {
+    throw Fault(ExitStatus::kInput, "the manifest " + Quoted(path) + ": " + error.what());
+  }
+}
+
+}  // namespace vorn::kit

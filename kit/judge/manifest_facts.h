@@ -1,0 +1,36 @@
+// What the tensors of a run were made of, as the manifest.json beside them tells it
+// (docs/schema/manifest.json). No more of it is read than a reference needs.
+#ifndef VORN_KIT_JUDGE_MANIFEST_FACTS_H_
+#define VORN_KIT_JUDGE_MANIFEST_FACTS_H_
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vorn::kit {
+
+/// A file, or one item of it.
+struct SourceOfItem {
+  std::string path;  ///< absolute; empty of what is no file
+  std::optional<std::string> xxh3;
+  std::string array;  ///< of an archive
+  std::optional<uint64_t> item;
+};
+
+struct ManifestFacts {
+  uint64_t batch = 1;
+  std::map<std::string, std::vector<SourceOfItem>> tensors;  ///< by the file's path in the folder
+};
+
+/// Throws a JsonError.
+[[nodiscard]] ManifestFacts ParseManifestFacts(std::string_view text);
+
+/// Throws a Fault of kInput that names the file.
+[[nodiscard]] ManifestFacts ReadManifestFacts(const std::string& path);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_JUDGE_MANIFEST_FACTS_H_
