@@ -28,15 +28,17 @@ constexpr int kLeastExecutions = 3;
 
 struct Edit {
   const char* name;
-  const char* config;
+  const char* config;  // null where the model's tensors make it
 };
 
 constexpr Edit kPlain = {"nothing", "{}"};
+constexpr Edit kExposed = {"expose all", R"({"model": {"expose": "all"}})"};
 constexpr Edit kEdits[] = {
     kPlain,
-    {"expose all", R"({"model": {"expose": "all"}})"},
+    kExposed,
     {"round to float16", R"({"model": {"round": "float16"}})"},
     {"round to bfloat16", R"({"model": {"round": "bfloat16"}})"},
+    {"round to int8", nullptr},
 };
 
 struct Times {
@@ -91,18 +93,33 @@ struct Row {
   }
 };
 
-std::string ConfigFile(const std::filesystem::path& folder, const Edit& edit) {
-  const std::filesystem::path path = folder / (std::string(edit.name) + ".json");
-  std::ofstream(path) << edit.config;
+std::string ConfigFile(const std::filesystem::path& folder, const std::string& name,
+                       const std::string& config) {
+  const std::filesystem::path path = folder / (name + ".json");
+  std::ofstream(path) << config;
   return path;
+}
+
+/// One range for all tensors: to which values they are rounded does not matter for how long it
+/// takes.
+std::string ConfigOfInt8(const std::vector<char>& image, const std::filesystem::path& folder) {
+  const VornRuntime runtime(ConfigFile(folder, kExposed.name, kExposed.config));
+  const VornSession session(std::as_bytes(std::span(image)));
+  std::string ranges;
+  for (const std::string& name : session.TensorNames()) {
+    ranges += (ranges.empty() ? "\"" : ", \"") + name + R"(": {"min": -8, "max": 8})";
+  }
+  return R"({"model": {"round": {"int8": {)" + ranges + "}}}}";
 }
 
 void MeasureCase(const std::string& name, const std::string& model, int rounds,
                  const std::filesystem::path& folder, std::string& json) {
   const std::vector<char> image = ReadFile(model);
-  const std::string plain = ConfigFile(folder, kPlain);
+  const std::string plain = ConfigFile(folder, kPlain.name, kPlain.config);
   for (const Edit& edit : kEdits) {
-    const std::string edited = ConfigFile(folder, edit);
+    const std::string edited =
+        ConfigFile(folder, edit.name,
+                   edit.config != nullptr ? std::string(edit.config) : ConfigOfInt8(image, folder));
     Row rows[] = {{"edit-load", "ms", {}, {}, {}}, {"edit-execute", "ms", {}, {}, {}}};
     for (int round = 0; round < rounds; ++round) {
       const bool isPlainFirst = round % 2 == 0;

@@ -92,6 +92,19 @@ std::vector<std::byte> VornSession::TakeOutput(uint64_t rowBytes) const {
   return dense;
 }
 
+std::vector<std::string> VornSession::TensorNames() const {
+  std::vector<std::string> names;
+  vorn_mdl_io_dims dims = {};
+  for (uint64_t i = 0; i < vorn_mdl_get_num_inputs(desc_); ++i) {
+    Require(vorn_mdl_get_input_dims(desc_, i, &dims) == VORN_SUCCESS, "vorn_mdl_get_input_dims");
+    names.emplace_back(dims.name);
+  }
+  for (uint64_t i = 0; i < vorn_mdl_get_num_outputs(desc_); ++i) {
+    names.emplace_back(vorn_mdl_get_output_name_by_index(desc_, i));
+  }
+  return names;
+}
+
 void VornSession::Run() {
   Require(vorn_mdl_execute(modelId_, inputs_.handle, outputs_.handle) == VORN_SUCCESS,
           "vorn_mdl_execute");

@@ -41,6 +41,9 @@ class VornSession {
 
   bool IsInputPadded(uint64_t rowBytes) const { return inputs_.blocks[0].stride != rowBytes; }
 
+  /// Of all inputs and outputs.
+  std::vector<std::string> TensorNames() const;
+
   void Run();
 
  private:
