@@ -6,6 +6,7 @@
 #include "kit/calibrate/calibrate.h"
 #include "kit/common/command_line.h"
 #include "kit/common/printable.h"
+#include "kit/common/progress_line.h"
 #include "kit/common/whole_file.h"
 
 namespace vorn::kit {
@@ -53,12 +54,11 @@ ExitStatus Calibrate(const Arguments& arguments) {
   request.batch = arguments.GetNumber("batch", 1, 1, kMostNumber);
   if (arguments.Has("most")) request.most = arguments.GetNumber("most", 0, 1, kMostNumber);
   request.part = arguments.GetNumber("part", request.part, 1, kMostNumber);
-  const bool isShown = !arguments.Has("quiet") && isatty(STDERR_FILENO) != 0;
+  ProgressLine line(arguments.Has("quiet"));
   const Ranges ranges = MeasureRanges(request, [&](uint64_t done, uint64_t all) {
-    if (!isShown) return;
-    std::fprintf(stderr, "\r%llu of %llu inferences%s", static_cast<unsigned long long>(done),
-                 static_cast<unsigned long long>(all), done == all ? "\n" : "");
+    line.Show([&] { return std::to_string(done) + " of " + Counted(all, "inference"); });
   });
+  line.Clear();
   WriteWholeFile(output, RangesJson(ranges));
   if (arguments.Has("quiet")) return ExitStatus::kDone;
   for (const auto& [name, range] : ranges.tensors) {
