@@ -22,11 +22,11 @@ const std::string kDigits = VORN_SOURCE_FOLDER "/examples/digits";
 
 TEST(TensorRange, HoldsFiniteValuesAndCountsTheOthers) {
   TensorRange range;
-  for (const float value : {NAN, 2.0F, -3.0F, INFINITY, 0.5F}) range.Take(value);
+  for (const float value : {NAN, 2.0F, -3.0F, INFINITY, -INFINITY, 0.5F}) range.Take(value);
   EXPECT_EQ(range.least, -3);
   EXPECT_EQ(range.most, 2);
   EXPECT_EQ(range.finite, 3U);
-  EXPECT_EQ(range.notFinite, 2U);
+  EXPECT_EQ(range.notFinite, 3U);
 }
 
 TEST(RangesJson, LeavesOutWhatHasNoFiniteValue) {

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "kit/common/fault.h"
 #include "kit/common/own_folder.h"
 #include "support/files.h"
 
@@ -46,6 +47,18 @@ TEST_F(VerbProcess, LaysVariablesOverTheEnvironment) {
            .environment = {{"VORN_TRIAL_SET", "set"}, {"VORN_TRIAL_GONE", std::nullopt}}});
   EXPECT_EQ(end.out, "set gone\n");
   unsetenv("VORN_TRIAL_GONE");
+}
+
+// This process leaves it to the verb what Ctrl-C does, and the verb is to end of it.
+TEST_F(VerbProcess, TakesSignalsAsTheyWere) {
+  struct sigaction usual {};
+  usual.sa_handler = SIG_DFL;
+  struct sigaction before {};
+  sigaction(SIGINT, &usual, &before);
+  EXPECT_THROW((void)Run("kill -INT $$; exit 0"), Fault);
+  struct sigaction behind {};
+  sigaction(SIGINT, &before, &behind);
+  EXPECT_EQ(behind.sa_handler, SIG_DFL);
 }
 
 // As some parents leave it: the system then tells nobody how a child ended.

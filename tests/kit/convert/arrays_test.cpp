@@ -132,22 +132,27 @@ TEST_F(Arrays, LeaveOutWhatADumpDoesNotHold) {
 }
 
 TEST_F(Arrays, AreOnlyOfDumpsThatAreWhatTheyWere) {
-  samples_.resize(4);
+  samples_.resize(5);
   samples_[2].index = 2;
   samples_[2].status = SampleStatus::kFailed;
   samples_[2].reason = "it crashed";
   samples_[3] = samples_[0];
   samples_[3].index = 3;
   samples_[3].outputs[0].path = "dumps/../../outside.bin";
+  samples_[4] = samples_[0];
+  samples_[4].index = 4;
+  samples_[4].outputs.resize(1);
+  samples_[4].outputs[0].path = "dumps/4/gone.0.17.bin";
   support::WriteFile(Path("dumps/1/ids.0.17.bin"), "12345678");
   const ArraysWritten written = Write();
   EXPECT_EQ(written.arrays, 2U);
-  EXPECT_EQ(written.absent, 3U);
+  EXPECT_EQ(written.absent, 4U);
   EXPECT_THAT(written.why,
               ElementsAre("sample 1: the dump 'dumps/1/ids.0.17.bin' has 8 bytes, and had 16 when "
                           "the run ended",
                           "sample 2: it crashed",
-                          "sample 3: the dump 'dumps/../../outside.bin' is none of this run"));
+                          "sample 3: the dump 'dumps/../../outside.bin' is none of this run",
+                          "sample 4: the dump 'dumps/4/gone.0.17.bin' is not there any more"));
 }
 
 TEST_F(Arrays, AreMadeOfARunOnly) {

@@ -48,6 +48,7 @@ TEST(ShownValue, IsPrintableAndCut) {
 TEST(ShortestDouble, IsWhatAPersonWrites) {
   EXPECT_EQ(ShortestDouble(0.1F), 0.1);
   EXPECT_EQ(ShortestDouble(-3.4028235e38F), -3.4028235e38);
+  EXPECT_EQ(ShortestDouble(1.36441695e-05F), 1.36441695e-05) << "nine digits";
   EXPECT_EQ(ShortestDouble(0), 0);
 }
 

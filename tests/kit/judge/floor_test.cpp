@@ -15,6 +15,7 @@ namespace {
 using support::Bytes;
 using testing::HasSubstr;
 using testing::SizeIs;
+using testing::StartsWith;
 using Values = std::vector<float>;
 
 Census CensusOf(const Values& actual, const Values& expected) {
@@ -73,6 +74,7 @@ TEST(FloorText, AnswersInWords) {
                     Compared({1, NAN}, {1, 1}, {1, 1}),
                     {"odd", 0, {}, {}, "sample 3, gone"}};
   const std::string text = FloorText(report);
+  EXPECT_EQ(text.substr(0, text.find("\n\n")), "output");
   EXPECT_THAT(text, HasSubstr("\nprob: within what int8 has to lose: RMSE 1 times that of the "
                               "floor\n"));
   EXPECT_THAT(text, HasSubstr("\nprob: worse than int8 has to be: RMSE 3 times that of the "
@@ -135,6 +137,20 @@ TEST_F(FloorJudgement, LeavesOutSamplesThatTheFloorHasNot) {
   EXPECT_THAT(Run().floor->outputs[0].leftOut, HasSubstr("the floor has 2 elements, and 1 are"));
   support::WriteFile(Path("floor/1/prob.0.17.bin"), "12345");
   EXPECT_THAT(Run().floor->outputs[0].leftOut, HasSubstr("has 5 bytes"));
+}
+
+TEST_F(FloorJudgement, LeavesOutSamplesThatAreNotDone) {
+  Dump("actual/0", {1.5F});
+  Dump("actual/1", {9});
+  Dump("floor/0", {1.5F});
+  Dump("floor/1", {9});
+  Dump("expected/0", {1});
+  Dump("expected/1", {1});
+  (void)Run();
+  request_.floor->samples[1].absence = "it was put aside";
+  const FloorComparison one = Judge(request_).floor->outputs[0];
+  EXPECT_EQ(one.samples, 1U);
+  EXPECT_EQ(one.leftOut, "sample 1, of the floor: it was put aside");
 }
 
 TEST_F(FloorJudgement, TakesTheNamesAndSamplesOfTheExpectedSide) {

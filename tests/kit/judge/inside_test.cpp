@@ -263,12 +263,14 @@ TEST_F(InsideJudgement, TakesTheOrderFromTheConfigurationWithoutALog) {
   EXPECT_THAT(OrderOf("expected").names, ElementsAre("conv", "relu", "prob"));
   Configure("expected", R"({"model": {"expose": ["prob", "relu"]}})");
   EXPECT_THAT(OrderOf("expected").names, ElementsAre("relu", "prob", "conv"));
-  // It does not tell how many those are, or says nothing, or is another one by now.
-  for (const char* text : {R"({"model": {"expose": "all"}})", "{}", R"({"model": 7})", "[]"}) {
+  // It names none of the last, does not tell how many those are, or says nothing.
+  for (const char* text : {R"({"model": {"expose": ["conv"]}})", R"({"model": {"expose": "all"}})",
+                           "{}", R"({"model": 7})", "[]"}) {
     Configure("expected", text);
     EXPECT_THAT(OrderOf("expected").names, ElementsAre("prob", "conv", "relu")) << text;
     EXPECT_FALSE(OrderOf("expected").isTold);
   }
+  // It is another one by now.
   Configure("expected", R"({"model": {"expose": ["relu", "conv"]}})");
   support::WriteFile(Path("config.json"), R"({"model": {"expose": ["relu", "c"]}})");
   EXPECT_FALSE(OrderOf("expected").isTold);

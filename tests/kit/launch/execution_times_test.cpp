@@ -34,6 +34,14 @@ class Times : public testing::Test {
   support::TempDir folder_;
 };
 
+TEST(CallsOfRun, GrowWithTensorsInferencesAndExecutions) {
+  const uint64_t calls = vorn::kit::CallsOfRun(1, 1, 10, 1);
+  EXPECT_GT(vorn::kit::CallsOfRun(2, 1, 10, 1), calls);
+  EXPECT_GT(vorn::kit::CallsOfRun(1, 2, 10, 1), calls);
+  EXPECT_GT(vorn::kit::CallsOfRun(1, 1, 11, 1), calls);
+  EXPECT_EQ(vorn::kit::CallsOfRun(1, 1, 10, 21), calls + 200);
+}
+
 TEST_F(Times, DividesExecutionsByTheDatasetsBeforeThem) {
   TraceBytes trace(kNames);
   trace

@@ -594,6 +594,23 @@ TEST_F(Launch, CountsNoInferencesThatItDoesNotKnow) {
                         "is not known without the model's inputs\n"));
 }
 
+// Looked at once a second, and once more when the runtime's libraries are there.
+TEST_F(Launch, LooksAtTheMachineOnceASecond) {
+  Samples("abc");
+  support::WriteFile(Path("wrapper"),
+                     "#!/bin/sh\nsleep 1.5\nexec '" + support::VornRunPath() + "' \"$@\"\n");
+  fs::permissions(Path("wrapper"), fs::perms::owner_all);
+  ASSERT_EQ(Run({"--program", "./wrapper"}).status, 0);
+  const auto moments = vorn::kit::ReadMachine(RunPath());
+  ASSERT_GE(moments.size(), 2U);
+  constexpr uint64_t kNearlyASecond = 900000000;
+  int tooSoon = 0;
+  for (size_t i = 1; i < moments.size(); ++i) {
+    tooSoon += moments[i].realtimeNs - moments[i - 1].realtimeNs < kNearlyASecond ? 1 : 0;
+  }
+  EXPECT_LE(tooSoon, 1);
+}
+
 TEST_F(Launch, CountsWhileItRuns) {
   Samples("abHd");
   Running launch(CommandFor({}));
@@ -1136,7 +1153,8 @@ TEST_F(Launch, EndsLookingAtWhatIsThereInTime) {
   const auto before = support::ReadTree(RunPath() + "/dumps/1");
   const Outcome ended = Run({"--resume", "--timeout", "1"});
   EXPECT_EQ(ended.status, 7) << ended.Describe();
-  EXPECT_THAT(ended.err, HasSubstr("--timeout"));
+  EXPECT_THAT(ended.err, HasSubstr("ended after 1 s, the time for all (--timeout), while it looked "
+                                   "at what is there; nothing was run\n"));
   EXPECT_THAT(ended.err, HasSubstr("to go on: "));
   EXPECT_EQ(ReadRun(RunPath()).state, RunState::kFailed);
   EXPECT_EQ(support::ReadFile(RunPath() + "/samples.jsonl"), lines);

@@ -49,6 +49,16 @@ TEST(Compare, CallsEqualSeriesAlikeWhereTheyAreMany) {
   EXPECT_EQ(CompareTwo(Noise(50, 1e6, 1), Noise(50, 1e6, 2)).verdict, TimingVerdict::kAlike);
 }
 
+// A difference that is sure and does not matter, in both directions.
+TEST(Compare, CallsAlikeWhatDiffersByLessThanTheGate) {
+  for (const double factor : {0.99, 1.01}) {
+    const Comparison measured =
+        CompareTwo(Noise(200, 1e7, 5, 0.001), Noise(200, 1e7 * factor, 6, 0.001));
+    EXPECT_EQ(measured.verdict, TimingVerdict::kAlike) << factor;
+    EXPECT_LT(measured.p, 0.001) << factor;
+  }
+}
+
 TEST(Compare, CannotTellWhereTheIntervalReachesFurtherThanTheGate) {
   const Comparison measured = CompareTwo(Noise(10, 1e6, 1, 0.2), Noise(10, 1e6, 2, 0.2));
   EXPECT_EQ(measured.verdict, TimingVerdict::kCannotTell);
