@@ -210,7 +210,8 @@ class Bench:
         for index, program in enumerate(programs):
             if names is not None and program.name not in names:
                 continue
-            tests = [test for test in program.tests if program.reached[test] & places
+            tests = [test for test in program.tests
+                     if (places is None or program.reached[test] & places)
                      and not (self.is_quick and program.seconds[test] > QUICK_SECONDS)]
             if tests:
                 coming.append((sum(program.seconds[test] for test in tests), index, tests))

@@ -166,9 +166,12 @@ class SwitchedTree(Tree):
             self.places.update(switched.places)
 
     def places_of(self, mutant):
-        """Where a test has to come by to notice it; every place where nobody knows."""
+        """Where a test has to come by to notice it; None where nobody knows.
+
+        A constant has no place, and of a sample a test that notices it may come by none of another.
+        """
         place = self.places.get(mutant.id)
-        return {place} if place is not None else set(range(self.place_count))
+        return {place} if place is not None else None
 
 
 class PlainTree(Tree):

@@ -74,7 +74,13 @@ TEST(FloorText, AnswersInWords) {
                     Compared({1, NAN}, {1, 1}, {1, 1}),
                     {"odd", 0, {}, {}, "sample 3, gone"}};
   const std::string text = FloorText(report);
-  EXPECT_EQ(text.substr(0, text.find("\n\n")), "output");
+  EXPECT_THAT(text,
+              StartsWith("output  floor         samples     RMSE  floor's RMSE  times  SNR dB  "
+                         "floor's SNR dB\n"
+                         "prob    within              1      0.5           0.5      1       6  "
+                         "             6\n"
+                         "prob    worse               1  1.06066      0.353553      3    -0.5  "
+                         "             9\n"));
   EXPECT_THAT(text, HasSubstr("\nprob: within what int8 has to lose: RMSE 1 times that of the "
                               "floor\n"));
   EXPECT_THAT(text, HasSubstr("\nprob: worse than int8 has to be: RMSE 3 times that of the "
