@@ -121,6 +121,7 @@ class Planter {
     PlantRounding();
     PlantFew();
     PlantOrders();
+    PlantChannels();
     PlantRows();
     PlantValues();
     PlantTypes();
@@ -211,6 +212,15 @@ class Planter {
     if (std::set<float>(small.begin(), small.end()).size() >= kFewestLevels) {
       Add("rounded-int8", std::move(small));
     }
+    // By the step of a device, which is that of all samples: next to nothing is left of a faint
+    // one.
+    const auto deviceStep = static_cast<float>(output_.Reach() / Uniform(random_, 120, 128));
+    Values device;
+    for (const float value : expected_) {
+      device.push_back(std::clamp(std::nearbyint(value / deviceStep), -128.0F, 127.0F) *
+                       deviceStep);
+    }
+    Add("rounded-int8", std::move(device));
   }
 
   void PlantFew() {
@@ -259,6 +269,38 @@ class Planter {
     const size_t channels = rank == 3 ? 0 : 1;
     if (rank > 1) Add("channels-reversed", Reversed(given_, shape_, channels));
     if (rank == 4) Add("flipped", Reversed(given_, shape_, 2 + Below(random_, 2)));
+  }
+
+  // Of the dimension behind the batch. A channel of a few elements has no look of its own.
+  void PlantChannels() {
+    constexpr uint64_t kFewest = 3;
+    constexpr uint64_t kFewestElements = 4;
+    const size_t rank = shape_.size();
+    if (rank < 2) return;
+    const size_t axis = rank == 3 ? 0 : 1;
+    const uint64_t channels = shape_[axis];
+    if (channels < kFewest || given_.size() / channels < kFewestElements) return;
+    uint64_t inner = 1;
+    for (size_t i = axis + 1; i < rank; ++i) inner *= shape_[i];
+    const uint64_t one = Below(random_, channels - 1);
+    const uint64_t other = one + 1 + Below(random_, channels - 1 - one);
+    Values exchanged = given_;
+    Values off = given_;
+    const uint64_t kind = Below(random_, 4);
+    const auto factor = static_cast<float>(Uniform(random_, 1.5, 6));
+    const float offset = Rms(given_) * static_cast<float>(Uniform(random_, 0.5, 3));
+    for (uint64_t i = 0; i < given_.size(); ++i) {
+      const uint64_t channel = i / inner % channels;
+      if (channel == one) exchanged[i] = given_[i + (other - one) * inner];
+      if (channel == other) exchanged[i] = given_[i - (other - one) * inner];
+      if (channel != one) continue;
+      if (kind == 0) off[i] = 0;
+      if (kind == 1) off[i] *= factor;
+      if (kind == 2) off[i] += offset;
+      if (kind == 3) off[i] = -off[i];
+    }
+    Add("channels-exchanged", std::move(exchanged));
+    Add("channel-off", std::move(off));
   }
 
   void PlantRows() {
@@ -346,6 +388,7 @@ class Planter {
     }
     Add("float16-as-bits", std::move(halfBits));
     Add("bfloat16-as-bits", std::move(brainBits));
+    PlantByteOrder();
     // Of an 8-bit output, as its whole numbers.
     const auto [least, most] = std::minmax_element(expected_.begin(), expected_.end());
     const float step = std::max(std::abs(*least), std::abs(*most)) / 127;
@@ -360,6 +403,25 @@ class Planter {
     }
     Add("signed-as-unsigned", std::move(asUnsigned), whole);
     Add("int32-as-float", std::move(asFloat), std::move(whole));
+  }
+
+  void PlantByteOrder() {
+    Values turned;
+    for (const float value : given_) {
+      if (output_.type == kit::ElementType::kFloat16) {
+        const uint32_t bits = HalfBits(value);
+        turned.push_back(kit::Float16Value(static_cast<uint16_t>((bits & 0xFFU) << 8 | bits >> 8)));
+      } else {
+        turned.push_back(std::bit_cast<float>(__builtin_bswap32(std::bit_cast<uint32_t>(value))));
+      }
+    }
+    if (!IsQuantised(output_)) return Add("byte-order", std::move(turned));
+    // A byte has no order: as the next wider number.
+    for (size_t i = 0; i < given_.size(); ++i) {
+      const auto bits = static_cast<uint16_t>(static_cast<int16_t>(given_[i]));
+      turned[i] = static_cast<float>(static_cast<int16_t>(bits << 8 | bits >> 8));
+    }
+    Add("byte-order", std::move(turned));
   }
 
   // By looking for it: all patterns are tried.
@@ -429,6 +491,14 @@ bool IsAnyOutside(const kit::CauseQuestion& question) {
 }
 
 }  // namespace
+
+double RealOutput::Reach() const {
+  double reach = 0;
+  for (const std::vector<float>& sample : samples) {
+    for (const float value : sample) reach = std::max(reach, std::abs(static_cast<double>(value)));
+  }
+  return reach;
+}
 
 kit::Tolerance ToleranceOf(const RealOutput& output) {
   if (IsQuantised(output)) return {.atol = 1, .rtol = 1.3e-6, .isNanExpected = false};
@@ -536,6 +606,7 @@ Confusion Confuse(const std::vector<RealOutput>& outputs, size_t rounds, uint64_
         question.tolerance = ToleranceOf(output);
         question.before = fault.before;
         question.other = fault.other;
+        question.reach = output.Reach();
         if (!fault.other.empty()) question.otherSample = 0;
         // As the verb does: of what is within the tolerance nobody asks for a cause.
         confusion.Add(

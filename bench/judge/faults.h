@@ -21,6 +21,9 @@ struct RealOutput {
   /// Of the output. One of 8 bits is quantised: its values are whole numbers of steps.
   kit::ElementType type = kit::ElementType::kFloat32;
   std::vector<std::vector<float>> samples;
+
+  /// The greatest magnitude of all samples.
+  [[nodiscard]] double Reach() const;
 };
 
 /// What the output's type is held to: a step, where it is quantised.

@@ -25,6 +25,7 @@ constexpr std::array<LevelRow, kLevels> kLevelRows{{
 constexpr double kLeastAlike = 0.97;      // of the elements that a supposition knows
 constexpr double kLeastExplained = 0.85;  // of those that the plain expectation does not explain
 constexpr double kLeastTold = 0.45;       // of all elements
+constexpr double kMostLeft = 0.35;        // of the sum of differences
 constexpr size_t kQuick = 512;            // elements looked at first
 
 }  // namespace
@@ -62,6 +63,8 @@ struct LevelCounts {
   std::array<uint64_t, kLevels + 1> supposed{};
   std::array<uint64_t, kLevels + 1> plain{};
   uint64_t told = 0;
+  double supposedSum = 0;  // of the differences, where all are finite
+  double plainSum = 0;
 
   // Of both, how many are alike at this level or a stricter one.
   static uint64_t UpTo(const std::array<uint64_t, kLevels + 1>& counts, size_t level) {
@@ -93,7 +96,14 @@ std::optional<Evidence> Scales::Weigh(
     if (!pair) return;
     ++counts.told;
     ++counts.supposed[likeness.LevelOf(pair->is, pair->should)];
-    ++counts.plain[likeness.LevelOf(question_.actual[element], question_.expected[element])];
+    const float actual = question_.actual[element];
+    const float expected = question_.expected[element];
+    ++counts.plain[likeness.LevelOf(actual, expected)];
+    const double left = std::abs(static_cast<double>(pair->is) - static_cast<double>(pair->should));
+    const double plain = std::abs(static_cast<double>(actual) - static_cast<double>(expected));
+    if (!std::isfinite(left) || !std::isfinite(plain)) return;
+    counts.supposedSum += left;
+    counts.plainSum += plain;
   };
   // Most suppositions fall here: what differs is what they have to explain.
   constexpr double kLeastQuickly = 0.75;
@@ -113,6 +123,8 @@ std::optional<Evidence> Scales::Weigh(
   const uint64_t count = question_.actual.size();
   for (uint64_t element = 0; element < count; ++element) look(element, counts);
   const auto known = static_cast<double>(counts.told);
+  // Small values are alike by the noise that is allowed: what differs has to become less, too.
+  if (counts.supposedSum > kMostLeft * counts.plainSum) return std::nullopt;
   if (known < kLeastTold * static_cast<double>(count) || counts.told < 2) return std::nullopt;
   for (size_t level = 0; level < kLevels; ++level) {
     const auto supposed = static_cast<double>(LevelCounts::UpTo(counts.supposed, level));
@@ -140,6 +152,7 @@ std::vector<Cause> FindCauses(const CauseQuestion& question) {
   if (causes.empty()) {
     const Scales scales(question);
     FindOrderCauses(question, scales, causes);
+    FindChannelCauses(question, scales, causes);
     FindValueCauses(question, scales, causes);
   }
   // Of causes that explain as much the one that was found first is the more specific.

@@ -24,6 +24,8 @@ struct CauseQuestion {
   std::span<const float> before;
   std::span<const float> other;
   std::optional<uint64_t> otherSample;
+
+  double reach = 0;  ///< the greatest magnitude that was expected of any sample; 0 if not known
 };
 
 struct Cause {

@@ -5,7 +5,8 @@
 // of what the plain expectation does not. Elements are compared three times, from nearly the same
 // bits to the noise of 8-bit arithmetic, and the strictest level at which it holds counts: a cause
 // together with coarse arithmetic is found, and near zeros do not pass for alike where the bits
-// tell them apart.
+// tell them apart. And it has to take away most of the difference itself: where hardly anything was
+// expected nearly everything explains it within the noise.
 #ifndef VORN_KIT_JUDGE_CAUSE_EVIDENCE_H_
 #define VORN_KIT_JUDGE_CAUSE_EVIDENCE_H_
 
@@ -77,6 +78,8 @@ class Scales {
 /// The detectors of one kind each; they append what they find.
 void FindOrderCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes);
+void FindChannelCauses(const CauseQuestion& question, const Scales& scales,
+                       std::vector<Cause>& causes);
 void FindValueCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes);
 void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes);

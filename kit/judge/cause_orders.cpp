@@ -25,6 +25,7 @@ class OrderFinder {
       if (CountElements(question.shape) == count_) shape_.push_back(size);
     }
     rowElements_ = shape_.empty() ? count_ : shape_.back();
+    FindMajority();
   }
 
   void Find() {
@@ -44,9 +45,42 @@ class OrderFinder {
       if (place >= source.size()) return std::nullopt;
       return Told{question_.actual[element], source[place]};
     });
-    if (!evidence) return false;
+    if (!evidence || !IsMoreThanBlank(source, placeOf)) return false;
     causes_.push_back(MakeCause(id, text, *evidence));
     return true;
+  }
+
+  // The value that more than half of the elements have, if there is one.
+  void FindMajority() {
+    uint64_t lead = 0;
+    float value = 0;
+    for (const float actual : question_.actual) {
+      if (lead == 0) value = actual;
+      lead = actual == value ? lead + 1 : lead - 1;
+    }
+    const auto having = std::count(question_.actual.begin(), question_.actual.end(), value);
+    if (static_cast<uint64_t>(having) * 2 > count_) majority_ = value;
+  }
+
+  // Whether what is explained is not only that nothing stands where something was expected: of
+  // values that were moved, some are there.
+  bool IsMoreThanBlank(std::span<const float> source, const PlaceOf& placeOf) const {
+    if (!majority_) return true;
+    uint64_t explained = 0;
+    uint64_t moved = 0;
+    for (uint64_t element = 0; element < count_; ++element) {
+      const uint64_t place = placeOf(element);
+      const float actual = question_.actual[element];
+      if (place >= source.size() || likeness_.AreAlike(actual, question_.expected[element]) ||
+          !likeness_.AreAlike(actual, source[place])) {
+        continue;
+      }
+      ++explained;
+      moved += likeness_.AreAlike(actual, *majority_) ? 0 : 1;
+    }
+    constexpr uint64_t kFewest = 2;
+    constexpr uint64_t kOneOf = 20;
+    return explained == 0 || (moved >= kFewest && moved * kOneOf >= explained);
   }
 
   bool Try(const char* id, const std::string& text, const PlaceOf& placeOf) {
@@ -265,6 +299,7 @@ class OrderFinder {
   uint64_t count_;
   Shape shape_;  ///< empty where it does not fit the elements
   uint64_t rowElements_;
+  std::optional<float> majority_;  ///< among the actual values
 };
 
 }  // namespace

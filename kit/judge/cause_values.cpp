@@ -127,6 +127,69 @@ class ValueFinder {
                   return static_cast<float>(std::bit_cast<uint32_t>(rounded) >> 16);
                 });
     FindWholeNumbersAsFloats();
+    FindByteOrder();
+  }
+
+  // Each byte order is that of the other one's reader: what stands there is turned back.
+  void FindByteOrder() {
+    const auto areAll = [&](const std::function<bool(float)>& holds) {
+      return std::all_of(actual_.begin(), actual_.end(), holds);
+    };
+    const auto isWhole = [](double least, double most) {
+      return [=](float value) {
+        const auto wide = static_cast<double>(value);
+        return wide >= least && wide <= most && wide == std::nearbyint(wide);
+      };
+    };
+    const auto swap16 = [](uint32_t bits) {
+      return static_cast<uint16_t>((bits & 0xFFU) << 8 | (bits >> 8 & 0xFFU));
+    };
+    constexpr double kMostInt16 = 32767;
+    constexpr double kMostUint16 = 65535;
+    constexpr double kMostInt32 = 2147483647;
+    if (areAll(isWhole(-kMostInt16 - 1, kMostInt16))) {
+      TryTurned("int16", [=](float value) {
+        return static_cast<float>(
+            static_cast<int16_t>(swap16(static_cast<uint16_t>(static_cast<int16_t>(value)))));
+      });
+    }
+    if (areAll(isWhole(0, kMostUint16))) {
+      TryTurned("uint16", [=](float value) {
+        return static_cast<float>(swap16(static_cast<uint32_t>(value)));
+      });
+    }
+    // The greatest float below 2^31: beyond it there is no int32.
+    if (areAll(isWhole(-kMostInt32 - 1, kMostInt32 - 128))) {
+      TryTurned("int32", [](float value) {
+        const auto bits = static_cast<uint32_t>(static_cast<int32_t>(value));
+        return static_cast<float>(static_cast<int32_t>(__builtin_bswap32(bits)));
+      });
+    }
+    // Of a NaN the bits of 16 are not kept.
+    if (areAll([](float value) { return std::isnan(value) || RoundedToFloat16(value) == value; })) {
+      TryTurned("float16", [=](float value) {
+        return std::isnan(value) ? value : Float16Value(swap16(Float16BitsOf(value)));
+      });
+    }
+    if (areAll([](float value) { return (std::bit_cast<uint32_t>(value) & 0xFFFFU) == 0; })) {
+      TryTurned("bfloat16", [=](float value) {
+        return Bfloat16Value(swap16(std::bit_cast<uint32_t>(value) >> 16));
+      });
+    }
+    TryTurned("float32", [](float value) {
+      return std::bit_cast<float>(__builtin_bswap32(std::bit_cast<uint32_t>(value)));
+    });
+  }
+
+  void TryTurned(const std::string& type, const std::function<float(float)>& turned) {
+    const auto evidence = scales_.Weigh(likeness_, [&](uint64_t i) -> std::optional<Told> {
+      const float value = turned(actual_[i]);
+      if (std::isnan(value) && !std::isnan(expected_[i])) return std::nullopt;
+      return Told{value, expected_[i]};
+    });
+    if (!evidence) return;
+    causes_.push_back(MakeCause(
+        "byte-order", "the bytes of each " + type + " stand in the other order", *evidence));
   }
 
   static uint32_t Float16BitsOf(float value) {
@@ -464,158 +527,11 @@ class ValueFinder {
   uint64_t count_;
 };
 
-// ---- Rounding -----------------------------------------------------------------------------------
-
-// Shares of the elements of which something holds, where the expected one is finite and not 0.
-struct Shares {
-  double actual = 0;    ///< the actual value has the form
-  double expected = 0;  ///< the expected value has it
-  double rounded = 0;   ///< the actual value is the expected one rounded to it
-  double near = 0;      ///< it is within a few steps of that
-};
-
-Shares SharesOf(const CauseQuestion& question, float (*round)(float), double step) {
-  uint64_t known = 0;
-  std::array<uint64_t, 4> counts{};
-  for (size_t i = 0; i < question.actual.size(); ++i) {
-    const float a = question.actual[i];
-    const float e = question.expected[i];
-    if (!std::isfinite(e) || e == 0) continue;
-    ++known;
-    counts[0] += round(a) == a ? 1 : 0;
-    counts[1] += round(e) == e ? 1 : 0;
-    counts[2] += round(e) == a ? 1 : 0;
-    const double apart = std::abs(static_cast<double>(a) - static_cast<double>(e));
-    counts[3] += apart <= step * std::abs(static_cast<double>(e)) + 1e-7 ? 1 : 0;
-  }
-  constexpr uint64_t kFewest = 4;
-  if (known < kFewest) return {};
-  const auto share = [&](size_t i) {
-    return static_cast<double>(counts[i]) / static_cast<double>(known);
-  };
-  return {share(0), share(1), share(2), share(3)};
-}
-
-bool IsRoundedTo(const char* id, const std::string& name, const Shares& shares,
-                 std::vector<Cause>& causes) {
-  constexpr double kMostBefore = 0.7;
-  if (shares.expected > kMostBefore || shares.rounded < 0.99) return false;
-  causes.push_back({id, "the values are the expected ones rounded to " + name, shares.rounded});
-  return true;
-}
-
-bool HasPrecisionOf(const char* id, const std::string& name, const Shares& shares,
-                    std::vector<Cause>& causes) {
-  constexpr double kMostBefore = 0.7;
-  if (shares.expected > kMostBefore || shares.near < 0.95 || shares.actual < 0.999) return false;
-  causes.push_back({id, "the values have the precision of " + name + ", and differ by its steps",
-                    0.9 * shares.near});
-  return true;
-}
-
-// The step that all values are multiples of, in at most 256 levels; 0 if there is none.
-double StepOf(std::span<const float> values) {
-  constexpr size_t kMostLevels = 256;
-  std::vector<float> levels;
-  for (const float value : values) {
-    if (!std::isfinite(value)) return 0;
-    const auto at = std::lower_bound(levels.begin(), levels.end(), value);
-    if (at != levels.end() && *at == value) continue;
-    if (levels.size() == kMostLevels) return 0;
-    levels.insert(at, value);
-  }
-  constexpr size_t kFewest = 4;
-  if (levels.size() < kFewest) return 0;
-  double gap = std::numeric_limits<double>::infinity();
-  for (size_t i = 1; i < levels.size(); ++i) {
-    gap = std::min(gap, static_cast<double>(levels[i]) - static_cast<double>(levels[i - 1]));
-  }
-  const double reach = static_cast<double>(levels.back()) - static_cast<double>(levels.front());
-  const auto farthest = std::max(std::abs(static_cast<double>(levels.front())),
-                                 std::abs(static_cast<double>(levels.back())));
-  // Neighbours need not be among the values.
-  constexpr int kMostParts = 8;
-  for (int part = 1; part <= kMostParts; ++part) {
-    // The difference of two rounded values is off by more than the greatest of them is.
-    const double rough = gap / part;
-    if (reach / rough > static_cast<double>(kMostLevels)) return 0;
-    const double step = farthest / std::nearbyint(farthest / rough);
-    const bool areMultiples = std::all_of(levels.begin(), levels.end(), [&](float level) {
-      const double steps = static_cast<double>(level) / step;
-      return std::abs(steps - std::nearbyint(steps)) < 1e-3;
-    });
-    if (areMultiples) return step;
-  }
-  return 0;
-}
-
-// Of values in too few levels to tell a step of their own, such as the scores of a sure classifier:
-// one of the usual steps of 0 to 1, if all are multiples of it and some are no whole numbers.
-double UsualStepOf(std::span<const float> values) {
-  constexpr std::array<double, 4> kSteps{1.0 / 255, 1.0 / 256, 1.0 / 127, 1.0 / 128};
-  constexpr int kFewest = 2;
-  for (const double step : kSteps) {
-    int between = 0;
-    const bool areMultiples = std::all_of(values.begin(), values.end(), [&](float value) {
-      const double steps = static_cast<double>(value) / step;
-      between += value != std::nearbyint(value) ? 1 : 0;
-      return std::abs(value) <= 1 && std::abs(steps - std::nearbyint(steps)) < 1e-3;
-    });
-    if (areMultiples && between >= kFewest) return step;
-  }
-  return 0;
-}
-
-void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
-  double step = StepOf(question.actual);
-  if (StepOf(question.expected) != 0) return;
-  if (step == 0 && UsualStepOf(question.expected) == 0) step = UsualStepOf(question.actual);
-  if (step == 0) return;
-  const auto [least, most] = std::minmax_element(question.actual.begin(), question.actual.end());
-  uint64_t explained = 0;
-  uint64_t differing = 0;
-  uint64_t differingExplained = 0;
-  for (size_t i = 0; i < question.actual.size(); ++i) {
-    const auto a = static_cast<double>(question.actual[i]);
-    const auto e = static_cast<double>(question.expected[i]);
-    const bool isSaturated =
-        (question.actual[i] == *most && e > a) || (question.actual[i] == *least && e < a);
-    const bool isExplained = std::abs(a - e) <= 0.51 * step || isSaturated;
-    explained += isExplained ? 1 : 0;
-    differing += a != e ? 1 : 0;
-    differingExplained += isExplained && a != e ? 1 : 0;
-  }
-  // Where nearly all is 0 on both sides, nearly all is explained by anything.
-  if (differingExplained * 100 < differing * 85) return;
-  const double share = static_cast<double>(explained) / static_cast<double>(question.actual.size());
-  if (share < 0.97) return;
-  causes.push_back({"rounded-int8",
-                    "the values are the expected ones in steps of " + NumberText(step) +
-                        ", at most 256 of them: rounded to 8 bits",
-                    share});
-}
-
 }  // namespace
 
 void FindValueCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes) {
   ValueFinder(question, scales, causes).Find();
-}
-
-void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
-  constexpr double kStepsBfloat16 = 0x1p-6;  // a few of them
-  constexpr double kStepsFloat16 = 0x1p-9;
-  const Shares brain = SharesOf(question, RoundedToBfloat16, kStepsBfloat16);
-  const Shares half = SharesOf(question, RoundedToFloat16, kStepsFloat16);
-  if (IsRoundedTo("rounded-bfloat16", "bfloat16", brain, causes) ||
-      IsRoundedTo("rounded-float16", "float16", half, causes)) {
-    return;
-  }
-  FindIntRounding(question, causes);
-  if (!causes.empty()) return;
-  // Few bits of bfloat16 are few of float16, too.
-  if (HasPrecisionOf("rounded-bfloat16", "bfloat16", brain, causes)) return;
-  HasPrecisionOf("rounded-float16", "float16", half, causes);
 }
 
 }  // namespace vorn::kit

@@ -771,6 +771,11 @@ class Judging {
       question.expected = loaded->second;
       question.shape = state.verdict.shape;
       question.tolerance = state.verdict.rules.tolerance.tolerance;
+      const Census& census = state.verdict.census;
+      if (census.finite > 0) {
+        question.reach = std::max(std::abs(static_cast<double>(census.leastExpected)),
+                                  std::abs(static_cast<double>(census.greatestExpected)));
+      }
       std::optional<Sides> before;
       if (pair > 0) before = Load(pair - 1, state.verdict.name);
       if (before) question.before = before->second;
