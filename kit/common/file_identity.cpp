@@ -9,10 +9,8 @@
 #include <cstdio>
 #include <memory>
 
-#define XXH_INLINE_ALL  // nothing to link with, on a board either
-#include <xxhash.h>
-
 #include "kit/common/printable.h"
+#include "kit/common/xxh3.h"
 
 namespace vorn::kit {
 namespace {
@@ -62,19 +60,29 @@ class OpenFile {
   int fd_ = -1;
 };
 
-std::string Digits(const XXH128_hash_t& hash) {
+std::string Digits(const Xxh3Hash& hash) {
   std::array<char, 33> text{};
   std::snprintf(text.data(), text.size(), "%016llx%016llx",
-                static_cast<unsigned long long>(hash.high64),
-                static_cast<unsigned long long>(hash.low64));
+                static_cast<unsigned long long>(hash.high),
+                static_cast<unsigned long long>(hash.low));
   return text.data();
 }
 
 }  // namespace
 
 std::string Xxh3Of(std::string_view bytes) {
-  return Digits(XXH3_128bits(bytes.data(), bytes.size()));
+  return Digits(BestXxh3().hash(bytes.data(), bytes.size()));
 }
+
+Xxh3Stream::Xxh3Stream() : state_(std::make_unique<Xxh3State>()) { BestXxh3().start(*state_); }
+
+Xxh3Stream::~Xxh3Stream() = default;
+
+void Xxh3Stream::Add(std::string_view bytes) {
+  BestXxh3().add(*state_, bytes.data(), bytes.size());
+}
+
+std::string Xxh3Stream::Digits() const { return kit::Digits(BestXxh3().hashUntilNow(*state_)); }
 
 FileIdentity IdentifyFile(const std::string& path, const std::string& what, ExitStatus status) {
   return IdentifyFile(path, what, status, [](std::string_view) {});
@@ -83,25 +91,22 @@ FileIdentity IdentifyFile(const std::string& path, const std::string& what, Exit
 FileIdentity IdentifyFile(const std::string& path, const std::string& what, ExitStatus status,
                           const std::function<void(std::string_view)>& show) {
   OpenFile file(path, what, status);
-  const auto piece = std::make_unique<char[]>(kPieceBytes);
-  const std::unique_ptr<XXH3_state_t, XXH_errorcode (*)(XXH3_state_t*)> state(XXH3_createState(),
-                                                                              XXH3_freeState);
-  if (state == nullptr) throw std::bad_alloc();
-  XXH3_128bits_reset(state.get());
+  const auto piece = std::make_unique_for_overwrite<char[]>(kPieceBytes);
+  Xxh3Stream hash;
   FileIdentity identity{.path = path, .sizeBytes = 0, .xxh3 = {}};
   while (const size_t got = file.Read(piece.get(), kPieceBytes)) {
-    XXH3_128bits_update(state.get(), piece.get(), got);
+    hash.Add({piece.get(), got});
     show({piece.get(), got});
     identity.sizeBytes = *identity.sizeBytes + got;
   }
-  identity.xxh3 = Digits(XXH3_128bits_digest(state.get()));
+  identity.xxh3 = hash.Digits();
   return identity;
 }
 
 std::string ReadWholeFile(const std::string& path, const std::string& what, ExitStatus status,
                           uint64_t mostBytes) {
   OpenFile file(path, what, status);
-  const auto piece = std::make_unique<char[]>(kPieceBytes);
+  const auto piece = std::make_unique_for_overwrite<char[]>(kPieceBytes);
   std::string bytes;
   while (const size_t got = file.Read(piece.get(), kPieceBytes)) {
     bytes.append(piece.get(), got);

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +12,8 @@
 #include "kit/common/fault.h"
 
 namespace vorn::kit {
+
+struct Xxh3State;
 
 /// A file that something was made from.
 struct FileIdentity {
@@ -23,6 +26,23 @@ struct FileIdentity {
 
 /// XXH3-128 of bytes in memory, in hexadecimal digits as above.
 [[nodiscard]] std::string Xxh3Of(std::string_view bytes);
+
+/// The same of bytes that come in pieces.
+class Xxh3Stream {
+ public:
+  Xxh3Stream();
+  ~Xxh3Stream();
+  Xxh3Stream(const Xxh3Stream&) = delete;
+  Xxh3Stream& operator=(const Xxh3Stream&) = delete;
+
+  void Add(std::string_view bytes);
+
+  /// Of all that was added until now.
+  [[nodiscard]] std::string Digits() const;
+
+ private:
+  std::unique_ptr<Xxh3State> state_;
+};
 
 /// Reads the file once, in pieces. Throws a Fault of `status` that says what `what` is ("the
 /// model") and what is wrong with it.

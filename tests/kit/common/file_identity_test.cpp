@@ -7,6 +7,7 @@
 #include <functional>
 #include <iterator>
 
+#include "kit/common/xxh3.h"
 #include "support/files.h"
 
 namespace vorn::kit {
@@ -81,6 +82,32 @@ TEST_F(FileIdentityTest, ReadsOnBehindOnePiece) {
   EXPECT_EQ(one.sizeBytes, bytes.size());
   EXPECT_NE(one.xxh3, other.xxh3);
 }
+
+TEST(Xxh3Stream, GivesTheHashOfTheWholeHoweverItIsCut) {
+  for (const size_t size : {0, 1, 16, 17, 128, 240, 241, 1024, 4097, 100'000}) {
+    const std::string bytes = support::CountingBytes(size);
+    for (const size_t piece : {1, 63, 256, 5000}) {
+      Xxh3Stream hash;
+      for (size_t at = 0; at < size; at += piece) {
+        hash.Add(std::string_view(bytes).substr(at, piece));
+      }
+      EXPECT_EQ(hash.Digits(), Xxh3Of(bytes)) << size << " by " << piece;
+    }
+  }
+}
+
+#ifdef VORN_HAS_XXH3_AVX2
+TEST(Xxh3, GivesTheSameWithAllInstructions) {
+  if (__builtin_cpu_supports("avx2") == 0) GTEST_SKIP() << "this processor has no AVX2";
+  const std::string bytes = support::CountingBytes(300'001);
+  for (size_t size = 0; size <= bytes.size(); size = size * 3 / 2 + 1) {
+    const Xxh3Hash anywhere = kXxh3Anywhere.hash(bytes.data(), size);
+    const Xxh3Hash hash = kXxh3WithAvx2.hash(bytes.data(), size);
+    EXPECT_EQ(hash.high, anywhere.high) << size;
+    EXPECT_EQ(hash.low, anywhere.low) << size;
+  }
+}
+#endif
 
 TEST_F(FileIdentityTest, RefusesWhatIsNoFile) {
   EXPECT_EQ(FaultOfPath(Path("nothing")),
