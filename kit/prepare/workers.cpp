@@ -1,5 +1,6 @@
 #include "kit/prepare/workers.h"
 
+#include <malloc.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -12,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <new>
@@ -26,6 +28,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kTickMs = 100;
 constexpr size_t kMostAnswerBytes = 16 << 20;
+constexpr size_t kMostGiven = 2;  // tasks of a child: it need not wait for the next one
+constexpr int kKeptBytes = 32 << 20;
 
 struct AnswerHead {
   uint32_t status;
@@ -77,6 +81,14 @@ void LimitMemory(uint64_t bytes) {
 #endif
 }
 
+// A task takes as much memory as the one before. What the C library would give back to the system,
+// it would get again page by page, each cleared and each a fault.
+void KeepMemory() {
+  (void)mallopt(M_MMAP_THRESHOLD, kKeptBytes);
+  (void)mallopt(M_TRIM_THRESHOLD, 4 * kKeptBytes);
+  (void)mallopt(M_TOP_PAD, kKeptBytes / 8);
+}
+
 TaskAnswer AnswerTo(uint64_t task, const std::function<std::string(uint64_t)>& work,
                     uint64_t memoryBytes) {
   try {
@@ -101,6 +113,7 @@ TaskAnswer AnswerTo(uint64_t task, const std::function<std::string(uint64_t)>& w
   const rlimit noCore{.rlim_cur = 0, .rlim_max = 0};
   (void)setrlimit(RLIMIT_CORE, &noCore);
   LimitMemory(limits.memoryBytes);
+  KeepMemory();
   uint64_t task = 0;
   while (ReadAll(fd, &task, sizeof task)) {
     TaskAnswer answer = AnswerTo(task, work, limits.memoryBytes);
@@ -115,7 +128,7 @@ TaskAnswer AnswerTo(uint64_t task, const std::function<std::string(uint64_t)>& w
 
 // ---- In the parent ------------------------------------------------------------------------------
 
-// One child, and the task that it is at.
+// One child, and the tasks that it was given: the first one it is at.
 class Worker {
  public:
   Worker(const WorkerLimits& limits, const std::function<std::string(uint64_t)>& work)
@@ -125,32 +138,32 @@ class Worker {
   Worker& operator=(const Worker&) = delete;
 
   [[nodiscard]] int Descriptor() const { return fd_; }
-  [[nodiscard]] bool IsBusy() const { return isBusy_; }
-  [[nodiscard]] bool IsLate() const { return isBusy_ && Clock::now() > deadline_; }
+  [[nodiscard]] size_t Tasks() const { return tasks_.size(); }
+  [[nodiscard]] bool IsLate() const { return !tasks_.empty() && Clock::now() > deadline_; }
 
   void Give(uint64_t task) {
-    // A child that died between two tasks took none with it.
-    for (int attempt = 0; attempt < 2; ++attempt) {
-      if (fd_ < 0) Start();
-      if (WriteAll(fd_, &task, sizeof task)) break;
-      (void)End();
-    }
-    task_ = task;
-    isBusy_ = true;
-    deadline_ = Clock::now() + limits_.time;
+    tasks_.push_back(task);
+    if (tasks_.size() == 1) deadline_ = Clock::now() + limits_.time;
+    const bool isSent = fd_ >= 0 && WriteAll(fd_, &task, sizeof task);
+    if (isSent) ++sent_;
+    // One that died at another task is found out when the answer to that does not come.
+    if (!isSent && tasks_.size() == 1) GiveAgain();
   }
 
   // What has come: an answer, or the end of the child.
   TaskAnswer Take() {
-    isBusy_ = false;
     AnswerHead head{};
-    TaskAnswer answer{task_, ExitStatus::kDone, ""};
+    TaskAnswer answer{tasks_.front(), ExitStatus::kDone, ""};
     if (fd_ >= 0 && ReadAll(fd_, &head, sizeof head) && head.bytes <= kMostAnswerBytes) {
       answer.status = static_cast<ExitStatus>(head.status);
       answer.text.resize(head.bytes);
-      if (ReadAll(fd_, answer.text.data(), head.bytes)) return answer;
+      if (ReadAll(fd_, answer.text.data(), head.bytes)) {
+        BeginNext();
+        return answer;
+      }
     }
     const int status = End();
+    BeginNext();
     answer.status = ExitStatus::kInput;
     answer.text = WIFSIGNALED(status)
                       ? "ended its process by signal " + std::to_string(WTERMSIG(status)) + " (" +
@@ -160,14 +173,31 @@ class Worker {
   }
 
   TaskAnswer GiveUp() {
-    isBusy_ = false;
+    const uint64_t task = tasks_.front();
     (void)End();
-    return {task_, ExitStatus::kLimit,
+    BeginNext();
+    return {task, ExitStatus::kLimit,
             "takes longer than the " +
                 Counted(static_cast<uint64_t>(limits_.time.count()), "second") + " that it may"};
   }
 
  private:
+  void BeginNext() {
+    tasks_.pop_front();
+    if (sent_ > 0) --sent_;
+    deadline_ = Clock::now() + limits_.time;
+    if (fd_ < 0 || sent_ < tasks_.size()) GiveAgain();
+  }
+
+  // To a new child. One that died between two tasks took none with it.
+  void GiveAgain() {
+    for (int attempt = 0; attempt < 2 && sent_ < tasks_.size(); ++attempt) {
+      (void)End();
+      Start();
+      while (sent_ < tasks_.size() && WriteAll(fd_, &tasks_[sent_], sizeof tasks_[sent_])) ++sent_;
+    }
+  }
+
   void Start() {
     int pair[2] = {-1, -1};
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) RefuseStart(errno);
@@ -196,6 +226,7 @@ class Worker {
     if (fd_ < 0) return 0;
     close(fd_);
     fd_ = -1;
+    sent_ = 0;
     // One that answers nobody has ended by itself, or has to be ended; the first is told.
     int status = 0;
     pid_t ended = waitpid(pid_, &status, WNOHANG);
@@ -215,9 +246,9 @@ class Worker {
   const std::function<std::string(uint64_t)>& work_;
   int fd_ = -1;
   pid_t pid_ = -1;
-  bool isBusy_ = false;
-  uint64_t task_ = 0;
-  Clock::time_point deadline_;
+  std::deque<uint64_t> tasks_;
+  size_t sent_ = 0;             // of them, to this child
+  Clock::time_point deadline_;  // of the first one
 };
 
 }  // namespace
@@ -232,11 +263,18 @@ void RunTasks(uint64_t tasks, const WorkerLimits& limits,
   uint64_t next = 0;
   uint64_t open = tasks;
   while (open > 0) {
+    // One each before a second one, and of the last tasks no second one: they go to who is free
+    // first, and do not wait behind a slow one.
+    for (size_t given = 1; given <= kMostGiven; ++given) {
+      for (const auto& worker : workers) {
+        const bool isFew = given > 1 && tasks - next < count;
+        if (worker->Tasks() < given && next < tasks && !isFew) worker->Give(next++);
+      }
+    }
     std::vector<pollfd> waited;
     std::vector<Worker*> busy;
     for (const auto& worker : workers) {
-      if (!worker->IsBusy() && next < tasks) worker->Give(next++);
-      if (!worker->IsBusy()) continue;
+      if (worker->Tasks() == 0) continue;
       waited.push_back({worker->Descriptor(), POLLIN, 0});
       busy.push_back(worker.get());
     }

@@ -1,11 +1,11 @@
 // Tasks that may crash, hang or eat all memory, done in processes of their own on all cores.
 //
-//     parent  -- number of a task (8 bytes) -->  child     one task at a time
+//     parent  -- number of a task (8 bytes) -->  child     one task, and a second to go on with
 //     parent  <-- status, length, text --------  child     (4 + 4 bytes, and the text)
 //
 // Children are forked from the process that asks, which must have one thread; what they write into
 // files stays, what they change in memory is gone. A child that dies or takes too long costs its
-// task alone: another takes its place.
+// task alone: another takes its place, and what the dead one had not begun.
 #ifndef VORN_KIT_PREPARE_WORKERS_H_
 #define VORN_KIT_PREPARE_WORKERS_H_
 

@@ -68,6 +68,29 @@ TEST(RunTasks, EndsOneThatTakesTooLong) {
   EXPECT_EQ(answers.at(2).text, "well");
 }
 
+// A child has the next task at hand while it is at one.
+TEST(RunTasks, GivesWhatADeadOneHadNotBegunToTheNext) {
+  const auto answers = AnswersOf(20, {.workers = 1}, [](uint64_t task) -> std::string {
+    if (task % 3 == 1) _exit(3);
+    return "well";
+  });
+  ASSERT_EQ(answers.size(), 20U);
+  for (const auto& [task, answer] : answers) {
+    EXPECT_EQ(answer.text, task % 3 == 1 ? "ended its process" : "well") << task;
+  }
+}
+
+TEST(RunTasks, GivesWhatALateOneHadNotBegunToTheNext) {
+  const auto answers = AnswersOf(4, {.workers = 1, .time = std::chrono::seconds(1)},
+                                 [](uint64_t task) -> std::string {
+                                   while (task == 1) pause();
+                                   return "well";
+                                 });
+  ASSERT_EQ(answers.size(), 4U);
+  EXPECT_EQ(answers.at(1).text, "takes longer than the 1 second that it may");
+  for (const uint64_t task : {0, 2, 3}) EXPECT_EQ(answers.at(task).text, "well") << task;
+}
+
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST(RunTasks, EndsOneThatEatsMemory) {
   const auto answers =
