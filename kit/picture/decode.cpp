@@ -114,6 +114,13 @@ Picture MakeWithinLimits(const PictureFile& file, uint64_t width, uint64_t heigh
   return MakePicture(static_cast<uint32_t>(width), static_cast<uint32_t>(height), channels, type);
 }
 
+Picture MakeUnclearedWithinLimits(const PictureFile& file, uint64_t width, uint64_t height,
+                                  uint32_t channels, PixelType type) {
+  CheckWithinLimits(file, width, height, channels, type);
+  return MakeUnclearedPicture(static_cast<uint32_t>(width), static_cast<uint32_t>(height), channels,
+                              type);
+}
+
 const char* NameOf(PictureFormat format) {
   switch (format) {
     case PictureFormat::kJpeg:
@@ -171,8 +178,13 @@ std::string DecoderOf(PictureFormat format) {
 }
 
 DecodedPicture DecodePicture(const std::string& name, std::string_view bytes,
-                             const DecodeLimits& limits) {
-  const PictureFile file{name, bytes, limits};
+                             const DecodeLimits& limits, const ShowPixels& show) {
+  size_t shown = 0;
+  const ShowPixels count = [&](std::string_view pixels) {
+    shown += pixels.size();
+    if (show) show(pixels);
+  };
+  const PictureFile file{name, bytes, limits, count};
   if (bytes.empty()) RefusePicture(file, "is empty");
   if (bytes.size() > limits.mostFileBytes) {
     throw Fault(ExitStatus::kLimit, "the picture " + Quoted(name) + " is a file of " +
@@ -187,11 +199,16 @@ DecodedPicture DecodePicture(const std::string& name, std::string_view bytes,
   decoded.format = NameOf(*format);
   decoded.decoder = DecoderOf(*format);
   DecodeFunctionOf (*format)(file, decoded);
+  const PixelBytes& pixels = decoded.picture.pixels;
+  if (shown < pixels.size()) {
+    count({reinterpret_cast<const char*>(pixels.data()) + shown, pixels.size() - shown});
+  }
   return decoded;
 }
 
-DecodedPicture DecodePictureFile(const std::string& path, const DecodeLimits& limits) {
-  return DecodePicture(path, ReadPictureFile(path, limits), limits);
+DecodedPicture DecodePictureFile(const std::string& path, const DecodeLimits& limits,
+                                 const ShowPixels& show) {
+  return DecodePicture(path, ReadPictureFile(path, limits), limits, show);
 }
 
 }  // namespace vorn::kit

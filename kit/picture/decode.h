@@ -10,6 +10,7 @@
 #define VORN_KIT_PICTURE_DECODE_H_
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -46,14 +47,20 @@ struct DecodedPicture {
   std::vector<std::string> remarks;
 };
 
+/// Is given all bytes of the pixels in order, piece by piece: where the decoder can, while they are
+/// in the processor's cache. Those of a file that is refused later, too.
+using ShowPixels = std::function<void(std::string_view)>;
+
 /// Decodes the file `name` whose bytes these are. Throws a Fault of kInput that names it, and one
 /// of kLimit where it is larger than the limits.
 [[nodiscard]] DecodedPicture DecodePicture(const std::string& name, std::string_view bytes,
-                                           const DecodeLimits& limits = {});
+                                           const DecodeLimits& limits = {},
+                                           const ShowPixels& show = nullptr);
 
 /// Reads the file and decodes it. Throws as above.
 [[nodiscard]] DecodedPicture DecodePictureFile(const std::string& path,
-                                               const DecodeLimits& limits = {});
+                                               const DecodeLimits& limits = {},
+                                               const ShowPixels& show = nullptr);
 
 }  // namespace vorn::kit
 

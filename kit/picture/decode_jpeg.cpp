@@ -8,6 +8,7 @@
 #include <jerror.h>
 // clang-format on
 
+#include <algorithm>
 #include <array>
 #include <csetjmp>
 #include <string>
@@ -24,6 +25,8 @@ namespace {
 
 // A progressive file of a few kilobytes can ask for thousands of passes over a large picture.
 constexpr int kMostScans = 500;
+// Shown at once: a part of what a processor's own cache holds.
+constexpr size_t kShownBytes = size_t{128} << 10;
 constexpr std::string_view kExifMark{"Exif\0\0", 6};
 constexpr std::string_view kProfileMark{"ICC_PROFILE\0", 12};
 
@@ -100,12 +103,18 @@ class JpegReader {
     return true;
   }
 
-  bool ReadRows(Picture& picture) {
+  // `rows` at most.
+  bool ReadRows(Picture& picture, uint32_t rows) {
     if (setjmp(errors_.jump) != 0) return false;
-    while (info_.output_scanline < info_.output_height) {
+    for (uint32_t i = 0; i < rows && info_.output_scanline < info_.output_height; ++i) {
       JSAMPROW row = picture.Row<uint8_t>(info_.output_scanline);
       jpeg_read_scanlines(&info_, &row, 1);
     }
+    return true;
+  }
+
+  bool Finish() {
+    if (setjmp(errors_.jump) != 0) return false;
     jpeg_finish_decompress(&info_);
     return true;
   }
@@ -128,6 +137,19 @@ class JpegReader {
   jpeg_progress_mgr progress_{};
   JpegErrors errors_{};
 };
+
+// Shows the rows as they come; of ink nothing, which is not yet what the picture is made of.
+bool ReadAllRows(JpegReader& reader, const PictureFile& file, bool isInk, Picture& picture) {
+  const size_t rowBytes = picture.RowBytes();
+  const auto atOnce = static_cast<uint32_t>(std::max<size_t>(1, kShownBytes / rowBytes));
+  for (uint32_t y = 0; y < picture.height; y += atOnce) {
+    if (!reader.ReadRows(picture, atOnce)) return false;
+    if (isInk) continue;
+    const size_t rows = std::min(atOnce, picture.height - y);
+    file.show({picture.Row<char>(y), rows * rowBytes});
+  }
+  return reader.Finish();
+}
 
 // Ink is stored upside down, as Adobe's programs do it, and is read so even where nothing says that
 // it is theirs.
@@ -176,15 +198,15 @@ void DecodeJpeg(const PictureFile& file, DecodedPicture& decoded) {
   }
   const bool isInk = info.out_color_space == JCS_CMYK;
   const uint32_t stored = isInk ? 4 : info.out_color_space == JCS_RGB ? 3 : 1;
-  Picture picture =
-      MakeWithinLimits(file, info.image_width, info.image_height, stored, PixelType::kUint8);
-  if (!reader.Start() || !reader.ReadRows(picture)) refuse(reader);
+  Picture picture = MakeUnclearedWithinLimits(file, info.image_width, info.image_height, stored,
+                                              PixelType::kUint8);
+  if (!reader.Start() || !ReadAllRows(reader, file, isInk, picture)) refuse(reader);
   if (!isInk) {
     decoded.picture = std::move(picture);
     return;
   }
   decoded.remarks.emplace_back(kInkRemark);
-  decoded.picture = MakePicture(picture.width, picture.height, 3, PixelType::kUint8);
+  decoded.picture = MakeUnclearedPicture(picture.width, picture.height, 3, PixelType::kUint8);
   TurnInkIntoColours(picture, decoded.picture);
 }
 

@@ -127,8 +127,8 @@ class PngReader {
 Picture LookUpColours(const PictureFile& file, const PngReader& reader, const Picture& indices) {
   const std::span<const png_color> palette = reader.Palette();
   const std::span<const png_byte> alphas = reader.Alphas();
-  Picture picture = MakeWithinLimits(file, indices.width, indices.height, alphas.empty() ? 3 : 4,
-                                     PixelType::kUint8);
+  Picture picture = MakeUnclearedWithinLimits(file, indices.width, indices.height,
+                                              alphas.empty() ? 3 : 4, PixelType::kUint8);
   auto* to = picture.Row<uint8_t>(0);
   for (const std::byte byte : indices.pixels) {
     const auto index = std::to_integer<size_t>(byte);
@@ -175,7 +175,7 @@ void DecodePng(const PictureFile& file, DecodedPicture& decoded) {
   if (!reader.ChooseValues()) refuse(reader);
   const PixelType type = reader.Bits() == 16 ? PixelType::kUint16 : PixelType::kUint8;
   Picture picture =
-      MakeWithinLimits(file, reader.Width(), reader.Height(), reader.Channels(), type);
+      MakeUnclearedWithinLimits(file, reader.Width(), reader.Height(), reader.Channels(), type);
   std::vector<png_bytep> rows(picture.height);
   for (uint32_t y = 0; y < picture.height; ++y) rows[y] = picture.Row<png_byte>(y);
   if (!reader.ReadRows(rows.data())) refuse(reader);

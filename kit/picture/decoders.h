@@ -14,6 +14,9 @@ struct PictureFile {
   const std::string& name;
   std::string_view bytes;
   const DecodeLimits& limits;
+  /// Takes the picture's first bytes, then the next ones, from a decoder that has them in order and
+  /// for good; what no decoder gave is given at the end.
+  const ShowPixels& show;
 };
 
 /// "the picture 'NAME' REASON", as a fault of kInput.
@@ -24,9 +27,13 @@ struct PictureFile {
                                const std::string& words);
 
 /// An empty picture of that size. Refuses sizes of 0 and sizes beyond the limits, by what the head
-/// of the file says. `workBytes` is what the decoder needs for itself.
+/// of the file says.
 [[nodiscard]] Picture MakeWithinLimits(const PictureFile& file, uint64_t width, uint64_t height,
                                        uint32_t channels, PixelType type);
+
+/// The same, not cleared: for decoders that write every value or refuse the file.
+[[nodiscard]] Picture MakeUnclearedWithinLimits(const PictureFile& file, uint64_t width,
+                                                uint64_t height, uint32_t channels, PixelType type);
 
 /// The same check alone, before a library allocates.
 void CheckWithinLimits(const PictureFile& file, uint64_t width, uint64_t height, uint32_t channels,

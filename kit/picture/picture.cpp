@@ -108,6 +108,12 @@ std::string Picture::Description() const {
 }
 
 Picture MakePicture(uint32_t width, uint32_t height, uint32_t channels, PixelType type) {
+  Picture picture = MakeUnclearedPicture(width, height, channels, type);
+  std::fill(picture.pixels.begin(), picture.pixels.end(), std::byte{0});
+  return picture;
+}
+
+Picture MakeUnclearedPicture(uint32_t width, uint32_t height, uint32_t channels, PixelType type) {
   Picture picture{width, height, channels, type, {}};
   picture.pixels.resize(picture.RowBytes() * height);
   return picture;
@@ -116,16 +122,17 @@ Picture MakePicture(uint32_t width, uint32_t height, uint32_t channels, PixelTyp
 Picture ApplyOrientation(Picture picture, int orientation) {
   if (orientation < 2 || orientation > 8) return picture;
   const Turn turn = TurnOf(orientation);
-  Picture turned = MakePicture(turn.isTransposed ? picture.height : picture.width,
-                               turn.isTransposed ? picture.width : picture.height, picture.channels,
-                               picture.type);
+  Picture turned = MakeUnclearedPicture(turn.isTransposed ? picture.height : picture.width,
+                                        turn.isTransposed ? picture.width : picture.height,
+                                        picture.channels, picture.type);
   TurnPixelsOf(picture.channels * BytesOf(picture.type))(picture, turn, turned);
   return turned;
 }
 
 Picture UpperBytes(Picture picture) {
   if (picture.type != PixelType::kUint16) return picture;
-  Picture upper = MakePicture(picture.width, picture.height, picture.channels, PixelType::kUint8);
+  Picture upper =
+      MakeUnclearedPicture(picture.width, picture.height, picture.channels, PixelType::kUint8);
   for (uint32_t y = 0; y < picture.height; ++y) {
     const auto* from = picture.Row<uint16_t>(y);
     std::transform(from, from + picture.RowValues(), upper.Row<uint8_t>(y),
@@ -136,7 +143,8 @@ Picture UpperBytes(Picture picture) {
 
 Picture WithoutAlpha(Picture picture) {
   if (!picture.HasAlpha()) return picture;
-  Picture plain = MakePicture(picture.width, picture.height, picture.channels - 1, picture.type);
+  Picture plain =
+      MakeUnclearedPicture(picture.width, picture.height, picture.channels - 1, picture.type);
   const size_t wide = picture.channels * BytesOf(picture.type);
   const size_t narrow = plain.channels * BytesOf(plain.type);
   const std::byte* from = picture.pixels.data();

@@ -8,10 +8,34 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vorn::kit {
+
+/// Makes elements that hold anything until they are written, where a vector would clear them: a
+/// large picture is cleared for a good part of the time that decoding it takes.
+template <typename Value>
+struct UnclearedAllocator : std::allocator<Value> {
+  template <typename Other>
+  struct rebind {
+    using other = UnclearedAllocator<Other>;
+  };
+
+  template <typename Other>
+  void construct(Other* place) noexcept {
+    ::new (static_cast<void*>(place)) Other;
+  }
+  template <typename Other, typename... Arguments>
+  void construct(Other* place, Arguments&&... arguments) {
+    ::new (static_cast<void*>(place)) Other(std::forward<Arguments>(arguments)...);
+  }
+};
+
+using PixelBytes = std::vector<std::byte, UnclearedAllocator<std::byte>>;
 
 enum class PixelType { kUint8, kUint16, kFloat32 };
 
@@ -26,7 +50,7 @@ struct Picture {
   uint32_t height = 0;
   uint32_t channels = 0;  ///< 1 grey, 2 grey and alpha, 3 RGB, 4 RGB and alpha
   PixelType type = PixelType::kUint8;
-  std::vector<std::byte> pixels;
+  PixelBytes pixels;
 
   [[nodiscard]] bool HasAlpha() const { return channels == 2 || channels == 4; }
   [[nodiscard]] size_t RowValues() const { return size_t{width} * channels; }
@@ -48,6 +72,10 @@ struct Picture {
 /// A picture of that size, all zeros.
 [[nodiscard]] Picture MakePicture(uint32_t width, uint32_t height, uint32_t channels,
                                   PixelType type);
+
+/// The same, whose values are anything: for whoever writes all of them.
+[[nodiscard]] Picture MakeUnclearedPicture(uint32_t width, uint32_t height, uint32_t channels,
+                                           PixelType type);
 
 /// The picture as it is to be looked at, by an orientation as EXIF numbers them: 1 as it is,
 /// 2 mirrored, 3 turned by half, 4 mirrored and turned by half, 5 transposed, 6 turned clockwise,

@@ -19,10 +19,6 @@ namespace {
 
 constexpr uint64_t kMostItemBytes = uint64_t{4} << 30;
 
-std::string_view TextOfBytes(const std::vector<std::byte>& bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
 Json PairOf(uint64_t one, uint64_t other) { return Json::Array({one, other}); }
 
 Json GeometryJson(const PictureGeometry& geometry) {
@@ -66,11 +62,18 @@ std::optional<PixelType> PixelOf(ElementType type) {
 
 }  // namespace
 
-MadeItem ItemMaker::Make(const SourceItem& item) {
+MadeItem ItemMaker::Make(const SourceItem& item, std::optional<std::string_view> file) {
   if (!item.fault.empty()) throw Fault(ExitStatus::kInput, item.fault);
+  MadeItem made;
+  made.facts = MakeBytes(item, file);
+  made.bytes = made_;
+  return made;
+}
+
+Json ItemMaker::MakeBytes(const SourceItem& item, std::optional<std::string_view> file) {
   switch (item.kind) {
     case SourceKind::kPicture:
-      return FromPicture(item);
+      return FromPicture(item, file);
     case SourceKind::kArray:
       return FromArray(item);
     case SourceKind::kRaw:
@@ -86,17 +89,18 @@ MadeItem ItemMaker::Make(const SourceItem& item) {
   return FromRandom(item.item.value_or(0));
 }
 
-MadeItem ItemMaker::FromPicture(const SourceItem& item) const {
-  DecodedPicture decoded = DecodePictureFile(item.path);
-  MadeItem made;
-  made.facts.Set("decoder", decoded.decoder);
-  made.facts.Set("pixelsXxh3_128", Xxh3Of(TextOfBytes(decoded.picture.pixels)));
-  PictureTensor tensor = MakeTensor(std::move(decoded.picture), decoded.orientation, *plan_.recipe,
-                                    TargetOf(plan_.input, *plan_.recipe));
-  made.bytes = std::move(tensor.bytes);
-  made.facts.Set("geometry", GeometryJson(tensor.geometry));
-  if (!decoded.remarks.empty()) made.facts.Set("remarks", Json::ArrayOf(decoded.remarks));
-  return made;
+Json ItemMaker::FromPicture(const SourceItem& item, std::optional<std::string_view> file) {
+  Xxh3Stream hash;
+  const ShowPixels add = [&](std::string_view pixels) { hash.Add(pixels); };
+  DecodedPicture decoded =
+      file ? DecodePicture(item.path, *file, {}, add) : DecodePictureFile(item.path, {}, add);
+  Json facts = Json::Object({{"decoder", decoded.decoder}, {"pixelsXxh3_128", hash.Digits()}});
+  const PictureGeometry geometry =
+      MakeTensor(std::move(decoded.picture), decoded.orientation, *plan_.recipe,
+                 TargetOf(plan_.input, *plan_.recipe), made_);
+  facts.Set("geometry", GeometryJson(geometry));
+  if (!decoded.remarks.empty()) facts.Set("remarks", Json::ArrayOf(decoded.remarks));
+  return facts;
 }
 
 const StoredTensor& ItemMaker::Open(const SourceItem& item) {
@@ -108,27 +112,26 @@ const StoredTensor& ItemMaker::Open(const SourceItem& item) {
   return opened_;
 }
 
-MadeItem ItemMaker::FromArray(const SourceItem& item) {
+Json ItemMaker::FromArray(const SourceItem& item) {
   const StoredTensor& tensor = Open(item);
   return FromValues(
       item.item ? ReadItem(tensor, *item.item, kMostItemBytes) : ReadArray(tensor, kMostItemBytes),
       "the array");
 }
 
-MadeItem ItemMaker::FromValues(const Array& array, const std::string& what) const {
+Json ItemMaker::FromValues(const Array& array, const std::string& what) {
   const ArrayFit fit = FitOf(array.shape, plan_);
   if (fit == ArrayFit::kPicture) return FromPixels(array);
   if (fit != ArrayFit::kWhole) {
     throw Fault(ExitStatus::kInput, "is " + TextOf(array.shape) + ", and the input takes " +
                                         ShapeText(plan_.input.shape));
   }
-  MadeItem made;
-  made.bytes = plan_.recipe ? WithValueSteps(array, *plan_.recipe, plan_.Type(), what)
-                            : StoreArray(array, plan_.Type(), std::nullopt, what);
-  return made;
+  made_ = plan_.recipe ? WithValueSteps(array, *plan_.recipe, plan_.Type(), what)
+                       : StoreArray(array, plan_.Type(), std::nullopt, what);
+  return Json::Object();
 }
 
-MadeItem ItemMaker::FromPixels(const Array& array) const {
+Json ItemMaker::FromPixels(const Array& array) {
   const auto type = PixelOf(array.type);
   const size_t channels = array.shape.size() == 2 ? 1 : array.shape[2];
   if (!type || array.shape[0] > UINT16_MAX || array.shape[1] > UINT16_MAX) {
@@ -142,29 +145,25 @@ MadeItem ItemMaker::FromPixels(const Array& array) const {
                   .height = static_cast<uint32_t>(array.shape[0]),
                   .channels = static_cast<uint32_t>(channels),
                   .type = *type,
-                  .pixels = array.bytes};
-  PictureTensor tensor =
-      MakeTensor(std::move(picture), 1, *plan_.recipe, TargetOf(plan_.input, *plan_.recipe));
-  MadeItem made;
-  made.bytes = std::move(tensor.bytes);
-  made.facts.Set("geometry", GeometryJson(tensor.geometry));
-  return made;
+                  .pixels = {array.bytes.begin(), array.bytes.end()}};
+  const PictureGeometry geometry =
+      MakeTensor(std::move(picture), 1, *plan_.recipe, TargetOf(plan_.input, *plan_.recipe), made_);
+  return Json::Object({{"geometry", GeometryJson(geometry)}});
 }
 
-MadeItem ItemMaker::FromRaw(const SourceItem& item) const {
+Json ItemMaker::FromRaw(const SourceItem& item) {
   const InputFile file(item.path, "the values");
-  MadeItem made;
   const uint64_t takes = plan_.ItemBytes();
   const uint64_t bytes = item.item ? takes : std::min(takes, file.Bytes());
   if (bytes > kMostItemBytes) {
     throw Fault(ExitStatus::kLimit, "takes " + SizeText(bytes) + ", more than is read at once");
   }
-  made.bytes.resize(bytes);
-  file.ReadAt(item.item.value_or(0) * takes, made.bytes);
-  return made;
+  made_.resize(bytes);
+  file.ReadAt(item.item.value_or(0) * takes, made_);
+  return Json::Object();
 }
 
-MadeItem ItemMaker::FromNumbers(const SourceItem& item) {
+Json ItemMaker::FromNumbers(const SourceItem& item) {
   if (item.path != numbersPath_) {
     numbers_ = ReadNumberText(item.path, kMostItemBytes);
     numbersPath_ = item.path;
@@ -179,7 +178,7 @@ MadeItem ItemMaker::FromNumbers(const SourceItem& item) {
   return FromValues(row, "the text");
 }
 
-MadeItem ItemMaker::FromSignal(const SourceItem& item) {
+Json ItemMaker::FromSignal(const SourceItem& item) {
   if (item.path != framesPath_) {
     frames_ = ReadFrames(item.path, plan_);
     framesPath_ = item.path;
@@ -199,7 +198,7 @@ MadeItem ItemMaker::FromSignal(const SourceItem& item) {
   return FromValues(array, "the signal");
 }
 
-MadeItem ItemMaker::FromRandom(uint64_t sample) const {
+Json ItemMaker::FromRandom(uint64_t sample) {
   const uint64_t elements = plan_.ItemBytes() / ElementBytes(plan_.Type());
   if (elements > kMostItemBytes / sizeof(double)) {
     throw Fault(ExitStatus::kLimit, "are more numbers than are made at once");
@@ -208,9 +207,8 @@ MadeItem ItemMaker::FromRandom(uint64_t sample) const {
   array.bytes.resize(elements * sizeof(double));
   RandomSeries series(*plan_.random, plan_.input.name, sample);
   series.Fill({reinterpret_cast<double*>(array.bytes.data()), elements});
-  MadeItem made;
-  made.bytes = StoreArray(array, plan_.Type(), std::nullopt, "the series of random numbers");
-  return made;
+  made_ = StoreArray(array, plan_.Type(), std::nullopt, "the series of random numbers");
+  return Json::Object();
 }
 
 }  // namespace vorn::kit

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
@@ -60,8 +61,8 @@ Picture PutOver(const Picture& picture, const std::array<uint8_t, 3>& under) {
                     " values, and the recipe's \"over\" takes 8 bits; take \"alpha\": \"drop\"");
   }
   const size_t colours = picture.channels - 1;
-  Picture flat =
-      MakePicture(picture.width, picture.height, static_cast<uint32_t>(colours), PixelType::kUint8);
+  Picture flat = MakeUnclearedPicture(picture.width, picture.height, static_cast<uint32_t>(colours),
+                                      PixelType::kUint8);
   const auto* from = reinterpret_cast<const uint8_t*>(picture.pixels.data());
   auto* to = reinterpret_cast<uint8_t*>(flat.pixels.data());
   const size_t pixels = size_t{picture.width} * picture.height;
@@ -148,8 +149,8 @@ Picture InColours(Picture picture, const Recipe& recipe) {
       picture.channels == channels &&
       (recipe.colours == Colours::kRgb || recipe.colours == Colours::kRgba || channels == 1);
   if (isAsItIs) return picture;
-  Picture coloured =
-      MakePicture(picture.width, picture.height, static_cast<uint32_t>(channels), picture.type);
+  Picture coloured = MakeUnclearedPicture(picture.width, picture.height,
+                                          static_cast<uint32_t>(channels), picture.type);
   switch (picture.type) {
     case PixelType::kUint8:
       TakeColours<uint8_t>(recipe.colours, picture, coloured);
@@ -169,7 +170,7 @@ Picture InColours(Picture picture, const Recipe& recipe) {
 Picture InFloats(const Picture& picture) {
   if (picture.type == PixelType::kFloat32) return picture;
   Picture floats =
-      MakePicture(picture.width, picture.height, picture.channels, PixelType::kFloat32);
+      MakeUnclearedPicture(picture.width, picture.height, picture.channels, PixelType::kFloat32);
   auto* to = reinterpret_cast<float*>(floats.pixels.data());
   const size_t values = picture.RowValues() * picture.height;
   const auto* bytes = reinterpret_cast<const uint8_t*>(picture.pixels.data());
@@ -206,52 +207,65 @@ uint32_t Centred(uint32_t room, uint32_t taken) {
   return static_cast<uint32_t>(std::nearbyint((room - taken) / 2.0 - 0.1) + 0.0);
 }
 
-void CopyInto(const Picture& from, Picture& to, uint32_t left, uint32_t top) {
-  const size_t pixelBytes = from.channels * BytesOf(from.type);
-  for (uint32_t y = 0; y < from.height; ++y) {
-    std::memcpy(to.Row<std::byte>(top + y) + left * pixelBytes, from.Row<std::byte>(y),
-                from.RowBytes());
-  }
-}
-
-// A row value by value, and the others as it is.
+// One pixel of the bars.
 template <typename Value>
-void Fill(Picture& picture, const std::vector<double>& fill) {
-  auto* to = picture.Row<Value>(0);
-  for (size_t i = 0; i < picture.RowValues(); ++i) {
-    const double value = fill[fill.size() == 1 ? 0 : i % picture.channels];
+std::vector<Value> FillOf(const std::vector<double>& fill, uint32_t channels) {
+  std::vector<Value> pixel(channels);
+  for (size_t c = 0; c < channels; ++c) {
+    const double value = fill[fill.size() == 1 ? 0 : c];
     if constexpr (std::is_floating_point_v<Value>) {
-      to[i] = static_cast<Value>(value);
+      pixel[c] = static_cast<Value>(value);
     } else {
       constexpr double kMost = std::numeric_limits<Value>::max();
-      to[i] = static_cast<Value>(std::clamp(std::nearbyint(value), 0.0, kMost));
+      pixel[c] = static_cast<Value>(std::clamp(std::nearbyint(value), 0.0, kMost));
     }
   }
-  for (uint32_t y = 1; y < picture.height; ++y) {
-    std::memcpy(picture.Row<Value>(y), to, picture.RowBytes());
+  return pixel;
+}
+
+// The bars around the picture, and the picture.
+template <typename Value>
+void Place(const Picture& picture, const std::vector<double>& fill, uint32_t left, uint32_t top,
+           Picture& box) {
+  const std::vector<Value> pixel = FillOf<Value>(fill, box.channels);
+  std::vector<Value> bar(box.RowValues());
+  for (size_t i = 0; i < bar.size(); ++i) bar[i] = pixel[i % box.channels];
+  const size_t before = size_t{left} * box.channels;
+  const size_t behind = bar.size() - before - picture.RowValues();
+  for (uint32_t y = 0; y < box.height; ++y) {
+    Value* to = box.Row<Value>(y);
+    if (y < top || y - top >= picture.height) {
+      std::copy_n(bar.data(), bar.size(), to);
+      continue;
+    }
+    to = std::copy_n(bar.data(), before, to);
+    to = std::copy_n(picture.Row<Value>(y - top), picture.RowValues(), to);
+    std::copy_n(bar.data(), behind, to);
   }
 }
 
-Picture InBox(const Picture& picture, const PictureSize& box, const ResizeStep& step,
+Picture InBox(Picture picture, const PictureSize& box, const ResizeStep& step,
               PictureGeometry& geometry) {
   if (SizeOf(picture) == box) return picture;
-  Picture filled = MakePicture(box.width, box.height, picture.channels, picture.type);
-  switch (picture.type) {
-    case PixelType::kUint8:
-      Fill<uint8_t>(filled, step.fill);
-      break;
-    case PixelType::kUint16:
-      Fill<uint16_t>(filled, step.fill);
-      break;
-    case PixelType::kFloat32:
-      Fill<float>(filled, step.fill);
-      break;
-  }
   if (step.isCentred) {
     geometry.placedLeft = Centred(box.width, picture.width);
     geometry.placedTop = Centred(box.height, picture.height);
   }
-  CopyInto(picture, filled, geometry.placedLeft, geometry.placedTop);
+  Picture filled = MakeUnclearedPicture(box.width, box.height, picture.channels, picture.type);
+  const auto place = [&](auto value) {
+    Place<decltype(value)>(picture, step.fill, geometry.placedLeft, geometry.placedTop, filled);
+  };
+  switch (picture.type) {
+    case PixelType::kUint8:
+      place(uint8_t{});
+      break;
+    case PixelType::kUint16:
+      place(uint16_t{});
+      break;
+    case PixelType::kFloat32:
+      place(float{});
+      break;
+  }
   return filled;
 }
 
@@ -264,10 +278,11 @@ Picture ResizeBy(Picture picture, const ResizeStep& step, const PictureSize& mod
   if (step.fit == ResizeStep::Fit::kLetterbox) size = FitInside(SizeOf(picture), box, step);
   if (SizeOf(picture) != size) picture = Resize(picture, size.width, size.height, step.rule);
   geometry.resized = size;
-  return step.fit == ResizeStep::Fit::kLetterbox ? InBox(picture, box, step, geometry) : picture;
+  if (step.fit != ResizeStep::Fit::kLetterbox) return picture;
+  return InBox(std::move(picture), box, step, geometry);
 }
 
-Picture CropBy(const Picture& picture, const CropStep& step, const PictureSize& models,
+Picture CropBy(Picture picture, const CropStep& step, const PictureSize& models,
                PictureGeometry& geometry) {
   const PictureSize size = step.size.value_or(models);
   if (size == SizeOf(picture)) return picture;
@@ -278,7 +293,7 @@ Picture CropBy(const Picture& picture, const CropStep& step, const PictureSize& 
   }
   geometry.cutLeft = Rounded((picture.width - size.width) / 2.0, step.rounding);
   geometry.cutTop = Rounded((picture.height - size.height) / 2.0, step.rounding);
-  Picture cut = MakePicture(size.width, size.height, picture.channels, picture.type);
+  Picture cut = MakeUnclearedPicture(size.width, size.height, picture.channels, picture.type);
   const size_t pixelBytes = picture.channels * BytesOf(picture.type);
   for (uint32_t y = 0; y < size.height; ++y) {
     std::memcpy(cut.Row<std::byte>(y),
@@ -307,32 +322,74 @@ Places PlacesIn(const PictureTarget& target) {
   return {target.channels, 1};
 }
 
-// Each value of a byte computed once a channel.
+// What each value of a byte comes to, computed once a channel.
+template <typename Stored>
+struct ByteTable {
+  std::array<Stored, kByteValues> stored{};
+  std::array<bool, kByteValues> fits{};
+};
+
+template <typename Stored>
+std::vector<ByteTable<Stored>> TablesOf(const Recipe& recipe, const PictureTarget& target) {
+  std::vector<ByteTable<Stored>> tables(target.channels);
+  for (size_t channel = 0; channel < target.channels; ++channel) {
+    for (size_t value = 0; value < kByteValues; ++value) {
+      tables[channel].fits[value] = StoreValue(
+          Computed(static_cast<float>(value), recipe.values, channel), target.type,
+          recipe.quantisation, reinterpret_cast<std::byte*>(&tables[channel].stored[value]));
+    }
+  }
+  return tables;
+}
+
+template <typename Stored>
+void CheckBytes(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
+                const std::vector<ByteTable<Stored>>& tables) {
+  const auto* from = picture.Row<uint8_t>(0);
+  for (size_t channel = 0; channel < target.channels; ++channel) {
+    const auto& fits = tables[channel].fits;
+    if (std::find(fits.begin(), fits.end(), false) == fits.end()) continue;
+    for (size_t i = channel; i < picture.pixels.size(); i += picture.channels) {
+      if (fits[from[i]]) continue;
+      RefuseValue(Computed(from[i], recipe.values, channel), target.type);
+    }
+  }
+}
+
+// All channels of a pixel at once, so that the pixels are read once.
+template <typename Stored, size_t kChannels, bool kAreFirst>
+void StorePixels(const uint8_t* from, size_t pixels, const std::vector<ByteTable<Stored>>& tables,
+                 Stored* to) {
+  const Stored* stored[kChannels];
+  for (size_t c = 0; c < kChannels; ++c) stored[c] = tables[c].stored.data();
+  const size_t pixelStep = kAreFirst ? 1 : kChannels;
+  const size_t channelStep = kAreFirst ? pixels : 1;
+  for (size_t i = 0; i < pixels; ++i, from += kChannels, to += pixelStep) {
+    for (size_t c = 0; c < kChannels; ++c) to[c * channelStep] = stored[c][from[c]];
+  }
+}
+
+template <typename Stored, bool kAreFirst>
+auto StoreFunctionOf(size_t channels) {
+  switch (channels) {
+    case 1:
+      return StorePixels<Stored, 1, kAreFirst>;
+    case 3:
+      return StorePixels<Stored, 3, kAreFirst>;
+    default:
+      return StorePixels<Stored, 4, kAreFirst>;
+  }
+}
+
 template <typename Stored>
 void StoreBytes(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
                 std::byte* bytes) {
-  const Places places = PlacesIn(target);
-  const size_t pixels = size_t{picture.width} * picture.height;
-  for (size_t channel = 0; channel < target.channels; ++channel) {
-    std::array<Stored, kByteValues> table{};
-    std::array<bool, kByteValues> fits{};
-    bool doAllFit = true;
-    for (size_t value = 0; value < kByteValues; ++value) {
-      fits[value] =
-          StoreValue(Computed(static_cast<float>(value), recipe.values, channel), target.type,
-                     recipe.quantisation, reinterpret_cast<std::byte*>(&table[value]));
-      doAllFit = doAllFit && fits[value];
-    }
-    const auto* from = reinterpret_cast<const uint8_t*>(picture.pixels.data()) + channel;
-    std::byte* to = bytes + channel * places.channelStep * sizeof(Stored);
-    for (size_t i = 0; i < pixels; ++i) {
-      const uint8_t value = from[i * picture.channels];
-      if (!doAllFit && !fits[value]) {
-        RefuseValue(Computed(value, recipe.values, channel), target.type);
-      }
-      std::memcpy(to + i * places.pixelStep * sizeof(Stored), &table[value], sizeof(Stored));
-    }
-  }
+  const auto tables = TablesOf<Stored>(recipe, target);
+  CheckBytes(picture, recipe, target, tables);
+  const auto store = target.areChannelsFirst ? StoreFunctionOf<Stored, true>(target.channels)
+                                             : StoreFunctionOf<Stored, false>(target.channels);
+  store(picture.Row<uint8_t>(0), size_t{picture.width} * picture.height, tables,
+        reinterpret_cast<Stored*>(bytes));
 }
 
 void StoreOthers(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
@@ -422,30 +479,30 @@ float Computed(float value, std::span<const ValueStep> steps, size_t channel) {
   return value;
 }
 
-PictureTensor MakeTensor(Picture picture, int orientation, const Recipe& recipe,
-                         const PictureTarget& target) {
-  PictureTensor made;
+PictureGeometry MakeTensor(Picture picture, int orientation, const Recipe& recipe,
+                           const PictureTarget& target, std::vector<std::byte>& bytes) {
+  PictureGeometry geometry;
   if (recipe.followsExif && orientation != 1) {
     picture = ApplyOrientation(std::move(picture), orientation);
-    made.geometry.orientation = orientation;
+    geometry.orientation = orientation;
   }
   if (!recipe.isDepthKept) picture = UpperBytes(std::move(picture));
   picture = InColours(std::move(picture), recipe);
-  made.geometry.picture = SizeOf(picture);
-  made.geometry.resized = SizeOf(picture);
+  geometry.picture = SizeOf(picture);
+  geometry.resized = SizeOf(picture);
   if (recipe.resize) {
-    picture = ResizeBy(std::move(picture), *recipe.resize, target.size, made.geometry);
+    picture = ResizeBy(std::move(picture), *recipe.resize, target.size, geometry);
   }
-  if (recipe.crop) picture = CropBy(picture, *recipe.crop, target.size, made.geometry);
+  if (recipe.crop) picture = CropBy(std::move(picture), *recipe.crop, target.size, geometry);
   if (SizeOf(picture) != target.size) {
     throw Fault(ExitStatus::kInput, "is " + TextOf(SizeOf(picture)) +
                                         " at the end of the recipe '" + Printable(recipe.name) +
                                         "', and the input takes " + TextOf(target.size) +
                                         "; put a \"resize\" or \"crop\" to \"model\" into it");
   }
-  made.bytes.resize(target.Bytes());
-  Store(picture, recipe, target, made.bytes.data());
-  return made;
+  bytes.resize(target.Bytes());
+  Store(picture, recipe, target, bytes.data());
+  return geometry;
 }
 
 std::string WhyNotStored(const Recipe& recipe, ElementType type) {

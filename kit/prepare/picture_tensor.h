@@ -46,15 +46,12 @@ struct PictureGeometry {
   uint32_t placedTop = 0;
 };
 
-struct PictureTensor {
-  std::vector<std::byte> bytes;
-  PictureGeometry geometry;
-};
-
-/// Throws a Fault of kInput that says what the recipe makes of the picture and what the target
-/// takes, or which value is none of its type.
-[[nodiscard]] PictureTensor MakeTensor(Picture picture, int orientation, const Recipe& recipe,
-                                       const PictureTarget& target);
+/// Leaves the tensor in `bytes`, whose room is used again where it is enough. Throws a Fault of
+/// kInput that says what the recipe makes of the picture and what the target takes, or which value
+/// is none of its type.
+[[nodiscard]] PictureGeometry MakeTensor(Picture picture, int orientation, const Recipe& recipe,
+                                         const PictureTarget& target,
+                                         std::vector<std::byte>& bytes);
 
 /// The value of a channel behind these steps, each rounded to float32.
 [[nodiscard]] float Computed(float value, std::span<const ValueStep> steps, size_t channel);

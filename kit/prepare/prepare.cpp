@@ -34,6 +34,7 @@ namespace fs = std::filesystem;
 
 constexpr size_t kMostNamedFaults = 100;
 constexpr size_t kLeastDigits = 6;
+constexpr size_t kMostKeptBytes = size_t{64} << 20;  // of a file, as room for the next one
 constexpr std::string_view kCannotWrite = "cannot write the tensor";
 
 // ---- The folder ---------------------------------------------------------------------------------
@@ -389,23 +390,29 @@ class Preparation {
     // Flags are made of nothing but the frames that they go with.
     const bool areFlags = item.kind == SourceKind::kFlags;
     const SourceItem& madeOf = areFlags ? ItemOf(sample, 0) : item;
+    // A picture is read once: for its hash, its kind and its pixels.
+    const bool isPicture = item.kind == SourceKind::kPicture;
+    std::optional<std::string_view> file;
     if (madeOf.kind == SourceKind::kRandom) {
       record.source.path = madeOf.path;
+    } else if (isPicture) {
+      record.source = ReadPicture(item.path);
+      if (record.source.sizeBytes == file_.size()) file = file_;
     } else {
       record.source = Identify(madeOf.path);
     }
     std::string key = signatures_[place] + "\n" + record.source.xxh3.value_or("") + "\n" +
                       madeOf.array + "\n" + (madeOf.item ? std::to_string(*madeOf.item) : "");
     if (areFlags) key += "\n" + signatures_[0];
-    if (item.kind == SourceKind::kPicture) key += "\n" + DecoderKey(item.path);
+    if (isPicture) key += "\n" + DecoderKey(file_);
     record.key = Xxh3Of(key);
     const std::string path = folder_->Path(record.path);
     if (const auto kept = Kept(record, path)) return ToText(ToJson(*kept));
     if (makers_.empty()) {
       for (const PlannedInput& input : inputs_) makers_.emplace_back(input.plan);
     }
-    MadeItem made =
-        item.kind == SourceKind::kFlags ? MakeFlags(sample, place) : makers_[place].Make(item);
+    MadeItem made = item.kind == SourceKind::kFlags ? MakeFlags(sample, place)
+                                                    : makers_[place].Make(item, file);
     record.sizeBytes = made.bytes.size();
     record.xxh3 = Xxh3Of({reinterpret_cast<const char*>(made.bytes.data()), made.bytes.size()});
     record.facts = std::move(made.facts);
@@ -423,8 +430,9 @@ class Preparation {
     Array array{ElementType::kUint8, {flags.size()}, {}};
     const auto bytes = std::as_bytes(std::span(flags));
     array.bytes.assign(bytes.begin(), bytes.end());
+    flags_ = StoreArray(array, inputs_[place].plan.Type(), std::nullopt, "the flags");
     MadeItem made;
-    made.bytes = StoreArray(array, inputs_[place].plan.Type(), std::nullopt, "the flags");
+    made.bytes = flags_;
     return made;
   }
 
@@ -436,8 +444,21 @@ class Preparation {
     return identified_;
   }
 
-  static std::string DecoderKey(const std::string& path) {
-    const auto format = FormatOf(ReadFileHead(path, "the picture", 64).bytes);
+  // Leaves in file_ what the file holds; of one that is too large to be decoded only its head.
+  FileIdentity ReadPicture(const std::string& path) {
+    if (file_.capacity() > kMostKeptBytes) file_ = {};
+    file_.clear();
+    std::error_code error;
+    const uintmax_t size = fs::file_size(path, error);
+    const bool isTooLarge = error || size > DecodeLimits{}.mostFileBytes;
+    if (!isTooLarge) file_.reserve(size);
+    return IdentifyFile(path, "the source", ExitStatus::kInput, [&](std::string_view piece) {
+      if (!isTooLarge || file_.empty()) file_ += piece;
+    });
+  }
+
+  static std::string DecoderKey(std::string_view bytes) {
+    const auto format = FormatOf(bytes);
     return format ? DecoderOf(*format) : "";
   }
 
@@ -686,6 +707,8 @@ class Preparation {
   // Of a child.
   std::vector<ItemMaker> makers_;
   FileIdentity identified_;
+  std::string file_;  ///< of a picture
+  std::vector<std::byte> flags_;
 };
 
 }  // namespace

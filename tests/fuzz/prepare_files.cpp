@@ -161,8 +161,9 @@ void ReadRecipe(const std::string& text) {
                                   .areChannelsFirst = true,
                                   .type = kit::ElementType::kFloat16};
   for (int orientation = 1; orientation <= 8; orientation += 5) {
-    const kit::PictureTensor tensor = kit::MakeTensor(picture, orientation, recipe, target);
-    Require(tensor.bytes.size() == target.Bytes(), "a tensor of the size that is taken");
+    std::vector<std::byte> tensor;
+    (void)kit::MakeTensor(picture, orientation, recipe, target, tensor);
+    Require(tensor.size() == target.Bytes(), "a tensor of the size that is taken");
   }
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <bitset>
 #include <sstream>
 
 #include "kit/common/fault.h"
@@ -65,6 +66,66 @@ TEST(DecodePicture, GivesWhatPillowGives) {
     ++files;
   }
   EXPECT_GE(files, 99U);
+}
+
+std::string TextOf(const PixelBytes& bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+TEST(DecodePicture, ShowsAllPixelsInOrder) {
+  for (const Reference& reference : References()) {
+    std::string shown;
+    const DecodedPicture decoded = DecodePicture(reference.name, FileNamed(reference.name), {},
+                                                 [&](std::string_view pixels) { shown += pixels; });
+    EXPECT_EQ(shown, TextOf(decoded.picture.pixels)) << reference.name;
+  }
+}
+
+// A grey JPEG with the simplest codes that there are. Of a block of 8 x 8, "00" leaves the grey of
+// the one before, "01" and four bits change it by 8 to 15; "0" ends it.
+std::string SimpleJpeg(uint32_t width, uint32_t height) {
+  const auto byte = [](uint32_t value) { return static_cast<char>(value); };
+  const auto word = [&](uint32_t value) { return std::string{byte(value >> 8), byte(value)}; };
+  const std::string oneCode = std::string(1, '\1') + std::string(15, '\0') + std::string(1, '\0');
+  const std::string twoCodes =
+      std::string("\0\2", 2) + std::string(14, '\0') + std::string("\0\4", 2);
+  std::string bytes = "\xff\xd8\xff\xdb" + word(67) + '\0' + std::string(64, '\10');
+  bytes +=
+      "\xff\xc0" + word(11) + '\10' + word(height) + word(width) + std::string("\1\1\x11\0", 4);
+  bytes += "\xff\xc4" + word(3 + 18) + '\0' + twoCodes;
+  bytes += "\xff\xc4" + word(3 + 17) + '\x10' + oneCode;
+  bytes += "\xff\xda" + word(8) + std::string("\1\1\0\0\x3f\0", 6);
+  std::string bits;
+  int grey = 0;
+  uint32_t state = 1;
+  for (uint32_t block = 0; block < (width + 7) / 8 * ((height + 7) / 8); ++block) {
+    state = state * 1664525U + 1013904223U;
+    const bool isUp = grey <= 0;
+    const uint32_t change = 8 + (state >> 29);
+    bits += state >> 28 & 1 ? "00" : "01" + std::bitset<4>(isUp ? change : 15 - change).to_string();
+    if ((state >> 28 & 1) == 0) grey += isUp ? static_cast<int>(change) : -static_cast<int>(change);
+    bits += '0';
+  }
+  bits.resize((bits.size() + 7) / 8 * 8, '1');
+  for (size_t i = 0; i < bits.size(); i += 8) {
+    bytes += byte(static_cast<uint32_t>(std::bitset<8>(bits, i, 8).to_ulong()));
+    if (bytes.back() == '\xff') bytes += '\0';
+  }
+  return bytes + "\xff\xd9";
+}
+
+TEST(DecodePicture, ShowsALargePictureInPieces) {
+  std::string shown;
+  size_t pieces = 0;
+  const DecodedPicture decoded =
+      DecodePicture("large.jpg", SimpleJpeg(1001, 403), {}, [&](std::string_view pixels) {
+        shown += pixels;
+        ++pieces;
+      });
+  EXPECT_EQ(decoded.picture.Description(), "1001x403, 1 channel of uint8");
+  EXPECT_GT(pieces, 2U);
+  EXPECT_EQ(shown, TextOf(decoded.picture.pixels));
+  EXPECT_EQ(shown.find_first_not_of(shown.front()) < 100, true) << "it is of one grey";
 }
 
 TEST(DecodePicture, KeepsSixteenBitsOfAColour) {

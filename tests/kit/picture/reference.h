@@ -5,13 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <span>
 #include <string>
-#include <vector>
 
 namespace vorn::kit {
 
 /// FNV-1a, 64 bits, in 16 digits.
-inline std::string HashOf(const std::vector<std::byte>& bytes) {
+inline std::string HashOf(std::span<const std::byte> bytes) {
   uint64_t hash = 0xcbf29ce484222325U;
   for (const std::byte byte : bytes) {
     hash = (hash ^ std::to_integer<uint64_t>(byte)) * 0x100000001b3U;
