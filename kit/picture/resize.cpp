@@ -69,6 +69,27 @@ void CheckBox(const Picture& picture, const ResizeBox& box, ResizeRule rule) {
 
 }  // namespace
 
+std::vector<Instructions> InstructionsHere() {
+#ifdef __x86_64__
+  std::vector<Instructions> instructions{Instructions::kPlain, Instructions::kSse2};
+  if (__builtin_cpu_supports("avx2") == 0) return instructions;
+  instructions.push_back(Instructions::kAvx2);
+  if (__builtin_cpu_supports("avx512f") != 0 && __builtin_cpu_supports("avx512bw") != 0 &&
+      __builtin_cpu_supports("avx512vl") != 0 && __builtin_cpu_supports("avx512vbmi") != 0 &&
+      __builtin_cpu_supports("avx512vnni") != 0) {
+    instructions.push_back(Instructions::kAvx512);
+  }
+  return instructions;
+#else
+  return {Instructions::kPlain};
+#endif
+}
+
+Instructions BestInstructions() {
+  static const Instructions best = InstructionsHere().back();
+  return best;
+}
+
 std::string_view NameOf(ResizeRule rule) { return EntryOf(rule).name; }
 
 std::optional<ResizeRule> ResizeRuleNamed(std::string_view name) {

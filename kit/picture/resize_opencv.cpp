@@ -6,10 +6,15 @@
 // instead of those beyond. uint8 has the weights as whole numbers of 11 bits, everything else as
 // floats. area is the mean of what an output covers, with places to a thousandth; when an axis
 // grows it is linear between other places. linear to exactly half the size is area.
+#ifdef __x86_64__
+#include <immintrin.h>
+#endif
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <span>
 #include <type_traits>
 #include <utility>
 
@@ -41,6 +46,12 @@ Value Saturated(float value) {
     return static_cast<Value>(static_cast<int32_t>(rounded));
   }
 }
+
+struct Target {
+  uint32_t width;
+  uint32_t height;
+  Instructions instructions;
+};
 
 // ---- nearest
 
@@ -85,7 +96,7 @@ TakeFunction TakePixelsOf(size_t bytes) {
 }
 
 Picture TakeNearest(const Picture& picture, uint32_t width, uint32_t height) {
-  Picture resized = MakePicture(width, height, picture.channels, picture.type);
+  Picture resized = MakeUnclearedPicture(width, height, picture.channels, picture.type);
   const std::vector<size_t> columns = NearestPlaces(picture.width, width);
   const std::vector<size_t> rows = NearestPlaces(picture.height, height);
   const TakeFunction take = TakePixelsOf(picture.channels * BytesOf(picture.type));
@@ -99,9 +110,15 @@ Picture TakeNearest(const Picture& picture, uint32_t width, uint32_t height) {
 // ---- linear and cubic
 
 // Weights are whole numbers for uint8 and floats for all else; what is between columns and rows,
-// too.
+// too. Of two taps the lower 4 bits are dropped then, and the rest has place in 16: at most 255
+// times 2048, by 16, and a little for weights that were both rounded up.
 template <typename Value>
 using WorkOf = std::conditional_t<std::is_same_v<Value, uint8_t>, int32_t, float>;
+template <typename Value, uint32_t kTaps>
+using BetweenOf =
+    std::conditional_t<std::is_same_v<Value, uint8_t> && kTaps == 2, int16_t, WorkOf<Value>>;
+
+constexpr int kDroppedBits = 4;
 
 template <typename Work>
 Work WeightOf(float weight) {
@@ -166,8 +183,8 @@ std::vector<Neighbours<Work>> TapsOf(uint32_t inSize, uint32_t outSize, Interpol
 }
 
 template <typename Value, uint32_t kChannels, uint32_t kTaps>
-void ResizeRow(const Value* from, const std::vector<Neighbours<WorkOf<Value>>>& axis,
-               WorkOf<Value>* to) {
+void ResizeRow(const Value* from, std::span<const Neighbours<WorkOf<Value>>> axis,
+               BetweenOf<Value, kTaps>* to) {
   using Work = WorkOf<Value>;
   for (const Neighbours<Work>& output : axis) {
     const Value* pixels[kTaps];
@@ -175,13 +192,50 @@ void ResizeRow(const Value* from, const std::vector<Neighbours<WorkOf<Value>>>& 
     for (uint32_t c = 0; c < kChannels; ++c) {
       Work sum = pixels[0][c] * output.weights[0];
       for (uint32_t i = 1; i < kTaps; ++i) sum += pixels[i][c] * output.weights[i];
-      *to++ = sum;
+      if constexpr (std::is_same_v<BetweenOf<Value, kTaps>, int16_t>) {
+        *to++ = static_cast<int16_t>(sum >> kDroppedBits);
+      } else {
+        *to++ = sum;
+      }
     }
   }
 }
 
 template <typename Value, uint32_t kTaps>
-auto RowFunctionOf(uint32_t channels) {
+using RowFunction = void (*)(const Value*, std::span<const Neighbours<WorkOf<Value>>>,
+                             BetweenOf<Value, kTaps>*);
+
+#ifdef __x86_64__
+// Two taps of three bytes, which are bytes beside each other: at the border, where the second one
+// is none, its weight is 0. Reads 8 bytes from the first tap on and writes 4 values beyond the
+// last.
+__attribute__((target("avx2"))) void ResizeThreesWithAvx2(const uint8_t* from,
+                                                          std::span<const Neighbours<int32_t>> axis,
+                                                          int16_t* to) {
+  // To words by channels: the first tap, the second, and so on.
+  const __m128i pairs = _mm_setr_epi8(0, -1, 3, -1, 1, -1, 4, -1, 2, -1, 5, -1, -1, -1, -1, -1);
+  const __m128i both = _mm_setr_epi8(0, 1, 4, 5, 0, 1, 4, 5, 0, 1, 4, 5, 0, 1, 4, 5);
+  const __m128i threes = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1);
+  const auto eightBytes = [](const void* place) {
+    return _mm_loadl_epi64(static_cast<const __m128i*>(place));
+  };
+  for (size_t x = 0; x < axis.size(); x += 2, to += 6) {
+    __m128i sums[2];
+    for (size_t i = 0; i < 2; ++i) {
+      const Neighbours<int32_t>& output = axis[std::min(x + i, axis.size() - 1)];
+      const __m128i words =
+          _mm_shuffle_epi8(eightBytes(from + size_t{output.places[0]} * 3), pairs);
+      const __m128i weights = _mm_shuffle_epi8(eightBytes(output.weights), both);
+      sums[i] = _mm_srai_epi32(_mm_madd_epi16(words, weights), kDroppedBits);
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
+                     _mm_shuffle_epi8(_mm_packs_epi32(sums[0], sums[1]), threes));
+  }
+}
+#endif
+
+template <typename Value, uint32_t kTaps>
+RowFunction<Value, kTaps> RowFunctionOf(uint32_t channels) {
   switch (channels) {
     case 1:
       return ResizeRow<Value, 1, kTaps>;
@@ -194,19 +248,76 @@ auto RowFunctionOf(uint32_t channels) {
   }
 }
 
+// What another function than the general one does for the first outputs of a row; those behind it
+// would have it read beyond the row.
+template <typename Value, uint32_t kTaps>
+struct FastPart {
+  RowFunction<Value, kTaps> resize = nullptr;
+  size_t outputs = 0;
+};
+
+template <typename Value, uint32_t kTaps>
+FastPart<Value, kTaps> FastPartOf(const Picture& picture,
+                                  const std::vector<Neighbours<WorkOf<Value>>>& columns,
+                                  Instructions instructions) {
+#ifdef __x86_64__
+  if constexpr (std::is_same_v<Value, uint8_t> && kTaps == 2) {
+    if (instructions < Instructions::kAvx2 || picture.channels != 3) return {};
+    const auto end = std::partition_point(columns.begin(), columns.end(), [&](const auto& output) {
+      return size_t{output.places[0]} * 3 + 8 <= picture.RowBytes();
+    });
+    return {ResizeThreesWithAvx2, static_cast<size_t>(end - columns.begin())};
+  }
+#endif
+  (void)picture;
+  (void)columns;
+  (void)instructions;
+  return {};
+}
+
 uint8_t ByteOf(int32_t value) { return static_cast<uint8_t>(std::clamp(value, 0, 255)); }
+
+#ifdef __x86_64__
+// As many as make whole vectors; returns how many.
+size_t MixLinearWithSse2(const int16_t* first, const int16_t* second, int32_t a, int32_t b,
+                         size_t values, uint8_t* to) {
+  const __m128i weightA = _mm_set1_epi16(static_cast<int16_t>(a));
+  const __m128i weightB = _mm_set1_epi16(static_cast<int16_t>(b));
+  const auto mix = [&](size_t i) {
+    const __m128i one = _mm_loadu_si128(reinterpret_cast<const __m128i*>(first + i));
+    const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i*>(second + i));
+    const __m128i sum =
+        _mm_add_epi16(_mm_mulhi_epi16(one, weightA), _mm_mulhi_epi16(other, weightB));
+    return _mm_srai_epi16(_mm_add_epi16(sum, _mm_set1_epi16(2)), 2);
+  };
+  size_t i = 0;
+  for (; i + 16 <= values; i += 16) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to + i), _mm_packus_epi16(mix(i), mix(i + 8)));
+  }
+  return i;
+}
+#endif
 
 // Two rows into one. The products of uint8 lose bits before they are added up.
 template <typename Value>
-void MixLinear(const WorkOf<Value>* const* rows, const WorkOf<Value>* weights, size_t values,
-               Value* to) {
+void MixLinear(const BetweenOf<Value, 2>* const* rows, const WorkOf<Value>* weights, size_t values,
+               Instructions instructions, Value* to) {
   const auto* first = rows[0];
   const auto* second = rows[1];
   const auto a = weights[0];
   const auto b = weights[1];
-  for (size_t i = 0; i < values; ++i) {
+  size_t i = 0;
+#ifdef __x86_64__
+  if constexpr (std::is_same_v<Value, uint8_t>) {
+    if (instructions != Instructions::kPlain) {
+      i = MixLinearWithSse2(first, second, a, b, values, to);
+    }
+  }
+#endif
+  (void)instructions;
+  for (; i < values; ++i) {
     if constexpr (std::is_same_v<Value, uint8_t>) {
-      to[i] = ByteOf((((first[i] >> 4) * a >> 16) + ((second[i] >> 4) * b >> 16) + 2) >> 2);
+      to[i] = ByteOf(((first[i] * a >> 16) + (second[i] * b >> 16) + 2) >> 2);
     } else {
       to[i] = Saturated<Value>(first[i] * a + second[i] * b);
     }
@@ -256,18 +367,26 @@ void MixCubic(const WorkOf<Value>* const* rows, const WorkOf<Value>* weights, si
 template <typename Value, uint32_t kTaps>
 class NarrowedRows {
  public:
-  NarrowedRows(const Picture& picture, const std::vector<Neighbours<WorkOf<Value>>>& columns)
+  using Between = BetweenOf<Value, kTaps>;
+
+  NarrowedRows(const Picture& picture, const std::vector<Neighbours<WorkOf<Value>>>& columns,
+               Instructions instructions)
       : picture_(picture),
         columns_(columns),
-        resizeRow_(RowFunctionOf<Value, kTaps>(picture.channels)) {
-    for (auto& row : rows_) row.resize(columns.size() * picture.channels);
+        resizeRow_(RowFunctionOf<Value, kTaps>(picture.channels)),
+        fast_(FastPartOf<Value, kTaps>(picture, columns, instructions)) {
+    constexpr size_t kBeyond = 8;  // that the fast part may write
+    for (auto& row : rows_) row.resize(columns.size() * picture.channels + kBeyond);
     std::fill_n(held_, kTaps, SIZE_MAX);
   }
 
-  const WorkOf<Value>* Row(size_t y) {
+  const Between* Row(size_t y) {
     const size_t slot = y % kTaps;
     if (held_[slot] != y) {
-      resizeRow_(picture_.Row<Value>(static_cast<uint32_t>(y)), columns_, rows_[slot].data());
+      const Value* from = picture_.Row<Value>(static_cast<uint32_t>(y));
+      Between* to = rows_[slot].data();
+      if (fast_.outputs > 0) fast_.resize(from, columns_.first(fast_.outputs), to);
+      resizeRow_(from, columns_.subspan(fast_.outputs), to + fast_.outputs * picture_.channels);
       held_[slot] = y;
     }
     return rows_[slot].data();
@@ -275,29 +394,31 @@ class NarrowedRows {
 
  private:
   const Picture& picture_;
-  const std::vector<Neighbours<WorkOf<Value>>>& columns_;
-  void (*resizeRow_)(const Value*, const std::vector<Neighbours<WorkOf<Value>>>&, WorkOf<Value>*);
-  std::vector<WorkOf<Value>> rows_[kTaps];
+  std::span<const Neighbours<WorkOf<Value>>> columns_;
+  RowFunction<Value, kTaps> resizeRow_;
+  FastPart<Value, kTaps> fast_;
+  std::vector<Between> rows_[kTaps];
   size_t held_[kTaps];
 };
 
 template <typename Value, uint32_t kTaps>
-Picture Interpolate(const Picture& picture, uint32_t width, uint32_t height,
-                    Interpolation interpolation) {
+Picture Interpolate(const Picture& picture, const Target& target, Interpolation interpolation) {
   using Work = WorkOf<Value>;
-  const auto columns = TapsOf<Work>(picture.width, width, interpolation, true);
-  const auto rows = TapsOf<Work>(picture.height, height, interpolation, false);
-  Picture resized = MakePicture(width, height, picture.channels, picture.type);
-  NarrowedRows<Value, kTaps> narrowed(picture, columns);
-  for (uint32_t y = 0; y < height; ++y) {
-    const Work* taken[kTaps];
+  const auto columns = TapsOf<Work>(picture.width, target.width, interpolation, true);
+  const auto rows = TapsOf<Work>(picture.height, target.height, interpolation, false);
+  Picture resized =
+      MakeUnclearedPicture(target.width, target.height, picture.channels, picture.type);
+  NarrowedRows<Value, kTaps> narrowed(picture, columns, target.instructions);
+  for (uint32_t y = 0; y < target.height; ++y) {
+    const BetweenOf<Value, kTaps>* taken[kTaps];
     for (uint32_t i = 0; i < kTaps; ++i) {
       taken[i] = narrowed.Row(rows[y].places[i]);
     }
     const Work* weights = rows[y].weights;
     auto* to = resized.Row<Value>(y);
-    if constexpr (kTaps == 2) MixLinear<Value>(taken, weights, resized.RowValues(), to);
-    if constexpr (kTaps == 4) MixCubic<Value>(taken, weights, resized.RowValues(), to);
+    const size_t values = resized.RowValues();
+    if constexpr (kTaps == 2) MixLinear<Value>(taken, weights, values, target.instructions, to);
+    if constexpr (kTaps == 4) MixCubic<Value>(taken, weights, values, to);
   }
   return resized;
 }
@@ -371,7 +492,7 @@ template <typename Value>
 Picture MeanOfParts(const Picture& picture, uint32_t width, uint32_t height) {
   const std::vector<Part> columns = PartsOf(picture.width, width);
   const std::vector<Part> rows = PartsOf(picture.height, height);
-  Picture resized = MakePicture(width, height, picture.channels, picture.type);
+  Picture resized = MakeUnclearedPicture(width, height, picture.channels, picture.type);
   std::vector<float> sums(resized.RowValues());
   std::vector<float> row(resized.RowValues());
   const auto addParts = AddPartsOf<Value>(picture.channels);
@@ -437,7 +558,7 @@ auto MixFoursOf(uint32_t channels) {
 template <typename Value>
 Picture MeanOfFours(const Picture& picture) {
   Picture resized =
-      MakePicture(picture.width / 2, picture.height / 2, picture.channels, picture.type);
+      MakeUnclearedPicture(picture.width / 2, picture.height / 2, picture.channels, picture.type);
   const auto mix = MixFoursOf<Value>(picture.channels);
   for (uint32_t y = 0; y < resized.height; ++y) {
     mix(picture.Row<Value>(y * 2), picture.Row<Value>(y * 2 + 1), resized.width,
@@ -453,7 +574,7 @@ Picture MeanOfBlocks(const Picture& picture, uint32_t columns, uint32_t rows) {
   if (columns == 2 && rows == 2) return MeanOfFours<Value>(picture);
   const uint32_t channels = picture.channels;
   Picture resized =
-      MakePicture(picture.width / columns, picture.height / rows, channels, picture.type);
+      MakeUnclearedPicture(picture.width / columns, picture.height / rows, channels, picture.type);
   const float scale = 1.F / static_cast<float>(columns * rows);
   const size_t area = size_t{columns} * rows;
   std::vector<size_t> places(area);
@@ -487,9 +608,11 @@ bool IsWhole(uint32_t inSize, uint32_t outSize) {
 }
 
 template <typename Value>
-Picture ResizeArea(const Picture& picture, uint32_t width, uint32_t height) {
+Picture ResizeArea(const Picture& picture, const Target& target) {
+  const uint32_t width = target.width;
+  const uint32_t height = target.height;
   if (width > picture.width || height > picture.height) {
-    return Interpolate<Value, 2>(picture, width, height, Interpolation::kAreaGrowing);
+    return Interpolate<Value, 2>(picture, target, Interpolation::kAreaGrowing);
   }
   if (IsWhole(picture.width, width) && IsWhole(picture.height, height)) {
     return MeanOfBlocks<Value>(picture, picture.width / width, picture.height / height);
@@ -498,29 +621,32 @@ Picture ResizeArea(const Picture& picture, uint32_t width, uint32_t height) {
 }
 
 template <typename Value>
-Picture ResizeValues(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule) {
-  if (rule == ResizeRule::kOpencvArea) return ResizeArea<Value>(picture, width, height);
+Picture ResizeValues(const Picture& picture, const Target& target, ResizeRule rule) {
+  if (rule == ResizeRule::kOpencvArea) return ResizeArea<Value>(picture, target);
   if (rule == ResizeRule::kOpencvCubic) {
-    return Interpolate<Value, 4>(picture, width, height, Interpolation::kCubic);
+    return Interpolate<Value, 4>(picture, target, Interpolation::kCubic);
   }
-  if (picture.width == uint64_t{width} * 2 && picture.height == uint64_t{height} * 2) {
-    return ResizeArea<Value>(picture, width, height);
+  if (picture.width == uint64_t{target.width} * 2 &&
+      picture.height == uint64_t{target.height} * 2) {
+    return ResizeArea<Value>(picture, target);
   }
-  return Interpolate<Value, 2>(picture, width, height, Interpolation::kLinear);
+  return Interpolate<Value, 2>(picture, target, Interpolation::kLinear);
 }
 
 }  // namespace
 
-Picture ResizeAsOpencv(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule) {
+Picture ResizeAsOpencv(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule,
+                       Instructions instructions) {
   if (picture.width == width && picture.height == height) return picture;
   if (rule == ResizeRule::kOpencvNearest) return TakeNearest(picture, width, height);
+  const Target target{width, height, instructions};
   switch (picture.type) {
     case PixelType::kUint8:
-      return ResizeValues<uint8_t>(picture, width, height, rule);
+      return ResizeValues<uint8_t>(picture, target, rule);
     case PixelType::kUint16:
-      return ResizeValues<uint16_t>(picture, width, height, rule);
+      return ResizeValues<uint16_t>(picture, target, rule);
     case PixelType::kFloat32:
-      return ResizeValues<float>(picture, width, height, rule);
+      return ResizeValues<float>(picture, target, rule);
   }
   return picture;
 }

@@ -16,6 +16,8 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
+#include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "kit/picture/resize_rules.h"
@@ -160,6 +162,10 @@ struct Floats {
   static Value ValueOf(Sum sum) { return static_cast<Value>(sum); }
 };
 
+// A picture between columns and rows.
+template <typename Value>
+using Between = std::vector<Value, UnclearedAllocator<Value>>;
+
 // Rows of values of somebody else's, `values` in each.
 template <typename Value>
 struct Rows {
@@ -170,10 +176,17 @@ struct Rows {
   [[nodiscard]] const Value* Row(size_t y) const { return first + y * values; }
 };
 
+// Of each output, `stride` of them.
 template <typename Kind>
-std::vector<typename Kind::Weight> WeightsOf(const Taps& taps) {
-  std::vector<typename Kind::Weight> weights(taps.weights.size());
-  std::transform(taps.weights.begin(), taps.weights.end(), weights.begin(), Kind::WeightOf);
+struct Weights {
+  std::vector<typename Kind::Weight> values;
+  size_t stride;
+};
+
+template <typename Kind>
+Weights<Kind> WeightsOf(const Taps& taps) {
+  Weights<Kind> weights{std::vector<typename Kind::Weight>(taps.weights.size()), taps.most};
+  std::transform(taps.weights.begin(), taps.weights.end(), weights.values.begin(), Kind::WeightOf);
   return weights;
 }
 
@@ -200,10 +213,11 @@ struct Sums {
 // `to`.
 template <typename Kind>
 VORN_ALWAYS_INLINE void ResizeColumnsOfBlock(const typename Kind::Value* from, uint32_t channels,
-                                             const Taps& taps, const typename Kind::Weight* weights,
+                                             const Taps& taps, const Weights<Kind>& allWeights,
                                              typename Kind::Value* to) {
   const size_t pixel = channels * Kind::kLanes;
-  for (size_t x = 0; x < taps.first.size(); ++x, weights += taps.most) {
+  const typename Kind::Weight* weights = allWeights.values.data();
+  for (size_t x = 0; x < taps.first.size(); ++x, weights += allWeights.stride) {
     const typename Kind::Value* first = from + taps.first[x] * pixel;
     const uint32_t count = taps.count[x];
     for (uint32_t c = 0; c < channels; ++c, first += Kind::kLanes, to += Kind::kLanes) {
@@ -234,16 +248,19 @@ VORN_ALWAYS_INLINE void ResizeOneRow(const typename Kind::Value* from, size_t va
   }
 }
 
+// What a block of rows becomes at the new width, and what rows become together.
 template <typename Kind>
-using ColumnsFunction = void (*)(const typename Kind::Value*, uint32_t, const Taps&,
-                                 const typename Kind::Weight*, typename Kind::Value*);
-template <typename Kind>
-using RowFunction = void (*)(const typename Kind::Value*, size_t, uint32_t,
-                             const typename Kind::Weight*, typename Kind::Value*);
+struct Loops {
+  Weights<Kind> (*weights)(const Taps&);
+  void (*columns)(const typename Kind::Value*, uint32_t channels, const Taps&, const Weights<Kind>&,
+                  typename Kind::Value*);
+  void (*row)(const typename Kind::Value*, size_t values, uint32_t count,
+              const typename Kind::Weight*, typename Kind::Value*);
+};
 
 template <typename Kind>
 void ResizeColumnsAnywhere(const typename Kind::Value* from, uint32_t channels, const Taps& taps,
-                           const typename Kind::Weight* weights, typename Kind::Value* to) {
+                           const Weights<Kind>& weights, typename Kind::Value* to) {
   ResizeColumnsOfBlock<Kind>(from, channels, taps, weights, to);
 }
 
@@ -253,11 +270,15 @@ void ResizeRowAnywhere(const typename Kind::Value* from, size_t values, uint32_t
   ResizeOneRow<Kind>(from, values, count, weights, to);
 }
 
+template <typename Kind>
+constexpr Loops<Kind> kLoopsAnywhere{WeightsOf<Kind>, ResizeColumnsAnywhere<Kind>,
+                                     ResizeRowAnywhere<Kind>};
+
 #ifdef __x86_64__
 template <typename Kind>
 __attribute__((target("avx2"))) void ResizeColumnsWithAvx2(const typename Kind::Value* from,
                                                            uint32_t channels, const Taps& taps,
-                                                           const typename Kind::Weight* weights,
+                                                           const Weights<Kind>& weights,
                                                            typename Kind::Value* to) {
   ResizeColumnsOfBlock<Kind>(from, channels, taps, weights, to);
 }
@@ -270,85 +291,325 @@ __attribute__((target("avx2"))) void ResizeRowWithAvx2(const typename Kind::Valu
   ResizeOneRow<Kind>(from, values, count, weights, to);
 }
 
-// The compiler finds no vectors in bytes that become 32 bits. 16 sums, of which each half is a
-// vector.
-struct ByteSums {
-  __m256i lower;
-  __m256i upper;
+// ---- Bytes by two taps at once. A processor multiplies pairs of words, and adds each two
+// products, as fast as it does anything; whole numbers of 32 bits it multiplies slowly. So a weight
+// is two words, of its lower 15 bits and of what is above them:
+//
+//     sum = pixels · lower + (pixels · upper << 15)      of 32 bits that wrap around, as all sums
+//     do
+//
+// A weight is less than 2^30 by far: 1 is 2^22, and no filter goes beyond 2.
+//
+//     weights   output 0 | output 1 | …
+//     output    lower words of taps 0 and 1 | upper words of them | those of 2 and 3 | …
+constexpr int kLowerBits = 15;
+
+int32_t Words(int32_t first, int32_t second) {
+  return static_cast<int32_t>((static_cast<uint32_t>(first) & 0xffff) |
+                              static_cast<uint32_t>(second) << 16);
+}
+
+Weights<Bytes> PairedWeights(const Taps& taps) {
+  constexpr int32_t kLower = (1 << kLowerBits) - 1;
+  const size_t stride = (taps.most + 1) / 2 * 2;
+  Weights<Bytes> weights{std::vector<int32_t>(stride * taps.first.size()), stride};
+  for (size_t out = 0; out < taps.first.size(); ++out) {
+    const double* from = taps.weights.data() + out * taps.most;
+    int32_t* to = weights.values.data() + out * stride;
+    for (size_t i = 0; i < taps.count[out]; i += 2) {
+      const int32_t first = Bytes::WeightOf(from[i]);
+      const int32_t second = i + 1 < taps.count[out] ? Bytes::WeightOf(from[i + 1]) : 0;
+      to[i] = Words(first & kLower, second & kLower);
+      to[i + 1] = Words(first >> kLowerBits, second >> kLowerBits);
+    }
+  }
+  return weights;
+}
+
+// The 16 sums of a vector of bytes, four a vector.
+struct SumsOfSse2 {
+  __m128i lower[4];
+  __m128i upper[4];
+
+  VORN_ALWAYS_INLINE void Start() {
+    for (__m128i& sum : lower) sum = _mm_set1_epi32(Bytes::kStart);
+    for (__m128i& sum : upper) sum = _mm_setzero_si128();
+  }
+  VORN_ALWAYS_INLINE void Add(const uint8_t* first, const uint8_t* second, const int32_t* weights) {
+    const __m128i one = _mm_loadu_si128(reinterpret_cast<const __m128i*>(first));
+    const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i*>(second));
+    const __m128i low = _mm_unpacklo_epi8(one, other);
+    const __m128i high = _mm_unpackhi_epi8(one, other);
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i words[4] = {_mm_unpacklo_epi8(low, zero), _mm_unpackhi_epi8(low, zero),
+                              _mm_unpacklo_epi8(high, zero), _mm_unpackhi_epi8(high, zero)};
+    const __m128i lowers = _mm_set1_epi32(weights[0]);
+    const __m128i uppers = _mm_set1_epi32(weights[1]);
+    for (size_t i = 0; i < 4; ++i) {
+      lower[i] = _mm_add_epi32(lower[i], _mm_madd_epi16(words[i], lowers));
+      upper[i] = _mm_add_epi32(upper[i], _mm_madd_epi16(words[i], uppers));
+    }
+  }
+  VORN_ALWAYS_INLINE void Store(uint8_t* to) const {
+    __m128i sums[4];
+    for (size_t i = 0; i < 4; ++i) {
+      sums[i] = _mm_srai_epi32(_mm_add_epi32(lower[i], _mm_slli_epi32(upper[i], kLowerBits)),
+                               kWeightBits);
+    }
+    _mm_storeu_si128(
+        reinterpret_cast<__m128i*>(to),
+        _mm_packus_epi16(_mm_packs_epi32(sums[0], sums[1]), _mm_packs_epi32(sums[2], sums[3])));
+  }
 };
 
-__attribute__((target("avx2"))) VORN_ALWAYS_INLINE ByteSums AddBytes(const uint8_t* first,
-                                                                     size_t stride, uint32_t count,
-                                                                     const int32_t* weights) {
-  ByteSums sums{_mm256_set1_epi32(Bytes::kStart), _mm256_set1_epi32(Bytes::kStart)};
-  for (uint32_t i = 0; i < count; ++i) {
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(first + i * stride));
-    const __m256i weight = _mm256_set1_epi32(weights[i]);
-    const __m256i lower = _mm256_cvtepu8_epi32(bytes);
-    const __m256i upper = _mm256_cvtepu8_epi32(_mm_unpackhi_epi64(bytes, bytes));
-    sums.lower = _mm256_add_epi32(sums.lower, _mm256_mullo_epi32(lower, weight));
-    sums.upper = _mm256_add_epi32(sums.upper, _mm256_mullo_epi32(upper, weight));
+// The same, eight a vector.
+struct SumsOfAvx2 {
+  __m256i lower[2];
+  __m256i upper[2];
+
+  __attribute__((target("avx2"))) VORN_ALWAYS_INLINE void Start() {
+    for (__m256i& sum : lower) sum = _mm256_set1_epi32(Bytes::kStart);
+    for (__m256i& sum : upper) sum = _mm256_setzero_si256();
   }
-  return sums;
+  __attribute__((target("avx2"))) VORN_ALWAYS_INLINE void Add(const uint8_t* first,
+                                                              const uint8_t* second,
+                                                              const int32_t* weights) {
+    const __m128i one = _mm_loadu_si128(reinterpret_cast<const __m128i*>(first));
+    const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i*>(second));
+    const __m256i words[2] = {_mm256_cvtepu8_epi16(_mm_unpacklo_epi8(one, other)),
+                              _mm256_cvtepu8_epi16(_mm_unpackhi_epi8(one, other))};
+    const __m256i lowers = _mm256_set1_epi32(weights[0]);
+    const __m256i uppers = _mm256_set1_epi32(weights[1]);
+    for (size_t i = 0; i < 2; ++i) {
+      lower[i] = _mm256_add_epi32(lower[i], _mm256_madd_epi16(words[i], lowers));
+      upper[i] = _mm256_add_epi32(upper[i], _mm256_madd_epi16(words[i], uppers));
+    }
+  }
+  __attribute__((target("avx2"))) VORN_ALWAYS_INLINE void Store(uint8_t* to) const {
+    __m256i sums[2];
+    for (size_t i = 0; i < 2; ++i) {
+      sums[i] = _mm256_srai_epi32(
+          _mm256_add_epi32(lower[i], _mm256_slli_epi32(upper[i], kLowerBits)), kWeightBits);
+    }
+    const __m256i words = _mm256_permute4x64_epi64(_mm256_packs_epi32(sums[0], sums[1]), 0xd8);
+    _mm_storeu_si128(
+        reinterpret_cast<__m128i*>(to),
+        _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1)));
+  }
+};
+
+// So many vectors of sums beside each other, `stride` from one tap to the next. The last tap of an
+// odd number is taken twice, once for nothing.
+using PairsFunction = void (*)(const uint8_t* first, size_t stride, uint32_t count,
+                               const int32_t* weights, size_t vectors, uint8_t* to);
+
+void AddPairsWithSse2(const uint8_t* first, size_t stride, uint32_t count, const int32_t* weights,
+                      size_t vectors, uint8_t* to) {
+  for (; vectors > 0; --vectors, first += Bytes::kLanes, to += Bytes::kLanes) {
+    const uint8_t* tap = first;
+    SumsOfSse2 sums;
+    sums.Start();
+    uint32_t i = 0;
+    for (; i + 2 <= count; i += 2, tap += 2 * stride) sums.Add(tap, tap + stride, weights + i);
+    if (i < count) sums.Add(tap, tap, weights + i);
+    sums.Store(to);
+  }
 }
 
-__attribute__((target("avx2"))) VORN_ALWAYS_INLINE void StoreBytes(const ByteSums& sums,
-                                                                   uint8_t* to) {
-  const __m256i words = _mm256_packs_epi32(_mm256_srai_epi32(sums.lower, kWeightBits),
-                                           _mm256_srai_epi32(sums.upper, kWeightBits));
-  const __m256i inOrder = _mm256_permute4x64_epi64(words, 0xd8);
-  _mm_storeu_si128(
-      reinterpret_cast<__m128i*>(to),
-      _mm_packus_epi16(_mm256_castsi256_si128(inOrder), _mm256_extracti128_si256(inOrder, 1)));
+// The same again: a function for a newer processor is not inlined into one for all.
+__attribute__((target("avx2"))) void AddPairsWithAvx2(const uint8_t* first, size_t stride,
+                                                      uint32_t count, const int32_t* weights,
+                                                      size_t vectors, uint8_t* to) {
+  for (; vectors > 0; --vectors, first += Bytes::kLanes, to += Bytes::kLanes) {
+    const uint8_t* tap = first;
+    SumsOfAvx2 sums;
+    sums.Start();
+    uint32_t i = 0;
+    for (; i + 2 <= count; i += 2, tap += 2 * stride) sums.Add(tap, tap + stride, weights + i);
+    if (i < count) sums.Add(tap, tap, weights + i);
+    sums.Store(to);
+  }
 }
 
-template <>
-__attribute__((target("avx2"))) void ResizeColumnsWithAvx2<Bytes>(
-    const uint8_t* from, uint32_t channels, const Taps& taps, const int32_t* weights, uint8_t* to) {
+template <PairsFunction kAddPairs>
+void ResizePairedColumns(const uint8_t* from, uint32_t channels, const Taps& taps,
+                         const Weights<Bytes>& weights, uint8_t* to) {
   const size_t pixel = channels * Bytes::kLanes;
-  for (size_t x = 0; x < taps.first.size(); ++x, weights += taps.most) {
-    const uint8_t* first = from + taps.first[x] * pixel;
-    for (uint32_t c = 0; c < channels; ++c, first += Bytes::kLanes, to += Bytes::kLanes) {
-      StoreBytes(AddBytes(first, pixel, taps.count[x], weights), to);
+  for (size_t x = 0; x < taps.first.size(); ++x, to += pixel) {
+    kAddPairs(from + taps.first[x] * pixel, pixel, taps.count[x],
+              weights.values.data() + x * weights.stride, channels, to);
+  }
+}
+
+// Of less than a vector, value by value.
+void ResizeShortRow(const uint8_t* from, size_t values, uint32_t count, const int32_t* weights,
+                    uint8_t* to) {
+  for (size_t x = 0; x < values; ++x) {
+    uint32_t sum = Bytes::kStart;
+    for (uint32_t i = 0; i < count; ++i) {
+      const int shift = i % 2 * 16;
+      const uint32_t lower = static_cast<uint32_t>(weights[i / 2 * 2]) >> shift & 0xffff;
+      const int32_t upper = static_cast<int16_t>(weights[i / 2 * 2 + 1] >> shift);
+      sum += from[i * values + x] * (lower + (static_cast<uint32_t>(upper) << kLowerBits));
+    }
+    to[x] = Bytes::ValueOf(static_cast<int32_t>(sum));
+  }
+}
+
+template <PairsFunction kAddPairs>
+void ResizePairedRow(const uint8_t* from, size_t values, uint32_t count, const int32_t* weights,
+                     uint8_t* to) {
+  if (values < Bytes::kLanes) return ResizeShortRow(from, values, count, weights, to);
+  kAddPairs(from, values, count, weights, values / Bytes::kLanes, to);
+  // What is left, and some of what was there again.
+  const size_t last = values - Bytes::kLanes;
+  if (values % Bytes::kLanes != 0) kAddPairs(from + last, values, count, weights, 1, to + last);
+}
+
+// ---- Bytes by four taps at once, for processors that add up four products of bytes. A weight is
+// three signed digits of 256:
+//
+//     sum = pixels · digit 0 + (pixels · digit 1 << 8) + (pixels · digit 2 << 16)
+//
+// Rows are cut into fours of pixels, counted from the left border; what a four has of pixels that
+// an output does not take has the weight 0.
+//
+//     block     four 0 | four 1 | …          of 16 rows
+//     four      channel 0 | channel 1 | …
+//     channel   row 0 | row 1 | …            of each row the four bytes
+#define VORN_AVX512 __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vnni")))
+constexpr size_t kDigits = 3;
+
+struct FourTaps {
+  size_t most = 0;
+  std::vector<size_t> first;
+  std::vector<size_t> count;
+  std::vector<int32_t> digits;  // of a four the four digits 0, the four digits 1, the four digits 2
+};
+
+// None where a weight has more digits.
+std::optional<FourTaps> FourTapsOf(const Taps& taps) {
+  FourTaps fours;
+  fours.most = (taps.most + 3 + 3) / 4;
+  fours.digits.resize(fours.most * kDigits * taps.first.size());
+  for (size_t out = 0; out < taps.first.size(); ++out) {
+    const size_t lead = taps.first[out] % 4;
+    fours.first.push_back(taps.first[out] / 4);
+    fours.count.push_back((lead + taps.count[out] + 3) / 4);
+    int32_t* to = fours.digits.data() + out * fours.most * kDigits;
+    for (size_t i = 0; i < taps.count[out]; ++i) {
+      int32_t rest = Bytes::WeightOf(taps.weights[out * taps.most + i]);
+      const size_t place = lead + i;
+      for (size_t digit = 0; digit < kDigits; ++digit) {
+        const auto lowest = static_cast<int8_t>(rest & 0xff);
+        to[place / 4 * kDigits + digit] |=
+            static_cast<int32_t>(static_cast<uint32_t>(rest & 0xff) << place % 4 * 8);
+        rest = (rest - lowest) / 256;
+      }
+      if (rest != 0) return std::nullopt;
+    }
+  }
+  return fours;
+}
+
+VORN_AVX512 void TransposeDwords(__m512i* vectors) {
+  __m512i pairs[16];
+  for (size_t i = 0; i < 16; i += 2) {
+    pairs[i] = _mm512_unpacklo_epi32(vectors[i], vectors[i + 1]);
+    pairs[i + 1] = _mm512_unpackhi_epi32(vectors[i], vectors[i + 1]);
+  }
+  __m512i fours[16];
+  for (size_t i = 0; i < 16; i += 4) {
+    fours[i] = _mm512_unpacklo_epi64(pairs[i], pairs[i + 2]);
+    fours[i + 1] = _mm512_unpackhi_epi64(pairs[i], pairs[i + 2]);
+    fours[i + 2] = _mm512_unpacklo_epi64(pairs[i + 1], pairs[i + 3]);
+    fours[i + 3] = _mm512_unpackhi_epi64(pairs[i + 1], pairs[i + 3]);
+  }
+  for (size_t i = 0; i < 4; ++i) {
+    const __m512i even = _mm512_shuffle_i32x4(fours[i], fours[4 + i], 0x88);
+    const __m512i odd = _mm512_shuffle_i32x4(fours[i], fours[4 + i], 0xdd);
+    const __m512i evenBelow = _mm512_shuffle_i32x4(fours[8 + i], fours[12 + i], 0x88);
+    const __m512i oddBelow = _mm512_shuffle_i32x4(fours[8 + i], fours[12 + i], 0xdd);
+    vectors[i] = _mm512_shuffle_i32x4(even, evenBelow, 0x88);
+    vectors[8 + i] = _mm512_shuffle_i32x4(even, evenBelow, 0xdd);
+    vectors[4 + i] = _mm512_shuffle_i32x4(odd, oddBelow, 0x88);
+    vectors[12 + i] = _mm512_shuffle_i32x4(odd, oddBelow, 0xdd);
+  }
+}
+
+// Of up to 16 rows; those that are missing hold what the last one does.
+VORN_AVX512 void CutIntoFours(const uint8_t* from, size_t rowBytes, size_t rows, size_t channels,
+                              uint8_t* block) {
+  const size_t taken = 16 / channels * channels;  // vectors of the block that 16 loads make
+  alignas(64) uint8_t order[64];
+  for (size_t i = 0; i < 64; ++i) {
+    const size_t four = i / 4 / channels;
+    const size_t channel = i / 4 % channels;
+    order[i] = static_cast<uint8_t>((four * 4 + i % 4) * channels + channel);
+  }
+  const __m512i places = _mm512_load_si512(order);
+  for (size_t at = 0; at < rowBytes; at += taken * 4, block += taken * 64) {
+    const size_t left = rowBytes - at;
+    const __mmask64 isThere = left < 64 ? (uint64_t{1} << left) - 1 : ~uint64_t{0};
+    __m512i vectors[16];
+    for (size_t row = 0; row < 16; ++row) {
+      const uint8_t* bytes = from + std::min(row, rows - 1) * rowBytes + at;
+      vectors[row] = _mm512_permutexvar_epi8(places, _mm512_maskz_loadu_epi8(isThere, bytes));
+    }
+    TransposeDwords(vectors);
+    for (size_t i = 0; i < taken; ++i) _mm512_storeu_si512(block + i * 64, vectors[i]);
+  }
+}
+
+VORN_AVX512 void AddFours(const uint8_t* block, size_t channels, const FourTaps& taps,
+                          uint8_t* to) {
+  for (size_t x = 0; x < taps.first.size(); ++x) {
+    const int32_t* digits = taps.digits.data() + x * taps.most * kDigits;
+    for (size_t c = 0; c < channels; ++c, to += Bytes::kLanes) {
+      const uint8_t* pixels = block + (taps.first[x] * channels + c) * 64;
+      __m512i sums[kDigits] = {_mm512_set1_epi32(Bytes::kStart), _mm512_setzero_si512(),
+                               _mm512_setzero_si512()};
+      for (size_t i = 0; i < taps.count[x]; ++i, pixels += channels * 64) {
+        const __m512i bytes = _mm512_loadu_si512(pixels);
+        for (size_t digit = 0; digit < kDigits; ++digit) {
+          sums[digit] = _mm512_dpbusd_epi32(sums[digit], bytes,
+                                            _mm512_set1_epi32(digits[i * kDigits + digit]));
+        }
+      }
+      const __m512i upper =
+          _mm512_add_epi32(_mm512_slli_epi32(sums[1], 8), _mm512_slli_epi32(sums[2], 16));
+      const __m512i sum = _mm512_srai_epi32(_mm512_add_epi32(sums[0], upper), kWeightBits);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
+                       _mm512_cvtusepi32_epi8(_mm512_max_epi32(sum, _mm512_setzero_si512())));
     }
   }
 }
 
+template <typename Kind>
+Loops<Kind> LoopsOf(Instructions instructions) {
+  if (instructions < Instructions::kAvx2) return kLoopsAnywhere<Kind>;
+  return {WeightsOf<Kind>, ResizeColumnsWithAvx2<Kind>, ResizeRowWithAvx2<Kind>};
+}
+
 template <>
-__attribute__((target("avx2"))) void ResizeRowWithAvx2<Bytes>(const uint8_t* from, size_t values,
-                                                              uint32_t count,
-                                                              const int32_t* weights, uint8_t* to) {
-  const size_t whole = values / Bytes::kLanes * Bytes::kLanes;
-  for (size_t x = 0; x < whole; x += Bytes::kLanes) {
-    StoreBytes(AddBytes(from + x, values, count, weights), to + x);
+Loops<Bytes> LoopsOf<Bytes>(Instructions instructions) {
+  switch (instructions) {
+    case Instructions::kAvx512:  // of rows, too: there are few
+    case Instructions::kAvx2:
+      return {PairedWeights, ResizePairedColumns<AddPairsWithAvx2>,
+              ResizePairedRow<AddPairsWithAvx2>};
+    case Instructions::kSse2:
+      return {PairedWeights, ResizePairedColumns<AddPairsWithSse2>,
+              ResizePairedRow<AddPairsWithSse2>};
+    case Instructions::kPlain:
+      break;
   }
-  for (size_t x = whole; x < values; ++x) {
-    int32_t sum = Bytes::kStart;
-    for (uint32_t i = 0; i < count; ++i) sum += from[i * values + x] * weights[i];
-    to[x] = Bytes::ValueOf(sum);
-  }
-}
-
-bool HasAvx2() { return __builtin_cpu_supports("avx2") != 0; }
-
-template <typename Kind>
-ColumnsFunction<Kind> ChosenColumns() {
-  return HasAvx2() ? ResizeColumnsWithAvx2<Kind> : ResizeColumnsAnywhere<Kind>;
-}
-
-template <typename Kind>
-RowFunction<Kind> ChosenRow() {
-  return HasAvx2() ? ResizeRowWithAvx2<Kind> : ResizeRowAnywhere<Kind>;
+  return kLoopsAnywhere<Bytes>;
 }
 #else
 template <typename Kind>
-ColumnsFunction<Kind> ChosenColumns() {
-  return ResizeColumnsAnywhere<Kind>;
-}
-
-template <typename Kind>
-RowFunction<Kind> ChosenRow() {
-  return ResizeRowAnywhere<Kind>;
+Loops<Kind> LoopsOf(Instructions) {
+  return kLoopsAnywhere<Kind>;
 }
 #endif
 
@@ -364,20 +625,24 @@ void Transpose(const Value* from, size_t fromStride, size_t rows, size_t columns
 }
 
 // 16 times 16 bytes: four times, each vector of the one half is interleaved with one of the other.
-void TransposeSquare(const uint8_t* from, size_t fromStride, uint8_t* to, size_t toStride) {
-  typedef uint8_t Vector __attribute__((vector_size(16)));
-  Vector vectors[2][16];
-  for (size_t i = 0; i < 16; ++i) std::memcpy(&vectors[0][i], from + i * fromStride, 16);
-  for (size_t round = 0; round < 4; ++round) {
-    const Vector* old = vectors[round % 2];
-    Vector* next = vectors[1 - round % 2];
-    for (size_t i = 0; i < 8; ++i) {
-      next[2 * i] = __builtin_shufflevector(old[i], old[i + 8], 0, 16, 1, 17, 2, 18, 3, 19, 4, 20,
-                                            5, 21, 6, 22, 7, 23);
-      next[2 * i + 1] = __builtin_shufflevector(old[i], old[i + 8], 8, 24, 9, 25, 10, 26, 11, 27,
-                                                12, 28, 13, 29, 14, 30, 15, 31);
-    }
+typedef uint8_t SixteenBytes __attribute__((vector_size(16)));
+
+VORN_ALWAYS_INLINE void Interleave(const SixteenBytes* from, SixteenBytes* to) {
+  for (size_t i = 0; i < 8; ++i) {
+    to[2 * i] = __builtin_shufflevector(from[i], from[i + 8], 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5,
+                                        21, 6, 22, 7, 23);
+    to[2 * i + 1] = __builtin_shufflevector(from[i], from[i + 8], 8, 24, 9, 25, 10, 26, 11, 27, 12,
+                                            28, 13, 29, 14, 30, 15, 31);
   }
+}
+
+void TransposeSquare(const uint8_t* from, size_t fromStride, uint8_t* to, size_t toStride) {
+  SixteenBytes vectors[2][16];
+  for (size_t i = 0; i < 16; ++i) std::memcpy(&vectors[0][i], from + i * fromStride, 16);
+  Interleave(vectors[0], vectors[1]);
+  Interleave(vectors[1], vectors[0]);
+  Interleave(vectors[0], vectors[1]);
+  Interleave(vectors[1], vectors[0]);
   for (size_t i = 0; i < 16; ++i) std::memcpy(to + i * toStride, &vectors[0][i], 16);
 }
 
@@ -400,10 +665,9 @@ void Transpose(const uint8_t* from, size_t fromStride, size_t rows, size_t colum
 // Rows from `offset` on, at the new width; as many as `to` has room for.
 template <typename Kind>
 void ResizeColumns(const Rows<typename Kind::Value>& from, uint32_t channels, const Taps& taps,
-                   uint32_t offset, std::vector<typename Kind::Value>& to) {
+                   uint32_t offset, const Loops<Kind>& loops, Between<typename Kind::Value>& to) {
   using Value = typename Kind::Value;
-  const auto weights = WeightsOf<Kind>(taps);
-  const auto resize = ChosenColumns<Kind>();
+  const auto weights = loops.weights(taps);
   const size_t values = taps.first.size() * channels;
   const size_t count = to.size() / values;
   std::vector<Value> block(from.values * Kind::kLanes);
@@ -411,20 +675,40 @@ void ResizeColumns(const Rows<typename Kind::Value>& from, uint32_t channels, co
   for (size_t y = 0; y < count; y += Kind::kLanes) {
     const size_t rows = std::min(Kind::kLanes, count - y);  // the other lanes hold anything
     Transpose(from.Row(offset + y), from.values, rows, from.values, block.data(), Kind::kLanes);
-    resize(block.data(), channels, taps, weights.data(), resized.data());
+    loops.columns(block.data(), channels, taps, weights, resized.data());
     Transpose(resized.data(), Kind::kLanes, values, rows, to.data() + y * values, values);
   }
 }
 
+#ifdef __x86_64__
+// The same; false and nothing done where the weights are too large for it.
+bool ResizeColumnsByFours(const Rows<uint8_t>& from, uint32_t channels, const Taps& taps,
+                          uint32_t offset, Between<uint8_t>& to) {
+  const std::optional<FourTaps> fours = FourTapsOf(taps);
+  if (!fours) return false;
+  const size_t values = taps.first.size() * channels;
+  const size_t count = to.size() / values;
+  // As much as the loads make, of which the last one may reach beyond the row.
+  std::vector<uint8_t> block((from.values / 4 + 2 * 16) * 64);
+  std::vector<uint8_t> resized(values * Bytes::kLanes);
+  for (size_t y = 0; y < count; y += Bytes::kLanes) {
+    const size_t rows = std::min(Bytes::kLanes, count - y);
+    CutIntoFours(from.Row(offset + y), from.values, rows, channels, block.data());
+    AddFours(block.data(), channels, *fours, resized.data());
+    Transpose(resized.data(), Bytes::kLanes, values, rows, to.data() + y * values, values);
+  }
+  return true;
+}
+#endif
+
 // `offset`: which row of the picture is the first of `from`.
 template <typename Kind>
 void ResizeRows(const Rows<typename Kind::Value>& from, const Taps& taps, uint32_t offset,
-                typename Kind::Value* to) {
-  const auto weights = WeightsOf<Kind>(taps);
-  const auto resize = ChosenRow<Kind>();
+                const Loops<Kind>& loops, typename Kind::Value* to) {
+  const auto weights = loops.weights(taps);
   for (size_t y = 0; y < taps.first.size(); ++y, to += from.values) {
-    resize(from.Row(taps.first[y] - offset), from.values, taps.count[y],
-           weights.data() + y * taps.most, to);
+    loops.row(from.Row(taps.first[y] - offset), from.values, taps.count[y],
+              weights.values.data() + y * weights.stride, to);
   }
 }
 
@@ -437,6 +721,7 @@ struct Plan {
   uint32_t newHeight;
   Filter filter;
   ResizeBox box;
+  Instructions instructions;
 
   [[nodiscard]] bool NeedsColumns() const {
     return width != newWidth || box.left != 0 || box.right != static_cast<float>(newWidth);
@@ -447,12 +732,27 @@ struct Plan {
 };
 
 template <typename Kind>
+void ChooseAndResizeColumns(const Rows<typename Kind::Value>& rows, const Plan& plan,
+                            const Taps& across, uint32_t offset,
+                            Between<typename Kind::Value>& to) {
+#ifdef __x86_64__
+  if constexpr (std::is_same_v<Kind, Bytes>) {
+    if (plan.instructions == Instructions::kAvx512 &&
+        ResizeColumnsByFours(rows, plan.channels, across, offset, to)) {
+      return;
+    }
+  }
+#endif
+  ResizeColumns<Kind>(rows, plan.channels, across, offset, LoopsOf<Kind>(plan.instructions), to);
+}
+
+template <typename Kind>
 void ResizeValues(const typename Kind::Value* from, const Plan& plan, typename Kind::Value* to) {
   using Value = typename Kind::Value;
   Rows<Value> rows{from, size_t{plan.width} * plan.channels, plan.height};
   const Taps down = TapsOf(plan.height, plan.box.top, plan.box.bottom, plan.newHeight, plan.filter);
   uint32_t offset = 0;
-  std::vector<Value> between;
+  Between<Value> between;
   if (plan.NeedsColumns()) {
     const Taps across =
         TapsOf(plan.width, plan.box.left, plan.box.right, plan.newWidth, plan.filter);
@@ -463,12 +763,12 @@ void ResizeValues(const typename Kind::Value* from, const Plan& plan, typename K
     }
     const size_t values = size_t{plan.newWidth} * plan.channels;
     between.resize(values * rows.count);
-    ResizeColumns<Kind>(rows, plan.channels, across, offset, between);
+    ChooseAndResizeColumns<Kind>(rows, plan, across, offset, between);
     rows.first = between.data();
     rows.values = values;
   }
   if (plan.NeedsRows()) {
-    ResizeRows<Kind>(rows, down, offset, to);
+    ResizeRows<Kind>(rows, down, offset, LoopsOf<Kind>(plan.instructions), to);
   } else {
     std::copy_n(rows.first, rows.values * rows.count, to);
   }
@@ -534,7 +834,7 @@ Picture TakeNearest(const Picture& picture, uint32_t width, uint32_t height, con
   const auto columns = NearestPlaces(picture.width, box.left, box.right, width);
   const auto rows = NearestPlaces(picture.height, box.top, box.bottom, height);
   const size_t bytes = picture.channels * BytesOf(picture.type);
-  Picture resized = MakePicture(width, height, picture.channels, picture.type);
+  Picture resized = MakeUnclearedPicture(width, height, picture.channels, picture.type);
   for (uint32_t y = 0; y < height; ++y) {
     const auto* from = picture.Row<std::byte>(rows[y]);
     auto* to = resized.Row<std::byte>(y);
@@ -548,15 +848,15 @@ Picture TakeNearest(const Picture& picture, uint32_t width, uint32_t height, con
 }  // namespace
 
 Picture ResizeAsPillow(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule,
-                       const ResizeBox& box) {
+                       const ResizeBox& box, Instructions instructions) {
   if (picture.width == width && picture.height == height && box.left == 0 && box.top == 0 &&
       box.right == static_cast<float>(width) && box.bottom == static_cast<float>(height)) {
     return picture;
   }
   if (rule == ResizeRule::kPilNearest) return TakeNearest(picture, width, height, box);
-  const Plan plan{
-      picture.channels, picture.width, picture.height, width, height, FilterOf(rule), box};
-  Picture resized = MakePicture(width, height, picture.channels, picture.type);
+  const Plan plan{picture.channels, picture.width, picture.height, width, height,
+                  FilterOf(rule),   box,           instructions};
+  Picture resized = MakeUnclearedPicture(width, height, picture.channels, picture.type);
   switch (picture.type) {
     case PixelType::kUint16:
       ResizeWholeNumbers(picture, plan, resized);
