@@ -333,6 +333,35 @@ TEST(DecodePicture, UnpacksNoTextsOfAPng) {
       testing::ExitedWithCode(0), "");
 }
 
+TEST(DecodePicture, KnowsAnAnimatedPngByWhatStandsBeforeItsPixels) {
+  constexpr size_t kHeadEnd = 33;
+  constexpr size_t kEndBytes = 12;
+  const std::string still = FileNamed("rgb8.png");
+  const std::string animation = ChunkOf("acTL", std::string("\0\0\0\2\0\0\0\0", 8));
+  std::string png = still;
+  png.insert(kHeadEnd, ChunkOf("tIME", std::string("\x07\xea\x01\x02\x03\x04\x05", 7)) + animation);
+  const DecodedPicture decoded = DecodePicture("x", png);
+  EXPECT_THAT(decoded.remarks, ElementsAre("it is an animation; its first picture is taken"));
+  EXPECT_EQ(decoded.picture.pixels, DecodePicture("x", still).picture.pixels);
+  // Behind the pixels it says nothing.
+  png = still;
+  png.insert(png.size() - kEndBytes, animation);
+  EXPECT_THAT(DecodePicture("x", png).remarks, IsEmpty());
+}
+
+TEST(DecodePicture, SaysWhatIsWrongWithAWebp) {
+  const std::string front = "3 the picture 'a\\x0Ab.jpg' cannot be decoded as WebP: ";
+  for (const char* name : {"lossy.webp", "lossless.webp"}) {
+    const std::string whole = FileNamed(name);
+    EXPECT_EQ(RefusalOf(whole.substr(0, 20)), front + "the file ends too early") << name;
+    EXPECT_EQ(RefusalOf(whole.substr(0, whole.size() / 2)), front + "the file ends too early")
+        << name;
+    std::string corrupt = whole;
+    corrupt.replace(20, 10, std::string(10, '\xff'));
+    EXPECT_EQ(RefusalOf(corrupt), front + "its data are corrupt") << name;
+  }
+}
+
 TEST(DecodePicture, RefusesUnknownKindsByTheirNumbers) {
   std::string bmp = FileNamed("rgb.bmp");
   bmp[30] = 1;

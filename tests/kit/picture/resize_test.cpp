@@ -286,6 +286,12 @@ TEST(Resize, RefusesSizesThatAreNone) {
               HasSubstr("a size of 0x2 is not resized"));
   EXPECT_THAT(RefusalOf(1, PixelType::kUint8, 2, 1U << 30, ResizeRule::kPilBox),
               HasSubstr("a size of 2x1073741824 is not resized"));
+  // One column more than fits; the box is what is wrong behind the size, before anything is made.
+  const ResizeBox box{0, 0, 4, 3};
+  EXPECT_THAT(RefusalOf(1, PixelType::kUint8, 65536, 65535, ResizeRule::kOpencvNearest, box),
+              HasSubstr("a size of 65536x65535 is not resized"));
+  EXPECT_THAT(RefusalOf(1, PixelType::kUint8, 65535, 65535, ResizeRule::kOpencvNearest, box),
+              HasSubstr("it takes no box"));
 }
 
 TEST(Resize, RefusesBoxesThatAreNone) {
