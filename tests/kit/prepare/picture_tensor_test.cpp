@@ -266,6 +266,14 @@ TEST(MakeTensor, SaysWhatDoesNotFit) {
               (void)Make(Noise(5, 9, 3), Read(R"(, "crop": {})"), Input({1, 3, 8, 8}));
             }),
             "is 5x9 where the recipe crops, and 8x8 are to be cut out; resize to more before");
+  Picture one = MakePicture(1, 1, 1, PixelType::kUint8);
+  one.pixels[0] = std::byte{1};
+  EXPECT_EQ(WhyNot([&] {
+              (void)Make(one, Read(R"(, "colours": "grey-pil", "values": [{"divide": 255}])"),
+                         Input({1, 1, 1, 1}, VORN_UINT8));
+            }),
+            "comes to the value 0.00392156886, which is none of uint8; put a \"quantisation\" into "
+            "the recipe");
 }
 
 TEST(TargetOf, TellsTheLayoutByTheShape) {

@@ -21,6 +21,7 @@ namespace {
 namespace fs = std::filesystem;
 using support::Bytes;
 using support::Outcome;
+using testing::ElementsAre;
 using testing::HasSubstr;
 
 TensorDescription Input(const std::string& name, std::vector<int64_t> shape, uint32_t type) {
@@ -213,6 +214,23 @@ TEST_F(PrepareVerb, ReadsNumbersOutOfTexts) {
   EXPECT_EQ(Out("tensors/000001.bin"), Bytes<float>({4, 5, 6.5F}));
 }
 
+TEST_F(PrepareVerb, ComputesWithValuesThatAreNoPicture) {
+  Model({Input("x", {4}, VORN_FLOAT32)});
+  Write("values.txt", "1 2 3 4");
+  Write("mine.json", R"({"schema": 1, "name": "mine",
+                         "values": [{"divide": 2}, {"subtract": 1}]})");
+  const std::vector<std::string> words{"--input", "values.txt", "--recipe", "mine.json",
+                                       "--resume"};
+  const Outcome ended = Prepare(words);
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Out("tensors/000000.bin"), Bytes<float>({-0.5, 0, 0.5, 1}));
+  Write("mine.json", R"({"schema": 1, "name": "mine", "values": [{"subtract": [1, 2, 3]}]})");
+  const Outcome refused = Prepare(words);
+  EXPECT_EQ(refused.status, 3) << refused.Describe();
+  EXPECT_THAT(refused.err, HasSubstr("the recipe has a number a channel, and the array is no "
+                                     "picture of [height, width, channels]"));
+}
+
 TEST_F(PrepareVerb, PacksBatchesAndFillsUpTheLast) {
   Model({Input("x", {1, 2}, VORN_UINT8)});
   Write("x", "aabbccddee");
@@ -302,6 +320,49 @@ TEST_F(PrepareVerb, WritesNothingWhenDry) {
   EXPECT_FALSE(fs::exists(Path("out")));
 }
 
+TEST_F(PrepareVerb, NamesTheFaultsThatItFindsWhenDry) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("photos/a.ppm", 1, 2, 3);
+  Write("photos/b.png", "no picture");
+  const Outcome ended = Prepare({"--input", "photos", "--recipe", "zero-one", "--dry-run"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("1 source cannot be used, and no list is written"));
+  EXPECT_THAT(ended.err, HasSubstr("photos/b.png"));
+  EXPECT_FALSE(fs::exists(Path("out")));
+}
+
+// By its ending it is meant for a tensor, and is not passed over as a README is.
+TEST_F(PrepareVerb, NamesABinaryFileOfAnotherSizeInAFolder) {
+  Model({Input("x", {4}, VORN_UINT8)});
+  Write("values/a.bin", "abcd");
+  Write("values/b.bin", "abc?!");
+  const Outcome ended = Prepare({"--input", "values"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("values/b.bin"));
+  EXPECT_THAT(ended.err, HasSubstr("as raw values it has 5 bytes; the input 'x' takes 4 of uint8"));
+}
+
+TEST_F(PrepareVerb, CountsWhatIsDoneUpToAll) {
+  Write("x", "abc");
+  InputRequest input;
+  input.name = "x";
+  input.source = Path("x");
+  PrepareRequest request;
+  request.model.inputs = {Input("x", {1}, VORN_UINT8)};
+  request.inputs = {input};
+  request.folder = Path("out");
+  std::vector<uint64_t> done;
+  const PrepareResult result = kit::Prepare(
+      request,
+      [&](const PrepareProgress& progress) {
+        EXPECT_EQ(progress.all, 3U);
+        done.push_back(progress.done);
+      },
+      [] { return false; });
+  EXPECT_THAT(done, ElementsAre(1, 2, 3));
+  EXPECT_EQ(result.made, 3U);
+}
+
 TEST_F(PrepareVerb, SaysWhatAnInputTakes) {
   Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
   Write("short.bin", "abc");
@@ -318,6 +379,10 @@ TEST_F(PrepareVerb, SaysWhatAnInputTakes) {
   EXPECT_THAT(ended.err, HasSubstr("'pictur=a.ppm' is not there"));
   ended = Prepare({"--recipe", "zero-one"});
   EXPECT_EQ(ended.status, 2);
+  ended = Prepare({"--input", "picture=a.ppm", "--input", "picture=short.bin"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("--input gives the input 'picture' two sources, 'a.ppm' and "
+                                   "'short.bin'\n"));
   ended = Prepare({});
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.err, HasSubstr("nothing is given for the input 'picture'"));
@@ -333,6 +398,11 @@ TEST_F(PrepareVerb, TakesAJobWithNamesThatNoWordHolds) {
   const Outcome ended = Prepare({"--job", "here/job.json", "--resume"});
   EXPECT_EQ(ended.status, 2);
   EXPECT_THAT(ended.err, HasSubstr("the model has no input 'y'"));
+  Write("here/job.json", R"({"schema": 1, "inputs": [{"name": "x:0\n", "source": "values",
+                                                      "recip": "bytes"}]})");
+  const Outcome other = Prepare({"--job", "here/job.json", "--resume"});
+  EXPECT_EQ(other.status, 3);
+  EXPECT_THAT(other.err, HasSubstr("there is no key 'recip'; did you mean 'recipe'?"));
 }
 
 TEST_F(PrepareVerb, MakesRandomNumbersThatAreTheSameAgain) {

@@ -75,6 +75,10 @@ TEST(Recipe, NamesWhatIsWrong) {
   EXPECT_EQ(WhyNot(R"(, "values": [{"divide": 0}])"), "divide by 0");
   EXPECT_EQ(WhyNot(R"(, "values": [{"divide": [1, 2]}])"),
             "divide has 2 numbers, and there are 3 channels");
+  EXPECT_EQ(WhyNot(R"(, "values": [{"divide": []}])"),
+            "divide has 0 numbers; it takes one, or one a channel");
+  EXPECT_EQ(WhyNot(R"(, "values": [{"divide": [1, 2, 3, 4, 5]}])"),
+            "divide has 5 numbers; it takes one, or one a channel");
   EXPECT_EQ(WhyNot(R"(, "values": [{"divide": 1, "add": 2}])"),
             "a step of values is {\"divide\":1,\"add\":2}, and takes one operation, such as "
             "{\"divide\": 255}");

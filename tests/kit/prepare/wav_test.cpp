@@ -141,7 +141,10 @@ TEST_F(Wav, MayBeLarge) {
       Chunk("ds64", Little(90, 8) + Little(UINT64_MAX - 1, 8) + Little(1, 8) + Little(0, 4));
   EXPECT_THAT(Refusal("RF64" + Little(kUnknown, 4) + "WAVE" + huge + format + "data" +
                       Little(kUnknown, 4) + samples),
-              HasSubstr("was cut off: it tells of "));
+              HasSubstr("was cut off: it tells of 16.0 EiB of samples"));
+  EXPECT_THAT(Refusal("RF64" + Little(kUnknown, 4) + "WAVE" + Chunk("ds64", std::string(15, '\0')) +
+                      format + "data" + Little(kUnknown, 4) + samples),
+              HasSubstr("has a chunk 'ds64' of 15 bytes, and it takes 16 at least"));
 }
 
 TEST_F(Wav, RefusesWhatIsNone) {

@@ -104,6 +104,17 @@ TEST(RunTasks, EndsOneThatEatsMemory) {
 }
 #endif
 
+TEST(RunTasks, CutsAnAnswerAtItsMost) {
+  constexpr size_t kMost = 16 << 20;
+  const auto answers = AnswersOf(3, {.workers = 1},
+                                 [](uint64_t task) { return std::string(kMost - 1 + task, 'x'); });
+  ASSERT_EQ(answers.size(), 3U);
+  for (const uint64_t task : {0, 1, 2}) {
+    EXPECT_EQ(answers.at(task).status, ExitStatus::kDone) << task;
+    EXPECT_EQ(answers.at(task).text.size(), task == 0 ? kMost - 1 : kMost) << task;
+  }
+}
+
 TEST(RunTasks, StopsWhereItIsToldTo) {
   uint64_t taken = 0;
   RunTasks(
