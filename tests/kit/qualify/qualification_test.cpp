@@ -191,7 +191,9 @@ TEST_F(QualifyVerb, TouchesNoFolderOfOthers) {
   support::WriteFile(Path("run/mine"), "precious");
   const Outcome ended = Qualify({"--expected", kDigits + "/expected.npy"});
   EXPECT_EQ(ended.status, 2);
-  EXPECT_THAT(ended.err, HasSubstr("is not empty, and no qualification was made in it"));
+  EXPECT_THAT(ended.err, HasSubstr("the folder '" + Path("run") +
+                                   "' is not empty, and no qualification was made in it; give "
+                                   "another one\n"));
   EXPECT_EQ(support::ReadFile(Path("run/mine")), "precious");
 }
 
@@ -266,6 +268,20 @@ TEST_F(QualifyVerb, NamesTheKeyOfAFileThatIsWrong) {
   const Outcome ended = Run({"q.json", "--run", "run"});
   EXPECT_EQ(ended.status, 3);
   EXPECT_THAT(ended.err, HasSubstr("there is no key 'devise'; did you mean 'device'?"));
+}
+
+TEST(ReadQualification, TakesEveryKeyOfASide) {
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "q.json";
+  support::WriteFile(path, R"({"schema": 1, "device": {"model": "m.om", "config": "c.json",
+      "runtime": "lib/libvorn.so", "program": "device.sh", "inputs": []}})");
+  const QualifiedSide side = ReadQualification(path).device;
+  const std::string beside = folder.Path().string() + "/";
+  EXPECT_EQ(side.model, beside + "m.om");
+  EXPECT_EQ(side.config, beside + "c.json");
+  EXPECT_EQ(side.runtime, beside + "lib/libvorn.so");
+  EXPECT_EQ(side.program, beside + "device.sh");
+  EXPECT_TRUE(side.job);
 }
 
 TEST(StatusOf, IsTheFirstOfTheTableThatHolds) {
