@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <numeric>
 
 #include "kit/common/fault.h"
@@ -92,6 +93,11 @@ std::string Zip(const std::vector<Lie>& entries) {
                           Little(entries.size(), 2) + Little(directory.size(), 4) +
                           Little(archive.size(), 4) + Little(0, 2);
   return archive + directory + end;
+}
+
+size_t OpenDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<size_t>(std::distance(begin(all), end(all)));
 }
 
 class Npz : public testing::Test {
@@ -205,7 +211,9 @@ TEST_F(Npz, UnpacksALargeArrayIntoAFileWithoutAName) {
   ASSERT_EQ(zip_close(made), 0);
 
   ASSERT_EQ(setenv("TMPDIR", Folder().c_str(), 1), 0);
+  const size_t descriptors = OpenDescriptors();
   const StoredTensor tensor = ArrayArchive(path).Open("big");
+  EXPECT_EQ(OpenDescriptors(), descriptors);
   EXPECT_EQ(support::ReadTree(Folder()).size(), 1U);
   EXPECT_EQ(tensor.elements, kElements);
   EXPECT_EQ(std::memcmp(tensor.unpacked.get(), npy.data() + npy.size() - kElements, kElements), 0);
