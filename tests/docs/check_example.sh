@@ -10,7 +10,8 @@ page=$1 source=$2 build=$3
 
 own_folder "$4"
 mkdir "$work/build" "$work/blocks"
-ln -s "$source/examples" "$work/examples"
+# Folders of its own: behind a link, ".." would lead to what SOURCE has in build/release.
+cp -rs "$source/examples" "$work/examples"
 ln -s "$build" "$work/build/release"
 
 # blocks/1.sh, blocks/1.text, blocks/2.sh, ...; blocks/2.varies where figures vary
