@@ -561,27 +561,49 @@ VORN_AVX512 void CutIntoFours(const uint8_t* from, size_t rowBytes, size_t rows,
   }
 }
 
-VORN_AVX512 void AddFours(const uint8_t* block, size_t channels, const FourTaps& taps,
-                          uint8_t* to) {
+// All channels of an output at once: they take the same weights.
+template <size_t kChannels>
+VORN_AVX512 void AddFours(const uint8_t* block, const FourTaps& taps, uint8_t* to) {
   for (size_t x = 0; x < taps.first.size(); ++x) {
     const int32_t* digits = taps.digits.data() + x * taps.most * kDigits;
-    for (size_t c = 0; c < channels; ++c, to += Bytes::kLanes) {
-      const uint8_t* pixels = block + (taps.first[x] * channels + c) * 64;
-      __m512i sums[kDigits] = {_mm512_set1_epi32(Bytes::kStart), _mm512_setzero_si512(),
-                               _mm512_setzero_si512()};
-      for (size_t i = 0; i < taps.count[x]; ++i, pixels += channels * 64) {
+    const uint8_t* pixels = block + taps.first[x] * kChannels * 64;
+    __m512i sums[kChannels][kDigits];
+    for (auto& sum : sums) {
+      sum[0] = _mm512_set1_epi32(Bytes::kStart);
+      sum[1] = _mm512_setzero_si512();
+      sum[2] = _mm512_setzero_si512();
+    }
+    for (size_t i = 0; i < taps.count[x]; ++i, digits += kDigits) {
+      const __m512i weights[kDigits] = {_mm512_set1_epi32(digits[0]), _mm512_set1_epi32(digits[1]),
+                                        _mm512_set1_epi32(digits[2])};
+      for (size_t c = 0; c < kChannels; ++c, pixels += 64) {
         const __m512i bytes = _mm512_loadu_si512(pixels);
         for (size_t digit = 0; digit < kDigits; ++digit) {
-          sums[digit] = _mm512_dpbusd_epi32(sums[digit], bytes,
-                                            _mm512_set1_epi32(digits[i * kDigits + digit]));
+          sums[c][digit] = _mm512_dpbusd_epi32(sums[c][digit], bytes, weights[digit]);
         }
       }
+    }
+    for (const auto& [digit0, digit1, digit2] : sums) {
       const __m512i upper =
-          _mm512_add_epi32(_mm512_slli_epi32(sums[1], 8), _mm512_slli_epi32(sums[2], 16));
-      const __m512i sum = _mm512_srai_epi32(_mm512_add_epi32(sums[0], upper), kWeightBits);
+          _mm512_add_epi32(_mm512_slli_epi32(digit1, 8), _mm512_slli_epi32(digit2, 16));
+      const __m512i sum = _mm512_srai_epi32(_mm512_add_epi32(digit0, upper), kWeightBits);
       _mm_storeu_si128(reinterpret_cast<__m128i*>(to),
                        _mm512_cvtusepi32_epi8(_mm512_max_epi32(sum, _mm512_setzero_si512())));
+      to += Bytes::kLanes;
     }
+  }
+}
+
+auto AddFoursOf(uint32_t channels) {
+  switch (channels) {
+    case 1:
+      return AddFours<1>;
+    case 2:
+      return AddFours<2>;
+    case 3:
+      return AddFours<3>;
+    default:
+      return AddFours<4>;
   }
 }
 
@@ -686,6 +708,7 @@ bool ResizeColumnsByFours(const Rows<uint8_t>& from, uint32_t channels, const Ta
                           uint32_t offset, Between<uint8_t>& to) {
   const std::optional<FourTaps> fours = FourTapsOf(taps);
   if (!fours) return false;
+  const auto addFours = AddFoursOf(channels);
   const size_t values = taps.first.size() * channels;
   const size_t count = to.size() / values;
   // As much as the loads make, of which the last one may reach beyond the row.
@@ -694,7 +717,7 @@ bool ResizeColumnsByFours(const Rows<uint8_t>& from, uint32_t channels, const Ta
   for (size_t y = 0; y < count; y += Bytes::kLanes) {
     const size_t rows = std::min(Bytes::kLanes, count - y);
     CutIntoFours(from.Row(offset + y), from.values, rows, channels, block.data());
-    AddFours(block.data(), channels, *fours, resized.data());
+    addFours(block.data(), *fours, resized.data());
     Transpose(resized.data(), Bytes::kLanes, values, rows, to.data() + y * values, values);
   }
   return true;
