@@ -625,6 +625,18 @@ TEST_F(Launch, CountsWhileItRuns) {
   EXPECT_EQ(launch.Stop(SIGTERM), 8);
 }
 
+TEST_F(Launch, CountsWhatWasPutAsideWhileItRuns) {
+  Samples("aSbHcd");
+  Running launch(CommandFor({"--chunk", "2"}));
+  const auto counts = [&] {
+    return fs::exists(RunPath() + "/run.json") ? ReadRun(RunPath()).counts
+                                               : vorn::kit::SampleCounts{};
+  };
+  while (counts().done != 2) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(counts().aside, 1U);
+  EXPECT_EQ(launch.Stop(SIGTERM), 8);
+}
+
 // The shell goes with its launch, and what it started does not.
 TEST_F(Launch, WaitsForAProgramThatOutlivedItsLaunch) {
   Samples("aH");
@@ -828,6 +840,8 @@ TEST_F(Launch, GoesOnAfterAnExecutionThatFailed) {
               StartsWith("ended with status 1 after 'execute model failed, modelId is 1': the "
                          "runtime failed to execute the model"));
   EXPECT_THAT(ended.err, HasSubstr("warning execute, 1 time: "));
+  EXPECT_THAT(Warnings(), testing::Contains("execute-step"));
+  EXPECT_THAT(ended.err, Not(HasSubstr("warning execute-step"))) << "it says which step failed";
 }
 
 TEST_F(Launch, EndsWithTheStatusOfTheCauseInOnePiece) {

@@ -116,6 +116,7 @@ TEST_F(Sources, AreRunDirectories) {
   aside.index = 1;
   aside.status = SampleStatus::kAside;
   aside.reason = "ended by SIGSEGV";
+  aside.inputs.push_back({2, {}, "pictures/001.bin", {"pictures/001.bin", 4, "00"}});
   Write("run.json", "{}");
   Write("samples.jsonl", ToLine(done) + ToLine(aside));
   Write("dumps/0/prob.0.17.bin", "four");
@@ -125,6 +126,7 @@ TEST_F(Sources, AreRunDirectories) {
   EXPECT_EQ(source.samples[0].outputs[0].path, Path("dumps/0/prob.0.17.bin"));
   EXPECT_THAT(source.samples[0].inputs, ElementsAre("000.bin"));
   EXPECT_EQ(source.samples[1].absence, "ended by SIGSEGV");
+  EXPECT_THAT(source.samples[1].inputs, ElementsAre("001.bin"));
 }
 
 TEST_F(Sources, MissWhatIsNotAsTheRunLeftIt) {
