@@ -21,11 +21,6 @@ namespace vorn::kit {
 template <typename Value>
 struct UnclearedAllocator : std::allocator<Value> {
   template <typename Other>
-  struct rebind {
-    using other = UnclearedAllocator<Other>;
-  };
-
-  template <typename Other>
   void construct(Other* place) noexcept {
     ::new (static_cast<void*>(place)) Other;
   }
