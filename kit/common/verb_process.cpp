@@ -20,13 +20,31 @@ namespace {
 
 constexpr size_t kMostOutBytes = 256 << 20;
 
+// What the handler knows; it is asked to end by one signal at a time, and the last one counts.
+volatile sig_atomic_t g_other = 0;
+volatile sig_atomic_t g_asked = 0;
+
+void HandOn(int number, siginfo_t* about, void* /*context*/) {
+  const int error = errno;
+  g_asked = number;
+  // A terminal has told the other one as well.
+  if (g_other > 0 && about->si_code != SI_KERNEL) kill(static_cast<pid_t>(g_other), number);
+  errno = error;
+}
+
 // While another process is to end in order, this one does not end before.
 class SignalsLeftToTheOther {
  public:
   SignalsLeftToTheOther() {
-    struct sigaction ignore {};
-    ignore.sa_handler = SIG_IGN;
-    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &ignore, &before_[i]);
+    g_other = 0;
+    g_asked = 0;
+    struct sigaction handOn {};
+    handOn.sa_sigaction = HandOn;
+    handOn.sa_flags = SA_SIGINFO | SA_RESTART;
+    for (size_t i = 0; i < kSignals.size(); ++i) {
+      sigaction(kSignals[i], nullptr, &before_[i]);
+      if (before_[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &handOn, nullptr);
+    }
     // Ignored, as some parents leave it, how the other ended would be told to nobody.
     struct sigaction byDefault {};
     byDefault.sa_handler = SIG_DFL;
@@ -36,14 +54,24 @@ class SignalsLeftToTheOther {
   SignalsLeftToTheOther(const SignalsLeftToTheOther&) = delete;
   SignalsLeftToTheOther& operator=(const SignalsLeftToTheOther&) = delete;
 
+  // Between these two no signal comes, so that none is lost while nobody is there to have it.
+  void Hold() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int number : kSignals) sigaddset(&held, number);
+    sigprocmask(SIG_BLOCK, &held, &maskBefore_);
+  }
+  void LetCome() const { sigprocmask(SIG_SETMASK, &maskBefore_, nullptr); }
+
   void Restore() const {
     for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &before_[i], nullptr);
     sigaction(SIGCHLD, &childBefore_, nullptr);
   }
 
  private:
-  static constexpr std::array kSignals{SIGINT, SIGQUIT};
+  static constexpr std::array kSignals{SIGINT, SIGQUIT, SIGTERM, SIGHUP};
   std::array<struct sigaction, kSignals.size()> before_{};
+  sigset_t maskBefore_{};
   struct sigaction childBefore_ {};
 };
 
@@ -103,15 +131,19 @@ VerbEnd RunVerbProcess(const VerbCall& call) {
     throw Fault(ExitStatus::kLimit, "no pipe can be made: " + SystemReason(errno));
   }
   std::fflush(nullptr);
-  const SignalsLeftToTheOther signals;
+  SignalsLeftToTheOther signals;
+  signals.Hold();
   const pid_t child = fork();
   if (child == 0) {
     signals.Restore();
+    signals.LetCome();
     (void)prctl(PR_SET_PDEATHSIG, SIGTERM);  // it is not to go on alone
     if (call.isOutKept) dup2(pipe[1], STDOUT_FILENO);
     Become(program, call);
   }
   const int error = errno;
+  g_other = child;
+  signals.LetCome();
   if (call.isOutKept) close(pipe[1]);
   VerbEnd end;
   if (child > 0 && call.isOutKept) end.out = ReadAll(pipe[0]);
@@ -122,6 +154,10 @@ VerbEnd RunVerbProcess(const VerbCall& call) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
+  g_other = 0;
+  signals.Restore();
+  end.asked = g_asked;
+  if (end.asked == SIGTERM || end.asked == SIGHUP) (void)raise(end.asked);
   if (WIFSIGNALED(status)) {
     throw Fault(ExitStatus::kRuntime, "'vorn " + call.verb + "' was ended by signal " +
                                           std::to_string(WTERMSIG(status)) + " (" +

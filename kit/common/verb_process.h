@@ -22,15 +22,18 @@ struct VerbCall {
 struct VerbEnd {
   ExitStatus status = ExitStatus::kDone;
   std::string out;
+  int asked = 0;  ///< a signal that asked this process to end meanwhile; 0: none
 };
 
 /// "vorn prepare -m model.om …", for a person to repeat: variables in front that it was given.
 [[nodiscard]] std::string CommandText(const VerbCall& call);
 
 /// Runs it to its end; what it says on standard error goes where this one's goes. A signal to the
-/// whole group of processes, such as Ctrl-C, reaches both; this one waits for the other to end in
-/// order. Throws a Fault of kOwnFault if the program is not there, and one of kRuntime if a signal
-/// ended it.
+/// whole group of processes, such as Ctrl-C, reaches both; SIGINT, SIGTERM and SIGHUP that reach
+/// this process alone are handed on. This one waits for the other to end in order, and then gives
+/// itself a SIGTERM or SIGHUP that came, as if it came only now; after a SIGINT it goes on. Throws
+/// a Fault of kOwnFault if the program is not there, and one of kRuntime if a signal ended it. For
+/// one thread of the process at a time.
 [[nodiscard]] VerbEnd RunVerbProcess(const VerbCall& call);
 
 }  // namespace vorn::kit

@@ -7,6 +7,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <string>
+#include <utility>
 
 #include "kit/common/fault.h"
 #include "kit/common/own_folder.h"
@@ -72,6 +74,31 @@ TEST_F(VerbProcess, GivesTheStatusWhereTheEndOfChildrenIsIgnored) {
   sigaction(SIGCHLD, &before, &after);
   EXPECT_EQ(end.status, ExitStatus::kInput);
   EXPECT_EQ(after.sa_handler, SIG_IGN);
+}
+
+volatile sig_atomic_t signalHere = 0;
+
+// Only this process is told, and the other one is to end in order.
+TEST_F(VerbProcess, HandsOnWhatAsksThisProcessToEnd) {
+  struct sigaction note {};
+  note.sa_handler = [](int number) { signalHere = number; };
+  for (const auto& [number, name] :
+       {std::pair(SIGTERM, "TERM"), {SIGHUP, "HUP"}, {SIGINT, "INT"}}) {
+    struct sigaction before {};
+    sigaction(number, &note, &before);
+    signalHere = 0;
+    const std::string signal = name;
+    const VerbEnd end = Run("trap 'exit 8' " + signal + "; kill -" + signal +
+                            " $PPID; for i in $(seq 200); do sleep 0.1; done");
+    struct sigaction after {};
+    sigaction(number, &before, &after);
+    EXPECT_EQ(end.status, ExitStatus::kPartial) << signal;
+    EXPECT_EQ(end.asked, number);
+    // This one is told behind the end of the other, but of an interruption, which it goes on after.
+    EXPECT_EQ(signalHere, number == SIGINT ? 0 : number);
+    EXPECT_EQ(after.sa_handler, note.sa_handler);
+  }
+  EXPECT_EQ(Run("exit 0").asked, 0);
 }
 
 TEST_F(VerbProcess, IsAFaultWhereASignalEndedIt) {
