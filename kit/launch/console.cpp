@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 namespace vorn::kit {
 std::string ProgressText(const Progress& progress) {
@@ -29,12 +30,13 @@ std::string ProgressText(const Progress& progress) {
   return text;
 }
 
-Console::Console(bool isQuiet) : isQuiet_(isQuiet), line_(isQuiet) {}
+Console::Console(bool isQuiet, std::string verb)
+    : isQuiet_(isQuiet), verb_(std::move(verb)), line_(isQuiet) {}
 
 void Console::Say(const std::string& line) {
   if (isQuiet_) return;
   line_.Clear();
-  std::fprintf(stderr, "vorn launch: %s\n", line.c_str());
+  std::fprintf(stderr, "vorn %s: %s\n", verb_.c_str(), line.c_str());
 }
 
 void Console::Show(const Progress& progress) {

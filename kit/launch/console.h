@@ -1,4 +1,4 @@
-// What a launch says while it goes on, on standard error.
+// What a launch, or a verb that launches, says while it goes on, on standard error.
 #ifndef VORN_KIT_LAUNCH_CONSOLE_H_
 #define VORN_KIT_LAUNCH_CONSOLE_H_
 
@@ -25,15 +25,16 @@ struct Progress {
 /// Lines, and below them on a terminal how far it is, which is written anew in its place.
 class Console {
  public:
-  explicit Console(bool isQuiet);
+  explicit Console(bool isQuiet, std::string verb = "launch");
 
-  /// A line, with "vorn launch: " in front of it.
+  /// A line, with "vorn VERB: " in front of it.
   void Say(const std::string& line);
 
   void Show(const Progress& progress);
 
  private:
   bool isQuiet_;
+  std::string verb_;
   ProgressLine line_;
 };
 

@@ -237,6 +237,17 @@ DumpsFound InspectDumps(const std::string& folder, const ModelDescription& model
   return DumpInspector(ListFolder(folder), model, request).Inspect();
 }
 
+void RemoveWholeTexts(const std::string& folder) {
+  const std::vector<std::string> files = NamesIn(folder);
+  for (const std::string& file : files) {
+    if (!file.ends_with(kText)) continue;
+    const std::string front = file.substr(0, file.size() - kText.size());
+    const std::string dump = front + std::string(kBinary);
+    if (!std::binary_search(files.begin(), files.end(), dump)) continue;
+    unlink((folder + "/" + file).c_str());
+  }
+}
+
 bool DoesVerify(const std::string& run, const SampleOutput& output,
                 const std::function<bool()>& mayGoOn) {
   struct CutOff {};

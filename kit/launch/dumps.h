@@ -31,6 +31,10 @@ struct DumpsFound {
 [[nodiscard]] DumpsFound InspectDumps(const std::string& folder, const ModelDescription& model,
                                       const DumpRequest& request);
 
+/// Removes the texts of one inference's folder that are whole, while vorn-run may still be at work
+/// in it: the text of an output is written before its dump. None is a fault.
+void RemoveWholeTexts(const std::string& folder);
+
 /// Whether the files of an output are still what they were, `run` being the run directory. False
 /// also as soon as `mayGoOn`, which is asked again and again, says no.
 [[nodiscard]] bool DoesVerify(

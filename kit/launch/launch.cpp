@@ -330,8 +330,12 @@ class Launcher {
     const uint64_t attempt = ++attempts_[chunk];
     job.folder =
         folder_.Path(kChunksFolder) + "/" + std::to_string(chunk) + "." + std::to_string(attempt);
-    const JobEnd end = RunJob(job, request_, plan_, signals_,
-                              [this](pid_t pid, const ProgramLog& log) { Look(pid, log); });
+    uint64_t withoutTexts = 0;
+    const JobEnd end =
+        RunJob(job, request_, plan_, signals_, [&](pid_t pid, const ProgramLog& log) {
+          if (!request_.isTextKept) RemoveTexts(job, log.Dumped(), withoutTexts);
+          Look(pid, log);
+        });
     if (!plan_.isModelKnown) LearnModel(job, end);
     TakeTimes(job, end, chunk, attempt);
     std::vector<uint64_t> left = TakeSamples(job, end);
@@ -346,6 +350,14 @@ class Launcher {
     report_.Facts().counts = samples_->CountsSoFar(0);
     WriteRun();
     return left;
+  }
+
+  // They are most of the bytes. Those of inferences that are done, and of outputs that are.
+  static void RemoveTexts(const Job& job, uint64_t dumped, uint64_t& done) {
+    for (uint64_t place = done; place <= dumped; ++place) {
+      RemoveWholeTexts(DumpsOf(job) + "/" + std::to_string(place));
+    }
+    done = dumped;
   }
 
   void Look(pid_t pid, const ProgramLog& log) {

@@ -32,20 +32,6 @@ std::string FolderAbove(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-FileState LookAt(const std::string& path) {
-  struct stat about {};
-  if (stat(path.c_str(), &about) != 0) {
-    return {.fault = errno == ENOENT ? "is not there" : "cannot be found: " + SystemReason(errno),
-            .sizeBytes = 0};
-  }
-  if (S_ISDIR(about.st_mode)) return {.fault = "is a folder, and a file is needed", .sizeBytes = 0};
-  if (!S_ISREG(about.st_mode)) return {.fault = "is no regular file", .sizeBytes = 0};
-  if (access(path.c_str(), R_OK) != 0) {
-    return {.fault = "cannot be read: " + SystemReason(errno), .sizeBytes = 0};
-  }
-  return {.fault = "", .sizeBytes = static_cast<uint64_t>(about.st_size)};
-}
-
 std::vector<std::string> SplitAtCommas(const std::string& text) {
   std::vector<std::string> pieces;
   size_t start = 0;
@@ -80,12 +66,12 @@ class Planner {
     if (plan_.isModelKnown && plan_.list) {
       Try([&] {
         const std::vector<Finding> found =
-            CheckList(ListRequest(), plan_.model, plan_.lines, plan_.inputs, LookAt);
+            CheckList(ListRequest(), plan_.model, plan_.lines, plan_.inputs, LookAtFile);
         plan_.findings.insert(plan_.findings.end(), found.begin(), found.end());
       });
       CheckDisk();
     } else if (plan_.list) {
-      const auto found = CheckFilesAlone(request_.list, plan_.lines, LookAt);
+      const auto found = CheckFilesAlone(request_.list, plan_.lines, LookAtFile);
       plan_.findings.insert(plan_.findings.end(), found.begin(), found.end());
     }
     return std::move(plan_);
@@ -152,7 +138,7 @@ class Planner {
     for (const std::string& path : SplitAtCommas(request_.thresholds.value_or(""))) {
       auto& thresholds = check.thresholds.emplace_back();
       thresholds.path = path;
-      thresholds.fault = LookAt(path).fault;
+      thresholds.fault = LookAtFile(path).fault;
       if (!thresholds.fault.empty()) continue;
       const auto count = CountThresholds(
           ReadWholeFile(path, "the thresholds", ExitStatus::kInput, kMostThresholdBytes));
@@ -198,12 +184,14 @@ class Planner {
             : 0;
     // The numbers of a hostile model may be of any size.
     const auto runs = static_cast<double>(request_.runsOfDisk);
+    const auto all = static_cast<double>(plan_.inferences);
+    // Texts that are not kept go while others come: those of one inference are there at once, and
+    // more where the disk is faster than the look at it.
     const auto sum = [&](uint64_t keptEach, uint64_t wholeEach) {
-      const double later = static_cast<double>(plan_.inferences - atOnce);
-      return runs * (later * static_cast<double>(keptEach) +
-                     static_cast<double>(atOnce) * static_cast<double>(wholeEach) +
-                     static_cast<double>(trace) +
-                     static_cast<double>(plan_.inferences) * static_cast<double>(kSampleLineBytes));
+      return runs * (all * static_cast<double>(keptEach) +
+                     static_cast<double>(std::min<uint64_t>(atOnce, 1)) *
+                         static_cast<double>(wholeEach - keptEach) +
+                     static_cast<double>(trace) + all * static_cast<double>(kSampleLineBytes));
     };
     // A file takes whole blocks, where the file system does not put small ones among its own facts.
     const uint64_t filesEach = 1 + plan_.model.outputs.size() * (1 + (request_.isTextKept ? 1 : 0) +
@@ -236,8 +224,7 @@ class Planner {
   }
 
   std::string Advice() const {
-    if (request_.isTextKept) return "--no-text with --chunk keeps a fifth of it";
-    if (!request_.chunk) return "--chunk lets the texts go behind each chunk";
+    if (request_.isTextKept) return "--no-text keeps a fifth of it";
     return "name another disk with --run";
   }
 
@@ -251,6 +238,20 @@ class Planner {
 };
 
 }  // namespace
+
+FileState LookAtFile(const std::string& path) {
+  struct stat about {};
+  if (stat(path.c_str(), &about) != 0) {
+    return {.fault = errno == ENOENT ? "is not there" : "cannot be found: " + SystemReason(errno),
+            .sizeBytes = 0};
+  }
+  if (S_ISDIR(about.st_mode)) return {.fault = "is a folder, and a file is needed", .sizeBytes = 0};
+  if (!S_ISREG(about.st_mode)) return {.fault = "is no regular file", .sizeBytes = 0};
+  if (access(path.c_str(), R_OK) != 0) {
+    return {.fault = "cannot be read: " + SystemReason(errno), .sizeBytes = 0};
+  }
+  return {.fault = "", .sizeBytes = static_cast<uint64_t>(about.st_size)};
+}
 
 std::vector<ListedInput> Plan::InputsOf(uint64_t inference) const {
   const auto first = inputs.inputs.begin() + static_cast<ptrdiff_t>(inference * perInference);

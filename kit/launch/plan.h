@@ -55,6 +55,9 @@ struct Plan {
   [[nodiscard]] std::vector<ListedInput> InputsOf(uint64_t inference) const;
 };
 
+/// A file on the disk, as the checks have to know it.
+[[nodiscard]] FileState LookAtFile(const std::string& path);
+
 /// Looks at everything and runs nothing but, where no description is kept, a load of the model.
 [[nodiscard]] Plan MakePlan(const LaunchRequest& request);
 

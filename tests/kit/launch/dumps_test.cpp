@@ -153,6 +153,19 @@ TEST_F(Dumps, RenamesWhatCouldNotBeTold) {
               ElementsAre(Key("_\xC3\xA9.0.1.bin"), Key("_\xC3\xA9.0.1.float")));
 }
 
+// vorn-run writes the text of an output, and then its dump.
+TEST_F(Dumps, RemovesTheTextsThatAreWholeAlone) {
+  Write("a.0.17.float", "1\n");
+  Write("a.0.17.bin", "whole");
+  Write("b.0.18.float", "1\n2");
+  Write("b.0.17.bin", "of another time");
+  Write("float", "");
+  vorn::kit::RemoveWholeTexts(folder_.Path());
+  EXPECT_THAT(support::ReadTree(folder_.Path()),
+              ElementsAre(Key("a.0.17.bin"), Key("b.0.17.bin"), Key("b.0.18.float"), Key("float")));
+  vorn::kit::RemoveWholeTexts(folder_.Path() / "none");
+}
+
 TEST_F(Dumps, WritesArraysInTheirShape) {
   model_.outputs = {Output("x")};
   const std::string values = support::Bytes<float>({1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12});
