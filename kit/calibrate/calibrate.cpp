@@ -1,10 +1,20 @@
 #include "kit/calibrate/calibrate.h"
 
+#include <sys/statvfs.h>
+
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <csignal>
+#include <cstring>
 #include <filesystem>
+#include <mutex>
+#include <thread>
 #include <vector>
 
+#include "kit/calibrate/work_folder.h"
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/common/verb_process.h"
@@ -14,6 +24,9 @@
 #include "kit/json/json_members.h"
 #include "kit/launch/checks.h"
 #include "kit/launch/input_list.h"
+#include "kit/launch/plan.h"
+#include "kit/launch/program_log.h"
+#include "kit/launch/run_folder.h"
 #include "kit/model/model_json.h"
 #include "kit/run/run_directory.h"
 #include "kit/runtime/describe.h"
@@ -29,6 +42,7 @@ namespace fs = std::filesystem;
 constexpr uint64_t kMostListBytes = uint64_t{1} << 30;
 constexpr uint64_t kMostConfigBytes = 64 << 20;
 constexpr size_t kPiece = 1 << 16;
+constexpr size_t kMostFindings = 100;
 
 // The configuration of a person with every inner tensor to be given, and nothing rounded.
 std::string ConfigWithAll(const std::optional<std::string>& path) {
@@ -52,65 +66,132 @@ std::string ConfigWithAll(const std::optional<std::string>& path) {
   }
 }
 
+// ---- Signals ------------------------------------------------------------------------------------
+
+volatile sig_atomic_t g_askedToEnd = 0;
+
+// What asks this process to end is noted, and found between two steps: what lies on the disk has to
+// go first.
+class EndAsked {
+ public:
+  EndAsked() {
+    g_askedToEnd = 0;
+    struct sigaction note {};
+    note.sa_handler = [](int number) { g_askedToEnd = number; };
+    note.sa_flags = SA_RESTART;
+    for (size_t i = 0; i < kSignals.size(); ++i) {
+      sigaction(kSignals[i], nullptr, &before_[i]);
+      if (before_[i].sa_handler != SIG_IGN) sigaction(kSignals[i], &note, nullptr);
+    }
+  }
+  ~EndAsked() {
+    for (size_t i = 0; i < kSignals.size(); ++i) sigaction(kSignals[i], &before_[i], nullptr);
+  }
+  EndAsked(const EndAsked&) = delete;
+  EndAsked& operator=(const EndAsked&) = delete;
+
+  static void Check() {
+    if (g_askedToEnd != 0) RefuseToGoOn(g_askedToEnd);
+  }
+  [[noreturn]] static void RefuseToGoOn(int number) {
+    throw Fault(ExitStatus::kPartial,
+                std::string("was stopped by ") + strsignal(number) + "; no ranges were written");
+  }
+
+ private:
+  static constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
+  std::array<struct sigaction, kSignals.size()> before_{};
+};
+
+// ---- How far a part is --------------------------------------------------------------------------
+
+// Reads what the program of a run prints, from a thread of its own, while another waits for its
+// end.
+class RunWatch {
+ public:
+  RunWatch(const std::string& run, const std::function<void(uint64_t dumped)>& show)
+      : log_(run + "/" + kLogFile), show_(show), thread_([this] { Watch(); }) {}
+  ~RunWatch() {
+    {
+      const std::lock_guard lock(mutex_);
+      isOver_ = true;
+    }
+    over_.notify_one();
+    thread_.join();
+  }
+  RunWatch(const RunWatch&) = delete;
+  RunWatch& operator=(const RunWatch&) = delete;
+
+ private:
+  void Watch() {
+    constexpr std::chrono::milliseconds kBetween{200};
+    std::unique_lock lock(mutex_);
+    while (!over_.wait_for(lock, kBetween, [this] { return isOver_; })) Look();
+  }
+
+  void Look() {
+    for (std::string piece; !(piece = ReadFrom(log_, at_, kPiece)).empty(); at_ += piece.size()) {
+      lines_.Take(piece);
+    }
+    show_(lines_.Dumped());
+  }
+
+  std::string log_;
+  const std::function<void(uint64_t)>& show_;
+  ProgramLog lines_;
+  uint64_t at_ = 0;
+  bool isOver_ = false;
+  std::mutex mutex_;
+  std::condition_variable over_;
+  std::thread thread_;  // last, so that all else is there for it
+};
+
+// ---- All of it ----------------------------------------------------------------------------------
+
 class Calibration {
  public:
-  Calibration(const CalibrateRequest& request, const std::function<void(uint64_t, uint64_t)>& show)
-      : request_(request), show_(show) {}
-  ~Calibration() {
-    if (!isOwned_) return;
-    std::error_code ignored;
-    fs::remove_all(request_.work, ignored);
+  Calibration(const CalibrateRequest& request, const CalibrateWatch& watch)
+      : request_(request), watch_(watch), work_(request.output) {
+    for (const std::string& folder : work_.Removed()) {
+      watch_.say(Quoted(folder) + " was left by one that was killed, and is removed");
+    }
   }
-  Calibration(const Calibration&) = delete;
-  Calibration& operator=(const Calibration&) = delete;
 
   Ranges Run() {
-    MakeFolder();
-    config_ = request_.work + "/config.json";
+    TryOutput();
+    config_ = work_.Path() + "/config.json";
     WriteWholeFile(config_, ConfigWithAll(request_.config));
-    DescribeRequest describe{request_.model, config_, "libvorn.so"};
+    const DescribeRequest describe{request_.model, config_, "libvorn.so"};
     const ModelDescription model = DescribeFiles(describe);
     ranges_.model = model.model;
     ReadList(DataInputs(model, 0));
-    const uint64_t inferences = lines_.size() / perInference_;
-    const uint64_t all = std::min(inferences, request_.most.value_or(inferences));
-    for (uint64_t done = 0; done < all; done += request_.part) {
-      RunPart(done, std::min(request_.part, all - done), model);
-      ranges_.samples = std::min(all, done + request_.part);
-      show_(ranges_.samples, all);
+    TakeMost();
+    CheckFiles(model);
+    const uint64_t part = ChoosePart(model);
+    for (uint64_t done = 0; done < all_; done += part) {
+      watch_.show(done, all_);
+      RunPart(done, std::min(part, all_ - done), model);
+      ranges_.samples = std::min(all_, done + part);
     }
+    watch_.show(all_, all_);
+    EndAsked::Check();
     return std::move(ranges_);
   }
 
  private:
-  void MakeFolder() {
+  // Not behind hours of work. A pipe's reader would take the trial for all.
+  void TryOutput() const {
     std::error_code error;
-    if (fs::exists(request_.work, error)) {
-      throw Fault(ExitStatus::kUsage, Quoted(request_.work) +
-                                          " is there already, and is the place for what is removed "
-                                          "again; remove it");
-    }
-    fs::create_directories(request_.work, error);
-    if (error) {
-      throw Fault(ExitStatus::kLimit,
-                  "the folder " + Quoted(request_.work) + " cannot be made: " + error.message());
-    }
-    isOwned_ = true;
+    const auto status = fs::status(request_.output, error);
+    if (fs::exists(status) && !fs::is_regular_file(status)) return;
+    const WholeFile trial(request_.output);
   }
 
-  // Paths of a list are from its folder on, and the parts of it lie elsewhere.
   void ReadList(uint64_t perInference) {
     perInference_ = perInference;
     if (perInference_ == 0) throw Fault(ExitStatus::kModel, "the model takes no files");
-    const fs::path folder = fs::absolute(FolderOfList(request_.list));
-    std::error_code error;
-    std::string front = fs::relative(folder, request_.work, error).string();
-    for (const ListLine& line : SplitListLines(
-             ReadWholeFile(request_.list, "the list", ExitStatus::kInput, kMostListBytes))) {
-      const auto name = NameInLine(line.text);
-      const size_t path = name ? name->size() + 1 : 0;
-      lines_.push_back(line.text.substr(0, path) + front + "/" + line.text.substr(path));
-    }
+    lines_ = SplitListLines(
+        ReadWholeFile(request_.list, "the list", ExitStatus::kInput, kMostListBytes));
     if (lines_.empty())
       throw Fault(ExitStatus::kInput, "the list " + Quoted(request_.list) + " is empty");
     if (lines_.size() % perInference_ != 0) {
@@ -120,29 +201,118 @@ class Calibration {
     }
   }
 
-  void RunPart(uint64_t first, uint64_t count, const ModelDescription& model) {
-    const std::string list = request_.work + "/list.txt";
-    const std::string run = request_.work + "/run";
+  void TakeMost() {
+    const uint64_t inferences = lines_.size() / perInference_;
+    all_ = std::min(inferences, request_.most.value_or(inferences));
+    lines_.resize(all_ * perInference_);
+  }
+
+  // By the person's list and its lines, before a part of it is told of.
+  void CheckFiles(const ModelDescription& model) const {
+    const ResolvedList list = ResolveList(lines_, FolderOfList(request_.list), NamedInputs(model));
+    const std::vector<Finding> found = CheckList({.listPath = request_.list,
+                                                  .batch = static_cast<int64_t>(request_.batch),
+                                                  .totalT = {},
+                                                  .thresholds = {}},
+                                                 model, lines_, list, LookAtFile);
+    const ExitStatus status = StatusOf(found);
+    if (status == ExitStatus::kDone) return;
+    std::string text;
+    for (size_t i = 0; i < std::min(found.size(), kMostFindings); ++i) {
+      text += (i == 0 ? "" : "\nvorn calibrate: ") + found[i].message;
+    }
+    if (found.size() > kMostFindings) {
+      text += "\nvorn calibrate: and " + std::to_string(found.size() - kMostFindings) + " more";
+    }
+    throw Fault(status, text);
+  }
+
+  uint64_t ChoosePart(const ModelDescription& model) const {
+    const bool isRecurrent = model.netType == int32_t{VORN_NET_RECURRENT};
+    const uint64_t batch = isRecurrent ? 1 : request_.batch;
+    struct statvfs disk {};
+    const bool isKnown = statvfs(work_.Path().c_str(), &disk) == 0;
+    const uint64_t kept = SizeOfDumps(model, batch, false).leastBytes;
+    // A file takes whole blocks.
+    const uint64_t blocks = isKnown ? model.outputs.size() * uint64_t{disk.f_frsize} : 0;
+    const PartRoom room{kept + blocks, SizeOfDumps(model, batch, true).leastBytes - kept};
+    const auto free = isKnown
+                          ? static_cast<double>(disk.f_bavail) * static_cast<double>(disk.f_frsize)
+                          : HUGE_VAL;
+    const uint64_t part = std::min(request_.part.value_or(room.Inferences(free)), all_);
+    const auto text = [](double bytes) {
+      return SizeText(static_cast<uint64_t>(std::min(bytes, 9e18)));
+    };
+    if (room.Of(part) > free) {
+      throw Fault(ExitStatus::kLimit,
+                  "the disk of -o " + Quoted(request_.output) + " has " + text(free) +
+                      " left, and " + Counted(part, "inference") + " with all inner tensors " +
+                      (part == 1 ? "takes " : "take ") + text(room.Of(part)) + "; " +
+                      (part > 1 && room.Of(1) <= free ? "give a smaller --part, or none"
+                                                      : "name a file on another disk with -o"));
+    }
+    watch_.say(Counted(all_, "inference") + ", " +
+               (part == all_ ? "all at once" : std::to_string(part) + " at a time") +
+               ", with all inner tensors: " + text(room.Of(part)) +
+               (isKnown ? " of the " + text(free) + " that the disk has left" : ""));
+    return part;
+  }
+
+  // Paths of a list are from its folder on, and the parts of it lie elsewhere. A path to that
+  // folder might hold a ':', behind which the path would seem to begin.
+  std::string WriteListOfPart(uint64_t first, uint64_t count) const {
+    constexpr const char* kFolder = "from";
+    const std::string link = work_.Path() + "/" + kFolder;
+    std::error_code error;
+    if (!fs::is_symlink(link, error)) {
+      fs::create_directory_symlink(fs::absolute(FolderOfList(request_.list)), link, error);
+      if (error) {
+        throw Fault(ExitStatus::kLimit, Quoted(link) + " cannot be made: " + error.message());
+      }
+    }
     std::string text;
     for (uint64_t i = first * perInference_; i < (first + count) * perInference_; ++i) {
-      text += lines_[i] + "\n";
+      const std::string& line = lines_[i].text;
+      const auto name = NameInLine(line);
+      const size_t path = name ? name->size() + 1 : 0;
+      text += line.substr(0, path) + kFolder + "/" + line.substr(path) + "\n";
     }
+    std::string list = work_.Path() + "/list.txt";
     WriteWholeFile(list, text);
+    return list;
+  }
+
+  void RunPart(uint64_t first, uint64_t count, const ModelDescription& model) {
+    const std::string list = WriteListOfPart(first, count);
+    const std::string run = work_.Path() + "/run";
     VerbCall call{.verb = "launch",
                   .words = {"-m", request_.model, "-j", config_, "-i", list, "--run", run,
                             "--no-text", "--no-trace", "--quiet"}};
     if (request_.batch > 1) {
       call.words.insert(call.words.end(), {"-b", std::to_string(request_.batch)});
     }
-    const VerbEnd end = RunVerbProcess(call);
+    EndAsked::Check();
+    const VerbEnd end = RunAndShow(call, run, first);
+    EndAsked::Check();
+    if (end.asked != 0) EndAsked::RefuseToGoOn(end.asked);
     if (end.status != ExitStatus::kDone) {
       throw Fault(end.status, "the run of inferences " + std::to_string(first) + " to " +
-                                  std::to_string(first + count - 1) +
-                                  " failed: " + CommandText(call));
+                                  std::to_string(first + count - 1) + " (" +
+                                  Printable(request_.list) + ":" +
+                                  std::to_string(lines_[first * perInference_].number) +
+                                  " on) failed: " + CommandText(call));
     }
     for (const SampleRecord& sample : ReadSamples(run)) Measure(run, sample, model);
     std::error_code ignored;
     fs::remove_all(run, ignored);
+  }
+
+  VerbEnd RunAndShow(const VerbCall& call, const std::string& run, uint64_t first) const {
+    const std::function<void(uint64_t)> show = [&](uint64_t dumped) {
+      watch_.show(std::min(first + dumped, all_), all_);
+    };
+    const RunWatch watch(run, show);
+    return RunVerbProcess(call);
   }
 
   static bool IsFloat(const TensorDescription& tensor) { return tensor.type == VORN_FLOAT32; }
@@ -165,16 +335,19 @@ class Calibration {
     TensorRange& range = ranges_.tensors[name];
     std::vector<float> values(kPiece);
     while (const size_t taken = reader.Next(values)) {
+      EndAsked::Check();
       for (size_t i = 0; i < taken; ++i) range.Take(values[i]);
     }
   }
 
   const CalibrateRequest& request_;
-  const std::function<void(uint64_t, uint64_t)>& show_;
-  bool isOwned_ = false;
+  const CalibrateWatch& watch_;
+  const EndAsked signals_;  // before the folder, which goes first
+  WorkFolder work_;
   std::string config_;
   uint64_t perInference_ = 0;
-  std::vector<std::string> lines_;
+  uint64_t all_ = 0;  // inferences
+  std::vector<ListLine> lines_;
   Ranges ranges_;
 };
 
@@ -190,9 +363,23 @@ void TensorRange::Take(float value) {
   ++finite;
 }
 
-Ranges MeasureRanges(const CalibrateRequest& request,
-                     const std::function<void(uint64_t, uint64_t)>& show) {
-  return Calibration(request, show).Run();
+double PartRoom::Of(uint64_t inferences) const {
+  return static_cast<double>(keptEach) * static_cast<double>(inferences) +
+         static_cast<double>(textsOfOne);
+}
+
+uint64_t PartRoom::Inferences(double freeBytes) const {
+  constexpr double kMost = 2e9;
+  // As many as are never asked for, where there is nothing to measure.
+  constexpr double kMostInferences = 1e9;
+  constexpr double kShare = 0.9;  // of the disk: there are records beside the dumps, and others
+  const double room = std::min(kMost, kShare * freeBytes - static_cast<double>(textsOfOne));
+  const double inferences = room / std::max(static_cast<double>(keptEach), 1.0);
+  return static_cast<uint64_t>(std::clamp(inferences, 1.0, kMostInferences));
+}
+
+Ranges MeasureRanges(const CalibrateRequest& request, const CalibrateWatch& watch) {
+  return Calibration(request, watch).Run();
 }
 
 std::string RangesJson(const Ranges& ranges) {

@@ -3,7 +3,7 @@
 //
 // The host runtime gives every inner tensor as a further output where its configuration says so; a
 // part of the list after the other is run so by `vorn launch`, measured, and removed again: the
-// dumps of all inner tensors are large.
+// dumps of all inner tensors are large, gigabytes an inference for a detector.
 //
 //     {"schema": 1, "kind": "ranges", "samples": 200, "model": {…},
 //      "tensors": {"conv1": {"min": -1.5, "max": 3.2}, …}}
@@ -33,10 +33,18 @@ struct CalibrateRequest {
   std::string model;
   std::optional<std::string> config;
   std::string list;
-  std::string work;  ///< a folder for what is removed again; made, and gone at the end
+  std::string output;  ///< where the ranges are to go; what is removed again lies beside it
   uint64_t batch = 1;
-  uint64_t part = 16;            ///< inferences that are run before they are measured
+  /// Inferences that are run before they are measured; without it as many as make up about 2 GB of
+  /// dumps, and fewer where the disk has less.
+  std::optional<uint64_t> part;
   std::optional<uint64_t> most;  ///< inferences
+};
+
+/// What is told while it goes on, by one thread at a time.
+struct CalibrateWatch {
+  std::function<void(const std::string&)> say;   ///< a line
+  std::function<void(uint64_t, uint64_t)> show;  ///< inferences that were run, and all
 };
 
 struct Ranges {
@@ -45,10 +53,22 @@ struct Ranges {
   std::map<std::string, TensorRange> tensors;
 };
 
-/// Throws a Fault: of kInput for the list, of kModel for the model and the configuration, and the
-/// status of the launch that failed. `show` is told how many of how many inferences are measured.
-[[nodiscard]] Ranges MeasureRanges(const CalibrateRequest& request,
-                                   const std::function<void(uint64_t, uint64_t)>& show);
+/// What the dumps of a part take on the disk: what is kept of all of its inferences, in whole
+/// blocks, and of one the texts, which vorn-run writes as well and which go while others come.
+struct PartRoom {
+  uint64_t keptEach = 0;
+  uint64_t textsOfOne = 0;
+
+  [[nodiscard]] double Of(uint64_t inferences) const;
+  /// The most inferences, 1 at least, that stay within about 2 GB and within what the disk has.
+  [[nodiscard]] uint64_t Inferences(double freeBytes) const;
+};
+
+/// Throws a Fault: of kUsage and kLimit for the output, before anything else is looked at, of
+/// kInput for the list, of kModel for the model and the configuration, of kLimit where the disk has
+/// no room for a part, of kPartial if SIGINT, SIGTERM or SIGHUP asked it to end, and the status of
+/// the launch that failed. For one thread of the process at a time.
+[[nodiscard]] Ranges MeasureRanges(const CalibrateRequest& request, const CalibrateWatch& watch);
 
 /// The file, with a line end. Tensors without a finite value are left out.
 [[nodiscard]] std::string RangesJson(const Ranges& ranges);

@@ -1,13 +1,11 @@
 // vorn-calibrate: the ranges of all tensors inside a network.
-#include <unistd.h>
-
-#include <cstdio>
+#include <chrono>
 
 #include "kit/calibrate/calibrate.h"
 #include "kit/common/command_line.h"
 #include "kit/common/printable.h"
-#include "kit/common/progress_line.h"
 #include "kit/common/whole_file.h"
+#include "kit/launch/console.h"
 
 namespace vorn::kit {
 namespace {
@@ -24,7 +22,8 @@ constexpr Option kOptions[] = {
     {"batch", 'b', "N", "Items of a batch, as vorn-run takes it."},
     {"most", 0, "N", "The first N inferences alone."},
     {"part", 0, "N",
-     "How many inferences lie on the disk at once, with all of their inner tensors; 16 without."},
+     "How many inferences lie on the disk at once, with all of their inner tensors. Without it as "
+     "many as take about 2 GB, fewer where the disk has less, and one at least."},
     {"quiet", 'q', "", "Say nothing on standard error but why it could not go on."},
 };
 
@@ -37,12 +36,32 @@ constexpr Verb kCalibrate{
         "and the largest finite value of each. The file is what \"round\": {\"int8\": "
         "\"RANGES.json\"}\n"
         "of the host runtime's configuration takes. Inputs that are representative make ranges\n"
-        "that are: a hundred, unlike each other, are better than a thousand alike.",
+        "that are: a hundred, unlike each other, are better than a thousand alike.\n"
+        "\n"
+        "The dumps of all inner tensors lie in RANGES.json.PID.work, a part of the list after the\n"
+        "other, and are gone at its end, also where a signal asks it to end. One that was killed\n"
+        "leaves its folder, which the next calibrate with the same -o removes.",
     .options = kOptions,
     .example =
         "build/release/vorn calibrate -m examples/digits/digits.onnx -i examples/digits/list.txt "
         "--most 50 -o build/digits.ranges.json",
 };
+
+Ranges Measure(const CalibrateRequest& request, Console& console) {
+  const auto began = std::chrono::steady_clock::now();
+  const CalibrateWatch watch{
+      [&](const std::string& line) { console.Say(line); },
+      [&](uint64_t done, uint64_t all) {
+        const auto elapsed = std::chrono::steady_clock::now() - began;
+        console.Show({.series = "",
+                      .done = done,
+                      .all = all,
+                      .doneHere = done,
+                      .faults = 0,
+                      .elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed)});
+      }};
+  return MeasureRanges(request, watch);
+}
 
 ExitStatus Calibrate(const Arguments& arguments) {
   CalibrateRequest request;
@@ -50,25 +69,20 @@ ExitStatus Calibrate(const Arguments& arguments) {
   request.config = arguments.Get("config");
   request.list = arguments.Need("list");
   const std::string output = arguments.Need("output");
-  request.work = output + "." + std::to_string(getpid()) + ".work";
+  request.output = output;
   request.batch = arguments.GetNumber("batch", 1, 1, kMostNumber);
   if (arguments.Has("most")) request.most = arguments.GetNumber("most", 0, 1, kMostNumber);
-  request.part = arguments.GetNumber("part", request.part, 1, kMostNumber);
-  ProgressLine line(arguments.Has("quiet"));
-  const Ranges ranges = MeasureRanges(request, [&](uint64_t done, uint64_t all) {
-    line.Show([&] { return std::to_string(done) + " of " + Counted(all, "inference"); });
-  });
-  line.Clear();
+  if (arguments.Has("part")) request.part = arguments.GetNumber("part", 0, 1, kMostNumber);
+  Console console(arguments.Has("quiet"), "calibrate");
+  const Ranges ranges = Measure(request, console);
   WriteWholeFile(output, RangesJson(ranges));
-  if (arguments.Has("quiet")) return ExitStatus::kDone;
   for (const auto& [name, range] : ranges.tensors) {
     if (range.notFinite == 0) continue;
-    std::fprintf(stderr, "vorn calibrate: %s of %s: NaN or infinite, and left out\n",
-                 Counted(range.notFinite, "value").c_str(), Quoted(name).c_str());
+    console.Say(Counted(range.notFinite, "value") + " of " + Quoted(name) +
+                ": NaN or infinite, and left out");
   }
-  std::fprintf(stderr, "vorn calibrate: %s over %s; the file is %s\n",
-               Counted(ranges.tensors.size(), "tensor").c_str(),
-               Counted(ranges.samples, "inference").c_str(), Quoted(output).c_str());
+  console.Say(Counted(ranges.tensors.size(), "tensor") + " over " +
+              Counted(ranges.samples, "inference") + "; the file is " + Quoted(output));
   return ExitStatus::kDone;
 }
 

@@ -1,10 +1,16 @@
 // `vorn calibrate` as a program, on the digits; what it measures, as functions.
 #include "kit/calibrate/calibrate.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -29,6 +35,19 @@ TEST(TensorRange, HoldsFiniteValuesAndCountsTheOthers) {
   EXPECT_EQ(range.notFinite, 3U);
 }
 
+TEST(PartRoom, HoldsAsManyInferencesAsTheDiskAndTwoGigabytesDo) {
+  constexpr double kPlenty = 1e15;
+  EXPECT_EQ((PartRoom{.keptEach = 1000, .textsOfOne = 5000}).Inferences(kPlenty), 2000000U);
+  // A tenth of the disk stays free.
+  EXPECT_EQ((PartRoom{.keptEach = 1000, .textsOfOne = 5000}).Inferences(10500), 4U);
+  // One has to be tried, whatever it takes.
+  EXPECT_EQ((PartRoom{.keptEach = 3000000000, .textsOfOne = 0}).Inferences(kPlenty), 1U);
+  EXPECT_EQ((PartRoom{.keptEach = 1000, .textsOfOne = 5000}).Inferences(0), 1U);
+  EXPECT_GE((PartRoom{.keptEach = 0, .textsOfOne = 0}).Inferences(kPlenty), 1U);
+  EXPECT_EQ((PartRoom{.keptEach = 1000, .textsOfOne = 5000}).Of(3), 8000.0);
+  EXPECT_GT((PartRoom{.keptEach = UINT64_MAX, .textsOfOne = UINT64_MAX}).Of(UINT64_MAX), 1e38);
+}
+
 TEST(RangesJson, LeavesOutWhatHasNoFiniteValue) {
   Ranges ranges;
   ranges.tensors["some"].Take(0.1F);
@@ -44,7 +63,10 @@ class CalibrateVerb : public testing::Test {
   std::string Path(const std::string& name) const { return folder_.Path() / name; }
 
   Outcome Run(std::vector<std::string> words) const {
-    words.insert(words.begin(), {"calibrate", "-m", kDigits + "/digits.onnx", "-o", "ranges.json"});
+    if (std::find(words.begin(), words.end(), "-o") == words.end()) {
+      words.insert(words.begin(), {"-o", "ranges.json"});
+    }
+    words.insert(words.begin(), {"calibrate", "-m", kDigits + "/digits.onnx"});
     support::Command command;
     command.program = VORN_COMMAND;
     command.arguments = words;
@@ -107,6 +129,116 @@ TEST_F(CalibrateVerb, SaysWhatIsWrongWithTheList) {
   EXPECT_EQ(ended.status, 3);
   EXPECT_THAT(ended.err, HasSubstr("gone.bin"));
   EXPECT_FALSE(fs::exists(Path("ranges.json")));
+}
+
+// Not those of the list of a part, which nobody has written and nobody finds again.
+TEST_F(CalibrateVerb, NamesTheListAndItsLines) {
+  fs::copy(kDigits + "/pictures/000.bin", Path("a.bin"));
+  support::WriteFile(Path("short.bin"), "few");
+  support::WriteFile(Path("list.txt"), "a.bin\n\na.bin\nshort.bin\nnone.bin\n");
+  const Outcome ended = Run({"-i", "list.txt", "--part", "1"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_EQ(support::SplitLines(ended.err),
+            (std::vector<std::string>{
+                "vorn calibrate: list.txt:4: 'short.bin' has 3 bytes, and input 'picture' takes 64 "
+                "bytes (1x1x8x8 of uint8); the rest would hold what was there before",
+                "vorn calibrate: list.txt:5: './none.bin' is not there"}))
+      << ended.Describe();
+  // What is not measured is not looked at.
+  EXPECT_EQ(Run({"-i", "list.txt", "--most", "2"}).status, 0);
+}
+
+// What stands before a ':' of a line is a name.
+TEST_F(CalibrateVerb, TakesListsFromFoldersOfAnyName) {
+  fs::create_directories(Path("a:b"));
+  fs::copy(kDigits + "/pictures/000.bin", Path("a:b/x.bin"));
+  support::WriteFile(Path("a:b/list.txt"), "x.bin\n");
+  const Outcome ended = Run({"-i", "a:b/list.txt"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+}
+
+TEST_F(CalibrateVerb, TellsTheRoomAndTakesPartsByIt) {
+  const std::vector<std::string> words{"-i", kDigits + "/list.txt", "--most", "5"};
+  Outcome ended = Run(words);
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, testing::ContainsRegex(
+                             "5 inferences, all at once, with all inner tensors: [0-9.]+ KiB of "
+                             "the [0-9.]+ [KMGT]iB that the disk has left\n"));
+  std::vector<std::string> parts = words;
+  parts.insert(parts.end(), {"--part", "2"});
+  EXPECT_THAT(Run(parts).err, HasSubstr("5 inferences, 2 at a time, with all"));
+}
+
+TEST_F(CalibrateVerb, RefusesAnOutputBeforeItRuns) {
+  fs::create_directories(Path("folder"));
+  const auto run = [&](const std::string& output) {
+    return Run({"-o", output, "-i", kDigits + "/list.txt"});
+  };
+  Outcome ended = run("folder");
+  EXPECT_EQ(ended.status, 2) << ended.Describe();
+  EXPECT_EQ(ended.err,
+            "vorn calibrate: -o 'folder' is a folder; name the file that is to be made in it\n");
+  support::WriteFile(Path("file"), "");
+  ended = run("file/ranges.json");
+  EXPECT_EQ(ended.status, 7) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("-o 'file/ranges.json' cannot be written"));
+}
+
+// ---- Ended on its way ---------------------------------------------------------------------------
+
+class CalibrateStopped : public CalibrateVerb {
+ protected:
+  // A calibration of the digits, an inference a part, which is far from its end.
+  pid_t Begin() const {
+    const pid_t child = fork();
+    if (child != 0) {
+      while (!fs::exists(Work(child) + "/run/run.json")) usleep(10000);
+      return child;
+    }
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) signal(number, SIG_DFL);
+    setenv("XDG_CACHE_HOME", Path("cache").c_str(), 1);
+    const std::string model = kDigits + "/digits.onnx";
+    const std::string list = kDigits + "/list.txt";
+    if (chdir(folder_.Path().c_str()) == 0 && freopen("said", "w", stderr) != nullptr) {
+      execl(VORN_COMMAND, VORN_COMMAND, "calibrate", "-m", model.c_str(), "-i", list.c_str(), "-o",
+            "ranges.json", "--part", "1", nullptr);
+    }
+    _exit(99);
+  }
+
+  std::string Work(pid_t pid) const { return Path("ranges.json." + std::to_string(pid) + ".work"); }
+
+  static int Stop(pid_t pid, int signal) {
+    kill(pid, signal);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return status;
+  }
+};
+
+TEST_F(CalibrateStopped, CleansUp) {
+  for (const int number : {SIGTERM, SIGINT}) {
+    const pid_t child = Begin();
+    const int status = Stop(child, number);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 8) << status;
+    EXPECT_FALSE(fs::exists(Work(child)));
+    EXPECT_FALSE(fs::exists(Path("ranges.json")));
+    EXPECT_THAT(support::ReadFile(Path("said")), HasSubstr("vorn calibrate: was stopped by "));
+  }
+}
+
+TEST_F(CalibrateStopped, IsCleanedUpBehindByTheNext) {
+  const pid_t child = Begin();
+  EXPECT_TRUE(WIFSIGNALED(Stop(child, SIGKILL)));
+  EXPECT_TRUE(fs::exists(Work(child)));
+  // What it had started ends a moment later.
+  const int lock = open((Work(child) + "/.lock").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX), 0);
+  close(lock);
+  const Outcome ended = Run({"-i", kDigits + "/list.txt", "--most", "1"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("was left by one that was killed, and is removed"));
+  EXPECT_FALSE(fs::exists(Work(child)));
 }
 
 }  // namespace
