@@ -3,7 +3,6 @@
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
-#include "kit/inspect/draft.h"
 #include "kit/model/model_json.h"
 #include "kit/model/model_text.h"
 #include "kit/model/run_log.h"
@@ -61,18 +60,9 @@ ModelDescription AskRuntime(const Arguments& arguments) {
   if (!arguments.Has("model")) {
     throw Fault(ExitStatus::kUsage, "-m MODEL or --log FILE is missing; --help tells more");
   }
-  const DescribeRequest request{.modelPath = arguments.Need("model"),
-                                .configPath = arguments.Get("config"),
-                                .runtimePath = arguments.Get("runtime").value_or("libvorn.so")};
-  try {
-    return DescribeFiles(request);
-  } catch (const Fault& fault) {
-    const auto draft = DraftConfiguration(fault.what());
-    if (!draft) throw;
-    throw Fault(fault.Status(), std::string(fault.what()) +
-                                    "\nA configuration for -j that would do, with your numbers:\n" +
-                                    *draft);
-  }
+  return DescribeFiles({.modelPath = arguments.Need("model"),
+                        .configPath = arguments.Get("config"),
+                        .runtimePath = arguments.Get("runtime").value_or("libvorn.so")});
 }
 
 ExitStatus Inspect(const Arguments& arguments) {

@@ -22,6 +22,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/model/model_json.h"
+#include "kit/runtime/draft.h"
 #include "kit/runtime/runtime_library.h"
 
 namespace vorn::kit {
@@ -275,6 +276,12 @@ std::string WithWords(const std::string& message, const std::string& said) {
   return line.empty() ? message : message + "; it said: " + Printable(line);
 }
 
+std::string WithDraft(const std::string& message) {
+  const auto draft = DraftConfiguration(message);
+  if (!draft) return message;
+  return message + "\nA configuration for -j that would do, with your numbers:\n" + *draft;
+}
+
 int WaitFor(pid_t child) {
   int status = 0;
   while (waitpid(child, &status, 0) < 0) {
@@ -316,7 +323,7 @@ ModelDescription DescribeWithRuntime(const DescribeRequest& request) {
                               std::to_string(WEXITSTATUS(ended)) + " inside " + inside.Get().data(),
                           words));
   }
-  if (status != ExitStatus::kDone) throw Fault(status, WithWords(text, words));
+  if (status != ExitStatus::kDone) throw Fault(status, WithDraft(WithWords(text, words)));
   return FromJson(text);
 }
 

@@ -4,8 +4,11 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 
+#include "host/common/excerpt.h"
 #include "host/config/json_values.h"
 
 namespace vorn::host {
@@ -42,6 +45,15 @@ Range Checked(const std::string& key, const json& value) {
 /// A tensor of a file, which may tell more of it.
 Range RangeInFile(const std::string& key, const json& value) { return Checked(key, value); }
 
+// Where a path leads that says it only in part.
+std::string PlaceOf(const std::string& path) {
+  std::error_code error;
+  const std::filesystem::path meant = std::filesystem::absolute(path, error);
+  if (error || path.starts_with('/')) return "";
+  return "; from the folder that the program runs in it is '" +
+         Excerpt(meant.lexically_normal().string()) + "'";
+}
+
 }  // namespace
 
 Range ReadRange(const std::string& key, const json& value) {
@@ -76,8 +88,8 @@ std::map<std::string, Range> ReadRangesFile(const std::string& path) {
   std::string text(kMaxJsonBytes + 1, '\0');
   if (file) file.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (!file.is_open() || file.bad()) {
-    throw Failure(VORN_ERROR_CONFIG, what, " cannot be read (", std::strerror(errno),
-                  "); give the path of a JSON file");
+    throw Failure(VORN_ERROR_CONFIG, what, " cannot be read (", std::strerror(errno), ")",
+                  PlaceOf(path), "; give the path of a JSON file");
   }
   text.resize(static_cast<size_t>(file.gcount()));
   return ParseRanges(what, text);

@@ -3,7 +3,10 @@
 
 #include <algorithm>
 #include <set>
+#include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "host/common/excerpt.h"
 #include "host/common/failure.h"
@@ -86,7 +89,39 @@ class Ports {
 
 bool IsOpen(const DeclaredDim& dim) { return dim.size < 0; }
 
-/// "{\"x\": [-1, 3, N, N]}": what would close all but the first dimensions of that count.
+/// An input, of which its first dimensions of that count may be open.
+struct SizedInput {
+  const DeclaredTensor* tensor;
+  size_t mayBeOpen;
+};
+
+std::span<const DeclaredDim> DimsToGive(const SizedInput& input) {
+  const DeclaredShape& shape = input.tensor->shape;
+  return std::span(shape).subspan(std::min(input.mayBeOpen, shape.size()));
+}
+
+bool LeavesSizesOpen(const SizedInput& input) {
+  return !HasNoElements(input.tensor->shape) && std::ranges::any_of(DimsToGive(input), IsOpen);
+}
+
+/// "{\"height\": N, \"width\": N}"; empty where one that is open has no name.
+std::string ExampleOfDims(const std::vector<SizedInput>& inputs) {
+  std::vector<std::string> names;
+  for (const SizedInput& input : inputs) {
+    for (const DeclaredDim& dim : DimsToGive(input)) {
+      if (!IsOpen(dim)) continue;
+      if (dim.symbol.empty()) return "";
+      if (std::ranges::find(names, dim.symbol) == names.end()) names.push_back(dim.symbol);
+    }
+  }
+  std::string text;
+  for (const std::string& name : names) {
+    text += (text.empty() ? "{\"" : ", \"") + Excerpt(name) + "\": N";
+  }
+  return text + "}";
+}
+
+/// "\"x\": [-1, 3, N, N]": what would close all but the first dimensions of that count.
 std::string ExampleOfInputDims(const DeclaredTensor& tensor, size_t mayBeOpen) {
   std::string dims;
   for (size_t i = 0; i < tensor.shape.size(); ++i) {
@@ -94,22 +129,32 @@ std::string ExampleOfInputDims(const DeclaredTensor& tensor, size_t mayBeOpen) {
     dims += (i == 0 ? "" : ", ") +
             (IsOpen(tensor.shape[i]) ? fixed : std::to_string(tensor.shape[i].size));
   }
-  return "{\"" + Excerpt(tensor.name) + "\": [" + dims + "]}";
+  return "\"" + Excerpt(tensor.name) + "\": [" + dims + "]";
 }
 
-/// Refuses an input that leaves more open than its first dimensions of that count. A size of 1 in
-/// their place would be run over in silence, and lead to results that mean nothing.
+/// Refuses inputs that leave more open than their first dimensions of that count, all at once. A
+/// size of 1 in their place would be run over in silence, and lead to results that mean nothing.
+void RequireSizes(std::vector<SizedInput> inputs) {
+  std::erase_if(inputs, [](const SizedInput& input) { return !LeavesSizesOpen(input); });
+  if (inputs.empty()) return;
+  const DeclaredTensor& first = *inputs.front().tensor;
+  std::string others;
+  if (inputs.size() > 1) {
+    others = Join(", and ", inputs.size() - 1, inputs.size() == 2 ? " other does" : " others do");
+  }
+  const std::string dims = ExampleOfDims(inputs);
+  std::string inputDims;
+  for (const SizedInput& input : inputs) {
+    inputDims +=
+        (inputDims.empty() ? "{" : ", ") + ExampleOfInputDims(*input.tensor, input.mayBeOpen);
+  }
+  throw Failure(VORN_ERROR_MODEL, "input '", first.name, "' leaves sizes open in ",
+                ShapeText(first.shape), others, "; give them, also where 1 is meant, with ",
+                dims.empty() ? "" : "'dims' " + dims + " or ", "'inputDims' ", inputDims, "}");
+}
+
 void RequireSizes(const DeclaredTensor& tensor, size_t mayBeOpen) {
-  const DeclaredShape& shape = tensor.shape;
-  const size_t fixed = std::min(mayBeOpen, shape.size());
-  const auto open = std::find_if(shape.begin() + static_cast<std::ptrdiff_t>(fixed), shape.end(),
-                                 [](const DeclaredDim& dim) { return IsOpen(dim); });
-  if (HasNoElements(shape) || open == shape.end()) return;
-  const std::string byName =
-      open->symbol.empty() ? "" : "'dims' {\"" + Excerpt(open->symbol) + "\": N} or ";
-  throw Failure(VORN_ERROR_MODEL, "input '", tensor.name, "' leaves sizes open in ",
-                ShapeText(shape), "; give them, also where 1 is meant, with ", byName,
-                "'inputDims' ", ExampleOfInputDims(tensor, mayBeOpen));
+  RequireSizes({{&tensor, mayBeOpen}});
 }
 
 /// An open dimension is as long as the numbers where it is the only one, and 1 elsewhere.
@@ -136,14 +181,17 @@ void RequireStateSizes(const DeclaredTensor& tensor) {
 
 /// Refuses data inputs that leave more open than what is known to be the batch or the frames.
 void RequireDataSizes(const Signature& signature, const ModelSettings& settings) {
+  std::vector<SizedInput> inputs;
   for (size_t i = 0; i < signature.inputs.size(); ++i) {
     const bool isRpn = i + signature.rpnCount >= signature.inputs.size();
-    RequireSizes(signature.inputs[i].tensor, isRpn ? 0 : 1);
+    inputs.push_back({&signature.inputs[i].tensor, isRpn ? size_t{0} : size_t{1}});
   }
-  if (!signature.frames) return;
-  // The dimensions before the frames have to be 1 in any case.
-  const int64_t timeAxis = settings.sequence == Sequence::kSteps ? 0 : settings.timeAxis;
-  RequireSizes(signature.frames->tensor, static_cast<size_t>(timeAxis) + 1);
+  if (signature.frames) {
+    // The dimensions before the frames have to be 1 in any case.
+    const int64_t timeAxis = settings.sequence == Sequence::kSteps ? 0 : settings.timeAxis;
+    inputs.push_back({&signature.frames->tensor, static_cast<size_t>(timeAxis) + 1});
+  }
+  RequireSizes(std::move(inputs));
 }
 
 /// There is nothing that a caller could give for an input without elements.

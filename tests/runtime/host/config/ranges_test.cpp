@@ -60,7 +60,15 @@ TEST(ReadRangesFile, ReadsAFileAndSaysWhichItCannot) {
   EXPECT_THAT(ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRangesFile(path); }),
               HasSubstr("ranges.json'"));
   EXPECT_THAT(ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRangesFile(path + "/none"); }),
-              HasSubstr("cannot be read (Not a directory)"));
+              HasSubstr("cannot be read (Not a directory); give the path of a JSON file"));
+}
+
+TEST(ReadRangesFile, SaysWhereARelativePathLed) {
+  const std::string meant = (std::filesystem::current_path() / "none/ranges.json").string();
+  EXPECT_THAT(ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRangesFile("there/../none/ranges.json"); }),
+              HasSubstr("'there/../none/ranges.json' cannot be read (No such file or directory); "
+                        "from the folder that the program runs in it is '" +
+                        meant + "'; give the path of a JSON file"));
 }
 
 }  // namespace

@@ -155,7 +155,7 @@ TEST_F(SignatureTest, WantsSizesBehindTheBatch) {
   inputs[1] = Tensor("z", {Open("batch"), Fixed(3), Open("height"), Open("")});
   EXPECT_EQ(Refusal("{}"),
             "input 'z' leaves sizes open in [batch, 3, height, ?]; give them, also where 1 is "
-            "meant, with 'dims' {\"height\": N} or 'inputDims' {\"z\": [-1, 3, N, N]}");
+            "meant, with 'inputDims' {\"z\": [-1, 3, N, N]}");
   inputs[1] = Tensor("z", {Open("batch"), Open("")});
   EXPECT_EQ(Refusal("{}"),
             "input 'z' leaves sizes open in [batch, ?]; give them, also where 1 is meant, with "
@@ -166,6 +166,26 @@ TEST_F(SignatureTest, WantsSizesBehindTheBatch) {
   EXPECT_EQ(Refusal(R"({"constants": {"z": 1}})"),
             "input 'z' leaves sizes open in [batch, n]; give them, also where 1 is meant, with "
             "'dims' {\"n\": N} or 'inputDims' {\"z\": [-1, N]}");
+}
+
+// Whoever has given one would else hear of the next only then.
+TEST_F(SignatureTest, NamesAllSizesThatAreWantedAtOnce) {
+  inputs[1] = Tensor("z", {Open("batch"), Open("height"), Open("width"), Open("height")});
+  EXPECT_EQ(Refusal("{}"),
+            "input 'z' leaves sizes open in [batch, height, width, height]; give them, also where "
+            "1 is meant, with 'dims' {\"height\": N, \"width\": N} or 'inputDims' {\"z\": "
+            "[-1, N, N, N]}");
+  inputs.push_back(Tensor("mask", {Open("batch"), Open("length")}));
+  EXPECT_EQ(Refusal("{}"),
+            "input 'z' leaves sizes open in [batch, height, width, height], and 1 other does; give "
+            "them, also where 1 is meant, with 'dims' {\"height\": N, \"width\": N, \"length\": N} "
+            "or 'inputDims' {\"z\": [-1, N, N, N], \"mask\": [-1, N]}");
+  // What has no name is not given by names.
+  inputs.push_back(Tensor("more", {Open("batch"), Open("")}));
+  EXPECT_EQ(Refusal("{}"),
+            "input 'z' leaves sizes open in [batch, height, width, height], and 2 others do; give "
+            "them, also where 1 is meant, with 'inputDims' {\"z\": [-1, N, N, N], \"mask\": "
+            "[-1, N], \"more\": [-1, N]}");
 }
 
 TEST_F(SignatureTest, LeavesOutWhatHasNoElements) {
@@ -293,7 +313,7 @@ TEST_F(SignatureTest, LeavesTheBatchOfAStateOpenAndNothingElse) {
   inputs[1] = Tensor("z", {Fixed(2), Open("batch"), Open("")});
   EXPECT_EQ(Refusal(settings),
             "input 'z' leaves sizes open in [2, batch, ?]; give them, also where 1 is meant, with "
-            "'dims' {\"batch\": N} or 'inputDims' {\"z\": [2, N, N]}");
+            "'inputDims' {\"z\": [2, N, N]}");
 }
 
 TEST_F(SignatureTest, LeavesTheFramesOpenUpToTheirAxis) {

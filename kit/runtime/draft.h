@@ -1,6 +1,6 @@
 // From a refusal of the host runtime to a configuration.
-#ifndef VORN_KIT_INSPECT_DRAFT_H_
-#define VORN_KIT_INSPECT_DRAFT_H_
+#ifndef VORN_KIT_RUNTIME_DRAFT_H_
+#define VORN_KIT_RUNTIME_DRAFT_H_
 
 #include <optional>
 #include <string>
@@ -14,4 +14,4 @@ namespace vorn::kit {
 
 }  // namespace vorn::kit
 
-#endif  // VORN_KIT_INSPECT_DRAFT_H_
+#endif  // VORN_KIT_RUNTIME_DRAFT_H_

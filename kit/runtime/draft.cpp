@@ -1,4 +1,4 @@
-#include "kit/inspect/draft.h"
+#include "kit/runtime/draft.h"
 
 #include <array>
 
