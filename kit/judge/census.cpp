@@ -119,6 +119,11 @@ double Census::Snr() const {
   return 10 * std::log10(sumExpectedSquares / sumSquares);
 }
 
+double Census::CappedSnr() const {
+  constexpr double kMost = 150.5;  // 20 · log10(2^25): the last bit is that far below its value
+  return std::max(-kMost, std::min(Snr(), kMost));
+}
+
 double Census::Psnr() const {
   if (finite == 0) return kNoNumber;
   if (sumSquares == 0) return std::numeric_limits<double>::infinity();

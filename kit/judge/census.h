@@ -86,6 +86,9 @@ struct Census {
   /// In dB; infinite if there is no difference. The signal is the expected tensor, its peak the
   /// distance of its greatest and least value.
   [[nodiscard]] double Snr() const;
+  /// Of two that are equal no more than float32 can hold, 150.5 dB, and no less than that below 0:
+  /// from equal to rounded otherwise is a step that tells nothing.
+  [[nodiscard]] double CappedSnr() const;
   [[nodiscard]] double Psnr() const;
 };
 

@@ -15,18 +15,6 @@ uint64_t Unusual(const Census& census) {
          census.onlyExpectedInfinite + census.oppositeInfinite;
 }
 
-std::string_view AnswerName(FloorAnswer answer) {
-  switch (answer) {
-    case FloorAnswer::kWithin:
-      return "within";
-    case FloorAnswer::kWorse:
-      return "worse";
-    case FloorAnswer::kNotMeasured:
-      break;
-  }
-  return "notMeasured";
-}
-
 std::string TimesText(double times) {
   return std::isinf(times) ? "infinitely many times" : NumberText(times) + " times";
 }
@@ -72,6 +60,22 @@ double TimesFloor(const Census& actual, const Census& floor) {
   const double least = floor.Rmse();
   if (own == 0 && least == 0) return 1;
   return own / least;
+}
+
+std::string_view AnswerName(FloorAnswer answer) {
+  switch (answer) {
+    case FloorAnswer::kWithin:
+      return "within";
+    case FloorAnswer::kWorse:
+      return "worse";
+    case FloorAnswer::kNotMeasured:
+      break;
+  }
+  return "notMeasured";
+}
+
+double DecibelsBelow(const FloorComparison& comparison) {
+  return comparison.floor.CappedSnr() - comparison.actual.CappedSnr();
 }
 
 FloorAnswer FloorComparison::Answer(double most) const {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kit/json/json.h"
@@ -44,6 +45,13 @@ struct FloorReport {
   double most = kFloorRatio;
   std::vector<FloorComparison> outputs;
 };
+
+/// By how many dB the SNR is below the floor's: 0 where both are the same, less where it is better.
+/// Both as Census::CappedSnr has them.
+[[nodiscard]] double DecibelsBelow(const FloorComparison& comparison);
+
+/// "within", "worse", "notMeasured".
+[[nodiscard]] std::string_view AnswerName(FloorAnswer answer);
 
 /// A table, and the answer in words for each output.
 [[nodiscard]] std::string FloorText(const FloorReport& report);

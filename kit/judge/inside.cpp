@@ -22,8 +22,12 @@ constexpr uint64_t kMostConfigurationBytes = 16 << 20;
 constexpr size_t kMostLogBytes = 16 << 20;
 constexpr size_t kMostUnpairedShown = 10;
 
-// 20 · log10(2^25): the last bit of a float32 is that far below its value.
-constexpr double kMostSnr = 150.5;
+// A table of more rows is folded to what a screen holds.
+constexpr size_t kMostRows = 40;
+constexpr size_t kFirstRows = 3;
+constexpr size_t kNeighbours = 2;
+constexpr size_t kStepsShown = 5;
+constexpr size_t kMostOwnShown = 8;
 
 // What the program said on standard error. A run of another hand need not have kept it.
 std::string LogOf(const std::string& run) {
@@ -109,29 +113,115 @@ std::string_view StateName(InsideState state) {
 
 bool IsMeasured(const InsideTensor& tensor) { return tensor.census.finite > 0; }
 
-std::string SnrText(const InsideTensor& tensor) {
-  if (!IsMeasured(tensor)) return "-";
-  const double snr = tensor.census.Snr();
-  return snr == INFINITY ? "equal" : NumberText(std::round(snr * 10) / 10);
+double RoundedTo(double value, double step) {
+  return std::isfinite(value) ? std::round(value / step) * step : value;
 }
 
-std::string Table(const Inside& inside) {
-  TextTable table({{"tensor", true},
-                   {"name", false},
-                   {"verdict", false},
-                   {"max abs", true},
-                   {"relative RMSE", true},
-                   {"SNR dB", true},
-                   {"outside", true}});
-  for (size_t i = 0; i < inside.tensors.size(); ++i) {
-    const InsideTensor& tensor = inside.tensors[i];
-    const bool isCounted = tensor.census.elements > 0;
-    table.Add({std::to_string(i + 1), tensor.name, StateText(tensor.state),
-               IsMeasured(tensor) ? NumberText(tensor.census.maxAbs) : "-",
-               IsMeasured(tensor) ? ShareText(tensor.RelativeRmse()) : "-", SnrText(tensor),
-               isCounted ? ShareText(tensor.OutsideShare()) : "-"});
+std::string SnrText(const Census& census) {
+  if (census.finite == 0) return "-";
+  const double snr = census.Snr();
+  return snr == INFINITY ? "equal" : NumberText(RoundedTo(snr, 0.1));
+}
+
+bool IsHeldAgainstFloor(const InsideTensor& tensor) {
+  return tensor.floor && tensor.floor->actual.finite > 0 && tensor.floor->floor.finite > 0;
+}
+
+double TimesOf(const InsideTensor& tensor) {
+  return IsHeldAgainstFloor(tensor) ? TimesFloor(tensor.floor->actual, tensor.floor->floor) : NAN;
+}
+
+std::string TimesText(double times) {
+  if (std::isnan(times)) return "-";
+  return std::isinf(times) ? "infinite" : NumberText(RoundedTo(times, 0.01));
+}
+
+FloorAnswer AnswerOf(const Inside& inside, const InsideTensor& tensor) {
+  return tensor.floor ? tensor.floor->Answer(inside.floor->most) : FloorAnswer::kNotMeasured;
+}
+
+// What grows along the graph, in dB; empty where it cannot be measured.
+std::optional<double> LevelOf(const Inside& inside, const InsideTensor& tensor) {
+  if (inside.floor) {
+    return IsHeldAgainstFloor(tensor) ? std::optional(DecibelsBelow(*tensor.floor)) : std::nullopt;
   }
-  return table.Text();
+  return IsMeasured(tensor) ? std::optional(-tensor.census.CappedSnr()) : std::nullopt;
+}
+
+// ---- The table ----------------------------------------------------------------------------------
+
+// The places that are shown, ascending.
+std::set<size_t> ShownRows(const Inside& inside, bool areAllWanted) {
+  const size_t count = inside.tensors.size();
+  std::set<size_t> shown;
+  const auto show = [&](size_t first, size_t end) {
+    for (size_t i = first; i < std::min(end, count); ++i) shown.insert(i);
+  };
+  if (areAllWanted || count <= kMostRows) {
+    show(0, count);
+    return shown;
+  }
+  show(0, kFirstRows);
+  if (const auto begin = inside.Begin()) {
+    show(*begin - std::min(*begin, kNeighbours), *begin + kNeighbours + 1);
+  }
+  if (const auto greatest = inside.Greatest()) shown.insert(*greatest);
+  const auto steps = inside.Steps();
+  for (size_t i = 0; i < std::min(steps.size(), kStepsShown); ++i) {
+    shown.insert({steps[i].before, steps[i].at});
+  }
+  const size_t own = std::min(inside.ownOutputs == 0 ? kFirstRows : inside.ownOutputs, count);
+  show(count - own, count - own + kMostOwnShown);
+  return shown;
+}
+
+TextTable EmptyTable(const Inside& inside) {
+  std::vector<TextTable::Column> columns{{"tensor", true}, {"name", false}, {"verdict", false}};
+  if (inside.floor) columns.push_back({"floor", false});
+  columns.insert(columns.end(), {{"max abs", true}, {"relative RMSE", true}, {"SNR dB", true}});
+  if (inside.floor) columns.insert(columns.end(), {{"floor's SNR dB", true}, {"times", true}});
+  columns.push_back({"outside", true});
+  return TextTable(std::move(columns));
+}
+
+std::string FloorWord(FloorAnswer answer) {
+  return answer == FloorAnswer::kNotMeasured ? "-" : std::string(AnswerName(answer));
+}
+
+std::vector<std::string> RowOf(const Inside& inside, size_t place) {
+  const InsideTensor& tensor = inside.tensors[place];
+  std::vector<std::string> row{std::to_string(place + 1), tensor.name, StateText(tensor.state)};
+  if (inside.floor) row.push_back(FloorWord(AnswerOf(inside, tensor)));
+  const bool isMeasured = IsMeasured(tensor);
+  row.push_back(isMeasured ? NumberText(tensor.census.maxAbs) : "-");
+  row.push_back(isMeasured ? ShareText(tensor.RelativeRmse()) : "-");
+  row.push_back(SnrText(tensor.census));
+  if (inside.floor) {
+    row.push_back(tensor.floor ? SnrText(tensor.floor->floor) : "-");
+    row.push_back(TimesText(TimesOf(tensor)));
+  }
+  row.push_back(tensor.census.elements > 0 ? ShareText(tensor.OutsideShare()) : "-");
+  return row;
+}
+
+std::string Table(const Inside& inside, bool areAllWanted) {
+  const std::set<size_t> shown = ShownRows(inside, areAllWanted);
+  TextTable table = EmptyTable(inside);
+  size_t next = 0;
+  const auto leaveOut = [&](size_t end) {
+    if (end > next) table.Add({"", "... " + std::to_string(end - next) + " more"});
+  };
+  for (const size_t place : shown) {
+    leaveOut(place);
+    table.Add(RowOf(inside, place));
+    next = place + 1;
+  }
+  leaveOut(inside.tensors.size());
+  const size_t folded = inside.tensors.size() - shown.size();
+  if (folded == 0) return table.Text();
+  return table.Text() + "\n" + std::to_string(folded) + " of " +
+         Counted(inside.tensors.size(), "tensor") +
+         " are not shown; --all shows them, and verdict.json has them\n";
 }
 
 std::string UnpairedText(const Inside& inside) {
@@ -172,7 +262,7 @@ std::string BeforeText(const Inside& inside, size_t begin) {
          (notJudged == 1 ? " is" : " are") + " not judged, and the others are right";
 }
 
-std::string BeginText(const Inside& inside) {
+std::string BeginByRules(const Inside& inside) {
   const auto begin = inside.Begin();
   if (!begin) {
     const bool isAnyRight =
@@ -191,25 +281,76 @@ std::string BeginText(const Inside& inside) {
          " at " + Quoted(inside.tensors[*greatest].name) + "\n";
 }
 
+std::string PrecisionText(const Inside& inside) {
+  return inside.floor->precision.empty() ? "the floor" : Printable(inside.floor->precision);
+}
+
+// What is known of the tensors before the first that is worse.
+std::string BeforeByFloor(const Inside& inside, size_t begin) {
+  if (begin == 0) return ", the first one";
+  const auto unknown = std::count_if(
+      inside.tensors.begin(), inside.tensors.begin() + static_cast<std::ptrdiff_t>(begin),
+      [&](const InsideTensor& one) { return AnswerOf(inside, one) == FloorAnswer::kNotMeasured; });
+  const std::string within = "within " + NumberText(inside.floor->most) + " times the floor's RMSE";
+  if (unknown == 0) {
+    return (begin == 1 ? ": the tensor before it is " : ": the tensors before it are ") + within;
+  }
+  return ": of " + Counted(begin, "tensor") + " before it " + std::to_string(unknown) +
+         " could not be held against the floor, and the others are " + within;
+}
+
+std::string BeginByFloor(const Inside& inside) {
+  const auto begin = inside.Begin();
+  if (!begin) {
+    const bool isAny = std::any_of(inside.tensors.begin(), inside.tensors.end(),
+                                   [](const InsideTensor& one) { return IsHeldAgainstFloor(one); });
+    return isAny ? "no tensor is worse than " + PrecisionText(inside) + " has to be\n"
+                 : "nothing could be held against the floor\n";
+  }
+  std::string text = "what is worse than " + PrecisionText(inside) + " has to be begins at " +
+                     BeginText(inside, *begin) + BeforeByFloor(inside, *begin);
+  const auto greatest = inside.Greatest();
+  if (!greatest) return text + "\n";
+  text +=
+      "; its RMSE is " + TimesText(TimesOf(inside.tensors[*begin])) + " times that of the floor";
+  if (*greatest == *begin) return text + ", and nowhere behind it more\n";
+  return text + ", and it grows to " + TimesText(TimesOf(inside.tensors[*greatest])) +
+         " times at " + Quoted(inside.tensors[*greatest].name) + "\n";
+}
+
 std::string StepText(const Inside& inside) {
   const auto step = inside.LargestStep();
   if (!step) return "";
+  const InsideTensor& before = inside.tensors[step->before];
+  const InsideTensor& at = inside.tensors[step->at];
+  if (inside.floor) {
+    const auto below = [](const InsideTensor& tensor) {
+      return NumberText(RoundedTo(DecibelsBelow(*tensor.floor), 0.1));
+    };
+    return "the largest step beyond " + PrecisionText(inside) + " is at " + Quoted(at.name) +
+           ": SNR " + below(before) + " -> " + below(at) + " dB below that of the floor, behind " +
+           Quoted(before.name) + "\n";
+  }
   const auto told = [](const InsideTensor& tensor) {
-    const std::string snr = SnrText(tensor);
+    const std::string snr = SnrText(tensor.census);
     return snr == "equal" ? "no difference" : snr + " dB";
   };
-  return "the largest step is at " + Quoted(inside.tensors[step->at].name) + ": SNR " +
-         told(inside.tensors[step->before]) + " -> " + told(inside.tensors[step->at]) +
-         ", behind " + Quoted(inside.tensors[step->before].name) + "\n";
+  return "the largest step is at " + Quoted(at.name) + ": SNR " + told(before) + " -> " + told(at) +
+         ", behind " + Quoted(before.name) + "\n";
 }
 
-Json TensorJson(const InsideTensor& tensor) {
-  return Json::Object({{"name", tensor.name},
-                       {"verdict", StateName(tensor.state)},
-                       {"maxAbs", IsMeasured(tensor) ? tensor.census.maxAbs : NAN},
-                       {"relativeRmse", tensor.RelativeRmse()},
-                       {"snrDb", tensor.census.Snr()},
-                       {"outsideShare", tensor.OutsideShare()}});
+Json TensorJson(const Inside& inside, const InsideTensor& tensor) {
+  Json json = Json::Object({{"name", tensor.name},
+                            {"verdict", StateName(tensor.state)},
+                            {"maxAbs", IsMeasured(tensor) ? tensor.census.maxAbs : NAN},
+                            {"relativeRmse", tensor.RelativeRmse()},
+                            {"snrDb", tensor.census.Snr()},
+                            {"outsideShare", tensor.OutsideShare()}});
+  if (!inside.floor) return json;
+  json.Set("floor", AnswerName(AnswerOf(inside, tensor)));
+  json.Set("floorSnrDb", tensor.floor ? tensor.floor->floor.Snr() : NAN);
+  json.Set("timesFloor", TimesOf(tensor));
+  return json;
 }
 
 }  // namespace
@@ -263,6 +404,7 @@ std::optional<GraphOrder> GraphOrderOf(const TensorSource& source) {
   }
   if (!exposed || *exposed == 0 || *exposed > order.names.size()) return order;
   order.isTold = true;
+  order.own = order.names.size() - *exposed;
   std::rotate(order.names.begin(), order.names.end() - static_cast<std::ptrdiff_t>(*exposed),
               order.names.end());
   return order;
@@ -274,10 +416,6 @@ double InsideTensor::RelativeRmse() const {
   return std::sqrt(census.sumSquares / census.sumExpectedSquares);
 }
 
-double InsideTensor::CappedSnr() const {
-  return std::max(-kMostSnr, std::min(census.Snr(), kMostSnr));
-}
-
 double InsideTensor::OutsideShare() const {
   if (census.elements == 0) return NAN;
   return static_cast<double>(census.outside) / static_cast<double>(census.elements);
@@ -285,35 +423,44 @@ double InsideTensor::OutsideShare() const {
 
 std::optional<size_t> Inside::Begin() const {
   for (size_t i = 0; i < tensors.size(); ++i) {
-    if (tensors[i].state == InsideState::kWrong) return i;
+    const bool isIt = floor ? AnswerOf(*this, tensors[i]) == FloorAnswer::kWorse
+                            : tensors[i].state == InsideState::kWrong;
+    if (isIt) return i;
   }
   return std::nullopt;
 }
 
 std::optional<size_t> Inside::Greatest() const {
   const auto begin = Begin();
-  if (!begin || !IsMeasured(tensors[*begin])) return std::nullopt;
+  const auto sizeOf = [&](size_t at) {
+    return floor ? TimesOf(tensors[at]) : tensors[at].RelativeRmse();
+  };
+  if (!begin || std::isnan(sizeOf(*begin))) return std::nullopt;
   size_t greatest = *begin;
   for (size_t i = *begin + 1; i < tensors.size(); ++i) {
-    if (tensors[i].RelativeRmse() > tensors[greatest].RelativeRmse()) greatest = i;
+    if (sizeOf(i) > sizeOf(greatest)) greatest = i;
   }
   return greatest;
 }
 
-std::optional<Inside::Step> Inside::LargestStep() const {
-  std::optional<Step> largest;
+std::vector<Inside::Step> Inside::Steps() const {
+  std::vector<Step> steps;
   std::optional<size_t> before;
-  double most = 0;
   for (size_t i = 0; i < tensors.size(); ++i) {
-    if (!IsMeasured(tensors[i])) continue;
-    const double fall = before ? tensors[*before].CappedSnr() - tensors[i].CappedSnr() : 0;
-    if (fall > most) {
-      most = fall;
-      largest = Step{*before, i};
-    }
+    const auto level = LevelOf(*this, tensors[i]);
+    if (!level) continue;
+    const double fall = before ? *level - *LevelOf(*this, tensors[*before]) : 0;
+    if (fall > 0) steps.push_back({*before, i, fall});
     before = i;
   }
-  return largest;
+  std::stable_sort(steps.begin(), steps.end(),
+                   [](const Step& one, const Step& other) { return one.fall > other.fall; });
+  return steps;
+}
+
+std::optional<Inside::Step> Inside::LargestStep() const {
+  const auto steps = Steps();
+  return steps.empty() ? std::nullopt : std::optional(steps.front());
 }
 
 std::string ShareText(double share) {
@@ -324,21 +471,24 @@ std::string ShareText(double share) {
   return std::string(text.data()) + " %";
 }
 
-std::string InsideText(const Inside& inside) {
-  std::string text = Table(inside);
+std::string InsideText(const Inside& inside, bool areAllWanted) {
+  std::string text = Table(inside, areAllWanted);
   if (!inside.unpaired.empty()) text += "\n" + UnpairedText(inside);
-  return text + "\n" + BeginText(inside) + StepText(inside) + "the order is " + inside.order + "\n";
+  return text + "\n" + (inside.floor ? BeginByFloor(inside) : BeginByRules(inside)) +
+         StepText(inside) + "the order is " + inside.order + "\n";
 }
 
 Json InsideJson(const Inside& inside) {
   Json tensors = Json::Array();
-  for (const InsideTensor& tensor : inside.tensors) tensors.Append(TensorJson(tensor));
+  for (const InsideTensor& tensor : inside.tensors) tensors.Append(TensorJson(inside, tensor));
   Json unpaired = Json::Array();
   for (const UnpairedOutput& output : inside.unpaired) {
     unpaired.Append(
         Json::Object({{"name", output.name}, {"side", output.isActual ? "actual" : "expected"}}));
   }
-  Json json = Json::Object({{"order", inside.order}, {"tensors", tensors}});
+  Json json = Json::Object({{"order", inside.order},
+                            {"decidedBy", inside.floor ? "floor" : "rules"},
+                            {"tensors", tensors}});
   const auto name = [&](size_t at) { return Json(inside.tensors[at].name); };
   if (const auto begin = inside.Begin()) {
     json.Set("begin", Json::Object({{"name", name(*begin)}, {"place", *begin}}));
@@ -349,6 +499,7 @@ Json InsideJson(const Inside& inside) {
   if (const auto step = inside.LargestStep()) {
     json.Set("largestStep",
              Json::Object({{"name", name(step->at)},
+                           {"fallDb", step->fall},
                            {"place", step->at},
                            {"behind", name(step->before)},
                            {"snrDbBehind", inside.tensors[step->before].census.Snr()},

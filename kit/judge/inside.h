@@ -10,6 +10,7 @@
 
 #include "kit/json/json.h"
 #include "kit/judge/census.h"
+#include "kit/judge/floor.h"
 #include "kit/tensor/tensor_source.h"
 
 namespace vorn::kit {
@@ -21,6 +22,7 @@ struct GraphOrder {
   /// graph behind the model's own, so that the own ones are put last. Else all stand as the model
   /// lists them.
   bool isTold = false;
+  size_t own = 0;  ///< where it is told: the model's own outputs, at the end
 };
 
 /// Empty for what is no run, or has no model.json. What a run says beyond that is taken from its
@@ -45,12 +47,11 @@ struct InsideTensor {
   std::string name;
   InsideState state = InsideState::kNotJudged;
   Census census;  ///< of all samples
+  /// Where there is a floor and both have the tensor.
+  std::optional<FloorComparison> floor{};
 
   /// RMSE as a share of the expected tensor's root mean square; no number where nothing is finite.
   [[nodiscard]] double RelativeRmse() const;
-  /// In dB, but never more than float32 can hold: two tensors that are equal differ from two that
-  /// are rounded otherwise by a step that tells nothing.
-  [[nodiscard]] double CappedSnr() const;
   [[nodiscard]] double OutsideShare() const;
 };
 
@@ -60,26 +61,40 @@ struct UnpairedOutput {
   bool isActual = false;  ///< the side that has it
 };
 
+/// What the precision of a device has to lose, by which a difference counts from there on.
+struct InsideFloor {
+  std::string precision;  ///< "int8", as the floor's log says; empty where it does not
+  double most = kFloorRatio;
+};
+
 struct Inside {
   std::vector<InsideTensor> tensors;  ///< in the order of the graph
   std::vector<UnpairedOutput> unpaired;
-  std::string order;  ///< half a sentence: where the order is from
+  std::string order;      ///< half a sentence: where the order is from
+  size_t ownOutputs = 0;  ///< of the model, at the end of the tensors; 0: not known
+  std::optional<InsideFloor> floor{};
 
-  /// The first tensor that is wrong.
+  /// The first tensor that is wrong; with a floor the first that is worse than that has to be.
   [[nodiscard]] std::optional<size_t> Begin() const;
-  /// From the first wrong one on the one with the greatest relative RMSE.
+  /// From there on the one with the greatest relative RMSE, with a floor as times that of the
+  /// floor.
   [[nodiscard]] std::optional<size_t> Greatest() const;
-  /// The tensor whose SNR is furthest below that of the one before it that could be measured, if
-  /// any is.
+  /// From a tensor to the next one that could be measured.
   struct Step {
     size_t before = 0;
     size_t at = 0;
+    /// dB by which the SNR falls, with a floor by which it falls further below that of the floor.
+    double fall = 0;
   };
+  /// All falls, the largest first.
+  [[nodiscard]] std::vector<Step> Steps() const;
   [[nodiscard]] std::optional<Step> LargestStep() const;
 };
 
-/// A table in the order of the graph, what is unpaired, and where the difference begins.
-[[nodiscard]] std::string InsideText(const Inside& inside);
+/// A table in the order of the graph, what is unpaired, and where the difference begins. Of more
+/// than forty tensors, unless all are wanted, those that tell something: the first ones, where the
+/// difference begins, the largest steps, and the outputs.
+[[nodiscard]] std::string InsideText(const Inside& inside, bool areAllWanted = false);
 
 /// "inside" of verdict.json.
 [[nodiscard]] Json InsideJson(const Inside& inside);

@@ -281,7 +281,7 @@ class Judging {
           verdict_.accuracy.push_back(accuracy);
         }
       }
-      if (!request_.isInside || IsFirstWrong(state)) FindCausesOf(state);
+      if (!request_.isInside || IsBeginning(state)) FindCausesOf(state);
       if (request_.floor) {
         state.floor.output = name;
         verdict_.floor->outputs.push_back(std::move(state.floor));
@@ -656,6 +656,7 @@ class Judging {
                      " side's model.json" +
                      (order.isTold ? ", the model's own outputs behind what was exposed" : "");
       SortBy(order.names, isExpected);
+      inside.ownOutputs = order.own;
     } else {
       inside.order = "that of the files: neither side has a model.json";
     }
@@ -681,7 +682,15 @@ class Judging {
     });
   }
 
-  [[nodiscard]] bool IsFirstWrong(const OutputState& state) const {
+  // Asked of one output behind the other.
+  [[nodiscard]] bool IsBeginning(const OutputState& state) const {
+    if (request_.floor) {
+      const auto isWorse = [&](const FloorComparison& one) {
+        return one.Answer(request_.mostOverFloor) == FloorAnswer::kWorse;
+      };
+      const auto& before = verdict_.floor->outputs;
+      return isWorse(state.floor) && std::none_of(before.begin(), before.end(), isWorse);
+    }
     return !state.verdict.wrong.empty() &&
            std::all_of(verdict_.outputs.begin(), verdict_.outputs.end(),
                        [](const OutputVerdict& before) { return before.wrong.empty(); });
@@ -696,6 +705,12 @@ class Judging {
         tensor.state = InsideState::kNotJudged;
       }
       verdict_.inside->tensors.push_back(std::move(tensor));
+    }
+    if (!verdict_.floor) return;
+    verdict_.inside->floor = InsideFloor{verdict_.floor->precision, verdict_.floor->most};
+    for (size_t i = 0; i < verdict_.inside->tensors.size(); ++i) {
+      const FloorComparison& floor = verdict_.floor->outputs[i];
+      if (floor.samples > 0) verdict_.inside->tensors[i].floor = floor;
     }
   }
 

@@ -66,7 +66,12 @@ constexpr Option kOptions[] = {
      "Put all outputs into the order of the graph, inner tensors that both sides expose too, and "
      "name the first that differs, how the difference grows, and its largest step. Outputs that "
      "one "
-     "side alone has are listed, and no fault."},
+     "side alone has are listed, and no fault. With --floor the floor decides where it begins: at "
+     "the "
+     "first tensor that is worse than its precision has to be."},
+    {"all", 0, "",
+     "With --inside: every tensor. Without it a table of more than 40 is folded to the first ones, "
+     "where the difference begins, the largest steps, and the outputs."},
     {"floor", 0, "RUN",
      "A run of the reference rounded to the device's precision: tells for each output whether it "
      "loses more than that precision has to."},
@@ -229,6 +234,9 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   request.worst = arguments.GetNumber("worst", kShownWorst, 0, kMostWorst);
   request.only = arguments.Get("only");
   request.isInside = arguments.Has("inside");
+  if (arguments.Has("all") && !request.isInside) {
+    throw Fault(ExitStatus::kUsage, "--all is for --inside, which is missing");
+  }
   const auto folder = arguments.Get("output");
   if (folder) HoldToFolder(*folder);
   const std::string expected = TakeExpected(arguments, request);
@@ -243,7 +251,7 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   if (arguments.Has("json")) {
     text = VerdictJson(verdict);
   } else if (!arguments.Has("quiet")) {
-    text = VerdictText(verdict);
+    text = VerdictText(verdict, arguments.Has("all"));
   }
   if (const auto unreadable = verdict.Unreadable(); !unreadable.empty()) {
     const std::string more =

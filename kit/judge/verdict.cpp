@@ -346,6 +346,16 @@ std::string TestCase(const Verdict& verdict, const std::string& name, const std:
          element + ">\n    </testcase>\n";
 }
 
+// Of inner tensors the table of all has it already: the model's own outputs alone, where they are
+// known.
+FloorReport ShownFloor(const Verdict& verdict) {
+  FloorReport shown = *verdict.floor;
+  if (!verdict.inside || verdict.inside->ownOutputs == 0) return shown;
+  const size_t own = std::min(verdict.inside->ownOutputs, shown.outputs.size());
+  shown.outputs.erase(shown.outputs.begin(), shown.outputs.end() - static_cast<ptrdiff_t>(own));
+  return shown;
+}
+
 }  // namespace
 
 ExitStatus Verdict::Status() const {
@@ -371,14 +381,14 @@ std::vector<std::string> Verdict::Unreadable() const {
   return texts;
 }
 
-std::string VerdictText(const Verdict& verdict) {
-  std::string text = verdict.inside ? InsideText(*verdict.inside) : Table(verdict);
+std::string VerdictText(const Verdict& verdict, bool areAllWanted) {
+  std::string text = verdict.inside ? InsideText(*verdict.inside, areAllWanted) : Table(verdict);
   // Of many tensors that follow from each other the first is what there is to know.
   const auto begin = verdict.inside ? verdict.inside->Begin() : std::nullopt;
   for (size_t i = 0; i < verdict.outputs.size(); ++i) {
     if (!verdict.inside || i == begin) text += "\n" + OutputText(verdict.outputs[i]);
   }
-  if (verdict.floor) text += "\n" + FloorText(*verdict.floor);
+  if (verdict.floor) text += "\n" + FloorText(ShownFloor(verdict));
   if (!verdict.missing.empty()) text += "\n";
   for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesShown); ++i) {
     const MissingSample& missing = verdict.missing[i];

@@ -94,8 +94,8 @@ struct Verdict {
   [[nodiscard]] std::vector<std::string> Unreadable() const;
 };
 
-/// A table of the outputs and what is wrong with them.
-[[nodiscard]] std::string VerdictText(const Verdict& verdict);
+/// A table of the outputs and what is wrong with them; with `areAllWanted` every tensor inside.
+[[nodiscard]] std::string VerdictText(const Verdict& verdict, bool areAllWanted = false);
 
 /// verdict.json, docs/schema/verdict.json, with a line end.
 [[nodiscard]] std::string VerdictJson(const Verdict& verdict);

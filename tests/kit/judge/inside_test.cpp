@@ -54,7 +54,7 @@ TEST(InsideTensor, MeasuresAllSamplesAgainstTheSignal) {
   }
   const InsideTensor tensor = TensorOf("t", actual, expected);
   EXPECT_NEAR(tensor.RelativeRmse(), std::sqrt(noise / signal), 1e-9);
-  EXPECT_NEAR(tensor.CappedSnr(), 10 * std::log10(signal / noise), 1e-6);
+  EXPECT_NEAR(tensor.census.CappedSnr(), 10 * std::log10(signal / noise), 1e-6);
   EXPECT_DOUBLE_EQ(tensor.OutsideShare(), static_cast<double>(outside) / 1000);
 }
 
@@ -158,6 +158,94 @@ TEST(InsideText, DoesNotCallRightWhatWasNotJudged) {
   EXPECT_THAT(InsideText(inside), HasSubstr("no tensor that was compared is outside"));
   inside.tensors.clear();
   EXPECT_THAT(InsideText(inside), HasSubstr("nothing was compared\n"));
+}
+
+// Two tensors whose RMSE is that of 1 + noise and 1 + floor against 1.
+InsideTensor BesideFloor(const std::string& name, float noise, float floor) {
+  InsideTensor tensor = Noisy(name, 1, noise, InsideState::kWrong);
+  tensor.floor.emplace();
+  tensor.floor->samples = 1;
+  tensor.floor->actual = tensor.census;
+  tensor.floor->floor = Noisy(name, 1, floor).census;
+  return tensor;
+}
+
+TEST(InsideByFloor, BeginsWhereMoreIsLostThanHasToBe) {
+  Inside inside;
+  inside.order = "that of the files";
+  inside.floor = InsideFloor{.precision = "int8"};
+  inside.tensors = {BesideFloor("conv1", 0x1p-6F, 0x1p-6F), BesideFloor("conv2", 0x1p-5F, 0x1p-5F),
+                    BesideFloor("conv3", 0x1p-3F, 0x1p-5F), BesideFloor("prob", 0x1p-1F, 0x1p-4F)};
+  EXPECT_EQ(inside.Begin(), 2U);
+  EXPECT_EQ(inside.Greatest(), 3U);
+  EXPECT_EQ(inside.LargestStep()->at, 2U);
+  EXPECT_EQ(
+      InsideText(inside),
+      "tensor  name   verdict  floor    max abs  relative RMSE  SNR dB  floor's SNR dB  times  "
+      "outside\n"
+      "     1  conv1  WRONG    within  0.015625         1.56 %    36.1            36.1      1      "
+      "0 %\n"
+      "     2  conv2  WRONG    within   0.03125         3.12 %    30.1            30.1      1      "
+      "0 %\n"
+      "     3  conv3  WRONG    worse      0.125         12.5 %    18.1            30.1      4      "
+      "0 %\n"
+      "     4  prob   WRONG    worse        0.5           50 %       6            24.1      8    "
+      "100 %\n"
+      "\n"
+      "what is worse than int8 has to be begins at 'conv3' (tensor 3 of 4): the tensors before it "
+      "are within 1.25 times the floor's RMSE; its RMSE is 4 times that of the floor, and it grows "
+      "to 8 times at 'prob'\n"
+      "the largest step beyond int8 is at 'conv3': SNR 0 -> 12 dB below that of the floor, behind "
+      "'conv2'\n"
+      "the order is that of the files\n");
+  // By the rules it would begin at the first one.
+  inside.floor.reset();
+  EXPECT_EQ(inside.Begin(), 0U);
+}
+
+TEST(InsideByFloor, DoesNotDecideWhatTheFloorHasNot) {
+  Inside inside;
+  inside.floor = InsideFloor{};
+  inside.tensors = {Noisy("a", 1, 0.5F, InsideState::kWrong), BesideFloor("b", 0.5F, 0.25F)};
+  EXPECT_EQ(inside.Begin(), 1U);
+  EXPECT_THAT(
+      InsideText(inside),
+      HasSubstr("what is worse than the floor has to be begins at 'b' (tensor 2 of 2): of 1 "
+                "tensor before it 1 could not be held against the floor, and the others "
+                "are within 1.25 times the floor's RMSE; its RMSE is 2 times that of the "
+                "floor, and nowhere behind it more\n"));
+  inside.floor->most = 2;
+  EXPECT_THAT(InsideText(inside), HasSubstr("no tensor is worse than the floor has to be\n"));
+  inside.tensors.resize(1);
+  EXPECT_THAT(InsideText(inside), HasSubstr("nothing could be held against the floor\n"));
+  EXPECT_EQ(inside.LargestStep(), std::nullopt);
+}
+
+// What a person looks for stands on a screen, and how much more there is.
+TEST(InsideText, FoldsWhatASeaOfTensorsHides) {
+  Inside inside;
+  inside.ownOutputs = 2;
+  for (int i = 0; i < 300; ++i) {
+    const bool isBehind = i >= 150;
+    inside.tensors.push_back(Noisy("t" + std::to_string(i), 1, isBehind ? 0.25F : 0x1p-10F,
+                                   isBehind ? InsideState::kWrong : InsideState::kRight));
+  }
+  inside.tensors[220] = Noisy("t220", 1, 2, InsideState::kWrong);
+  const std::string text = InsideText(inside);
+  for (const int shown : {0, 1, 2, 148, 149, 150, 151, 152, 219, 220, 298, 299}) {
+    EXPECT_THAT(text, HasSubstr(" t" + std::to_string(shown) + " "));
+  }
+  for (const int folded : {3, 147, 153, 218, 221, 297}) {
+    EXPECT_THAT(text, Not(HasSubstr(" t" + std::to_string(folded) + " ")));
+  }
+  EXPECT_THAT(text, HasSubstr("\n        ... 145 more\n"));
+  EXPECT_THAT(text, HasSubstr("\n288 of 300 tensors are not shown; --all shows them, and "
+                              "verdict.json has them\n"));
+  EXPECT_EQ(support::SplitLines(InsideText(inside, true)).size(), 300U + 1 + 1 + 3);
+  EXPECT_THAT(InsideText(inside, true), Not(HasSubstr("more")));
+  // A table that is no longer than a screen or two stays whole.
+  inside.tensors.resize(40);
+  EXPECT_THAT(InsideText(inside), Not(HasSubstr("not shown")));
 }
 
 TEST(ExposedIn, ReadsTheLineOfTheHostRuntime) {
@@ -301,6 +389,35 @@ TEST_F(InsideJudgement, NamesTheFirstTensorOfTheGraphThatDiffers) {
   EXPECT_THAT(text, HasSubstr("begins at 'a_relu' (tensor 2 of 3): the tensor before it is right"));
   EXPECT_THAT(text, HasSubstr("\na_relu: float32"));
   EXPECT_THAT(text, Not(HasSubstr("\nprob: float32")));
+}
+
+TEST_F(InsideJudgement, LetsTheFloorDecide) {
+  Describe("expected", {"prob", "conv", "relu"}, kLog);
+  for (const auto& [side, errors] : {std::pair("actual", Values{0.125F, 0.5F, 0.5F}),
+                                     {"expected", {0, 0, 0}},
+                                     {"floor", {0.125F, 0.125F, 0.25F}}}) {
+    Describe(side, {"prob", "conv", "relu"},
+             std::string(kLog) + (side == std::string("floor")
+                                      ? "vorn: vorn_mdl_load_from_mem: rounded 1 weights to int8\n"
+                                      : ""));
+    Dump(side, "conv", {1 + errors[0]});
+    Dump(side, "relu", {1 + errors[1]});
+    Dump(side, "prob", {1 + errors[2]});
+  }
+  EXPECT_EQ(Run().inside->Begin(), 0U);
+  request_.floor = FindTensors(Path("floor"));
+  const Verdict verdict = Run();
+  EXPECT_THAT(NamesIn(verdict), ElementsAre("conv", "relu", "prob"));
+  EXPECT_EQ(verdict.inside->Begin(), 1U);
+  EXPECT_EQ(verdict.inside->ownOutputs, 1U);
+  EXPECT_THAT(verdict.outputs[0].causes, IsEmpty());
+  EXPECT_THAT(verdict.outputs[1].causes, Not(IsEmpty()));
+  const std::string text = VerdictText(verdict);
+  EXPECT_THAT(text, HasSubstr("what is worse than int8 has to be begins at 'relu'"));
+  // Of the outputs of the model alone there is a word more.
+  EXPECT_THAT(text, HasSubstr("\nprob: worse than int8 has to be"));
+  EXPECT_THAT(text, Not(HasSubstr("\nrelu: worse")));
+  EXPECT_THAT(VerdictJson(verdict), HasSubstr("\"decidedBy\": \"floor\""));
 }
 
 TEST_F(InsideJudgement, TakesTheOrderOfTheSideThatTellsIt) {

@@ -220,7 +220,8 @@ TEST_F(JudgeVerb, TellsWhereInsideTheDifferenceBegins) {
   EXPECT_THAT(ended.out, HasSubstr("the difference begins at 'mean' (tensor 2 of 3)"));
   EXPECT_THAT(ended.out, HasSubstr("on the actual side only: extra\n"));
   EXPECT_THAT(Judge({"--inside", "--json"}).out, HasSubstr("\"largestStep\""));
-  EXPECT_EQ(Judge({"--inside", "--rtol", "0.5"}).status, 0);
+  EXPECT_EQ(Judge({"--inside", "--all", "--rtol", "0.5"}).status, 0);
+  EXPECT_THAT(Judge({"--all"}).err, HasSubstr("--all is for --inside, which is missing"));
   EXPECT_EQ(Judge({"--rtol", "0.5"}).status, 9);  // nothing is expected of the extra one
 }
 
