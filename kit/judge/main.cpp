@@ -47,6 +47,8 @@ constexpr Option kOptions[] = {
      "How pictures become what an input of the reference takes, as vorn prepare --recipe has it. "
      "Once an input.",
      true},
+    {"reference-runtime", 0, "FILE",
+     "Another libvorn.so for it than the host runtime; it has to have that name."},
     {"map", 0, "FILE",
      "JSON that pairs outputs of other names, layouts, types and quantisation, and samples."},
     {"rules", 0, "FILE", "JSON with tolerances and bounds of metrics by the names of outputs."},
@@ -179,11 +181,23 @@ void TakeFloor(const Arguments& arguments, JudgeRequest& request) {
   request.floor = FindTensors(*floor);
 }
 
+// vorn-run finds it by its name.
+std::optional<std::string> TakeReferenceRuntime(const Arguments& arguments) {
+  const auto runtime = arguments.Get("reference-runtime");
+  if (!runtime) return std::nullopt;
+  const std::string name = runtime->substr(runtime->rfind('/') + 1);
+  if (name == "libvorn.so" && access(runtime->c_str(), R_OK) == 0) return runtime;
+  throw Fault(ExitStatus::kUsage, "--reference-runtime " + Quoted(*runtime) +
+                                      (name == "libvorn.so" ? " cannot be read"
+                                                            : " is not named libvorn.so, by which "
+                                                              "vorn-run finds it; link to it so"));
+}
+
 // The folder of what is expected: named, or made.
 std::string TakeExpected(const Arguments& arguments, JudgeRequest& request) {
   const auto model = arguments.Get("reference");
   if (!model) {
-    for (const char* name : {"reference-config", "reference-recipe"}) {
+    for (const char* name : {"reference-config", "reference-recipe", "reference-runtime"}) {
       if (!arguments.Has(name)) continue;
       throw Fault(ExitStatus::kUsage,
                   "--" + std::string(name) + " is for --reference, which is missing");
@@ -201,7 +215,7 @@ std::string TakeExpected(const Arguments& arguments, JudgeRequest& request) {
   const bool isQuiet = arguments.Has("quiet");
   ReferenceRun made =
       MakeReference({arguments.Operands().front(), *model, arguments.Get("reference-config"),
-                     arguments.GetAll("reference-recipe")},
+                     arguments.GetAll("reference-recipe"), TakeReferenceRuntime(arguments)},
                     [&](const VerbCall& call) {
                       if (isQuiet) return;
                       std::fprintf(stderr, "vorn judge: %s\n", CommandText(call).c_str());

@@ -23,14 +23,40 @@ SourceOfItem SourceFrom(const Json& item) {
   return one;
 }
 
+std::optional<Json> Member(const Json& object, const char* key) {
+  const Json* value = object.Find(key);
+  return value == nullptr ? std::nullopt : std::optional(*value);
+}
+
+ManifestInput InputFrom(const Json& json) {
+  ManifestInput input;
+  input.source = json.At("source").AsText();
+  input.part = Member(json, "part");
+  input.random = Member(json, "random");
+  input.signal = Member(json, "signal");
+  input.raw = Member(json, "raw");
+  return input;
+}
+
 }  // namespace
 
 ManifestFacts ParseManifestFacts(std::string_view text) {
   const Json json = ParseJson(text);
   ManifestFacts facts;
   facts.batch = json.At("batch").AsUnsigned();
+  if (const Json* left = json.Find("left")) facts.isWhole = left->Items().empty();
+  if (const Json* inputs = json.Find("inputs")) {
+    for (const Json& input : inputs->Items()) {
+      facts.inputs[input.At("name").AsText()] = InputFrom(input);
+    }
+  }
   for (const Json& tensor : json.At("tensors").Items()) {
-    auto& items = facts.tensors[ToIdentity(tensor.At("file")).path];
+    const std::string file = ToIdentity(tensor.At("file")).path;
+    if (const Json* input = tensor.Find("input")) {
+      const auto at = facts.inputs.find(input->AsText());
+      if (at != facts.inputs.end()) at->second.files.push_back(file);
+    }
+    auto& items = facts.tensors[file];
     if (!items.empty()) continue;  // one that several samples share
     for (const Json& item : tensor.At("items").Items()) items.push_back(SourceFrom(item));
   }

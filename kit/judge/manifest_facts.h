@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "kit/json/json.h"
+
 namespace vorn::kit {
 
 /// A file, or one item of it.
@@ -20,8 +22,22 @@ struct SourceOfItem {
   std::optional<uint64_t> item;
 };
 
+/// What one input of the run's model was filled with.
+struct ManifestInput {
+  std::string source;
+  std::optional<Json> part;
+  std::optional<Json> random;
+  std::optional<Json> signal;
+  std::optional<Json> raw;
+  std::vector<std::string> files;  ///< in the order of the list
+
+  [[nodiscard]] bool AreFlags() const { return source.empty() && !random; }
+};
+
 struct ManifestFacts {
   uint64_t batch = 1;
+  bool isWhole = true;  ///< nothing was left out
+  std::map<std::string, ManifestInput> inputs;
   std::map<std::string, std::vector<SourceOfItem>> tensors;  ///< by the file's path in the folder
 };
 

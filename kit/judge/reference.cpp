@@ -92,23 +92,28 @@ class Manifests {
  public:
   // Null where none tells of the file.
   const std::vector<SourceOfItem>* SourcesOf(const std::string& tensor) {
-    const fs::path path(tensor);
-    const std::string folder = path.parent_path().parent_path();
-    const std::string name = path.parent_path().filename() / path.filename();
-    const auto at = read_.find(folder);
-    const ManifestFacts* facts = nullptr;
-    if (at != read_.end()) {
-      facts = &at->second;
-    } else {
-      const std::string file = folder + "/" + kManifest;
-      ManifestFacts fresh;
-      if (IsThere(file)) fresh = ReadManifestFacts(file);
-      facts = &read_.emplace(folder, std::move(fresh)).first->second;
-    }
-    const auto found = facts->tensors.find(name);
-    if (found == facts->tensors.end()) return nullptr;
-    batch_ = std::max(batch_, facts->batch);
+    const ManifestFacts& facts = FactsOf(tensor);
+    const auto found = facts.tensors.find(NameOf(tensor));
+    if (found == facts.tensors.end()) return nullptr;
+    batch_ = std::max(batch_, facts.batch);
     return &found->second;
+  }
+
+  // What is told of all tensors that lie beside this one.
+  const ManifestFacts& FactsOf(const std::string& tensor) {
+    const std::string folder = fs::path(tensor).parent_path().parent_path();
+    const auto at = read_.find(folder);
+    if (at != read_.end()) return at->second;
+    const std::string file = folder + "/" + kManifest;
+    ManifestFacts fresh;
+    if (IsThere(file)) fresh = ReadManifestFacts(file);
+    return read_.emplace(folder, std::move(fresh)).first->second;
+  }
+
+  // As a manifest has it.
+  static std::string NameOf(const std::string& tensor) {
+    const fs::path path(tensor);
+    return path.parent_path().filename() / path.filename();
   }
 
   [[nodiscard]] uint64_t Batch() const { return batch_; }
@@ -184,7 +189,9 @@ class ReferenceMaker {
   // meant here.
   std::string RunStep(const std::string& verb, std::vector<std::string> words,
                       bool mayBePartial = false) const {
-    const VerbCall call{verb, std::move(words), {{"LD_LIBRARY_PATH", std::nullopt}}, true};
+    std::optional<std::string> search;
+    if (request_.runtime) search = fs::path(Absolute(*request_.runtime)).parent_path();
+    const VerbCall call{verb, std::move(words), {{"LD_LIBRARY_PATH", search}}, true};
     show_(call);
     VerbEnd end = RunVerbProcess(call);
     const bool isPartial = mayBePartial && end.status == ExitStatus::kPartial;
@@ -198,7 +205,11 @@ class ReferenceMaker {
 
   void Describe() {
     description_ = RunStep("inspect", {"-m", request_.model, "-j", config_, "--json"});
-    reference_ = FileInputs(FromJson(description_));
+    const ModelDescription model = FromJson(description_);
+    reference_ = FileInputs(model);
+    takesThresholds_ = std::any_of(
+        model.inputs.begin(), model.inputs.end(),
+        [](const TensorDescription& input) { return input.role == TensorRole::kThresholds; });
     Write("model.json", description_);
   }
 
@@ -243,15 +254,27 @@ class ReferenceMaker {
   std::string PrepareInputs() {
     Manifests manifests;
     Json inputs = Json::Array();
+    bool isAnySource = false;
     for (size_t i = 0; i < reference_.size(); ++i) {
+      const auto recipe = RecipeOf(reference_[i].name);
+      const ManifestInput* whole = MadeAsAWhole(i, manifests);
+      if (whole != nullptr) {
+        HoldToNoRecipe(i, recipe.has_value());
+        if (!whole->AreFlags()) inputs.Append(WholeInput(i, *whole));
+        isAnySource = isAnySource || whole->signal;
+        continue;
+      }
       Json sources = Json::Array();
       for (const SampleRecord& sample : samples_) AddSources(sample, i, manifests, sources);
       Json input = Json::Object({{"name", reference_[i].name}, {"source", sources}});
-      if (const auto recipe = RecipeOf(reference_[i].name)) input.Set("recipe", *recipe);
+      if (recipe) input.Set("recipe", *recipe);
       inputs.Append(input);
+      isAnySource = true;
     }
     HoldToRecipes();
-    Write("job.json", ToText(Json::Object({{"schema", 1}, {"inputs", inputs}}), 2) + "\n");
+    Json job = Json::Object({{"schema", 1}, {"inputs", inputs}});
+    if (!isAnySource) job.Set("count", items_);
+    Write("job.json", ToText(job, 2) + "\n");
     std::vector<std::string> words{
         "--model-json", folder_ + "/model.json", "--job",    folder_ + "/job.json",
         "-o",           folder_ + "/inputs",     "--resume", "--quiet"};
@@ -261,6 +284,61 @@ class ReferenceMaker {
     (void)RunStep("prepare", std::move(words));
     HoldToSources();
     return folder_ + "/inputs/list.txt";
+  }
+
+  // What an input was made of where that is no file an item: random numbers, a signal, flags. Null
+  // for all others.
+  const ManifestInput* MadeAsAWhole(size_t input, Manifests& manifests) {
+    const std::string first = Absolute(InputOf(samples_.front(), input).file.path);
+    if (manifests.SourcesOf(first) == nullptr) return nullptr;
+    const ManifestFacts& facts = manifests.FactsOf(first);
+    const auto at = facts.inputs.find(own_[places_[input]].name);
+    if (at == facts.inputs.end()) return nullptr;
+    const ManifestInput& made = at->second;
+    if (!made.random && !made.signal && !made.AreFlags()) return nullptr;
+    // A sample's number decides what is made of it.
+    bool isSame = facts.isWhole && made.files.size() == samples_.size();
+    items_ = 0;
+    for (size_t i = 0; isSame && i < samples_.size(); ++i) {
+      const std::string file = Absolute(InputOf(samples_[i], input).file.path);
+      const std::vector<SourceOfItem>* items = manifests.SourcesOf(file);
+      isSame = items != nullptr && Manifests::NameOf(file) == made.files[i];
+      if (!isSame) break;
+      items_ += items->size();
+      if (made.signal) sources_.insert(sources_.end(), items->begin(), items->end());
+    }
+    if (!isSame) {
+      Refuse("the run's input " + Quoted(own_[places_[input]].name) + " was made of " +
+             (made.random ? "random numbers" : "a signal") +
+             ", which are made anew as a whole alone, and the run's list is not all that was "
+             "prepared, in its order");
+    }
+    return &made;
+  }
+
+  Json WholeInput(size_t input, const ManifestInput& made) const {
+    Json json = Json::Object({{"name", reference_[input].name}});
+    if (made.random) {
+      Json random = *made.random;
+      // The numbers go by the name of the run's input.
+      const bool isNamed = random.Find("series") != nullptr;
+      const std::string& name = own_[places_[input]].name;
+      if (!isNamed && name != reference_[input].name) random.Set("series", name);
+      json.Set("random", random);
+      return json;
+    }
+    json.Set("source", Absolute(made.source));
+    if (made.part) json.Set("part", *made.part);
+    json.Set("signal", *made.signal);
+    if (made.raw) json.Set("raw", *made.raw);
+    return json;
+  }
+
+  void HoldToNoRecipe(size_t input, bool hasRecipe) const {
+    if (!hasRecipe) return;
+    throw Fault(ExitStatus::kUsage,
+                "--reference-recipe is for the input " + Quoted(reference_[input].name) +
+                    ", and what the run's was made of takes none: it is made anew as it was");
   }
 
   void AddSources(const SampleRecord& sample, size_t input, Manifests& manifests, Json& sources) {
@@ -335,7 +413,7 @@ class ReferenceMaker {
 
   // ---- The run of the reference
 
-  // Of a batch and frames only: thresholds and repetitions are the device's.
+  // Of a batch and frames, and thresholds where they are taken: repetitions are the device's.
   [[nodiscard]] std::vector<std::string> OptionsOfRun() const {
     std::vector<std::string> kept;
     if (!facts_.options) return kept;
@@ -343,8 +421,31 @@ class ReferenceMaker {
       const std::string& option = (*facts_.options)[i];
       if (option == "-b" || option == "-t")
         kept.insert(kept.end(), {option, (*facts_.options)[i + 1]});
+      if (option == "-r" && takesThresholds_) {
+        kept.insert(kept.end(), {option, Thresholds((*facts_.options)[i + 1])});
+      }
     }
     return kept;
+  }
+
+  // The run's files, which count from where it was made.
+  [[nodiscard]] std::string Thresholds(const std::string& noted) const {
+    for (const std::string& file : SplitAtCommas(noted)) {
+      if (IsThere(file)) continue;
+      Refuse("the thresholds " + Quoted(file) +
+             " of the run are not there; judge where the run was made");
+    }
+    return noted;
+  }
+
+  static std::vector<std::string> SplitAtCommas(const std::string& text) {
+    std::vector<std::string> pieces;
+    for (size_t start = 0; start < text.size();) {
+      const size_t end = std::min(text.find(',', start), text.size());
+      pieces.push_back(text.substr(start, end - start));
+      start = end + 1;
+    }
+    return pieces;
   }
 
   // All that the reference's outputs depend on.
@@ -364,7 +465,13 @@ class ReferenceMaker {
         for (const SampleInput& input : sample.inputs) text += input.file.xxh3.value_or("") + "\n";
       }
     }
-    for (const std::string& word : OptionsOfRun()) text += word + "\n";
+    const std::vector<std::string> options = OptionsOfRun();
+    for (size_t i = 0; i < options.size(); ++i) {
+      text += options[i] + "\n";
+      if (i == 0 || options[i - 1] != "-r") continue;
+      for (const std::string& file : SplitAtCommas(options[i])) text += hashOf(file, "thresholds");
+    }
+    if (request_.runtime) text += hashOf(*request_.runtime, "its runtime");
     return ToText(Json::Object({{"schema", 1}, {"key", Xxh3Of(text)}})) + "\n";
   }
 
@@ -422,6 +529,8 @@ class ReferenceMaker {
   const ReferenceRequest& request_;
   const std::function<void(const VerbCall&)>& show_;
   std::string folder_;
+  bool takesThresholds_ = false;
+  uint64_t items_ = 0;  // of what is made as a whole
   std::string config_;
   RunFacts facts_;
   std::vector<TensorDescription> own_;        ///< the run's inputs

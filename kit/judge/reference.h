@@ -25,7 +25,8 @@ struct ReferenceRequest {
   std::string run;    ///< whose samples it is about; a run directory with samples.jsonl
   std::string model;  ///< the reference's
   std::optional<std::string> config;
-  std::vector<std::string> recipes;  ///< "[NAME=]RECIPE", of the reference's inputs
+  std::vector<std::string> recipes;      ///< "[NAME=]RECIPE", of the reference's inputs
+  std::optional<std::string> runtime{};  ///< a libvorn.so; without it the host runtime's
 };
 
 struct ReferenceRun {
@@ -36,8 +37,11 @@ struct ReferenceRun {
 
 /// Tensors are made by `vorn prepare` of the sources that the manifest beside RUN's tensors tells,
 /// where a recipe is given or the reference takes something else than RUN's model; else RUN's own
-/// files are taken. Then `vorn launch` runs the reference with the host runtime that lies with the
-/// programs. `show` is told of each step before it runs. What is there and made of the same stays.
+/// files are taken. Random numbers and signals are made anew as a whole, so that RUN's list has to
+/// be the one that was prepared; flags follow their frames. Then `vorn launch` runs the reference
+/// with the host runtime that lies with the programs, or with the one that is named, and with RUN's
+/// thresholds where it takes any. `show` is told of each step before it runs. What is there and
+/// made of the same stays.
 ///
 /// Throws a Fault for what does not fit, and with the status of a step that failed, which has said
 /// itself what was wrong.

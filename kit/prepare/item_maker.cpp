@@ -205,7 +205,7 @@ Json ItemMaker::FromRandom(uint64_t sample) {
   }
   Array array{ElementType::kFloat64, {elements}, {}};
   array.bytes.resize(elements * sizeof(double));
-  RandomSeries series(*plan_.random, plan_.input.name, sample);
+  RandomSeries series(*plan_.random, plan_.random->series.value_or(plan_.input.name), sample);
   series.Fill({reinterpret_cast<double*>(array.bytes.data()), elements});
   made_ = StoreArray(array, plan_.Type(), std::nullopt, "the series of random numbers");
   return Json::Object();

@@ -6,6 +6,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
+#include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/json/json_members.h"
 
@@ -53,6 +54,7 @@ InputRequest InputFrom(const Json& json, const std::string& folder) {
   if (const Json* signal = json.Find("signal")) {
     input.signal = ParseSignalRecipe(*signal);
     input.signalText = ToText(*signal);
+    input.signalJson = *signal;
   }
   if (const Json* raw = json.Find("raw")) {
     if (!input.signal) throw JsonError("raw stands without a signal");
@@ -83,10 +85,22 @@ std::pair<std::string, std::string> Split(const std::string& word, const char* o
     if (isNamed && (named == nullptr || input.name.size() > named->name.size())) named = &input;
   }
   if (named != nullptr) return {named->name, word.substr(named->name.size() + 1)};
-  if (inputs.size() == 1) return {inputs.front().name, word};
+  std::vector<std::string> names;
   std::string list;
   for (const TensorDescription& input : inputs) {
+    names.push_back(input.name);
     list += (list.empty() ? "" : ", ") + Printable(input.name);
+  }
+  if (inputs.size() == 1) {
+    // What could be a path with an '=' in it, and is none, was meant to begin with a name.
+    const size_t equals = word.find('=');
+    const bool isNamed = equals != std::string::npos && equals > 0 && !word.starts_with('{') &&
+                         word.find('/') > equals && !IsThere(word);
+    if (!isNamed) return {inputs.front().name, word};
+    const std::string name = word.substr(0, equals);
+    throw Fault(ExitStatus::kUsage, std::string(option) + " " + Quoted(word) +
+                                        ": the model has no input " + Quoted(name) +
+                                        DidYouMean(name, names) + "; it takes " + list);
   }
   throw Fault(ExitStatus::kUsage,
               std::string(option) + " " + Quoted(word) +

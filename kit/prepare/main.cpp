@@ -183,8 +183,8 @@ void Tell(const PrepareRequest& request, const PrepareResult& result) {
   for (const std::string& remark : result.remarks) {
     std::fprintf(stderr, "vorn prepare: %s\n", remark.c_str());
   }
-  for (const LeftOut& one : result.left) {
-    std::fprintf(stderr, "vorn prepare: left out: %s\n", one.reason.c_str());
+  for (const std::string& reason : FoldedReasons(result.left)) {
+    std::fprintf(stderr, "vorn prepare: left out: %s\n", reason.c_str());
   }
   if (request.isDryRun) {
     std::fprintf(stderr, "vorn prepare: %s, %s; nothing is written\n",

@@ -105,6 +105,19 @@ class PreparedFolder {
   FolderLock lock_;
 };
 
+std::string AdviceFor(int error) {
+  switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+      return "; make room";
+    case EISDIR:
+    case ENOTEMPTY:
+      return "; remove that folder";
+    default:
+      return "; see to that";
+  }
+}
+
 // Whole or not at all, and synced with all others at the end.
 void WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
   const std::string part = path + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
@@ -121,8 +134,8 @@ void WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
   if (error == 0 && rename(part.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return;
   (void)unlink(part.c_str());
-  throw Fault(ExitStatus::kLimit,
-              std::string(kCannotWrite) + " " + Quoted(path) + ": " + SystemReason(error));
+  throw Fault(ExitStatus::kLimit, std::string(kCannotWrite) + " " + Quoted(path) + ": " +
+                                      SystemReason(error) + AdviceFor(error));
 }
 
 // ---- What is to be done -------------------------------------------------------------------------
@@ -130,7 +143,8 @@ void WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
 struct PlannedInput {
   InputPlan plan;
   std::string source;
-  std::string signal;  ///< what was asked for of it
+  std::string signal;         ///< what was asked for of it
+  std::optional<Json> asked;  ///< the same of a signal, as it was written
   FoundSource found;
 };
 
@@ -207,6 +221,7 @@ std::vector<PlannedInput> PlanInputs(const PrepareRequest& request) {
       input.plan.random = one->random;
       input.source = one->source;
       input.signal = one->signalText;
+      input.asked = one->signalJson;
     }
     CheckPlan(input.plan);
     if (one != nullptr && !one->listed.empty()) {
@@ -519,7 +534,7 @@ class Preparation {
     }
     // A full disk is no fault of the source's, and does not get better with the next one.
     if (answer.status == ExitStatus::kLimit && answer.text.starts_with(kCannotWrite)) {
-      throw Fault(answer.status, answer.text + "; make room, and --resume makes the rest");
+      throw Fault(answer.status, answer.text + ", and --resume makes the rest");
     }
     NoteFault(sample, input, ItemOf(sample, input).Name(), answer.text);
   }
@@ -552,12 +567,11 @@ class Preparation {
     std::sort(left_.begin(), left_.end(),
               [](const LeftOut& a, const LeftOut& b) { return a.source < b.source; });
     result_.left = left_;
+    const std::vector<std::string> lines = FoldedReasons(left_);
     std::string text;
-    for (size_t i = 0; i < std::min(left_.size(), kMostNamedFaults); ++i) {
-      text += "\n" + left_[i].reason;
-    }
-    if (left_.size() > kMostNamedFaults) {
-      text += "\nand " + std::to_string(left_.size() - kMostNamedFaults) + " more";
+    for (size_t i = 0; i < std::min(lines.size(), kMostNamedFaults); ++i) text += "\n" + lines[i];
+    if (lines.size() > kMostNamedFaults) {
+      text += "\nand " + std::to_string(lines.size() - kMostNamedFaults) + " more";
     }
     const bool isNothingLeft =
         std::find(isFaulty_.begin(), isFaulty_.end(), false) == isFaulty_.end();
@@ -652,6 +666,8 @@ class Preparation {
     if (input.plan.part) json.Set("part", *input.plan.part);
     if (input.plan.recipe) json.Set("recipe", ToJson(*input.plan.recipe));
     if (input.plan.random) json.Set("random", ToJson(*input.plan.random));
+    if (input.asked) json.Set("signal", *input.asked);
+    if (input.plan.rawSignal) json.Set("raw", *input.plan.rawSignal);
     return json;
   }
 
@@ -719,6 +735,36 @@ std::vector<TensorDescription> FileInputs(const ModelDescription& model) {
     if (input.role == TensorRole::kData) inputs.push_back(input);
   }
   return inputs;
+}
+
+std::vector<std::string> FoldedReasons(const std::vector<LeftOut>& left) {
+  constexpr size_t kFewest = 4;
+  constexpr size_t kMostNamed = 3;
+  // Reasons without the sources' own names, in the order in which they come first.
+  std::map<std::string, std::vector<size_t>> groups;
+  std::vector<std::string> keys;
+  for (size_t i = 0; i < left.size(); ++i) {
+    std::string key = left[i].reason;
+    const std::string name = Printable(left[i].source);
+    if (const size_t at = key.find(name); at != std::string::npos) key.replace(at, name.size(), "");
+    if (groups[key].empty()) keys.push_back(key);
+    groups[key].push_back(i);
+  }
+  std::vector<std::string> lines;
+  for (const std::string& key : keys) {
+    const std::vector<size_t>& members = groups[key];
+    if (members.size() < kFewest) {
+      for (const size_t i : members) lines.push_back(left[i].reason);
+      continue;
+    }
+    std::string line = left[members.front()].reason + "; the same of " +
+                       std::to_string(members.size() - 1) + " more: ";
+    for (size_t i = 1; i < members.size() && i <= kMostNamed; ++i) {
+      line += (i == 1 ? "" : ", ") + Quoted(left[members[i]].source);
+    }
+    lines.push_back(line + (members.size() - 1 > kMostNamed ? ", ..." : ""));
+  }
+  return lines;
 }
 
 PrepareResult Prepare(const PrepareRequest& request,

@@ -27,6 +27,7 @@ struct InputRequest {
   std::optional<Recipe> recipe;
   std::optional<SignalRecipe> signal;
   std::string signalText;  ///< what was said of the signal, for the hash of what is made of it
+  std::optional<Json> signalJson{};    ///< the same, for the manifest
   std::optional<Json> rawSignal;       ///< of samples without a head
   std::optional<RandomRecipe> random;  ///< instead of a source
   std::vector<ListedSource> listed{};  ///< instead of the source: files and items one by one
@@ -75,6 +76,9 @@ struct PrepareResult {
 [[nodiscard]] PrepareResult Prepare(const PrepareRequest& request,
                                     const std::function<void(const PrepareProgress&)>& show,
                                     const std::function<bool()>& isStopped);
+
+/// A line a source that was left out; where many were for the same reason, one for all of these.
+[[nodiscard]] std::vector<std::string> FoldedReasons(const std::vector<LeftOut>& left);
 
 /// The inputs that take files, in the model's order.
 [[nodiscard]] std::vector<TensorDescription> FileInputs(const ModelDescription& model);

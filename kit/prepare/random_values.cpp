@@ -58,7 +58,7 @@ double WholeNumber(const Json& object, std::string_view key) {
 }
 
 void HoldToKeysOf(const DistributionRow& row, const Json& object) {
-  std::vector<std::string> known{"distribution", "seed"};
+  std::vector<std::string> known{"distribution", "seed", "series"};
   for (const std::string_view key : row.keys) {
     if (!key.empty()) known.emplace_back(key);
   }
@@ -103,6 +103,30 @@ double Logarithm(double value) {
   return 2 * t * sum + exponent * kLogarithmOf2;
 }
 
+Json OfDistribution(const RandomRecipe& recipe) {
+  switch (recipe.distribution) {
+    case Distribution::kNormal:
+      return Json::Object({{"distribution", "normal"},
+                           {"mean", recipe.mean},
+                           {"deviation", recipe.deviation},
+                           {"seed", recipe.seed}});
+    case Distribution::kIntegers:
+      return Json::Object({{"distribution", "integers"},
+                           {"low", static_cast<int64_t>(recipe.low)},
+                           {"high", static_cast<int64_t>(recipe.high)},
+                           {"seed", recipe.seed}});
+    case Distribution::kBool:
+      return Json::Object(
+          {{"distribution", "bool"}, {"share", recipe.share}, {"seed", recipe.seed}});
+    case Distribution::kUniform:
+      break;
+  }
+  return Json::Object({{"distribution", "uniform"},
+                       {"low", recipe.low},
+                       {"high", recipe.high},
+                       {"seed", recipe.seed}});
+}
+
 }  // namespace
 
 RandomRecipe ParseRandomRecipe(const Json& object) {
@@ -111,6 +135,7 @@ RandomRecipe ParseRandomRecipe(const Json& object) {
   RandomRecipe recipe;
   recipe.distribution = row.distribution;
   if (const Json* seed = object.Find("seed")) recipe.seed = seed->AsUnsigned();
+  if (const Json* series = object.Find("series")) recipe.series = series->AsText();
   if (row.distribution == Distribution::kIntegers) {
     recipe.low = WholeNumber(object, "low");
     recipe.high = WholeNumber(object, "high");
@@ -139,27 +164,9 @@ RandomRecipe ParseRandomRecipe(const Json& object) {
 }
 
 Json ToJson(const RandomRecipe& recipe) {
-  switch (recipe.distribution) {
-    case Distribution::kNormal:
-      return Json::Object({{"distribution", "normal"},
-                           {"mean", recipe.mean},
-                           {"deviation", recipe.deviation},
-                           {"seed", recipe.seed}});
-    case Distribution::kIntegers:
-      return Json::Object({{"distribution", "integers"},
-                           {"low", static_cast<int64_t>(recipe.low)},
-                           {"high", static_cast<int64_t>(recipe.high)},
-                           {"seed", recipe.seed}});
-    case Distribution::kBool:
-      return Json::Object(
-          {{"distribution", "bool"}, {"share", recipe.share}, {"seed", recipe.seed}});
-    case Distribution::kUniform:
-      break;
-  }
-  return Json::Object({{"distribution", "uniform"},
-                       {"low", recipe.low},
-                       {"high", recipe.high},
-                       {"seed", recipe.seed}});
+  Json json = OfDistribution(recipe);
+  if (recipe.series) json.Set("series", *recipe.series);
+  return json;
 }
 
 uint64_t RandomWords::Next() {

@@ -21,6 +21,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "kit/json/json.h"
@@ -37,11 +38,13 @@ struct RandomRecipe {
   double deviation = 1;  ///< kNormal; 0 for the mean alone
   double share = 0.5;    ///< kBool: of ones, from 0 to 1
   uint64_t seed = 0;
+  /// The name that takes the input's place in the mixture, for the numbers of another input.
+  std::optional<std::string> series{};
 };
 
-/// Of {"distribution": "uniform", "low": 0, "high": 1, "seed": 0} and so on; only "distribution"
-/// has to be there, and "low" and "high" of integers, which lie between -2^53 and 2^53. Throws a
-/// JsonError.
+/// Of {"distribution": "uniform", "low": 0, "high": 1, "seed": 0} and so on, and "series" with any
+/// of them; only "distribution" has to be there, and "low" and "high" of integers, which lie
+/// between -2^53 and 2^53. Throws a JsonError.
 [[nodiscard]] RandomRecipe ParseRandomRecipe(const Json& object);
 
 /// With everything that counts, whether it was asked for or not.

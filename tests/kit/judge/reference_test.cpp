@@ -161,6 +161,102 @@ TEST_F(JudgeReference, RefusesASourceThatChangedSinceTheRun) {
   EXPECT_THAT(ended.err, HasSubstr("photos/1.ppm' has changed since the run's tensors were made"));
 }
 
+// The reference calls its input otherwise, and takes it as another type.
+TEST_F(JudgeReference, MakesRandomNumbersAnew) {
+  Model("device.onnx", kOnnxUint8, {1, 4});
+  const Outcome prepared =
+      Run({"prepare", "-m", "device.onnx", "-o", "prepared", "--count", "3", "--random",
+           R"(x={"distribution": "integers", "low": 0, "high": 200, "seed": 5})"});
+  ASSERT_EQ(prepared.status, 0) << prepared.Describe();
+  Launch("device.onnx", "prepared/list.txt");
+  OnnxWriter reference;
+  reference.Input("image", kOnnxFloat, {1, 4}).Output("y", kOnnxFloat, {1, 4});
+  support::WriteFile(Path("float.onnx"), reference.Node("Relu", {"image"}, {"y"}).Image());
+  const Outcome ended = Judge("float.onnx");
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("3 samples, 1 output: all right"));
+  const Outcome recipe = Judge("float.onnx", {"--reference-recipe", "bytes"});
+  EXPECT_EQ(recipe.status, 2);
+  EXPECT_THAT(recipe.err, HasSubstr("'image', and what the run's was made of takes none"));
+  // A part of what was made has not the numbers of the first ones.
+  std::string list = support::ReadFile(Path("prepared/list.txt"));
+  support::WriteFile(Path("prepared/part.txt"), list.substr(list.find('\n') + 1));
+  std::filesystem::remove_all(Path("run"));
+  Launch("device.onnx", "prepared/part.txt");
+  const Outcome part = Judge("float.onnx");
+  EXPECT_EQ(part.status, 3);
+  EXPECT_THAT(part.err, HasSubstr("'x' was made of random numbers, which are made anew as a whole "
+                                  "alone, and the run's list is not all that was prepared"));
+}
+
+TEST_F(JudgeReference, CutsSignalsAnewAndTakesTheirFlags) {
+  // Frames of two samples, four at most; what the network gives is what it is given.
+  const auto network = [&](const std::string& name, OnnxType type) {
+    OnnxWriter model;
+    model.Input("x", type, {"frames", 2}).Output("y", kOnnxFloat, {"frames", 2});
+    model.Node("Cast", {"x"}, {"y"}, {IntAttribute("to", kOnnxFloat)});
+    support::WriteFile(Path(name), model.Image());
+  };
+  network("device.onnx", kOnnxFloat);
+  network("double.onnx", kOnnxDouble);
+  support::WriteFile(Path("empty.json"), R"({"model": {"netType": "recurrent", "sequence": "whole",
+      "maxFrames": 4, "frames": "x"}})");
+  support::WriteFile(Path("samples.raw"),
+                     Bytes<int16_t>({0, 16384, -32768, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  support::WriteFile(Path("job.json"), R"({"schema": 1, "inputs": [{"name": "x",
+      "source": "samples.raw", "signal": {"window": 2, "hop": 2}, "raw": {"type": "int16"}}]})");
+  const Outcome prepared = Run(
+      {"prepare", "-m", "device.onnx", "-j", "empty.json", "-o", "prepared", "--job", "job.json"});
+  ASSERT_EQ(prepared.status, 0) << prepared.Describe();
+  const Outcome launched = Run({"launch", "-m", "device.onnx", "-j", "empty.json", "-i",
+                                "prepared/list.txt", "--run", "run"});
+  ASSERT_EQ(launched.status, 0) << launched.Describe();
+  const Outcome ended = Judge("double.onnx", {"--reference-config", "empty.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("1 output: all right"));
+  support::WriteFile(Path("samples.raw"),
+                     Bytes<int16_t>({1, 16384, -32768, 1, 2, 3, 4, 5, 6, 7, 8, 9}));
+  const Outcome changed = Judge("double.onnx", {"--reference-config", "empty.json"});
+  EXPECT_EQ(changed.status, 3) << changed.Describe();
+  EXPECT_THAT(changed.err, HasSubstr("has changed since the run's tensors were made of it"));
+}
+
+TEST_F(JudgeReference, GivesTheReferenceTheRunsThresholds) {
+  OnnxWriter model;
+  model.Input("t", kOnnxFloat, {1, 4}).Input("x", kOnnxFloat, {1, 4});
+  model.Output("y", kOnnxFloat, {1, 4}).Node("Add", {"t", "x"}, {"y"});
+  support::WriteFile(Path("device.onnx"), model.Image());
+  support::WriteFile(Path("empty.json"), R"({"model": {"netType": "detection", "rpn": "t"}})");
+  support::WriteFile(Path("in/a.bin"), Bytes<float>({1, 2, 3, 4}));
+  support::WriteFile(Path("in/list.txt"), "a.bin\n");
+  support::WriteFile(Path("thresholds"), "0.5 0.25 0 1");
+  const Outcome launched = Run({"launch", "-m", "device.onnx", "-j", "empty.json", "-i",
+                                "in/list.txt", "--run", "run", "-r", "thresholds"});
+  ASSERT_EQ(launched.status, 0) << launched.Describe();
+  const Outcome ended = Judge("device.onnx", {"--reference-config", "empty.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  std::filesystem::remove(Path("thresholds"));
+  EXPECT_THAT(Judge("device.onnx", {"--reference-config", "empty.json"}).err,
+              HasSubstr("the thresholds 'thresholds' of the run are not there"));
+}
+
+TEST_F(JudgeReference, TakesAnotherRuntimeForTheReference) {
+  LaunchFloats();
+  const Outcome refused = Judge("device.onnx", {"--reference-runtime", "device.onnx"});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_THAT(refused.err, HasSubstr("'device.onnx' is not named libvorn.so"));
+  EXPECT_THAT(Judge("device.onnx", {"--reference-runtime", "none/libvorn.so"}).err,
+              HasSubstr("--reference-runtime 'none/libvorn.so' cannot be read"));
+  std::filesystem::create_directory(Path("other"));
+  const auto beside = std::filesystem::path(VORN_HOST_LIBRARY).parent_path();
+  for (const char* name : {"libvorn.so", "libonnxruntime.so.1"}) {
+    std::filesystem::create_symlink(beside / name, Path("other/" + std::string(name)));
+  }
+  const Outcome ended = Judge("device.onnx", {"--reference-runtime", "other/libvorn.so"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("env LD_LIBRARY_PATH=" + Path("other") + " vorn launch"));
+}
+
 TEST_F(JudgeReference, EndsAsTheStepThatFailed) {
   Model("device.onnx", kOnnxUint8, {1, 2, 2, 3});
   Model("float.onnx", kOnnxFloat, {1, 3, 2, 2});

@@ -266,6 +266,63 @@ TEST_F(PrepareVerb, NamesEachFaultAndWritesNoList) {
   EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
 }
 
+// A recipe that was forgotten is forgotten of all pictures.
+TEST_F(PrepareVerb, SaysOnceWhatIsWrongWithAll) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  for (const char* name : {"a", "b", "c", "d", "e", "f"}) {
+    Colour("photos/" + std::string(name) + ".ppm", 1, 2, 3);
+  }
+  Write("photos/g.ppm", "P6\n2 2\n255\nxx");
+  const Outcome ended = Prepare({"--input", "photos"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("sources cannot be used"));
+  size_t lines = 0;
+  for (const std::string& line : support::SplitLines(ended.err)) {
+    lines += line.find("recipe") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_EQ(lines, 1U) << ended.err;
+  EXPECT_THAT(ended.err, HasSubstr("; the same of "));
+  EXPECT_THAT(ended.err, HasSubstr("more: 'photos/b.ppm', 'photos/c.ppm', 'photos/d.ppm', ...\n"));
+}
+
+TEST(FoldedReasons, KeepsWhatIsSaidOfFew) {
+  const std::vector<LeftOut> left{
+      {"a", "'a' is short"}, {"b", "'b' is short"}, {"c", "c: empty"}, {"d", "'d' is short"}};
+  EXPECT_THAT(FoldedReasons(left),
+              testing::ElementsAre("'a' is short", "'b' is short", "'d' is short", "c: empty"));
+  std::vector<LeftOut> more = left;
+  more.push_back({"e", "'e' is short"});
+  EXPECT_THAT(FoldedReasons(more),
+              testing::ElementsAre("'a' is short; the same of 3 more: 'b', 'd', 'e'", "c: empty"));
+}
+
+TEST_F(PrepareVerb, NamesTheInputWhereAnotherIsNamed) {
+  Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
+  Colour("a.ppm", 1, 2, 3);
+  const auto given = [&](const std::string& word) {
+    return Prepare({"--input", word, "--recipe", "zero-one"});
+  };
+  Outcome ended = given("pictures=a.ppm");
+  EXPECT_EQ(ended.status, 2) << ended.Describe();
+  EXPECT_EQ(ended.err,
+            "vorn prepare: --input 'pictures=a.ppm': the model has no input 'pictures'; did you "
+            "mean 'picture'?; it takes picture\n");
+  // A file may have such a name.
+  Colour("x=a.ppm", 1, 2, 3);
+  ended = given("x=a.ppm");
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+}
+
+TEST_F(PrepareVerb, SaysWhatStandsInTheWayOfATensor) {
+  Model({Input("x", {1}, VORN_UINT8)});
+  Write("x", "a");
+  fs::create_directories(Path("out/tensors/000000.bin/in"));
+  const Outcome ended = Prepare({"--input", "x", "--resume"});
+  EXPECT_EQ(ended.status, 7) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("000000.bin': Is a directory; remove that folder, and --resume "
+                                   "makes the rest\n"));
+}
+
 TEST_F(PrepareVerb, MakesAgainOnlyWhatChanged) {
   Model({Input("picture", {1, 3, 2, 2}, VORN_FLOAT32)});
   for (const char* name : {"a", "b", "c"}) Colour(std::string("photos/") + name + ".ppm", 1, 2, 3);
@@ -375,8 +432,8 @@ TEST_F(PrepareVerb, SaysWhatAnInputTakes) {
   EXPECT_EQ(ended.status, 3);
   EXPECT_THAT(ended.err, HasSubstr("is a picture, and no recipe says how it becomes a tensor: "));
   ended = Prepare({"--input", "pictur=a.ppm"});
-  EXPECT_EQ(ended.status, 3);
-  EXPECT_THAT(ended.err, HasSubstr("'pictur=a.ppm' is not there"));
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("the model has no input 'pictur'; did you mean 'picture'?"));
   ended = Prepare({"--recipe", "zero-one"});
   EXPECT_EQ(ended.status, 2);
   ended = Prepare({"--input", "picture=a.ppm", "--input", "picture=short.bin"});
@@ -453,6 +510,8 @@ TEST_F(PrepareVerb, CutsASignalIntoSequencesAndMakesTheFlagsFit) {
   EXPECT_EQ(Out("tensors/000000.1.bin"), std::string("\0\1\1", 3));
   EXPECT_EQ(Out("tensors/000001.0.bin").size(), 4 * sizeof(float));
   EXPECT_EQ(Out("tensors/000001.1.bin"), std::string("\0\1", 2));
+  EXPECT_THAT(Out("manifest.json"), HasSubstr("\"hop\": 2"));
+  EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
 }
 
 TEST_F(PrepareVerb, MakesFlagsAgainWhereTheFramesChange) {
@@ -471,6 +530,23 @@ TEST_F(PrepareVerb, MakesFlagsAgainWhereTheFramesChange) {
   const Outcome ended = Prepare({"--job", "job.json", "--resume"});
   EXPECT_EQ(ended.status, 0) << ended.Describe();
   EXPECT_EQ(Out("tensors/000000.1.bin").size(), 7U);
+}
+
+// What makes the same again for a model that calls its input otherwise.
+TEST_F(PrepareVerb, MakesTheNumbersOfAnotherInput) {
+  Model({Input("x", {4}, VORN_FLOAT32)});
+  ASSERT_EQ(Prepare({"--random", R"(x={"distribution": "normal", "seed": 3})"}).status, 0);
+  const std::string numbers = Out("tensors/000000.bin");
+  fs::remove_all(Path("out"));
+  Model({Input("image", {4}, VORN_FLOAT32)});
+  ASSERT_EQ(Prepare({"--random", R"(image={"distribution": "normal", "seed": 3})"}).status, 0);
+  EXPECT_NE(Out("tensors/000000.bin"), numbers);
+  fs::remove_all(Path("out"));
+  ASSERT_EQ(
+      Prepare({"--random", R"(image={"distribution": "normal", "seed": 3, "series": "x"})"}).status,
+      0);
+  EXPECT_EQ(Out("tensors/000000.bin"), numbers);
+  EXPECT_EQ(support::FaultBySchema("manifest", Out("manifest.json")), "");
 }
 
 TEST_F(PrepareVerb, MakesFlagsOfRandomFrames) {
