@@ -3,7 +3,7 @@
 # it read, and judges a device with faults by it. Sets up, builds and runs; the second time it only runs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-./scripts/build.sh release
+./scripts/build.sh release vorn-run libvorn digits-report vorn-command vorn-qualify
 unset LD_LIBRARY_PATH LD_PRELOAD # what is shown is the runtime that was built here
 
 out=build/demo

@@ -32,6 +32,12 @@ constexpr Option kOptions[] = {
      "What the reference is given, where its inputs have other names. Without it the same.", true},
     {"reference-recipe", 0, "[NAME=]RECIPE",
      "How pictures become tensors of the reference. Without it as for the device.", true},
+    {"floor", 0, "CONFIG",
+     "A configuration that rounds the reference as the device does ({\"model\": {\"round\": "
+     "...}}): "
+     "the reference is run with it, too, and vorn judge --floor tells whether the device loses "
+     "more "
+     "than that has to."},
     {"expected", 0, "PATH", "Instead of a reference: what is expected, as vorn judge takes it."},
     {"run", 0, "RUN",
      "The folder for all of it. A second time in the same folder makes again only what changed."},
@@ -58,9 +64,9 @@ constexpr Verb kQualify{
         "fast. Every step is a verb, and is said as a command that can be called alone. The same\n"
         "as a file: {\"schema\": 1, \"run\", \"device\": {\"model\", \"config\", \"runtime\", "
         "\"inputs\"},\n"
-        "\"reference\": {the same}, \"expected\", \"batch\", \"most\", \"chunk\", \"map\", "
-        "\"rules\",\n"
-        "\"preset\", \"labels\"}, where \"inputs\" are those of a job of vorn prepare.\n"
+        "\"reference\": {the same}, \"floor\", \"expected\", \"batch\", \"most\", \"chunk\", "
+        "\"map\",\n"
+        "\"rules\", \"preset\", \"labels\"}, where \"inputs\" are those of a job of vorn prepare.\n"
         "\n"
         "Ends with the status of the steps: 0 if all is right, 6 if outputs differ, 8 if samples\n"
         "are missing, and that of the step that failed.",
@@ -87,6 +93,7 @@ Qualification FromOptions(const Arguments& arguments) {
   qualification.device.model = arguments.Need("model");
   qualification.device.program = arguments.Get("program");
   qualification.expected = arguments.Get("expected");
+  qualification.floor = arguments.Get("floor");
   if (const auto model = arguments.Get("reference")) {
     QualifiedSide side = SideOf(arguments, "reference-");
     side.model = *model;
@@ -96,7 +103,7 @@ Qualification FromOptions(const Arguments& arguments) {
     return qualification;
   }
   for (const char* other :
-       {"reference-config", "reference-runtime", "reference-input", "reference-recipe"}) {
+       {"reference-config", "reference-runtime", "reference-input", "reference-recipe", "floor"}) {
     if (arguments.Has(other)) {
       throw Fault(ExitStatus::kUsage,
                   "--" + std::string(other) + " stands without --reference MODEL");
@@ -108,7 +115,7 @@ Qualification FromOptions(const Arguments& arguments) {
 Qualification FromFile(const Arguments& arguments) {
   for (const char* other :
        {"model", "config", "runtime", "input", "recipe", "reference", "reference-config",
-        "reference-runtime", "reference-input", "reference-recipe", "expected"}) {
+        "reference-runtime", "reference-input", "reference-recipe", "expected", "floor"}) {
     if (arguments.Has(other)) {
       throw Fault(ExitStatus::kUsage, "--" + std::string(other) +
                                           " stands beside a file, which says it; change it there");

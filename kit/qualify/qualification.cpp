@@ -85,8 +85,8 @@ constexpr std::array kJudgeKeys{JudgeKey{"map", true}, JudgeKey{"rules", true},
                                 JudgeKey{"preset", false}, JudgeKey{"labels", true}};
 
 Qualification QualificationFrom(const Json& json, const std::string& folder) {
-  HoldToKeys(json, {"schema", "run", "device", "reference", "expected", "batch", "most", "chunk",
-                    "map", "rules", "preset", "labels"});
+  HoldToKeys(json, {"schema", "run", "device", "reference", "floor", "expected", "batch", "most",
+                    "chunk", "map", "rules", "preset", "labels"});
   if (json.At("schema").AsUnsigned() != 1) {
     throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
   }
@@ -96,6 +96,7 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
   if (const Json* reference = json.Find("reference")) {
     qualification.reference = SideFrom(*reference, folder);
   }
+  if (const Json* floor = json.Find("floor")) qualification.floor = Below(folder, floor->AsText());
   if (const Json* expected = json.Find("expected")) {
     qualification.expected = Below(folder, expected->AsText());
   }
@@ -121,15 +122,15 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
 class Steps {
  public:
   Steps(const Qualification& qualification, const std::function<void(const QualifyStep&)>& show)
-      : qualification_(qualification), show_(show), run_(Absolute(qualification.run)) {}
+      : qualification_(qualification), show_(show), run_(Absolute(qualification.run)) {
+    if (!qualification.reference || !qualification.floor) return;
+    floor_ = *qualification.reference;
+    floor_->config = qualification.floor;
+  }
 
   std::vector<QualifyStep> Run() {
     MakeFolder();
-    bool isGoingOn = TakeSide(qualification_.device, "device");
-    if (isGoingOn && qualification_.reference) {
-      isGoingOn = TakeSide(*qualification_.reference, "reference");
-    }
-    if (isGoingOn) Judge();
+    if (DescribeAll() && RunAll()) Judge();
     WriteRecord();
     return std::move(steps_);
   }
@@ -196,21 +197,44 @@ class Steps {
     }
   }
 
-  bool TakeSide(const QualifiedSide& side, const std::string& name) {
-    const std::string config = ConfigOf(side);
-    if (Take({"describe the " + name, DescribeCall(side, config, name), {}, ""}) !=
+  // Before anything runs: what is wrong with a model or a configuration is not to be told behind
+  // hours of work.
+  bool DescribeAll() {
+    return Describe(qualification_.device, "device") &&
+           (!qualification_.reference || Describe(*qualification_.reference, "reference")) &&
+           (!floor_ || Describe(*floor_, "floor"));
+  }
+
+  bool RunAll() {
+    if (!PrepareAndRun(qualification_.device, "device")) return false;
+    if (!qualification_.reference) return true;
+    if (!PrepareAndRun(*qualification_.reference, "reference")) return false;
+    // It is the same model, and takes what the reference takes.
+    return !floor_ || RunOne(*floor_, "floor", Path("reference.inputs/list.txt"));
+  }
+
+  bool Describe(const QualifiedSide& side, const std::string& name) {
+    if (Take({"describe the " + name, DescribeCall(side, ConfigOf(side), name), {}, ""}) !=
         ExitStatus::kDone) {
       return false;
     }
     const std::string description = Path(name + ".model.json");
     ClearPlace(description);
     WriteWholeFile(description, steps_.back().out);
+    return true;
+  }
+
+  bool PrepareAndRun(const QualifiedSide& side, const std::string& name) {
     const std::string inputs = Path(name + ".inputs");
     const ExitStatus prepared =
         Take({"prepare the " + name + "'s inputs", PrepareCall(side, inputs, name), {}, ""});
     if (prepared != ExitStatus::kDone && prepared != ExitStatus::kPartial) return false;
+    return RunOne(side, name, inputs + "/list.txt");
+  }
+
+  bool RunOne(const QualifiedSide& side, const std::string& name, const std::string& list) {
     const std::string run = Path(name);
-    const std::string list = inputs + "/list.txt";
+    const std::string config = ConfigOf(side);
     if (!IsRunOf(run, side, config, list)) fs::remove_all(run);
     const ExitStatus launched =
         Take({"run the " + name, LaunchCall(side, config, list, run), {}, ""});
@@ -279,7 +303,7 @@ class Steps {
   std::vector<std::pair<std::string, std::optional<std::string>>> SearchOf(
       const QualifiedSide& side, const std::string& name) const {
     if (!side.runtime) {
-      if (name == "reference") return {{"LD_LIBRARY_PATH", std::nullopt}};
+      if (name != "device") return {{"LD_LIBRARY_PATH", std::nullopt}};
       return {};
     }
     const fs::path runtime = Absolute(*side.runtime);
@@ -328,6 +352,7 @@ class Steps {
     const std::string expected =
         qualification_.reference ? Path("reference") : qualification_.expected.value_or("");
     VerbCall call{.verb = "judge", .words = {Path("device"), "--expected", expected, "-o", run_}};
+    if (floor_) call.words.insert(call.words.end(), {"--floor", Path("floor")});
     call.words.insert(call.words.end(), qualification_.judgeWords.begin(),
                       qualification_.judgeWords.end());
     Take({"judge", std::move(call), {}, ""});
@@ -360,6 +385,7 @@ class Steps {
   const Qualification& qualification_;
   const std::function<void(const QualifyStep&)>& show_;
   std::string run_;
+  std::optional<QualifiedSide> floor_;  // the reference, rounded
   std::optional<FolderLock> lock_;
   std::vector<QualifyStep> steps_;
 };
@@ -372,6 +398,27 @@ void CheckSide(const QualifiedSide& side, const char* name) {
     throw Fault(ExitStatus::kUsage,
                 std::string("nothing says what the ") + name + " is given: no --input");
   }
+}
+
+// Of a floor that rounds nothing everything would be worse.
+void CheckFloor(const Qualification& qualification) {
+  const std::string& path = *qualification.floor;
+  if (!qualification.reference) {
+    throw Fault(ExitStatus::kUsage,
+                "--floor runs the reference rounded, and there is none; give --reference MODEL");
+  }
+  try {
+    const Json config = ParseJson(
+        ReadWholeFile(path, "the floor's configuration", ExitStatus::kModel, kMostFileBytes));
+    const Json* model = config.IsObject() ? config.Find("model") : nullptr;
+    if (model != nullptr && model->IsObject() && model->Find("round") != nullptr) return;
+  } catch (const JsonError&) {
+    return;  // the runtime tells what is wrong with it
+  }
+  throw Fault(ExitStatus::kModel,
+              "the floor's configuration " + Quoted(path) +
+                  " rounds nothing; a floor has \"model\": {\"round\": …} in it, \"float16\", "
+                  "\"bfloat16\" or {\"int8\": RANGES}");
 }
 
 }  // namespace
@@ -398,6 +445,10 @@ std::vector<QualifyStep> Qualify(const Qualification& qualification,
                     ? "a reference and what is expected are given; one of them is enough"
                     : "nothing says what is right: give --reference MODEL, or --expected PATH");
   }
+  if (qualification.run.find('\n') != std::string::npos) {
+    throw Fault(ExitStatus::kUsage, "--run " + Quoted(qualification.run) + " holds a line end");
+  }
+  if (qualification.floor) CheckFloor(qualification);
   return Steps(qualification, show).Run();
 }
 

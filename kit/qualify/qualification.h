@@ -6,6 +6,7 @@
 //     RUN/reference.inputs   vorn prepare      tensors for the reference
 //     RUN/device             vorn launch       a run directory
 //     RUN/reference          vorn launch       the same on the host runtime
+//     RUN/floor              vorn launch       the reference rounded, where that is asked for
 //     RUN/verdict.json, .xml vorn judge
 //     RUN/qualify.json       what was asked for, the steps as commands, and their statuses
 #ifndef VORN_KIT_QUALIFY_QUALIFICATION_H_
@@ -38,6 +39,9 @@ struct Qualification {
   QualifiedSide device;
   std::optional<QualifiedSide> reference;
   std::optional<std::string> expected;  ///< instead of a reference: as `vorn judge --expected`
+  /// A configuration that rounds: the reference is run with it, too, and is the floor of `vorn
+  /// judge`.
+  std::optional<std::string> floor;
   uint64_t batch = 1;
   std::optional<uint64_t> most;   ///< samples
   std::optional<uint64_t> chunk;  ///< of both runs
@@ -57,9 +61,10 @@ struct QualifyStep {
   std::string out;
 };
 
-/// Runs the steps one behind the other; `show` is told of each before it runs, and when it has
-/// ended. The ones behind a step that failed are not reached, but for a run of which some samples
-/// are missing. Writes RUN/qualify.json. Throws a Fault for what is wrong before the first step.
+/// Runs the steps one behind the other, all descriptions of models first; `show` is told of each
+/// before it runs, and when it has ended. The ones behind a step that failed are not reached, but
+/// for a run of which some samples are missing. Writes RUN/qualify.json. Throws a Fault for what is
+/// wrong before the first step.
 [[nodiscard]] std::vector<QualifyStep> Qualify(const Qualification& qualification,
                                                const std::function<void(const QualifyStep&)>& show);
 

@@ -12,6 +12,7 @@
 
 #include "support/command.h"
 #include "support/files.h"
+#include "support/onnx_writer.h"
 
 namespace vorn::kit {
 namespace {
@@ -30,6 +31,10 @@ class QualifyVerb : public testing::Test {
 
   Outcome Run(std::vector<std::string> words) const {
     words.insert(words.begin(), "qualify");
+    return Vorn(words);
+  }
+
+  Outcome Vorn(const std::vector<std::string>& words) const {
     support::Command command;
     command.program = VORN_COMMAND;
     command.arguments = words;
@@ -78,6 +83,115 @@ TEST_F(QualifyVerb, FindsWhatADeviceGetsWrong) {
   const Outcome wide = Qualify({"-j", "rounding.json", "--reference", kDigits + "/digits.onnx",
                                 "--quiet", "--rules", "rules.json"});
   EXPECT_EQ(wide.status, 0) << wide.Describe();
+}
+
+TEST_F(QualifyVerb, SaysWhatToDoAboutADeviceThatRounds) {
+  support::WriteFile(Path("rounding.json"), R"({"model": {"round": "bfloat16"}})");
+  const std::vector<std::string> words{"-j", "rounding.json", "--reference",
+                                       kDigits + "/digits.onnx", "--quiet"};
+  Outcome ended = Qualify(words);
+  EXPECT_EQ(ended.status, 6) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("hint: the outputs look rounded to bfloat16, and were held to "
+                                   "what float32 gives: say with --rules FILE or --preset "
+                                   "bfloat16 how near is right, or give --floor CONFIG"));
+  // Of a device that is wrong otherwise nothing is to be said.
+  support::WriteFile(Path("wrong.json"), R"({"model": {"until": "scores"}})");
+  const auto isHinted = [](const Outcome& one) {
+    return one.out.find("hint:") != std::string::npos;
+  };
+  EXPECT_FALSE(isHinted(Qualify({"-j", "wrong.json", "--reference", kDigits + "/digits.onnx"})));
+  std::vector<std::string> ruled = words;
+  ruled.insert(ruled.end(), {"--preset", "exact"});
+  EXPECT_FALSE(isHinted(Qualify(ruled)));
+}
+
+TEST_F(QualifyVerb, HoldsADeviceAgainstItsFloor) {
+  support::WriteFile(Path("rounding.json"), R"({"model": {"round": "bfloat16"}})");
+  std::vector<std::string> words{
+      "-j", "rounding.json", "--reference", kDigits + "/digits.onnx", "--floor", "rounding.json"};
+  Outcome ended = Qualify(words);
+  EXPECT_EQ(ended.status, 6) << ended.Describe();
+  EXPECT_THAT(ended.out, ContainsRegex("\nfloor  .*6 of 6 samples"));
+  EXPECT_THAT(ended.out,
+              HasSubstr("probabilities: within what bfloat16 has to lose: RMSE 1 times"));
+  EXPECT_THAT(ended.out, HasSubstr("hint: every output is within what the floor has to lose; to "
+                                   "let that decide, give --rules FILE with {\"schema\": 1"));
+  // The hint is a file that does.
+  const size_t begin = ended.out.find("{\"schema\": 1, \"rules\"");
+  support::WriteFile(Path("rules.json"),
+                     ended.out.substr(begin, ended.out.find('\n', begin) - begin));
+  const std::string times = support::ReadFile(Path("run/floor/times.jsonl"));
+  words.insert(words.end(), {"--rules", "rules.json"});
+  ended = Qualify(words);
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(support::ReadFile(Path("run/floor/times.jsonl")), times) << "it was run again";
+  // All models are described before anything is prepared, and the floor takes the reference's list.
+  std::vector<std::string> names;
+  const nlohmann::json record = Record();
+  for (const auto& step : record["steps"]) names.push_back(step["name"]);
+  EXPECT_THAT(names, testing::ElementsAre("describe the device", "describe the reference",
+                                          "describe the floor", "prepare the device's inputs",
+                                          "run the device", "prepare the reference's inputs",
+                                          "run the reference", "run the floor", "judge"));
+}
+
+TEST_F(QualifyVerb, TakesTheFloorOfItsFile) {
+  support::WriteFile(Path("beside/rounding.json"), R"({"model": {"round": "float16"}})");
+  fs::copy(kDigits + "/digits.onnx", Path("beside/digits.onnx"));
+  fs::create_directories(Path("beside/pictures"));
+  fs::copy(kDigits + "/pictures/000.bin", Path("beside/pictures/000.bin"));
+  support::WriteFile(Path("beside/qualify.json"), R"({"schema": 1, "run": "run",
+      "device": {"model": "digits.onnx", "inputs": [{"name": "picture", "source": "pictures"}]},
+      "reference": {"model": "digits.onnx", "inputs": [{"name": "picture", "source": "pictures"}]},
+      "floor": "rounding.json"})");
+  const Outcome ended = Run({"beside/qualify.json"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_TRUE(fs::exists(Path("beside/run/floor/run.json")));
+}
+
+TEST_F(QualifyVerb, RefusesFloorsThatAreNone) {
+  support::WriteFile(Path("plain.json"), R"({"model": {}})");
+  Outcome ended = Qualify({"--reference", kDigits + "/digits.onnx", "--floor", "plain.json"});
+  EXPECT_EQ(ended.status, 4);
+  EXPECT_THAT(ended.err, HasSubstr("the floor's configuration 'plain.json' rounds nothing"));
+  ended = Qualify({"--expected", kDigits + "/expected.npy", "--floor", "plain.json"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_THAT(ended.err, HasSubstr("--floor stands without --reference MODEL"));
+  EXPECT_FALSE(fs::exists(Path("run")));
+}
+
+// A fault of the reference is not to be told behind the run of the device.
+TEST_F(QualifyVerb, DescribesBothModelsBeforeItRunsOne) {
+  support::WriteFile(Path("none.onnx"), "no model");
+  const Outcome ended = Qualify({"--reference", "none.onnx"});
+  EXPECT_EQ(ended.status, 4) << ended.Describe();
+  EXPECT_EQ(Record()["steps"].size(), 2U);
+  EXPECT_FALSE(fs::exists(Path("run/device.inputs")));
+}
+
+TEST_F(QualifyVerb, NamesWhatWasLeftOut) {
+  for (int i = 0; i < 8; ++i) {
+    const std::string name = std::to_string(i) + ".bin";
+    fs::create_directories(Path("some"));
+    if (i % 4 == 3) {
+      fs::copy(kDigits + "/pictures/000.bin", Path("some/" + name));
+    } else {
+      support::WriteFile(Path("some/" + name), "short");
+    }
+  }
+  const Outcome ended = Run({"-m", kDigits + "/digits.onnx", "--input", "some", "--reference",
+                             kDigits + "/digits.onnx", "--run", "run", "--keep-going"});
+  EXPECT_EQ(ended.status, 8) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("\nleft out: 6 sources: 'some/0.bin', 'some/1.bin', "
+                                   "'some/2.bin', 'some/4.bin', 'some/5.bin' and 1 more\n"));
+}
+
+TEST_F(QualifyVerb, RefusesALineEndInTheRun) {
+  const Outcome ended = Run({"-m", kDigits + "/digits.onnx", "--input", kDigits + "/pictures",
+                             "--reference", kDigits + "/digits.onnx", "--run", "a\nb"});
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.err, "vorn qualify: --run 'a\\x0Ab' holds a line end\n");
+  EXPECT_FALSE(fs::exists(Path("a\nb")));
 }
 
 TEST_F(QualifyVerb, DoesAgainOnlyWhatChanged) {
@@ -145,6 +259,30 @@ TEST_F(QualifyVerb, StopsBehindAStepThatFailed) {
   EXPECT_THAT(ended.err, HasSubstr("'nowhere' is not there"));
   EXPECT_THAT(ended.out, HasSubstr("NOT JUDGED: could not prepare the device's inputs (status 3)"));
   EXPECT_EQ(Record()["steps"].size(), 2U);
+}
+
+// Whichever verb meets such a model first.
+TEST_F(QualifyVerb, ShowsAConfigurationForAModelWithOpenSizes) {
+  OnnxWriter model;
+  model.Input("x", kOnnxFloat, {"batch", "rows", "columns"}).Output("y", kOnnxFloat, {"batch"});
+  support::WriteFile(Path("open.onnx"), model.Node("Relu", {"x"}, {"y"}).Image());
+  support::WriteFile(Path("empty.json"), "{}");
+  support::WriteFile(Path("list.txt"), "x\n");
+  support::WriteFile(Path("x"), "some");
+  const std::vector<std::vector<std::string>> calls{
+      {"inspect", "-m", "open.onnx"},
+      {"prepare", "-m", "open.onnx", "--input", "x", "-o", "out"},
+      {"launch", "-m", "open.onnx", "-j", "empty.json", "-i", "list.txt", "--run", "launched"},
+      {"calibrate", "-m", "open.onnx", "-i", "list.txt", "-o", "ranges.json"},
+      {"qualify", "-m", "open.onnx", "--input", "x", "--expected", "x", "--run", "run"},
+  };
+  for (const std::vector<std::string>& call : calls) {
+    const Outcome ended = Vorn(call);
+    EXPECT_EQ(ended.status, 4) << ended.Describe();
+    EXPECT_THAT(ended.err, HasSubstr("\nA configuration for -j that would do, with your numbers:\n"
+                                     "{\"model\": {\"dims\": {\"rows\": N, \"columns\": N}}}\n"))
+        << call.front();
+  }
 }
 
 TEST_F(QualifyVerb, NamesTheModelThatTheRuntimeRefuses) {
