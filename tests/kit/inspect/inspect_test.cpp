@@ -206,7 +206,8 @@ TEST_F(Inspect, TellsWhatIsMissingOrTooMuch) {
   EXPECT_EQ(nothing.err, "vorn inspect: -m MODEL or --log FILE is missing; --help tells more\n");
   EXPECT_EQ(Run({"--log", "x", "-m", "y"}).err,
             "vorn inspect: --log takes the place of --model; leave one of them out\n");
-  EXPECT_THAT(Run({"--log", "nowhere.txt"}).err, HasSubstr("the log 'nowhere.txt' is not there"));
+  EXPECT_THAT(Run({"--log", "nowhere.txt"}).err,
+              HasSubstr("the log 'nowhere.txt' cannot be opened"));
   EXPECT_EQ(Run({"-m", "model.om", "--json", "--layout", "x"}).err,
             "vorn inspect: --json and --layout exclude each other\n");
   EXPECT_EQ(Run({"-m", "model.om", "-b", "0"}).err,
