@@ -14,18 +14,22 @@ extern "C" void __gcov_reset();
 
 namespace {
 
-// Back to the faulty instruction or to abort(), either of which ends the program now.
-void WriteAndReturn(int signal) {
+// Back to the faulty instruction or to abort(), either of which ends the program now. A signal that
+// was sent does not come a second time by itself.
+void WriteAndReturn(int signal, siginfo_t* about, void*) {
   struct sigaction byDefault {};
   byDefault.sa_handler = SIG_DFL;
   sigaction(signal, &byDefault, nullptr);
   __gcov_dump();
+  const bool isSent = about->si_code <= 0;
+  if (isSent) syscall(SYS_tgkill, getpid(), gettid(), signal);
 }
 
 const bool kInstalled = [] {
   for (const int signal : {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV}) {
     struct sigaction writing {};
-    writing.sa_handler = WriteAndReturn;
+    writing.sa_sigaction = WriteAndReturn;
+    writing.sa_flags = SA_SIGINFO;
     sigaction(signal, &writing, nullptr);
   }
   return true;
