@@ -119,6 +119,7 @@ std::optional<Evidence> Scales::Weigh(
   }
   if (!isLikely) return std::nullopt;
 
+  ++wholeWeighed_;
   LevelCounts counts;
   const uint64_t count = question_.actual.size();
   for (uint64_t element = 0; element < count; ++element) look(element, counts);

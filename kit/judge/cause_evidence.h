@@ -66,9 +66,13 @@ class Scales {
       const Likeness& likeness,
       const std::function<std::optional<Told>(uint64_t element)>& told) const;
 
+  /// How many suppositions were likely enough to be held against all elements.
+  [[nodiscard]] uint64_t WholeWeighed() const { return wholeWeighed_; }
+
  private:
   const CauseQuestion& question_;
   Likeness likeness_;
+  mutable uint64_t wholeWeighed_ = 0;
   std::vector<uint64_t> differing_;  ///< some of the elements that are not as expected, by place
 };
 

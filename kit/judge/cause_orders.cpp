@@ -11,6 +11,11 @@ namespace {
 
 constexpr uint64_t kNowhere = UINT64_MAX;
 
+// What repeats itself looks right at thousands of strides: so many are looked at, and of those that
+// seem right so many are held against all elements, at each of which that takes a while.
+constexpr uint64_t kMostTried = 1 << 16;
+constexpr uint64_t kMostWeighed = 32;
+
 using PlaceOf = std::function<uint64_t(uint64_t element)>;
 
 class OrderFinder {
@@ -55,6 +60,7 @@ class OrderFinder {
     uint64_t lead = 0;
     float value = 0;
     for (const float actual : question_.actual) {
+      if (std::isnan(actual)) continue;  // it is like no other, not even itself
       if (lead == 0) value = actual;
       lead = actual == value ? lead + 1 : lead - 1;
     }
@@ -222,7 +228,9 @@ class OrderFinder {
     const uint64_t row = rowElements_;
     if (row < 2 || count_ / row < 2) return;
     const uint64_t most = std::min(2 * row, row + 1024);
+    const uint64_t mostWeighed = scales_.WholeWeighed() + kMostWeighed;
     for (uint64_t stride = row + 1; stride <= most; ++stride) {
+      if (scales_.WholeWeighed() >= mostWeighed) break;
       if (!IsLikelyStride(question_.actual, question_.expected, stride)) continue;
       const auto place = [=](uint64_t element) {
         const uint64_t column = element % stride;
@@ -235,8 +243,12 @@ class OrderFinder {
         break;
       }
     }
-    for (uint64_t stride = 0; stride <= most; ++stride) {
+    const uint64_t mostWrong = scales_.WholeWeighed() + kMostWeighed;
+    uint64_t tried = 0;
+    for (uint64_t stride = 0; stride <= most && tried < kMostTried; ++stride) {
+      if (scales_.WholeWeighed() >= mostWrong) return;
       if (stride == row || !IsLikelyStride(question_.expected, question_.actual, stride)) continue;
+      ++tried;
       const auto place = [=](uint64_t element) { return element / row * stride + element % row; };
       const std::string text = stride == 0 ? "the first row stands in every row"
                                            : "rows were taken " + std::to_string(stride) +

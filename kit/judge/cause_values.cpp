@@ -54,10 +54,12 @@ class ValueFinder {
     causes_.push_back({id, text, certainty});
   }
 
-  // What the expectation makes of each element.
+  // What the expectation makes of each element. It may be much smaller or larger than what was
+  // expected: the noise is in proportion to what is there.
   bool TryFunction(const char* id, const std::string& text,
                    const std::function<float(uint64_t)>& valueOf) {
-    const auto evidence = scales_.Weigh(likeness_, [&](uint64_t element) {
+    const Likeness likeness(actual_);
+    const auto evidence = scales_.Weigh(likeness, [&](uint64_t element) {
       return std::optional(Told{actual_[element], valueOf(element)});
     });
     if (!evidence) return false;
@@ -503,16 +505,22 @@ class ValueFinder {
     return own >= kLeast && own >= kTimes * rest;
   }
 
-  bool TowerInSize(const std::vector<uint64_t>& wrong) const {
+  bool TowerInSize(std::vector<uint64_t> wrong) const {
     constexpr double kTimes = 2;
     double least = std::numeric_limits<double>::infinity();
     for (const uint64_t i : wrong) {
       const double difference = std::abs(Difference(i));
       if (std::isfinite(difference)) least = std::min(least, difference);
     }
+    // There may be ten thousands of them: each is met in its turn.
+    std::sort(wrong.begin(), wrong.end());
+    auto next = wrong.begin();
     double rest = 0;
     for (uint64_t i = 0; i < count_; ++i) {
-      if (std::find(wrong.begin(), wrong.end(), i) != wrong.end()) continue;
+      if (next != wrong.end() && *next == i) {
+        ++next;
+        continue;
+      }
       if (!IsSame(actual_[i], expected_[i])) rest = std::max(rest, std::abs(Difference(i)));
     }
     return least >= kTimes * rest;

@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "judge/faults.h"
+#include "kit/judge/cause_evidence.h"
 #include "kit/tensor/element_type.h"
 
 namespace vorn::kit {
@@ -344,6 +345,59 @@ TEST(FindCauses, KnowsNoLayoutsOfOneChannel) {
     EXPECT_EQ(FirstText(Find(exchanged, wave, shape)),
               "rows-columns: rows and columns are exchanged");
   }
+}
+
+// A NaN is like no other value and hides none that more than half of the elements have: that the
+// last ones are missing is no shift.
+TEST(FindCauses, IsNotMisledByZerosAroundANan) {
+  Values expected(400, 0);
+  for (size_t i = 390; i < 400; ++i) expected[i] = static_cast<float>(i);
+  Values actual(400, 0);
+  actual[0] = NAN;
+  EXPECT_THAT(FirstText(Find(actual, expected)), Not(HasSubstr("shifted")));
+}
+
+// Numbers too large for float16 have bits of their own there. Next to what was expected they are as
+// good as nothing, and so is what is not they.
+TEST(FindCauses, TellsBitsOfFloat16FromNothing) {
+  Values expected(100);
+  Values actual(100);
+  for (size_t i = 0; i < 100; ++i) {
+    expected[i] = 1e30F * static_cast<float>(1 + i % 7);
+    actual[i] = static_cast<float>(i % 5);
+  }
+  EXPECT_EQ(FirstText(Find(actual, expected)), "none");
+}
+
+// What repeats itself looks right at hundreds of strides, and each of them would take a look at all
+// elements: of four millions for minutes.
+TEST(FindCauses, HoldsFewStridesAgainstAllElements) {
+  constexpr size_t kRow = 50000;
+  Values expected(2 * kRow);
+  for (size_t i = 0; i < expected.size(); ++i) {
+    expected[i] = std::sin(static_cast<float>(i % 100) * 0.06283185F);
+  }
+  Values actual = expected;
+  for (size_t i = 0; i < kRow; ++i) actual[kRow + i] = expected[i + 25];
+  for (size_t i = 0; i < kRow; i += 5) actual[i] = std::sin(static_cast<float>(i * i) * 0.3F);
+  CauseQuestion question;
+  question.actual = actual;
+  question.expected = expected;
+  question.shape = {2, kRow};
+  const Scales scales(question);
+  std::vector<Cause> causes;
+  FindOrderCauses(question, scales, causes);
+  EXPECT_EQ(FirstText(causes), "none");
+  EXPECT_GT(scales.WholeWeighed(), 20U);
+  EXPECT_LE(scales.WholeWeighed(), 100U);
+}
+
+TEST(FindCauses, TellsManyIsolatedElements) {
+  Values spots = Wave(20200);
+  for (size_t i = 0; i < 20200; i += 101) spots[20199 - i] += 50 + static_cast<float>(i % 7);
+  EXPECT_EQ(FirstText(Find(spots, Wave(20200))),
+            "isolated: 200 elements are wrong, the first at 100, and all others as expected or "
+            "nearly so");
 }
 
 TEST(FindCauses, BearsAnyValues) {
