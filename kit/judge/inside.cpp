@@ -131,7 +131,7 @@ double TimesOf(const InsideTensor& tensor) {
   return IsHeldAgainstFloor(tensor) ? TimesFloor(tensor.floor->actual, tensor.floor->floor) : NAN;
 }
 
-std::string TimesText(double times) {
+std::string TimesCell(double times) {
   if (std::isnan(times)) return "-";
   return std::isinf(times) ? "infinite" : NumberText(RoundedTo(times, 0.01));
 }
@@ -198,7 +198,7 @@ std::vector<std::string> RowOf(const Inside& inside, size_t place) {
   row.push_back(SnrText(tensor.census));
   if (inside.floor) {
     row.push_back(tensor.floor ? SnrText(tensor.floor->floor) : "-");
-    row.push_back(TimesText(TimesOf(tensor)));
+    row.push_back(TimesCell(TimesOf(tensor)));
   }
   row.push_back(tensor.census.elements > 0 ? ShareText(tensor.OutsideShare()) : "-");
   return row;
@@ -312,9 +312,9 @@ std::string BeginByFloor(const Inside& inside) {
   const auto greatest = inside.Greatest();
   if (!greatest) return text + "\n";
   text +=
-      "; its RMSE is " + TimesText(TimesOf(inside.tensors[*begin])) + " times that of the floor";
+      "; its RMSE is " + TimesCell(TimesOf(inside.tensors[*begin])) + " times that of the floor";
   if (*greatest == *begin) return text + ", and nowhere behind it more\n";
-  return text + ", and it grows to " + TimesText(TimesOf(inside.tensors[*greatest])) +
+  return text + ", and it grows to " + TimesCell(TimesOf(inside.tensors[*greatest])) +
          " times at " + Quoted(inside.tensors[*greatest].name) + "\n";
 }
 

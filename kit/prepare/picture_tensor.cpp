@@ -19,7 +19,7 @@ constexpr size_t kByteValues = 256;
 constexpr uint8_t kOpaque = 255;
 constexpr uint32_t kLanes = 8;  // floats of a vector of AVX2
 
-std::string TextOf(const PictureSize& size) {
+std::string SizeTextOf(const PictureSize& size) {
   return std::to_string(size.width) + "x" + std::to_string(size.height);
 }
 
@@ -287,8 +287,8 @@ Picture CropBy(Picture picture, const CropStep& step, const PictureSize& models,
   const PictureSize size = step.size.value_or(models);
   if (size == SizeOf(picture)) return picture;
   if (size.width > picture.width || size.height > picture.height) {
-    throw Fault(ExitStatus::kInput, "is " + TextOf(SizeOf(picture)) +
-                                        " where the recipe crops, and " + TextOf(size) +
+    throw Fault(ExitStatus::kInput, "is " + SizeTextOf(SizeOf(picture)) +
+                                        " where the recipe crops, and " + SizeTextOf(size) +
                                         " are to be cut out; resize to more before");
   }
   geometry.cutLeft = Rounded((picture.width - size.width) / 2.0, step.rounding);
@@ -495,9 +495,9 @@ PictureGeometry MakeTensor(Picture picture, int orientation, const Recipe& recip
   }
   if (recipe.crop) picture = CropBy(std::move(picture), *recipe.crop, target.size, geometry);
   if (SizeOf(picture) != target.size) {
-    throw Fault(ExitStatus::kInput, "is " + TextOf(SizeOf(picture)) +
+    throw Fault(ExitStatus::kInput, "is " + SizeTextOf(SizeOf(picture)) +
                                         " at the end of the recipe '" + Printable(recipe.name) +
-                                        "', and the input takes " + TextOf(target.size) +
+                                        "', and the input takes " + SizeTextOf(target.size) +
                                         "; put a \"resize\" or \"crop\" to \"model\" into it");
   }
   bytes.resize(target.Bytes());

@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t kPieceBytes = 1 << 20;
 constexpr uint64_t kMostCount = uint64_t{1} << 40;
-constexpr uint64_t kMostChannels = 65535;
+constexpr uint64_t kMostSignalChannels = 65535;
 
 [[noreturn]] void RefuseSignal(const std::string& what, const std::string& reason) {
   throw Fault(ExitStatus::kInput, what + " " + reason);
@@ -164,7 +164,7 @@ void TakeChannel(const SampleGrid& grid, const SampleReader& reader, const Signa
   }
 }
 
-SampleFormat FormatOf(ElementType type, const std::string& what) {
+SampleFormat SampleFormatOf(ElementType type, const std::string& what) {
   SampleFormat format;
   format.bytes = static_cast<uint32_t>(ElementBytes(type));
   format.isBigEndian = std::endian::native == std::endian::big;
@@ -237,7 +237,7 @@ SignalSource OpenRawSignal(const std::string& path, const Json& format) {
   if (const Json* rate = format.Find("rate")) source.rate = CountOf(*rate, "rate");
   if (const Json* channels = format.Find("channels")) {
     source.channels = CountOf(*channels, "channels");
-    if (source.channels > kMostChannels) {
+    if (source.channels > kMostSignalChannels) {
       throw JsonError("channels is " + ShownValue(*channels) + ", and 65535 are taken at most");
     }
   }
@@ -281,7 +281,7 @@ Signal ReadSignal(const SignalSource& source, const SignalRecipe& recipe, uint64
 
 Signal SignalOf(const Array& array, const SignalRecipe& recipe, const std::string& what,
                 uint64_t mostBytes) {
-  const SampleFormat format = FormatOf(array.type, what);
+  const SampleFormat format = SampleFormatOf(array.type, what);
   SampleGrid grid{array.bytes.data(), format.bytes, 0, 1};
   uint64_t samples = array.Elements();
   if (array.shape.size() == 2) {
