@@ -27,6 +27,7 @@
 #include "kit/launch/plan.h"
 #include "kit/launch/program_log.h"
 #include "kit/launch/run_folder.h"
+#include "kit/launch/run_report.h"
 #include "kit/model/model_json.h"
 #include "kit/run/run_directory.h"
 #include "kit/runtime/describe.h"
@@ -102,6 +103,20 @@ class EndAsked {
   static constexpr std::array kSignals{SIGINT, SIGTERM, SIGHUP};
   std::array<struct sigaction, kSignals.size()> before_{};
 };
+
+// What the run tells of why it is not done, which goes with it; empty where it tells nothing.
+std::string WhyNotDone(const std::string& run) {
+  try {
+    for (const RunWarning& warning : ReadRun(run).warnings) {
+      if (warning.id == kProgramEndWarning) return warning.message;
+    }
+    for (const SampleRecord& sample : ReadSamples(run)) {
+      if (sample.reason) return *sample.reason;
+    }
+  } catch (const Fault&) {  // it was refused, or cut off, and has said so itself
+  }
+  return "";
+}
 
 // ---- How far a part is --------------------------------------------------------------------------
 
@@ -296,11 +311,12 @@ class Calibration {
     EndAsked::Check();
     if (end.asked != 0) EndAsked::RefuseToGoOn(end.asked);
     if (end.status != ExitStatus::kDone) {
+      const std::string why = WhyNotDone(run);
       throw Fault(end.status, "the run of inferences " + std::to_string(first) + " to " +
                                   std::to_string(first + count - 1) + " (" +
                                   Printable(request_.list) + ":" +
                                   std::to_string(lines_[first * perInference_].number) +
-                                  " on) failed: " + CommandText(call));
+                                  " on) failed: " + (why.empty() ? CommandText(call) : why));
     }
     for (const SampleRecord& sample : ReadSamples(run)) Measure(run, sample, model);
     std::error_code ignored;

@@ -149,6 +149,31 @@ TEST_F(CalibrateVerb, NamesTheListAndItsLines) {
 }
 
 // What stands before a ':' of a line is a name.
+// Its records go with the folder that they lie in: what they tell has to be said before. The
+// program writes a text of an inner tensor beyond what it may.
+TEST_F(CalibrateVerb, SaysWhyARunFailed) {
+  support::Command command;
+  command.program = "/bin/sh";
+  command.arguments = {"-c",
+                       "ulimit -f 24; exec \"$@\"",
+                       "sh",
+                       VORN_COMMAND,
+                       "calibrate",
+                       "-m",
+                       kDigits + "/digits.onnx",
+                       "-i",
+                       kDigits + "/list.txt",
+                       "-o",
+                       "ranges.json",
+                       "--most",
+                       "2"};
+  command.directory = folder_.Path();
+  command.environment = {{"XDG_CACHE_HOME", Path("cache")}};
+  const Outcome ended = RunCommand(command);
+  EXPECT_EQ(ended.status, 5) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("on) failed: ended by SIGXFSZ"));
+}
+
 TEST_F(CalibrateVerb, TakesListsFromFoldersOfAnyName) {
   fs::create_directories(Path("a:b"));
   fs::copy(kDigits + "/pictures/000.bin", Path("a:b/x.bin"));
