@@ -158,6 +158,10 @@ VerbEnd RunVerbProcess(const VerbCall& call) {
   signals.Restore();
   end.asked = g_asked;
   if (end.asked == SIGTERM || end.asked == SIGHUP) (void)raise(end.asked);
+  if (WIFSIGNALED(status) && end.asked != 0) {
+    end.status = ExitStatus::kPartial;  // it was asked to, and has no order of its own to end in
+    return end;
+  }
   if (WIFSIGNALED(status)) {
     throw Fault(ExitStatus::kRuntime, "'vorn " + call.verb + "' was ended by signal " +
                                           std::to_string(WTERMSIG(status)) + " (" +

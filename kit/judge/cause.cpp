@@ -155,6 +155,7 @@ std::vector<Cause> FindCauses(const CauseQuestion& question) {
     FindOrderCauses(question, scales, causes);
     FindChannelCauses(question, scales, causes);
     FindValueCauses(question, scales, causes);
+    if (causes.empty()) FindShortType(question, causes);
   }
   // Of causes that explain as much the one that was found first is the more specific.
   std::stable_sort(causes.begin(), causes.end(), [](const Cause& a, const Cause& b) {

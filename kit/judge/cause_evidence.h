@@ -88,6 +88,10 @@ void FindValueCauses(const CauseQuestion& question, const Scales& scales,
                      std::vector<Cause>& causes);
 void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes);
 
+/// For what nothing else explains: whether the values are such as a shorter type holds, however far
+/// from the expected ones.
+void FindShortType(const CauseQuestion& question, std::vector<Cause>& causes);
+
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_JUDGE_CAUSE_EVIDENCE_H_

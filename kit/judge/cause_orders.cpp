@@ -84,9 +84,8 @@ class OrderFinder {
       ++explained;
       moved += likeness_.AreAlike(actual, *majority_) ? 0 : 1;
     }
-    constexpr uint64_t kFewest = 2;
     constexpr uint64_t kOneOf = 20;
-    return explained == 0 || (moved >= kFewest && moved * kOneOf >= explained);
+    return explained == 0 || (moved > 0 && moved * kOneOf >= explained);
   }
 
   bool Try(const char* id, const std::string& text, const PlaceOf& placeOf) {

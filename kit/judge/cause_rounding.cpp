@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 
 #include "kit/judge/cause_evidence.h"
 #include "kit/judge/rules.h"
@@ -216,6 +217,36 @@ void FindRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
   // Few bits of bfloat16 are few of float16, too.
   if (HasPrecisionOf("rounded-bfloat16", "bfloat16", brain, causes)) return;
   HasPrecisionOf("rounded-float16", "float16", half, causes);
+}
+
+void FindShortType(const CauseQuestion& question, std::vector<Cause>& causes) {
+  struct ShortType {
+    const char* id;
+    const char* name;
+    float (*round)(float);
+  };
+  constexpr ShortType kTypes[] = {{"rounded-bfloat16", "bfloat16", RoundedToBfloat16},
+                                  {"rounded-float16", "float16", RoundedToFloat16}};
+  // Whole numbers and the like are ones of every type.
+  constexpr size_t kFewestValues = 16;
+  std::set<float> values;
+  for (const float value : question.actual) {
+    if (values.size() == kFewestValues) break;
+    if (std::isfinite(value) && value != std::nearbyint(value)) values.insert(value);
+  }
+  if (values.size() < kFewestValues) return;
+  constexpr double kMostBefore = 0.7;
+  constexpr double kCertainty = 0.5;  // it says what was computed in, and not what went wrong
+  for (const ShortType& type : kTypes) {
+    const Shares shares = SharesOf(question, type.round, 0);
+    if (shares.actual < 1 || shares.expected > kMostBefore) continue;
+    causes.push_back({type.id,
+                      "every value is one of " + std::string(type.name) +
+                          ", and they differ by more than its steps: errors of it have grown, or "
+                          "something else is wrong, too",
+                      kCertainty});
+    return;
+  }
 }
 
 }  // namespace vorn::kit

@@ -428,18 +428,20 @@ class ValueFinder {
     std::sort(order.begin(), order.end(),
               [&](uint32_t a, uint32_t b) { return expected_[a] < expected_[b]; });
     uint64_t kept = 0;
+    uint64_t lost = 0;  // values that are the same keep no order, and lose none
     uint64_t risen = 0;
     for (uint64_t i = 1; i < count_; ++i) {
       const bool isTie = expected_[order[i]] == expected_[order[i - 1]];
       if (isTie) continue;
       ++risen;
-      kept += actual_[order[i]] >= actual_[order[i - 1]] ? 1 : 0;
+      kept += actual_[order[i]] > actual_[order[i - 1]] ? 1 : 0;
+      lost += actual_[order[i]] < actual_[order[i - 1]] ? 1 : 0;
     }
-    if (risen < kFewest - 1 || kept * 100 < risen * 98) return;
+    if (risen < kFewest - 1 || kept * 4 < risen || lost * 100 > (kept + lost) * 2) return;
     Add("order-kept",
         "the order of the values is kept and the values are not: an activation is missing, or "
         "another one was taken",
-        0.8 * static_cast<double>(kept) / static_cast<double>(risen));
+        0.8 * static_cast<double>(kept) / static_cast<double>(kept + lost));
   }
 
   // ---- Few elements -----------------------------------------------------------------------------

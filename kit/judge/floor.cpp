@@ -49,11 +49,20 @@ std::string AnswerText(const FloorReport& report, const FloorComparison& one) {
       text += "could not be held against the floor";
       break;
   }
+  if (HasLostIt(one.floor)) {
+    text += "; the floor itself has lost this output (SNR " +
+            NumberText(Rounded(one.floor.Snr(), 0.1)) + " dB), and to be as good says nothing";
+  }
   if (!one.leftOut.empty()) text += " (left out: " + Printable(one.leftOut) + ")";
   return text + "\n";
 }
 
 }  // namespace
+
+bool HasLostIt(const Census& floor) {
+  constexpr double kLeastSnr = 3;  // dB: its noise is half of the signal
+  return floor.finite > 0 && floor.Snr() < kLeastSnr;
+}
 
 double TimesFloor(const Census& actual, const Census& floor) {
   const double own = actual.Rmse();
@@ -122,7 +131,8 @@ Json FloorJson(const FloorReport& report) {
                               {"floorRmse", one.floor.Rmse()},
                               {"times", TimesFloor(one.actual, one.floor)},
                               {"snrDb", one.actual.Snr()},
-                              {"floorSnrDb", one.floor.Snr()}});
+                              {"floorSnrDb", one.floor.Snr()},
+                              {"isFloorLost", HasLostIt(one.floor)}});
     if (!one.leftOut.empty()) json.Set("leftOut", one.leftOut);
     outputs.Append(json);
   }

@@ -21,6 +21,10 @@ inline constexpr double kFloorRatio = 1.25;
 /// alone is, no number where nothing finite was compared.
 [[nodiscard]] double TimesFloor(const Census& actual, const Census& floor);
 
+/// Whether hardly anything of what was expected is left in the floor: below an SNR of 3 dB whatever
+/// is as good as it is no better than nothing.
+[[nodiscard]] bool HasLostIt(const Census& floor);
+
 enum class FloorAnswer {
   kWithin,       ///< what the precision has to lose, or less
   kWorse,        ///< more than that, or numbers that are none where the floor has some

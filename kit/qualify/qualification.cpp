@@ -214,10 +214,9 @@ class Steps {
   }
 
   bool Describe(const QualifiedSide& side, const std::string& name) {
-    if (Take({"describe the " + name, DescribeCall(side, ConfigOf(side), name), {}, ""}) !=
-        ExitStatus::kDone) {
-      return false;
-    }
+    const ExitStatus described =
+        Take({"describe the " + name, DescribeCall(side, ConfigOf(side), name), {}, ""});
+    if (described != ExitStatus::kDone || WasStopped()) return false;
     const std::string description = Path(name + ".model.json");
     ClearPlace(description);
     WriteWholeFile(description, steps_.back().out);
@@ -229,6 +228,7 @@ class Steps {
     const ExitStatus prepared =
         Take({"prepare the " + name + "'s inputs", PrepareCall(side, inputs, name), {}, ""});
     if (prepared != ExitStatus::kDone && prepared != ExitStatus::kPartial) return false;
+    if (WasStopped()) return false;
     return RunOne(side, name, inputs + "/list.txt");
   }
 
@@ -238,7 +238,7 @@ class Steps {
     if (!IsRunOf(run, side, config, list)) fs::remove_all(run);
     const ExitStatus launched =
         Take({"run the " + name, LaunchCall(side, config, list, run), {}, ""});
-    return launched == ExitStatus::kDone || launched == ExitStatus::kPartial;
+    return (launched == ExitStatus::kDone || launched == ExitStatus::kPartial) && !WasStopped();
   }
 
   std::string ConfigOf(const QualifiedSide& side) const {
@@ -363,10 +363,13 @@ class Steps {
     VerbEnd end = RunVerbProcess(step.call);
     step.status = end.status;
     step.out = std::move(end.out);
+    step.wasStopped = end.asked != 0;
     show_(step);
     steps_.push_back(std::move(step));
     return end.status;
   }
+
+  [[nodiscard]] bool WasStopped() const { return !steps_.empty() && steps_.back().wasStopped; }
 
   void WriteRecord() const {
     Json steps = Json::Array();

@@ -59,6 +59,7 @@ struct QualifyStep {
   VerbCall call;
   std::optional<ExitStatus> status;  ///< empty: not reached
   std::string out;
+  bool wasStopped = false;  ///< by a signal: nothing behind it runs
 };
 
 /// Runs the steps one behind the other, all descriptions of models first; `show` is told of each

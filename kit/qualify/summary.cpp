@@ -81,7 +81,30 @@ const QualifyStep* FindStep(const std::vector<QualifyStep>& steps, const std::st
   return nullptr;
 }
 
-std::string HeadlineOf(const std::vector<QualifyStep>& steps) {
+// Of a run of which samples are missing, which is what the status of judge says first.
+std::string PartialHeadline(const std::string& run) {
+  const std::string wrong = "NOT QUALIFIED: outputs differ, and some samples are missing";
+  try {
+    const Json verdict = ParseJson(
+        ReadWholeFile(run + "/verdict.json", "the verdict", ExitStatus::kInput, kMostVerdictBytes));
+    bool isAnyThere = false;
+    for (const Json& output : verdict.At("outputs").Items()) {
+      if (output.At("verdict").AsText() == "wrong") return wrong;
+      isAnyThere = isAnyThere || output.At("samples").AsUnsigned() > 0;
+    }
+    return isAnyThere ? "NOT WHOLE: what is there is right, and some samples are missing"
+                      : "NOT JUDGED: all samples are missing";
+  } catch (const Fault&) {
+    return "NOT JUDGED: the verdict cannot be read";
+  } catch (const JsonError&) {
+    return "NOT JUDGED: the verdict cannot be read";
+  }
+}
+
+std::string HeadlineOf(const std::string& run, const std::vector<QualifyStep>& steps) {
+  if (steps.back().wasStopped) {
+    return "STOPPED: could not " + steps.back().name + "; the same command goes on";
+  }
   const QualifyStep* judged = FindStep(steps, "judge");
   if (judged == nullptr) {
     const QualifyStep& last = steps.back();
@@ -94,9 +117,7 @@ std::string HeadlineOf(const std::vector<QualifyStep>& steps) {
     case ExitStatus::kDiffers:
       return "NOT QUALIFIED: outputs differ";
     case ExitStatus::kPartial:
-      return *judged->status == ExitStatus::kDiffers
-                 ? "NOT QUALIFIED: outputs differ, and some samples are missing"
-                 : "NOT WHOLE: what is there is right, and some samples are missing";
+      return PartialHeadline(run);
     case ExitStatus::kNothing:
       return "NOT JUDGED: nothing could be compared";
     default:
@@ -187,7 +208,7 @@ bool AreAllWithinFloor(const Json& verdict) {
   if (floor == nullptr) return false;
   const auto& outputs = floor->At("outputs").Items();
   return !outputs.empty() && std::all_of(outputs.begin(), outputs.end(), [](const Json& output) {
-    return output.At("answer").AsText() == "within";
+    return output.At("answer").AsText() == "within" && !output.At("isFloorLost").AsBool();
   });
 }
 
@@ -230,7 +251,7 @@ std::string HintText(const Qualification& qualification, const std::vector<Quali
 std::string SummaryText(const Qualification& qualification, const std::vector<QualifyStep>& steps) {
   if (steps.empty()) return "";
   const std::string& run = qualification.run;
-  std::string text = HeadlineOf(steps) + "\n\n";
+  std::string text = HeadlineOf(run, steps) + "\n\n";
   TextTable sides({{""},
                    {"model"},
                    {"runtime"},

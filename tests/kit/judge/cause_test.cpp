@@ -207,6 +207,20 @@ TEST(FindCauses, IsNotMisledByFaintSamples) {
   EXPECT_EQ(FirstText(FindCauses(question)), "constant: every element is 0");
 }
 
+// One class of ten stood where another one was expected: a single value was moved.
+TEST(FindCauses, TellsStaleScoresOfFewLevels) {
+  const Values before{0, 0, 0, 0.9999F, 0, 0.0001F, 0, 0, 0, 0};
+  const Values stale{0, 0, 0, 1, 0, 0, 0, 0, 0, 0};
+  const Values expected{0, 0.0003F, 0, 0, 0, 0, 0, 0.9996F, 0.0001F, 0};
+  CauseQuestion question;
+  question.actual = stale;
+  question.expected = expected;
+  question.shape = {1, 10};
+  question.before = before;
+  question.reach = 1;
+  EXPECT_THAT(FirstText(FindCauses(question)), HasSubstr("stale"));
+}
+
 // A score of 1 and noughts, of 0.9995 and the like.
 TEST(FindCauses, TellsRoundedScoresOfTwoLevels) {
   const Values scores{0.0001F, 0.0002F, 0.9995F, 0.0002F};
@@ -218,6 +232,33 @@ TEST(FindCauses, TellsRoundedScoresOfTwoLevels) {
   EXPECT_THAT(FirstText(FindCauses(question)), Not(HasSubstr("8 bits")));
   question.reach = 1;
   EXPECT_THAT(FirstText(FindCauses(question)), HasSubstr("rounded to 8 bits"));
+}
+
+// Nearly all is 0 on both sides, and the rest has nothing to do with each other.
+TEST(FindCauses, SeesNoOrderInNoughts) {
+  Values expected(2000, 0);
+  Values actual(2000, 0);
+  const Values wave = Wave(200);
+  for (size_t i = 0; i < 200; ++i) {
+    expected[i * 9 + 4] = 1 + std::abs(wave[i]);
+    if (i % 9 == 0) actual[i * 9 + 7] = 2;
+  }
+  EXPECT_THAT(FirstText(Find(actual, expected)), Not(HasSubstr("order-kept")));
+}
+
+// Differences have grown far beyond a step, and every value still is one that the type holds.
+TEST(FindCauses, TellsWhatWasComputedIn) {
+  const Values wave = Wave(500);
+  Values brain = wave;
+  Values half = wave;
+  for (size_t i = 0; i < 500; ++i) {
+    const float off = 0.3F * std::sin(static_cast<float>(i) * 1.7F);
+    brain[i] = RoundedToBfloat16(wave[i] + off);
+    half[i] = RoundedToFloat16(wave[i] + off);
+  }
+  EXPECT_THAT(FirstText(Find(brain, wave)), HasSubstr("every value is one of bfloat16"));
+  EXPECT_THAT(FirstText(Find(half, wave)), HasSubstr("every value is one of float16"));
+  EXPECT_LE(Find(half, wave).at(0).certainty, 0.5);
 }
 
 // Some differences are greater than others, and none of the rest is as expected.

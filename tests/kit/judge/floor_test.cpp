@@ -90,6 +90,11 @@ TEST(FloorText, AnswersInWords) {
   EXPECT_THAT(text, HasSubstr("\nodd: could not be held against the floor (left out: sample 3, "
                               "gone)\n"));
   EXPECT_THAT(text, HasSubstr("the floor is 'rounded'; up to 1.25 times its RMSE is within\n"));
+  report.outputs = {Compared({1, -1, 1}, {1, -1, 1}, {-1, 1, 1})};
+  EXPECT_THAT(
+      FloorText(report),
+      HasSubstr("RMSE 1 times that of the floor; the floor itself has lost this output (SNR "
+                "-4.3 dB), and to be as good says nothing\n"));
   report.precision = "";
   EXPECT_THAT(FloorText(report), HasSubstr("within what the floor has to lose"));
 }

@@ -25,6 +25,33 @@ TEST(SummaryText, SaysThatASideDidNotRunWhereNoRunIsLeft) {
                                       "/qualify.json (each step as a command)\n"));
 }
 
+// The status says first that samples are missing: what is there may be wrong all the same.
+TEST(SummaryText, CallsNothingRightThatIsNot) {
+  const support::TempDir folder;
+  Qualification qualification;
+  qualification.run = folder.Path();
+  QualifyStep step{"judge", {}, ExitStatus::kPartial, ""};
+  step.call.verb = "judge";
+  const auto headline = [&](const std::string& verdict, int samples) {
+    support::WriteFile(folder.Path() / "verdict.json",
+                       R"({"outputs": [{"verdict": "right", "samples": 0}, {"verdict": ")" +
+                           verdict + R"(", "samples": )" + std::to_string(samples) + "}]}");
+    const std::string text = SummaryText(qualification, {step});
+    return text.substr(0, text.find('\n'));
+  };
+  EXPECT_EQ(headline("wrong", 7), "NOT QUALIFIED: outputs differ, and some samples are missing");
+  EXPECT_EQ(headline("right", 7),
+            "NOT WHOLE: what is there is right, and some samples are missing");
+  EXPECT_EQ(headline("right", 0), "NOT JUDGED: all samples are missing");
+}
+
+TEST(SummaryText, SaysWhereItWasStopped) {
+  QualifyStep step{"run the device", {}, ExitStatus::kPartial, ""};
+  step.wasStopped = true;
+  EXPECT_THAT(SummaryText(Qualification{}, {step}),
+              StartsWith("STOPPED: could not run the device; the same command goes on\n"));
+}
+
 TEST(SummaryText, IsNothingWithoutAStep) { EXPECT_EQ(SummaryText(Qualification{}, {}), ""); }
 
 }  // namespace
