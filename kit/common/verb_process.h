@@ -32,9 +32,9 @@ struct VerbEnd {
 /// whole group of processes, such as Ctrl-C, reaches both; SIGINT, SIGTERM and SIGHUP that reach
 /// this process alone are handed on. This one waits for the other to end in order, and then gives
 /// itself a SIGTERM or SIGHUP that came, as if it came only now; after a SIGINT it goes on. Throws
-/// a Fault of kOwnFault if the program is not there, and one of kRuntime if a signal ended it that nobody had
-/// asked it by; one that ended of being asked has the status kPartial. For
-/// one thread of the process at a time.
+/// a Fault of kOwnFault if the program is not there, and one of kRuntime if a signal ended it that
+/// nobody had asked it by; one that ended of being asked has the status kPartial. For one thread of
+/// the process at a time.
 [[nodiscard]] VerbEnd RunVerbProcess(const VerbCall& call);
 
 }  // namespace vorn::kit
