@@ -26,7 +26,7 @@ Array ArrayOf(ElementType type, Shape shape, const std::string& bytes) {
   array.type = type;
   array.shape = std::move(shape);
   array.bytes.resize(bytes.size());
-  std::memcpy(array.bytes.data(), bytes.data(), bytes.size());
+  if (!bytes.empty()) std::memcpy(array.bytes.data(), bytes.data(), bytes.size());
   return array;
 }
 
