@@ -52,7 +52,8 @@ constexpr Option kOptions[] = {
      "End a process that takes longer for one inference, from its first file on. Its start and the "
      "loading of the model are not in it; --timeout ends them, too."},
     {"no-text", 0, "",
-     "Remove the .float files as soon as the dump beside them is there; they are most of the bytes."},
+     "Remove the .float files as soon as the dump beside them is there; they are most of the "
+     "bytes."},
     {"npy", 0, "", "Put a .npy array, in its shape, beside each dump."},
     {"no-trace", 0, "", "Put no layer under the program: there are no times of executions then."},
     {"program", 0, "FILE",

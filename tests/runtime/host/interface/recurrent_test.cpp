@@ -580,11 +580,10 @@ TEST_F(HostRecurrent, OtherOpenSizesAreRefusedByName) {
   EXPECT_THAT(Refusal(WithState({1, ""}, {1, 1, 2})),
               HasSubstr("input 'x' leaves sizes open in [1, ?]; give them, also where 1 is meant, "
                         "with 'inputDims' {\"x\": [1, N]}"));
-  EXPECT_THAT(
-      Refusal(WithState({1, 2}, {"layers", "batch", 2})),
-      HasSubstr("input 'h' leaves sizes open in [layers, batch, 2]; give them, also where "
-                "1 is meant, with 'dims' {\"layers\": N, \"batch\": N} or 'inputDims' "
-                "{\"h\": [N, N, 2]}"));
+  EXPECT_THAT(Refusal(WithState({1, 2}, {"layers", "batch", 2})),
+              HasSubstr("input 'h' leaves sizes open in [layers, batch, 2]; give them, also where "
+                        "1 is meant, with 'dims' {\"layers\": N, \"batch\": N} or 'inputDims' "
+                        "{\"h\": [N, N, 2]}"));
   const auto whole = [](const std::vector<OnnxDim>& x) {
     return OnnxWriter()
         .Input("x", kOnnxFloat, x)
