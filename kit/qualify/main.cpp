@@ -66,7 +66,9 @@ constexpr Verb kQualify{
         "\"inputs\"},\n"
         "\"reference\": {the same}, \"floor\", \"expected\", \"batch\", \"most\", \"chunk\", "
         "\"map\",\n"
-        "\"rules\", \"preset\", \"labels\"}, where \"inputs\" are those of a job of vorn prepare.\n"
+        "\"rules\", \"preset\", \"labels\"}, where \"inputs\" are those of a job of vorn prepare; "
+        "a\n"
+        "reference without any has the device's.\n"
         "\n"
         "Ends with the status of the steps: 0 if all is right, 6 if outputs differ, 8 if samples\n"
         "are missing, and that of the step that failed.",

@@ -95,6 +95,7 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
   qualification.device = SideFrom(json.At("device"), folder);
   if (const Json* reference = json.Find("reference")) {
     qualification.reference = SideFrom(*reference, folder);
+    if (!qualification.reference->job) qualification.reference->job = qualification.device.job;
   }
   if (const Json* floor = json.Find("floor")) qualification.floor = Below(folder, floor->AsText());
   if (const Json* expected = json.Find("expected")) {
@@ -398,8 +399,8 @@ void CheckSide(const QualifiedSide& side, const char* name) {
     throw Fault(ExitStatus::kUsage, std::string("the model of the ") + name + " is missing");
   }
   if (side.inputs.empty() && !side.job) {
-    throw Fault(ExitStatus::kUsage,
-                std::string("nothing says what the ") + name + " is given: no --input");
+    throw Fault(ExitStatus::kUsage, std::string("nothing says what the ") + name +
+                                        " is given; give --input, or \"inputs\" in a file");
   }
 }
 

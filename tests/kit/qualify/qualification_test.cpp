@@ -422,6 +422,21 @@ TEST(ReadQualification, TakesEveryKeyOfASide) {
   EXPECT_TRUE(side.job);
 }
 
+// As --reference without --reference-input.
+TEST(ReadQualification, GivesTheReferenceWhatTheDeviceIsGiven) {
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "q.json";
+  const auto nameFor = [&](const std::string& inputs) {
+    support::WriteFile(path, R"({"schema": 1, "device": {"model": "m.om", "inputs":
+        [{"name": "x", "source": "pictures"}]}, "reference": {"model": "r.onnx")" +
+                                 inputs + "}}");
+    const auto job = ReadQualification(path).reference->job;
+    return job ? job->Items().at(0).At("name").AsText() : "none";
+  };
+  EXPECT_EQ(nameFor(""), "x");
+  EXPECT_EQ(nameFor(R"(, "inputs": [{"name": "y", "source": "pictures"}])"), "y");
+}
+
 TEST(StatusOf, IsTheFirstOfTheTableThatHolds) {
   const auto with = [](const std::vector<ExitStatus>& statuses) {
     std::vector<QualifyStep> steps;
