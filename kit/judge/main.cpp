@@ -183,7 +183,7 @@ void TakeFloor(const Arguments& arguments, JudgeRequest& request) {
 
 // vorn-run finds it by its name.
 std::optional<std::string> TakeReferenceRuntime(const Arguments& arguments) {
-  const auto runtime = arguments.Get("reference-runtime");
+  auto runtime = arguments.Get("reference-runtime");
   if (!runtime) return std::nullopt;
   const std::string name = runtime->substr(runtime->rfind('/') + 1);
   if (name == "libvorn.so" && access(runtime->c_str(), R_OK) == 0) return runtime;

@@ -83,7 +83,7 @@ const QualifyStep* FindStep(const std::vector<QualifyStep>& steps, const std::st
 
 // Of a run of which samples are missing, which is what the status of judge says first.
 std::string PartialHeadline(const std::string& run) {
-  const std::string wrong = "NOT QUALIFIED: outputs differ, and some samples are missing";
+  std::string wrong = "NOT QUALIFIED: outputs differ, and some samples are missing";
   try {
     const Json verdict = ParseJson(
         ReadWholeFile(run + "/verdict.json", "the verdict", ExitStatus::kInput, kMostVerdictBytes));

@@ -204,7 +204,11 @@ TEST(Resize, GivesTheSameWithAllInstructions) {
       {1, 1, 5, 3},    {3, 2, 1, 1},    {5, 7, 4, 9},    {16, 16, 5, 5}, {17, 33, 16, 15},
       {31, 18, 37, 7}, {64, 3, 21, 19}, {33, 47, 66, 1}, {1, 40, 6, 13}, {100, 35, 32, 34},
       {2, 9, 90, 9},   {40, 1, 17, 1},  {6, 50, 5, 49},  {7, 5, 15, 10}, {95, 61, 11, 6}};
-  for (const auto& [width, height, newWidth, newHeight] : sizes) {
+  for (const auto& size : sizes) {
+    const uint32_t width = size[0];
+    const uint32_t height = size[1];
+    const uint32_t newWidth = size[2];
+    const uint32_t newHeight = size[3];
     for (uint32_t channels = 1; channels <= 3; channels += 2) {
       // Noise, and the largest values only, of which sums are the largest.
       Picture white = MakePicture(width, height, channels, PixelType::kUint8);
