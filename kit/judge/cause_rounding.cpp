@@ -11,6 +11,8 @@
 namespace vorn::kit {
 namespace {
 
+constexpr double kMostBefore = 0.7;  // of the expected values that have the form anyway
+
 // Shares of the elements of which something holds, where the expected one is finite and not 0.
 struct Shares {
   double actual = 0;    ///< the actual value has the form
@@ -43,7 +45,6 @@ Shares SharesOf(const CauseQuestion& question, float (*round)(float), double ste
 
 bool IsRoundedTo(const char* id, const std::string& name, const Shares& shares,
                  std::vector<Cause>& causes) {
-  constexpr double kMostBefore = 0.7;
   if (shares.expected > kMostBefore || shares.rounded < 0.99) return false;
   causes.push_back({id, "the values are the expected ones rounded to " + name, shares.rounded});
   return true;
@@ -51,7 +52,6 @@ bool IsRoundedTo(const char* id, const std::string& name, const Shares& shares,
 
 bool HasPrecisionOf(const char* id, const std::string& name, const Shares& shares,
                     std::vector<Cause>& causes) {
-  constexpr double kMostBefore = 0.7;
   if (shares.expected > kMostBefore || shares.near < 0.95 || shares.actual < 0.999) return false;
   causes.push_back({id, "the values have the precision of " + name + ", and differ by its steps",
                     0.9 * shares.near});
@@ -111,8 +111,8 @@ double UsualStepOf(std::span<const float> values) {
   return 0;
 }
 
-// How much of a tensor is the expected one in such steps.
-bool IsInSteps(const CauseQuestion& question, double step, double& share) {
+// The share of elements that are the expected ones in such steps; empty where too few are.
+std::optional<double> ShareInSteps(const CauseQuestion& question, double step) {
   const auto [least, most] = std::minmax_element(question.actual.begin(), question.actual.end());
   uint64_t explained = 0;
   uint64_t differing = 0;
@@ -127,9 +127,10 @@ bool IsInSteps(const CauseQuestion& question, double step, double& share) {
     differing += a != e ? 1 : 0;
     differingExplained += isExplained && a != e ? 1 : 0;
   }
-  share = static_cast<double>(explained) / static_cast<double>(question.actual.size());
   // Where nearly all is 0 on both sides, nearly all is explained by anything.
-  return differingExplained * 100 >= differing * 85 && share >= 0.97;
+  const double share = static_cast<double>(explained) / static_cast<double>(question.actual.size());
+  if (differingExplained * 100 < differing * 85 || share < 0.97) return std::nullopt;
+  return share;
 }
 
 // Of a sample that holds too few levels to tell a step: one of 8 bits over what was expected of all
@@ -172,25 +173,26 @@ bool AreMostlyNoughts(const CauseQuestion& question) {
 }
 
 void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) {
-  double share = 0;
   if (StepOf(question.expected) != 0) return;
   double step = StepOf(question.actual);
   if (step == 0 && UsualStepOf(question.expected) == 0) step = UsualStepOf(question.actual);
-  if (step != 0 && IsInSteps(question, step, share)) {
+  if (const auto share = step != 0 ? ShareInSteps(question, step) : std::nullopt) {
     causes.push_back({"rounded-int8",
                       "the values are the expected ones in steps of " + NumberText(step) +
                           ", at most 256 of them: rounded to 8 bits",
-                      share});
+                      *share});
     return;
   }
   step = FaintStepOf(question);
-  if (step == 0 || !AreMostlyNoughts(question) || !IsInSteps(question, step, share)) return;
+  if (step == 0 || !AreMostlyNoughts(question)) return;
+  const auto share = ShareInSteps(question, step);
+  if (!share) return;
   constexpr double kCertainty = 0.7;  // anything that is nearly 0 would look like this
   causes.push_back({"rounded-int8",
                     "no difference is more than half a step of 8 bits over the values of all "
                     "samples, about " +
                         NumberText(step) + ": rounded to 8 bits",
-                    kCertainty * share});
+                    kCertainty * *share});
   const float first = question.actual[0];
   if (std::any_of(question.actual.begin(), question.actual.end(),
                   [&](float value) { return value != first; })) {
@@ -235,7 +237,6 @@ void FindShortType(const CauseQuestion& question, std::vector<Cause>& causes) {
     if (std::isfinite(value) && value != std::nearbyint(value)) values.insert(value);
   }
   if (values.size() < kFewestValues) return;
-  constexpr double kMostBefore = 0.7;
   constexpr double kCertainty = 0.5;  // it says what was computed in, and not what went wrong
   for (const ShortType& type : kTypes) {
     const Shares shares = SharesOf(question, type.round, 0);

@@ -19,17 +19,13 @@ std::string TimesText(double times) {
   return std::isinf(times) ? "infinitely many times" : NumberText(times) + " times";
 }
 
-double Rounded(double value, double step) {
-  return std::isfinite(value) ? std::round(value / step) * step : value;
-}
-
 std::string Measure(const Census& census, double value) {
   return census.finite == 0 ? "-" : NumberText(value);
 }
 
 std::string AnswerText(const FloorReport& report, const FloorComparison& one) {
   const std::string precision = report.precision.empty() ? "the floor" : report.precision;
-  const double times = Rounded(TimesFloor(one.actual, one.floor), 0.01);
+  const double times = RoundedTo(TimesFloor(one.actual, one.floor), 0.01);
   std::string text = Printable(one.output) + ": ";
   switch (one.Answer(report.most)) {
     case FloorAnswer::kWithin:
@@ -51,13 +47,17 @@ std::string AnswerText(const FloorReport& report, const FloorComparison& one) {
   }
   if (HasLostIt(one.floor)) {
     text += "; the floor itself has lost this output (SNR " +
-            NumberText(Rounded(one.floor.Snr(), 0.1)) + " dB), and to be as good says nothing";
+            NumberText(RoundedTo(one.floor.Snr(), 0.1)) + " dB), and to be as good says nothing";
   }
   if (!one.leftOut.empty()) text += " (left out: " + Printable(one.leftOut) + ")";
   return text + "\n";
 }
 
 }  // namespace
+
+double RoundedTo(double value, double step) {
+  return std::isfinite(value) ? std::round(value / step) * step : value;
+}
 
 bool HasLostIt(const Census& floor) {
   constexpr double kLeastSnr = 3;  // dB: its noise is half of the signal
@@ -112,9 +112,9 @@ std::string FloorText(const FloorReport& report) {
          answer == FloorAnswer::kNotMeasured ? "not measured" : std::string(AnswerName(answer)),
          std::to_string(one.samples), Measure(one.actual, one.actual.Rmse()),
          Measure(one.floor, one.floor.Rmse()),
-         isMeasured ? NumberText(Rounded(TimesFloor(one.actual, one.floor), 0.01)) : "-",
-         Measure(one.actual, Rounded(one.actual.Snr(), 0.1)),
-         Measure(one.floor, Rounded(one.floor.Snr(), 0.1))});
+         isMeasured ? NumberText(RoundedTo(TimesFloor(one.actual, one.floor), 0.01)) : "-",
+         Measure(one.actual, RoundedTo(one.actual.Snr(), 0.1)),
+         Measure(one.floor, RoundedTo(one.floor.Snr(), 0.1))});
     answers += AnswerText(report, one);
   }
   return table.Text() + "\n" + answers + "the floor is " + Quoted(report.path) + "; up to " +

@@ -21,6 +21,9 @@ inline constexpr double kFloorRatio = 1.25;
 /// alone is, no number where nothing finite was compared.
 [[nodiscard]] double TimesFloor(const Census& actual, const Census& floor);
 
+/// The nearest multiple of `step`, as tables show it; what is not finite stays.
+[[nodiscard]] double RoundedTo(double value, double step);
+
 /// Whether hardly anything of what was expected is left in the floor: below an SNR of 3 dB whatever
 /// is as good as it is no better than nothing.
 [[nodiscard]] bool HasLostIt(const Census& floor);

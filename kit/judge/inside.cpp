@@ -113,10 +113,6 @@ std::string_view StateName(InsideState state) {
 
 bool IsMeasured(const InsideTensor& tensor) { return tensor.census.finite > 0; }
 
-double RoundedTo(double value, double step) {
-  return std::isfinite(value) ? std::round(value / step) * step : value;
-}
-
 std::string SnrText(const Census& census) {
   if (census.finite == 0) return "-";
   const double snr = census.Snr();

@@ -194,6 +194,11 @@ class ReferenceMaker {
     const VerbCall call{verb, std::move(words), {{"LD_LIBRARY_PATH", search}}, true};
     show_(call);
     VerbEnd end = RunVerbProcess(call);
+    if (end.asked != 0) {
+      throw Fault(ExitStatus::kPartial,
+                  "was stopped before the reference was made; nothing was "
+                  "judged");
+    }
     const bool isPartial = mayBePartial && end.status == ExitStatus::kPartial;
     if (end.status != ExitStatus::kDone && !isPartial) {
       throw Fault(end.status,
