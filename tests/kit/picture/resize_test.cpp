@@ -48,7 +48,7 @@ PixelType TypeNamed(const std::string& name) {
   throw std::runtime_error("the type " + name);
 }
 
-std::optional<ResizeBox> BoxNamed(std::string text) {
+std::optional<ResizeBox> BoxNamed(const std::string& text) {
   if (text == "-") return {};
   ResizeBox box;
   if (std::sscanf(text.c_str(), "%f,%f,%f,%f", &box.left, &box.top, &box.right, &box.bottom) != 4) {
@@ -110,14 +110,14 @@ std::vector<int32_t> TriangleWeights(uint32_t inSize, uint32_t outSize, uint32_t
   for (uint32_t i = 0; i < inSize; ++i) {
     // Whose middle, rounded half up, lies within the support.
     const bool isTaken = i >= static_cast<int64_t>(std::max(centre - widening + 0.5, 0.0)) &&
-                         i < static_cast<int64_t>(centre + widening + 0.5);
+                         i < static_cast<int64_t>(std::floor(centre + widening + 0.5));
     const double x = std::abs((i - centre + 0.5) * (1.0 / widening));
     if (isTaken && x < 1) weights[i] = 1 - x;
     sum += weights[i];
   }
   std::vector<int32_t> whole(inSize);
   for (uint32_t i = 0; i < inSize; ++i) {
-    whole[i] = static_cast<int32_t>(weights[i] / sum * (1 << 22) + 0.5);
+    whole[i] = static_cast<int32_t>(std::floor(weights[i] / sum * (1 << 22) + 0.5));
   }
   return whole;
 }
