@@ -244,6 +244,8 @@ struct OutputState {
   std::vector<uint64_t> wrongSamples;
   std::optional<LabelJudge> labels;
   FloorComparison floor;
+  /// Places in verdict.samples of those that are right, and of which no other rule says so.
+  std::vector<size_t> rightByFloor;
   bool isPaired = false;  ///< in a sample at least
   bool isActual = false;  ///< where it is not: the side that has it
 };
@@ -269,6 +271,7 @@ class Judging {
       if (onProgress_) onProgress_(i + 1, pairs_.size());
     }
     MissItems();
+    for (auto& [name, state] : states_) WithdrawByLostFloor(state);
     if (request_.isInside) OrderByGraph();
     if (request_.floor) {
       verdict_.floor = FloorReport{
@@ -573,7 +576,13 @@ class Judging {
                        return a.difference.size > b.difference.size;
                      });
     if (verdict.worst.size() > request_.worst) verdict.worst.resize(request_.worst);
-    if (broken.empty()) return;
+    if (broken.empty()) {
+      const bool isDifferent = census.finite > 0 && census.Rmse() > 0;
+      if (isDifferent && RestsOnFloorAlone(verdict.rules)) {
+        state.rightByFloor.push_back(verdict.samples.size() - 1);
+      }
+      return;
+    }
     verdict.wrong.push_back({sample, std::move(broken)});
     state.wrongSamples.push_back(sample);
   }
@@ -597,6 +606,22 @@ class Judging {
       NoteLeftOut(pair, reason.what(), comparison);
     }
     return std::nullopt;
+  }
+
+  // To be as good as a floor that has lost the output is not to be right. Whether it has is known
+  // of all samples together only: in one that holds nothing there is nothing to lose. What is worse
+  // than such a floor stays wrong.
+  static void WithdrawByLostFloor(OutputState& state) {
+    if (!HasLostIt(state.floor.floor)) return;
+    OutputVerdict& verdict = state.verdict;
+    const std::string reason =
+        "no rule but overFloor is about it, and the floor itself has lost this output (SNR " +
+        NumberText(RoundedTo(state.floor.floor.Snr(), 0.1)) +
+        " dB); bound another metric, top1 or snrDb, or measure the floor's ranges anew";
+    for (const size_t place : state.rightByFloor) {
+      verdict.samples[place].isRight = false;
+      verdict.notJudged.push_back({verdict.samples[place].sample, {reason}});
+    }
   }
 
   void NoteLeftOut(size_t pair, const std::string& reason, FloorComparison& comparison) const {

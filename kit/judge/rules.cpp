@@ -227,6 +227,12 @@ OutputRules RulesFor(const Rules& rules, const std::string& output, ElementType 
   return found;
 }
 
+bool RestsOnFloorAlone(const OutputRules& rules) {
+  return !rules.metrics.empty() &&
+         std::all_of(rules.metrics.begin(), rules.metrics.end(),
+                     [](const MetricRule& rule) { return rule.metric == Metric::kOverFloor; });
+}
+
 std::optional<double> ValueOf(Metric metric, const Census& census, const TopAgreement& agreement,
                               std::optional<double> overFloor) {
   switch (metric) {

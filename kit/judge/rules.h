@@ -87,6 +87,9 @@ struct OutputRules {
 [[nodiscard]] OutputRules RulesFor(const Rules& rules, const std::string& output, ElementType type,
                                    std::optional<double> step);
 
+/// Whether nothing but `overFloor` decides of it, which tells nothing where the floor is lost.
+[[nodiscard]] bool RestsOnFloorAlone(const OutputRules& rules);
+
 /// A metric of one sample's output; empty where it has none: top 1 of no probabilities, measures
 /// of no finite pair. `overFloor` is that metric's value, where there is a floor.
 [[nodiscard]] std::optional<double> ValueOf(Metric metric, const Census& census,

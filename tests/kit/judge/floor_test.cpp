@@ -217,5 +217,66 @@ TEST_F(FloorJudgement, DecidesWhereARuleAsksForIt) {
   }
 }
 
+// Nothing is left of what was expected: 1.0 times such a floor is as good as noise.
+TEST_F(FloorJudgement, CannotJudgeByAFloorThatLostTheOutput) {
+  for (const int sample : {0, 1}) {
+    const std::string folder = "/" + std::to_string(sample);
+    Dump("actual" + folder, {-1, 1, 1});
+    Dump("floor" + folder, {1, -1, 1});
+    Dump("expected" + folder, {-1, 1, -1});
+  }
+  const auto judged = [&](const std::string& others) {
+    request_.rules = ParseRules(
+        R"({"schema": 1, "rules": [{"output": "*", "metric": "overFloor", "atMost": 1.25})" +
+            others + "]}",
+        "the rules");
+    return Run();
+  };
+  const Verdict alone = judged("");
+  EXPECT_EQ(alone.Status(), ExitStatus::kNothing);
+  EXPECT_THAT(alone.outputs[0].wrong, SizeIs(0));
+  ASSERT_THAT(alone.outputs[0].notJudged, SizeIs(2));
+  EXPECT_EQ(alone.outputs[0].notJudged[1].sample, 1U);
+  EXPECT_EQ(alone.outputs[0].notJudged[1].reasons[0],
+            "no rule but overFloor is about it, and the floor itself has lost this output (SNR -6 "
+            "dB); bound another metric, top1 or snrDb, or measure the floor's ranges anew");
+  EXPECT_THAT(VerdictText(alone), HasSubstr("prob    not judged"));
+  EXPECT_THAT(VerdictText(alone), HasSubstr("1 output: 0 wrong, 1 not judged everywhere"));
+  EXPECT_THAT(VerdictJson(alone), HasSubstr(R"("verdict": "notJudged")"));
+  EXPECT_THAT(VerdictJUnit(alone), HasSubstr("<error message=\"could not be judged\">"));
+
+  // What another rule judged is judged.
+  EXPECT_EQ(judged(R"(, {"output": "prob", "metric": "maxAbs", "atMost": 2})").Status(),
+            ExitStatus::kDone);
+  EXPECT_EQ(judged(R"(, {"output": "prob", "atol": 2})").Status(), ExitStatus::kDone);
+  EXPECT_EQ(judged(R"(, {"output": "prob", "atol": 1})").Status(), ExitStatus::kDiffers);
+}
+
+TEST_F(FloorJudgement, IsWorseAndIsEqualBesideALostFloorAsWell) {
+  Dump("floor/0", {1, -1, 1});
+  Dump("expected/0", {-1, 1, -1});
+  request_.rules = ParseRules(
+      R"({"schema": 1, "rules": [{"output": "*", "metric": "overFloor", "atMost": 1.25}]})",
+      "the rules");
+  Dump("actual/0", {9, -9, 9});
+  EXPECT_EQ(Run().Status(), ExitStatus::kDiffers);
+  Dump("actual/0", {-1, 1, -1});
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+}
+
+// In a picture with nothing in it there is nothing to lose.
+TEST_F(FloorJudgement, HasLostAnOutputOnlyOverAllSamples) {
+  Dump("actual/0", {0.01F, 0});
+  Dump("floor/0", {0, 0.01F});
+  Dump("expected/0", {0, 0});
+  Dump("actual/1", {1, 2.01F});
+  Dump("floor/1", {1, 2.01F});
+  Dump("expected/1", {1, 2});
+  request_.rules = ParseRules(
+      R"({"schema": 1, "rules": [{"output": "*", "metric": "overFloor", "atMost": 1.25}]})",
+      "the rules");
+  EXPECT_EQ(Run().Status(), ExitStatus::kDone);
+}
+
 }  // namespace
 }  // namespace vorn::kit
