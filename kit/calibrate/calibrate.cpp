@@ -29,6 +29,7 @@
 #include "kit/launch/run_folder.h"
 #include "kit/launch/run_report.h"
 #include "kit/model/model_json.h"
+#include "kit/run/output_names.h"
 #include "kit/run/run_directory.h"
 #include "kit/runtime/describe.h"
 #include "kit/tensor/tensor_reader.h"
@@ -318,6 +319,8 @@ class Calibration {
                                   std::to_string(lines_[first * perInference_].number) +
                                   " on) failed: " + (why.empty() ? CommandText(call) : why));
     }
+    // Ranges go by the names of the model.
+    longNames_ = LongNamesIn(ProgramErrorsOf(run));
     for (const SampleRecord& sample : ReadSamples(run)) Measure(run, sample, model);
     std::error_code ignored;
     fs::remove_all(run, ignored);
@@ -336,7 +339,9 @@ class Calibration {
   void Measure(const std::string& run, const SampleRecord& sample, const ModelDescription& model) {
     for (const SampleOutput& output : sample.outputs) {
       if (output.index >= model.outputs.size() || !IsFloat(model.outputs[output.index])) continue;
-      MeasureFile(run + "/" + output.path, output.name);
+      const auto longName = longNames_.find(output.name);
+      MeasureFile(run + "/" + output.path,
+                  longName == longNames_.end() ? output.name : longName->second);
     }
     for (size_t i = 0; i < std::min(sample.inputs.size(), model.inputs.size()); ++i) {
       if (!IsFloat(model.inputs[i]) || model.inputs[i].role != TensorRole::kData) continue;
@@ -361,6 +366,7 @@ class Calibration {
   const EndAsked signals_;  // before the folder, which goes first
   WorkFolder work_;
   std::string config_;
+  std::map<std::string, std::string> longNames_;  // by those of the dumps
   uint64_t perInference_ = 0;
   uint64_t all_ = 0;  // inferences
   std::vector<ListLine> lines_;

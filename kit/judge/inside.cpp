@@ -13,13 +13,13 @@
 #include "kit/common/printable.h"
 #include "kit/common/text_table.h"
 #include "kit/judge/rules.h"
+#include "kit/run/output_names.h"
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kMostConfigurationBytes = 16 << 20;
-constexpr size_t kMostLogBytes = 16 << 20;
 constexpr size_t kMostUnpairedShown = 10;
 
 // A table of more rows is folded to what a screen holds.
@@ -28,19 +28,6 @@ constexpr size_t kFirstRows = 3;
 constexpr size_t kNeighbours = 2;
 constexpr size_t kStepsShown = 5;
 constexpr size_t kMostOwnShown = 8;
-
-// What the program said on standard error. A run of another hand need not have kept it.
-std::string LogOf(const std::string& run) {
-  try {
-    return ReadWholeFile(run + "/" + kErrorsFile, "the log", ExitStatus::kInput, kMostLogBytes);
-  } catch (const Fault&) {
-  }
-  try {
-    return ReadRun(run).standardError;
-  } catch (const Fault&) {
-    return "";
-  }
-}
 
 // The configuration of a run, while it is the same file.
 std::optional<Json> ConfigurationOf(const std::string& run) {
@@ -385,14 +372,14 @@ std::string PrecisionIn(std::string_view log) {
 }
 
 std::string PrecisionOf(const TensorSource& source) {
-  return source.isRun ? PrecisionIn(LogOf(source.path)) : "";
+  return source.isRun ? PrecisionIn(ProgramErrorsOf(source.path)) : "";
 }
 
 std::optional<GraphOrder> GraphOrderOf(const TensorSource& source) {
   if (!source.model || source.model->outputs.empty()) return std::nullopt;
   GraphOrder order;
   order.names = NamesOfOutputs(*source.model);
-  std::optional<uint64_t> exposed = ExposedIn(LogOf(source.path));
+  std::optional<uint64_t> exposed = ExposedIn(ProgramErrorsOf(source.path));
   if (!exposed) {
     if (const auto configuration = ConfigurationOf(source.path)) {
       exposed = ExposedBy(*configuration, order.names);

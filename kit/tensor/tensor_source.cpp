@@ -11,6 +11,7 @@
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
 #include "kit/model/model_json.h"
+#include "kit/run/output_names.h"
 #include "kit/run/run_directory.h"
 #include "kit/tensor/npy.h"
 #include "kit/tensor/npz.h"
@@ -229,6 +230,27 @@ std::string WhyUnfinished(const std::string& folder, size_t samples) {
   }
 }
 
+// Short names that the run's program gave are of no use to whoever knows the model.
+void TakeLongNames(TensorSource& source) {
+  const std::map<std::string, std::string> longNames = LongNamesIn(ProgramErrorsOf(source.path));
+  if (longNames.empty()) return;
+  std::map<std::string, std::string> spelled;
+  for (const auto& [shortName, name] : longNames) {
+    spelled.emplace(SpelledAsDump(shortName), SpelledAsDump(name));
+  }
+  for (SampleSource& sample : source.samples) {
+    for (OutputPlace& output : sample.outputs) {
+      const auto found = spelled.find(output.name);
+      if (found != spelled.end()) output.name = found->second;
+    }
+  }
+  if (!source.model) return;
+  for (TensorDescription& output : source.model->outputs) {
+    const auto found = longNames.find(output.name);
+    if (found != longNames.end()) output.name = found->second;
+  }
+}
+
 TensorSource OpenRun(const std::string& folder) {
   TensorSource source = EmptySource(folder, "the run directory");
   source.isRun = true;
@@ -244,6 +266,7 @@ TensorSource OpenRun(const std::string& folder) {
     source.model = FromJson(ReadWholeFile(folder + "/" + kModelFile, "the run's description",
                                           ExitStatus::kModel, kMostJsonBytes));
   }
+  TakeLongNames(source);
   return source;
 }
 

@@ -14,6 +14,7 @@
 #include "host/graph/nearest_name.h"
 #include "host/graph/onnx_graph.h"
 #include "host/graph/round_results.h"
+#include "host/graph/short_name.h"
 
 namespace vorn::host {
 namespace {
@@ -194,6 +195,23 @@ void GiveOutputs(OnnxGraph& graph, const ModelSettings& settings,
   graph.outputs.insert(graph.outputs.end(), exposed.begin(), exposed.end());
 }
 
+/// Outputs that nobody could write a dump of. The model's own ones, too: whoever asks for what is
+/// inside wants to see it.
+std::map<std::string, std::string> ShortNames(const OnnxGraph& graph, const ModelSettings& settings,
+                                              const EditedModel& edited) {
+  std::set<std::string_view> outputs(graph.outputs.begin(), graph.outputs.end());
+  for (const auto& [input, output] : settings.states) {
+    const auto fedBack = edited.states.find(input);
+    outputs.erase(fedBack == edited.states.end() ? output : fedBack->second);
+  }
+  std::map<std::string, std::string> names;
+  for (const std::string_view output : outputs) {
+    std::string name = ShortName(output);
+    if (name != output && !outputs.contains(name)) names.emplace(output, std::move(name));
+  }
+  return names;
+}
+
 std::string Round(OnnxGraph& graph, const ModelSettings& settings, const Facts& facts) {
   return RoundGraph(graph, settings, [&](std::string_view name) {
     const auto found = facts.find(name);
@@ -237,6 +255,8 @@ EditedModel EditModel(Bytes image, const ModelSettings& settings, const TellResu
   if (isRounded) done.push_back(Round(graph, settings, facts));
   if (!exposedText.empty()) done.push_back(exposedText);
   GiveOutputs(graph, settings, exposed, edited);
+  const bool isLookedInto = !settings.until.empty() || !exposedText.empty();
+  if (isLookedInto) edited.shortNames = ShortNames(graph, settings, edited);
   for (const std::string& one : done) edited.done += (edited.done.empty() ? "" : "; ") + one;
   edited.image = graph.Image();
   return edited;

@@ -31,6 +31,9 @@ struct EditedModel {
   std::vector<std::string> goneOutputs;  ///< of the model as it was
   /// State inputs that are fed from other outputs than the settings say.
   std::map<std::string, std::string> states;
+  /// Of the outputs, what those are called whose names are too long for the files of dumps: short
+  /// name by name, in no model with an output of that name.
+  std::map<std::string, std::string> shortNames;
 };
 
 /// Whether the settings ask for any change.

@@ -13,6 +13,7 @@
 #include "host/common/failure.h"
 #include "host/graph/dependence.h"
 #include "host/graph/rounding.h"
+#include "host/graph/short_name.h"
 #include "host/graph/weights.h"
 
 namespace vorn::host {
@@ -142,8 +143,10 @@ class Rounder {
   /// Whether a range has to be given, and not the values decide.
   bool NeedsRange(std::string_view name) const { return IsInt8() && onData_.contains(name); }
 
+  /// A long name may have been measured, and written down, by its short one.
   const Range* RangeOf(std::string_view name) const {
-    const auto found = settings_.ranges.find(std::string(name));
+    auto found = settings_.ranges.find(std::string(name));
+    if (found == settings_.ranges.end()) found = settings_.ranges.find(ShortName(name));
     return found == settings_.ranges.end() ? nullptr : &found->second;
   }
 

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <exception>
+#include <map>
 #include <memory>
 #include <new>
 #include <optional>
@@ -61,6 +62,14 @@ void ForgetOutputs(const std::vector<std::string>& gone, ModelSettings& settings
   for (const std::string& name : gone) settings.outputDims.erase(name);
 }
 
+/// Settings have the names of the model; from here on callers are told.
+void CallByShortNames(const std::map<std::string, std::string>& names, Signature& signature) {
+  for (Port& port : signature.outputs) {
+    const auto found = names.find(port.tensor.name);
+    if (found != names.end()) port.tensor.name = found->second;
+  }
+}
+
 /// Blocks for one item of each tensor.
 struct ZeroBlocks {
   /// Takes them off the bytes that are left. Throws std::bad_alloc where those do not suffice.
@@ -93,7 +102,8 @@ void Model::Open(Engine& engine, std::span<const std::byte> image, const Config&
   ModelSettings settings = SettingsFor(image, config);
   Config effective = config;
   effective.dims.insert(settings.dims.begin(), settings.dims.end());
-  if (AreEditsWanted(settings)) image = Edit(engine, image, effective, settings);
+  std::map<std::string, std::string> shortNames;
+  if (AreEditsWanted(settings)) image = Edit(engine, image, effective, settings, shortNames);
   session_ = engine.Open(image, effective);
   if (session_->outputs().empty()) {
     throw Failure(VORN_ERROR_MODEL, "the model has no output; there is nothing to execute it for");
@@ -101,6 +111,7 @@ void Model::Open(Engine& engine, std::span<const std::byte> image, const Config&
   LogUnusedSizes(image, effective);
   netType_ = settings.netType;
   Signature signature = SignatureOf(*session_, settings);
+  CallByShortNames(shortNames, signature);
   WithinTime(timeout, [&] {
     if (netType_ == VORN_NET_RECURRENT) {
       plan_ = std::make_unique<RecurrentPlan>(*session_, std::move(signature), settings, effective);
@@ -111,13 +122,20 @@ void Model::Open(Engine& engine, std::span<const std::byte> image, const Config&
 }
 
 std::span<const std::byte> Model::Edit(Engine& engine, std::span<const std::byte> image,
-                                       const Config& config, ModelSettings& settings) {
+                                       const Config& config, ModelSettings& settings,
+                                       std::map<std::string, std::string>& shortNames) {
   static_cast<void>(RequireOneFile(image));  // what must not be opened is not edited either
   EditedModel edited =
       EditModel(image, settings, [&](Bytes whole) { return engine.TellOutputs(whole, config); });
   ForgetOutputs(edited.goneOutputs, settings);
   for (const auto& [input, output] : edited.states) settings.states[input] = output;
+  // In front of what counts them, a line each, since programs read them.
+  for (const auto& [name, shortName] : edited.shortNames) {
+    Log(LogLevel::kError, "vorn_mdl_load_from_mem",
+        Join('\'', shortName, "' stands for '", name, '\''));
+  }
   Log(LogLevel::kError, "vorn_mdl_load_from_mem", edited.done);
+  shortNames = std::move(edited.shortNames);
   editedImage_ = std::move(edited.image);
   return std::as_bytes(std::span(editedImage_));
 }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -54,7 +55,8 @@ class Model {
   void Open(Engine& engine, std::span<const std::byte> image, const Config& config,
             Timeout timeout);
   std::span<const std::byte> Edit(Engine& engine, std::span<const std::byte> image,
-                                  const Config& config, ModelSettings& settings);
+                                  const Config& config, ModelSettings& settings,
+                                  std::map<std::string, std::string>& shortNames);
   template <typename Steps>
   void WithinMemory(Steps&& steps);
   [[noreturn]] void ThrowOutOfMemory(const BudgetScope& scope) const;

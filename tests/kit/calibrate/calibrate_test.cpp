@@ -16,6 +16,7 @@
 
 #include "support/command.h"
 #include "support/files.h"
+#include "support/onnx_writer.h"
 
 namespace vorn::kit {
 namespace {
@@ -115,6 +116,47 @@ TEST_F(CalibrateVerb, MakesWhatRoundingTakes) {
   const std::string before = support::ReadFile(Path("ranges.json"));
   ASSERT_EQ(Run({"-i", kDigits + "/list.txt", "--most", "5", "-j", "int8.json"}).status, 0);
   EXPECT_EQ(support::ReadFile(Path("ranges.json")), before);
+}
+
+// Which the dumps cannot have.
+TEST_F(CalibrateVerb, MeasuresTensorsOfLongNames) {
+  const std::string inner = "block/" + std::string(240, 'n') + "/conv";
+  const std::string own(250, 'o');
+  support::WriteFile(Path("model.onnx"), OnnxWriter()
+                                             .Input("x", kOnnxFloat, {2})
+                                             .Output(own, kOnnxFloat, {2})
+                                             .Node("Neg", {"x"}, {inner})
+                                             .Node("Relu", {inner}, {own})
+                                             .Image());
+  support::WriteFile(Path("x.bin"), support::Bytes<float>({2, -3}));
+  support::WriteFile(Path("list.txt"), "x.bin\n");
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.directory = folder_.Path();
+  command.environment = {{"XDG_CACHE_HOME", Path("cache")}};
+  const auto run = [&](const std::vector<std::string>& words) {
+    command.arguments = words;
+    return RunCommand(command);
+  };
+  Outcome ended =
+      run({"calibrate", "-m", "model.onnx", "-i", "list.txt", "-o", "ranges.json", "--quiet"});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Tensors(), (nlohmann::json{{"x", {{"min", -3.0}, {"max", 2.0}}},
+                                       {inner, {{"min", -2.0}, {"max", 3.0}}},
+                                       {own, {{"min", 0.0}, {"max", 3.0}}}}));
+  // What rounds by them is judged by the same names.
+  support::WriteFile(Path("float.json"), R"({"model": {"expose": "all"}})");
+  support::WriteFile(Path("int8.json"),
+                     R"({"model": {"expose": "all", "round": {"int8": "ranges.json"}}})");
+  for (const std::string name : {"float", "int8"}) {
+    ended = run({"launch", "-m", "model.onnx", "-i", "list.txt", "-j", name + ".json", "--run",
+                 name + ".run", "--no-trace", "--quiet"});
+    ASSERT_EQ(ended.status, 0) << ended.Describe();
+  }
+  ended = run({"judge", "int8.run", "--expected", "float.run", "--inside", "--rtol", "1"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr(" block_" + std::string(240, 'n') + "_conv "));
+  EXPECT_THAT(ended.out, HasSubstr("the model's own outputs behind what was exposed"));
 }
 
 TEST_F(CalibrateVerb, SaysWhatIsWrongWithTheList) {

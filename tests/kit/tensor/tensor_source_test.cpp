@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "kit/common/fault.h"
+#include "kit/model/model_json.h"
 #include "kit/run/run_directory.h"
 #include "support/files.h"
 #include "support/onnx_writer.h"
@@ -127,6 +128,23 @@ TEST_F(Sources, AreRunDirectories) {
   EXPECT_THAT(source.samples[0].inputs, ElementsAre("000.bin"));
   EXPECT_EQ(source.samples[1].absence, "ended by SIGSEGV");
   EXPECT_THAT(source.samples[1].inputs, ElementsAre("001.bin"));
+}
+
+// The runtime shortens names that no file can have.
+TEST_F(Sources, HaveTheNamesThatTheModelHas) {
+  ModelDescription model;
+  for (const char* name : {"prob", "con/~0f~/v"}) {
+    model.outputs.emplace_back();
+    model.outputs.back().name = name;
+  }
+  Write("run.json", "{}");
+  Write("model.json", ToJson(model));
+  Write("errors.txt", "vorn: vorn_mdl_load_from_mem: 'con/~0f~/v' stands for 'con/long/v'\n");
+  Write("dumps/0/prob.0.17.bin", "four");
+  Write("dumps/0/con_~0f~_v.0.17.bin", "four");
+  const TensorSource source = FindTensors(Path());
+  EXPECT_THAT(NamesOf(source.samples.at(0)), ElementsAre("con_long_v", "prob"));
+  EXPECT_EQ(source.model->outputs[1].name, "con/long/v");
 }
 
 TEST_F(Sources, MissWhatIsNotAsTheRunLeftIt) {

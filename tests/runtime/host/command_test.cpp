@@ -45,10 +45,12 @@ class HostCommand : public testing::Test {
     return RunCommand(command);
   }
 
-  /// The values of an output of the first inference.
+  /// The values of an output of the first inference. Of what ends with '~' the beginning of a name.
   std::vector<float> Dump(const std::string& output) const {
     for (const auto& [name, bytes] : support::ReadTree(folder_.Path() / "out" / "0")) {
-      if (!name.starts_with(output + ".") || !name.ends_with(".bin")) continue;
+      const bool isIt =
+          name.starts_with(output + ".") || (output.ends_with('~') && name.starts_with(output));
+      if (!isIt || !name.ends_with(".bin")) continue;
       std::vector<float> values(bytes.size() / sizeof(float));
       std::memcpy(values.data(), bytes.data(), bytes.size());
       return values;
@@ -100,6 +102,26 @@ TEST_F(HostCommand, DumpsInnerTensorsOfABatchToo) {
             "exposed 1 tensor\n");
   EXPECT_EQ(Dump("halved"), (std::vector<float>{1.5F, 5.5F, 3.5F, 10, 0.5F, 0.5F}));
   EXPECT_EQ(Dump("half"), Dump("halved"));
+}
+
+// The file of a dump is called after its output, and a file's name ends at 255 bytes.
+TEST_F(HostCommand, DumpsInnerTensorsWhoseNamesNoFileCanHave) {
+  const std::string inner = "model/" + std::string(240, 'n') + "/inner";
+  const std::string own(250, 'o');
+  const OnnxWriter model = OnnxWriter()
+                               .Input("x", kOnnxFloat, {3})
+                               .Output(own, kOnnxFloat, {3})
+                               .Node("Neg", {"x"}, {inner})
+                               .Node("Relu", {inner}, {own});
+  const Outcome outcome = Run(model, R"({"model": {"expose": "all"}})", {Bytes<float>({3, -1, 7})});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  const std::string line = "vorn: vorn_mdl_load_from_mem: ";
+  EXPECT_THAT(outcome.err, testing::MatchesRegex(
+                               line + "'model/n{34}~[0-9a-f]{16}~n{34}/inner' stands for '" +
+                               inner + "'\n" + line + "'o{40}~[0-9a-f]{16}~o{40}' stands for '" +
+                               own + "'\n" + line + "exposed 1 tensor\n"));
+  EXPECT_EQ(Dump("model_" + std::string(34, 'n') + "~"), (std::vector<float>{-3, 1, -7}));
+  EXPECT_EQ(Dump(std::string(40, 'o') + "~"), (std::vector<float>{0, 1, 0}));
 }
 
 TEST_F(HostCommand, ExecutesABatchOfTheOptionAndOfTheFile) {

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "host/graph/onnx_graph.h"
+#include "host/graph/short_name.h"
 #include "runtime/host/refusal.h"
 #include "support/onnx_writer.h"
 
@@ -73,6 +74,30 @@ TEST_F(EditModelTest, ExposesBehindTheOutputsInTheOrderOfTheGraph) {
   EXPECT_THAT(Outputs(R"({"expose": ["b", "y", "a"]})"), ElementsAre("y", "other", "a", "b"));
   EXPECT_EQ(edited.done, "exposed 2 tensors");
   EXPECT_EQ(asked, 0u);
+}
+
+// What is fed back under such a name is nobody's affair.
+TEST_F(EditModelTest, GivesLongNamesInShort) {
+  const std::string own(201, 'o');
+  const std::string inner(300, 'i');
+  const std::string state(400, 's');
+  const OnnxWriter model = OnnxWriter()
+                               .Input("x", kOnnxFloat, {2})
+                               .Input("before", kOnnxFloat, {2})
+                               .Output(own, kOnnxFloat, {2})
+                               .Output(state, kOnnxFloat, {2})
+                               .Node("Add", {"x", "before"}, {inner})
+                               .Node("Neg", {inner}, {own})
+                               .Node("Neg", {inner}, {state});
+  const std::string states = R"("states": {"before": ")" + state + "\"}";
+  Edit(model, R"({"expose": [")" + inner + "\"], " + states + "}");
+  EXPECT_THAT(edited.shortNames, ElementsAre(testing::Pair(inner, ShortName(inner)),
+                                             testing::Pair(own, ShortName(own))));
+  Edit(model, R"({"expose": [")" + state + "\"], " + states + "}");
+  EXPECT_THAT(edited.shortNames, ElementsAre(testing::Pair(own, ShortName(own)),
+                                             testing::Pair(state, ShortName(state))));
+  Edit(model, R"({"round": "float16"})");
+  EXPECT_TRUE(edited.shortNames.empty()) << "the outputs are as they were";
 }
 
 TEST_F(EditModelTest, ExposesAllWhoseShapesAreSettled) {
