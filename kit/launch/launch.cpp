@@ -1,6 +1,8 @@
 // A launch that is killed at any moment has lost what ran, and nothing that was recorded.
 #include "kit/launch/launch.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -16,6 +18,7 @@
 #include "kit/launch/job.h"
 #include "kit/launch/left_job.h"
 #include "kit/launch/libraries.h"
+#include "kit/launch/lifeline.h"
 #include "kit/launch/machine.h"
 #include "kit/launch/run_folder.h"
 #include "kit/launch/run_report.h"
@@ -595,10 +598,21 @@ class Launcher {
   SteadyTime countAgain_;  // not before
 };
 
+std::optional<Lifeline> LifelineOf(const LaunchRequest& request) {
+  if (!request.lifeline) return std::nullopt;
+  return Lifeline(STDIN_FILENO, *request.lifeline, std::chrono::steady_clock::now());
+}
+
+void SayWhyStopped(const StopSignals& signals, Console& console) {
+  const std::string& why = signals.WhyLifelineIsGone();
+  if (!why.empty()) console.Say(why + ": the run is ended");
+}
+
 }  // namespace
 
 ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
-  StopSignals signals;
+  std::optional<Lifeline> lifeline = LifelineOf(request);
+  StopSignals signals(lifeline ? &*lifeline : nullptr);
   Launcher launcher(request, std::move(plan), console, signals);
   try {
     launcher.Begin();
@@ -607,6 +621,7 @@ ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
     for (uint64_t chunk = 0; chunk < chunks && !launcher.IsOver(); ++chunk) {
       launcher.RunChunk(chunk);
     }
+    SayWhyStopped(signals, console);
     return launcher.End();
   } catch (const Fault& fault) {
     launcher.Abandon(fault);
@@ -616,7 +631,8 @@ ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
 
 ExitStatus LaunchInTurns(const std::array<LaunchRequest, 2>& requests, std::array<Plan, 2> plans,
                          Console& console) {
-  StopSignals signals;
+  std::optional<Lifeline> lifeline = LifelineOf(requests[0]);
+  StopSignals signals(lifeline ? &*lifeline : nullptr);
   Launcher one(requests[0], std::move(plans[0]), console, signals);
   Launcher other(requests[1], std::move(plans[1]), console, signals);
   try {
@@ -634,6 +650,7 @@ ExitStatus LaunchInTurns(const std::array<LaunchRequest, 2>& requests, std::arra
       one.Stop();
       other.Stop();
     }
+    SayWhyStopped(signals, console);
     const ExitStatus status = one.End();
     return FirstOf(status, other.End());
   } catch (const Fault& fault) {

@@ -1,5 +1,6 @@
 // vorn-launch: runs vorn-run over a list into a run directory.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -12,6 +13,7 @@
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/launch/launch.h"
+#include "kit/launch/lifeline.h"
 #include "kit/launch/plan.h"
 #include "kit/launch/run_folder.h"
 #include "kit/launch/turns.h"
@@ -51,6 +53,10 @@ constexpr Option kOptions[] = {
     {"sample-timeout", 0, "SECONDS",
      "End a process that takes longer for one inference, from its first file on. Its start and the "
      "loading of the model are not in it; --timeout ends them, too."},
+    {"lifeline", 0, "SECONDS",
+     "End the run in order, as Ctrl-C does, when standard input comes to its end or brings nothing "
+     "for that long. What comes is thrown away. It is for a run over ssh, which hears of a lost "
+     "connection by nothing else: the other side writes a byte now and then."},
     {"no-text", 0, "",
      "Remove the .float files as soon as the dump beside them is there; they are most of the "
      "bytes."},
@@ -108,6 +114,15 @@ std::optional<std::chrono::seconds> Seconds(const Arguments& arguments, const ch
   return std::chrono::seconds(arguments.GetNumber(name, 0, 1, kMostNumber));
 }
 
+// Before any file is opened in the place of what is closed.
+void CheckLifeline() {
+  const std::string why = WhyNoLifeline(STDIN_FILENO);
+  if (why.empty()) return;
+  throw Fault(ExitStatus::kUsage, "--lifeline: " + why +
+                                      "; leave it out, or let a program write to a pipe now and "
+                                      "then");
+}
+
 LaunchRequest RequestOf(const Arguments& arguments) {
   LaunchRequest request;
   request.model = arguments.Need("model");
@@ -135,6 +150,8 @@ LaunchRequest RequestOf(const Arguments& arguments) {
   request.modelJson = arguments.Get("model-json");
   request.limit = Seconds(arguments, "timeout");
   request.sampleLimit = Seconds(arguments, "sample-timeout");
+  request.lifeline = Seconds(arguments, "lifeline");
+  if (request.lifeline) CheckLifeline();
   request.isResumed = arguments.Has("resume");
   request.isTraced = !arguments.Has("no-trace");
   request.isTextKept = !arguments.Has("no-text");

@@ -29,6 +29,7 @@ struct LaunchRequest {
   std::optional<uint64_t> chunk;              ///< inferences a process; empty: one process for all
   std::optional<std::chrono::seconds> limit;  ///< for all of it
   std::optional<std::chrono::seconds> sampleLimit;  ///< for one inference
+  std::optional<std::chrono::seconds> lifeline;     ///< the longest silence on standard input
   bool isResumed = false;
   bool isTraced = true;
   bool isTextKept = true;

@@ -97,7 +97,7 @@ std::vector<std::string> RunningInGroup(pid_t group) {
 
 }  // namespace
 
-StopSignals::StopSignals() {
+StopSignals::StopSignals(Lifeline* lifeline) : lifeline_(lifeline) {
   // Ignored, as some parents leave it, a child's end would be told to nobody.
   struct sigaction byDefault {};
   byDefault.sa_handler = SIG_DFL;
@@ -111,10 +111,19 @@ StopSignals::StopSignals() {
       sigaddset(&waited_, number);
     }
   }
-  sigprocmask(SIG_BLOCK, &waited_, &before_);
+  sigset_t blocked = waited_;
+  if (lifeline_ != nullptr) sigaddset(&blocked, SIGPIPE);
+  sigprocmask(SIG_BLOCK, &blocked, &before_);
 }
 
 StopSignals::~StopSignals() {
+  if (lifeline_ != nullptr && sigismember(&before_, SIGPIPE) == 0) {
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    const timespec now{};
+    sigtimedwait(&pipe, nullptr, &now);
+  }
   sigprocmask(SIG_SETMASK, &before_, nullptr);
   sigaction(SIGCHLD, &childBefore_, nullptr);
 }
@@ -125,6 +134,10 @@ void StopSignals::Wait(std::chrono::milliseconds longest) {
                       .tv_nsec = longest.count() % kMilli * kMilli * kMilli};
   const int number = sigtimedwait(&waited_, nullptr, &time);
   if (number > 0 && number != SIGCHLD && asked_ == 0) asked_ = number;
+  if (asked_ != 0 || lifeline_ == nullptr) return;
+  if (!lifeline_->IsGone(std::chrono::steady_clock::now())) return;
+  asked_ = SIGHUP;
+  why_ = lifeline_->Why();
 }
 
 Program::Program(const ProgramRequest& request, const StopSignals& signals) {

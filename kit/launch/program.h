@@ -11,27 +11,36 @@
 #include <utility>
 #include <vector>
 
+#include "kit/launch/lifeline.h"
+
 namespace vorn::kit {
 
 /// From here on Ctrl-C and its like end nothing by themselves: whoever waits for a program is told.
 /// One at a time; on destruction all is as before, and what came meanwhile takes effect.
 class StopSignals {
  public:
-  StopSignals();
+  /// A lifeline that is gone asks to stop, too, as a hangup. Where there is one, whoever reads what
+  /// this process says may be gone with it: that ends nothing then, either. It outlives this.
+  explicit StopSignals(Lifeline* lifeline = nullptr);
   ~StopSignals();
   StopSignals(const StopSignals&) = delete;
   StopSignals& operator=(const StopSignals&) = delete;
 
-  /// Waits until a child ends or something asks to stop, that long at most. Once that has happened
-  /// it stays so.
+  /// Waits until a child ends or something asks to stop, that long at most; the lifeline is looked
+  /// at behind it. Once something has asked it stays so.
   void Wait(std::chrono::milliseconds longest);
 
   /// The signal that asked to stop; 0: none did.
   [[nodiscard]] int Asked() const { return asked_; }
 
+  /// What asked to stop, where that was the lifeline.
+  [[nodiscard]] const std::string& WhyLifelineIsGone() const { return why_; }
+
   [[nodiscard]] const sigset_t& MaskBefore() const { return before_; }
 
  private:
+  Lifeline* lifeline_;
+  std::string why_;
   sigset_t waited_{};
   sigset_t before_{};
   struct sigaction childBefore_ {};

@@ -1,5 +1,6 @@
 // `vorn launch` as a program: vorn-run on the scripted runtime, with a layer that stumbles over
 // some inputs.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -13,6 +14,7 @@
 #include <functional>
 #include <numeric>
 #include <random>
+#include <stdexcept>
 #include <thread>
 
 #include "kit/json/json.h"
@@ -137,13 +139,18 @@ class Launch : public testing::Test {
         .size();
   }
 
-  /// Ends the launch as soon as the program has begun the file with this number.
-  template <typename Process>
-  void KillAt(Process& launch, const std::string& file) const {
+  /// Until the program has begun the file with this name.
+  void AwaitFile(const std::string& file) const {
     const std::string log = RunPath() + "/log.txt";
     while (!fs::exists(log) || support::ReadFile(log).find(file + "]") == std::string::npos) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+  }
+
+  /// Ends the launch as soon as that is so.
+  template <typename Process>
+  void KillAt(Process& launch, const std::string& file) const {
+    AwaitFile(file);
     launch.Stop(SIGKILL);
   }
 
@@ -200,9 +207,20 @@ class Launch : public testing::Test {
 /// A launch that runs beside the test.
 class Running {
  public:
-  explicit Running(const support::Command& command) {
+  /// With the reading end of a pipe on standard input its other end is Input(); without it
+  /// standard input is this process's own.
+  enum class Stdin { kOwn, kPipe };
+  explicit Running(const support::Command& command, Stdin in = Stdin::kOwn) {
+    std::array<int, 2> pipe{-1, -1};
+    if (in == Stdin::kPipe && pipe2(pipe.data(), O_CLOEXEC) != 0)
+      throw std::runtime_error("no pipe can be had");
+    input_ = pipe[1];
     pid_ = fork();
-    if (pid_ != 0) return;
+    if (pid_ != 0) {
+      if (in == Stdin::kPipe) close(pipe[0]);
+      return;
+    }
+    if (in == Stdin::kPipe) dup2(pipe[0], STDIN_FILENO);
     // Under nohup, or in the background of a script, it would wait for what it never hears.
     for (const int number : {SIGHUP, SIGINT, SIGTERM}) signal(number, SIG_DFL);
     for (const auto& [name, value] : command.environment) {
@@ -218,11 +236,17 @@ class Running {
   }
   ~Running() {
     if (!isOver_) Stop(SIGKILL);
+    CloseInput();
   }
   Running(const Running&) = delete;
   Running& operator=(const Running&) = delete;
 
   void Send(int signal) const { kill(pid_, signal); }
+
+  void CloseInput() {
+    if (input_ >= 0) close(input_);
+    input_ = -1;
+  }
 
   /// Sends a signal and waits. Returns what the shell calls its status.
   int Stop(int signal) {
@@ -239,6 +263,7 @@ class Running {
 
  private:
   pid_t pid_ = -1;
+  int input_ = -1;
   bool isOver_ = false;
 };
 
@@ -958,10 +983,7 @@ TEST_F(Launch, StopsInOrder) {
     fs::remove_all(RunPath());
     Samples("abHd");
     Running launch(CommandFor({}));
-    const std::string log = RunPath() + "/log.txt";
-    while (!fs::exists(log) || support::ReadFile(log).find("2.bin]") == std::string::npos) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    AwaitFile("2.bin");
     EXPECT_EQ(launch.Stop(signal), 8);
     EXPECT_EQ(ReadRun(RunPath()).state, RunState::kInterrupted);
     EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kMissing, kMissing));
@@ -970,6 +992,76 @@ TEST_F(Launch, StopsInOrder) {
     Samples("abcd");
     EXPECT_EQ(Run({"--resume"}).status, 0);
   }
+}
+
+TEST_F(Launch, StopsInOrderWithItsLifeline) {
+  struct Case {
+    const char* seconds;
+    bool isEnded;
+    const char* why;
+  };
+  for (const Case& asked : {Case{"1000", true, "standard input came to its end (--lifeline)"},
+                            {"1", false, "nothing came on standard input for 1 s (--lifeline)"}}) {
+    fs::remove_all(RunPath());
+    Samples("abHd");
+    Running launch(CommandFor({"--lifeline", asked.seconds}), Running::Stdin::kPipe);
+    if (asked.isEnded) {
+      AwaitFile("2.bin");
+      launch.CloseInput();
+    }
+    EXPECT_EQ(launch.Wait(), 8);
+    EXPECT_EQ(ReadRun(RunPath()).state, RunState::kInterrupted);
+    EXPECT_THAT(support::ReadFile(Path("launched")),
+                HasSubstr("vorn launch: " + std::string(asked.why) + ": the run is ended\n"));
+    EXPECT_THAT(support::ReadFile(Path("launched")), HasSubstr("to go on: vorn launch "));
+    ExpectWhatTheSchemasSay();
+    Samples("abcd");
+    EXPECT_EQ(Run({"--resume"}).status, 0);
+  }
+}
+
+TEST_F(Launch, RunsToItsEndWhileItsLifelineHolds) {
+  Samples("abc");
+  Running launch(CommandFor({"--chunk", "1", "--lifeline", "1000"}), Running::Stdin::kPipe);
+  EXPECT_EQ(launch.Wait(), 0);
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone));
+}
+
+// Nothing is started for nobody.
+TEST_F(Launch, StartsNothingWithoutItsLifeline) {
+  Samples("abc");
+  const Outcome ended = Run({"--lifeline", "1000"});  // nothing is on its standard input
+  EXPECT_EQ(ended.status, 8) << ended.Describe();
+  EXPECT_EQ(ReadRun(RunPath()).state, RunState::kInterrupted);
+  EXPECT_EQ(ExecutionsRecorded(), 0U);
+  ASSERT_EQ(Run({"--resume"}).status, 0);
+  fs::remove_all(RunPath() + "/dumps/1");
+  const Outcome again = Run({"--resume", "--lifeline", "1000"});
+  EXPECT_EQ(again.status, 8) << again.Describe();
+  EXPECT_THAT(again.err, HasSubstr("standard input came to its end (--lifeline): the run is ended\n"
+                                   "vorn launch: was stopped while it looked at what is there; "
+                                   "nothing was run\n"));
+}
+
+TEST_F(Launch, HasNoLifelineByATerminal) {
+  const int controlling = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_GE(controlling, 0);
+  ASSERT_EQ(unlockpt(controlling), 0);
+  std::array<char, 64> terminal{};
+  ASSERT_EQ(ptsname_r(controlling, terminal.data(), terminal.size()), 0);
+  Samples("a");
+  support::Command command = CommandFor({"--lifeline", "5"});
+  command.arguments.insert(command.arguments.begin(),
+                           {"-c", "exec \"$0\" \"$@\" <\"$TERMINAL\"", command.program});
+  command.program = "/bin/sh";
+  command.environment["TERMINAL"] = terminal.data();
+  const Outcome ended = RunCommand(command);
+  close(controlling);
+  EXPECT_EQ(ended.status, 2);
+  EXPECT_EQ(ended.err,
+            "vorn launch: --lifeline: standard input is a terminal, where Ctrl-C ends the run; "
+            "leave it out, or let a program write to a pipe now and then\n");
+  EXPECT_FALSE(fs::exists(RunPath()));
 }
 
 // The moments are drawn; whatever they hit, the same has to hold.

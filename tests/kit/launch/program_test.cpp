@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <stdexcept>
 
@@ -22,6 +23,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using vorn::kit::ExitStatus;
 using vorn::kit::Fault;
+using vorn::kit::Lifeline;
 using vorn::kit::Program;
 using vorn::kit::ProgramEnd;
 using vorn::kit::ProgramRequest;
@@ -211,6 +213,65 @@ TEST(StopSignals, WaitNoLongerThanTheyAreToldTo) {
   signals.Wait(milliseconds(1));
   signals.Wait(milliseconds(0));
   EXPECT_EQ(signals.Asked(), 0);
+}
+
+TEST(StopSignals, AreAskedByALifelineThatIsGone) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  Lifeline lifeline(ends[0], std::chrono::hours(1), std::chrono::steady_clock::now());
+  StopSignals signals(&lifeline);
+  signals.Wait(milliseconds(0));
+  EXPECT_EQ(signals.Asked(), 0);
+  EXPECT_EQ(signals.WhyLifelineIsGone(), "");
+  close(ends[1]);
+  signals.Wait(milliseconds(0));
+  EXPECT_EQ(signals.Asked(), SIGHUP);
+  EXPECT_EQ(signals.WhyLifelineIsGone(), "standard input came to its end (--lifeline)");
+  close(ends[0]);
+}
+
+TEST(StopSignals, LeaveTheReasonToTheSignalThatCameFirst) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  close(ends[1]);
+  Lifeline lifeline(ends[0], std::chrono::hours(1), std::chrono::steady_clock::now());
+  StopSignals signals(&lifeline);
+  raise(SIGTERM);
+  signals.Wait(milliseconds(100000));
+  signals.Wait(milliseconds(0));
+  EXPECT_EQ(signals.Asked(), SIGTERM);
+  EXPECT_EQ(signals.WhyLifelineIsGone(), "");
+  close(ends[0]);
+}
+
+// Whoever read what is said here is gone with the lifeline.
+TEST(StopSignals, WithALifelineOutliveTheirReader) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  close(ends[0]);
+  const support::TempDir folder;
+  Lifeline lifeline(STDIN_FILENO, std::chrono::hours(1), std::chrono::steady_clock::now());
+  {
+    StopSignals signals(&lifeline);
+    EXPECT_EQ(write(ends[1], "a", 1), -1);
+    EXPECT_EQ(errno, EPIPE);
+    // The program is told of its own readers as ever.
+    Program program({.command = {"/bin/sh", "-c", "kill -PIPE $$; echo went on"},
+                     .environment = {},
+                     .out = folder.Path() / "out",
+                     .err = folder.Path() / "err"},
+                    signals);
+    std::optional<ProgramEnd> end;
+    while (!(end = program.Poll())) usleep(1000);
+    EXPECT_EQ(end->signal, SIGPIPE);
+  }
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  sigset_t mask;
+  sigprocmask(SIG_BLOCK, nullptr, &mask);
+  EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
+  close(ends[1]);
 }
 
 // As under nohup: what is ignored stays so. And all is as it was, afterwards.
