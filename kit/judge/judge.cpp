@@ -292,10 +292,24 @@ class Judging {
       verdict_.outputs.push_back(std::move(state.verdict));
     }
     if (verdict_.inside) TellTensors();
+    SuspectInputs();
     return std::move(verdict_);
   }
 
  private:
+  void SuspectInputs() {
+    const bool isAnyWrong =
+        std::any_of(verdict_.outputs.begin(), verdict_.outputs.end(),
+                    [](const OutputVerdict& output) { return !output.wrong.empty(); });
+    if (!isAnyWrong || !request_.actual.isRun || !request_.expected.isRun) return;
+    std::vector<std::pair<uint64_t, uint64_t>> samples;
+    for (const SamplePair& pair : pairs_) {
+      samples.emplace_back(pair.actual->index, pair.expected->index);
+    }
+    verdict_.preparation =
+        ComparePreparation(request_.actual.path, request_.expected.path, samples);
+  }
+
   // A name that no sample has would be passed over: what was to be held would hold nothing.
   void CheckNames() const {
     if (request_.actual.samples.empty()) return;

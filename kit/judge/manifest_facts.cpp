@@ -1,5 +1,8 @@
 #include "kit/judge/manifest_facts.h"
 
+#include <algorithm>
+#include <filesystem>
+
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
@@ -13,6 +16,11 @@ namespace {
 
 constexpr uint64_t kMostManifestBytes = uint64_t{2} << 30;
 
+std::optional<Json> Member(const Json& object, const char* key) {
+  const Json* value = object.Find(key);
+  return value == nullptr ? std::nullopt : std::optional(*value);
+}
+
 SourceOfItem SourceFrom(const Json& item) {
   const FileIdentity source = ToIdentity(item.At("source"));
   SourceOfItem one;
@@ -20,12 +28,10 @@ SourceOfItem SourceFrom(const Json& item) {
   one.xxh3 = source.xxh3;
   if (const Json* array = item.Find("array")) one.array = array->AsText();
   if (const Json* number = item.Find("item")) one.item = number->AsUnsigned();
+  if (const Json* decoder = item.Find("decoder")) one.decoder = decoder->AsText();
+  one.geometry = Member(item, "geometry");
+  if (const Json* made = item.Find("xxh3_128")) one.made = made->AsText();
   return one;
-}
-
-std::optional<Json> Member(const Json& object, const char* key) {
-  const Json* value = object.Find(key);
-  return value == nullptr ? std::nullopt : std::optional(*value);
 }
 
 ManifestInput InputFrom(const Json& json) {
@@ -35,6 +41,11 @@ ManifestInput InputFrom(const Json& json) {
   input.random = Member(json, "random");
   input.signal = Member(json, "signal");
   input.raw = Member(json, "raw");
+  input.recipe = Member(json, "recipe");
+  if (const Json* type = json.Find("type")) input.type = type->AsText();
+  if (const Json* shape = json.Find("shape")) {
+    for (const Json& size : shape->Items()) input.shape.push_back(size.AsSigned());
+  }
   return input;
 }
 
@@ -53,6 +64,7 @@ ManifestFacts ParseManifestFacts(std::string_view text) {
   for (const Json& tensor : json.At("tensors").Items()) {
     const std::string file = ToIdentity(tensor.At("file")).path;
     if (const Json* input = tensor.Find("input")) {
+      facts.inputOf.emplace(file, input->AsText());
       const auto at = facts.inputs.find(input->AsText());
       if (at != facts.inputs.end()) at->second.files.push_back(file);
     }
@@ -71,6 +83,29 @@ ManifestFacts ReadManifestFacts(const std::string& path) {
   } catch (const JsonError& error) {
     throw Fault(ExitStatus::kInput, "the manifest " + Quoted(path) + ": " + error.what());
   }
+}
+
+const std::vector<SourceOfItem>* Manifests::SourcesOf(const std::string& tensor) {
+  const ManifestFacts& facts = FactsOf(tensor);
+  const auto found = facts.tensors.find(NameOf(tensor));
+  if (found == facts.tensors.end()) return nullptr;
+  batch_ = std::max(batch_, facts.batch);
+  return &found->second;
+}
+
+const ManifestFacts& Manifests::FactsOf(const std::string& tensor) {
+  const std::string folder = std::filesystem::path(tensor).parent_path().parent_path();
+  const auto at = read_.find(folder);
+  if (at != read_.end()) return at->second;
+  const std::string file = folder + "/manifest.json";  // docs/schema/manifest.json
+  ManifestFacts fresh;
+  if (IsThere(file)) fresh = ReadManifestFacts(file);
+  return read_.emplace(folder, std::move(fresh)).first->second;
+}
+
+std::string Manifests::NameOf(const std::string& tensor) {
+  const std::filesystem::path path(tensor);
+  return path.parent_path().filename() / path.filename();
 }
 
 }  // namespace vorn::kit

@@ -85,44 +85,6 @@ std::vector<size_t> PairInputs(const std::vector<TensorDescription>& reference,
          "; make its run by vorn prepare and vorn launch, and give it as --expected");
 }
 
-// ---- What the run's tensors were made of --------------------------------------------------------
-
-// The manifests beside the tensors of a run, each read once.
-class Manifests {
- public:
-  // Null where none tells of the file.
-  const std::vector<SourceOfItem>* SourcesOf(const std::string& tensor) {
-    const ManifestFacts& facts = FactsOf(tensor);
-    const auto found = facts.tensors.find(NameOf(tensor));
-    if (found == facts.tensors.end()) return nullptr;
-    batch_ = std::max(batch_, facts.batch);
-    return &found->second;
-  }
-
-  // What is told of all tensors that lie beside this one.
-  const ManifestFacts& FactsOf(const std::string& tensor) {
-    const std::string folder = fs::path(tensor).parent_path().parent_path();
-    const auto at = read_.find(folder);
-    if (at != read_.end()) return at->second;
-    const std::string file = folder + "/" + kManifest;
-    ManifestFacts fresh;
-    if (IsThere(file)) fresh = ReadManifestFacts(file);
-    return read_.emplace(folder, std::move(fresh)).first->second;
-  }
-
-  // As a manifest has it.
-  static std::string NameOf(const std::string& tensor) {
-    const fs::path path(tensor);
-    return path.parent_path().filename() / path.filename();
-  }
-
-  [[nodiscard]] uint64_t Batch() const { return batch_; }
-
- private:
-  std::map<std::string, ManifestFacts> read_;
-  uint64_t batch_ = 1;
-};
-
 // ---- The steps ----------------------------------------------------------------------------------
 
 class ReferenceMaker {

@@ -383,6 +383,7 @@ std::vector<std::string> Verdict::Unreadable() const {
 
 std::string VerdictText(const Verdict& verdict, bool areAllWanted) {
   std::string text = verdict.inside ? InsideText(*verdict.inside, areAllWanted) : Table(verdict);
+  if (!verdict.preparation.empty()) text += "\n" + PreparationText(verdict.preparation);
   // Of many tensors that follow from each other the first is what there is to know.
   const auto begin = verdict.inside ? verdict.inside->Begin() : std::nullopt;
   for (size_t i = 0; i < verdict.outputs.size(); ++i) {
@@ -441,6 +442,9 @@ std::string VerdictJson(const Verdict& verdict) {
                             {"unfinished", Json::ArrayOf(verdict.unfinished)},
                             {"accuracy", accuracy},
                             {"remarks", Json::ArrayOf(verdict.remarks)}});
+  if (!verdict.preparation.empty()) {
+    json.Set("preparation", PreparationJson(verdict.preparation));
+  }
   if (verdict.inside) json.Set("inside", InsideJson(*verdict.inside));
   if (verdict.floor) json.Set("floor", FloorJson(*verdict.floor));
   return ToText(json, 2) + "\n";

@@ -11,6 +11,7 @@
 #include "kit/judge/census.h"
 #include "kit/judge/floor.h"
 #include "kit/judge/inside.h"
+#include "kit/judge/preparation.h"
 #include "kit/judge/rules.h"
 #include "kit/judge/top_agreement.h"
 #include "kit/tensor/stored_tensor.h"
@@ -87,6 +88,8 @@ struct Verdict {
   /// Where that was asked for; its tensors are the outputs, in their order.
   std::optional<Inside> inside;
   std::optional<FloorReport> floor;
+  /// Where an output is wrong: the inputs of both sides that were not made alike.
+  std::vector<PreparationDifference> preparation;
 
   [[nodiscard]] ExitStatus Status() const;
 

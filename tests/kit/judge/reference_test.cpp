@@ -139,6 +139,26 @@ TEST_F(JudgeReference, PreparesTheSourcesForWhatTheReferenceTakes) {
   const Outcome otherwise =
       Judge("float.onnx", {"--reference-recipe", "x=zero-one", "--map", "map"});
   EXPECT_EQ(otherwise.status, 6) << otherwise.Describe();
+  // What is done to values may be compiled into the device.
+  EXPECT_THAT(otherwise.out, Not(HasSubstr("suspect")));
+}
+
+// Pixels of other places or channels are nobody's intention.
+TEST_F(JudgeReference, SuspectsRecipesThatGiveOtherPixels) {
+  Model("device.onnx", kOnnxUint8, {1, 2, 2, 3});
+  Model("float.onnx", kOnnxFloat, {1, 3, 2, 2});
+  LaunchPictures();
+  WriteMap();
+  support::WriteFile(Path("blue.json"), R"({"schema": 1, "name": "blue first", "colours": "bgr",
+      "resize": {"rule": "pil-bilinear"}})");
+  const Outcome ended = Judge("float.onnx", {"--reference-recipe", "blue.json", "--map", "map"});
+  EXPECT_EQ(ended.status, 6) << ended.Describe();
+  // The pictures have the size already: no rule of resizing has done anything.
+  EXPECT_THAT(ended.out,
+              HasSubstr("\nsuspect the inputs first: 'x' was made by the recipe 'bytes', "
+                        "and for the expected side by the recipe 'blue first': colours "
+                        "rgb, expected bgr\n"));
+  EXPECT_THAT(support::ReadFile(Path("run/verdict.json")), HasSubstr(R"("name": "colours")"));
 }
 
 TEST_F(JudgeReference, PacksBatchesAsTheRunDid) {
