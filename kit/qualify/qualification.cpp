@@ -380,7 +380,7 @@ class Steps {
                                  {"status", static_cast<int64_t>(*step.status)}}));
     }
     const Json record = Json::Object({{"schema", 1},
-                                      {"state", "done"},
+                                      {"state", WasStopped() ? "stopped" : "done"},
                                       {"status", static_cast<int64_t>(StatusOf(steps_))},
                                       {"steps", steps}});
     WriteWholeFile(Path(kRecordFile), ToText(record, 2) + "\n");

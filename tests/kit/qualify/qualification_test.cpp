@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
@@ -399,6 +401,115 @@ TEST_F(QualifyVerb, TakesListsAndRandomNumbersAsJobsDo) {
         "random": {"distribution": "integers", "low": 0, "high": 16}}]}})");
   const Outcome random = Run({"random.json"});
   EXPECT_EQ(random.status, 0) << random.Describe();
+}
+
+// ---- Stopped on its way -------------------------------------------------------------------------
+
+// By a real SIGINT, while it is at a step that does not end by itself.
+class QualifyStopped : public QualifyVerb {
+ protected:
+  void SetUp() override {
+    // Verbs are looked for beside the program.
+    const fs::path programs = fs::path(VORN_COMMAND).parent_path();
+    fs::create_directory(Path("bin"));
+    fs::copy(programs / "vorn-qualify", Path("bin/vorn-qualify"));
+    for (const std::string verb : {"inspect", "prepare", "launch", "judge"}) {
+      Script("bin/vorn-" + verb, "exec '" + (programs / ("vorn-" + verb)).string() + "' \"$@\"\n");
+    }
+  }
+
+  void Script(const std::string& name, const std::string& text) const {
+    support::WriteFile(Path(name), "#!/bin/sh\n" + text);
+    fs::permissions(Path(name), fs::perms::owner_all);
+  }
+
+  /// A program that says that it was reached, and stays.
+  void Block(const std::string& name) const {
+    Script(name, ": >'" + Path("reached") + "'\nexec sleep 300\n");
+  }
+
+  void Write(const std::string& device, const std::string& reference,
+             const std::string& source = R"("source": ")" + kDigits + "/pictures\"") const {
+    const std::string side = R"({"model": ")" + kDigits + R"(/digits.onnx", "inputs": [{"name":
+        "picture", )" + source +
+                             "}]";
+    support::WriteFile(Path("q.json"), R"({"schema": 1, "most": 4, "device": )" + side + device +
+                                           R"(}, "reference": )" + side + reference + "}}");
+  }
+
+  /// What it says when it is stopped once that file is there.
+  std::string Stop(const std::string& file = "reached") const {
+    const pid_t child = fork();
+    if (child == 0) {
+      // Whoever started this may ignore them.
+      for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) signal(number, SIG_DFL);
+      setenv("XDG_CACHE_HOME", Path("cache").c_str(), 1);
+      if (chdir(folder_.Path().c_str()) == 0 && freopen("said", "w", stdout) != nullptr &&
+          freopen("errors", "w", stderr) != nullptr) {
+        execl("bin/vorn-qualify", "bin/vorn-qualify", "q.json", "--run", "run", nullptr);
+      }
+      _exit(99);
+    }
+    int status = 0;
+    while (!fs::exists(Path(file))) {
+      if (waitpid(child, &status, WNOHANG) == child) {
+        ADD_FAILURE() << "it ended by itself: " << support::ReadFile(Path("errors"));
+        return "";
+      }
+      usleep(10000);
+    }
+    kill(child, SIGINT);
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_THAT(WEXITSTATUS(status), testing::AnyOf(7, 8));
+    EXPECT_EQ(Record()["state"], "stopped");
+    const std::string said = support::ReadFile(Path("said"));
+    return said.substr(0, said.find('\n'));
+  }
+};
+
+TEST_F(QualifyStopped, SaysSoOfADescription) {
+  Write("", "");
+  Block("bin/vorn-inspect");
+  EXPECT_EQ(Stop(), "STOPPED: could not describe the device; the same command goes on");
+}
+
+TEST_F(QualifyStopped, SaysSoOfInputs) {
+  // More than are made before it is stopped.
+  std::string numbers;
+  for (int i = 0; i < 64; ++i) numbers += "1 ";
+  for (int i = 0; i < 20000; ++i)
+    support::WriteFile(Path("many/" + std::to_string(i) + ".txt"), numbers);
+  Write("", "", R"("source": "many")");
+  std::string text = support::ReadFile(Path("q.json"));
+  text.replace(text.find("\"most\": 4"), 9, "\"most\": 20000");
+  support::WriteFile(Path("q.json"), text);
+  EXPECT_EQ(Stop("run/device.inputs/tensors/000000.bin"),
+            "STOPPED: could not prepare the device's inputs; the same command goes on");
+}
+
+TEST_F(QualifyStopped, SaysSoOfTheDevice) {
+  Write(R"(, "program": "device.sh")", "");
+  Block("device.sh");
+  EXPECT_EQ(Stop(), "STOPPED: could not run the device; the same command goes on");
+}
+
+TEST_F(QualifyStopped, SaysSoOfTheReference) {
+  Write("", R"(, "program": "reference.sh")");
+  Block("reference.sh");
+  EXPECT_EQ(Stop(), "STOPPED: could not run the reference; the same command goes on");
+  // And goes on.
+  fs::remove(Path("reference.sh"));
+  Script("reference.sh",
+         "exec '" + (fs::path(VORN_COMMAND).parent_path() / "vorn-run").string() + "' \"$@\"\n");
+  const Outcome again = Run({"q.json", "--run", "run"});
+  EXPECT_EQ(again.status, 0) << again.Describe();
+}
+
+TEST_F(QualifyStopped, SaysSoOfTheJudgement) {
+  Write("", "");
+  Block("bin/vorn-judge");
+  EXPECT_EQ(Stop(), "STOPPED: could not judge; the same command goes on");
 }
 
 TEST_F(QualifyVerb, NamesTheKeyOfAFileThatIsWrong) {
