@@ -38,6 +38,9 @@ install_build_tools() {
   probe_command ninja ninja-build
   probe_command strace strace
   probe_command protoc protobuf-compiler
+  probe_command ssh openssh-client
+  PATH=$PATH:/usr/sbin:/sbin probe_command sshd openssh-server
+  probe_command parallel parallel
   probe_file /usr/include/gtest/gtest.h libgtest-dev
   probe_file /usr/include/gmock/gmock.h libgmock-dev
   probe_file /usr/include/nlohmann/json.hpp nlohmann-json3-dev
