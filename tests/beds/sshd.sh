@@ -11,6 +11,7 @@
 #   sshd.sh freeze|thaw FOLDER BOARD  connections stand still, and go on
 #   sshd.sh stop FOLDER               ends all of them, and what they started; the folder stays
 set -euo pipefail
+. "$(dirname "$0")/processes.sh"
 readonly kTries=50
 readonly kWaitTenths=200
 
@@ -23,23 +24,7 @@ sshd=$(PATH=$PATH:/usr/sbin:/sbin command -v sshd) || true
 # A path as ssh's own files take it.
 word() { printf '"%s"' "${1//%/%%}"; }
 
-descendants() {
-  local child
-  for child in $(ps -o pid= --ppid "$1"); do
-    printf '%s\n' "$child"
-    descendants "$child"
-  done
-}
-
-# began PID: when it did, which tells it from another process by its number.
-began() { sed 's/.*) //' "/proc/$1/stat" 2>/dev/null | cut -d' ' -f20; }
-
-# pid_of BOARD: nothing if its sshd is gone.
-pid_of() {
-  local pid when
-  { read -r pid when <"$folder/$1/pid"; } 2>/dev/null || return 0
-  [ "$(began "$pid")" != "$when" ] || printf '%s\n' "$pid"
-}
+pid_of() { noted_process "$folder/$1/pid"; }
 
 write_config() { # BOARD PORT LINE...
   local board=$1 port=$2
@@ -79,7 +64,7 @@ launch() { # BOARD
   : >"$folder/$1/log"
   # -D: in the foreground, so that its number is known from the first moment on.
   setsid "$sshd" -D -e -f "$folder/$1/sshd_config" </dev/null >>"$folder/$1/log" 2>&1 &
-  printf '%s %s\n' $! "$(began $!)" >"$folder/$1/pid"
+  note_process "$folder/$1/pid" $!
   listens "$1"
 }
 
@@ -126,22 +111,13 @@ Host *
 END
 }
 
-# What sshd started on a board and left has its mark in the environment.
-marked() { # BOARD
-  grep -lFsxz -- "VORN_TEST_BOARD=$folder/$1" /proc/[0-9]*/environ | cut -d/ -f3 || true
-}
-
-# What runs may start more while it is looked for, until a look finds nothing.
 end_board() { # BOARD
-  local pid child found
+  local pid
   pid=$(pid_of "$1")
-  [ -z "$pid" ] || kill -STOP "$pid" 2>/dev/null || true
-  [ -z "$pid" ] || for child in $(descendants "$pid"); do kill -KILL "$child" 2>/dev/null || true; done
-  [ -z "$pid" ] || kill -KILL "$pid" 2>/dev/null || true
-  while found=$(marked "$1") && [ -n "$found" ]; do
-    for child in $found; do kill -KILL "$child" 2>/dev/null || true; done
-    sleep 0.02
-  done
+  # shellcheck disable=SC2046 # a word each
+  [ -z "$pid" ] || { signal STOP "$pid" && signal KILL $(descendants "$pid") "$pid"; }
+  # What sshd started and left has its mark in the environment.
+  kill_marked "VORN_TEST_BOARD=$folder/$1"
   while [ -n "$(pid_of "$1")" ]; do sleep 0.01; done
 }
 
@@ -155,10 +131,8 @@ connections() { # BOARD
   done
 }
 
-signal_connections() { # SIGNAL BOARD
-  local child
-  for child in $(connections "$2"); do kill "-$1" "$child" 2>/dev/null || true; done
-}
+# shellcheck disable=SC2046 # a word each
+signal_connections() { signal "$1" $(connections "$2"); } # SIGNAL BOARD
 
 [ $# -ge 2 ] || die "start|again|kill|cut|freeze|thaw|stop FOLDER ...; its head tells more"
 action=$1
