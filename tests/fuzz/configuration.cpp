@@ -104,7 +104,8 @@ std::string RoundText(const ModelSettings& settings) {
   if (settings.round == Rounding::kToFloat16) return Text("float16");
   if (settings.round == Rounding::kToBfloat16) return Text("bfloat16");
   const bool isFile = !settings.rangesFile.empty();
-  return "{\"int8\":" + (isFile ? Text(settings.rangesFile) : Text(settings.ranges)) + '}';
+  return "{\"int8\":" + (isFile ? Text(settings.rangesFile) : Text(settings.ranges)) +
+         (settings.isFused ? "}" : ",\"fuse\":false}");
 }
 
 std::string NetTypeText(vorn_net_type type) {

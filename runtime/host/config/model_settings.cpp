@@ -77,13 +77,23 @@ void ReadInt8(const std::string& key, const json& value, ModelSettings& settings
   }
 }
 
-constexpr Key<ModelSettings> kRoundKeys[] = {{"int8", ReadInt8}};
+void ReadFuse(const std::string& key, const json& value, ModelSettings& settings) {
+  if (!value.is_boolean()) {
+    throw Failure(VORN_ERROR_CONFIG, "'", key, "' is ", Shown(value), "; give true or false");
+  }
+  settings.isFused = value.get<bool>();
+}
+
+constexpr Key<ModelSettings> kRoundKeys[] = {{"int8", ReadInt8}, {"fuse", ReadFuse}};
 
 void ReadRound(const std::string& key, const json& value, ModelSettings& settings) {
   settings.ranges.clear();
   settings.rangesFile.clear();
+  settings.isFused = true;
   settings.round = Rounding::kToInt8;
-  if (value.is_object() && value.size() == 1) {
+  // Of another key alone it is said that nobody knows it.
+  const bool isOther = value.is_object() && value.size() == 1 && !value.contains("fuse");
+  if (isOther || (value.is_object() && value.contains("int8"))) {
     return ReadKeys<ModelSettings>(value, key + ".", kRoundKeys, settings);
   }
   if (value != "float16" && value != "bfloat16") {

@@ -67,6 +67,7 @@ struct ModelSettings {
   Rounding round = Rounding::kNone;
   std::map<std::string, Range> ranges;  ///< of tensors, for kToInt8
   std::string rangesFile;               ///< where they stand instead; empty: here
+  bool isFused = true;  ///< for kToInt8: what compilers make one operation of is rounded once
 
   bool operator==(const ModelSettings&) const = default;
 };

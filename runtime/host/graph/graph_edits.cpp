@@ -212,11 +212,13 @@ std::map<std::string, std::string> ShortNames(const OnnxGraph& graph, const Mode
   return names;
 }
 
-std::string Round(OnnxGraph& graph, const ModelSettings& settings, const Facts& facts) {
-  return RoundGraph(graph, settings, [&](std::string_view name) {
+std::string Round(OnnxGraph& graph, const ModelSettings& settings, const Facts& facts,
+                  const std::vector<std::string_view>& exposed) {
+  const auto isFloat = [&](std::string_view name) {
     const auto found = facts.find(name);
     return found != facts.end() && found->second->type == VORN_FLOAT32;
-  });
+  };
+  return RoundGraph(graph, settings, isFloat, {exposed.begin(), exposed.end()});
 }
 
 /// What the engine knows of every result.
@@ -252,7 +254,7 @@ EditedModel EditModel(Bytes image, const ModelSettings& settings, const TellResu
   if (settings.exposeAll || !settings.expose.empty()) {
     exposedText = Expose(graph, settings, facts, exposed);
   }
-  if (isRounded) done.push_back(Round(graph, settings, facts));
+  if (isRounded) done.push_back(Round(graph, settings, facts, exposed));
   if (!exposedText.empty()) done.push_back(exposedText);
   GiveOutputs(graph, settings, exposed, edited);
   const bool isLookedInto = !settings.until.empty() || !exposedText.empty();

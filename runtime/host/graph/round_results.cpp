@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -25,6 +26,18 @@ constexpr std::string_view kMovers[] = {
     "GatherND",     "Identity", "MaxPool", "Reshape",   "Slice",     "SpaceToDepth",
     "Split",        "Squeeze",  "Tile",    "Transpose", "Unsqueeze",
 };
+
+/// Operators whose sums are 32 bits wide on a device until the operation is done.
+constexpr std::string_view kSums[] = {"Conv", "ConvTranspose", "Gemm", "MatMul"};
+
+/// What compilers let an operation end with: it cuts values off, or scales those below zero.
+constexpr std::string_view kEnds[] = {"Clip", "LeakyRelu", "Relu"};
+
+bool IsOneOf(const GraphNode& node, std::span<const std::string_view> ops) {
+  return node.domain.empty() && std::ranges::find(ops, node.op) != ops.end();
+}
+
+bool Is(const GraphNode& node, std::string_view op) { return IsOneOf(node, {&op, 1}); }
 
 std::string FloatAttribute(std::string_view name, float value) {
   // A number of 4 bytes in field 2, and the type of the attribute in field 20.
@@ -62,10 +75,11 @@ const char* NameOf(Rounding rounding) {
 class Rounder {
  public:
   Rounder(OnnxGraph& graph, const ModelSettings& settings,
-          const std::function<bool(std::string_view)>& isFloat)
-      : graph_(graph), settings_(settings), isFloat_(isFloat) {
+          const std::function<bool(std::string_view)>& isFloat,
+          const std::set<std::string_view>& exposed)
+      : graph_(graph), settings_(settings), isFloat_(isFloat), exposed_(exposed) {
     parameters_ = ParametersOf(graph);
-    for (const GraphNode& node : graph.nodes) {
+    for (GraphNode& node : graph.nodes) {
       for (size_t i = 0; i < node.inputs.size(); ++i) {
         // Read as both, it stays as it is: another factor would make another shape.
         if (IsParameter(node, i)) parameters_.insert(node.inputs[i]);
@@ -73,6 +87,7 @@ class Rounder {
       }
     }
     onData_ = DependenceOf(graph).onData;
+    if (IsInt8() && settings.isFused) FindFused();
   }
 
   std::string Round() {
@@ -81,12 +96,70 @@ class Rounder {
     RoundInputs();
     for (GraphNode& node : graph_.nodes) RoundNode(node);
     graph_.UseDomain(kRoundingDomain);
-    return Join("rounded ", Counted(weights_, "weight"), ", ", Counted(inputs_, "input"), " and ",
-                Counted(results_, "result"), " to ", NameOf(settings_.round));
+    std::string done =
+        Join("rounded ", Counted(weights_, "weight"), ", ", Counted(inputs_, "input"), " and ",
+             Counted(results_, "result"), " to ", NameOf(settings_.round));
+    if (fused_.empty()) return done;
+    return Join(done, ", and ", fused_.size(), " fused with what reads ",
+                fused_.size() == 1 ? "it" : "them");
   }
 
  private:
   bool IsInt8() const { return settings_.round == Rounding::kToInt8; }
+
+  // ---- What is one operation on a device --------------------------------------------------------
+
+  /// Results that their only reader takes before they are rounded.
+  void FindFused() {
+    std::set<std::string_view> seen(graph_.outputs.begin(), graph_.outputs.end());
+    for (const GraphNode& node : graph_.nodes) {
+      seen.insert(node.captured.begin(), node.captured.end());
+    }
+    for (const GraphNode& node : graph_.nodes) {
+      if (node.outputs.size() != 1 || !onData_.contains(node.outputs[0])) continue;
+      if (!isFloat_(node.outputs[0])) continue;
+      const auto readers = readers_.find(node.outputs[0]);
+      if (seen.contains(node.outputs[0]) || readers == readers_.end()) continue;
+      if (readers->second.size() != 1) continue;
+      const auto& [reader, index] = readers->second[0];
+      if (AreFused(node, *reader, index)) fused_.insert(node.outputs[0]);
+    }
+  }
+
+  bool AreFused(const GraphNode& node, const GraphNode& reader, size_t index) const {
+    const bool isSum = IsOneOf(node, kSums);
+    if (Is(reader, "Add")) return isSum && IsBias(reader, 1 - index);
+    if (index != 0) return false;
+    if (Is(reader, "BatchNormalization")) return isSum;
+    return IsOneOf(reader, kEnds) && (isSum || Is(node, "BatchNormalization") || Is(node, "Add"));
+  }
+
+  /// A number for each channel, or one for all; more of them are an operand of their own.
+  bool IsBias(const GraphNode& node, size_t index) const {
+    if (index >= node.inputs.size()) return false;
+    const std::optional<std::vector<int64_t>> dims = DimsOfConstant(node.inputs[index]);
+    return dims && std::ranges::count_if(*dims, [](int64_t dim) { return dim != 1; }) <= 1;
+  }
+
+  /// Nothing where it is none that the file holds.
+  std::optional<std::vector<int64_t>> DimsOfConstant(std::string_view name) const {
+    if (graph_.IsInput(name)) return std::nullopt;
+    const auto found = std::ranges::find(graph_.initializers, name,
+                                         [](const Initializer& one) { return one.tensor.name; });
+    if (found != graph_.initializers.end()) return found->tensor.dims;
+    const GraphNode* node = graph_.ProducerOf(name);
+    if (node == nullptr || !Is(*node, "Constant")) return std::nullopt;
+    const std::optional<Bytes> tensor = AttributeOf(*node, "value", 5);
+    if (!tensor) return std::nullopt;
+    return ReadFileTensor(*tensor).dims;
+  }
+
+  bool IsFusedBias(const GraphNode& node, size_t index) const {
+    return Is(node, "Add") && index < 2 && node.inputs.size() == 2 &&
+           fused_.contains(node.inputs[1 - index]);
+  }
+
+  // ---- Weights ----------------------------------------------------------------------------------
 
   /// How all readers of a weight would hold it.
   WeightScheme SchemeFor(std::string_view name, size_t rank) const {
@@ -94,7 +167,8 @@ class Rounder {
     if (readers == readers_.end()) return {};
     std::optional<WeightScheme> scheme;
     for (const auto& [node, index] : readers->second) {
-      const WeightScheme one = SchemeOf(*node, index, rank);
+      WeightScheme one = SchemeOf(*node, index, rank);
+      if (IsFusedBias(*node, index)) one = {.kind = WeightScheme::kUntouched, .axis = 0};
       scheme = scheme ? Common(*scheme, one) : one;
     }
     return *scheme;
@@ -131,6 +205,7 @@ class Rounder {
   bool IsToBeRounded(const GraphNode& node, std::string_view name) const {
     if (name.empty() || constants_.contains(name) || parameters_.contains(name)) return false;
     if (!isFloat_(name) || MovesRounded(node)) return false;
+    if (fused_.contains(name) && !exposed_.contains(name)) return false;
     const bool isConstant = IsInt8() && !onData_.contains(name);
     return !isConstant || SchemeFor(name, 0).kind != WeightScheme::kUntouched;
   }
@@ -223,6 +298,11 @@ class Rounder {
       output = graph_.NewName(std::string(name) + "/unrounded");
       node.isChanged = true;
       node.behind.push_back(NodeFor(name, output, name));
+      if (fused_.contains(name)) {
+        const auto& [reader, index] = readers_.find(name)->second[0];
+        reader->inputs[index] = output;
+        reader->isChanged = true;
+      }
       rounded_.insert(name);
       ++results_;
     }
@@ -231,11 +311,13 @@ class Rounder {
   OnnxGraph& graph_;
   const ModelSettings& settings_;
   const std::function<bool(std::string_view)>& isFloat_;
+  const std::set<std::string_view>& exposed_;
   std::set<std::string_view> parameters_;
   std::set<std::string_view> onData_;
   std::set<std::string_view> constants_;  // results of nodes that are weights
   std::set<std::string_view> rounded_;    // so far
-  std::map<std::string_view, std::vector<std::pair<const GraphNode*, size_t>>> readers_;
+  std::set<std::string_view> fused_;
+  std::map<std::string_view, std::vector<std::pair<GraphNode*, size_t>>> readers_;
   size_t weights_ = 0;
   size_t inputs_ = 0;
   size_t results_ = 0;
@@ -244,8 +326,9 @@ class Rounder {
 }  // namespace
 
 std::string RoundGraph(OnnxGraph& graph, const ModelSettings& settings,
-                       const std::function<bool(std::string_view)>& isFloat) {
-  return Rounder(graph, settings, isFloat).Round();
+                       const std::function<bool(std::string_view)>& isFloat,
+                       const std::set<std::string_view>& exposed) {
+  return Rounder(graph, settings, isFloat, exposed).Round();
 }
 
 }  // namespace vorn::host

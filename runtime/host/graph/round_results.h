@@ -16,6 +16,7 @@
 #define VORN_RUNTIME_HOST_GRAPH_ROUND_RESULTS_H_
 
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -26,10 +27,16 @@ namespace vorn::host {
 
 inline constexpr const char* kRoundingDomain = "vorn.rounding";
 
-/// Rounds what `settings.round` asks for; `isFloat` tells results that are float32 tensors. Fails
-/// with VORN_ERROR_MODEL where a range is missing. Returns what was done, for the log.
+/// Rounds what `settings.round` asks for; `isFloat` tells results that are float32 tensors, and
+/// `exposed` are those that are to be given beside the graph's outputs. Fails with VORN_ERROR_MODEL
+/// where a range is missing. Returns what was done, for the log.
+///
+/// To 8 bits, what compilers make one operation of is rounded once, behind it all. What is exposed
+/// from within is given rounded, as a device would give it, and nothing else reads that: the
+/// results behind are the same whatever is looked at.
 std::string RoundGraph(OnnxGraph& graph, const ModelSettings& settings,
-                       const std::function<bool(std::string_view)>& isFloat);
+                       const std::function<bool(std::string_view)>& isFloat,
+                       const std::set<std::string_view>& exposed);
 
 }  // namespace vorn::host
 

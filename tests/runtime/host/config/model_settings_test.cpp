@@ -80,6 +80,12 @@ TEST(ParseModelSettings, TakesEveryPrecision) {
   EXPECT_EQ(file.rangesFile, "ranges.json");
   EXPECT_TRUE(file.ranges.empty());
   EXPECT_EQ(ParseModelSettings(R"({"round": "float16"})", file).rangesFile, "");
+  EXPECT_TRUE(file.isFused);
+  const ModelSettings apart =
+      ParseModelSettings(R"({"round": {"fuse": false, "int8": "ranges.json"}})");
+  EXPECT_FALSE(apart.isFused);
+  EXPECT_EQ(apart.rangesFile, "ranges.json");
+  EXPECT_TRUE(ParseModelSettings(R"({"round": {"int8": "ranges.json"}})", apart).isFused);
 }
 
 TEST(ParseModelSettings, RefusesPrecisionsThatAreNone) {
@@ -89,6 +95,8 @@ TEST(ParseModelSettings, RefusesPrecisionsThatAreNone) {
         << wrong;
   }
   EXPECT_THAT(Refusal(R"({"round": {"int4": {}}})"), HasSubstr("'model.round.int4' is not known"));
+  EXPECT_THAT(Refusal(R"({"round": {"fuse": true}})"), HasSubstr(R"({"int8": ranges})"));
+  EXPECT_THAT(Refusal(R"({"round": {"int8": {}, "fuse": 1}})"), HasSubstr("'model.round.fuse'"));
   EXPECT_THAT(Refusal(R"({"round": {"int8": 1}})"), HasSubstr("'model.round.int8'"));
   EXPECT_THAT(Refusal(R"({"round": {"int8": ""}})"), HasSubstr("'model.round.int8'"));
   EXPECT_THAT(Refusal(R"({"round": {"int8": {"a": 1}}})"), HasSubstr("'model.round.int8.a'"));

@@ -50,6 +50,7 @@ OnnxWriter Network(uint64_t operatorSet = 17) {
 /// How each tensor of the network is rounded.
 struct Precision {
   RoundOne input, conv, relu, scaled, scores;
+  RoundOne betweenBoth;  ///< what the Relu reads of the Conv
   std::function<Floats(Floats)> weights, matrix;
   RoundOne bias, factor;
 };
@@ -74,11 +75,11 @@ Results Reference(const Precision& precision) {
     for (size_t at = 0; at < 4; ++at) {
       double sum = bias[out];
       for (size_t in = 0; in < 2; ++in) sum += double{x[in * 4 + at]} * weights[out * 2 + in];
-      results.conv.push_back(precision.conv(static_cast<float>(sum)));
+      const auto value = static_cast<float>(sum);
+      results.conv.push_back(precision.conv(value));
+      results.relu.push_back(precision.relu(std::max(precision.betweenBoth(value), 0.0F)));
     }
   }
-  for (const float value : results.conv)
-    results.relu.push_back(precision.relu(std::max(value, 0.0F)));
   for (const float value : results.relu)
     results.scaled.push_back(precision.scaled(value * factor[0]));
   for (size_t column = 0; column < 2; ++column) {
@@ -97,6 +98,7 @@ Precision Same(const RoundOne& round) {
           .relu = round,
           .scaled = round,
           .scores = round,
+          .betweenBoth = round,
           .weights = all,
           .matrix = all,
           .bias = round,
@@ -146,6 +148,7 @@ Precision Int8() {
   Precision precision = Same(Nothing);
   precision.input = Unsigned(-3.96875, 4);
   precision.conv = Unsigned(-2.96875, 5);
+  precision.betweenBoth = Nothing;
   precision.relu = precision.scaled = Unsigned(0, 7.96875);
   precision.scores = Unsigned(-31.75, 32);
   precision.weights = [](Floats values) {
@@ -210,6 +213,103 @@ TEST_F(HostRoundedModel, HoldsNumbersOfEightBits) {
   ExpectLike(Int8(), "{\"int8\": " + kRanges + "}");
 }
 
+TEST_F(HostRoundedModel, RoundsEveryResultWhereNothingIsToBeFused) {
+  Precision apart = Int8();
+  apart.betweenBoth = apart.conv;
+  EXPECT_NE(Reference(apart).relu, Reference(Int8()).relu);
+  ExpectLike(apart, "{\"int8\": " + kRanges + ", \"fuse\": false}");
+}
+
+// A range of what no device holds need not be known, unless somebody looks at it.
+TEST_F(HostRoundedModel, NeedsTheRangeOfWhatIsFusedWhereItIsGiven) {
+  const std::string ranges = R"({"relu": {"min": 0, "max": 7.96875},
+      "scaled": {"min": 0.5, "max": 7.96875}, "scores": {"min": -31.75, "max": 32}})";
+  Configure("{\"round\": {\"int8\": " + ranges + "}}");
+  EXPECT_EQ(Load(Network()), VORN_SUCCESS);
+  Unload();
+  const std::string wanted = "'round' needs the range of 'conv', 1 of 4 results";
+  Configure("{\"expose\": [\"conv\"], \"round\": {\"int8\": " + ranges + "}}");
+  EXPECT_THAT(Refusal(Network()), HasSubstr(wanted));
+  Configure("{\"round\": {\"int8\": " + ranges + ", \"fuse\": false}}");
+  EXPECT_THAT(Refusal(Network()), HasSubstr(wanted));
+}
+
+/// What compilers make one operation of, and what they do not; [1, 2, 2, 2] all along.
+TEST_F(HostRoundedModel, FusesWhatCompilersFuse) {
+  const auto network = [] {
+    return OnnxWriter()
+        .OperatorSet(17)
+        .Input("x", kOnnxFloat, {1, 2, 2, 2})
+        .Output("y", kOnnxFloat, {1, 2, 2, 2})
+        .Constant<float>("w", kOnnxFloat, {2, 2, 1, 1}, {1, 2, 3, 4})
+        .Constant<float>("m", kOnnxFloat, {2, 2}, {1, 2, 3, 4})
+        .Constant<float>("channels", kOnnxFloat, {2}, {1, 2})
+        .Constant<float>("all", kOnnxFloat, {2, 2, 2}, {1, 2, 3, 4, 5, 6, 7, 8})
+        .Constant<float>("least", kOnnxFloat, {}, {0.5F});
+  };
+  const auto conv = [&] { return network().Node("Conv", {"x", "w"}, {"a"}); };
+  const auto norm = [](OnnxWriter model, const std::string& from, const std::string& to) {
+    return model.Node("BatchNormalization", {from, "channels", "channels", "channels", "channels"},
+                      {to});
+  };
+  struct Case {
+    const char* what;
+    OnnxWriter model;
+    int fused;
+  };
+  const Case cases[] = {
+      {"Relu", conv().Node("Relu", {"a"}, {"y"}), 1},
+      {"LeakyRelu", conv().Node("LeakyRelu", {"a"}, {"y"}), 1},
+      {"Clip", conv().Node("Clip", {"a", "least"}, {"y"}), 1},
+      {"normalised", norm(conv(), "a", "y"), 1},
+      {"normalised and cut off", norm(conv(), "a", "b").Node("Relu", {"b"}, {"y"}), 2},
+      {"bias", network().Node("MatMul", {"x", "m"}, {"a"}).Node("Add", {"a", "channels"}, {"y"}),
+       1},
+      {"bias in front",
+       network()
+           .Node("MatMul", {"x", "m"}, {"a"})
+           .Node("Add", {"channels", "a"}, {"b"})
+           .Node("Clip", {"b", "least"}, {"y"}),
+       2},
+      {"more than a bias", conv().Node("Add", {"a", "all"}, {"y"}), 0},
+      {"residual", conv().Node("Add", {"a", "x"}, {"b"}).Node("Relu", {"b"}, {"y"}), 1},
+      {"other activations", conv().Node("Sigmoid", {"a"}, {"y"}), 0},
+      {"HardSwish", conv().Node("HardSwish", {"a"}, {"y"}), 0},
+      {"other operations", network().Node("Exp", {"x"}, {"a"}).Node("Relu", {"a"}, {"y"}), 0},
+      {"two readers",
+       conv().Node("Relu", {"a"}, {"b"}).Node("Neg", {"a"}, {"c"}).Node("Add", {"b", "c"}, {"y"}),
+       0},
+      {"an output as well", conv().Output("a", kOnnxFloat, {1, 2, 2, 2}).Node("Relu", {"a"}, {"y"}),
+       0},
+  };
+  for (const Case& one : cases) {
+    const std::string range = R"({"min": -4, "max": 4})";
+    Configure(R"({"round": {"int8": {"a": )" + range + R"(, "b": )" + range + R"(, "c": )" + range +
+              R"(, "y": )" + range + "}}}");
+    const std::string log = LogOf([&] { EXPECT_EQ(Load(one.model), VORN_SUCCESS) << one.what; });
+    const std::string wanted = one.fused == 0 ? "to int8\n"
+                                              : "to int8, and " + std::to_string(one.fused) +
+                                                    " fused with what reads " +
+                                                    (one.fused == 1 ? "it\n" : "them\n");
+    EXPECT_THAT(log, testing::EndsWith(wanted)) << one.what;
+    Unload();
+  }
+}
+
+// A bias is 32 bits wide wherever it stands: 0.3 and 100 have no grid of 8 bits in common.
+TEST_F(HostRoundedModel, LeavesABiasBehindAMatMulAsItIs) {
+  Configure(R"({"round": {"int8": {"y": {"min": -127.5, "max": 127.5}}}})");
+  ASSERT_EQ(Load(OnnxWriter()
+                     .Input("x", kOnnxFloat, {1, 2})
+                     .Output("y", kOnnxFloat, {1, 2})
+                     .Constant<float>("m", kOnnxFloat, {2, 2}, {1, 0, 0, 1})
+                     .Constant<float>("bias", kOnnxFloat, {2}, {0.3F, 100})
+                     .Node("MatMul", {"x", "m"}, {"a"})
+                     .Node("Add", {"a", "bias"}, {"y"})),
+            VORN_SUCCESS);
+  EXPECT_THAT(Output(0, {0.25F, 0}, 2), ElementsAre(1, 100));
+}
+
 TEST_F(HostRoundedModel, NeedsNoOperatorsOfAVersion) {
   // Of which bfloat16 is no type that a Cast takes.
   ExpectLike(Same(Bfloat16), R"("bfloat16")", 8);
@@ -239,7 +339,7 @@ TEST_F(HostRoundedModel, ReadsNoFileBecauseAModelSaysSo) {
 TEST_F(HostRoundedModel, NamesTheFirstRangeThatIsMissing) {
   Configure(R"({"round": {"int8": {"conv": {"min": 0, "max": 1}}}})");
   EXPECT_THAT(Refusal(Network()),
-              HasSubstr("'round' needs the range of 'relu' and of 2 more, 3 of 4 results"));
+              HasSubstr("'round' needs the range of 'relu' and of 2 more, 3 of 3 results"));
 }
 
 TEST_F(HostRoundedModel, GoesBeyondFloat16ToInfinity) {
