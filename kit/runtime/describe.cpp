@@ -71,6 +71,7 @@ class Asker {
         {"vorn_mdl_get_output_dims", runtime_.vorn_mdl_get_output_dims,
          runtime_.vorn_mdl_get_output_data_type, runtime_.vorn_mdl_get_output_format,
          runtime_.vorn_mdl_get_output_default_stride, runtime_.vorn_mdl_get_output_size_by_index});
+    CompleteNames(desc, description.outputs);
     TakeDown(desc, modelId);
     AssignRoles(description);
     description.runtime = FileIdentity{.path = runtime_.path, .sizeBytes = {}, .xxh3 = {}};
@@ -128,6 +129,17 @@ class Asker {
     const vorn_status answer =
         Call("vorn_ext_get_mdl_net_type", runtime_.vorn_ext_get_mdl_net_type, modelId, &netType);
     return answer == VORN_SUCCESS ? std::optional(netType) : std::nullopt;
+  }
+
+  // The record of the dimensions cuts it, and dumps of an output have the whole one.
+  void CompleteNames(const vorn_mdl_desc* desc, std::vector<TensorDescription>& outputs) {
+    for (size_t i = 0; i < outputs.size(); ++i) {
+      std::string& name = outputs[i].name;
+      if (name.size() + 1 < sizeof(vorn_mdl_io_dims::name)) continue;
+      const char* whole = Call("vorn_mdl_get_output_name_by_index",
+                               runtime_.vorn_mdl_get_output_name_by_index, desc, uint64_t{i});
+      if (whole != nullptr && std::string_view(whole).starts_with(name)) name = whole;
+    }
   }
 
   std::vector<TensorDescription> AskTensors(const vorn_mdl_desc* desc, uint64_t count,
