@@ -322,6 +322,7 @@ class Preparation {
       signatures_.push_back(SignatureOf(input, request_.version));
       result_.remarks.insert(result_.remarks.end(), input.found.remarks.begin(),
                              input.found.remarks.end());
+      if (!input.found.rateRemark.empty()) result_.remarks.push_back(input.found.rateRemark);
       result_.sizeBytes += input.plan.ItemBytes() * samples_;
     }
   }

@@ -87,6 +87,7 @@ struct Frames {
   uint64_t window = 0;
   uint64_t filledUp = 0;  ///< zeros at the end of the last frame
   uint64_t leftOut = 0;   ///< samples that are in no frame, behind the last one
+  uint64_t rate = 0;      ///< samples a second, where the file tells; 0: it does not
 };
 
 /// Throws a Fault of kInput where not one frame comes out, of kLimit beyond `mostBytes`.

@@ -96,6 +96,25 @@ SourceItem ItemOf(SourceKind kind, const std::string& path,
   return made;
 }
 
+// Tokens, embeddings or frames of a sequence: the same but for one size, which is how many there
+// are.
+std::string HintOfLength(const Shape& shape, const Shape& input) {
+  const Shape has = WithoutOnes(shape);
+  const Shape takes = WithoutOnes(input);
+  if (has.size() != takes.size() || takes.size() < 2) return "";
+  std::optional<size_t> other;
+  for (size_t i = 0; i < has.size(); ++i) {
+    if (has[i] == takes[i]) continue;
+    if (other) return "";
+    other = i;
+  }
+  if (!other) return "";
+  return "; a sequence of " + std::to_string(has[*other]) + " has to " +
+         (has[*other] < takes[*other] ? "be filled up to " : "be cut to ") +
+         std::to_string(takes[*other]) +
+         ", or the model be opened for that many, where its configuration can say so (\"dims\")";
+}
+
 // Items that lie one behind the other. A file with holes may tell of any number of them.
 void AddEach(SourceKind kind, uint64_t count, const std::string& path, const std::string& array,
              std::vector<SourceItem>& items) {
@@ -123,11 +142,13 @@ void AddItems(SourceKind kind, const Shape& shape, ElementType type, const std::
       break;
   }
   const bool wantsPicture = plan.recipe && plan.recipe->NeedsPicture();
+  const std::string hint = wantsPicture ? "" : HintOfLength(shape, ShapeOfInput(plan));
   items.push_back(FaultyItem(
       path,
       "the array is " + TextOf(shape) + " of " + std::string(ElementName(type)) + ", and " +
           (wantsPicture ? "the recipe takes [height, width, channels], or several of them in front"
-                        : TakesOf(plan) + ", or several such items in front")));
+                        : TakesOf(plan) + ", or several such items in front") +
+          hint));
 }
 
 void AddArray(const StoredTensor& tensor, const std::string& path, const std::string& array,
@@ -216,8 +237,14 @@ bool LooksLikeNumbers(const std::string& head) {
   return hasDigit || (isRemark && !head.empty());
 }
 
-void AddSignal(const std::string& path, const InputPlan& plan, std::vector<SourceItem>& items) {
+void AddSignal(const std::string& path, const InputPlan& plan, std::vector<SourceItem>& items,
+               std::string& rateRemark) {
   const Frames frames = ReadFrames(path, plan);
+  if (frames.rate != 0 && !plan.signal->rate && rateRemark.empty()) {
+    rateRemark = "the sound " + Quoted(path) + " has " + std::to_string(frames.rate) +
+                 " samples a second, and no \"rate\" of \"signal\" says how many the model was "
+                 "made for";
+  }
   if (!plan.isSequence) {
     AddItems(SourceKind::kSignal, {frames.count, frames.window}, ElementType::kFloat32, path, "",
              plan, items);
@@ -232,13 +259,28 @@ void AddSignal(const std::string& path, const InputPlan& plan, std::vector<Sourc
   AddEach(SourceKind::kSignal, sequences, path, "", items);
 }
 
+// What this verb has left beside tensors; their bytes are none, though the count of them may fit.
+bool IsOfPreparation(const fs::path& path) {
+  if (path.filename() != "list.txt" && path.filename() != "manifest.json") return false;
+  std::error_code error;
+  const fs::path folder = path.parent_path();
+  return fs::exists(folder / "manifest.json", error) && fs::is_directory(folder / "tensors", error);
+}
+
 // Whatever the file is. `isAsked` for one that was named, and does not only lie in a folder.
 void AddFile(const std::string& path, const InputPlan& plan, bool isAsked, FoundSource& found,
              std::vector<std::string>& passedOver) {
   try {
     const FileHead head = ReadFileHead(path, "the file", kHeadBytes);
-    if (plan.signal) {
-      AddSignal(path, plan, found.items);
+    if (IsOfPreparation(path)) {
+      if (isAsked) {
+        RefuseSource(path, "tells of tensors that vorn prepare has made; give their folder " +
+                               Quoted((fs::path(path).parent_path() / "tensors").string()) +
+                               " as the source, or the list as it is to vorn launch -i");
+      }
+      passedOver.push_back(fs::path(path).filename().string());
+    } else if (plan.signal) {
+      AddSignal(path, plan, found.items, found.rateRemark);
     } else if (IsWav(head.bytes)) {
       RefuseSource(path, "is a sound, and nothing says how it becomes frames: " + TakesOf(plan) +
                              "; give \"signal\": {\"window\", \"hop\"} in a job");
@@ -484,7 +526,9 @@ Frames ReadFrames(const std::string& path, const InputPlan& plan) {
                  "\"raw\": {\"type\": \"int16\"}");
   }
   const Signal signal = ReadSignal(source, *plan.signal, kMostTextBytes);
-  return CutIntoFrames(signal, *plan.signal, Quoted(path), kMostTextBytes);
+  Frames frames = CutIntoFrames(signal, *plan.signal, Quoted(path), kMostTextBytes);
+  frames.rate = source.rate;
+  return frames;
 }
 
 FoundSource FindListed(const std::vector<ListedSource>& sources, const InputPlan& plan) {

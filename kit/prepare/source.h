@@ -68,6 +68,7 @@ struct InputPlan {
 struct FoundSource {
   std::vector<SourceItem> items;
   std::vector<std::string> remarks;
+  std::string rateRemark{};  ///< of the first sound whose rate nobody asked for
 };
 
 /// The frames of the signal in a file, cut as the plan's signal says. Throws a Fault of kInput.

@@ -570,6 +570,52 @@ TEST_F(PrepareVerb, WritesThresholdsForTheirOption) {
   EXPECT_THAT(ended.err, HasSubstr("the thresholds are -r out/thresholds.0.txt\n"));
 }
 
+// The numbers of its bytes may fit all the same.
+TEST_F(PrepareVerb, SaysWhatToDoWithAListOfItsOwn) {
+  Model({Input("x", {19}, VORN_UINT8)});
+  Write("a.bin", std::string(19, 'a'));
+  ASSERT_EQ(Prepare({"--input", "a.bin"}).status, 0);
+  const Outcome ended =
+      Run({"--model-json", "model.json", "-o", "more", "--input", "out/list.txt"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err,
+              HasSubstr("'out/list.txt' tells of tensors that vorn prepare has made; give "
+                        "their folder 'out/tensors' as the source, or the list as it is "
+                        "to vorn launch -i\n"));
+  const Outcome whole = Run({"--model-json", "model.json", "-o", "more", "--input", "out"});
+  EXPECT_EQ(whole.status, 0) << whole.Describe();
+  EXPECT_THAT(whole.err, HasSubstr("1 tensor of 1 sample"));
+}
+
+TEST_F(PrepareVerb, SaysTheRateThatNobodyAskedFor) {
+  Model({Input("x", {1, 2}, VORN_FLOAT32)});
+  Write("a.wav", std::string("RIFF\x28\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x44\xAC\0\0\x88\x58\1\0"
+                             "\2\0\x10\0data\4\0\0\0\1\0\2\0",
+                             48));
+  const auto run = [&](const std::string& more) {
+    Write("job.json", R"({"schema": 1, "inputs": [{"name": "x", "source": "a.wav",
+        "signal": {"window": 2, "hop": 2)" +
+                          more + "}}]}");
+    fs::remove_all(Path("out"));
+    return Prepare({"--job", "job.json"});
+  };
+  const Outcome ended = run("");
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err,
+              testing::ContainsRegex("the sound '.*a.wav' has 44100 samples a second, and "
+                                     "no \"rate\" of \"signal\" says"));
+  EXPECT_THAT(run(", \"rate\": 44100").err, testing::Not(HasSubstr("44100")));
+}
+
+TEST_F(PrepareVerb, SaysWhatToDoWithSequencesOfAnotherLength) {
+  Model({Input("x", {1, 3, 2}, VORN_FLOAT32)});
+  Write("a.txt", "1 2\n3 4\n");
+  const Outcome ended = Prepare({"--input", "a.txt"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("; a sequence of 2 has to be filled up to 3, or the model be "
+                                   "opened for that many"));
+}
+
 TEST_F(PrepareVerb, SaysWhatASoundNeeds) {
   Model({Input("x", {1, 2}, VORN_FLOAT32)});
   Write("a.wav", std::string("RIFF\x24\0\0\0WAVEfmt ", 16) + std::string(20, '\0'));
