@@ -39,6 +39,20 @@ std::string FileColumn(const TensorDescription& tensor, uint64_t batch) {
   return NumberText(Times(tensor.DenseBytes(), batch));
 }
 
+// Runtimes call any four dimensions NCHW, also those of a picture with its channels last: better
+// nothing than what misleads. model.json has what was said.
+bool IsChannelsLast(const std::vector<int64_t>& shape) {
+  constexpr int64_t kMostChannels = 4;
+  if (shape.size() != 4 || shape[1] <= kMostChannels || shape[2] <= kMostChannels) return false;
+  return shape[3] == 3 || shape[3] == 4 || (shape[3] == 1 && shape[1] == shape[2]);
+}
+
+std::string FormatText(const TensorDescription& tensor) {
+  if (!tensor.format) return kUnknown;
+  const bool misleads = tensor.format == VORN_FORMAT_NCHW && IsChannelsLast(tensor.shape);
+  return misleads ? "-" : FormatName(*tensor.format);
+}
+
 std::string TensorTable(const std::vector<TensorDescription>& tensors, bool areInputs,
                         uint64_t batch) {
   TextTable table({{areInputs ? "input" : "output", true},
@@ -55,9 +69,9 @@ std::string TensorTable(const std::vector<TensorDescription>& tensors, bool areI
     // One set of thresholds serves the whole batch.
     const uint64_t items = tensor.role == TensorRole::kThresholds ? 1 : batch;
     table.Add({std::to_string(i), tensor.name, ShapeText(tensor.shape),
-               tensor.type ? TypeName(*tensor.type) : kUnknown,
-               tensor.format ? FormatName(*tensor.format) : kUnknown, FileColumn(tensor, items),
-               NumberText(tensor.strideBytes), NumberText(Times(tensor.deviceBytes, items))});
+               tensor.type ? TypeName(*tensor.type) : kUnknown, FormatText(tensor),
+               FileColumn(tensor, items), NumberText(tensor.strideBytes),
+               NumberText(Times(tensor.deviceBytes, items))});
   }
   return table.Text();
 }

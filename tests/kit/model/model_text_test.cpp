@@ -94,6 +94,22 @@ TEST(DescribeModel, TellsTheFramesOfARecurrentModel) {
             std::string::npos);
 }
 
+TEST(DescribeModel, NamesNoFormatThatTheShapeContradicts) {
+  const auto text = [](const std::vector<int64_t>& shape, int32_t format) {
+    ModelDescription description = Detector();
+    description.inputs[0].shape = shape;
+    description.inputs[0].format = format;
+    return DescribeModel(description, 1);
+  };
+  EXPECT_EQ(text({1, 224, 224, 3}, VORN_FORMAT_NCHW).find("NCHW"), std::string::npos);
+  EXPECT_EQ(text({1, 28, 28, 1}, VORN_FORMAT_NCHW).find("NCHW"), std::string::npos);
+  EXPECT_NE(text({1, 224, 224, 3}, VORN_FORMAT_NHWC).find("NHWC"), std::string::npos);
+  for (const std::vector<int64_t>& shape : std::vector<std::vector<int64_t>>{
+           {1, 3, 224, 224}, {1, 64, 3, 3}, {1, 64, 1, 1}, {1, 80, 3000, 1}}) {
+    EXPECT_NE(text(shape, VORN_FORMAT_NCHW).find("NCHW"), std::string::npos);
+  }
+}
+
 TEST(DescribeModel, SaysThatASizeDoesNotFit) {
   ModelDescription description = Detector();
   description.inputs[0].deviceBytes = UINT64_MAX;
