@@ -291,7 +291,8 @@ std::string WithWords(const std::string& message, const std::string& said) {
 std::string WithDraft(const std::string& message) {
   const auto draft = DraftConfiguration(message);
   if (!draft) return message;
-  return message + "\nA configuration for -j that would do, with your numbers:\n" + *draft;
+  return message +
+         "\nA configuration for -j that would do, with your numbers in the place of 1:\n" + *draft;
 }
 
 int WaitFor(pid_t child) {

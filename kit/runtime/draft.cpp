@@ -30,6 +30,21 @@ std::string ObjectAt(const std::string& text, size_t start) {
   return {};
 }
 
+// With a number for each N outside of strings.
+std::string WithNumbers(const std::string& object) {
+  std::string text;
+  bool isInString = false;
+  for (size_t i = 0; i < object.size(); ++i) {
+    text += !isInString && object[i] == 'N' ? '1' : object[i];
+    if (isInString && object[i] == '\\' && i + 1 < object.size()) {
+      text += object[++i];
+    } else if (object[i] == '"') {
+      isInString = !isInString;
+    }
+  }
+  return text;
+}
+
 }  // namespace
 
 std::optional<std::string> DraftConfiguration(const std::string& refusal) {
@@ -39,7 +54,7 @@ std::optional<std::string> DraftConfiguration(const std::string& refusal) {
     if (at == std::string::npos) continue;
     const std::string object = ObjectAt(refusal, at + named.size() - 1);
     if (object.empty()) continue;
-    return "{\"model\": {\"" + std::string(key) + "\": " + object + "}}";
+    return "{\"model\": {\"" + std::string(key) + "\": " + WithNumbers(object) + "}}";
   }
   return std::nullopt;
 }

@@ -8,7 +8,8 @@
 namespace vorn::kit {
 
 /// The host runtime names the keys that it misses, with N for a number of the user's: 'dims'
-/// {"height": N}. Returns the file that they would make, on one line; empty if `refusal` names
+/// {"height": N}. Returns the file that they would make, on one line, with 1
+/// for each N so that it is JSON; empty if `refusal` names
 /// none.
 [[nodiscard]] std::optional<std::string> DraftConfiguration(const std::string& refusal);
 

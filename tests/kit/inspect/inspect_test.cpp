@@ -270,8 +270,10 @@ TEST_F(Inspect, DraftsTheConfigurationThatIsMissing) {
   support::WriteFile(Path("open.onnx"), model.Image());
   const Outcome ended = Run({"-m", "open.onnx"});
   EXPECT_EQ(ended.status, 4);
-  EXPECT_THAT(ended.err, HasSubstr("A configuration for -j that would do, with your numbers:\n"
-                                   "{\"model\": {\"dims\": {\"height\": N}}}\n"));
+  EXPECT_THAT(
+      ended.err,
+      HasSubstr("A configuration for -j that would do, with your numbers in the place of 1:\n"
+                "{\"model\": {\"dims\": {\"height\": 1}}}\n"));
   support::WriteFile(Path("config.json"), R"({"model": {"dims": {"height": 5}}})");
   const Outcome sized = Run({"-m", "open.onnx", "-j", "config.json"});
   EXPECT_EQ(sized.status, 0) << sized.Describe();

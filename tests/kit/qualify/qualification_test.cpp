@@ -281,8 +281,10 @@ TEST_F(QualifyVerb, ShowsAConfigurationForAModelWithOpenSizes) {
   for (const std::vector<std::string>& call : calls) {
     const Outcome ended = Vorn(call);
     EXPECT_EQ(ended.status, 4) << ended.Describe();
-    EXPECT_THAT(ended.err, HasSubstr("\nA configuration for -j that would do, with your numbers:\n"
-                                     "{\"model\": {\"dims\": {\"rows\": N, \"columns\": N}}}\n"))
+    EXPECT_THAT(
+        ended.err,
+        HasSubstr("\nA configuration for -j that would do, with your numbers in the place of 1:\n"
+                  "{\"model\": {\"dims\": {\"rows\": 1, \"columns\": 1}}}\n"))
         << call.front();
   }
 }
