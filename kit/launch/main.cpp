@@ -126,6 +126,11 @@ void CheckLifeline() {
 LaunchRequest RequestOf(const Arguments& arguments) {
   LaunchRequest request;
   request.model = arguments.Need("model");
+  if (!arguments.Has("config")) {
+    throw Fault(ExitStatus::kUsage,
+                "-j FILE is missing, without which vorn-run does not run; a file that holds {} is "
+                "an empty configuration");
+  }
   request.config = arguments.Need("config");
   request.list = arguments.Need("list");
   request.run = arguments.Need("run");

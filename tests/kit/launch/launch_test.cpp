@@ -477,6 +477,15 @@ TEST_F(Launch, EndsWithAStatusForEachKindOfFault) {
   EXPECT_FALSE(fs::exists(RunPath()));
 }
 
+TEST_F(Launch, SaysWhyAConfigurationIsNeeded) {
+  support::Command command;
+  command.program = VORN_COMMAND;
+  command.arguments = {"launch", "-m", "m", "-i", "l", "--run", "r"};
+  EXPECT_EQ(RunCommand(command).err,
+            "vorn launch: -j FILE is missing, without which vorn-run does not run; a file that "
+            "holds {} is an empty configuration\n");
+}
+
 TEST_F(Launch, RefusesWhatNamesNothing) {
   Samples("a");
   EXPECT_EQ(Run({"--run", ""}).err, "vorn launch: --run names nothing\n");
