@@ -120,6 +120,21 @@ std::string ToleranceText(const OutputRules& rules) {
          TextOf(rules.tolerance.tolerance) + " (" + rules.tolerance.source + ")";
 }
 
+// The precision that all samples that were looked into are explained by, which is no fault of any
+// element: none of them is worth a line.
+const Cause* RoundingOf(const OutputVerdict& output) {
+  constexpr std::string_view kRounded = "rounded-";
+  const Cause* first = nullptr;
+  for (const SampleCauses& sample : output.causes) {
+    if (sample.causes.empty() || !sample.causes.front().id.starts_with(kRounded)) return nullptr;
+    if (first != nullptr && sample.causes.front().id != first->id) return nullptr;
+    if (first == nullptr || sample.causes.front().certainty < first->certainty) {
+      first = &sample.causes.front();
+    }
+  }
+  return first;
+}
+
 std::string OutputText(const OutputVerdict& output) {
   std::string text = Printable(output.name) + ": ";
   if (!output.samples.empty()) {
@@ -149,8 +164,12 @@ std::string OutputText(const OutputVerdict& output) {
             NumberText(spread.p5) + ", median " + NumberText(spread.median) + ", 95 % " +
             NumberText(spread.p95) + ", most " + NumberText(spread.most) + "\n";
   }
-  AddFaults(text, output.wrong, "");
   AddFaults(text, output.notJudged, " is not judged");
+  if (const Cause* rounding = RoundingOf(output)) {
+    return text + "  " + CountText(output.wrong.size(), "sample is", "samples are") +
+           " wrong, likely: " + rounding->text + " (" + CertaintyText(rounding->certainty) + ")\n";
+  }
+  AddFaults(text, output.wrong, "");
   for (const WorstElement& worst : output.worst) {
     text += "  sample " + std::to_string(worst.sample) + " at " +
             PlaceText(worst.difference.index, output.shape) + ": " +

@@ -86,6 +86,20 @@ TEST(VerdictText, TellsPeopleWhatIsWrong) {
                               "1 sample missing\n"));
 }
 
+// Forty lines of elements that are all a little off say less than this one.
+TEST(VerdictText, FoldsWhatRoundingExplains) {
+  OutputVerdict output = WrongOutput("bad");
+  output.causes = {{7, {{"rounded-bfloat16", "it is rounded to bfloat16", 0.99}}},
+                   {8, {{"rounded-bfloat16", "it is rounded to bfloat16", 0.98}}}};
+  std::string text = VerdictText(VerdictOf({output}));
+  EXPECT_THAT(text, HasSubstr("  1 sample is wrong, likely: it is rounded to bfloat16 (98 %)\n"));
+  EXPECT_THAT(text, Not(HasSubstr("  sample 7")));
+  // Another cause among them is worth its lines.
+  output.causes[1].causes[0].id = "stale";
+  text = VerdictText(VerdictOf({output}));
+  EXPECT_THAT(text, HasSubstr("  sample 7 at"));
+}
+
 TEST(VerdictText, ShowsNothingThatSteersATerminal) {
   EXPECT_THAT(VerdictText(VerdictOf({WrongOutput("\x1b[31m")})), Not(HasSubstr("\x1b")));
 }
