@@ -1,8 +1,13 @@
 // JSON to ranges.
 #include "host/config/ranges.h"
 
+#define XXH_INLINE_ALL  // nothing to link with
+#include <xxhash.h>
+
+#include <array>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -45,6 +50,23 @@ Range Checked(const std::string& key, const json& value) {
 /// A tensor of a file, which may tell more of it.
 Range RangeInFile(const std::string& key, const json& value) { return Checked(key, value); }
 
+/// A text of the object "model"; empty where it is none.
+std::string TextOfModel(const json& root, const char* key) {
+  const auto model = root.find("model");
+  if (model == root.end() || !model->is_object()) return "";
+  const auto text = model->find(key);
+  return text == model->end() || !text->is_string() ? "" : text->get<std::string>();
+}
+
+std::string Xxh3Of(std::span<const std::byte> bytes) {
+  const XXH128_hash_t hash = XXH3_128bits(bytes.data(), bytes.size());
+  std::array<char, 33> digits{};
+  std::snprintf(digits.data(), digits.size(), "%016llx%016llx",
+                static_cast<unsigned long long>(hash.high64),
+                static_cast<unsigned long long>(hash.low64));
+  return digits.data();
+}
+
 // Where a path leads that says it only in part.
 std::string PlaceOf(const std::string& path) {
   std::error_code error;
@@ -63,7 +85,7 @@ Range ReadRange(const std::string& key, const json& value) {
   return range;
 }
 
-std::map<std::string, Range> ParseRanges(std::string_view what, std::string_view text) {
+MeasuredRanges ParseRanges(std::string_view what, std::string_view text) {
   const json root = ParseJsonObject(what, text);
   if (!root.contains("kind") || root["kind"] != "ranges" || !root.contains("tensors")) {
     throw Failure(VORN_ERROR_CONFIG, what, R"( holds no ranges ("kind": "ranges" and "tensors"); )",
@@ -74,14 +96,16 @@ std::map<std::string, Range> ParseRanges(std::string_view what, std::string_view
                   ", which is the one that is known here");
   }
   try {
-    return Named("tensors", root["tensors"], R"({"conv1": {"min": -1.5, "max": 3.2}})",
-                 RangeInFile);
+    return {.tensors = Named("tensors", root["tensors"], R"({"conv1": {"min": -1.5, "max": 3.2}})",
+                             RangeInFile),
+            .model = TextOfModel(root, "path"),
+            .xxh3 = TextOfModel(root, "xxh3_128")};
   } catch (const Failure& e) {
     throw Failure(e.status(), what, ": ", e.what());
   }
 }
 
-std::map<std::string, Range> ReadRangesFile(const std::string& path) {
+MeasuredRanges ReadRangesFile(const std::string& path) {
   const std::string what = "the file of ranges '" + Excerpt(path) + "'";
   errno = 0;
   std::ifstream file(path, std::ios::binary);
@@ -93,6 +117,17 @@ std::map<std::string, Range> ReadRangesFile(const std::string& path) {
   }
   text.resize(static_cast<size_t>(file.gcount()));
   return ParseRanges(what, text);
+}
+
+std::string WhoseRanges(const std::string& path, const MeasuredRanges& ranges,
+                        std::span<const std::byte> image) {
+  if (ranges.xxh3.empty()) return "";
+  const std::string own = Xxh3Of(image);
+  if (own == ranges.xxh3) return "";
+  return Join("the file of ranges '", Excerpt(path), "' was measured over another model, '",
+              Excerpt(ranges.model), "' with the XXH3 ", Excerpt(ranges.xxh3),
+              ", and this one has ", own,
+              "; unless it is the same network, saved again, measure this one with vorn calibrate");
 }
 
 }  // namespace vorn::host

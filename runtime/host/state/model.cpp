@@ -53,7 +53,12 @@ ModelSettings SettingsFor(std::span<const std::byte> image, const Config& config
     throw Failure(VORN_ERROR_MODEL, e.what(), " (in the model's metadata 'vorn')");
   }
   settings = ParseModelSettings(config.model, settings);
-  if (!settings.rangesFile.empty()) settings.ranges = ReadRangesFile(settings.rangesFile);
+  if (settings.rangesFile.empty()) return settings;
+  MeasuredRanges measured = ReadRangesFile(settings.rangesFile);
+  // In front of what a range that is missing is refused with.
+  const std::string whose = WhoseRanges(settings.rangesFile, measured, image);
+  if (!whose.empty()) Log(LogLevel::kError, "vorn_mdl_load_from_mem", whose);
+  settings.ranges = std::move(measured.tensors);
   return settings;
 }
 

@@ -21,7 +21,7 @@ std::string Refusal(const std::string& text) {
 }
 
 TEST(ParseRanges, ReadsThemAndPassesOverWhatElseAFileTells) {
-  const auto ranges = ParseRanges("the file", kFile);
+  const auto ranges = ParseRanges("the file", kFile).tensors;
   ASSERT_EQ(ranges.size(), 2u);
   EXPECT_EQ(ranges.at("conv1"), (Range{-1.5, 3}));
   EXPECT_EQ(ranges.at("y"), (Range{0, 0}));
@@ -40,6 +40,26 @@ TEST(ParseRanges, RefusesWhatHoldsNone) {
               HasSubstr("the least value is above the largest"));
 }
 
+// The digits are those of `xxhsum -H2` of "abc".
+TEST(WhoseRanges, AreToldWhereTheModelIsAnother) {
+  const auto whose = [](const std::string& model, std::string_view image) {
+    const std::string text =
+        R"({"schema": 1, "kind": "ranges", "tensors": {}, "model": )" + model + "}";
+    return WhoseRanges("r.json", ParseRanges("the file", text), std::as_bytes(std::span(image)));
+  };
+  const std::string abc =
+      R"({"path": "nets/abc.onnx", "xxh3_128": "06b05ab6733a618578af5f94892f3950"})";
+  EXPECT_EQ(whose(abc, "abc"), "");
+  EXPECT_EQ(whose(abc, ""),
+            "the file of ranges 'r.json' was measured over another model, 'nets/abc.onnx' with the "
+            "XXH3 06b05ab6733a618578af5f94892f3950, and this one has "
+            "99aa06d3014798d86001c324468d497f; unless it is the same network, saved again, measure "
+            "this one with vorn calibrate");
+  for (const char* silent : {R"("abc")", "{}", R"({"path": "a", "xxh3_128": 7})", "null"}) {
+    EXPECT_EQ(whose(silent, "abc"), "") << silent;
+  }
+}
+
 TEST(ReadRange, TakesTwoNumbersAndNoOtherKey) {
   const auto read = [](const std::string& text) {
     return ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRange("k", nlohmann::json::parse(text)); });
@@ -55,7 +75,7 @@ TEST(ReadRangesFile, ReadsAFileAndSaysWhichItCannot) {
   const support::TempDir folder;
   const std::string path = (folder.Path() / "ranges.json").string();
   support::WriteFile(path, kFile);
-  EXPECT_EQ(ReadRangesFile(path).size(), 2u);
+  EXPECT_EQ(ReadRangesFile(path).tensors.size(), 2u);
   support::WriteFile(path, "{}");
   EXPECT_THAT(ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRangesFile(path); }),
               HasSubstr("ranges.json'"));

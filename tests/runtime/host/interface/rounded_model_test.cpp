@@ -330,6 +330,29 @@ TEST_F(HostRoundedModel, TakesRangesFromAFile) {
   ExpectLike(Int8(), R"({"int8": ")" + path + "\"}");
 }
 
+TEST_F(HostRoundedModel, SaysThatRangesAreOfAnotherModel) {
+  const support::TempDir folder;
+  const std::string path = (folder.Path() / "ranges.json").string();
+  const auto loaded = [&](const std::string& xxh3, const std::string& ranges) {
+    support::WriteFile(path, R"({"schema": 1, "kind": "ranges", "tensors": )" + ranges +
+                                 R"(, "model": {"path": "other.onnx", "xxh3_128": ")" + xxh3 +
+                                 "\"}}");
+    Configure(R"({"round": {"int8": ")" + path + "\"}}");
+    return LogOf([&] {
+      if (Load(Network()) == VORN_SUCCESS) Unload();
+    });
+  };
+  const std::string other = loaded("00", kRanges);
+  EXPECT_THAT(other, HasSubstr("ranges.json' was measured over another model, 'other.onnx' with "
+                               "the XXH3 00, and this one has "));
+  EXPECT_THAT(other, HasSubstr("and 1 fused"));
+  const std::string refused = loaded("00", "{}");
+  EXPECT_THAT(refused, HasSubstr("measured over another model, 'other.onnx'"));
+  EXPECT_THAT(refused, HasSubstr("'round' needs the range of 'relu'"));
+  const std::string own = other.substr(other.find("one has ") + 8, 32);
+  EXPECT_THAT(loaded(own, kRanges), testing::Not(HasSubstr("another model")));
+}
+
 TEST_F(HostRoundedModel, ReadsNoFileBecauseAModelSaysSo) {
   OnnxWriter model = Network();
   EXPECT_THAT(Refusal(model.Metadata("vorn", R"({"round": {"int8": "/etc/passwd"}})")),
