@@ -70,7 +70,7 @@ struct FleetState {
 /// Reads all journals. Throws a Fault of kInput.
 [[nodiscard]] FleetState ReadFleetState(const std::string& fleet, const FleetPlan& plan);
 
-/// Adds what a record tells. Those of a writer have to come in their order.
+/// Adds what a record tells. They have to come in the order of their times.
 void TakeRecord(const JournalRecord& record, const FleetPlan& plan, FleetState& state);
 
 /// Behind the last record.
