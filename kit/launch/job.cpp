@@ -16,6 +16,7 @@
 #include "kit/common/whole_file.h"
 #include "kit/launch/execution_times.h"
 #include "kit/launch/left_job.h"
+#include "kit/launch/part_list.h"
 #include "kit/trace/preload_path.h"
 
 namespace vorn::kit {
@@ -38,12 +39,8 @@ bool IsDiskFull(const std::string& folder) {
 
 class ListWriter {
  public:
-  ListWriter(const Job& job, const Plan& plan) : job_(job), plan_(plan) {
-    real_ = RealPath(job.folder);
-    // vorn-run sorts by all inputs, thresholds included: only where these are the same is a part of
-    // the list sorted as the whole is.
-    areNamesKept_ = plan.inputs.areNamesUsed && NamedInputs(plan.model).size() == plan.perInference;
-  }
+  ListWriter(const Job& job, const Plan& plan)
+      : job_(job), plan_(plan), files_(job.folder), areNamesKept_(AreNamesKept(plan)) {}
 
   std::string Write() {
     std::string text;
@@ -57,29 +54,13 @@ class ListWriter {
 
  private:
   std::string Line(const ListedInput& input) {
-    const std::string file = RealPath(input.file);
-    std::string path = file.empty() ? "" : RelativePath(real_, file);
-    const bool isPlain = !path.empty() && path.find_first_of(":\n") == std::string::npos;
-    if (!isPlain) path = Link(file.empty() ? input.file : file);
-    return (areNamesKept_ && input.name ? *input.name + ":" : "") + path;
-  }
-
-  // A ':' would make a name of what stands before it.
-  std::string Link(const std::string& target) {
-    if (links_ == 0) MakeFolders(job_.folder + "/links");
-    std::string name = "links/" + std::to_string(links_++);
-    if (symlink(target.c_str(), (job_.folder + "/" + name).c_str()) != 0) {
-      throw Fault(ExitStatus::kLimit,
-                  "cannot make a link in '" + Printable(job_.folder) + "': " + SystemReason(errno));
-    }
-    return name;
+    return (areNamesKept_ && input.name ? *input.name + ":" : "") + files_.PathTo(input.file);
   }
 
   const Job& job_;
   const Plan& plan_;
-  std::string real_;
+  PartList files_;
   bool areNamesKept_ = false;
-  uint64_t links_ = 0;
 };
 
 // ---- Watching -----------------------------------------------------------------------------------
@@ -280,20 +261,6 @@ JobEnd RunJob(const Job& job, const LaunchRequest& request, const Plan& plan, St
                               .launcher = getpid()});
   }
   return Watcher(job, request, plan, signals, watch).Run();
-}
-
-std::string RelativePath(const std::string& folder, const std::string& file) {
-  size_t same = 0;  // where the first part begins that differs
-  for (size_t i = 0; i < folder.size() && i < file.size() && folder[i] == file[i]; ++i) {
-    if (folder[i] == '/') same = i + 1;
-    const bool isWholeFolder = i + 1 == folder.size() && i + 1 < file.size() && file[i + 1] == '/';
-    if (isWholeFolder) return file.substr(i + 2);
-  }
-  std::string path = "../";
-  for (size_t i = same; i < folder.size(); ++i) {
-    if (folder[i] == '/') path += "../";
-  }
-  return path + file.substr(same);
 }
 
 std::string DescribeEnd(const JobEnd& end, const LaunchRequest& request) {

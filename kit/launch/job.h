@@ -70,9 +70,6 @@ struct JobTrace {
 [[nodiscard]] std::vector<std::string> CommandOf(const LaunchRequest& request,
                                                  const std::string& list, const std::string& dumps);
 
-/// A path from one absolute folder to a file, both without symbolic links.
-[[nodiscard]] std::string RelativePath(const std::string& folder, const std::string& file);
-
 /// What ended it, for a person: "ended by SIGFPE after 'get model description failed': the runtime
 /// refused the model; it said: ...".
 [[nodiscard]] std::string DescribeEnd(const JobEnd& end, const LaunchRequest& request);

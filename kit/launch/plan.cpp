@@ -272,6 +272,10 @@ void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model)
   plan.inferences = plan.perInference == 0 ? 0 : plan.inputs.inputs.size() / plan.perInference;
 }
 
+bool AreNamesKept(const Plan& plan) {
+  return plan.inputs.areNamesUsed && NamedInputs(plan.model).size() == plan.perInference;
+}
+
 uint64_t BatchOf(const Plan& plan, const LaunchRequest& request) {
   if (plan.model.netType == int32_t{VORN_NET_RECURRENT}) return 1;
   return static_cast<uint64_t>(std::max<int64_t>(request.batch.value_or(1), 1));

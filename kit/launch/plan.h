@@ -65,6 +65,10 @@ struct Plan {
 /// Puts a description into a plan that was made without one, and divides the list by it.
 void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model);
 
+/// Whether the list of a part names its inputs, as the whole list does: vorn-run sorts by all
+/// inputs, thresholds included, and only where these are the same is a part sorted as the whole is.
+[[nodiscard]] bool AreNamesKept(const Plan& plan);
+
 /// The batch that counts: that of a recurrent model is 1.
 [[nodiscard]] uint64_t BatchOf(const Plan& plan, const LaunchRequest& request);
 

@@ -1,0 +1,211 @@
+#include "kit/fleet/child.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+#include "kit/launch/run_folder.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr std::chrono::milliseconds kTick{50};
+constexpr std::chrono::seconds kBeat{5};
+constexpr std::chrono::seconds kToEndByItself{10};
+constexpr int kNotStarted = 127;
+constexpr size_t kPieceBytes = 64 * 1024;
+
+using Clock = std::chrono::steady_clock;
+
+class OwnedFile {
+ public:
+  explicit OwnedFile(int fd = -1) : fd_(fd) {}
+  ~OwnedFile() { Close(); }
+  OwnedFile(const OwnedFile&) = delete;
+  OwnedFile& operator=(const OwnedFile&) = delete;
+  OwnedFile(OwnedFile&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  OwnedFile& operator=(OwnedFile&&) = delete;
+  [[nodiscard]] int Get() const { return fd_; }
+  void Close() {
+    if (fd_ >= 0) close(fd_);
+    fd_ = -1;
+  }
+
+ private:
+  int fd_;
+};
+
+OwnedFile Open(const std::string& path, int flags) {
+  OwnedFile file(open(path.c_str(), flags | O_CLOEXEC, 0666));
+  if (file.Get() >= 0) return file;
+  throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
+}
+
+// A pipe that breaks is told by what write returns.
+class BrokenPipesIgnored {
+ public:
+  BrokenPipesIgnored() {
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigaction(SIGPIPE, &ignore, &before_);
+  }
+  ~BrokenPipesIgnored() { sigaction(SIGPIPE, &before_, nullptr); }
+  BrokenPipesIgnored(const BrokenPipesIgnored&) = delete;
+  BrokenPipesIgnored& operator=(const BrokenPipesIgnored&) = delete;
+  void RestoreInChild() const { sigaction(SIGPIPE, &before_, nullptr); }
+
+ private:
+  struct sigaction before_ {};
+};
+
+// What goes to the child's standard input, as far as it takes it by now.
+class Feed {
+ public:
+  Feed(const ChildRequest& request, int pipe) : request_(request), pipe_(pipe) {
+    fcntl(pipe, F_SETFL, O_NONBLOCK);
+    waiting_ = request.input;
+    if (!request.inputFile.empty()) file_.emplace(Open(request.inputFile, O_RDONLY));
+  }
+
+  void GoOn() {
+    while (pipe_.Get() >= 0 && Write()) {
+    }
+  }
+
+  void End() { pipe_.Close(); }
+
+ private:
+  // Whether there may be more to write right now.
+  bool Write() {
+    if (at_ == waiting_.size() && !Refill()) return false;
+    const ssize_t written = write(pipe_.Get(), waiting_.data() + at_, waiting_.size() - at_);
+    if (written > 0) {
+      at_ += static_cast<size_t>(written);
+      return true;
+    }
+    if (written < 0 && errno == EINTR) return true;
+    if (written < 0 && errno != EAGAIN) End();  // nobody reads it any more
+    return false;
+  }
+
+  bool Refill() {
+    at_ = 0;
+    waiting_.clear();
+    if (file_) {
+      waiting_.resize(kPieceBytes);
+      const ssize_t taken = read(file_->Get(), waiting_.data(), waiting_.size());
+      waiting_.resize(static_cast<size_t>(std::max<ssize_t>(taken, 0)));
+      if (!waiting_.empty()) return true;
+      file_.reset();
+    }
+    if (!request_.isKeptAlive) {
+      End();
+      return false;
+    }
+    const auto now = Clock::now();
+    if (now < beatAt_) return false;
+    beatAt_ = now + kBeat;
+    waiting_ = "\n";
+    return true;
+  }
+
+  const ChildRequest& request_;
+  OwnedFile pipe_;
+  std::optional<OwnedFile> file_;
+  std::string waiting_;
+  size_t at_ = 0;
+  Clock::time_point beatAt_ = Clock::now() + kBeat;
+};
+
+void Become(const ChildRequest& request, int in, int out, int err, const sigset_t& mask,
+            pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(kNotStarted);
+  setpgid(0, 0);
+  dup2(in, STDIN_FILENO);
+  dup2(out, STDOUT_FILENO);
+  dup2(err, STDERR_FILENO);
+  std::vector<char*> words;
+  for (const std::string& word : request.command) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  sigprocmask(SIG_SETMASK, &mask, nullptr);
+  if (request.folder.empty() || chdir(request.folder.c_str()) == 0) execvp(words[0], words.data());
+  const std::string text = request.command[0] + ": " + SystemReason(errno) + "\n";
+  (void)!write(STDERR_FILENO, text.data(), text.size());
+  _exit(kNotStarted);
+}
+
+}  // namespace
+
+ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
+  const OwnedFile out = Open(request.out, O_WRONLY | O_CREAT | O_TRUNC);
+  const OwnedFile err = Open(request.err, O_WRONLY | O_CREAT | O_TRUNC);
+  std::array<int, 2> pipe{};
+  if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
+    throw Fault(ExitStatus::kLimit, "no pipe can be made: " + SystemReason(errno));
+  }
+  OwnedFile read(pipe[0]);
+  const BrokenPipesIgnored ignored;
+  Feed feed(request, pipe[1]);
+  const auto began = Clock::now();
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child == 0) {
+    ignored.RestoreInChild();
+    Become(request, read.Get(), out.Get(), err.Get(), signals.MaskBefore(), parent);
+  }
+  if (child < 0) {
+    throw Fault(ExitStatus::kLimit, "no process can be started: " + SystemReason(errno));
+  }
+  setpgid(child, child);  // whoever comes first
+  read.Close();
+  ChildEnd end;
+  std::optional<Clock::time_point> killAt;
+  int status = 0;
+  while (waitpid(child, &status, WNOHANG) == 0) {
+    const auto now = Clock::now();
+    if (!killAt && (signals.Asked() != 0 || (request.limit && now - began > *request.limit))) {
+      (signals.Asked() != 0 ? end.wasStopped : end.wasLate) = true;
+      feed.End();
+      if (!request.isKeptAlive) kill(-child, SIGTERM);
+      killAt = now + kToEndByItself;
+    }
+    if (killAt && now > *killAt) kill(-child, SIGKILL);
+    if (!killAt) feed.GoOn();
+    signals.Wait(kTick);
+  }
+  end.time = Clock::now() - began;
+  if (WIFEXITED(status)) end.status = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
+  return end;
+}
+
+std::string DescribeChildEnd(const ChildRequest& request, const ChildEnd& end) {
+  if (end.wasStopped) return "was stopped";
+  if (end.wasLate) {
+    const auto limit = request.limit.value_or(std::chrono::milliseconds(0));
+    return "took longer than " +
+           std::to_string(std::chrono::ceil<std::chrono::seconds>(limit).count()) + " s";
+  }
+  if (end.signal) return "ended by " + SignalName(*end.signal);
+  return "ended with status " + std::to_string(end.status.value_or(0));
+}
+
+std::string LastLineOf(const std::string& path) {
+  constexpr uint64_t kMost = 4096;
+  const uint64_t size = SizeOfFile(path);
+  std::string text = ReadFrom(path, size - std::min(size, kMost), kMost);
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  const size_t start = text.rfind('\n');
+  return PrintableExcerpt(start == std::string::npos ? text : text.substr(start + 1));
+}
+
+}  // namespace vorn::kit

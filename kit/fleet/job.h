@@ -1,0 +1,59 @@
+// One attempt at a chunk, or at the cross-check, on one board: from its begin in the journal to its
+// end.
+//
+// While it lasts it lies in FLEET/chunks/C/A.part, which becomes FLEET/chunks/C/A once it is whole.
+// An attempt that is made twice harms nobody: each has a number of its own.
+#ifndef VORN_KIT_FLEET_JOB_H_
+#define VORN_KIT_FLEET_JOB_H_
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kit/fleet/attempt.h"
+#include "kit/fleet/fleet_plan.h"
+#include "kit/fleet/fleet_state.h"
+#include "kit/fleet/journal.h"
+#include "kit/fleet/ssh_board.h"
+
+namespace vorn::kit {
+
+/// What an attempt is about.
+struct AttemptRequest {
+  std::string fleet;
+  std::optional<uint64_t> chunk;  ///< empty: the cross-check
+  std::string board;              ///< its name
+  uint64_t slot = 1;
+  std::string config;  ///< a file instead of the plan's; empty: that one
+  std::optional<std::chrono::seconds> limit;
+};
+
+/// Does the work; `folder` gets run/.
+using Engine = std::function<BoardEnd(const BoardWork& work)>;
+
+/// Whether the files of the plan are on the board by their hashes, or where they are.
+enum class FilesOnBoard { kByHash, kHere };
+
+struct AttemptEnd {
+  JournalRecord record;  ///< as it was noted
+  bool wasStopped = false;
+  bool hasOtherInputs = false;  ///< the board's files are not what their names say
+  std::vector<BoardFile> files;
+};
+
+/// Makes the attempt and notes it. What is not whole is removed. Throws a Fault where this machine
+/// cannot go on; the attempt has its end in the journal by then.
+[[nodiscard]] AttemptEnd RunAttempt(const FleetPlan& plan, const AttemptRequest& request,
+                                    FilesOnBoard files, const Engine& engine, Journal& journal);
+
+/// The time that a chunk of so many inferences may take on a board: ten times what it takes by the
+/// median of what was done there, or elsewhere, and two minutes. Empty while nothing was done.
+[[nodiscard]] std::optional<std::chrono::seconds> LimitOf(const FleetState& state,
+                                                          const std::string& board,
+                                                          uint64_t inferences);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_FLEET_JOB_H_

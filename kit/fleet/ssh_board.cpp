@@ -1,0 +1,397 @@
+#include "kit/fleet/ssh_board.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <thread>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/printable.h"
+#include "kit/fleet/child.h"
+#include "kit/launch/run_folder.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr int kSshFailed = 255;
+constexpr int kConnectTries = 4;
+constexpr std::chrono::minutes kToLook{2};
+constexpr std::chrono::minutes kToSend{60};
+constexpr std::chrono::minutes kToFetch{60};
+constexpr uint64_t kMostLookBytes = 64 << 20;
+constexpr const char* kLifelineS = "60";
+
+// WORK TOOLS; on its input a line a file. Says what the board is and what it lacks, and removes
+// what jobs left that are gone.
+constexpr const char* kLook = R"sh(umask 077
+mkdir -p -- "$1/files" "$1/tools" "$1/jobs" "$1/cache" && cd -- "$1" || exit 3
+printf "host %s\n" "$(uname -n)"
+printf "machine %s\n" "$(cat /etc/machine-id 2>/dev/null)"
+printf "boot %s\n" "$(cat /proc/sys/kernel/random/boot_id 2>/dev/null)"
+for left in jobs/*.* in.*; do
+  [ -d "$left" ] && { kill -0 "${left##*.}" 2>/dev/null || rm -rf -- "$left"; }
+done
+[ -s "tools/$2/vorn-launch" ] || echo "lacks tools"
+while IFS= read -r file; do
+  [ -s "files/$file" ] || printf "lacks %s\n" "$file"
+done
+exit 0
+)sh";
+
+// WORK; on its input an archive of files/ and tools/. What is there appears whole.
+constexpr const char* kReceive = R"sh(umask 077
+cd -- "$1" || exit 3
+in=in.$$
+trap "rm -rf -- $in" EXIT
+mkdir "$in" && tar -xf - -C "$in" || exit 7
+for part in "$in"/files/*; do
+  [ -d "$part" ] || continue
+  mkdir -p "files/${part##*/}" && mv -f "$part"/* "files/${part##*/}/" || exit 7
+done
+for tools in "$in"/tools/*; do
+  [ -d "$tools" ] || continue
+  to=tools/${tools##*/}
+  [ -s "$to/vorn-launch" ] || { rm -rf -- "$to"; mv "$tools" "$to"; } || exit 7
+done
+exit 0
+)sh";
+
+// WORK ID [PATH FILE]... -- WORD...; on its input the list, an empty line, and then whatever keeps
+// it alive. The words are those of env: settings, the program, its own words. The run directory
+// goes to standard output.
+constexpr const char* kRun = R"sh(umask 077
+cd -- "$1" || exit 3
+top=$(pwd -P)
+job=$top/jobs/$2.$$
+shift 2
+mkdir -- "$job" && cd -- "$job" || exit 7
+trap "cd / && rm -rf -- \"\$job\"" EXIT
+trap "exit 8" HUP INT TERM PIPE
+while IFS= read -r line && [ -n "$line" ]; do printf "%s\n" "$line"; done >list.txt
+while [ "$1" != -- ]; do
+  mkdir -p -- "$(dirname -- "$1")" && ln -s -- "$top/files/$2" "$1" || exit 7
+  shift 2
+done
+shift
+XDG_CACHE_HOME=$top/cache
+export XDG_CACHE_HOME
+env "$@" >&2
+status=$?
+[ -e run/run.json ] || exit "$status"
+tar -cf - run || exit 7
+exit "$status"
+)sh";
+
+// WORK; on its input a line a file.
+constexpr const char* kForget = R"sh(cd -- "$1/files" || exit 3
+while IFS= read -r file; do rm -f -- "$file"; done
+exit 0
+)sh";
+
+class FileLock {
+ public:
+  explicit FileLock(const std::string& path) {
+    fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd_ < 0) {
+      throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
+    }
+  }
+  ~FileLock() { close(fd_); }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+
+  // False where somebody asked to stop before it was free.
+  bool Take(StopSignals& signals) const {
+    constexpr std::chrono::milliseconds kTick{100};
+    while (flock(fd_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+      signals.Wait(kTick);
+      if (signals.Asked() != 0) return false;
+    }
+    return true;
+  }
+
+ private:
+  int fd_;
+};
+
+uint64_t Ns(const ChildEnd& end) { return static_cast<uint64_t>(end.time.count()); }
+
+std::string Said(const std::string& file) {
+  const std::string line = LastLineOf(file);
+  return line.empty() ? "" : "; it said: " + line;
+}
+
+// What of a line of the board's answer stands behind `key`.
+void TakeAnswer(const std::string& line, const std::string& key, std::string& value) {
+  if (line.starts_with(key + " ")) value = PrintableExcerpt(line.substr(key.size() + 1));
+}
+
+// Links to the files by the names that they have on the board: tar follows them.
+void LinkFiles(const std::string& folder, const std::vector<BoardFile>& files) {
+  for (const BoardFile& file : files) {
+    const std::string link = folder + "/files/" + PlaceOnBoard(file.hash);
+    MakeFolders(link.substr(0, link.rfind('/')));
+    if (symlink(file.path.c_str(), link.c_str()) != 0 && errno != EEXIST) {
+      throw Fault(ExitStatus::kLimit,
+                  "cannot make a link in " + Quoted(folder) + ": " + SystemReason(errno));
+    }
+  }
+}
+
+}  // namespace
+
+std::string ShellWord(const std::string& word) {
+  std::string text = "'";
+  for (const char c : word) text += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return text + "'";
+}
+
+std::string PlaceOnBoard(const std::string& hash) { return hash.substr(0, 2) + "/" + hash; }
+
+std::string FileInJob(const std::string& hash) { return "../../files/" + PlaceOnBoard(hash); }
+
+SshBoard::SshBoard(const Board& board, const Tools& tools, uint64_t slot, std::string sockets,
+                   std::string lock, StopSignals& signals)
+    : board_(board),
+      tools_(tools),
+      slot_(slot),
+      sockets_(std::move(sockets)),
+      lock_(std::move(lock)),
+      signals_(signals) {}
+
+std::vector<std::string> SshBoard::Ssh(const std::string& script,
+                                       const std::vector<std::string>& words) const {
+  std::vector<std::string> command{"ssh", "-T"};
+  // Of options that are given twice ssh takes the first.
+  command.insert(command.end(), board_.ssh.begin(), board_.ssh.end());
+  for (const char* option : {"BatchMode=yes", "ConnectTimeout=15", "ServerAliveInterval=15",
+                             "ServerAliveCountMax=4", "ControlMaster=auto", "ControlPersist=60"}) {
+    command.insert(command.end(), {"-o", option});
+  }
+  command.insert(command.end(), {"-o", "ControlPath=" + sockets_ + "/%C-" + std::to_string(slot_)});
+  std::string text = "exec /bin/sh -c " + ShellWord(script) + " vorn-fleet";
+  for (const std::string& word : words) text += " " + ShellWord(word);
+  command.insert(command.end(), {"--", board_.host, text});
+  return command;
+}
+
+BoardEnd SshBoard::Run(const BoardWork& work) {
+  BoardEnd end;
+  {
+    // One at a time: a board opens its door to few at once, and what one brings another need not.
+    const FileLock lock(lock_);
+    if (!lock.Take(signals_)) {
+      end.wasStopped = true;
+      return end;
+    }
+    std::vector<BoardFile> missing;
+    bool areToolsMissing = false;
+    if (!Look(work, end, missing, areToolsMissing)) return end;
+    const bool isAllThere = missing.empty() && !areToolsMissing;
+    if (!isAllThere && !Send(work, missing, areToolsMissing, end)) return end;
+  }
+  if (Launch(work, end) && end.hasRun) end.hasRun = Fetch(work, end);
+  return end;
+}
+
+bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>& missing,
+                    bool& areToolsMissing) {
+  std::string needed;
+  std::set<std::string> hashes;
+  for (const BoardFile& file : work.files) {
+    if (hashes.insert(file.hash).second) needed += PlaceOnBoard(file.hash) + "\n";
+  }
+  const ChildRequest request{.command = Ssh(kLook, {board_.work, tools_.id}),
+                             .input = needed,
+                             .inputFile = {},
+                             .isKeptAlive = false,
+                             .out = work.folder + "/look.out",
+                             .err = work.folder + "/look.err",
+                             .limit = kToLook};
+  ChildEnd child;
+  for (int tried = 1;; ++tried) {
+    child = RunChild(request, signals_);
+    end.phases["connect"] += Ns(child);
+    const bool isWorthATry = child.status == kSshFailed && !child.wasStopped;
+    if (!isWorthATry || tried == kConnectTries) break;
+    for (int i = 0; i < 10 << tried && signals_.Asked() == 0; ++i) {
+      signals_.Wait(std::chrono::milliseconds(50));
+    }
+  }
+  end.wasStopped = child.wasStopped;
+  if (!child.IsDone()) {
+    end.blame = child.wasStopped ? Blame::kNobody : Blame::kBoard;
+    end.reason =
+        (child.status == kSshFailed ? "no connection to " + Quoted(board_.host)
+                                    : "looking at the board " + DescribeChildEnd(request, child)) +
+        Said(request.err);
+    return false;
+  }
+  std::set<std::string> lacking;
+  const std::string text =
+      ReadWholeFile(request.out, "the board's answer", ExitStatus::kLimit, kMostLookBytes);
+  for (size_t at = 0; at < text.size();) {
+    const size_t stop = std::min(text.find('\n', at), text.size());
+    const std::string line = text.substr(at, stop - at);
+    TakeAnswer(line, "host", end.host);
+    TakeAnswer(line, "machine", end.machineId);
+    TakeAnswer(line, "boot", end.bootId);
+    if (line == "lacks tools") areToolsMissing = true;
+    if (line.starts_with("lacks ")) lacking.insert(line.substr(sizeof "lacks " - 1));
+    at = stop + 1;
+  }
+  for (const BoardFile& file : work.files) {
+    if (lacking.erase(PlaceOnBoard(file.hash)) != 0) missing.push_back(file);
+  }
+  return true;
+}
+
+bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing, bool areToolsSent,
+                    BoardEnd& end) {
+  const std::string folder = work.folder + "/send";
+  MakeFolders(folder);
+  LinkFiles(folder, missing);
+  if (areToolsSent) {
+    MakeFolders(folder + "/tools/" + tools_.id);
+    for (const std::string& name : tools_.files) {
+      const std::string link = folder + "/tools/" + tools_.id + "/" + name;
+      (void)!symlink((tools_.folder + "/" + name).c_str(), link.c_str());
+    }
+  }
+  // tar refuses what it cannot read; the archive is whole before the board hears of it.
+  ChildRequest pack{.command = {"tar", "-chf", "-", "-C", folder, "."},
+                    .input = {},
+                    .inputFile = {},
+                    .isKeptAlive = false,
+                    .out = work.folder + "/send.tar",
+                    .err = work.folder + "/send.err",
+                    .limit = kToSend};
+  const ChildEnd packed = RunChild(pack, signals_);
+  RemoveTree(folder);
+  if (packed.wasStopped) {
+    end.wasStopped = true;
+    return false;
+  }
+  if (!packed.IsDone()) {
+    throw Fault(ExitStatus::kInput, "the files for the boards cannot be packed" + Said(pack.err));
+  }
+  const ChildRequest send{.command = Ssh(kReceive, {board_.work}),
+                          .input = {},
+                          .inputFile = pack.out,
+                          .isKeptAlive = false,
+                          .out = work.folder + "/send.out",
+                          .err = work.folder + "/send.err",
+                          .limit = kToSend};
+  const ChildEnd sent = RunChild(send, signals_);
+  end.sentBytes = SizeOfFile(pack.out);
+  RemoveTree(pack.out);
+  end.phases["send"] = Ns(packed) + Ns(sent);
+  end.wasStopped = sent.wasStopped;
+  if (sent.IsDone()) return true;
+  end.blame = sent.wasStopped ? Blame::kNobody : Blame::kBoard;
+  end.reason = "sending " + SizeText(end.sentBytes) + " to " + Quoted(board_.host) + " " +
+               DescribeChildEnd(send, sent) + Said(send.err);
+  return false;
+}
+
+bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
+  std::vector<std::string> words{board_.work, work.id};
+  for (const auto& [path, hash] : work.links) {
+    words.insert(words.end(), {path, PlaceOnBoard(hash)});
+  }
+  words.emplace_back("--");
+  bool isPathSet = false;
+  for (const auto& [name, value] : board_.environment) {
+    words.push_back(name + "=" + value);
+    isPathSet = isPathSet || name == "LD_LIBRARY_PATH";
+  }
+  if (!board_.runtime.empty() && !isPathSet) {
+    const size_t slash = board_.runtime.rfind('/');
+    const std::string folder = slash == std::string::npos ? "." : board_.runtime.substr(0, slash);
+    words.push_back("LD_LIBRARY_PATH=" + (folder.empty() ? "/" : folder));
+  }
+  words.push_back("../../tools/" + tools_.id + "/vorn-launch");
+  words.insert(words.end(), work.words.begin(), work.words.end());
+  words.insert(words.end(), {"-i", "list.txt", "--run", "run", "--lifeline", kLifelineS});
+  std::optional<std::chrono::milliseconds> limit;
+  if (work.limit) {
+    words.insert(words.end(), {"--timeout", std::to_string(work.limit->count())});
+    // It ends by itself, and what there is still comes back.
+    limit = *work.limit + kToFetch;
+  }
+  std::string input;
+  for (const std::string& line : work.list) input += line + "\n";
+  const ChildRequest request{.command = Ssh(kRun, words),
+                             .input = input + "\n",
+                             .inputFile = {},
+                             .isKeptAlive = true,
+                             .out = work.folder + "/run.tar",
+                             .err = work.folder + "/run.err",
+                             .limit = limit};
+  const ChildEnd child = RunChild(request, signals_);
+  end.phases["launch"] = Ns(child);
+  end.wasStopped = child.wasStopped;
+  end.fetchedBytes = SizeOfFile(request.out);
+  if (child.wasStopped) return false;
+  const bool isLost = child.wasLate || !child.status || child.status == kSshFailed;
+  end.hasRun = !isLost && end.fetchedBytes > 0;
+  if (child.status == 0 && !isLost) return true;
+  end.blame = isLost || end.hasRun ? Blame::kUnknown : Blame::kBoard;
+  end.reason = (isLost ? "the board was lost on the way: ssh " : "the launch ") +
+               DescribeChildEnd(request, child) + Said(request.err);
+  return end.hasRun;
+}
+
+bool SshBoard::Fetch(const BoardWork& work, BoardEnd& end) {
+  const ChildRequest unpack{.command = {"tar", "-xf", work.folder + "/run.tar", "-C", work.folder,
+                                        "--no-same-owner", "--no-same-permissions", "run"},
+                            .input = {},
+                            .inputFile = {},
+                            .isKeptAlive = false,
+                            .out = work.folder + "/fetch.out",
+                            .err = work.folder + "/fetch.err",
+                            .limit = kToFetch};
+  const ChildEnd child = RunChild(unpack, signals_);
+  end.phases["fetch"] = Ns(child);
+  RemoveTree(work.folder + "/run.tar");
+  if (child.IsDone()) return true;
+  end.wasStopped = child.wasStopped;
+  end.blame = child.wasStopped ? Blame::kNobody : Blame::kUnknown;
+  end.reason = "what came of it cannot be unpacked: tar " + DescribeChildEnd(unpack, child) +
+               Said(unpack.err);
+  return false;
+}
+
+void SshBoard::Forget(const std::vector<BoardFile>& files, const std::string& scratch) {
+  std::string text;
+  for (const BoardFile& file : files) text += PlaceOnBoard(file.hash) + "\n";
+  (void)RunChild({.command = Ssh(kForget, {board_.work}),
+                  .input = text,
+                  .inputFile = {},
+                  .isKeptAlive = false,
+                  .out = scratch + "/forget.out",
+                  .err = scratch + "/forget.err",
+                  .limit = kToLook},
+                 signals_);
+}
+
+void SshBoard::Close(const std::string& scratch) {
+  std::vector<std::string> command = Ssh("", {});
+  command.resize(command.size() - 3);
+  command.insert(command.end(), {"-O", "exit", "--", board_.host});
+  (void)RunChild({.command = command,
+                  .input = {},
+                  .inputFile = {},
+                  .isKeptAlive = false,
+                  .out = scratch + "/close.out",
+                  .err = scratch + "/close.err",
+                  .limit = kToLook},
+                 signals_);
+}
+
+}  // namespace vorn::kit
