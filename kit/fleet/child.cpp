@@ -19,7 +19,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kTick{50};
 constexpr std::chrono::seconds kBeat{5};
-constexpr std::chrono::seconds kToEndByItself{10};
 constexpr int kNotStarted = 127;
 constexpr size_t kPieceBytes = 64 * 1024;
 
@@ -176,10 +175,11 @@ ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
       (signals.Asked() != 0 ? end.wasStopped : end.wasLate) = true;
       feed.End();
       if (!request.isKeptAlive) kill(-child, SIGTERM);
-      killAt = now + kToEndByItself;
+      killAt = now + request.grace;
     }
     if (killAt && now > *killAt) kill(-child, SIGKILL);
     if (!killAt) feed.GoOn();
+    if (request.tick) request.tick();
     signals.Wait(kTick);
   }
   end.time = Clock::now() - began;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,6 +23,8 @@ struct ChildRequest {
   std::string out;  ///< a file, made anew
   std::string err;  ///< a file, made anew
   std::optional<std::chrono::milliseconds> limit;
+  std::chrono::milliseconds grace{10000};  ///< from being asked to end until it is killed
+  std::function<void()> tick{};            ///< called some twenty times a second meanwhile
 };
 
 struct ChildEnd {

@@ -274,24 +274,15 @@ AttemptEnd RunAttempt(const FleetPlan& plan, const AttemptRequest& request, File
   return Attempt(plan, request, files, journal).Run(engine);
 }
 
-std::optional<std::chrono::seconds> LimitOf(const FleetState& state, const std::string& board,
-                                            uint64_t inferences) {
+std::optional<std::chrono::seconds> LimitOf(std::vector<uint64_t> times, uint64_t inferences) {
   constexpr double kTimes = 10;
   constexpr double kMoreNs = 120e9;
   constexpr double kMostS = 30 * 24 * 3600;
-  std::vector<double> times;
-  if (const auto found = state.boards.find(board); found != state.boards.end()) {
-    times = found->second.sampleNs;
-  }
-  if (times.empty()) {
-    for (const auto& [name, other] : state.boards) {
-      times.insert(times.end(), other.sampleNs.begin(), other.sampleNs.end());
-    }
-  }
   if (times.empty()) return std::nullopt;
   const auto middle = times.begin() + static_cast<ptrdiff_t>(times.size() / 2);
   std::nth_element(times.begin(), middle, times.end());
-  const double limit = (*middle * static_cast<double>(inferences) * kTimes + kMoreNs) / 1e9;
+  const double limit =
+      (static_cast<double>(*middle) * static_cast<double>(inferences) * kTimes + kMoreNs) / 1e9;
   return std::chrono::seconds(static_cast<int64_t>(std::ceil(std::min(limit, kMostS))));
 }
 

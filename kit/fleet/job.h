@@ -6,6 +6,7 @@
 #ifndef VORN_KIT_FLEET_JOB_H_
 #define VORN_KIT_FLEET_JOB_H_
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -14,7 +15,6 @@
 
 #include "kit/fleet/attempt.h"
 #include "kit/fleet/fleet_plan.h"
-#include "kit/fleet/fleet_state.h"
 #include "kit/fleet/journal.h"
 #include "kit/fleet/ssh_board.h"
 
@@ -48,10 +48,9 @@ struct AttemptEnd {
 [[nodiscard]] AttemptEnd RunAttempt(const FleetPlan& plan, const AttemptRequest& request,
                                     FilesOnBoard files, const Engine& engine, Journal& journal);
 
-/// The time that a chunk of so many inferences may take on a board: ten times what it takes by the
-/// median of what was done there, or elsewhere, and two minutes. Empty while nothing was done.
-[[nodiscard]] std::optional<std::chrono::seconds> LimitOf(const FleetState& state,
-                                                          const std::string& board,
+/// The time that so many inferences may take: ten times what they take by the median of `times`,
+/// nanoseconds an inference of what was done, and two minutes. Empty where nothing was.
+[[nodiscard]] std::optional<std::chrono::seconds> LimitOf(std::vector<uint64_t> times,
                                                           uint64_t inferences);
 
 }  // namespace vorn::kit

@@ -30,11 +30,10 @@ bool IsFolder(const std::string& path) {
   return stat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
 }
 
-std::string Unpack(const std::string& archive, const std::string& scratch) {
+std::string Unpack(const std::string& archive, const std::string& scratch, StopSignals& signals) {
   const std::string folder = scratch + "/tools-" + Xxh3Of(archive);
   RemoveTree(folder);
   MakeFolders(folder);
-  StopSignals signals;
   const ChildRequest request{.command = {"tar", "-xf", archive, "-C", folder, "--no-same-owner"},
                              .input = {},
                              .inputFile = {},
@@ -55,9 +54,11 @@ std::string Unpack(const std::string& archive, const std::string& scratch) {
 
 }  // namespace
 
-Tools FindTools(const std::string& from, const std::string& scratch) {
+Tools FindTools(const std::string& from, const std::string& scratch, StopSignals& signals) {
   Tools tools;
-  tools.folder = from.empty() ? OwnFolder() : IsFolder(from) ? from : Unpack(from, scratch);
+  tools.folder = from.empty()     ? OwnFolder()
+                 : IsFolder(from) ? from
+                                  : Unpack(from, scratch, signals);
   for (const char* needed : {kOwnTools[0], kOwnTools[1]}) {
     if (IsFile(tools.folder + "/" + needed)) continue;
     throw Fault(ExitStatus::kUsage,

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "kit/launch/program.h"
+
 namespace vorn::kit {
 
 struct Tools {
@@ -17,7 +19,8 @@ struct Tools {
 /// Of a folder, or of an archive as scripts/board.sh makes it, which is unpacked below `scratch`;
 /// of the folder of this program where `from` is empty. Throws a Fault of kUsage for one that has
 /// no vorn-launch or no vorn-run, of kLimit where it cannot be unpacked.
-[[nodiscard]] Tools FindTools(const std::string& from, const std::string& scratch);
+[[nodiscard]] Tools FindTools(const std::string& from, const std::string& scratch,
+                              StopSignals& signals);
 
 }  // namespace vorn::kit
 

@@ -1,0 +1,432 @@
+#include "kit/fleet/fleet_run.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <map>
+#include <set>
+
+#include "kit/common/file_place.h"
+#include "kit/common/folder_lock.h"
+#include "kit/common/folder_names.h"
+#include "kit/common/own_folder.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/fleet/attempt.h"
+#include "kit/fleet/child.h"
+#include "kit/fleet/journal.h"
+#include "kit/fleet/round.h"
+#include "kit/fleet/ssh_board.h"
+#include "kit/launch/machine.h"
+#include "kit/launch/run_folder.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr const char* kBoardsFile = "boards.json";
+constexpr size_t kMostTold = 10;
+
+JournalRecord NoteOf(JournalEvent event, const std::string& board, std::optional<uint64_t> chunk,
+                     uint64_t attempt) {
+  JournalRecord record;
+  record.event = event;
+  record.realtimeNs = RealtimeNs();
+  record.board = board;
+  record.chunk = chunk;
+  record.attempt = attempt;
+  return record;
+}
+
+// ---- What is there ------------------------------------------------------------------------------
+
+class Verifier {
+ public:
+  Verifier(const std::string& fleet, const FleetPlan& plan, bool isAgain, Console& console)
+      : fleet_(fleet),
+        plan_(plan),
+        isAgain_(isAgain),
+        console_(console),
+        journal_(fleet, "control") {
+    ReadJournals(fleet, [&](const JournalRecord& record) { TakeKnown(record); });
+  }
+
+  void Run() {
+    for (uint64_t chunk = 0; chunk < plan_.chunks.size(); ++chunk) {
+      const FleetChunk& about = plan_.chunks[chunk];
+      Look(chunk, "", ChunkFolder(fleet_, chunk), [&](std::vector<SampleRecord>& planned) {
+        ForEachInput(fleet_, about.inputsAt, about.inferences,
+                     [&](SampleRecord record) { planned.push_back(std::move(record)); });
+      });
+    }
+    for (const std::string& board : NamesIn(fleet_ + "/" + kCrossFolder)) {
+      Look(std::nullopt, board, CrossFolder(fleet_, board),
+           [&](std::vector<SampleRecord>& planned) { ReadCrossCheck(planned); });
+    }
+    NoteBack();
+    if (lost_ + found_ == 0) return;
+    console_.Say("looked at what is there: " + std::to_string(lost_) +
+                 " attempts do not verify any more, " + std::to_string(found_) +
+                 " had no end in the journals");
+  }
+
+ private:
+  struct Known {
+    std::string board;
+    uint64_t slot = 0;
+    bool isThere = false;  // by the journals
+  };
+  using Place = std::pair<std::string, uint64_t>;  // folder, attempt
+
+  void TakeKnown(const JournalRecord& record) {
+    if (record.attempt == 0) return;
+    const std::string folder =
+        record.chunk ? ChunkFolder(fleet_, *record.chunk) : CrossFolder(fleet_, record.board);
+    Known& known = known_[{folder, record.attempt}];
+    if (!record.board.empty()) known.board = record.board;
+    known.slot = record.slot;
+    if (record.event == JournalEvent::kEnd || record.event == JournalEvent::kFound) {
+      known.isThere = record.outcome != AttemptOutcome::kFailed;
+    } else if (record.event == JournalEvent::kLost) {
+      known.isThere = false;
+    }
+  }
+
+  void ReadCrossCheck(std::vector<SampleRecord>& planned) const {
+    for (const uint64_t index : plan_.crossCheck) {
+      const FleetChunk& chunk = plan_.chunks.at(ChunkOf(plan_, index));
+      ForEachInput(fleet_, chunk.inputsAt, index - chunk.first + 1, [&](SampleRecord record) {
+        if (record.index == index) planned.push_back(std::move(record));
+      });
+    }
+  }
+
+  void Look(std::optional<uint64_t> chunk, const std::string& board, const std::string& folder,
+            const std::function<void(std::vector<SampleRecord>&)>& read) {
+    std::set<uint64_t> attempts;
+    for (const uint64_t attempt : AttemptsIn(folder)) attempts.insert(attempt);
+    for (auto known = known_.lower_bound({folder, 0});
+         known != known_.end() && known->first.first == folder; ++known) {
+      if (known->second.isThere) attempts.insert(known->first.second);
+    }
+    if (attempts.empty()) return;
+    std::vector<SampleRecord> planned;
+    read(planned);
+    for (const uint64_t attempt : attempts) LookAt(chunk, board, folder, attempt, planned);
+  }
+
+  void LookAt(std::optional<uint64_t> chunk, const std::string& board, const std::string& folder,
+              uint64_t attempt, const std::vector<SampleRecord>& planned) {
+    const Known known = known_[{folder, attempt}];
+    const std::string run = folder + "/" + std::to_string(attempt);
+    const AttemptFound found = LookAtAttempt(run, planned, plan_.outputs, true);
+    const bool counts = found.fault.empty() && found.done > 0;
+    JournalRecord record =
+        NoteOf(JournalEvent::kLost, known.board.empty() ? board : known.board, chunk, attempt);
+    record.slot = known.slot;
+    if (counts && !known.isThere) {
+      record.event = JournalEvent::kFound;
+      record.outcome =
+          found.done == planned.size() ? AttemptOutcome::kDone : AttemptOutcome::kPartial;
+      record.done = found.done;
+      record.notDone = found.notDone;
+      record.outputs = OutputsHash(found.samples);
+      journal_.Note(record);
+      ++found_;
+    } else if (!counts && known.isThere) {
+      record.reason = found.fault;
+      journal_.Note(record);
+      ++lost_;
+    }
+    if (!counts) RemoveTree(run);
+  }
+
+  // What nobody is at any more, and whom and what is tried again.
+  void NoteBack() {
+    const FleetState state = ReadFleetState(fleet_, plan_);
+    for (uint64_t chunk = 0; chunk < state.chunks.size(); ++chunk) {
+      for (const std::string& board : state.chunks[chunk].running) {
+        journal_.Note(NoteOf(JournalEvent::kLost, board, chunk, 0));
+      }
+      const bool isGivenUp = state.chunks[chunk].status == ChunkStatus::kAside ||
+                             state.chunks[chunk].status == ChunkStatus::kPartial ||
+                             !state.chunks[chunk].failed.empty();
+      if (isAgain_ && isGivenUp && state.chunks[chunk].status != ChunkStatus::kDone) {
+        journal_.Note(NoteOf(JournalEvent::kBack, "", chunk, 0));
+      }
+    }
+    for (const auto& [name, board] : state.boards) {
+      if (board.isAside || board.failuresInARow > 0) {
+        journal_.Note(NoteOf(JournalEvent::kBack, name, {}, 0));
+      }
+    }
+  }
+
+  const std::string& fleet_;
+  const FleetPlan& plan_;
+  bool isAgain_;
+  Console& console_;
+  Journal journal_;
+  std::map<Place, Known> known_;
+  uint64_t lost_ = 0;
+  uint64_t found_ = 0;
+};
+
+// ---- Rounds -------------------------------------------------------------------------------------
+
+// A folder for sockets, whose paths have to be short.
+class SocketsFolder {
+ public:
+  SocketsFolder() {
+    std::string path = "/tmp/vorn-fleet.XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) {
+      throw Fault(ExitStatus::kLimit, "cannot make a folder in /tmp: " + SystemReason(errno));
+    }
+    path_ = path;
+  }
+  ~SocketsFolder() {
+    try {
+      RemoveTree(path_);
+    } catch (const Fault&) {
+      // It is empty but for sockets that nobody listens at.
+    }
+  }
+  SocketsFolder(const SocketsFolder&) = delete;
+  SocketsFolder& operator=(const SocketsFolder&) = delete;
+  [[nodiscard]] const std::string& Path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+class FleetRun {
+ public:
+  FleetRun(const FleetRunRequest& request, Console& console)
+      : request_(request),
+        fleet_(request.fleet),
+        plan_(ReadFleetPlan(fleet_)),
+        lock_(fleet_, "fleet"),
+        console_(console) {}
+
+  ExitStatus Run() {
+    TakeBoards();
+    CheckPrograms();
+    VerifyAttempts(fleet_, plan_, request_.isAgain, console_);
+    FleetState state = ReadFleetState(fleet_, plan_);
+    began_ = std::chrono::steady_clock::now();
+    doneBefore_ = state.Done();
+    while (!ChunksToDo(state).empty() && HasUsableBoard(state) && signals_.Asked() == 0) {
+      const uint64_t before = EndsIn(state);
+      RunRound(state);
+      state = ReadFleetState(fleet_, plan_);
+      TellOfBoards(state);
+      if (EndsIn(state) == before) break;  // nobody is left that could take any of them
+    }
+    CloseConnections();
+    if (signals_.Asked() != 0) console_.Say("was stopped");
+    return TellOfEnd(fleet_, plan_, state, console_);
+  }
+
+ private:
+  void TakeBoards() {
+    const std::string kept = fleet_ + "/" + kBoardsFile;
+    if (!request_.boards.empty()) {
+      boards_ = ReadBoards(request_.boards);
+      for (Board& board : boards_) {
+        if (!board.tools.empty()) board.tools = Absolute(board.tools);
+        if (!board.config.empty()) board.config = Absolute(board.config);
+      }
+      WriteWholeFile(kept, ToJson(boards_));
+    } else if (IsThere(kept)) {
+      boards_ = ReadBoards(kept);
+    } else {
+      throw Fault(ExitStatus::kUsage,
+                  Quoted(fleet_) + " was not run yet; name a file of boards with --boards");
+    }
+    if (!request_.isResumed && !NamesIn(fleet_ + "/" + kJournalFolder).empty()) {
+      throw Fault(ExitStatus::kUsage, Quoted(fleet_) +
+                                          " was run before; go on with 'vorn fleet resume', or "
+                                          "make another plan");
+    }
+  }
+
+  // Before anything is noted: it is there, and it is the one that is meant.
+  void CheckPrograms() {
+    const std::string scratch = fleet_ + "/round";
+    MakeFolders(scratch);
+    for (const auto& [words, package] :
+         {std::pair(std::vector<std::string>{"parallel", "--plain", "--will-cite", "--version"},
+                    "parallel"),
+          {std::vector<std::string>{"ssh", "-V"}, "openssh-client"},
+          {std::vector<std::string>{"tar", "--version"}, "tar"}}) {
+      const ChildRequest ask{.command = words,
+                             .folder = {},
+                             .input = {},
+                             .inputFile = {},
+                             .isKeptAlive = false,
+                             .out = scratch + "/ask.out",
+                             .err = scratch + "/ask.err",
+                             .limit = std::chrono::seconds(60)};
+      const bool isOther =
+          !RunChild(ask, signals_).IsDone() ||
+          (words[0] == "parallel" && !ReadFrom(ask.out, 0, 64).starts_with("GNU parallel"));
+      if (!isOther || signals_.Asked() != 0) continue;
+      throw Fault(ExitStatus::kUsage, (words[0] == "parallel" ? "GNU parallel" : words[0]) +
+                                          " is not here, and the boards are reached with it; "
+                                          "install the package " +
+                                          package);
+    }
+  }
+
+  bool HasUsableBoard(const FleetState& state) const {
+    return std::any_of(boards_.begin(), boards_.end(), [&](const Board& board) {
+      const auto found = state.boards.find(board.name);
+      return found == state.boards.end() || !found->second.isAside;
+    });
+  }
+
+  // Attempts that were made and told something.
+  static uint64_t EndsIn(const FleetState& state) {
+    uint64_t ends = 0;
+    for (const auto& [name, board] : state.boards) {
+      ends += board.done + board.failed + (board.isAside ? 1 : 0) + (board.checked ? 1 : 0);
+    }
+    return ends;
+  }
+
+  void RunRound(const FleetState& state) {
+    const std::vector<uint64_t> chunks = ChunksToDo(state);
+    PrepareRound(fleet_, state, boards_, chunks, signals_);
+    setenv("VORN_FLEET_PROGRAM", (OwnFolder() + "/vorn-fleet").c_str(), 1);
+    setenv("VORN_FLEET_FOLDER", fleet_.c_str(), 1);
+    setenv("VORN_FLEET_SOCKETS", sockets_.Path().c_str(), 1);
+    setenv("PARALLEL_SHELL", "/bin/sh", 1);
+    std::string tickets;
+    for (size_t i = 1; i <= chunks.size(); ++i) tickets += std::to_string(i) + "\n";
+    const ChildRequest parallel{.command = RoundCommand(boards_),
+                                .folder = {},
+                                .input = tickets,
+                                .inputFile = {},
+                                .isKeptAlive = false,
+                                .out = fleet_ + "/round/parallel.out",
+                                .err = fleet_ + "/round/parallel.err",
+                                .limit = {},
+                                .grace = std::chrono::seconds(40),
+                                .tick = [&] { Show(); }};
+    const ChildEnd end = RunChild(parallel, signals_);
+    if (end.wasStopped || end.status) return;
+    throw Fault(ExitStatus::kRuntime, "GNU parallel " + DescribeChildEnd(parallel, end) +
+                                          "; go on with 'vorn fleet resume " + fleet_ + "'");
+  }
+
+  // No more than a hundredth of the time is spent on telling.
+  void Show() {
+    constexpr int kShare = 100;
+    const auto now = std::chrono::steady_clock::now();
+    if (now < showAgain_) return;
+    const FleetState state = ReadFleetState(fleet_, plan_);
+    TellOfBoards(state);
+    uint64_t faults = 0;
+    for (const auto& [name, board] : state.boards) faults += board.failed;
+    const uint64_t done = state.Done();
+    console_.Show({.series = {},
+                   .done = done,
+                   .all = plan_.inferences,
+                   .doneHere = done - std::min(done, doneBefore_),
+                   .faults = faults,
+                   .elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - began_)});
+    const auto shown = std::chrono::steady_clock::now();
+    showAgain_ = shown + std::max<std::chrono::nanoseconds>((shown - now) * kShare,
+                                                            std::chrono::milliseconds(500));
+  }
+
+  void TellOfBoards(const FleetState& state) {
+    for (const auto& [name, board] : state.boards) {
+      if (!board.isAside || !told_.insert(name).second) continue;
+      console_.Say("board " + name + " is put aside: " + board.reason);
+    }
+  }
+
+  void CloseConnections() {
+    const std::string scratch = fleet_ + "/round";
+    const Tools none;
+    for (const BoardSlot& slot : SlotsOf(boards_)) {
+      if (NamesIn(sockets_.Path()).empty()) return;
+      SshBoard(boards_[slot.board], none, slot.slot, sockets_.Path(), scratch + "/lock", signals_)
+          .Close(scratch);
+    }
+  }
+
+  const FleetRunRequest& request_;
+  const std::string& fleet_;
+  FleetPlan plan_;
+  FolderLock lock_;
+  Console& console_;
+  StopSignals signals_;
+  SocketsFolder sockets_;
+  std::vector<Board> boards_;
+  std::set<std::string> told_;
+  uint64_t doneBefore_ = 0;
+  std::chrono::steady_clock::time_point began_;
+  std::chrono::steady_clock::time_point showAgain_;
+};
+
+}  // namespace
+
+void VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgain,
+                    Console& console) {
+  Verifier(fleet, plan, isAgain, console).Run();
+}
+
+std::vector<uint64_t> ChunksToDo(const FleetState& state) {
+  std::vector<uint64_t> chunks;
+  for (size_t i = 0; i < state.chunks.size(); ++i) {
+    const ChunkStatus status = state.chunks[i].status;
+    if (status == ChunkStatus::kToDo || status == ChunkStatus::kRunning) chunks.push_back(i);
+  }
+  return chunks;
+}
+
+ExitStatus TellOfEnd(const std::string& fleet, const FleetPlan& plan, const FleetState& state,
+                     Console& console) {
+  const uint64_t done = state.Done();
+  console.Say(std::to_string(done) + " of " + Counted(plan.inferences, "inference") + " done, " +
+              std::to_string(state.CountOf(ChunkStatus::kDone)) + " of " +
+              Counted(plan.chunks.size(), "chunk"));
+  size_t told = 0;
+  for (size_t i = 0; i < state.chunks.size(); ++i) {
+    const ChunkState& chunk = state.chunks[i];
+    if (chunk.status == ChunkStatus::kDone || chunk.reason.empty()) continue;
+    if (++told > kMostTold) continue;
+    console.Say("chunk " + std::to_string(i) + " (inferences " +
+                std::to_string(plan.chunks[i].first) + " to " +
+                std::to_string(plan.chunks[i].first + plan.chunks[i].inferences - 1) +
+                "): " + chunk.reason);
+  }
+  if (told > kMostTold) console.Say("and " + std::to_string(told - kMostTold) + " chunks more");
+  const std::vector<std::string> disagreeing = DisagreeingBoards(state);
+  for (const std::string& board : disagreeing) {
+    console.Say("board " + board +
+                " gives other outputs than most boards for the inferences that "
+                "all of them run");
+  }
+  const std::string folder = QuotedCommand({fleet});
+  if (done == plan.inferences) {
+    console.Say("put it together with 'vorn fleet merge " + folder + " --run RUN'");
+    return ExitStatus::kDone;
+  }
+  const bool isGivenUp = ChunksToDo(state).empty();
+  console.Say(std::string("go on with 'vorn fleet resume ") + folder +
+              (isGivenUp ? " --again" : "") +
+              "', or put together what is there with 'vorn fleet merge " + folder + " --run RUN'");
+  return ExitStatus::kPartial;
+}
+
+ExitStatus RunFleetBySsh(const FleetRunRequest& request, Console& console) {
+  return FleetRun(request, console).Run();
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,225 @@
+// vorn-fleet: spreads a list over many boards, and puts together what came of it.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "kit/common/command_line.h"
+#include "kit/common/file_place.h"
+#include "kit/common/nearest.h"
+#include "kit/common/own_command.h"
+#include "kit/common/own_folder.h"
+#include "kit/common/printable.h"
+#include "kit/fleet/fleet_run.h"
+#include "kit/fleet/make_plan.h"
+#include "kit/fleet/round.h"
+#include "kit/launch/console.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostNumber = INT32_MAX;
+constexpr uint64_t kMostCrossCheck = 1000;
+
+constexpr std::string_view kForms[] = {
+    "plan -m MODEL -j CONFIG -i LIST -o FLEET [OPTION...]",
+    "run FLEET --boards FILE",
+    "resume FLEET [--boards FILE] [--again]",
+};
+
+constexpr Option kOptions[] = {
+    {"model", 'm', "FILE", "The model."},
+    {"config", 'j', "FILE", "The runtime's JSON configuration. A board may have another one."},
+    {"list", 'i', "FILE", "The list of inputs, as vorn-run takes it."},
+    {"output", 'o', "FLEET", "The folder of the plan and of all that comes of it. It is made."},
+    {"chunk", 0, "N",
+     "Inferences that a board gets at a time. Without it some are run here, and a chunk is as long "
+     "as it has to be for a board to spend 95 % of its time on inferences."},
+    {"cross-check", 0, "N",
+     "Inferences that every board runs, so that one that gives other outputs is found; 5 without "
+     "it."},
+    {"batch", 'b', "N", "Items of a batch, as vorn-run takes it."},
+    {"total-t", 't', "N", "Frames of a sequence, as vorn-run takes it."},
+    {"thresholds", 'r', "FILES", "Files of thresholds, with commas between them."},
+    {"profile", 'p', "", "Execute each inference 21 times, as -p 1 of vorn-run does."},
+    {"sample-timeout", 0, "SECONDS", "End a process that takes longer for one inference."},
+    {"no-text", 0, "", "Keep no .float files; they are most of the bytes."},
+    {"npy", 0, "", "Put a .npy array, in its shape, beside each dump."},
+    {"no-trace", 0, "", "Put no layer under the program: there are no times of executions then."},
+    {"model-json", 0, "FILE",
+     "What vorn inspect --json says of the model, where no libvorn.so here can load it."},
+    {"boards", 0, "FILE",
+     "The boards, as docs/fleet.md tells. With resume those of before without it."},
+    {"again", 0, "", "Try chunks again that were put aside."},
+    {"place", 0, "N", "Of ticket, which GNU parallel calls: the slot's place."},
+    {"sockets", 0, "FOLDER", "Of ticket: where connections are kept."},
+    {"quiet", 'q', "", "Say nothing on standard error but why it could not go on."},
+};
+
+constexpr Verb kFleet{
+    .name = "fleet",
+    .summary = "one list over many boards",
+    .forms = kForms,
+    .about =
+        "plan looks at model, configuration, list and every file as launch does, and cuts the\n"
+        "list into chunks. run has GNU parallel hand them out to boards that are reached by ssh,\n"
+        "each by its hashes, and runs vorn launch there. A board that fails again and again is\n"
+        "put aside, and so is a chunk that fails on two boards. resume looks at what is there,\n"
+        "and does what is missing.\n"
+        "\n"
+        "Ends with 0: all is there; 2, 3, 4: a fault of options, inputs, model; 5: of the\n"
+        "runtime; 7: a limit; 8: some inferences are missing.",
+    .options = kOptions,
+    .example =
+        "build/release/vorn fleet plan -m examples/digits/digits.onnx -i examples/digits/list.txt "
+        "-j examples/digits/host.json --chunk 50 -o build/digits.fleet",
+    .mostOperands = 2,
+};
+
+// ---- What each of them takes --------------------------------------------------------------------
+
+struct Action {
+  std::string_view name;
+  std::vector<std::string_view> options;
+  ExitStatus (*run)(const Arguments& arguments);
+};
+
+void HoldToOptions(const Arguments& arguments, const Action& action) {
+  for (const Option& option : kOptions) {
+    const bool isTaken = option.name == "quiet" ||
+                         std::find(action.options.begin(), action.options.end(), option.name) !=
+                             action.options.end();
+    if (isTaken || !arguments.Has(option.name)) continue;
+    throw Fault(ExitStatus::kUsage, "'vorn fleet " + std::string(action.name) + "' takes no --" +
+                                        std::string(option.name) + "; see 'vorn fleet --help'");
+  }
+}
+
+std::string FleetOf(const Arguments& arguments) {
+  if (arguments.Operands().size() != 2 || arguments.Operands()[1].empty()) {
+    throw Fault(ExitStatus::kUsage, "'vorn fleet " + arguments.Operands()[0] +
+                                        "' needs the folder of a fleet behind it");
+  }
+  std::string fleet = Absolute(arguments.Operands()[1]);
+  while (fleet.size() > 1 && fleet.back() == '/') fleet.pop_back();
+  return fleet;
+}
+
+std::optional<std::chrono::seconds> Seconds(const Arguments& arguments, const char* name) {
+  if (!arguments.Has(name)) return std::nullopt;
+  return std::chrono::seconds(arguments.GetNumber(name, 0, 1, kMostNumber));
+}
+
+std::optional<int64_t> Number(const Arguments& arguments, const char* name) {
+  if (!arguments.Has(name)) return std::nullopt;
+  return static_cast<int64_t>(arguments.GetNumber(name, 1, 1, kMostNumber));
+}
+
+// ---- Each of them -------------------------------------------------------------------------------
+
+ExitStatus PlanFleet(const Arguments& arguments) {
+  if (arguments.Operands().size() != 1) {
+    throw Fault(ExitStatus::kUsage,
+                "'vorn fleet plan' takes nothing but options; the folder of "
+                "the fleet is named with -o");
+  }
+  FleetPlanRequest request;
+  LaunchRequest& launch = request.launch;
+  launch.model = arguments.Need("model");
+  launch.config = arguments.Need("config");
+  launch.list = arguments.Need("list");
+  launch.run = arguments.Need("output");
+  for (const auto& [name, value] : {std::pair("model", &launch.model),
+                                    {"config", &launch.config},
+                                    {"list", &launch.list},
+                                    {"output", &launch.run}}) {
+    if (value->empty()) {
+      throw Fault(ExitStatus::kUsage, "--" + std::string(name) + " names nothing");
+    }
+  }
+  while (launch.run.size() > 1 && launch.run.back() == '/') launch.run.pop_back();
+  launch.program = OwnFolder() + "/vorn-run";
+  launch.thresholds = arguments.Get("thresholds");
+  launch.batch = Number(arguments, "batch");
+  launch.totalT = Number(arguments, "total-t");
+  launch.isProfiled = arguments.Has("profile");
+  launch.sampleLimit = Seconds(arguments, "sample-timeout");
+  launch.isTextKept = !arguments.Has("no-text");
+  launch.areArrays = arguments.Has("npy");
+  launch.isTraced = !arguments.Has("no-trace");
+  launch.modelJson = arguments.Get("model-json");
+  launch.command = OwnCommand("fleet");
+  launch.version = VORN_VERSION;
+  if (arguments.Has("chunk")) request.chunk = arguments.GetNumber("chunk", 0, 1, kMostNumber);
+  request.crossCheck = arguments.GetNumber("cross-check", request.crossCheck, 0, kMostCrossCheck);
+  if (!request.chunk && !launch.isTraced) {
+    throw Fault(ExitStatus::kUsage,
+                "without the layer nothing tells how long a chunk has to be; give --chunk N, or "
+                "leave out --no-trace");
+  }
+  Console console(arguments.Has("quiet"), "fleet");
+  const FleetPlan plan = MakeFleetPlan(request, console);
+  console.Say(Counted(plan.inferences, "inference") + " in " +
+              Counted(plan.chunks.size(), "chunk") + " of " +
+              std::to_string(plan.chunks.front().inferences) + ", and " +
+              std::to_string(plan.crossCheck.size()) + " for every board; run them with " +
+              QuotedCommand({"vorn", "fleet", "run", launch.run, "--boards", "FILE"}));
+  return ExitStatus::kDone;
+}
+
+ExitStatus RunFleet(const Arguments& arguments) {
+  Console console(arguments.Has("quiet"), "fleet");
+  return RunFleetBySsh({.fleet = FleetOf(arguments),
+                        .boards = arguments.Need("boards"),
+                        .isResumed = false,
+                        .isAgain = false},
+                       console);
+}
+
+ExitStatus ResumeFleet(const Arguments& arguments) {
+  Console console(arguments.Has("quiet"), "fleet");
+  return RunFleetBySsh({.fleet = FleetOf(arguments),
+                        .boards = arguments.Get("boards").value_or(""),
+                        .isResumed = true,
+                        .isAgain = arguments.Has("again")},
+                       console);
+}
+
+ExitStatus TakeTicket(const Arguments& arguments) {
+  return RunTicket({.fleet = FleetOf(arguments),
+                    .place = arguments.GetNumber("place", 1, 1, kMostNumber),
+                    .sockets = arguments.Need("sockets")});
+}
+
+ExitStatus Run(const Arguments& arguments) {
+  static const std::array<Action, 4> kActions{{
+      {"plan",
+       {"model", "config", "list", "output", "chunk", "cross-check", "batch", "total-t",
+        "thresholds", "profile", "sample-timeout", "no-text", "npy", "no-trace", "model-json"},
+       PlanFleet},
+      {"run", {"boards"}, RunFleet},
+      {"resume", {"boards", "again"}, ResumeFleet},
+      {"ticket", {"place", "sockets"}, TakeTicket},
+  }};
+  if (arguments.Operands().empty()) {
+    throw Fault(ExitStatus::kUsage,
+                "what of a fleet? plan, run, resume, status or merge; see 'vorn fleet --help'");
+  }
+  const std::string& name = arguments.Operands()[0];
+  for (const Action& action : kActions) {
+    if (action.name != name) continue;
+    HoldToOptions(arguments, action);
+    return action.run(arguments);
+  }
+  std::vector<std::string> names;
+  for (const Action& action : kActions) names.emplace_back(action.name);
+  names.pop_back();  // a ticket is for parallel to take
+  throw Fault(ExitStatus::kUsage,
+              "there is no 'vorn fleet " + Printable(name) + "'" + DidYouMean(name, names));
+}
+
+}  // namespace
+}  // namespace vorn::kit
+
+int main(int argc, char** argv) {
+  return vorn::kit::RunVerb(vorn::kit::kFleet, argc, argv, vorn::kit::Run);
+}

@@ -1,0 +1,324 @@
+#include "kit/fleet/round.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <set>
+
+#include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
+#include "kit/common/own_folder.h"
+#include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
+#include "kit/fleet/job.h"
+#include "kit/fleet/ssh_board.h"
+#include "kit/launch/machine.h"
+#include "kit/launch/run_folder.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr const char* kRoundFolder = "round";
+constexpr uint64_t kMostStateBytes = 64 << 20;
+
+std::string RoundOf(const std::string& fleet) { return fleet + "/" + kRoundFolder; }
+
+std::string BoardFileOf(const std::string& fleet, const Board& board, const char* what) {
+  return RoundOf(fleet) + "/boards/" + board.name + "." + what;
+}
+
+std::vector<uint64_t> NumbersIn(const std::string& path) {
+  std::vector<uint64_t> numbers;
+  if (!IsThere(path)) return numbers;
+  const std::string text =
+      ReadWholeFile(path, "a file of the round", ExitStatus::kLimit, kMostStateBytes);
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  while (at < end) {
+    uint64_t number = 0;
+    const auto [behind, error] = std::from_chars(at, end, number);
+    if (error == std::errc()) numbers.push_back(number);
+    at = behind + 1;
+  }
+  return numbers;
+}
+
+void Append(const std::string& path, const std::string& text) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  const bool isWritten =
+      fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  const int error = errno;
+  if (fd >= 0) close(fd);
+  if (isWritten) return;
+  throw Fault(ExitStatus::kLimit, "cannot write " + Quoted(path) + ": " + SystemReason(error));
+}
+
+std::string LinesOf(const std::vector<uint64_t>& numbers) {
+  std::string text;
+  for (const uint64_t number : numbers) text += std::to_string(number) + "\n";
+  return text;
+}
+
+// A file that is locked as long as this lives.
+class LockedFile {
+ public:
+  LockedFile(const std::string& path, int how) {
+    fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd_ < 0) {
+      throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
+    }
+    while ((isTaken_ = flock(fd_, how) == 0) == false && errno == EINTR) {
+    }
+  }
+  ~LockedFile() { close(fd_); }
+  LockedFile(const LockedFile&) = delete;
+  LockedFile& operator=(const LockedFile&) = delete;
+  [[nodiscard]] bool IsTaken() const { return isTaken_; }
+
+ private:
+  int fd_ = -1;
+  bool isTaken_ = false;
+};
+
+class Ticket {
+ public:
+  explicit Ticket(const TicketRequest& request)
+      : request_(request),
+        fleet_(request.fleet),
+        plan_(ReadFleetPlan(fleet_)),
+        boards_(ReadBoards(RoundOf(fleet_) + "/boards.json")),
+        slot_(SlotsOf(boards_).at(request.place - 1)),
+        board_(boards_[slot_.board]),
+        journal_(fleet_, "board-" + board_.name + "-" + std::to_string(slot_.slot)),
+        tools_(FindTools(board_.tools, RoundOf(fleet_), signals_)),
+        ssh_(board_, tools_, slot_.slot, request.sockets, BoardFileOf(fleet_, board_, "lock"),
+             signals_) {}
+
+  void Run() {
+    if (IsThere(RoundOf(fleet_) + "/over")) return;
+    {
+      const LockedFile running(RoundOf(fleet_) + "/running", LOCK_SH);
+      if (TakeAndRun()) return;
+    }
+    WaitForOthers();
+  }
+
+ private:
+  // False where there is nothing to take for this board.
+  bool TakeAndRun() {
+    if (IsAside()) return false;
+    const auto chunk = Claim();
+    if (!chunk) return false;
+    if (!CheckBoard()) {
+      // Somebody else may take it.
+      (void)unlink(ClaimOf(*chunk).c_str());
+      return true;
+    }
+    Conclude(Attempt(*chunk), *chunk);
+    return true;
+  }
+
+  bool IsAside() const { return IsThere(BoardFileOf(fleet_, board_, "aside")); }
+
+  std::string ClaimOf(uint64_t chunk) const {
+    return RoundOf(fleet_) + "/claims/" + std::to_string(chunk);
+  }
+
+  std::optional<uint64_t> Claim() const {
+    const std::vector<uint64_t> failed = NumbersIn(BoardFileOf(fleet_, board_, "failed"));
+    const std::set<uint64_t> mine(failed.begin(), failed.end());
+    for (const uint64_t chunk : NumbersIn(RoundOf(fleet_) + "/chunks.txt")) {
+      if (chunk >= plan_.chunks.size() || mine.contains(chunk)) continue;
+      const int fd = open(ClaimOf(chunk).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+      if (fd < 0) continue;
+      close(fd);
+      return chunk;
+    }
+    return std::nullopt;
+  }
+
+  // The first one that comes to a board has it show what it makes of some inferences.
+  bool CheckBoard() {
+    if (plan_.crossCheck.empty()) return true;
+    const std::string checked = BoardFileOf(fleet_, board_, "checked");
+    if (IsThere(checked)) return true;
+    const LockedFile one(BoardFileOf(fleet_, board_, "check"), LOCK_EX);
+    if (IsThere(checked)) return true;
+    if (IsAside()) return false;
+    const AttemptEnd end = Attempt(std::nullopt);
+    if (end.record.outcome == AttemptOutcome::kDone) {
+      Append(checked, "");
+      return true;
+    }
+    // Inferences that end their process do so of a chunk, too, and are told of there.
+    if (end.record.blame == Blame::kSamples) {
+      Append(checked, "");
+      return true;
+    }
+    Conclude(end, std::nullopt);
+    return false;
+  }
+
+  AttemptEnd Attempt(std::optional<uint64_t> chunk) {
+    const uint64_t inferences = chunk ? plan_.chunks[*chunk].inferences : plan_.crossCheck.size();
+    const AttemptRequest attempt{.fleet = fleet_,
+                                 .chunk = chunk,
+                                 .board = board_.name,
+                                 .slot = slot_.slot,
+                                 .config = board_.config,
+                                 .limit = LimitOf(Times(), inferences)};
+    return RunAttempt(
+        plan_, attempt, FilesOnBoard::kByHash,
+        [&](const BoardWork& work) {
+          BoardEnd end = ssh_.Run(work);
+          return end;
+        },
+        journal_);
+  }
+
+  // This board's, or all where it has none yet.
+  std::vector<uint64_t> Times() const {
+    std::vector<uint64_t> times = NumbersIn(BoardFileOf(fleet_, board_, "times"));
+    if (!times.empty()) return times;
+    for (const Board& board : boards_) {
+      const std::vector<uint64_t> its = NumbersIn(BoardFileOf(fleet_, board, "times"));
+      times.insert(times.end(), its.begin(), its.end());
+    }
+    return times;
+  }
+
+  void Conclude(const AttemptEnd& end, std::optional<uint64_t> chunk) {
+    const std::string row = BoardFileOf(fleet_, board_, "row");
+    const JournalRecord& record = end.record;
+    if (record.outcome == AttemptOutcome::kDone) {
+      (void)unlink(row.c_str());
+      const auto launch = record.phases.find("launch");
+      if (launch != record.phases.end() && record.done > 0) {
+        Append(BoardFileOf(fleet_, board_, "times"),
+               std::to_string(launch->second / record.done) + "\n");
+      }
+      return;
+    }
+    if (end.hasOtherInputs) Forget(end);
+    const bool isChunks = record.blame == Blame::kSamples || record.blame == Blame::kUnknown;
+    if (chunk && isChunks) {
+      Append(BoardFileOf(fleet_, board_, "failed"), std::to_string(*chunk) + "\n");
+    }
+    if (record.blame == Blame::kNobody || record.blame == Blame::kSamples) return;
+    Append(row, "x");
+    if (SizeOfFile(row) >= kFailuresOfABoard) PutAside(record.reason);
+  }
+
+  void Forget(const AttemptEnd& end) {
+    const std::string scratch = RoundOf(fleet_) + "/forget-" + std::to_string(request_.place);
+    MakeFolders(scratch);
+    ssh_.Forget(end.files, scratch);
+    RemoveTree(scratch);
+  }
+
+  void PutAside(const std::string& reason) {
+    const std::string aside = BoardFileOf(fleet_, board_, "aside");
+    if (IsThere(aside)) return;
+    Append(aside, "");
+    journal_.Note({.event = JournalEvent::kAside,
+                   .realtimeNs = RealtimeNs(),
+                   .board = board_.name,
+                   .slot = slot_.slot,
+                   .chunk = {},
+                   .attempt = 0,
+                   .host = {},
+                   .machineId = {},
+                   .bootId = {},
+                   .outcome = {},
+                   .blame = {},
+                   .reason = Counted(kFailuresOfABoard, "failure") +
+                             " one after the other, the last one: " + reason,
+                   .done = 0,
+                   .notDone = 0,
+                   .outputs = {},
+                   .phases = {},
+                   .sentBytes = 0,
+                   .fetchedBytes = 0});
+  }
+
+  // A slot with nothing to do must not use the tickets up that others would have work for.
+  void WaitForOthers() {
+    constexpr int kTicks = 10;
+    constexpr std::chrono::milliseconds kTick{200};
+    for (int quiet = 0; quiet < kTicks && signals_.Asked() == 0;) {
+      signals_.Wait(kTick);
+      const LockedFile running(RoundOf(fleet_) + "/running", LOCK_EX | LOCK_NB);
+      quiet = running.IsTaken() ? quiet + 1 : 0;
+    }
+    if (signals_.Asked() == 0) Append(RoundOf(fleet_) + "/over", "");
+  }
+
+  const TicketRequest& request_;
+  const std::string& fleet_;
+  StopSignals signals_;
+  FleetPlan plan_;
+  std::vector<Board> boards_;
+  BoardSlot slot_;
+  const Board& board_;
+  Journal journal_;
+  Tools tools_;
+  SshBoard ssh_;
+};
+
+}  // namespace
+
+void PrepareRound(const std::string& fleet, const FleetState& state, std::vector<Board> boards,
+                  const std::vector<uint64_t>& chunks, StopSignals& signals) {
+  const std::string round = RoundOf(fleet);
+  RemoveTree(round);
+  MakeFolders(round + "/claims");
+  MakeFolders(round + "/boards");
+  for (Board& board : boards) {
+    if (!board.tools.empty()) board.tools = Absolute(FindTools(board.tools, round, signals).folder);
+    if (!board.config.empty()) board.config = Absolute(board.config);
+    std::vector<uint64_t> failed;
+    for (size_t i = 0; i < state.chunks.size(); ++i) {
+      if (state.chunks[i].failed.contains(board.name)) failed.push_back(i);
+    }
+    Append(BoardFileOf(fleet, board, "failed"), LinesOf(failed));
+    const auto known = state.boards.find(board.name);
+    if (known == state.boards.end()) continue;
+    std::vector<uint64_t> times;
+    for (const double ns : known->second.sampleNs) times.push_back(static_cast<uint64_t>(ns));
+    Append(BoardFileOf(fleet, board, "times"), LinesOf(times));
+    Append(BoardFileOf(fleet, board, "row"), std::string(known->second.failuresInARow, 'x'));
+    if (known->second.checked) Append(BoardFileOf(fleet, board, "checked"), "");
+    if (known->second.isAside) Append(BoardFileOf(fleet, board, "aside"), "");
+  }
+  WriteWholeFile(round + "/boards.json", ToJson(boards));
+  WriteWholeFile(round + "/chunks.txt", LinesOf(chunks));
+}
+
+std::vector<std::string> RoundCommand(const std::vector<Board>& boards) {
+  // The command is a text for a shell, so that what it is about comes by the environment.
+  return {"parallel",
+          "--plain",
+          "--will-cite",
+          "--ungroup",
+          "--jobs",
+          std::to_string(SlotsOf(boards).size()),
+          "--termseq",
+          "TERM,30000,KILL,1000",
+          "exec \"$VORN_FLEET_PROGRAM\" ticket \"$VORN_FLEET_FOLDER\" --place {%} "
+          "--sockets \"$VORN_FLEET_SOCKETS\" # {}"};
+}
+
+ExitStatus RunTicket(const TicketRequest& request) {
+  // It is not to go on where whoever hands out tickets is gone.
+  (void)prctl(PR_SET_PDEATHSIG, SIGTERM);
+  Ticket(request).Run();
+  return ExitStatus::kDone;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,51 @@
+// A round: chunks that are to do, handed out to the slots of the boards by GNU parallel.
+//
+// parallel runs on this machine alone and starts as many tickets as there are chunks, one a slot at
+// a time; a ticket takes the first chunk that nobody has taken and that its board has not failed.
+// What the tickets of a round have to know of each other lies in FLEET/round:
+//
+//     boards.json     the boards, their paths made absolute
+//     chunks.txt      a line a chunk
+//     claims/C        chunk C was taken
+//     boards/NAME.*   failed: chunks, a line each; row: a byte a failure since the last success;
+//                     times: nanoseconds an inference, a line a success; checked, aside: are there
+//                     once that is so; lock: see SshBoard
+//     running         locked by every ticket that is at work
+//     over            there is nothing left to take
+#ifndef VORN_KIT_FLEET_ROUND_H_
+#define VORN_KIT_FLEET_ROUND_H_
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "kit/common/fault.h"
+#include "kit/fleet/boards.h"
+#include "kit/fleet/fleet_plan.h"
+#include "kit/fleet/fleet_state.h"
+#include "kit/launch/program.h"
+
+namespace vorn::kit {
+
+/// Makes FLEET/round anew. The boards' tools are archives no more behind it. Throws a Fault.
+void PrepareRound(const std::string& fleet, const FleetState& state, std::vector<Board> boards,
+                  const std::vector<uint64_t>& chunks, StopSignals& signals);
+
+/// The command that hands the tickets out: its input is a line a ticket. The
+/// program, the fleet and the folder for sockets it finds in VORN_FLEET_PROGRAM, VORN_FLEET_FOLDER
+/// and VORN_FLEET_SOCKETS.
+[[nodiscard]] std::vector<std::string> RoundCommand(const std::vector<Board>& boards);
+
+struct TicketRequest {
+  std::string fleet;
+  uint64_t place = 1;   ///< of the slot among those of all boards, from 1, as parallel counts them
+  std::string sockets;  ///< a folder for the connections that are kept
+};
+
+/// One ticket, from what to take to its end in the journal. A board that fails again and again is
+/// put aside. Ends with kDone whether or not a chunk was done: the journal tells.
+[[nodiscard]] ExitStatus RunTicket(const TicketRequest& request);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_FLEET_ROUND_H_
