@@ -25,6 +25,10 @@ std::map<uint64_t, TaskAnswer> AnswersOf(uint64_t tasks, const WorkerLimits& lim
   return answers;
 }
 
+[[noreturn]] void Hang() {
+  for (;;) pause();
+}
+
 TEST(RunTasks, AnswersEachTaskOnce) {
   const auto answers = AnswersOf(100, {.workers = 3}, [](uint64_t task) {
     return std::string(task, 'x') + std::to_string(getpid());
@@ -59,7 +63,7 @@ TEST(RunTasks, TellsAFaultFromACrashAndGoesOn) {
 TEST(RunTasks, EndsOneThatTakesTooLong) {
   const auto answers = AnswersOf(3, {.workers = 2, .time = std::chrono::seconds(1)},
                                  [](uint64_t task) -> std::string {
-                                   while (task == 1) pause();
+                                   if (task == 1) Hang();
                                    return "well";
                                  });
   EXPECT_EQ(answers.at(1).status, ExitStatus::kLimit);
@@ -83,7 +87,7 @@ TEST(RunTasks, GivesWhatADeadOneHadNotBegunToTheNext) {
 TEST(RunTasks, GivesWhatALateOneHadNotBegunToTheNext) {
   const auto answers = AnswersOf(4, {.workers = 1, .time = std::chrono::seconds(1)},
                                  [](uint64_t task) -> std::string {
-                                   while (task == 1) pause();
+                                   if (task == 1) Hang();
                                    return "well";
                                  });
   ASSERT_EQ(answers.size(), 4U);
