@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 
 #include "kit/common/fault.h"
 #include "kit/common/file_place.h"
@@ -19,6 +20,7 @@ namespace vorn::kit {
 namespace {
 
 constexpr std::string_view kPart = ".part";
+constexpr const char* kSaid = ".said";
 constexpr uint64_t kMostAttempts = 1000000;
 
 // The next number that nobody has, by making its folder.
@@ -52,12 +54,16 @@ class Attempt {
     end_.record.chunk = request.chunk;
     end_.record.attempt = number_;
   }
+  // What was said on the way stays, and so does the number.
   ~Attempt() {
     try {
-      RemoveTree(part_);
+      for (const std::string& name : NamesIn(part_)) {
+        if (!name.ends_with(".err")) RemoveTree(part_ + "/" + name);
+      }
     } catch (const Fault&) {
-      // The next one takes another number.
+      // It counts for nothing, whatever is in it.
     }
+    (void)rename(part_.c_str(), (folder_ + "/" + std::to_string(number_) + kSaid).c_str());
   }
   Attempt(const Attempt&) = delete;
   Attempt& operator=(const Attempt&) = delete;
