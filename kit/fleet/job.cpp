@@ -54,9 +54,13 @@ class Attempt {
     end_.record.chunk = request.chunk;
     end_.record.attempt = number_;
   }
-  // What was said on the way stays, and so does the number.
+  // Where it failed, what was said on the way stays.
   ~Attempt() {
     try {
+      if (end_.record.outcome == AttemptOutcome::kDone) {
+        RemoveTree(part_);
+        return;
+      }
       for (const std::string& name : NamesIn(part_)) {
         if (!name.ends_with(".err")) RemoveTree(part_ + "/" + name);
       }
