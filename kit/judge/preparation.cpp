@@ -75,7 +75,7 @@ const PreparedInput* PartnerOf(const std::vector<PreparedInput>& inputs, size_t 
 
 // ---- What came of the recipes, over all samples -------------------------------------------------
 
-struct Evidence {
+struct PixelEvidence {
   bool isAnyCompared = false;  // items of one source that did not come out the same
   bool isOrientationOther = false;
   bool isGeometryOther = false;  // of what was resized, cut or placed
@@ -103,7 +103,7 @@ bool LeavesRoom(const std::vector<int64_t>& shape, const std::optional<Json>& re
 }
 
 void TakeItem(const PreparedInput& actual, const PreparedInput& expected, const SourceOfItem& one,
-              const SourceOfItem& other, Evidence& evidence) {
+              const SourceOfItem& other, PixelEvidence& evidence) {
   // Bytes of one type that are the same are what they are, whatever recipes say.
   if (actual.made->type == expected.made->type && one.made == other.made) return;
   evidence.isAnyCompared = true;
@@ -144,7 +144,7 @@ class RecipeComparison {
                    PreparationDifference& difference)
       : actual_(actual), expected_(expected), difference_(difference) {}
 
-  void Compare(const Evidence& evidence) {
+  void Compare(const PixelEvidence& evidence) {
     if (evidence.isOrientationOther) Hold("orientation");
     if (evidence.mayBeMore) Hold("depth");
     Hold("colours");
@@ -262,7 +262,7 @@ class Comparison {
   struct Input {
     PreparedInput actual;
     PreparedInput expected;
-    Evidence evidence;
+    PixelEvidence evidence;
     PreparationDifference difference;
   };
 
