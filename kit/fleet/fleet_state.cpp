@@ -66,6 +66,17 @@ void TakeForBoard(const JournalRecord& record, BoardState& board) {
   }
 }
 
+// The one that has most of it, of several the first.
+void ChooseAttempt(ChunkState& chunk) {
+  chunk.attempt = 0;
+  chunk.done = 0;
+  for (const auto& [attempt, done] : chunk.there) {
+    if (chunk.attempt != 0 && done <= chunk.done) continue;
+    chunk.attempt = attempt;
+    chunk.done = done;
+  }
+}
+
 void TakeEndForChunk(const JournalRecord& record, ChunkState& chunk) {
   chunk.running.erase(record.board);
   if (record.outcome != AttemptOutcome::kDone) {
@@ -75,10 +86,8 @@ void TakeEndForChunk(const JournalRecord& record, ChunkState& chunk) {
     if (!record.reason.empty()) chunk.reason = record.reason;
   }
   if (record.outcome == AttemptOutcome::kFailed) return;
-  if (chunk.attempt == 0 || record.done > chunk.done) {
-    chunk.attempt = record.attempt;
-    chunk.done = record.done;
-  }
+  chunk.there[record.attempt] = record.done;
+  ChooseAttempt(chunk);
 }
 
 }  // namespace
@@ -111,9 +120,8 @@ void TakeRecord(const JournalRecord& record, const FleetPlan& plan, FleetState& 
       break;
     case JournalEvent::kLost:
       chunk.running.erase(record.board);
-      if (chunk.attempt != record.attempt) break;
-      chunk.attempt = 0;
-      chunk.done = 0;
+      chunk.there.erase(record.attempt);
+      ChooseAttempt(chunk);
       break;
     case JournalEvent::kAside:
       break;

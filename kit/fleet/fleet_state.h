@@ -30,10 +30,11 @@ enum class ChunkStatus {
 
 struct ChunkState {
   ChunkStatus status = ChunkStatus::kToDo;
-  uint64_t attempts = 0;         ///< that began
-  uint64_t attempt = 0;          ///< the one that has most of it; 0: none
-  uint64_t done = 0;             ///< inferences, in that one
-  std::set<std::string> failed;  ///< boards that tried and did not finish it
+  uint64_t attempts = 0;               ///< that began
+  uint64_t attempt = 0;                ///< the one that has most of it; 0: none
+  uint64_t done = 0;                   ///< inferences, in that one
+  std::map<uint64_t, uint64_t> there;  ///< inferences done, by attempts of which outputs are there
+  std::set<std::string> failed;        ///< boards that tried and did not finish it
   std::set<std::string> running;
   std::string reason;  ///< why it is not done, by the last one
 };

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
+#include <vector>
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
@@ -129,19 +131,29 @@ void Journal::Note(const JournalRecord& record) {
 
 uint64_t ReadJournals(const std::string& fleet,
                       const std::function<void(const JournalRecord& record)>& take) {
+  struct Noted {
+    uint64_t ns = 0;  // no writer's record comes before an earlier one of its own
+    JournalRecord record;
+  };
+  std::vector<Noted> all;
   uint64_t unreadable = 0;
   const std::string folder = FolderOf(fleet);
   for (const std::string& name : NamesIn(folder)) {
     if (!name.ends_with(kSuffix)) continue;
+    uint64_t ns = 0;
     ForEachLine(folder + "/" + name, "the fleet's journal", ExitStatus::kInput,
                 [&](std::string_view line) {
-                  if (const auto record = JournalFromLine(line)) {
-                    take(*record);
+                  if (auto record = JournalFromLine(line)) {
+                    ns = std::max(ns, record->realtimeNs);
+                    all.push_back({ns, *std::move(record)});
                   } else {
                     ++unreadable;
                   }
                 });
   }
+  std::stable_sort(all.begin(), all.end(),
+                   [](const Noted& one, const Noted& other) { return one.ns < other.ns; });
+  for (const Noted& noted : all) take(noted.record);
   return unreadable;
 }
 

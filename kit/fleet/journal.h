@@ -85,9 +85,9 @@ class Journal {
   LineFile file_;
 };
 
-/// All records of all writers: those of a file in their order, the files by their names. Returns
-/// how many lines did not verify. A folder that is not there is an empty one. Throws a Fault of
-/// kInput for a file that cannot be read.
+/// All records of all writers in the order of their times, and those of a writer in the order in
+/// which it noted them, whatever its clock did. Returns how many lines did not verify. A folder
+/// that is not there is an empty one. Throws a Fault of kInput for a file that cannot be read.
 uint64_t ReadJournals(const std::string& fleet,
                       const std::function<void(const JournalRecord& record)>& take);
 
