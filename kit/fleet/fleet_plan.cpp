@@ -13,7 +13,7 @@
 namespace vorn::kit {
 namespace {
 
-constexpr uint64_t kSchema = 1;
+constexpr uint64_t kPlanSchema = 1;
 constexpr uint64_t kMostPlanBytes = 256 << 20;
 
 template <typename Value>
@@ -69,7 +69,7 @@ FleetOptions ToOptions(const Json& object) {
 }
 
 Json FromPlan(const FleetPlan& plan) {
-  Json object = Json::Object({{"schema", kSchema},
+  Json object = Json::Object({{"schema", kPlanSchema},
                               {"id", plan.id},
                               {"version", plan.version},
                               {"command", Json::ArrayOf(plan.command)},
@@ -103,9 +103,9 @@ Json FromPlan(const FleetPlan& plan) {
 }
 
 FleetPlan ToPlan(const Json& object) {
-  if (const uint64_t schema = object.At("schema").AsUnsigned(); schema != kSchema) {
+  if (const uint64_t schema = object.At("schema").AsUnsigned(); schema != kPlanSchema) {
     throw JsonError("it has schema " + std::to_string(schema) + ", and this reads " +
-                    std::to_string(kSchema));
+                    std::to_string(kPlanSchema));
   }
   FleetPlan plan;
   plan.id = object.At("id").AsText();

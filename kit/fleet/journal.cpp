@@ -17,7 +17,7 @@
 namespace vorn::kit {
 namespace {
 
-constexpr uint64_t kSchema = 1;
+constexpr uint64_t kJournalSchema = 1;
 constexpr std::string_view kCheck = ",\"check\":\"";
 constexpr std::string_view kSuffix = ".jsonl";
 
@@ -46,7 +46,7 @@ bool HasOutcome(JournalEvent event) {
 }
 
 Json FromRecord(const JournalRecord& record) {
-  Json object = Json::Object({{"schema", kSchema},
+  Json object = Json::Object({{"schema", kJournalSchema},
                               {"event", kEvents[static_cast<size_t>(record.event)]},
                               {"realtimeNs", record.realtimeNs},
                               {"board", record.board},

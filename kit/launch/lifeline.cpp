@@ -15,7 +15,7 @@ namespace vorn::kit {
 namespace {
 
 constexpr int kMostPieces = 16;  // a flood is no reason to stay
-constexpr size_t kPieceBytes = 4096;
+constexpr size_t kThrownAwayBytes = 4096;
 
 bool HasSomething(int descriptor) {
   pollfd asked{.fd = descriptor, .events = POLLIN, .revents = 0};
@@ -42,7 +42,7 @@ bool Lifeline::IsGone(Time now) {
 
 bool Lifeline::Hear() {
   bool isHeard = false;
-  std::array<char, kPieceBytes> piece{};
+  std::array<char, kThrownAwayBytes> piece{};
   for (int i = 0; i < kMostPieces && HasSomething(descriptor_); ++i) {
     const ssize_t got = read(descriptor_, piece.data(), piece.size());
     if (got > 0) {
