@@ -8,12 +8,14 @@
 // 64 MiB and more are fresh each time. Handles are not checked: every caller here is known.
 //
 // The first execution over an output block of 32-bit floats leaves values in it that a dump has to
-// work for; all later ones leave it alone. If the environment variable VORN_IDLE_REPORT names a
+// work for; all later ones leave it alone. VORN_IDLE_EXECUTE_US in the environment is how long an
+// execution sleeps, as a device is at work that is no part of this machine. If the environment variable VORN_IDLE_REPORT names a
 // file, vorn_finalize leaves two numbers there: the most bytes that all blocks had, kept ones
 // included, and the most KiB of memory that the process ever had resident.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "vorn/operations.h"
 #include "vorn/vorn.h"
@@ -371,6 +373,8 @@ VORN_API vorn_status vorn_mdl_execute(uint32_t modelId, const vorn_mdl_dataset* 
     }
     buffer->isFilled = 1;
   }
+  const char* pause = getenv("VORN_IDLE_EXECUTE_US");
+  if (pause != NULL) (void)usleep((useconds_t)strtoul(pause, NULL, 10));
   return VORN_SUCCESS;
 }
 
