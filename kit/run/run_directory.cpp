@@ -406,6 +406,7 @@ std::string ToJson(const RunFacts& facts) {
   object.Set("phases", FromPhases(facts.phases));
   object.Set("warnings", FromWarnings(facts.warnings));
   PutText(object, "standardError", facts.standardError);
+  PutValue(object, "fleet", facts.fleet);
   constexpr int kIndent = 2;
   return ToText(object, kIndent) + "\n";
 }
@@ -433,6 +434,7 @@ RunFacts RunFromJson(std::string_view text) {
   facts.counts = ToCounts(object.At("counts"));
   TakeLists(object, facts);
   TakeText(object, "standardError", facts.standardError);
+  TakeText(object, "fleet", facts.fleet);
   return facts;
 }
 

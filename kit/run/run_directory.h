@@ -181,6 +181,7 @@ struct RunFacts {
   std::map<std::string, uint64_t> phases;  ///< nanoseconds, by the name of the phase: "execute"
   std::vector<RunWarning> warnings;
   std::string standardError;  ///< of the program, its end where it is long
+  std::optional<std::string> fleet;  ///< of a run merged of a fleet's attempts: the plan's id
 
   bool operator==(const RunFacts&) const = default;
 };

@@ -88,6 +88,7 @@ RunFacts FullRun() {
   facts.phases = {{"execute", 9}, {"load", 8}};
   facts.warnings = {{.id = "batch-reset", .count = 2, .message = "the batch was reset"}};
   facts.standardError = "a\nb";
+  facts.fleet = kHash;
   return facts;
 }
 
