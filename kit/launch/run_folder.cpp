@@ -62,7 +62,7 @@ RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
 void RunFolder::Take(bool isResumed) {
   // A file system without locks has to do without.
   if (flock(lock_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-    Refuse("belongs to a launch that runs now; wait for it, or name another with --run");
+    Refuse("belongs to a launch or a merge that runs now; wait for it, or name another with --run");
   }
   const std::vector<std::string> names = NamesIn(path_);
   if (!names.empty() && !isResumed) {

@@ -16,7 +16,9 @@ std::string Joined(const std::vector<std::string>& texts) {
   return joined;
 }
 
-void Count(SampleStatus status, SampleCounts& counts) {
+}  // namespace
+
+void CountSample(SampleStatus status, SampleCounts& counts) {
   switch (status) {
     case SampleStatus::kDone:
       ++counts.done;
@@ -33,7 +35,6 @@ void Count(SampleStatus status, SampleCounts& counts) {
   }
 }
 
-// Whether an inference has the outputs of the one before, and other inputs.
 bool IsRepeated(const SampleRecord& before, const SampleRecord& now) {
   const bool areDone = before.status == SampleStatus::kDone && now.status == SampleStatus::kDone &&
                        now.index == before.index + 1;
@@ -46,8 +47,6 @@ bool IsRepeated(const SampleRecord& before, const SampleRecord& now) {
       now.inputs.begin(), now.inputs.end(), before.inputs.begin(),
       [](const auto& one, const auto& other) { return one.file.xxh3 == other.file.xxh3; });
 }
-
-}  // namespace
 
 RunSamples::RunSamples(const LaunchRequest& request, const Plan& plan, const RunFolder& folder,
                        RunReport& report)
@@ -163,7 +162,7 @@ void RunSamples::Finish() {
         return record;
       },
       [&](const SampleRecord& record) {
-        Count(record.status, counts);
+        CountSample(record.status, counts);
         if (IsRepeated(before, record)) {
           report_.Warn(kRepeatedWarning, 1,
                        "outputs are those of the inference before, and the inputs are others; "

@@ -45,7 +45,7 @@ TEST_F(RunFolderTest, MakesFoldersAboveIt) {
 TEST_F(RunFolderTest, IsThereForOneLaunchOnly) {
   const RunFolder run(Path("run"), false);
   EXPECT_THAT(FaultOf([&] { RunFolder(Path("run"), true); }, ExitStatus::kUsage),
-              HasSubstr("belongs to a launch that runs now"));
+              HasSubstr("belongs to a launch or a merge that runs now"));
 }
 
 TEST_F(RunFolderTest, TakesNoFolderThatHoldsSomething) {
