@@ -11,8 +11,11 @@
 #include "kit/common/printable.h"
 #include "kit/fleet/fleet_run.h"
 #include "kit/fleet/make_plan.h"
+#include "kit/fleet/merge.h"
 #include "kit/fleet/round.h"
+#include "kit/fleet/status.h"
 #include "kit/launch/console.h"
+#include "kit/run/run_directory.h"
 
 namespace vorn::kit {
 namespace {
@@ -24,6 +27,8 @@ constexpr std::string_view kForms[] = {
     "plan -m MODEL -j CONFIG -i LIST -o FLEET [OPTION...]",
     "run FLEET --boards FILE",
     "resume FLEET [--boards FILE] [--again]",
+    "status FLEET [--watch] [--json]",
+    "merge FLEET --run RUN [--json]",
 };
 
 constexpr Option kOptions[] = {
@@ -50,6 +55,13 @@ constexpr Option kOptions[] = {
     {"boards", 0, "FILE",
      "The boards, as docs/fleet.md tells. With resume those of before without it."},
     {"again", 0, "", "Try chunks again that were put aside."},
+    {"run", 0, "RUN",
+     "The run directory of the whole. It is made, and has to be empty or a merge of this fleet "
+     "that has holes."},
+    {"watch", 0, "",
+     "Show it until nothing runs: on a terminal in its place, elsewhere a line whenever it has "
+     "changed."},
+    {"json", 0, "", "Print the status as one line of JSON; of a merge run.json at its end."},
     {"place", 0, "N", "Of ticket, which GNU parallel calls: the slot's place."},
     {"sockets", 0, "FOLDER", "Of ticket: where connections are kept."},
     {"quiet", 'q', "", "Say nothing on standard error but why it could not go on."},
@@ -66,8 +78,14 @@ constexpr Verb kFleet{
         "put aside, and so is a chunk that fails on two boards. resume looks at what is there,\n"
         "and does what is missing.\n"
         "\n"
+        "status tells from the journals alone how far it is, on any machine that sees FLEET.\n"
+        "merge puts the attempts together into one run directory, as if one machine had run the\n"
+        "list: every inference once, made of the planned inputs, with outputs that verify. What\n"
+        "is missing is said by lines of the list; so is what was not the same twice, and which\n"
+        "board disagrees with the others. RUN/boards.json tells of each board.\n"
+        "\n"
         "Ends with 0: all is there; 2, 3, 4: a fault of options, inputs, model; 5: of the\n"
-        "runtime; 7: a limit; 8: some inferences are missing.",
+        "runtime; 7: a limit; 8: some inferences are missing; 6: outputs of a merge differ.",
     .options = kOptions,
     .example =
         "build/release/vorn fleet plan -m examples/digits/digits.onnx -i examples/digits/list.txt "
@@ -184,6 +202,28 @@ ExitStatus ResumeFleet(const Arguments& arguments) {
                        console);
 }
 
+ExitStatus TellStatus(const Arguments& arguments) {
+  return ShowStatus({.fleet = FleetOf(arguments),
+                     .isWatched = arguments.Has("watch"),
+                     .isJson = arguments.Has("json")});
+}
+
+ExitStatus MergeAttempts(const Arguments& arguments) {
+  MergeRequest request{.fleet = FleetOf(arguments),
+                       .run = arguments.Need("run"),
+                       .command = OwnCommand("fleet"),
+                       .version = VORN_VERSION};
+  if (request.run.empty()) throw Fault(ExitStatus::kUsage, "--run names nothing");
+  while (request.run.size() > 1 && request.run.back() == '/') request.run.pop_back();
+  Console console(arguments.Has("quiet"), "fleet");
+  const ExitStatus status = MergeFleet(request, console);
+  if (arguments.Has("json")) {
+    const std::string facts = ToJson(ReadRun(request.run));
+    std::fwrite(facts.data(), 1, facts.size(), stdout);
+  }
+  return status;
+}
+
 ExitStatus TakeTicket(const Arguments& arguments) {
   return RunTicket({.fleet = FleetOf(arguments),
                     .place = arguments.GetNumber("place", 1, 1, kMostNumber),
@@ -191,13 +231,15 @@ ExitStatus TakeTicket(const Arguments& arguments) {
 }
 
 ExitStatus Run(const Arguments& arguments) {
-  static const std::array<Action, 4> kActions{{
+  static const std::array<Action, 6> kActions{{
       {"plan",
        {"model", "config", "list", "output", "chunk", "cross-check", "batch", "total-t",
         "thresholds", "profile", "sample-timeout", "no-text", "npy", "no-trace", "model-json"},
        PlanFleet},
       {"run", {"boards"}, RunFleet},
       {"resume", {"boards", "again"}, ResumeFleet},
+      {"status", {"watch", "json"}, TellStatus},
+      {"merge", {"run", "json"}, MergeAttempts},
       {"ticket", {"place", "sockets"}, TakeTicket},
   }};
   if (arguments.Operands().empty()) {
