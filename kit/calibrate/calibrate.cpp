@@ -180,7 +180,8 @@ class Calibration {
     const DescribeRequest describe{request_.model, config_, "libvorn.so"};
     const ModelDescription model = DescribeFiles(describe);
     ranges_.model = model.model;
-    ReadList(DataInputs(model, 0));
+    thresholds_ = LookAtThresholds(request_.thresholds.value_or(""));
+    ReadList(model);
     TakeMost();
     CheckFiles(model);
     const uint64_t part = ChoosePart(model);
@@ -203,14 +204,16 @@ class Calibration {
     const WholeFile trial(request_.output);
   }
 
-  void ReadList(uint64_t perInference) {
-    perInference_ = perInference;
-    if (perInference_ == 0) throw Fault(ExitStatus::kModel, "the model takes no files");
+  void ReadList(const ModelDescription& model) {
+    if (DataInputs(model, 0) == 0) throw Fault(ExitStatus::kModel, "the model takes no files");
+    perInference_ = DataInputs(model, thresholds_.size());
     lines_ = SplitListLines(
         ReadWholeFile(request_.list, "the list", ExitStatus::kInput, kMostListBytes));
     if (lines_.empty())
       throw Fault(ExitStatus::kInput, "the list " + Quoted(request_.list) + " is empty");
-    if (lines_.size() % perInference_ != 0) {
+    // With another number of thresholds than the model takes it is these to blame.
+    if (perInference_ == 0 || lines_.size() % perInference_ != 0) {
+      CheckFiles(model);
       throw Fault(ExitStatus::kInput,
                   "the list " + Quoted(request_.list) + " has " + Counted(lines_.size(), "line") +
                       ", and the model takes " + std::to_string(perInference_) + " an inference");
@@ -228,11 +231,14 @@ class Calibration {
     const ResolvedList list = ResolveList(lines_, FolderOfList(request_.list), NamedInputs(model));
     const std::vector<Finding> found = CheckList({.listPath = request_.list,
                                                   .batch = static_cast<int64_t>(request_.batch),
-                                                  .totalT = {},
-                                                  .thresholds = {}},
+                                                  .totalT = request_.totalT,
+                                                  .thresholds = thresholds_},
                                                  model, lines_, list, LookAtFile);
     const ExitStatus status = StatusOf(found);
-    if (status == ExitStatus::kDone) return;
+    if (status == ExitStatus::kDone) {
+      for (const Finding& remark : found) watch_.say(remark.message);
+      return;
+    }
     std::string text;
     for (size_t i = 0; i < std::min(found.size(), kMostFindings); ++i) {
       text += (i == 0 ? "" : "\nvorn calibrate: ") + found[i].message;
@@ -307,6 +313,10 @@ class Calibration {
     if (request_.batch > 1) {
       call.words.insert(call.words.end(), {"-b", std::to_string(request_.batch)});
     }
+    if (request_.totalT) {
+      call.words.insert(call.words.end(), {"-t", std::to_string(*request_.totalT)});
+    }
+    if (request_.thresholds) call.words.insert(call.words.end(), {"-r", *request_.thresholds});
     EndAsked::Check();
     const VerbEnd end = RunAndShow(call, run, first);
     EndAsked::Check();
@@ -367,6 +377,7 @@ class Calibration {
   WorkFolder work_;
   std::string config_;
   std::map<std::string, std::string> longNames_;  // by those of the dumps
+  std::vector<CheckRequest::Thresholds> thresholds_;
   uint64_t perInference_ = 0;
   uint64_t all_ = 0;  // inferences
   std::vector<ListLine> lines_;

@@ -35,6 +35,8 @@ struct CalibrateRequest {
   std::string list;
   std::string output;  ///< where the ranges are to go; what is removed again lies beside it
   uint64_t batch = 1;
+  std::optional<std::string> thresholds;  ///< as -r of vorn-run takes them
+  std::optional<int64_t> totalT;
   /// Inferences that are run before they are measured; without it as many as make up about 2 GB of
   /// dumps, and fewer where the disk has less.
   std::optional<uint64_t> part;

@@ -20,6 +20,8 @@ constexpr Option kOptions[] = {
     {"list", 'i', "FILE", "The list of inputs to measure over, as vorn-run takes it."},
     {"output", 'o', "FILE", "Where the ranges go."},
     {"batch", 'b', "N", "Items of a batch, as vorn-run takes it."},
+    {"total-t", 't', "N", "Frames of a sequence, as vorn-run takes it."},
+    {"thresholds", 'r', "FILES", "Files of thresholds, with commas between them."},
     {"most", 0, "N", "The first N inferences alone."},
     {"part", 0, "N",
      "How many inferences lie on the disk at once, with all of their inner tensors. Without it as "
@@ -71,6 +73,10 @@ ExitStatus Calibrate(const Arguments& arguments) {
   const std::string output = arguments.Need("output");
   request.output = output;
   request.batch = arguments.GetNumber("batch", 1, 1, kMostNumber);
+  request.thresholds = arguments.Get("thresholds");
+  if (arguments.Has("total-t")) {
+    request.totalT = static_cast<int64_t>(arguments.GetNumber("total-t", 1, 1, kMostNumber));
+  }
   if (arguments.Has("most")) request.most = arguments.GetNumber("most", 0, 1, kMostNumber);
   if (arguments.Has("part")) request.part = arguments.GetNumber("part", 0, 1, kMostNumber);
   Console console(arguments.Has("quiet"), "calibrate");

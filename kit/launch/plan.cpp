@@ -131,21 +131,10 @@ class Planner {
   }
 
   CheckRequest ListRequest() const {
-    CheckRequest check{.listPath = request_.list,
-                       .batch = request_.batch.value_or(1),
-                       .totalT = request_.totalT,
-                       .thresholds = {}};
-    for (const std::string& path : SplitAtCommas(request_.thresholds.value_or(""))) {
-      auto& thresholds = check.thresholds.emplace_back();
-      thresholds.path = path;
-      thresholds.fault = LookAtFile(path).fault;
-      if (!thresholds.fault.empty()) continue;
-      const auto count = CountThresholds(
-          ReadWholeFile(path, "the thresholds", ExitStatus::kInput, kMostThresholdBytes));
-      if (!count) thresholds.fault = "hold something that is no number";
-      thresholds.values = count.value_or(0);
-    }
-    return check;
+    return {.listPath = request_.list,
+            .batch = request_.batch.value_or(1),
+            .totalT = request_.totalT,
+            .thresholds = LookAtThresholds(request_.thresholds.value_or(""))};
   }
 
   // ---- Where it goes ----------------------------------------------------------------------------
@@ -256,6 +245,21 @@ FileState LookAtFile(const std::string& path) {
 std::vector<ListedInput> Plan::InputsOf(uint64_t inference) const {
   const auto first = inputs.inputs.begin() + static_cast<ptrdiff_t>(inference * perInference);
   return {first, first + static_cast<ptrdiff_t>(perInference)};
+}
+
+std::vector<CheckRequest::Thresholds> LookAtThresholds(const std::string& files) {
+  std::vector<CheckRequest::Thresholds> all;
+  for (const std::string& path : SplitAtCommas(files)) {
+    auto& thresholds = all.emplace_back();
+    thresholds.path = path;
+    thresholds.fault = LookAtFile(path).fault;
+    if (!thresholds.fault.empty()) continue;
+    const auto count = CountThresholds(
+        ReadWholeFile(path, "the thresholds", ExitStatus::kInput, kMostThresholdBytes));
+    if (!count) thresholds.fault = "hold something that is no number";
+    thresholds.values = count.value_or(0);
+  }
+  return all;
 }
 
 Plan MakePlan(const LaunchRequest& request) { return Planner(request).Make(); }

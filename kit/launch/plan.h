@@ -59,6 +59,9 @@ struct Plan {
 /// A file on the disk, as the checks have to know it.
 [[nodiscard]] FileState LookAtFile(const std::string& path);
 
+/// The files that -r names, with commas between them, and what vorn-run reads in them.
+[[nodiscard]] std::vector<CheckRequest::Thresholds> LookAtThresholds(const std::string& files);
+
 /// Looks at everything and runs nothing but, where no description is kept, a load of the model.
 [[nodiscard]] Plan MakePlan(const LaunchRequest& request);
 

@@ -177,6 +177,113 @@ TEST_F(CalibrateVerb, SaysWhatIsWrongWithTheList) {
   EXPECT_FALSE(fs::exists(Path("ranges.json")));
 }
 
+// ---- Models of other kinds ----------------------------------------------------------------------
+
+class CalibrateModel : public CalibrateVerb {
+ protected:
+  Outcome Vorn(const std::vector<std::string>& words) const {
+    support::Command command;
+    command.program = VORN_COMMAND;
+    command.arguments = words;
+    command.directory = folder_.Path();
+    command.environment = {{"XDG_CACHE_HOME", Path("cache")}};
+    return RunCommand(command);
+  }
+
+  void Configure(const std::string& members) const {
+    support::WriteFile(Path("host.json"), "{\"model\": {" + members + "}}");
+    support::WriteFile(Path("int8.json"),
+                       "{\"model\": {" + members + R"(, "round": {"int8": "ranges.json"}}})");
+  }
+
+  Outcome Calibrate(const std::vector<std::string>& more) const {
+    std::vector<std::string> words{"calibrate", "-m",       "model.onnx", "-j",         "host.json",
+                                   "-i",        "list.txt", "-o",         "ranges.json"};
+    words.insert(words.end(), more.begin(), more.end());
+    return Vorn(words);
+  }
+
+  // Rounded by what was measured, with what the run takes else.
+  Outcome LaunchRounded(const std::vector<std::string>& more) const {
+    std::vector<std::string> words{"launch", "-m",       "model.onnx", "-j",       "int8.json",
+                                   "-i",     "list.txt", "--run",      "int8.run", "--no-trace"};
+    words.insert(words.end(), more.begin(), more.end());
+    return Vorn(words);
+  }
+
+  static nlohmann::json Range(double least, double most) { return {{"min", least}, {"max", most}}; }
+};
+
+// What the thresholds cut off shows in the ranges behind them.
+TEST_F(CalibrateModel, IsGivenItsThresholds) {
+  support::WriteFile(Path("model.onnx"), OnnxWriter()
+                                             .Input("limit", kOnnxFloat, {1, 4})
+                                             .Input("x", kOnnxFloat, {1, 4})
+                                             .Output("y", kOnnxFloat, {1, 4})
+                                             .Node("Max", {"x", "limit"}, {"cut"})
+                                             .Node("Neg", {"cut"}, {"y"})
+                                             .Image());
+  Configure(R"("netType": "detection", "rpn": "limit")");
+  support::WriteFile(Path("a.bin"), support::Bytes<float>({1, -2, 3, 0.5}));
+  support::WriteFile(Path("b.bin"), support::Bytes<float>({-8, 0.25, 0, 6}));
+  support::WriteFile(Path("list.txt"), "a.bin\nb.bin\n");
+  support::WriteFile(Path("limit.txt"), "2 0.5 1 1");
+  for (const std::string part : {"1", "2"}) {
+    const Outcome ended = Calibrate({"-r", "limit.txt", "--part", part});
+    ASSERT_EQ(ended.status, 0) << ended.Describe();
+    EXPECT_EQ(Tensors(), (nlohmann::json{
+                             {"x", Range(-8, 6)}, {"cut", Range(0.5, 6)}, {"y", Range(-6, -0.5)}}));
+  }
+  Outcome ended = LaunchRounded({"-r", "limit.txt"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  // What is wrong with them is said before anything runs.
+  support::WriteFile(Path("few.txt"), "2 0.5 1");
+  ended = Calibrate({"--thresholds", "few.txt,limit.txt,none.txt"});
+  EXPECT_EQ(ended.status, 2) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("the model takes 1 input of thresholds, and -r names 3 files"));
+  ended = Calibrate({"-r", "few.txt"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_EQ(ended.err,
+            "vorn calibrate: the thresholds 'few.txt' holds 3 numbers, and input 'limit' (1x4) "
+            "takes 4\n");
+  ended = Calibrate({"-r", "none.txt"});
+  EXPECT_EQ(ended.status, 3) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("'none.txt' is not there"));
+}
+
+TEST_F(CalibrateModel, IsGivenSequences) {
+  support::WriteFile(Path("model.onnx"), OnnxWriter()
+                                             .Input("x", kOnnxFloat, {1, 2})
+                                             .Input("h", kOnnxFloat, {1, 2})
+                                             .Output("y", kOnnxFloat, {1, 2})
+                                             .Output("next", kOnnxFloat, {1, 2})
+                                             .Node("Add", {"x", "h"}, {"sum"})
+                                             .Node("Neg", {"sum"}, {"y"})
+                                             .Node("Identity", {"sum"}, {"next"})
+                                             .Image());
+  Configure(R"("netType": "recurrent", "sequence": "steps", "maxFrames": 4,
+               "states": {"h": "next"})");
+  support::WriteFile(Path("x.bin"), support::Bytes<float>({1, -2, 3, -4, 5, -6}));
+  support::WriteFile(Path("flags.bin"), std::string("\0\1\1", 3));
+  support::WriteFile(Path("list.txt"), "x.bin\nflags.bin\n");
+  Outcome ended = Calibrate({"-t", "3"});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("-t 3 has no effect"));
+  // Sums of 1, 2 and 3 frames, and the frame that there is not.
+  EXPECT_EQ(Tensors().at("x"), Range(-6, 5));
+  EXPECT_EQ(Tensors().at("sum"), Range(-12, 9));
+  EXPECT_EQ(Tensors().at("y"), Range(-9, 12));
+  const nlohmann::json tensors = Tensors();
+  ended = Calibrate({});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Tensors(), tensors);
+  ended = LaunchRounded({"-t", "3"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Calibrate({"-t", "0"}).status, 2);
+}
+
+// ---- What is said -------------------------------------------------------------------------------
+
 // Not those of the list of a part, which nobody has written and nobody finds again.
 TEST_F(CalibrateVerb, NamesTheListAndItsLines) {
   fs::copy(kDigits + "/pictures/000.bin", Path("a.bin"));
@@ -194,7 +301,6 @@ TEST_F(CalibrateVerb, NamesTheListAndItsLines) {
   EXPECT_EQ(Run({"-i", "list.txt", "--most", "2"}).status, 0);
 }
 
-// What stands before a ':' of a line is a name.
 // Its records go with the folder that they lie in: what they tell has to be said before. The
 // program writes a text of an inner tensor beyond what it may.
 TEST_F(CalibrateVerb, SaysWhyARunFailed) {
@@ -220,6 +326,7 @@ TEST_F(CalibrateVerb, SaysWhyARunFailed) {
   EXPECT_THAT(ended.err, HasSubstr("on) failed: ended by SIGXFSZ"));
 }
 
+// What stands before a ':' of a line is a name.
 TEST_F(CalibrateVerb, TakesListsFromFoldersOfAnyName) {
   fs::create_directories(Path("a:b"));
   fs::copy(kDigits + "/pictures/000.bin", Path("a:b/x.bin"));
