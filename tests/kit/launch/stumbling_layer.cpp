@@ -5,14 +5,18 @@
 //     N   a NaN is in output 0      R   output 0 is that of the execution before
 //     K   interrupts the launch as soon as it has found that the program ended
 //     C   leaves a child that goes by no request; "child" tells its number
+//     W   tells by a file ".waits" behind the name in VORN_GATE, and waits for one of that name
 //
 // With any other byte output 0 is filled with it.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "vorn/vorn.h"
 
@@ -60,6 +64,12 @@ void LeaveChild() {
   std::fclose(file);
 }
 
+void WaitAtGate() {
+  const std::string gate = std::getenv("VORN_GATE");
+  close(open((gate + ".waits").c_str(), O_CREAT | O_WRONLY, 0666));
+  while (access(gate.c_str(), F_OK) != 0) usleep(5000);
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) vorn_status vorn_mdl_execute(
@@ -81,6 +91,9 @@ extern "C" __attribute__((visibility("default"))) vorn_status vorn_mdl_execute(
       break;
     case 'C':
       LeaveChild();
+      break;
+    case 'W':
+      WaitAtGate();
       break;
     default:
       break;
