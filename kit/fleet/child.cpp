@@ -1,6 +1,7 @@
 #include "kit/fleet/child.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,7 +32,10 @@ class OwnedFile {
   OwnedFile(const OwnedFile&) = delete;
   OwnedFile& operator=(const OwnedFile&) = delete;
   OwnedFile(OwnedFile&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  OwnedFile& operator=(OwnedFile&&) = delete;
+  OwnedFile& operator=(OwnedFile&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
   [[nodiscard]] int Get() const { return fd_; }
   void Close() {
     if (fd_ >= 0) close(fd_);
@@ -74,9 +78,17 @@ class Feed {
     if (!request.inputFile.empty()) file_.emplace(Open(request.inputFile, O_RDONLY));
   }
 
-  void GoOn() {
+  // Returns whether there is more that the child did not take yet.
+  bool GoOn() {
     while (pipe_.Get() >= 0 && Write()) {
     }
+    return pipe_.Get() >= 0 && at_ < waiting_.size();
+  }
+
+  // Until it may have taken some of it.
+  void AwaitRoom(std::chrono::milliseconds longest) const {
+    pollfd room{.fd = pipe_.Get(), .events = POLLOUT, .revents = 0};
+    (void)poll(&room, 1, static_cast<int>(longest.count()));
   }
 
   void End() { pipe_.Close(); }
@@ -147,13 +159,18 @@ void Become(const ChildRequest& request, int in, int out, int err, const sigset_
 ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
   const OwnedFile out = Open(request.out, O_WRONLY | O_CREAT | O_TRUNC);
   const OwnedFile err = Open(request.err, O_WRONLY | O_CREAT | O_TRUNC);
-  std::array<int, 2> pipe{};
-  if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
+  std::array<int, 2> pipe{-1, -1};
+  OwnedFile read;
+  if (request.input.empty() && !request.inputFile.empty() && !request.isKeptAlive) {
+    read = Open(request.inputFile, O_RDONLY);  // as fast as the child reads it
+  } else if (pipe2(pipe.data(), O_CLOEXEC) == 0) {
+    read = OwnedFile(pipe[0]);
+  } else {
     throw Fault(ExitStatus::kLimit, "no pipe can be made: " + SystemReason(errno));
   }
-  OwnedFile read(pipe[0]);
   const BrokenPipesIgnored ignored;
-  Feed feed(request, pipe[1]);
+  std::optional<Feed> feed;
+  if (pipe[1] >= 0) feed.emplace(request, pipe[1]);
   const auto began = Clock::now();
   const pid_t parent = getpid();
   const pid_t child = fork();
@@ -168,19 +185,24 @@ ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
   read.Close();
   ChildEnd end;
   std::optional<Clock::time_point> killAt;
+  Clock::time_point tickAt = began;
   int status = 0;
   while (waitpid(child, &status, WNOHANG) == 0) {
     const auto now = Clock::now();
     if (!killAt && (signals.Asked() != 0 || (request.limit && now - began > *request.limit))) {
       (signals.Asked() != 0 ? end.wasStopped : end.wasLate) = true;
-      feed.End();
+      if (feed) feed->End();
       if (!request.isKeptAlive) kill(-child, SIGTERM);
       killAt = now + request.grace;
     }
     if (killAt && now > *killAt) kill(-child, SIGKILL);
-    if (!killAt) feed.GoOn();
-    if (request.tick) request.tick();
-    signals.Wait(kTick);
+    const bool isMoreToTake = !killAt && feed && feed->GoOn();
+    if (request.tick && now >= tickAt) {
+      request.tick();
+      tickAt = now + kTick;
+    }
+    if (isMoreToTake) feed->AwaitRoom(kTick);
+    signals.Wait(isMoreToTake ? std::chrono::milliseconds(0) : kTick);
   }
   end.time = Clock::now() - began;
   if (WIFEXITED(status)) end.status = WEXITSTATUS(status);
