@@ -13,6 +13,8 @@
 #include "kit/fleet/make_plan.h"
 #include "kit/fleet/merge.h"
 #include "kit/fleet/round.h"
+#include "kit/fleet/slurm_engine.h"
+#include "kit/fleet/slurm_task.h"
 #include "kit/fleet/status.h"
 #include "kit/launch/console.h"
 #include "kit/run/run_directory.h"
@@ -26,7 +28,8 @@ constexpr uint64_t kMostCrossCheck = 1000;
 constexpr std::string_view kForms[] = {
     "plan -m MODEL -j CONFIG -i LIST -o FLEET [OPTION...]",
     "run FLEET --boards FILE",
-    "resume FLEET [--boards FILE] [--again]",
+    "run FLEET --on slurm [--partition NAME] [--time LIMIT] [--no-wait] [OPTION...]",
+    "resume FLEET [--boards FILE | --on slurm] [--again]",
     "status FLEET [--watch] [--json]",
     "merge FLEET --run RUN [--json]",
 };
@@ -55,6 +58,18 @@ constexpr Option kOptions[] = {
     {"boards", 0, "FILE",
      "The boards, as docs/fleet.md tells. With resume those of before without it."},
     {"again", 0, "", "Try chunks again that were put aside."},
+    {"on", 0, "ENGINE",
+     "What runs it: ssh, on boards, or slurm, on nodes that all see FLEET, the files of the plan "
+     "and this program. With resume that of before without it."},
+    {"partition", 0, "NAME", "Of Slurm, as sbatch takes it."},
+    {"gres", 0, "LIST", "The same."},
+    {"constraint", 0, "LIST", "The same."},
+    {"time", 0, "LIMIT",
+     "The same: the time of a job, which has to be enough for some chunks. A minute before its end "
+     "the job ends in order, and is queued again."},
+    {"sbatch", 0, "WORD", "Any other word for sbatch, as --sbatch=--account=NAME.", true},
+    {"no-wait", 0, "",
+     "Hand all to Slurm and end; a job that Slurm starts behind the others goes on."},
     {"run", 0, "RUN",
      "The run directory of the whole. It is made, and has to be empty or a merge of this fleet "
      "that has holes."},
@@ -64,6 +79,10 @@ constexpr Option kOptions[] = {
     {"json", 0, "", "Print the status as one line of JSON; of a merge run.json at its end."},
     {"place", 0, "N", "Of ticket, which GNU parallel calls: the slot's place."},
     {"sockets", 0, "FOLDER", "Of ticket: where connections are kept."},
+    {"round", 0, "N", "Of task, which Slurm starts: the round."},
+    {"array", 0, "N", "The same: which array of it."},
+    {"tasks", 0, "N", "The same: how many tasks the array has."},
+    {"after", 0, "N", "Of resume, as Slurm starts it: the round that is over."},
     {"quiet", 'q', "", "Say nothing on standard error but why it could not go on."},
 };
 
@@ -74,9 +93,9 @@ constexpr Verb kFleet{
     .about =
         "plan looks at model, configuration, list and every file as launch does, and cuts the\n"
         "list into chunks. run has GNU parallel hand them out to boards that are reached by ssh,\n"
-        "each by its hashes, and runs vorn launch there. A board that fails again and again is\n"
-        "put aside, and so is a chunk that fails on two boards. resume looks at what is there,\n"
-        "and does what is missing.\n"
+        "each by its hashes, and runs vorn launch there, or has Slurm run it on nodes that see\n"
+        "all files. A board that fails again and again is put aside, and so is a chunk that\n"
+        "fails on two boards. resume looks at what is there, and does what is missing.\n"
         "\n"
         "status tells from the journals alone how far it is, on any machine that sees FLEET.\n"
         "merge puts the attempts together into one run directory, as if one machine had run the\n"
@@ -184,7 +203,56 @@ ExitStatus PlanFleet(const Arguments& arguments) {
   return ExitStatus::kDone;
 }
 
+// ---- Slurm --------------------------------------------------------------------------------------
+
+constexpr std::string_view kOfSlurm[] = {"partition", "gres", "constraint", "time"};
+
+bool IsOnSlurm(const Arguments& arguments, const std::string& otherwise) {
+  const std::string engine = arguments.Get("on").value_or(otherwise);
+  if (engine != "ssh" && engine != "slurm") {
+    throw Fault(ExitStatus::kUsage, "--on is " + Quoted(engine) + ", and takes ssh or slurm");
+  }
+  const bool isSlurm = engine == "slurm";
+  if (isSlurm && arguments.Has("boards")) {
+    throw Fault(ExitStatus::kUsage, "--boards is for ssh; Slurm knows its nodes");
+  }
+  for (const std::string_view name :
+       {"partition", "gres", "constraint", "time", "sbatch", "no-wait", "after"}) {
+    if (isSlurm || !arguments.Has(name)) continue;
+    throw Fault(ExitStatus::kUsage, "--" + std::string(name) + " is for --on slurm");
+  }
+  return isSlurm;
+}
+
+SlurmRunRequest SlurmRequestOf(const Arguments& arguments) {
+  SlurmRunRequest request;
+  request.fleet = FleetOf(arguments);
+  for (const std::string_view name : kOfSlurm) {
+    if (const auto value = arguments.Get(name)) {
+      request.words.push_back("--" + std::string(name) + "=" + *value);
+    }
+  }
+  for (std::string& word : arguments.GetAll("sbatch")) request.words.push_back(std::move(word));
+  request.isWaiting = !arguments.Has("no-wait");
+  request.isAgain = arguments.Has("again");
+  if (arguments.Has("after")) request.after = arguments.GetNumber("after", 0, 1, kMostNumber);
+  return request;
+}
+
+ExitStatus RunTask(const Arguments& arguments) {
+  return RunSlurmTask({.fleet = FleetOf(arguments),
+                       .round = arguments.GetNumber("round", 0, 1, kMostNumber),
+                       .array = arguments.GetNumber("array", 0, 0, kMostNumber),
+                       .tasks = arguments.GetNumber("tasks", 1, 1, kMostNumber)});
+}
+
+// ---- Runs ---------------------------------------------------------------------------------------
+
 ExitStatus RunFleet(const Arguments& arguments) {
+  if (IsOnSlurm(arguments, "ssh")) {
+    Console console(arguments.Has("quiet"), "fleet");
+    return RunFleetBySlurm(SlurmRequestOf(arguments), console);
+  }
   Console console(arguments.Has("quiet"), "fleet");
   return RunFleetBySsh({.fleet = FleetOf(arguments),
                         .boards = arguments.Need("boards"),
@@ -194,6 +262,14 @@ ExitStatus RunFleet(const Arguments& arguments) {
 }
 
 ExitStatus ResumeFleet(const Arguments& arguments) {
+  const std::string fleet = FleetOf(arguments);
+  const bool wasOnSlurm = !arguments.Has("boards") && WasOnSlurm(fleet);
+  if (IsOnSlurm(arguments, wasOnSlurm ? "slurm" : "ssh")) {
+    SlurmRunRequest request = SlurmRequestOf(arguments);
+    request.isResumed = true;
+    Console console(arguments.Has("quiet"), "fleet");
+    return RunFleetBySlurm(request, console);
+  }
   Console console(arguments.Has("quiet"), "fleet");
   return RunFleetBySsh({.fleet = FleetOf(arguments),
                         .boards = arguments.Get("boards").value_or(""),
@@ -231,16 +307,22 @@ ExitStatus TakeTicket(const Arguments& arguments) {
 }
 
 ExitStatus Run(const Arguments& arguments) {
-  static const std::array<Action, 6> kActions{{
+  static const std::array<Action, 7> kActions{{
       {"plan",
        {"model", "config", "list", "output", "chunk", "cross-check", "batch", "total-t",
         "thresholds", "profile", "sample-timeout", "no-text", "npy", "no-trace", "model-json"},
        PlanFleet},
-      {"run", {"boards"}, RunFleet},
-      {"resume", {"boards", "again"}, ResumeFleet},
+      {"run",
+       {"boards", "on", "partition", "gres", "constraint", "time", "sbatch", "no-wait"},
+       RunFleet},
+      {"resume",
+       {"boards", "again", "on", "partition", "gres", "constraint", "time", "sbatch", "no-wait",
+        "after"},
+       ResumeFleet},
       {"status", {"watch", "json"}, TellStatus},
       {"merge", {"run", "json"}, MergeAttempts},
       {"ticket", {"place", "sockets"}, TakeTicket},
+      {"task", {"round", "array", "tasks"}, RunTask},
   }};
   if (arguments.Operands().empty()) {
     throw Fault(ExitStatus::kUsage,
@@ -254,7 +336,7 @@ ExitStatus Run(const Arguments& arguments) {
   }
   std::vector<std::string> names;
   for (const Action& action : kActions) names.emplace_back(action.name);
-  names.pop_back();  // a ticket is for parallel to take
+  names.resize(names.size() - 2);  // a ticket is for parallel to take, a task for Slurm
   throw Fault(ExitStatus::kUsage,
               "there is no 'vorn fleet " + Printable(name) + "'" + DidYouMean(name, names));
 }
