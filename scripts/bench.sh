@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # bench.sh [--quick] [PART...]: builds with the preset "bench", measures, prints one table, and leaves
 # results.json and pictures in build/bench/report. The parts are kernels, runs and execute, all three
-# unless some are named, and scale, layers, edits, prepare, timing and fleet. --quick measures too little to be
-# believed. See bench/README.md.
+# unless some are named, and scale, layers, edits, prepare, timing and fleet. --quick measures too
+# little to be believed. See bench/README.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kBuild=build/bench kReport=build/bench/report

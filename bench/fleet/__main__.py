@@ -33,7 +33,8 @@ def measure_overhead(build, quick):
             # told apart on one machine.
             costs = Costs(ticket=0, connect=means["connect"], connect_wait=means["send"],
                           launch=max(means["launch"] - chunk * SAMPLE_SECONDS, 0),
-                          sample=SAMPLE_SECONDS, look=2 * means["fetch"] / chunk, sent=0, fetched=0)
+                          sample=SAMPLE_SECONDS, look=2 * means["fetch"] / chunk,
+                          sent=0, fetched=0)
         reckoned = simulate(Fleet(samples, count, chunk, cores=count), costs).seconds
         rows.append({"boards": count, "samples": samples, "chunk": chunk, "seconds": seconds,
                      "idealSeconds": ideal, "overhead": seconds / ideal - 1,
@@ -79,7 +80,8 @@ def reckon(build, quick):
             rows.append({"case": name, "boards": count, "chunk": size, **asdict(outcome),
                          "efficiency": outcome.efficiency})
             print(f"{name}, {count} boards: chunks of {size}, {outcome.seconds:.0f} s, "
-                  f"{100 * outcome.efficiency:.0f} % of the boards' own speed, {outcome.lost} lost, "
+                  f"{100 * outcome.efficiency:.0f} % of what the boards can, "
+                  f"{outcome.lost} lost, "
                   f"control host {100 * outcome.control:.0f} % busy, link "
                   f"{100 * outcome.link:.0f} %", flush=True)
     return rows

@@ -1,5 +1,5 @@
-"""Fleets on this machine: boards that are an sshd each, and a device that sleeps for an inference, since
-eight boards of one machine have no more processors than one."""
+"""Fleets on this machine: boards that are an sshd each, and a device that sleeps for an inference,
+since eight boards of one machine have no more processors than one."""
 import contextlib
 import json
 import os
@@ -17,7 +17,7 @@ SMALL = Shapes(input=(1, 8), output=(1, 8))
 
 
 def call(*words, environment=None):
-    """Ends the benchmark where the command fails, and returns the seconds and the peak of memory."""
+    """Ends the benchmark where the command fails; returns seconds and the peak of memory."""
     start = time.perf_counter()
     child = subprocess.Popen([str(word) for word in words], env=environment,
                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)

@@ -1,9 +1,10 @@
 """What a fleet takes, by an account of events: for more boards than anybody has at hand.
 
-A chunk takes a ticket of a slot, a connection, the files that go there, a launch, its inferences, the
-files that come back, and the looking at them. Connections, files and looking at take processor time of
-the control host, which has a few cores, and bytes share its one link. A board is lost now and then, and
-what it was at is done again elsewhere after somebody has noticed; some boards are slow.
+A chunk takes a ticket of a slot, a connection, the files that go there, a launch, its inferences,
+the files that come back, and the looking at them. Connections, files and looking at take processor
+time of the control host, which has a few cores, and bytes share its one link. A board is lost now
+and then, and what it was at is done again elsewhere after somebody has noticed; some boards are
+slow.
 
 All times are in seconds, all sizes in bytes.
 """
