@@ -227,7 +227,7 @@ class FleetRun {
     }
     CloseConnections();
     if (signals_.Asked() != 0) console_.Say("was stopped");
-    return TellOfEnd(fleet_, plan_, state, console_);
+    return TellOfEnd(request_.named, plan_, state, console_);
   }
 
  private:
@@ -319,7 +319,7 @@ class FleetRun {
     const ChildEnd end = RunChild(parallel, signals_);
     if (end.wasStopped || end.status) return;
     throw Fault(ExitStatus::kRuntime, "GNU parallel " + DescribeChildEnd(parallel, end) +
-                                          "; go on with 'vorn fleet resume " + fleet_ + "'");
+                                          "; go on with 'vorn fleet resume " + request_.named + "'");
   }
 
   // No more than a hundredth of the time is spent on telling.
@@ -390,7 +390,7 @@ std::vector<uint64_t> ChunksToDo(const FleetState& state) {
   return chunks;
 }
 
-ExitStatus TellOfEnd(const std::string& fleet, const FleetPlan& plan, const FleetState& state,
+ExitStatus TellOfEnd(const std::string& named, const FleetPlan& plan, const FleetState& state,
                      Console& console) {
   const uint64_t done = state.Done();
   console.Say(std::to_string(done) + " of " + Counted(plan.inferences, "inference") + " done, " +
@@ -413,7 +413,7 @@ ExitStatus TellOfEnd(const std::string& fleet, const FleetPlan& plan, const Flee
                 " gives other outputs than most boards for the inferences that "
                 "all of them run");
   }
-  const std::string folder = QuotedCommand({fleet});
+  const std::string folder = QuotedCommand({named});
   if (done == plan.inferences) {
     console.Say("put it together with 'vorn fleet merge " + folder + " --run RUN'");
     return ExitStatus::kDone;

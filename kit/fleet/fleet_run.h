@@ -15,6 +15,7 @@ namespace vorn::kit {
 
 struct FleetRunRequest {
   std::string fleet;   ///< absolute
+  std::string named;   ///< the same as a person named it
   std::string boards;  ///< the file of boards; empty where it is gone on: the one of before
   bool isResumed = false;
   bool isAgain = false;  ///< chunks that were put aside are tried again
@@ -32,8 +33,9 @@ void VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgai
 /// The chunks that an engine is to take on, ascending.
 [[nodiscard]] std::vector<uint64_t> ChunksToDo(const FleetState& state);
 
-/// What is there at the end, and how to go on. Returns the status of it.
-[[nodiscard]] ExitStatus TellOfEnd(const std::string& fleet, const FleetPlan& plan,
+/// What is there at the end, and how to go on. Returns the status of it. `named` is the folder as a
+/// person named it.
+[[nodiscard]] ExitStatus TellOfEnd(const std::string& named, const FleetPlan& plan,
                                    const FleetState& state, Console& console);
 
 }  // namespace vorn::kit

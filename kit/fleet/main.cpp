@@ -255,6 +255,7 @@ ExitStatus RunFleet(const Arguments& arguments) {
   }
   Console console(arguments.Has("quiet"), "fleet");
   return RunFleetBySsh({.fleet = FleetOf(arguments),
+                        .named = arguments.Operands()[1],
                         .boards = arguments.Need("boards"),
                         .isResumed = false,
                         .isAgain = false},
@@ -272,6 +273,7 @@ ExitStatus ResumeFleet(const Arguments& arguments) {
   }
   Console console(arguments.Has("quiet"), "fleet");
   return RunFleetBySsh({.fleet = FleetOf(arguments),
+                        .named = arguments.Operands()[1],
                         .boards = arguments.Get("boards").value_or(""),
                         .isResumed = true,
                         .isAgain = arguments.Has("again")},

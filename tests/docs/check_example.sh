@@ -13,6 +13,8 @@ mkdir "$work/build" "$work/blocks"
 # Folders of its own: behind a link, ".." would lead to what SOURCE has in build/release.
 cp -rs "$source/examples" "$work/examples"
 ln -s "$build" "$work/build/release"
+mkdir "$work/tests"
+ln -s "$source/tests/beds" "$work/tests/beds"
 
 # blocks/1.sh, blocks/1.text, blocks/2.sh, ...; blocks/2.varies where figures vary
 awk -v folder="$work/blocks" '
