@@ -9,6 +9,9 @@ page=$1 source=$2 build=$3
 . "$(dirname "$0")/../support/own_folder.sh"
 
 own_folder "$4"
+# Boards that a page has started end with it, however it ends.
+trap '[ ! -d "$work/build/boards" ] || "$source/tests/beds/sshd.sh" stop "$work/build/boards"
+      rm -rf "$work"' EXIT
 mkdir "$work/build" "$work/blocks"
 # Folders of its own: behind a link, ".." would lead to what SOURCE has in build/release.
 cp -rs "$source/examples" "$work/examples"

@@ -17,6 +17,8 @@ std::string g_text;
 
 }  // namespace
 
+// C's names.
+// NOLINTBEGIN(readability-identifier-naming)
 extern "C" {
 
 // What the last call said: what was wrong, or what the decoder remarks.
@@ -60,3 +62,4 @@ int picture_resize(const void* pixels, const uint32_t* info, const char* rule, c
 }
 
 }  // extern "C"
+// NOLINTEND(readability-identifier-naming)
