@@ -16,6 +16,7 @@
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/judge/paired_tensor.h"
+#include "kit/run/run_directory.h"
 
 namespace vorn::kit {
 namespace {
@@ -261,6 +262,7 @@ class Judging {
     for (const TensorSource* source : {&request_.actual, &request_.expected}) {
       if (!source->unfinished.empty()) verdict_.unfinished.push_back(source->unfinished);
     }
+    TellOfRanges();
     CheckNames();
     CheckOnly();
     CheckFloor();
@@ -297,6 +299,29 @@ class Judging {
   }
 
  private:
+  // What int8 has to lose by them is not what this network has to lose.
+  void TellOfRanges() {
+    const auto tell = [&](const std::string& side, const TensorSource& source) {
+      for (const RunWarning& warning : WarningsOf(source)) {
+        if (warning.id != kOtherRangesWarning) continue;
+        verdict_.remarks.push_back(side + " '" + source.path + "': " + warning.message);
+      }
+    };
+    tell("the run", request_.actual);
+    tell("the run of what is expected", request_.expected);
+    if (request_.floor) tell("the floor", *request_.floor);
+  }
+
+  // A run of another hand need not have a record.
+  static std::vector<RunWarning> WarningsOf(const TensorSource& source) {
+    if (!source.isRun) return {};
+    try {
+      return ReadRun(source.path).warnings;
+    } catch (const Fault&) {
+      return {};
+    }
+  }
+
   void SuspectInputs() {
     const bool isAnyWrong =
         std::any_of(verdict_.outputs.begin(), verdict_.outputs.end(),

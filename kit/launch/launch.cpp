@@ -24,6 +24,7 @@
 #include "kit/launch/run_report.h"
 #include "kit/launch/run_samples.h"
 #include "kit/launch/run_times.h"
+#include "kit/launch/runtime_words.h"
 #include "kit/model/model_json.h"
 #include "kit/model/run_log.h"
 #include "kit/run/configuration_files.h"
@@ -33,6 +34,7 @@ namespace {
 
 constexpr uint64_t kMostAsideInARow = 20;
 constexpr size_t kMostStandardError = 16 * 1024;
+constexpr size_t kMostErrorsRead = 16 << 20;
 constexpr uint64_t kMostLogBytes = 256 << 20;
 constexpr size_t kLogPieceBytes = 256 * 1024;
 
@@ -187,9 +189,10 @@ class Launcher {
     facts.startRealtimeNs = before.startRealtimeNs;
     facts.counts = before.counts;
     if (!facts.runtime) facts.runtime = before.runtime;
-    // That of the end is told of the last process, and that of outputs is found again.
+    // That of the end is told of the last process, those of outputs and of ranges are found again.
     for (const RunWarning& warning : before.warnings) {
-      const bool isOver = warning.id == kProgramEndWarning || warning.id == kRepeatedWarning;
+      const bool isOver = warning.id == kProgramEndWarning || warning.id == kRepeatedWarning ||
+                          warning.id == kOtherRangesWarning;
       if (!isOver) facts.warnings.push_back(warning);
     }
     facts.phases = before.phases;
@@ -555,6 +558,10 @@ class Launcher {
     const uint64_t size = SizeOfFile(errors);
     facts.standardError =
         ReadFrom(errors, size - std::min<uint64_t>(size, kMostStandardError), kMostStandardError);
+    // A model is loaded, and complained of, before anything else is.
+    for (const RunWarning& warning : WarningsInWords(ReadFrom(errors, 0, kMostErrorsRead))) {
+      report_.Warn(warning.id, warning.count, warning.message);
+    }
     if (facts.counts.done < facts.counts.inferences) report_.Take(ExitStatus::kPartial);
     const bool hasFailed = isOver_ && report_.Status() != ExitStatus::kDone;
     EndAs(wasStopped  ? RunState::kInterrupted

@@ -151,6 +151,10 @@ struct SampleCounts {
   bool operator==(const SampleCounts&) const = default;
 };
 
+/// The runtime rounded by ranges of another model: neither the run nor what is judged by it need be
+/// what they are taken for.
+inline constexpr const char* kOtherRangesWarning = "ranges-of-another-model";
+
 struct RunWarning {
   std::string id;
   uint64_t count = 0;
@@ -180,7 +184,7 @@ struct RunFacts {
   SampleCounts counts;
   std::map<std::string, uint64_t> phases;  ///< nanoseconds, by the name of the phase: "execute"
   std::vector<RunWarning> warnings;
-  std::string standardError;  ///< of the program, its end where it is long
+  std::string standardError;         ///< of the program, its end where it is long
   std::optional<std::string> fleet;  ///< of a run merged of a fleet's attempts: the plan's id
 
   bool operator==(const RunFacts&) const = default;

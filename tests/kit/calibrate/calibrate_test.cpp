@@ -191,9 +191,10 @@ class CalibrateModel : public CalibrateVerb {
   }
 
   void Configure(const std::string& members) const {
+    const std::string round = R"("round": {"int8": "ranges.json"})";
     support::WriteFile(Path("host.json"), "{\"model\": {" + members + "}}");
     support::WriteFile(Path("int8.json"),
-                       "{\"model\": {" + members + R"(, "round": {"int8": "ranges.json"}}})");
+                       "{\"model\": {" + members + (members.empty() ? "" : ", ") + round + "}}");
   }
 
   Outcome Calibrate(const std::vector<std::string>& more) const {
@@ -280,6 +281,58 @@ TEST_F(CalibrateModel, IsGivenSequences) {
   ended = LaunchRounded({"-t", "3"});
   EXPECT_EQ(ended.status, 0) << ended.Describe();
   EXPECT_EQ(Calibrate({"-t", "0"}).status, 2);
+}
+
+// Trained anew, with the same names.
+TEST_F(CalibrateModel, MeasuresNoOtherModelUnnoticed) {
+  const auto writeModel = [&](const std::string& op) {
+    support::WriteFile(Path("model.onnx"), OnnxWriter()
+                                               .Input("x", kOnnxFloat, {4})
+                                               .Output("y", kOnnxFloat, {4})
+                                               .Node(op, {"x"}, {"y"})
+                                               .Image());
+  };
+  Configure("");
+  support::WriteFile(Path("x.bin"), support::Bytes<float>({1, -2, 3, 0.5}));
+  support::WriteFile(Path("list.txt"), "x.bin\nx.bin\n");
+  writeModel("Neg");
+  ASSERT_EQ(Calibrate({}).status, 0);
+  const std::string words =
+      "the file of ranges 'ranges.json' was measured over another model, 'model.onnx' with the "
+      "XXH3 ";
+  const auto warnings = [&] {
+    return nlohmann::json::parse(support::ReadFile(Path("int8.run/run.json")))["warnings"];
+  };
+  Outcome ended = LaunchRounded({});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_TRUE(warnings().empty()) << warnings();
+  fs::remove_all(Path("int8.run"));
+
+  writeModel("Abs");
+  ended = LaunchRounded({"--chunk", "1"});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("warning ranges-of-another-model, 2 times: " + words));
+  ASSERT_EQ(warnings().size(), 1U);
+  EXPECT_EQ(warnings()[0]["id"], "ranges-of-another-model");
+  EXPECT_EQ(warnings()[0]["count"], 2);
+  EXPECT_THAT(warnings()[0]["message"].get<std::string>(), testing::StartsWith(words));
+  // Nothing is run again, and what was said is found again.
+  ended = LaunchRounded({"--chunk", "1", "--resume"});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(warnings().size(), 1U);
+  EXPECT_EQ(warnings()[0]["count"], 2);
+
+  ASSERT_EQ(Vorn({"launch", "-m", "model.onnx", "-i", "list.txt", "-j", "host.json", "--run",
+                  "float.run", "--no-trace"})
+                .status,
+            0);
+  ended = Vorn({"judge", "float.run", "--expected", "float.run", "--floor", "int8.run"});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr("\nthe floor 'int8.run': " + words));
+  ended = Vorn({"judge", "int8.run", "--expected", "float.run", "--rtol", "1"});
+  EXPECT_THAT(ended.out, HasSubstr("\nthe run 'int8.run': " + words));
+  ended = Vorn({"judge", "float.run", "--expected", "float.run"});
+  EXPECT_THAT(ended.out, testing::Not(HasSubstr("another model")));
 }
 
 // ---- What is said -------------------------------------------------------------------------------

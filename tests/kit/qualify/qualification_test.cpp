@@ -137,6 +137,29 @@ TEST_F(QualifyVerb, HoldsADeviceAgainstItsFloor) {
                                           "run the reference", "run the floor", "judge"));
 }
 
+TEST_F(QualifyVerb, TellsThatAFloorsRangesAreOfAnotherModel) {
+  ASSERT_EQ(Vorn({"calibrate", "-m", kDigits + "/digits.onnx", "-i", kDigits + "/list.txt", "-o",
+                  "ranges.json", "--most", "2"})
+                .status,
+            0);
+  nlohmann::json ranges = nlohmann::json::parse(support::ReadFile(Path("ranges.json")));
+  ranges["model"] = {{"path", "old.onnx"}, {"xxh3_128", "00"}};
+  support::WriteFile(Path("ranges.json"), ranges.dump());
+  support::WriteFile(Path("rounding.json"), R"({"model": {"round": {"int8": "ranges.json"}}})");
+  const std::vector<std::string> words{"--reference", kDigits + "/digits.onnx", "--floor",
+                                       "rounding.json"};
+  const std::string wanted =
+      "run/floor': the file of ranges 'ranges.json' was measured over another model, "
+      "'old.onnx' with the XXH3 00, and this one has ";
+  Outcome ended = Qualify(words);
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr(wanted));
+  // The second time nothing is run.
+  ended = Qualify(words);
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.out, HasSubstr(wanted));
+}
+
 TEST_F(QualifyVerb, TakesTheFloorOfItsFile) {
   support::WriteFile(Path("beside/rounding.json"), R"({"model": {"round": "float16"}})");
   fs::copy(kDigits + "/digits.onnx", Path("beside/digits.onnx"));
