@@ -189,10 +189,10 @@ class Launcher {
     facts.startRealtimeNs = before.startRealtimeNs;
     facts.counts = before.counts;
     if (!facts.runtime) facts.runtime = before.runtime;
-    // That of the end is told of the last process, those of outputs and of ranges are found again.
+    // That of the end is told of the last process, and others are found again.
     for (const RunWarning& warning : before.warnings) {
       const bool isOver = warning.id == kProgramEndWarning || warning.id == kRepeatedWarning ||
-                          warning.id == kOtherRangesWarning;
+                          IsOfRuntimeWords(warning.id);
       if (!isOver) facts.warnings.push_back(warning);
     }
     facts.phases = before.phases;

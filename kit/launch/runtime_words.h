@@ -5,12 +5,23 @@
 #ifndef VORN_KIT_LAUNCH_RUNTIME_WORDS_H_
 #define VORN_KIT_LAUNCH_RUNTIME_WORDS_H_
 
+#include <span>
 #include <string_view>
 #include <vector>
 
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
+
+struct RuntimeWords {
+  std::string_view id;       ///< of the warning; stays the same for ever
+  std::string_view pattern;  ///< of what stands behind the operation; '*' stands for anything
+};
+
+[[nodiscard]] std::span<const RuntimeWords> AllRuntimeWords();
+
+/// Whether a warning is one of these, which are found again as often as they are looked for.
+[[nodiscard]] bool IsOfRuntimeWords(std::string_view id);
 
 /// A warning for each kind of such lines in what processes of a run said one behind the other, with
 /// the words of the first.
