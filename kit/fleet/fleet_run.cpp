@@ -151,10 +151,11 @@ class Verifier {
       for (const std::string& board : state.chunks[chunk].running) {
         journal_.Note(NoteOf(JournalEvent::kLost, board, chunk, 0));
       }
-      const bool isGivenUp = state.chunks[chunk].status == ChunkStatus::kAside ||
-                             state.chunks[chunk].status == ChunkStatus::kPartial ||
-                             !state.chunks[chunk].failed.empty();
-      if (isAgain_ && isGivenUp && state.chunks[chunk].status != ChunkStatus::kDone) {
+      const ChunkStatus status = state.chunks[chunk].status;
+      const bool isGivenUp = status == ChunkStatus::kAside || status == ChunkStatus::kPartial;
+      // One that a single board failed is tried there again, too: there may be no other.
+      const bool isTried = status != ChunkStatus::kDone && !state.chunks[chunk].failed.empty();
+      if (isTried && (isAgain_ || !isGivenUp)) {
         journal_.Note(NoteOf(JournalEvent::kBack, "", chunk, 0));
       }
     }
@@ -304,11 +305,9 @@ class FleetRun {
     setenv("VORN_FLEET_FOLDER", fleet_.c_str(), 1);
     setenv("VORN_FLEET_SOCKETS", sockets_.Path().c_str(), 1);
     setenv("PARALLEL_SHELL", "/bin/sh", 1);
-    std::string tickets;
-    for (size_t i = 1; i <= chunks.size(); ++i) tickets += std::to_string(i) + "\n";
     const ChildRequest parallel{.command = RoundCommand(boards_),
                                 .folder = {},
-                                .input = tickets,
+                                .input = TicketsFor(boards_, chunks.size()),
                                 .inputFile = {},
                                 .isKeptAlive = false,
                                 .out = fleet_ + "/round/parallel.out",
@@ -319,7 +318,8 @@ class FleetRun {
     const ChildEnd end = RunChild(parallel, signals_);
     if (end.wasStopped || end.status) return;
     throw Fault(ExitStatus::kRuntime, "GNU parallel " + DescribeChildEnd(parallel, end) +
-                                          "; go on with 'vorn fleet resume " + request_.named + "'");
+                                          "; go on with 'vorn fleet resume " + request_.named +
+                                          "'");
   }
 
   // No more than a hundredth of the time is spent on telling.

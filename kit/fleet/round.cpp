@@ -13,6 +13,7 @@
 
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
+#include "kit/common/folder_names.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
@@ -128,6 +129,12 @@ class Ticket {
 
   std::string ClaimOf(uint64_t chunk) const {
     return RoundOf(fleet_) + "/claims/" + std::to_string(chunk);
+  }
+
+  bool AreAllClaimed() const {
+    const std::vector<uint64_t> chunks = NumbersIn(RoundOf(fleet_) + "/chunks.txt");
+    return std::all_of(chunks.begin(), chunks.end(),
+                       [&](uint64_t chunk) { return IsThere(ClaimOf(chunk)); });
   }
 
   std::optional<uint64_t> Claim() const {
@@ -249,12 +256,17 @@ class Ticket {
 
   // A slot with nothing to do must not use the tickets up that others would have work for.
   void WaitForOthers() {
-    constexpr int kTicks = 10;
+    constexpr int kTicks = 300;  // of which nobody was at work: some slot gets no ticket any more
     constexpr std::chrono::milliseconds kTick{200};
-    for (int quiet = 0; quiet < kTicks && signals_.Asked() == 0;) {
-      signals_.Wait(kTick);
+    const std::string waiting = RoundOf(fleet_) + "/waiting";
+    Append(waiting + "/" + std::to_string(request_.place), "");
+    for (int quiet = 0; quiet < kTicks && signals_.Asked() == 0; ++quiet) {
       const LockedFile running(RoundOf(fleet_) + "/running", LOCK_EX | LOCK_NB);
-      quiet = running.IsTaken() ? quiet + 1 : 0;
+      if (!running.IsTaken()) quiet = 0;
+      const bool doAllWait = NamesIn(waiting).size() >= SlotsOf(boards_).size();
+      // A claim is given back by none but whoever is at work.
+      if (running.IsTaken() && (doAllWait || AreAllClaimed())) break;
+      signals_.Wait(kTick);
     }
     if (signals_.Asked() == 0) Append(RoundOf(fleet_) + "/over", "");
   }
@@ -279,6 +291,7 @@ void PrepareRound(const std::string& fleet, const FleetState& state, std::vector
   RemoveTree(round);
   MakeFolders(round + "/claims");
   MakeFolders(round + "/boards");
+  MakeFolders(round + "/waiting");
   for (Board& board : boards) {
     if (!board.tools.empty()) board.tools = Absolute(FindTools(board.tools, round, signals).folder);
     if (!board.config.empty()) board.config = Absolute(board.config);
@@ -298,6 +311,13 @@ void PrepareRound(const std::string& fleet, const FleetState& state, std::vector
   }
   WriteWholeFile(round + "/boards.json", ToJson(boards));
   WriteWholeFile(round + "/chunks.txt", LinesOf(chunks));
+}
+
+std::string TicketsFor(const std::vector<Board>& boards, size_t chunks) {
+  std::string tickets;
+  const size_t count = chunks + SlotsOf(boards).size() * (kFailuresOfABoard + 1);
+  for (size_t i = 1; i <= count; ++i) tickets += std::to_string(i) + "\n";
+  return tickets;
 }
 
 std::vector<std::string> RoundCommand(const std::vector<Board>& boards) {

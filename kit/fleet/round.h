@@ -1,7 +1,8 @@
 // A round: chunks that are to do, handed out to the slots of the boards by GNU parallel.
 //
-// parallel runs on this machine alone and starts as many tickets as there are chunks, one a slot at
-// a time; a ticket takes the first chunk that nobody has taken and that its board has not failed.
+// parallel runs on this machine alone and starts a ticket a chunk and some a slot, one a slot at a
+// time; a ticket takes the first chunk that nobody has taken and that its board has not
+// failed.
 // What the tickets of a round have to know of each other lies in FLEET/round:
 //
 //     boards.json     the boards, their paths made absolute
@@ -10,6 +11,7 @@
 //     boards/NAME.*   failed: chunks, a line each; row: a byte a failure since the last success;
 //                     times: nanoseconds an inference, a line a success; checked, aside: are there
 //                     once that is so; lock: see SshBoard
+//     waiting/N       the slot at place N has nothing that it could take
 //     running         locked by every ticket that is at work
 //     over            there is nothing left to take
 #ifndef VORN_KIT_FLEET_ROUND_H_
@@ -31,9 +33,12 @@ namespace vorn::kit {
 void PrepareRound(const std::string& fleet, const FleetState& state, std::vector<Board> boards,
                   const std::vector<uint64_t>& chunks, StopSignals& signals);
 
-/// The command that hands the tickets out: its input is a line a ticket. The
-/// program, the fleet and the folder for sockets it finds in VORN_FLEET_PROGRAM, VORN_FLEET_FOLDER
-/// and VORN_FLEET_SOCKETS.
+/// A line a ticket, for so many chunks: every slot gets one that finds nothing left to take, even
+/// where others were spent on boards that failed their cross-check.
+[[nodiscard]] std::string TicketsFor(const std::vector<Board>& boards, size_t chunks);
+
+/// The command that hands the tickets out: its input are those. The program, the fleet and the
+/// folder for sockets it finds in VORN_FLEET_PROGRAM, VORN_FLEET_FOLDER and VORN_FLEET_SOCKETS.
 [[nodiscard]] std::vector<std::string> RoundCommand(const std::vector<Board>& boards);
 
 struct TicketRequest {

@@ -16,9 +16,12 @@
 #include <memory>
 #include <thread>
 
+#include "kit/common/file_identity.h"
 #include "kit/fleet/fleet_plan.h"
 #include "kit/fleet/fleet_state.h"
 #include "kit/fleet/journal.h"
+#include "kit/fleet/ssh_board.h"
+#include "kit/fleet/tools.h"
 #include "kit/json/json.h"
 #include "kit/run/run_directory.h"
 #include "support/boards.h"
@@ -234,10 +237,29 @@ class FleetOnBoards : public Fleet {
     WriteBoards();
   }
 
+  /// The same with tools that lie there already: they need not be sent each time.
+  void StartWithTools(int count) {
+    Start(count);
+    const fs::path build = fs::path(VORN_COMMAND).parent_path();
+    fs::create_directories(Path("tools"));
+    for (const char* name : {"vorn-launch", "vorn-run", "libvorn-trace.so"}) {
+      fs::copy_file(build / name, Path("tools/") + name);  // else libvorn.so is looked for there
+    }
+    vorn::kit::StopSignals signals;
+    const std::string id = vorn::kit::FindTools(Path("tools"), Path("none"), signals).id;
+    for (Json& item : items_) {
+      const std::string place = item.At("work").AsText() + "/tools";
+      fs::create_directories(place);
+      fs::create_directory_symlink(Path("tools"), place + "/" + id);
+      item.Set("tools", Path("tools"));
+    }
+    WriteBoards();
+  }
+
   Json ItemOf(const std::string& name) const {
     Json environment = Json::Object({{"LD_PRELOAD", VORN_STUMBLING_LAYER},
                                      {"VORN_SCRIPT", Path("script")},
-                                     {"VORN_GATE", Path("gate")},
+                                     {"VORN_GATE", GateOf(name)},
                                      {"VORN_RECORD", Path("record." + name)}});
     return Json::Object({{"name", name},
                          {"host", name},
@@ -260,18 +282,34 @@ class FleetOnBoards : public Fleet {
     return Run(words);
   }
 
-  void OpenGate() const { support::WriteFile(Path("gate"), ""); }
-  void AwaitGate() const {
-    Await([&] { return fs::exists(Path("gate.waits")); });
+  // ---- A sample that waits ----------------------------------------------------------------------
+
+  std::string GateOf(const std::string& board) const { return Path("gate of " + board); }
+
+  void OpenGates() const {
+    for (const Json& item : items_) support::WriteFile(GateOf(item.At("name").AsText()), "");
   }
 
-  /// Processes of vorn-run on boards, which know the script by their environment.
+  /// The board on which a sample waits.
+  std::string AwaitGate() const {
+    std::string found;
+    Await([&] {
+      for (const Json& item : items_) {
+        const std::string name = item.At("name").AsText();
+        if (fs::exists(GateOf(name) + ".waits")) found = name;
+      }
+      return !found.empty();
+    });
+    return found;
+  }
+
+  /// Processes of boards that know the gate by their environment.
   size_t RunsOnBoards() const {
     size_t count = 0;
     for (const auto& entry : fs::directory_iterator("/proc")) {
       std::ifstream file(entry.path() / "environ");
       const std::string text{std::istreambuf_iterator<char>(file), {}};
-      if (text.find("VORN_GATE=" + Path("gate")) != text.npos) ++count;
+      if (text.find("VORN_GATE=" + Path("gate of ")) != text.npos) ++count;
     }
     return count;
   }
@@ -314,6 +352,357 @@ TEST_F(FleetOnBoards, DoAllOfAList) {
   }
   EXPECT_THAT(DisagreeingBoards(state), IsEmpty());
   ExpectWhatTheSchemasSay();
+}
+
+// ---- Boards that fail ---------------------------------------------------------------------------
+
+TEST_F(FleetOnBoards, AreDoneWithoutOneThatHasNoRuntime) {
+  Samples("abcd");
+  ASSERT_EQ(Plan({"--chunk", "1"}).status, 0);
+  StartWithTools(2);
+  items_[0].Set("runtime", "/no/such/libvorn.so");
+  WriteBoards();
+  const Outcome outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  const FleetState state = State();
+  EXPECT_EQ(state.boards.at("b1").done, 0U);
+  EXPECT_THAT(state.boards.at("b1").reason, HasSubstr("libvorn.so"));
+  for (const auto& chunk : state.chunks) EXPECT_THAT(chunk.failed, IsEmpty());
+}
+
+TEST_F(FleetOnBoards, PutOneAsideThatFailsThreeTimes) {
+  Samples("abcd");
+  ASSERT_EQ(Plan({"--chunk", "1"}).status, 0);
+  StartWithTools(1);
+  items_[0].Set("runtime", "/no/such/libvorn.so");
+  WriteBoards();
+  Outcome outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 8) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("board b1 is put aside: 3 failures one after the other"));
+  EXPECT_EQ(Ends().size(), 3U);
+  EXPECT_TRUE(State().boards.at("b1").isAside);
+  // Once somebody has seen to it, it is tried again.
+  items_[0].Set("runtime", VORN_SCRIPTED_LIBRARY);
+  WriteBoards();
+  outcome = Resume({"--boards", "boards.json"});
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_FALSE(State().boards.at("b1").isAside);
+}
+
+TEST_F(FleetOnBoards, AreDoneWithoutOneThatLosesItsPower) {
+  Samples("aWbc");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "0"}).status, 0);
+  StartWithTools(2);
+  Running fleet(CommandFor(RunWords()));
+  const std::string lost = AwaitGate();
+  boards_->Do("kill", lost);
+  OpenGates();
+  EXPECT_EQ(fleet.Wait(), 0) << support::ReadFile(Path("said"));
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(DoneChunks(), ElementsAre(0, 1));
+  EXPECT_THAT(State().boards.at(lost).reason, HasSubstr("lost on the way"));
+}
+
+TEST_F(FleetOnBoards, GoOnWhenAConnectionIsCut) {
+  Samples("aWbc");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "0"}).status, 0);
+  StartWithTools(1);
+  Running fleet(CommandFor(RunWords()));
+  boards_->Do("cut", AwaitGate());
+  EXPECT_EQ(fleet.Wait(), 8) << support::ReadFile(Path("said"));
+  AwaitNobodyOnBoards();  // of its own lifeline
+  EXPECT_EQ(Outputs(), "..bc");
+  OpenGates();
+  // There is no other board that could do it.
+  const Outcome outcome = Resume();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(DoneChunks(), ElementsAre(0, 1));
+}
+
+TEST_F(FleetOnBoards, GoOnWhenAConnectionStandsStill) {
+  Samples("aWbc");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "0"}).status, 0);
+  StartWithTools(2);
+  for (Json& item : items_) {
+    item.Set("ssh", Json::Array({"-F", boards_->SshConfig(), "-o", "ServerAliveInterval=2", "-o",
+                                 "ServerAliveCountMax=3"}));
+  }
+  WriteBoards();
+  Running fleet(CommandFor(RunWords()));
+  const std::string lost = AwaitGate();
+  boards_->Do("freeze", lost);
+  fs::remove(GateOf(lost) + ".waits");
+  support::WriteFile(GateOf(lost == "b1" ? "b2" : "b1"), "");
+  EXPECT_EQ(fleet.Wait(), 0) << support::ReadFile(Path("said"));
+  boards_->Do("thaw", lost);
+  AwaitNobodyOnBoards();
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(DoneChunks(), ElementsAre(0, 1));
+}
+
+// ---- Samples that fail --------------------------------------------------------------------------
+
+TEST_F(FleetOnBoards, PutASampleAsideThatEndsItsProcess) {
+  Samples("abScde");
+  ASSERT_EQ(Plan({"--chunk", "3", "--cross-check", "2"}).status, 0);
+  StartWithTools(2);
+  const Outcome outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 8) << outcome.Describe();
+  EXPECT_EQ(Outputs(), "ab.cde");
+  EXPECT_THAT(outcome.err, HasSubstr("5 of 6 inferences done"));
+  EXPECT_THAT(outcome.err, HasSubstr("1 inference not done, first 2: "));
+  const FleetState state = State();
+  EXPECT_EQ(state.chunks[0].status, ChunkStatus::kPartial);
+  EXPECT_THAT(state.chunks[0].failed, ElementsAre("b1", "b2"));
+  for (const auto& [name, board] : state.boards) EXPECT_FALSE(board.isAside) << name;
+}
+
+TEST_F(FleetOnBoards, PutAChunkAsideThatTwoBoardsFail) {
+  Samples("SSab");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "0"}).status, 0);
+  StartWithTools(2);
+  Outcome outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 8) << outcome.Describe();
+  EXPECT_EQ(Outputs(), "..ab");
+  EXPECT_EQ(State().chunks[0].status, ChunkStatus::kAside);
+  EXPECT_THAT(outcome.err, HasSubstr("--again"));
+  // Nothing is to do until somebody says so.
+  const size_t ends = Ends().size();
+  outcome = Resume();
+  EXPECT_EQ(outcome.status, 8) << outcome.Describe();
+  EXPECT_EQ(Ends().size(), ends);
+}
+
+// ---- Whoever runs it is ended -------------------------------------------------------------------
+
+TEST_F(FleetOnBoards, AreStoppedAndGoOn) {
+  Samples("aWbc");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "0"}).status, 0);
+  StartWithTools(1);
+  Running fleet(CommandFor(RunWords()));
+  AwaitGate();
+  const int status = fleet.Stop(SIGINT);
+  EXPECT_TRUE(status == 8 || status == 128 + SIGINT) << status;
+  EXPECT_THAT(support::ReadFile(Path("said")), HasSubstr("was stopped"));
+  AwaitNobodyOnBoards();
+  for (const auto& end : Ends()) EXPECT_EQ(end.blame, Blame::kNobody) << end.reason;
+  OpenGates();
+  const Outcome outcome = Resume();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(DoneChunks(), ElementsAre(0, 1));
+  EXPECT_EQ(State().boards.at("b1").failed, 0U);
+}
+
+TEST_F(FleetOnBoards, AreLeftByNobodyAndGoOnWhenTheControlIsKilled) {
+  Samples("aWbc");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "0"}).status, 0);
+  StartWithTools(1);
+  {
+    Running fleet(CommandFor(RunWords()));
+    AwaitGate();
+    EXPECT_EQ(fleet.Stop(SIGKILL), 128 + SIGKILL);
+  }
+  AwaitNobodyOnBoards();
+  OpenGates();
+  const Outcome outcome = Resume();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(DoneChunks(), ElementsAre(0, 1));
+  EXPECT_THAT(JobsOn("b1"), IsEmpty());
+  ExpectWhatTheSchemasSay();
+}
+
+TEST_F(FleetOnBoards, DoAnewWhatWasDamagedMeanwhile) {
+  Samples("abcd");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "1"}).status, 0);
+  StartWithTools(1);
+  ASSERT_EQ(RunFleet().status, 0);
+  const std::string run = Path("fleet/chunks/1/1/");
+  support::WriteFile(run + vorn::kit::ReadSamples(run).at(0).outputs.at(0).path, "damaged");
+  const Outcome outcome = Resume();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("1 attempts do not verify any more"));
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(DoneChunks(), ElementsAre(0, 1, 1));
+}
+
+TEST_F(FleetOnBoards, RefuseASecondRunMeanwhileAndBehindIt) {
+  Samples("Wa");
+  ASSERT_EQ(Plan({"--chunk", "2", "--cross-check", "0"}).status, 0);
+  StartWithTools(1);
+  Running fleet(CommandFor(RunWords()));
+  AwaitGate();
+  for (const auto& words : {RunWords(), {"resume", "fleet"}}) {
+    const Outcome second = Run(words);
+    EXPECT_EQ(second.status, 2) << second.Describe();
+    EXPECT_THAT(second.err, HasSubstr("fleet"));
+  }
+  OpenGates();
+  EXPECT_EQ(fleet.Wait(), 0);
+  const Outcome behind = RunFleet();
+  EXPECT_EQ(behind.status, 2);
+  EXPECT_THAT(behind.err, HasSubstr("was run before; go on with 'vorn fleet resume'"));
+  EXPECT_EQ(Outputs(), kinds_);
+}
+
+// ---- What is sent -------------------------------------------------------------------------------
+
+TEST_F(FleetOnBoards, AreNotSentTwiceWhatTheyHave) {
+  Samples("abcd");
+  ASSERT_EQ(Plan({"--chunk", "2"}).status, 0);
+  ASSERT_EQ(Plan({"--chunk", "2", "-o", "second"}).status, 0);
+  StartWithTools(1);
+  ASSERT_EQ(RunFleet().status, 0);
+  uint64_t sent = 0;
+  for (const auto& end : Ends()) sent += end.sentBytes;
+  EXPECT_GT(sent, 0U);
+  fleet_ = "second";
+  const Outcome outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  for (const auto& end : Ends()) EXPECT_EQ(end.sentBytes, 0U);
+}
+
+TEST_F(FleetOnBoards, GetAFileAgainThatIsNotWhatItsNameSays) {
+  Samples("abcd");
+  ASSERT_EQ(Plan({"--chunk", "4", "--cross-check", "0"}).status, 0);
+  StartWithTools(1);
+  const std::string hash = vorn::kit::Xxh3Of(support::ReadFile(Path("in/2.bin")));
+  support::WriteFile(Path("work of b1/files/") + vorn::kit::PlaceOnBoard(hash), "Xother");
+  Outcome outcome = RunFleet();
+  if (outcome.status != 0) outcome = Resume();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+}
+
+// ---- Names and options --------------------------------------------------------------------------
+
+TEST_F(FleetOnBoards, TakeFilesOfAllNames) {
+  const std::vector<std::string> names{"a b.bin",   "it's \"q\".bin", "$(touch x)`y`;&|.bin",
+                                       "-o.bin",    "\\n\\x41.bin",   "\xFF\xC3(.bin",
+                                       "*?[a].bin", "\xC3\xA4.bin"};
+  std::string list;
+  for (size_t i = 0; i < names.size(); ++i) {
+    const char kind = static_cast<char>('a' + i);
+    kinds_ += kind;
+    support::WriteFile(Path("in/" + names[i]), kind + support::CountingBytes(5, unsigned(i)));
+    list += "in/" + names[i] + "\n";
+  }
+  support::WriteFile(Path("list.txt"), list);
+  fleet_ = "it's a \"fleet\" $(of) `mine`";
+  Outcome outcome = Plan({"--chunk", "4", "--cross-check", "1", "-o", fleet_});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  StartWithTools(1);
+  outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_FALSE(fs::exists(Path("x")));
+  ExpectWhatTheSchemasSay();
+}
+
+TEST_F(FleetOnBoards, KeepNamesOfInputsAndOptions) {
+  script_ = {};
+  script_.Input({.name = "image", .dims = {1, 1, 2, 3}, .type = 4, .stride = 8, .size = 16});
+  script_.Input({.name = "mask", .dims = {1, 1, 2, 3}, .type = 4, .stride = 8, .size = 16});
+  script_.Scratch();
+  script_.Output({.name = "same", .dims = {1, 2, 3}, .type = 0, .stride = 16, .size = 32});
+  kinds_ = "abc";
+  std::string list;
+  for (size_t i = 0; i < 3; ++i) {
+    const std::string at = std::to_string(i);
+    support::WriteFile(Path("in/" + at), kinds_.substr(i, 1) + support::CountingBytes(5));
+    support::WriteFile(Path("in/mask:" + at), "0" + support::CountingBytes(5));
+    list += "mask:in/mask:" + at + "\nimage:in/" + at + "\n";
+  }
+  support::WriteFile(Path("list.txt"), list);
+  support::WriteFile(Path("t 1"), "0.5\n");
+  Outcome outcome = Plan({"--chunk", "2", "--cross-check", "1", "-b", "1", "-p", "--no-text"});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_TRUE(ReadPlan().areNamesKept);
+  EXPECT_EQ(ReadPlan().perInference, 2U);
+  StartWithTools(1);
+  outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  const auto facts = vorn::kit::ReadRun(Path("fleet/chunks/0/1"));
+  EXPECT_THAT(facts.options.value(), ElementsAre("-b", "1", "-p", "1"));
+  EXPECT_FALSE(vorn::kit::ReadSamples(Path("fleet/chunks/0/1")).at(0).outputs.at(0).text);
+}
+
+TEST_F(FleetOnBoards, HaveAConfigurationOfTheirOwn) {
+  Samples("ab");
+  ASSERT_EQ(Plan({"--chunk", "1", "--cross-check", "1"}).status, 0);
+  StartWithTools(2);
+  support::WriteFile(Path("b2.json"), "{ }");
+  items_[1].Set("config", "b2.json");
+  WriteBoards();
+  const Outcome outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  for (const char* board : {"b1", "b2"}) {
+    const auto facts = vorn::kit::ReadRun(Path("fleet/cross/") + board + "/1");
+    EXPECT_EQ(facts.configuration.value().xxh3,
+              vorn::kit::Xxh3Of(board == std::string("b1") ? "{}" : "{ }"));
+  }
+}
+
+// ---- What is refused ----------------------------------------------------------------------------
+
+TEST_F(Fleet, SaysWhatItNeeds) {
+  Samples("ab");
+  const auto refuses = [&](const std::vector<std::string>& words, const std::string& why) {
+    const Outcome outcome = Run(words);
+    EXPECT_EQ(outcome.status, 2) << outcome.Describe();
+    EXPECT_THAT(outcome.err, HasSubstr(why));
+    EXPECT_FALSE(fs::exists(Path("fleet")));
+  };
+  refuses({}, "what of a fleet? plan, run, resume, status or merge");
+  refuses({"plam"}, "there is no 'vorn fleet plam'; did you mean 'plan'?");
+  refuses({"plan"}, "--model");
+  refuses({"plan", "-m", "model.om", "-j", "vorn.json", "-i", "list.txt"}, "--output");
+  refuses({"plan", "-m", "", "-j", "vorn.json", "-i", "list.txt", "-o", "fleet"},
+          "--model names nothing");
+  refuses({"plan", "fleet"}, "takes nothing but options");
+  refuses({"run"}, "needs the folder of a fleet");
+  refuses({"run", "fleet"}, "--boards");
+  refuses({"run", "fleet", "--boards", "b", "--chunk", "3"}, "'vorn fleet run' takes no --chunk");
+  refuses({"run", "fleet", "--boards", "b", "--again"}, "'vorn fleet run' takes no --again");
+  refuses({"plan", "--boards", "b"}, "'vorn fleet plan' takes no --boards");
+  for (const char* number : {"0", "-1", "x", "99999999999"}) {
+    refuses({"plan", "-m", "model.om", "-j", "vorn.json", "-i", "list.txt", "-o", "fleet",
+             "--chunk", number},
+            "--chunk");
+  }
+  refuses(
+      {"plan", "-m", "model.om", "-j", "vorn.json", "-i", "list.txt", "-o", "fleet", "--no-trace"},
+      "give --chunk N, or leave out --no-trace");
+}
+
+TEST_F(Fleet, RefusesAFolderThatIsNoFleet) {
+  for (const char* action : {"run", "resume"}) {
+    const Outcome outcome = Run({action, "none", "--boards", "boards.json"});
+    EXPECT_EQ(outcome.status, 3) << outcome.Describe();
+    EXPECT_THAT(outcome.err, HasSubstr("plan.json"));
+    EXPECT_FALSE(fs::exists(Path("none")));
+  }
+}
+
+TEST_F(Fleet, RefusesBoardsBeforeAnythingIsTouched) {
+  Samples("ab");
+  ASSERT_EQ(Plan().status, 0);
+  Outcome outcome = Run({"run", "fleet", "--boards", "none.json"});
+  EXPECT_EQ(outcome.status, 3) << outcome.Describe();
+  support::WriteFile(Path("bad.json"), R"({"schema":1,"boards":[{"host":"-oProxyCommand=x"}]})");
+  outcome = Run({"run", "fleet", "--boards", "bad.json"});
+  EXPECT_EQ(outcome.status, 3) << outcome.Describe();
+  EXPECT_THAT(outcome.err, AllOf(HasSubstr("bad.json"), HasSubstr("board 1")));
+  outcome = Run({"resume", "fleet"});
+  EXPECT_EQ(outcome.status, 2) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("was not run yet"));
 }
 
 }  // namespace
