@@ -88,7 +88,10 @@ Board ToBoard(const Json& object, const std::string& folder) {
   board.tools = PathOf(object, "tools", folder);
   if (const Json* environment = object.Find("environment")) TakeEnvironment(*environment, board);
   if (const Json* words = object.Find("ssh")) {
-    for (const Json& word : words->Items()) board.ssh.push_back(word.AsText());
+    for (const Json& word : words->Items()) {
+      CheckText(word.AsText(), "ssh");
+      board.ssh.push_back(word.AsText());
+    }
   }
   return board;
 }
