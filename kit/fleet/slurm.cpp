@@ -117,7 +117,8 @@ bool Slurm::Cancel(const std::string& id) {
 
 bool Slurm::Requeue(const std::string& id) {
   StopSignals anew;
-  return Ask({"scontrol", "requeue", id}, "", anew).isDone;
+  // Of the job that this runs in it is the end: it may come sooner than the answer.
+  return Ask({"scontrol", "requeue", id}, "", anew).isDone || anew.Asked() != 0;
 }
 
 }  // namespace vorn::kit

@@ -87,7 +87,8 @@ start_one() { # NODE, or ctld
 start_munge() {
   dd if=/dev/urandom of="$folder/munge.key" bs=1024 count=1 status=none
   chmod 600 "$folder/munge.key"
-  in_background munged munged --foreground --key-file "$folder/munge.key" \
+  # --force: a folder that is its user's alone is right here.
+  in_background munged munged --foreground --force --key-file "$folder/munge.key" \
     --socket "$folder/munge.socket" --pid-file "$folder/munge.own-pid" \
     --log-file "$folder/munge.own-log" --seed-file "$folder/munge.seed"
   local i
