@@ -35,7 +35,7 @@ namespace {
 
 constexpr size_t kMostHolesTold = 100;  // ranges of inferences that follow each other
 constexpr size_t kMostNoted = 1000;     // inferences and attempts that boards.json names
-constexpr size_t kMostTold = 5;         // of them, lines on the console
+constexpr size_t kMostLinesTold = 5;    // of them, lines on the console
 constexpr uint64_t kMostModelBytes = 256 << 20;
 
 // What the journals say of an attempt.
@@ -327,7 +327,7 @@ class Merger {
     if (faults > 1) reason += ", and " + std::to_string(faults - 1) + " more";
     const std::string text = Told(chunk, look) + ": " + reason;
     Warn("attempt-unfit", 1, text);
-    if (report_.unfitAttempts++ < kMostTold) console_.Say(text);
+    if (report_.unfitAttempts++ < kMostLinesTold) console_.Say(text);
     if (report_.unfit.size() >= kMostNoted) return;
     report_.unfit.push_back({.chunk = chunk,
                              .attempt = look.place.attempt,
@@ -356,7 +356,7 @@ class Merger {
                                     : " in attempt " + std::to_string(attempt.attempt));
     }
     Warn("not-deterministic", 1, text);
-    if (report_.notDeterministic++ < kMostTold) console_.Say(text);
+    if (report_.notDeterministic++ < kMostLinesTold) console_.Say(text);
     if (report_.unequal.size() < kMostNoted) report_.unequal.push_back(std::move(sample));
   }
 
@@ -594,7 +594,7 @@ class Merger {
       board.samplesPerSecond = boardTimes_.SamplesPerSecond(name);
       inDoubt += board.inDoubt;
       if (board.isChecked || board.samples == 0 || plan_.crossCheck.empty()) continue;
-      if (uncheckedBoards++ < kMostTold)
+      if (uncheckedBoards++ < kMostLinesTold)
         unchecked += (unchecked.empty() ? "" : ", ") + Quoted(name);
     }
     if (inDoubt > 0) {
@@ -603,7 +603,7 @@ class Merger {
     if (uncheckedBoards > 0) {
       Warn("board-not-checked", uncheckedBoards,
            "nothing compares these boards with the others: " + unchecked +
-               (uncheckedBoards > kMostTold ? ", ..." : ""));
+               (uncheckedBoards > kMostLinesTold ? ", ..." : ""));
     }
   }
 

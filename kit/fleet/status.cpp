@@ -239,7 +239,7 @@ std::string Fitted(const std::string& text, size_t& lines) {
 // Between two attempts nothing runs for a moment, and there is more to do.
 constexpr int kQuietLooks = 5;
 
-void Watch(const StatusRequest& request, const FleetPlan& plan) {
+void WatchFleet(const StatusRequest& request, const FleetPlan& plan) {
   int quiet = 0;
   const bool isDrawn = !request.isJson && IsDrawable();
   size_t linesBefore = 0;
@@ -358,7 +358,7 @@ std::string ToJson(const FleetStatus& status) {
 ExitStatus ShowStatus(const StatusRequest& request) {
   const FleetPlan plan = ReadFleetPlan(request.fleet);
   if (request.isWatched) {
-    Watch(request, plan);
+    WatchFleet(request, plan);
     return ExitStatus::kDone;
   }
   const FleetStatus status = ReadFleetStatus(request.fleet, plan);
