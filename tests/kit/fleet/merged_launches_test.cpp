@@ -196,7 +196,7 @@ TEST_F(MergedLaunches, AreReadByTheOtherVerbs) {
   EXPECT_EQ(timed.status, 0) << timed.Describe();
   const Outcome status = Vorn({"fleet", "status", "fleet", "--json"});
   EXPECT_EQ(status.status, 0) << status.Describe();
-  EXPECT_EQ(support::FaultBySchema("fleet-status", status.out), "");
+  EXPECT_EQ(support::FaultBySchema("fleet_status", status.out), "");
   const Outcome again = Vorn({"fleet", "merge", "fleet", "--run", "merged"});
   EXPECT_EQ(again.status, 2) << again.Describe();
 }

@@ -1,12 +1,19 @@
 #include "kit/fleet/status.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
 #include <future>
-#include <thread>
+#include <utility>
 
 #include "kit/fleet/made_fleet.h"
 #include "kit/json/json.h"
@@ -72,7 +79,7 @@ std::string TextOf(const FleetStatus& status) {
 }
 
 Json JsonOf(const FleetStatus& status) {
-  EXPECT_EQ(support::FaultBySchema("fleet-status", ToJson(status)), "");
+  EXPECT_EQ(support::FaultBySchema("fleet_status", ToJson(status)), "");
   return vorn::kit::ParseJson(ToJson(status));
 }
 
@@ -216,7 +223,7 @@ TEST(Status, PrintsALineWhereNobodyLooks) {
   fleet.AllDone();
   EXPECT_EQ(Shown(fleet, true, false), "10 of 10 inferences (100.0 %); 2 of 2 chunks\n");
   const std::string json = Shown(fleet, true, true);
-  EXPECT_EQ(support::FaultBySchema("fleet-status", json), "");
+  EXPECT_EQ(support::FaultBySchema("fleet_status", json), "");
   EXPECT_EQ(support::SplitLines(json).size(), 1U);
 }
 
@@ -234,6 +241,69 @@ TEST(Status, WatchesUntilNothingRuns) {
   const auto lines = support::SplitLines(testing::internal::GetCapturedStdout());
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.back(), "10 of 10 inferences (100.0 %); 2 of 2 chunks");
+}
+
+// What stands on a terminal of 40 columns and 6 rows, as it came.
+class Terminal {
+ public:
+  explicit Terminal(const std::string& fleet) {
+    main_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(grantpt(main_), 0);
+    EXPECT_EQ(unlockpt(main_), 0);
+    const winsize size{.ws_row = 6, .ws_col = 40, .ws_xpixel = 0, .ws_ypixel = 0};
+    const int side = open(ptsname(main_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(ioctl(side, TIOCSWINSZ, &size), 0);
+    child_ = fork();
+    if (child_ == 0) {
+      dup2(side, STDOUT_FILENO);
+      setenv("TERM", "xterm", 1);
+      (void)vorn::kit::ShowStatus({.fleet = fleet, .isWatched = true, .isJson = false});
+      _exit(0);
+    }
+    close(side);
+  }
+  ~Terminal() {
+    close(main_);
+    if (child_ > 0) kill(child_, SIGKILL);
+    waitpid(child_, nullptr, 0);
+  }
+  Terminal(const Terminal&) = delete;
+  Terminal& operator=(const Terminal&) = delete;
+
+  /// Reads until that has come, or nothing comes any more.
+  std::string ReadTo(const std::string& end) {
+    std::array<char, 256> piece{};
+    while (text_.find(end) == text_.npos) {
+      const ssize_t got = read(main_, piece.data(), piece.size());
+      if (got <= 0) break;
+      text_.append(piece.data(), static_cast<size_t>(got));
+    }
+    return std::exchange(text_, "");
+  }
+
+ private:
+  int main_ = -1;
+  pid_t child_ = -1;
+  std::string text_;
+};
+
+TEST(Status, IsDrawnInItsPlaceOnATerminal) {
+  const MadeFleet fleet(1000, 500);
+  for (const char* board : {"b1", "b2", "b\xc3\xa4r", "b4", "b5"}) {
+    fleet.Note(Begin(board, 0, 1, 100));
+    fleet.Note(Failed(board, 0, 1, 101, "a very long reason that goes beyond its line"));
+  }
+  fleet.Note(Begin("b1", 1, 1, 100));
+  Terminal terminal(fleet.Folder());
+  // Five lines of six, cut to 39 columns.
+  const std::string first = terminal.ReadTo("\nb1 ");
+  EXPECT_THAT(first, StartsWith("0 of 1000 inferences (0.0 %), 500 put a\r\nlast noted "));
+  EXPECT_THAT(first, Not(HasSubstr("\x1b")));
+  fleet.Note(Done("b1", 1, 1, 110, 500));
+  const std::string next = terminal.ReadTo("500 of 1000");
+  EXPECT_THAT(next, HasSubstr("\x1b[5A\r\x1b[J"));
+  EXPECT_THAT(next, Not(HasSubstr("b4")));
+  EXPECT_THAT(next + terminal.ReadTo("what never comes"), HasSubstr("\nlast noted"));  // it ends
 }
 
 TEST(Status, SaysThatThereIsNoFleet) {
