@@ -18,7 +18,7 @@
 namespace vorn::kit {
 namespace {
 
-constexpr std::chrono::milliseconds kTick{50};
+constexpr std::chrono::milliseconds kChildTick{50};
 constexpr std::chrono::seconds kBeat{5};
 constexpr int kNotStarted = 127;
 constexpr size_t kPieceBytes = 64 * 1024;
@@ -199,10 +199,10 @@ ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
     const bool isMoreToTake = !killAt && feed && feed->GoOn();
     if (request.tick && now >= tickAt) {
       request.tick();
-      tickAt = now + kTick;
+      tickAt = now + kChildTick;
     }
-    if (isMoreToTake) feed->AwaitRoom(kTick);
-    signals.Wait(isMoreToTake ? std::chrono::milliseconds(0) : kTick);
+    if (isMoreToTake) feed->AwaitRoom(kChildTick);
+    signals.Wait(isMoreToTake ? std::chrono::milliseconds(0) : kChildTick);
   }
   end.time = Clock::now() - began;
   if (WIFEXITED(status)) end.status = WEXITSTATUS(status);
