@@ -46,26 +46,57 @@ constexpr uint64_t kMostConfigBytes = 64 << 20;
 constexpr size_t kPiece = 1 << 16;
 constexpr size_t kMostFindings = 100;
 
-// The configuration of a person with every inner tensor to be given, and nothing rounded.
-std::string ConfigWithAll(const std::optional<std::string>& path) {
+Json Without(const Json& object, const std::vector<std::string>& keys) {
+  Json rest = Json::Object();
+  for (const auto& [key, value] : object.Members()) {
+    if (std::find(keys.begin(), keys.end(), key) == keys.end()) rest.Set(key, value);
+  }
+  return rest;
+}
+
+struct ExposingConfigs {
+  std::vector<std::string> named;  ///< tensors that the person's configuration exposes itself
+  std::string all;                 ///< every inner tensor is given that has one shape
+  Json withNamed;                  ///< what is given is still to be filled in
+};
+
+// Of the configuration of a person, with nothing rounded.
+ExposingConfigs ConfigsOf(const std::optional<std::string>& path) {
   const std::string name = path ? "the configuration " + Quoted(*path) : "";
   try {
+    ExposingConfigs configs;
     Json config = path ? ParseJson(ReadWholeFile(*path, "the configuration", ExitStatus::kModel,
                                                  kMostConfigBytes))
                        : Json::Object();
     const Json* before = config.Find("model");
-    Json model = Json::Object();
-    if (before != nullptr) {
-      for (const auto& [key, value] : before->Members()) {
-        if (key != "round") model.Set(key, value);
-      }
+    Json model = before == nullptr ? Json::Object() : Without(*before, {"round"});
+    config.Set("model", model);
+    configs.withNamed = config;
+    const Json* exposed = model.Find("expose");
+    if (exposed != nullptr && exposed->IsArray()) {
+      for (const Json& item : exposed->Items()) configs.named.push_back(item.AsText());
+    }
+    // Sizes of what is not given are refused.
+    const Json* sizes = model.Find("outputDims");
+    if (sizes != nullptr && sizes->IsObject()) {
+      model.Set("outputDims", Without(*sizes, configs.named));
     }
     model.Set("expose", "all");
     config.Set("model", model);
-    return ToText(config, 2) + "\n";
+    configs.all = ToText(config, 2) + "\n";
+    return configs;
   } catch (const JsonError& error) {
     throw Fault(ExitStatus::kModel, name + ": " + error.what());
   }
+}
+
+// What the host runtime said of tensors that "all" does not give; empty: it gives all of them.
+std::string WhatIsLeftOut(std::string_view errors) {
+  constexpr std::string_view kLeftOut = " and left out ";
+  const size_t begin = errors.find(kLeftOut);
+  if (begin == std::string_view::npos) return "";
+  errors.remove_prefix(begin + kLeftOut.size());
+  return Printable(std::string(errors.substr(0, errors.find('\n'))));
 }
 
 // ---- Signals ------------------------------------------------------------------------------------
@@ -176,9 +207,7 @@ class Calibration {
   Ranges Run() {
     TryOutput();
     config_ = work_.Path() + "/config.json";
-    WriteWholeFile(config_, ConfigWithAll(request_.config));
-    const DescribeRequest describe{request_.model, config_, "libvorn.so"};
-    const ModelDescription model = DescribeFiles(describe);
+    const ModelDescription model = Expose();
     ranges_.model = model.model;
     thresholds_ = LookAtThresholds(request_.thresholds.value_or(""));
     ReadList(model);
@@ -196,6 +225,27 @@ class Calibration {
   }
 
  private:
+  // All that has one shape, and what the person names besides, with its size in "outputDims".
+  ModelDescription Expose() const {
+    const DescribeRequest describe{request_.model, config_, "libvorn.so"};
+    const ExposingConfigs configs = ConfigsOf(request_.config);
+    WriteWholeFile(config_, configs.all);
+    ModelDescription model = DescribeFiles(describe);
+    if (configs.named.empty()) return model;
+    std::vector<std::string> names = configs.named;
+    for (const TensorDescription& output : model.outputs) {
+      if (std::find(names.begin(), names.end(), output.name) == names.end()) {
+        names.push_back(output.name);
+      }
+    }
+    Json config = configs.withNamed;
+    Json exposing = config.At("model");
+    exposing.Set("expose", Json::ArrayOf(names));
+    config.Set("model", exposing);
+    WriteWholeFile(config_, ToText(config, 2) + "\n");
+    return DescribeFiles(describe);
+  }
+
   // Not behind hours of work. A pipe's reader would take the trial for all.
   void TryOutput() const {
     std::error_code error;
@@ -330,7 +380,12 @@ class Calibration {
                                   " on) failed: " + (why.empty() ? CommandText(call) : why));
     }
     // Ranges go by the names of the model.
-    longNames_ = LongNamesIn(ProgramErrorsOf(run));
+    const std::string errors = ProgramErrorsOf(run);
+    longNames_ = LongNamesIn(errors);
+    const std::string left = WhatIsLeftOut(errors);
+    if (first == 0 && !left.empty()) {
+      watch_.say("not measured are " + left + "; \"expose\" of -j CONFIG may name more");
+    }
     for (const SampleRecord& sample : ReadSamples(run)) Measure(run, sample, model);
     std::error_code ignored;
     fs::remove_all(run, ignored);

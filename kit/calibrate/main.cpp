@@ -40,6 +40,10 @@ constexpr Verb kCalibrate{
         "of the host runtime's configuration takes. Inputs that are representative make ranges\n"
         "that are: a hundred, unlike each other, are better than a thousand alike.\n"
         "\n"
+        "Tensors whose shape depends on the data, as behind what picks boxes out, are measured "
+        "where\n"
+        "CONFIG names them in \"expose\", with their largest sizes in \"outputDims\".\n"
+        "\n"
         "The dumps of all inner tensors lie in RANGES.json.PID.work, a part of the list after the\n"
         "other, and are gone at its end, also where a signal asks it to end. One that was killed\n"
         "leaves its folder, which the next calibrate with the same -o removes.",

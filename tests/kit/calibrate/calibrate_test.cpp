@@ -252,6 +252,42 @@ TEST_F(CalibrateModel, IsGivenItsThresholds) {
   EXPECT_THAT(ended.err, HasSubstr("'none.txt' is not there"));
 }
 
+// Behind what picks results out, as detectors do.
+TEST_F(CalibrateModel, MeasuresWhatTheConfigurationNamesBesides) {
+  support::WriteFile(Path("model.onnx"),
+                     OnnxWriter()
+                         .Input("x", kOnnxFloat, {4})
+                         .Output("y", kOnnxFloat, {1, "count"})
+                         .Node("Abs", {"x"}, {"size"})
+                         .Node("NonZero", {"size"}, {"places"})
+                         .Node("Cast", {"places"}, {"floats"}, {IntAttribute("to", kOnnxFloat)})
+                         .Node("Neg", {"floats"}, {"y"})
+                         .Image());
+  support::WriteFile(Path("x.bin"), support::Bytes<float>({1, 0, 0, -3}));
+  support::WriteFile(Path("list.txt"), "x.bin\n");
+  Configure(R"("outputDims": {"y": [1, 4]})");
+  Outcome ended = Calibrate({});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("vorn calibrate: not measured are 2: 'places' may have another "
+                                   "shape for other data; name it in a list, with 'outputDims'; "
+                                   "'floats' may"));
+  EXPECT_FALSE(Tensors().contains("floats"));
+  ended = LaunchRounded({});
+  EXPECT_EQ(ended.status, 4) << ended.Describe();
+  EXPECT_THAT(ended.err, HasSubstr("needs the range of 'floats'"));
+
+  Configure(R"("outputDims": {"y": [1, 4], "floats": [1, 4]}, "expose": ["floats"])");
+  ended = Calibrate({});
+  ASSERT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_EQ(Tensors(), (nlohmann::json{{"x", Range(-3, 1)},
+                                       {"size", Range(0, 3)},
+                                       {"floats", Range(0, 3)},
+                                       {"y", Range(-3, 0)}}));
+  fs::remove_all(Path("int8.run"));
+  ended = LaunchRounded({});
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+}
+
 TEST_F(CalibrateModel, IsGivenSequences) {
   support::WriteFile(Path("model.onnx"), OnnxWriter()
                                              .Input("x", kOnnxFloat, {1, 2})
