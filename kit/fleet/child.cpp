@@ -20,6 +20,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kChildTick{50};
 constexpr std::chrono::seconds kBeat{5};
+constexpr std::chrono::seconds kFirstAsk{1};  // for a limit; then rarer and rarer
+constexpr std::chrono::seconds kLastAsk{32};
 constexpr int kNotStarted = 127;
 constexpr size_t kPieceBytes = 64 * 1024;
 
@@ -184,12 +186,20 @@ ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
   setpgid(child, child);  // whoever comes first
   read.Close();
   ChildEnd end;
+  end.limit = request.limit;
+  std::chrono::seconds askBehind = kFirstAsk;
+  Clock::time_point askAt = began + askBehind;
   std::optional<Clock::time_point> killAt;
   Clock::time_point tickAt = began;
   int status = 0;
   while (waitpid(child, &status, WNOHANG) == 0) {
     const auto now = Clock::now();
-    if (!killAt && (signals.Asked() != 0 || (request.limit && now - began > *request.limit))) {
+    if (!end.limit && request.laterLimit && now >= askAt) {
+      end.limit = request.laterLimit();
+      askBehind = std::min(askBehind * 2, kLastAsk);
+      askAt = now + askBehind;
+    }
+    if (!killAt && (signals.Asked() != 0 || (end.limit && now - began > *end.limit))) {
       (signals.Asked() != 0 ? end.wasStopped : end.wasLate) = true;
       if (feed) feed->End();
       if (!request.isKeptAlive) kill(-child, SIGTERM);
@@ -210,10 +220,10 @@ ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
   return end;
 }
 
-std::string DescribeChildEnd(const ChildRequest& request, const ChildEnd& end) {
+std::string DescribeChildEnd(const ChildEnd& end) {
   if (end.wasStopped) return "was stopped";
   if (end.wasLate) {
-    const auto limit = request.limit.value_or(std::chrono::milliseconds(0));
+    const auto limit = end.limit.value_or(std::chrono::milliseconds(0));
     return "took longer than " +
            std::to_string(std::chrono::ceil<std::chrono::seconds>(limit).count()) + " s";
   }

@@ -23,6 +23,8 @@ struct ChildRequest {
   std::string out;  ///< a file, made anew
   std::string err;  ///< a file, made anew
   std::optional<std::chrono::milliseconds> limit;
+  /// Where there is no limit: asked now and then whether there is one by now, from the start on.
+  std::function<std::optional<std::chrono::milliseconds>()> laterLimit{};
   std::chrono::milliseconds grace{10000};  ///< from being asked to end until it is killed
   std::function<void()> tick{};            ///< called some twenty times a second meanwhile
 };
@@ -33,6 +35,7 @@ struct ChildEnd {
   bool wasLate = false;     ///< it was ended at the limit
   bool wasStopped = false;  ///< it was ended since somebody asked this process to end
   std::chrono::nanoseconds time{0};
+  std::optional<std::chrono::milliseconds> limit;  ///< that it had at its end
 
   [[nodiscard]] bool IsDone() const { return status == 0 && !wasLate && !wasStopped; }
 };
@@ -43,7 +46,7 @@ struct ChildEnd {
 [[nodiscard]] ChildEnd RunChild(const ChildRequest& request, StopSignals& signals);
 
 /// "ended with status 1", "ended by SIGKILL", "took longer than 20 s", "was stopped".
-[[nodiscard]] std::string DescribeChildEnd(const ChildRequest& request, const ChildEnd& end);
+[[nodiscard]] std::string DescribeChildEnd(const ChildEnd& end);
 
 /// The last line that is not empty of a file, printable; empty where there is none.
 [[nodiscard]] std::string LastLineOf(const std::string& path);

@@ -317,7 +317,7 @@ class FleetRun {
                                 .tick = [&] { Show(); }};
     const ChildEnd end = RunChild(parallel, signals_);
     if (end.wasStopped || end.status) return;
-    throw Fault(ExitStatus::kRuntime, "GNU parallel " + DescribeChildEnd(parallel, end) +
+    throw Fault(ExitStatus::kRuntime, "GNU parallel " + DescribeChildEnd(end) +
                                           "; go on with 'vorn fleet resume " + request_.named +
                                           "'");
   }

@@ -45,6 +45,7 @@ BoardEnd RunHere(const BoardWork& work, const std::string& from, StopSignals& si
     words.insert(words.end(), {"--timeout", std::to_string(work.limit->count())});
     request.limit = *work.limit + kToEndInOrder;
   }
+  request.laterLimit = work.laterLimit;
   const ChildEnd child = RunChild(request, signals);
   end.phases["launch"] = static_cast<uint64_t>(child.time.count());
   end.wasStopped = child.wasStopped;
@@ -53,8 +54,7 @@ BoardEnd RunHere(const BoardWork& work, const std::string& from, StopSignals& si
   if (child.status == 0 && !child.wasLate) return end;
   end.blame = end.hasRun ? Blame::kUnknown : Blame::kBoard;
   const std::string said = LastLineOf(request.err);
-  end.reason =
-      "the launch " + DescribeChildEnd(request, child) + (said.empty() ? "" : "; it said: " + said);
+  end.reason = "the launch " + DescribeChildEnd(child) + (said.empty() ? "" : "; it said: " + said);
   return end;
 }
 

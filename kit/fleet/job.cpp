@@ -144,6 +144,7 @@ class Attempt {
               std::to_string(number_);
     work.folder = part_;
     work.limit = request_.limit;
+    work.laterLimit = request_.laterLimit;
     FileIdentity config = plan_.configuration;
     std::string configPath = Here(config);
     if (!request_.config.empty()) {

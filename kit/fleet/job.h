@@ -28,6 +28,7 @@ struct AttemptRequest {
   uint64_t slot = 1;
   std::string config;  ///< a file instead of the plan's; empty: that one
   std::optional<std::chrono::seconds> limit;
+  std::function<std::optional<std::chrono::seconds>()> laterLimit{};  ///< as BoardWork has it
 };
 
 /// Does the work; `folder` gets run/.

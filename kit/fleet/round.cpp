@@ -174,12 +174,15 @@ class Ticket {
 
   AttemptEnd Attempt(std::optional<uint64_t> chunk) {
     const uint64_t inferences = chunk ? plan_.chunks[*chunk].inferences : plan_.crossCheck.size();
+    const auto limitNow = [&] { return LimitOf(Times(), inferences); };
     const AttemptRequest attempt{.fleet = fleet_,
                                  .chunk = chunk,
                                  .board = board_.name,
                                  .slot = slot_.slot,
                                  .config = board_.config,
-                                 .limit = LimitOf(Times(), inferences)};
+                                 .limit = limitNow(),
+                                 // One that hangs at its first chunk has others to be told by.
+                                 .laterLimit = limitNow};
     return RunAttempt(
         plan_, attempt, FilesOnBoard::kByHash,
         [&](const BoardWork& work) {

@@ -152,12 +152,15 @@ class SlurmTask {
 
   AttemptEnd Attempt(std::optional<uint64_t> chunk, const FleetState& state) {
     const uint64_t inferences = chunk ? plan_.chunks[*chunk].inferences : plan_.crossCheck.size();
-    const AttemptRequest attempt{.fleet = fleet_,
-                                 .chunk = chunk,
-                                 .board = node_,
-                                 .slot = 1,
-                                 .config = {},
-                                 .limit = LimitOf(TimesIn(state), inferences)};
+    const AttemptRequest attempt{
+        .fleet = fleet_,
+        .chunk = chunk,
+        .board = node_,
+        .slot = 1,
+        .config = {},
+        .limit = LimitOf(TimesIn(state), inferences),
+        // One that hangs at its first chunk has others to be told by.
+        .laterLimit = [&] { return LimitOf(TimesIn(ReadFleetState(fleet_, plan_)), inferences); }};
     return RunAttempt(
         plan_, attempt, FilesOnBoard::kHere,
         [&](const BoardWork& work) {

@@ -226,10 +226,9 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
   end.wasStopped = child.wasStopped;
   if (!child.IsDone()) {
     end.blame = child.wasStopped ? Blame::kNobody : Blame::kBoard;
-    end.reason =
-        (child.status == kSshFailed ? "no connection to " + Quoted(board_.host)
-                                    : "looking at the board " + DescribeChildEnd(request, child)) +
-        Said(request.err);
+    end.reason = (child.status == kSshFailed ? "no connection to " + Quoted(board_.host)
+                                             : "looking at the board " + DescribeChildEnd(child)) +
+                 Said(request.err);
     return false;
   }
   std::set<std::string> lacking;
@@ -295,7 +294,7 @@ bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing
   if (sent.IsDone()) return true;
   end.blame = sent.wasStopped ? Blame::kNobody : Blame::kBoard;
   end.reason = "sending " + SizeText(end.sentBytes) + " to " + Quoted(board_.host) + " " +
-               DescribeChildEnd(send, sent) + Said(send.err);
+               DescribeChildEnd(sent) + Said(send.err);
   return false;
 }
 
@@ -332,7 +331,8 @@ bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
                              .isKeptAlive = true,
                              .out = work.folder + "/run.tar",
                              .err = work.folder + "/run.err",
-                             .limit = limit};
+                             .limit = limit,
+                             .laterLimit = work.laterLimit};
   const ChildEnd child = RunChild(request, signals_);
   end.phases["launch"] = Ns(child);
   end.wasStopped = child.wasStopped;
@@ -343,7 +343,7 @@ bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
   if (child.status == 0 && !isLost) return true;
   end.blame = isLost || end.hasRun ? Blame::kUnknown : Blame::kBoard;
   end.reason = (isLost ? "the board was lost on the way: ssh " : "the launch ") +
-               DescribeChildEnd(request, child) + Said(request.err);
+               DescribeChildEnd(child) + Said(request.err);
   return end.hasRun;
 }
 
@@ -362,8 +362,8 @@ bool SshBoard::Fetch(const BoardWork& work, BoardEnd& end) {
   if (child.IsDone()) return true;
   end.wasStopped = child.wasStopped;
   end.blame = child.wasStopped ? Blame::kNobody : Blame::kUnknown;
-  end.reason = "what came of it cannot be unpacked: tar " + DescribeChildEnd(unpack, child) +
-               Said(unpack.err);
+  end.reason =
+      "what came of it cannot be unpacked: tar " + DescribeChildEnd(child) + Said(unpack.err);
   return false;
 }
 

@@ -15,6 +15,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -51,6 +52,8 @@ struct BoardWork {
   std::vector<std::pair<std::string, std::string>> links;
   std::string folder;  ///< here: run/ comes to lie in it
   std::optional<std::chrono::seconds> limit;
+  /// Where there is none: asked while it runs whether there is one by now.
+  std::function<std::optional<std::chrono::seconds>()> laterLimit{};
 };
 
 /// A file of the board as its jobs name it: from a job's folder on.

@@ -44,7 +44,7 @@ std::string Unpack(const std::string& archive, const std::string& scratch, StopS
   const ChildEnd end = RunChild(request, signals);
   if (!end.IsDone()) {
     throw Fault(ExitStatus::kUsage, "the tools " + Quoted(archive) + " cannot be unpacked: tar " +
-                                        DescribeChildEnd(request, end) +
+                                        DescribeChildEnd(end) +
                                         "; it said: " + LastLineOf(request.err));
   }
   // The archive has one folder, which has all.

@@ -66,7 +66,7 @@ TEST_F(Child, EndsWithItsStatusAndWhatItSaid) {
   EXPECT_FALSE(end.IsDone());
   EXPECT_EQ(Out(), "said\n");
   EXPECT_EQ(Err(), "told\n");
-  EXPECT_EQ(DescribeChildEnd(request, end), "ended with status 7");
+  EXPECT_EQ(DescribeChildEnd(end), "ended with status 7");
   EXPECT_TRUE(Run(Shell("exit 0")).IsDone());
   EXPECT_EQ(Out(), "");  // the files are made anew
 }
@@ -75,7 +75,7 @@ TEST_F(Child, EndsByASignal) {
   const ChildRequest request = Shell("kill -SEGV $$");
   const ChildEnd end = Run(request);
   EXPECT_EQ(end.signal, SIGSEGV);
-  EXPECT_EQ(DescribeChildEnd(request, end), "ended by SIGSEGV");
+  EXPECT_EQ(DescribeChildEnd(end), "ended by SIGSEGV");
 }
 
 TEST_F(Child, ThatIsNotThereSaysSo) {
@@ -174,7 +174,32 @@ TEST_F(Child, ThatHangsIsLate) {
   EXPECT_TRUE(end.wasLate);
   EXPECT_EQ(end.signal, SIGTERM);
   EXPECT_FALSE(end.IsDone());
-  EXPECT_EQ(DescribeChildEnd(request, end), "took longer than 1 s");
+  EXPECT_EQ(DescribeChildEnd(end), "took longer than 1 s");
+}
+
+// As a board does at its first chunk while others do theirs, and nothing else tells what is long.
+TEST_F(Child, ThatHangsIsLateByALimitThatIsKnownLater) {
+  ChildRequest request = Shell("sleep 1000");
+  int asked = 0;
+  request.laterLimit = [&]() -> std::optional<milliseconds> {
+    if (++asked < 2) return std::nullopt;
+    return milliseconds(1500);
+  };
+  const ChildEnd end = Run(request);
+  EXPECT_TRUE(end.wasLate);
+  EXPECT_EQ(end.signal, SIGTERM);
+  EXPECT_EQ(asked, 2);
+  EXPECT_EQ(DescribeChildEnd(end), "took longer than 2 s");
+}
+
+TEST_F(Child, ThatHasALimitIsGivenNoOther) {
+  ChildRequest request = Shell("sleep 1000");
+  request.limit = milliseconds(2500);
+  request.laterLimit = []() -> std::optional<milliseconds> {
+    ADD_FAILURE() << "nobody has to ask";
+    return milliseconds(0);
+  };
+  EXPECT_EQ(DescribeChildEnd(Run(request)), "took longer than 3 s");
 }
 
 TEST_F(Child, ThatIgnoresToBeAskedIsKilledWithAllOfItsGroup) {
@@ -231,7 +256,7 @@ TEST_F(Child, IsStoppedWithWhoeverWaitsForIt) {
   sigaction(SIGINT, &before, nullptr);
   EXPECT_TRUE(end.wasStopped);
   EXPECT_FALSE(end.wasLate);
-  EXPECT_EQ(DescribeChildEnd(request, end), "was stopped");
+  EXPECT_EQ(DescribeChildEnd(end), "was stopped");
 }
 
 TEST_F(Child, DoesNotOutliveWhoeverStartedIt) {
