@@ -1,0 +1,149 @@
+#include "kit/fleet/attempt.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "kit/fleet/made_fleet.h"
+#include "support/files.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+using fleet_test::MadeAttempt;
+using fleet_test::MadeFleet;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using vorn::kit::AttemptFound;
+using vorn::kit::OutputsHash;
+using vorn::kit::SampleRecord;
+
+class LookAt : public testing::Test {
+ protected:
+  LookAt() : fleet_(6, 3) {
+    const auto& chunk = fleet_.Plan().chunks[1];
+    vorn::kit::ForEachInput(fleet_.Folder(), chunk.inputsAt, chunk.inferences,
+                            [&](SampleRecord record) { planned_.push_back(std::move(record)); });
+  }
+
+  std::string Make(const std::string& outputs = "xyz") const {
+    MadeAttempt attempt;
+    attempt.outputs = outputs;
+    return fleet_.Attempt(1, 1, attempt);
+  }
+
+  AttemptFound Look(const std::string& run, bool areOutputsRead = true) const {
+    return LookAtAttempt(run, planned_, 1, areOutputsRead);
+  }
+
+  /// The same with something in samples.jsonl replaced.
+  AttemptFound LookChanged(const std::string& what, const std::string& by) const {
+    const std::string run = Make();
+    std::string text = support::ReadFile(run + "/samples.jsonl");
+    const size_t at = text.find(what);
+    EXPECT_NE(at, text.npos) << text;
+    support::WriteFile(run + "/samples.jsonl", text.replace(at, what.size(), by));
+    return Look(run);
+  }
+
+  MadeFleet fleet_;
+  std::vector<SampleRecord> planned_;
+};
+
+TEST_F(LookAt, CountsWhatWasDone) {
+  const AttemptFound found = Look(Make());
+  EXPECT_EQ(found.fault, "");
+  EXPECT_EQ(found.done, 3U);
+  EXPECT_EQ(found.notDone, 0U);
+  EXPECT_EQ(found.samples.size(), 3U);
+}
+
+TEST_F(LookAt, TellsWhatWasTriedFromWhatWasNot) {
+  const AttemptFound found = Look(Make("A.F"));
+  EXPECT_EQ(found.fault, "");
+  EXPECT_EQ(found.done, 0U);
+  EXPECT_EQ(found.notDone, 2U);
+}
+
+TEST_F(LookAt, RefusesWhatIsNoRun) {
+  EXPECT_THAT(Look(fleet_.Path("none")).fault, HasSubstr("samples.jsonl"));
+  const std::string run = Make();
+  support::WriteFile(run + "/samples.jsonl", "{\n");
+  EXPECT_THAT(Look(run).fault, HasSubstr("samples.jsonl"));
+}
+
+TEST_F(LookAt, RefusesOneWithoutAllInferences) {
+  const std::string run = Make();
+  std::string text = support::ReadFile(run + "/samples.jsonl");
+  text.pop_back();
+  support::WriteFile(run + "/samples.jsonl", text.substr(0, text.rfind('\n') + 1));
+  EXPECT_EQ(Look(run).fault, "it has 2 of 3 inferences");
+}
+
+TEST_F(LookAt, RefusesOneOfOtherInputs) {
+  const std::string hash = *planned_[1].inputs[0].file.xxh3;
+  EXPECT_EQ(LookChanged("\"" + hash + "\"", "\"" + std::string(32, '0') + "\"").fault,
+            "inference 4 was made of other inputs");
+  EXPECT_EQ(LookChanged("\"index\":2,\"status\"", "\"index\":7,\"status\"").fault,
+            "inference 5 was made of other inputs");
+}
+
+TEST_F(LookAt, RefusesOneWhoseOutputsChanged) {
+  const std::string run = Make();
+  support::WriteFile(run + "/dumps/1/same.0.17.bin", "yyyz");
+  EXPECT_EQ(Look(run).fault, "inference 4 output 'dumps/1/same.0.17.bin' has changed");
+  EXPECT_EQ(Look(run, false).fault, "");  // who does not read them goes by what was noted
+  fs::remove(run + "/dumps/1/same.0.17.bin");
+  EXPECT_NE(Look(run).fault, "");
+}
+
+TEST_F(LookAt, RefusesOneWithFewerOutputsThanTheModelHas) {
+  const std::string run = Make();
+  EXPECT_EQ(LookAtAttempt(run, planned_, 2, true).fault, "inference 3 has 1 of 2 outputs");
+}
+
+// A board's word for where a file is leads nowhere else.
+TEST_F(LookAt, RefusesOutputsThatLieElsewhere) {
+  const std::string run = Make();
+  support::WriteFile(run + "/elsewhere/same.0.17.bin", "xxxx");
+  for (const char* path : {"dumps/../elsewhere/same.0.17.bin", "elsewhere/same.0.17.bin",
+                           "dumps/0/../../elsewhere/same.0.17.bin"}) {
+    EXPECT_THAT(LookChanged("dumps/0/same.0.17.bin", path).fault, HasSubstr("has changed")) << path;
+  }
+}
+
+TEST(InferencesOf, AreThoseOfTheChunk) {
+  const MadeFleet fleet(7, 3);
+  EXPECT_THAT(InferencesOf(fleet.Plan(), 1), ElementsAre(3, 4, 5));
+  EXPECT_THAT(InferencesOf(fleet.Plan(), 2), ElementsAre(6));
+}
+
+TEST(OutputsHashTest, IsOfContentsAndNotOfNames) {
+  const MadeFleet fleet(2, 2);
+  const std::vector<SampleRecord> samples{fleet.WholeRecord(0, 'x'), fleet.WholeRecord(1, 'y')};
+  std::vector<SampleRecord> other = samples;
+  other[0].outputs[0].path = "dumps/0/same.0.99.bin";
+  other[0].outputs[0].name = "other";
+  other[1].index = 77;
+  EXPECT_EQ(OutputsHash(other), OutputsHash(samples));
+  for (const auto& changed : {std::vector{fleet.WholeRecord(0, 'x'), fleet.WholeRecord(1, 'z')},
+                              std::vector{fleet.WholeRecord(0, 'y'), fleet.WholeRecord(1, 'x')},
+                              std::vector{fleet.WholeRecord(0, 'x')}}) {
+    EXPECT_NE(OutputsHash(changed), OutputsHash(samples));
+  }
+  other = samples;
+  other[0].outputs[0].sizeBytes = 5;
+  EXPECT_NE(OutputsHash(other), OutputsHash(samples));
+  other = samples;
+  other[0].status = vorn::kit::SampleStatus::kAside;
+  EXPECT_NE(OutputsHash(other), OutputsHash(samples));
+  // What a sample that is not done may have left counts for nothing.
+  other[0].outputs.clear();
+  std::vector<SampleRecord> failed = other;
+  failed[0].status = vorn::kit::SampleStatus::kFailed;
+  EXPECT_EQ(OutputsHash(failed), OutputsHash(other));
+}
+
+}  // namespace
