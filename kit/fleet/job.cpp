@@ -32,8 +32,12 @@ uint64_t TakeNumber(const std::string& folder) {
   }
   while (++number < kMostAttempts) {
     const std::string part = folder + "/" + std::to_string(number) + std::string(kPart);
-    if (mkdir(part.c_str(), 0777) == 0) return number;
-    if (errno != EEXIST) {
+    if (mkdir(part.c_str(), 0777) == 0) {
+      // Whoever had the number may have ended since the names were read.
+      const std::string name = part.substr(0, part.size() - kPart.size());
+      if (!IsTaken(name) && !IsTaken(name + kSaid)) return number;
+      (void)rmdir(part.c_str());
+    } else if (errno != EEXIST) {
       throw Fault(ExitStatus::kLimit, "cannot make " + Quoted(part) + ": " + SystemReason(errno));
     }
   }

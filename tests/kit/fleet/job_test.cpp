@@ -212,8 +212,8 @@ TEST_F(Attempt, IsNumberedBehindAllThatWereMade) {
 }
 
 TEST_F(Attempt, HasANumberOfItsOwnWhoeverElseMakesOne) {
-  constexpr int kProcesses = 3;
-  constexpr int kEach = 10;
+  constexpr int kProcesses = 4;
+  constexpr int kEach = 100;
   std::vector<pid_t> children;
   for (int i = 0; i < kProcesses; ++i) {
     const pid_t child = fork();
