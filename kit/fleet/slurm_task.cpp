@@ -98,7 +98,7 @@ class SlurmTask {
   }
 
   static std::string NodeOf() {
-    const std::string node = FromEnvironment("SLURMD_NODENAME");
+    std::string node = FromEnvironment("SLURMD_NODENAME");
     const bool isFit = !node.empty() && node[0] != '.' && node.find('/') == std::string::npos;
     if (isFit) return node;
     throw Fault(ExitStatus::kUsage, "SLURMD_NODENAME is " + Quoted(node) +
