@@ -20,6 +20,7 @@
 #include "kit/fleet/fleet_plan.h"
 #include "kit/fleet/fleet_state.h"
 #include "kit/fleet/journal.h"
+#include "kit/fleet/make_plan.h"
 #include "kit/fleet/ssh_board.h"
 #include "kit/fleet/tools.h"
 #include "kit/json/json.h"
@@ -648,6 +649,59 @@ TEST_F(FleetOnBoards, HaveAConfigurationOfTheirOwn) {
     EXPECT_EQ(facts.configuration.value().xxh3,
               vorn::kit::Xxh3Of(board == std::string("b1") ? "{}" : "{ }"));
   }
+}
+
+TEST_F(FleetOnBoards, FindWhatTheConfigurationNames) {
+  Samples("ab");
+  support::WriteFile(Path("vorn.json"), R"({"ranges": "x/it's a \"file\".json"})");
+  support::WriteFile(Path("x/it's a \"file\".json"), "what it names");
+  Outcome outcome = Plan({"--chunk", "2", "--cross-check", "0"});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  StartWithTools(1);
+  outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  const auto files = vorn::kit::ReadRun(Path("fleet/chunks/0/1")).configurationFiles.value();
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_EQ(files[0].path, "x/it's a \"file\".json");
+  EXPECT_EQ(files[0].xxh3, vorn::kit::Xxh3Of("what it names"));
+}
+
+// ---- Plans --------------------------------------------------------------------------------------
+
+TEST_F(Fleet, PlansByWhatItMeasures) {
+  Samples("abc");
+  const Outcome outcome = Plan({"--cross-check", "2"});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  const FleetPlan plan = ReadPlan();
+  ASSERT_TRUE(plan.cost);
+  EXPECT_GT(plan.cost->sampleNs, 0U);
+  EXPECT_EQ(plan.crossCheck, (std::vector<uint64_t>{0, 1}));
+  EXPECT_EQ(plan.chunks.at(0).inferences, ChunkFor(*plan.cost, 3));
+  EXPECT_FALSE(fs::exists(Path("fleet/journal")));
+  EXPECT_FALSE(fs::exists(Path("fleet/cross")));
+  ExpectWhatTheSchemasSay();
+}
+
+TEST_F(Fleet, PlansNothingThatCannotBeRun) {
+  Samples("abc");
+  const auto refuses = [&](int status, const std::string& why) {
+    const Outcome outcome = Plan();
+    EXPECT_EQ(outcome.status, status) << outcome.Describe();
+    EXPECT_THAT(outcome.err, HasSubstr(why));
+    EXPECT_FALSE(fs::exists(Path("fleet/plan.json")));
+  };
+  fs::remove(Path("in/1.bin"));
+  refuses(3, "in/1.bin");
+  support::WriteFile(Path("in/1.bin"), "too short");
+  refuses(3, "in/1.bin");
+  support::WriteFile(Path("list.txt"), "");
+  refuses(3, "list.txt");
+  Samples("abc");
+  support::WriteFile(Path("fleet/mine"), "");
+  refuses(2, "is not empty; name another folder with -o");
+  fs::remove(Path("fleet/mine"));
+  EXPECT_EQ(Plan().status, 0);
 }
 
 // ---- What is refused ----------------------------------------------------------------------------
