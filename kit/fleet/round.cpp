@@ -325,16 +325,14 @@ std::string TicketsFor(const std::vector<Board>& boards, size_t chunks) {
 
 std::vector<std::string> RoundCommand(const std::vector<Board>& boards) {
   // The command is a text for a shell, so that what it is about comes by the environment.
-  return {"parallel",
-          "--plain",
-          "--will-cite",
-          "--ungroup",
-          "--jobs",
-          std::to_string(SlotsOf(boards).size()),
-          "--termseq",
-          "TERM,30000,KILL,1000",
-          "exec \"$VORN_FLEET_PROGRAM\" ticket \"$VORN_FLEET_FOLDER\" --place {%} "
-          "--sockets \"$VORN_FLEET_SOCKETS\" # {}"};
+  constexpr const char* kTicket =
+      "exec \"$VORN_FLEET_PROGRAM\" ticket \"$VORN_FLEET_FOLDER\" --place {%} "
+      "--sockets \"$VORN_FLEET_SOCKETS\" # {}";
+  return {"parallel",    "--plain",
+          "--will-cite", "--ungroup",
+          "--jobs",      std::to_string(SlotsOf(boards).size()),
+          "--termseq",   "TERM,30000,KILL,1000",
+          kTicket};
 }
 
 ExitStatus RunTicket(const TicketRequest& request) {
