@@ -54,6 +54,13 @@ OwnedFile Open(const std::string& path, int flags) {
   throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
 }
 
+OwnedFile OpenInput(const ChildRequest& request) {
+  OwnedFile file = Open(request.inputFile, O_RDONLY);
+  if (lseek(file.Get(), static_cast<off_t>(request.inputFrom), SEEK_SET) >= 0) return file;
+  throw Fault(ExitStatus::kLimit,
+              "cannot read " + Quoted(request.inputFile) + ": " + SystemReason(errno));
+}
+
 // A pipe that breaks is told by what write returns.
 class BrokenPipesIgnored {
  public:
@@ -77,7 +84,7 @@ class Feed {
   Feed(const ChildRequest& request, int pipe) : request_(request), pipe_(pipe) {
     fcntl(pipe, F_SETFL, O_NONBLOCK);
     waiting_ = request.input;
-    if (!request.inputFile.empty()) file_.emplace(Open(request.inputFile, O_RDONLY));
+    if (!request.inputFile.empty()) file_.emplace(OpenInput(request));
   }
 
   // Returns whether there is more that the child did not take yet.
@@ -164,7 +171,7 @@ ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
   std::array<int, 2> pipe{-1, -1};
   OwnedFile read;
   if (request.input.empty() && !request.inputFile.empty() && !request.isKeptAlive) {
-    read = Open(request.inputFile, O_RDONLY);  // as fast as the child reads it
+    read = OpenInput(request);  // as fast as the child reads it
   } else if (pipe2(pipe.data(), O_CLOEXEC) == 0) {
     read = OwnedFile(pipe[0]);
   } else {

@@ -18,6 +18,7 @@ struct ChildRequest {
   std::string folder{};              ///< in which it runs; empty: where this process does
   std::string input;                 ///< comes on its standard input first
   std::string inputFile;             ///< then this file, if one is named
+  uint64_t inputFrom = 0;            ///< from this byte of it on
   /// Then a line end every five seconds until it ends, so that it sees that somebody is there.
   bool isKeptAlive = false;
   std::string out;  ///< a file, made anew

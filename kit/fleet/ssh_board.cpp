@@ -26,29 +26,40 @@ constexpr std::chrono::minutes kToFetch{60};
 constexpr uint64_t kMostLookBytes = 64 << 20;
 constexpr const char* kLifelineS = "60";
 
-// WORK TOOLS; on its input a line a file. Says what the board is and what it lacks, and removes
-// what jobs left that are gone.
+// Stands before the run directory on standard output: a login may have said something by then.
+constexpr std::string_view kMark = "vorn-fleet: the run directory\n";
+constexpr uint64_t kMostBeforeMark = 1 << 20;
+
+// WORK BOARD; on its input a line a file. Says what the board is and what it lacks, and removes
+// what jobs of it left that are gone. Other boards may have the same folder, as a home that a
+// server has for all of them: of their jobs nobody here knows whether they run.
 constexpr const char* kLook = R"sh(umask 077
+unset CDPATH
 mkdir -p -- "$1/files" "$1/tools" "$1/jobs" "$1/cache" && cd -- "$1" || exit 3
+boot=$(cat /proc/sys/kernel/random/boot_id 2>/dev/null)
 printf "host %s\n" "$(uname -n)"
 printf "machine %s\n" "$(cat /etc/machine-id 2>/dev/null)"
-printf "boot %s\n" "$(cat /proc/sys/kernel/random/boot_id 2>/dev/null)"
-for left in jobs/*.* in.*; do
-  [ -d "$left" ] && { kill -0 "${left##*.}" 2>/dev/null || rm -rf -- "$left"; }
+printf "boot %s\n" "$boot"
+for left in jobs/"$2"=* in."$2"=*; do
+  [ -d "$left" ] || continue
+  case $left in *".$boot."*) kill -0 "${left##*.}" 2>/dev/null && continue ;; esac
+  rm -rf -- "$left"
 done
-[ -s "tools/$2/vorn-launch" ] || echo "lacks tools"
 while IFS= read -r file; do
-  [ -s "files/$file" ] || printf "lacks %s\n" "$file"
+  [ -s "$file" ] || printf "lacks %s\n" "$file"
 done
 exit 0
 )sh";
 
-// WORK; on its input an archive of files/ and tools/. What is there appears whole.
+// WORK BOARD; on its input an archive of files/ and tools/. What is there appears whole, and
+// nothing that somebody may be at is away for a moment.
 constexpr const char* kReceive = R"sh(umask 077
+unset CDPATH
 cd -- "$1" || exit 3
-in=in.$$
+in=in.$2=.$(cat /proc/sys/kernel/random/boot_id 2>/dev/null).$$
+mkdir "$in" || exit 7
 trap "rm -rf -- $in" EXIT
-mkdir "$in" && tar -xf - -C "$in" || exit 7
+tar -xf - -C "$in" || exit 7
 for part in "$in"/files/*; do
   [ -d "$part" ] || continue
   mkdir -p "files/${part##*/}" && mv -f "$part"/* "files/${part##*/}/" || exit 7
@@ -56,19 +67,21 @@ done
 for tools in "$in"/tools/*; do
   [ -d "$tools" ] || continue
   to=tools/${tools##*/}
-  [ -s "$to/vorn-launch" ] || { rm -rf -- "$to"; mv "$tools" "$to"; } || exit 7
+  mkdir -p "$to" && mv -f "$tools"/* "$to/" || exit 7
 done
 exit 0
 )sh";
 
-// WORK ID [PATH FILE]... -- WORD...; on its input the list, an empty line, and then whatever keeps
-// it alive. The words are those of env: settings, the program, its own words. The run directory
-// goes to standard output.
+// WORK BOARD ID MARK [PATH FILE]... -- WORD...; on its input the list, an empty line, and then
+// whatever keeps it alive. The words are those of env: settings, the program, its own words. The
+// run directory goes to standard output.
 constexpr const char* kRun = R"sh(umask 077
+unset CDPATH
 cd -- "$1" || exit 3
 top=$(pwd -P)
-job=$top/jobs/$2.$$
-shift 2
+job=$top/jobs/$2=$3.$(cat /proc/sys/kernel/random/boot_id 2>/dev/null).$$
+mark=$4
+shift 4
 mkdir -- "$job" && cd -- "$job" || exit 7
 trap "cd / && rm -rf -- \"\$job\"" EXIT
 trap "exit 8" HUP INT TERM PIPE
@@ -83,12 +96,14 @@ export XDG_CACHE_HOME
 env "$@" >&2
 status=$?
 [ -e run/run.json ] || exit "$status"
+printf "%s\n" "$mark"
 tar -cf - run || exit 7
 exit "$status"
 )sh";
 
 // WORK; on its input a line a file.
-constexpr const char* kForget = R"sh(cd -- "$1/files" || exit 3
+constexpr const char* kForget = R"sh(unset CDPATH
+cd -- "$1/files" || exit 3
 while IFS= read -r file; do rm -f -- "$file"; done
 exit 0
 )sh";
@@ -131,6 +146,14 @@ void TakeAnswer(const std::string& line, const std::string& key, std::string& va
   if (line.starts_with(key + " ")) value = PrintableExcerpt(line.substr(key.size() + 1));
 }
 
+std::string FileInWork(const std::string& hash) { return "files/" + PlaceOnBoard(hash); }
+
+// Where the run directory begins in what came from the board; 0: none came.
+uint64_t FindRun(const std::string& file) {
+  const size_t at = ReadFrom(file, 0, kMostBeforeMark).find(kMark);
+  return at == std::string::npos ? 0 : at + kMark.size();
+}
+
 // Links to the files by the names that they have on the board: tar follows them.
 void LinkFiles(const std::string& folder, const std::vector<BoardFile>& files) {
   for (const BoardFile& file : files) {
@@ -170,7 +193,9 @@ std::vector<std::string> SshBoard::Ssh(const std::string& script,
   // Of options that are given twice ssh takes the first.
   command.insert(command.end(), board_.ssh.begin(), board_.ssh.end());
   for (const char* option : {"BatchMode=yes", "ConnectTimeout=15", "ServerAliveInterval=15",
-                             "ServerAliveCountMax=4", "ControlMaster=auto", "ControlPersist=60"}) {
+                             "ServerAliveCountMax=4", "ControlMaster=auto", "ControlPersist=60",
+                             // What a person has for a terminal of the board's.
+                             "RemoteCommand=none", "PermitLocalCommand=no"}) {
     command.insert(command.end(), {"-o", option});
   }
   command.insert(command.end(), {"-o", "ControlPath=" + sockets_ + "/%C-" + std::to_string(slot_)});
@@ -202,11 +227,16 @@ BoardEnd SshBoard::Run(const BoardWork& work) {
 bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>& missing,
                     bool& areToolsMissing) {
   std::string needed;
+  const std::string tools = "tools/" + tools_.id + "/";
+  for (const std::string& name : tools_.files) {
+    // One without a byte looks as one that a loss of power left, and is nothing to run.
+    if (SizeOfFile(tools_.folder + "/" + name) > 0) needed += tools + name + "\n";
+  }
   std::set<std::string> hashes;
   for (const BoardFile& file : work.files) {
-    if (hashes.insert(file.hash).second) needed += PlaceOnBoard(file.hash) + "\n";
+    if (hashes.insert(file.hash).second) needed += FileInWork(file.hash) + "\n";
   }
-  const ChildRequest request{.command = Ssh(kLook, {board_.work, tools_.id}),
+  const ChildRequest request{.command = Ssh(kLook, {board_.work, board_.name}),
                              .input = needed,
                              .inputFile = {},
                              .isKeptAlive = false,
@@ -240,12 +270,12 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
     TakeAnswer(line, "host", end.host);
     TakeAnswer(line, "machine", end.machineId);
     TakeAnswer(line, "boot", end.bootId);
-    if (line == "lacks tools") areToolsMissing = true;
+    if (line.starts_with("lacks " + tools)) areToolsMissing = true;
     if (line.starts_with("lacks ")) lacking.insert(line.substr(sizeof "lacks " - 1));
     at = stop + 1;
   }
   for (const BoardFile& file : work.files) {
-    if (lacking.erase(PlaceOnBoard(file.hash)) != 0) missing.push_back(file);
+    if (lacking.erase(FileInWork(file.hash)) != 0) missing.push_back(file);
   }
   return true;
 }
@@ -279,7 +309,7 @@ bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing
   if (!packed.IsDone()) {
     throw Fault(ExitStatus::kInput, "the files for the boards cannot be packed" + Said(pack.err));
   }
-  const ChildRequest send{.command = Ssh(kReceive, {board_.work}),
+  const ChildRequest send{.command = Ssh(kReceive, {board_.work, board_.name}),
                           .input = {},
                           .inputFile = pack.out,
                           .isKeptAlive = false,
@@ -299,7 +329,8 @@ bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing
 }
 
 bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
-  std::vector<std::string> words{board_.work, work.id};
+  std::vector<std::string> words{board_.work, board_.name, work.id,
+                                 std::string(kMark.substr(0, kMark.size() - 1))};
   for (const auto& [path, hash] : work.links) {
     words.insert(words.end(), {path, PlaceOnBoard(hash)});
   }
@@ -336,11 +367,12 @@ bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
   const ChildEnd child = RunChild(request, signals_);
   end.phases["launch"] = Ns(child);
   end.wasStopped = child.wasStopped;
-  end.fetchedBytes = SizeOfFile(request.out);
+  runAt_ = FindRun(request.out);
+  end.fetchedBytes = SizeOfFile(request.out) - runAt_;
   if (child.wasStopped) return false;
   const bool isLost = child.wasLate || !child.status || child.status == kSshFailed;
-  end.hasRun = !isLost && end.fetchedBytes > 0;
-  if (child.status == 0 && !isLost) return true;
+  end.hasRun = !isLost && runAt_ > 0 && end.fetchedBytes > 0;
+  if (child.status == 0 && end.hasRun) return true;
   end.blame = isLost || end.hasRun ? Blame::kUnknown : Blame::kBoard;
   end.reason = (isLost ? "the board was lost on the way: ssh " : "the launch ") +
                DescribeChildEnd(child) + Said(request.err);
@@ -348,10 +380,11 @@ bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
 }
 
 bool SshBoard::Fetch(const BoardWork& work, BoardEnd& end) {
-  const ChildRequest unpack{.command = {"tar", "-xf", work.folder + "/run.tar", "-C", work.folder,
-                                        "--no-same-owner", "--no-same-permissions", "run"},
+  const ChildRequest unpack{.command = {"tar", "-xf", "-", "-C", work.folder, "--no-same-owner",
+                                        "--no-same-permissions", "run"},
                             .input = {},
-                            .inputFile = {},
+                            .inputFile = work.folder + "/run.tar",
+                            .inputFrom = runAt_,
                             .isKeptAlive = false,
                             .out = work.folder + "/fetch.out",
                             .err = work.folder + "/fetch.err",

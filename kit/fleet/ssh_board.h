@@ -5,7 +5,8 @@
 //     WORK/tools/ID/        programs and layer, by the hash of all of them
 //     WORK/files/HH/HASH    models, configurations, inputs by their hashes, HH being the first two
 //                           digits; what is there is not sent again
-//     WORK/jobs/ID.PID/     an attempt, as long as its shell runs
+//     WORK/jobs/BOARD=ID.BOOT.PID/
+//                           an attempt, as long as its shell runs
 //     WORK/cache/           what runs there keeps
 //
 // Nothing of a name is left to a shell's mercy: scripts get theirs as quoted words, and lists as
@@ -105,6 +106,7 @@ class SshBoard {
   uint64_t slot_;
   std::string sockets_;
   std::string lock_;
+  uint64_t runAt_ = 0;  // in what came from the board
   StopSignals& signals_;
 };
 

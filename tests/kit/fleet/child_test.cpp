@@ -145,6 +145,18 @@ TEST_F(Child, HasAFileAloneForItsStandardInput) {
   EXPECT_EQ(Out(), Path("in") + "\n");
 }
 
+TEST_F(Child, ReadsAFileFromSomeByteOn) {
+  support::WriteFile(Path("input"), "Welcome\nto all\n");
+  ChildRequest request = Request({"cat"});
+  request.inputFile = Path("input");
+  request.inputFrom = 8;
+  EXPECT_TRUE(Run(request).IsDone());
+  EXPECT_EQ(Out(), "to all\n");
+  request.input = "and ";
+  EXPECT_TRUE(Run(request).IsDone());
+  EXPECT_EQ(Out(), "and to all\n");
+}
+
 TEST_F(Child, ThatReadsNothingOfItsInputEndsAsItWants) {
   support::WriteFile(Path("in"), std::string(1 << 20, 'x'));
   for (const char* text : {"exit 3", "exec 0<&-; exit 3", "head -c 10 >/dev/null; exit 3"}) {

@@ -2,11 +2,24 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "support/boards.h"
 #include "support/command.h"
+#include "support/files.h"
 
 namespace {
 
+namespace fs = std::filesystem;
+
+using vorn::kit::Blame;
+using vorn::kit::Board;
+using vorn::kit::BoardEnd;
+using vorn::kit::BoardWork;
 using vorn::kit::ShellWord;
+using vorn::kit::SshBoard;
 
 // What a shell makes of a word, followed by a byte, so that line ends at its end are kept.
 std::string FromShell(const std::string& word) {
@@ -44,6 +57,134 @@ TEST(ShellWordTest, PassesAsManyShellsAsThereAre) {
 TEST(BoardFileTest, LiesByItsHash) {
   EXPECT_EQ(vorn::kit::PlaceOnBoard("0123"), "01/0123");
   EXPECT_EQ(vorn::kit::FileInJob("0123"), "../../files/01/0123");
+}
+
+// ---- A board ------------------------------------------------------------------------------------
+
+/// With a program for vorn-launch that leaves a run directory of one file.
+class SshBoardTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!support::CanHaveBoards()) GTEST_SKIP() << "there is no sshd";
+    support::WriteFile(Path("tools/vorn-launch"),
+                       "#!/bin/sh\nmkdir run\necho {} >run/run.json\necho \"$@\" >run/words\n"
+                       "sh ../../tools/*/vorn-run >&2\n");
+    support::WriteFile(Path("tools/vorn-run"), "echo it ran\n");
+    fs::permissions(Path("tools/vorn-launch"), fs::perms::owner_all);
+    fs::create_directories(Path("sockets"));
+    board_.name = "b1";
+    board_.host = "b1";
+    board_.work = Path("work");
+  }
+
+  void Start(const std::vector<std::string>& lines = {}) {
+    boards_ = std::make_unique<support::Boards>(1, lines);
+    board_.ssh = {"-F", boards_->SshConfig()};
+  }
+
+  std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
+  std::string ToolsId() { return vorn::kit::FindTools(Path("tools"), Path(""), signals_).id; }
+
+  BoardEnd Run() {
+    const std::string part = Path("part" + std::to_string(++runs_));
+    fs::create_directories(part);
+    const vorn::kit::Tools tools = vorn::kit::FindTools(Path("tools"), part, signals_);
+    SshBoard board(board_, tools, 1, Path("sockets"), Path("lock"), signals_);
+    BoardWork work;
+    work.id = "0123-4-1";
+    work.folder = part;
+    BoardEnd end = board.Run(work);
+    said_ = fs::exists(part + "/run.err") ? support::ReadFile(part + "/run.err") : "";
+    hasRunFolder_ = fs::exists(part + "/run/words");
+    board.Close(part);
+    return end;
+  }
+
+  void ExpectToRun() {
+    const BoardEnd end = Run();
+    EXPECT_TRUE(end.hasRun);
+    EXPECT_TRUE(hasRunFolder_);
+    EXPECT_EQ(end.reason, "");
+    EXPECT_NE(said_.find("it ran\n"), std::string::npos) << said_;
+    EXPECT_NE(end.bootId, "");
+  }
+
+  Board board_;
+  support::TempDir folder_;
+  std::unique_ptr<support::Boards> boards_;
+  vorn::kit::StopSignals signals_;
+  std::string said_;
+  bool hasRunFolder_ = false;
+  int runs_ = 0;
+};
+
+TEST_F(SshBoardTest, RunsAndFetches) {
+  Start();
+  ExpectToRun();
+  EXPECT_TRUE(fs::is_empty(Path("work/jobs")));
+}
+
+// As a home does that all boards have from one server: what runs there is known to nobody else.
+TEST_F(SshBoardTest, LeavesJobsOfOtherBoardsAlone) {
+  Start();
+  const std::string none = ".00000000-0000-0000-0000-000000000000.";
+  const std::string nobody = "4194999";  // beyond the numbers of processes
+  for (const std::string& left :
+       std::vector<std::string>{"jobs/b1=x" + none + nobody, "jobs/b2=x" + none + nobody,
+                                "in.b1=" + none + nobody, "in.b2=" + none + nobody}) {
+    fs::create_directories(Path("work/" + left));
+  }
+  ExpectToRun();
+  EXPECT_FALSE(fs::exists(Path("work/jobs/b1=x" + none + nobody)));
+  EXPECT_TRUE(fs::exists(Path("work/jobs/b2=x" + none + nobody)));
+  EXPECT_FALSE(fs::exists(Path("work/in.b1=" + none + nobody)));
+  EXPECT_TRUE(fs::exists(Path("work/in.b2=" + none + nobody)));
+}
+
+// As a loss of power leaves files that were written just before it.
+TEST_F(SshBoardTest, IsSentToolsAgainOfWhichOneIsEmpty) {
+  Start();
+  ExpectToRun();
+  support::WriteFile(Path("work/tools/" + ToolsId() + "/vorn-run"), "");
+  ExpectToRun();
+  fs::remove(Path("work/tools/" + ToolsId() + "/vorn-launch"));
+  ExpectToRun();
+}
+
+TEST_F(SshBoardTest, MayHaveALoginThatTalks) {
+  Start({"ForceCommand echo Welcome; echo; eval \"$SSH_ORIGINAL_COMMAND\""});
+  ExpectToRun();
+}
+
+TEST_F(SshBoardTest, MayHaveALoginThatTalksWhereTheLaunchFails) {
+  support::WriteFile(Path("tools/vorn-launch"), "#!/bin/sh\necho no device >&2\nexit 5\n");
+  fs::permissions(Path("tools/vorn-launch"), fs::perms::owner_all);
+  Start({"ForceCommand echo Welcome; eval \"$SSH_ORIGINAL_COMMAND\""});
+  const BoardEnd end = Run();
+  EXPECT_FALSE(end.hasRun);
+  EXPECT_EQ(end.blame, Blame::kBoard);
+  EXPECT_EQ(end.reason, "the launch ended with status 5; it said: no device");
+}
+
+TEST_F(SshBoardTest, MayBeOneThatAPersonHasACommandFor) {
+  Start();
+  const std::string config = support::ReadFile(boards_->SshConfig());
+  support::WriteFile(Path("config"),
+                     "Host b1\n  RemoteCommand echo hello\n  RequestTTY force\n"
+                     "  PermitLocalCommand yes\n  LocalCommand echo connected\n" +
+                         config);
+  board_.ssh = {"-F", Path("config")};
+  ExpectToRun();
+}
+
+// By which a cd goes elsewhere, and says so.
+TEST_F(SshBoardTest, MayHaveAPathForFolders) {
+  fs::create_directories(Path("other/work"));
+  Start({"ForceCommand cd " + folder_.Path().string() + "; export CDPATH=" + Path("other") +
+         "; eval \"$SSH_ORIGINAL_COMMAND\""});
+  board_.work = "work";
+  ExpectToRun();
+  EXPECT_TRUE(fs::is_empty(Path("other/work")));
 }
 
 }  // namespace
