@@ -51,7 +51,13 @@ class Verifier {
         isAgain_(isAgain),
         console_(console),
         journal_(fleet, "control") {
-    ReadJournals(fleet, [&](const JournalRecord& record) { TakeKnown(record); });
+    uint64_t lastNs = 0;
+    ReadJournals(fleet, [&](const JournalRecord& record) {
+      lastNs = std::max(lastNs, record.realtimeNs);
+      TakeKnown(record);
+    });
+    // What it says is the last word, whatever the clock was when the others spoke.
+    journal_.Shift(ShiftBehind(lastNs, RealtimeNs()));
   }
 
   void Run() {

@@ -106,6 +106,7 @@ uint64_t FleetState::Done() const {
 
 void TakeRecord(const JournalRecord& record, const FleetPlan& plan, FleetState& state) {
   state.chunks.resize(plan.chunks.size());
+  state.lastNs = std::max(state.lastNs, record.realtimeNs);
   if (!record.board.empty()) TakeForBoard(record, state.boards[record.board]);
   if (!record.chunk || *record.chunk >= state.chunks.size()) return;
   ChunkState& chunk = state.chunks[*record.chunk];
@@ -151,14 +152,8 @@ void Settle(const FleetPlan& plan, FleetState& state) {
 
 FleetState ReadFleetState(const std::string& fleet, const FleetPlan& plan) {
   FleetState state;
-  // What one writer began another one may have ended.
-  std::vector<JournalRecord> records;
   state.unreadableLines =
-      ReadJournals(fleet, [&](const JournalRecord& record) { records.push_back(record); });
-  std::stable_sort(records.begin(), records.end(), [](const auto& one, const auto& other) {
-    return one.realtimeNs < other.realtimeNs;
-  });
-  for (const JournalRecord& record : records) TakeRecord(record, plan, state);
+      ReadJournals(fleet, [&](const JournalRecord& record) { TakeRecord(record, plan, state); });
   Settle(plan, state);
   return state;
 }

@@ -62,6 +62,7 @@ struct FleetState {
   std::vector<ChunkState> chunks;
   std::map<std::string, BoardState> boards;
   uint64_t unreadableLines = 0;  ///< of journals
+  uint64_t lastNs = 0;           ///< the latest time of all records
 
   [[nodiscard]] uint64_t CountOf(ChunkStatus status) const;
   /// Inferences that are there.

@@ -125,8 +125,14 @@ std::optional<JournalRecord> JournalFromLine(std::string_view line) {
 Journal::Journal(const std::string& fleet, const std::string& name) : file_(PathOf(fleet, name)) {}
 
 void Journal::Note(const JournalRecord& record) {
-  file_.Append(ToLine(record));
+  JournalRecord shifted = record;
+  shifted.realtimeNs += shiftNs_;
+  file_.Append(ToLine(shifted));
   file_.Sync();
+}
+
+uint64_t ShiftBehind(uint64_t lastNs, uint64_t nowNs) {
+  return lastNs < nowNs ? 0 : lastNs - nowNs + 1;
 }
 
 uint64_t ReadJournals(const std::string& fleet,

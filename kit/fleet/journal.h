@@ -78,11 +78,16 @@ class Journal {
   /// Note.
   Journal(const std::string& fleet, const std::string& name);
 
+  /// From here on all that is noted is that much later: of a clock that was put back since others
+  /// noted what comes first.
+  void Shift(uint64_t ns) { shiftNs_ = ns; }
+
   /// Outlasts a loss of power once it returns.
   void Note(const JournalRecord& record);
 
  private:
   LineFile file_;
+  uint64_t shiftNs_ = 0;
 };
 
 /// All records of all writers in the order of their times, and those of a writer in the order in
@@ -90,6 +95,10 @@ class Journal {
 /// that is not there is an empty one. Throws a Fault of kInput for a file that cannot be read.
 uint64_t ReadJournals(const std::string& fleet,
                       const std::function<void(const JournalRecord& record)>& take);
+
+/// What a journal is to be shifted by, so that what is noted now comes behind all that is there,
+/// whose last time is `lastNs`: 0 but where the clock was put back.
+[[nodiscard]] uint64_t ShiftBehind(uint64_t lastNs, uint64_t nowNs);
 
 }  // namespace vorn::kit
 

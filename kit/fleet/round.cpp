@@ -99,7 +99,9 @@ class Ticket {
         journal_(fleet_, "board-" + board_.name + "-" + std::to_string(slot_.slot)),
         tools_(FindTools(board_.tools, RoundOf(fleet_), signals_)),
         ssh_(board_, tools_, slot_.slot, request.sockets, BoardFileOf(fleet_, board_, "lock"),
-             signals_) {}
+             signals_) {
+    for (const uint64_t ns : NumbersIn(RoundOf(fleet_) + "/shift")) journal_.Shift(ns);
+  }
 
   void Run() {
     if (IsThere(RoundOf(fleet_) + "/over")) return;
@@ -314,6 +316,7 @@ void PrepareRound(const std::string& fleet, const FleetState& state, std::vector
   }
   WriteWholeFile(round + "/boards.json", ToJson(boards));
   WriteWholeFile(round + "/chunks.txt", LinesOf(chunks));
+  WriteWholeFile(round + "/shift", LinesOf({ShiftBehind(state.lastNs, RealtimeNs())}));
 }
 
 std::string TicketsFor(const std::vector<Board>& boards, size_t chunks) {

@@ -7,6 +7,7 @@
 //
 //     boards.json     the boards, their paths made absolute
 //     chunks.txt      a line a chunk
+//     shift           nanoseconds that journals are shifted by: see Journal
 //     claims/C        chunk C was taken
 //     boards/NAME.*   failed: chunks, a line each; row: a byte a failure since the last success;
 //                     times: nanoseconds an inference, a line a success; checked, aside: are there

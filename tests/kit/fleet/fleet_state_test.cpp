@@ -324,6 +324,47 @@ TEST_F(State, IsThatOfTheLastWordWhoeverSaidIt) {
   EXPECT_TRUE(ReadFleetState(folder.Path(), plan_).boards["b1"].isAside);
 }
 
+// Its records come as it noted them, and not as its clock has it.
+TEST_F(State, IsThatOfTheLastWordOfAWriterWhoseClockWasPutBack) {
+  const support::TempDir folder;
+  JournalRecord record;
+  record.event = JournalEvent::kBegin;
+  record.board = "b1";
+  record.chunk = 0;
+  record.attempt = 1;
+  record.realtimeNs = 9;
+  Journal journal(folder.Path(), "board-b1-1");
+  journal.Note(record);
+  record.event = JournalEvent::kEnd;
+  record.outcome = AttemptOutcome::kFailed;
+  record.realtimeNs = 3;
+  journal.Note(record);
+  const FleetState state = ReadFleetState(folder.Path(), plan_);
+  EXPECT_THAT(state.chunks.at(0).running, IsEmpty());
+  EXPECT_EQ(state.lastNs, 9U);
+}
+
+// A board that was put aside before the clock was put back has another chance all the same.
+TEST_F(State, IsThatOfTheLastWordWhereItIsShiftedBehindTheOthers) {
+  const support::TempDir folder;
+  JournalRecord aside;
+  aside.event = JournalEvent::kAside;
+  aside.board = "b1";
+  aside.realtimeNs = 1000;
+  Journal(folder.Path(), "board-b1-1").Note(aside);
+  JournalRecord back = aside;
+  back.event = JournalEvent::kBack;
+  back.realtimeNs = 20;
+  Journal control(folder.Path(), "control");
+  control.Shift(vorn::kit::ShiftBehind(1000, 20));
+  control.Note(back);
+  const FleetState state = ReadFleetState(folder.Path(), plan_);
+  EXPECT_FALSE(state.boards.at("b1").isAside);
+  EXPECT_EQ(state.lastNs, 1001U);
+  EXPECT_EQ(vorn::kit::ShiftBehind(1000, 1000), 1U);
+  EXPECT_EQ(vorn::kit::ShiftBehind(1000, 1001), 0U);
+}
+
 TEST_F(State, CountsLinesThatAreTorn) {
   const support::TempDir folder;
   support::WriteFile(folder.Path() / "journal/b.jsonl", "{\"event\":\"beg\n");
