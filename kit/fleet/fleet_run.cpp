@@ -230,7 +230,10 @@ class FleetRun {
       RunRound(state);
       state = ReadFleetState(fleet_, plan_);
       TellOfBoards(state);
-      if (EndsIn(state) == before) break;  // nobody is left that could take any of them
+      if (EndsIn(state) == before) {  // nobody is left that could take any of them
+        TellOfTickets();
+        break;
+      }
     }
     CloseConnections();
     if (signals_.Asked() != 0) console_.Say("was stopped");
@@ -354,6 +357,12 @@ class FleetRun {
       if (!board.isAside || !told_.insert(name).second) continue;
       console_.Say("board " + name + " is put aside: " + board.reason);
     }
+  }
+
+  // What this machine could not do is noted as nobody's fault.
+  void TellOfTickets() {
+    const std::string said = LastLineOf(fleet_ + "/round/parallel.err");
+    if (!said.empty() && signals_.Asked() == 0) console_.Say("the last ticket said: " + said);
   }
 
   void CloseConnections() {

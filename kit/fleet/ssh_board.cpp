@@ -154,6 +154,17 @@ uint64_t FindRun(const std::string& file) {
   return at == std::string::npos ? 0 : at + kMark.size();
 }
 
+// No board is to be blamed for what was changed here.
+void HoldToPlan(const std::vector<BoardFile>& files) {
+  for (const BoardFile& file : files) {
+    const FileIdentity now = IdentifyFile(file.path, "a file of the plan", ExitStatus::kInput);
+    if (now.xxh3.value_or("") == file.hash) continue;
+    throw Fault(ExitStatus::kInput, Quoted(file.path) +
+                                        " has changed since the plan was made; put back what it "
+                                        "was, or make another plan");
+  }
+}
+
 // Links to the files by the names that they have on the board: tar follows them.
 void LinkFiles(const std::string& folder, const std::vector<BoardFile>& files) {
   for (const BoardFile& file : files) {
@@ -282,6 +293,7 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
 
 bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing, bool areToolsSent,
                     BoardEnd& end) {
+  HoldToPlan(missing);
   const std::string folder = work.folder + "/send";
   MakeFolders(folder);
   LinkFiles(folder, missing);

@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
 #include "support/boards.h"
 #include "support/command.h"
 #include "support/files.h"
@@ -85,7 +87,7 @@ class SshBoardTest : public testing::Test {
   std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
   std::string ToolsId() { return vorn::kit::FindTools(Path("tools"), Path(""), signals_).id; }
 
-  BoardEnd Run() {
+  BoardEnd Run(std::vector<vorn::kit::BoardFile> files = {}) {
     const std::string part = Path("part" + std::to_string(++runs_));
     fs::create_directories(part);
     const vorn::kit::Tools tools = vorn::kit::FindTools(Path("tools"), part, signals_);
@@ -93,6 +95,7 @@ class SshBoardTest : public testing::Test {
     BoardWork work;
     work.id = "0123-4-1";
     work.folder = part;
+    work.files = std::move(files);
     BoardEnd end = board.Run(work);
     said_ = fs::exists(part + "/run.err") ? support::ReadFile(part + "/run.err") : "";
     hasRunFolder_ = fs::exists(part + "/run/words");
@@ -185,6 +188,25 @@ TEST_F(SshBoardTest, MayHaveAPathForFolders) {
   board_.work = "work";
   ExpectToRun();
   EXPECT_TRUE(fs::is_empty(Path("other/work")));
+}
+
+// It is no fault of the board's that a file is no more what was planned.
+TEST_F(SshBoardTest, IsSentNothingThatHasChanged) {
+  Start();
+  support::WriteFile(Path("input.bin"), "as planned");
+  const auto file =
+      vorn::kit::IdentifyFile(Path("input.bin"), "an input", vorn::kit::ExitStatus::kInput);
+  const vorn::kit::BoardFile planned{.hash = file.xxh3.value_or(""), .path = Path("input.bin")};
+  EXPECT_TRUE(Run({planned}).hasRun);
+  fs::remove_all(Path("work/files"));
+  support::WriteFile(Path("input.bin"), "by another");
+  try {
+    (void)Run({planned});
+    ADD_FAILURE() << "it was sent";
+  } catch (const vorn::kit::Fault& fault) {
+    EXPECT_EQ(fault.Status(), vorn::kit::ExitStatus::kInput);
+    EXPECT_NE(std::string(fault.what()).find("input.bin' has changed"), std::string::npos);
+  }
 }
 
 }  // namespace
