@@ -147,7 +147,6 @@ class Verifier {
       journal_.Note(record);
       ++lost_;
     }
-    if (!counts) RemoveTree(run);
   }
 
   // What nobody is at any more, and whom and what is tried again.
