@@ -25,8 +25,9 @@ struct FleetRunRequest {
 /// Throws a Fault where it cannot begin or go on; what was done by then is in the journals.
 [[nodiscard]] ExitStatus RunFleetBySsh(const FleetRunRequest& request, Console& console);
 
-/// Looks at every attempt that is there: one that does not verify any more is noted as lost, one
-/// that does and has no end as found. Throws a Fault.
+/// Looks at every attempt that is there: one that does not verify any more is noted as lost, and
+/// stays, since it may verify another time; one that does and has no end is noted as found. Throws
+/// a Fault.
 void VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgain,
                     Console& console);
 
