@@ -66,7 +66,7 @@ def measure_growth(build, quick):
 
 
 def reckon(build, quick):
-    """A million inferences on up to a thousand boards that are lost, slow, or behind a slow link."""
+    """A million inferences on up to a thousand boards: lost ones, slow ones, a slow link."""
     del build
     rows = []
     base = Fleet(samples=100_000 if quick else 1_000_000, boards=10, chunk=200,

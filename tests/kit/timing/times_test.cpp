@@ -37,8 +37,7 @@ TEST(TimesOfList, ReadsNumbersInAnyForm) {
         "[1, 2.5, 3000]", " {\"executeNs\": [1, 2.5, 3000]}", "executeNs\n1\n2.5\n3000",
         "anything\n1\n2.5\n3000", "name,executeNs,more\na b,1,9\nc,2.5,9\nd,3000,",
         "[{\"executeNs\":1},{\"executeNs\":[2.5,3000]}]", "1, 2.5, 3000", "1,2.5\n3000",
-        "\357\273\277executeNs\n1\n2.5\n3000",
-        "\"executeNs\"\n\"1\"\n2.5\n\"3000\"",
+        "\357\273\277executeNs\n1\n2.5\n3000", "\"executeNs\"\n\"1\"\n2.5\n\"3000\"",
         "\"a, \"\"b\"\"\", \"executeNs\" ,c\nrun #1,1,9\n\"c,d\",2.5,9\n# rest\nd,\"3000\",",
         "{\"executeNs\":1}\n\n{\"executeNs\":[2.5,3000]}\n"}) {
     EXPECT_THAT(ListOf(text), ElementsAre(1, 2.5, 3000)) << text;
