@@ -67,13 +67,14 @@ std::string Xxh3Of(std::span<const std::byte> bytes) {
   return digits.data();
 }
 
-// Where a path leads that says it only in part.
+// Where a path leads that says it only in part: all of it, since it is to be found by it.
 std::string PlaceOf(const std::string& path) {
+  constexpr size_t kLongestPath = 4096;
   std::error_code error;
   const std::filesystem::path meant = std::filesystem::absolute(path, error);
   if (error || path.starts_with('/')) return "";
   return "; from the folder that the program runs in it is '" +
-         Excerpt(meant.lexically_normal().string()) + "'";
+         Excerpt(meant.lexically_normal().string(), kLongestPath) + "'";
 }
 
 }  // namespace

@@ -84,11 +84,17 @@ TEST(ReadRangesFile, ReadsAFileAndSaysWhichItCannot) {
 }
 
 TEST(ReadRangesFile, SaysWhereARelativePathLed) {
+  const support::TempDir folder;
+  const std::filesystem::path before = std::filesystem::current_path();
+  const std::filesystem::path deep = folder.Path() / std::string(200, 'd');
+  std::filesystem::create_directory(deep);
+  std::filesystem::current_path(deep);
   const std::string meant = (std::filesystem::current_path() / "none/ranges.json").string();
   EXPECT_THAT(ReasonOf(VORN_ERROR_CONFIG, [&] { ReadRangesFile("there/../none/ranges.json"); }),
               HasSubstr("'there/../none/ranges.json' cannot be read (No such file or directory); "
                         "from the folder that the program runs in it is '" +
                         meant + "'; give the path of a JSON file"));
+  std::filesystem::current_path(before);
 }
 
 }  // namespace
