@@ -9,9 +9,10 @@
 //
 // The first execution over an output block of 32-bit floats leaves values in it that a dump has to
 // work for; all later ones leave it alone. VORN_IDLE_EXECUTE_US in the environment is how long an
-// execution sleeps, as a device is at work that is no part of this machine. If the environment variable VORN_IDLE_REPORT names a
-// file, vorn_finalize leaves two numbers there: the most bytes that all blocks had, kept ones
-// included, and the most KiB of memory that the process ever had resident.
+// execution sleeps, as a device is at work that is no part of this machine. If the environment
+// variable VORN_IDLE_REPORT names a file, vorn_finalize leaves two numbers there: the most bytes
+// that all blocks had, kept ones included, and the most KiB of memory that the process ever had
+// resident.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
