@@ -19,6 +19,7 @@
 #include "kit/fleet/attempt.h"
 #include "kit/fleet/child.h"
 #include "kit/fleet/journal.h"
+#include "kit/fleet/progress.h"
 #include "kit/fleet/round.h"
 #include "kit/fleet/ssh_board.h"
 #include "kit/launch/machine.h"
@@ -222,13 +223,12 @@ class FleetRun {
     CheckPrograms();
     VerifyAttempts(fleet_, plan_, request_.isAgain, console_);
     FleetState state = ReadFleetState(fleet_, plan_);
-    began_ = std::chrono::steady_clock::now();
-    doneBefore_ = state.Done();
+    progress_.Begin(state);
     while (!ChunksToDo(state).empty() && HasUsableBoard(state) && signals_.Asked() == 0) {
       const uint64_t before = EndsIn(state);
       RunRound(state);
       state = ReadFleetState(fleet_, plan_);
-      TellOfBoards(state);
+      progress_.TellOfBoards(state);
       if (EndsIn(state) == before) {  // nobody is left that could take any of them
         TellOfTickets();
         break;
@@ -322,40 +322,12 @@ class FleetRun {
                                 .err = fleet_ + "/round/parallel.err",
                                 .limit = {},
                                 .grace = std::chrono::seconds(40),
-                                .tick = [&] { Show(); }};
+                                .tick = [&] { progress_.Show(); }};
     const ChildEnd end = RunChild(parallel, signals_);
     if (end.wasStopped || end.status) return;
     throw Fault(ExitStatus::kRuntime, "GNU parallel " + DescribeChildEnd(end) +
                                           "; go on with 'vorn fleet resume " + request_.named +
                                           "'");
-  }
-
-  // No more than a hundredth of the time is spent on telling.
-  void Show() {
-    constexpr int kShare = 100;
-    const auto now = std::chrono::steady_clock::now();
-    if (now < showAgain_) return;
-    const FleetState state = ReadFleetState(fleet_, plan_);
-    TellOfBoards(state);
-    uint64_t faults = 0;
-    for (const auto& [name, board] : state.boards) faults += board.failed;
-    const uint64_t done = state.Done();
-    console_.Show({.series = {},
-                   .done = done,
-                   .all = plan_.inferences,
-                   .doneHere = done - std::min(done, doneBefore_),
-                   .faults = faults,
-                   .elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - began_)});
-    const auto shown = std::chrono::steady_clock::now();
-    showAgain_ = shown + std::max<std::chrono::nanoseconds>((shown - now) * kShare,
-                                                            std::chrono::milliseconds(500));
-  }
-
-  void TellOfBoards(const FleetState& state) {
-    for (const auto& [name, board] : state.boards) {
-      if (!board.isAside || !told_.insert(name).second) continue;
-      console_.Say("board " + name + " is put aside: " + board.reason);
-    }
   }
 
   // What this machine could not do is noted as nobody's fault.
@@ -379,13 +351,10 @@ class FleetRun {
   FleetPlan plan_;
   FolderLock lock_;
   Console& console_;
+  FleetProgress progress_{fleet_, plan_, "board", console_};
   StopSignals signals_;
   SocketsFolder sockets_;
   std::vector<Board> boards_;
-  std::set<std::string> told_;
-  uint64_t doneBefore_ = 0;
-  std::chrono::steady_clock::time_point began_;
-  std::chrono::steady_clock::time_point showAgain_;
 };
 
 }  // namespace

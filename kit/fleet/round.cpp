@@ -1,7 +1,6 @@
 #include "kit/fleet/round.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/fleet/job.h"
+#include "kit/fleet/locked_file.h"
 #include "kit/fleet/ssh_board.h"
 #include "kit/launch/machine.h"
 #include "kit/launch/run_folder.h"
@@ -66,27 +66,6 @@ std::string LinesOf(const std::vector<uint64_t>& numbers) {
   return text;
 }
 
-// A file that is locked as long as this lives.
-class LockedFile {
- public:
-  LockedFile(const std::string& path, int how) {
-    fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd_ < 0) {
-      throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
-    }
-    while ((isTaken_ = flock(fd_, how) == 0) == false && errno == EINTR) {
-    }
-  }
-  ~LockedFile() { close(fd_); }
-  LockedFile(const LockedFile&) = delete;
-  LockedFile& operator=(const LockedFile&) = delete;
-  [[nodiscard]] bool IsTaken() const { return isTaken_; }
-
- private:
-  int fd_ = -1;
-  bool isTaken_ = false;
-};
-
 class Ticket {
  public:
   explicit Ticket(const TicketRequest& request)
@@ -106,8 +85,8 @@ class Ticket {
   void Run() {
     if (IsThere(RoundOf(fleet_) + "/over")) return;
     {
-      const LockedFile running(RoundOf(fleet_) + "/running", LOCK_SH);
-      if (TakeAndRun()) return;
+      const LockedFile running(RoundOf(fleet_) + "/running");
+      if (!running.Take(LockedFile::Share::kWithOthers, signals_) || TakeAndRun()) return;
     }
     WaitForOthers();
   }
@@ -157,7 +136,8 @@ class Ticket {
     if (plan_.crossCheck.empty()) return true;
     const std::string checked = BoardFileOf(fleet_, board_, "checked");
     if (IsThere(checked)) return true;
-    const LockedFile one(BoardFileOf(fleet_, board_, "check"), LOCK_EX);
+    const LockedFile one(BoardFileOf(fleet_, board_, "check"));
+    if (!one.Take(LockedFile::Share::kAlone, signals_)) return false;
     if (IsThere(checked)) return true;
     if (IsAside()) return false;
     const AttemptEnd end = Attempt(std::nullopt);
@@ -266,11 +246,12 @@ class Ticket {
     const std::string waiting = RoundOf(fleet_) + "/waiting";
     Append(waiting + "/" + std::to_string(request_.place), "");
     for (int quiet = 0; quiet < kTicks && signals_.Asked() == 0; ++quiet) {
-      const LockedFile running(RoundOf(fleet_) + "/running", LOCK_EX | LOCK_NB);
-      if (!running.IsTaken()) quiet = 0;
+      const LockedFile running(RoundOf(fleet_) + "/running");
+      const bool isQuiet = running.TryTake(LockedFile::Share::kAlone);
+      if (!isQuiet) quiet = 0;
       const bool doAllWait = NamesIn(waiting).size() >= SlotsOf(boards_).size();
       // A claim is given back by none but whoever is at work.
-      if (running.IsTaken() && (doAllWait || AreAllClaimed())) break;
+      if (isQuiet && (doAllWait || AreAllClaimed())) break;
       signals_.Wait(kTick);
     }
     if (signals_.Asked() == 0) Append(RoundOf(fleet_) + "/over", "");

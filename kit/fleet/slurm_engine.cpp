@@ -16,6 +16,7 @@
 #include "kit/fleet/child.h"
 #include "kit/fleet/fleet_run.h"
 #include "kit/fleet/lost_attempts.h"
+#include "kit/fleet/progress.h"
 #include "kit/fleet/slurm.h"
 #include "kit/fleet/slurm_task.h"
 #include "kit/fleet/ssh_board.h"
@@ -111,8 +112,7 @@ class SlurmRun {
     EndWhatWasBefore();
     if (!request_.after) VerifyAttempts(fleet_, plan_, request_.isAgain, console_);
     FleetState state = ReadFleetState(fleet_, plan_);
-    began_ = std::chrono::steady_clock::now();
-    doneBefore_ = state.Done();
+    progress_.Begin(state);
     int withoutEnd =
         request_.after && EndsIn(state) == EndsBefore(*request_.after) ? kRoundsWithoutEnd : 0;
     while (!ChunksToDo(state).empty() && signals_.Asked() == 0 && withoutEnd < kRoundsWithoutEnd) {
@@ -123,7 +123,7 @@ class SlurmRun {
       if (signals_.Asked() != 0) CancelJobs();
       NoteLost();
       state = ReadFleetState(fleet_, plan_);
-      TellOfNodes(state);
+      progress_.TellOfBoards(state);
       withoutEnd = EndsIn(state) == before ? withoutEnd + 1 : 0;
       if (withoutEnd > 0) TellWhatJobsSaid();
     }
@@ -338,7 +338,7 @@ class SlurmRun {
     const auto until = std::chrono::steady_clock::now() + time;
     while (signals_.Asked() == 0 && std::chrono::steady_clock::now() < until) {
       signals_.Wait(kTick);
-      Show();
+      progress_.Show();
     }
   }
 
@@ -378,34 +378,6 @@ class SlurmRun {
         [](const JournalRecord&) { return true; }, journal_);
   }
 
-  // No more than a hundredth of the time is spent on telling.
-  void Show() {
-    constexpr int kShare = 100;
-    const auto now = std::chrono::steady_clock::now();
-    if (now < showAgain_) return;
-    const FleetState state = ReadFleetState(fleet_, plan_);
-    TellOfNodes(state);
-    uint64_t faults = 0;
-    for (const auto& [name, board] : state.boards) faults += board.failed;
-    const uint64_t done = state.Done();
-    console_.Show({.series = {},
-                   .done = done,
-                   .all = plan_.inferences,
-                   .doneHere = done - std::min(done, doneBefore_),
-                   .faults = faults,
-                   .elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - began_)});
-    const auto shown = std::chrono::steady_clock::now();
-    showAgain_ = shown + std::max<std::chrono::nanoseconds>((shown - now) * kShare,
-                                                            std::chrono::milliseconds(500));
-  }
-
-  void TellOfNodes(const FleetState& state) {
-    for (const auto& [name, board] : state.boards) {
-      if (!board.isAside || !told_.insert(name).second) continue;
-      console_.Say("node " + name + " is put aside: " + board.reason);
-    }
-  }
-
   // Where jobs have noted nothing, what they printed tells why.
   void TellWhatJobsSaid() {
     const std::string folder = SlurmRound(fleet_, round_);
@@ -425,6 +397,7 @@ class SlurmRun {
   FleetPlan plan_;
   FolderLock lock_;
   Console& console_;
+  FleetProgress progress_{fleet_, plan_, "node", console_};
   StopSignals signals_;
   Slurm slurm_;
   Journal journal_;
@@ -435,10 +408,6 @@ class SlurmRun {
   std::vector<std::string> jobs_;  // arrays that are not known to be over
   std::string after_;
   bool isSilent_ = false;
-  std::set<std::string> told_;
-  uint64_t doneBefore_ = 0;
-  std::chrono::steady_clock::time_point began_;
-  std::chrono::steady_clock::time_point showAgain_;
 };
 
 }  // namespace

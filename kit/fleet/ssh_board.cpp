@@ -1,18 +1,16 @@
 #include "kit/fleet/ssh_board.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <set>
-#include <thread>
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/printable.h"
 #include "kit/fleet/child.h"
+#include "kit/fleet/locked_file.h"
 #include "kit/launch/run_folder.h"
 
 namespace vorn::kit {
@@ -108,32 +106,6 @@ while IFS= read -r file; do rm -f -- "$file"; done
 exit 0
 )sh";
 
-class FileLock {
- public:
-  explicit FileLock(const std::string& path) {
-    fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (fd_ < 0) {
-      throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
-    }
-  }
-  ~FileLock() { close(fd_); }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
-
-  // False where somebody asked to stop before it was free.
-  bool Take(StopSignals& signals) const {
-    constexpr std::chrono::milliseconds kTick{100};
-    while (flock(fd_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-      signals.Wait(kTick);
-      if (signals.Asked() != 0) return false;
-    }
-    return true;
-  }
-
- private:
-  int fd_;
-};
-
 uint64_t Ns(const ChildEnd& end) { return static_cast<uint64_t>(end.time.count()); }
 
 std::string Said(const std::string& file) {
@@ -220,8 +192,8 @@ BoardEnd SshBoard::Run(const BoardWork& work) {
   BoardEnd end;
   {
     // One at a time: a board opens its door to few at once, and what one brings another need not.
-    const FileLock lock(lock_);
-    if (!lock.Take(signals_)) {
+    const LockedFile lock(lock_);
+    if (!lock.Take(LockedFile::Share::kAlone, signals_)) {
       end.wasStopped = true;
       return end;
     }

@@ -1,0 +1,37 @@
+#include "kit/fleet/locked_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+
+namespace vorn::kit {
+
+LockedFile::LockedFile(const std::string& path) {
+  fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd_ >= 0) return;
+  throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
+}
+
+LockedFile::~LockedFile() { close(fd_); }
+
+bool LockedFile::TryTake(Share share) const {
+  const int how = share == Share::kAlone ? LOCK_EX : LOCK_SH;
+  return flock(fd_, how | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+}
+
+bool LockedFile::Take(Share share, StopSignals& signals) const {
+  constexpr std::chrono::milliseconds kLongest{100};
+  while (!TryTake(share)) {
+    signals.Wait(kLongest);
+    if (signals.Asked() != 0) return false;
+  }
+  return true;
+}
+
+}  // namespace vorn::kit
