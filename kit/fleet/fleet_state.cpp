@@ -161,10 +161,10 @@ FleetState ReadFleetState(const std::string& fleet, const FleetPlan& plan) {
 std::vector<std::string> DisagreeingBoards(const FleetState& state) {
   std::map<std::string, size_t> counts;  // boards by what they gave
   size_t all = 0;
-  const std::string* first = nullptr;
+  std::optional<std::string> first;
   for (const auto& [name, board] : state.boards) {
     if (!board.checked) continue;
-    if (first == nullptr) first = &board.checkOutputs;
+    if (!first) first = board.checkOutputs;
     ++counts[board.checkOutputs];
     ++all;
   }
@@ -173,7 +173,7 @@ std::vector<std::string> DisagreeingBoards(const FleetState& state) {
   const auto most = std::max_element(
       counts.begin(), counts.end(),
       [](const auto& one, const auto& other) { return one.second < other.second; });
-  const std::string right = most->second * 2 > all ? most->first : *first;
+  const std::string right = most->second * 2 > all ? most->first : first.value_or("");
   for (const auto& [name, board] : state.boards) {
     if (board.checked && board.checkOutputs != right) disagreeing.push_back(name);
   }
