@@ -1,44 +1,42 @@
 #include "kit/fleet/attempt.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/printable.h"
-#include "kit/launch/dumps.h"
+#include "kit/fleet/sample_proof.h"
 
 namespace vorn::kit {
-namespace {
-
-bool HasPlannedInputs(const SampleRecord& planned, const SampleRecord& found) {
-  return std::equal(
-      planned.inputs.begin(), planned.inputs.end(), found.inputs.begin(), found.inputs.end(),
-      [](const auto& one, const auto& other) { return one.file.xxh3 == other.file.xxh3; });
-}
-
-std::string WhyNotWhole(const std::string& run, const SampleRecord& sample, uint64_t outputs,
-                        bool areOutputsRead) {
-  if (sample.outputs.size() != outputs) {
-    return "has " + std::to_string(sample.outputs.size()) + " of " + Counted(outputs, "output");
+std::vector<SampleRecord> ReadPlanned(const std::string& fleet, const FleetPlan& plan,
+                                      const std::optional<uint64_t>& chunk) {
+  std::vector<SampleRecord> planned;
+  const auto take = [&](SampleRecord record, uint64_t index) {
+    if (record.index != index) {
+      throw Fault(ExitStatus::kInput, Quoted(fleet + "/" + kInputsFile) + " has inference " +
+                                          std::to_string(record.index) + " where inference " +
+                                          std::to_string(index) +
+                                          " is planned; it was changed since the plan was made");
+    }
+    planned.push_back(std::move(record));
+  };
+  if (chunk) {
+    const FleetChunk& about = plan.chunks.at(*chunk);
+    ForEachInput(fleet, about.inputsAt, about.inferences, [&](SampleRecord record) {
+      take(std::move(record), about.first + planned.size());
+    });
+    return planned;
   }
-  if (!areOutputsRead) return "";
-  for (const SampleOutput& output : sample.outputs) {
-    // A board's word for where a file is leads nowhere else.
-    const bool isInside = output.path.starts_with("dumps/") &&
-                          ("/" + output.path + "/").find("/../") == std::string::npos;
-    if (!isInside || !DoesVerify(run, output))
-      return "output " + Quoted(output.path) + " has changed";
+  for (const uint64_t index : plan.crossCheck) {
+    // The lines of its chunk before it are read as well.
+    const FleetChunk& about = plan.chunks.at(ChunkOf(plan, index));
+    uint64_t at = about.first;
+    ForEachInput(fleet, about.inputsAt, index - about.first + 1, [&](SampleRecord record) {
+      if (at++ == index) take(std::move(record), index);
+    });
   }
-  return "";
-}
-
-}  // namespace
-
-std::vector<uint64_t> InferencesOf(const FleetPlan& plan, uint64_t chunk) {
-  const FleetChunk& about = plan.chunks.at(chunk);
-  std::vector<uint64_t> inferences(about.inferences);
-  for (uint64_t i = 0; i < about.inferences; ++i) inferences[i] = about.first + i;
-  return inferences;
+  return planned;
 }
 
 std::string OutputsHash(const std::vector<SampleRecord>& samples) {
@@ -55,7 +53,7 @@ std::string OutputsHash(const std::vector<SampleRecord>& samples) {
 }
 
 AttemptFound LookAtAttempt(const std::string& run, const std::vector<SampleRecord>& planned,
-                           uint64_t outputs, bool areOutputsRead) {
+                           uint64_t outputs) {
   AttemptFound found;
   try {
     found.samples = ReadSamples(run);
@@ -75,12 +73,11 @@ AttemptFound LookAtAttempt(const std::string& run, const std::vector<SampleRecor
       continue;
     }
     ++found.done;
-    std::string fault = "was made of other inputs";
-    if (sample.index == i && HasPlannedInputs(planned[i], sample)) {
-      fault = WhyNotWhole(run, sample, outputs, areOutputsRead);
-    }
+    found.hasOtherInputs = sample.index == i && !HasPlannedInputs(planned[i], sample);
+    const std::string fault = sample.index == i ? WhyNotDone(run, planned[i], sample, outputs)
+                                                : "it stands where another belongs";
     if (fault.empty()) continue;
-    found.fault = "inference " + std::to_string(planned[i].index) + " " + fault;
+    found.fault = "inference " + std::to_string(planned[i].index) + ": " + fault;
     return found;
   }
   return found;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,9 +13,10 @@
 
 namespace vorn::kit {
 
-/// Inferences that an attempt is about, by their places in the list: those of a chunk, or those of
-/// the cross-check.
-[[nodiscard]] std::vector<uint64_t> InferencesOf(const FleetPlan& plan, uint64_t chunk);
+/// What an attempt is about: the records of inputs.jsonl of a chunk, or of the cross-check where
+/// `chunk` is empty. Throws a Fault of kInput, also where inputs.jsonl is not the plan's any more.
+[[nodiscard]] std::vector<SampleRecord> ReadPlanned(const std::string& fleet, const FleetPlan& plan,
+                                                    const std::optional<uint64_t>& chunk);
 
 /// Of what was dumped, inference by inference, and of how each ended: the same for the same
 /// outputs, whatever board they come from and whatever their files are called.
@@ -23,16 +25,17 @@ namespace vorn::kit {
 struct AttemptFound {
   std::vector<SampleRecord> samples;  ///< as the run directory has them: numbered from 0
   uint64_t done = 0;
-  uint64_t notDone = 0;  ///< tried, and put aside or failed
-  std::string fault;     ///< why it does not count; empty: it does
+  uint64_t notDone = 0;         ///< tried, and put aside or failed
+  std::string fault;            ///< why it does not count; empty: it does
+  bool hasOtherInputs = false;  ///< it does not, since it was made of other inputs
 };
 
 /// Looks at an attempt's run directory. It counts if it has every inference, made of inputs with
-/// the planned hashes, and every output has the size and hash that was noted; `areOutputsRead` is
-/// whether those are read to see. `planned` are the records of inputs.jsonl.
+/// the planned hashes, and every output has the size and hash that was noted, which is read to see.
+/// `planned` are the records of inputs.jsonl.
 [[nodiscard]] AttemptFound LookAtAttempt(const std::string& run,
-                                         const std::vector<SampleRecord>& planned, uint64_t outputs,
-                                         bool areOutputsRead);
+                                         const std::vector<SampleRecord>& planned,
+                                         uint64_t outputs);
 
 }  // namespace vorn::kit
 

@@ -1,7 +1,5 @@
 #include "kit/fleet/choice.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <map>
 #include <utility>
@@ -9,83 +7,11 @@
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/fleet/attempt.h"
+#include "kit/fleet/sample_proof.h"
 #include "kit/launch/dumps.h"
 
 namespace vorn::kit {
 namespace {
-
-bool IsOwnFolder(const std::string& path) {
-  struct stat about {};
-  return lstat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode);
-}
-
-// With a slash behind it, as far as names go; to ask what lies there it goes without, since a link
-// is followed for the sake of one.
-std::string DumpsOf(uint64_t index) {
-  return std::string(kDumpsFolder) + "/" + std::to_string(index) + "/";
-}
-
-bool HasOwnDumps(const std::string& run, uint64_t index) {
-  const std::string dumps = run + "/" + kDumpsFolder;
-  return IsOwnFolder(dumps) && IsOwnFolder(dumps + "/" + std::to_string(index));
-}
-
-// The name of a file that lies right in a folder; empty if it does not.
-std::string NameBelow(const std::string& folder, const std::string& path) {
-  if (!path.starts_with(folder)) return "";
-  std::string name = path.substr(folder.size());
-  const bool isPlain = name.find('/') == name.npos && name.find('\0') == name.npos;
-  if (!isPlain || name == "." || name == "..") return "";
-  return name;
-}
-
-std::string WhyNotVerified(const std::string& run, uint64_t index, const SampleOutput& output) {
-  const std::string told = "its output " + Quoted(output.path);
-  for (const std::string& path : {output.path, output.text.value_or(output.path)}) {
-    if (NameBelow(DumpsOf(index), path).empty()) {
-      return Quoted(path) + " is no place of its outputs";
-    }
-    struct stat about {};
-    const std::string whole = run + "/" + path;
-    if (lstat(whole.c_str(), &about) != 0) return Quoted(path) + " is not there";
-    if (!S_ISREG(about.st_mode)) return Quoted(path) + " is no regular file";
-  }
-  return DoesVerify(run, output) ? "" : told + " has not the size and hash that were noted";
-}
-
-bool IsOfInputs(const SampleRecord& planned, const SampleRecord& found) {
-  return std::equal(planned.inputs.begin(), planned.inputs.end(), found.inputs.begin(),
-                    found.inputs.end(), [](const auto& one, const auto& other) {
-                      return one.file.xxh3 == other.file.xxh3 &&
-                             one.file.sizeBytes == other.file.sizeBytes;
-                    });
-}
-
-// A model has each of its outputs once.
-bool HasEachOutput(const SampleRecord& record, uint64_t outputs) {
-  if (record.outputs.size() != outputs) return false;
-  return std::all_of(record.outputs.begin(), record.outputs.end(), [&](const auto& output) {
-    return output.index == static_cast<uint64_t>(&output - record.outputs.data());
-  });
-}
-
-// Why an inference that is said to be done does not count.
-std::string WhyNotDone(const std::string& run, const FleetPlan& plan, const SampleRecord& planned,
-                       const SampleRecord& found) {
-  if (!IsOfInputs(planned, found)) return "it was made of other inputs than planned";
-  if (!HasEachOutput(found, plan.outputs)) {
-    return "it has " + std::to_string(found.outputs.size()) + " of " +
-           Counted(plan.outputs, "output");
-  }
-  if (!HasOwnDumps(run, found.index)) {
-    return "its folder of outputs is not there";
-  }
-  for (const SampleOutput& output : found.outputs) {
-    std::string fault = WhyNotVerified(run, found.index, output);
-    if (!fault.empty()) return fault;
-  }
-  return "";
-}
 
 // Why nothing of an attempt counts, by what it says of the whole.
 std::string WhyNotOfPlan(const AttemptLook& look, const FleetPlan& plan) {
@@ -159,7 +85,7 @@ SampleRecord Renumbered(const SampleRecord& planned, const SampleRecord& found) 
 // Of an inference that failed what it left may be anything, and is looked at as the rest is.
 SampleRecord WithWholeOutputs(const std::string& run, SampleRecord record) {
   std::erase_if(record.outputs, [&](const SampleOutput& output) {
-    return !HasOwnDumps(run, record.index) || !WhyNotVerified(run, record.index, output).empty();
+    return !WhyNotVerified(run, record.index, output).empty();
   });
   return record;
 }
@@ -242,7 +168,7 @@ AttemptLook LookInto(const AttemptPlace& place, const FleetPlan& plan,
   for (size_t at = 0; at < planned.size(); ++at) {
     const SampleRecord& found = look.records[at];
     if (found.status != SampleStatus::kDone) continue;
-    look.faults[at] = WhyNotDone(place.folder, plan, planned[at], found);
+    look.faults[at] = WhyNotDone(place.folder, planned[at], found, plan.outputs);
   }
   return look;
 }
@@ -262,11 +188,6 @@ ChunkChoice ChooseSamples(const std::vector<AttemptLook>& attempts,
                                   .attempts = std::move(differing)});
   }
   return choice;
-}
-
-bool IsOwnFile(const std::string& path) {
-  struct stat about {};
-  return lstat(path.c_str(), &about) == 0 && S_ISREG(about.st_mode);
 }
 
 }  // namespace vorn::kit

@@ -69,9 +69,6 @@ struct ChunkChoice {
                                         const std::vector<SampleRecord>& planned,
                                         const std::set<std::string>& boardsInDoubt);
 
-/// Whether a file is there, and no link: what a board sent is not to lead elsewhere.
-[[nodiscard]] bool IsOwnFile(const std::string& path);
-
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_FLEET_CHOICE_H_

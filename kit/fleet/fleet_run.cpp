@@ -63,15 +63,10 @@ class Verifier {
 
   void Run() {
     for (uint64_t chunk = 0; chunk < plan_.chunks.size(); ++chunk) {
-      const FleetChunk& about = plan_.chunks[chunk];
-      Look(chunk, "", ChunkFolder(fleet_, chunk), [&](std::vector<SampleRecord>& planned) {
-        ForEachInput(fleet_, about.inputsAt, about.inferences,
-                     [&](SampleRecord record) { planned.push_back(std::move(record)); });
-      });
+      Look(chunk, "", ChunkFolder(fleet_, chunk));
     }
     for (const std::string& board : NamesIn(fleet_ + "/" + kCrossFolder)) {
-      Look(std::nullopt, board, CrossFolder(fleet_, board),
-           [&](std::vector<SampleRecord>& planned) { ReadCrossCheck(planned); });
+      Look(std::nullopt, board, CrossFolder(fleet_, board));
     }
     NoteBack();
     if (lost_ + found_ == 0) return;
@@ -102,17 +97,7 @@ class Verifier {
     }
   }
 
-  void ReadCrossCheck(std::vector<SampleRecord>& planned) const {
-    for (const uint64_t index : plan_.crossCheck) {
-      const FleetChunk& chunk = plan_.chunks.at(ChunkOf(plan_, index));
-      ForEachInput(fleet_, chunk.inputsAt, index - chunk.first + 1, [&](SampleRecord record) {
-        if (record.index == index) planned.push_back(std::move(record));
-      });
-    }
-  }
-
-  void Look(std::optional<uint64_t> chunk, const std::string& board, const std::string& folder,
-            const std::function<void(std::vector<SampleRecord>&)>& read) {
+  void Look(std::optional<uint64_t> chunk, const std::string& board, const std::string& folder) {
     std::set<uint64_t> attempts;
     for (const uint64_t attempt : AttemptsIn(folder)) attempts.insert(attempt);
     for (auto known = known_.lower_bound({folder, 0});
@@ -120,8 +105,7 @@ class Verifier {
       if (known->second.isThere) attempts.insert(known->first.second);
     }
     if (attempts.empty()) return;
-    std::vector<SampleRecord> planned;
-    read(planned);
+    const std::vector<SampleRecord> planned = ReadPlanned(fleet_, plan_, chunk);
     for (const uint64_t attempt : attempts) LookAt(chunk, board, folder, attempt, planned);
   }
 
@@ -129,7 +113,7 @@ class Verifier {
               uint64_t attempt, const std::vector<SampleRecord>& planned) {
     const Known known = known_[{folder, attempt}];
     const std::string run = folder + "/" + std::to_string(attempt);
-    const AttemptFound found = LookAtAttempt(run, planned, plan_.outputs, true);
+    const AttemptFound found = LookAtAttempt(run, planned, plan_.outputs);
     const bool counts = found.fault.empty() && found.done > 0;
     JournalRecord record =
         NoteOf(JournalEvent::kLost, known.board.empty() ? board : known.board, chunk, attempt);
@@ -225,11 +209,11 @@ class FleetRun {
     FleetState state = ReadFleetState(fleet_, plan_);
     progress_.Begin(state);
     while (!ChunksToDo(state).empty() && HasUsableBoard(state) && signals_.Asked() == 0) {
-      const uint64_t before = EndsIn(state);
+      const uint64_t before = state.Ends();
       RunRound(state);
       state = ReadFleetState(fleet_, plan_);
       progress_.TellOfBoards(state);
-      if (EndsIn(state) == before) {  // nobody is left that could take any of them
+      if (state.Ends() == before) {  // nobody is left that could take any of them
         TellOfTickets();
         break;
       }
@@ -295,15 +279,6 @@ class FleetRun {
       const auto found = state.boards.find(board.name);
       return found == state.boards.end() || !found->second.isAside;
     });
-  }
-
-  // Attempts that were made and told something.
-  static uint64_t EndsIn(const FleetState& state) {
-    uint64_t ends = 0;
-    for (const auto& [name, board] : state.boards) {
-      ends += board.done + board.failed + (board.isAside ? 1 : 0) + (board.checked ? 1 : 0);
-    }
-    return ends;
   }
 
   void RunRound(const FleetState& state) {

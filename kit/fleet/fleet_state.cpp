@@ -104,6 +104,14 @@ uint64_t FleetState::Done() const {
   return done;
 }
 
+uint64_t FleetState::Ends() const {
+  uint64_t ends = 0;
+  for (const auto& [name, board] : boards) {
+    ends += board.done + board.failed + (board.isAside ? 1 : 0) + (board.checked ? 1 : 0);
+  }
+  return ends;
+}
+
 void TakeRecord(const JournalRecord& record, const FleetPlan& plan, FleetState& state) {
   state.chunks.resize(plan.chunks.size());
   state.lastNs = std::max(state.lastNs, record.realtimeNs);

@@ -67,6 +67,8 @@ struct FleetState {
   [[nodiscard]] uint64_t CountOf(ChunkStatus status) const;
   /// Inferences that are there.
   [[nodiscard]] uint64_t Done() const;
+  /// How much was told by boards: whether something came of a round is seen by it.
+  [[nodiscard]] uint64_t Ends() const;
 };
 
 /// Reads all journals. Throws a Fault of kInput.

@@ -79,7 +79,7 @@ class Attempt {
   AttemptEnd Run(const Engine& engine) {
     Note(JournalEvent::kBegin);
     try {
-      ReadPlanned();
+      ReadInputs();
       BoardEnd board = engine(WorkOf());
       TakeBoardEnd(std::move(board));
     } catch (const Fault& fault) {
@@ -100,34 +100,20 @@ class Attempt {
     journal_.Note(end_.record);
   }
 
-  void ReadPlanned() {
-    const auto take = [&](const FleetChunk& chunk) {
-      ForEachInput(request_.fleet, chunk.inputsAt, chunk.inferences,
-                   [&](SampleRecord record) { planned_.push_back(std::move(record)); });
-      for (std::string& path :
-           ReadPaths(request_.fleet, chunk.pathsAt, chunk.inferences * plan_.perInference)) {
-        paths_.push_back(std::move(path));
-      }
-    };
-    if (request_.chunk) {
-      take(plan_.chunks.at(*request_.chunk));
-      return;
+  void ReadInputs() {
+    planned_ = ReadPlanned(request_.fleet, plan_, request_.chunk);
+    for (const SampleRecord& record : planned_) {
+      if (paths_.size() == planned_.size() * plan_.perInference) break;
+      const FleetChunk& about = plan_.chunks.at(ChunkOf(plan_, record.index));
+      // All of a chunk at once; of the cross-check each, with those of its chunk before it.
+      const uint64_t last = request_.chunk ? about.inferences : record.index - about.first + 1;
+      const uint64_t first = request_.chunk ? 0 : last - 1;
+      const std::vector<std::string> paths =
+          ReadPaths(request_.fleet, about.pathsAt, last * plan_.perInference);
+      paths_.insert(paths_.end(),
+                    paths.begin() + static_cast<ptrdiff_t>(first * plan_.perInference),
+                    paths.end());
     }
-    for (const uint64_t index : plan_.crossCheck) TakeOne(index);
-  }
-
-  // Of its chunk the lines before it are read as well.
-  void TakeOne(uint64_t index) {
-    const FleetChunk& chunk = plan_.chunks.at(ChunkOf(plan_, index));
-    const uint64_t place = index - chunk.first;
-    uint64_t at = 0;
-    ForEachInput(request_.fleet, chunk.inputsAt, place + 1, [&](SampleRecord record) {
-      if (at++ == place) planned_.push_back(std::move(record));
-    });
-    const std::vector<std::string> paths =
-        ReadPaths(request_.fleet, chunk.pathsAt, (place + 1) * plan_.perInference);
-    paths_.insert(paths_.end(), paths.end() - static_cast<ptrdiff_t>(plan_.perInference),
-                  paths.end());
   }
 
   // ---- What is to be done -----------------------------------------------------------------------
@@ -220,12 +206,12 @@ class Attempt {
       if (board.wasStopped) record.reason = "was stopped";
       return;
     }
-    const AttemptFound found = LookAtAttempt(part_ + "/run", planned_, plan_.outputs, true);
+    const AttemptFound found = LookAtAttempt(part_ + "/run", planned_, plan_.outputs);
     record.done = found.done;
     record.notDone = found.notDone;
     if (!found.fault.empty()) {
       Fail(Blame::kUnknown, "its outputs do not count: " + found.fault);
-      end_.hasOtherInputs = found.fault.ends_with("made of other inputs");
+      end_.hasOtherInputs = found.hasOtherInputs;
     } else if (found.done == planned_.size()) {
       Keep(found, AttemptOutcome::kDone);
     } else if (found.done + found.notDone == 0) {

@@ -23,6 +23,7 @@
 #include "kit/fleet/journal.h"
 #include "kit/fleet/linked_file.h"
 #include "kit/fleet/merged_facts.h"
+#include "kit/fleet/sample_proof.h"
 #include "kit/launch/dumps.h"
 #include "kit/launch/machine.h"
 #include "kit/launch/plan.h"
@@ -175,8 +176,7 @@ class Merger {
   // By what lies there, and not by what was noted when it came.
   void CheckBoards() {
     if (plan_.crossCheck.empty()) return;
-    std::vector<SampleRecord> planned;
-    for (const uint64_t index : plan_.crossCheck) planned.push_back(PlannedAt(index));
+    const std::vector<SampleRecord> planned = ReadPlanned(request_.fleet, plan_, std::nullopt);
     std::set<std::string> names;
     for (const auto& [name, board] : boards_) names.insert(name);
     for (const std::string& name : NamesIn(request_.fleet + "/" + kCrossFolder)) names.insert(name);
@@ -188,23 +188,6 @@ class Merger {
       if (const auto records = RecordsOfCheck(name, planned)) TakeCheck(name, *records, state);
     }
     Compare(DisagreeingBoards(checked));
-  }
-
-  SampleRecord PlannedAt(uint64_t index) const {
-    const FleetChunk& chunk = plan_.chunks.at(ChunkOf(plan_, index));
-    SampleRecord planned;
-    ForEachInput(request_.fleet, chunk.inputsAt, index - chunk.first + 1,
-                 [&](SampleRecord record) { planned = std::move(record); });
-    CheckIndex(planned, index);
-    return planned;
-  }
-
-  void CheckIndex(const SampleRecord& planned, uint64_t index) const {
-    if (planned.index == index) return;
-    throw Fault(ExitStatus::kInput, Quoted(request_.fleet + "/" + kInputsFile) + " has inference " +
-                                        std::to_string(planned.index) + " where inference " +
-                                        std::to_string(index) +
-                                        " is planned; it was changed since the plan was made");
   }
 
   // Of the last attempt that has them all.
@@ -261,11 +244,7 @@ class Merger {
 
   void MergeChunk(uint64_t chunk) {
     const FleetChunk& about = plan_.chunks[chunk];
-    std::vector<SampleRecord> planned;
-    ForEachInput(request_.fleet, about.inputsAt, about.inferences, [&](SampleRecord record) {
-      CheckIndex(record, about.first + planned.size());
-      planned.push_back(std::move(record));
-    });
+    const std::vector<SampleRecord> planned = ReadPlanned(request_.fleet, plan_, chunk);
     std::vector<AttemptLook> attempts;
     for (const uint64_t attempt : AttemptsIn(ChunkFolder(request_.fleet, chunk))) {
       attempts.push_back(LookInto(PlaceOf(chunk, attempt), plan_, planned));

@@ -39,15 +39,6 @@ std::string TextOf(const std::vector<std::string>& words, const char* between) {
   return text;
 }
 
-// Attempts that were made and told something.
-uint64_t EndsIn(const FleetState& state) {
-  uint64_t ends = 0;
-  for (const auto& [name, board] : state.boards) {
-    ends += board.done + board.failed + (board.isAside ? 1 : 0) + (board.checked ? 1 : 0);
-  }
-  return ends;
-}
-
 std::set<std::string> NodesAside(const FleetState& state) {
   std::set<std::string> aside;
   for (const auto& [name, board] : state.boards) {
@@ -114,9 +105,9 @@ class SlurmRun {
     FleetState state = ReadFleetState(fleet_, plan_);
     progress_.Begin(state);
     int withoutEnd =
-        request_.after && EndsIn(state) == EndsBefore(*request_.after) ? kRoundsWithoutEnd : 0;
+        request_.after && state.Ends() == EndsBefore(*request_.after) ? kRoundsWithoutEnd : 0;
     while (!ChunksToDo(state).empty() && signals_.Asked() == 0 && withoutEnd < kRoundsWithoutEnd) {
-      const uint64_t before = EndsIn(state);
+      const uint64_t before = state.Ends();
       if (!HandIn(state)) break;
       if (!request_.isWaiting) return Leave();
       Await();
@@ -124,7 +115,7 @@ class SlurmRun {
       NoteLost();
       state = ReadFleetState(fleet_, plan_);
       progress_.TellOfBoards(state);
-      withoutEnd = EndsIn(state) == before ? withoutEnd + 1 : 0;
+      withoutEnd = state.Ends() == before ? withoutEnd + 1 : 0;
       if (withoutEnd > 0) TellWhatJobsSaid();
     }
     if (signals_.Asked() != 0) console_.Say("was stopped");
@@ -249,7 +240,7 @@ class SlurmRun {
     ++round_;
     const std::string folder = SlurmRound(fleet_, round_);
     MakeFolders(folder);
-    WriteWholeFile(folder + "/ends", std::to_string(EndsIn(state)) + "\n");
+    WriteWholeFile(folder + "/ends", std::to_string(state.Ends()) + "\n");
     LineFile jobs(folder + "/jobs.txt");
     jobs_.clear();
     uint64_t handedIn = 0;

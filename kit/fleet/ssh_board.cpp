@@ -43,7 +43,10 @@ for left in jobs/"$2"=* in."$2"=*; do
   case $left in *".$boot."*) kill -0 "${left##*.}" 2>/dev/null && continue ;; esac
   rm -rf -- "$left"
 done
-while IFS= read -r file; do
+IFS="
+"
+set -f
+for file in $(cat); do
   [ -s "$file" ] || printf "lacks %s\n" "$file"
 done
 exit 0
@@ -58,10 +61,8 @@ in=in.$2=.$(cat /proc/sys/kernel/random/boot_id 2>/dev/null).$$
 mkdir "$in" || exit 7
 trap "rm -rf -- $in" EXIT
 tar -xf - -C "$in" || exit 7
-for part in "$in"/files/*; do
-  [ -d "$part" ] || continue
-  mkdir -p "files/${part##*/}" && mv -f "$part"/* "files/${part##*/}/" || exit 7
-done
+[ ! -d "$in/files" ] ||
+  find "$in/files" -type f -exec /bin/sh -c "mv -f -- \"\$@\" files/" mv {} + || exit 7
 for tools in "$in"/tools/*; do
   [ -d "$tools" ] || continue
   to=tools/${tools##*/}
@@ -118,7 +119,7 @@ void TakeAnswer(const std::string& line, const std::string& key, std::string& va
   if (line.starts_with(key + " ")) value = PrintableExcerpt(line.substr(key.size() + 1));
 }
 
-std::string FileInWork(const std::string& hash) { return "files/" + PlaceOnBoard(hash); }
+std::string FileInWork(const std::string& hash) { return "files/" + hash; }
 
 // Where the run directory begins in what came from the board; 0: none came.
 uint64_t FindRun(const std::string& file) {
@@ -139,9 +140,9 @@ void HoldToPlan(const std::vector<BoardFile>& files) {
 
 // Links to the files by the names that they have on the board: tar follows them.
 void LinkFiles(const std::string& folder, const std::vector<BoardFile>& files) {
+  if (!files.empty()) MakeFolders(folder + "/files");
   for (const BoardFile& file : files) {
-    const std::string link = folder + "/files/" + PlaceOnBoard(file.hash);
-    MakeFolders(link.substr(0, link.rfind('/')));
+    const std::string link = folder + "/files/" + file.hash;
     if (symlink(file.path.c_str(), link.c_str()) != 0 && errno != EEXIST) {
       throw Fault(ExitStatus::kLimit,
                   "cannot make a link in " + Quoted(folder) + ": " + SystemReason(errno));
@@ -157,9 +158,7 @@ std::string ShellWord(const std::string& word) {
   return text + "'";
 }
 
-std::string PlaceOnBoard(const std::string& hash) { return hash.substr(0, 2) + "/" + hash; }
-
-std::string FileInJob(const std::string& hash) { return "../../files/" + PlaceOnBoard(hash); }
+std::string FileInJob(const std::string& hash) { return "../../files/" + hash; }
 
 SshBoard::SshBoard(const Board& board, const Tools& tools, uint64_t slot, std::string sockets,
                    std::string lock, StopSignals& signals)
@@ -316,7 +315,7 @@ bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
   std::vector<std::string> words{board_.work, board_.name, work.id,
                                  std::string(kMark.substr(0, kMark.size() - 1))};
   for (const auto& [path, hash] : work.links) {
-    words.insert(words.end(), {path, PlaceOnBoard(hash)});
+    words.insert(words.end(), {path, hash});
   }
   words.emplace_back("--");
   bool isPathSet = false;
@@ -386,7 +385,7 @@ bool SshBoard::Fetch(const BoardWork& work, BoardEnd& end) {
 
 void SshBoard::Forget(const std::vector<BoardFile>& files, const std::string& scratch) {
   std::string text;
-  for (const BoardFile& file : files) text += PlaceOnBoard(file.hash) + "\n";
+  for (const BoardFile& file : files) text += file.hash + "\n";
   (void)RunChild({.command = Ssh(kForget, {board_.work}),
                   .input = text,
                   .inputFile = {},

@@ -1,10 +1,11 @@
-// A board that is reached by ssh, and needs nothing but a shell, tar and a libvorn.so.
+// A board that is reached by ssh, and needs nothing but a shell, tar, find and a libvorn.so.
 //
 // What it has lies in its work folder:
 //
 //     WORK/tools/ID/        programs and layer, by the hash of all of them
-//     WORK/files/HH/HASH    models, configurations, inputs by their hashes, HH being the first two
-//                           digits; what is there is not sent again
+//     WORK/files/HASH       models, configurations, inputs by their hashes; what is there is not
+//     sent
+//                           again
 //     WORK/jobs/BOARD=ID.BOOT.PID/
 //                           an attempt, as long as its shell runs
 //     WORK/cache/           what runs there keeps
@@ -38,9 +39,6 @@ struct BoardFile {
   std::string hash;  ///< of XXH3-128
   std::string path;  ///< here
 };
-
-/// Where a file lies below WORK/files.
-[[nodiscard]] std::string PlaceOnBoard(const std::string& hash);
 
 /// What is to be done there.
 struct BoardWork {

@@ -1,5 +1,11 @@
 # Processes of a test bed, by notes in its folder. Sourced; `folder` is the bed's.
 
+say() { printf '%s: %s\n' "${0##*/}" "$*" >&2; }
+die() {
+  say "$*"
+  exit 1
+}
+
 # A process is known by its number and by when it began, which no later one has.
 began() { sed 's/.*) //' "/proc/$1/stat" 2>/dev/null | cut -d' ' -f20; }
 

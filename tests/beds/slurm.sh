@@ -18,8 +18,6 @@ set -euo pipefail
 readonly kTries=20
 readonly kWaitTenths=600
 
-say() { printf 'slurm.sh: %s\n' "$*" >&2; }
-die() { say "$*"; exit 1; }
 
 export PATH=$PATH:/usr/sbin:/sbin
 

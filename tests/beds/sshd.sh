@@ -15,8 +15,6 @@ set -euo pipefail
 readonly kTries=50
 readonly kWaitTenths=200
 
-say() { printf 'sshd.sh: %s\n' "$*" >&2; }
-die() { say "$*"; exit 1; }
 
 # Debian has it where only root looks.
 sshd=$(PATH=$PATH:/usr/sbin:/sbin command -v sshd) || true

@@ -22,11 +22,7 @@ using vorn::kit::SampleRecord;
 
 class LookAt : public testing::Test {
  protected:
-  LookAt() : fleet_(6, 3) {
-    const auto& chunk = fleet_.Plan().chunks[1];
-    vorn::kit::ForEachInput(fleet_.Folder(), chunk.inputsAt, chunk.inferences,
-                            [&](SampleRecord record) { planned_.push_back(std::move(record)); });
-  }
+  LookAt() : fleet_(6, 3), planned_(ReadPlanned(fleet_.Folder(), fleet_.Plan(), 1)) {}
 
   std::string Make(const std::string& outputs = "xyz") const {
     MadeAttempt attempt;
@@ -34,9 +30,7 @@ class LookAt : public testing::Test {
     return fleet_.Attempt(1, 1, attempt);
   }
 
-  AttemptFound Look(const std::string& run, bool areOutputsRead = true) const {
-    return LookAtAttempt(run, planned_, 1, areOutputsRead);
-  }
+  AttemptFound Look(const std::string& run) const { return LookAtAttempt(run, planned_, 1); }
 
   /// The same with something in samples.jsonl replaced.
   AttemptFound LookChanged(const std::string& what, const std::string& by) const {
@@ -85,23 +79,24 @@ TEST_F(LookAt, RefusesOneWithoutAllInferences) {
 TEST_F(LookAt, RefusesOneOfOtherInputs) {
   const std::string hash = *planned_[1].inputs[0].file.xxh3;
   EXPECT_EQ(LookChanged("\"" + hash + "\"", "\"" + std::string(32, '0') + "\"").fault,
-            "inference 4 was made of other inputs");
+            "inference 4: it was made of other inputs than planned");
   EXPECT_EQ(LookChanged("\"index\":2,\"status\"", "\"index\":7,\"status\"").fault,
-            "inference 5 was made of other inputs");
+            "inference 5: it stands where another belongs");
 }
 
 TEST_F(LookAt, RefusesOneWhoseOutputsChanged) {
   const std::string run = Make();
   support::WriteFile(run + "/dumps/1/same.0.17.bin", "yyyz");
-  EXPECT_EQ(Look(run).fault, "inference 4 output 'dumps/1/same.0.17.bin' has changed");
-  EXPECT_EQ(Look(run, false).fault, "");  // who does not read them goes by what was noted
+  EXPECT_EQ(Look(run).fault,
+            "inference 4: its output 'dumps/1/same.0.17.bin' has not the size and "
+            "hash that were noted");
   fs::remove(run + "/dumps/1/same.0.17.bin");
   EXPECT_NE(Look(run).fault, "");
 }
 
 TEST_F(LookAt, RefusesOneWithFewerOutputsThanTheModelHas) {
   const std::string run = Make();
-  EXPECT_EQ(LookAtAttempt(run, planned_, 2, true).fault, "inference 3 has 1 of 2 outputs");
+  EXPECT_EQ(LookAtAttempt(run, planned_, 2).fault, "inference 3: it has 1 of 2 outputs");
 }
 
 // A board's word for where a file is leads nowhere else.
@@ -110,14 +105,40 @@ TEST_F(LookAt, RefusesOutputsThatLieElsewhere) {
   support::WriteFile(run + "/elsewhere/same.0.17.bin", "xxxx");
   for (const char* path : {"dumps/../elsewhere/same.0.17.bin", "elsewhere/same.0.17.bin",
                            "dumps/0/../../elsewhere/same.0.17.bin"}) {
-    EXPECT_THAT(LookChanged("dumps/0/same.0.17.bin", path).fault, HasSubstr("has changed")) << path;
+    EXPECT_THAT(LookChanged("dumps/0/same.0.17.bin", path).fault,
+                HasSubstr("is no place of its outputs"))
+        << path;
   }
 }
 
-TEST(InferencesOf, AreThoseOfTheChunk) {
-  const MadeFleet fleet(7, 3);
-  EXPECT_THAT(InferencesOf(fleet.Plan(), 1), ElementsAre(3, 4, 5));
-  EXPECT_THAT(InferencesOf(fleet.Plan(), 2), ElementsAre(6));
+// What the merge would not take must not count before, or nobody makes it again.
+TEST_F(LookAt, RefusesOutputsThatAreLinks) {
+  const std::string run = Make();
+  const std::string output = run + "/dumps/1/same.0.17.bin";
+  fs::rename(output, fleet_.Path("aside"));
+  fs::create_symlink(fleet_.Path("aside"), output);
+  EXPECT_THAT(Look(run).fault, HasSubstr("is no regular file"));
+}
+
+TEST_F(LookAt, RefusesInputsOfAnotherSize) {
+  EXPECT_THAT(LookChanged("\"sizeBytes\":" + std::to_string(*planned_[0].inputs[0].file.sizeBytes),
+                          "\"sizeBytes\":12345")
+                  .fault,
+              HasSubstr("inference 3: it was made of other inputs"));
+}
+
+TEST(ReadPlannedTest, ReadsAChunkOrTheCrossCheck) {
+  const MadeFleet fleet(7, 3, {0, 4, 5});
+  const auto indices = [&](const std::optional<uint64_t>& chunk) {
+    std::vector<uint64_t> read;
+    for (const SampleRecord& record : ReadPlanned(fleet.Folder(), fleet.Plan(), chunk)) {
+      read.push_back(record.index);
+    }
+    return read;
+  };
+  EXPECT_THAT(indices(1), ElementsAre(3, 4, 5));
+  EXPECT_THAT(indices(2), ElementsAre(6));
+  EXPECT_THAT(indices(std::nullopt), ElementsAre(0, 4, 5));
 }
 
 TEST(OutputsHashTest, IsOfContentsAndNotOfNames) {

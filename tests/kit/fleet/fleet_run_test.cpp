@@ -573,7 +573,7 @@ TEST_F(FleetOnBoards, GetAFileAgainThatIsNotWhatItsNameSays) {
   ASSERT_EQ(Plan({"--chunk", "4", "--cross-check", "0"}).status, 0);
   StartWithTools(1);
   const std::string hash = vorn::kit::Xxh3Of(support::ReadFile(Path("in/2.bin")));
-  support::WriteFile(Path("work of b1/files/") + vorn::kit::PlaceOnBoard(hash), "Xother");
+  support::WriteFile(Path("work of b1/files/") + hash, "Xother");
   Outcome outcome = RunFleet();
   if (outcome.status != 0) outcome = Resume();
   EXPECT_EQ(outcome.status, 0) << outcome.Describe();

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <optional>
 
 #include "kit/common/file_identity.h"
@@ -93,8 +94,9 @@ void MadeFleet::AllDone(const std::vector<std::string>& boards) const {
 }
 
 std::string MadeFleet::Attempt(uint64_t chunk, uint64_t number, const MadeAttempt& attempt) const {
-  return Make(InferencesOf(plan_, chunk), vorn::kit::ChunkFolder(Folder(), chunk), number, chunk,
-              attempt);
+  std::vector<uint64_t> inferences(plan_.chunks.at(chunk).inferences);
+  std::iota(inferences.begin(), inferences.end(), plan_.chunks[chunk].first);
+  return Make(inferences, vorn::kit::ChunkFolder(Folder(), chunk), number, chunk, attempt);
 }
 
 std::string MadeFleet::CrossCheck(uint64_t number, const MadeAttempt& attempt) const {

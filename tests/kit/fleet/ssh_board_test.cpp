@@ -56,10 +56,7 @@ TEST(ShellWordTest, PassesAsManyShellsAsThereAre) {
   EXPECT_EQ(RunCommand(command).out, word + ".");
 }
 
-TEST(BoardFileTest, LiesByItsHash) {
-  EXPECT_EQ(vorn::kit::PlaceOnBoard("0123"), "01/0123");
-  EXPECT_EQ(vorn::kit::FileInJob("0123"), "../../files/01/0123");
-}
+TEST(BoardFileTest, LiesByItsHash) { EXPECT_EQ(vorn::kit::FileInJob("0123"), "../../files/0123"); }
 
 // ---- A board ------------------------------------------------------------------------------------
 
