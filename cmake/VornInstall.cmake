@@ -51,6 +51,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/include/vorn/operations.h
 
 # Only the notices of what the tree holds; notices/README.md says which is whose.
 set(notices README.md nlohmann-json-LICENSE.txt xxhash-LICENSE.txt)
+if(TARGET vorn-report OR TARGET vorn-history)
+  list(APPEND notices uplot-LICENSE.txt)
+endif()
 if(NOT VORN_LIBRARY)
   set_target_properties(libvorn PROPERTIES INSTALL_RPATH $ORIGIN)
   install(TARGETS libvorn EXPORT vorn-targets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})

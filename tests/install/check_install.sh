@@ -20,6 +20,9 @@ wanted=(README.md nlohmann-json-LICENSE.txt xxhash-LICENSE.txt)
 if compgen -G "$work/moved/lib/libonnxruntime.so*" >/dev/null; then
   wanted+=(onnxruntime-LICENSE.txt onnxruntime-ThirdPartyNotices.txt)
 fi
+if [ -e "$work/moved/bin/vorn-report" ] || [ -e "$work/moved/bin/vorn-history" ]; then
+  wanted+=(uplot-LICENSE.txt)
+fi
 for notice in "${wanted[@]}"; do
   [ -s "$notices/$notice" ] || fail "the tree lacks the notice $notice in ${notices#"$work/moved/"}"
 done
