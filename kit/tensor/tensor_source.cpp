@@ -143,13 +143,16 @@ std::vector<OutputPlace> OutputsIn(const std::string& folder) {
   return outputs;
 }
 
+// Samples that are wanted; null for all of them.
+using Wanted = const std::set<uint64_t>*;
+
 std::vector<SampleSource> NumberedFolders(const std::string& folder, std::string_view front,
-                                          bool areOnnx) {
+                                          bool areOnnx, Wanted wanted) {
   std::vector<SampleSource> samples;
   for (const Entry& entry : EntriesOf(folder)) {
     if (!entry.isFolder || !entry.name.starts_with(front)) continue;
     const auto index = WholeNumber(std::string_view(entry.name).substr(front.size()));
-    if (!index) continue;
+    if (!index || (wanted != nullptr && wanted->count(*index) == 0)) continue;
     const std::string path = folder + "/" + entry.name;
     samples.push_back({*index, areOnnx ? OnnxOutputs(path) : OutputsIn(path), {}, {}});
   }
@@ -251,17 +254,31 @@ void TakeLongNames(TensorSource& source) {
   }
 }
 
-TensorSource OpenRun(const std::string& folder) {
+// Of a sample that stands there several times the last line counts.
+std::vector<SampleRecord> ReadSamplesOf(const std::string& folder, Wanted wanted) {
+  if (wanted == nullptr) return ReadSamples(folder);
+  std::map<uint64_t, SampleRecord> byIndex;
+  ForEachLine(folder + "/" + kSamplesFile, "the samples", ExitStatus::kInput,
+              [&](std::string_view line) {
+                SampleRecord record = SampleFromLine(line);
+                if (wanted->count(record.index) > 0) byIndex[record.index] = std::move(record);
+              });
+  std::vector<SampleRecord> records;
+  for (auto& [index, record] : byIndex) records.push_back(std::move(record));
+  return records;
+}
+
+TensorSource OpenRun(const std::string& folder, Wanted wanted) {
   TensorSource source = EmptySource(folder, "the run directory");
   source.isRun = true;
   if (fs::exists(folder + "/" + kSamplesFile)) {
-    for (const SampleRecord& record : ReadSamples(folder)) {
+    for (const SampleRecord& record : ReadSamplesOf(folder, wanted)) {
       source.samples.push_back(FromRecord(folder, record));
     }
   } else if (fs::is_directory(folder + "/" + kDumpsFolder)) {
-    source.samples = NumberedFolders(folder + "/" + kDumpsFolder, "", false);
+    source.samples = NumberedFolders(folder + "/" + kDumpsFolder, "", false, wanted);
   }
-  source.unfinished = WhyUnfinished(folder, source.samples.size());
+  if (wanted == nullptr) source.unfinished = WhyUnfinished(folder, source.samples.size());
   if (fs::exists(folder + "/" + kModelFile)) {
     source.model = FromJson(ReadWholeFile(folder + "/" + kModelFile, "the run's description",
                                           ExitStatus::kModel, kMostJsonBytes));
@@ -280,11 +297,11 @@ void TakeStacked(TensorSource& source, std::vector<OutputPlace> outputs) {
   source.samples.push_back({0, std::move(outputs), {}, {}});
 }
 
-TensorSource OpenFolder(const std::string& folder) {
+TensorSource OpenFolder(const std::string& folder, Wanted wanted) {
   const auto has = [&](const char* name) { return fs::exists(folder + "/" + name); };
-  if (has(kRunFile) || has(kSamplesFile)) return OpenRun(folder);
+  if (has(kRunFile) || has(kSamplesFile)) return OpenRun(folder, wanted);
   TensorSource source = EmptySource(folder, "the test folders");
-  source.samples = NumberedFolders(folder, "test_data_set_", true);
+  source.samples = NumberedFolders(folder, "test_data_set_", true, wanted);
   if (!source.samples.empty()) return source;
   if (auto outputs = OnnxOutputs(folder); !outputs.empty()) {
     source.kind = "the test folder";
@@ -292,7 +309,7 @@ TensorSource OpenFolder(const std::string& folder) {
     return source;
   }
   source.kind = "the dumps";
-  source.samples = NumberedFolders(folder, "", false);
+  source.samples = NumberedFolders(folder, "", false, wanted);
   if (!source.samples.empty()) return source;
   if (auto outputs = OutputsIn(folder); !outputs.empty()) {
     source.kind = "the folder";
@@ -316,6 +333,25 @@ StoredTensor OpenOnlyArray(const std::string& path) {
     RefuseSource(path, "holds " + Counted(names.size(), "array") + ", and one is needed here");
   }
   return archive.Open(names.front());
+}
+
+TensorSource FindIn(const std::string& path, Wanted wanted) {
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) RefuseSource(path, "is not there");
+  std::string folder = path;
+  while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
+  if (fs::is_directory(status)) return OpenFolder(folder, wanted);
+  const std::string file = fs::path(path).filename().string();
+  if (!EndingOf(file)) {
+    RefuseSource(path, "is a file of no kind that is read: .bin, .float, .npy, .npz or .pb");
+  }
+  TensorSource source = EmptySource(path, IsArchive(file) ? "the archive" : "the file");
+  std::vector<OutputPlace> outputs{{"", path}};
+  if (IsArchive(file)) outputs = ArraysIn(path);
+  if (outputs.empty()) RefuseSource(path, kNoArrays);
+  TakeStacked(source, std::move(outputs));
+  return source;
 }
 
 }  // namespace
@@ -356,23 +392,10 @@ StoredTensor OpenTensor(const OutputPlace& place) {
   return **place.kept;
 }
 
-TensorSource FindTensors(const std::string& path) {
-  std::error_code error;
-  const fs::file_status status = fs::status(path, error);
-  if (!fs::exists(status)) RefuseSource(path, "is not there");
-  std::string folder = path;
-  while (folder.size() > 1 && folder.ends_with('/')) folder.pop_back();
-  if (fs::is_directory(status)) return OpenFolder(folder);
-  const std::string file = fs::path(path).filename().string();
-  if (!EndingOf(file)) {
-    RefuseSource(path, "is a file of no kind that is read: .bin, .float, .npy, .npz or .pb");
-  }
-  TensorSource source = EmptySource(path, IsArchive(file) ? "the archive" : "the file");
-  std::vector<OutputPlace> outputs{{"", path}};
-  if (IsArchive(file)) outputs = ArraysIn(path);
-  if (outputs.empty()) RefuseSource(path, kNoArrays);
-  TakeStacked(source, std::move(outputs));
-  return source;
+TensorSource FindTensors(const std::string& path) { return FindIn(path, nullptr); }
+
+TensorSource FindTensors(const std::string& path, const std::set<uint64_t>& samples) {
+  return FindIn(path, &samples);
 }
 
 }  // namespace vorn::kit

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,11 @@ struct TensorSource {
 
 /// Throws a Fault of kInput that says what was looked for and what is there.
 [[nodiscard]] TensorSource FindTensors(const std::string& path);
+
+/// The same of some samples alone, of which those that are there come, so that a source of a
+/// million of them is not held; a source that may be stacked comes as it is. `unfinished` stays
+/// empty.
+[[nodiscard]] TensorSource FindTensors(const std::string& path, const std::set<uint64_t>& samples);
 
 /// By the ending of the file: .bin, .float, .npy, .pb. An archive (.npz) holds one array then.
 [[nodiscard]] StoredTensor OpenTensor(const std::string& path);

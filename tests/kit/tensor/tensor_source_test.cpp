@@ -75,6 +75,31 @@ TEST_F(Sources, AreNumberedFoldersOfDumps) {
   EXPECT_TRUE(source.samples[1].outputs[0].path.ends_with("/10/prob.0.17.bin"));
 }
 
+TEST_F(Sources, OfSomeSamplesAloneHoldNoOthers) {
+  for (const char* sample : {"2", "10", "11"}) Write(std::string(sample) + "/prob.0.17.bin");
+  EXPECT_THAT(IndicesOf(FindTensors(Path(), {10, 2, 99})), ElementsAre(2, 10));
+  // A run that goes on may tell a sample twice, of which the last line counts.
+  std::string lines;
+  for (const uint64_t index : {0U, 7U, 8U, 7U}) {
+    SampleRecord record;
+    record.index = index;
+    record.status = lines.empty() ? SampleStatus::kDone : SampleStatus::kFailed;
+    record.reason = "line " + std::to_string(lines.size());
+    lines += ToLine(record);
+  }
+  Write("run/samples.jsonl", lines);
+  const TensorSource all = FindTensors(Path("run"));
+  const TensorSource some = FindTensors(Path("run"), {7, 8});
+  EXPECT_THAT(IndicesOf(some), ElementsAre(7, 8));
+  EXPECT_EQ(some.samples[0].absence, all.samples[1].absence);
+  EXPECT_TRUE(some.isRun);
+}
+
+TEST_F(Sources, OfSomeSamplesAreWholeWhereTheyMayBeStacked) {
+  Write("prob.npy", "no matter");
+  EXPECT_TRUE(FindTensors(Path("prob.npy"), {5}).mayBeStacked);
+}
+
 TEST_F(Sources, WithTwoDumpsOfOneOutputAreRefused) {
   Write("0/prob.0.17.bin");
   Write("0/prob.0.18.bin");
