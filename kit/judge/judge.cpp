@@ -497,6 +497,12 @@ class Judging {
     return ItemOf(stacked, isByIndex ? SampleOf(pair) : *pairs_[pair].position, *items);
   }
 
+  // Of a stacked source what ItemFor has taken.
+  uint64_t ExpectedSampleOf(size_t pair) const {
+    if (!pairs_[pair].position) return pairs_[pair].expected->index;
+    return items_ > 0 ? SampleOf(pair) : *pairs_[pair].position;
+  }
+
   // Of a stacked source, those that were not run.
   void MissItems() {
     for (uint64_t item = 0; item < items_; ++item) {
@@ -560,7 +566,7 @@ class Judging {
     state.prints[sample] = print;
     std::optional<double> overFloor;
     if (request_.floor) overFloor = CompareFloor(pair, output, taker.Result(), state);
-    Note(sample, taker, top.Result(), overFloor, state);
+    Note(pair, taker, top.Result(), overFloor, state);
     if (state.labels) TakeLabels(sample, actual, expected, shape, *state.labels);
   }
 
@@ -593,15 +599,16 @@ class Judging {
            std::to_string(census.actualInfinite) + " infinities)";
   }
 
-  void Note(uint64_t sample, const CensusTaker& taker, const TopAgreement& agreement,
+  void Note(size_t pair, const CensusTaker& taker, const TopAgreement& agreement,
             std::optional<double> overFloor, OutputState& state) {
     OutputVerdict& verdict = state.verdict;
+    const uint64_t sample = SampleOf(pair);
     const Census& census = taker.Result();
     auto broken = BrokenRules(verdict.rules, census, agreement, overFloor);
     if (census.finite > 0 || !broken.empty()) {
       verdict.samples.push_back({sample, broken.empty(), census.outside,
                                  census.finite > 0 ? census.maxAbs : NAN, census.Rmse(),
-                                 census.Cosine()});
+                                 census.Cosine(), ExpectedSampleOf(pair)});
     } else {
       verdict.notJudged.push_back({sample, {NothingFinite(census)}});
     }

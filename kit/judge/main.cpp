@@ -11,6 +11,7 @@
 #include "kit/common/command_line.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
+#include "kit/common/own_command.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/judge/judge.h"
@@ -234,9 +235,10 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   }
   JudgeRequest request;
   request.rules = TakeRules(arguments);
+  std::string map;
   if (const auto path = arguments.Get("map")) {
-    request.map = ParseMap(ReadWholeFile(*path, "the map", ExitStatus::kInput, kMostTextBytes),
-                           "the map '" + Printable(*path) + "'");
+    map = ReadWholeFile(*path, "the map", ExitStatus::kInput, kMostTextBytes);
+    request.map = ParseMap(map, "the map '" + Printable(*path) + "'");
   }
   if (const auto path = arguments.Get("labels")) {
     const size_t slash = path->rfind('/');
@@ -259,8 +261,10 @@ ExitStatus JudgeRun(const Arguments& arguments) {
   request.expected = FindTensors(expected);
 
   const bool showsProgress = !arguments.Has("quiet") && isatty(STDERR_FILENO) != 0;
-  const Verdict verdict =
+  Verdict verdict =
       Judge(request, showsProgress ? std::function<void(size_t, size_t)>(ShowProgress) : nullptr);
+  verdict.command = OwnCommand("judge");
+  verdict.map = std::move(map);
   std::string text;
   if (arguments.Has("json")) {
     text = VerdictJson(verdict);

@@ -25,6 +25,19 @@ void TopAgreement::Merge(const TopAgreement& other) {
   items += other.items;
   top1 += other.top1;
   top5 += other.top5;
+  pairsLeftOut += other.pairsLeftOut;
+  for (const auto& [pair, count] : other.pairs) TakePair(pair, count);
+}
+
+void TopAgreement::TakePair(const std::pair<uint64_t, uint64_t>& pair, uint64_t count) {
+  const auto at = pairs.find(pair);
+  if (at != pairs.end()) {
+    at->second += count;
+  } else if (pairs.size() < kMostPairs) {
+    pairs.emplace(pair, count);
+  } else {
+    pairsLeftOut += count;
+  }
 }
 
 void TopAgreementTaker::Take(std::span<const float> actual, std::span<const float> expected) {
@@ -44,6 +57,7 @@ void TopAgreementTaker::EndItem() {
     if (actual_.Count() > 0) {
       agreement_.top1 += actual_.Index(0) == expected_.Index(0) ? 1 : 0;
       agreement_.top5 += actual_.Holds(expected_.Index(0)) ? 1 : 0;
+      agreement_.TakePair({expected_.Index(0), actual_.Index(0)}, 1);
     }
   }
   actual_ = {};

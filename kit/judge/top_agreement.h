@@ -3,9 +3,12 @@
 #define VORN_KIT_JUDGE_TOP_AGREEMENT_H_
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include "kit/tensor/stored_tensor.h"
 
@@ -31,6 +34,15 @@ struct TopAgreement {
   uint64_t items = 0;
   uint64_t top1 = 0;  ///< both have their greatest at one place
   uint64_t top5 = 0;  ///< the expected greatest is among the actual five greatest
+  /// Items by the expected and the actual class that is greatest, of kMostPairs pairs at most, and
+  /// the items of all others.
+  std::map<std::pair<uint64_t, uint64_t>, uint64_t> pairs{};
+  uint64_t pairsLeftOut = 0;
+
+  static constexpr size_t kMostPairs = 100000;
+
+  /// Counts `count` items of a pair.
+  void TakePair(const std::pair<uint64_t, uint64_t>& pair, uint64_t count);
 
   void Merge(const TopAgreement& other);
 };

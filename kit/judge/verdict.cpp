@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 #include "kit/common/printable.h"
 #include "kit/common/text_table.h"
 #include "kit/json/json.h"
+#include "kit/judge/columns.h"
 
 namespace vorn::kit {
 namespace {
@@ -293,7 +295,7 @@ Json CausesJson(const OutputVerdict& output) {
   return array;
 }
 
-Json OutputJson(const OutputVerdict& output) {
+Json OutputJson(const OutputVerdict& output, size_t mostRows) {
   Json json = Json::Object({{"name", output.name},
                             {"verdict", IsWrong(output)       ? "wrong"
                                         : IsNotJudged(output) ? "notJudged"
@@ -306,14 +308,19 @@ Json OutputJson(const OutputVerdict& output) {
   json.Set("wrongSamples", output.wrong.size());
   json.Set("census", JsonOf(output.census));
   if (output.agreement.items > 0) {
+    uint64_t leftOut = 0;
+    Json pairs = PairsJson(output.agreement, leftOut);
     json.Set("agreement", Json::Object({{"items", output.agreement.items},
                                         {"top1", output.agreement.top1},
-                                        {"top5", output.agreement.top5}}));
+                                        {"top5", output.agreement.top5},
+                                        {"pairs", std::move(pairs)},
+                                        {"pairsLeftOut", leftOut}}));
   }
   json.Set("overSamples",
            Json::Object({{"maxAbs", JsonOf(SpreadOf(output.samples, &SampleSketch::maxAbs))},
                          {"rmse", JsonOf(SpreadOf(output.samples, &SampleSketch::rmse))},
                          {"cosine", JsonOf(SpreadOf(output.samples, &SampleSketch::cosine))}}));
+  json.Set("columns", ColumnsJson(output.samples, mostRows));
   json.Set("wrong", JsonOf(output.wrong));
   json.Set("notJudged", JsonOf(output.notJudged));
   json.Set("worst", WorstJson(output));
@@ -434,7 +441,10 @@ std::string VerdictText(const Verdict& verdict, bool areAllWanted) {
 
 std::string VerdictJson(const Verdict& verdict) {
   Json outputs = Json::Array();
-  for (const OutputVerdict& output : verdict.outputs) outputs.Append(OutputJson(output));
+  const size_t mostRows = RowsAnOutput(verdict.outputs.size());
+  for (const OutputVerdict& output : verdict.outputs) {
+    outputs.Append(OutputJson(output, mostRows));
+  }
   Json missing = Json::Array();
   for (size_t i = 0; i < std::min(verdict.missing.size(), kMostSamplesTold); ++i) {
     const MissingSample& sample = verdict.missing[i];
@@ -466,6 +476,8 @@ std::string VerdictJson(const Verdict& verdict) {
   }
   if (verdict.inside) json.Set("inside", InsideJson(*verdict.inside));
   if (verdict.floor) json.Set("floor", FloorJson(*verdict.floor));
+  if (!verdict.command.empty()) json.Set("command", Json::ArrayOf(verdict.command));
+  if (!verdict.map.empty()) json.Set("map", ParseJson(verdict.map));
   return ToText(json, 2) + "\n";
 }
 

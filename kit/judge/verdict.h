@@ -26,6 +26,7 @@ struct SampleSketch {
   double maxAbs = 0;
   double rmse = 0;
   double cosine = 0;
+  uint64_t expectedSample = 0;  ///< its number on the expected side, of a stacked source its place
 };
 
 /// A sample of an output that is wrong, or that could not be judged.
@@ -90,6 +91,9 @@ struct Verdict {
   std::optional<FloorReport> floor;
   /// Where an output is wrong: the inputs of both sides that were not made alike.
   std::vector<PreparationDifference> preparation;
+  /// How it was asked for, so that whoever shows the tensors reads them alike.
+  std::vector<std::string> command;
+  std::string map;  ///< the text of the map's file; empty without one
 
   [[nodiscard]] ExitStatus Status() const;
 

@@ -70,6 +70,22 @@ TEST_F(Judgement, FindsEqualSidesRight) {
   EXPECT_EQ(verdict.outputs[0].census.equal, 6U);
 }
 
+// Whoever opens a sample again has to find the other side's.
+TEST_F(Judgement, NotesWhichExpectedSampleItWas) {
+  Dump("actual/0", {1, 2});
+  Dump("actual/3", {3, 4});
+  Array("expected.npy", "<f4", "(2, 2)", Bytes(Values{1, 2, 3, 4}));
+  Verdict verdict = Run("actual", "expected.npy");
+  ASSERT_THAT(verdict.outputs.at(0).samples, SizeIs(2));
+  EXPECT_EQ(verdict.outputs[0].samples[1].sample, 3U);
+  EXPECT_EQ(verdict.outputs[0].samples[1].expectedSample, 1U);
+  Dump("other/8", {1, 2});
+  request_.map.samples = Map::Samples::kListed;
+  request_.map.listed = {{0, 8}};
+  verdict = Run("actual", "other");
+  EXPECT_EQ(verdict.outputs.at(0).samples.at(0).expectedSample, 8U);
+}
+
 TEST_F(Judgement, NamesSampleElementAndReason) {
   Dump("actual/0", {1, 2, 3});
   Dump("actual/4", {1, 9, 3});

@@ -56,6 +56,23 @@ TEST(TopAgreement, CountsItemsOfProbabilities) {
   EXPECT_EQ(Take({NAN, NAN}, {1, 0}, 2).top1, 0U);
 }
 
+TEST(TopAgreement, CountsPairsOfClasses) {
+  TopAgreement both = Take({0.1F, 0.9F, 0, 0.6F, 0.4F, 0}, {0.2F, 0.8F, 0, 0.4F, 0.6F, 0}, 3);
+  using Pairs = std::map<std::pair<uint64_t, uint64_t>, uint64_t>;
+  EXPECT_EQ(both.pairs, (Pairs{{{1, 1}, 1}, {{1, 0}, 1}}));
+  both.Merge(Take({0, 1, 0}, {0, 1, 0}, 3));
+  EXPECT_EQ(both.pairs, (Pairs{{{1, 1}, 2}, {{1, 0}, 1}}));
+}
+
+TEST(TopAgreement, HoldsSoManyPairsAndNoMore) {
+  TopAgreement agreement;
+  for (uint64_t i = 0; i < TopAgreement::kMostPairs + 7; ++i) agreement.TakePair({i, i}, 1);
+  agreement.TakePair({0, 0}, 5);
+  EXPECT_EQ(agreement.pairs.size(), TopAgreement::kMostPairs);
+  EXPECT_EQ(agreement.pairsLeftOut, 7U);
+  EXPECT_EQ(agreement.pairs.at({0, 0}), 6U);
+}
+
 TEST(TopAgreement, TellsTheFifthFromTheSixth) {
   const Values expected{1, 0, 0, 0, 0, 0, 0};
   EXPECT_EQ(Take({3, 7, 6, 5, 4, 0, 0}, expected, 7).top5, 1U);
