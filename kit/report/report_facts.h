@@ -92,13 +92,14 @@ struct ReportSpread {
   double most = 0;
 };
 
-/// Differences over all samples, columns. With more samples than `kMostReportRows` each row stands
-/// for `samplesPerRow` neighbours and is the worst of them (by RMSE, wrong before right).
+/// Differences over all samples, columns. Of many samples (or of many outputs) each row stands for
+/// `samplesPerRow` neighbours and is the worst of them: wrong before right, then by RMSE.
 struct ReportColumns {
   uint64_t samplesPerRow = 1;
   std::vector<uint64_t> sample;
-  std::vector<uint8_t> isWrong;   ///< 0 or 1
-  std::vector<uint64_t> outside;  ///< elements outside of the tolerance
+  std::vector<uint64_t> expectedSample;  ///< its number on that side; empty where they are the same
+  std::vector<uint8_t> isWrong;          ///< 0 or 1
+  std::vector<uint64_t> outside;         ///< elements outside of the tolerance
   std::vector<double> maxAbs;
   std::vector<double> rmse;
   std::vector<double> cosine;
@@ -236,8 +237,10 @@ struct ReportJudgement {
     std::string side;  ///< that has it not: "actual" or "expected"
     std::string reason;
   };
-  std::vector<Missing> missing;  ///< the first of them
-  std::vector<ReportOutput> outputs;
+  std::vector<Missing> missing;       ///< the first of them
+  std::vector<ReportOutput> outputs;  ///< at most kMostReportTensors
+  uint64_t outputsLeftOut = 0;
+  std::vector<std::string> command;  ///< of `vorn judge`; empty where that is not known
   std::vector<ReportAccuracy> accuracy;
   std::vector<std::string> remarks;
   std::vector<std::string> unfinished;
@@ -446,7 +449,8 @@ inline constexpr size_t kMostReportZones = 12;
 
 // ---- Trace --------------------------------------------------------------------------------------
 
-/// One call, or several of the same operation and thread with next to nothing between them.
+/// One call, or several short ones of a thread that follow each other, of which the longest gives
+/// the name.
 struct ReportSpan {
   uint64_t beginNs = 0;  ///< since the layer was loaded
   uint64_t durationNs = 0;
@@ -542,10 +546,10 @@ struct ReportTensor {
 };
 
 struct ReportRun {
-  std::string path;          ///< of the run directory, as it was given
-  std::string name;          ///< short, and unlike that of any other run of the report
-  ReportAnswer answer;       ///< of this run alone
-  RunFacts facts;            ///< run.json: state, files, machine, versions, counts, warnings, …
+  std::string path;     ///< of the run directory, as it was given
+  std::string name;     ///< short, and unlike that of any other run of the report
+  ReportAnswer answer;  ///< of this run alone
+  RunFacts facts;       ///< run.json: state, files, machine, versions, counts, warnings, …
   std::vector<ReportTensor> tensors;  ///< of model.json
   std::vector<ReportRemark> remarks;  ///< warnings first
   std::optional<ReportJudgement> judgement;

@@ -64,15 +64,18 @@ uint64_t EndOf(const TraceFile& file) {
 
 }  // namespace
 
+bool AnswersFailure(const TraceFile& file, const TracedCall& call) {
+  return call.endedNs && AnswersStatus(NameOf(file, call)) && !call.results.empty() &&
+         call.results.front() != 0;
+}
+
 std::vector<OperationTimes> TimesByOperation(const TraceFile& file) {
   std::map<uint16_t, std::vector<uint64_t>> durations;
   std::map<uint16_t, uint64_t> failed;
   for (const TracedCall& call : file.calls) {
     if (!call.endedNs) continue;
     durations[call.operation].push_back(*call.endedNs - call.beganNs);
-    const bool isFailure =
-        AnswersStatus(NameOf(file, call)) && !call.results.empty() && call.results.front() != 0;
-    failed[call.operation] += isFailure ? 1 : 0;
+    failed[call.operation] += AnswersFailure(file, call) ? 1 : 0;
   }
   std::vector<OperationTimes> all;
   for (auto& [operation, sorted] : durations) {

@@ -81,6 +81,9 @@ struct DeviceMemory {
   uint64_t leftBytes = 0;  ///< not freed at the end
 };
 
+/// Whether the call came to an end, answers a status, and that says that it failed.
+[[nodiscard]] bool AnswersFailure(const TraceFile& file, const TracedCall& call);
+
 /// Ordered by total, the largest first.
 [[nodiscard]] std::vector<OperationTimes> TimesByOperation(const TraceFile& file);
 [[nodiscard]] Phases DivideIntoPhases(const TraceFile& file);

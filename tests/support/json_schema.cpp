@@ -96,6 +96,7 @@ class Validator {
     if (type == "boolean") return value.is_boolean();
     if (type == "integer") return value.is_number_integer();
     if (type == "number") return value.is_number();
+    if (type == "null") return value.is_null();
     throw std::runtime_error("this type is not known: " + type.dump());
   }
 

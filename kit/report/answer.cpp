@@ -1,0 +1,331 @@
+#include "kit/report/answer.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "kit/common/fault.h"
+#include "kit/common/printable.h"
+#include "kit/page/number_text.h"
+
+namespace vorn::kit {
+namespace {
+
+// ---- Parts of a sentence ------------------------------------------------------------------------
+
+// "'digits.onnx' on board-7 (Cortex-A55)".
+std::string Subject(const ReportRun& run) {
+  const RunFacts& facts = run.facts;
+  std::string text = FileName(facts.model.path);
+  if (!facts.machine.host.empty()) text += " on " + InQuotes(facts.machine.host);
+  if (!facts.machine.processor.empty()) text += " (" + facts.machine.processor + ")";
+  return text;
+}
+
+const ReportSeries* MeasuredSeries(const ReportRun& run) {
+  for (const ReportSeries& series : run.times.series) {
+    if (series.count > 0) return &series;
+  }
+  return nullptr;
+}
+
+// "; an execution takes 36.7 µs (median of 199)".
+std::string Speed(const ReportRun& run) {
+  const ReportSeries* series = MeasuredSeries(run);
+  if (series == nullptr) return "";
+  return "; an execution takes " + TimeText(series->medianOfAllNs) + " (median of " +
+         std::to_string(series->count) + ")";
+}
+
+// "7 of 200 samples".
+std::string SomeOf(uint64_t some, uint64_t all) {
+  return std::to_string(some) + " of " + Counted(all, "sample");
+}
+
+std::vector<const ReportOutput*> WrongOutputs(const ReportJudgement& judgement) {
+  std::vector<const ReportOutput*> wrong;
+  for (const ReportOutput& output : judgement.outputs) {
+    if (output.verdict == ReportVerdict::kWrong) wrong.push_back(&output);
+  }
+  return wrong;
+}
+
+std::string WrongPart(const ReportOutput& output) {
+  const uint64_t all = std::max(output.samples, output.wrongSamples);
+  return "in " + SomeOf(output.wrongSamples, all) + " of " + InQuotes(output.name);
+}
+
+// "wrong in 2 of 200 samples of 'probabilities', measured against 'build/reference'".
+std::string WrongText(const ReportJudgement& judgement) {
+  constexpr size_t kMostNamed = 2;
+  const auto wrong = WrongOutputs(judgement);
+  std::string text = "wrong ";
+  if (wrong.size() <= kMostNamed) {
+    for (size_t i = 0; i < wrong.size(); ++i) {
+      text += (i == 0 ? "" : " and ") + WrongPart(*wrong[i]);
+    }
+  } else {
+    text += "in " + std::to_string(wrong.size()) + " of " +
+            std::to_string(judgement.outputs.size()) + " outputs, first " + WrongPart(*wrong[0]);
+  }
+  return text + ", measured against " + InQuotes(judgement.expected);
+}
+
+bool IsCountedOut(const SampleCounts& counts) { return counts.done < counts.inferences; }
+
+std::string CountsText(const SampleCounts& counts) {
+  std::string text = SomeOf(counts.done, counts.inferences) + " done";
+  if (counts.failed > 0) text += ", " + std::to_string(counts.failed) + " failed";
+  if (counts.aside > 0) text += ", " + std::to_string(counts.aside) + " put aside";
+  if (counts.missing > 0) text += ", " + std::to_string(counts.missing) + " missing";
+  return text;
+}
+
+// ---- What belongs to it -------------------------------------------------------------------------
+
+// The cause that the most samples have first.
+void TellCause(const ReportJudgement& judgement, ReportAnswer& answer) {
+  struct Count {
+    size_t samples = 0;
+    const ReportCause* surest = nullptr;
+  };
+  std::map<std::string, Count> counts;
+  size_t looked = 0;
+  for (const ReportOutput& output : judgement.outputs) {
+    for (const ReportFault& fault : output.wrong) {
+      if (fault.causes.empty()) continue;
+      ++looked;
+      const ReportCause& cause = fault.causes.front();
+      Count& count = counts[cause.id];
+      ++count.samples;
+      if (count.surest == nullptr || cause.certainty > count.surest->certainty) {
+        count.surest = &cause;
+      }
+    }
+  }
+  const auto most = std::max_element(
+      counts.begin(), counts.end(),
+      [](const auto& a, const auto& b) { return a.second.samples < b.second.samples; });
+  if (most == counts.end()) return;
+  const ReportCause& cause = *most->second.surest;
+  answer.more.push_back("Likely: " + cause.text + " (" + PercentText(cause.certainty) + "), in " +
+                        std::to_string(most->second.samples) + " of " +
+                        Counted(looked, "wrong sample") + " looked at.");
+}
+
+void TellInside(const ReportJudgement& judgement, ReportAnswer& answer) {
+  if (!judgement.inside || !judgement.inside->begin) return;
+  const auto& inside = *judgement.inside;
+  answer.more.push_back("Along the graph the difference begins at " +
+                        InQuotes(inside.tensors[*inside.begin].name) + ".");
+}
+
+void TellFloor(const ReportJudgement& judgement, ReportAnswer& answer) {
+  if (!judgement.floor || judgement.floor->outputs.empty()) return;
+  const auto& outputs = judgement.floor->outputs;
+  const auto worse = std::count_if(outputs.begin(), outputs.end(),
+                                   [](const auto& output) { return output.answer == "worse"; });
+  const std::string precision =
+      judgement.floor->precision.empty() ? "its precision" : judgement.floor->precision;
+  answer.more.push_back(
+      worse == 0 ? "No output loses more than " + precision + " has to lose."
+                 : std::to_string(worse) + " of " + Counted(outputs.size(), "output") + " lose" +
+                       (worse == 1 ? "s" : "") + " more than " + precision + " has to lose.");
+}
+
+void TellAccuracy(const ReportJudgement& judgement, ReportAnswer& answer) {
+  if (judgement.accuracy.empty()) return;
+  const ReportAccuracy& accuracy = judgement.accuracy.front();
+  answer.more.push_back("Against the labels " + InQuotes(accuracy.output) + " has " +
+                        accuracy.metric + " " + NumberText(accuracy.actual) + ", and " +
+                        NumberText(accuracy.expected) + " on the expected side.");
+}
+
+void TellMissing(const ReportRun& run, ReportAnswer& answer) {
+  const SampleCounts& counts = run.facts.counts;
+  if (IsCountedOut(counts)) answer.more.push_back(CountsText(counts) + ".");
+  if (!run.undone.empty() && !run.undone.front().reason.empty()) {
+    const ReportUndone& first = run.undone.front();
+    answer.more.push_back("Sample " + std::to_string(first.sample) + ": " + first.reason + ".");
+  }
+}
+
+// ---- One run ------------------------------------------------------------------------------------
+
+ReportAnswer Unjudged(const ReportRun& run) {
+  const RunFacts& facts = run.facts;
+  const std::string subject = Subject(run);
+  const std::string counts = CountsText(facts.counts);
+  switch (facts.state) {
+    case RunState::kRunning:
+      return {ReportTone::kOpen,
+              "running",
+              subject + " has not ended, with " + counts + Speed(run) + ".",
+              {}};
+    case RunState::kInterrupted:
+      return {ReportTone::kOpen,
+              "interrupted",
+              subject + " was interrupted, with " + counts + Speed(run) + ".",
+              {}};
+    case RunState::kFailed: {
+      const std::string by = facts.signal ? ", ended by " + *facts.signal : "";
+      return {ReportTone::kBad,
+              "failed",
+              subject + " failed" + by + ", with " + counts + Speed(run) + ".",
+              {}};
+    }
+    case RunState::kDone:
+      break;
+  }
+  const bool isWhole = !IsCountedOut(facts.counts);
+  return {ReportTone::kOpen,
+          isWhole ? "not judged" : "not whole",
+          subject + " ran, with " + counts + ", and was not judged" + Speed(run) + ".",
+          {}};
+}
+
+ReportAnswer Judged(const ReportRun& run, const ReportJudgement& judgement) {
+  const std::string subject = Subject(run);
+  if (!WrongOutputs(judgement).empty()) {
+    return {
+        ReportTone::kBad, "wrong", subject + " is " + WrongText(judgement) + Speed(run) + ".", {}};
+  }
+  const std::string against = ", measured against " + InQuotes(judgement.expected);
+  const std::string outputs = Counted(judgement.outputs.size(), "output");
+  if (judgement.status == static_cast<int>(ExitStatus::kDone)) {
+    return {ReportTone::kGood,
+            "right",
+            subject + " is right in all " + Counted(judgement.samples, "sample") + " of " +
+                outputs + against + Speed(run) + ".",
+            {}};
+  }
+  if (judgement.status == static_cast<int>(ExitStatus::kPartial) && judgement.samples > 0) {
+    return {ReportTone::kOpen,
+            "not whole",
+            subject + " is right in the " + Counted(judgement.samples, "sample") +
+                " that are there, and " + Counted(judgement.missingSamples, "sample") +
+                " are missing" + against + Speed(run) + ".",
+            {}};
+  }
+  return {ReportTone::kOpen,
+          "not judged",
+          subject + " could not be judged everywhere" + against + Speed(run) + ".",
+          {}};
+}
+
+// ---- Two runs -----------------------------------------------------------------------------------
+
+std::string TimesText(const ReportComparison& comparison, const std::string& other,
+                      const std::string& base) {
+  const Comparison& times = comparison.times;
+  const std::string interval = NumberText(times.interval.ratio, 3) + " times its time (" +
+                               NumberText(times.interval.low, 3) + " to " +
+                               NumberText(times.interval.high, 3) + ")";
+  switch (times.verdict) {
+    case TimingVerdict::kSlower:
+      return other + " is slower than " + base + ": " + interval;
+    case TimingVerdict::kFaster:
+      return other + " is faster than " + base + ": " + interval;
+    case TimingVerdict::kAlike:
+      return other + " is as fast as " + base + ": " + interval;
+    case TimingVerdict::kCannotTell:
+      return "whether " + other + " is slower or faster than " + base +
+             " cannot be told by so few times: " + interval;
+    case TimingVerdict::kNothing:
+      break;
+  }
+  return other + " and " + base + " have no times to compare";
+}
+
+std::string OutputsText(const ReportComparison& comparison) {
+  uint64_t different = 0;
+  uint64_t equal = 0;
+  size_t changed = 0;
+  for (const ReportOutputChange& output : comparison.outputs) {
+    different = std::max(different, output.different);
+    equal = std::max(equal, output.equal);
+    changed += output.different > 0 ? 1 : 0;
+  }
+  if (different + equal == 0) return "; no sample of both has outputs to compare";
+  if (changed == 0) {
+    return "; all outputs of " + Counted(equal, "sample") + " are the same to the byte";
+  }
+  return "; " + std::to_string(changed) + " of " + Counted(comparison.outputs.size(), "output") +
+         " changed, in up to " + Counted(different, "sample");
+}
+
+void TellChanges(const ReportComparison& comparison, ReportAnswer& answer) {
+  constexpr size_t kMostNamed = 8;
+  for (const ReportChange& change : comparison.verdicts) {
+    answer.more.push_back(InQuotes(change.what) + " was " + change.base + " and is " +
+                          change.other + ".");
+    if (answer.more.size() == kMostNamed) break;
+  }
+  if (comparison.environment.empty()) return;
+  std::string text = "Not the same: ";
+  const auto& all = comparison.environment;
+  for (size_t i = 0; i < std::min(all.size(), kMostNamed); ++i) {
+    text += (i == 0 ? "" : ", ") + all[i].what;
+  }
+  if (all.size() > kMostNamed) text += " and " + std::to_string(all.size() - kMostNamed) + " more";
+  answer.more.push_back(text + ".");
+}
+
+bool IsAnyWorse(const ReportComparison& comparison) {
+  return std::any_of(comparison.verdicts.begin(), comparison.verdicts.end(),
+                     [](const ReportChange& change) { return change.other == "wrong"; });
+}
+
+}  // namespace
+
+std::string InQuotes(const std::string& text) { return "'" + text + "'"; }
+
+std::string FileName(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return InQuotes(slash == std::string::npos ? path : path.substr(slash + 1));
+}
+
+ReportAnswer AnswerOf(const ReportRun& run) {
+  ReportAnswer answer = run.judgement ? Judged(run, *run.judgement) : Unjudged(run);
+  if (run.judgement) {
+    const ReportJudgement& judgement = *run.judgement;
+    TellCause(judgement, answer);
+    TellInside(judgement, answer);
+    TellFloor(judgement, answer);
+    for (const std::string& one : judgement.preparation)
+      answer.more.push_back("Suspect: " + one + ".");
+    TellAccuracy(judgement, answer);
+    for (const std::string& one : judgement.unfinished) answer.more.push_back(one + ".");
+  }
+  TellMissing(run, answer);
+  return answer;
+}
+
+ReportAnswer AnswerOf(const ReportComparison& comparison, const ReportRun& base,
+                      const ReportRun& other) {
+  ReportAnswer answer;
+  answer.verdict = std::string(VerdictName(comparison.times.verdict));
+  answer.sentence = TimesText(comparison, InQuotes(other.name), InQuotes(base.name)) +
+                    OutputsText(comparison) + ".";
+  switch (comparison.times.verdict) {
+    case TimingVerdict::kSlower:
+      answer.tone = ReportTone::kBad;
+      break;
+    case TimingVerdict::kFaster:
+    case TimingVerdict::kAlike:
+      answer.tone = ReportTone::kGood;
+      break;
+    case TimingVerdict::kCannotTell:
+    case TimingVerdict::kNothing:
+      answer.tone = ReportTone::kOpen;
+      break;
+  }
+  if (IsAnyWorse(comparison) || other.answer.tone == ReportTone::kBad) {
+    answer.tone = ReportTone::kBad;
+  }
+  TellChanges(comparison, answer);
+  return answer;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,26 @@
+// The answer in a sentence that a person can repeat.
+#ifndef VORN_KIT_REPORT_ANSWER_H_
+#define VORN_KIT_REPORT_ANSWER_H_
+
+#include <string>
+
+#include "kit/report/report_facts.h"
+
+namespace vorn::kit {
+
+/// Of one run, of which all else was gathered: right or wrong, on what, how fast, against what.
+[[nodiscard]] ReportAnswer AnswerOf(const ReportRun& run);
+
+/// Of two runs: slower or faster, whether the outputs changed, and what else did.
+[[nodiscard]] ReportAnswer AnswerOf(const ReportComparison& comparison, const ReportRun& base,
+                                    const ReportRun& other);
+
+/// The text between quotes, whatever is in it: it is escaped where it is shown.
+[[nodiscard]] std::string InQuotes(const std::string& text);
+
+/// The last part of a path, likewise.
+[[nodiscard]] std::string FileName(const std::string& path);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_REPORT_ANSWER_H_

@@ -1,0 +1,154 @@
+#include "kit/report/markdown.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "kit/common/printable.h"
+#include "kit/page/number_text.h"
+#include "kit/report/summary_tables.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr size_t kToldOutputs = 20;
+constexpr size_t kToldBoards = 30;
+constexpr size_t kMostRemarks = 10;
+constexpr size_t kMostCellBytes = 300;
+
+// What is behind it is seen as no part of a link or a name that is called.
+constexpr std::string_view kNothing = "&#8203;";
+
+std::string CellText(const std::string& text) {
+  if (text.size() <= kMostCellBytes) return EscapedMarkdown(text);
+  return EscapedMarkdown(PrintableExcerpt(text));
+}
+
+std::string TableText(const SummaryTable& table) {
+  if (table.rows.empty()) return "";
+  std::string text = "|";
+  std::string line = "|";
+  for (const auto& column : table.columns) {
+    text += " " + EscapedMarkdown(column.title) + " |";
+    line += column.holdsNumbers ? " ---: |" : " --- |";
+  }
+  text += "\n" + line + "\n";
+  for (const auto& row : table.rows) {
+    text += "|";
+    for (const std::string& cell : row) text += " " + CellText(cell) + " |";
+    text += "\n";
+  }
+  if (table.leftOut > 0) text += "\nand " + CountText(table.leftOut) + " more\n";
+  return text + "\n";
+}
+
+std::string AnswerText(const ReportAnswer& answer) {
+  constexpr size_t kMostMore = 10;
+  std::string text = "**" + EscapedMarkdown(VerdictHeading(answer)) +
+                     "**: " + EscapedMarkdown(answer.sentence) + "\n\n";
+  for (size_t i = 0; i < std::min(answer.more.size(), kMostMore); ++i) {
+    text += "- " + CellText(answer.more[i]) + "\n";
+  }
+  return text + (answer.more.empty() ? "" : "\n");
+}
+
+std::string RemarksText(const ReportRun& run) {
+  std::string text;
+  size_t told = 0;
+  for (const ReportRemark& remark : run.remarks) {
+    if (remark.kind != ReportRemark::Kind::kWarning || ++told > kMostRemarks) continue;
+    text += "- warning: " + CellText(remark.text) + "\n";
+  }
+  if (told > kMostRemarks) text += "- and " + CountText(told - kMostRemarks) + " more\n";
+  return text + (text.empty() ? "" : "\n");
+}
+
+// A fence that nothing inside can end.
+std::string CodeText(const std::string& code) {
+  size_t longest = 2;
+  size_t run = 0;
+  for (const char c : code) {
+    run = c == '`' ? run + 1 : 0;
+    longest = std::max(longest, run);
+  }
+  const std::string fence(longest + 1, '`');
+  return fence + "sh\n" + code + fence + "\n\n";
+}
+
+std::string CommandsText(const ReportRun& run) {
+  if (run.commands.empty()) return "";
+  std::string code;
+  for (const ReportCommand& command : run.commands) {
+    code += "# " + command.purpose + "\n" + command.command + "\n";
+  }
+  return "<details><summary>commands that repeat it</summary>\n\n" + CodeText(code) +
+         "</details>\n\n";
+}
+
+std::string RunMarkdown(const ReportRun& run, bool isOneOfSeveral) {
+  std::string text;
+  if (isOneOfSeveral) {
+    text += "#### " + EscapedMarkdown(run.name) + "\n\n" + AnswerText(run.answer);
+  }
+  if (run.judgement) text += TableText(OutputTable(*run.judgement, kToldOutputs));
+  if (const SummaryTable worst = WorstTable(run); !worst.rows.empty()) {
+    text += "<details><summary>worst samples</summary>\n\n" + TableText(worst) + "</details>\n\n";
+  }
+  if (run.fleet) text += TableText(BoardTable(*run.fleet, kToldBoards));
+  if (run.areFindingsKnown) {
+    text += Counted(run.findings.size() + run.findingsLeftOut, "finding") + "\n\n";
+  }
+  return text + RemarksText(run);
+}
+
+// Cut between lines: half of a table reads, half of a line may not.
+std::string Shortened(std::string text) {
+  constexpr size_t kMostBytes = 60000;
+  if (text.size() <= kMostBytes) return text;
+  text.resize(text.rfind('\n', kMostBytes) + 1);
+  return text + "\n\nThe rest is left out; the page has it.\n";
+}
+
+}  // namespace
+
+std::string EscapedMarkdown(std::string_view text) {
+  constexpr std::string_view kMarkup = "\\`*_{}[]()#+-.!|~$^=:\"'";
+  std::string escaped;
+  for (const char c : Printable(text)) {
+    switch (c) {
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '@':
+        escaped += std::string("@") + std::string(kNothing);
+        break;
+      default:
+        if (kMarkup.find(c) != std::string_view::npos) escaped += '\\';
+        escaped += c;
+        // "#12", "https://", "www." become links by themselves, whatever stands in front.
+        if (c == '#' || c == ':' || c == '.') escaped += kNothing;
+        break;
+    }
+  }
+  return escaped;
+}
+
+std::string MarkdownText(const ReportFacts& facts) {
+  const bool areSeveral = facts.runs.size() > 1;
+  std::string text = "### " + EscapedMarkdown(facts.title) + "\n\n" + AnswerText(facts.answer);
+  for (const ReportComparison& comparison : facts.comparisons) {
+    text +=
+        TableText(OutputChangeTable(comparison, kToldOutputs)) + TableText(ChangeTable(comparison));
+  }
+  text += TableText(TimesTable(facts.runs));
+  for (const ReportRun& run : facts.runs) text += RunMarkdown(run, areSeveral);
+  if (!areSeveral) text += CommandsText(facts.runs.front());
+  return Shortened(std::move(text));
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,372 @@
+#include "kit/report/run_facts.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_identity.h"
+#include "kit/common/file_place.h"
+#include "kit/common/printable.h"
+#include "kit/json/json.h"
+#include "kit/model/model_json.h"
+#include "kit/report/answer.h"
+#include "kit/report/detail.h"
+#include "kit/report/findings.h"
+#include "kit/report/fleet_facts.h"
+#include "kit/report/judgement.h"
+#include "kit/report/places.h"
+#include "kit/report/run_times.h"
+#include "kit/report/trace_facts.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr uint64_t kMostModelBytes = 256 << 20;
+constexpr const char* kVerdictFile = "verdict.json";
+constexpr const char* kQualifyFile = "qualify.json";
+
+std::string WithoutSlashes(std::string path) {
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  return path;
+}
+
+// The value that stands behind an option in a command line.
+std::vector<std::string> OptionValues(const std::vector<std::string>& command,
+                                      std::string_view option) {
+  std::vector<std::string> values;
+  for (size_t i = 0; i < command.size(); ++i) {
+    const std::string_view word = command[i];
+    if (word == option && i + 1 < command.size()) values.push_back(command[i + 1]);
+    if (word.starts_with(option) && word.size() > option.size() && word[option.size()] == '=') {
+      values.emplace_back(word.substr(option.size() + 1));
+    }
+  }
+  return values;
+}
+
+// ---- The parts, one after the other -------------------------------------------------------------
+
+class Gathering {
+ public:
+  Gathering(const RunPlace& place, size_t details) : place_(place), most_(details) {}
+
+  ReportRun Run() {
+    run_.path = place_.given;
+    run_.facts = ReadRun(place_.run);
+    TellState();
+    TakeModel();
+    TakeJudgement();
+    TakeUndone();
+    TakeTimes();
+    TakeMachine();
+    TakeTrace();
+    TakeFindings();
+    TakeFleet();
+    TakeWarnings();
+    TakeCommands();
+    run_.answer = AnswerOf(run_);
+    return std::move(run_);
+  }
+
+ private:
+  using Kind = ReportRemark::Kind;
+
+  void Remark(Kind kind, const std::string& text) { run_.remarks.push_back({kind, "", 0, text}); }
+
+  [[nodiscard]] std::string File(const char* name) const { return place_.run + "/" + name; }
+
+  // Takes what a part of the run tells; what is wrong with it becomes a remark.
+  template <typename Take>
+  void Try(Take take) {
+    try {
+      take();
+    } catch (const Fault& fault) {
+      Remark(Kind::kWarning, fault.what());
+    }
+  }
+
+  // The lines of a file as far as they can be read.
+  template <typename Parse>
+  auto LinesOf(const char* name, const std::string& what, Parse parse) {
+    std::vector<decltype(parse(std::string_view()))> records;
+    try {
+      ForEachLine(File(name), what, ExitStatus::kInput,
+                  [&](std::string_view line) { records.push_back(parse(line)); });
+    } catch (const Fault& fault) {
+      Remark(Kind::kWarning, std::string(fault.what()) + "; what stands before is shown");
+    }
+    return records;
+  }
+
+  void TellState() {
+    const RunFacts& facts = run_.facts;
+    switch (facts.state) {
+      case RunState::kRunning:
+        Remark(Kind::kWarning,
+               "the run has not ended, or was killed: its run.json says \"running\"");
+        break;
+      case RunState::kInterrupted:
+        Remark(Kind::kWarning, "the run was interrupted; vorn launch --resume goes on with it");
+        break;
+      case RunState::kFailed:
+        Remark(Kind::kWarning,
+               "the run failed" +
+                   (facts.signal ? ": " + *facts.signal + " ended the program" : std::string()));
+        break;
+      case RunState::kDone:
+        break;
+    }
+  }
+
+  [[nodiscard]] ModelDescription ReadModel() const {
+    const std::string path = File(kModelFile);
+    const std::string text =
+        ReadWholeFile(path, "the model's description", ExitStatus::kInput, kMostModelBytes);
+    try {
+      return FromJson(text);
+    } catch (const Fault& fault) {
+      throw Fault(ExitStatus::kInput,
+                  "the model's description " + Quoted(path) + ": " + fault.what());
+    }
+  }
+
+  void TakeTensors(const std::vector<TensorDescription>& tensors) {
+    for (const TensorDescription& tensor : tensors) {
+      if (run_.tensors.size() == kMostReportTensors) return;
+      run_.tensors.push_back({std::string(RoleName(tensor.role)), tensor.name,
+                              tensor.type ? TypeName(*tensor.type) : "",
+                              kit::ShapeText(tensor.shape),
+                              tensor.format ? FormatName(*tensor.format) : ""});
+    }
+  }
+
+  void TakeModel() {
+    if (!IsThere(File(kModelFile))) {
+      return Remark(Kind::kMissing, "there is no model.json: shapes and types are not known");
+    }
+    Try([&] {
+      const ModelDescription model = ReadModel();
+      TakeTensors(model.inputs);
+      TakeTensors(model.outputs);
+    });
+  }
+
+  // ---- Verdict ----------------------------------------------------------------------------------
+
+  void TakeJudgement() {
+    if (!IsThere(place_.verdict)) {
+      return Remark(Kind::kMissing, "there is no verdict: vorn judge " +
+                                        QuotedCommand({place_.run}) + " --expected PATH makes one");
+    }
+    Try([&] {
+      KeptJudgement kept = ReadJudgement(place_.verdict);
+      std::vector<std::string> told = OptionValues(run_.facts.command, "--run");
+      told.push_back(kept.facts.actual);
+      const Places places(place_.run, told);
+      const auto choices = ChooseDetails(kept.facts, most_);
+      run_.detailsRule = DetailsRule(kept.facts);
+      run_.details = MakeDetails({place_.run, &kept, &places}, choices);
+      run_.judgement = std::move(kept.facts);
+      TellOfOldVerdict();
+      TellOfColumns();
+    });
+  }
+
+  // A verdict about the run that was there before.
+  void TellOfOldVerdict() {
+    constexpr uint64_t kSecondNs = 1000000000;
+    struct stat about {};
+    if (!run_.facts.endRealtimeNs || stat(place_.verdict.c_str(), &about) != 0) return;
+    const uint64_t madeNs =
+        static_cast<uint64_t>(std::max<time_t>(about.st_mtim.tv_sec, 0)) * kSecondNs +
+        static_cast<uint64_t>(about.st_mtim.tv_nsec);
+    if (madeNs >= *run_.facts.endRealtimeNs) return;
+    Remark(Kind::kWarning,
+           "the verdict is older than the end of the run, and may be about another one; judge it "
+           "again");
+  }
+
+  void TellOfColumns() {
+    uint64_t samplesPerRow = 1;
+    bool areMissing = false;
+    for (const ReportOutput& output : run_.judgement->outputs) {
+      samplesPerRow = std::max(samplesPerRow, output.columns.samplesPerRow);
+      areMissing = areMissing || (output.samples > 0 && output.columns.sample.empty());
+    }
+    if (samplesPerRow > 1) {
+      Remark(Kind::kNote, "there are " + std::to_string(run_.judgement->samples) +
+                              " samples: differences over them are a summary, in which each row "
+                              "is the worst of " +
+                              std::to_string(samplesPerRow) + " neighbours");
+    }
+    if (areMissing) {
+      Remark(Kind::kMissing,
+             "the verdict is of an older version and has no differences by sample; judge again");
+    }
+  }
+
+  // ---- Samples ----------------------------------------------------------------------------------
+
+  static std::string StatusText(SampleStatus status) {
+    if (status == SampleStatus::kFailed) return "failed";
+    return status == SampleStatus::kAside ? "aside" : "missing";
+  }
+
+  // While a run goes on, a sample may stand there several times, of which the last one counts.
+  void TakeUndone() {
+    if (!IsThere(File(kSamplesFile))) {
+      return Remark(Kind::kMissing, "there is no samples.jsonl: single samples are not known");
+    }
+    std::map<uint64_t, ReportUndone> undone;
+    Try([&] {
+      ForEachLine(File(kSamplesFile), "the samples of the run", ExitStatus::kInput,
+                  [&](std::string_view line) { TakeSample(SampleFromLine(line), undone); });
+    });
+    for (auto& [index, one] : undone) run_.undone.push_back(std::move(one));
+  }
+
+  static void TakeSample(const SampleRecord& record, std::map<uint64_t, ReportUndone>& undone) {
+    undone.erase(record.index);
+    if (record.status == SampleStatus::kDone || undone.size() == kMostReportUndone) return;
+    ReportUndone& one = undone[record.index];
+    one.sample = record.index;
+    one.status = StatusText(record.status);
+    one.reason = record.reason.value_or("");
+    for (const SampleInput& input : record.inputs) one.inputs.push_back(input.path);
+  }
+
+  // ---- Times, machine, trace --------------------------------------------------------------------
+
+  void TakeTimes() {
+    run_.times.phases = PhasesOf(run_.facts.phases, run_.times.wholeNs);
+    if (!IsThere(File(kTimesFile))) {
+      return Remark(Kind::kMissing, "there is no times.jsonl: no execution was timed");
+    }
+    const auto records = LinesOf(kTimesFile, "the times of the run", TimesFromLine);
+    Try([&] { run_.times.series = SeriesOf(records, run_.facts.startRealtimeNs); });
+    if (run_.times.series.empty()) Remark(Kind::kMissing, "no execution was timed");
+  }
+
+  void TakeMachine() {
+    if (!IsThere(File(kMachineFile))) {
+      return Remark(Kind::kMissing,
+                    "there is no machine.jsonl: memory, frequencies and temperatures are not "
+                    "known");
+    }
+    const auto moments = LinesOf(kMachineFile, "what the machine was like", MachineFromLine);
+    if (!moments.empty()) run_.machine = MachineOf(moments, run_.facts.startRealtimeNs);
+  }
+
+  void TakeTrace() {
+    if (!IsThere(File(kTraceFile))) {
+      return Remark(Kind::kMissing,
+                    "there is no trace: a run in chunks keeps none, and vorn launch --no-trace "
+                    "makes none");
+    }
+    Try([&] { run_.trace = ReadTraceFacts(File(kTraceFile)); });
+  }
+
+  void TakeFindings() {
+    run_.areFindingsKnown = IsThere(File(kFindingsFile));
+    if (!run_.areFindingsKnown) return;
+    Try([&] {
+      ForEachLine(File(kFindingsFile), "the findings", ExitStatus::kInput,
+                  [&](std::string_view line) {
+                    if (run_.findings.size() == kMostReportFindings) {
+                      ++run_.findingsLeftOut;
+                    } else {
+                      run_.findings.push_back(FindingFromLine(line));
+                    }
+                  });
+    });
+  }
+
+  void TakeFleet() {
+    if (IsThere(File(kBoardsFile))) {
+      Try([&] { run_.fleet = ReadFleetFacts(File(kBoardsFile)); });
+    } else if (run_.facts.fleet) {
+      Remark(Kind::kMissing, "there is no boards.json: what each board did is not known");
+    }
+  }
+
+  // Those of the run first.
+  void TakeWarnings() {
+    std::vector<ReportRemark> all;
+    for (const RunWarning& warning : run_.facts.warnings) {
+      all.push_back({Kind::kWarning, warning.id, warning.count, warning.message});
+    }
+    for (const Kind kind : {Kind::kWarning, Kind::kMissing, Kind::kNote}) {
+      for (ReportRemark& remark : run_.remarks) {
+        if (remark.kind == kind) all.push_back(std::move(remark));
+      }
+    }
+    run_.remarks = std::move(all);
+  }
+
+  // ---- Commands ---------------------------------------------------------------------------------
+
+  void Command(const char* purpose, const std::vector<std::string>& words) {
+    run_.commands.push_back({purpose, QuotedCommand(words)});
+  }
+
+  void TakeCommands() {
+    if (!run_.facts.command.empty()) Command("run it again", run_.facts.command);
+    if (run_.judgement && !run_.judgement->command.empty()) {
+      Command("judge it again", run_.judgement->command);
+    } else if (run_.judgement) {
+      Command("judge it again",
+              {"vorn", "judge", place_.run, "--expected", run_.judgement->expected});
+    }
+    if (!run_.times.series.empty()) Command("show its times", {"vorn", "timing", place_.run});
+    if (run_.trace) {
+      Command("show its calls", {"vorn", "trace", "--read", File(kTraceFile)});
+      Command("make a file of the calls for a viewer",
+              {"vorn", "convert", File(kTraceFile), "-o", place_.run + ".pftrace"});
+    }
+    Command("make this report again", {"vorn", "report", place_.given, "-o", "report.html"});
+  }
+
+  const RunPlace& place_;
+  size_t most_;
+  ReportRun run_;
+};
+
+}  // namespace
+
+std::vector<RunPlace> FindRuns(const std::string& path) {
+  const std::string folder = WithoutSlashes(path);
+  const auto has = [&](const std::string& name) { return IsThere(folder + "/" + name); };
+  if (has(kRunFile)) return {{folder, folder + "/" + kVerdictFile, path, ""}};
+  if (has(kQualifyFile)) {
+    if (!has(std::string("device/") + kRunFile)) {
+      throw Fault(ExitStatus::kInput, Quoted(path) +
+                                          " is a qualification whose device did not run; its "
+                                          "qualify.json tells how each step ended");
+    }
+    return {{folder + "/device", folder + "/" + kVerdictFile, path, ""}};
+  }
+  if (has(std::string("A/") + kRunFile) && has(std::string("B/") + kRunFile)) {
+    const std::string turns = has(kTimesFile) ? folder + "/" + kTimesFile : "";
+    std::vector<RunPlace> places;
+    for (const char* name : {"/A", "/B"}) {
+      const std::string run = folder + name;
+      places.push_back({run, run + "/" + kVerdictFile, run, turns});
+    }
+    return places;
+  }
+  throw Fault(
+      ExitStatus::kInput,
+      Quoted(path) +
+          (IsThere(folder) ? " is no run directory: there is no run.json in it" : " is not there") +
+          "; name a folder that vorn launch, vorn qualify or vorn fleet has made");
+}
+
+ReportRun GatherRun(const RunPlace& place, size_t details) {
+  return Gathering(place, details).Run();
+}
+
+}  // namespace vorn::kit

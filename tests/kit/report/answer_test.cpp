@@ -1,0 +1,142 @@
+#include "kit/report/answer.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace vorn::kit {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+ReportRun Ran() {
+  ReportRun run;
+  run.facts.state = RunState::kDone;
+  run.facts.model.path = "nets/net.onnx";
+  run.facts.machine.host = "b";
+  run.facts.counts.inferences = 200;
+  run.facts.counts.done = 200;
+  return run;
+}
+
+ReportRun Judged(int status, ReportVerdict verdict, uint64_t wrong) {
+  ReportRun run = Ran();
+  run.judgement.emplace();
+  run.judgement->status = status;
+  run.judgement->expected = "ref";
+  run.judgement->samples = 200;
+  ReportOutput output;
+  output.name = "x";
+  output.verdict = verdict;
+  output.samples = 200;
+  output.wrongSamples = wrong;
+  run.judgement->outputs = {output};
+  return run;
+}
+
+TEST(AnswerOf, SaysThatARunWasNotJudged) {
+  const ReportAnswer answer = AnswerOf(Ran());
+  EXPECT_EQ(answer.tone, ReportTone::kOpen);
+  EXPECT_EQ(answer.sentence,
+            "'net.onnx' on 'b' ran, with 200 of 200 samples done, and was not judged.");
+  EXPECT_THAT(answer.more, IsEmpty());
+}
+
+TEST(AnswerOf, SaysHowARunStopped) {
+  ReportRun run = Ran();
+  run.facts.state = RunState::kFailed;
+  run.facts.signal = "SIGSEGV";
+  run.facts.counts.done = 7;
+  run.facts.counts.missing = 193;
+  run.undone = {{7, "missing", "the program ended", {}}};
+  const ReportAnswer answer = AnswerOf(run);
+  EXPECT_EQ(answer.tone, ReportTone::kBad);
+  EXPECT_EQ(answer.sentence,
+            "'net.onnx' on 'b' failed, ended by SIGSEGV, with 7 of 200 samples done, 193 missing.");
+  EXPECT_THAT(answer.more, Contains("Sample 7: the program ended."));
+  run.facts.state = RunState::kInterrupted;
+  EXPECT_EQ(AnswerOf(run).verdict, "interrupted");
+  run.facts.state = RunState::kRunning;
+  EXPECT_EQ(AnswerOf(run).verdict, "running");
+  run.facts.state = RunState::kDone;
+  EXPECT_EQ(AnswerOf(run).verdict, "not whole");
+}
+
+TEST(AnswerOf, SaysRightAndWrong) {
+  const ReportAnswer right = AnswerOf(Judged(0, ReportVerdict::kRight, 0));
+  EXPECT_EQ(right.tone, ReportTone::kGood);
+  EXPECT_EQ(right.sentence,
+            "'net.onnx' on 'b' is right in all 200 samples of 1 output, measured against 'ref'.");
+  const ReportAnswer wrong = AnswerOf(Judged(6, ReportVerdict::kWrong, 2));
+  EXPECT_EQ(wrong.tone, ReportTone::kBad);
+  EXPECT_EQ(wrong.sentence,
+            "'net.onnx' on 'b' is wrong in 2 of 200 samples of 'x', measured against 'ref'.");
+  const ReportAnswer open = AnswerOf(Judged(9, ReportVerdict::kNotJudged, 0));
+  EXPECT_EQ(open.verdict, "not judged");
+  const ReportAnswer partial = AnswerOf(Judged(8, ReportVerdict::kRight, 0));
+  EXPECT_EQ(partial.verdict, "not whole");
+  EXPECT_EQ(partial.tone, ReportTone::kOpen);
+  EXPECT_EQ(AnswerOf(Judged(8, ReportVerdict::kWrong, 1)).tone, ReportTone::kBad);
+}
+
+TEST(AnswerOf, CountsManyWrongOutputs) {
+  ReportRun run = Judged(6, ReportVerdict::kWrong, 2);
+  run.judgement->outputs.resize(5, run.judgement->outputs[0]);
+  EXPECT_THAT(AnswerOf(run).sentence,
+              HasSubstr("wrong in 5 of 5 outputs, first in 2 of 200 samples of 'x',"));
+}
+
+TEST(AnswerOf, TellsTheCauseThatMostSamplesHave) {
+  ReportRun run = Judged(6, ReportVerdict::kWrong, 3);
+  run.judgement->outputs[0].wrong = {{1, {}, {{"stale", "it is stale", 0.8}}},
+                                     {2, {}, {{"scaled", "it is scaled", 1}}},
+                                     {3, {}, {{"stale", "it is stale", 0.9}}},
+                                     {4, {}, {}}};
+  run.judgement->preparation = {"the input"};
+  EXPECT_THAT(AnswerOf(run).more,
+              ElementsAre("Likely: it is stale (90 %), in 2 of 3 wrong samples looked at.",
+                          "Suspect: the input."));
+}
+
+TEST(AnswerOf, TellsInsideFloorAndAccuracy) {
+  ReportRun run = Judged(6, ReportVerdict::kWrong, 3);
+  run.judgement->inside.emplace();
+  run.judgement->inside->tensors.resize(1);
+  run.judgement->inside->tensors[0].name = "conv";
+  run.judgement->inside->begin = 0;
+  run.judgement->floor.emplace();
+  run.judgement->floor->precision = "int8";
+  run.judgement->floor->outputs.resize(2);
+  run.judgement->floor->outputs[0].answer = "worse";
+  run.judgement->accuracy = {{"x", "top 1", 0.5, 0.75, -0.25}};
+  EXPECT_THAT(AnswerOf(run).more,
+              ElementsAre("Along the graph the difference begins at 'conv'.",
+                          "1 of 2 outputs loses more than int8 has to lose.",
+                          "Against the labels 'x' has top 1 0.5, and 0.75 on the expected side."));
+}
+
+TEST(AnswerOf, IsBadWhereAVerdictGotWorseThoughFaster) {
+  ReportComparison comparison;
+  comparison.times.verdict = TimingVerdict::kFaster;
+  comparison.times.interval = {0.5, 0.4, 0.6};
+  ReportRun base;
+  base.name = "old";
+  ReportRun other;
+  other.name = "new";
+  ReportAnswer answer = AnswerOf(comparison, base, other);
+  EXPECT_EQ(answer.tone, ReportTone::kGood);
+  EXPECT_EQ(answer.sentence,
+            "'new' is faster than 'old': 0.5 times its time (0.4 to 0.6); no sample of both has "
+            "outputs to compare.");
+  comparison.verdicts = {{"x", "right", "wrong"}};
+  answer = AnswerOf(comparison, base, other);
+  EXPECT_EQ(answer.tone, ReportTone::kBad);
+  EXPECT_THAT(answer.more, ElementsAre("'x' was right and is wrong."));
+}
+
+}  // namespace
+}  // namespace vorn::kit
