@@ -266,6 +266,9 @@ std::string SummaryText(const Qualification& qualification, const std::vector<Qu
   if (const QualifyStep* judged = FindStep(steps, "judge")) text += "\n" + judged->out;
   const bool isJudged = FindStep(steps, "judge") != nullptr;
   text += HintText(qualification, steps);
+  if (isJudged) {
+    text += "\nA page of it: " + QuotedCommand({"vorn", "report", run, "-o", "report.html"}) + "\n";
+  }
   text += "\nTo open: " + (isJudged ? run + "/verdict.json, " : "") + run +
           "/qualify.json (each step as a command)\n";
   return text;

@@ -45,6 +45,17 @@ TEST(SummaryText, CallsNothingRightThatIsNot) {
   EXPECT_EQ(headline("right", 0), "NOT JUDGED: all samples are missing");
 }
 
+TEST(SummaryText, TellsHowToMakeAPageOfWhatWasJudged) {
+  Qualification qualification;
+  qualification.run = "my run";
+  QualifyStep step{"judge", {}, ExitStatus::kDone, ""};
+  step.call.verb = "judge";
+  EXPECT_THAT(SummaryText(qualification, {step}),
+              testing::HasSubstr("\nA page of it: vorn report 'my run' -o report.html\n"));
+  step.call.verb = "launch";
+  EXPECT_THAT(SummaryText(qualification, {step}), testing::Not(testing::HasSubstr("vorn report")));
+}
+
 TEST(SummaryText, SaysWhereItWasStopped) {
   QualifyStep step{"run the device", {}, ExitStatus::kPartial, ""};
   step.wasStopped = true;
