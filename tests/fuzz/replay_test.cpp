@@ -42,6 +42,8 @@ constexpr Target kTargets[] = {
     {"prepare_files", fuzz::PrepareFiles},
 #elif defined(VORN_REPLAY_MANIFESTS)
     {"manifests", fuzz::Manifests},
+#elif defined(VORN_REPLAY_RUN_FOLDER)
+    {"run_folder", fuzz::RunFolder},
 #else
     {"command_line", fuzz::CommandLine}, {"list_file", fuzz::ListFile}, {"rpn_text", fuzz::RpnText},
     {"input_file", fuzz::InputFile},     {"dump", fuzz::Dump},

@@ -49,6 +49,9 @@ void PrepareFiles(std::span<const uint8_t> bytes);
 /// The manifest of prepared tensors, and the notes that are kept before.
 void Manifests(std::span<const uint8_t> bytes);
 
+/// A file of a run directory that a report is made of.
+void RunFolder(std::span<const uint8_t> bytes);
+
 /// One of the texts around a run: a set of calls, a list, a log, times.
 void LaunchTexts(std::span<const uint8_t> bytes);
 
