@@ -16,30 +16,34 @@ SAMPLE_SECONDS = 0.01
 
 
 def measure_overhead(build, quick):
-    """Real runs at 1 to 8 boards against the time that the inferences alone take on so many, and
-    against what the simulation makes of the costs that the run at one board had."""
+    """Real runs at 1 to 8 boards against the time that their processes of vorn-run took on so many,
+    and against what the simulation makes of the costs that the run at one board had. A device that
+    is to sleep for 10 ms does so for as long as this machine makes of it, so that the time is
+    measured."""
     rows, costs = [], None
     chunk = 100 if quick else 1000
     for count in 1, 2, 4, 8:
-        samples = count * chunk * (2 if quick else 4)
+        samples = 100000 if count == 8 and not quick else count * chunk * (2 if quick else 4)
         with scratch_folder(in_memory()) as folder:
             network = real.Network(folder / "network").make(samples)
             with real.boards(build, folder, count, SAMPLE_SECONDS) as path:
                 real.plan(build, network, folder / "fleet", chunk)
-                seconds, means = real.run(build, folder / "fleet", path)
-        ideal = samples * SAMPLE_SECONDS / count
+                seconds, runs, means = real.run(build, folder / "fleet", path)
+        ideal = runs / count
+        sample = runs / samples
         if costs is None:
             # All of it is latency here: what is a board's and what is the control host's cannot be
             # told apart on one machine.
             costs = Costs(ticket=0, connect=means["connect"], connect_wait=means["send"],
-                          launch=max(means["launch"] - chunk * SAMPLE_SECONDS, 0),
-                          sample=SAMPLE_SECONDS, look=2 * means["fetch"] / chunk,
+                          launch=max(means["launch"] - chunk * sample, 0),
+                          sample=sample, look=2 * means["fetch"] / chunk,
                           sent=0, fetched=0)
-        reckoned = simulate(Fleet(samples, count, chunk, cores=count), costs).seconds
+        reckoned = simulate(Fleet(samples, count, chunk, cores=count),
+                            replace(costs, sample=sample)).seconds
         rows.append({"boards": count, "samples": samples, "chunk": chunk, "seconds": seconds,
                      "idealSeconds": ideal, "overhead": seconds / ideal - 1,
                      "reckonedSeconds": reckoned, "chunkMeansSeconds": means})
-        print(f"{count} boards, {samples} inferences: {seconds:.1f} s, of inferences {ideal:.1f} s "
+        print(f"{count} boards, {samples} inferences: {seconds:.1f} s, of vorn-run {ideal:.1f} s "
               f"(+{100 * rows[-1]['overhead']:.1f} %), reckoned {reckoned:.1f} s", flush=True)
     return rows
 

@@ -77,11 +77,14 @@ def plan(build, network, fleet, chunk):
 
 
 def run(build, fleet, path):
-    """The seconds, and the means of what its journals tell of a chunk."""
+    """The seconds, those that all processes of vorn-run took, one after the other, and the means of
+    what its journals tell of a chunk."""
     seconds, _ = call(build.folder / "vorn", "fleet", "run", fleet, "--boards", path)
     ends = [record for journal in (fleet / "journal").glob("board-*.jsonl")
             for record in map(json.loads, journal.read_text().splitlines())
             if record["event"] == "end" and "chunk" in record]
     means = {phase: sum(end["phasesNs"].get(phase, 0) for end in ends) / len(ends) / 1e9
              for phase in ("connect", "send", "launch", "fetch")}
-    return seconds, means
+    runs = [json.loads(path.read_text())["phases"]["wholeNs"] / 1e9
+            for path in (fleet / "chunks").glob("*/*/run.json")]
+    return seconds, sum(runs), means

@@ -2,9 +2,10 @@
 
 A chunk takes a ticket of a slot, a connection, the files that go there, a launch, its inferences,
 the files that come back, and the looking at them. Connections, files and looking at take processor
-time of the control host, which has a few cores, and bytes share its one link. A board is lost now
-and then, and what it was at is done again elsewhere after somebody has noticed; some boards are
-slow.
+time of the control host, which has a few cores, and bytes share its one link. A slot has two
+tickets: while one runs, the other brings the next chunk, as long as there are chunks enough for all
+boards. A board is lost now and then, and what it was at is done again elsewhere after somebody has
+noticed; some boards are slow.
 
 All times are in seconds, all sizes in bytes.
 """
@@ -75,9 +76,10 @@ def simulate(fleet, costs, seed=1):
     todo = [fleet.chunk] * chunks + ([rest] if rest else [])
     todo.reverse()
     cpu, link = Server(fleet.cores), Server(1)
-    events = [(0.0, board, board, "ticket", 0) for board in range(fleet.boards)]
+    free = [0.0] * fleet.boards  # from when on a board runs nothing that is known by now
+    events = [(0.0, place, place % fleet.boards, "ticket", 0) for place in range(2 * fleet.boards)]
     heapq.heapify(events)
-    serial = fleet.boards
+    serial = len(events)
     end, lost = 0.0, 0
     waiting = []
     while events:
@@ -94,6 +96,11 @@ def simulate(fleet, costs, seed=1):
             if not todo:
                 waiting.append(board)
                 continue
+            if len(todo) < fleet.boards and free[board] > now:
+                # Whoever is free takes the last ones.
+                serial += 1
+                heapq.heappush(events, (free[board], serial, board, "ticket", 0))
+                continue
             size = todo.pop()
             after = cpu.take(now, costs.ticket + costs.connect + size * costs.look / 2)
             following, at = "send", after + costs.connect_wait
@@ -102,11 +109,13 @@ def simulate(fleet, costs, seed=1):
             following = "run"
         elif what == "run":
             time = costs.launch + size * costs.sample * speed[board]
-            following, at = "fetch", now + time
+            begin = max(now, free[board])
+            following, at = "fetch", begin + time
             if fleet.hours_to_loss:
                 loss = rng.expovariate(1 / (3600 * fleet.hours_to_loss))
                 if loss < time:
-                    following, at = "lost", now + loss + costs.notice
+                    following, at = "lost", begin + loss + costs.notice
+            free[board] = at
         elif what == "fetch":
             at = link.take(now, size * costs.fetched / fleet.link)
             following = "look"

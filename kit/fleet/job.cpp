@@ -61,7 +61,7 @@ class Attempt {
   // Where it failed, what was said on the way stays.
   ~Attempt() {
     try {
-      if (end_.record.outcome == AttemptOutcome::kDone) {
+      if (end_.wasGivenUp || end_.record.outcome == AttemptOutcome::kDone) {
         RemoveTree(part_);
         return;
       }
@@ -77,18 +77,22 @@ class Attempt {
   Attempt& operator=(const Attempt&) = delete;
 
   AttemptEnd Run(const Engine& engine) {
-    Note(JournalEvent::kBegin);
+    if (!request_.doesEngineBegin) Begin();
     try {
       ReadInputs();
       BoardEnd board = engine(WorkOf());
+      end_.wasGivenUp = board.wasGivenUp;
+      if (end_.wasGivenUp) return std::move(end_);
       TakeBoardEnd(std::move(board));
     } catch (const Fault& fault) {
+      Begin();
       end_.record.outcome = AttemptOutcome::kFailed;
       end_.record.blame = Blame::kNobody;
       end_.record.reason = fault.what();
       Note(JournalEvent::kEnd);
       throw;
     }
+    Begin();
     Note(JournalEvent::kEnd);
     return std::move(end_);
   }
@@ -98,6 +102,19 @@ class Attempt {
     end_.record.event = event;
     end_.record.realtimeNs = RealtimeNs();
     journal_.Note(end_.record);
+  }
+
+  void Begin() {
+    if (hasBegun_) return;
+    hasBegun_ = true;
+    JournalRecord begin;
+    begin.event = JournalEvent::kBegin;
+    begin.realtimeNs = RealtimeNs();
+    begin.board = end_.record.board;
+    begin.slot = end_.record.slot;
+    begin.chunk = end_.record.chunk;
+    begin.attempt = end_.record.attempt;
+    journal_.Note(begin);
   }
 
   void ReadInputs() {
@@ -135,6 +152,7 @@ class Attempt {
     work.folder = part_;
     work.limit = request_.limit;
     work.laterLimit = request_.laterLimit;
+    work.begin = [this] { Begin(); };
     FileIdentity config = plan_.configuration;
     std::string configPath = Here(config);
     if (!request_.config.empty()) {
@@ -265,6 +283,7 @@ class Attempt {
   uint64_t number_ = 0;
   std::vector<SampleRecord> planned_;
   std::vector<std::string> paths_;
+  bool hasBegun_ = false;
   AttemptEnd end_;
 };
 

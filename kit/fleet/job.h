@@ -29,6 +29,7 @@ struct AttemptRequest {
   std::string config;  ///< a file instead of the plan's; empty: that one
   std::optional<std::chrono::seconds> limit;
   std::function<std::optional<std::chrono::seconds>()> laterLimit{};  ///< as BoardWork has it
+  bool doesEngineBegin = false;  ///< it calls BoardWork::begin once it is at work in earnest
 };
 
 /// Does the work; `folder` gets run/.
@@ -40,6 +41,7 @@ enum class FilesOnBoard { kByHash, kHere };
 struct AttemptEnd {
   JournalRecord record;  ///< as it was noted
   bool wasStopped = false;
+  bool wasGivenUp = false;      ///< before it began, so that the journal has nothing of it
   bool hasOtherInputs = false;  ///< the board's files are not what their names say
   std::vector<BoardFile> files;
 };

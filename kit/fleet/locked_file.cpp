@@ -26,7 +26,7 @@ bool LockedFile::TryTake(Share share) const {
 }
 
 bool LockedFile::Take(Share share, StopSignals& signals) const {
-  constexpr std::chrono::milliseconds kLongest{100};
+  constexpr std::chrono::milliseconds kLongest{20};
   while (!TryTake(share)) {
     signals.Wait(kLongest);
     if (signals.Asked() != 0) return false;

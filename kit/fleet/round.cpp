@@ -8,7 +8,10 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdlib>
+#include <memory>
 #include <set>
+#include <utility>
 
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
@@ -27,6 +30,7 @@ namespace {
 
 constexpr const char* kRoundFolder = "round";
 constexpr uint64_t kMostStateBytes = 64 << 20;
+constexpr size_t kTicketsASlot = 2;
 
 std::string RoundOf(const std::string& fleet) { return fleet + "/" + kRoundFolder; }
 
@@ -60,6 +64,8 @@ void Append(const std::string& path, const std::string& text) {
   throw Fault(ExitStatus::kLimit, "cannot write " + Quoted(path) + ": " + SystemReason(error));
 }
 
+size_t PlacesOf(const std::vector<Board>& boards) { return SlotsOf(boards).size() * kTicketsASlot; }
+
 std::string LinesOf(const std::vector<uint64_t>& numbers) {
   std::string text;
   for (const uint64_t number : numbers) text += std::to_string(number) + "\n";
@@ -73,9 +79,12 @@ class Ticket {
         fleet_(request.fleet),
         plan_(ReadFleetPlan(fleet_)),
         boards_(ReadBoards(RoundOf(fleet_) + "/boards.json")),
-        slot_(SlotsOf(boards_).at(request.place - 1)),
+        slots_(SlotsOf(boards_)),
+        // The first tickets go to a slot each.
+        slot_(slots_.at((request.place - 1) % slots_.size())),
         board_(boards_[slot_.board]),
-        journal_(fleet_, "board-" + board_.name + "-" + std::to_string(slot_.slot)),
+        journal_(fleet_, "board-" + board_.name + "-" + std::to_string(slot_.slot) +
+                             (request.place > slots_.size() ? ".2" : "")),
         tools_(FindTools(board_.tools, RoundOf(fleet_), signals_)),
         ssh_(board_, tools_, slot_.slot, request.sockets, BoardFileOf(fleet_, board_, "lock"),
              signals_) {
@@ -83,28 +92,74 @@ class Ticket {
   }
 
   void Run() {
-    if (IsThere(RoundOf(fleet_) + "/over")) return;
-    {
-      const LockedFile running(RoundOf(fleet_) + "/running");
-      if (!running.Take(LockedFile::Share::kWithOthers, signals_) || TakeAndRun()) return;
+    while (!IsThere(RoundOf(fleet_) + "/over")) {
+      {
+        const LockedFile running(RoundOf(fleet_) + "/running");
+        if (!running.Take(LockedFile::Share::kWithOthers, signals_) || TakeAndRun()) return;
+      }
+      turn_.reset();
+      if (!WaitForWork()) return;
     }
-    WaitForOthers();
   }
 
  private:
   // False where there is nothing to take for this board.
   bool TakeAndRun() {
-    if (IsAside()) return false;
-    const auto chunk = Claim();
-    if (!chunk) return false;
-    if (!CheckBoard()) {
+    for (;;) {
+      if (IsAside() || Takeable().empty()) return false;
+      // The check waits for its turn, so that nobody may wait for the check who has the turn.
+      if (!CheckBoard()) return true;
+      // With few left who holds one back keeps others from work.
+      if (Unclaimed().size() < slots_.size() && !TakeTurn()) return true;
+      if (IsAside()) return false;
+      const auto chunk = Claim();
+      if (!chunk) return false;
+      const bool wasGivenUp = !AttemptAt(*chunk);
+      turn_.reset();
+      if (!wasGivenUp) return true;
       // Somebody else may take it.
       (void)unlink(ClaimOf(*chunk).c_str());
-      return true;
+      if (signals_.Asked() != 0) return true;
     }
-    Conclude(Attempt(*chunk), *chunk);
+  }
+
+  // False where it was given up before it began.
+  bool AttemptAt(uint64_t chunk) {
+    const AttemptEnd end = Attempt(chunk);
+    if (end.wasGivenUp) return false;
+    Conclude(end, chunk);
     return true;
   }
+
+  // ---- Whose turn it is at the slot -------------------------------------------------------------
+
+  std::unique_ptr<LockedFile> Turn() const {
+    const std::string name = "turn-" + std::to_string(slot_.slot);
+    return std::make_unique<LockedFile>(BoardFileOf(fleet_, board_, name.c_str()));
+  }
+
+  bool TakeTurn() {
+    if (turn_) return true;
+    auto turn = Turn();
+    if (!turn->Take(LockedFile::Share::kAlone, signals_)) return false;
+    turn_ = std::move(turn);
+    return true;
+  }
+
+  // False also where others have nothing to do, or where its board was put aside meanwhile.
+  bool TakeTurnUnlessOthersCould() {
+    constexpr std::chrono::milliseconds kTick{10};
+    if (turn_) return true;
+    auto turn = Turn();
+    while (!turn->TryTake(LockedFile::Share::kAlone)) {
+      signals_.Wait(kTick);
+      if (signals_.Asked() != 0 || IsAside() || !Waiting().empty()) return false;
+    }
+    turn_ = std::move(turn);
+    return !IsAside();
+  }
+
+  // ---- What there is to take --------------------------------------------------------------------
 
   bool IsAside() const { return IsThere(BoardFileOf(fleet_, board_, "aside")); }
 
@@ -112,17 +167,33 @@ class Ticket {
     return RoundOf(fleet_) + "/claims/" + std::to_string(chunk);
   }
 
-  bool AreAllClaimed() const {
-    const std::vector<uint64_t> chunks = NumbersIn(RoundOf(fleet_) + "/chunks.txt");
-    return std::all_of(chunks.begin(), chunks.end(),
-                       [&](uint64_t chunk) { return IsThere(ClaimOf(chunk)); });
+  bool IsChecked() const {
+    return plan_.crossCheck.empty() || IsThere(BoardFileOf(fleet_, board_, "checked"));
+  }
+
+  std::vector<uint64_t> Unclaimed() const {
+    std::set<uint64_t> claimed;
+    for (const std::string& name : NamesIn(RoundOf(fleet_) + "/claims")) {
+      claimed.insert(std::strtoull(name.c_str(), nullptr, 10));
+    }
+    std::vector<uint64_t> chunks = NumbersIn(RoundOf(fleet_) + "/chunks.txt");
+    std::erase_if(chunks, [&](uint64_t chunk) { return claimed.contains(chunk); });
+    return chunks;
+  }
+
+  // Of those that nobody has taken, those that this board may.
+  std::vector<uint64_t> Takeable() const {
+    const std::vector<uint64_t> failed = NumbersIn(BoardFileOf(fleet_, board_, "failed"));
+    const std::set<uint64_t> mine(failed.begin(), failed.end());
+    std::vector<uint64_t> chunks = Unclaimed();
+    std::erase_if(chunks, [&](uint64_t chunk) {
+      return chunk >= plan_.chunks.size() || mine.contains(chunk);
+    });
+    return chunks;
   }
 
   std::optional<uint64_t> Claim() const {
-    const std::vector<uint64_t> failed = NumbersIn(BoardFileOf(fleet_, board_, "failed"));
-    const std::set<uint64_t> mine(failed.begin(), failed.end());
-    for (const uint64_t chunk : NumbersIn(RoundOf(fleet_) + "/chunks.txt")) {
-      if (chunk >= plan_.chunks.size() || mine.contains(chunk)) continue;
+    for (const uint64_t chunk : Takeable()) {
       const int fd = open(ClaimOf(chunk).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
       if (fd < 0) continue;
       close(fd);
@@ -133,14 +204,14 @@ class Ticket {
 
   // The first one that comes to a board has it show what it makes of some inferences.
   bool CheckBoard() {
-    if (plan_.crossCheck.empty()) return true;
+    if (IsChecked()) return true;
     const std::string checked = BoardFileOf(fleet_, board_, "checked");
-    if (IsThere(checked)) return true;
     const LockedFile one(BoardFileOf(fleet_, board_, "check"));
     if (!one.Take(LockedFile::Share::kAlone, signals_)) return false;
-    if (IsThere(checked)) return true;
+    if (IsChecked()) return true;
     if (IsAside()) return false;
     const AttemptEnd end = Attempt(std::nullopt);
+    if (end.wasGivenUp) return false;
     if (end.record.outcome == AttemptOutcome::kDone) {
       Append(checked, "");
       return true;
@@ -164,14 +235,14 @@ class Ticket {
                                  .config = board_.config,
                                  .limit = limitNow(),
                                  // One that hangs at its first chunk has others to be told by.
-                                 .laterLimit = limitNow};
+                                 .laterLimit = limitNow,
+                                 .doesEngineBegin = true};
+    const LaunchTurn turn{
+        .take = [&] { return chunk ? TakeTurnUnlessOthersCould() : TakeTurn() && !IsAside(); },
+        .end = [&] { turn_.reset(); }};
     return RunAttempt(
         plan_, attempt, FilesOnBoard::kByHash,
-        [&](const BoardWork& work) {
-          BoardEnd end = ssh_.Run(work);
-          return end;
-        },
-        journal_);
+        [&](const BoardWork& work) { return ssh_.Run(work, turn); }, journal_);
   }
 
   // This board's, or all where it has none yet.
@@ -239,22 +310,35 @@ class Ticket {
                    .fetchedBytes = 0});
   }
 
-  // A slot with nothing to do must not use the tickets up that others would have work for.
-  void WaitForOthers() {
+  std::vector<std::string> Waiting() const { return NamesIn(RoundOf(fleet_) + "/waiting"); }
+
+  // Held no longer than to ask: whoever wants to begin would wait for it.
+  bool IsNobodyAtWork() const {
+    const LockedFile running(RoundOf(fleet_) + "/running");
+    return running.TryTake(LockedFile::Share::kAlone);
+  }
+
+  // A slot with nothing to do must not use the tickets up that others would have work for. True
+  // where there is something to take again.
+  bool WaitForWork() {
     constexpr int kTicks = 300;  // of which nobody was at work: some slot gets no ticket any more
     constexpr std::chrono::milliseconds kTick{200};
-    const std::string waiting = RoundOf(fleet_) + "/waiting";
-    Append(waiting + "/" + std::to_string(request_.place), "");
+    const std::string here = RoundOf(fleet_) + "/waiting/" + std::to_string(request_.place);
+    Append(here, "");
     for (int quiet = 0; quiet < kTicks && signals_.Asked() == 0; ++quiet) {
-      const LockedFile running(RoundOf(fleet_) + "/running");
-      const bool isQuiet = running.TryTake(LockedFile::Share::kAlone);
+      const bool isQuiet = IsNobodyAtWork();
       if (!isQuiet) quiet = 0;
-      const bool doAllWait = NamesIn(waiting).size() >= SlotsOf(boards_).size();
+      if (!IsAside() && !Takeable().empty()) {
+        (void)unlink(here.c_str());
+        return true;
+      }
+      const bool doAllWait = Waiting().size() >= PlacesOf(boards_);
       // A claim is given back by none but whoever is at work.
-      if (isQuiet && (doAllWait || AreAllClaimed())) break;
+      if (isQuiet && (doAllWait || Unclaimed().empty())) break;
       signals_.Wait(kTick);
     }
     if (signals_.Asked() == 0) Append(RoundOf(fleet_) + "/over", "");
+    return false;
   }
 
   const TicketRequest& request_;
@@ -262,11 +346,13 @@ class Ticket {
   StopSignals signals_;
   FleetPlan plan_;
   std::vector<Board> boards_;
+  std::vector<BoardSlot> slots_;
   BoardSlot slot_;
   const Board& board_;
   Journal journal_;
   Tools tools_;
   SshBoard ssh_;
+  std::unique_ptr<LockedFile> turn_;  // empty: it is not this one's
 };
 
 }  // namespace
@@ -302,7 +388,7 @@ void PrepareRound(const std::string& fleet, const FleetState& state, std::vector
 
 std::string TicketsFor(const std::vector<Board>& boards, size_t chunks) {
   std::string tickets;
-  const size_t count = chunks + SlotsOf(boards).size() * (kFailuresOfABoard + 1);
+  const size_t count = chunks + PlacesOf(boards) * (kFailuresOfABoard + 1);
   for (size_t i = 1; i <= count; ++i) tickets += std::to_string(i) + "\n";
   return tickets;
 }
@@ -314,7 +400,7 @@ std::vector<std::string> RoundCommand(const std::vector<Board>& boards) {
       "--sockets \"$VORN_FLEET_SOCKETS\" # {}";
   return {"parallel",    "--plain",
           "--will-cite", "--ungroup",
-          "--jobs",      std::to_string(SlotsOf(boards).size()),
+          "--jobs",      std::to_string(PlacesOf(boards)),
           "--termseq",   "TERM,30000,KILL,1000",
           kTicket};
 }

@@ -1,8 +1,10 @@
 // A round: chunks that are to do, handed out to the slots of the boards by GNU parallel.
 //
-// parallel runs on this machine alone and starts a ticket a chunk and some a slot, one a slot at a
-// time; a ticket takes the first chunk that nobody has taken and that its board has not
-// failed.
+// parallel runs on this machine alone and starts a ticket a chunk and some a slot, two a slot at a
+// time; a ticket takes the first chunk that nobody has taken and that its board has not failed.
+// While one of the two runs its chunk the other brings the files of the next one there and waits
+// for its turn, as long as there are chunks enough for all slots; of the last ones a slot takes
+// one when it is free, and gives back what it has waiting to one that has nothing to do.
 // What the tickets of a round have to know of each other lies in FLEET/round:
 //
 //     boards.json     the boards, their paths made absolute
@@ -11,8 +13,9 @@
 //     claims/C        chunk C was taken
 //     boards/NAME.*   failed: chunks, a line each; row: a byte a failure since the last success;
 //                     times: nanoseconds an inference, a line a success; checked, aside: are there
-//                     once that is so; lock: see SshBoard
-//     waiting/N       the slot at place N has nothing that it could take
+//                     once that is so; lock: see SshBoard; turn-S: locked by whoever runs at
+//                     slot S
+//     waiting/N       the ticket at place N has nothing that it could take
 //     running         locked by every ticket that is at work
 //     over            there is nothing left to take
 #ifndef VORN_KIT_FLEET_ROUND_H_
@@ -44,7 +47,7 @@ void PrepareRound(const std::string& fleet, const FleetState& state, std::vector
 
 struct TicketRequest {
   std::string fleet;
-  uint64_t place = 1;   ///< of the slot among those of all boards, from 1, as parallel counts them
+  uint64_t place = 1;   ///< among those that run at once, from 1, as parallel counts them
   std::string sockets;  ///< a folder for the connections that are kept
 };
 

@@ -72,7 +72,8 @@ exit 0
 )sh";
 
 // WORK BOARD ID MARK [PATH FILE]... -- WORD...; on its input the list, an empty line, and then
-// whatever keeps it alive. The words are those of env: settings, the program, its own words. The
+// whatever keeps it alive, of which sed may take some with it: the shell's own read takes a pipe a
+// byte at a time. The words are those of env: settings, the program, its own words. The
 // run directory goes to standard output.
 constexpr const char* kRun = R"sh(umask 077
 unset CDPATH
@@ -84,7 +85,7 @@ shift 4
 mkdir -- "$job" && cd -- "$job" || exit 7
 trap "cd / && rm -rf -- \"\$job\"" EXIT
 trap "exit 8" HUP INT TERM PIPE
-while IFS= read -r line && [ -n "$line" ]; do printf "%s\n" "$line"; done >list.txt
+sed -n -e "/^\$/q" -e p >list.txt
 while [ "$1" != -- ]; do
   mkdir -p -- "$(dirname -- "$1")" && ln -s -- "$top/files/$2" "$1" || exit 7
   shift 2
@@ -187,7 +188,7 @@ std::vector<std::string> SshBoard::Ssh(const std::string& script,
   return command;
 }
 
-BoardEnd SshBoard::Run(const BoardWork& work) {
+BoardEnd SshBoard::Run(const BoardWork& work, const LaunchTurn& turn) {
   BoardEnd end;
   {
     // One at a time: a board opens its door to few at once, and what one brings another need not.
@@ -202,7 +203,14 @@ BoardEnd SshBoard::Run(const BoardWork& work) {
     const bool isAllThere = missing.empty() && !areToolsMissing;
     if (!isAllThere && !Send(work, missing, areToolsMissing, end)) return end;
   }
-  if (Launch(work, end) && end.hasRun) end.hasRun = Fetch(work, end);
+  if (turn.take && !turn.take()) {
+    end.wasGivenUp = true;
+    return end;
+  }
+  if (work.begin) work.begin();
+  const bool isToFetch = Launch(work, turn, end) && end.hasRun;
+  if (turn.end) turn.end();
+  if (isToFetch) end.hasRun = Fetch(work, end);
   return end;
 }
 
@@ -311,7 +319,7 @@ bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing
   return false;
 }
 
-bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
+bool SshBoard::Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& end) {
   std::vector<std::string> words{board_.work, board_.name, work.id,
                                  std::string(kMark.substr(0, kMark.size() - 1))};
   for (const auto& [path, hash] : work.links) {
@@ -339,14 +347,21 @@ bool SshBoard::Launch(const BoardWork& work, BoardEnd& end) {
   }
   std::string input;
   for (const std::string& line : work.list) input += line + "\n";
+  const std::string out = work.folder + "/run.tar";
   const ChildRequest request{.command = Ssh(kRun, words),
                              .input = input + "\n",
                              .inputFile = {},
                              .isKeptAlive = true,
-                             .out = work.folder + "/run.tar",
+                             .out = out,
                              .err = work.folder + "/run.err",
                              .limit = limit,
-                             .laterLimit = work.laterLimit};
+                             .laterLimit = work.laterLimit,
+                             // What it left is on its way: the slot is free.
+                             .tick = [&, wasEnded = false]() mutable {
+                               if (wasEnded || !turn.end || FindRun(out) == 0) return;
+                               wasEnded = true;
+                               turn.end();
+                             }};
   const ChildEnd child = RunChild(request, signals_);
   end.phases["launch"] = Ns(child);
   end.wasStopped = child.wasStopped;

@@ -4,8 +4,7 @@
 //
 //     WORK/tools/ID/        programs and layer, by the hash of all of them
 //     WORK/files/HASH       models, configurations, inputs by their hashes; what is there is not
-//     sent
-//                           again
+//                           sent again
 //     WORK/jobs/BOARD=ID.BOOT.PID/
 //                           an attempt, as long as its shell runs
 //     WORK/cache/           what runs there keeps
@@ -53,6 +52,14 @@ struct BoardWork {
   std::optional<std::chrono::seconds> limit;
   /// Where there is none: asked while it runs whether there is one by now.
   std::function<std::optional<std::chrono::seconds>()> laterLimit{};
+  std::function<void()> begin{};  ///< notes that it begins, where that was left to whoever does it
+};
+
+/// Who of several that bring files to a slot may launch there. Both may be empty: there is nobody
+/// else.
+struct LaunchTurn {
+  std::function<bool()> take;  ///< waits for it; false: it is not to be launched here any more
+  std::function<void()> end;   ///< called once the program on the board has ended, maybe twice
 };
 
 /// A file of the board as its jobs name it: from a job's folder on.
@@ -61,6 +68,7 @@ struct BoardWork {
 /// How it went. The run directory is there if the launch left one, whatever it ended with.
 struct BoardEnd {
   bool wasStopped = false;
+  bool wasGivenUp = false;  ///< before it began: its turn did not come
   bool hasRun = false;
   Blame blame = Blame::kNobody;
   std::string reason;  ///< empty: nothing went wrong on the way
@@ -79,9 +87,9 @@ class SshBoard {
   SshBoard(const Board& board, const Tools& tools, uint64_t slot, std::string sockets,
            std::string lock, StopSignals& signals);
 
-  /// Sends what is missing, runs it, and fetches what came of it. Throws a Fault of kLimit where
-  /// this machine cannot.
-  [[nodiscard]] BoardEnd Run(const BoardWork& work);
+  /// Sends what is missing, runs it when it is its turn, and fetches what came of it. Throws a
+  /// Fault of kLimit where this machine cannot.
+  [[nodiscard]] BoardEnd Run(const BoardWork& work, const LaunchTurn& turn = {});
 
   /// Removes files that are not what their names say.
   void Forget(const std::vector<BoardFile>& files, const std::string& scratch);
@@ -96,7 +104,7 @@ class SshBoard {
             bool& areToolsMissing);
   bool Send(const BoardWork& work, const std::vector<BoardFile>& missing, bool areToolsSent,
             BoardEnd& end);
-  bool Launch(const BoardWork& work, BoardEnd& end);
+  bool Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& end);
   bool Fetch(const BoardWork& work, BoardEnd& end);
 
   const Board& board_;

@@ -42,6 +42,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
+using testing::SizeIs;
 using vorn::kit::AttemptOutcome;
 using vorn::kit::Blame;
 using vorn::kit::ChunkStatus;
@@ -355,7 +356,46 @@ TEST_F(FleetOnBoards, DoAllOfAList) {
   ExpectWhatTheSchemasSay();
 }
 
+TEST_F(FleetOnBoards, AreBroughtTheNextFilesWhileOneRuns) {
+  Samples("Wb");
+  ASSERT_EQ(Plan({"--chunk", "1", "--cross-check", "0"}).status, 0);
+  StartWithTools(1);
+  Running fleet(CommandFor(RunWords()));
+  (void)AwaitGate();
+  // Model, configuration, and the inputs of both chunks.
+  const auto filesThere = [&] {
+    return std::distance(fs::directory_iterator(Path("work of b1/files")),
+                         fs::directory_iterator());
+  };
+  Await([&] { return filesThere() == 4; });
+  EXPECT_THAT(Records([](const JournalRecord& record) { return record.chunk == 1; }), IsEmpty());
+  OpenGates();
+  EXPECT_EQ(fleet.Wait(), 0) << support::ReadFile(Path("said"));
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(Ends(), SizeIs(2));
+}
+
 // ---- Boards that fail ---------------------------------------------------------------------------
+
+TEST_F(FleetOnBoards, GiveBackWhatWaitsBehindOneThatHangs) {
+  Samples("Wbcdefgh");
+  ASSERT_EQ(Plan({"--chunk", "1", "--cross-check", "0"}).status, 0);
+  StartWithTools(2);
+  Running fleet(CommandFor(RunWords()));
+  (void)AwaitGate();
+  Await([&] { return DoneChunks().size() == 7; });
+  OpenGates();
+  EXPECT_EQ(fleet.Wait(), 0) << support::ReadFile(Path("said"));
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(DoneChunks(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
+  // What was given back left nothing behind it.
+  EXPECT_THAT(Ends(), SizeIs(8));
+  for (int chunk = 0; chunk < 8; ++chunk) {
+    EXPECT_EQ(std::distance(fs::directory_iterator(Path("fleet/chunks/" + std::to_string(chunk))),
+                            fs::directory_iterator()),
+              1);
+  }
+}
 
 TEST_F(FleetOnBoards, AreDoneWithoutOneThatHasNoRuntime) {
   Samples("abcd");

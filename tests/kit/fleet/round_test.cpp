@@ -77,9 +77,10 @@ TEST_F(Round, BeginsAnew) {
 }
 
 TEST_F(Round, HasTicketsForEverySlot) {
-  // Three slots, of which each may spend three on a board that fails its cross-check.
-  EXPECT_THAT(support::SplitLines(TicketsFor(boards_, 5)), SizeIs(5 + 3 * 4));
-  EXPECT_THAT(RoundCommand(boards_), Contains("3"));
+  // Three slots of two at once, of which each may spend three on a board that fails its
+  // cross-check.
+  EXPECT_THAT(support::SplitLines(TicketsFor(boards_, 5)), SizeIs(5 + 6 * 4));
+  EXPECT_THAT(RoundCommand(boards_), Contains("6"));
 }
 
 // What it is about is a text for a shell, and is not in it.
