@@ -10,7 +10,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kProgram=setup
-readonly kNeeds='g++ (C++20), cmake >= 3.25, ninja, GoogleTest, nlohmann-json, xxHash, libjpeg-turbo, libpng, libwebp, libtiff, libzip, ONNX Runtime with headers, strace, protoc'
+readonly kNeeds='g++ (C++20), cmake >= 3.25, ninja, GoogleTest, nlohmann-json, xxHash, libjpeg-turbo, libpng, libwebp, libtiff, libzip, SQLite, ONNX Runtime with headers, strace, protoc'
 . scripts/debian13.sh
 
 # The library is the last release line that neither writes to the home folder nor calls out; look
@@ -46,6 +46,7 @@ install_build_tools() {
   probe_file /usr/include/nlohmann/json.hpp nlohmann-json3-dev
   probe_file /usr/include/xxhash.h libxxhash-dev
   probe_file /usr/include/zip.h libzip-dev
+  probe_file /usr/include/sqlite3.h libsqlite3-dev
   probe_file /usr/include/jpeglib.h libjpeg62-turbo-dev
   probe_file /usr/include/png.h libpng-dev
   probe_file /usr/include/webp/demux.h libwebp-dev

@@ -16,6 +16,7 @@
 #include "kit/common/whole_file.h"
 #include "kit/judge/judge.h"
 #include "kit/judge/reference.h"
+#include "kit/ledger/base.h"
 
 namespace vorn::kit {
 namespace {
@@ -27,12 +28,17 @@ constexpr uint64_t kShownWorst = 5;
 constexpr std::string_view kForms[] = {
     "RUN --expected PATH [--map FILE] [--rules FILE | --preset NAME | --exact | --atol A --rtol R]",
     "RUN --reference MODEL [--reference-config FILE] [--reference-recipe [NAME=]RECIPE...]",
+    "RUN --with history[=FILE] [OPTION...]",
 };
 
 constexpr Option kOptions[] = {
     {"expected", 0, "PATH",
      "What is expected: another run, a folder of dumps, arrays (.npy, .npz), test folders of ONNX "
      "(test_data_set_*), or one such file."},
+    {"with", 0, "history[=FILE]",
+     "Instead of --expected: the last run before RUN of its series and level, as vorn history "
+     "keeps "
+     "them, that was not judged wrong. Its directory has to be there as it was."},
     {"reference", 0, "MODEL",
      "Instead of --expected: run this model (ONNX) with the host runtime over the samples of RUN, "
      "and expect what it gives. What it takes is made anew by vorn prepare, of the sources that "
@@ -97,8 +103,8 @@ constexpr Verb kJudge{
         "expected of it: a census of its elements, the usual measures, the worst elements by\n"
         "their places, the verdict, and for what is wrong its likely cause. Ends with status 0\n"
         "if everything is right, 6 if an output differs, 8 if samples are missing on either\n"
-        "side or a run has not ended, 9 if something could not be compared, and 3 if a file of\n"
-        "an output is damaged; all others are judged.",
+        "side or a run has not ended, 9 if something could not be compared or the history has\n"
+        "no base, and 3 if a file of an output is damaged; all others are judged.",
     .options = kOptions,
     .example = "build/release/vorn judge build/demo --expected examples/digits/expected.npy",
     .mostOperands = 1,
@@ -197,13 +203,24 @@ std::optional<std::string> TakeReferenceRuntime(const Arguments& arguments) {
 // The folder of what is expected: named, or made.
 std::string TakeExpected(const Arguments& arguments, JudgeRequest& request) {
   const auto model = arguments.Get("reference");
+  const auto with = arguments.Get("with");
+  if (with && (model || arguments.Has("expected"))) {
+    throw Fault(ExitStatus::kUsage, "--with takes the place of --expected and of --reference");
+  }
   if (!model) {
     for (const char* name : {"reference-config", "reference-recipe", "reference-runtime"}) {
       if (!arguments.Has(name)) continue;
       throw Fault(ExitStatus::kUsage,
                   "--" + std::string(name) + " is for --reference, which is missing");
     }
-    return arguments.Need("expected");
+    if (!with) return arguments.Need("expected");
+    const RunEntry base =
+        FindBase(LedgerOfWith(*with), arguments.Operands().front(), BaseUse::kOutputs);
+    if (!arguments.Has("quiet")) {
+      std::fprintf(stderr, "vorn judge: the base is run %lld of the history, %s\n",
+                   static_cast<long long>(base.id), Printable(base.path).c_str());
+    }
+    return base.path;
   }
   if (arguments.Has("expected")) {
     throw Fault(ExitStatus::kUsage, "--reference takes the place of --expected");

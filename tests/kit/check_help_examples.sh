@@ -10,7 +10,7 @@ mkdir -p "$work/build/demo"
 ln -s "$source/examples" "$work/examples"
 ln -s "$build" "$work/build/release"
 cd "$work"
-verbs=(inspect prepare qualify calibrate launch trace convert judge timing report fleet)
+verbs=(inspect prepare qualify calibrate launch trace convert judge timing history report fleet)
 build/release/vorn --help=names | sort >known
 printf '%s\n' "${verbs[@]}" | sort | diff known - || {
   echo "these are not the verbs that there are"

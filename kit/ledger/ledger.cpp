@@ -1,0 +1,494 @@
+#include "kit/ledger/ledger.h"
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <unordered_map>
+#include <utility>
+
+#include "kit/common/fault.h"
+#include "kit/common/file_place.h"
+#include "kit/common/printable.h"
+#include "kit/ledger/ledger_place.h"
+#include "kit/ledger/schema.h"
+
+namespace vorn::kit {
+namespace {
+
+// ---- A run's columns ----------------------------------------------------------------------------
+
+// "id, identity, content, ..., reason, setRealtimeNs": what Reader reads.
+std::string ColumnsOfRuns() {
+  std::string columns = "runs.id";
+  RunEntry run;
+  VisitColumns(run,
+               [&](const char* name, const auto&) { columns += std::string(", runs.") + name; });
+  return columns + ", levels.reason, levels.setRealtimeNs";
+}
+
+std::string SelectRuns(const std::string& condition) {
+  return "SELECT " + ColumnsOfRuns() + " FROM runs LEFT JOIN levels ON levels.run = runs.id " +
+         condition;
+}
+
+uint64_t Unsigned(const Statement& row, int column) {
+  // A hostile file's may be below 0; no run's is.
+  return static_cast<uint64_t>(std::max<int64_t>(row.Integer(column), 0));
+}
+
+void Take(const Statement& row, int column, std::string& member) { member = row.Text(column); }
+void Take(const Statement& row, int column, uint64_t& member) { member = Unsigned(row, column); }
+void Take(const Statement& row, int column, std::optional<uint64_t>& member) {
+  if (!row.IsNull(column)) member = Unsigned(row, column);
+}
+void Take(const Statement& row, int column, std::optional<int64_t>& member) {
+  if (!row.IsNull(column)) member = row.Integer(column);
+}
+void Take(const Statement& row, int column, std::optional<double>& member) {
+  if (!row.IsNull(column)) member = row.Number(column);
+}
+
+RunEntry EntryOfRow(const Statement& row) {
+  RunEntry run;
+  int column = 0;
+  run.id = row.Integer(column++);
+  VisitColumns(run, [&](const char*, auto& member) { Take(row, column++, member); });
+  if (!row.IsNull(column)) {
+    run.level = RunLevel{.reason = row.Text(column), .setRealtimeNs = Unsigned(row, column + 1)};
+  }
+  return run;
+}
+
+void Put(Statement& statement, int place, const std::string& member) {
+  statement.Bind(place, std::string_view(member));
+}
+// What cannot be kept is no number of a run: the largest of the two kinds stand 292 years apart.
+void Put(Statement& statement, int place, uint64_t member) {
+  if (!std::in_range<int64_t>(member)) {
+    throw Fault(ExitStatus::kInput, "the run tells a number of " + std::to_string(member) +
+                                        ", which no clock or counter reaches; it is damaged");
+  }
+  statement.Bind(place, static_cast<int64_t>(member));
+}
+void Put(Statement& statement, int place, const std::optional<uint64_t>& member) {
+  if (member) {
+    Put(statement, place, *member);
+  } else {
+    statement.BindNull(place);
+  }
+}
+void Put(Statement& statement, int place, const std::optional<int64_t>& member) {
+  if (member) {
+    statement.Bind(place, *member);
+  } else {
+    statement.BindNull(place);
+  }
+}
+void Put(Statement& statement, int place, const std::optional<double>& member) {
+  if (member && std::isfinite(*member)) {
+    statement.Bind(place, *member);
+  } else {
+    statement.BindNull(place);
+  }
+}
+
+std::string SqlOfInsert() {
+  std::string names;
+  std::string places;
+  RunEntry run;
+  VisitColumns(run, [&](const char* name, const auto&) {
+    names += (names.empty() ? "" : ", ") + std::string(name);
+    places += places.empty() ? "?" : ", ?";
+  });
+  return "INSERT INTO runs(" + names + ") VALUES(" + places + ")";
+}
+
+std::string SqlOfUpdate() {
+  std::string settings;
+  RunEntry run;
+  VisitColumns(run, [&](const char* name, const auto&) {
+    settings += (settings.empty() ? "" : ", ") + std::string(name) + " = ?";
+  });
+  return "UPDATE runs SET " + settings + " WHERE id = ?";
+}
+
+int PutColumns(Statement& statement, const RunEntry& run) {
+  int place = 0;
+  VisitColumns(run, [&](const char*, const auto& member) { Put(statement, ++place, member); });
+  return place;
+}
+
+// How far a run had come, to tell a copy of its middle from its end.
+auto ProgressOf(const RunEntry& run) {
+  return std::make_tuple(run.state == "done", run.endRealtimeNs.value_or(0), run.done,
+                         run.executions, !run.verdict.empty());
+}
+
+constexpr const char* kByStart = " ORDER BY runs.startRealtimeNs, runs.id";
+constexpr const char* kWithinSpan = " WHERE runs.startRealtimeNs >= ? AND runs.startRealtimeNs < ?";
+
+void BindSpan(Statement& statement, const StartSpan& span) {
+  constexpr uint64_t kMost = std::numeric_limits<int64_t>::max();
+  statement.Bind(1, static_cast<int64_t>(std::min(span.sinceNs, kMost)));
+  statement.Bind(2, static_cast<int64_t>(std::min(span.beforeNs, kMost)));
+}
+
+RunMetric MetricOfRow(const Statement& row, int column) {
+  RunMetric metric;
+  metric.output = row.Text(column);
+  metric.metric = row.Text(column + 1);
+  metric.value = row.Number(column + 2);
+  if (!row.IsNull(column + 3)) metric.expected = row.Number(column + 3);
+  return metric;
+}
+
+std::unique_ptr<Database> OpenDatabase(const std::string& path, DatabaseUse use) {
+  HoldToLocalFile(path);
+  return std::make_unique<Database>(path, use);
+}
+
+[[noreturn]] void RefuseMissing(const std::string& path) {
+  throw Fault(ExitStatus::kInput, "there is no history at " + Quoted(path) +
+                                      "; vorn history add RUN... makes it, --db names another one");
+}
+
+}  // namespace
+
+RunOutcome OutcomeOf(std::string_view state, std::string_view verdict) {
+  if (state == "failed") return RunOutcome::kFailed;
+  if (state != "done") return RunOutcome::kUnfinished;
+  if (verdict == "right") return RunOutcome::kRight;
+  return verdict == "wrong" ? RunOutcome::kWrong : RunOutcome::kNotJudged;
+}
+
+// ---- Writing ------------------------------------------------------------------------------------
+
+// The statements of an addition, prepared once.
+class Ledger::Writer {
+ public:
+  explicit Writer(Database& database)
+      : database_(database),
+        find_(database, "SELECT id, content, path, board FROM runs WHERE identity = ?"),
+        get_(database, SelectRuns("WHERE runs.id = ?")),
+        insert_(database, SqlOfInsert()),
+        update_(database, SqlOfUpdate()),
+        move_(database, "UPDATE runs SET path = ? WHERE id = ?"),
+        forgetMetrics_(database, "DELETE FROM metrics WHERE run = ?"),
+        putMetric_(database,
+                   "INSERT OR REPLACE INTO metrics(run, output, metric, value, expected) "
+                   "VALUES(?, ?, ?, ?, ?)"),
+        putTimes_(database,
+                  "INSERT OR REPLACE INTO times(run, first, later, leftOut) VALUES(?, ?, ?, ?)"),
+        putLevel_(database,
+                  "INSERT OR IGNORE INTO levels(run, reason, setRealtimeNs) VALUES(?, ?, ?)") {}
+
+  Addition Add(RunEntry& run) {
+    find_.Bind(1, std::string_view(run.identity));
+    if (!find_.Step()) {
+      PutColumns(insert_, run);
+      insert_.Run();
+      run.id = database_.LastRowId();
+      PutRest(run);
+      return Addition::kAdded;
+    }
+    run.id = find_.Integer(0);
+    const bool isSame = find_.Text(1) == run.content && find_.Text(3) == run.board;
+    const std::string before = find_.Text(2);
+    find_.Reset();
+    if (isSame) {
+      KeepPlace(run, before);
+      return Addition::kKnown;
+    }
+    if (ProgressOf(run) < ProgressOf(Present(run.id))) return Addition::kOlder;
+    const int places = PutColumns(update_, run);
+    update_.Bind(places + 1, run.id).Run();
+    forgetMetrics_.Bind(1, run.id).Run();
+    PutRest(run);
+    return Addition::kUpdated;
+  }
+
+ private:
+  RunEntry Present(int64_t id) {
+    get_.Bind(1, id);
+    if (!get_.Step()) database_.RefuseDamaged("a run is gone");
+    RunEntry present = EntryOfRow(get_);
+    get_.Reset();
+    return present;
+  }
+
+  // A run that was moved is found where it is now; a copy is not taken for it.
+  void KeepPlace(const RunEntry& run, const std::string& before) {
+    if (run.path == before || IsThere(before + "/" + kRunFile)) return;
+    move_.Bind(1, std::string_view(run.path)).Bind(2, run.id).Run();
+  }
+
+  void PutRest(const RunEntry& run) {
+    for (const RunMetric& metric : run.metrics) {
+      if (!std::isfinite(metric.value)) continue;
+      putMetric_.Bind(1, run.id)
+          .Bind(2, std::string_view(metric.output))
+          .Bind(3, std::string_view(metric.metric))
+          .Bind(4, metric.value);
+      Put(putMetric_, 5, metric.expected);
+      putMetric_.Run();
+    }
+    putTimes_.Bind(1, run.id)
+        .BindBytes(2, PackTimes(run.times.firstNs))
+        .BindBytes(3, PackTimes(run.times.timesNs));
+    Put(putTimes_, 4, run.times.leftOut);
+    putTimes_.Run();
+    if (!run.level) return;
+    putLevel_.Bind(1, run.id).Bind(2, std::string_view(run.level->reason));
+    Put(putLevel_, 3, run.level->setRealtimeNs);
+    putLevel_.Run();
+  }
+
+  Database& database_;
+  Statement find_;
+  Statement get_;
+  Statement insert_;
+  Statement update_;
+  Statement move_;
+  Statement forgetMetrics_;
+  Statement putMetric_;
+  Statement putTimes_;
+  Statement putLevel_;
+};
+
+std::vector<Addition> Ledger::Add(std::span<RunEntry> runs) {
+  if (writer_ == nullptr) writer_ = std::make_unique<Writer>(*database_);
+  Transaction transaction(*database_);
+  std::vector<Addition> additions;
+  additions.reserve(runs.size());
+  for (RunEntry& run : runs) additions.push_back(writer_->Add(run));
+  transaction.Commit();
+  return additions;
+}
+
+void Ledger::SetLevel(int64_t id, const RunLevel& level) {
+  HoldToRun(id);
+  Transaction transaction(*database_);
+  Statement put(*database_,
+                "INSERT OR REPLACE INTO levels(run, reason, setRealtimeNs) VALUES(?, ?, ?)");
+  put.Bind(1, id).Bind(2, std::string_view(level.reason));
+  Put(put, 3, level.setRealtimeNs);
+  put.Run();
+  transaction.Commit();
+}
+
+bool Ledger::RemoveLevel(int64_t id) {
+  HoldToRun(id);
+  Transaction transaction(*database_);
+  Statement remove(*database_, "DELETE FROM levels WHERE run = ?");
+  remove.Bind(1, id).Run();
+  const bool wasThere = database_->Changes() > 0;
+  transaction.Commit();
+  return wasThere;
+}
+
+void Ledger::Remove(std::span<const int64_t> ids) {
+  Transaction transaction(*database_);
+  Statement remove(*database_, "DELETE FROM runs WHERE id = ?");
+  for (const int64_t id : ids) remove.Bind(1, id).Run();
+  transaction.Commit();
+}
+
+void Ledger::Shrink() { database_->Run("VACUUM"); }
+
+// ---- Opening ------------------------------------------------------------------------------------
+
+Ledger::Ledger(std::unique_ptr<Database> database) : database_(std::move(database)) {}
+Ledger::Ledger(Ledger&&) noexcept = default;
+Ledger& Ledger::operator=(Ledger&&) noexcept = default;
+Ledger::~Ledger() = default;
+
+const std::string& Ledger::Path() const { return database_->Path(); }
+
+Ledger Ledger::ForReading(const std::string& path) {
+  if (!IsThere(path)) RefuseMissing(path);
+  auto database = OpenDatabase(path, DatabaseUse::kRead);
+  if (!IsUpToDate(*database)) {
+    // Questions are asked of the present layout alone, so an older file is brought there first.
+    if (database->Integer("PRAGMA user_version") == 0) {
+      throw Fault(ExitStatus::kInput, "the history " + Quoted(path) +
+                                          " is empty; vorn history add RUN... puts runs there");
+    }
+    auto older = OpenDatabase(path, DatabaseUse::kWrite);
+    BringUpToDate(*older);
+    older.reset();
+    database = OpenDatabase(path, DatabaseUse::kRead);
+  }
+  database->Run("BEGIN");
+  return Ledger(std::move(database));
+}
+
+Ledger Ledger::ForWriting(const std::string& path) {
+  auto database = OpenDatabase(path, DatabaseUse::kMake);
+  BringUpToDate(*database);
+  return Ledger(std::move(database));
+}
+
+Ledger Ledger::ForChanging(const std::string& path) {
+  if (!IsThere(path)) RefuseMissing(path);
+  auto database = OpenDatabase(path, DatabaseUse::kWrite);
+  BringUpToDate(*database);
+  return Ledger(std::move(database));
+}
+
+// ---- Questions ----------------------------------------------------------------------------------
+
+void Ledger::FillMetrics(RunEntry& run) const {
+  Statement metrics(*database_,
+                    "SELECT output, metric, value, expected FROM metrics WHERE run = ? "
+                    "ORDER BY output, metric");
+  metrics.Bind(1, run.id);
+  while (metrics.Step()) run.metrics.push_back(MetricOfRow(metrics, 0));
+}
+
+void Ledger::FillTimes(RunEntry& run) const {
+  Statement times(*database_, "SELECT first, later, leftOut FROM times WHERE run = ?");
+  times.Bind(1, run.id);
+  if (!times.Step()) return;
+  const auto first = UnpackTimes(times.Bytes(0));
+  const auto later = UnpackTimes(times.Bytes(1));
+  if (!first || !later) {
+    database_->RefuseDamaged("the times of run " + std::to_string(run.id) + " cannot be read");
+  }
+  run.times = {.firstNs = *first, .timesNs = *later, .leftOut = Unsigned(times, 2)};
+}
+
+void Ledger::HoldToRun(int64_t id) const {
+  Statement find(*database_, "SELECT id FROM runs WHERE id = ?");
+  find.Bind(1, id);
+  if (find.Step()) return;
+  throw Fault(ExitStatus::kInput, "the history " + Quoted(Path()) + " has no run " +
+                                      std::to_string(id) + "; vorn history list shows them");
+}
+
+RunEntry Ledger::Get(int64_t id) const {
+  HoldToRun(id);
+  Statement find(*database_, SelectRuns("WHERE runs.id = ?"));
+  find.Bind(1, id);
+  if (!find.Step()) database_->RefuseDamaged("a run is gone");
+  RunEntry run = EntryOfRow(find);
+  FillMetrics(run);
+  FillTimes(run);
+  return run;
+}
+
+std::optional<RunEntry> Ledger::Find(const std::string& identity) const {
+  Statement find(*database_, "SELECT id FROM runs WHERE identity = ?");
+  find.Bind(1, std::string_view(identity));
+  if (!find.Step()) return std::nullopt;
+  return Get(find.Integer(0));
+}
+
+void Ledger::ForEach(const StartSpan& span, const std::function<void(RunEntry& run)>& take) const {
+  Statement runs(*database_, SelectRuns(std::string(kWithinSpan) + kByStart));
+  Statement metrics(*database_,
+                    "SELECT runs.id, output, metric, value, expected FROM runs "
+                    "JOIN metrics ON metrics.run = runs.id" +
+                        std::string(kWithinSpan) + kByStart + ", output, metric");
+  BindSpan(runs, span);
+  BindSpan(metrics, span);
+  // Both come in one order.
+  bool hasMetric = metrics.Step();
+  while (runs.Step()) {
+    RunEntry run = EntryOfRow(runs);
+    while (hasMetric && metrics.Integer(0) == run.id) {
+      run.metrics.push_back(MetricOfRow(metrics, 1));
+      hasMetric = metrics.Step();
+    }
+    take(run);
+  }
+}
+
+std::vector<RunSeriesPoints> Ledger::Series(std::span<const KeyPart> parts,
+                                            const StartSpan& span) const {
+  std::string columns = "SELECT runs.id, startRealtimeNs, state, verdict, medianNs, levels.run";
+  for (const KeyPart& part : parts) columns += ", " + std::string(part.column);
+  Statement rows(*database_, columns + " FROM runs LEFT JOIN levels ON levels.run = runs.id" +
+                                 kWithinSpan + kByStart);
+  constexpr int kFirstPart = 6;
+  BindSpan(rows, span);
+  std::map<std::vector<std::string>, std::vector<RunPoint>> series;
+  std::vector<std::string> key(parts.size());
+  while (rows.Step()) {
+    for (size_t i = 0; i < parts.size(); ++i) key[i] = rows.Text(kFirstPart + static_cast<int>(i));
+    RunPoint point;
+    point.id = rows.Integer(0);
+    point.startRealtimeNs = Unsigned(rows, 1);
+    point.outcome = OutcomeOf(rows.Text(2), rows.Text(3));
+    const bool counts =
+        point.outcome != RunOutcome::kFailed && point.outcome != RunOutcome::kUnfinished;
+    if (counts && !rows.IsNull(4)) point.medianNs = rows.Number(4);
+    point.beginsLevel = !rows.IsNull(5);
+    series[key].push_back(point);
+  }
+  std::vector<RunSeriesPoints> all;
+  all.reserve(series.size());
+  for (auto& [values, runs] : series) {
+    all.push_back({.key = values, .runs = std::move(runs), .metrics = {}});
+  }
+  TakeMetrics(all);
+  return all;
+}
+
+void Ledger::TakeMetrics(std::vector<RunSeriesPoints>& series) const {
+  struct Place {
+    size_t series;
+    size_t run;
+  };
+  std::unordered_map<int64_t, Place> places;
+  for (size_t i = 0; i < series.size(); ++i) {
+    for (size_t run = 0; run < series[i].runs.size(); ++run) {
+      const bool counts = series[i].runs[run].outcome != RunOutcome::kUnfinished;
+      if (counts) places[series[i].runs[run].id] = {i, run};
+    }
+  }
+  using Name = std::pair<std::string, std::string>;
+  std::vector<std::map<Name, std::vector<std::pair<size_t, double>>>> found(series.size());
+  Statement rows(*database_, "SELECT run, output, metric, value FROM metrics");
+  while (rows.Step()) {
+    const auto place = places.find(rows.Integer(0));
+    if (place == places.end()) continue;
+    found[place->second.series][Name(rows.Text(1), rows.Text(2))].emplace_back(place->second.run,
+                                                                               rows.Number(3));
+  }
+  for (size_t i = 0; i < series.size(); ++i) {
+    for (auto& [name, points] : found[i]) {
+      std::sort(points.begin(), points.end());
+      MetricPoints metric{.output = name.first, .metric = name.second, .runs = {}, .values = {}};
+      for (const auto& [run, value] : points) {
+        metric.runs.push_back(run);
+        metric.values.push_back(value);
+      }
+      series[i].metrics.push_back(std::move(metric));
+    }
+  }
+}
+
+std::optional<RunEntry> Ledger::LastBefore(
+    const RunEntry& run, std::span<const KeyPart> parts,
+    const std::function<bool(const RunEntry&)>& isFit) const {
+  std::string condition = "WHERE runs.startRealtimeNs <= ? AND runs.identity <> ?";
+  for (const KeyPart& part : parts) condition += " AND runs." + std::string(part.column) + " = ?";
+  Statement before(*database_,
+                   SelectRuns(condition + " ORDER BY runs.startRealtimeNs DESC, runs.id DESC"));
+  Put(before, 1, run.startRealtimeNs);
+  before.Bind(2, std::string_view(run.identity));
+  int place = 2;
+  for (const std::string& value : KeyOf(run, parts)) before.Bind(++place, std::string_view(value));
+  if (const auto own = Find(run.identity); own && own->level) return std::nullopt;
+  while (before.Step()) {
+    RunEntry candidate = EntryOfRow(before);
+    if (isFit(candidate)) {
+      FillTimes(candidate);
+      return candidate;
+    }
+    if (candidate.level) break;
+  }
+  return std::nullopt;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,76 @@
+#include "kit/history/find_runs.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kit/common/fault.h"
+#include "support/files.h"
+
+namespace vorn::kit {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class FindRunsTest : public testing::Test {
+ protected:
+  void Make(const std::string& file) const { support::WriteFile(folder_.Path() / file, "{}"); }
+
+  // By their paths from the folder on.
+  std::vector<std::string> Found() const {
+    std::vector<std::string> runs;
+    const std::string top = folder_.Path();
+    for (const std::string& run : FindRuns(top)) runs.push_back(run.substr(top.size()));
+    return runs;
+  }
+
+  support::TempDir folder_;
+};
+
+TEST_F(FindRunsTest, TakesARunItself) {
+  Make("run.json");
+  Make("reference/run.json");
+  EXPECT_THAT(Found(), ElementsAre(""));
+  EXPECT_THAT(FindRuns(folder_.Path().string() + "//"), ElementsAre(folder_.Path().string()));
+}
+
+TEST_F(FindRunsTest, LooksBeneathFolders) {
+  Make("board1/monday/run.json");
+  Make("board1/tuesday/run.json");
+  Make("board1/tuesday/reference/run.json");
+  Make("board2/A/run.json");
+  Make("board2/B/run.json");
+  Make("board2/times.jsonl");
+  Make("notes/text");
+  EXPECT_THAT(Found(), ElementsAre("/board1/monday", "/board1/tuesday", "/board2/A", "/board2/B"));
+}
+
+TEST_F(FindRunsTest, LeavesOutPartsOfAFleet) {
+  Make("fleet/plan.json");
+  Make("fleet/inputs.jsonl");
+  Make("fleet/chunks/0/1/run.json");
+  Make("merged/run.json");
+  EXPECT_THAT(Found(), ElementsAre("/merged"));
+}
+
+TEST_F(FindRunsTest, FollowsNoLinks) {
+  Make("one/run.json");
+  std::filesystem::create_directory_symlink(folder_.Path(), folder_.Path() / "again");
+  EXPECT_THAT(Found(), ElementsAre("/one"));
+}
+
+TEST_F(FindRunsTest, RefusesWhatIsNoFolder) {
+  Make("file");
+  for (const char* name : {"/file", "/missing"}) {
+    try {
+      (void)FindRuns(folder_.Path().string() + name);
+      FAIL();
+    } catch (const Fault& fault) {
+      EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+      EXPECT_THAT(fault.what(), HasSubstr(name));
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vorn::kit

@@ -1,0 +1,103 @@
+#include "kit/history/history_page.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "history/simulation.h"
+#include "kit/history/made_run.h"
+#include "support/files.h"
+
+namespace vorn::kit {
+namespace {
+
+using support::MadeEntry;
+using testing::HasSubstr;
+using testing::Not;
+
+class HistoryPageTest : public testing::Test {
+ protected:
+  // Runs of a board, whose time steps by the factor with the 31st.
+  void Add(const std::string& board, double factor) {
+    RunSeriesPoints points;
+    points.key = {"digits.onnx", board, ""};
+    const auto times = bench::MakeRuns(bench::RunNoise::kLogNormal, 50, 30, factor, 5);
+    for (unsigned i = 0; i < times.size(); ++i) {
+      RunEntry run = MadeEntry(i + 1, times[i]);
+      run.id = static_cast<int64_t>(runs_.size() + 1);
+      run.path = folder_.Path() / "runs" / std::to_string(run.id);
+      RunPoint point;
+      point.id = run.id;
+      point.startRealtimeNs = run.startRealtimeNs;
+      point.medianNs = times[i];
+      points.runs.push_back(point);
+      runs_.push_back(run);
+    }
+    all_.push_back(HistoryOf(std::move(points), KeyPartsOf("model,board"), {}));
+  }
+
+  std::string Page() const {
+    return HistoryPage({.all = all_,
+                        .find = [&](int64_t id) { return runs_[static_cast<size_t>(id - 1)]; },
+                        .sinceNs = 0,
+                        .ledger = "/data/history.sqlite",
+                        .folder = folder_.Path() / "pages",
+                        .nowNs = support::kNovemberNs});
+  }
+
+  support::TempDir folder_;
+  std::vector<RunEntry> runs_;
+  std::vector<SeriesHistory> all_;
+};
+
+TEST_F(HistoryPageTest, SaysTheWorstOnTop) {
+  Add("board6", 1);
+  Add("board7", 1.1);
+  Add("board8", 1.5);
+  Add("board9", 0.8);
+  const std::string page = Page();
+  EXPECT_THAT(page, HasSubstr("2 of 4 series with 200 runs stand worse than before; the worst: "
+                              "digits.onnx, board8 since 2026-12-01 00:00"));
+  EXPECT_THAT(page, HasSubstr("What got worse"));
+  EXPECT_THAT(page, HasSubstr("What got better"));
+  EXPECT_THAT(page, HasSubstr("Content-Security-Policy"));
+  EXPECT_EQ(page, Page());
+}
+
+TEST_F(HistoryPageTest, SaysThatNothingChanged) {
+  Add("board6", 1);
+  EXPECT_THAT(Page(), HasSubstr("Nothing stands worse than before, of 1 series with 50 runs."));
+  EXPECT_THAT(Page(), Not(HasSubstr("What got worse")));
+}
+
+TEST_F(HistoryPageTest, LinksToRunsThatAreThere) {
+  Add("board7", 1.2);
+  support::WriteFile(runs_[29].path + "/run.json", "{}");
+  support::WriteFile(runs_[30].path + "/report.html", "");
+  const std::string page = Page();
+  EXPECT_THAT(page, HasSubstr(R"(href="./../runs/30")"));
+  EXPECT_THAT(page, HasSubstr(R"(href="./../runs/31/report.html")"));
+  EXPECT_THAT(page, Not(HasSubstr(R"(href="./../runs/29")")));
+}
+
+TEST_F(HistoryPageTest, LetsNoNameBecomeMarkup) {
+  Add("<script>alert(1)</script>", 1.2);
+  for (RunEntry& run : runs_) run.governor = "\"><img src=x>";
+  runs_[29].governor = "</li></ul>";
+  const std::string page = Page();
+  EXPECT_THAT(page, Not(HasSubstr("<script>alert")));
+  EXPECT_THAT(page, Not(HasSubstr("<img src=x>")));
+}
+
+TEST_F(HistoryPageTest, TellsOfNoRunAtAll) {
+  EXPECT_THAT(Page(), HasSubstr("No run was timed or judged, of 0 series with 0 runs."));
+}
+
+TEST_F(HistoryPageTest, IsNotOverlongWithManySeries) {
+  for (int i = 0; i < 300; ++i) Add("board" + std::to_string(i), i % 3 == 0 ? 1.2 : 1);
+  const std::string page = Page();
+  EXPECT_LT(page.size(), size_t{3} << 20);
+  EXPECT_THAT(page, HasSubstr("The other 276 series are in the table of all"));
+}
+
+}  // namespace
+}  // namespace vorn::kit

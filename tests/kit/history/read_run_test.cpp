@@ -1,0 +1,137 @@
+#include "kit/history/read_run.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kit/common/fault.h"
+#include "kit/history/made_run.h"
+#include "kit/json/json.h"
+#include "support/files.h"
+
+namespace vorn::kit {
+namespace {
+
+using support::MadeFacts;
+using support::MakeRun;
+using support::MakeVerdict;
+using support::TimesAround;
+using testing::HasSubstr;
+
+class ReadRunEntryTest : public testing::Test {
+ protected:
+  std::string Run() const { return folder_.Path() / "run"; }
+
+  std::string Refusal() const {
+    try {
+      (void)ReadRunEntry(Run());
+    } catch (const Fault& fault) {
+      EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+      return fault.what();
+    }
+    return "none";
+  }
+
+  support::TempDir folder_;
+};
+
+TEST_F(ReadRunEntryTest, TellsTimesMachineAndVerdict) {
+  MakeRun(Run(), MadeFacts(3), TimesAround(1000000));
+  MakeVerdict(Run(), 6, 0.5);
+  MachineMoment moment;
+  moment.frequencyKhz = {1000000, 2000000};
+  moment.temperatureMilliC = {{"cpu", 50000}, {"board", 30000}};
+  support::WriteFile(Run() + "/machine.jsonl", ToLine(moment));
+  const RunEntry run = ReadRunEntry(Run());
+  EXPECT_EQ(run.path, Run());
+  EXPECT_EQ(run.executions, 40U);
+  EXPECT_EQ(run.medianNs, 1000000);
+  EXPECT_EQ(run.firstNs, 2000000);
+  EXPECT_EQ(run.times.timesNs, TimesAround(1000000));
+  EXPECT_EQ(run.times.firstNs, std::vector<uint64_t>{2000000});
+  EXPECT_EQ(run.frequencyKhz, 1500000U);
+  EXPECT_EQ(run.temperatureMilliC, 50000);
+  EXPECT_EQ(run.verdict, "wrong");
+  ASSERT_EQ(run.metrics.size(), 3U);
+  EXPECT_EQ(run.metrics[0], (RunMetric{"probabilities", "RMSE", 0.25, std::nullopt}));
+  EXPECT_EQ(run.metrics[1], (RunMetric{"probabilities", "top 1", 0.5, 0.98}));
+  EXPECT_EQ(run.metrics[2], (RunMetric{"probabilities", "top-1 agreement", 0.75, std::nullopt}));
+}
+
+TEST_F(ReadRunEntryTest, TakesARunAlone) {
+  MakeRun(Run(), MadeFacts(3), {});
+  const RunEntry run = ReadRunEntry(Run(), "a board of a container");
+  EXPECT_EQ(run.executions, 0U);
+  EXPECT_EQ(run.medianNs, std::nullopt);
+  EXPECT_EQ(run.verdict, "");
+  EXPECT_EQ(run.board, "a board of a container");
+}
+
+TEST_F(ReadRunEntryTest, KnowsWhetherAnythingChanged) {
+  MakeRun(Run(), MadeFacts(3), TimesAround(1000000));
+  const RunEntry before = ReadRunEntry(Run());
+  EXPECT_EQ(ReadRunEntry(Run()), before);
+  MakeVerdict(Run(), 0);
+  const RunEntry judged = ReadRunEntry(Run());
+  EXPECT_EQ(judged.identity, before.identity);
+  EXPECT_NE(judged.content, before.content);
+  MakeRun(Run(), MadeFacts(3), TimesAround(1000001));
+  EXPECT_NE(ReadRunEntry(Run()).content, judged.content);
+}
+
+TEST_F(ReadRunEntryTest, KeepsTheFirstOfVeryManyTimes) {
+  std::vector<uint64_t> times(kMostTimesKept + 5, 1000);
+  times.back() = 999999;
+  MakeRun(Run(), MadeFacts(3), times);
+  const RunEntry run = ReadRunEntry(Run());
+  EXPECT_EQ(run.executions, kMostTimesKept + 5);
+  EXPECT_EQ(run.times.timesNs.size(), kMostTimesKept);
+  EXPECT_EQ(run.times.leftOut, 5U);
+}
+
+TEST_F(ReadRunEntryTest, TakesTheOwnSideOfARunInTurns) {
+  MakeRun(Run(), MadeFacts(3), {});
+  TimesRecord record;
+  record.series = "B";
+  record.executeNs = {9000, 5000, 5000, 5000};
+  support::WriteFile(Run() + "/times.jsonl", ToLine(record));
+  EXPECT_EQ(ReadRunEntry(Run()).medianNs, 5000);
+}
+
+TEST_F(ReadRunEntryTest, NamesTheFileThatIsDamaged) {
+  EXPECT_THAT(Refusal(), HasSubstr("run.json"));
+  MakeRun(Run(), MadeFacts(3), TimesAround(1000000));
+  support::WriteFile(Run() + "/verdict.json", "{");
+  EXPECT_THAT(Refusal(), HasSubstr("verdict.json': "));
+  std::filesystem::remove(Run() + "/verdict.json");
+  support::WriteFile(Run() + "/times.jsonl", "{}\n");
+  EXPECT_THAT(Refusal(), HasSubstr("times.jsonl"));
+  support::WriteFile(Run() + "/run.json", "[]");
+  EXPECT_THAT(Refusal(), HasSubstr("run.json"));
+}
+
+TEST(TakeVerdict, TellsTheStatusInAWord) {
+  const auto word = [](int status) {
+    RunEntry run;
+    TakeVerdict(R"({"status":)" + std::to_string(status) + R"(,"accuracy":[],"outputs":[]})", run);
+    return run.verdict;
+  };
+  EXPECT_EQ(word(0), "right");
+  EXPECT_EQ(word(6), "wrong");
+  EXPECT_EQ(word(8), "partial");
+  EXPECT_EQ(word(9), "not judged");
+  EXPECT_EQ(word(3), "not judged");
+}
+
+TEST(TakeVerdict, KeepsFiguresOfTheFirstOutputsThatHaveThem) {
+  std::string outputs;
+  for (size_t i = 0; i < kMostOutputsKept + 3; ++i) {
+    outputs += std::string(i == 0 ? "" : ",") + R"({"name":"t)" + std::to_string(i) +
+               R"(","census":{"rmse":)" + (i == 1 ? "\"NaN\"" : "1") + "}}";
+  }
+  RunEntry run;
+  TakeVerdict(R"({"status":0,"accuracy":[],"outputs":[)" + outputs + "]}", run);
+  EXPECT_EQ(run.metrics.size(), kMostOutputsKept - 1);
+}
+
+}  // namespace
+}  // namespace vorn::kit
