@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kAll=(command_line list_file rpn_text input_file dump whole_run model_image
   configuration kit_texts launch_texts judge_files prepare_files manifests trace_file pictures
-  run_folder)
+  run_folder history_files)
 readonly kPackages=(clang libclang-rt-14-dev)
 readonly kCorpus=build/fuzz/corpus kLogs=build/fuzz/logs
 readonly kProgram=fuzz

@@ -40,6 +40,8 @@ constexpr Target kTargets[] = {
     {"trace_file", fuzz::TraceBytes},
 #elif defined(VORN_REPLAY_PREPARE)
     {"prepare_files", fuzz::PrepareFiles},
+#elif defined(VORN_REPLAY_HISTORY)
+    {"history_files", fuzz::HistoryFiles},
 #elif defined(VORN_REPLAY_MANIFESTS)
     {"manifests", fuzz::Manifests},
 #elif defined(VORN_REPLAY_RUN_FOLDER)

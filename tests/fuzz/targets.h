@@ -55,6 +55,9 @@ void RunFolder(std::span<const uint8_t> bytes);
 /// One of the texts around a run: a set of calls, a list, a log, times.
 void LaunchTexts(std::span<const uint8_t> bytes);
 
+/// What vorn history reads: a database, a line of an export, a verdict, a run.
+void HistoryFiles(std::span<const uint8_t> bytes);
+
 /// The file of a trace, in every way that it is told.
 void TraceBytes(std::span<const uint8_t> bytes);
 
