@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # bench.sh [--quick] [PART...]: builds with the preset "bench", measures, prints one table, and leaves
 # results.json and pictures in build/bench/report. The parts are kernels, runs and execute, all three
-# unless some are named, and scale, layers, edits, prepare, timing and fleet. --quick measures too
+# unless some are named, and scale, layers, edits, prepare, timing, fleet and history. --quick measures too
 # little to be believed. See bench/README.md.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -29,6 +29,7 @@ measure() {
     layers) PYTHONPATH=bench /usr/bin/python3 -m layers "$kBuild" "$out" "${quick[@]}" ;;
     prepare) PYTHONPATH=bench /usr/bin/python3 -m prepare "$kBuild" "$out" "${quick[@]}" ;;
     fleet) PYTHONPATH=bench /usr/bin/python3 -m fleet "$kBuild" "$out" "${quick[@]}" ;;
+    history) bench/history/run.sh "$kBuild" "$trials" 5 "${out%.json}.md" ;;
     timing) "$kBuild/bench/timing/timing_bench" "$trials" | tee "${out%.json}.md" ;;
   esac || die "measuring '$part' failed."
 }
@@ -37,8 +38,8 @@ quick=() seconds=20 rounds=30 trials=2000 parts=()
 for word in "$@"; do
   case "$word" in
     --quick) quick=(--quick) seconds=2 rounds=2 trials=100 ;;
-    kernels | runs | execute | scale | layers | edits | prepare | timing | fleet) parts+=("$word") ;;
-    *) die "there is no '$word'; bench.sh [--quick] [kernels] [runs] [execute] [scale] [layers] [edits] [prepare] [timing] [fleet]" ;;
+    kernels | runs | execute | scale | layers | edits | prepare | timing | fleet | history) parts+=("$word") ;;
+    *) die "there is no '$word'; bench.sh [--quick] [kernels] [runs] [execute] [scale] [layers] [edits] [prepare] [timing] [fleet] [history]" ;;
   esac
 done
 [ "${#parts[@]}" -gt 0 ] || parts=(kernels runs execute)
@@ -50,7 +51,7 @@ tables=()
 for part in "${parts[@]}"; do
   rm -f "$kReport/$part.json"
   measure "$part" "$kReport/$part.json"
-  [[ "$part" == @(scale|timing|fleet) ]] || tables+=("$kReport/$part.json")
+  [[ "$part" == @(scale|timing|fleet|history) ]] || tables+=("$kReport/$part.json")
 done
 if [ "${#tables[@]}" -gt 0 ]; then
   printf '\n'
