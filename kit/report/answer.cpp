@@ -84,34 +84,37 @@ std::string CountsText(const SampleCounts& counts) {
 
 // ---- What belongs to it -------------------------------------------------------------------------
 
-// The cause that the most samples have first.
-void TellCause(const ReportJudgement& judgement, ReportAnswer& answer) {
+// Causes by the samples that have them first; the most frequent ones.
+void TellCauses(const ReportJudgement& judgement, ReportAnswer& answer) {
+  constexpr size_t kMostCauses = 3;
   struct Count {
     size_t samples = 0;
     const ReportCause* surest = nullptr;
   };
-  std::map<std::string, Count> counts;
+  std::map<std::string, Count> byId;
   size_t looked = 0;
   for (const ReportOutput& output : judgement.outputs) {
     for (const ReportFault& fault : output.wrong) {
       if (fault.causes.empty()) continue;
       ++looked;
       const ReportCause& cause = fault.causes.front();
-      Count& count = counts[cause.id];
+      Count& count = byId[cause.id];
       ++count.samples;
-      if (count.surest == nullptr || cause.certainty > count.surest->certainty) {
-        count.surest = &cause;
-      }
+      const bool isSurer = count.surest == nullptr || cause.certainty > count.surest->certainty;
+      if (isSurer) count.surest = &cause;
     }
   }
-  const auto most = std::max_element(
-      counts.begin(), counts.end(),
-      [](const auto& a, const auto& b) { return a.second.samples < b.second.samples; });
-  if (most == counts.end()) return;
-  const ReportCause& cause = *most->second.surest;
-  answer.more.push_back("Likely: " + cause.text + " (" + PercentText(cause.certainty) + "), in " +
-                        std::to_string(most->second.samples) + " of " +
-                        Counted(looked, "wrong sample") + " looked at.");
+  std::vector<Count> counts;
+  for (const auto& [id, count] : byId) counts.push_back(count);
+  std::stable_sort(counts.begin(), counts.end(), [](const Count& one, const Count& other) {
+    return one.samples > other.samples;
+  });
+  for (size_t i = 0; i < std::min(counts.size(), kMostCauses); ++i) {
+    const ReportCause& cause = *counts[i].surest;
+    answer.more.push_back("Likely: " + cause.text + " (" + PercentText(cause.certainty) + "), in " +
+                          std::to_string(counts[i].samples) + " of " +
+                          Counted(looked, "wrong sample") + " looked at.");
+  }
 }
 
 void TellInside(const ReportJudgement& judgement, ReportAnswer& answer) {
@@ -144,7 +147,11 @@ void TellAccuracy(const ReportJudgement& judgement, ReportAnswer& answer) {
 
 void TellMissing(const ReportRun& run, ReportAnswer& answer) {
   const SampleCounts& counts = run.facts.counts;
-  if (IsCountedOut(counts)) answer.more.push_back(CountsText(counts) + ".");
+  if (run.judgement && IsCountedOut(counts)) answer.more.push_back(CountsText(counts) + ".");
+  const bool isFailed = run.facts.state == RunState::kFailed;
+  if (isFailed && !run.facts.warnings.empty()) {
+    answer.more.push_back(run.facts.warnings.front().message + ".");
+  }
   if (!run.undone.empty() && !run.undone.front().reason.empty()) {
     const ReportUndone& first = run.undone.front();
     answer.more.push_back("Sample " + std::to_string(first.sample) + ": " + first.reason + ".");
@@ -290,7 +297,7 @@ ReportAnswer AnswerOf(const ReportRun& run) {
   ReportAnswer answer = run.judgement ? Judged(run, *run.judgement) : Unjudged(run);
   if (run.judgement) {
     const ReportJudgement& judgement = *run.judgement;
-    TellCause(judgement, answer);
+    TellCauses(judgement, answer);
     TellInside(judgement, answer);
     TellFloor(judgement, answer);
     for (const std::string& one : judgement.preparation)

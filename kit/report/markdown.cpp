@@ -18,6 +18,13 @@ constexpr size_t kMostCellBytes = 300;
 // What is behind it is seen as no part of a link or a name that is called.
 constexpr std::string_view kNothing = "&#8203;";
 
+// "www", in whatever letters, at its last one.
+bool EndsInWww(std::string_view text, size_t last) {
+  if (last < 2) return false;
+  const std::string_view word = text.substr(last - 2, 3);
+  return word.find_first_not_of("wW") == std::string_view::npos;
+}
+
 std::string CellText(const std::string& text) {
   if (text.size() <= kMostCellBytes) return EscapedMarkdown(text);
   return EscapedMarkdown(PrintableExcerpt(text));
@@ -111,30 +118,35 @@ std::string Shortened(std::string text) {
 }  // namespace
 
 std::string EscapedMarkdown(std::string_view text) {
-  constexpr std::string_view kMarkup = "\\`*_{}[]()#+-.!|~$^=:\"'";
+  constexpr std::string_view kMarkup = "\\`*_[]#|~$";
+  const std::string plain = Printable(text);
   std::string escaped;
-  for (const char c : Printable(text)) {
-    switch (c) {
-      case '<':
-        escaped += "&lt;";
-        break;
-      case '>':
-        escaped += "&gt;";
-        break;
-      case '&':
-        escaped += "&amp;";
-        break;
-      case '@':
-        escaped += std::string("@") + std::string(kNothing);
-        break;
-      default:
-        if (kMarkup.find(c) != std::string_view::npos) escaped += '\\';
-        escaped += c;
-        // "#12", "https://", "www." become links by themselves, whatever stands in front.
-        if (c == '#' || c == ':' || c == '.') escaped += kNothing;
-        break;
+  for (size_t i = 0; i < plain.size(); ++i) {
+    const std::string_view rest = std::string_view(plain).substr(i);
+    const char c = plain[i];
+    if (c == '<') {
+      escaped += "&lt;";
+    } else if (c == '>') {
+      escaped += "&gt;";
+    } else if (c == '&') {
+      escaped += "&amp;";
+    } else {
+      if (kMarkup.find(c) != std::string_view::npos) escaped += '\\';
+      escaped += c;
     }
+    // These become links by themselves: "@team", "#12", "https://x", "www.x".
+    const bool isLink = c == '@' || c == '#' || rest.starts_with("://") || EndsInWww(plain, i);
+    if (isLink) escaped += kNothing;
   }
+  // What begins a list where it stands in front of a line.
+  const bool isMark =
+      !escaped.empty() && std::string_view("-+=").find(escaped[0]) != std::string_view::npos;
+  const size_t digits = escaped.find_first_not_of("0123456789");
+  const bool isNumber = digits != 0 && digits != std::string::npos &&
+                        (escaped[digits] == '.' || escaped[digits] == ')') &&
+                        (digits + 1 == escaped.size() || escaped[digits + 1] == ' ');
+  if (isMark) escaped.insert(0, "\\");
+  if (isNumber) escaped.insert(digits, "\\");
   return escaped;
 }
 

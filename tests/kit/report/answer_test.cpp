@@ -57,7 +57,9 @@ TEST(AnswerOf, SaysHowARunStopped) {
   EXPECT_EQ(answer.tone, ReportTone::kBad);
   EXPECT_EQ(answer.sentence,
             "'net.onnx' on 'b' failed, ended by SIGSEGV, with 7 of 200 samples done, 193 missing.");
-  EXPECT_THAT(answer.more, Contains("Sample 7: the program ended."));
+  EXPECT_THAT(answer.more, ElementsAre("Sample 7: the program ended."));
+  run.facts.warnings = {{"w", 1, "the program ended with status 127"}};
+  EXPECT_THAT(AnswerOf(run).more, Contains("the program ended with status 127."));
   run.facts.state = RunState::kInterrupted;
   EXPECT_EQ(AnswerOf(run).verdict, "interrupted");
   run.facts.state = RunState::kRunning;
@@ -99,6 +101,7 @@ TEST(AnswerOf, TellsTheCauseThatMostSamplesHave) {
   run.judgement->preparation = {"the input"};
   EXPECT_THAT(AnswerOf(run).more,
               ElementsAre("Likely: it is stale (90 %), in 2 of 3 wrong samples looked at.",
+                          "Likely: it is scaled (100 %), in 1 of 3 wrong samples looked at.",
                           "Suspect: the input."));
 }
 

@@ -20,10 +20,14 @@ TEST(EscapedMarkdown, LeavesNoMarkup) {
   EXPECT_EQ(EscapedMarkdown("a|b"), "a\\|b");
   EXPECT_EQ(EscapedMarkdown("<b> & </b>"), "&lt;b&gt; &amp; &lt;/b&gt;");
   EXPECT_EQ(EscapedMarkdown("`x` *y* _z_"), "\\`x\\` \\*y\\* \\_z\\_");
-  EXPECT_EQ(EscapedMarkdown("[a](b)"), "\\[a\\]\\(b\\)");
+  EXPECT_EQ(EscapedMarkdown("[a](b)"), "\\[a\\](b)");
   EXPECT_EQ(EscapedMarkdown("@team #1"), "@&#8203;team \\#&#8203;1");
-  EXPECT_EQ(EscapedMarkdown("https://x"), "https\\:&#8203;//x");
-  EXPECT_EQ(EscapedMarkdown("www.x"), "www\\.&#8203;x");
+  EXPECT_EQ(EscapedMarkdown("https://x"), "https:&#8203;//x");
+  EXPECT_EQ(EscapedMarkdown("www.x"), "www&#8203;.x");
+  EXPECT_EQ(EscapedMarkdown("- x"), "\\- x");
+  EXPECT_EQ(EscapedMarkdown("12. x"), "12\\. x");
+  EXPECT_EQ(EscapedMarkdown("0.0381"), "0.0381");
+  EXPECT_EQ(EscapedMarkdown(""), "");
   EXPECT_EQ(EscapedMarkdown("a\nb"), "a\\\\x0Ab");
 }
 
