@@ -22,11 +22,11 @@ namespace vorn::kit {
 enum class Ink { kFirst, kSecond, kThird, kFourth, kQuiet, kGood, kBad };
 
 struct ChartAxis {
-  std::string label;  ///< "execution", "time"; the unit is put behind it
+  std::string label = {};  ///< "execution", "time"; the unit is put behind it
   Quantity quantity = Quantity::kNumber;
-  bool isLogarithmic = false;  ///< values that are not positive are left out then
-  std::optional<double> from;  ///< else by the data
-  std::optional<double> to;
+  bool isLogarithmic = false;       ///< values that are not positive are left out then
+  std::optional<double> from = {};  ///< else by the data
+  std::optional<double> to = {};
 };
 
 /// Values that are not finite are left out of drawings and stand in the tables.
@@ -38,9 +38,9 @@ struct ChartSeries {
     kBars,   ///< y[i] stands between x[i] and x[i + 1]: x has one value more than y
     kBand,   ///< between y and top
   };
-  std::string name;
-  std::vector<double> x;  ///< rising
-  std::vector<double> y;
+  std::string name = {};
+  std::vector<double> x = {};  ///< rising
+  std::vector<double> y = {};
   std::vector<double> top = {};  ///< of a band
   Style style = Style::kLine;
   Ink ink = Ink::kFirst;
@@ -50,7 +50,7 @@ struct ChartSeries {
 struct ChartRegion {
   double from = 0;
   double to = 0;
-  std::string text;
+  std::string text = {};
 };
 
 /// A level across the chart, with an interval around it where low < high: the median.
@@ -58,7 +58,7 @@ struct ChartLevel {
   double at = 0;
   double low = 0;
   double high = 0;
-  std::string text;
+  std::string text = {};
   bool isOnX = false;  ///< it stands upright at a place of the x axis
 };
 

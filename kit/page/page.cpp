@@ -140,12 +140,10 @@ Html Paragraph(const Html& content) { return Element("p", content); }
 Html Note(const Html& content) { return Element("p", {{"class", "note"}}, content); }
 
 Html Printout(std::string_view label, std::string_view text) {
-  return Element("pre",
-                 {{"tabindex", "0"},
-                  {"role", "region"},
-                  {"class", "wrap"},
-                  {"aria-label", std::string(label)}},
-                 Lines(text));
+  return Element(
+      "pre",
+      {{"tabindex", "0"}, {"role", "group"}, {"class", "wrap"}, {"aria-label", std::string(label)}},
+      Lines(text));
 }
 
 Html FactList(const std::vector<Fact>& facts) {

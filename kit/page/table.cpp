@@ -50,7 +50,10 @@ Cell NumberCell(double value) { return {Text(NumberText(value)), value}; }
 
 Cell TimeCell(double nanoseconds) { return {Text(TimeText(nanoseconds)), nanoseconds}; }
 
-Cell TextCell(std::string_view text) { return {Text(text), {}}; }
+Cell TextCell(std::string_view text) {
+  constexpr size_t kMost = 400;  // a cell of more is no table any more
+  return {text.size() <= kMost ? Text(text) : Text(NameExcerpt(text, kMost)), {}};
+}
 
 Cell NameCell(std::string_view name) { return {Name(name), {}}; }
 
@@ -75,7 +78,7 @@ Html Draw(const Table& table) {
   return Element("div",
                  {{"class", "scroll"},
                   {"tabindex", "0"},
-                  {"role", "region"},
+                  {"role", "group"},
                   {"aria-label", table.caption.empty() ? "table" : table.caption}},
                  whole);
 }
@@ -155,6 +158,7 @@ std::string ColumnJson(const DataColumn& column) {
 
 Html Draw(const DataTable& table) {
   const std::string json = "{\"caption\":" + JsonText(table.caption) +
+                           ",\"linkBase\":" + JsonText(table.linkBase) +
                            ",\"columns\":" + ListOf(table.columns, ColumnJson) + "}";
   return Element("div", {{"class", "large"}, {"id", table.id}, {"data-from", table.id + "-data"}},
                  Element("div", {{"class", "fallback"}}, table.fallback)) +

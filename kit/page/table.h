@@ -14,8 +14,8 @@
 namespace vorn::kit {
 
 struct Cell {
-  Html content;
-  std::optional<double> sortBy;  ///< of a number; texts are sorted by what they say
+  Html content = {};
+  std::optional<double> sortBy = {};  ///< of a number; texts are sorted by what they say
 };
 
 /// A cell of a count, of a number with four digits, of a time, of any text.
@@ -32,8 +32,8 @@ struct Table {
     std::string hint = {};      ///< what it means, shown with the title
   };
   struct Row {
-    std::vector<Cell> cells;  ///< fewer leave the last columns empty
-    bool isBad = false;       ///< a bar at its side
+    std::vector<Cell> cells = {};  ///< fewer leave the last columns empty
+    bool isBad = false;            ///< a bar at its side
   };
   std::string caption;  ///< what the table is; read out, and shown above it if `showsCaption`
   bool showsCaption = false;
@@ -52,7 +52,7 @@ struct DataColumn {
     kNumbers,  ///< `numbers`, four digits each; NaN and infinities too
     kTexts,    ///< `texts`; what all begin with is stored once
     kChoice,   ///< `choices[i]` is a place in `words`
-    kSamples,  ///< `numbers`; those of `linked` lead to the id "sample-N"
+    kSamples,  ///< `numbers`; those of `linked` lead to an id of the page
   };
   std::string title;
   Kind kind = Kind::kNumbers;
@@ -69,7 +69,8 @@ struct DataColumn {
 struct DataTable {
   std::string id;
   std::string caption;
-  std::vector<DataColumn> columns;  ///< of equal lengths
+  std::vector<DataColumn> columns;   ///< of equal lengths
+  std::string linkBase = "sample-";  ///< in front of a sample's number, for ids
   Html fallback;
 };
 [[nodiscard]] Html Draw(const DataTable& table);

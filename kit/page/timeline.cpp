@@ -43,7 +43,7 @@ std::string DataOf(const Timeline& timeline) {
 
 Html Draw(const Timeline& timeline) {
   return Element("figure",
-                 {{"class", "timeline"}, {"id", timeline.id}, {"data-from", timeline.id + "-data"}},
+                 {{"class", "timeline"}, {"id", timeline.id}, {"data-data", timeline.id + "-data"}},
                  Element("figcaption", Text(timeline.title)) +
                      Element("p", {{"class", "fallback"}}, Text(timeline.withoutScripts))) +
          ScriptData(timeline.id + "-data", DataOf(timeline));

@@ -129,6 +129,12 @@
   // ---- Very many rows: columns of data, of which a hundred rows stand on the page
   const kShown = 100;
   const count = (n) => n.toLocaleString('en-US');
+  // As the rest of the page writes them.
+  const numberText = (value) => {
+    if (typeof value === 'string') return value.replace('-', '−').replace('Infinity', '∞');
+    if (value === 0 || Math.abs(value) >= 1e-4) return String(value);
+    return value.toExponential().replace(/e-(\d)$/, 'e-0$1');
+  };
   const large = (place) => {
     const data = JSON.parse(document.getElementById(place.dataset.from).textContent);
     const columns = data.columns.map((column) => {
@@ -139,7 +145,7 @@
         const value = column.values[row];
         if (column.kind === 'choice') return column.words[value];
         if (column.kind === 'text') return beginning + value;
-        return String(value).replace('-', '−').replace('Infinity', '∞');
+        return numberText(value);
       };
       const key = isNumber ? (row) => Number(column.values[row])
         : column.kind === 'choice' ? (row) => column.values[row] : text;
@@ -163,7 +169,7 @@
           const td = make('td', column.isNumber ? { class: 'n' } : {});
           const text = column.text(row);
           if (column.kind === 'sample' && column.linked.has(column.values[row])) {
-            td.append(make('a', { href: '#sample-' + column.values[row] }, text));
+            td.append(make('a', { href: '#' + data.linkBase + column.values[row] }, text));
           } else {
             td.textContent = text;
           }
@@ -219,7 +225,7 @@
     });
     const table = make('table', { class: 'table' },
       make('caption', { class: 'unseen' }, data.caption), make('thead', {}, make('tr', {}, ...heads)), body);
-    const scroll = make('div', { class: 'scroll', tabindex: '0', role: 'region', 'aria-label': data.caption }, table);
+    const scroll = make('div', { class: 'scroll', tabindex: '0', role: 'group', 'aria-label': data.caption }, table);
     fill();
     place.replaceChildren(tools, scroll);
   };

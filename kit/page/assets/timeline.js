@@ -17,7 +17,7 @@
   const hues = [212, 28, 160, 285, 0, 50, 190, 330, 95, 250];
 
   const draw = (place) => {
-    const data = JSON.parse(document.getElementById(place.dataset.from).textContent);
+    const data = JSON.parse(document.getElementById(place.dataset.data).textContent);
     const count = data.later.length;
     const begin = new Float64Array(count);
     for (let i = 0, at = 0; i < count; ++i) begin[i] = at += data.later[i];
@@ -106,6 +106,13 @@
       series: [{}, { show: true, paths: () => null, points: { show: false } }],
       hooks: {
         draw: [drawSpans],
+        // However it came about: what is shown stands in the element, for who looks at it from outside.
+        setScale: [(shown, scale) => {
+          if (scale !== 'x') return;
+          const { min, max } = shown.scales.x;
+          place.dataset.from = String(Math.round(min));
+          place.dataset.width = String(Math.round(max - min));
+        }],
         setCursor: [(plot) => {
           if (plot.cursor.left == null || plot.cursor.left < 0) return;
           const i = spanAt(plot, plot.cursor.left, plot.cursor.top);
@@ -118,8 +125,6 @@
       const width = Math.min(Math.max(max - min, 100), whole);
       const from = Math.min(Math.max(min, 0), whole - width);
       plot.setScale('x', { min: from, max: from + width });
-      place.dataset.from0 = String(Math.round(from));
-      place.dataset.width = String(Math.round(width));
     };
     const zoom = (factor, at) => {
       const { min, max } = plot.scales.x;

@@ -1,0 +1,234 @@
+// Two runs and more side by side: each further one against the first.
+#include <algorithm>
+#include <cmath>
+
+#include "kit/common/printable.h"
+#include "kit/page/chart.h"
+#include "kit/page/table.h"
+#include "kit/report/page_parts.h"
+
+namespace vorn::kit {
+namespace {
+
+std::string RunName(const ReportFacts& facts, size_t run) {
+  return run < facts.runs.size() ? NameExcerpt(facts.runs[run].name, 60) : std::string("run");
+}
+
+Html RunLink(const ReportFacts& facts, size_t run) {
+  return LinkTo("run-" + std::to_string(run + 1), Text(RunName(facts, run)));
+}
+
+Tone ToneOf(TimingVerdict verdict) {
+  switch (verdict) {
+    case TimingVerdict::kSlower:
+      return Tone::kBad;
+    case TimingVerdict::kFaster:
+    case TimingVerdict::kAlike:
+      return Tone::kGood;
+    case TimingVerdict::kCannotTell:
+    case TimingVerdict::kNothing:
+      return Tone::kOpen;
+  }
+  return Tone::kOpen;
+}
+
+Html RunTable(const ReportFacts& facts) {
+  Table table;
+  table.caption = "The runs";
+  table.columns = {{"run"},
+                   {"verdict"},
+                   {"done", true},
+                   {"wrong samples", true},
+                   {"median time", true},
+                   {"its interval", true},
+                   {"99th", true},
+                   {"host"}};
+  for (size_t i = 0; i < facts.runs.size(); ++i) {
+    const ReportRun& run = facts.runs[i];
+    uint64_t wrong = 0;
+    if (run.judgement) {
+      for (const ReportOutput& output : run.judgement->outputs) {
+        wrong = std::max(wrong, output.wrongSamples);
+      }
+    }
+    std::vector<Cell> cells{{RunLink(facts, i), {}},
+                            {Pill(vorn::kit::ToneOf(run.answer.tone), run.answer.verdict), {}},
+                            CountCell(run.facts.counts.done),
+                            run.judgement ? CountCell(wrong) : TextCell("")};
+    if (run.times.series.empty() || run.times.series[0].count == 0) {
+      cells.insert(cells.end(), {{}, {}, {}});
+    } else {
+      const ReportSeries& series = run.times.series[0];
+      cells.push_back(TimeCell(series.medianOfAllNs));
+      cells.push_back({Text(TimeText(series.lowNs) + " – " + TimeText(series.highNs)),
+                       series.highNs - series.lowNs});
+      cells.push_back(series.p99Ns ? TimeCell(*series.p99Ns) : Cell{});
+    }
+    cells.push_back(NameCell(run.facts.machine.host));
+    table.rows.push_back({std::move(cells), run.answer.tone == ReportTone::kBad});
+  }
+  return Draw(table);
+}
+
+// The forest plot: a ratio with its interval for each run.
+Html RatioPlot(const ReportFacts& facts) {
+  RowPlot plot;
+  plot.title = "Times of each run by those of " + RunName(facts, 0);
+  plot.labelTitle = "run";
+  plot.valueTitle = "ratio, interval";
+  plot.axis = {.label = "ratio of medians; right of 1 is slower"};
+  plot.reference = 1;
+  for (const ReportComparison& comparison : facts.comparisons) {
+    const Comparison& times = comparison.times;
+    RowPlot::Row row{RunLink(facts, comparison.other) + Raw(" ") +
+                         Pill(ToneOf(times.verdict), VerdictName(times.verdict)),
+                     {},
+                     "",
+                     false};
+    if (times.verdict != TimingVerdict::kNothing) {
+      const RatioInterval& interval = times.interval;
+      row.marks.push_back({.kind = RowPlot::Mark::Kind::kInterval,
+                           .from = interval.low,
+                           .to = interval.high,
+                           .at = interval.ratio,
+                           .ink = times.verdict == TimingVerdict::kSlower   ? Ink::kBad
+                                  : times.verdict == TimingVerdict::kFaster ? Ink::kGood
+                                                                            : Ink::kFirst});
+      row.value = NumberText(interval.ratio) + ", " + NumberText(interval.low) + " to " +
+                  NumberText(interval.high);
+    } else {
+      row.value = "nothing measured";
+    }
+    plot.rows.push_back(std::move(row));
+  }
+  if (plot.rows.empty()) return {};
+  return Draw(plot);
+}
+
+Html TimesInWords(const ReportFacts& facts, const ReportComparison& comparison) {
+  const Comparison& times = comparison.times;
+  if (times.verdict == TimingVerdict::kNothing) return {};
+  std::string text = std::string(VerdictName(times.verdict)) + ": the median of " +
+                     RunName(facts, comparison.other) + " is " + NumberText(times.interval.ratio) +
+                     " times that of " + RunName(facts, comparison.base) + " (" +
+                     PercentText(comparison.confidence) + " sure between " +
+                     NumberText(times.interval.low) + " and " + NumberText(times.interval.high) +
+                     "), a difference of " + TimeText(std::abs(times.differenceNs)) + "; " +
+                     CountText(times.base) + " and " + CountText(times.other) +
+                     " times were compared, p = " + NumberText(times.p) +
+                     ". A difference counts from a ratio of " + NumberText(times.gate) + " on.";
+  if (times.needed) {
+    text += " About " + CountText(*times.needed) + " times a side would tell.";
+  }
+  return Paragraph(Text(text));
+}
+
+std::optional<ChartSeries> BarsOf(const ReportRun& run, std::string name, Ink ink) {
+  if (run.times.series.empty()) return {};
+  const ReportSeries& series = run.times.series[0];
+  const size_t bins = series.histogram.size();
+  if (bins == 0 || !(series.histogramLowNs > 0)) return {};
+  uint64_t all = 0;
+  for (const uint64_t count : series.histogram) all += count;
+  if (all == 0) return {};
+  ChartSeries bars{.name = std::move(name), .style = ChartSeries::Style::kBars, .ink = ink};
+  const double high = std::max(series.histogramHighNs, series.histogramLowNs * 1.0001);
+  for (size_t i = 0; i <= bins; ++i) {
+    const double share = static_cast<double>(i) / static_cast<double>(bins);
+    bars.x.push_back(series.histogramLowNs * std::pow(high / series.histogramLowNs, share));
+  }
+  // A run with narrower bins has fewer in each: shares by width can be compared.
+  const double width = std::log10(high / series.histogramLowNs) / static_cast<double>(bins);
+  for (const uint64_t count : series.histogram) {
+    bars.y.push_back(static_cast<double>(count) / static_cast<double>(all) / width);
+  }
+  return bars;
+}
+
+Html SpreadChart(const ReportFacts& facts, const ReportComparison& comparison, size_t number) {
+  Chart chart;
+  chart.id = "comparison-" + std::to_string(number) + "-spread";
+  chart.title = "How the times of both are spread";
+  chart.description = "The share of executions by their time, of both runs, without warm-ups.";
+  chart.x = {.label = "time", .quantity = Quantity::kNanoseconds, .isLogarithmic = true};
+  chart.y = {.label = "share a decade"};
+  const auto add = [&](size_t run, Ink ink) {
+    if (run >= facts.runs.size()) return;
+    auto bars = BarsOf(facts.runs[run], RunName(facts, run), ink);
+    if (bars) chart.series.push_back(std::move(*bars));
+  };
+  add(comparison.base, Ink::kFirst);
+  add(comparison.other, Ink::kSecond);
+  return chart.series.size() == 2 ? Draw(chart) : Html();
+}
+
+Html ChangeTable(const std::vector<ReportChange>& changes, const std::string& caption,
+                 const std::string& base, const std::string& other) {
+  if (changes.empty()) return {};
+  Table table;
+  table.caption = caption;
+  table.showsCaption = true;
+  table.columns = {{"what"}, {base}, {other}};
+  for (const ReportChange& change : changes) {
+    table.rows.push_back({{TextCell(change.what), NameCell(change.base), NameCell(change.other)}});
+  }
+  return Draw(table);
+}
+
+Html OutputTable(const ReportComparison& comparison) {
+  if (comparison.outputs.empty()) return {};
+  Table table;
+  table.caption = "Outputs, byte by byte";
+  table.showsCaption = true;
+  table.columns = {{"output"},
+                   {"equal samples", true},
+                   {"different", true},
+                   {"first different", true},
+                   {"in the first alone", true},
+                   {"in the second alone", true}};
+  for (const ReportOutputChange& output : comparison.outputs) {
+    table.rows.push_back(
+        {{NameCell(output.output), CountCell(output.equal), CountCell(output.different),
+          output.firstDifferent ? CountCell(*output.firstDifferent) : Cell{},
+          CountCell(output.onlyBase), CountCell(output.onlyOther)}});
+  }
+  return Draw(table);
+}
+
+Html OneComparison(const ReportFacts& facts, const ReportComparison& comparison, size_t number,
+                   bool isOnly) {
+  const std::string base = RunName(facts, comparison.base);
+  const std::string other = RunName(facts, comparison.other);
+  Html html;
+  if (!isOnly) {
+    html += Paragraph(Text(comparison.answer.sentence)) + Sentences(comparison.answer.more);
+  }
+  html += TimesInWords(facts, comparison);
+  html += SpreadChart(facts, comparison, number);
+  html += ChangeTable(comparison.verdicts, "Verdicts that changed", base, other);
+  html += OutputTable(comparison);
+  html +=
+      comparison.environment.empty()
+          ? Paragraph(Text("Nothing that is known of machine, runtime, model and configuration "
+                           "is different."))
+          : ChangeTable(comparison.environment, "What is not the same around them", base, other);
+  html += Sentences(comparison.remarks);
+  if (isOnly) return html;
+  return Element("details", {{"class", "card"}, {"open", ""}},
+                 Element("summary", Pill(vorn::kit::ToneOf(comparison.answer.tone),
+                                         comparison.answer.verdict) +
+                                        Raw(" ") + Element("strong", Text(other))) +
+                     Element("div", {{"class", "inside"}}, html));
+}
+
+}  // namespace
+
+Html ComparisonPart(const ReportFacts& facts) {
+  Html html = RunTable(facts) + RatioPlot(facts);
+  for (size_t i = 0; i < facts.comparisons.size(); ++i) {
+    html += OneComparison(facts, facts.comparisons[i], i + 1, facts.comparisons.size() == 1);
+  }
+  return html;
+}
+
+}  // namespace vorn::kit

@@ -1,0 +1,414 @@
+// The worst samples: one fold each, with all outputs of it that are worth looking at.
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+#include "kit/common/printable.h"
+#include "kit/page/chart.h"
+#include "kit/page/heatmap.h"
+#include "kit/page/table.h"
+#include "kit/report/page_parts.h"
+
+namespace vorn::kit {
+namespace {
+
+constexpr size_t kOpenAtFirst = 2;
+
+std::string OutputName(const RunOnPage& on, const ReportDetail& detail) {
+  if (!on.run.judgement || detail.output >= on.run.judgement->outputs.size()) return "output";
+  return on.run.judgement->outputs[detail.output].name;
+}
+
+// ---- Pictures, with what was found in them ------------------------------------------------------
+
+Html BoxElements(const std::vector<ReportBox>& boxes, const char* ink) {
+  Html html;
+  for (const ReportBox& box : boxes) {
+    if (!std::isfinite(box.left + box.top + box.right + box.bottom)) continue;
+    const double left = std::clamp(std::min(box.left, box.right), 0.0, 1.0);
+    const double right = std::clamp(std::max(box.left, box.right), 0.0, 1.0);
+    const double top = std::clamp(std::min(box.top, box.bottom), 0.0, 1.0);
+    const double bottom = std::clamp(std::max(box.top, box.bottom), 0.0, 1.0);
+    html += Element("rect", {{"class", ink},
+                             {"x", PlaceText(left * 100) + "%"},
+                             {"y", PlaceText(top * 100) + "%"},
+                             {"width", PlaceText((right - left) * 100) + "%"},
+                             {"height", PlaceText((bottom - top) * 100) + "%"}});
+  }
+  return html;
+}
+
+Html BoxesOver(const ReportDetail& detail) {
+  if (detail.actualBoxes.empty() && detail.expectedBoxes.empty()) return {};
+  return Element("svg", {{"aria-hidden", "true"}},
+                 BoxElements(detail.expectedBoxes, "i1") + BoxElements(detail.actualBoxes, "i2"));
+}
+
+uint32_t ShownWidth(uint32_t width, uint32_t height, uint32_t side) {
+  const uint32_t longer = std::max({width, height, 1U});
+  return longer >= side ? width : width * (side / longer);
+}
+
+Html PictureFigure(const ReportPicture& picture, const ReportDetail& detail) {
+  const std::string size =
+      std::to_string(picture.sourceWidth) + " x " + std::to_string(picture.sourceHeight);
+  const std::string what = picture.isTensor ? "Input tensor drawn as a picture" : "Picture";
+  Html image =
+      PictureOf(picture.png, what + " of sample " + std::to_string(detail.sample), picture.width,
+                picture.height, ShownWidth(picture.width, picture.height, 160));
+  Html caption = Text(what + ", " + size + ": ") + Name(picture.name);
+  return Element("figure", Element("div", {{"class", "over"}}, image + BoxesOver(detail)) +
+                               Element("figcaption", caption));
+}
+
+Html BoxTable(const ReportDetail& detail) {
+  if (detail.actualBoxes.empty() && detail.expectedBoxes.empty()) return {};
+  Table table;
+  table.caption = "Boxes";
+  table.columns = {{"side"},      {"class", true}, {"score", true}, {"left", true},
+                   {"top", true}, {"right", true}, {"bottom", true}};
+  const auto add = [&](const std::vector<ReportBox>& boxes, const char* side) {
+    for (const ReportBox& box : boxes) {
+      table.rows.push_back({{TextCell(side),
+                             {Text(std::to_string(box.label)), static_cast<double>(box.label)},
+                             NumberCell(box.score),
+                             NumberCell(box.left),
+                             NumberCell(box.top),
+                             NumberCell(box.right),
+                             NumberCell(box.bottom)}});
+    }
+  };
+  add(detail.expectedBoxes, "expected");
+  add(detail.actualBoxes, "actual");
+  return Note(
+             Text("Boxes over the picture: expected drawn through, actual dashed. Places in shares "
+                  "of the picture.")) +
+         Details(Text("Boxes as a table"), Draw(table));
+}
+
+// Classes as colours far apart; 0, mostly the background, is dark.
+std::vector<double> ClassColours(const std::vector<uint32_t>& classes) {
+  std::vector<double> values;
+  values.reserve(classes.size());
+  for (const uint32_t one : classes) {
+    values.push_back(one == 0 ? 0 : 0.2 + 0.8 * std::fmod(one * 0.618033988749895, 1.0));
+  }
+  return values;
+}
+
+Html MaskFigures(const ReportMask& mask) {
+  const size_t places = static_cast<size_t>(mask.rows) * mask.columns;
+  if (places == 0 || mask.actual.size() < places || mask.expected.size() < places) return {};
+  std::vector<double> differs(places);
+  size_t different = 0;
+  for (size_t i = 0; i < places; ++i) {
+    differs[i] = mask.actual[i] == mask.expected[i] ? 0 : 1;
+    different += mask.actual[i] == mask.expected[i] ? 0 : 1;
+  }
+  const auto figure = [&](const std::vector<double>& values, const char* title, Palette palette,
+                          double low) {
+    return Element("figure",
+                   Draw(Heatmap{values, mask.rows, mask.columns, low, 1, palette, title}) +
+                       Element("figcaption", Text(title)));
+  };
+  const double share = static_cast<double>(different) / static_cast<double>(places);
+  return Element("div", {{"class", "maps"}},
+                 figure(ClassColours(mask.expected), "Mask, expected", Palette::kScale, 0) +
+                     figure(ClassColours(mask.actual), "Mask, actual", Palette::kScale, 0) +
+                     figure(differs, "Where they differ", Palette::kDiverging, -1)) +
+         Note(Text(PercentText(share) + " of the places have another class."));
+}
+
+// ---- Values -------------------------------------------------------------------------------------
+
+Html HistogramChart(const ReportHistogram& histogram, const std::string& id) {
+  const size_t bins = std::min(histogram.actual.size(), histogram.expected.size());
+  if (bins == 0) return {};
+  std::vector<double> edges;
+  const bool isOne = !(histogram.low < histogram.high);
+  for (size_t i = 0; i <= bins; ++i) {
+    // By parts, since the width may be more than a double holds.
+    const double share = static_cast<double>(i) / static_cast<double>(bins);
+    edges.push_back(isOne ? histogram.low + static_cast<double>(i) - 0.5
+                          : histogram.low * (1 - share) + histogram.high * share);
+  }
+  Chart chart;
+  chart.id = id;
+  chart.title = "Values of both sides";
+  chart.description = "How many elements have which value: of what was expected, and of what came.";
+  if (histogram.actualNotFinite + histogram.expectedNotFinite > 0) {
+    chart.description += " Beside these " + CountText(histogram.expectedNotFinite) +
+                         " expected and " + CountText(histogram.actualNotFinite) +
+                         " actual values are NaN or infinite.";
+  }
+  chart.x = {.label = "value"};
+  chart.y = {.label = "elements", .quantity = Quantity::kCount};
+  chart.height = 170;
+  const auto series = [&](const char* name, const std::vector<uint64_t>& counts, Ink ink) {
+    return ChartSeries{.name = name,
+                       .x = edges,
+                       .y = {counts.begin(), counts.begin() + static_cast<std::ptrdiff_t>(bins)},
+                       .style = ChartSeries::Style::kBars,
+                       .ink = ink};
+  };
+  chart.series = {series("expected", histogram.expected, Ink::kFirst),
+                  series("actual", histogram.actual, Ink::kSecond)};
+  return Draw(chart);
+}
+
+Html EnvelopeChart(const ReportEnvelope& envelope, const std::string& id) {
+  const size_t bins = std::min(envelope.least.size(), envelope.most.size());
+  if (bins == 0) return {};
+  ChartSeries series{
+      .name = "", .x = {}, .y = {}, .style = ChartSeries::Style::kBars, .ink = Ink::kThird};
+  size_t odd = 0;
+  std::vector<double> edges;
+  for (size_t i = 0; i <= bins; ++i) {
+    edges.push_back(static_cast<double>(envelope.elements) * static_cast<double>(i) /
+                    static_cast<double>(bins));
+  }
+  // A step for each bin, as a band with two corners.
+  ChartSeries band{
+      .name = "", .x = {}, .y = {}, .style = ChartSeries::Style::kBand, .ink = Ink::kThird};
+  for (size_t i = 0; i < bins; ++i) {
+    for (const double edge : {edges[i], edges[i + 1]}) {
+      band.x.push_back(edge);
+      band.y.push_back(std::min(envelope.least[i], 0.0));
+      band.top.push_back(std::max(envelope.most[i], 0.0));
+    }
+    odd += i < envelope.hasNotFinite.size() && envelope.hasNotFinite[i] != 0 ? 1 : 0;
+  }
+  Chart chart;
+  chart.id = id;
+  chart.title = "Difference over the index";
+  chart.description =
+      "Actual less expected of each element in the order of the dump, from the least "
+      "to the greatest of a stretch.";
+  if (odd > 0) {
+    chart.description += " In " + Counted(odd, "stretch") + (odd == 1 ? "" : "es") +
+                         " a NaN or an infinity stands on one side alone.";
+  }
+  chart.x = {.label = "index of the element", .quantity = Quantity::kCount};
+  chart.y = {.label = "actual − expected"};
+  chart.height = 170;
+  chart.series = {std::move(band)};
+  chart.hasTable = false;
+  Table table;
+  table.caption = chart.title;
+  table.isSortable = false;
+  table.columns = {{"index, from", true}, {"to", true}, {"least", true}, {"most", true}};
+  const size_t rows = std::min<size_t>(bins, 100);
+  for (size_t r = 0; r < rows; ++r) {
+    const size_t begin = bins * r / rows;
+    const size_t end = bins * (r + 1) / rows;
+    double least = NAN;
+    double most = NAN;
+    for (size_t i = begin; i < end; ++i) {
+      least = std::fmin(least, envelope.least[i]);
+      most = std::fmax(most, envelope.most[i]);
+    }
+    table.rows.push_back(
+        {{CountCell(static_cast<uint64_t>(edges[begin])),
+          CountCell(static_cast<uint64_t>(edges[end])), NumberCell(least), NumberCell(most)}});
+  }
+  return Draw(chart) + Details(Text("Data as a table"), Draw(table));
+}
+
+Html HeatmapsOf(const ReportDetail& detail) {
+  Html html;
+  for (const ReportHeatmap& map : detail.heatmaps) {
+    const auto figure = [&](const char* title, const std::vector<double>& values, double low,
+                            double high, Palette palette) {
+      Heatmap heatmap{values,
+                      map.rows,
+                      map.columns,
+                      low,
+                      high,
+                      palette,
+                      std::string(title) + ", channel " + map.place + ", " +
+                          std::to_string(map.sourceRows) + " x " +
+                          std::to_string(map.sourceColumns) + " values"};
+      return Element("figure", Draw(heatmap) + Element("figcaption", Text(title)) +
+                                   Legend(palette, low, high));
+    };
+    const double reach = map.mostDifference;
+    html += Heading(
+        3, "Channel " + map.place +
+               (map.rows < map.sourceRows || map.columns < map.sourceColumns ? ", drawn smaller"
+                                                                             : "") +
+               ", RMSE " + NumberText(map.rmse));
+    html += Element(
+        "div", {{"class", "maps"}},
+        figure("expected", map.expected, map.least, map.most, Palette::kScale) +
+            figure("actual", map.actual, map.least, map.most, Palette::kScale) +
+            figure("actual − expected", map.difference, -reach, reach, Palette::kDiverging));
+  }
+  if (detail.channels > detail.heatmaps.size() && !detail.heatmaps.empty()) {
+    html += Note(Text("These are the " + CountText(detail.heatmaps.size()) + " worst of " +
+                      CountText(detail.channels) +
+                      " channels. The same colours mean the same on both sides; NaN is magenta."));
+  }
+  return html;
+}
+
+Html LabelTable(const ReportDetail& detail) {
+  if (detail.actualTop.empty() && detail.expectedTop.empty()) return {};
+  Table table;
+  table.caption = "First classes of both sides";
+  table.showsCaption = true;
+  table.isSortable = false;
+  table.columns = {{"place", true},
+                   {"expected class", true},
+                   {"value", true},
+                   {"actual class", true},
+                   {"value", true}};
+  const size_t rows = std::max(detail.actualTop.size(), detail.expectedTop.size());
+  for (size_t i = 0; i < rows; ++i) {
+    Table::Row row;
+    row.cells.push_back(CountCell(i + 1));
+    for (const auto* side : {&detail.expectedTop, &detail.actualTop}) {
+      row.cells.push_back(i < side->size() ? CountCell((*side)[i].label) : Cell{});
+      row.cells.push_back(i < side->size() ? NumberCell((*side)[i].value) : Cell{});
+    }
+    row.isBad = i < detail.actualTop.size() && i < detail.expectedTop.size() &&
+                detail.actualTop[i].label != detail.expectedTop[i].label;
+    table.rows.push_back(std::move(row));
+  }
+  return Draw(table);
+}
+
+Html ElementTable(const ReportDetail& detail) {
+  if (detail.worst.empty()) return {};
+  Table table;
+  table.caption = "Worst elements";
+  table.showsCaption = true;
+  table.columns = {{"place"}, {"actual", true}, {"expected", true}, {"difference", true}};
+  for (const ReportElement& element : detail.worst) {
+    table.rows.push_back(
+        {{TextCell(element.place), NumberCell(element.actual), NumberCell(element.expected),
+          NumberCell(element.actual - element.expected)}});
+  }
+  return Draw(table);
+}
+
+Html CauseWords(const ReportDetail& detail) {
+  Html html;
+  for (const ReportCause& cause : detail.causes) {
+    html += Element("li", Element("strong", Text(cause.text)) +
+                              Text(" (" + PercentText(cause.certainty) + ", " + cause.id + ")"));
+  }
+  if (html.IsEmpty()) return html;
+  return Paragraph(Text("Likely:")) + Element("ul", {{"class", "plain"}}, html);
+}
+
+Html OutputOfDetail(const RunOnPage& on, const ReportDetail& detail, const std::string& id,
+                    bool isOnly) {
+  Html html;
+  if (!isOnly) {
+    html += Element("h3", VerdictPill(detail.verdict) + Raw(" ") + Name(OutputName(on, detail)));
+  }
+  html += CauseWords(detail);
+  html += Sentences(detail.reasons);
+  if (!detail.obstacle.empty()) {
+    html += Paragraph(Text("There is no more to show: " + detail.obstacle));
+  } else {
+    html += Paragraph(Text(CountText(detail.outside) + " of " + CountText(detail.elements) +
+                           " elements are outside of the tolerance; greatest difference " +
+                           NumberText(detail.maxAbs) + ", RMSE " + NumberText(detail.rmse) +
+                           ", cosine " + NumberText(detail.cosine, 6) + "."));
+  }
+  html += SideBySide({LabelTable(detail), ElementTable(detail)});
+  html += SideBySide({HistogramChart(detail.histogram, id + "-values"),
+                      EnvelopeChart(detail.envelope, id + "-difference")});
+  html += HeatmapsOf(detail);
+  if (detail.mask) html += MaskFigures(*detail.mask);
+  html += BoxTable(detail);
+  html += Details(
+      Text("Files"),
+      FactList({{"actual", detail.actualPath.empty() ? Html() : Name(detail.actualPath)},
+                {"expected", detail.expectedPath.empty() ? Html() : Name(detail.expectedPath)}}));
+  return html;
+}
+
+Html PicturesOf(const ReportDetail& detail) {
+  Html html;
+  for (const ReportPicture& picture : detail.pictures) html += PictureFigure(picture, detail);
+  if (html.IsEmpty()) {
+    return detail.pictureObstacle.empty() ? html
+                                          : Note(Text("No picture: " + detail.pictureObstacle));
+  }
+  return Element("div", {{"class", "maps"}}, html);
+}
+
+ReportVerdict WorstVerdict(const std::vector<const ReportDetail*>& details) {
+  ReportVerdict worst = ReportVerdict::kRight;
+  for (const ReportDetail* detail : details) {
+    if (detail->verdict == ReportVerdict::kWrong) return ReportVerdict::kWrong;
+    if (detail->verdict == ReportVerdict::kNotJudged) worst = ReportVerdict::kNotJudged;
+  }
+  return worst;
+}
+
+std::string ShortCause(const std::vector<const ReportDetail*>& details) {
+  for (const ReportDetail* detail : details) {
+    if (!detail->causes.empty()) return detail->causes[0].text;
+  }
+  for (const ReportDetail* detail : details) {
+    if (!detail->reasons.empty()) return PrintableExcerpt(detail->reasons[0]);
+  }
+  return {};
+}
+
+Html SampleCard(const RunOnPage& on, const std::vector<const ReportDetail*>& details, bool isOpen) {
+  const uint64_t sample = details[0]->sample;
+  Html content;
+  Html inputs;
+  for (const std::string& input : details[0]->inputs) {
+    if (!inputs.IsEmpty()) inputs += Text(", ");
+    inputs += Name(input);
+  }
+  content += FactList({{"input", inputs}});
+  // The picture is of the sample, whichever output has boxes to be drawn over it.
+  const auto boxed = std::find_if(details.begin(), details.end(), [](const ReportDetail* detail) {
+    return !detail->actualBoxes.empty() || !detail->expectedBoxes.empty();
+  });
+  content += PicturesOf(boxed == details.end() ? *details[0] : **boxed);
+  for (const ReportDetail* detail : details) {
+    content += OutputOfDetail(
+        on, *detail, on.SampleId(sample) + "-" + std::to_string(detail->output),
+        details.size() == 1 && on.run.judgement && on.run.judgement->outputs.size() == 1);
+  }
+  Html summary = VerdictPill(WorstVerdict(details)) + Raw(" ") +
+                 Element("strong", Text("Sample " + CountText(sample)));
+  if (const std::string cause = ShortCause(details); !cause.empty()) {
+    summary += Text(": " + cause);
+  }
+  std::vector<Attribute> attributes{{"class", "card"}};
+  if (isOpen) attributes.push_back({"open", ""});
+  return Element(
+      "div", {{"id", on.SampleId(sample)}},
+      ElementOf("details", attributes,
+                Element("summary", summary) + Element("div", {{"class", "inside"}}, content)));
+}
+
+}  // namespace
+
+Html DetailsPart(const RunOnPage& on) {
+  if (on.run.details.empty()) return {};
+  // By sample, in the order in which they come: the worst first.
+  std::vector<std::vector<const ReportDetail*>> samples;
+  std::map<uint64_t, size_t> places;
+  for (const ReportDetail& detail : on.run.details) {
+    const auto [place, isNew] = places.try_emplace(detail.sample, samples.size());
+    if (isNew) samples.emplace_back();
+    samples[place->second].push_back(&detail);
+  }
+  Html html;
+  if (!on.run.detailsRule.empty()) html += Note(Text(on.run.detailsRule));
+  for (size_t i = 0; i < samples.size(); ++i) {
+    html += SampleCard(on, samples[i], i < kOpenAtFirst && on.idPrefix.empty());
+  }
+  return html;
+}
+
+}  // namespace vorn::kit

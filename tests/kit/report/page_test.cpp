@@ -1,0 +1,197 @@
+#include "kit/report/page.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <regex>
+
+#include "kit/report/made_report.h"
+#include "support/files.h"
+#include "support/golden.h"
+
+namespace vorn::kit {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+size_t CountOf(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+// Replaces what stands between two marks, wherever they stand.
+std::string Emptied(std::string text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + 1)) {
+    const size_t begin = at + from.size();
+    const size_t end = text.find(to, begin);
+    if (end == std::string::npos) break;
+    text.replace(begin, end - begin, "...");
+  }
+  return text;
+}
+
+// What the page says, without what is the same on every page or another library's: style, scripts,
+// their hashes, and how pictures are packed. An element a line, so that a difference is seen.
+std::string WhatItSays(const std::string& page) {
+  std::string said = Emptied(page, "<style>", "</style>");
+  said = Emptied(said, "<script>", "</script>");
+  said = Emptied(said, "style-src '", "'");
+  said = Emptied(said, "script-src ", ";");
+  said = Emptied(said, "data:image/png;base64,", "\"");
+  return std::regex_replace(said, std::regex("><"), ">\n<");
+}
+
+struct GoldenPage {
+  const char* name;
+  ReportFacts (*make)();
+};
+
+class ReportPageGolden : public testing::TestWithParam<GoldenPage> {};
+
+TEST_P(ReportPageGolden, SaysWhatItSaid) {
+  const std::filesystem::path file =
+      std::filesystem::path(VORN_PAGES_FOLDER) / (std::string(GetParam().name) + ".html");
+  const std::string said = WhatItSays(ReportPage(GetParam().make()));
+  if (support::MustUpdateGolden()) support::WriteFile(file, said);
+  ASSERT_TRUE(std::filesystem::exists(file));
+  // The whole texts are long; the first line that differs tells more.
+  const auto is = support::SplitLines(said);
+  const auto was = support::SplitLines(support::ReadFile(file));
+  for (size_t i = 0; i < std::max(is.size(), was.size()); ++i) {
+    ASSERT_EQ(i < is.size() ? is[i] : "(ends)", i < was.size() ? was[i] : "(ends)")
+        << file << ", line " << i + 1 << "; VORN_UPDATE_GOLDEN=1 rewrites it";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, ReportPageGolden,
+                         testing::Values(GoldenPage{"wrong", [] { return MadeWrongRun(); }},
+                                         GoldenPage{"right", MadeRightRun},
+                                         GoldenPage{"comparison", MadeComparison},
+                                         GoldenPage{"fleet", MadeFleet}),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST(ReportPage, IsTheSameBytesForTheSameFacts) {
+  EXPECT_EQ(ReportPage(MadeWrongRun()), ReportPage(MadeWrongRun()));
+}
+
+TEST(ReportPage, IsTheSameInEveryLocaleAndTimeZone) {
+  const std::string page = ReportPage(MadeWrongRun());
+  const char* zone = std::getenv("TZ");
+  const std::string kept = zone == nullptr ? "" : zone;
+  setenv("TZ", "Asia/Tokyo", 1);
+  tzset();
+  // Debian's minimal systems have no other locale; where there is one it writes 1,5.
+  for (const char* locale : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8"}) {
+    if (std::setlocale(LC_ALL, locale) != nullptr) break;
+  }
+  const std::string elsewhere = ReportPage(MadeWrongRun());
+  std::setlocale(LC_ALL, "C");
+  kept.empty() ? unsetenv("TZ") : setenv("TZ", kept.c_str(), 1);
+  tzset();
+  EXPECT_EQ(elsewhere, page);
+}
+
+TEST(ReportPage, SaysTheAnswerFirst) {
+  const std::string page = ReportPage(MadeWrongRun());
+  const size_t answer = page.find("<h1>2 of 40 samples are wrong");
+  ASSERT_NE(answer, std::string::npos);
+  EXPECT_LT(page.find("WRONG</span>"), answer);
+  EXPECT_LT(answer, page.find("<h2"));
+}
+
+TEST(ReportPage, HasEachIdOnce) {
+  for (const ReportFacts& facts :
+       {MadeWrongRun(), MadeComparison(), MadeFleet(), MadeLargeRun(100)}) {
+    const std::string page = ReportPage(facts);
+    std::map<std::string, int> seen;
+    const std::regex id(" id=\"([^\"]*)\"");
+    for (std::sregex_iterator at(page.begin(), page.end(), id), end; at != end; ++at) {
+      EXPECT_EQ(++seen[(*at)[1]], 1) << (*at)[1];
+    }
+    // What is linked to is there.
+    const std::regex link(" href=\"#([^\"]*)\"");
+    for (std::sregex_iterator at(page.begin(), page.end(), link), end; at != end; ++at) {
+      EXPECT_EQ(seen.count((*at)[1]), 1U) << (*at)[1];
+    }
+  }
+}
+
+TEST(ReportPage, LetsNoNameBecomeMarkup) {
+  const std::string hostile =
+      "</script></style></title><script>alert(1)</script><img src=x onerror=alert(2)>\"' "
+      "onload=\"x";
+  const std::string page = ReportPage(MadeOfName(hostile));
+  const std::string plain = ReportPage(MadeOfName("plain"));
+  EXPECT_THAT(page, Not(HasSubstr("<script>alert")));
+  EXPECT_THAT(page, Not(HasSubstr("<img src=x")));
+  EXPECT_THAT(page, HasSubstr("&lt;img src=x"));
+  for (const char* element :
+       {"<script", "</script", "<img", "<style", "</style", "</title", "<table"}) {
+    EXPECT_EQ(CountOf(page, element), CountOf(plain, element)) << element;
+  }
+}
+
+TEST(ReportPage, ShowsWhatSteersInsteadOfObeying) {
+  const std::string page =
+      ReportPage(MadeOfName("a\xE2\x80\xAE"
+                            "b\x1b[2J\n\xff\x80"));
+  for (const char* raw : {"\xE2\x80\xAE", "\x1b", "\xff", "\x80\x80"}) {
+    EXPECT_THAT(page, Not(HasSubstr(raw)));
+  }
+  EXPECT_THAT(page, HasSubstr("a\\xE2\\x80\\xAEb\\x1B[2J\\x0A\\xFF\\x80"));
+}
+
+TEST(ReportPage, StaysSmallWithNamesOfTenKilobytes) {
+  const std::string page = ReportPage(MadeOfName(std::string(10240, 'n')));
+  EXPECT_LT(page.size(), ReportPage(MadeOfName("n")).size() + 650'000);
+  EXPECT_THAT(page, HasSubstr("(10,240 bytes)"));
+}
+
+TEST(ReportPage, HasNoAttributeThatItsPolicyForbids) {
+  const std::string page = ReportPage(MadeWrongRun());
+  const std::string body =
+      page.substr(page.find("<body>"), page.find("<script>") - page.find("<body>"));
+  EXPECT_FALSE(std::regex_search(body, std::regex("<[^>]* style=")));
+  EXPECT_FALSE(std::regex_search(body, std::regex("<[^>]* on[a-z]+=")));
+  EXPECT_FALSE(std::regex_search(body, std::regex("(src|href)=\"https?:")));
+  EXPECT_THAT(page, HasSubstr("default-src &#39;none&#39;"));
+}
+
+TEST(ReportPage, TellsSeveralRunsApart) {
+  const std::string page = ReportPage(MadeComparison());
+  EXPECT_THAT(page, HasSubstr("Run 1: before"));
+  EXPECT_THAT(page, HasSubstr("Run 2: after"));
+  EXPECT_THAT(page, HasSubstr("1.16, 1.14 to 1.18"));
+  EXPECT_THAT(page, HasSubstr("/opt/next/libvorn.so"));
+}
+
+TEST(ReportPage, HoldsTenThousandSamplesInThreeMegabytes) {
+  const std::string page = ReportPage(MadeLargeRun(10000));
+  EXPECT_LT(page.size(), 3'000'000U);
+  RecordProperty("bytes", static_cast<int>(page.size()));
+}
+
+TEST(ReportPage, SaysThatRowsWereDrawnTogether) {
+  ReportFacts facts = MadeWrongRun();
+  facts.runs[0].judgement->outputs[0].columns.samplesPerRow = 100;
+  EXPECT_THAT(ReportPage(facts), HasSubstr("each row stands for 100 neighbouring samples"));
+  EXPECT_THAT(ReportPage(MadeWrongRun()), Not(HasSubstr("each row stands for")));
+}
+
+TEST(ReportPage, OfNothingButARunSaysWhatThereIs) {
+  ReportFacts facts;
+  facts.title = "vorn report";
+  facts.answer = {
+      ReportTone::kOpen, "not judged", "40 inferences are done; nobody has judged them.", {}};
+  facts.runs.resize(1);
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page, HasSubstr("nobody has judged them"));
+  EXPECT_THAT(page, Not(HasSubstr("id=\"outputs\"")));
+  EXPECT_THAT(page, Not(HasSubstr("id=\"times\"")));
+}
+
+}  // namespace
+}  // namespace vorn::kit
