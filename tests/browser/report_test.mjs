@@ -1,0 +1,269 @@
+// The pages of reports in a browser. scripts/browser_tests.sh writes them and says where everything is.
+import assert from 'node:assert/strict';
+import { readFileSync, statSync } from 'node:fs';
+import { after, before, describe, test } from 'node:test';
+import { openBrowser, openPage, pageNames, pagePath } from './browser.mjs';
+
+let browser;
+before(async () => { browser = await openBrowser(); });
+after(async () => { await browser?.close(); });
+
+const axe = readFileSync(process.env.VORN_AXE, 'utf8');
+
+// Opens a page, hands it over, and sees afterwards that nothing was asked for and nothing complained of.
+async function visit(name, options, use) {
+  const { page, context, requests, complaints } = await openPage(browser, name, options);
+  try {
+    await use(page);
+    assert.deepEqual(requests, [], 'the page asked for something');
+    assert.deepEqual(complaints, [], 'the browser complained');
+  } finally {
+    await context.close();
+  }
+}
+
+const texts = (page, selector) => page.locator(selector).allTextContents();
+const headOf = (page, table, title) => page.locator(`${table} thead th`, { hasText: title }).locator('button');
+
+describe('every page', () => {
+  for (const name of pageNames) {
+    for (const theme of ['light', 'dark']) {
+      test(`${name} is content with axe in the ${theme} theme`, async () => {
+        await visit(name, { colorScheme: theme }, async (page) => {
+          // All that can be opened is looked at, too. Of ten samples alike one is enough.
+          await page.evaluate(() => {
+            for (const fold of [...document.querySelectorAll('details')].slice(0, 40)) fold.open = true;
+          });
+          await page.evaluate(axe);
+          const result = await page.evaluate(() => window.axe.run({ resultTypes: ['violations'] }));
+          const found = result.violations.map((violation) =>
+            `${violation.id}: ${violation.help}: ${violation.nodes.slice(0, 3).map((node) => node.html).join(' | ')}`);
+          assert.deepEqual(found, []);
+        });
+      });
+    }
+
+    for (const width of [320, 390]) {
+      test(`${name} fits a phone of ${width} points`, async () => {
+        await visit(name, { viewport: { width, height: 700 } }, async (page) => {
+          await page.evaluate(() => {
+            for (const fold of document.querySelectorAll('details')) fold.open = true;
+          });
+          const wide = await page.evaluate(() => {
+            const limit = document.documentElement.clientWidth;
+            return document.documentElement.scrollWidth <= limit ? [] : [...document.querySelectorAll('body *')]
+              .filter((one) => one.getBoundingClientRect().right > limit + 1 && !one.closest('.scroll, pre, nav'))
+              .slice(0, 5).map((one) => one.outerHTML.slice(0, 120));
+          });
+          assert.deepEqual(wide, []);
+        });
+      });
+    }
+
+    test(`${name} says its answer without scripts`, async () => {
+      await visit(name, { javaScriptEnabled: false }, async (page) => {
+        assert.ok((await page.locator('h1').innerText()).length > 0);
+        assert.ok(await page.locator('main section').count() > 0);
+        assert.equal(await page.locator('[data-switch]').isVisible(), false, 'a button that can do nothing');
+      });
+    });
+  }
+});
+
+describe('without scripts', () => {
+  test('the verdict, the wrong samples and the data of charts are there', async () => {
+    await visit('wrong', { javaScriptEnabled: false }, async (page) => {
+      const text = await page.locator('body').innerText();
+      assert.match(text, /2 of 40 samples are wrong/);
+      assert.match(text, /WRONG/);
+      assert.match(text, /it is the output of the sample before/);
+      assert.ok(await page.locator('.fallback td', { hasText: /^wrong$/ }).count() >= 2);
+      assert.ok(await page.locator('svg[role=img] title').count() > 5);
+      assert.ok(await page.locator('summary', { hasText: 'Data as a table' }).count() > 3);
+    });
+  });
+});
+
+describe('tables', () => {
+  test('are sorted by mouse', async () => {
+    await visit('fleet', {}, async (page) => {
+      const table = '#boards table.table';
+      const samples = () => texts(page, `${table} tbody tr td:nth-child(5)`);
+      const before = await samples();
+      await headOf(page, table, 'median sample').click();
+      assert.deepEqual(await samples(), [...before].reverse());
+      assert.equal(await page.locator(`${table} th[aria-sort]`).getAttribute('aria-sort'), 'descending');
+      await headOf(page, table, 'median sample').click();
+      assert.deepEqual(await samples(), before);
+      assert.equal(await page.locator(`${table} th[aria-sort]`).getAttribute('aria-sort'), 'ascending');
+    });
+  });
+
+  test('are sorted by keyboard', async () => {
+    await visit('fleet', {}, async (page) => {
+      const table = '#boards table.table';
+      await headOf(page, table, 'board').focus();
+      await page.keyboard.press('Enter');
+      await page.keyboard.press('Space');
+      assert.deepEqual(await texts(page, `${table} tbody tr td:first-child`), ['board-3', 'board-2', 'board-1']);
+    });
+  });
+
+  test('are filtered by words', async () => {
+    await visit('wrong', {}, async (page) => {
+      const field = page.locator('#findings .tools input');
+      await field.fill('freed TWICE');
+      assert.equal(await page.locator('#findings tbody tr:visible').count(), 1);
+      assert.match(await page.locator('#findings [role=status]').innerText(), /1 of 2/);
+      await field.fill('');
+      assert.equal(await page.locator('#findings tbody tr:visible').count(), 2);
+    });
+  });
+
+  test('of very many rows show a hundred, and sort and filter over all', async () => {
+    await visit('large', {}, async (page) => {
+      const place = page.locator('.large').first();
+      const rows = () => place.locator('tbody tr').count();
+      const told = () => place.locator('[role=status]').innerText();
+      assert.equal(await rows(), 100);
+      assert.equal(await told(), '1–100 of 10,000');
+      await place.locator('button', { hasText: 'Next' }).click();
+      assert.equal(await told(), '101–200 of 10,000');
+      await place.locator('th button', { hasText: 'RMSE' }).click();
+      const values = (await place.locator('tbody tr td:nth-child(5)').allTextContents()).map(Number);
+      assert.deepEqual(values, [...values].sort((a, b) => b - a));
+      await place.locator('select').selectOption({ label: 'wrong' });
+      assert.equal(await told(), '1–100 of 500 (10,000 in all)');
+      await place.locator('input').fill('9987');
+      assert.equal(await rows(), 1);
+      assert.match(await told(), /^1–1 of 1 /);
+    });
+  });
+
+  test('lead to the detail of a sample and open it', async () => {
+    await visit('wrong', {}, async (page) => {
+      assert.equal(await page.locator('#sample-27 details').first().evaluate((fold) => {
+        fold.open = false;
+        return fold.open;
+      }), false);
+      await page.locator('.large a', { hasText: /^27$/ }).first().click();
+      await page.waitForFunction(() => document.querySelector('#sample-27 details').open);
+    });
+  });
+});
+
+describe('the timeline', () => {
+  const width = (page) => page.locator('.timeline').evaluate((place) => Number(place.dataset.width));
+
+  test('zooms and moves by keyboard', async () => {
+    await visit('wrong', {}, async (page) => {
+      const whole = await width(page);
+      await page.locator('.timeline .stage').focus();
+      await page.keyboard.press('+');
+      await page.keyboard.press('+');
+      assert.ok(Math.abs(await width(page) - whole / 4) < whole / 100);
+      const from = await page.locator('.timeline').evaluate((place) => Number(place.dataset.from));
+      await page.keyboard.press('ArrowRight');
+      assert.ok(await page.locator('.timeline').evaluate((place) => Number(place.dataset.from)) > from);
+      await page.keyboard.press('0');
+      assert.equal(await width(page), whole);
+      await page.keyboard.press('n');
+      assert.match(await page.locator('.timeline .told').innerText(), /^vorn_mdl_load_from_mem: 1\.7 s, at 300 ms/);
+    });
+  });
+
+  test('zooms by a drag and by its buttons', async () => {
+    await visit('wrong', {}, async (page) => {
+      const whole = await width(page);
+      await page.locator('.timeline .u-over').scrollIntoViewIfNeeded();
+      const box = await page.locator('.timeline .u-over').boundingBox();
+      await page.mouse.move(box.x + box.width * 0.5, box.y + 10);
+      await page.mouse.down();
+      await page.mouse.move(box.x + box.width * 0.75, box.y + 12, { steps: 5 });
+      await page.mouse.up();
+      const scale = await page.locator('.timeline').evaluate((place) => Number(place.dataset.width));
+      assert.ok(scale < whole * 0.3 && scale > whole * 0.2, `${scale} of ${whole}`);
+      await page.locator('.timeline button[aria-label="Show all"]').click();
+      assert.equal(await width(page), whole);
+      await page.locator('.timeline button[aria-label="Zoom in"]').click();
+      assert.ok(await width(page) < whole);
+    });
+  });
+});
+
+describe('the theme', () => {
+  test('is switched by keyboard', async () => {
+    await visit('right', { colorScheme: 'light' }, async (page) => {
+      const ground = () => page.evaluate(() => getComputedStyle(document.body).backgroundColor);
+      const light = await ground();
+      await page.locator('[data-switch]').focus();
+      await page.keyboard.press('Enter');
+      assert.equal(await page.locator('[data-switch]').innerText(), 'Theme: light');
+      assert.equal(await ground(), light);
+      await page.keyboard.press('Enter');
+      assert.equal(await page.locator('[data-switch]').innerText(), 'Theme: dark');
+      assert.notEqual(await ground(), light);
+    });
+  });
+});
+
+describe('names of others', () => {
+  test('are shown and not run', async () => {
+    await visit('hostile', {}, async (page) => {
+      assert.equal(await page.evaluate(() => window.broken), undefined);
+      assert.match(await page.locator('h1').innerText(), /^<\/script><script>window\.broken=1/);
+      assert.equal(await page.locator('img[src=x]').count(), 0);
+    });
+  });
+
+  test('could not run even if they were markup', async () => {
+    const { page, context } = await openPage(browser, 'right', {});
+    await page.evaluate(() => {
+      const script = document.createElement('script');
+      script.textContent = 'window.broken = 1';
+      document.body.append(script);
+    });
+    assert.equal(await page.evaluate(() => window.broken), undefined);
+    await context.close();
+  });
+});
+
+describe('in print', () => {
+  test('what is folded is there, and what needs scripts is not', async () => {
+    await visit('wrong', {}, async (page) => {
+      await page.emulateMedia({ media: 'print' });
+      assert.equal(await page.locator('nav').isVisible(), false);
+      await page.evaluate(() => dispatchEvent(new Event('beforeprint')));
+      assert.equal(await page.locator('details:not([open])').count(), 0);
+      const pdf = await page.pdf();
+      assert.ok(pdf.length > 20000);
+    });
+  });
+});
+
+describe('a page of ten thousand samples', () => {
+  test('has three megabytes at most', () => {
+    const bytes = statSync(pagePath('large')).size;
+    console.log(`large: ${bytes} bytes`);
+    assert.ok(bytes <= 3_000_000);
+  });
+
+  test('tells how long it takes', async () => {
+    const ready = [];
+    const sorted = [];
+    for (let i = 0; i < 7; ++i) {
+      await visit('large', {}, async (page) => {
+        ready.push(await page.evaluate(() => new Promise((done) => {
+          requestAnimationFrame(() => requestAnimationFrame(() => done(performance.now())));
+        })));
+        sorted.push(await page.evaluate(() => new Promise((done) => {
+          const start = performance.now();
+          [...document.querySelectorAll('.large th button')].find((one) => one.textContent === 'RMSE').click();
+          requestAnimationFrame(() => requestAnimationFrame(() => done(performance.now() - start)));
+        })));
+      });
+    }
+    const middle = (values) => [...values].sort((a, b) => a - b)[3].toFixed(0);
+    console.log(`large: ready after ${middle(ready)} ms, sorted in ${middle(sorted)} ms, medians of 7`);
+  });
+});
