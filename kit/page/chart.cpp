@@ -184,7 +184,7 @@ Html DrawStretches(const ChartSeries& series, const Scale& x, const Scale& y) {
     if (!range.Holds(at, stretch.least)) continue;
     range.Move(at, stretch.least);
     range.Line(at, stretch.most);
-    middle.Dot(at, stretch.median);
+    middle.Dot(at, std::min(stretch.median, y.To()));
   }
   const std::string ink = ClassOf(series.ink);
   return PathOf(range, "range " + ink) + PathOf(middle, "dots " + ink);
@@ -214,7 +214,9 @@ Html DrawLine(const ChartSeries& series, const Scale& x, const Scale& y, bool is
 Html DrawDots(const ChartSeries& series, const Scale& x, const Scale& y) {
   Pen pen(x, y);
   for (size_t i = 0; i < std::min(series.x.size(), series.y.size()); ++i) {
-    if (pen.Holds(series.x[i], series.y[i])) pen.Dot(series.x[i], series.y[i]);
+    if (pen.Holds(series.x[i], series.y[i])) {
+      pen.Dot(series.x[i], std::min(series.y[i], y.To()));
+    }
   }
   return PathOf(pen, std::string("dots ") + ClassOf(series.ink));
 }
@@ -295,10 +297,18 @@ std::string AxisLabel(const ChartAxis& axis, const Unit& unit) {
   return axis.label + " (" + unit.name + ")";
 }
 
+// At numbers that are round in the unit that is shown.
+std::vector<double> TicksOf(const Scale& scale, const Unit& unit, size_t wanted) {
+  const double factor = scale.IsLogarithmic() ? 1 : unit.factor;
+  std::vector<double> ticks =
+      RoundTicks(scale.From() * factor, scale.To() * factor, wanted, scale.IsLogarithmic());
+  for (double& tick : ticks) tick /= factor;
+  return ticks;
+}
+
 Html YTicks(const Scale& scale, const ChartAxis& axis, const Unit& unit, unsigned height) {
   Html html;
-  for (const double tick :
-       RoundTicks(scale.From(), scale.To(), height / 40, scale.IsLogarithmic())) {
+  for (const double tick : TicksOf(scale, unit, height / 40)) {
     const std::string at = Percent(1 - scale.At(tick));
     html += Element("line", {{"class", "grid"}, {"x2", "100%"}, {"y1", at}, {"y2", at}});
     html += Element(
@@ -311,7 +321,7 @@ Html YTicks(const Scale& scale, const ChartAxis& axis, const Unit& unit, unsigne
 
 Html XTicks(const Scale& scale, const ChartAxis& axis, const Unit& unit) {
   Html html;
-  for (const double tick : RoundTicks(scale.From(), scale.To(), 5, scale.IsLogarithmic())) {
+  for (const double tick : TicksOf(scale, unit, 5)) {
     const double share = scale.At(tick);
     const std::string at = Percent(share);
     html += Element("line", {{"class", "grid"}, {"x1", at}, {"x2", at}, {"y2", "100%"}});
@@ -370,40 +380,66 @@ Html LevelOf(const ChartLevel& level, const Scale& scale) {
                            {"text-anchor", isRight ? "end" : "start"}},
                           Text(level.text));
   }
-  html += Element("line", {{"class", "level"}, {"x2", "100%"}, {"y1", at}, {"y2", at}});
-  return html + Element("text",
-                        {{"class", "note"},
-                         {"x", "100%"},
-                         {"y", at},
-                         {"dy", share < 0.15 ? "1.1em" : "-.35em"},
-                         {"text-anchor", "end"}},
-                        Text(level.text));
+  // Its text stands in the key, out of the way of marks.
+  return html + Element("line", {{"class", "level"}, {"x2", "100%"}, {"y1", at}, {"y2", at}});
 }
 
-Html Key(const Chart& chart) {
+Html KeyEntry(const Html& sign, std::string_view text) {
+  return Element(
+      "li", Element("svg", {{"width", "16"}, {"height", "12"}, {"aria-hidden", "true"}}, sign) +
+                Raw(" ") + Text(text));
+}
+
+Html SeriesSign(const ChartSeries& series) {
+  using Style = ChartSeries::Style;
+  const std::string ink = ClassOf(series.ink);
+  switch (series.style) {
+    case Style::kBars:
+    case Style::kBand:
+      return Element("rect",
+                     {{"class", "area " + ink}, {"y", "2"}, {"width", "16"}, {"height", "9"}});
+    case Style::kDots:
+      return Element("path", {{"class", "dots " + ink}, {"d", "M8 6h0"}});
+    case Style::kLine:
+    case Style::kSteps:
+      break;
+  }
+  return Element("path", {{"class", "line " + ink}, {"d", "M0 6h16"}});
+}
+
+// What the axis does not reach is drawn at its end, and said.
+Html KeyOfBeyond(const Chart& chart, const Scale& y) {
+  size_t count = 0;
+  double most = 0;
+  for (const ChartSeries& series : chart.series) {
+    if (series.style != ChartSeries::Style::kDots) continue;
+    for (const double value : series.y) {
+      if (!std::isfinite(value) || value <= y.To()) continue;
+      ++count;
+      most = std::max(most, value);
+    }
+  }
+  if (count == 0) return {};
+  return KeyEntry(Element("path", {{"class", "level"}, {"d", "M2 10L8 2L14 10Z"}}),
+                  CountText(count) + " above, up to " + QuantityText(most, chart.y.quantity) +
+                      ", drawn at the edge");
+}
+
+Html Key(const Chart& chart, const Scale& y) {
   Html entries;
   for (const ChartSeries& series : chart.series) {
-    if (series.name.empty()) continue;
-    const bool isDots = series.style == ChartSeries::Style::kDots;
-    const bool isArea =
-        series.style == ChartSeries::Style::kBars || series.style == ChartSeries::Style::kBand;
-    const std::string ink = ClassOf(series.ink);
-    Html sign =
-        isArea   ? Element("rect",
-                           {{"class", "area " + ink}, {"y", "2"}, {"width", "16"}, {"height", "9"}})
-        : isDots ? Element("path", {{"class", "dots " + ink}, {"d", "M8 6h0"}})
-                 : Element("path", {{"class", "line " + ink}, {"d", "M0 6h16"}});
-    entries += Element(
-        "li", Element("svg", {{"width", "16"}, {"height", "12"}, {"aria-hidden", "true"}}, sign) +
-                  Raw(" ") + Text(series.name));
+    if (!series.name.empty()) entries += KeyEntry(SeriesSign(series), series.name);
   }
   for (const ChartRegion& region : chart.regions) {
     if (region.text.empty()) continue;
-    entries += Element(
-        "li", Element("svg", {{"width", "16"}, {"height", "12"}, {"aria-hidden", "true"}},
-                      Element("rect", {{"class", "region"}, {"width", "16"}, {"height", "12"}})) +
-                  Raw(" ") + Text(region.text));
+    entries += KeyEntry(Element("rect", {{"class", "region"}, {"width", "16"}, {"height", "12"}}),
+                        region.text);
   }
+  for (const ChartLevel& level : chart.levels) {
+    if (level.isOnX || level.text.empty()) continue;
+    entries += KeyEntry(Element("path", {{"class", "level"}, {"d", "M0 6h16"}}), level.text);
+  }
+  entries += KeyOfBeyond(chart, y);
   return entries.IsEmpty() ? entries : Element("ul", {{"class", "key"}}, entries);
 }
 
@@ -500,7 +536,14 @@ Scale XScale(const Chart& chart) {
   for (const ChartLevel& level : chart.levels) {
     if (level.isOnX) range.Take(level.at, chart.x.isLogarithmic);
   }
-  return ScaleFor(chart.x, range, false);
+  const Scale scale = ScaleFor(chart.x, range, false);
+  // The first and the last dot are whole.
+  const bool hasDots = std::any_of(
+      chart.series.begin(), chart.series.end(),
+      [](const ChartSeries& series) { return series.style == ChartSeries::Style::kDots; });
+  if (!hasDots || chart.x.from || chart.x.to || scale.IsLogarithmic()) return scale;
+  const double room = (scale.To() - scale.From()) * 0.01;
+  return {scale.From() - room, scale.To() + room, false};
 }
 
 Scale YScale(const Chart& chart) {
@@ -547,7 +590,7 @@ Html Draw(const Chart& chart) {
                          marks) +
                  levels;
   return Element("figure", {{"class", "chart"}, {"id", chart.id}},
-                 Element("figcaption", Text(chart.title)) + Key(chart) +
+                 Element("figcaption", Text(chart.title)) + Key(chart, y) +
                      Element("div", {{"class", "axis y"}, {"aria-hidden", "true"}},
                              Text(AxisLabel(chart.y, yUnit))) +
                      Element("div", {{"class", "plot"}},
@@ -615,7 +658,7 @@ Html Draw(const RowPlot& plot) {
 
   Html ticks;
   Html lines;
-  for (const double tick : RoundTicks(scale.From(), scale.To(), 4, scale.IsLogarithmic())) {
+  for (const double tick : TicksOf(scale, unit, 5)) {
     const double share = scale.At(tick);
     lines += Element(
         "line",

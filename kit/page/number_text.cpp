@@ -46,6 +46,10 @@ std::string CountText(uint64_t count) {
   return text;
 }
 
+std::string CountedText(uint64_t count, std::string_view one) {
+  return CountText(count) + " " + std::string(one) + (count == 1 ? "" : "s");
+}
+
 std::string NumberText(double value, int digits) {
   if (std::isnan(value)) return "NaN";
   if (std::isinf(value)) return value > 0 ? "∞" : "−∞";

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace vorn::kit {
 
@@ -20,6 +21,9 @@ enum class Quantity {
 
 /// "10,000".
 [[nodiscard]] std::string CountText(uint64_t count);
+
+/// "1 call", "10,000 calls".
+[[nodiscard]] std::string CountedText(uint64_t count, std::string_view one);
 
 /// That many significant digits, no zeros behind them: "0.0443", "17", "3.78e+08", "NaN", "−∞".
 [[nodiscard]] std::string NumberText(double value, int digits = 4);

@@ -116,6 +116,9 @@ std::string ReportPage(const ReportFacts& facts) {
     page.head += Tiles(RunTiles(facts.runs[0]));
     page.sections = SectionsOf(facts.runs[0]);
   } else {
+    if (const std::vector<Tile> tiles = ComparisonTiles(facts); !tiles.empty()) {
+      page.head += Tiles(tiles);
+    }
     page.sections.push_back({"comparison", "Side by side", ComparisonPart(facts)});
     for (size_t i = 0; i < facts.runs.size(); ++i) {
       page.sections.push_back(SectionOfRun(facts.runs[i], i + 1));

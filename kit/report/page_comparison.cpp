@@ -223,6 +223,40 @@ Html OneComparison(const ReportFacts& facts, const ReportComparison& comparison,
 
 }  // namespace
 
+std::vector<Tile> ComparisonTiles(const ReportFacts& facts) {
+  if (facts.comparisons.size() != 1) return {};
+  const ReportComparison& comparison = facts.comparisons[0];
+  std::vector<Tile> tiles;
+  if (comparison.times.verdict != TimingVerdict::kNothing) {
+    const RatioInterval& interval = comparison.times.interval;
+    tiles.push_back({"ratio of times", NumberText(interval.ratio),
+                     NumberText(interval.low) + " to " + NumberText(interval.high),
+                     ToneOf(comparison.times.verdict), true});
+  }
+  for (const size_t run : {comparison.base, comparison.other}) {
+    if (run >= facts.runs.size() || facts.runs[run].times.series.empty()) continue;
+    const ReportSeries& series = facts.runs[run].times.series[0];
+    if (series.count == 0) continue;
+    tiles.push_back({"median of " + NameExcerpt(facts.runs[run].name, 30),
+                     TimeText(series.medianOfAllNs),
+                     TimeText(series.lowNs) + " to " + TimeText(series.highNs)});
+  }
+  if (!comparison.outputs.empty()) {
+    uint64_t different = 0;
+    uint64_t all = 0;
+    for (const ReportOutputChange& output : comparison.outputs) {
+      different += output.different;
+      all += output.different + output.equal;
+    }
+    tiles.push_back({"outputs with other bytes", CountText(different), "of " + CountText(all),
+                     Tone::kOpen, different > 0});
+  }
+  tiles.push_back({"changes around it", CountText(comparison.environment.size()),
+                   "machine, runtime, model, configuration", Tone::kOpen,
+                   !comparison.environment.empty()});
+  return tiles;
+}
+
 Html ComparisonPart(const ReportFacts& facts) {
   Html html = RunTable(facts) + RatioPlot(facts);
   for (size_t i = 0; i < facts.comparisons.size(); ++i) {

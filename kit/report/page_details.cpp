@@ -86,36 +86,58 @@ Html BoxTable(const ReportDetail& detail) {
          Details(Text("Boxes as a table"), Draw(table));
 }
 
-// Classes as colours far apart; 0, mostly the background, is dark.
-std::vector<double> ClassColours(const std::vector<uint32_t>& classes) {
-  std::vector<double> values;
-  values.reserve(classes.size());
+// Classes as colours far apart; 0, mostly the background, is black, which covers nothing.
+std::string ClassPicture(const std::vector<uint32_t>& classes, uint32_t columns, uint32_t rows) {
+  std::vector<uint8_t> pixels;
+  pixels.reserve(classes.size() * 3);
   for (const uint32_t one : classes) {
-    values.push_back(one == 0 ? 0 : 0.2 + 0.8 * std::fmod(one * 0.618033988749895, 1.0));
+    const double hue = std::fmod(one * 0.618033988749895, 1.0) * 6;
+    for (const double shift : {0.0, 4.0, 2.0}) {
+      const double distance = std::abs(std::fmod(hue + shift, 6.0) - 3) - 1;
+      const double light = one == 0 ? 0 : 0.15 + 0.85 * std::clamp(distance, 0.0, 1.0);
+      pixels.push_back(static_cast<uint8_t>(std::lround(255 * light)));
+    }
   }
-  return values;
+  return PngBytes(pixels, columns, rows, 3);
 }
 
-Html MaskFigures(const ReportMask& mask) {
+// Over the picture where there is one: a mask of the whole sample covers all of it.
+Html MaskFigure(const ReportMask& mask, const std::vector<uint32_t>& classes, const char* title,
+                const ReportPicture* picture) {
+  const std::string png = ClassPicture(classes, mask.columns, mask.rows);
+  if (picture == nullptr) {
+    return Element("figure", PictureOf(png, title, mask.columns, mask.rows,
+                                       ShownWidth(mask.columns, mask.rows, 160)) +
+                                 Element("figcaption", Text(title)));
+  }
+  const uint32_t width = ShownWidth(picture->width, picture->height, 160);
+  Html both =
+      PictureOf(picture->png, "", picture->width, picture->height, width) +
+      Element("div", {{"class", "cover"}}, PictureOf(png, title, mask.columns, mask.rows, width));
+  return Element("figure",
+                 Element("div", {{"class", "over"}}, both) +
+                     Element("figcaption", Text(std::string(title) + ", over the picture")));
+}
+
+Html MaskFigures(const ReportDetail& detail) {
+  const ReportMask& mask = *detail.mask;
   const size_t places = static_cast<size_t>(mask.rows) * mask.columns;
-  if (places == 0 || mask.actual.size() < places || mask.expected.size() < places) return {};
+  if (places == 0 || mask.actual.size() != places || mask.expected.size() != places) return {};
   std::vector<double> differs(places);
   size_t different = 0;
   for (size_t i = 0; i < places; ++i) {
     differs[i] = mask.actual[i] == mask.expected[i] ? 0 : 1;
     different += mask.actual[i] == mask.expected[i] ? 0 : 1;
   }
-  const auto figure = [&](const std::vector<double>& values, const char* title, Palette palette,
-                          double low) {
-    return Element("figure",
-                   Draw(Heatmap{values, mask.rows, mask.columns, low, 1, palette, title}) +
-                       Element("figcaption", Text(title)));
-  };
+  const ReportPicture* picture = detail.pictures.empty() ? nullptr : detail.pictures.data();
   const double share = static_cast<double>(different) / static_cast<double>(places);
-  return Element("div", {{"class", "maps"}},
-                 figure(ClassColours(mask.expected), "Mask, expected", Palette::kScale, 0) +
-                     figure(ClassColours(mask.actual), "Mask, actual", Palette::kScale, 0) +
-                     figure(differs, "Where they differ", Palette::kDiverging, -1)) +
+  return Element(
+             "div", {{"class", "maps"}},
+             MaskFigure(mask, mask.expected, "Mask, expected", picture) +
+                 MaskFigure(mask, mask.actual, "Mask, actual", picture) +
+                 Element("figure", Draw(Heatmap{differs, mask.rows, mask.columns, -1, 1,
+                                                Palette::kDiverging, "Where the masks differ"}) +
+                                       Element("figcaption", Text("Where they differ")))) +
          Note(Text(PercentText(share) + " of the places have another class."));
 }
 
@@ -185,7 +207,7 @@ Html EnvelopeChart(const ReportEnvelope& envelope, const std::string& id) {
       "Actual less expected of each element in the order of the dump, from the least "
       "to the greatest of a stretch.";
   if (odd > 0) {
-    chart.description += " In " + Counted(odd, "stretch") + (odd == 1 ? "" : "es") +
+    chart.description += " In " + CountText(odd) + (odd == 1 ? " stretch" : " stretches") +
                          " a NaN or an infinity stands on one side alone.";
   }
   chart.x = {.label = "index of the element", .quantity = Quantity::kCount};
@@ -294,34 +316,39 @@ Html ElementTable(const ReportDetail& detail) {
 Html CauseWords(const ReportDetail& detail) {
   Html html;
   for (const ReportCause& cause : detail.causes) {
-    html += Element("li", Element("strong", Text(cause.text)) +
-                              Text(" (" + PercentText(cause.certainty) + ", " + cause.id + ")"));
+    html +=
+        Paragraph(Text(html.IsEmpty() ? "Likely: " : "Or: ") + Element("strong", Text(cause.text)) +
+                  Text(" (") + Text(PercentText(cause.certainty)) + Text(")"));
   }
-  if (html.IsEmpty()) return html;
-  return Paragraph(Text("Likely:")) + Element("ul", {{"class", "plain"}}, html);
+  return html.IsEmpty() ? html : Element("div", {{"class", "callout"}}, html);
 }
 
+Html WordsOf(const ReportDetail& detail) {
+  Html html = CauseWords(detail) + Sentences(detail.reasons);
+  if (!detail.obstacle.empty()) {
+    html += Paragraph(Text("There is no more to show: " + detail.obstacle));
+  } else {
+    html += Note(Text(CountText(detail.outside) + " of " + CountText(detail.elements) +
+                      " elements are outside of the tolerance; greatest difference " +
+                      NumberText(detail.maxAbs) + ", RMSE " + NumberText(detail.rmse) +
+                      ", cosine " + NumberText(detail.cosine, 6) + "."));
+  }
+  return html;
+}
+
+// `pictures` stand beside the words of the first output.
 Html OutputOfDetail(const RunOnPage& on, const ReportDetail& detail, const std::string& id,
-                    bool isOnly) {
+                    bool isOnly, const Html& pictures) {
   Html html;
   if (!isOnly) {
     html += Element("h3", VerdictPill(detail.verdict) + Raw(" ") + Name(OutputName(on, detail)));
   }
-  html += CauseWords(detail);
-  html += Sentences(detail.reasons);
-  if (!detail.obstacle.empty()) {
-    html += Paragraph(Text("There is no more to show: " + detail.obstacle));
-  } else {
-    html += Paragraph(Text(CountText(detail.outside) + " of " + CountText(detail.elements) +
-                           " elements are outside of the tolerance; greatest difference " +
-                           NumberText(detail.maxAbs) + ", RMSE " + NumberText(detail.rmse) +
-                           ", cosine " + NumberText(detail.cosine, 6) + "."));
-  }
+  html += SideBySide({pictures, WordsOf(detail)});
   html += SideBySide({LabelTable(detail), ElementTable(detail)});
   html += SideBySide({HistogramChart(detail.histogram, id + "-values"),
                       EnvelopeChart(detail.envelope, id + "-difference")});
   html += HeatmapsOf(detail);
-  if (detail.mask) html += MaskFigures(*detail.mask);
+  if (detail.mask) html += MaskFigures(detail);
   html += BoxTable(detail);
   html += Details(
       Text("Files"),
@@ -367,16 +394,21 @@ Html SampleCard(const RunOnPage& on, const std::vector<const ReportDetail*>& det
     if (!inputs.IsEmpty()) inputs += Text(", ");
     inputs += Name(input);
   }
-  content += FactList({{"input", inputs}});
   // The picture is of the sample, whichever output has boxes to be drawn over it.
   const auto boxed = std::find_if(details.begin(), details.end(), [](const ReportDetail* detail) {
     return !detail->actualBoxes.empty() || !detail->expectedBoxes.empty();
   });
-  content += PicturesOf(boxed == details.end() ? *details[0] : **boxed);
+  const ReportDetail& shown = boxed == details.end() ? *details[0] : **boxed;
+  Html pictures = PicturesOf(shown);
+  if (shown.inputs.size() != 1 || shown.pictures.size() != 1 ||
+      shown.pictures[0].name != shown.inputs[0]) {
+    pictures += Note(Text("Input: ") + inputs);
+  }
   for (const ReportDetail* detail : details) {
     content += OutputOfDetail(
         on, *detail, on.SampleId(sample) + "-" + std::to_string(detail->output),
-        details.size() == 1 && on.run.judgement && on.run.judgement->outputs.size() == 1);
+        details.size() == 1 && on.run.judgement && on.run.judgement->outputs.size() == 1,
+        detail == details[0] ? pictures : Html());
   }
   Html summary = VerdictPill(WorstVerdict(details)) + Raw(" ") +
                  Element("strong", Text("Sample " + CountText(sample)));

@@ -1,5 +1,6 @@
 // What was judged: each output, its differences over the samples, and all samples in a table.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <map>
 
@@ -174,14 +175,53 @@ std::string CauseText(const std::vector<ReportCause>& causes) {
   return causes[0].text + " (" + PercentText(causes[0].certainty) + ")";
 }
 
-Html FaultTable(const RunOnPage& on, const std::vector<ReportFault>& faults, const char* caption,
-                bool isBad) {
+// Causes with the samples that they were found in, the most frequent first.
+Html CauseTable(const RunOnPage& on, const std::vector<ReportFault>& faults) {
+  struct Group {
+    std::string text;
+    std::vector<uint64_t> samples;
+    double certainty = 0;
+  };
+  std::map<std::string, Group> groups;
+  for (const ReportFault& fault : faults) {
+    if (fault.causes.empty()) continue;
+    // The words of one cause may differ by their numbers.
+    Group& group = groups[fault.causes[0].id];
+    if (group.text.empty()) group.text = fault.causes[0].text;
+    group.certainty = std::max(group.certainty, fault.causes[0].certainty);
+    group.samples.push_back(fault.sample);
+  }
+  if (groups.empty()) return {};
+  std::vector<const Group*> sorted;
+  for (const auto& [id, group] : groups) sorted.push_back(&group);
+  std::stable_sort(sorted.begin(), sorted.end(), [](const Group* a, const Group* b) {
+    return a->samples.size() > b->samples.size();
+  });
+  const std::vector<uint64_t> detailed = DetailedSamples(on.run);
+  Html html;
+  for (const Group* group : sorted) {
+    Html samples;
+    for (size_t i = 0; i < group->samples.size() && i < 5; ++i) {
+      samples += Text(i == 0 ? " " : ", ") + SampleCell(on, group->samples[i], detailed).content;
+    }
+    if (group->samples.size() > 5) {
+      samples += Text(" and " + CountText(group->samples.size() - 5) + " more");
+    }
+    html += Paragraph(Text("Likely: ") + Element("strong", Text(group->text)) +
+                      Text(" (" + PercentText(group->certainty) + "), seen in sample") + samples);
+  }
+  return Element("div", {{"class", "callout"}}, html);
+}
+
+Html FaultTable(const RunOnPage& on, const std::vector<ReportFault>& faults, uint64_t all,
+                const char* caption, bool isBad) {
   if (faults.empty()) return {};
   constexpr size_t kMost = 200;
+  constexpr size_t kMostOpen = 12;
   const std::vector<uint64_t> detailed = DetailedSamples(on.run);
   Table table;
   table.caption = caption;
-  table.showsCaption = true;
+  table.showsCaption = faults.size() <= kMostOpen;
   table.columns = {{"sample", true}, {"why"}, {"likely cause"}};
   for (const ReportFault& fault : faults) {
     if (table.rows.size() == kMost) break;
@@ -194,14 +234,35 @@ Html FaultTable(const RunOnPage& on, const std::vector<ReportFault>& faults, con
         {{SampleCell(on, fault.sample, detailed), {why, {}}, TextCell(CauseText(fault.causes))},
          isBad});
   }
-  table.isFilterable = table.rows.size() > 10;
+  table.isFilterable = table.rows.size() > kMostOpen;
   Html html = Draw(table);
-  if (faults.size() > kMost) {
-    html +=
-        Note(Text("These are the first " + CountText(kMost) + " of " + CountText(faults.size()) +
-                  " and more; the table of all samples has the rest."));
+  if (all > table.rows.size()) {
+    html += Note(Text("These are the first " + CountText(table.rows.size()) + " of " +
+                      CountText(all) + "; the table of all samples has the rest."));
   }
-  return html;
+  if (faults.size() <= kMostOpen) return html;
+  return Details(Text(std::string(caption) + ": " + CountText(all) + ", and why"), html);
+}
+
+// What no measure tells, since they are of finite numbers.
+Html OddValues(const ReportOutput& output) {
+  struct Odd {
+    const char* measure;
+    const char* words;
+  };
+  constexpr std::array<Odd, 5> kOdd{{{"onlyActualNan", "NaN where a number was expected"},
+                                     {"onlyExpectedNan", "a number where NaN was expected"},
+                                     {"onlyActualInfinite", "infinite where a number was expected"},
+                                     {"onlyExpectedInfinite", "finite where it should be infinite"},
+                                     {"oppositeInfinite", "infinite with the other sign"}}};
+  std::vector<std::string> sentences;
+  for (const Odd& odd : kOdd) {
+    const ReportMeasure* measure = FindMeasure(output, odd.measure);
+    if (measure == nullptr || !(measure->value >= 1)) continue;
+    sentences.push_back(CountedText(static_cast<uint64_t>(measure->value), "element") + ": " +
+                        odd.words);
+  }
+  return Sentences(sentences);
 }
 
 Html SamplesTable(const RunOnPage& on, const ReportOutput& output, const std::string& id,
@@ -389,10 +450,15 @@ Html OutputCard(const RunOnPage& on, size_t place, size_t mostRows) {
   Html content =
       Note(Text(output.type + (output.shape.empty() ? "" : ", ") + ShapeText(output.shape) + "; ") +
            RulesText(output));
+  content += OddValues(output);
   content += Agreement(output);
+  content += CauseTable(on, output.wrong);
   content += DifferencesChart(output, id + "-differences");
-  content += FaultTable(on, output.wrong, "Wrong samples", true);
-  content += FaultTable(on, output.notJudged, "Samples that could not be judged", false);
+  content +=
+      FaultTable(on, output.wrong, std::max<uint64_t>(output.wrongSamples, output.wrong.size()),
+                 "Wrong samples", true);
+  content += FaultTable(on, output.notJudged, output.notJudged.size(),
+                        "Samples that could not be judged", false);
   content += Confusion(output);
   content += SamplesTable(on, output, id + "-samples", mostRows);
   content += WorstElements(on, output);
@@ -461,7 +527,7 @@ Html MissingTable(const ReportJudgement& judgement) {
     table.rows.push_back({{CountCell(missing.sample), TextCell(missing.side),
                            TextCell(PrintableExcerpt(missing.reason))}});
   }
-  Html html = Paragraph(Text(Counted(judgement.missingSamples, "sample") +
+  Html html = Paragraph(Text(CountedText(judgement.missingSamples, "sample") +
                              " could not be compared, since one side has them not."));
   return table.rows.empty() ? html : html + Details(Text("Which these are"), Draw(table));
 }
@@ -582,7 +648,7 @@ Html InsideWords(const ReportInside& inside) {
                                       : "."));
   }
   if (inside.leftOut > 0) {
-    html += Note(Text(Counted(inside.leftOut, "tensor") + " between these, all right, " +
+    html += Note(Text(CountedText(inside.leftOut, "tensor") + " between these, all right, " +
                       (inside.leftOut == 1 ? "is" : "are") + " left out."));
   }
   if (!inside.order.empty()) html += Note(Text("The order is " + inside.order + "."));
@@ -597,7 +663,7 @@ Html OutputsPart(const RunOnPage& on) {
   const ReportJudgement& judgement = *run.judgement;
   Html html = Paragraph(Text("Of ") + Name(judgement.actual) +
                         Text(" against what is expected by ") + Name(judgement.expected) +
-                        Text(": " + Counted(judgement.samples, "sample") + " on both sides."));
+                        Text(": " + CountedText(judgement.samples, "sample") + " on both sides."));
   html += VerdictTable(on);
   html += AccuracyTable(judgement);
   html += FloorTable(judgement);

@@ -52,6 +52,8 @@ struct RunOnPage {
 
 /// page_comparison.cpp: runs side by side.
 [[nodiscard]] Html ComparisonPart(const ReportFacts& facts);
+/// Of two runs; none of more, which have a row each.
+[[nodiscard]] std::vector<Tile> ComparisonTiles(const ReportFacts& facts);
 
 }  // namespace vorn::kit
 

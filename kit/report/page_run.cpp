@@ -195,7 +195,7 @@ Html BoardPhases(const ReportFleet& fleet) {
 Html CrossCheck(const ReportFleet& fleet) {
   Html html;
   if (!fleet.crossCheck.empty()) {
-    html += Paragraph(Text("All boards ran " + Counted(fleet.crossCheck.size(), "sample") +
+    html += Paragraph(Text("All boards ran " + CountedText(fleet.crossCheck.size(), "sample") +
                            " alike, to see whether they agree."));
   }
   std::vector<std::string> disagreements;
@@ -206,17 +206,17 @@ Html CrossCheck(const ReportFleet& fleet) {
       samples += (i == 0 ? "" : ", ") + std::to_string(board.disagreesAt[i]);
     }
     disagreements.push_back(NameExcerpt(board.name, 60) + " has other outputs than the others at " +
-                            Counted(board.disagreesAt.size(), "sample") + ": " + samples +
+                            CountedText(board.disagreesAt.size(), "sample") + ": " + samples +
                             (board.disagreesAt.size() > 10 ? ", …" : ""));
   }
   html += Sentences(disagreements);
   if (fleet.notDeterministic > 0) {
-    html += Paragraph(Text(Counted(fleet.notDeterministic, "sample") +
+    html += Paragraph(Text(CountedText(fleet.notDeterministic, "sample") +
                            " gave several outputs when run again.")) +
             Sentences(fleet.unequal);
   }
   if (fleet.unfitAttempts > 0) {
-    html += Paragraph(Text(Counted(fleet.unfitAttempts, "attempt") + " did not verify.")) +
+    html += Paragraph(Text(CountedText(fleet.unfitAttempts, "attempt") + " did not verify.")) +
             Sentences(fleet.unfit);
   }
   return html;
@@ -308,7 +308,7 @@ Html BoardsPart(const RunOnPage& on) {
   const ReportFleet& fleet = *on.run.fleet;
   Html html = CrossCheck(fleet) + BoardTable(fleet);
   if (fleet.boardsLeftOut > 0) {
-    html += Note(Text(Counted(fleet.boardsLeftOut, "board") + " more are not shown."));
+    html += Note(Text(CountedText(fleet.boardsLeftOut, "board") + " more are not shown."));
   }
   return html + BoardPhases(fleet);
 }
@@ -320,8 +320,9 @@ Html MachinePart(const RunOnPage& on) {
       {"run", Name(on.run.path)},
       {"ended", Text(EndText(facts))},
       {"host", machine.host.empty() ? Html() : Name(machine.host)},
-      {"processor", OptionalText(machine.processor +
-                                 (machine.cores ? ", " + Counted(*machine.cores, "core") : ""))},
+      {"processor",
+       OptionalText(machine.processor +
+                    (machine.cores ? ", " + CountedText(*machine.cores, "core") : ""))},
       {"governor", OptionalText(machine.governor.value_or(""))},
       {"load before it", machine.loadAverage ? Text(NumberText(*machine.loadAverage)) : Html()},
       {"memory", machine.memoryTotalBytes

@@ -19,9 +19,22 @@ Ink InkOf(size_t series) { return series == 0 ? Ink::kFirst : Ink::kSecond; }
 // Far-off values would press all others onto the axis.
 bool WantsLogarithm(const std::vector<ReportSeries>& all) {
   return std::any_of(all.begin(), all.end(), [](const ReportSeries& series) {
-    const double most = std::max(series.mostOfAllNs, series.firstNs);
-    return series.medianOfAllNs > 0 && most > 8 * series.medianOfAllNs;
+    return series.medianOfAllNs > 0 && series.mostOfAllNs > 8 * series.medianOfAllNs;
   });
+}
+
+// So would a warm-up: the axis reaches as far as what counts needs.
+ChartAxis TimeAxis(const std::vector<ReportSeries>& all) {
+  ChartAxis axis{
+      .label = "time", .quantity = Quantity::kNanoseconds, .isLogarithmic = WantsLogarithm(all)};
+  double most = 0;
+  double first = 0;
+  for (const ReportSeries& series : all) {
+    most = std::max(most, series.mostOfAllNs);
+    first = std::max(first, series.firstNs);
+  }
+  if (most > 0 && first > 1.5 * most) axis.to = most * 1.1;
+  return axis;
 }
 
 std::string SeriesName(const ReportSeries& series) {
@@ -56,9 +69,7 @@ Html OrderChart(const RunOnPage& on, const ReportTimes& times) {
       "Each execution, or a stretch of them, with the median and its interval. The "
       "warm-up is shaded and does not count.";
   chart.x = {.label = "execution", .quantity = Quantity::kCount};
-  chart.y = {.label = "time",
-             .quantity = Quantity::kNanoseconds,
-             .isLogarithmic = WantsLogarithm(times.series)};
+  chart.y = TimeAxis(times.series);
   for (size_t s = 0; s < times.series.size(); ++s) {
     const ReportSeries& series = times.series[s];
     const auto per = static_cast<double>(series.executionsPerRow);
@@ -161,7 +172,7 @@ Html SeriesFacts(const ReportSeries& series) {
   facts.push_back({"executions", Text(counted)});
   std::string odd;
   if (series.outliers > 0) {
-    odd = Counted(series.outliers, "time") + " far off";
+    odd = CountedText(series.outliers, "time") + " far off";
   }
   if (series.drift) {
     odd += (odd.empty() ? "" : "; ") + std::string("the last third takes ") +
@@ -223,9 +234,7 @@ Html TimesOverRun(const RunOnPage& on, double endNs) {
   chart.title = "Executions over the run";
   chart.description = "When each execution began, and how long it took.";
   chart.x = RunAxis(endNs);
-  chart.y = {.label = "time",
-             .quantity = Quantity::kNanoseconds,
-             .isLogarithmic = WantsLogarithm(on.run.times.series)};
+  chart.y = TimeAxis(on.run.times.series);
   chart.height = 150;
   for (size_t s = 0; s < on.run.times.series.size(); ++s) {
     const ReportSeries& series = on.run.times.series[s];
@@ -439,11 +448,11 @@ Html MachineOverTimePart(const RunOnPage& on) {
 Html CallsPart(const RunOnPage& on) {
   if (!on.run.trace) return {};
   const ReportTrace& trace = *on.run.trace;
-  Html html = Paragraph(
-      Text(Counted(trace.calls, "call") + " in " + TimeText(static_cast<double>(trace.wholeNs)) +
-           (trace.isEnded ? "" : "; the process was not taken down in order") +
-           (trace.dropped > 0 ? "; " + Counted(trace.dropped, "call") + " could not be kept" : "") +
-           ". A reading of the clock takes " + TimeText(static_cast<double>(trace.clockNs)) + "."));
+  Html html = Paragraph(Text(
+      CountedText(trace.calls, "call") + " in " + TimeText(static_cast<double>(trace.wholeNs)) +
+      (trace.isEnded ? "" : "; the process was not taken down in order") +
+      (trace.dropped > 0 ? "; " + CountedText(trace.dropped, "call") + " could not be kept" : "") +
+      ". A reading of the clock takes " + TimeText(static_cast<double>(trace.clockNs)) + "."));
   return html + OperationPlot(trace) + OperationTable(trace) + TimelineOf(on, trace) +
          DeviceMemoryChart(on, trace);
 }
