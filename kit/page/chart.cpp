@@ -12,7 +12,7 @@ namespace {
 
 constexpr double kInner = 1000;  // width and height of the inner drawing
 constexpr size_t kStretchesDrawn = 400;
-constexpr size_t kStretchesTold = 100;
+constexpr size_t kStretchesTold = 60;
 
 const char* ClassOf(Ink ink) {
   switch (ink) {

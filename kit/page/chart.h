@@ -78,7 +78,7 @@ struct Chart {
 /// A figure. Of more than `kMostDrawn` values of a series stretches are drawn, each from its least
 /// to its greatest with its median; of more than `kMostTold` the table tells stretches.
 inline constexpr size_t kMostDrawn = 1500;
-inline constexpr size_t kMostTold = 250;
+inline constexpr size_t kMostTold = 120;
 [[nodiscard]] Html Draw(const Chart& chart);
 
 // ---- Rows that share a scale --------------------------------------------------------------------

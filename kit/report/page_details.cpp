@@ -219,7 +219,7 @@ Html EnvelopeChart(const ReportEnvelope& envelope, const std::string& id) {
   table.caption = chart.title;
   table.isSortable = false;
   table.columns = {{"index, from", true}, {"to", true}, {"least", true}, {"most", true}};
-  const size_t rows = std::min<size_t>(bins, 100);
+  const size_t rows = std::min<size_t>(bins, 48);
   for (size_t r = 0; r < rows; ++r) {
     const size_t begin = bins * r / rows;
     const size_t end = bins * (r + 1) / rows;

@@ -583,6 +583,10 @@ Html InsideChart(const RunOnPage& on, const ReportInside& inside) {
       std::any_of(inside.tensors.begin(), inside.tensors.end(),
                   [](const auto& tensor) { return tensor.floorSnrDb.has_value(); });
   if (hasFloor) chart.series.push_back(SeriesInside(inside, true));
+  if (std::any_of(inside.tensors.begin(), inside.tensors.end(),
+                  [](const auto& tensor) { return std::isinf(tensor.snrDb); })) {
+    chart.description += " Tensors that are equal have no place here.";
+  }
   chart.hasTable = false;  // the table of tensors is beneath it
   if (inside.begin) {
     chart.levels.push_back(
@@ -612,7 +616,9 @@ Html InsideTable(const ReportInside& inside) {
     const ReportInside::Tensor& tensor = inside.tensors[i];
     Html verdict = VerdictPill(tensor.verdict);
     if (inside.begin == i) verdict += Text(" begins here");
-    if (inside.largestStep == i) verdict += Text(" largest fall");
+    if (inside.largestStep == i) {
+      verdict += Text(inside.begin == i ? ", with the largest fall" : " the largest fall");
+    }
     std::vector<Cell> cells{CountCell(i),
                             NameCell(tensor.name),
                             {verdict, {}},

@@ -181,6 +181,11 @@
         sign.style.background = colour(i);
         return make('li', {}, sign, ' ' + name);
       }));
+      if (data.bad.includes(1)) {
+        const sign = make('i');
+        sign.style.background = css('--bad');
+        key.append(make('li', {}, sign, ' failed'));
+      }
       plot.redraw();
     };
     place.querySelector('.fallback').replaceWith(tools, key, stage, told);
