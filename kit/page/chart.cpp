@@ -78,8 +78,8 @@ struct Range {
 
 // The data's range with a little room, and with zero where that is near.
 Scale ScaleFor(const ChartAxis& axis, Range range, bool wantsRoom) {
-  if (axis.from) range.Take(*axis.from, axis.isLogarithmic);
-  if (axis.to) range.Take(*axis.to, axis.isLogarithmic);
+  if (axis.from) range = {*axis.from, std::max(range.high, *axis.from)};
+  if (axis.to) range = {std::min(range.low, *axis.to), *axis.to};
   if (range.IsEmpty()) range = {axis.isLogarithmic ? 1.0 : 0.0, axis.isLogarithmic ? 10.0 : 1.0};
   if (axis.isLogarithmic) {
     if (range.high / range.low < 1.001) range = {range.low / 2, range.high * 2};
@@ -420,7 +420,7 @@ Html KeyOfBeyond(const Chart& chart, const Scale& y) {
     }
   }
   if (count == 0) return {};
-  return KeyEntry(Element("path", {{"class", "level"}, {"d", "M2 10L8 2L14 10Z"}}),
+  return KeyEntry(Element("path", {{"class", "line iq"}, {"d", "M2 10L8 2L14 10Z"}}),
                   CountText(count) + " above, up to " + QuantityText(most, chart.y.quantity) +
                       ", drawn at the edge");
 }

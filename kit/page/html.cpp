@@ -96,7 +96,7 @@ Html Lines(std::string_view text) {
 
 std::string NameExcerpt(std::string_view name, size_t most) {
   // What is cut is what is seen: a byte that cannot be shown takes four characters.
-  const std::string shown = Printable(name.substr(0, 8 * most));
+  std::string shown = Printable(name.substr(0, 8 * most));
   const size_t length = DisplayWidth(shown);
   if (length <= most && name.size() <= 8 * most) return shown;
   const size_t back = most / 3;
