@@ -1,9 +1,49 @@
 // write_pages FOLDER: the pages that scripts/browser_tests.sh opens.
+#include <cmath>
 #include <iostream>
 
+#include "kit/history/history_page.h"
+#include "kit/history/made_run.h"
 #include "kit/report/made_report.h"
 #include "kit/report/page.h"
 #include "support/files.h"
+
+namespace vorn::kit {
+namespace {
+
+/// Three boards of fifty runs each, of which one became slower and one faster.
+std::string MadeHistory() {
+  std::vector<RunEntry> runs;
+  std::vector<SeriesHistory> all;
+  const std::vector<std::pair<std::string, double>> boards{
+      {"board-6", 1.0}, {"board-7", 1.3}, {"board-8", 0.8}};
+  for (const auto& [board, factor] : boards) {
+    RunSeriesPoints points;
+    points.key = {"digits.onnx", board, ""};
+    for (unsigned i = 0; i < 50; ++i) {
+      const double wave = 1 + 0.01 * std::sin(2.4 * i);
+      RunEntry run = support::MadeEntry(i + 1, 8.1e6 * wave * (i < 30 ? 1 : factor));
+      run.id = static_cast<int64_t>(runs.size() + 1);
+      run.path = "/data/runs/" + std::to_string(run.id);
+      RunPoint point;
+      point.id = run.id;
+      point.startRealtimeNs = run.startRealtimeNs;
+      point.medianNs = 8.1e6 * wave * (i < 30 ? 1 : factor);
+      points.runs.push_back(point);
+      runs.push_back(std::move(run));
+    }
+    all.push_back(HistoryOf(std::move(points), KeyPartsOf("model,board"), {}));
+  }
+  return HistoryPage({.all = all,
+                      .find = [&](int64_t id) { return runs[static_cast<size_t>(id - 1)]; },
+                      .sinceNs = 0,
+                      .ledger = "/data/history.sqlite",
+                      .folder = "/data",
+                      .nowNs = support::kNovemberNs});
+}
+
+}  // namespace
+}  // namespace vorn::kit
 
 int main(int argc, char** argv) {
   using namespace vorn::kit;
@@ -23,6 +63,7 @@ int main(int argc, char** argv) {
   write("comparison", MadeComparison());
   write("fleet", MadeFleet());
   write("hostile", MadeOfName(hostile));
+  support::WriteFile(folder / "history.html", MadeHistory());
   write("large", MadeLargeRun(10000));
   return 0;
 }
