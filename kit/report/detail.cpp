@@ -347,6 +347,8 @@ class DetailMaker {
     if (!IsThere(path)) return;
     try {
       ForEachLine(path, "the samples", ExitStatus::kInput, [&](std::string_view line) {
+        const auto front = FrontOfSample(line);
+        if (front && samples.count(front->index) == 0) return;
         SampleRecord record = SampleFromLine(line);
         if (samples.count(record.index) > 0) records_[record.index] = std::move(record);
       });

@@ -74,9 +74,9 @@ void TakeRules(const Json& rules, ReportOutput& output) {
 
 // Names that are measured; all others are counts.
 bool IsMeasure(const std::string& name) {
-  static const std::set<std::string> kMeasures{"maxAbs", "meanAbs", "maxRel", "rmse",
-                                               "cosine", "snrDb",   "psnrDb"};
-  return kMeasures.count(name) > 0;
+  static const std::set<std::string> measures{"maxAbs", "meanAbs", "maxRel", "rmse",
+                                              "cosine", "snrDb",   "psnrDb"};
+  return measures.count(name) > 0;
 }
 
 std::vector<ReportMeasure> CensusOf(const Json& census) {

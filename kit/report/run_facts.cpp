@@ -224,12 +224,17 @@ class Gathering {
     std::map<uint64_t, ReportUndone> undone;
     Try([&] {
       ForEachLine(File(kSamplesFile), "the samples of the run", ExitStatus::kInput,
-                  [&](std::string_view line) { TakeSample(SampleFromLine(line), undone); });
+                  [&](std::string_view line) { TakeSample(line, undone); });
     });
     for (auto& [index, one] : undone) run_.undone.push_back(std::move(one));
   }
 
-  static void TakeSample(const SampleRecord& record, std::map<uint64_t, ReportUndone>& undone) {
+  static void TakeSample(std::string_view line, std::map<uint64_t, ReportUndone>& undone) {
+    if (const auto front = FrontOfSample(line); front && front->isDone) {
+      undone.erase(front->index);
+      return;
+    }
+    const SampleRecord record = SampleFromLine(line);
     undone.erase(record.index);
     if (record.status == SampleStatus::kDone || undone.size() == kMostReportUndone) return;
     ReportUndone& one = undone[record.index];

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <limits>
 #include <utility>
 
@@ -439,6 +440,22 @@ RunFacts RunFromJson(std::string_view text) {
 }
 
 // ---- A directory --------------------------------------------------------------------------------
+
+std::optional<SampleFront> FrontOfSample(std::string_view line) {
+  constexpr std::string_view kIndex = R"({"schema":1,"index":)";
+  constexpr std::string_view kStatus = R"(,"status":")";
+  if (!line.starts_with(kIndex)) return std::nullopt;
+  line.remove_prefix(kIndex.size());
+  SampleFront front;
+  const auto [stop, error] = std::from_chars(line.data(), line.data() + line.size(), front.index);
+  if (error != std::errc{}) return std::nullopt;
+  line.remove_prefix(static_cast<size_t>(stop - line.data()));
+  // A number may go on in ways that a whole one does not.
+  if (!line.starts_with(kStatus)) return std::nullopt;
+  line.remove_prefix(kStatus.size());
+  front.isDone = line.starts_with(R"(done")");
+  return front;
+}
 
 void ForEachLine(const std::string& path, const std::string& what, ExitStatus status,
                  const std::function<void(std::string_view line)>& take) {

@@ -82,6 +82,16 @@ struct SampleRecord {
 /// Throws a JsonError that tells what is wrong with the line.
 [[nodiscard]] SampleRecord SampleFromLine(std::string_view line);
 
+/// What stands in front of a sample's line.
+struct SampleFront {
+  uint64_t index = 0;
+  bool isDone = false;
+};
+
+/// Without reading the rest, where the line begins as ToLine has it: whoever wants some lines of a
+/// million passes over the others. Empty where that cannot be told.
+[[nodiscard]] std::optional<SampleFront> FrontOfSample(std::string_view line);
+
 // ---- times.jsonl --------------------------------------------------------------------------------
 
 struct TimesRecord {

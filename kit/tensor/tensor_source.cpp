@@ -260,6 +260,8 @@ std::vector<SampleRecord> ReadSamplesOf(const std::string& folder, Wanted wanted
   std::map<uint64_t, SampleRecord> byIndex;
   ForEachLine(folder + "/" + kSamplesFile, "the samples", ExitStatus::kInput,
               [&](std::string_view line) {
+                const auto front = FrontOfSample(line);
+                if (front && wanted->count(front->index) == 0) return;
                 SampleRecord record = SampleFromLine(line);
                 if (wanted->count(record.index) > 0) byIndex[record.index] = std::move(record);
               });

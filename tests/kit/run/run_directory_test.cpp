@@ -273,4 +273,27 @@ TEST_F(Directory, NamesFileAndLineOfAFault) {
   EXPECT_THAT(FaultOf([&] { (void)vorn::kit::ReadMachine(Run()); }), HasSubstr("cannot be read"));
 }
 
+TEST(FrontOfSample, IsWhatTheWholeLineSays) {
+  for (const auto status : {vorn::kit::SampleStatus::kDone, vorn::kit::SampleStatus::kFailed}) {
+    vorn::kit::SampleRecord record;
+    record.index = 1234567890123;
+    record.status = status;
+    const auto front = vorn::kit::FrontOfSample(ToLine(record));
+    ASSERT_TRUE(front.has_value());
+    EXPECT_EQ(front->index, record.index);
+    EXPECT_EQ(front->isDone, status == vorn::kit::SampleStatus::kDone);
+  }
+}
+
+// These have to be read whole.
+TEST(FrontOfSample, TellsNothingOfLinesThatBeginOtherwise) {
+  for (const char* line :
+       {"", "{", R"({"index":1,"schema":1})", R"({"schema":1,"index":1.5,"status":"done"})",
+        R"({"schema":1,"index":12)", R"({"schema":1,"index":-1,"status":"done"})",
+        R"({"schema":1,"index":99999999999999999999,"status":"done"})",
+        R"({"schema":1, "index":1,"status":"done"})"}) {
+    EXPECT_FALSE(vorn::kit::FrontOfSample(line).has_value()) << line;
+  }
+}
+
 }  // namespace
