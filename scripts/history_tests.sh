@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# history_tests.sh [ROUNDS]: importers of `vorn history` that are killed, each at a moment that is drawn,
-# 200 of them unless another number is given, two at a time every fourth time; and a disk that is full.
-# After each the history has to be whole, and to have nothing but whole runs. Runs are real ones of the
-# digits, copied to other moments.
+# history_tests.sh [COUNT]: importers of `vorn history` that are killed, each at a moment that is drawn,
+# until 200 of them were, or COUNT, two at a time every fourth time; and a disk that is full. After each
+# the history has to be whole, and to have nothing but whole runs. Runs are real ones of the digits,
+# copied to other moments.
 #
 # What it needs: the release build, sqlite3 (apt-get install sqlite3), and for the full disk the right to
 # mount one; without it that part is left out. VORN_HISTORY_SEED repeats the moments.
 set -euo pipefail
 cd -P "$(dirname "$0")/.."
 readonly kBuild=${VORN_TESTED_BUILD:-build/release}
-readonly kRounds=${1:-200}
+readonly kKilled=${1:-200}
 readonly kRuns=300
 RANDOM=${VORN_HISTORY_SEED:-20261123}
 
@@ -62,14 +62,15 @@ start_adding() { exec "$kBuild/vorn" history add "$work/runs" --db "$1" --quiet 
 
 # How long an addition takes from nothing, in milliseconds.
 measure_addition() {
-  local begun=$(date +%s%N)
+  local begun
+  begun=$(date +%s%N)
   add "$work/measured.sqlite"
   whole=$((($(date +%s%N) - begun) / 1000000))
 }
 
 kill_importers() {
   local round db one other killed=0
-  for ((round = 0; round < kRounds; ++round)); do
+  for ((round = 0; killed < kKilled; ++round)); do
     # Some go on where another was killed.
     db=$work/history$((round / 3)).sqlite other=
     start_adding "$db" & one=$!
@@ -81,7 +82,7 @@ kill_importers() {
     expect_whole "$db"
     if ((round % 3 == 2)); then expect_all "$db"; fi
   done
-  say "$kRounds rounds, $killed importers killed (an addition takes $whole ms): every history is whole"
+  say "$round rounds, $killed importers killed (an addition takes $whole ms): every history is whole"
 }
 
 fill_disk() {

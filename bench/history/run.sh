@@ -9,7 +9,7 @@ trap 'rm -rf "$work"' EXIT
 
 # seconds COMMAND...: of the wall clock, the least of ROUNDS, and the largest memory in MiB.
 seconds() {
-  local best= least_memory= i measured
+  local best='' least_memory='' i measured
   for ((i = 0; i < rounds; ++i)); do
     # Steps end some questions with a status of their own.
     measured=$(/usr/bin/python3 - "$@" <<'PY'
@@ -38,7 +38,7 @@ PY
   printf '| making them, 100 times each | %s |\n' "$made"
   for question in "list" "list --json" "list --last 20" "series" "changes" "report -o $work/page.html"; do
     # shellcheck disable=SC2086  # words of a question
-    printf '| `%s` | %s |\n' "${question% $work*}" \
+    printf '| vorn history %s | %s |\n' "${question% "$work"*}" \
       "$(seconds "$build/vorn-history" $question --db "$db")"
   done
   printf '\nThe page has %d KiB.\n' $(($(stat -c %s "$work/page.html") >> 10))

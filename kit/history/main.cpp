@@ -353,7 +353,10 @@ ExitStatus List(const Arguments& arguments) {
     }
   };
   const bool isCut = arguments.Has("last");
-  ledger.ForEach(SpanOf(arguments), [&](RunEntry& run) {
+  // By which parts a series is named may be any.
+  const bool areAllNeeded = isJson || arguments.Has("series");
+  const RunDetail detail = areAllNeeded ? RunDetail::kAll : RunDetail::kTable;
+  ledger.ForEach(SpanOf(arguments), detail, [&](RunEntry& run) {
     if (!choice.IsMeant(run)) return;
     if (isCut) {
       runs.push_back(std::move(run));
@@ -454,7 +457,7 @@ ExitStatus Export(const Arguments& arguments) {
   const auto path = arguments.Get("output");
   std::optional<WholeFile> file;
   if (path) file.emplace(*path);
-  ledger.ForEach(SpanOf(arguments), [&](const RunEntry& run) {
+  ledger.ForEach(SpanOf(arguments), RunDetail::kTable, [&](const RunEntry& run) {
     const std::string line = ToText(ToJson(ledger.Get(run.id), true)) + "\n";
     if (file) {
       file->Append(line);

@@ -104,13 +104,14 @@ uint64_t NowNs() {
 }
 
 std::string DurationText(double ns) {
-  struct Unit {
+  struct NamedUnit {
     double ns;
     const char* name;
   };
-  constexpr std::array kUnits{Unit{1e9, "s"}, Unit{1e6, "ms"}, Unit{1e3, "us"}, Unit{1, "ns"}};
+  constexpr std::array kUnits{NamedUnit{1e9, "s"}, NamedUnit{1e6, "ms"}, NamedUnit{1e3, "us"},
+                              NamedUnit{1, "ns"}};
   std::array<char, 64> text{};
-  for (const Unit& unit : kUnits) {
+  for (const NamedUnit& unit : kUnits) {
     if (ns < unit.ns && unit.ns > 1) continue;
     std::snprintf(text.data(), text.size(), "%.3f %s", ns / unit.ns, unit.name);
     break;

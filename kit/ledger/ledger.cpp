@@ -1,6 +1,7 @@
 #include "kit/ledger/ledger.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <map>
 #include <unordered_map>
@@ -17,17 +18,26 @@ namespace {
 
 // ---- A run's columns ----------------------------------------------------------------------------
 
-// "id, identity, content, ..., reason, setRealtimeNs": what Reader reads.
-std::string ColumnsOfRuns() {
-  std::string columns = "runs.id";
-  RunEntry run;
-  VisitColumns(run,
-               [&](const char* name, const auto&) { columns += std::string(", runs.") + name; });
-  return columns + ", levels.reason, levels.setRealtimeNs";
+// What a row of a table shows.
+constexpr std::array<std::string_view, 14> kTableColumns{
+    "path",  "side",   "board",   "model",           "configuration", "list", "options",
+    "state", "signal", "verdict", "startRealtimeNs", "inferences",    "done", "medianNs"};
+
+bool IsOf(RunDetail detail, std::string_view column) {
+  return detail == RunDetail::kAll ||
+         std::find(kTableColumns.begin(), kTableColumns.end(), column) != kTableColumns.end();
 }
 
-std::string SelectRuns(const std::string& condition) {
-  return "SELECT " + ColumnsOfRuns() + " FROM runs LEFT JOIN levels ON levels.run = runs.id " +
+// "id, identity, content, ..., reason, setRealtimeNs": what RowReader reads.
+std::string SelectRuns(const std::string& condition, RunDetail detail = RunDetail::kAll) {
+  std::string columns = "runs.id";
+  RunEntry run;
+  VisitColumns(run, [&](const char* name, const auto&) {
+    if (IsOf(detail, name)) columns += std::string(", runs.") + name;
+  });
+  return "SELECT " + columns +
+         ", levels.reason, levels.setRealtimeNs FROM runs "
+         "LEFT JOIN levels ON levels.run = runs.id " +
          condition;
 }
 
@@ -48,16 +58,34 @@ void Take(const Statement& row, int column, std::optional<double>& member) {
   if (!row.IsNull(column)) member = row.Number(column);
 }
 
-RunEntry EntryOfRow(const Statement& row) {
-  RunEntry run;
-  int column = 0;
-  run.id = row.Integer(column++);
-  VisitColumns(run, [&](const char*, auto& member) { Take(row, column++, member); });
-  if (!row.IsNull(column)) {
-    run.level = RunLevel{.reason = row.Text(column), .setRealtimeNs = Unsigned(row, column + 1)};
+// Rows as SelectRuns asks for them.
+class RowReader {
+ public:
+  explicit RowReader(RunDetail detail) {
+    RunEntry run;
+    VisitColumns(run,
+                 [&](const char* name, const auto&) { isRead_.push_back(IsOf(detail, name)); });
   }
-  return run;
-}
+
+  RunEntry Read(const Statement& row) const {
+    RunEntry run;
+    int column = 0;
+    run.id = row.Integer(column++);
+    size_t member = 0;
+    VisitColumns(run, [&](const char*, auto& value) {
+      if (isRead_[member++]) Take(row, column++, value);
+    });
+    if (!row.IsNull(column)) {
+      run.level = RunLevel{.reason = row.Text(column), .setRealtimeNs = Unsigned(row, column + 1)};
+    }
+    return run;
+  }
+
+ private:
+  std::vector<bool> isRead_;  // by the order of VisitColumns
+};
+
+RunEntry EntryOfRow(const Statement& row) { return RowReader(RunDetail::kAll).Read(row); }
 
 void Put(Statement& statement, int place, const std::string& member) {
   statement.Bind(place, std::string_view(member));
@@ -383,18 +411,27 @@ std::optional<RunEntry> Ledger::Find(const std::string& identity) const {
   return Get(find.Integer(0));
 }
 
-void Ledger::ForEach(const StartSpan& span, const std::function<void(RunEntry& run)>& take) const {
-  Statement runs(*database_, SelectRuns(std::string(kWithinSpan) + kByStart));
+void Ledger::ForEach(const StartSpan& span, RunDetail detail,
+                     const std::function<void(RunEntry& run)>& take) const {
+  Statement runs(*database_, SelectRuns(std::string(kWithinSpan) + kByStart, detail));
+  BindSpan(runs, span);
+  const RowReader reader(detail);
+  if (detail == RunDetail::kTable) {
+    while (runs.Step()) {
+      RunEntry run = reader.Read(runs);
+      take(run);
+    }
+    return;
+  }
   Statement metrics(*database_,
                     "SELECT runs.id, output, metric, value, expected FROM runs "
                     "JOIN metrics ON metrics.run = runs.id" +
                         std::string(kWithinSpan) + kByStart + ", output, metric");
-  BindSpan(runs, span);
   BindSpan(metrics, span);
   // Both come in one order.
   bool hasMetric = metrics.Step();
   while (runs.Step()) {
-    RunEntry run = EntryOfRow(runs);
+    RunEntry run = reader.Read(runs);
     while (hasMetric && metrics.Integer(0) == run.id) {
       run.metrics.push_back(MetricOfRow(metrics, 1));
       hasMetric = metrics.Step();

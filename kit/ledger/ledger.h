@@ -65,6 +65,12 @@ struct StartSpan {
   uint64_t beforeNs = std::numeric_limits<int64_t>::max();
 };
 
+/// How much of a run is wanted: with a hundred thousand of them it is most of the time.
+enum class RunDetail {
+  kTable,  ///< what a row of a table shows: no hashes, machine or metrics
+  kAll,    ///< but the single times
+};
+
 class Ledger {
  public:
   /// For questions: all of them see it as it was at the first. Throws a Fault: of kInput where
@@ -86,8 +92,9 @@ class Ledger {
   /// All of these or none; writes the id into each. Returns what became of each.
   std::vector<Addition> Add(std::span<RunEntry> runs);
 
-  /// All runs by their start, metrics and levels with them, without the single times.
-  void ForEach(const StartSpan& span, const std::function<void(RunEntry& run)>& take) const;
+  /// All runs by their start.
+  void ForEach(const StartSpan& span, RunDetail detail,
+               const std::function<void(RunEntry& run)>& take) const;
 
   /// With the single times. Throws a Fault of kInput where there is no such run.
   [[nodiscard]] RunEntry Get(int64_t id) const;

@@ -32,7 +32,7 @@ ScratchFolder& Folder() {
 
 void AskAll(const kit::Ledger& ledger) {
   size_t runs = 0;
-  ledger.ForEach({}, [&](const kit::RunEntry& run) {
+  ledger.ForEach({}, kit::RunDetail::kAll, [&](const kit::RunEntry& run) {
     ++runs;
     Require(ledger.Get(run.id).identity == run.identity, "the same run by its number");
     Require(!kit::RunText(run).empty(), "a run has a text");

@@ -34,8 +34,9 @@ class Import : public testing::Test {
   std::string ExportOf(const std::string& history) const {
     std::string lines;
     const Ledger ledger = Ledger::ForReading(Path(history));
-    ledger.ForEach(
-        {}, [&](const RunEntry& run) { lines += ToText(ToJson(ledger.Get(run.id), true)) + "\n"; });
+    ledger.ForEach({}, RunDetail::kTable, [&](const RunEntry& run) {
+      lines += ToText(ToJson(ledger.Get(run.id), true)) + "\n";
+    });
     return lines;
   }
 

@@ -145,12 +145,38 @@ TEST_F(LedgerTest, TellsRunsByTheirStart) {
     ids.push_back(run.id);
     metrics.push_back(run.metrics.size());
   };
-  Read().ForEach({}, take);
+  Read().ForEach({}, RunDetail::kAll, take);
   EXPECT_THAT(ids, ElementsAre(first, middle, later));
   EXPECT_THAT(metrics, ElementsAre(0, 1, 0));
   ids.clear();
-  Read().ForEach({.sinceNs = judged.startRealtimeNs, .beforeNs = judged.startRealtimeNs + 1}, take);
+  Read().ForEach({.sinceNs = judged.startRealtimeNs, .beforeNs = judged.startRealtimeNs + 1},
+                 RunDetail::kAll, take);
   EXPECT_THAT(ids, ElementsAre(middle));
+}
+
+TEST_F(LedgerTest, TellsForATableWhatItShows) {
+  RunEntry run = MadeEntry(3, 1.5e6);
+  run.verdict = "wrong";
+  run.metrics = {{.output = "p", .metric = "top 1", .value = 1, .expected = {}}};
+  run.level = RunLevel{.reason = "why", .setRealtimeNs = 9};
+  AddOne(run);
+  size_t count = 0;
+  Read().ForEach({}, RunDetail::kTable, [&](const RunEntry& told) {
+    ++count;
+    EXPECT_EQ(told.path, run.path);
+    EXPECT_EQ(told.board, run.board);
+    EXPECT_EQ(told.model, run.model);
+    EXPECT_EQ(told.options, run.options);
+    EXPECT_EQ(told.verdict, "wrong");
+    EXPECT_EQ(told.done, 41U);
+    EXPECT_EQ(told.inferences, 41U);
+    EXPECT_EQ(told.medianNs, 1.5e6);
+    EXPECT_EQ(told.startRealtimeNs, run.startRealtimeNs);
+    EXPECT_EQ(told.level->reason, "why");
+    EXPECT_EQ(told.runtimeXxh3, "");
+    EXPECT_TRUE(told.metrics.empty());
+  });
+  EXPECT_EQ(count, 1U);
 }
 
 TEST_F(LedgerTest, PutsLikeRunsIntoSeries) {
@@ -251,7 +277,7 @@ TEST_F(LedgerTest, SaysWhatIsCutShort) {
     support::WriteFile(Path(), whole.substr(0, size));
     try {
       size_t runs = 0;
-      Read().ForEach({}, [&](const RunEntry&) { ++runs; });
+      Read().ForEach({}, RunDetail::kAll, [&](const RunEntry&) { ++runs; });
       FAIL() << "of " << size << " bytes " << runs << " runs came";
     } catch (const Fault& fault) {
       EXPECT_EQ(fault.Status(), ExitStatus::kInput) << size;
