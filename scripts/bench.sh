@@ -29,7 +29,7 @@ measure() {
     layers) PYTHONPATH=bench /usr/bin/python3 -m layers "$kBuild" "$out" "${quick[@]}" ;;
     prepare) PYTHONPATH=bench /usr/bin/python3 -m prepare "$kBuild" "$out" "${quick[@]}" ;;
     fleet) PYTHONPATH=bench /usr/bin/python3 -m fleet "$kBuild" "$out" "${quick[@]}" ;;
-    history) bench/history/run.sh "$kBuild" "$trials" 5 "${out%.json}.md" ;;
+    history) bench/history/run.sh "$kBuild" "$((trials / 2))" 5 "${out%.json}.md" ;;
     timing) "$kBuild/bench/timing/timing_bench" "$trials" | tee "${out%.json}.md" ;;
   esac || die "measuring '$part' failed."
 }

@@ -88,6 +88,13 @@ void StepChart::Forget() {
 }
 
 void StepChart::Take(double value) {
+  // Nothing rises or falls among equal values, as which most figures of verdicts come.
+  if (isConstant_ && value == values_.back()) {
+    if (values_.size() == kStepWindow) return;
+    values_.push_back(value);
+    rises_.push_back(0);
+    return;
+  }
   if (values_.size() == kStepWindow) Forget();
   isConstant_ = values_.empty() || (isConstant_ && value == values_.back());
   if (!values_.empty()) rises_.push_back(0);
@@ -118,7 +125,7 @@ StepChart::Extreme StepChart::Largest() const {
 
 std::optional<size_t> StepChart::Add(double value) {
   Take(value);
-  if (values_.size() < kLeastForStep) return std::nullopt;
+  if (values_.size() < kLeastForStep || isConstant_) return std::nullopt;
   const Extreme extreme = Largest();
   if (extreme.statistic < StepBound(values_.size())) return std::nullopt;
   const size_t split = RefinedSplit(values_, values_.size() - extreme.behind);

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <map>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "kit/common/fault.h"
@@ -442,16 +443,26 @@ void Ledger::ForEach(const StartSpan& span, RunDetail detail,
 
 std::vector<RunSeriesPoints> Ledger::Series(std::span<const KeyPart> parts,
                                             const StartSpan& span) const {
-  std::string columns = "SELECT runs.id, startRealtimeNs, state, verdict, medianNs, levels.run";
+  const std::unordered_set<int64_t> levels = RunsWithLevel();
+  std::string columns = "SELECT id, startRealtimeNs, state, verdict, medianNs";
   for (const KeyPart& part : parts) columns += ", " + std::string(part.column);
-  Statement rows(*database_, columns + " FROM runs LEFT JOIN levels ON levels.run = runs.id" +
-                                 kWithinSpan + kByStart);
-  constexpr int kFirstPart = 6;
+  Statement rows(*database_, columns + " FROM runs" + kWithinSpan + kByStart);
+  constexpr int kFirstPart = 5;
   BindSpan(rows, span);
-  std::map<std::vector<std::string>, std::vector<RunPoint>> series;
+  // Runs of many series come mixed: found by a text of the whole key, in which each value has its
+  // size before it.
+  std::unordered_map<std::string, size_t> places;
+  std::vector<RunSeriesPoints> all;
+  std::string text;
   std::vector<std::string> key(parts.size());
   while (rows.Step()) {
-    for (size_t i = 0; i < parts.size(); ++i) key[i] = rows.Text(kFirstPart + static_cast<int>(i));
+    text.clear();
+    for (size_t i = 0; i < parts.size(); ++i) {
+      key[i] = rows.Text(kFirstPart + static_cast<int>(i));
+      text += std::to_string(key[i].size()) + ":" + key[i];
+    }
+    const auto [place, isNew] = places.emplace(text, all.size());
+    if (isNew) all.push_back({.key = key, .runs = {}, .metrics = {}});
     RunPoint point;
     point.id = rows.Integer(0);
     point.startRealtimeNs = Unsigned(rows, 1);
@@ -459,16 +470,20 @@ std::vector<RunSeriesPoints> Ledger::Series(std::span<const KeyPart> parts,
     const bool counts =
         point.outcome != RunOutcome::kFailed && point.outcome != RunOutcome::kUnfinished;
     if (counts && !rows.IsNull(4)) point.medianNs = rows.Number(4);
-    point.beginsLevel = !rows.IsNull(5);
-    series[key].push_back(point);
+    point.beginsLevel = levels.contains(point.id);
+    all[place->second].runs.push_back(point);
   }
-  std::vector<RunSeriesPoints> all;
-  all.reserve(series.size());
-  for (auto& [values, runs] : series) {
-    all.push_back({.key = values, .runs = std::move(runs), .metrics = {}});
-  }
+  std::sort(all.begin(), all.end(),
+            [](const auto& one, const auto& other) { return one.key < other.key; });
   TakeMetrics(all);
   return all;
+}
+
+std::unordered_set<int64_t> Ledger::RunsWithLevel() const {
+  std::unordered_set<int64_t> runs;
+  Statement rows(*database_, "SELECT run FROM levels");
+  while (rows.Step()) runs.insert(rows.Integer(0));
+  return runs;
 }
 
 void Ledger::TakeMetrics(std::vector<RunSeriesPoints>& series) const {

@@ -11,6 +11,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "kit/ledger/run_entry.h"
@@ -123,6 +124,7 @@ class Ledger {
   class Writer;
   Ledger(std::unique_ptr<Database> database);
 
+  std::unordered_set<int64_t> RunsWithLevel() const;
   void TakeMetrics(std::vector<RunSeriesPoints>& series) const;
   void FillMetrics(RunEntry& run) const;
   void FillTimes(RunEntry& run) const;
