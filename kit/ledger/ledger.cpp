@@ -366,24 +366,49 @@ Ledger Ledger::ForChanging(const std::string& path) {
 
 // ---- Questions ----------------------------------------------------------------------------------
 
-void Ledger::FillMetrics(RunEntry& run) const {
-  Statement metrics(*database_,
-                    "SELECT output, metric, value, expected FROM metrics WHERE run = ? "
-                    "ORDER BY output, metric");
-  metrics.Bind(1, run.id);
-  while (metrics.Step()) run.metrics.push_back(MetricOfRow(metrics, 0));
-}
+class Ledger::Getter {
+ public:
+  explicit Getter(const Database& database)
+      : database_(database),
+        run_(database, SelectRuns("WHERE runs.id = ?")),
+        metrics_(database,
+                 "SELECT output, metric, value, expected FROM metrics WHERE run = ? "
+                 "ORDER BY output, metric"),
+        times_(database, "SELECT first, later, leftOut FROM times WHERE run = ?") {}
 
-void Ledger::FillTimes(RunEntry& run) const {
-  Statement times(*database_, "SELECT first, later, leftOut FROM times WHERE run = ?");
-  times.Bind(1, run.id);
-  if (!times.Step()) return;
-  const auto first = UnpackTimes(times.Bytes(0));
-  const auto later = UnpackTimes(times.Bytes(1));
-  if (!first || !later) {
-    database_->RefuseDamaged("the times of run " + std::to_string(run.id) + " cannot be read");
+  std::optional<RunEntry> Get(int64_t id) {
+    run_.Bind(1, id);
+    if (!run_.Step()) return std::nullopt;
+    RunEntry run = EntryOfRow(run_);
+    run_.Reset();
+    metrics_.Bind(1, id);
+    while (metrics_.Step()) run.metrics.push_back(MetricOfRow(metrics_, 0));
+    FillTimes(run);
+    return run;
   }
-  run.times = {.firstNs = *first, .timesNs = *later, .leftOut = Unsigned(times, 2)};
+
+  void FillTimes(RunEntry& run) {
+    times_.Bind(1, run.id);
+    if (!times_.Step()) return;
+    const auto first = UnpackTimes(times_.Bytes(0));
+    const auto later = UnpackTimes(times_.Bytes(1));
+    if (!first || !later) {
+      database_.RefuseDamaged("the times of run " + std::to_string(run.id) + " cannot be read");
+    }
+    run.times = {.firstNs = *first, .timesNs = *later, .leftOut = Unsigned(times_, 2)};
+    times_.Reset();
+  }
+
+ private:
+  const Database& database_;
+  Statement run_;
+  Statement metrics_;
+  Statement times_;
+};
+
+Ledger::Getter& Ledger::Getting() const {
+  if (getter_ == nullptr) getter_ = std::make_unique<Getter>(*database_);
+  return *getter_;
 }
 
 void Ledger::HoldToRun(int64_t id) const {
@@ -395,14 +420,10 @@ void Ledger::HoldToRun(int64_t id) const {
 }
 
 RunEntry Ledger::Get(int64_t id) const {
-  HoldToRun(id);
-  Statement find(*database_, SelectRuns("WHERE runs.id = ?"));
-  find.Bind(1, id);
-  if (!find.Step()) database_->RefuseDamaged("a run is gone");
-  RunEntry run = EntryOfRow(find);
-  FillMetrics(run);
-  FillTimes(run);
-  return run;
+  auto run = Getting().Get(id);
+  if (!run) HoldToRun(id);
+  if (!run) database_->RefuseDamaged("a run is gone");
+  return *std::move(run);
 }
 
 std::optional<RunEntry> Ledger::Find(const std::string& identity) const {
@@ -535,7 +556,7 @@ std::optional<RunEntry> Ledger::LastBefore(
   while (before.Step()) {
     RunEntry candidate = EntryOfRow(before);
     if (isFit(candidate)) {
-      FillTimes(candidate);
+      Getting().FillTimes(candidate);
       return candidate;
     }
     if (candidate.level) break;

@@ -122,16 +122,17 @@ class Ledger {
 
  private:
   class Writer;
+  class Getter;
   Ledger(std::unique_ptr<Database> database);
 
   std::unordered_set<int64_t> RunsWithLevel() const;
   void TakeMetrics(std::vector<RunSeriesPoints>& series) const;
-  void FillMetrics(RunEntry& run) const;
-  void FillTimes(RunEntry& run) const;
+  Getter& Getting() const;
   void HoldToRun(int64_t id) const;
 
   std::unique_ptr<Database> database_;
   std::unique_ptr<Writer> writer_;
+  mutable std::unique_ptr<Getter> getter_;  // the statements of Get, prepared once
 };
 
 /// What an entry counts as.
