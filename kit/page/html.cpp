@@ -108,7 +108,10 @@ std::string NameExcerpt(std::string_view name, size_t most) {
 }
 
 Html Name(std::string_view name) {
-  return Element("bdi", {{"class", "name"}}, HtmlMaker::Of(Escaped(NameExcerpt(name))));
+  // Tables keep short ones on a line.
+  constexpr size_t kShort = 24;
+  return Element("bdi", {{"class", name.size() <= kShort ? "name short" : "name"}},
+                 HtmlMaker::Of(Escaped(NameExcerpt(name))));
 }
 
 Html Raw(Literal markup) { return HtmlMaker::Of(std::string(markup.Characters())); }

@@ -127,6 +127,7 @@ Html BoardTable(const ReportFleet& fleet) {
   table.caption = "Boards";
   table.isFilterable = fleet.boards.size() > 10;
   table.columns = {{"board"},
+                   {"state"},
                    {"host"},
                    {"samples", true},
                    {"a second", true},
@@ -135,8 +136,7 @@ Html BoardTable(const ReportFleet& fleet) {
                    {"failed attempts", true},
                    {"in doubt", true},
                    {"hottest", true},
-                   {"slowest clock", true},
-                   {"state"}};
+                   {"slowest clock", true}};
   for (const ReportBoard& board : fleet.boards) {
     Html state;
     if (board.isAside) state += Pill(Tone::kBad, "aside");
@@ -146,6 +146,7 @@ Html BoardTable(const ReportFleet& fleet) {
     if (!board.reason.empty()) state += Text(" " + board.reason);
     table.rows.push_back(
         {{NameCell(board.name),
+          {state, {}},
           NameCell(board.host),
           CountCell(board.samples),
           board.samplesPerSecond ? NumberCell(*board.samplesPerSecond) : Cell{},
@@ -162,8 +163,7 @@ Html BoardTable(const ReportFleet& fleet) {
               ? Cell{Text(QuantityText(static_cast<double>(*board.lowestFrequencyKhz),
                                        Quantity::kKilohertz)),
                      static_cast<double>(*board.lowestFrequencyKhz)}
-              : Cell{},
-          {state, {}}},
+              : Cell{}},
          board.isAside || !board.disagreesAt.empty()});
   }
   return Draw(table);

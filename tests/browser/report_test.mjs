@@ -89,7 +89,7 @@ describe('tables', () => {
   test('are sorted by mouse', async () => {
     await visit('fleet', {}, async (page) => {
       const table = '#boards table.table';
-      const samples = () => texts(page, `${table} tbody tr td:nth-child(5)`);
+      const samples = () => texts(page, `${table} tbody tr td:nth-child(6)`);
       const before = await samples();
       await headOf(page, table, 'median sample').click();
       assert.deepEqual(await samples(), [...before].reverse());

@@ -33,7 +33,8 @@ TEST(Lines, KeepsEndsOfLinesAndTabs) {
 }
 
 TEST(Name, IsKeptApartFromTheWritingDirectionAround) {
-  EXPECT_EQ(Name("input:0").Bytes(), "<bdi class=\"name\">input:0</bdi>");
+  EXPECT_EQ(Name("input:0").Bytes(), "<bdi class=\"name short\">input:0</bdi>");
+  EXPECT_THAT(Name(std::string(25, 'n')).Bytes(), StartsWith("<bdi class=\"name\">n"));
 }
 
 TEST(NameExcerpt, ShowsShortNamesWhole) {

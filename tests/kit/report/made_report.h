@@ -9,7 +9,8 @@
 
 namespace vorn::kit {
 
-/// A run that was judged and is wrong at two of its samples, with everything that a report can tell.
+/// A run that was judged and is wrong at two of its samples, with everything that a report can
+/// tell.
 [[nodiscard]] ReportFacts MadeWrongRun(uint64_t samples = 40);
 
 /// The same, all right, without a trace.
