@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # fleet_tests.sh [ROUNDS]: a fleet over real boards and a real cluster, all on this machine: an sshd each,
 # and Slurm with three nodes. Boards lose their power and their connections, nodes theirs, jobs are
-# cancelled, and so is the process that hands all out, each at a moment that is drawn; then the fleet is
-# resumed until it is done. Each time what is merged has to be a run in one piece. ROUNDS each, 5 without.
+# cancelled, and what runs on boards is killed, and so is the process that hands all out, each at a moment
+# that is drawn; then the fleet is resumed until it is done. Each time what is merged has to be a run in one piece. ROUNDS each, 5 without.
 #
 # What it needs: the release build, sshd, GNU parallel, Slurm and munge
 # (apt-get install openssh-server parallel slurm-wlm munge). VORN_FLEET_SEED repeats the moments.
@@ -77,20 +77,35 @@ write_boards() {
 
 moment() { sleep "$((RANDOM % 4)).$((RANDOM % 10))"; }
 
+# kill_program NAME: one of those that a board or a node runs for this test.
+kill_program() {
+  local pid pids=()
+  for pid in $(pgrep -x "$1"); do
+    if [[ $(readlink "/proc/$pid/cwd") == "$work"/* ]] ||
+      grep -qs "SLURM_CONF=$work/" "/proc/$pid/environ"; then
+      pids+=("$pid")
+    fi
+  done
+  say "  $1 ${pids[*]:-none}"
+  [ "${#pids[@]}" = 0 ] || kill -KILL "${pids[RANDOM % ${#pids[@]}]}" 2>/dev/null || true
+}
+
 # One fault at a time, of a kind that is drawn. CONTROL is the process that hands all out.
 disturb_ssh() { # CONTROL
   local board=b$((RANDOM % 3 + 1))
-  case $((RANDOM % 3)) in
+  case $((RANDOM % 5)) in
     0) say "  power of $board"; tests/beds/sshd.sh kill "$work/ssh" "$board"; sleep 1
        tests/beds/sshd.sh again "$work/ssh" "$board" ;;
     1) say "  connections of $board"; tests/beds/sshd.sh cut "$work/ssh" "$board" || true ;;
     2) say "  control"; kill -KILL "$1" 2>/dev/null || true ;;
+    3) kill_program vorn-launch ;;
+    4) kill_program vorn-run ;;
   esac
 }
 
 disturb_slurm() { # CONTROL
   local node=b$((RANDOM % 3 + 1)) job
-  case $((RANDOM % 4)) in
+  case $((RANDOM % 6)) in
     0) say "  power of $node"; tests/beds/slurm.sh kill "$work/slurm" "$node"; sleep 1
        tests/beds/slurm.sh again "$work/slurm" "$node" ;;
     1) say "  slurmd of $node"; tests/beds/slurm.sh lose "$work/slurm" "$node"; sleep 1
@@ -98,6 +113,8 @@ disturb_slurm() { # CONTROL
     2) job=$(squeue -h -t R -o %i | head -n 1)
        say "  job ${job:-none}"; [ -z "$job" ] || scancel "$job" || true ;;
     3) say "  control"; kill -KILL "$1" 2>/dev/null || true ;;
+    4) kill_program vorn-launch ;;
+    5) kill_program vorn-run ;;
   esac
 }
 

@@ -15,37 +15,57 @@ from measure.scratch import in_memory, scratch_folder
 SAMPLE_SECONDS = 0.01
 
 
+def run_fleet(build, boards, samples, chunk, sample_seconds):
+    """Of a fleet of its own: see real.run."""
+    with scratch_folder(in_memory()) as folder:
+        network = real.Network(folder / "network").make(samples)
+        with real.boards(build, folder, boards, sample_seconds) as path:
+            real.plan(build, network, folder / "fleet", chunk)
+            return real.run(build, folder / "fleet", path)
+
+
+def measure_costs(build, quick):
+    """What the chunks of one board cost beside their inferences, by the line through chunks of 100
+    and of 1000; the least of each phase, since all that disturbs makes it longer. All of it happens
+    on this machine: what is not vorn-launch's counts as the control host's."""
+    few, many = 100, 1000
+    least = {}
+    for chunk in few, many:
+        _, chunks = run_fleet(build, 1, (3 if quick else 8) * chunk, chunk, 0)
+        least[chunk] = {phase: min(one[phase] for one in chunks) for phase in chunks[0]}
+    slope = {phase: max(least[many][phase] - least[few][phase], 0) / (many - few)
+             for phase in least[few]}
+    once = {phase: max(least[few][phase] - few * slope[phase], 0) for phase in slope}
+    costs = Costs(ticket=0, connect=once["connect"] + once["send"] + once["fetch"],
+                  launch=once["launch"], launch_sample=slope["launch"],
+                  look=slope["connect"] + slope["send"] + slope["fetch"])
+    print(f"a chunk: {costs.connect:.3f} s of this host, {costs.launch:.3f} s of its board; an "
+          f"inference: {1e6 * costs.look:.0f} us of this host, {1e6 * costs.launch_sample:.0f} us "
+          "of its board beside vorn-run", flush=True)
+    return costs
+
+
 def measure_overhead(build, quick):
     """Real runs at 1 to 8 boards against the time that their processes of vorn-run took on so many,
-    and against what the simulation makes of the costs that the run at one board had. A device that
-    is to sleep for 10 ms does so for as long as this machine makes of it, so that the time is
-    measured."""
-    rows, costs = [], None
+    and against what the simulation makes of measured costs. A device that is to sleep for 10 ms
+    does so for as long as this machine makes of it, so that the time is measured."""
+    costs = measure_costs(build, quick)
+    rows = []
     chunk = 100 if quick else 1000
     for count in 1, 2, 4, 8:
-        samples = 100000 if count == 8 and not quick else count * chunk * (2 if quick else 4)
-        with scratch_folder(in_memory()) as folder:
-            network = real.Network(folder / "network").make(samples)
-            with real.boards(build, folder, count, SAMPLE_SECONDS) as path:
-                real.plan(build, network, folder / "fleet", chunk)
-                seconds, runs, means = real.run(build, folder / "fleet", path)
+        samples = 100000 if count == 8 and not quick else count * chunk * (2 if quick else 8)
+        seconds, chunks = run_fleet(build, count, samples, chunk, SAMPLE_SECONDS)
+        runs = sum(one["vorn-run"] for one in chunks)
+        means = {phase: sum(one[phase] for one in chunks) / len(chunks) for phase in chunks[0]}
         ideal = runs / count
-        sample = runs / samples
-        if costs is None:
-            # All of it is latency here: what is a board's and what is the control host's cannot be
-            # told apart on one machine.
-            costs = Costs(ticket=0, connect=means["connect"], connect_wait=means["send"],
-                          launch=max(means["launch"] - chunk * sample, 0),
-                          sample=sample, look=2 * means["fetch"] / chunk,
-                          sent=0, fetched=0)
-        reckoned = simulate(Fleet(samples, count, chunk, cores=count),
-                            replace(costs, sample=sample)).seconds
+        reckoned = simulate(Fleet(samples, count, chunk, cores=2),
+                            replace(costs, sample=runs / samples, sent=0, fetched=0)).seconds
         rows.append({"boards": count, "samples": samples, "chunk": chunk, "seconds": seconds,
                      "idealSeconds": ideal, "overhead": seconds / ideal - 1,
                      "reckonedSeconds": reckoned, "chunkMeansSeconds": means})
         print(f"{count} boards, {samples} inferences: {seconds:.1f} s, of vorn-run {ideal:.1f} s "
               f"(+{100 * rows[-1]['overhead']:.1f} %), reckoned {reckoned:.1f} s", flush=True)
-    return rows
+    return {"costs": asdict(costs), "runs": rows}
 
 
 def measure_growth(build, quick):
@@ -71,12 +91,12 @@ def measure_growth(build, quick):
 
 def reckon(build, quick):
     """A million inferences on up to a thousand boards: lost ones, slow ones, a slow link."""
-    del build
+    measured = measure_costs(build, quick)
     rows = []
     base = Fleet(samples=100_000 if quick else 1_000_000, boards=10, chunk=200,
                  hours_to_loss=100, slow_part=0.05)
-    cases = {"files are sent": Costs(), "boards have the files": Costs(sent=0),
-             "a link of 10 MB/s, boards have the files": Costs(sent=0)}
+    cases = {"files are sent": measured, "boards have the files": replace(measured, sent=0),
+             "a link of 10 MB/s, boards have the files": replace(measured, sent=0)}
     for name, costs in cases.items():
         for count in 10, 100, 1000:
             fleet = replace(base, boards=count, link=10e6 if "10 MB/s" in name else base.link)

@@ -77,14 +77,19 @@ def plan(build, network, fleet, chunk):
 
 
 def run(build, fleet, path):
-    """The seconds, those that all processes of vorn-run took, one after the other, and the means of
-    what its journals tell of a chunk."""
+    """The seconds, and what its journals tell of each chunk: seconds of its phases, "launch"
+    without "vorn-run", which is that process."""
     seconds, _ = call(build.folder / "vorn", "fleet", "run", fleet, "--boards", path)
     ends = [record for journal in (fleet / "journal").glob("board-*.jsonl")
             for record in map(json.loads, journal.read_text().splitlines())
             if record["event"] == "end" and "chunk" in record]
-    means = {phase: sum(end["phasesNs"].get(phase, 0) for end in ends) / len(ends) / 1e9
-             for phase in ("connect", "send", "launch", "fetch")}
-    runs = [json.loads(path.read_text())["phases"]["wholeNs"] / 1e9
-            for path in (fleet / "chunks").glob("*/*/run.json")]
-    return seconds, sum(runs), means
+    chunks = []
+    for end in ends:
+        chunk = {phase: end["phasesNs"].get(phase, 0) / 1e9
+                 for phase in ("connect", "send", "launch", "fetch")}
+        attempt = fleet / "chunks" / str(end["chunk"]) / str(end["attempt"])
+        phases = json.loads((attempt / "run.json").read_text())["phases"]
+        chunk["vorn-run"] = phases["wholeNs"] / 1e9
+        chunk["launch"] -= chunk["vorn-run"]
+        chunks.append(chunk)
+    return seconds, chunks

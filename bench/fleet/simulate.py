@@ -22,6 +22,7 @@ class Costs:
     connect_wait: float = 0.02  # of the network and the board
     launch: float = 0.15        # of the board: processes, loading the model
     sample: float = 0.05        # an inference
+    launch_sample: float = 0    # of the board, an inference: what the launch makes of it
     look: float = 40e-6         # of the control host, an inference: packing, unpacking, hashing
     sent: float = 150e3         # bytes of an inference's inputs
     fetched: float = 20e3       # bytes of its outputs
@@ -108,7 +109,7 @@ def simulate(fleet, costs, seed=1):
             at = link.take(now, size * costs.sent / fleet.link)
             following = "run"
         elif what == "run":
-            time = costs.launch + size * costs.sample * speed[board]
+            time = costs.launch + size * (costs.launch_sample + costs.sample) * speed[board]
             begin = max(now, free[board])
             following, at = "fetch", begin + time
             if fleet.hours_to_loss:

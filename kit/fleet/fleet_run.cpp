@@ -1,5 +1,6 @@
 #include "kit/fleet/fleet_run.h"
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,6 +28,21 @@
 
 namespace vorn::kit {
 namespace {
+
+void HoldToConfig(const Board& board) {
+  if (board.config.empty()) return;
+  (void)IdentifyFile(board.config, "the configuration of board " + board.name, ExitStatus::kModel);
+}
+
+// parallel runs no more tickets at once than it may have three files for, and the 1,024 that are
+// usual are too few for two tickets each of 171 slots.
+void MakeRoomForFiles() {
+  constexpr rlim_t kEnough = 65536;  // some programs walk through as many as they may have
+  rlimit files{};
+  if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur >= kEnough) return;
+  files.rlim_cur = std::min(files.rlim_max, kEnough);
+  (void)setrlimit(RLIMIT_NOFILE, &files);  // it says itself where there are too few
+}
 
 constexpr const char* kBoardsFile = "boards.json";
 constexpr size_t kMostTold = 10;
@@ -206,6 +222,7 @@ class FleetRun {
     TakeBoards();
     CheckPrograms();
     VerifyAttempts(fleet_, plan_, request_.isAgain, console_);
+    RemoveParts();
     FleetState state = ReadFleetState(fleet_, plan_);
     progress_.Begin(state);
     while (!ChunksToDo(state).empty() && HasUsableBoard(state) && signals_.Asked() == 0) {
@@ -231,6 +248,7 @@ class FleetRun {
       for (Board& board : boards_) {
         if (!board.tools.empty()) board.tools = Absolute(board.tools);
         if (!board.config.empty()) board.config = Absolute(board.config);
+        HoldToConfig(board);
       }
       WriteWholeFile(kept, ToJson(boards_));
     } else if (IsThere(kept)) {
@@ -239,11 +257,7 @@ class FleetRun {
       throw Fault(ExitStatus::kUsage,
                   Quoted(fleet_) + " was not run yet; name a file of boards with --boards");
     }
-    if (!request_.isResumed && !NamesIn(fleet_ + "/" + kJournalFolder).empty()) {
-      throw Fault(ExitStatus::kUsage, Quoted(fleet_) +
-                                          " was run before; go on with 'vorn fleet resume', or "
-                                          "make another plan");
-    }
+    if (!request_.isResumed) HoldToFirstRun(fleet_);
   }
 
   // Before anything is noted: it is there, and it is the one that is meant.
@@ -281,6 +295,19 @@ class FleetRun {
     });
   }
 
+  // Of attempts whose tickets were killed.
+  void RemoveParts() const {
+    const auto removeIn = [](const std::string& folder) {
+      for (const std::string& name : NamesIn(folder)) {
+        if (name.ends_with(".part")) RemoveTree(folder + "/" + name);
+      }
+    };
+    for (uint64_t chunk = 0; chunk < plan_.chunks.size(); ++chunk) {
+      removeIn(ChunkFolder(fleet_, chunk));
+    }
+    for (const Board& board : boards_) removeIn(CrossFolder(fleet_, board.name));
+  }
+
   void RunRound(const FleetState& state) {
     const std::vector<uint64_t> chunks = ChunksToDo(state);
     PrepareRound(fleet_, state, boards_, chunks, signals_);
@@ -288,6 +315,7 @@ class FleetRun {
     setenv("VORN_FLEET_FOLDER", fleet_.c_str(), 1);
     setenv("VORN_FLEET_SOCKETS", sockets_.Path().c_str(), 1);
     setenv("PARALLEL_SHELL", "/bin/sh", 1);
+    MakeRoomForFiles();
     const ChildRequest parallel{.command = RoundCommand(boards_),
                                 .folder = {},
                                 .input = TicketsFor(boards_, chunks.size()),
@@ -307,6 +335,12 @@ class FleetRun {
 
   // What this machine could not do is noted as nobody's fault.
   void TellOfTickets() {
+    // Where there is no room what tickets say finds none either.
+    if (IsDiskFull(fleet_)) {
+      throw Fault(ExitStatus::kLimit, "no room is left on the disk of " + Quoted(fleet_) +
+                                          "; make some and go on with 'vorn fleet resume " +
+                                          request_.named + "'");
+    }
     const std::string said = LastLineOf(fleet_ + "/round/parallel.err");
     if (!said.empty() && signals_.Asked() == 0) console_.Say("the last ticket said: " + said);
   }

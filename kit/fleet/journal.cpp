@@ -163,4 +163,13 @@ uint64_t ReadJournals(const std::string& fleet,
   return unreadable;
 }
 
+void HoldToFirstRun(const std::string& fleet) {
+  bool doTell = false;  // one that was made and is empty does not
+  (void)ReadJournals(fleet, [&](const JournalRecord&) { doTell = true; });
+  if (!doTell) return;
+  throw Fault(ExitStatus::kUsage, Quoted(fleet) +
+                                      " was run before; go on with 'vorn fleet resume', which "
+                                      "takes --boards too, or make another plan");
+}
+
 }  // namespace vorn::kit

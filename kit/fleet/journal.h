@@ -100,6 +100,9 @@ uint64_t ReadJournals(const std::string& fleet,
 /// whose last time is `lastNs`: 0 but where the clock was put back.
 [[nodiscard]] uint64_t ShiftBehind(uint64_t lastNs, uint64_t nowNs);
 
+/// Throws a Fault of kUsage where journals tell of a run already.
+void HoldToFirstRun(const std::string& fleet);
+
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_FLEET_JOURNAL_H_

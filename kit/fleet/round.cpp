@@ -93,9 +93,13 @@ class Ticket {
 
   void Run() {
     while (!IsThere(RoundOf(fleet_) + "/over")) {
-      {
+      try {
         const LockedFile running(RoundOf(fleet_) + "/running");
         if (!running.Take(LockedFile::Share::kWithOthers, signals_) || TakeAndRun()) return;
+      } catch (const Fault& fault) {
+        // The others would fail by the same.
+        if (fault.Status() == ExitStatus::kLimit) Append(RoundOf(fleet_) + "/over", "");
+        throw;
       }
       turn_.reset();
       if (!WaitForWork()) return;
@@ -105,12 +109,13 @@ class Ticket {
  private:
   // False where there is nothing to take for this board.
   bool TakeAndRun() {
-    for (;;) {
+    for (bool isTurnFirst = false;; isTurnFirst = true) {
       if (IsAside() || Takeable().empty()) return false;
       // The check waits for its turn, so that nobody may wait for the check who has the turn.
       if (!CheckBoard()) return true;
       // With few left who holds one back keeps others from work.
-      if (Unclaimed().size() < slots_.size() && !TakeTurn()) return true;
+      const bool areFewLeft = Unclaimed().size() < slots_.size();
+      if ((isTurnFirst || areFewLeft) && !TakeTurn()) return true;
       if (IsAside()) return false;
       const auto chunk = Claim();
       if (!chunk) return false;
@@ -146,20 +151,34 @@ class Ticket {
     return true;
   }
 
-  // False also where others have nothing to do, or where its board was put aside meanwhile.
-  bool TakeTurnUnlessOthersCould() {
+  // False also where another slot has nothing to do and could take the chunk, or where its board
+  // was put aside meanwhile.
+  bool TakeTurnUnlessOthersCould(uint64_t chunk) {
     constexpr std::chrono::milliseconds kTick{10};
+    constexpr int kTicksALook = 20;
     if (turn_) return true;
     auto turn = Turn();
-    while (!turn->TryTake(LockedFile::Share::kAlone)) {
+    for (int tick = 1; !turn->TryTake(LockedFile::Share::kAlone); ++tick) {
       signals_.Wait(kTick);
-      if (signals_.Asked() != 0 || IsAside() || !Waiting().empty()) return false;
+      if (signals_.Asked() != 0) return false;
+      if (tick % kTicksALook == 0 && (IsAside() || IsAnybodyFreeFor(chunk))) return false;
     }
     turn_ = std::move(turn);
     return !IsAside();
   }
 
   // ---- What there is to take --------------------------------------------------------------------
+
+  bool IsAnybodyFreeFor(uint64_t chunk) const {
+    for (const std::string& name : Waiting()) {
+      const uint64_t place = std::strtoull(name.c_str(), nullptr, 10);
+      const Board& board = boards_[slots_[(place + slots_.size() - 1) % slots_.size()].board];
+      if (IsThere(BoardFileOf(fleet_, board, "aside"))) continue;
+      const std::vector<uint64_t> failed = NumbersIn(BoardFileOf(fleet_, board, "failed"));
+      if (std::find(failed.begin(), failed.end(), chunk) == failed.end()) return true;
+    }
+    return false;
+  }
 
   bool IsAside() const { return IsThere(BoardFileOf(fleet_, board_, "aside")); }
 
@@ -238,11 +257,16 @@ class Ticket {
                                  .laterLimit = limitNow,
                                  .doesEngineBegin = true};
     const LaunchTurn turn{
-        .take = [&] { return chunk ? TakeTurnUnlessOthersCould() : TakeTurn() && !IsAside(); },
+        .take =
+            [&] { return chunk ? TakeTurnUnlessOthersCould(*chunk) : TakeTurn() && !IsAside(); },
         .end = [&] { turn_.reset(); }};
     return RunAttempt(
         plan_, attempt, FilesOnBoard::kByHash,
-        [&](const BoardWork& work) { return ssh_.Run(work, turn); }, journal_);
+        [&](BoardWork work) {
+          work.areToolsStale = IsThere(BoardFileOf(fleet_, board_, "stale"));
+          return ssh_.Run(work, turn);
+        },
+        journal_);
   }
 
   // This board's, or all where it has none yet.
@@ -261,6 +285,7 @@ class Ticket {
     const JournalRecord& record = end.record;
     if (record.outcome == AttemptOutcome::kDone) {
       (void)unlink(row.c_str());
+      (void)unlink(BoardFileOf(fleet_, board_, "stale").c_str());
       const auto launch = record.phases.find("launch");
       if (launch != record.phases.end() && record.done > 0) {
         Append(BoardFileOf(fleet_, board_, "times"),
@@ -269,6 +294,11 @@ class Ticket {
       return;
     }
     if (end.hasOtherInputs) Forget(end);
+    // It may be the programs there: nobody reads them to see whether they are what was sent.
+    const bool wasLaunched = record.phases.contains("launch");
+    if (wasLaunched && record.blame == Blame::kBoard) {
+      Append(BoardFileOf(fleet_, board_, "stale"), "");
+    }
     const bool isChunks = record.blame == Blame::kSamples || record.blame == Blame::kUnknown;
     if (chunk && isChunks) {
       Append(BoardFileOf(fleet_, board_, "failed"), std::to_string(*chunk) + "\n");

@@ -147,19 +147,8 @@ class SlurmRun {
                       " is no option for sbatch; give each with its value in one word, "
                       "as --partition=NAME");
     }
-    if (!request_.isResumed && !NamesIn(fleet_ + "/" + kJournalFolder).empty() && JournalsSay()) {
-      throw Fault(ExitStatus::kUsage, Quoted(fleet_) +
-                                          " was run before; go on with 'vorn fleet resume', or "
-                                          "make another plan");
-    }
+    if (!request_.isResumed) HoldToFirstRun(fleet_);
     WriteWholeFile(kept, ToText(Json::ArrayOf(words_)) + "\n");
-  }
-
-  // Its own is there already, and empty.
-  bool JournalsSay() const {
-    bool isAny = false;
-    ReadJournals(fleet_, [&](const JournalRecord&) { isAny = true; });
-    return isAny;
   }
 
   // ---- Jobs of a run before ---------------------------------------------------------------------

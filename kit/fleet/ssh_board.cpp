@@ -139,6 +139,12 @@ void HoldToPlan(const std::vector<BoardFile>& files) {
   }
 }
 
+// No board is to be blamed for a disk that is full here: what came did not find room.
+void HoldToRoom(const std::string& folder) {
+  if (!IsDiskFull(folder)) return;
+  throw Fault(ExitStatus::kLimit, "no room is left on the disk of " + Quoted(folder));
+}
+
 // Links to the files by the names that they have on the board: tar follows them.
 void LinkFiles(const std::string& folder, const std::vector<BoardFile>& files) {
   if (!files.empty()) MakeFolders(folder + "/files");
@@ -198,7 +204,7 @@ BoardEnd SshBoard::Run(const BoardWork& work, const LaunchTurn& turn) {
       return end;
     }
     std::vector<BoardFile> missing;
-    bool areToolsMissing = false;
+    bool areToolsMissing = work.areToolsStale;
     if (!Look(work, end, missing, areToolsMissing)) return end;
     const bool isAllThere = missing.empty() && !areToolsMissing;
     if (!isAllThere && !Send(work, missing, areToolsMissing, end)) return end;
@@ -368,6 +374,7 @@ bool SshBoard::Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& e
   runAt_ = FindRun(request.out);
   end.fetchedBytes = SizeOfFile(request.out) - runAt_;
   if (child.wasStopped) return false;
+  if (child.status != 0) HoldToRoom(work.folder);
   const bool isLost = child.wasLate || !child.status || child.status == kSshFailed;
   end.hasRun = !isLost && runAt_ > 0 && end.fetchedBytes > 0;
   if (child.status == 0 && end.hasRun) return true;
@@ -391,6 +398,7 @@ bool SshBoard::Fetch(const BoardWork& work, BoardEnd& end) {
   end.phases["fetch"] = Ns(child);
   RemoveTree(work.folder + "/run.tar");
   if (child.IsDone()) return true;
+  if (!child.wasStopped) HoldToRoom(work.folder);
   end.wasStopped = child.wasStopped;
   end.blame = child.wasStopped ? Blame::kNobody : Blame::kUnknown;
   end.reason =

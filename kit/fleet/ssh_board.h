@@ -52,6 +52,7 @@ struct BoardWork {
   std::optional<std::chrono::seconds> limit;
   /// Where there is none: asked while it runs whether there is one by now.
   std::function<std::optional<std::chrono::seconds>()> laterLimit{};
+  bool areToolsStale = false;     ///< they are sent although they are there
   std::function<void()> begin{};  ///< notes that it begins, where that was left to whoever does it
 };
 

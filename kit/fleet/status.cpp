@@ -1,5 +1,7 @@
 #include "kit/fleet/status.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <set>
 #include <thread>
 #include <utility>
 
@@ -239,6 +242,15 @@ std::string Fitted(const std::string& text, size_t& lines) {
 // Between two attempts nothing runs for a moment, and there is more to do.
 constexpr int kQuietLooks = 5;
 
+// As far as this machine sees. Files go to boards before anything is begun there.
+bool IsAnybodyAtWork(const std::string& fleet) {
+  const int lock = open((fleet + "/.lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (lock < 0) return false;
+  const bool isTaken = flock(lock, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  close(lock);
+  return isTaken;
+}
+
 void WatchFleet(const StatusRequest& request, const FleetPlan& plan) {
   int quiet = 0;
   const bool isDrawn = !request.isJson && IsDrawable();
@@ -258,9 +270,9 @@ void WatchFleet(const StatusRequest& request, const FleetPlan& plan) {
       if (line != before) Print(line);
       before = std::move(line);
     }
-    quiet = status.chunksRunning == 0 ? quiet + 1 : 0;
-    const bool isOver = quiet > 0 && (status.chunksToDo == 0 || quiet >= kQuietLooks);
-    if (isOver) return;
+    quiet = status.chunksRunning + status.checksRunning == 0 ? quiet + 1 : 0;
+    if (quiet > 0 && status.chunksToDo == 0) return;
+    if (quiet >= kQuietLooks && !IsAnybodyAtWork(request.fleet)) return;
     std::this_thread::sleep_for(std::chrono::seconds(1));
   }
 }
@@ -271,8 +283,13 @@ FleetStatus ReadFleetStatus(const std::string& fleet, const FleetPlan& plan) {
   FleetState state;
   BoardTimes times;
   FleetStatus status;
+  std::set<std::pair<std::string, uint64_t>> checks;
   state.unreadableLines = ReadJournals(fleet, [&](const JournalRecord& record) {
     TakeRecord(record, plan, state);
+    if (!record.chunk && record.attempt > 0) {
+      const std::pair check(record.board, record.attempt);
+      record.event == JournalEvent::kBegin ? (void)checks.insert(check) : (void)checks.erase(check);
+    }
     times.Take(record);
     status.lastNotedNs = std::max(status.lastNotedNs.value_or(0), record.realtimeNs);
   });
@@ -284,6 +301,7 @@ FleetStatus ReadFleetStatus(const std::string& fleet, const FleetPlan& plan) {
   status.chunks = plan.chunks.size();
   status.chunksDone = state.CountOf(ChunkStatus::kDone);
   status.chunksRunning = state.CountOf(ChunkStatus::kRunning);
+  status.checksRunning = checks.size();
   status.chunksToDo = state.CountOf(ChunkStatus::kToDo);
   status.unreadableLines = state.unreadableLines;
   for (const auto& [name, board] : state.boards) {

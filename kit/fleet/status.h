@@ -43,6 +43,7 @@ struct FleetStatus {
   uint64_t chunks = 0;
   uint64_t chunksDone = 0;
   uint64_t chunksRunning = 0;
+  uint64_t checksRunning = 0;  ///< boards that are at the cross-check
   uint64_t chunksToDo = 0;
   uint64_t attemptsFailed = 0;
   std::vector<LeftChunk> left;

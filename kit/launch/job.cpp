@@ -3,7 +3,6 @@
 #include "kit/launch/job.h"
 
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -27,13 +26,6 @@ constexpr std::chrono::seconds kToEndByItself{3};
 constexpr size_t kPieceBytes = 256 * 1024;
 constexpr size_t kMostWords = 16 * 1024;
 constexpr uint64_t kMostTracedCalls = uint64_t{1} << 24;  // as many as the layer takes
-
-// Hardly less is left where a write of the program has failed for want of room.
-bool IsDiskFull(const std::string& folder) {
-  constexpr uint64_t kLeast = 32 * 1024;
-  struct statvfs disk {};
-  return statvfs(folder.c_str(), &disk) == 0 && uint64_t{disk.f_bavail} * disk.f_frsize < kLeast;
-}
 
 // ---- The list of a job --------------------------------------------------------------------------
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -159,6 +160,12 @@ void RemoveTree(const std::string& path) {
 void MoveFolder(const std::string& from, const std::string& to) {
   RemoveTree(to);
   if (std::rename(from.c_str(), to.c_str()) != 0) RefuseFolder("move", from, errno);
+}
+
+bool IsDiskFull(const std::string& folder) {
+  constexpr uint64_t kLeast = 32 * 1024;
+  struct statvfs disk {};
+  return statvfs(folder.c_str(), &disk) == 0 && uint64_t{disk.f_bavail} * disk.f_frsize < kLeast;
 }
 
 std::string RealPath(const std::string& path) {

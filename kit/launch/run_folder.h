@@ -49,6 +49,10 @@ void RemoveTree(const std::string& path);
 /// Moves a folder to a place where something may be already, which goes. Throws a Fault of kLimit.
 void MoveFolder(const std::string& from, const std::string& to);
 
+/// Whether hardly any room is left on the disk of a folder: a write there has failed for want of
+/// it, or would.
+[[nodiscard]] bool IsDiskFull(const std::string& folder);
+
 /// A path without symbolic links, from the root on; empty if there is nothing.
 [[nodiscard]] std::string RealPath(const std::string& path);
 

@@ -42,7 +42,7 @@ StrictModes no
 X11Forwarding no
 PrintMotd no
 Subsystem sftp internal-sftp
-SetEnv "VORN_TEST_BOARD=$folder/$board"
+SetEnv "VORN_TEST_BOARD=$folder/$board" "HOME=$folder/$board/home"
 END
   printf '%s\n' "$@"
 }
@@ -70,7 +70,8 @@ launch() { # BOARD
 start_board() { # BOARD LINE...
   local board=$1 try port
   shift
-  mkdir -p "$folder/$board"
+  # What this user's logins do else is no matter of a board's, and may take long.
+  mkdir -p "$folder/$board/home"
   ssh-keygen -q -t ed25519 -N '' -C "$board" -f "$folder/$board/host_key"
   for ((try = 0; try < kTries; ++try)); do
     port=$((20000 + (RANDOM * 32768 + RANDOM) % 12000)) # below those that the system gives away
