@@ -3,7 +3,7 @@
 # it read, and judges a device with faults by it. Sets up, builds and runs; the second time it only runs.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-./scripts/build.sh release vorn-run libvorn digits-report vorn-command vorn-qualify
+./scripts/build.sh release vorn-run libvorn digits-report vorn-command vorn-qualify vorn-report
 unset LD_LIBRARY_PATH LD_PRELOAD # what is shown is the runtime that was built here
 
 out=build/demo
@@ -32,8 +32,13 @@ if [ "$status" != 6 ]; then
   exit 1
 fi
 
+command=(build/release/vorn report build/demo.qualified -o build/demo.html --quiet)
+printf '\n$ %s\n' "${command[*]}"
+"${command[@]}"
+
 cat <<EOT
 
+The verdict, as a page    build/demo.html
 Every line of the run     $out/vorn-run.log
 Ten values a picture      $(echo "$out"/0/*.float)
 The same as 32-bit floats $(echo "$out"/0/*.bin)
