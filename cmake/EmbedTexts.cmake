@@ -9,9 +9,14 @@ function(vorn_embed_texts target)
   set(functions ${arg_FUNCTIONS})
   list(TRANSFORM functions REPLACE "=" "=${CMAKE_CURRENT_SOURCE_DIR}/")
   list(JOIN functions "|" functions)
+  set(command ${CMAKE_COMMAND} -D "OUTPUT=${output}" -D "HEADER=${arg_HEADER}" -D "FUNCTIONS=${functions}"
+    -P ${PROJECT_SOURCE_DIR}/cmake/EmbedTexts.cmake)
+  # There at once, too, for tools that look at all sources and build none.
+  if(NOT EXISTS ${output})
+    execute_process(COMMAND ${command} COMMAND_ERROR_IS_FATAL ANY)
+  endif()
   add_custom_command(OUTPUT ${output}
-    COMMAND ${CMAKE_COMMAND} -D "OUTPUT=${output}" -D "HEADER=${arg_HEADER}" -D "FUNCTIONS=${functions}"
-            -P ${PROJECT_SOURCE_DIR}/cmake/EmbedTexts.cmake
+    COMMAND ${command}
     DEPENDS ${files} ${PROJECT_SOURCE_DIR}/cmake/EmbedTexts.cmake
     VERBATIM)
   target_sources(${target} PRIVATE ${output})
