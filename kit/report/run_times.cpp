@@ -148,7 +148,10 @@ std::vector<std::string> ShownZones(const std::vector<MachineMoment>& moments) {
 
 void TakeMoment(const MachineMoment& moment, uint64_t startRealtimeNs, ReportMachine& machine) {
   machine.atNs.push_back(Since(startRealtimeNs, moment.realtimeNs));
-  machine.rssBytes.push_back(moment.rssBytes);
+  // Asked while it begins, a program holds a few pages yet, which are no figure to show.
+  constexpr uint64_t kLeastOfAProgram = 1 << 20;
+  const bool hasBegun = moment.rssBytes.value_or(0) >= kLeastOfAProgram;
+  machine.rssBytes.push_back(hasBegun ? moment.rssBytes : std::nullopt);
   machine.memoryAvailableBytes.push_back(moment.memoryAvailableBytes);
   const auto& cores = moment.frequencyKhz;
   const bool isKnown = !cores.empty();

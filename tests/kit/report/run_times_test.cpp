@@ -113,10 +113,11 @@ TEST(MachineOf, HasColumnsOfEqualLengths) {
   one.realtimeNs = kStartNs + 5;
   one.frequencyKhz = {3, 1, 2};
   one.temperatureMilliC = {{"cpu", 50000}};
-  one.rssBytes = 7;
+  one.rssBytes = 7 << 20;
   MachineMoment other;
   other.realtimeNs = kStartNs - 1;  // the clock was set
   other.temperatureMilliC = {{"gpu", -1000}};
+  other.rssBytes = 16 << 10;  // it had just begun
   const ReportMachine machine = MachineOf({one, other}, kStartNs);
   EXPECT_THAT(machine.atNs, ElementsAre(5, 0));
   EXPECT_EQ(machine.leastFrequencyKhz[0], 1U);
@@ -127,6 +128,7 @@ TEST(MachineOf, HasColumnsOfEqualLengths) {
   EXPECT_EQ(machine.zones[0].milliC[0], 50000);
   EXPECT_FALSE(machine.zones[0].milliC[1].has_value());
   EXPECT_EQ(machine.zones[1].milliC[1], -1000);
+  EXPECT_EQ(machine.rssBytes[0], 7U << 20U);
   EXPECT_FALSE(machine.rssBytes[1].has_value());
 }
 
