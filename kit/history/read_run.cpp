@@ -17,7 +17,6 @@ namespace {
 
 constexpr const char* kVerdictFile = "verdict.json";
 constexpr uint64_t kMostFileBytes = 64 << 20;
-constexpr uint64_t kMostTimesBytes = uint64_t{4} << 30;
 
 std::vector<uint64_t> Whole(const std::vector<double>& times) {
   std::vector<uint64_t> whole;
