@@ -1,5 +1,5 @@
 # Text files as functions of a program. As a script: writes OUTPUT, a source that defines in vorn::kit, by
-# HEADER, what FUNCTIONS names as "Function=file".
+# HEADER, what FUNCTIONS names as "Function=file": an EmbeddedText of the file and its SHA-256.
 #
 # vorn_embed_texts(<target> HEADER <header> FUNCTIONS <Function>=<file>...): the same as a step of the build.
 function(vorn_embed_texts target)
@@ -29,9 +29,11 @@ if(CMAKE_SCRIPT_MODE_FILE STREQUAL CMAKE_CURRENT_LIST_FILE)
   foreach(pair IN LISTS pairs)
     string(REGEX MATCH "^([^=]+)=(.*)$" _ "${pair}")
     set(function ${CMAKE_MATCH_1})
-    file(READ "${CMAKE_MATCH_2}" text)
-    string(APPEND source "\nstd::string_view ${function}() {\n"
-                         "  return R\"EmbeddedText(${text})EmbeddedText\";\n}\n")
+    set(path "${CMAKE_MATCH_2}")
+    file(READ "${path}" text)
+    file(SHA256 "${path}" sha256)
+    string(APPEND source "\nEmbeddedText ${function}() {\n"
+                         "  return {R\"EmbeddedText(${text})EmbeddedText\", \"${sha256}\"};\n}\n")
   endforeach()
   string(APPEND source "\n}  // namespace vorn::kit\n")
   file(WRITE "${OUTPUT}" "${source}")

@@ -6,13 +6,18 @@
 
 namespace vorn::kit {
 
-[[nodiscard]] std::string_view StyleText();
-[[nodiscard]] std::string_view PageScriptText();
-[[nodiscard]] std::string_view TimelineScriptText();
+struct EmbeddedText {
+  std::string_view text;
+  std::string_view sha256;  ///< 64 hexadecimal digits, by the build
+};
+
+[[nodiscard]] EmbeddedText StyleText();
+[[nodiscard]] EmbeddedText PageScriptText();
+[[nodiscard]] EmbeddedText TimelineScriptText();
 
 /// uPlot as it was published: MIT, notices/uplot-LICENSE.txt.
-[[nodiscard]] std::string_view PlotScriptText();
-[[nodiscard]] std::string_view PlotStyleText();
+[[nodiscard]] EmbeddedText PlotScriptText();
+[[nodiscard]] EmbeddedText PlotStyleText();
 
 }  // namespace vorn::kit
 

@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "kit/page/base64.h"
 #include "kit/page/number_text.h"
-#include "kit/page/sha256.h"
 
 namespace vorn::kit {
 namespace {

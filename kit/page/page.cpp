@@ -1,9 +1,10 @@
 #include "kit/page/page.h"
 
+#include <charconv>
 #include <string_view>
 
 #include "kit/page/assets.h"
-#include "kit/page/sha256.h"
+#include "kit/page/base64.h"
 
 namespace vorn::kit {
 namespace {
@@ -33,21 +34,31 @@ Html SignOf(Tone tone) {
   return {};
 }
 
-// What stands in one element of its own, with what the policy has to say of it.
-struct Part {
-  std::string open;
-  std::string text;
-  std::string close;
+std::string StyleElement(const EmbeddedText& style) {
+  return "<style>" + std::string(style.text) + "</style>\n";
+}
 
-  [[nodiscard]] std::string Bytes() const { return open + text + close; }
-};
+std::string ScriptElement(const EmbeddedText& script) {
+  return "<script>" + std::string(script.text) + "</script>\n";
+}
 
-Part Style(std::string text) { return {"<style>", std::move(text), "</style>\n"}; }
-Part Script(std::string_view text) { return {"<script>", std::string(text), "</script>\n"}; }
+// As the policy names a text that it allows.
+std::string PolicyHash(const EmbeddedText& text) {
+  std::string hash;
+  for (size_t i = 0; i + 1 < text.sha256.size(); i += 2) {
+    unsigned char byte = 0;
+    (void)std::from_chars(&text.sha256[i], &text.sha256[i] + 2, byte, 16);
+    hash += static_cast<char>(byte);
+  }
+  return " 'sha256-" + Base64(hash) + "'";
+}
 
-std::string Policy(const Part& style, const std::vector<Part>& scripts) {
-  std::string policy = "default-src 'none'; style-src '" + PolicyHash(style.text) + "'; script-src";
-  for (const Part& script : scripts) policy += " '" + PolicyHash(script.text) + "'";
+std::string Policy(const std::vector<EmbeddedText>& styles,
+                   const std::vector<EmbeddedText>& scripts) {
+  std::string policy = "default-src 'none'; style-src";
+  for (const EmbeddedText& style : styles) policy += PolicyHash(style);
+  policy += "; script-src";
+  for (const EmbeddedText& script : scripts) policy += PolicyHash(script);
   return policy + "; img-src data:; base-uri 'none'; form-action 'none'";
 }
 
@@ -76,12 +87,12 @@ Html HeadOf(const Page& page) {
 }  // namespace
 
 std::string PageText(const Page& page) {
-  const Part style =
-      Style(std::string(StyleText()) + (page.hasTimeline ? std::string(PlotStyleText()) : ""));
-  std::vector<Part> scripts{Script(PageScriptText())};
+  std::vector<EmbeddedText> styles{StyleText()};
+  std::vector<EmbeddedText> scripts{PageScriptText()};
   if (page.hasTimeline) {
-    scripts.push_back(Script(PlotScriptText()));
-    scripts.push_back(Script(TimelineScriptText()));
+    styles.push_back(PlotStyleText());
+    scripts.push_back(PlotScriptText());
+    scripts.push_back(TimelineScriptText());
   }
 
   Html sections;
@@ -99,14 +110,15 @@ std::string PageText(const Page& page) {
   // The policy stands before all that it is about.
   const Html head = VoidElement("meta", {{"charset", "utf-8"}}) +
                     VoidElement("meta", {{"http-equiv", "Content-Security-Policy"},
-                                         {"content", Policy(style, scripts)}}) +
+                                         {"content", Policy(styles, scripts)}}) +
                     VoidElement("meta", {{"name", "viewport"},
                                          {"content", "width=device-width, initial-scale=1"}}) +
                     VoidElement("meta", {{"name", "referrer"}, {"content", "no-referrer"}}) +
                     Element("title", Text(page.title));
-  std::string text = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n" + head.Bytes() + "\n" +
-                     style.Bytes() + "</head>\n<body>\n" + body.Bytes() + "\n";
-  for (const Part& script : scripts) text += script.Bytes();
+  std::string text = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n" + head.Bytes() + "\n";
+  for (const EmbeddedText& style : styles) text += StyleElement(style);
+  text += "</head>\n<body>\n" + body.Bytes() + "\n";
+  for (const EmbeddedText& script : scripts) text += ScriptElement(script);
   return text + "</body>\n</html>\n";
 }
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "kit/json/json.h"
-#include "kit/page/sha256.h"
+#include "kit/page/base64.h"
 
 namespace vorn::kit {
 namespace {
