@@ -15,7 +15,6 @@
 namespace vorn::kit {
 namespace {
 
-constexpr const char* kVerdictFile = "verdict.json";
 constexpr uint64_t kMostFileBytes = 64 << 20;
 
 std::vector<uint64_t> Whole(const std::vector<double>& times) {
@@ -147,7 +146,7 @@ RunEntry ReadRunEntry(const std::string& run, const std::optional<std::string>& 
     content += IdentifyFile(times, "the times", ExitStatus::kInput).xxh3.value_or("");
   }
   if (IsThere(run + "/" + kMachineFile)) TakeMachine(run, entry);
-  if (const std::string path = run + "/" + kVerdictFile; IsThere(path)) {
+  if (const std::string path = VerdictPathOf(run); IsThere(path)) {
     const std::string verdict =
         ReadWholeFile(path, "the verdict", ExitStatus::kInput, kMostFileBytes);
     try {

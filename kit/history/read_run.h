@@ -9,7 +9,7 @@
 
 namespace vorn::kit {
 
-/// Reads run.json, and what is there of times.jsonl, machine.jsonl and verdict.json. `board` takes
+/// Reads run.json, and what is there of times.jsonl, machine.jsonl and the verdict. `board` takes
 /// the place of the machine's name, if it is given. Throws a Fault of kInput that names the file.
 [[nodiscard]] RunEntry ReadRunEntry(const std::string& run,
                                     const std::optional<std::string>& board = std::nullopt);

@@ -27,7 +27,6 @@ namespace fs = std::filesystem;
 
 constexpr uint64_t kMostFileBytes = 16 << 20;
 constexpr const char* kLibrary = "libvorn.so";
-constexpr const char* kRecordFile = "qualify.json";
 
 // ---- The file -----------------------------------------------------------------------------------
 
@@ -150,10 +149,10 @@ class Steps {
     lock_.emplace(run_, "qualify");
     CheckWhatIsThere();
     // What is in it from here on is known to be ours.
-    ClearPlace(Path(kRecordFile));
-    WriteWholeFile(Path(kRecordFile), "{\"schema\": 1, \"state\": \"running\"}\n");
+    ClearPlace(Path(kQualifyFile));
+    WriteWholeFile(Path(kQualifyFile), "{\"schema\": 1, \"state\": \"running\"}\n");
     // Of a time before: if a step fails, nobody is to take it for that of this time.
-    for (const char* file : {"verdict.json", "verdict.xml"}) {
+    for (const char* file : {kVerdictFile, "verdict.xml"}) {
       if (unlink(Path(file).c_str()) == 0 || errno == ENOENT) continue;
       throw Fault(ExitStatus::kLimit,
                   Quoted(Path(file)) + " cannot be removed: " + SystemReason(errno));
@@ -162,14 +161,14 @@ class Steps {
 
   // A folder that is no qualification's is left alone: runs in it are removed when they are old.
   void CheckWhatIsThere() const {
-    if (IsTaken(Path(kRecordFile))) {
-      if (IsRecord(Path(kRecordFile))) return;
-      throw Fault(ExitStatus::kUsage, Quoted(Path(kRecordFile)) +
+    if (IsTaken(Path(kQualifyFile))) {
+      if (IsRecord(Path(kQualifyFile))) return;
+      throw Fault(ExitStatus::kUsage, Quoted(Path(kQualifyFile)) +
                                           " is there, and is no record of a qualification; give "
                                           "another folder with --run");
     }
     std::error_code error;
-    const std::string unfinished = std::string(kRecordFile) + ".";
+    const std::string unfinished = std::string(kQualifyFile) + ".";
     if (IsTaken(run_) && !fs::is_directory(run_, error)) {
       throw Fault(ExitStatus::kUsage, Quoted(run_) + " is no folder; give another one");
     }
@@ -383,7 +382,7 @@ class Steps {
                                       {"state", WasStopped() ? "stopped" : "done"},
                                       {"status", static_cast<int64_t>(StatusOf(steps_))},
                                       {"steps", steps}});
-    WriteWholeFile(Path(kRecordFile), ToText(record, 2) + "\n");
+    WriteWholeFile(Path(kQualifyFile), ToText(record, 2) + "\n");
   }
 
   const Qualification& qualification_;

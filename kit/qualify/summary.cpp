@@ -85,8 +85,8 @@ const QualifyStep* FindStep(const std::vector<QualifyStep>& steps, const std::st
 std::string PartialHeadline(const std::string& run) {
   std::string wrong = "NOT QUALIFIED: outputs differ, and some samples are missing";
   try {
-    const Json verdict = ParseJson(
-        ReadWholeFile(run + "/verdict.json", "the verdict", ExitStatus::kInput, kMostVerdictBytes));
+    const Json verdict = ParseJson(ReadWholeFile(run + "/" + kVerdictFile, "the verdict",
+                                                 ExitStatus::kInput, kMostVerdictBytes));
     bool isAnyThere = false;
     for (const Json& output : verdict.At("outputs").Items()) {
       if (output.At("verdict").AsText() == "wrong") return wrong;
@@ -235,9 +235,10 @@ std::string HintText(const Qualification& qualification, const std::vector<Quali
   const QualifyStep* judged = FindStep(steps, "judge");
   if (judged == nullptr || judged->status != ExitStatus::kDiffers) return "";
   try {
-    const std::string hint = HintFor(
-        qualification, ParseJson(ReadWholeFile(qualification.run + "/verdict.json", "the verdict",
-                                               ExitStatus::kInput, kMostVerdictBytes)));
+    const std::string hint =
+        HintFor(qualification,
+                ParseJson(ReadWholeFile(qualification.run + "/" + kVerdictFile, "the verdict",
+                                        ExitStatus::kInput, kMostVerdictBytes)));
     return hint.empty() ? "" : "\n" + hint;
   } catch (const Fault&) {
     return "";

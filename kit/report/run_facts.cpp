@@ -26,8 +26,6 @@ namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kMostModelBytes = 256 << 20;
-constexpr const char* kVerdictFile = "verdict.json";
-constexpr const char* kQualifyFile = "qualify.json";
 
 std::string WithoutSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
@@ -345,21 +343,21 @@ class Gathering {
 std::vector<RunPlace> FindRuns(const std::string& path) {
   const std::string folder = WithoutSlashes(path);
   const auto has = [&](const std::string& name) { return IsThere(folder + "/" + name); };
-  if (has(kRunFile)) return {{folder, folder + "/" + kVerdictFile, path, ""}};
+  if (has(kRunFile)) return {{folder, VerdictPathOf(folder), path, ""}};
   if (has(kQualifyFile)) {
-    if (!has(std::string("device/") + kRunFile)) {
+    if (!has(std::string(kDeviceFolder) + "/" + kRunFile)) {
       throw Fault(ExitStatus::kInput, Quoted(path) +
                                           " is a qualification whose device did not run; its "
                                           "qualify.json tells how each step ended");
     }
-    return {{folder + "/device", folder + "/" + kVerdictFile, path, ""}};
+    return {{folder + "/" + kDeviceFolder, folder + "/" + kVerdictFile, path, ""}};
   }
   if (has(std::string("A/") + kRunFile) && has(std::string("B/") + kRunFile)) {
     const std::string turns = has(kTimesFile) ? folder + "/" + kTimesFile : "";
     std::vector<RunPlace> places;
     for (const char* name : {"/A", "/B"}) {
       const std::string run = folder + name;
-      places.push_back({run, run + "/" + kVerdictFile, run, turns});
+      places.push_back({run, VerdictPathOf(run), run, turns});
     }
     return places;
   }

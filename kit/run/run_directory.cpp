@@ -11,6 +11,7 @@
 #include <limits>
 #include <utility>
 
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/json/identity_json.h"
 #include "kit/json/json.h"
@@ -493,6 +494,15 @@ std::vector<TimesRecord> ReadTimes(const std::string& run) {
 
 std::vector<MachineMoment> ReadMachine(const std::string& run) {
   return ReadRecords(run, kMachineFile, "what the machine was like", MachineFromLine);
+}
+
+std::string VerdictPathOf(const std::string& run) {
+  const std::string folder = Absolute(run);
+  const std::string own = folder + "/" + kVerdictFile;
+  const size_t slash = folder.rfind('/');
+  if (IsThere(own) || folder.substr(slash + 1) != kDeviceFolder) return own;
+  const std::string above = folder.substr(0, slash + 1);
+  return IsThere(above + kQualifyFile) ? above + kVerdictFile : own;
 }
 
 }  // namespace vorn::kit

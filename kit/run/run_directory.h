@@ -6,6 +6,10 @@
 //     RUN/machine.jsonl     a line a second                  MachineMoment
 //     RUN/model.json        the description of the model     kit/model/model_json.h
 //     RUN/dumps/0/ 1/ ...   what vorn-run wrote
+//     RUN/verdict.json      what a judgement found           kit/judge/verdict.h
+//
+// A folder of a qualification has one of these for its device, and beside it qualify.json and the
+// verdict on it.
 //
 // Readers pass over members and lines' members that they do not know, and over a last line without
 // its end, which is being written.
@@ -34,6 +38,13 @@ inline constexpr const char* kErrorsFile = "errors.txt";
 inline constexpr const char* kTraceFile = "trace.vtrace";
 inline constexpr const char* kChunksFolder = "chunks";  ///< while it runs
 inline constexpr const char* kDumpsFolder = "dumps";
+inline constexpr const char* kVerdictFile = "verdict.json";
+inline constexpr const char* kQualifyFile = "qualify.json";  ///< of a qualification
+inline constexpr const char* kDeviceFolder = "device";       ///< its run of the device
+
+/// Where the verdict on a run lies, if there is one: in its folder; on the device of a
+/// qualification beside that.
+[[nodiscard]] std::string VerdictPathOf(const std::string& run);
 
 // ---- samples.jsonl ------------------------------------------------------------------------------
 

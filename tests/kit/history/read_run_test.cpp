@@ -57,6 +57,21 @@ TEST_F(ReadRunEntryTest, TellsTimesMachineAndVerdict) {
   EXPECT_EQ(run.metrics[2], (RunMetric{"probabilities", "top-1 agreement", 0.75, std::nullopt}));
 }
 
+TEST_F(ReadRunEntryTest, TakesTheVerdictBesideTheDeviceOfAQualification) {
+  const std::string device = folder_.Path() / "device";
+  const std::string reference = folder_.Path() / "reference";
+  MakeRun(device, MadeFacts(3), TimesAround(1000000));
+  MakeRun(reference, MadeFacts(3), TimesAround(1000000));
+  MakeVerdict(folder_.Path(), 6, 0.5);
+  EXPECT_EQ(ReadRunEntry(device).verdict, "") << "whose it is nobody says";
+  support::WriteFile(folder_.Path() / "qualify.json", "{}\n");
+  EXPECT_EQ(ReadRunEntry(device).verdict, "wrong");
+  EXPECT_EQ(ReadRunEntry(device + "/").metrics.size(), 3U);
+  EXPECT_EQ(ReadRunEntry(reference).verdict, "");
+  MakeVerdict(device, 0);
+  EXPECT_EQ(ReadRunEntry(device).verdict, "right") << "its own comes first";
+}
+
 TEST_F(ReadRunEntryTest, TakesARunAlone) {
   MakeRun(Run(), MadeFacts(3), {});
   const RunEntry run = ReadRunEntry(Run(), "a board of a container");
