@@ -1,5 +1,6 @@
 #include "kit/launch/part_list.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,11 +15,28 @@ namespace vorn::kit {
 PartList::PartList(std::string folder) : folder_(std::move(folder)), real_(RealPath(folder_)) {}
 
 std::string PartList::PathTo(const std::string& file) {
-  const std::string real = RealPath(file);
+  const std::string real = Real(file);
   std::string path = real.empty() ? "" : RelativePath(real_, real);
   const bool isPlain = !path.empty() && path.find_first_of(":\n") == std::string::npos;
   if (!isPlain) path = Link(real.empty() ? file : real);
   return path;
+}
+
+// Files of a list mostly share a folder, whose own path is looked up once.
+std::string PartList::Real(const std::string& file) {
+  const size_t slash = file.rfind('/');
+  const std::string name = file.substr(slash + 1);  // all of it without a slash
+  const std::string folder = slash == std::string::npos ? "./" : file.substr(0, slash + 1);
+  struct stat about {};
+  const bool isPlain = !name.empty() && name != "." && name != ".." &&
+                       lstat(file.c_str(), &about) == 0 && !S_ISLNK(about.st_mode);
+  if (!isPlain) return RealPath(file);
+  if (folder != lastFolder_) {
+    lastReal_ = RealPath(folder);
+    lastFolder_ = folder;
+  }
+  if (lastReal_.empty()) return RealPath(file);
+  return lastReal_ + (lastReal_ == "/" ? "" : "/") + name;
 }
 
 std::string PartList::Link(const std::string& target) {

@@ -18,10 +18,13 @@ class PartList {
   [[nodiscard]] std::string PathTo(const std::string& file);
 
  private:
+  std::string Real(const std::string& file);
   std::string Link(const std::string& target);
 
   std::string folder_;
   std::string real_;
+  std::string lastFolder_;  ///< of the file before, as it was given, with its "/"
+  std::string lastReal_;    ///< the same without links
   uint64_t links_ = 0;
 };
 

@@ -158,6 +158,8 @@ void RemoveTree(const std::string& path) {
 }
 
 void MoveFolder(const std::string& from, const std::string& to) {
+  // Nearly always nothing is there.
+  if (std::rename(from.c_str(), to.c_str()) == 0) return;
   RemoveTree(to);
   if (std::rename(from.c_str(), to.c_str()) != 0) RefuseFolder("move", from, errno);
 }

@@ -77,6 +77,20 @@ TEST_F(PartListTest, LinksToFilesWhoseNamesNoLineCanHold) {
   EXPECT_EQ(Read("links/1"), "in/a\nb");
 }
 
+TEST_F(PartListTest, FollowsLinksOfFilesAndOfTheirFolders) {
+  PartList list(Path("part"));
+  (void)Make("real/a");
+  (void)Make("real/b");
+  fs::create_directory_symlink(Path("real"), Path("seen"));
+  fs::create_symlink("a", Path("real/c"));
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(list.PathTo(Path("seen/a")), "../real/a");
+    EXPECT_EQ(list.PathTo(Path("seen/b")), "../real/b");
+    EXPECT_EQ(list.PathTo(Path("seen/c")), "../real/a");
+    EXPECT_EQ(list.PathTo(Path("part/../real/b")), "../real/b");
+  }
+}
+
 TEST_F(PartListTest, GoesByWhereFilesAreAndNotByTheirLinks) {
   Make("in/a");
   fs::create_directory_symlink(Path("in"), Path("to:in"));
