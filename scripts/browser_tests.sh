@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# browser_tests.sh [--pictures]: opens the pages that the kit writes in a real browser and sees that nothing
-# leaves, nothing is complained of, sorting, filtering and zoom work by mouse and keyboard, and that
-# people who hear a page, or have a phone, are served too. With --pictures it makes docs/pictures anew.
+# browser_tests.sh [--pictures | --where-there-is-one WRITE_PAGES]: opens the pages that the kit writes in a
+# real browser and sees that nothing leaves, nothing is complained of, sorting, filtering and zoom work by
+# mouse and keyboard, and that people who hear a page, or have a phone, are served too. With --pictures
+# it makes docs/pictures anew.
 #
-# The browser is Debian's chromium, 850 MB with all that it needs, which is why this is no part of
-# scripts/test.sh. What drives it (Playwright) and what judges accessibility (axe) are taken out of npm
-# packages into .deps/browser/, unpacked only: none of their scripts is run. BROWSER names another
-# Chromium. Times are printed and never judged.
+# The browser is Debian's chromium, 850 MB with all that it needs, so scripts/test.sh calls this with
+# --where-there-is-one: then nothing is installed or built, and without a browser it ends with status 77.
+# What drives it (Playwright) and what judges accessibility (axe) are taken out of npm packages into
+# .deps/browser/, unpacked only: none of their scripts is run. BROWSER names another Chromium. Times are
+# printed and never judged.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 readonly kProgram=browser_tests
@@ -23,11 +25,20 @@ readonly kPlot=uplot
 readonly kPlotVersion=1.6.32
 readonly kPlotSha256=4b8a8191e425658e3ea8c8c1314b0fc679c861ee3a1af2b20c7b16ba50b5133d
 
+# The pages name fonts of many systems; here one of them has to be there.
+readonly font=/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf
+pictures='' writer=''
 case ${1-} in
-  '') pictures= ;;
+  '') ;;
   --pictures) pictures=$PWD/docs/pictures ;;
-  *) die "there is no '$1'; browser_tests.sh [--pictures]" ;;
+  --where-there-is-one) writer=${2:?the program that writes the pages} ;;
+  *) die "there is no '$1'; browser_tests.sh [--pictures | --where-there-is-one WRITE_PAGES]" ;;
 esac
+
+leave_out() {
+  say "left out: $1; without --where-there-is-one it is installed"
+  exit 77
+}
 
 provide_browser() {
   if [ -n "${BROWSER-}" ]; then
@@ -47,8 +58,7 @@ provide() {
 provide_tools() {
   local missing=()
   command -v node >/dev/null || missing+=(nodejs)
-  # The pages name fonts of many systems; here one of them has to be there.
-  [ -e /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf ] || missing+=(fonts-dejavu-core)
+  [ -e "$font" ] || missing+=(fonts-dejavu-core)
   [ "${#missing[@]}" = 0 ] || install_packages "${missing[@]}"
   provide_browser
   mkdir -p .deps/browser
@@ -65,19 +75,26 @@ check_plot() {
   done
 }
 
-write_pages() {
+build_writer() {
+  writer=build/dev/tests/kit/write_pages
   cmake --preset dev >/dev/null
   cmake --build --preset dev --target write_pages >"$1.log" || die "cannot build: see $1.log"
-  rm -rf "$1"
-  mkdir -p "$1"
-  build/dev/tests/kit/write_pages "$1"
 }
 
-mkdir -p .deps
+mkdir -p .deps build
+if [ -n "$writer" ]; then
+  [ -n "${BROWSER-}" ] || command -v chromium >/dev/null || leave_out 'there is no chromium here'
+  command -v node >/dev/null || leave_out 'there is no node here'
+  [ -e "$font" ] || leave_out "there is no $font"
+  (provide_tools) || leave_out 'what drives a browser cannot be had'
+fi
 provide_tools
 check_plot
 readonly pages=$PWD/build/browser-pages
-write_pages "$pages"
+[ -n "$writer" ] || build_writer "$pages"
+rm -rf "$pages"
+mkdir -p "$pages"
+"$writer" "$pages"
 VORN_PAGES=$pages VORN_BROWSER=$BROWSER VORN_PICTURES=$pictures \
   VORN_DRIVER=$PWD/.deps/browser/$kDriver-$kDriverVersion \
   VORN_AXE=$PWD/.deps/browser/$kAxe-$kAxeVersion/axe.min.js \
