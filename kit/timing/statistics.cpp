@@ -80,6 +80,115 @@ Trend TakeTrendOut(std::span<const double> values) {
   return trend;
 }
 
+// Of Pettitt's test, "A Non-Parametric Approach to the Change-Point Problem", Applied Statistics 28
+// (1979): with
+//
+//     U(t) = 2 · (sum of the first t ranks) − t (n + 1)
+//
+// the largest |U(t)| of all t passes K without a change by a chance of 2 exp(−6 K² / (n³ + n²)) at
+// most. Ranks saturate, so that no wild value makes a step. Values that follow each other make
+// longer waves: K² is worth less by as much as the series is worth fewer values.
+struct Split {
+  size_t at = 0;  // 0: none
+  double size = 0;
+
+  [[nodiscard]] double Chance(double count, double inflation) const {
+    return 2 * std::exp(-6 * size * size / ((count * count * count + count * count) * inflation));
+  }
+};
+
+// The largest from `from` up to `to`.
+Split LargestSplit(std::span<const double> values, size_t from, size_t to) {
+  const std::vector<double> ranks = Ranks(values);
+  const auto count = static_cast<double>(values.size());
+  Split split;
+  double sum = 0;
+  for (size_t t = 1; t <= to; ++t) {
+    sum += ranks[t - 1];
+    const double size = std::abs(2 * sum - static_cast<double>(t) * (count + 1));
+    if (t >= from && size > split.size) split = {t, size};
+  }
+  return split;
+}
+
+class StepSearch {
+ public:
+  StepSearch(std::span<const double> values, double ratio) : values_(values), ratio_(ratio) {}
+
+  // Each place is looked for as if values did not follow each other, and however little it is: of a
+  // level between two others that are alike no single split shows much. Then each has to hold
+  // between its neighbours, with what all of them leave of that.
+  std::vector<size_t> Run(size_t most) {
+    Look(0, values_.size());
+    std::sort(steps_.begin(), steps_.end());
+    while (!steps_.empty()) {
+      const double inflation = VarianceInflation(Rest());
+      size_t weakest = 0;
+      double chance = -1;
+      for (size_t i = 0; i < steps_.size(); ++i) {
+        const double one = ChanceOf(i, inflation);
+        if (one <= chance) continue;
+        chance = one;
+        weakest = i;
+      }
+      if (chance <= kMostChance) break;
+      steps_.erase(steps_.begin() + static_cast<std::ptrdiff_t>(weakest));
+    }
+    steps_.resize(std::min(steps_.size(), most));
+    return std::move(steps_);
+  }
+
+ private:
+  static constexpr double kMostChance = 0.001;
+  static constexpr size_t kMostLooked = 32;
+
+  [[nodiscard]] bool IsApart(std::span<const double> part, size_t at) const {
+    const double before = Median(part.first(at));
+    const double behind = Median(part.subspan(at));
+    const double least = std::min(before, behind);
+    return least > 0 && std::max(before, behind) >= ratio_ * least;
+  }
+
+  void Look(size_t first, size_t count) {
+    if (steps_.size() == kMostLooked || count < 2 * kLeastForLevel) return;
+    const Split split =
+        LargestSplit(values_.subspan(first, count), kLeastForLevel, count - kLeastForLevel);
+    if (split.at == 0 || split.Chance(static_cast<double>(count), 1) > kMostChance) return;
+    steps_.push_back(first + split.at);
+    Look(first, split.at);
+    Look(first + split.at, count - split.at);
+  }
+
+  [[nodiscard]] size_t BeginOf(size_t level) const { return level == 0 ? 0 : steps_[level - 1]; }
+  [[nodiscard]] size_t EndOf(size_t level) const {
+    return level == steps_.size() ? values_.size() : steps_[level];
+  }
+
+  // The values without their levels.
+  [[nodiscard]] std::vector<double> Rest() const {
+    std::vector<double> rest = CopyOf(values_);
+    for (size_t level = 0; level <= steps_.size(); ++level) {
+      const size_t begin = BeginOf(level);
+      const double middle = Median(values_.subspan(begin, EndOf(level) - begin));
+      for (size_t i = begin; i < EndOf(level); ++i) rest[i] -= middle;
+    }
+    return rest;
+  }
+
+  // Between its neighbours; 1 where the levels beside it are no longer apart.
+  [[nodiscard]] double ChanceOf(size_t step, double inflation) const {
+    const size_t begin = BeginOf(step);
+    const auto part = values_.subspan(begin, EndOf(step + 1) - begin);
+    const size_t at = steps_[step] - begin;
+    if (!IsApart(part, at)) return 1;
+    return LargestSplit(part, at, at).Chance(static_cast<double>(part.size()), inflation);
+  }
+
+  std::span<const double> values_;
+  double ratio_;
+  std::vector<size_t> steps_;
+};
+
 // How much of the variance of being above the median is left without a straight trend of it.
 double ShareWithoutTrend(std::span<const double> values) {
   const double middle = Median(values);
@@ -141,6 +250,10 @@ std::optional<double> FindDrift(std::span<const double> values) {
   const double first = Median(values.first(values.size() / 3));
   if (first <= 0) return std::nullopt;
   return Median(values.last(values.size() / 3)) / first - 1;
+}
+
+std::vector<size_t> FindSteps(std::span<const double> values, double ratio, size_t most) {
+  return StepSearch(values, ratio).Run(most);
 }
 
 double Autocorrelation(std::span<const double> values) {

@@ -35,6 +35,14 @@ inline constexpr double kOutlierDeviations = 10;
 inline constexpr size_t kLeastForDrift = 12;
 [[nodiscard]] std::optional<double> FindDrift(std::span<const double> values);
 
+/// Places from which on the values stand at another level, rising: each splits the values between
+/// its neighbours so that chance, with neighbours as alike as these are, would do so once in a
+/// thousand times, and the medians of both sides differ by `ratio`, the larger by the smaller. No
+/// level is shorter than `kLeastForLevel` values. The first `most` of them.
+inline constexpr size_t kLeastForLevel = 10;
+[[nodiscard]] std::vector<size_t> FindSteps(std::span<const double> values, double ratio,
+                                            size_t most);
+
 /// How much a value tells of the next one, of `kLeastForAutocorrelation` values on: the
 /// autocorrelation of the ranks at a distance of one, corrected for what so few values show too
 /// little of it. 0 to 0.95; what is below 0 counts as 0.

@@ -104,6 +104,65 @@ TEST(FindDrift, SeldomSeesOneInNoise) {
   EXPECT_FALSE(FindDrift(Values(40, 7.0)));
 }
 
+// Logarithms of times that follow each other by `alike` and vary by `spread`; one in twenty is far
+// off.
+Values MadeTimes(size_t count, double alike, double spread, std::mt19937& random) {
+  std::normal_distribution<double> normal;
+  Values times;
+  double level = normal(random);
+  for (size_t i = 0; i < count; ++i) {
+    level = alike * level + std::sqrt(1 - alike * alike) * normal(random);
+    times.push_back(20000 * std::exp(spread * level) * (random() % 20 == 0 ? 3 : 1));
+  }
+  return times;
+}
+
+TEST(FindSteps, FindsThePlacesWhereTheLevelChanges) {
+  std::mt19937 random(11);
+  Values times = MadeTimes(199, 0, 0.05, random);
+  for (size_t i = 120; i < times.size(); ++i) times[i] *= 1.6;
+  auto steps = FindSteps(times, 1.1, 8);
+  ASSERT_EQ(steps.size(), 1U);
+  EXPECT_NEAR(static_cast<double>(steps[0]), 120, 2);
+  // And back again, between values that follow each other.
+  times = MadeTimes(300, 0.4, 0.05, random);
+  for (size_t i = 100; i < 180; ++i) times[i] *= 1.6;
+  steps = FindSteps(times, 1.1, 8);
+  ASSERT_EQ(steps.size(), 2U);
+  EXPECT_NEAR(static_cast<double>(steps[0]), 100, 3);
+  EXPECT_NEAR(static_cast<double>(steps[1]), 180, 3);
+  EXPECT_EQ(FindSteps(times, 1.1, 1).size(), 1U);
+}
+
+TEST(FindSteps, LeavesOutWhatIsTooSmallOrTooShort) {
+  std::mt19937 random(12);
+  Values times = MadeTimes(200, 0, 0.01, random);
+  for (size_t i = 100; i < times.size(); ++i) times[i] *= 1.05;
+  EXPECT_THAT(FindSteps(times, 1.1, 8), IsEmpty());
+  EXPECT_THAT(FindSteps(times, 1.03, 8), testing::SizeIs(1));
+  times = MadeTimes(200, 0, 0.01, random);
+  for (size_t i = 196; i < times.size(); ++i) times[i] *= 2;
+  EXPECT_THAT(FindSteps(times, 1.1, 8), IsEmpty());
+  EXPECT_THAT(FindSteps(Values{}, 1.1, 8), IsEmpty());
+  EXPECT_THAT(FindSteps(Values(500, 7.0), 1.1, 8), IsEmpty());
+}
+
+// Of values as they come from a machine, whatever they follow.
+TEST(FindSteps, SeldomFindsOneInNoise) {
+  std::mt19937 random(13);
+  for (const double alike : {0.0, 0.5, 0.8}) {
+    for (const double spread : {0.05, 0.3}) {
+      int found = 0;
+      constexpr int kRounds = 500;
+      for (int round = 0; round < kRounds; ++round) {
+        found += FindSteps(MadeTimes(199, alike, spread, random), 1.1, 8).empty() ? 0 : 1;
+      }
+      RecordProperty("of " + std::to_string(alike) + " " + std::to_string(spread), found);
+      EXPECT_LE(found, kRounds / 50) << alike << ", " << spread;
+    }
+  }
+}
+
 TEST(Autocorrelation, FindsWhatASeriesWasMadeWith) {
   std::mt19937 random(3);
   std::normal_distribution<double> normal;
