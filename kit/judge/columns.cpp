@@ -23,6 +23,8 @@ double Shortened(double value) {
 // Of a sample that could not be measured nothing is known, which is worse than any difference.
 bool IsWorse(const SampleSketch& one, const SampleSketch& other) {
   if (one.isRight != other.isRight) return !one.isRight;
+  // The measures leave out what is no number, and so would tell little of it.
+  if (one.notFinite != other.notFinite) return one.notFinite > other.notFinite;
   if (std::isnan(one.rmse) || std::isnan(other.rmse)) {
     return std::isnan(one.rmse) && !std::isnan(other.rmse);
   }
@@ -62,6 +64,11 @@ Json ColumnsJson(const std::vector<SampleSketch>& samples, size_t mostRows) {
   }
   set("isRight", [](const SampleSketch& row) { return Json(row.isRight ? 1 : 0); });
   set("outside", [](const SampleSketch& row) { return Json(row.outside); });
+  const bool isAnyNotFinite = std::any_of(
+      rows.begin(), rows.end(), [](const SampleSketch* row) { return row->notFinite > 0; });
+  if (isAnyNotFinite) {
+    set("notFinite", [](const SampleSketch& row) { return Json(row.notFinite); });
+  }
   set("maxAbs", [](const SampleSketch& row) { return Json(Shortened(row.maxAbs)); });
   set("rmse", [](const SampleSketch& row) { return Json(Shortened(row.rmse)); });
   set("cosine", [](const SampleSketch& row) { return Json(Shortened(row.cosine)); });

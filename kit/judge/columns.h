@@ -20,7 +20,7 @@ inline constexpr size_t kMostRows = 10000;
 
 /// "columns" of verdict.json. With more samples than `mostRows` a row stands for several that
 /// follow each other, and is the worst of them: one that is not right before one that is, then the
-/// one with the greatest RMSE.
+/// one with the most elements that are wrong by a NaN or an infinity, then with the greatest RMSE.
 [[nodiscard]] Json ColumnsJson(const std::vector<SampleSketch>& samples, size_t mostRows);
 
 /// "pairs" of the agreement: [expected class, actual class, items], the most items first, and at

@@ -599,16 +599,24 @@ class Judging {
            std::to_string(census.actualInfinite) + " infinities)";
   }
 
+  static uint64_t WrongByNan(const Census& census, const Tolerance& tolerance) {
+    const uint64_t onBoth = census.actualNan - census.onlyActualNan;
+    return census.onlyActualNan + census.onlyExpectedNan + (tolerance.isNanExpected ? 0 : onBoth);
+  }
+
   void Note(size_t pair, const CensusTaker& taker, const TopAgreement& agreement,
             std::optional<double> overFloor, OutputState& state) {
     OutputVerdict& verdict = state.verdict;
     const uint64_t sample = SampleOf(pair);
     const Census& census = taker.Result();
     auto broken = BrokenRules(verdict.rules, census, agreement, overFloor);
+    const uint64_t nan = WrongByNan(census, verdict.rules.tolerance.tolerance);
+    const uint64_t infinite =
+        census.onlyActualInfinite + census.onlyExpectedInfinite + census.oppositeInfinite;
     if (census.finite > 0 || !broken.empty()) {
       verdict.samples.push_back({sample, broken.empty(), census.outside,
                                  census.finite > 0 ? census.maxAbs : NAN, census.Rmse(),
-                                 census.Cosine(), ExpectedSampleOf(pair)});
+                                 census.Cosine(), ExpectedSampleOf(pair), nan + infinite});
     } else {
       verdict.notJudged.push_back({sample, {NothingFinite(census)}});
     }
@@ -629,7 +637,7 @@ class Judging {
       }
       return;
     }
-    verdict.wrong.push_back({sample, std::move(broken)});
+    verdict.wrong.push_back({sample, std::move(broken), false, nan, infinite});
     state.wrongSamples.push_back(sample);
   }
 

@@ -25,6 +25,8 @@ void TopAgreement::Merge(const TopAgreement& other) {
   items += other.items;
   top1 += other.top1;
   top5 += other.top5;
+  tied1 += other.tied1;
+  tied5 += other.tied5;
   pairsLeftOut += other.pairsLeftOut;
   for (const auto& [pair, count] : other.pairs) TakePair(pair, count);
 }
@@ -43,25 +45,42 @@ void TopAgreement::TakePair(const std::pair<uint64_t, uint64_t>& pair, uint64_t 
 void TopAgreementTaker::Take(std::span<const float> actual, std::span<const float> expected) {
   for (size_t i = 0; i < actual.size(); ++i) {
     actual_.Take(actual[i], at_);
-    expected_.Take(expected[i], at_);
+    TakeExpected(actual[i], expected[i]);
     sum_ += static_cast<double>(expected[i]);
     isAnyNegative_ = isAnyNegative_ || expected[i] < 0;
     if (++at_ == classes_) EndItem();
   }
 }
 
+void TopAgreementTaker::TakeExpected(float actual, float expected) {
+  if (std::isnan(expected)) return;
+  if (!isAnyExpected_ || expected > mostExpected_) {
+    isAnyExpected_ = true;
+    mostExpected_ = expected;
+    expectedClass_ = at_;
+    actualThere_ = actual;
+  } else if (expected == mostExpected_) {
+    actualThere_ = std::fmax(actualThere_, actual);  // a number before a NaN
+  }
+}
+
 void TopAgreementTaker::EndItem() {
   constexpr double kSlack = 0.01;
-  if (!isAnyNegative_ && std::abs(sum_ - 1) <= kSlack && expected_.Count() > 0) {
+  if (!isAnyNegative_ && std::abs(sum_ - 1) <= kSlack && isAnyExpected_) {
     ++agreement_.items;
     if (actual_.Count() > 0) {
-      agreement_.top1 += actual_.Index(0) == expected_.Index(0) ? 1 : 0;
-      agreement_.top5 += actual_.Holds(expected_.Index(0)) ? 1 : 0;
-      agreement_.TakePair({expected_.Index(0), actual_.Index(0)}, 1);
+      const bool isFirst = actual_.Index(0) == expectedClass_;
+      const bool isHeld = actual_.Holds(expectedClass_);
+      const bool isTied = !isFirst && actualThere_ == actual_.Value(0);
+      agreement_.top1 += isFirst ? 1 : 0;
+      agreement_.top5 += isHeld ? 1 : 0;
+      agreement_.tied1 += isTied ? 1 : 0;
+      agreement_.tied5 += !isHeld && actualThere_ >= actual_.Value(actual_.Count() - 1) ? 1 : 0;
+      if (!isTied) agreement_.TakePair({expectedClass_, actual_.Index(0)}, 1);
     }
   }
   actual_ = {};
-  expected_ = {};
+  isAnyExpected_ = false;
   at_ = 0;
   sum_ = 0;
   isAnyNegative_ = false;

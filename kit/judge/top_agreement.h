@@ -20,6 +20,7 @@ class TopFive {
   void Take(float value, uint64_t index);
   [[nodiscard]] size_t Count() const { return count_; }
   [[nodiscard]] uint64_t Index(size_t rank) const { return indices_[rank]; }
+  [[nodiscard]] float Value(size_t rank) const { return values_[rank]; }
   [[nodiscard]] bool Holds(uint64_t index) const;
 
  private:
@@ -29,13 +30,17 @@ class TopFive {
 };
 
 /// Counted over items whose expected values are probabilities: none below 0, their sum 1 to a
-/// hundredth.
+/// hundredth. Of equal values the first counts as greatest. Devices that compute in few bits give
+/// many equal ones; where that alone decides, an item is told apart, but does not agree: else an
+/// output of one value throughout would name every class.
 struct TopAgreement {
   uint64_t items = 0;
-  uint64_t top1 = 0;  ///< both have their greatest at one place
-  uint64_t top5 = 0;  ///< the expected greatest is among the actual five greatest
-  /// Items by the expected and the actual class that is greatest, of kMostPairs pairs at most, and
-  /// the items of all others.
+  uint64_t top1 = 0;   ///< both have their greatest at one place
+  uint64_t top5 = 0;   ///< the expected greatest is among the actual five greatest
+  uint64_t tied1 = 0;  ///< not so, but they would if equal values stood in another order
+  uint64_t tied5 = 0;  ///< likewise
+  /// Items by the expected and the actual class that is greatest, without those of tied1, of
+  /// kMostPairs pairs at most, and the items of all others.
   std::map<std::pair<uint64_t, uint64_t>, uint64_t> pairs{};
   uint64_t pairsLeftOut = 0;
 
@@ -57,12 +62,18 @@ class TopAgreementTaker {
   [[nodiscard]] const TopAgreement& Result() const { return agreement_; }
 
  private:
+  void TakeExpected(float actual, float expected);
   void EndItem();
 
   uint64_t classes_;
   uint64_t at_ = 0;
   TopFive actual_;
-  TopFive expected_;
+  // The greatest that is expected, the first place that has it, and the greatest actual value of
+  // all places that have it.
+  float mostExpected_ = 0;
+  uint64_t expectedClass_ = 0;
+  float actualThere_ = 0;
+  bool isAnyExpected_ = false;
   double sum_ = 0;
   bool isAnyNegative_ = false;
   TopAgreement agreement_;

@@ -250,8 +250,11 @@ Json JsonOf(const Spread& spread) {
 Json JsonOf(const std::vector<SampleFault>& faults) {
   Json array = Json::Array();
   for (size_t i = 0; i < std::min(faults.size(), kMostSamplesTold); ++i) {
-    array.Append(Json::Object(
-        {{"sample", faults[i].sample}, {"reasons", Json::ArrayOf(faults[i].reasons)}}));
+    Json fault =
+        Json::Object({{"sample", faults[i].sample}, {"reasons", Json::ArrayOf(faults[i].reasons)}});
+    if (faults[i].nan > 0) fault.Set("nan", faults[i].nan);
+    if (faults[i].infinite > 0) fault.Set("infinite", faults[i].infinite);
+    array.Append(std::move(fault));
   }
   return array;
 }
@@ -313,6 +316,8 @@ Json OutputJson(const OutputVerdict& output, size_t mostRows) {
     json.Set("agreement", Json::Object({{"items", output.agreement.items},
                                         {"top1", output.agreement.top1},
                                         {"top5", output.agreement.top5},
+                                        {"tied1", output.agreement.tied1},
+                                        {"tied5", output.agreement.tied5},
                                         {"pairs", std::move(pairs)},
                                         {"pairsLeftOut", leftOut}}));
   }

@@ -27,6 +27,7 @@ struct SampleSketch {
   double rmse = 0;
   double cosine = 0;
   uint64_t expectedSample = 0;  ///< its number on the expected side, of a stacked source its place
+  uint64_t notFinite = 0;       ///< elements that are wrong by a NaN or an infinity
 };
 
 /// A sample of an output that is wrong, or that could not be judged.
@@ -34,6 +35,8 @@ struct SampleFault {
   uint64_t sample = 0;
   std::vector<std::string> reasons;
   bool isUnreadable = false;  ///< a file of it is damaged, or cannot be read
+  uint64_t nan = 0;           ///< elements that are wrong by a NaN on either side
+  uint64_t infinite = 0;      ///< and by an infinity
 };
 
 struct WorstElement {

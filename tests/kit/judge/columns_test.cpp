@@ -49,6 +49,16 @@ TEST(ColumnsJson, TellsSamplesThatHaveAnotherNumberOnTheExpectedSide) {
   EXPECT_EQ(ToText(ColumnsJson({moved}, 10).At("expectedSample")), "[9]");
 }
 
+// Its finite elements may be right to the bit, so that no measure tells of it.
+TEST(ColumnsJson, TakesASampleWithNanForTheWorst) {
+  SampleSketch nan = Sketch(1, false, 0);
+  EXPECT_EQ(ColumnsJson({nan}, 10).Find("notFinite"), nullptr);
+  nan.notFinite = 2;
+  const Json columns = ColumnsJson({Sketch(0, false, 9), nan}, 1);
+  EXPECT_EQ(Samples(columns), (std::vector<uint64_t>{1}));
+  EXPECT_EQ(ToText(columns.At("notFinite")), "[2]");
+}
+
 TEST(PairsJson, TellsTheMostFrequentPairs) {
   TopAgreement agreement;
   for (uint64_t i = 0; i < kMostPairsTold + 3; ++i) agreement.TakePair({i, i + 1}, i + 1);

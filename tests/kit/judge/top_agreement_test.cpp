@@ -56,6 +56,31 @@ TEST(TopAgreement, CountsItemsOfProbabilities) {
   EXPECT_EQ(Take({NAN, NAN}, {1, 0}, 2).top1, 0U);
 }
 
+// An int8 output has many equal values, of which none comes first.
+TEST(TopAgreement, TellsItemsApartThatEqualValuesDecide) {
+  const TopAgreement actual = Take({0.5F, 0.5F, 0}, {0.4F, 0.6F, 0}, 3);
+  EXPECT_EQ(actual.top1, 0U);
+  EXPECT_EQ(actual.tied1, 1U);
+  EXPECT_TRUE(actual.pairs.empty());
+  const TopAgreement expected = Take({0.4F, 0.6F, 0}, {0.5F, 0.5F, 0}, 3);
+  EXPECT_EQ(expected.tied1, 1U);
+  const TopAgreement other = Take({0.2F, 0.2F, 0.6F}, {0.5F, 0.5F, 0}, 3);
+  EXPECT_EQ(other.tied1, 0U);
+  EXPECT_EQ(other.pairs.size(), 1U);
+  // Nothing agrees with an output of one value throughout but what the order has it.
+  const TopAgreement constant = Take({0, 0, 0}, {0, 0, 1}, 3);
+  EXPECT_EQ(constant.top1, 0U);
+  EXPECT_EQ(constant.tied1, 1U);
+  const Values last{0, 0, 0, 0, 0, 0, 1};
+  EXPECT_EQ(Take({1, 0, 0, 0, 0, 0, 0}, last, 7).top5, 0U);
+  EXPECT_EQ(Take({1, 0, 0, 0, 0, 0, 0}, last, 7).tied5, 1U);
+  EXPECT_EQ(Take({1, 0.5F, 0.5F, 0.5F, 0.5F, 0, 0}, last, 7).tied5, 0U);
+  // A NaN is as great as nothing.
+  EXPECT_EQ(Take({NAN, 0.5F, 0.4F}, {0.5F, 0.5F, 0}, 3).tied1, 1U);
+  EXPECT_EQ(Take({NAN, 0.5F, 0.5F}, {1, 0, 0}, 3).tied1, 0U);
+  EXPECT_EQ(Take({NAN, 0.5F, 0.5F}, {1, 0, 0}, 3).tied5, 0U);
+}
+
 TEST(TopAgreement, CountsPairsOfClasses) {
   TopAgreement both = Take({0.1F, 0.9F, 0, 0.6F, 0.4F, 0}, {0.2F, 0.8F, 0, 0.4F, 0.6F, 0}, 3);
   using Pairs = std::map<std::pair<uint64_t, uint64_t>, uint64_t>;
