@@ -45,12 +45,16 @@ std::string SizeOf(uint32_t width, uint32_t height) {
   return std::to_string(width) + "x" + std::to_string(height);
 }
 
+bool IsResized(uint32_t width, uint32_t height) {
+  return width > 0 && height > 0 && std::max(width, height) <= kMostSide &&
+         uint64_t{width} * height <= kMostPixels;
+}
+
 void CheckSizes(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule) {
   for (const auto& [w, h] : {std::pair(picture.width, picture.height), std::pair(width, height)}) {
-    if (w == 0 || h == 0 || w > kMostSide || h > kMostSide || uint64_t{w} * h > kMostPixels) {
-      RefuseResize(rule, "a size of " + SizeOf(w, h) + " is not resized; sides are 1 to " +
-                             std::to_string(kMostSide));
-    }
+    if (IsResized(w, h)) continue;
+    RefuseResize(rule, "a size of " + SizeOf(w, h) + " is not resized; sides are 1 to " +
+                           std::to_string(kMostSide));
   }
 }
 
@@ -65,6 +69,34 @@ void CheckBox(const Picture& picture, const ResizeBox& box, ResizeRule rule) {
                            std::to_string(box.bottom) + ") is empty or not inside of " +
                            SizeOf(picture.width, picture.height));
   }
+}
+
+// Rows that stay as they are.
+class SameRows final : public RowResizer {
+ public:
+  SameRows(const RowResize& resize, TakeRow take)
+      : take_(std::move(take)),
+        window_(resize.window),
+        values_(size_t{resize.width} * resize.channels),
+        firstValue_(size_t{window_.left} * resize.channels) {}
+
+  void Add(const uint8_t* rows, uint32_t count) override {
+    for (const uint32_t end = next_ + count; next_ < end; ++next_, rows += values_) {
+      if (next_ < window_.top || next_ - window_.top >= window_.height) continue;
+      take_(next_ - window_.top, rows + firstValue_);
+    }
+  }
+
+ private:
+  TakeRow take_;
+  PixelWindow window_;
+  size_t values_;
+  size_t firstValue_;
+  uint32_t next_ = 0;
+};
+
+bool IsInside(uint32_t begin, uint32_t size, uint32_t all) {
+  return size > 0 && size <= all && begin <= all - size;
 }
 
 }  // namespace
@@ -123,6 +155,21 @@ Picture Resize(const Picture& picture, uint32_t width, uint32_t height, ResizeRu
   const ResizeBox whole{0, 0, static_cast<float>(picture.width),
                         static_cast<float>(picture.height)};
   return ResizeAsPillow(picture, width, height, rule, box.value_or(whole));
+}
+
+std::unique_ptr<RowResizer> MakeRowResizer(const RowResize& resize, TakeRow take) {
+  const PixelWindow& window = resize.window;
+  const bool isTaken = (resize.channels == 1 || resize.channels == 3) &&
+                       IsResized(resize.width, resize.height) &&
+                       IsResized(resize.newWidth, resize.newHeight) &&
+                       IsInside(window.left, window.width, resize.newWidth) &&
+                       IsInside(window.top, window.height, resize.newHeight);
+  if (!isTaken) return nullptr;
+  if (resize.width == resize.newWidth && resize.height == resize.newHeight) {
+    return std::make_unique<SameRows>(resize, std::move(take));
+  }
+  return EntryOf(resize.rule).isOpencv ? MakeOpencvRows(resize, std::move(take))
+                                       : MakePillowRows(resize, std::move(take));
 }
 
 }  // namespace vorn::kit

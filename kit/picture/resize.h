@@ -6,6 +6,8 @@
 #define VORN_KIT_PICTURE_RESIZE_H_
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,6 +57,43 @@ struct ResizeBox {
 /// or not inside of the picture, or given for a rule of OpenCV, which has none.
 [[nodiscard]] Picture Resize(const Picture& picture, uint32_t width, uint32_t height,
                              ResizeRule rule, const std::optional<ResizeBox>& box = {});
+
+/// A part of a picture, in whole pixels.
+struct PixelWindow {
+  uint32_t left = 0;
+  uint32_t top = 0;
+  uint32_t width = 0;
+  uint32_t height = 0;
+};
+
+/// A picture of uint8 that becomes another one, of which the window is wanted.
+struct RowResize {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t channels = 0;
+  uint32_t newWidth = 0;
+  uint32_t newHeight = 0;
+  ResizeRule rule = ResizeRule::kPilBilinear;
+  PixelWindow window;
+};
+
+/// Is given each row of the window once it is finished, from the top: its number in the window, and
+/// its values, which are gone afterwards.
+using TakeRow = std::function<void(uint32_t y, const uint8_t* values)>;
+
+/// A picture on its way to another size, row by row, so that all of it need not be there at once.
+class RowResizer {
+ public:
+  virtual ~RowResizer() = default;
+
+  /// The next rows of the picture from the top, without anything between them. Behind the last one
+  /// all of the window is taken.
+  virtual void Add(const uint8_t* rows, uint32_t count) = 0;
+};
+
+/// One that gives to `take` what Resize gives, the window of it. Null where that cannot be done row
+/// by row: for some rules, with alpha, and where Resize or the window is refused.
+[[nodiscard]] std::unique_ptr<RowResizer> MakeRowResizer(const RowResize& resize, TakeRow take);
 
 }  // namespace vorn::kit
 

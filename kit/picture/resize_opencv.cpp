@@ -14,6 +14,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -257,19 +258,20 @@ struct FastPart {
 };
 
 template <typename Value, uint32_t kTaps>
-FastPart<Value, kTaps> FastPartOf(const Picture& picture,
-                                  const std::vector<Neighbours<WorkOf<Value>>>& columns,
+FastPart<Value, kTaps> FastPartOf(size_t rowValues, uint32_t channels,
+                                  std::span<const Neighbours<WorkOf<Value>>> columns,
                                   Instructions instructions) {
 #ifdef __x86_64__
   if constexpr (std::is_same_v<Value, uint8_t> && kTaps == 2) {
-    if (instructions < Instructions::kAvx2 || picture.channels != 3) return {};
+    if (instructions < Instructions::kAvx2 || channels != 3) return {};
     const auto end = std::partition_point(columns.begin(), columns.end(), [&](const auto& output) {
-      return size_t{output.places[0]} * 3 + 8 <= picture.RowBytes();
+      return size_t{output.places[0]} * 3 + 8 <= rowValues;
     });
     return {ResizeThreesWithAvx2, static_cast<size_t>(end - columns.begin())};
   }
 #endif
-  (void)picture;
+  (void)rowValues;
+  (void)channels;
   (void)columns;
   (void)instructions;
   return {};
@@ -363,65 +365,117 @@ void MixCubic(const WorkOf<Value>* const* rows, const WorkOf<Value>* weights, si
   }
 }
 
-// Rows at the new width, the last few of them kept: neighbours are asked for in order.
+// How a picture becomes another one, of which the window is wanted.
+struct Steps {
+  uint32_t width;
+  uint32_t height;
+  uint32_t channels;
+  uint32_t newWidth;
+  uint32_t newHeight;
+  PixelWindow window;
+  Interpolation interpolation;
+  Instructions instructions;
+};
+
+// Rows as they come, the last few of those that are needed kept at the new width.
 template <typename Value, uint32_t kTaps>
-class NarrowedRows {
+class InterpolatedRows {
  public:
+  using Work = WorkOf<Value>;
   using Between = BetweenOf<Value, kTaps>;
 
-  NarrowedRows(const Picture& picture, const std::vector<Neighbours<WorkOf<Value>>>& columns,
-               Instructions instructions)
-      : picture_(picture),
-        columns_(columns),
-        resizeRow_(RowFunctionOf<Value, kTaps>(picture.channels)),
-        fast_(FastPartOf<Value, kTaps>(picture, columns, instructions)) {
+  explicit InterpolatedRows(const Steps& steps)
+      : steps_(steps),
+        columns_(TapsOf<Work>(steps.width, steps.newWidth, steps.interpolation, true)),
+        rows_(TapsOf<Work>(steps.height, steps.newHeight, steps.interpolation, false)),
+        taken_(std::span(columns_).subspan(steps.window.left, steps.window.width)),
+        resizeRow_(RowFunctionOf<Value, kTaps>(steps.channels)),
+        fast_(FastPartOf<Value, kTaps>(RowValues(), steps.channels, taken_, steps.instructions)),
+        row_(Values()) {
     constexpr size_t kBeyond = 8;  // that the fast part may write
-    for (auto& row : rows_) row.resize(columns.size() * picture.channels + kBeyond);
-    std::fill_n(held_, kTaps, SIZE_MAX);
+    for (auto& row : kept_) row.resize(Values() + kBeyond);
   }
+  InterpolatedRows(const InterpolatedRows&) = delete;
+  InterpolatedRows& operator=(const InterpolatedRows&) = delete;
 
-  const Between* Row(size_t y) {
-    const size_t slot = y % kTaps;
-    if (held_[slot] != y) {
-      const Value* from = picture_.Row<Value>(static_cast<uint32_t>(y));
-      Between* to = rows_[slot].data();
-      if (fast_.outputs > 0) fast_.resize(from, columns_.first(fast_.outputs), to);
-      resizeRow_(from, columns_.subspan(fast_.outputs), to + fast_.outputs * picture_.channels);
-      held_[slot] = y;
+  // `take(y, values)` for each row of the window that is finished with these.
+  template <typename Take>
+  void Add(const Value* from, uint32_t count, const Take& take) {
+    for (const uint32_t end = next_ + count; next_ < end; ++next_, from += RowValues()) {
+      if (done_ == steps_.window.height) continue;
+      const auto* places = Taken().places;
+      // What a later one takes and this one does not is below all that this one takes.
+      if (next_ < places[0]) continue;
+      Narrow(from);
+      while (done_ < steps_.window.height && Taken().places[kTaps - 1] <= next_) Mix(take);
     }
-    return rows_[slot].data();
   }
 
  private:
-  const Picture& picture_;
-  std::span<const Neighbours<WorkOf<Value>>> columns_;
+  [[nodiscard]] size_t RowValues() const { return size_t{steps_.width} * steps_.channels; }
+  [[nodiscard]] size_t Values() const { return size_t{steps_.window.width} * steps_.channels; }
+  [[nodiscard]] const Neighbours<Work>& Taken() const { return rows_[steps_.window.top + done_]; }
+
+  void Narrow(const Value* from) {
+    Between* to = kept_[next_ % kTaps].data();
+    if (fast_.outputs > 0) fast_.resize(from, taken_.first(fast_.outputs), to);
+    resizeRow_(from, taken_.subspan(fast_.outputs), to + fast_.outputs * steps_.channels);
+  }
+
+  template <typename Take>
+  void Mix(const Take& take) {
+    const Neighbours<Work>& output = Taken();
+    const Between* rows[kTaps];
+    for (uint32_t i = 0; i < kTaps; ++i) rows[i] = kept_[output.places[i] % kTaps].data();
+    if constexpr (kTaps == 2) {
+      MixLinear<Value>(rows, output.weights, Values(), steps_.instructions, row_.data());
+    } else {
+      MixCubic<Value>(rows, output.weights, Values(), row_.data());
+    }
+    take(done_, row_.data());
+    ++done_;
+  }
+
+  Steps steps_;
+  std::vector<Neighbours<Work>> columns_;
+  std::vector<Neighbours<Work>> rows_;
+  std::span<const Neighbours<Work>> taken_;  // of the columns
   RowFunction<Value, kTaps> resizeRow_;
   FastPart<Value, kTaps> fast_;
-  std::vector<Between> rows_[kTaps];
-  size_t held_[kTaps];
+  std::vector<Value> row_;
+  std::vector<Between> kept_[kTaps];  // a row by the rest of its number
+  uint32_t next_ = 0;                 // row to come
+  uint32_t done_ = 0;                 // rows of the window
 };
 
 template <typename Value, uint32_t kTaps>
 Picture Interpolate(const Picture& picture, const Target& target, Interpolation interpolation) {
-  using Work = WorkOf<Value>;
-  const auto columns = TapsOf<Work>(picture.width, target.width, interpolation, true);
-  const auto rows = TapsOf<Work>(picture.height, target.height, interpolation, false);
   Picture resized =
       MakeUnclearedPicture(target.width, target.height, picture.channels, picture.type);
-  NarrowedRows<Value, kTaps> narrowed(picture, columns, target.instructions);
-  for (uint32_t y = 0; y < target.height; ++y) {
-    const BetweenOf<Value, kTaps>* taken[kTaps];
-    for (uint32_t i = 0; i < kTaps; ++i) {
-      taken[i] = narrowed.Row(rows[y].places[i]);
-    }
-    const Work* weights = rows[y].weights;
-    auto* to = resized.Row<Value>(y);
-    const size_t values = resized.RowValues();
-    if constexpr (kTaps == 2) MixLinear<Value>(taken, weights, values, target.instructions, to);
-    if constexpr (kTaps == 4) MixCubic<Value>(taken, weights, values, to);
-  }
+  InterpolatedRows<Value, kTaps> rows(Steps{picture.width,
+                                            picture.height,
+                                            picture.channels,
+                                            target.width,
+                                            target.height,
+                                            {0, 0, target.width, target.height},
+                                            interpolation,
+                                            target.instructions});
+  rows.Add(picture.Row<Value>(0), picture.height, [&](uint32_t y, const Value* row) {
+    std::copy_n(row, resized.RowValues(), resized.Row<Value>(y));
+  });
   return resized;
 }
+
+class LinearRows final : public RowResizer {
+ public:
+  LinearRows(const Steps& steps, TakeRow take) : rows_(steps), take_(std::move(take)) {}
+
+  void Add(const uint8_t* rows, uint32_t count) override { rows_.Add(rows, count, take_); }
+
+ private:
+  InterpolatedRows<uint8_t, 2> rows_;
+  TakeRow take_;
+};
 
 // ---- area
 
@@ -634,6 +688,17 @@ Picture ResizeValues(const Picture& picture, const Target& target, ResizeRule ru
 }
 
 }  // namespace
+
+std::unique_ptr<RowResizer> MakeOpencvRows(const RowResize& resize, TakeRow take,
+                                           Instructions instructions) {
+  const bool isHalf = resize.width == uint64_t{resize.newWidth} * 2 &&
+                      resize.height == uint64_t{resize.newHeight} * 2;
+  if (resize.rule != ResizeRule::kOpencvLinear || isHalf) return nullptr;
+  return std::make_unique<LinearRows>(
+      Steps{resize.width, resize.height, resize.channels, resize.newWidth, resize.newHeight,
+            resize.window, Interpolation::kLinear, instructions},
+      std::move(take));
+}
 
 Picture ResizeAsOpencv(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule,
                        Instructions instructions) {

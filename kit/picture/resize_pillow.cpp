@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <memory>
 #include <numbers>
 #include <optional>
 #include <type_traits>
@@ -88,6 +89,21 @@ struct Taps {
 
   [[nodiscard]] uint32_t First() const { return first.front(); }
   [[nodiscard]] uint32_t End() const { return first.back() + count.back(); }
+
+  // Of these outputs alone.
+  [[nodiscard]] Taps Part(uint32_t begin, uint32_t outputs) const {
+    const auto cut = [](const auto& all, size_t from, size_t many) {
+      const auto start = all.begin() + static_cast<std::ptrdiff_t>(from);
+      return std::decay_t<decltype(all)>(start, start + static_cast<std::ptrdiff_t>(many));
+    };
+    return {most, cut(first, begin, outputs), cut(count, begin, outputs),
+            cut(weights, begin * most, outputs * most)};
+  }
+
+  // From now on counted from another pixel.
+  void CountFrom(uint32_t pixel) {
+    for (uint32_t& place : first) place -= pixel;
+  }
 };
 
 Taps TapsOf(uint32_t inSize, float from, float to, uint32_t outSize, const Filter& filter) {
@@ -174,6 +190,14 @@ struct Rows {
   uint32_t count;
 
   [[nodiscard]] const Value* Row(size_t y) const { return first + y * values; }
+};
+
+// Up to 16 of them, and of each the values that are wanted.
+struct RowsOfBytes {
+  const uint8_t* first;
+  size_t stride;
+  size_t values;
+  size_t count;
 };
 
 // Of each output, `stride` of them.
@@ -538,8 +562,7 @@ VORN_AVX512 void TransposeDwords(__m512i* vectors) {
 }
 
 // Of up to 16 rows; those that are missing hold what the last one does.
-VORN_AVX512 void CutIntoFours(const uint8_t* from, size_t rowBytes, size_t rows, size_t channels,
-                              uint8_t* block) {
+VORN_AVX512 void CutIntoFours(const RowsOfBytes& rows, size_t channels, uint8_t* block) {
   const size_t taken = 16 / channels * channels;  // vectors of the block that 16 loads make
   alignas(64) uint8_t order[64];
   for (size_t i = 0; i < 64; ++i) {
@@ -548,12 +571,12 @@ VORN_AVX512 void CutIntoFours(const uint8_t* from, size_t rowBytes, size_t rows,
     order[i] = static_cast<uint8_t>((four * 4 + i % 4) * channels + channel);
   }
   const __m512i places = _mm512_load_si512(order);
-  for (size_t at = 0; at < rowBytes; at += taken * 4, block += taken * 64) {
-    const size_t left = rowBytes - at;
+  for (size_t at = 0; at < rows.values; at += taken * 4, block += taken * 64) {
+    const size_t left = rows.values - at;
     const __mmask64 isThere = left < 64 ? (uint64_t{1} << left) - 1 : ~uint64_t{0};
     __m512i vectors[16];
     for (size_t row = 0; row < 16; ++row) {
-      const uint8_t* bytes = from + std::min(row, rows - 1) * rowBytes + at;
+      const uint8_t* bytes = rows.first + std::min(row, rows.count - 1) * rows.stride + at;
       vectors[row] = _mm512_permutexvar_epi8(places, _mm512_maskz_loadu_epi8(isThere, bytes));
     }
     TransposeDwords(vectors);
@@ -702,28 +725,6 @@ void ResizeColumns(const Rows<typename Kind::Value>& from, uint32_t channels, co
   }
 }
 
-#ifdef __x86_64__
-// The same; false and nothing done where the weights are too large for it.
-bool ResizeColumnsByFours(const Rows<uint8_t>& from, uint32_t channels, const Taps& taps,
-                          uint32_t offset, Between<uint8_t>& to) {
-  const std::optional<FourTaps> fours = FourTapsOf(taps);
-  if (!fours) return false;
-  const auto addFours = AddFoursOf(channels);
-  const size_t values = taps.first.size() * channels;
-  const size_t count = to.size() / values;
-  // As much as the loads make, of which the last one may reach beyond the row.
-  std::vector<uint8_t> block((from.values / 4 + 2 * 16) * 64);
-  std::vector<uint8_t> resized(values * Bytes::kLanes);
-  for (size_t y = 0; y < count; y += Bytes::kLanes) {
-    const size_t rows = std::min(Bytes::kLanes, count - y);
-    CutIntoFours(from.Row(offset + y), from.values, rows, channels, block.data());
-    addFours(block.data(), *fours, resized.data());
-    Transpose(resized.data(), Bytes::kLanes, values, rows, to.data() + y * values, values);
-  }
-  return true;
-}
-#endif
-
 // `offset`: which row of the picture is the first of `from`.
 template <typename Kind>
 void ResizeRows(const Rows<typename Kind::Value>& from, const Taps& taps, uint32_t offset,
@@ -755,21 +756,6 @@ struct Plan {
 };
 
 template <typename Kind>
-void ChooseAndResizeColumns(const Rows<typename Kind::Value>& rows, const Plan& plan,
-                            const Taps& across, uint32_t offset,
-                            Between<typename Kind::Value>& to) {
-#ifdef __x86_64__
-  if constexpr (std::is_same_v<Kind, Bytes>) {
-    if (plan.instructions == Instructions::kAvx512 &&
-        ResizeColumnsByFours(rows, plan.channels, across, offset, to)) {
-      return;
-    }
-  }
-#endif
-  ResizeColumns<Kind>(rows, plan.channels, across, offset, LoopsOf<Kind>(plan.instructions), to);
-}
-
-template <typename Kind>
 void ResizeValues(const typename Kind::Value* from, const Plan& plan, typename Kind::Value* to) {
   using Value = typename Kind::Value;
   Rows<Value> rows{from, size_t{plan.width} * plan.channels, plan.height};
@@ -786,7 +772,8 @@ void ResizeValues(const typename Kind::Value* from, const Plan& plan, typename K
     }
     const size_t values = size_t{plan.newWidth} * plan.channels;
     between.resize(values * rows.count);
-    ChooseAndResizeColumns<Kind>(rows, plan, across, offset, between);
+    ResizeColumns<Kind>(rows, plan.channels, across, offset, LoopsOf<Kind>(plan.instructions),
+                        between);
     rows.first = between.data();
     rows.values = values;
   }
@@ -797,10 +784,164 @@ void ResizeValues(const typename Kind::Value* from, const Plan& plan, typename K
   }
 }
 
-template <typename Kind>
-void ResizePixels(const Picture& picture, const Plan& plan, Picture& resized) {
-  using Value = typename Kind::Value;
-  ResizeValues<Kind>(picture.Row<Value>(0), plan, resized.Row<Value>(0));
+// Columns of rows of bytes, 16 rows at a time.
+class ByteColumns {
+ public:
+  // `across`: of the outputs that are wanted.
+  ByteColumns(Taps across, uint32_t channels, Instructions instructions)
+      : taps_(std::move(across)), channels_(channels), loops_(LoopsOf<Bytes>(instructions)) {
+    firstValue_ = size_t{taps_.First()} * channels;
+    taps_.CountFrom(taps_.First());
+    values_ = size_t{taps_.End()} * channels;
+    resized_.resize(taps_.first.size() * channels * Bytes::kLanes);
+#ifdef __x86_64__
+    if (instructions == Instructions::kAvx512) fours_ = FourTapsOf(taps_);
+    if (fours_) {
+      // As much as the loads make, of which the last one may reach beyond the row.
+      block_.resize((values_ / 4 + 2 * 16) * 64);
+      return;
+    }
+#endif
+    weights_ = loops_.weights(taps_);
+    block_.resize(values_ * Bytes::kLanes);
+  }
+
+  // Of `count` rows, 16 at most, `stride` from one to the next.
+  void Resize(const uint8_t* rows, size_t stride, size_t count, uint8_t* to) {
+    rows += firstValue_;
+#ifdef __x86_64__
+    if (fours_) {
+      CutIntoFours({rows, stride, values_, count}, channels_, block_.data());
+      AddFoursOf(channels_)(block_.data(), *fours_, resized_.data());
+    } else
+#endif
+    {
+      Transpose(rows, stride, count, values_, block_.data(), Bytes::kLanes);
+      loops_.columns(block_.data(), channels_, taps_, weights_, resized_.data());
+    }
+    const size_t values = taps_.first.size() * channels_;
+    Transpose(resized_.data(), Bytes::kLanes, values, count, to, values);
+  }
+
+ private:
+  Taps taps_;
+  uint32_t channels_;
+  Loops<Bytes> loops_;
+  size_t firstValue_ = 0;  // of a row
+  size_t values_ = 0;      // of a row that are taken, from there on
+  Weights<Bytes> weights_{};
+#ifdef __x86_64__
+  std::optional<FourTaps> fours_;
+#endif
+  Between<uint8_t> block_;
+  Between<uint8_t> resized_;
+};
+
+// Rows of bytes as they come. What rows below still need stays at the new width, and no more.
+class PillowRows final : public RowResizer {
+ public:
+  PillowRows(const Plan& plan, const PixelWindow& window, TakeRow take)
+      : take_(std::move(take)),
+        stride_(size_t{plan.width} * plan.channels),
+        values_(size_t{window.width} * plan.channels),
+        firstValue_(size_t{window.left} * plan.channels),
+        first_(window.top),
+        end_(window.top + window.height) {
+    if (plan.NeedsColumns()) {
+      const Taps across =
+          TapsOf(plan.width, plan.box.left, plan.box.right, plan.newWidth, plan.filter);
+      columns_.emplace(across.Part(window.left, window.width), plan.channels, plan.instructions);
+    }
+    if (plan.NeedsRows()) {
+      const Taps down =
+          TapsOf(plan.height, plan.box.top, plan.box.bottom, plan.newHeight, plan.filter);
+      down_ = down.Part(window.top, window.height);
+      first_ = down_->First();
+      end_ = down_->End();
+      loops_ = LoopsOf<Bytes>(plan.instructions);
+      weights_ = loops_.weights(*down_);
+    }
+    keptFrom_ = narrowed_ = first_;
+    kept_.resize(values_ * Room());
+    row_.resize(values_);
+  }
+
+  void Add(const uint8_t* rows, uint32_t count) override {
+    uint32_t y = std::max(next_, first_);
+    const uint32_t end = std::min(next_ + count, end_);
+    const uint8_t* from = rows + (y - next_) * stride_;
+    next_ += count;
+    while (y < end) {
+      const auto many = static_cast<uint32_t>(std::min<size_t>(Bytes::kLanes, end - y));
+      Narrow(from, many);
+      TakeFinished();
+      y += many;
+      from += many * stride_;
+    }
+  }
+
+ private:
+  // Rows that are kept at most: moving them up is seldom.
+  [[nodiscard]] size_t Room() const { return (down_ ? down_->most : 0) + 4 * Bytes::kLanes; }
+
+  // The next ones, to behind those that are kept.
+  void Narrow(const uint8_t* from, uint32_t count) {
+    if (narrowed_ + count - keptFrom_ > Room()) {
+      const uint32_t needed = down_ ? std::min(down_->first[done_], narrowed_) : narrowed_;
+      uint8_t* const kept = kept_.data();
+      std::copy(kept + (needed - keptFrom_) * values_, kept + (narrowed_ - keptFrom_) * values_,
+                kept);
+      keptFrom_ = needed;
+    }
+    uint8_t* to = kept_.data() + (narrowed_ - keptFrom_) * values_;
+    narrowed_ += count;
+    if (columns_) return columns_->Resize(from, stride_, count, to);
+    for (uint32_t i = 0; i < count; ++i, to += values_) {
+      std::copy_n(from + i * stride_ + firstValue_, values_, to);
+    }
+  }
+
+  void TakeFinished() {
+    if (!down_) {
+      const uint32_t rows = narrowed_ - first_;
+      for (; done_ < rows; ++done_) take_(done_, KeptRow(first_ + done_));
+      return;
+    }
+    while (done_ < down_->first.size() && down_->first[done_] + down_->count[done_] <= narrowed_) {
+      loops_.row(KeptRow(down_->first[done_]), values_, down_->count[done_],
+                 weights_.values.data() + done_ * weights_.stride, row_.data());
+      take_(done_, row_.data());
+      ++done_;
+    }
+  }
+
+  [[nodiscard]] const uint8_t* KeptRow(uint32_t y) const {
+    return kept_.data() + (y - keptFrom_) * values_;
+  }
+
+  TakeRow take_;
+  size_t stride_;      // of the rows that come
+  size_t values_;      // of a row at the new width
+  size_t firstValue_;  // of a row whose width stays
+  uint32_t first_;     // row that is taken of those that come
+  uint32_t end_;
+  uint32_t next_ = 0;      // row to come
+  uint32_t narrowed_ = 0;  // the row behind those that are kept
+  uint32_t keptFrom_ = 0;
+  uint32_t done_ = 0;  // rows of the result
+  std::optional<ByteColumns> columns_;
+  std::optional<Taps> down_;
+  Loops<Bytes> loops_{};
+  Weights<Bytes> weights_{};
+  Between<uint8_t> kept_;
+  Between<uint8_t> row_;
+};
+
+void ResizeBytes(const Picture& picture, const Plan& plan, Picture& resized) {
+  PillowRows rows(plan, {0, 0, plan.newWidth, plan.newHeight}, [&](uint32_t y, const uint8_t* row) {
+    std::copy_n(row, resized.RowValues(), resized.Row<uint8_t>(y));
+  });
+  rows.Add(picture.Row<uint8_t>(0), picture.height);
 }
 
 // By way of mode "I".
@@ -870,6 +1011,20 @@ Picture TakeNearest(const Picture& picture, uint32_t width, uint32_t height, con
 
 }  // namespace
 
+std::unique_ptr<RowResizer> MakePillowRows(const RowResize& resize, TakeRow take,
+                                           Instructions instructions) {
+  if (resize.rule == ResizeRule::kPilNearest) return nullptr;
+  const Plan plan{resize.channels,
+                  resize.width,
+                  resize.height,
+                  resize.newWidth,
+                  resize.newHeight,
+                  FilterOf(resize.rule),
+                  {0, 0, static_cast<float>(resize.width), static_cast<float>(resize.height)},
+                  instructions};
+  return std::make_unique<PillowRows>(plan, resize.window, std::move(take));
+}
+
 Picture ResizeAsPillow(const Picture& picture, uint32_t width, uint32_t height, ResizeRule rule,
                        const ResizeBox& box, Instructions instructions) {
   if (picture.width == width && picture.height == height && box.left == 0 && box.top == 0 &&
@@ -885,16 +1040,16 @@ Picture ResizeAsPillow(const Picture& picture, uint32_t width, uint32_t height, 
       ResizeWholeNumbers(picture, plan, resized);
       return resized;
     case PixelType::kFloat32:
-      ResizePixels<Floats>(picture, plan, resized);
+      ResizeValues<Floats>(picture.Row<float>(0), plan, resized.Row<float>(0));
       return resized;
     case PixelType::kUint8:
       break;
   }
   if (!picture.HasAlpha()) {
-    ResizePixels<Bytes>(picture, plan, resized);
+    ResizeBytes(picture, plan, resized);
     return resized;
   }
-  ResizePixels<Bytes>(MultipliedByAlpha(picture), plan, resized);
+  ResizeBytes(MultipliedByAlpha(picture), plan, resized);
   DivideByAlpha(resized);
   return resized;
 }

@@ -3,6 +3,7 @@
 #define VORN_KIT_PICTURE_RESIZE_RULES_H_
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "kit/picture/resize.h"
@@ -26,6 +27,13 @@ enum class Instructions { kPlain, kSse2, kAvx2, kAvx512 };
 [[nodiscard]] Picture ResizeAsPillow(const Picture& picture, uint32_t width, uint32_t height,
                                      ResizeRule rule, const ResizeBox& box,
                                      Instructions instructions = BestInstructions());
+
+/// Null where the rule needs all of the picture at hand. Takes what MakeRowResizer takes, and any
+/// number of channels.
+[[nodiscard]] std::unique_ptr<RowResizer> MakeOpencvRows(
+    const RowResize& resize, TakeRow take, Instructions instructions = BestInstructions());
+[[nodiscard]] std::unique_ptr<RowResizer> MakePillowRows(
+    const RowResize& resize, TakeRow take, Instructions instructions = BestInstructions());
 
 }  // namespace vorn::kit
 

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
+#include <memory>
 #include <sstream>
 
 #include "kit/common/fault.h"
@@ -308,6 +310,109 @@ TEST(Resize, RefusesBoxesThatAreNone) {
   EXPECT_THAT(
       RefusalOf(1, PixelType::kUint8, 2, 2, ResizeRule::kOpencvLinear, ResizeBox{0, 0, 4, 3}),
       HasSubstr("it takes no box; crop the picture before"));
+}
+
+Picture Window(const Picture& picture, const PixelWindow& window) {
+  Picture cut = MakePicture(window.width, window.height, picture.channels, picture.type);
+  for (uint32_t y = 0; y < window.height; ++y) {
+    const auto* from = picture.Row<uint8_t>(window.top + y) + window.left * picture.channels;
+    std::copy_n(from, cut.RowValues(), cut.Row<uint8_t>(y));
+  }
+  return cut;
+}
+
+std::unique_ptr<RowResizer> MakeRows(const RowResize& resize, Instructions instructions,
+                                     TakeRow take) {
+  return NameOf(resize.rule).starts_with("opencv")
+             ? MakeOpencvRows(resize, std::move(take), instructions)
+             : MakePillowRows(resize, std::move(take), instructions);
+}
+
+// The window of the resized picture, of rows that come so many at once.
+Picture WindowByRows(const Picture& picture, const RowResize& resize, uint32_t atOnce,
+                     const std::function<std::unique_ptr<RowResizer>(TakeRow)>& make) {
+  Picture taken =
+      MakePicture(resize.window.width, resize.window.height, picture.channels, picture.type);
+  uint32_t rows = 0;
+  const auto resizer = make([&](uint32_t y, const uint8_t* values) {
+    EXPECT_EQ(y, rows++);
+    std::copy_n(values, taken.RowValues(), taken.Row<uint8_t>(y));
+  });
+  EXPECT_NE(resizer, nullptr);
+  for (uint32_t y = 0; resizer && y < picture.height; y += atOnce) {
+    resizer->Add(picture.Row<uint8_t>(y), std::min(atOnce, picture.height - y));
+  }
+  EXPECT_EQ(rows, resize.window.height);
+  return taken;
+}
+
+TEST(RowResizer, GivesTheWindowOfWhatResizeGives) {
+  constexpr uint32_t kSizes[][4] = {{67, 45, 23, 19},  {67, 45, 130, 97}, {300, 33, 32, 33},
+                                    {40, 210, 40, 64}, {64, 48, 32, 25},  {9, 7, 40, 3},
+                                    {1, 1, 5, 6},      {37, 19, 1, 1},    {200, 150, 151, 113}};
+  for (const std::string_view name : ResizeRuleNames()) {
+    const ResizeRule rule = ResizeRuleNamed(name).value();
+    const bool isByRows =
+        name == "opencv-linear" || (name.starts_with("pil") && rule != ResizeRule::kPilNearest);
+    for (const auto& [width, height, newWidth, newHeight] : kSizes) {
+      for (const uint32_t channels : {1U, 3U}) {
+        const Picture picture = MadePicture(width, height, channels, PixelType::kUint8);
+        const Picture resized = Resize(picture, newWidth, newHeight, rule);
+        for (const PixelWindow& window :
+             {PixelWindow{0, 0, newWidth, newHeight},
+              PixelWindow{newWidth / 3, newHeight / 4, (newWidth + 1) / 2, (newHeight + 2) / 3},
+              PixelWindow{newWidth - 1, newHeight - 1, 1, 1}}) {
+          const RowResize resize{width, height, channels, newWidth, newHeight, rule, window};
+          const Picture expected = Window(resized, window);
+          SCOPED_TRACE(std::string(name) + " " + resized.Description() + ", " +
+                       expected.Description());
+          const auto best = [&](TakeRow take) { return MakeRowResizer(resize, std::move(take)); };
+          if (!isByRows) {
+            EXPECT_EQ(best(nullptr), nullptr);
+            continue;
+          }
+          for (const uint32_t atOnce : {1U, 5U, 16U, height}) {
+            EXPECT_EQ(WindowByRows(picture, resize, atOnce, best).pixels, expected.pixels);
+          }
+          for (const Instructions instructions : InstructionsHere()) {
+            const auto make = [&](TakeRow take) {
+              return MakeRows(resize, instructions, std::move(take));
+            };
+            EXPECT_EQ(WindowByRows(picture, resize, 16, make).pixels, expected.pixels)
+                << static_cast<int>(instructions);
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(RowResizer, LeavesAPictureOfTheSameSizeByAnyRule) {
+  const Picture picture = MadePicture(17, 23, 3, PixelType::kUint8);
+  const PixelWindow window{3, 5, 11, 17};
+  for (const std::string_view name : ResizeRuleNames()) {
+    const RowResize resize{17, 23, 3, 17, 23, ResizeRuleNamed(name).value(), window};
+    const Picture taken = WindowByRows(
+        picture, resize, 4, [&](TakeRow take) { return MakeRowResizer(resize, std::move(take)); });
+    EXPECT_EQ(taken.pixels, Window(picture, window).pixels) << name;
+  }
+}
+
+TEST(RowResizer, IsNoneWhereThePictureIsNeededAsAWhole) {
+  const RowResize fits{40, 30, 3, 19, 15, ResizeRule::kOpencvLinear, {0, 0, 19, 15}};
+  EXPECT_NE(MakeRowResizer(fits, nullptr), nullptr);
+  const auto isNone = [&](const std::function<void(RowResize&)>& change) {
+    RowResize changed = fits;
+    change(changed);
+    return MakeRowResizer(changed, nullptr) == nullptr;
+  };
+  // Half of both sides is a mean.
+  EXPECT_TRUE(isNone([](RowResize& resize) { resize.newWidth = 20; }));
+  EXPECT_TRUE(isNone([](RowResize& resize) { resize.channels = 4; }));
+  EXPECT_TRUE(isNone([](RowResize& resize) { resize.width = 0; }));
+  EXPECT_TRUE(isNone([](RowResize& resize) { resize.newHeight = 1U << 30; }));
+  EXPECT_TRUE(isNone([](RowResize& resize) { resize.window.left = 1; }));
+  EXPECT_TRUE(isNone([](RowResize& resize) { resize.window.height = 0; }));
 }
 
 TEST(ResizeRuleNamed, KnowsEveryNameAndNoOther) {
