@@ -178,13 +178,13 @@ std::string DecoderOf(PictureFormat format) {
 }
 
 DecodedPicture DecodePicture(const std::string& name, std::string_view bytes,
-                             const DecodeLimits& limits, const ShowPixels& show) {
+                             const DecodeLimits& limits, const ShowPixels& show, RowTaker* taker) {
   size_t shown = 0;
   const ShowPixels count = [&](std::string_view pixels) {
     shown += pixels.size();
     if (show) show(pixels);
   };
-  const PictureFile file{name, bytes, limits, count};
+  const PictureFile file{name, bytes, limits, count, taker};
   if (bytes.empty()) RefusePicture(file, "is empty");
   if (bytes.size() > limits.mostFileBytes) {
     throw Fault(ExitStatus::kLimit, "the picture " + Quoted(name) + " is a file of " +
@@ -207,8 +207,8 @@ DecodedPicture DecodePicture(const std::string& name, std::string_view bytes,
 }
 
 DecodedPicture DecodePictureFile(const std::string& path, const DecodeLimits& limits,
-                                 const ShowPixels& show) {
-  return DecodePicture(path, ReadPictureFile(path, limits), limits, show);
+                                 const ShowPixels& show, RowTaker* taker) {
+  return DecodePicture(path, ReadPictureFile(path, limits), limits, show, taker);
 }
 
 }  // namespace vorn::kit

@@ -39,10 +39,11 @@ enum class PictureFormat { kJpeg, kPng, kWebp, kTiff, kPnm, kBmp };
 [[nodiscard]] std::string DecoderOf(PictureFormat format);
 
 struct DecodedPicture {
-  Picture picture;      ///< as it is stored: the orientation is not applied
-  std::string format;   ///< as NameOf has it
-  std::string decoder;  ///< as DecoderOf has it
-  int orientation = 1;  ///< 1 to 8, as ApplyOrientation takes it; 1 where the file says nothing
+  Picture picture;       ///< as it is stored: the orientation is not applied
+  bool isTaken = false;  ///< a RowTaker has its rows, and `picture` none
+  std::string format;    ///< as NameOf has it
+  std::string decoder;   ///< as DecoderOf has it
+  int orientation = 1;   ///< 1 to 8, as ApplyOrientation takes it; 1 where the file says nothing
   /// What somebody should know, a line each, such as "its colour profile is not applied".
   std::vector<std::string> remarks;
 };
@@ -51,16 +52,40 @@ struct DecodedPicture {
 /// in the processor's cache. Those of a file that is refused later, too.
 using ShowPixels = std::function<void(std::string_view)>;
 
+/// What is known of a picture before its first row.
+struct PictureHead {
+  uint32_t width = 0;
+  uint32_t height = 0;
+  uint32_t channels = 0;
+  PixelType type = PixelType::kUint8;
+  int orientation = 1;  ///< as in DecodedPicture
+};
+
+/// Takes a picture row by row, where the decoder can give it so: all of it need not be in memory
+/// then. Those of a file that is refused later, too.
+class RowTaker {
+ public:
+  virtual ~RowTaker() = default;
+
+  /// Whether it takes the rows of this picture. Else the picture is decoded whole.
+  virtual bool Begin(const PictureHead& head) = 0;
+
+  /// The next rows from the top, as a Picture has them; they are gone afterwards.
+  virtual void Take(const std::byte* rows, uint32_t count) = 0;
+};
+
 /// Decodes the file `name` whose bytes these are. Throws a Fault of kInput that names it, and one
 /// of kLimit where it is larger than the limits.
 [[nodiscard]] DecodedPicture DecodePicture(const std::string& name, std::string_view bytes,
                                            const DecodeLimits& limits = {},
-                                           const ShowPixels& show = nullptr);
+                                           const ShowPixels& show = nullptr,
+                                           RowTaker* taker = nullptr);
 
 /// Reads the file and decodes it. Throws as above.
 [[nodiscard]] DecodedPicture DecodePictureFile(const std::string& path,
                                                const DecodeLimits& limits = {},
-                                               const ShowPixels& show = nullptr);
+                                               const ShowPixels& show = nullptr,
+                                               RowTaker* taker = nullptr);
 
 }  // namespace vorn::kit
 

@@ -27,6 +27,9 @@ namespace {
 constexpr int kMostScans = 500;
 // Shown at once: a part of what a processor's own cache holds.
 constexpr size_t kShownBytes = size_t{128} << 10;
+// Taken at once at least, and a multiple of it: as many as the library makes of a row of blocks,
+// and as are resized together.
+constexpr uint32_t kTakenRows = 16;
 constexpr std::string_view kExifMark{"Exif\0\0", 6};
 constexpr std::string_view kProfileMark{"ICC_PROFILE\0", 12};
 
@@ -103,11 +106,11 @@ class JpegReader {
     return true;
   }
 
-  // `rows` at most.
-  bool ReadRows(Picture& picture, uint32_t rows) {
+  // The next ones.
+  bool ReadRows(uint8_t* to, size_t rowBytes, uint32_t rows) {
     if (setjmp(errors_.jump) != 0) return false;
-    for (uint32_t i = 0; i < rows && info_.output_scanline < info_.output_height; ++i) {
-      JSAMPROW row = picture.Row<uint8_t>(info_.output_scanline);
+    for (const uint32_t end = info_.output_scanline + rows; info_.output_scanline < end;) {
+      JSAMPROW row = to + (rows - (end - info_.output_scanline)) * rowBytes;
       jpeg_read_scanlines(&info_, &row, 1);
     }
     return true;
@@ -143,10 +146,24 @@ bool ReadAllRows(JpegReader& reader, const PictureFile& file, bool isInk, Pictur
   const size_t rowBytes = picture.RowBytes();
   const auto atOnce = static_cast<uint32_t>(std::max<size_t>(1, kShownBytes / rowBytes));
   for (uint32_t y = 0; y < picture.height; y += atOnce) {
-    if (!reader.ReadRows(picture, atOnce)) return false;
-    if (isInk) continue;
-    const size_t rows = std::min(atOnce, picture.height - y);
-    file.show({picture.Row<char>(y), rows * rowBytes});
+    const uint32_t rows = std::min(atOnce, picture.height - y);
+    if (!reader.ReadRows(picture.Row<uint8_t>(y), rowBytes, rows)) return false;
+    if (!isInk) file.show({picture.Row<char>(y), rows * rowBytes});
+  }
+  return reader.Finish();
+}
+
+// The same without a picture: rows are shown and taken while they are in the processor's cache.
+bool GiveAllRows(JpegReader& reader, const PictureFile& file, const PictureHead& head) {
+  const size_t rowBytes = size_t{head.width} * head.channels;
+  const auto fitting = static_cast<uint32_t>(kShownBytes / rowBytes);
+  const uint32_t atOnce = std::max(kTakenRows, fitting / kTakenRows * kTakenRows);
+  PixelBytes taken(rowBytes * std::min(atOnce, head.height));
+  for (uint32_t y = 0; y < head.height; y += atOnce) {
+    const uint32_t rows = std::min(atOnce, head.height - y);
+    if (!reader.ReadRows(reinterpret_cast<uint8_t*>(taken.data()), rowBytes, rows)) return false;
+    file.show({reinterpret_cast<const char*>(taken.data()), rows * rowBytes});
+    file.taker->Take(taken.data(), rows);
   }
   return reader.Finish();
 }
@@ -198,8 +215,15 @@ void DecodeJpeg(const PictureFile& file, DecodedPicture& decoded) {
   }
   const bool isInk = info.out_color_space == JCS_CMYK;
   const uint32_t stored = isInk ? 4 : info.out_color_space == JCS_RGB ? 3 : 1;
-  Picture picture = MakeUnclearedWithinLimits(file, info.image_width, info.image_height, stored,
-                                              PixelType::kUint8);
+  CheckWithinLimits(file, info.image_width, info.image_height, stored, PixelType::kUint8);
+  const PictureHead head{info.image_width, info.image_height, stored, PixelType::kUint8,
+                         decoded.orientation};
+  decoded.isTaken = file.taker != nullptr && !isInk && file.taker->Begin(head);
+  if (decoded.isTaken) {
+    if (!reader.Start() || !GiveAllRows(reader, file, head)) refuse(reader);
+    return;
+  }
+  Picture picture = MakeUnclearedPicture(head.width, head.height, stored, PixelType::kUint8);
   if (!reader.Start() || !ReadAllRows(reader, file, isInk, picture)) refuse(reader);
   if (!isInk) {
     decoded.picture = std::move(picture);

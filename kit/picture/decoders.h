@@ -17,6 +17,8 @@ struct PictureFile {
   /// Takes the picture's first bytes, then the next ones, from a decoder that has them in order and
   /// for good; what no decoder gave is given at the end.
   const ShowPixels& show;
+  /// Null, or who is asked whether they take rows, which are shown as well.
+  RowTaker* taker;
 };
 
 /// "the picture 'NAME' REASON", as a fault of kInput.

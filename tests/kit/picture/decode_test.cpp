@@ -128,6 +128,88 @@ TEST(DecodePicture, ShowsALargePictureInPieces) {
   EXPECT_EQ(shown.find_first_not_of(shown.front()) < 100, true) << "it is of one grey";
 }
 
+// Takes rows, or does not; and holds them to what its head said.
+class Rows final : public RowTaker {
+ public:
+  explicit Rows(bool isWilling) : isWilling_(isWilling) {}
+
+  bool Begin(const PictureHead& head) override {
+    heads.push_back(head);
+    return isWilling_;
+  }
+  void Take(const std::byte* rows, uint32_t count) override {
+    const size_t bytes = size_t{count} * heads.front().width * heads.front().channels;
+    pixels.insert(pixels.end(), rows, rows + bytes);
+    largest = std::max(largest, bytes);
+  }
+
+  std::vector<PictureHead> heads;
+  PixelBytes pixels;
+  size_t largest = 0;
+
+ private:
+  bool isWilling_;
+};
+
+TEST(DecodePicture, GivesTheRowsOfAJpegToWhoeverTakesThem) {
+  size_t taken = 0;
+  for (const Reference& reference : References()) {
+    SCOPED_TRACE(reference.name);
+    const std::string bytes = FileNamed(reference.name);
+    const DecodedPicture whole = DecodePicture(reference.name, bytes);
+    Rows rows(true);
+    std::string shown;
+    const DecodedPicture decoded = DecodePicture(
+        reference.name, bytes, {}, [&](std::string_view pixels) { shown += pixels; }, &rows);
+    EXPECT_EQ(decoded.orientation, whole.orientation);
+    EXPECT_EQ(decoded.remarks, whole.remarks);
+    EXPECT_EQ(shown, std::string(reinterpret_cast<const char*>(whole.picture.pixels.data()),
+                                 whole.picture.pixels.size()));
+    EXPECT_EQ(decoded.isTaken, !rows.heads.empty());
+    if (!decoded.isTaken) {
+      EXPECT_EQ(decoded.picture.pixels, whole.picture.pixels);
+      continue;
+    }
+    ++taken;
+    EXPECT_EQ(decoded.format, "JPEG");
+    const PictureHead& head = rows.heads.front();
+    EXPECT_EQ(head.width, whole.picture.width);
+    EXPECT_EQ(head.height, whole.picture.height);
+    EXPECT_EQ(head.channels, whole.picture.channels);
+    EXPECT_EQ(head.type, whole.picture.type);
+    EXPECT_EQ(head.orientation, whole.orientation);
+    EXPECT_EQ(rows.pixels, whole.picture.pixels);
+    EXPECT_TRUE(decoded.picture.pixels.empty());
+    // Who does not want them has the picture.
+    Rows unwilling(false);
+    const DecodedPicture kept = DecodePicture(reference.name, bytes, {}, nullptr, &unwilling);
+    EXPECT_FALSE(kept.isTaken);
+    EXPECT_EQ(unwilling.heads.size(), 1U);
+    EXPECT_TRUE(unwilling.pixels.empty());
+    EXPECT_EQ(kept.picture.pixels, whole.picture.pixels);
+  }
+  EXPECT_GT(taken, 3U);
+}
+
+TEST(DecodePicture, HoldsOnlyAPartOfALargeJpegWhoseRowsAreTaken) {
+  const std::string bytes = SimpleJpeg(1001, 403);
+  Rows rows(true);
+  const DecodedPicture decoded = DecodePicture("large.jpg", bytes, {}, nullptr, &rows);
+  EXPECT_TRUE(decoded.isTaken);
+  EXPECT_EQ(rows.pixels, DecodePicture("large.jpg", bytes).picture.pixels);
+  EXPECT_LT(rows.largest, rows.pixels.size() / 2);
+}
+
+TEST(DecodePicture, RefusesATruncatedJpegWhoseRowsAreTaken) {
+  const std::string bytes = SimpleJpeg(1001, 403);
+  Rows rows(true);
+  EXPECT_THROW((void)DecodePicture("x", std::string_view(bytes).substr(0, bytes.size() / 2), {},
+                                   nullptr, &rows),
+               Fault);
+  EXPECT_EQ(rows.heads.size(), 1U);
+  EXPECT_FALSE(rows.pixels.empty());
+}
+
 TEST(DecodePicture, KeepsSixteenBitsOfAColour) {
   for (const char* name : {"rgb16.png", "rgba16i.png", "greyalpha16.png", "rgb16.tif"}) {
     const DecodedPicture decoded = DecodePicture(name, FileNamed(name));
