@@ -92,15 +92,24 @@ Json ItemMaker::MakeBytes(const SourceItem& item, std::optional<std::string_view
 Json ItemMaker::FromPicture(const SourceItem& item, std::optional<std::string_view> file) {
   Xxh3Stream hash;
   const ShowPixels add = [&](std::string_view pixels) { hash.Add(pixels); };
-  DecodedPicture decoded =
-      file ? DecodePicture(item.path, *file, {}, add) : DecodePictureFile(item.path, {}, add);
+  TensorMaker& tensors = Tensors();
+  DecodedPicture decoded = file ? DecodePicture(item.path, *file, {}, add, &tensors)
+                                : DecodePictureFile(item.path, {}, add, &tensors);
   Json facts = Json::Object({{"decoder", decoded.decoder}, {"pixelsXxh3_128", hash.Digits()}});
   const PictureGeometry geometry =
-      MakeTensor(std::move(decoded.picture), decoded.orientation, *plan_.recipe,
-                 TargetOf(plan_.input, *plan_.recipe), made_);
+      decoded.isTaken ? tensors.Geometry()
+                      : tensors.Make(std::move(decoded.picture), decoded.orientation);
   facts.Set("geometry", GeometryJson(geometry));
   if (!decoded.remarks.empty()) facts.Set("remarks", Json::ArrayOf(decoded.remarks));
   return facts;
+}
+
+TensorMaker& ItemMaker::Tensors() {
+  if (!tensors_) {
+    tensors_ = std::make_unique<TensorMaker>(*plan_.recipe, TargetOf(plan_.input, *plan_.recipe));
+  }
+  tensors_->MakeInto(made_);
+  return *tensors_;
 }
 
 const StoredTensor& ItemMaker::Open(const SourceItem& item) {
@@ -146,8 +155,7 @@ Json ItemMaker::FromPixels(const Array& array) {
                   .channels = static_cast<uint32_t>(channels),
                   .type = *type,
                   .pixels = {array.bytes.begin(), array.bytes.end()}};
-  const PictureGeometry geometry =
-      MakeTensor(std::move(picture), 1, *plan_.recipe, TargetOf(plan_.input, *plan_.recipe), made_);
+  const PictureGeometry geometry = Tensors().Make(std::move(picture), 1);
   return Json::Object({{"geometry", GeometryJson(geometry)}});
 }
 

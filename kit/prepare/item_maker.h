@@ -3,6 +3,7 @@
 #define VORN_KIT_PREPARE_ITEM_MAKER_H_
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "kit/json/json.h"
+#include "kit/prepare/picture_tensor.h"
 #include "kit/prepare/source.h"
 #include "kit/tensor/array.h"
 
@@ -43,8 +45,10 @@ class ItemMaker {
   Json FromValues(const Array& array, const std::string& what);
   Json FromPixels(const Array& array);
   const StoredTensor& Open(const SourceItem& item);
+  TensorMaker& Tensors();
 
   InputPlan plan_;
+  std::unique_ptr<TensorMaker> tensors_;  // of pictures
   std::vector<std::byte> made_;  // of the same size for most of them: neither made nor cleared anew
   // Of a file with many items, which is opened once.
   std::string openedName_;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <numeric>
 #include <type_traits>
 #include <utility>
 
@@ -15,7 +16,6 @@
 namespace vorn::kit {
 namespace {
 
-constexpr size_t kByteValues = 256;
 constexpr uint8_t kOpaque = 255;
 constexpr uint32_t kLanes = 8;  // floats of a vector of AVX2
 
@@ -244,13 +244,33 @@ void Place(const Picture& picture, const std::vector<double>& fill, uint32_t lef
   }
 }
 
-Picture InBox(Picture picture, const PictureSize& box, const ResizeStep& step,
-              PictureGeometry& geometry) {
-  if (SizeOf(picture) == box) return picture;
-  if (step.isCentred) {
-    geometry.placedLeft = Centred(box.width, picture.width);
-    geometry.placedTop = Centred(box.height, picture.height);
-  }
+// What of the geometry follows from the sizes alone.
+PictureSize ResizedSize(const PictureSize& picture, const ResizeStep& step,
+                        const PictureSize& box) {
+  if (step.fit == ResizeStep::Fit::kShorter) return FitShorter(picture, step);
+  if (step.fit == ResizeStep::Fit::kLetterbox) return FitInside(picture, box, step);
+  return box;
+}
+
+void SetPlaced(const PictureSize& picture, const PictureSize& box, const ResizeStep& step,
+               PictureGeometry& geometry) {
+  if (picture == box || !step.isCentred) return;
+  geometry.placedLeft = Centred(box.width, picture.width);
+  geometry.placedTop = Centred(box.height, picture.height);
+}
+
+bool IsCutOut(const PictureSize& size, const PictureSize& picture) {
+  return size.width <= picture.width && size.height <= picture.height;
+}
+
+void SetCut(const PictureSize& picture, const PictureSize& size, const CropStep& step,
+            PictureGeometry& geometry) {
+  geometry.cutLeft = Rounded((picture.width - size.width) / 2.0, step.rounding);
+  geometry.cutTop = Rounded((picture.height - size.height) / 2.0, step.rounding);
+}
+
+Picture InBox(const Picture& picture, const PictureSize& box, const ResizeStep& step,
+              const PictureGeometry& geometry) {
   Picture filled = MakeUnclearedPicture(box.width, box.height, picture.channels, picture.type);
   const auto place = [&](auto value) {
     Place<decltype(value)>(picture, step.fill, geometry.placedLeft, geometry.placedTop, filled);
@@ -273,26 +293,24 @@ Picture ResizeBy(Picture picture, const ResizeStep& step, const PictureSize& mod
                  PictureGeometry& geometry) {
   if (step.isFloat) picture = InFloats(picture);
   const PictureSize box = step.size.value_or(models);
-  PictureSize size = box;
-  if (step.fit == ResizeStep::Fit::kShorter) size = FitShorter(SizeOf(picture), step);
-  if (step.fit == ResizeStep::Fit::kLetterbox) size = FitInside(SizeOf(picture), box, step);
+  const PictureSize size = ResizedSize(SizeOf(picture), step, box);
   if (SizeOf(picture) != size) picture = Resize(picture, size.width, size.height, step.rule);
   geometry.resized = size;
-  if (step.fit != ResizeStep::Fit::kLetterbox) return picture;
-  return InBox(std::move(picture), box, step, geometry);
+  if (step.fit != ResizeStep::Fit::kLetterbox || size == box) return picture;
+  SetPlaced(size, box, step, geometry);
+  return InBox(picture, box, step, geometry);
 }
 
 Picture CropBy(Picture picture, const CropStep& step, const PictureSize& models,
                PictureGeometry& geometry) {
   const PictureSize size = step.size.value_or(models);
   if (size == SizeOf(picture)) return picture;
-  if (size.width > picture.width || size.height > picture.height) {
+  if (!IsCutOut(size, SizeOf(picture))) {
     throw Fault(ExitStatus::kInput, "is " + SizeTextOf(SizeOf(picture)) +
                                         " where the recipe crops, and " + SizeTextOf(size) +
                                         " are to be cut out; resize to more before");
   }
-  geometry.cutLeft = Rounded((picture.width - size.width) / 2.0, step.rounding);
-  geometry.cutTop = Rounded((picture.height - size.height) / 2.0, step.rounding);
+  SetCut(SizeOf(picture), size, step, geometry);
   Picture cut = MakeUnclearedPicture(size.width, size.height, picture.channels, picture.type);
   const size_t pixelBytes = picture.channels * BytesOf(picture.type);
   for (uint32_t y = 0; y < size.height; ++y) {
@@ -322,76 +340,6 @@ Places PlacesIn(const PictureTarget& target) {
   return {target.channels, 1};
 }
 
-// What each value of a byte comes to, computed once a channel.
-template <typename Stored>
-struct ByteTable {
-  std::array<Stored, kByteValues> stored{};
-  std::array<bool, kByteValues> fits{};
-};
-
-template <typename Stored>
-std::vector<ByteTable<Stored>> TablesOf(const Recipe& recipe, const PictureTarget& target) {
-  std::vector<ByteTable<Stored>> tables(target.channels);
-  for (size_t channel = 0; channel < target.channels; ++channel) {
-    for (size_t value = 0; value < kByteValues; ++value) {
-      tables[channel].fits[value] = StoreValue(
-          Computed(static_cast<float>(value), recipe.values, channel), target.type,
-          recipe.quantisation, reinterpret_cast<std::byte*>(&tables[channel].stored[value]));
-    }
-  }
-  return tables;
-}
-
-template <typename Stored>
-void CheckBytes(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
-                const std::vector<ByteTable<Stored>>& tables) {
-  const auto* from = picture.Row<uint8_t>(0);
-  for (size_t channel = 0; channel < target.channels; ++channel) {
-    const auto& fits = tables[channel].fits;
-    if (std::find(fits.begin(), fits.end(), false) == fits.end()) continue;
-    for (size_t i = channel; i < picture.pixels.size(); i += picture.channels) {
-      if (fits[from[i]]) continue;
-      RefuseValue(Computed(from[i], recipe.values, channel), target.type);
-    }
-  }
-}
-
-// All channels of a pixel at once, so that the pixels are read once.
-template <typename Stored, size_t kChannels, bool kAreFirst>
-void StorePixels(const uint8_t* from, size_t pixels, const std::vector<ByteTable<Stored>>& tables,
-                 Stored* to) {
-  const Stored* stored[kChannels];
-  for (size_t c = 0; c < kChannels; ++c) stored[c] = tables[c].stored.data();
-  const size_t pixelStep = kAreFirst ? 1 : kChannels;
-  const size_t channelStep = kAreFirst ? pixels : 1;
-  for (size_t i = 0; i < pixels; ++i, from += kChannels, to += pixelStep) {
-    for (size_t c = 0; c < kChannels; ++c) to[c * channelStep] = stored[c][from[c]];
-  }
-}
-
-template <typename Stored, bool kAreFirst>
-auto StoreFunctionOf(size_t channels) {
-  switch (channels) {
-    case 1:
-      return StorePixels<Stored, 1, kAreFirst>;
-    case 3:
-      return StorePixels<Stored, 3, kAreFirst>;
-    default:
-      return StorePixels<Stored, 4, kAreFirst>;
-  }
-}
-
-template <typename Stored>
-void StoreBytes(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
-                std::byte* bytes) {
-  const auto tables = TablesOf<Stored>(recipe, target);
-  CheckBytes(picture, recipe, target, tables);
-  const auto store = target.areChannelsFirst ? StoreFunctionOf<Stored, true>(target.channels)
-                                             : StoreFunctionOf<Stored, false>(target.channels);
-  store(picture.Row<uint8_t>(0), size_t{picture.width} * picture.height, tables,
-        reinterpret_cast<Stored*>(bytes));
-}
-
 void StoreOthers(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
                  std::byte* bytes) {
   const Picture floats = InFloats(picture);
@@ -407,21 +355,6 @@ void StoreOthers(const Picture& picture, const Recipe& recipe, const PictureTarg
         RefuseValue(value, target.type);
       }
     }
-  }
-}
-
-void Store(const Picture& picture, const Recipe& recipe, const PictureTarget& target,
-           std::byte* bytes) {
-  if (picture.type != PixelType::kUint8) return StoreOthers(picture, recipe, target, bytes);
-  switch (ElementBytes(target.type)) {
-    case 1:
-      return StoreBytes<uint8_t>(picture, recipe, target, bytes);
-    case 2:
-      return StoreBytes<uint16_t>(picture, recipe, target, bytes);
-    case 4:
-      return StoreBytes<uint32_t>(picture, recipe, target, bytes);
-    default:
-      return StoreBytes<uint64_t>(picture, recipe, target, bytes);
   }
 }
 
@@ -479,30 +412,184 @@ float Computed(float value, std::span<const ValueStep> steps, size_t channel) {
   return value;
 }
 
-PictureGeometry MakeTensor(Picture picture, int orientation, const Recipe& recipe,
-                           const PictureTarget& target, std::vector<std::byte>& bytes) {
-  PictureGeometry geometry;
-  if (recipe.followsExif && orientation != 1) {
+TensorMaker::TensorMaker(const Recipe& recipe, const PictureTarget& target)
+    : recipe_(recipe), target_(target) {
+  const size_t size = ElementBytes(target.type);
+  std::vector<std::byte> elements(kByteValues * size);
+  fits_.resize(target.channels);
+  for (size_t channel = 0; channel < target.channels; ++channel) {
+    for (size_t value = 0; value < kByteValues; ++value) {
+      fits_[channel].at(value) =
+          StoreValue(Computed(static_cast<float>(value), recipe.values, channel), target.type,
+                     recipe.quantisation, &elements[value * size]);
+    }
+    tables_.emplace_back(size, elements);
+  }
+}
+
+bool TensorMaker::Begin(const PictureHead& head) {
+  geometry_ = {};
+  const PictureSize picture{head.width, head.height};
+  const auto window = head.type == PixelType::kUint8 ? WindowOf(head, picture) : std::nullopt;
+  if (!window || !SetSources(head.channels)) return false;
+  const bool fits = std::all_of(fits_.begin(), fits_.end(), [](const auto& values) {
+    return std::find(values.begin(), values.end(), false) == values.end();
+  });
+  if (!fits) return false;
+  resizer_ =
+      MakeRowResizer({.width = head.width,
+                      .height = head.height,
+                      .channels = head.channels,
+                      .newWidth = geometry_.resized.width,
+                      .newHeight = geometry_.resized.height,
+                      .rule = recipe_.resize ? recipe_.resize->rule : ResizeRule::kPilNearest,
+                      .window = *window},
+                     [this, width = window->width](uint32_t y, const uint8_t* row) {
+                       StoreRow(geometry_.placedLeft, geometry_.placedTop + y, row, width);
+                     });
+  if (!resizer_) return false;
+  bytes_->resize(target_.Bytes());
+  FillAround(*window);
+  return true;
+}
+
+void TensorMaker::Take(const std::byte* rows, uint32_t count) {
+  resizer_->Add(reinterpret_cast<const uint8_t*>(rows), count);
+}
+
+// The part of the resized picture that the tensor holds, where that is all that there is to do;
+// sets the geometry.
+std::optional<PixelWindow> TensorMaker::WindowOf(const PictureHead& head,
+                                                 const PictureSize& picture) {
+  if (recipe_.followsExif && head.orientation != 1) return std::nullopt;
+  geometry_.picture = picture;
+  geometry_.resized = picture;
+  PictureSize box = picture;
+  if (const auto& step = recipe_.resize) {
+    const bool isLetterbox = step->fit == ResizeStep::Fit::kLetterbox;
+    if (step->isFloat || (isLetterbox && recipe_.crop)) return std::nullopt;
+    box = step->size.value_or(target_.size);
+    geometry_.resized = ResizedSize(picture, *step, box);
+    if (isLetterbox) {
+      SetPlaced(geometry_.resized, box, *step, geometry_);
+    } else {
+      box = geometry_.resized;
+    }
+  }
+  PixelWindow window{0, 0, geometry_.resized.width, geometry_.resized.height};
+  if (recipe_.crop) {
+    const PictureSize size = recipe_.crop->size.value_or(target_.size);
+    if (!IsCutOut(size, box)) return std::nullopt;
+    SetCut(box, size, *recipe_.crop, geometry_);
+    window = {geometry_.cutLeft, geometry_.cutTop, size.width, size.height};
+    box = size;
+  }
+  if (box != target_.size) return std::nullopt;
+  return window;
+}
+
+// Which value of a pixel each channel of the tensor is made of. False where it is made of several.
+bool TensorMaker::SetSources(uint32_t channels) {
+  pixelStep_ = channels;
+  sources_.assign(target_.channels, 0);
+  if (channels == 1) return target_.channels <= 3;
+  if (channels != 3 || target_.channels != 3) return false;
+  sources_ = {0, 1, 2};
+  if (recipe_.colours == Colours::kBgr) std::swap(sources_.front(), sources_.back());
+  return true;
+}
+
+std::byte* TensorMaker::PlaceOf(uint32_t x, uint32_t y, size_t channel) const {
+  const size_t pixel = size_t{y} * target_.size.width + x;
+  const Places places = PlacesIn(target_);
+  return bytes_->data() +
+         (pixel * places.pixelStep + channel * places.channelStep) * ElementBytes(target_.type);
+}
+
+void TensorMaker::StoreRow(uint32_t x, uint32_t y, const uint8_t* row, size_t count) {
+  const size_t step = PlacesIn(target_).pixelStep;
+  for (size_t channel = 0; channel < target_.channels; ++channel) {
+    std::byte* to = PlaceOf(x, y, channel);
+    tables_[channel].LookUp({row + sources_[channel], pixelStep_, count, to, step});
+  }
+}
+
+// The bars around the picture.
+void TensorMaker::FillAround(const PixelWindow& window) {
+  const PictureSize& size = target_.size;
+  if (window.width == size.width && window.height == size.height) return;
+  const std::vector<uint8_t> fill =
+      FillOf<uint8_t>(recipe_.resize->fill, static_cast<uint32_t>(target_.channels));
+  const size_t step = PlacesIn(target_).pixelStep;
+  const auto fillPart = [&](uint32_t x, uint32_t y, uint32_t count) {
+    for (size_t channel = 0; channel < target_.channels; ++channel) {
+      tables_[channel].Fill(fill[channel], count, PlaceOf(x, y, channel), step);
+    }
+  };
+  const uint32_t right = geometry_.placedLeft + window.width;
+  const uint32_t bottom = geometry_.placedTop + window.height;
+  for (uint32_t y = 0; y < size.height; ++y) {
+    const bool isBar = y < geometry_.placedTop || y >= bottom;
+    fillPart(0, y, isBar ? size.width : geometry_.placedLeft);
+    if (!isBar && right < size.width) fillPart(right, y, size.width - right);
+  }
+}
+
+void TensorMaker::StoreBytes(const Picture& picture) {
+  const auto* from = picture.Row<uint8_t>(0);
+  for (size_t channel = 0; channel < target_.channels; ++channel) {
+    const auto& fits = fits_[channel];
+    if (std::find(fits.begin(), fits.end(), false) == fits.end()) continue;
+    for (size_t i = channel; i < picture.pixels.size(); i += picture.channels) {
+      if (!fits[from[i]]) RefuseValue(Computed(from[i], recipe_.values, channel), target_.type);
+    }
+  }
+  pixelStep_ = picture.channels;
+  sources_.resize(target_.channels);
+  std::iota(sources_.begin(), sources_.end(), 0);
+  for (uint32_t y = 0; y < picture.height; ++y) {
+    StoreRow(0, y, picture.Row<uint8_t>(y), picture.width);
+  }
+}
+
+PictureGeometry TensorMaker::Make(Picture picture, int orientation) {
+  if (Begin({picture.width, picture.height, picture.channels, picture.type, orientation})) {
+    Take(picture.pixels.data(), picture.height);
+    return geometry_;
+  }
+  geometry_ = {};
+  if (recipe_.followsExif && orientation != 1) {
     picture = ApplyOrientation(std::move(picture), orientation);
-    geometry.orientation = orientation;
+    geometry_.orientation = orientation;
   }
-  if (!recipe.isDepthKept) picture = UpperBytes(std::move(picture));
-  picture = InColours(std::move(picture), recipe);
-  geometry.picture = SizeOf(picture);
-  geometry.resized = SizeOf(picture);
-  if (recipe.resize) {
-    picture = ResizeBy(std::move(picture), *recipe.resize, target.size, geometry);
+  if (!recipe_.isDepthKept) picture = UpperBytes(std::move(picture));
+  picture = InColours(std::move(picture), recipe_);
+  geometry_.picture = SizeOf(picture);
+  geometry_.resized = SizeOf(picture);
+  if (recipe_.resize) {
+    picture = ResizeBy(std::move(picture), *recipe_.resize, target_.size, geometry_);
   }
-  if (recipe.crop) picture = CropBy(std::move(picture), *recipe.crop, target.size, geometry);
-  if (SizeOf(picture) != target.size) {
+  if (recipe_.crop) picture = CropBy(std::move(picture), *recipe_.crop, target_.size, geometry_);
+  if (SizeOf(picture) != target_.size) {
     throw Fault(ExitStatus::kInput, "is " + SizeTextOf(SizeOf(picture)) +
-                                        " at the end of the recipe '" + Printable(recipe.name) +
-                                        "', and the input takes " + SizeTextOf(target.size) +
+                                        " at the end of the recipe '" + Printable(recipe_.name) +
+                                        "', and the input takes " + SizeTextOf(target_.size) +
                                         "; put a \"resize\" or \"crop\" to \"model\" into it");
   }
-  bytes.resize(target.Bytes());
-  Store(picture, recipe, target, bytes.data());
-  return geometry;
+  bytes_->resize(target_.Bytes());
+  if (picture.type == PixelType::kUint8) {
+    StoreBytes(picture);
+  } else {
+    StoreOthers(picture, recipe_, target_, bytes_->data());
+  }
+  return geometry_;
+}
+
+PictureGeometry MakeTensor(Picture picture, int orientation, const Recipe& recipe,
+                           const PictureTarget& target, std::vector<std::byte>& bytes) {
+  TensorMaker maker(recipe, target);
+  maker.MakeInto(bytes);
+  return maker.Make(std::move(picture), orientation);
 }
 
 std::string WhyNotStored(const Recipe& recipe, ElementType type) {

@@ -2,15 +2,20 @@
 #ifndef VORN_KIT_PREPARE_PICTURE_TENSOR_H_
 #define VORN_KIT_PREPARE_PICTURE_TENSOR_H_
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "kit/model/model_description.h"
+#include "kit/picture/decode.h"
 #include "kit/picture/picture.h"
+#include "kit/picture/resize.h"
+#include "kit/prepare/byte_table.h"
 #include "kit/prepare/recipe.h"
 #include "kit/tensor/element_type.h"
 
@@ -46,9 +51,48 @@ struct PictureGeometry {
   uint32_t placedTop = 0;
 };
 
-/// Leaves the tensor in `bytes`, whose room is used again where it is enough. Throws a Fault of
-/// kInput that says what the recipe makes of the picture and what the target takes, or which value
-/// is none of its type.
+/// Makes one tensor after the other. Takes a picture while it is decoded, row by row, where the
+/// recipe allows it: 8 bits without alpha, as it is stored, in a size that is resized by rows. Only
+/// what the tensor holds is computed then, and the picture never is in memory as a whole.
+class TensorMaker final : public RowTaker {
+ public:
+  TensorMaker(const Recipe& recipe, const PictureTarget& target);
+  TensorMaker(const TensorMaker&) = delete;  // rows on their way hold on to it
+  TensorMaker& operator=(const TensorMaker&) = delete;
+
+  /// Where the next tensors are left; its room is used again where it is enough.
+  void MakeInto(std::vector<std::byte>& bytes) { bytes_ = &bytes; }
+
+  bool Begin(const PictureHead& head) override;
+  void Take(const std::byte* rows, uint32_t count) override;
+
+  /// Of the picture whose rows it took.
+  [[nodiscard]] const PictureGeometry& Geometry() const { return geometry_; }
+
+  /// Of a picture that is there as a whole. Throws a Fault of kInput that says what the recipe
+  /// makes of the picture and what the target takes, or which value is none of its type.
+  [[nodiscard]] PictureGeometry Make(Picture picture, int orientation);
+
+ private:
+  std::optional<PixelWindow> WindowOf(const PictureHead& head, const PictureSize& picture);
+  bool SetSources(uint32_t channels);
+  [[nodiscard]] std::byte* PlaceOf(uint32_t x, uint32_t y, size_t channel) const;
+  void StoreRow(uint32_t x, uint32_t y, const uint8_t* row, size_t count);
+  void FillAround(const PixelWindow& window);
+  void StoreBytes(const Picture& picture);
+
+  Recipe recipe_;
+  PictureTarget target_;
+  std::vector<ByteTable> tables_;                    ///< a channel each
+  std::vector<std::array<bool, kByteValues>> fits_;  ///< which values the type holds
+  std::vector<std::byte>* bytes_ = nullptr;
+  PictureGeometry geometry_;
+  std::unique_ptr<RowResizer> resizer_;
+  size_t pixelStep_ = 0;         ///< of the rows that are stored
+  std::vector<size_t> sources_;  ///< of each channel, the value of a pixel
+};
+
+/// One tensor, left in `bytes`. Throws as above.
 [[nodiscard]] PictureGeometry MakeTensor(Picture picture, int orientation, const Recipe& recipe,
                                          const PictureTarget& target,
                                          std::vector<std::byte>& bytes);

@@ -276,6 +276,99 @@ TEST(MakeTensor, SaysWhatDoesNotFit) {
             "the recipe");
 }
 
+Picture Mirrored(const Picture& picture) {
+  Picture mirrored = picture;
+  for (uint32_t y = 0; y < picture.height; ++y) {
+    for (uint32_t x = 0; x < picture.width; ++x) {
+      std::copy_n(picture.Row<uint8_t>(y) + x * picture.channels, picture.channels,
+                  mirrored.Row<uint8_t>(y) + (picture.width - 1 - x) * picture.channels);
+    }
+  }
+  return mirrored;
+}
+
+bool operator==(const PictureGeometry& a, const PictureGeometry& b) {
+  return a.picture == b.picture && a.resized == b.resized && a.cutLeft == b.cutLeft &&
+         a.cutTop == b.cutTop && a.placedLeft == b.placedLeft && a.placedTop == b.placedTop;
+}
+
+// A mirrored picture that is to be mirrored is needed as a whole. What is made of it step by step
+// is what is made of its rows.
+TEST(TensorMaker, MakesTheSameOfRowsAsOfTheWhole) {
+  const char* const recipes[] = {
+      "",
+      R"(, "crop": {})",
+      R"(, "resize": {"rule": "opencv-linear"}, "colours": "bgr")",
+      R"(, "resize": {"rule": "pil-bilinear", "fit": "shorter", "size": 40}, "crop": {},
+          "values": [{"divide": 255}, {"subtract": [0.485, 0.456, 0.406]}])",
+      R"(, "resize": {"rule": "opencv-linear", "fit": "shorter", "size": 33}, "crop": {})",
+      R"(, "resize": {"rule": "pil-bicubic", "fit": "letterbox", "fill": [1, 200, 3]})",
+      R"(, "resize": {"rule": "opencv-linear", "fit": "letterbox", "placement": "top-left"},
+          "colours": "bgr", "values": [{"divide": 255}])",
+      R"(, "resize": {"rule": "opencv-linear", "fit": "letterbox", "enlarge": false})",
+  };
+  for (const char* members : recipes) {
+    for (const char* layout : {"NCHW", "NHWC"}) {
+      const Recipe recipe = Read(std::string(members) + R"(, "layout": ")" + layout + "\"");
+      const bool isFirst = std::string(layout) == "NCHW";
+      const TensorDescription input =
+          Input(isFirst ? std::vector<int64_t>{1, 3, 32, 32} : std::vector<int64_t>{1, 32, 32, 3});
+      TensorMaker maker(recipe, TargetOf(input, recipe));
+      // One behind the other, so that one leaves nothing in the next.
+      for (const auto& [width, height] :
+           {std::pair(90U, 61U), std::pair(32U, 32U), std::pair(50U, 130U), std::pair(20U, 33U)}) {
+        for (const uint32_t channels : {1U, 3U}) {
+          SCOPED_TRACE(std::string(members) + layout + " " + std::to_string(width));
+          const Picture picture = Noise(width, height, channels);
+          PictureTensor whole;
+          try {
+            whole = Make(Mirrored(picture), recipe, input, 2);
+          } catch (const Fault&) {
+            EXPECT_FALSE(maker.Begin({width, height, channels, PixelType::kUint8, 1}));
+            continue;
+          }
+          std::vector<std::byte> bytes;
+          maker.MakeInto(bytes);
+          ASSERT_TRUE(maker.Begin({width, height, channels, PixelType::kUint8, 1}));
+          for (uint32_t y = 0; y < height; y += 7) {
+            maker.Take(picture.Row<std::byte>(y), std::min(7U, height - y));
+          }
+          EXPECT_EQ(bytes, whole.bytes);
+          EXPECT_TRUE(maker.Geometry() == whole.geometry);
+        }
+      }
+    }
+  }
+}
+
+TEST(TensorMaker, TakesNoRowsWhereThePictureIsNeededAsAWhole) {
+  const auto takes = [](const std::string& members, const PictureHead& head) {
+    const Recipe recipe = Read(members);
+    const auto channels = static_cast<int64_t>(ChannelsOf(recipe.colours));
+    TensorMaker maker(recipe, TargetOf(Input({1, channels, 16, 16}), recipe));
+    std::vector<std::byte> bytes;
+    maker.MakeInto(bytes);
+    return maker.Begin(head);
+  };
+  const std::string resized = R"(, "resize": {"rule": "opencv-linear"})";
+  const PictureHead head{40, 30, 3, PixelType::kUint8, 1};
+  EXPECT_TRUE(takes(resized, head));
+  EXPECT_TRUE(takes(resized + R"(, "orientation": "stored")", {40, 30, 3, PixelType::kUint8, 6}));
+  EXPECT_FALSE(takes(resized, {40, 30, 3, PixelType::kUint8, 6}));
+  EXPECT_FALSE(takes(resized, {40, 30, 3, PixelType::kUint16, 1}));
+  EXPECT_FALSE(takes(resized, {40, 30, 4, PixelType::kUint8, 1}));
+  EXPECT_FALSE(takes(resized, {32, 32, 3, PixelType::kUint8, 1}));
+  EXPECT_FALSE(takes(resized + R"(, "colours": "grey-opencv")", head));
+  EXPECT_TRUE(takes(resized + R"(, "colours": "grey-opencv")", {40, 30, 1, PixelType::kUint8, 1}));
+  EXPECT_FALSE(takes(resized + R"(, "colours": "rgba")", head));
+  EXPECT_FALSE(takes("", head));
+  EXPECT_FALSE(takes(R"(, "resize": {"rule": "opencv-area"})", head));
+  EXPECT_FALSE(takes(R"(, "resize": {"rule": "opencv-linear", "as": "float32"})", head));
+  EXPECT_FALSE(takes(R"(, "resize": {"rule": "opencv-linear", "fit": "letterbox",
+                         "size": [20, 20]}, "crop": {})",
+                     head));
+}
+
 TEST(TargetOf, TellsTheLayoutByTheShape) {
   EXPECT_TRUE(TargetOf(Input({1, 3, 224, 224}), Read("")).areChannelsFirst);
   EXPECT_FALSE(TargetOf(Input({1, 224, 224, 3}), Read("")).areChannelsFirst);
