@@ -27,8 +27,9 @@ struct Xxh3Functions {
 
 extern const Xxh3Functions kXxh3Anywhere;
 #if defined(__x86_64__) && !defined(__clang__)
-#define VORN_HAS_XXH3_AVX2
+#define VORN_HAS_XXH3_VECTORS
 extern const Xxh3Functions kXxh3WithAvx2;
+extern const Xxh3Functions kXxh3WithAvx512;
 #endif
 
 /// The best of them that this processor can run.

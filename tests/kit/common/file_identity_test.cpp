@@ -96,16 +96,32 @@ TEST(Xxh3Stream, GivesTheHashOfTheWholeHoweverItIsCut) {
   }
 }
 
-#ifdef VORN_HAS_XXH3_AVX2
-TEST(Xxh3, GivesTheSameWithAllInstructions) {
-  if (__builtin_cpu_supports("avx2") == 0) GTEST_SKIP() << "this processor has no AVX2";
+#ifdef VORN_HAS_XXH3_VECTORS
+void ExpectTheSameHashes(const Xxh3Functions& functions) {
   const std::string bytes = support::CountingBytes(300'001);
   for (size_t size = 0; size <= bytes.size(); size = size * 3 / 2 + 1) {
     const Xxh3Hash anywhere = kXxh3Anywhere.hash(bytes.data(), size);
-    const Xxh3Hash hash = kXxh3WithAvx2.hash(bytes.data(), size);
+    const Xxh3Hash hash = functions.hash(bytes.data(), size);
     EXPECT_EQ(hash.high, anywhere.high) << size;
     EXPECT_EQ(hash.low, anywhere.low) << size;
+    Xxh3State state;
+    functions.start(state);
+    functions.add(state, bytes.data(), size / 3);
+    functions.add(state, bytes.data() + size / 3, size - size / 3);
+    const Xxh3Hash inPieces = functions.hashUntilNow(state);
+    EXPECT_EQ(inPieces.high, anywhere.high) << size;
+    EXPECT_EQ(inPieces.low, anywhere.low) << size;
   }
+}
+
+TEST(Xxh3, GivesTheSameWithAvx2) {
+  if (__builtin_cpu_supports("avx2") == 0) GTEST_SKIP() << "this processor has no AVX2";
+  ExpectTheSameHashes(kXxh3WithAvx2);
+}
+
+TEST(Xxh3, GivesTheSameWithAvx512) {
+  if (__builtin_cpu_supports("avx512f") == 0) GTEST_SKIP() << "this processor has no AVX-512";
+  ExpectTheSameHashes(kXxh3WithAvx512);
 }
 #endif
 
