@@ -15,6 +15,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -207,6 +208,8 @@ using RowFunction = void (*)(const Value*, std::span<const Neighbours<WorkOf<Val
                              BetweenOf<Value, kTaps>*);
 
 #ifdef __x86_64__
+#define VORN_VBMI __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi")))
+
 // Two taps of three bytes, which are bytes beside each other: at the border, where the second one
 // is none, its weight is 0. Reads 8 bytes from the first tap on and writes 4 values beyond the
 // last.
@@ -233,6 +236,64 @@ __attribute__((target("avx2"))) void ResizeThreesWithAvx2(const uint8_t* from,
                      _mm_shuffle_epi8(_mm_packs_epi32(sums[0], sums[1]), threes));
   }
 }
+
+// The same by five outputs at once, whose bytes are all among 64 where a picture does not shrink to
+// less than a fifth.
+class FivesOfThrees {
+ public:
+  // None where the bytes of an output lie elsewhere.
+  static std::optional<FivesOfThrees> Of(std::span<const Neighbours<int32_t>> axis,
+                                         size_t rowBytes) {
+    FivesOfThrees fives;
+    for (size_t x = 0; x < axis.size(); x += kOutputs) {
+      const auto outputs = axis.subspan(x, std::min(kOutputs, axis.size() - x));
+      Five five{.from = size_t{outputs.front().places[0]} * 3};
+      five.isThere = LowestBits(rowBytes - five.from);
+      five.isGiven = static_cast<uint16_t>(LowestBits(outputs.size() * 3));
+      for (size_t i = 0; i < outputs.size() * 3 * 2; ++i) {
+        const Neighbours<int32_t>& output = outputs[i / 2 / 3];
+        const size_t byte = size_t{output.places[i % 2]} * 3 + i / 2 % 3 - five.from;
+        if (byte >= kBytes) return std::nullopt;
+        five.bytes[i * 2] = static_cast<uint8_t>(byte);
+        five.weights[i] = static_cast<int16_t>(output.weights[i % 2]);
+      }
+      fives.fives_.push_back(five);
+    }
+    return fives;
+  }
+
+  VORN_VBMI void Resize(const uint8_t* from, int16_t* to) const {
+    constexpr uint64_t kLowerBytes = 0x5555555555555555;  // of words
+    for (const Five& five : fives_) {
+      const __m512i bytes = _mm512_maskz_loadu_epi8(five.isThere, from + five.from);
+      const __m512i words =
+          _mm512_maskz_permutexvar_epi8(kLowerBytes, _mm512_loadu_si512(five.bytes), bytes);
+      const __m512i sums = _mm512_madd_epi16(words, _mm512_loadu_si512(five.weights));
+      const __m256i dropped = _mm512_cvtepi32_epi16(_mm512_srai_epi32(sums, kDroppedBits));
+      _mm256_mask_storeu_epi16(to, five.isGiven, dropped);
+      to += kOutputs * 3;
+    }
+  }
+
+ private:
+  static constexpr size_t kOutputs = 5;
+  static constexpr size_t kBytes = 64;
+
+  // Words of the first tap and the second one, channel by channel and output by output.
+  struct Five {
+    uint8_t bytes[kBytes] = {};
+    int16_t weights[kBytes / 2] = {};
+    size_t from = 0;
+    uint64_t isThere = 0;  // of the bytes from there on, those of the row
+    uint16_t isGiven = 0;  // of the values that are stored
+  };
+
+  static uint64_t LowestBits(size_t bits) {
+    return bits < 64 ? (uint64_t{1} << bits) - 1 : ~uint64_t{0};
+  }
+
+  std::vector<Five> fives_;
+};
 #endif
 
 template <typename Value, uint32_t kTaps>
@@ -394,6 +455,12 @@ class InterpolatedRows {
         row_(Values()) {
     constexpr size_t kBeyond = 8;  // that the fast part may write
     for (auto& row : kept_) row.resize(Values() + kBeyond);
+#ifdef __x86_64__
+    if constexpr (kIsBytesByTwo) {
+      const bool isByFives = steps.channels == 3 && steps.instructions == Instructions::kAvx512;
+      if (isByFives) fives_ = FivesOfThrees::Of(taken_, RowValues());
+    }
+#endif
   }
   InterpolatedRows(const InterpolatedRows&) = delete;
   InterpolatedRows& operator=(const InterpolatedRows&) = delete;
@@ -418,6 +485,11 @@ class InterpolatedRows {
 
   void Narrow(const Value* from) {
     Between* to = kept_[next_ % kTaps].data();
+#ifdef __x86_64__
+    if constexpr (kIsBytesByTwo) {
+      if (fives_) return fives_->Resize(from, to);
+    }
+#endif
     if (fast_.outputs > 0) fast_.resize(from, taken_.first(fast_.outputs), to);
     resizeRow_(from, taken_.subspan(fast_.outputs), to + fast_.outputs * steps_.channels);
   }
@@ -442,6 +514,10 @@ class InterpolatedRows {
   std::span<const Neighbours<Work>> taken_;  // of the columns
   RowFunction<Value, kTaps> resizeRow_;
   FastPart<Value, kTaps> fast_;
+#ifdef __x86_64__
+  static constexpr bool kIsBytesByTwo = std::is_same_v<Value, uint8_t> && kTaps == 2;
+  std::optional<FivesOfThrees> fives_;
+#endif
   std::vector<Value> row_;
   std::vector<Between> kept_[kTaps];  // a row by the rest of its number
   uint32_t next_ = 0;                 // row to come

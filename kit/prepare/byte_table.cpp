@@ -47,6 +47,15 @@ bool HasVbmi() {
 // The lowest bits of a mask.
 uint64_t Lowest(size_t bits) { return bits < 64 ? (uint64_t{1} << bits) - 1 : ~uint64_t{0}; }
 
+template <size_t kStep>
+constexpr std::array<uint8_t, 64> kOrder = [] {
+  std::array<uint8_t, 64> order{};
+  for (size_t i = 0; i < order.size(); ++i) {
+    order[i] = static_cast<uint8_t>((i / 4 % 4 * 16 + i / 16 * 4 + i % 4) * kStep);
+  }
+  return order;
+}();
+
 // Elements of 4 bytes, one behind the other, 64 at a time. The table is taken apart into four of
 // bytes, each in four registers, of which an instruction looks 64 bytes up in two. Interleaved by
 // bytes and by words, the four results are the elements, in an order that follows from how these
@@ -59,11 +68,7 @@ VORN_VBMI void LookUpDwords(const std::array<std::array<uint8_t, kByteValues>, 4
   for (size_t i = 0; i < 4; ++i) {
     for (size_t j = 0; j < 4; ++j) tables[i][j] = _mm512_loadu_si512(bytes[i].data() + j * 64);
   }
-  alignas(64) uint8_t order[64];
-  for (size_t i = 0; i < 64; ++i) {
-    order[i] = static_cast<uint8_t>((i / 4 % 4 * 16 + i / 16 * 4 + i % 4) * row.fromStep);
-  }
-  const __m512i places = _mm512_load_si512(order);
+  const __m512i places = _mm512_loadu_si512((row.fromStep == 1 ? kOrder<1> : kOrder<3>).data());
   // Of a step of 3, those that lie behind the first 128 bytes.
   const __mmask64 areBehind = row.fromStep == 1 ? 0 : _mm512_movepi8_mask(places);
   auto* to = reinterpret_cast<uint32_t*>(row.to);
@@ -93,10 +98,9 @@ VORN_VBMI void LookUpDwords(const std::array<std::array<uint8_t, kByteValues>, 4
     const __m512i dwords[4] = {
         _mm512_unpacklo_epi16(words[0], words[1]), _mm512_unpackhi_epi16(words[0], words[1]),
         _mm512_unpacklo_epi16(words[2], words[3]), _mm512_unpackhi_epi16(words[2], words[3])};
+    const uint64_t isThere = Lowest(row.count - at);
     for (size_t i = 0; i < 4; ++i) {
-      const size_t behind = at + i * 16;
-      const size_t many = row.count > behind ? std::min<size_t>(row.count - behind, 16) : 0;
-      _mm512_mask_storeu_epi32(to + i * 16, static_cast<__mmask16>(Lowest(many)), dwords[i]);
+      _mm512_mask_storeu_epi32(to + i * 16, static_cast<__mmask16>(isThere >> i * 16), dwords[i]);
     }
   }
 }

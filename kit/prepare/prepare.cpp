@@ -35,6 +35,7 @@ namespace fs = std::filesystem;
 constexpr size_t kMostNamedFaults = 100;
 constexpr size_t kLeastDigits = 6;
 constexpr size_t kMostKeptBytes = size_t{64} << 20;  // of a file, as room for the next one
+constexpr size_t kHashedBytes = size_t{256} << 10;   // of a tensor, hashed and written
 constexpr std::string_view kCannotWrite = "cannot write the tensor";
 
 // ---- The folder ---------------------------------------------------------------------------------
@@ -118,21 +119,28 @@ std::string AdviceFor(int error) {
   }
 }
 
-// Whole or not at all, and synced with all others at the end.
-void WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
+// Whole or not at all, and synced with all others at the end. Returns the hash: each piece is
+// hashed and written while it is in the processor's cache.
+std::string WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
   const std::string part = path + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
   (void)unlink(part.c_str());
   const int fd = open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
   int error = fd < 0 ? errno : 0;
+  Xxh3Stream hash;
+  size_t hashed = 0;
   size_t done = 0;
   while (error == 0 && done < bytes.size()) {
-    const ssize_t written = write(fd, bytes.data() + done, bytes.size() - done);
+    if (done == hashed) {
+      hashed = std::min(bytes.size(), done + kHashedBytes);
+      hash.Add({reinterpret_cast<const char*>(bytes.data()) + done, hashed - done});
+    }
+    const ssize_t written = write(fd, bytes.data() + done, hashed - done);
     if (written < 0 && errno != EINTR) error = errno;
     if (written > 0) done += static_cast<size_t>(written);
   }
   if (fd >= 0 && close(fd) != 0 && error == 0) error = errno;
   if (error == 0 && rename(part.c_str(), path.c_str()) != 0) error = errno;
-  if (error == 0) return;
+  if (error == 0) return hash.Digits();
   (void)unlink(part.c_str());
   throw Fault(ExitStatus::kLimit, std::string(kCannotWrite) + " " + Quoted(path) + ": " +
                                       SystemReason(error) + AdviceFor(error));
@@ -430,9 +438,8 @@ class Preparation {
     MadeItem made = item.kind == SourceKind::kFlags ? MakeFlags(sample, place)
                                                     : makers_[place].Make(item, file);
     record.sizeBytes = made.bytes.size();
-    record.xxh3 = Xxh3Of({reinterpret_cast<const char*>(made.bytes.data()), made.bytes.size()});
     record.facts = std::move(made.facts);
-    WriteTensor(path, made.bytes);
+    record.xxh3 = WriteTensor(path, made.bytes);
     Json json = ToJson(record);
     json.Set("isMade", true);
     return ToText(json);
@@ -607,8 +614,9 @@ class Preparation {
     for (uint64_t i = 0; i < tensor.filled; ++i) bytes.append(bytes, bytes.size() - last, last);
     std::string name = NumberText(group, samples_);
     if (inputs_.size() > 1) name += "." + std::to_string(input);
-    tensor.file = {std::string(kTensorsFolder) + "/" + name + ".bin", bytes.size(), Xxh3Of(bytes)};
-    WriteTensor(folder_->Path(tensor.file.path), std::as_bytes(std::span(bytes)));
+    tensor.file = {std::string(kTensorsFolder) + "/" + name + ".bin", bytes.size(), {}};
+    tensor.file.xxh3 =
+        WriteTensor(folder_->Path(tensor.file.path), std::as_bytes(std::span(bytes)));
     return tensor;
   }
 
