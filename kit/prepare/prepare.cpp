@@ -123,8 +123,10 @@ std::string AdviceFor(int error) {
 // hashed and written while it is in the processor's cache.
 std::string WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
   const std::string part = path + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
-  (void)unlink(part.c_str());
-  const int fd = open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+  int fd = open(part.c_str(), kFlags, 0666);
+  // What a dead one of this number left.
+  if (fd < 0 && errno == EEXIST && unlink(part.c_str()) == 0) fd = open(part.c_str(), kFlags, 0666);
   int error = fd < 0 ? errno : 0;
   Xxh3Stream hash;
   size_t hashed = 0;

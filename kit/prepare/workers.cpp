@@ -120,8 +120,10 @@ TaskAnswer AnswerTo(uint64_t task, const std::function<std::string(uint64_t)>& w
     answer.text.resize(std::min(answer.text.size(), kMostAnswerBytes));
     const AnswerHead head{static_cast<uint32_t>(answer.status),
                           static_cast<uint32_t>(answer.text.size())};
-    if (!WriteAll(fd, &head, sizeof head)) break;
-    if (!WriteAll(fd, answer.text.data(), answer.text.size())) break;
+    // At once: a parent that woke for the head would wait for the text, and wake again.
+    std::string message(reinterpret_cast<const char*>(&head), sizeof head);
+    message += answer.text;
+    if (!WriteAll(fd, message.data(), message.size())) break;
   }
   _exit(0);
 }
