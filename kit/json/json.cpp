@@ -1,6 +1,8 @@
 #include "kit/json/json.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cmath>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -94,7 +96,7 @@ class Builder : public nlohmann::json_sax<nlohmann::json> {
 
 }  // namespace
 
-/// Knows what is in a value, for the library that prints it and the one that read it.
+/// Knows what is in a value, for who prints it and who read it.
 class JsonAccess {
  public:
   static Json FromItems(std::vector<Json> items) {
@@ -109,39 +111,101 @@ class JsonAccess {
     return value;
   }
 
-  static nlohmann::ordered_json Printed(const Json& value) {
-    return std::visit([](const auto& kind) { return Of(kind); }, value.value_);
+  template <typename Visit>
+  static void Look(const Json& value, const Visit& visit) {
+    std::visit(visit, value.value_);
+  }
+};
+
+namespace {
+
+// Prints the value itself, as the library would what had to be copied for it first: most of the
+// time that many lines of JSON take went into the copy.
+class Printer {
+ public:
+  explicit Printer(int indent) : indent_(static_cast<size_t>(indent)) {}
+
+  std::string Take() { return std::move(text_); }
+
+  void Put(const Json& value) {
+    JsonAccess::Look(value, [&](const auto& kind) { PutKind(kind); });
   }
 
  private:
-  using Printable = nlohmann::ordered_json;
+  void PutKind(std::nullptr_t) { text_ += "null"; }
+  void PutKind(bool value) { text_ += value ? "true" : "false"; }
+  void PutKind(int64_t value) { PutDigits(value); }
+  void PutKind(uint64_t value) { PutDigits(value); }
 
-  template <typename Kind>
-  static Printable Of(const Kind& value) {
-    return value;
+  void PutKind(double value) {
+    if (std::isnan(value)) return PutKind(std::string(kNan));
+    if (std::isinf(value)) return PutKind(std::string(value > 0 ? kInfinity : kMinusInfinity));
+    std::array<char, 64> digits{};
+    const char* end =
+        nlohmann::detail::to_chars(digits.data(), digits.data() + digits.size(), value);
+    text_.append(digits.data(), static_cast<size_t>(end - digits.data()));
   }
 
-  static Printable Of(double value) {
-    if (std::isnan(value)) return kNan;
-    if (std::isinf(value)) return value > 0 ? kInfinity : kMinusInfinity;
-    return value;
+  void PutKind(const std::string& value) {
+    const bool isPlain = std::all_of(value.begin(), value.end(), [](char c) {
+      return c >= ' ' && c <= '~' && c != '"' && c != '\\';
+    });
+    if (isPlain) {
+      text_ += '"';
+      text_ += value;
+      text_ += '"';
+    } else {
+      text_ += nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    }
   }
 
-  static Printable Of(const std::vector<Json>& items) {
-    Printable array = Printable::array();
-    for (const Json& item : items) array.push_back(Printed(item));
-    return array;
+  void PutKind(const std::vector<Json>& items) {
+    PutAll('[', items, ']', [&](const Json& item) { Put(item); });
   }
 
-  // Straight into the vector behind an object that keeps its order: to ask for a key would compare
-  // it with all that are there.
-  static Printable Of(const std::vector<Json::Member>& members) {
-    Printable object = Printable::object();
-    auto& entries = object.get_ref<Printable::object_t&>();
-    for (const auto& [key, value] : members) entries.push_back({key, Printed(value)});
-    return object;
+  void PutKind(const std::vector<Json::Member>& members) {
+    PutAll('{', members, '}', [&](const Json::Member& member) {
+      PutKind(member.first);
+      text_ += indent_ == 0 ? ":" : ": ";
+      Put(member.second);
+    });
   }
+
+  template <typename Values, typename PutOne>
+  void PutAll(char open, const Values& values, char close, PutOne putOne) {
+    text_ += open;
+    ++depth_;
+    bool isFirst = true;
+    for (const auto& value : values) {
+      if (!isFirst) text_ += ',';
+      isFirst = false;
+      EndLine();
+      putOne(value);
+    }
+    --depth_;
+    if (!values.empty()) EndLine();
+    text_ += close;
+  }
+
+  void EndLine() {
+    if (indent_ == 0) return;
+    text_ += '\n';
+    text_.append(depth_ * indent_, ' ');
+  }
+
+  template <typename Whole>
+  void PutDigits(Whole value) {
+    std::array<char, 24> digits{};
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value);
+    text_.append(digits.data(), end.ptr);
+  }
+
+  size_t indent_;
+  size_t depth_ = 0;
+  std::string text_;
 };
+
+}  // namespace
 
 bool Builder::Close() {
   Level level = std::move(open_.back());
@@ -241,8 +305,9 @@ Json ParseJson(std::string_view text) {
 }
 
 std::string ToText(const Json& value, int indent) {
-  return JsonAccess::Printed(value).dump(indent == 0 ? -1 : indent, ' ', false,
-                                         nlohmann::ordered_json::error_handler_t::replace);
+  Printer printer(indent);
+  printer.Put(value);
+  return printer.Take();
 }
 
 }  // namespace vorn::kit

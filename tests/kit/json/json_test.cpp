@@ -3,7 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <cmath>
 #include <limits>
+#include <nlohmann/json.hpp>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -133,6 +137,66 @@ TEST(ToText, IsReadBackAsTheSame) {
 
 TEST(ToText, IndentsWhereItIsAsked) {
   EXPECT_EQ(ToText(Json::Object({{"a", Json::Array({1})}}), 2), "{\n  \"a\": [\n    1\n  ]\n}");
+}
+
+// Each kind as the library behind the reader prints it, which is read here by itself.
+TEST(ToText, PrintsAsTheLibraryDoes) {
+  std::vector<std::string> texts{"",
+                                 "plain ~",
+                                 "\"",
+                                 "\\",
+                                 "/",
+                                 "\n\t\r\b\f",
+                                 std::string(1, '\0'),
+                                 "\x1f",
+                                 "\x7f",
+                                 "\xc3\xa4",
+                                 "\xf0\x9f\x98\x80",
+                                 "\xff",
+                                 "a\xc3",
+                                 "\xed\xa0\x80z"};
+  std::vector<double> numbers{0,
+                              -0.0,
+                              1,
+                              -1.5,
+                              0.1,
+                              1e15,
+                              1e16,
+                              123456789.125,
+                              1e20,
+                              1e-5,
+                              1e-4,
+                              5e-324,
+                              1.7976931348623157e308,
+                              2.5e-10,
+                              1e21};
+  std::mt19937_64 random(7);
+  for (int i = 0; i < 2000; ++i) {
+    std::string text;
+    for (uint64_t left = random() % 12; left > 0; --left) text += static_cast<char>(random());
+    texts.push_back(text);
+    const double number = std::bit_cast<double>(random());
+    if (std::isfinite(number)) numbers.push_back(number);
+  }
+  Json value = Json::Object({{"empty", Json::Object()}, {"none", Json::Array()}});
+  nlohmann::ordered_json same;
+  same["empty"] = nlohmann::ordered_json::object();
+  same["none"] = nlohmann::ordered_json::array();
+  const auto set = [&](const std::string& key, auto kind) {
+    value.Set(key, Json::Array({Json(kind), Json::Object({{key, Json(kind)}})}));
+    nlohmann::ordered_json inner;
+    inner[key] = kind;
+    same[key] = nlohmann::ordered_json::array({kind, inner});
+  };
+  for (size_t i = 0; i < texts.size(); ++i) set(std::to_string(i) + texts[i], texts[i]);
+  for (size_t i = 0; i < numbers.size(); ++i) set("d" + std::to_string(i), numbers[i]);
+  set("least", std::numeric_limits<int64_t>::min());
+  set("most", std::numeric_limits<uint64_t>::max());
+  set("true", true);
+  set("null", nullptr);
+  const auto replace = nlohmann::ordered_json::error_handler_t::replace;
+  EXPECT_EQ(ToText(value), same.dump(-1, ' ', false, replace));
+  EXPECT_EQ(ToText(value, 2), same.dump(2, ' ', false, replace));
 }
 
 TEST(ToText, WritesNumbersThatJsonHasNotAsTexts) {
