@@ -256,6 +256,7 @@ ReportInside::Tensor TensorOf(const Json& json) {
 /// places that are named, and of the others every n-th.
 std::vector<size_t> ShownTensors(size_t count, const std::vector<size_t>& named) {
   std::set<size_t> shown;
+  if (count == 0) return {};
   const auto take = [&](size_t place) {
     if (place < count) shown.insert(place);
   };
@@ -290,7 +291,6 @@ ReportInside InsideOf(const Json& json) {
                               " side only");
   });
   const auto& tensors = json.At("tensors").Items();
-  if (tensors.empty()) return inside;
   std::vector<size_t> named;
   for (const auto& place : {inside.begin, inside.greatest, inside.largestStep}) {
     if (place && *place < tensors.size()) named.push_back(*place);

@@ -142,6 +142,22 @@ TEST(ParseJudgement, KeepsTheTensorsThatTellSomething) {
   EXPECT_THAT(inside.unpaired, ElementsAre("'u' is on the actual side only"));
 }
 
+// Whoever opens a sample asks for the tensor at the place.
+TEST(ParseJudgement, NamesNoPlaceWhereNoTensorIs) {
+  for (const char* tensors : {"[]", R"([{"name":"x"}])"}) {
+    const KeptJudgement kept = ParseJudgement(
+        R"({"schema":1,"status":6,"actual":"a","expected":"e","samples":1,"outputs":[],"inside":{)"
+        R"("order":"o","unpaired":[],"begin":{"name":"x","place":1},"greatest":{"name":"x",)"
+        R"("place":1},"largestStep":{"name":"x","place":1,"behind":"y"},"tensors":)" +
+            std::string(tensors) + "}}",
+        "v");
+    ASSERT_TRUE(kept.facts.inside);
+    EXPECT_FALSE(kept.facts.inside->begin);
+    EXPECT_FALSE(kept.facts.inside->greatest);
+    EXPECT_FALSE(kept.facts.inside->largestStep);
+  }
+}
+
 TEST(ReadJudgement, NamesTheFile) {
   const support::TempDir folder;
   support::WriteFile(folder.Path() / "verdict.json", "[");
