@@ -84,12 +84,21 @@ ImportCounts ImportRuns(Ledger* ledger, const std::vector<std::string>& runs,
 
 ImportCounts ImportLines(Ledger* ledger, const std::string& path, const OnImported& onImported) {
   Importer importer(ledger, onImported);
-  ForEachLine(path, "the export", ExitStatus::kInput, [&](std::string_view line) {
-    if (line.empty()) return;
-    RunEntry run = EntryFromJson(ParseJson(line));
-    run.id = 0;
-    importer.Take(std::move(run));
-  });
+  try {
+    // It may come through a pipe, and one that was cut short is not taken for a whole one.
+    ForEachLine(
+        path, "the export", ExitStatus::kInput,
+        [&](std::string_view line) {
+          if (line.empty()) return;
+          RunEntry run = EntryFromJson(ParseJson(line));
+          run.id = 0;
+          importer.Take(std::move(run));
+        },
+        LineSource::kNamed);
+  } catch (const Fault& fault) {
+    if (fault.Status() == ExitStatus::kInput) importer.Flush();
+    throw;
+  }
   importer.Flush();
   return importer.Counts();
 }

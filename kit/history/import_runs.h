@@ -33,7 +33,7 @@ using OnRefused = std::function<void(const std::string& message)>;
                                       const OnImported& onImported, const OnRefused& onRefused);
 
 /// The same of a file that `vorn history export` wrote. Throws a Fault of kInput that names the
-/// line which is none of such.
+/// line which is none of such; those before it are kept.
 [[nodiscard]] ImportCounts ImportLines(Ledger* ledger, const std::string& path,
                                        const OnImported& onImported);
 

@@ -2,6 +2,7 @@
 #include "kit/run/run_directory.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +22,7 @@ namespace {
 
 constexpr int kSchema = 1;
 constexpr uint64_t kMostRunBytes = 64 << 20;
+constexpr uint64_t kMostLineBytes = 64 << 20;
 constexpr size_t kPieceBytes = 64 * 1024;
 
 // By the value of the enumeration.
@@ -233,10 +235,17 @@ void TakeLists(const Json& object, RunFacts& facts) {
 
 class LineReader {
  public:
-  LineReader(const std::string& path, const std::string& what, ExitStatus status)
-      : name_(what + " '" + Printable(path) + "'"), status_(status) {
-    fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  LineReader(const std::string& path, const std::string& what, ExitStatus status, LineSource source)
+      : name_(what + " '" + Printable(path) + "'"), status_(status), source_(source) {
+    // Of a file's own a pipe without a writer would be waited for.
+    const int wait = source == LineSource::kNamed ? 0 : O_NONBLOCK;
+    fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | wait);
     if (fd_ < 0) throw Fault(status_, name_ + " cannot be opened: " + SystemReason(errno));
+    if (source == LineSource::kNamed) return;
+    struct stat about {};
+    if (fstat(fd_, &about) == 0 && (S_ISREG(about.st_mode) || S_ISDIR(about.st_mode))) return;
+    close(fd_);
+    throw Fault(status_, name_ + " is no regular file");
   }
   ~LineReader() { close(fd_); }
   LineReader(const LineReader&) = delete;
@@ -255,10 +264,21 @@ class LineReader {
         rest.remove_prefix(end + 1);
       }
       left += rest;
+      HoldToSize(left);
     }
+    if (source_ != LineSource::kNamed || left.empty()) return;
+    ++line_;
+    Take(left, take);
   }
 
  private:
+  // What has no ends of lines is not read until all memory is taken.
+  void HoldToSize(const std::string& left) const {
+    if (left.size() <= kMostLineBytes) return;
+    throw Fault(status_, name_ + ", line " + std::to_string(line_ + 1) + " is longer than " +
+                             SizeText(kMostLineBytes) + ", which none of its kind is");
+  }
+
   size_t Read(std::vector<char>& piece) const {
     ssize_t got = 0;
     do {
@@ -278,6 +298,7 @@ class LineReader {
 
   std::string name_;
   ExitStatus status_;
+  LineSource source_;
   uint64_t line_ = 0;
   int fd_ = -1;
 };
@@ -459,8 +480,8 @@ std::optional<SampleFront> FrontOfSample(std::string_view line) {
 }
 
 void ForEachLine(const std::string& path, const std::string& what, ExitStatus status,
-                 const std::function<void(std::string_view line)>& take) {
-  LineReader(path, what, status).ForEach(take);
+                 const std::function<void(std::string_view line)>& take, LineSource source) {
+  LineReader(path, what, status, source).ForEach(take);
 }
 
 RunFacts ReadRun(const std::string& run) {

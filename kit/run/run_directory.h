@@ -219,11 +219,18 @@ struct RunFacts {
 
 // ---- A directory --------------------------------------------------------------------------------
 
+/// Where lines come from.
+enum class LineSource {
+  kWritten,  ///< a regular file that may still be written: a last line without its end is no line
+  kNamed,    ///< what a person named: a pipe, too, and what stands behind the last end is a line
+};
+
 /// Calls `take` with each whole line of a file, without its end. Reads in pieces. Throws a Fault of
-/// `status` that says what `what` is and what is wrong with it; a JsonError that `take` throws
-/// becomes one that names file and line.
+/// `status` that says what `what` is and what is wrong with it, which a line beyond 64 MiB is, too;
+/// a JsonError that `take` throws becomes one that names file and line.
 void ForEachLine(const std::string& path, const std::string& what, ExitStatus status,
-                 const std::function<void(std::string_view line)>& take);
+                 const std::function<void(std::string_view line)>& take,
+                 LineSource source = LineSource::kWritten);
 
 /// RUN/run.json. Throws a Fault of kInput that names the file.
 [[nodiscard]] RunFacts ReadRun(const std::string& run);

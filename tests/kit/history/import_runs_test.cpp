@@ -92,6 +92,27 @@ TEST_F(Import, TakesWhatWasExported) {
   EXPECT_EQ(ExportOf("other"), ExportOf("history"));
 }
 
+TEST_F(Import, TakesALastLineWithoutEndAndRefusesOneThatWasCut) {
+  MakeRun(Path("1"), MadeFacts(1), {});
+  MakeRun(Path("2"), MadeFacts(2), {});
+  EXPECT_EQ(Run({Path("1"), Path("2")}), "2 added");
+  const std::string lines = ExportOf("history");
+  const auto import = [&](const std::string& text) {
+    support::WriteFile(Path("lines"), text);
+    std::filesystem::remove(Path("other"));
+    Ledger other = Ledger::ForWriting(Path("other"));
+    return TextOf(ImportLines(&other, Path("lines"), [](const RunEntry&, Addition) {}));
+  };
+  EXPECT_EQ(import(lines.substr(0, lines.size() - 1)), "2 added");
+  try {
+    (void)import(lines.substr(0, lines.size() - 2));
+    FAIL();
+  } catch (const Fault& fault) {
+    EXPECT_THAT(fault.what(), HasSubstr("line 2: "));
+  }
+  EXPECT_EQ(ExportOf("other"), lines.substr(0, lines.find('\n') + 1));
+}
+
 TEST_F(Import, NamesTheLineThatIsNoExport) {
   support::WriteFile(Path("lines"), "\n{\"schema\":1}\n");
   Ledger ledger = Ledger::ForWriting(Path("history"));

@@ -3,6 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <thread>
 
 #include "kit/json/json.h"
 #include "kit/model/model_json.h"
@@ -257,6 +261,45 @@ TEST_F(Directory, ReadsManyLines) {
   const auto times = vorn::kit::ReadTimes(Run());
   ASSERT_EQ(times.size(), 2000U);
   for (uint64_t i = 0; i < 2000; ++i) EXPECT_EQ(times[i].index, i);
+}
+
+// A link to a device would be read until all memory is taken.
+TEST_F(Directory, ReadsRegularFilesAlone) {
+  std::filesystem::create_symlink("/dev/zero", folder_.Path() / "times.jsonl");
+  EXPECT_EQ(FaultOf([&] { (void)vorn::kit::ReadTimes(Run()); }),
+            "the times of the run '" + Run() + "/times.jsonl' is no regular file");
+  std::filesystem::remove(folder_.Path() / "times.jsonl");
+  ASSERT_EQ(mkfifo((Run() + "/times.jsonl").c_str(), 0600), 0);
+  EXPECT_THAT(FaultOf([&] { (void)vorn::kit::ReadTimes(Run()); }), HasSubstr("no regular file"));
+}
+
+TEST_F(Directory, RefusesALineWithoutEnd) {
+  Write("times.jsonl", ToLine(FullTimes()));
+  std::filesystem::resize_file(folder_.Path() / "times.jsonl", uint64_t{1} << 40);
+  EXPECT_EQ(FaultOf([&] { (void)vorn::kit::ReadTimes(Run()); }),
+            "the times of the run '" + Run() +
+                "/times.jsonl', line 2 is longer than 64.0 MiB, which none of its kind is");
+}
+
+TEST_F(Directory, TakesTheLastLineOfWhatAPersonNamed) {
+  const auto linesOf = [](const std::string& path) {
+    std::vector<std::string> lines;
+    vorn::kit::ForEachLine(
+        path, "the lines", vorn::kit::ExitStatus::kInput,
+        [&](std::string_view line) { lines.emplace_back(line); }, vorn::kit::LineSource::kNamed);
+    return lines;
+  };
+  Write("lines", "a\n\nb");
+  EXPECT_THAT(linesOf(Run() + "/lines"), ElementsAre("a", "", "b"));
+  Write("lines", "a\n");
+  EXPECT_THAT(linesOf(Run() + "/lines"), ElementsAre("a"));
+  Write("lines", "");
+  EXPECT_THAT(linesOf(Run() + "/lines"), testing::IsEmpty());
+  const std::string pipe = Run() + "/pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  std::thread writer([&] { support::WriteFile(pipe, "c\nd"); });
+  EXPECT_THAT(linesOf(pipe), ElementsAre("c", "d"));
+  writer.join();
 }
 
 TEST_F(Directory, NamesFileAndLineOfAFault) {
