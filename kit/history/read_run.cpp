@@ -35,7 +35,14 @@ const Times* OwnSeries(const MeasuredTimes& measured) {
 }
 
 void TakeTimes(const std::string& path, RunEntry& run) {
-  const MeasuredTimes measured = TimesOfRun(ReadTimes(path));
+  MeasuredTimes measured;
+  const std::vector<TimesRecord> records = ReadTimes(path);
+  try {
+    measured = TimesOfRun(records);
+  } catch (const Fault& fault) {
+    throw Fault(fault.Status(),
+                "the times of the run " + Quoted(path + "/" + kTimesFile) + ": " + fault.what());
+  }
   const Times* times = OwnSeries(measured);
   if (times == nullptr) return;
   run.executions = times->timesNs.size();
@@ -109,11 +116,11 @@ void TakeVerdict(std::string_view text, RunEntry& run) {
   for (const Json& output : verdict.At("outputs").Items()) {
     if (++outputs > kMostOutputsKept) break;
     const std::string& name = output.At("name").AsText();
-    AddMetric(run, places,
-              {.output = name,
-               .metric = "RMSE",
-               .value = output.At("census").At("rmse").AsNumber(),
-               .expected = std::nullopt});
+    if (const Json* rmse = output.At("census").Find("rmse")) {
+      AddMetric(
+          run, places,
+          {.output = name, .metric = "RMSE", .value = rmse->AsNumber(), .expected = std::nullopt});
+    }
     const Json* agreement = output.Find("agreement");
     if (agreement == nullptr) continue;
     const double items = agreement->At("items").AsNumber();
@@ -157,6 +164,9 @@ RunEntry ReadRunEntry(const std::string& run, const std::optional<std::string>& 
     content += Xxh3Of(verdict);
   }
   entry.content = Xxh3Of(content);
+  if (const std::string why = WhyNotKept(entry); !why.empty()) {
+    throw Fault(ExitStatus::kInput, "the run " + Quoted(run) + ": " + why + "; it is damaged");
+  }
   return entry;
 }
 

@@ -3,11 +3,15 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <initializer_list>
+#include <limits>
 #include <set>
+#include <type_traits>
 #include <utility>
 
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
+#include "kit/common/printable.h"
 
 namespace vorn::kit {
 namespace {
@@ -96,6 +100,46 @@ std::vector<uint64_t> NumbersOf(const Json& array) {
   return numbers;
 }
 
+bool IsOneOf(std::string_view word, std::initializer_list<std::string_view> words) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// What a person changed in an export counts as little as what a run cannot be.
+void HoldToWords(const RunEntry& run) {
+  if (!IsOneOf(run.state, {"running", "done", "failed", "interrupted"})) {
+    throw JsonError("'state' is '" + PrintableExcerpt(run.state) +
+                    "', and no running, done, failed or interrupted");
+  }
+  if (!IsOneOf(run.verdict, {"", "right", "wrong", "partial", "not judged"})) {
+    throw JsonError("'verdict' is '" + PrintableExcerpt(run.verdict) +
+                    "', and no right, wrong, partial or not judged");
+  }
+  if (!IsOneOf(run.side, {"", "A", "B"})) {
+    throw JsonError("'side' is '" + PrintableExcerpt(run.side) + "', and no A or B");
+  }
+}
+
+void HoldToTimes(const RunEntry& run) {
+  const auto hold = [](const char* name, const std::optional<double>& time) {
+    if (time && *time < 0) throw JsonError("'" + std::string(name) + "' is below 0");
+  };
+  hold("firstNs", run.firstNs);
+  hold("medianNs", run.medianNs);
+  hold("madNs", run.madNs);
+}
+
+void AddBytes(size_t& bytes, const std::string& text) { bytes += text.size(); }
+template <typename Value>
+void AddBytes(size_t& /*bytes*/, const Value& /*value*/) {}
+
+// The largest of all stands for no end where spans of time are asked for.
+bool IsBeyond(uint64_t value) { return value >= uint64_t{std::numeric_limits<int64_t>::max()}; }
+bool IsBeyond(const std::optional<uint64_t>& value) { return value && IsBeyond(*value); }
+template <typename Value>
+bool IsBeyond(const Value& /*value*/) {
+  return false;
+}
+
 RunMetric MetricOf(const Json& object) {
   RunMetric metric;
   metric.output = object.At("output").AsText();
@@ -180,13 +224,17 @@ RunEntry EntryFromJson(const Json& object) {
     throw JsonError("it has schema 0, which never was; the first one is 1");
   }
   RunEntry run;
-  VisitColumns(run, [&](const char* name, auto& member) {
-    if (const Json* value = object.Find(name)) TakeMember(*value, member);
-  });
+  const std::string identity = object.At("identity").AsText();
   constexpr size_t kHashDigits = 32;
-  const bool isHash = run.identity.size() == kHashDigits &&
-                      run.identity.find_first_not_of("0123456789abcdef") == std::string::npos;
+  const bool isHash = identity.size() == kHashDigits &&
+                      identity.find_first_not_of("0123456789abcdef") == std::string::npos;
   if (!isHash) throw JsonError("'identity' is no hash of 32 hexadecimal digits");
+  VisitColumns(run, [&](const char* name, auto& member) {
+    // A count is always told; what is not known is left out.
+    constexpr bool isCount = std::is_same_v<decltype(member), uint64_t&>;
+    const Json* value = isCount ? &object.At(name) : object.Find(name);
+    if (value != nullptr) TakeMember(*value, member);
+  });
   for (const Json& metric : object.At("metrics").Items()) run.metrics.push_back(MetricOf(metric));
   if (const Json* times = object.Find("times")) {
     run.times.firstNs = NumbersOf(times->At("firstNs"));
@@ -197,7 +245,30 @@ RunEntry EntryFromJson(const Json& object) {
     run.level = RunLevel{.reason = level->At("reason").AsText(),
                          .setRealtimeNs = level->At("setRealtimeNs").AsUnsigned()};
   }
+  HoldToWords(run);
+  HoldToTimes(run);
+  if (const std::string why = WhyNotKept(run); !why.empty()) throw JsonError(why);
   return run;
+}
+
+std::string WhyNotKept(const RunEntry& run) {
+  // Half of what the library takes of a row: the packed times are a row of their own.
+  constexpr size_t kMostBytes = 32 << 20;
+  std::string why;
+  size_t bytes = 0;
+  const auto look = [&](const char* name, const auto& value) {
+    AddBytes(bytes, value);
+    if (why.empty() && IsBeyond(value)) {
+      why = "'" + std::string(name) + "' is a number that no clock or counter reaches";
+    }
+  };
+  VisitColumns(run, look);
+  look("leftOut", run.times.leftOut);
+  if (run.level) look("setRealtimeNs", run.level->setRealtimeNs);
+  if (!why.empty()) return why;
+  for (const RunMetric& metric : run.metrics) bytes += metric.output.size() + metric.metric.size();
+  if (bytes > kMostBytes) return "its names have " + SizeText(bytes) + " in all";
+  return "";
 }
 
 std::string PackTimes(const std::vector<uint64_t>& times) {

@@ -166,6 +166,10 @@ void VisitColumns(Entry& run, Visit&& visit) {
 /// Throws a JsonError that names the key.
 [[nodiscard]] RunEntry EntryFromJson(const Json& object);
 
+/// What the ledger has no room for in a run: a number that no clock or counter reaches, or longer
+/// texts than any run makes; empty where it can be kept.
+[[nodiscard]] std::string WhyNotKept(const RunEntry& run);
+
 /// Times in few bytes: each in groups of seven bits, the lowest first, as LEB128 has them.
 [[nodiscard]] std::string PackTimes(const std::vector<uint64_t>& times);
 

@@ -62,6 +62,17 @@ TEST_F(Import, GoesOnBehindWhatIsDamaged) {
   EXPECT_THAT(refused_, ElementsAre(HasSubstr("2/run.json")));
 }
 
+// They are kept together: one of them must not take the others with it.
+TEST_F(Import, GoesOnBehindNumbersThatNothingReaches) {
+  RunFacts facts = MadeFacts(2);
+  facts.counts.inferences = UINT64_MAX;
+  MakeRun(Path("1"), MadeFacts(1), {});
+  MakeRun(Path("2"), facts, {});
+  MakeRun(Path("3"), MadeFacts(3), {});
+  EXPECT_EQ(Run({Path("1"), Path("2"), Path("3")}), "2 added, 1 not to be read");
+  EXPECT_THAT(refused_, ElementsAre(HasSubstr(Path("2") + "': 'inferences' is a number")));
+}
+
 TEST_F(Import, AddsMoreThanGoTogether) {
   std::vector<std::string> runs;
   for (unsigned day = 1; day <= 150; ++day) {
@@ -121,7 +132,7 @@ TEST_F(Import, NamesTheLineThatIsNoExport) {
     FAIL();
   } catch (const Fault& fault) {
     EXPECT_EQ(fault.Status(), ExitStatus::kInput);
-    EXPECT_THAT(fault.what(), HasSubstr("line 2: 'identity' is no hash"));
+    EXPECT_THAT(fault.what(), HasSubstr("line 2: 'identity' is missing"));
   }
 }
 

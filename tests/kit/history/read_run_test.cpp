@@ -124,6 +124,26 @@ TEST_F(ReadRunEntryTest, NamesTheFileThatIsDamaged) {
   EXPECT_THAT(Refusal(), HasSubstr("run.json"));
 }
 
+TEST_F(ReadRunEntryTest, NamesTheRunWhoseNumbersNothingReaches) {
+  vorn::kit::RunFacts facts = MadeFacts(3);
+  facts.startRealtimeNs = uint64_t{1} << 63;
+  MakeRun(Run(), facts, {});
+  EXPECT_EQ(Refusal(), "the run '" + Run() +
+                           "': 'startRealtimeNs' is a number that no clock or counter reaches; it "
+                           "is damaged");
+  MakeRun(Run(), MadeFacts(3), {5, UINT64_MAX});
+  EXPECT_THAT(Refusal(), HasSubstr("the times of the run '" + Run() + "/times.jsonl': inference"));
+}
+
+TEST(TakeVerdict, TakesACensusWithoutMeasures) {
+  RunEntry run;
+  TakeVerdict(R"({"status":0,"accuracy":[],"outputs":[{"name":"a","census":{"elements":1}},)"
+              R"({"name":"b","census":{"rmse":0.5}}]})",
+              run);
+  ASSERT_EQ(run.metrics.size(), 1U);
+  EXPECT_EQ(run.metrics[0].output, "b");
+}
+
 TEST(TakeVerdict, TellsTheStatusInAWord) {
   const auto word = [](int status) {
     RunEntry run;

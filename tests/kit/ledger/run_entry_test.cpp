@@ -103,6 +103,51 @@ TEST(RunEntryJson, RefusesWhatIsNoRun) {
   EXPECT_THROW((void)EntryFromJson(ParseJson("[]")), JsonError);
 }
 
+// An export that a person has edited.
+TEST(RunEntryJson, RefusesWhatNoRunTells) {
+  const auto refusal = [](const char* key, const Json& value) -> std::string {
+    Json object = ToJson(MadeEntry(3, 5), true);
+    object.Set(key, value);
+    try {
+      (void)EntryFromJson(object);
+    } catch (const JsonError& error) {
+      return error.what();
+    }
+    return "none";
+  };
+  EXPECT_EQ(refusal("state", "done"), "none");
+  EXPECT_EQ(refusal("state", "finished"),
+            "'state' is 'finished', and no running, done, failed or interrupted");
+  EXPECT_EQ(refusal("verdict", "good"),
+            "'verdict' is 'good', and no right, wrong, partial or not judged");
+  EXPECT_EQ(refusal("side", "C"), "'side' is 'C', and no A or B");
+  EXPECT_EQ(refusal("medianNs", -1.5), "'medianNs' is below 0");
+  EXPECT_EQ(refusal("madNs", -1), "'madNs' is below 0");
+  EXPECT_EQ(refusal("startRealtimeNs", UINT64_MAX),
+            "'startRealtimeNs' is a number that no clock or counter reaches");
+  EXPECT_EQ(refusal("startRealtimeNs", INT64_MAX - 1), "none");
+  EXPECT_EQ(refusal("endRealtimeNs", INT64_MAX),
+            "'endRealtimeNs' is a number that no clock or counter reaches");
+  EXPECT_EQ(refusal("kernel", std::string(33 << 20, 'k')), "its names have 33.0 MiB in all");
+}
+
+TEST(RunEntryJson, NeedsEachCount) {
+  const Json whole = ToJson(MadeEntry(3, 5), true);
+  for (const char* key : {"startRealtimeNs", "inferences", "done", "failed", "aside", "missing",
+                          "executions", "addedRealtimeNs"}) {
+    Json object = Json::Object({});
+    for (const auto& [name, value] : whole.Members()) {
+      if (name != key) object.Set(name, value);
+    }
+    try {
+      (void)EntryFromJson(object);
+      ADD_FAILURE() << key;
+    } catch (const JsonError& error) {
+      EXPECT_EQ(std::string(error.what()), "'" + std::string(key) + "' is missing");
+    }
+  }
+}
+
 TEST(PackTimes, ComesBack) {
   const std::vector<uint64_t> times{0,     1,     127,     128,
                                     16383, 16384, 5000000, std::numeric_limits<uint64_t>::max()};
