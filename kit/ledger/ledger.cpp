@@ -226,9 +226,12 @@ class Ledger::Writer {
     find_.Reset();
     if (isSame) {
       KeepPlace(run, before);
-      return Addition::kKnown;
+      return PutLevel(run) ? Addition::kUpdated : Addition::kKnown;
     }
-    if (ProgressOf(run) < ProgressOf(Present(run.id))) return Addition::kOlder;
+    if (ProgressOf(run) < ProgressOf(Present(run.id))) {
+      (void)PutLevel(run);
+      return Addition::kOlder;
+    }
     const int places = PutColumns(update_, run);
     update_.Bind(places + 1, run.id).Run();
     forgetMetrics_.Bind(1, run.id).Run();
@@ -266,10 +269,16 @@ class Ledger::Writer {
         .BindBytes(3, PackTimes(run.times.timesNs));
     Put(putTimes_, 4, run.times.leftOut);
     putTimes_.Run();
-    if (!run.level) return;
+    (void)PutLevel(run);
+  }
+
+  // What a person said in another history, unless one said it here. Returns whether it is new.
+  bool PutLevel(const RunEntry& run) {
+    if (!run.level) return false;
     putLevel_.Bind(1, run.id).Bind(2, std::string_view(run.level->reason));
     Put(putLevel_, 3, run.level->setRealtimeNs);
     putLevel_.Run();
+    return database_.Changes() > 0;
   }
 
   Database& database_;

@@ -103,6 +103,27 @@ TEST_F(Import, TakesWhatWasExported) {
   EXPECT_EQ(ExportOf("other"), ExportOf("history"));
 }
 
+TEST_F(Import, TakesLevelsOfRunsThatItKnows) {
+  MakeRun(Path("1"), MadeFacts(1), {});
+  EXPECT_EQ(Run({Path("1")}), "1 added");
+  const auto nothing = [](const RunEntry&, Addition) {};
+  const auto import = [&](const std::string& history) {
+    Ledger ledger = Ledger::ForWriting(Path(history));
+    return TextOf(ImportLines(&ledger, Path("lines"), nothing));
+  };
+  support::WriteFile(Path("lines"), ExportOf("history"));
+  EXPECT_EQ(import("other"), "1 added");
+  Ledger::ForChanging(Path("other")).SetLevel(1, {.reason = "why", .setRealtimeNs = 4});
+  support::WriteFile(Path("lines"), ExportOf("other"));
+  EXPECT_EQ(import("history"), "1 brought up to date");
+  EXPECT_EQ(import("history"), "1 known already");
+  EXPECT_EQ(ExportOf("history"), ExportOf("other"));
+  // What was said here stays.
+  Ledger::ForChanging(Path("history")).SetLevel(1, {.reason = "own", .setRealtimeNs = 5});
+  EXPECT_EQ(import("history"), "1 known already");
+  EXPECT_THAT(ExportOf("history"), HasSubstr("own"));
+}
+
 TEST_F(Import, TakesALastLineWithoutEndAndRefusesOneThatWasCut) {
   MakeRun(Path("1"), MadeFacts(1), {});
   MakeRun(Path("2"), MadeFacts(2), {});
