@@ -56,7 +56,7 @@ RunEntry FindBase(const std::string& ledger, const std::string& run, BaseUse use
                 "the history " + Quoted(ledger) + " has no run before " + Quoted(run) +
                     " in its level of the series '" +
                     Printable(SeriesTextOf(KeyOf(own, parts), parts)) + "' that " +
-                    (use == BaseUse::kTimes ? "was timed" : "is done and right") +
+                    (use == BaseUse::kTimes ? "was timed" : "is done and was not judged wrong") +
                     "; nothing is compared");
   }
   if (use == BaseUse::kOutputs) HoldToOutputs(*base);

@@ -553,15 +553,18 @@ void Ledger::TakeMetrics(std::vector<RunSeriesPoints>& series) const {
 std::optional<RunEntry> Ledger::LastBefore(
     const RunEntry& run, std::span<const KeyPart> parts,
     const std::function<bool(const RunEntry&)>& isFit) const {
-  std::string condition = "WHERE runs.startRealtimeNs <= ? AND runs.identity <> ?";
+  const auto own = Find(run.identity);
+  if (own && own->level) return std::nullopt;
+  // Of those that began at the same moment the ones that were added before: no two are each the
+  // one before the other.
+  std::string condition = "WHERE (runs.startRealtimeNs, runs.id) < (?, ?)";
   for (const KeyPart& part : parts) condition += " AND runs." + std::string(part.column) + " = ?";
   Statement before(*database_,
                    SelectRuns(condition + " ORDER BY runs.startRealtimeNs DESC, runs.id DESC"));
   Put(before, 1, run.startRealtimeNs);
-  before.Bind(2, std::string_view(run.identity));
+  before.Bind(2, own ? own->id : std::numeric_limits<int64_t>::max());
   int place = 2;
   for (const std::string& value : KeyOf(run, parts)) before.Bind(++place, std::string_view(value));
-  if (const auto own = Find(run.identity); own && own->level) return std::nullopt;
   while (before.Step()) {
     RunEntry candidate = EntryOfRow(before);
     if (isFit(candidate)) {

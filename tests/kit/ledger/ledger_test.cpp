@@ -224,6 +224,21 @@ TEST_F(LedgerTest, FindsTheLastRunOfTheSeriesBefore) {
   EXPECT_EQ(LastBefore(MadeEntry(3, 1e6)), std::nullopt);  // it is the first itself
 }
 
+// On a board whose clock stands still, or by the same clock on two.
+TEST_F(LedgerTest, PutsRunsOfOneMomentInTheOrderInWhichTheyCame) {
+  std::vector<RunEntry> runs(3, MadeEntry(3, 1e6));
+  for (size_t i = 0; i < runs.size(); ++i) {
+    runs[i].identity = std::string(32, static_cast<char>('a' + i));
+    runs[i].id = AddOne(runs[i]);
+  }
+  EXPECT_EQ(LastBefore(runs[0]), std::nullopt);
+  EXPECT_EQ(LastBefore(runs[1]), runs[0].id);
+  EXPECT_EQ(LastBefore(runs[2]), runs[1].id);
+  RunEntry next = MadeEntry(3, 1e6);  // not added yet
+  next.identity = std::string(32, 'd');
+  EXPECT_EQ(LastBefore(next), runs[2].id);
+}
+
 TEST_F(LedgerTest, FindsNoRunBeyondTheLevel) {
   const int64_t first = AddOne(MadeEntry(3, 1e6));
   const int64_t second = AddOne(MadeEntry(4, 2e6));
