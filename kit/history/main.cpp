@@ -490,15 +490,17 @@ ExitStatus Prune(const Arguments& arguments) {
   if (isDry && !arguments.Has("quiet")) {
     for (const int64_t id : ids) Print(std::to_string(id) + "\n");
   }
-  if (!isDry && !ids.empty()) {
-    ledger.Remove(ids);
-    ledger.Shrink();
-  }
+  if (!isDry) ledger.Remove(ids);
   if (!arguments.Has("quiet")) {
     std::fprintf(stderr, "vorn history: %s %s\n", Counted(ids.size(), "run").c_str(),
                  isDry ? "would go" : "gone; their directories are left as they are");
   }
-  return ExitStatus::kDone;
+  if (isDry || ledger.Shrink()) return ExitStatus::kDone;
+  throw Fault(ExitStatus::kLimit,
+              "the room of what is gone could not be given back, the disk is full or others hold "
+              "the history " +
+                  Quoted(ledger.Path()) +
+                  "; what is added next takes it, and the next prune tries again");
 }
 
 ExitStatus Report(const Arguments& arguments) {

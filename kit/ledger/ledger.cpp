@@ -331,7 +331,16 @@ void Ledger::Remove(std::span<const int64_t> ids) {
   transaction.Commit();
 }
 
-void Ledger::Shrink() { database_->Run("VACUUM"); }
+bool Ledger::Shrink() {
+  if (database_->Integer("PRAGMA freelist_count") == 0) return true;
+  try {
+    database_->Run("VACUUM");
+  } catch (const Fault& fault) {
+    if (fault.Status() != ExitStatus::kLimit) throw;
+    return false;
+  }
+  return true;
+}
 
 // ---- Opening ------------------------------------------------------------------------------------
 

@@ -117,8 +117,10 @@ class Ledger {
 
   void Remove(std::span<const int64_t> ids);
 
-  /// Gives room of what was removed back to the disk.
-  void Shrink();
+  /// Gives room of what was removed back to the disk. False where that cannot be done now: the disk
+  /// is full, or others hold the file; nothing is lost then, and what is added later takes the
+  /// room.
+  [[nodiscard]] bool Shrink();
 
  private:
   class Writer;

@@ -2,8 +2,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cmath>
+#include <csignal>
+#include <filesystem>
 
 #include "kit/common/fault.h"
 #include "kit/history/made_run.h"
@@ -261,7 +264,7 @@ TEST_F(LedgerTest, ForgetsARunWithAllThatHangsOnIt) {
   const int64_t stays = AddOne(MadeEntry(4, 1e6));
   Ledger ledger = Ledger::ForChanging(Path());
   ledger.Remove(std::vector<int64_t>{id});
-  ledger.Shrink();
+  EXPECT_TRUE(ledger.Shrink());
   EXPECT_THROW((void)ledger.Get(id), Fault);
   EXPECT_EQ(ledger.Get(stays).id, stays);
   const Database database(Path(), DatabaseUse::kRead);
@@ -270,6 +273,29 @@ TEST_F(LedgerTest, ForgetsARunWithAllThatHangsOnIt) {
   EXPECT_EQ(database.Integer("SELECT count(*) FROM levels"), 0);
   // A number that a person noted never means another run.
   EXPECT_GT(AddOne(run), stays);
+}
+
+// As on a full disk: no file can grow beyond so many bytes, and to make one smaller all of it is
+// written anew.
+TEST_F(LedgerTest, StaysAsLargeAsItIsWhereThereIsNoRoom) {
+  std::vector<int64_t> ids;
+  for (unsigned day = 1; day <= 60; ++day) ids.push_back(AddOne(MadeEntry(day, 1e6)));
+  Ledger ledger = Ledger::ForChanging(Path());
+  ledger.Remove(std::span(ids).first(40));
+  const auto size = std::filesystem::file_size(Path());
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+  const rlimit little{4096, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+  const bool isSmaller = ledger.Shrink();
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+  (void)std::signal(SIGXFSZ, handler);
+  EXPECT_FALSE(isSmaller);
+  EXPECT_EQ(std::filesystem::file_size(Path()), size);
+  EXPECT_TRUE(ledger.Shrink());
+  EXPECT_LT(std::filesystem::file_size(Path()), size);
+  EXPECT_EQ(ledger.Get(ids.back()).id, ids.back());
 }
 
 TEST_F(LedgerTest, SaysThatThereIsNone) {
