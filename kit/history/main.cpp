@@ -237,6 +237,19 @@ class Choice {
 
   std::span<const KeyPart> Parts() const { return parts_; }
 
+  // A series has one model, or board, only where runs are put together by it. Without it all series
+  // would be meant, also by prune.
+  void HoldToSeries() const {
+    for (const char* option : {"model", "board"}) {
+      const bool isPart = std::any_of(parts_.begin(), parts_.end(),
+                                      [&](const KeyPart& part) { return part.name == option; });
+      if (isPart || !arguments_.Has(option)) continue;
+      throw Fault(ExitStatus::kUsage, "--" + std::string(option) +
+                                          " chooses among series, and --by puts runs of any " +
+                                          option + " into one; name '" + option + "' in --by, too");
+    }
+  }
+
  private:
   const Arguments& arguments_;
   std::vector<KeyPart> parts_;
@@ -246,6 +259,7 @@ class Choice {
 // Levels are found out over all runs, whatever span is shown.
 std::vector<SeriesHistory> HistoriesOf(const Ledger& ledger, const Choice& choice,
                                        const LevelGates& gates) {
+  choice.HoldToSeries();
   std::vector<SeriesHistory> all;
   for (RunSeriesPoints& series : ledger.Series(choice.Parts(), {})) {
     if (choice.IsMeant(series)) all.push_back(HistoryOf(std::move(series), choice.Parts(), gates));
@@ -479,6 +493,7 @@ ExitStatus Prune(const Arguments& arguments) {
                 "--before WHEN");
   }
   const Choice choice(arguments);
+  choice.HoldToSeries();
   const bool isDry = arguments.Has("dry-run");
   const std::string path = LedgerPath(arguments.Get("db").value_or(""));
   Ledger ledger = isDry ? Ledger::ForReading(path) : Ledger::ForChanging(path);

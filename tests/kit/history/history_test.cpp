@@ -160,6 +160,21 @@ TEST_F(History, ForgetsWhatItIsToldTo) {
   EXPECT_TRUE(std::filesystem::exists(Path("runs/1/run.json")));
 }
 
+// With runs of any model in a series all of them would be meant.
+TEST_F(History, ChoosesSeriesByWhatTheyHaveInCommonAlone) {
+  AddDays(3, 99);
+  EXPECT_EQ(Run({"prune", "--keep", "1", "--model", "other*", "--by", "model"}).status, 0);
+  EXPECT_EQ(Run({"prune", "--keep", "1", "--board", "other*"}).status, 0);
+  const Outcome refused = Run({"prune", "--keep", "1", "--model", "other*", "--by", "board"});
+  EXPECT_EQ(refused.status, 2) << refused.Describe();
+  EXPECT_THAT(refused.err, HasSubstr("name 'model' in --by, too"));
+  for (const char* verb : {"series", "changes"}) {
+    EXPECT_EQ(Run({verb, "--board", "board7", "--by", "model"}).status, 2);
+  }
+  EXPECT_EQ(CountRuns(), 3U);
+  EXPECT_EQ(Run({"list", "--board", "other", "--by", "model"}).err, "vorn history: 0 runs\n");
+}
+
 TEST_F(History, AddsWhatItCanAndSaysWhatItCannot) {
   MakeDays(2, 99);
   support::WriteFile(Path("runs/0/run.json"), "{");
