@@ -39,6 +39,13 @@ bool IsTaken(const std::string& path) {
   return lstat(path.c_str(), &about) == 0;
 }
 
+bool IsSameFile(const std::string& one, const std::string& other) {
+  struct stat aboutOne {};
+  struct stat aboutOther {};
+  return stat(one.c_str(), &aboutOne) == 0 && stat(other.c_str(), &aboutOther) == 0 &&
+         aboutOne.st_dev == aboutOther.st_dev && aboutOne.st_ino == aboutOther.st_ino;
+}
+
 std::string Below(const std::string& folder, const std::string& path) {
   return path.starts_with('/') || folder.empty() ? path : folder + "/" + path;
 }

@@ -12,6 +12,9 @@ namespace vorn::kit {
 /// Whether the name itself is taken, by a link that leads to nothing too.
 [[nodiscard]] bool IsTaken(const std::string& path);
 
+/// Whether both paths lead to one file that is there, by whatever names and links.
+[[nodiscard]] bool IsSameFile(const std::string& one, const std::string& other);
+
 /// A path that counts from `folder` on, as one that counts from here; empty is here. An absolute
 /// one stays.
 [[nodiscard]] std::string Below(const std::string& folder, const std::string& path);

@@ -466,9 +466,19 @@ ExitStatus SetLevel(const Arguments& arguments) {
   return ExitStatus::kDone;
 }
 
+// A page or an export in its place would be the end of it, and what has the name of its journal is
+// taken for one.
+void HoldToOtherFile(const std::string& output, const Ledger& ledger) {
+  const std::string& path = ledger.Path();
+  if (!IsSameFile(output, path) && Absolute(output) != path + "-journal") return;
+  throw Fault(ExitStatus::kUsage,
+              "--output " + Quoted(output) + " is the history itself; name another file");
+}
+
 ExitStatus Export(const Arguments& arguments) {
   const Ledger ledger = ReadLedger(arguments);
   const auto path = arguments.Get("output");
+  if (path) HoldToOtherFile(*path, ledger);
   std::optional<WholeFile> file;
   if (path) file.emplace(*path);
   ledger.ForEach(SpanOf(arguments), RunDetail::kTable, [&](const RunEntry& run) {
@@ -524,6 +534,7 @@ ExitStatus Report(const Arguments& arguments) {
   const LevelGates gates = GatesOf(arguments);
   const StartSpan span = SpanOf(arguments);
   const Ledger ledger = ReadLedger(arguments);
+  HoldToOtherFile(output, ledger);
   const std::vector<SeriesHistory> all = HistoriesOf(ledger, choice, gates);
   const std::string page = Absolute(output);
   const std::string folder = page.substr(0, page.rfind('/'));

@@ -11,6 +11,7 @@
 #include "kit/report/gather.h"
 #include "kit/report/markdown.h"
 #include "kit/report/page.h"
+#include "kit/report/run_facts.h"
 #include "kit/report/terminal.h"
 
 namespace vorn::kit {
@@ -79,6 +80,14 @@ ReportRequest TakeRequest(const Arguments& arguments) {
   return request;
 }
 
+void HoldToOtherFiles(const Arguments& arguments, const ReportRequest& request) {
+  const auto output = arguments.Get("output");
+  if (!output || !IsThere(*output)) return;
+  for (const std::string& run : request.runs) {
+    for (const RunPlace& place : FindRuns(run)) HoldToOtherFile(*output, place);
+  }
+}
+
 // What was asked for; the page where a file was named, the top part where none was.
 std::string TextOf(const Arguments& arguments, const ReportFacts& facts) {
   if (arguments.Has("json")) return FactsJson(facts);
@@ -88,6 +97,7 @@ std::string TextOf(const Arguments& arguments, const ReportFacts& facts) {
 
 ExitStatus Report(const Arguments& arguments) {
   const ReportRequest request = TakeRequest(arguments);
+  HoldToOtherFiles(arguments, request);
   const ReportFacts facts = GatherReport(request);
   const std::string text = TextOf(arguments, facts);
   const bool isQuiet = arguments.Has("quiet");

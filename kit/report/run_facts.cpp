@@ -372,4 +372,18 @@ ReportRun GatherRun(const RunPlace& place, size_t details) {
   return Gathering(place, details).Run();
 }
 
+void HoldToOtherFile(const std::string& output, const RunPlace& place) {
+  std::vector<std::string> files{place.verdict};
+  if (!place.turns.empty()) files.push_back(place.turns);
+  for (const char* name : {kRunFile, kModelFile, kSamplesFile, kTimesFile, kMachineFile, kLogFile,
+                           kErrorsFile, kTraceFile, kFindingsFile, kBoardsFile}) {
+    files.push_back(place.run + "/" + name);
+  }
+  for (const std::string& file : files) {
+    if (!IsSameFile(output, file)) continue;
+    throw Fault(ExitStatus::kUsage,
+                "--output " + Quoted(output) + " is a file of the run; name another one");
+  }
+}
+
 }  // namespace vorn::kit

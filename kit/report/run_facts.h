@@ -28,6 +28,10 @@ struct RunPlace {
 /// are missing or spoilt, a remark tells. At most `details` samples are opened.
 [[nodiscard]] ReportRun GatherRun(const RunPlace& place, size_t details);
 
+/// Throws a Fault of kUsage where `output` is one of the files that a run tells by: a report in its
+/// place would be the end of the run.
+void HoldToOtherFile(const std::string& output, const RunPlace& place);
+
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_REPORT_RUN_FACTS_H_

@@ -14,6 +14,7 @@ namespace {
 using vorn::kit::Absolute;
 using vorn::kit::Below;
 using vorn::kit::ClearPlace;
+using vorn::kit::IsSameFile;
 using vorn::kit::IsTaken;
 using vorn::kit::IsThere;
 
@@ -27,6 +28,19 @@ TEST(IsThere, FollowsLinksAndIsTakenDoesNot) {
   EXPECT_FALSE(IsThere(path("dangling")) || IsThere(path("none")) || IsThere(""));
   EXPECT_TRUE(IsTaken(path("file")) && IsTaken(path("link")) && IsTaken(path("dangling")));
   EXPECT_FALSE(IsTaken(path("none")));
+}
+
+TEST(IsSameFile, GoesByWhatIsThere) {
+  const support::TempDir folder;
+  const std::string one = folder.Path() / "one";
+  const std::string link = folder.Path() / "link";
+  EXPECT_FALSE(IsSameFile(one, one));  // there is none
+  support::WriteFile(one, "");
+  support::WriteFile(folder.Path() / "other", "");
+  std::filesystem::create_symlink("one", link);
+  EXPECT_TRUE(IsSameFile(one, link));
+  EXPECT_TRUE(IsSameFile(one, folder.Path() / "." / "one"));
+  EXPECT_FALSE(IsSameFile(one, folder.Path() / "other"));
 }
 
 TEST(Below, LeavesWhatDoesNotCountFromTheFolder) {

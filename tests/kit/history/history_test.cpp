@@ -150,6 +150,20 @@ TEST_F(History, GoesOutAndComesIn) {
   }
 }
 
+TEST_F(History, WritesNothingInItsOwnPlace) {
+  AddDays(2, 99);
+  std::filesystem::create_symlink(Db(), Path("link"));
+  for (const char* verb : {"report", "export"}) {
+    for (const std::string& output : {Db(), Path("link"), Db() + "-journal"}) {
+      const Outcome refused = Run({verb, "-o", output});
+      EXPECT_EQ(refused.status, 2) << refused.Describe();
+      EXPECT_THAT(refused.err, HasSubstr("is the history itself"));
+    }
+  }
+  EXPECT_EQ(CountRuns(), 2U);
+  EXPECT_FALSE(std::filesystem::exists(Db() + "-journal"));
+}
+
 TEST_F(History, ForgetsWhatItIsToldTo) {
   AddDays(5, 99);
   EXPECT_EQ(Run({"prune", "--keep", "2", "--dry-run"}).out, "1\n2\n3\n");

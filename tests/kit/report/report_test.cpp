@@ -62,6 +62,18 @@ TEST_F(ReportVerb, WritesAPageWholeAndTheSameEachTime) {
   EXPECT_EQ(support::ReadFile(folder_.Path() / "report.html"), page);
 }
 
+TEST_F(ReportVerb, WritesInNoPlaceOfTheRun) {
+  const std::string verdict = support::ReadFile(folder_.Path() / "run/verdict.json");
+  std::filesystem::create_symlink("run/run.json", folder_.Path() / "link");
+  for (const char* output : {"run/verdict.json", "run/../run/times.jsonl", "link"}) {
+    const support::Outcome ended = Report({"reference", "run", "--json", "-o", output});
+    EXPECT_EQ(ended.status, 2) << ended.Describe();
+    EXPECT_THAT(ended.err, HasSubstr("is a file of the run; name another one"));
+  }
+  EXPECT_EQ(support::ReadFile(folder_.Path() / "run/verdict.json"), verdict);
+  EXPECT_EQ(Report({"run", "-o", "run/report.html"}).status, 0);
+}
+
 TEST_F(ReportVerb, PrintsJsonByItsSchema) {
   const support::Outcome ended = Report({"run", "reference", "--json"});
   EXPECT_EQ(ended.status, 0) << ended.Describe();
