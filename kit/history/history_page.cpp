@@ -20,6 +20,7 @@ namespace {
 
 constexpr size_t kMostDetailed = 24;  // series at length
 constexpr size_t kMostChangesTold = 500;
+constexpr size_t kMostChangesOfSeries = 100;
 constexpr size_t kMostRunsTold = 30;  // of a series at length
 constexpr size_t kManySeries = 200;   // from here on the small pictures are coarser
 constexpr size_t kFineValues = 120;
@@ -47,7 +48,8 @@ double BadnessOf(const HistoryChange& change) {
 // A series with what the page tells of it.
 struct Told {
   const SeriesHistory* series = nullptr;
-  std::vector<ToldChange> changes;
+  std::vector<ToldChange> changes;  // of many the latest
+  size_t changesInAll = 0;
   double badness = 0;
   bool isWorse = false;
   bool isBetter = false;
@@ -55,25 +57,30 @@ struct Told {
 
 std::vector<Told> TellAll(const HistoryPageRequest& request) {
   std::vector<Told> all;
-  size_t told = 0;
   for (const SeriesHistory& series : request.all) {
     Told one{.series = &series, .changes = {}};
     for (const HistoryChange& change : ChangesOf(series)) {
       if (series.runs[change.after].startRealtimeNs < request.sinceNs) continue;
+      ++one.changesInAll;
       if (StandsWorse(change)) {
         one.isWorse = true;
         one.badness = std::max(one.badness, BadnessOf(change));
       }
       one.isBetter = one.isBetter || StandsBetter(change);
     }
-    if (told < kMostChangesTold) one.changes = TellChanges(series, request.sinceNs, request.find);
-    told += one.changes.size();
     all.push_back(std::move(one));
   }
   std::stable_sort(all.begin(), all.end(), [](const Told& one, const Told& other) {
-    return std::make_tuple(!one.isWorse, -one.badness, one.changes.empty()) <
-           std::make_tuple(!other.isWorse, -other.badness, other.changes.empty());
+    return std::make_tuple(!one.isWorse, -one.badness, one.changesInAll == 0) <
+           std::make_tuple(!other.isWorse, -other.badness, other.changesInAll == 0);
   });
+  // The worst first: where there are more than a page holds, these are told.
+  size_t told = 0;
+  for (Told& one : all) {
+    if (told >= kMostChangesTold) break;
+    one.changes = TellChanges(*one.series, request.sinceNs, request.find, kMostChangesOfSeries);
+    told += one.changes.size();
+  }
   return all;
 }
 
@@ -306,6 +313,11 @@ Html AtLength(const Told& told, const HistoryPageRequest& request) {
   const std::vector<Told> own{told};
   content += ChangesTable("Changes of the series", own, request.folder,
                           [](const HistoryChange&) { return true; });
+  if (told.changes.size() < told.changesInAll) {
+    content += Note(Text("The other " + CountText(told.changesInAll - told.changes.size()) +
+                         " changes of the series are told by vorn history changes --series " +
+                         series.name + "."));
+  }
   return content + LatestRuns(series, request);
 }
 

@@ -41,6 +41,15 @@ const char* OutcomeWord(RunOutcome outcome) {
   return "";
 }
 
+// Every row is as wide as the longest name, and a name may be of any length.
+std::string Shortened(const std::string& name) {
+  constexpr size_t kMostBytes = 120;
+  if (name.size() <= kMostBytes) return name;
+  size_t end = kMostBytes;
+  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
+  return name.substr(0, end) + "...";
+}
+
 // ---- A run --------------------------------------------------------------------------------------
 
 void AddFile(TextTable& table, const char* what, const std::string& name, const std::string& hash) {
@@ -140,9 +149,10 @@ RunTable::RunTable()
 
 void RunTable::Add(const RunEntry& run) {
   table_.Add({std::to_string(run.id), MomentText(run.startRealtimeNs),
-              run.side.empty() ? run.board : run.board + " " + run.side, run.model,
-              run.configuration, run.options, OutcomeText(run) + (run.level ? " (new level)" : ""),
-              DoneText(run), MedianText(run), run.path});
+              Shortened(run.board) + (run.side.empty() ? "" : " " + run.side), Shortened(run.model),
+              Shortened(run.configuration), Shortened(run.options),
+              OutcomeText(run) + (run.level ? " (new level)" : ""), DoneText(run), MedianText(run),
+              run.path});
 }
 
 std::string RunText(const RunEntry& run) {
@@ -235,10 +245,15 @@ std::string SeriesLine(const SeriesHistory& series, std::span<const KeyPart> par
 // ---- Changes ------------------------------------------------------------------------------------
 
 std::vector<ToldChange> TellChanges(const SeriesHistory& series, uint64_t sinceNs,
-                                    const FindRun& find) {
+                                    const FindRun& find, size_t most) {
   std::vector<ToldChange> told;
-  for (const HistoryChange& change : ChangesOf(series)) {
-    if (series.runs[change.after].startRealtimeNs < sinceNs) continue;
+  std::vector<HistoryChange> changes = ChangesOf(series);
+  std::erase_if(changes, [&](const HistoryChange& change) {
+    return series.runs[change.after].startRealtimeNs < sinceNs;
+  });
+  for (size_t i = 0; i < changes.size(); ++i) {
+    const HistoryChange& change = changes[i];
+    if (changes.size() - i > most && !change.isLast) continue;
     ToldChange one{.change = change,
                    .before = find(series.runs[change.before].id),
                    .after = find(series.runs[change.after].id),

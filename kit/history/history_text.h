@@ -48,9 +48,10 @@ struct ToldChange {
   std::vector<RunDifference> differences;
 };
 
-/// The changes of a series from `sinceNs` on.
+/// The changes of a series from `sinceNs` on. Of more than `most` the latest, and those at which
+/// the series stands.
 [[nodiscard]] std::vector<ToldChange> TellChanges(const SeriesHistory& series, uint64_t sinceNs,
-                                                  const FindRun& find);
+                                                  const FindRun& find, size_t most = SIZE_MAX);
 
 /// The series' name and its changes; what is suspected, too. Empty where there is nothing to say.
 [[nodiscard]] std::string ChangesText(const SeriesHistory& series,

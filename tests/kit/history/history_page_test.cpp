@@ -99,5 +99,31 @@ TEST_F(HistoryPageTest, IsNotOverlongWithManySeries) {
   EXPECT_THAT(page, HasSubstr("The other 276 series are in the table of all"));
 }
 
+TEST_F(HistoryPageTest, IsNotOverlongWithManyChanges) {
+  RunSeriesPoints points;
+  points.key = {"digits.onnx", "board1", ""};
+  for (unsigned i = 0; i < 1001; ++i) {
+    RunEntry run = MadeEntry(i + 1, 1e6);
+    run.id = i + 1;
+    points.runs.push_back({.id = run.id,
+                           .startRealtimeNs = run.startRealtimeNs,
+                           .outcome = i % 2 == 0 ? RunOutcome::kRight : RunOutcome::kWrong});
+    runs_.push_back(run);
+  }
+  all_.push_back(HistoryOf(std::move(points), KeyPartsOf("model,board"), {}));
+  const std::string page = Page();
+  EXPECT_LT(page.size(), size_t{256} << 10);
+  EXPECT_THAT(page, HasSubstr("The other 900 changes of the series are told by"));
+  EXPECT_THAT(page, HasSubstr("What got better"));  // the last of them, at which it stands
+}
+
+// What comes first by its key takes no room of what is worst.
+TEST_F(HistoryPageTest, TellsTheWorstHoweverManyChangesThereAre) {
+  for (int i = 0; i < 600; ++i) Add("board" + std::to_string(1000 + i), 0.8);
+  Add("worst", 1.5);
+  const std::string page = Page();
+  EXPECT_THAT(page, HasSubstr("What got worse"));
+}
+
 }  // namespace
 }  // namespace vorn::kit

@@ -114,6 +114,17 @@ TEST_F(HistoryText, ShowsARunAndATableOfRuns) {
   EXPECT_THAT(text, Not(HasSubstr("a\nb")));
 }
 
+TEST_F(HistoryText, CutsNamesThatWouldWidenEveryRow) {
+  RunEntry run = MadeEntry(3, 1e6);
+  RunTable table;
+  table.Add(run);
+  run.model = std::string(119, 'm') + "\xc3\xa4" + std::string(100000, 'm');
+  run.options = std::string(100000, 'o');
+  table.Add(run);
+  EXPECT_LT(table.Text().size(), 2000U);
+  EXPECT_THAT(table.Text(), HasSubstr("  " + std::string(119, 'm') + "...  "));
+}
+
 TEST_F(HistoryText, ShowsATableOfSeries) {
   const std::string text = SeriesText(std::span(&series_, 1));
   EXPECT_THAT(text, HasSubstr(series_.name));
