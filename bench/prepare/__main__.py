@@ -67,19 +67,30 @@ def measure(build, name, quick):
                  scratch / "pictures", "--recipe", recipe, "-o", made, "--jobs", "1", "-q"],
                 dict(os.environ))
 
-        def floor():
-            return process.run([build.folder / "bench/prepare/floor_decode", *pictures], {})
+        decoder = build.folder / "bench/prepare/floor_decode"
 
-        of_ours, of_floor = contest.take_turns([ours, floor], 3 if quick else 7)
-    result = contest.result("prepare", name, of_ours, of_floor, "ms", 1e3)
-    print(f"bench: prepare, {name}: {1 / result['ratio']:.2f} of the decoder's speed, "
-          f"{1 / result['cpuRatio']:.2f} by processor times", flush=True)
-    return result
+        def decode():
+            return process.run([decoder, *pictures], {})
+
+        def decode_and_write():
+            shutil.rmtree(made, ignore_errors=True)
+            made.mkdir()
+            return process.run([decoder, "--write", made, 3 * 4 * size[0] * size[1], *pictures], {})
+
+        samples = contest.take_turns([ours, decode, decode_and_write], 3 if quick else 7)
+    results = [contest.result("prepare", name, samples[0], samples[1], "ms", 1e3),
+               contest.result("prepare-written", name, samples[0], samples[2], "ms", 1e3)]
+    shares = [f"{1 / result['ratio']:.2f} ({1 / result['cpuRatio']:.2f} by processor times)"
+              for result in results]
+    print(f"bench: prepare, {name}: {shares[0]} of the decoder's speed, {shares[1]} of decoding and "
+          f"writing as many bytes", flush=True)
+    return results
 
 
 def main():
     options = parse("prepare", "Measures vorn prepare.", "case", CASES)
-    results = [measure(options.build, name, options.quick) for name in options.chosen]
+    results = [result for name in options.chosen
+               for result in measure(options.build, name, options.quick)]
     options.out.write_text(json.dumps(results, indent=1) + "\n")
 
 

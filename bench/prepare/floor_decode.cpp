@@ -1,13 +1,20 @@
 // The least that preparing JPEGs can cost: libjpeg alone decodes the files named into RGB, one
-// behind the other, all of them in the same memory.
+// behind the other, all of them in the same memory. With --write FOLDER BYTES it writes as many
+// bytes as a tensor has into a file for each as well, with one call.
 // clang-format off
 #include <cstddef>
 #include <cstdio>
 #include <jpeglib.h>
 // clang-format on
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdint>
+#include <cstdlib>
 #include <fstream>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -42,18 +49,33 @@ uint64_t Decode(const std::vector<char>& bytes, std::vector<JSAMPLE>& pixels) {
   return count;
 }
 
+bool WriteFile(const std::string& path, const std::vector<char>& bytes) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) return false;
+  const bool isWritten =
+      write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+  return close(fd) == 0 && isWritten;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  const bool isWriting = argc > 3 && std::string_view(argv[1]) == "--write";
+  const std::vector<char> tensor(isWriting ? std::strtoull(argv[3], nullptr, 10) : 0, 'x');
   std::vector<char> bytes;
   std::vector<JSAMPLE> pixels;
   uint64_t count = 0;
-  for (int i = 1; i < argc; ++i) {
+  for (int i = isWriting ? 4 : 1; i < argc; ++i) {
     if (!ReadFile(argv[i], bytes)) {
       std::fprintf(stderr, "floor_decode: %s cannot be read\n", argv[i]);
       return 1;
     }
     count += Decode(bytes, pixels);
+    if (!isWriting) continue;
+    const std::string path = std::string(argv[2]) + "/" + std::to_string(i) + ".bin";
+    if (WriteFile(path, tensor)) continue;
+    std::fprintf(stderr, "floor_decode: %s cannot be written\n", path.c_str());
+    return 1;
   }
   std::printf("%llu pixels\n", static_cast<unsigned long long>(count));
   return 0;
