@@ -82,8 +82,8 @@ def measure(build, name, quick):
                contest.result("prepare-written", name, samples[0], samples[2], "ms", 1e3)]
     shares = [f"{1 / result['ratio']:.2f} ({1 / result['cpuRatio']:.2f} by processor times)"
               for result in results]
-    print(f"bench: prepare, {name}: {shares[0]} of the decoder's speed, {shares[1]} of decoding and "
-          f"writing as many bytes", flush=True)
+    print(f"bench: prepare, {name}: {shares[0]} of the decoder's speed, {shares[1]} of decoding "
+          f"and writing as many bytes", flush=True)
     return results
 
 
