@@ -11,6 +11,7 @@
 #include "kit/common/printable.h"
 #include "kit/fleet/fleet_plan.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 #include "kit/launch/run_folder.h"
 #include "kit/run/run_directory.h"
 
@@ -25,13 +26,6 @@ constexpr std::string_view kSuffix = ".jsonl";
 constexpr std::array<std::string_view, 6> kEvents{"begin", "end", "found", "lost", "aside", "back"};
 constexpr std::array<std::string_view, 3> kOutcomes{"done", "partial", "failed"};
 constexpr std::array<std::string_view, 4> kBlames{"nobody", "board", "unknown", "samples"};
-
-template <typename Enum, size_t kSize>
-Enum EnumOf(const std::string& name, const std::array<std::string_view, kSize>& names) {
-  const auto* const found = std::find(names.begin(), names.end(), name);
-  if (found == names.end()) throw JsonError("'" + PrintableExcerpt(name) + "' is not known here");
-  return static_cast<Enum>(found - names.begin());
-}
 
 void PutText(Json& object, const char* key, const std::string& text) {
   if (!text.empty()) object.Set(key, text);

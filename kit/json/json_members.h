@@ -2,10 +2,14 @@
 #ifndef VORN_KIT_JSON_JSON_MEMBERS_H_
 #define VORN_KIT_JSON_JSON_MEMBERS_H_
 
+#include <algorithm>
+#include <array>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "kit/common/printable.h"
 #include "kit/json/json.h"
 
 namespace vorn::kit {
@@ -20,6 +24,16 @@ void HoldToKeys(const Json& object, const std::string& subject,
 
 /// The number of `key`, which has to be finite; throws a JsonError that names the key.
 [[nodiscard]] double FiniteNumber(const Json& value, const char* key);
+
+/// The value that is called `name`; `names` has them by the value of the enumeration. Throws a
+/// JsonError for what is none of them.
+template <typename Enum, size_t kSize>
+[[nodiscard]] Enum EnumOf(const std::string& name,
+                          const std::array<std::string_view, kSize>& names) {
+  const auto* const found = std::find(names.begin(), names.end(), name);
+  if (found == names.end()) throw JsonError("'" + PrintableExcerpt(name) + "' is not known here");
+  return static_cast<Enum>(found - names.begin());
+}
 
 /// A value within a message: printable, and cut where it is long.
 [[nodiscard]] std::string ShownValue(const Json& value);

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -16,6 +15,7 @@
 #include "kit/common/printable.h"
 #include "kit/json/identity_json.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 
 namespace vorn::kit {
 namespace {
@@ -28,13 +28,6 @@ constexpr size_t kPieceBytes = 64 * 1024;
 // By the value of the enumeration.
 constexpr std::array<std::string_view, 4> kSampleStatuses{"done", "failed", "aside", "missing"};
 constexpr std::array<std::string_view, 4> kRunStates{"running", "done", "failed", "interrupted"};
-
-template <typename Enum, size_t kSize>
-Enum EnumOf(const std::string& name, const std::array<std::string_view, kSize>& names) {
-  const auto* const found = std::find(names.begin(), names.end(), name);
-  if (found == names.end()) throw JsonError("'" + PrintableExcerpt(name) + "' is not known here");
-  return static_cast<Enum>(found - names.begin());
-}
 
 template <typename Enum, size_t kSize>
 std::string_view NameOfEnum(Enum value, const std::array<std::string_view, kSize>& names) {

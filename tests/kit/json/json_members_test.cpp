@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 namespace vorn::kit {
 namespace {
 
@@ -50,6 +52,18 @@ TEST(ShortestDouble, IsWhatAPersonWrites) {
   EXPECT_EQ(ShortestDouble(-3.4028235e38F), -3.4028235e38);
   EXPECT_EQ(ShortestDouble(1.36441695e-05F), 1.36441695e-05) << "nine digits";
   EXPECT_EQ(ShortestDouble(0), 0);
+}
+
+TEST(EnumOf, IsTheValueOfThatName) {
+  enum class Size { kSmall, kLarge };
+  constexpr std::array<std::string_view, 2> kSizes{"small", "large"};
+  EXPECT_EQ(vorn::kit::EnumOf<Size>("large", kSizes), Size::kLarge);
+  try {
+    (void)vorn::kit::EnumOf<Size>("huge", kSizes);
+    FAIL();
+  } catch (const vorn::kit::JsonError& error) {
+    EXPECT_STREQ(error.what(), "'huge' is not known here");
+  }
 }
 
 }  // namespace
