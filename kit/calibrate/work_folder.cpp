@@ -51,11 +51,11 @@ std::optional<pid_t> ProcessIn(std::string_view folder, std::string_view output)
 bool IsLeft(const std::string& folder, pid_t pid) {
   struct stat about {};
   if (lstat(folder.c_str(), &about) != 0 || !S_ISDIR(about.st_mode)) return false;
-  const int fd = open((folder + kLockFile).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (fd < 0) return errno == ENOENT && kill(pid, 0) != 0 && errno == ESRCH;
-  const bool isFree = flock(fd, LOCK_EX | LOCK_NB) == 0;
-  const bool wasHeld = fstat(fd, &about) == 0 && about.st_size > 0;
-  close(fd);
+  const OwnedFile lock(
+      open((folder + kLockFile).c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!lock.IsOpen()) return errno == ENOENT && kill(pid, 0) != 0 && errno == ESRCH;
+  const bool isFree = flock(lock.Get(), LOCK_EX | LOCK_NB) == 0;
+  const bool wasHeld = fstat(lock.Get(), &about) == 0 && about.st_size > 0;
   if (!isFree) return false;
   return wasHeld || (kill(pid, 0) != 0 && errno == ESRCH);
 }
@@ -81,7 +81,6 @@ WorkFolder::WorkFolder(const std::string& output) {
 WorkFolder::~WorkFolder() {
   std::error_code ignored;
   fs::remove_all(path_, ignored);
-  close(lock_);
 }
 
 void WorkFolder::RemoveLeft(const std::string& output) {
@@ -107,12 +106,12 @@ void WorkFolder::Make(const std::string& output) {
                                         Quoted(path_) + " cannot be made beside it: " + reason);
   }
   // Without O_CLOEXEC: what this process starts may outlive it for a moment, and works in there.
-  lock_ = open((path_ + kLockFile).c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
-  const bool isHeld =
-      lock_ >= 0 && flock(lock_, LOCK_EX | LOCK_NB) == 0 && write(lock_, "\n", 1) == 1;
+  lock_ =
+      OwnedFile(open((path_ + kLockFile).c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0666));
+  const bool isHeld = lock_.IsOpen() && flock(lock_.Get(), LOCK_EX | LOCK_NB) == 0 &&
+                      write(lock_.Get(), "\n", 1) == 1;
   if (isHeld) return;
   const int reason = errno;
-  if (lock_ >= 0) close(lock_);
   std::error_code ignored;
   fs::remove_all(path_, ignored);
   throw Fault(ExitStatus::kLimit, "-o " + Quoted(output) + " cannot be written: " +

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "kit/common/owned_file.h"
+
 namespace vorn::kit {
 
 class WorkFolder {
@@ -29,7 +31,7 @@ class WorkFolder {
   void Make(const std::string& output);
 
   std::string path_;
-  int lock_ = -1;
+  OwnedFile lock_;
   std::vector<std::string> removed_;
 };
 

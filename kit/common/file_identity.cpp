@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/common/xxh3.h"
 
@@ -22,24 +23,20 @@ class OpenFile {
   OpenFile(const std::string& path, std::string what, ExitStatus status)
       : path_(path), what_(std::move(what)), status_(status) {
     // Without O_NONBLOCK a pipe without a writer would be waited for.
-    fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd_ < 0) Refuse("cannot be opened: " + SystemReason(errno));
+    file_ = OwnedFile(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file_.IsOpen()) Refuse("cannot be opened: " + SystemReason(errno));
     struct stat about {};
-    if (fstat(fd_, &about) != 0 || !S_ISREG(about.st_mode)) {
-      Close();
+    if (fstat(file_.Get(), &about) != 0 || !S_ISREG(about.st_mode)) {
       Refuse(S_ISDIR(about.st_mode) ? "is a folder, and a file is needed" : "is no regular file");
     }
     size_ = static_cast<uint64_t>(about.st_size);
   }
-  ~OpenFile() { Close(); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
 
   /// The bytes that came; 0 at the end.
   size_t Read(char* place, size_t size) {
     ssize_t got = 0;
     do {
-      got = read(fd_, place, size);
+      got = read(file_.Get(), place, size);
     } while (got < 0 && errno == EINTR);
     if (got < 0) Refuse("cannot be read: " + SystemReason(errno));
     return static_cast<size_t>(got);
@@ -53,15 +50,10 @@ class OpenFile {
   }
 
  private:
-  void Close() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-  }
-
   std::string path_;
   std::string what_;
   ExitStatus status_;
-  int fd_ = -1;
+  OwnedFile file_;
   uint64_t size_ = 0;
 };
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -13,16 +12,19 @@ namespace vorn::kit {
 
 FolderLock::FolderLock(const std::string& folder, const std::string& verb) {
   const std::string path = folder + "/" + kFolderLockFile;
-  file_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (file_ < 0) {
+  file_ = OwnedFile(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+  if (!file_.IsOpen()) {
     throw Fault(ExitStatus::kLimit, Quoted(path) + " cannot be written: " + SystemReason(errno));
   }
-  if (flock(file_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
-  close(file_);
+  if (flock(file_.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
   throw Fault(ExitStatus::kUsage, "another vorn " + verb + " is at work in " + Quoted(folder) +
                                       "; wait for it, or give another folder");
 }
 
-FolderLock::~FolderLock() { close(file_); }
+bool IsFolderLocked(const std::string& folder) {
+  const std::string path = folder + "/" + kFolderLockFile;
+  const OwnedFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  return file.IsOpen() && flock(file.Get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
 
 }  // namespace vorn::kit

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "kit/common/owned_file.h"
+
 namespace vorn::kit {
 
 inline constexpr const char* kFolderLockFile = ".lock";
@@ -15,13 +17,13 @@ class FolderLock {
   /// Throws a Fault of kUsage where another process has the lock, which is said to be `verb`, of
   /// kLimit where the file cannot be written.
   FolderLock(const std::string& folder, const std::string& verb);
-  ~FolderLock();
-  FolderLock(const FolderLock&) = delete;
-  FolderLock& operator=(const FolderLock&) = delete;
 
  private:
-  int file_;
+  OwnedFile file_;
 };
+
+/// Whether another process has the lock, as far as this machine sees. Nothing is made.
+[[nodiscard]] bool IsFolderLocked(const std::string& folder);
 
 }  // namespace vorn::kit
 

@@ -36,11 +36,11 @@ int WriteBytes(int fd, std::string_view bytes) {
 
 // The file that is made under a name of this process's own, whatever a dead one of its number left
 // there: no link is followed, and two processes that write the same file do not meet.
-int OpenPart(const std::string& path) {
+OwnedFile OpenPart(const std::string& path) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   int fd = open(path.c_str(), kFlags, 0666);
   if (fd < 0 && errno == EEXIST && unlink(path.c_str()) == 0) fd = open(path.c_str(), kFlags, 0666);
-  return fd;
+  return OwnedFile(fd);
 }
 
 // Where the last line that has an end stops.
@@ -78,20 +78,17 @@ WholeFile::WholeFile(std::string path) : path_(std::move(path)) {
     if (realpath(path_.c_str(), meant.data()) != nullptr) path_ = meant.data();
   }
   if (isWrittenInPlace_) {
-    fd_ = open(path_.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd_ < 0) Refuse(errno);
+    file_ = OwnedFile(open(path_.c_str(), O_WRONLY | O_CLOEXEC));
+    if (!file_.IsOpen()) Refuse(errno);
     return;
   }
   part_ = path_ + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
-  fd_ = OpenPart(part_);
-  if (fd_ < 0) Refuse(errno);
+  file_ = OpenPart(part_);
+  if (!file_.IsOpen()) Refuse(errno);
 }
 
 WholeFile::~WholeFile() {
-  if (fd_ < 0) return;
-  close(fd_);
-  if (isWrittenInPlace_) return;
-  unlink(part_.c_str());
+  if (file_.IsOpen() && !isWrittenInPlace_) unlink(part_.c_str());
 }
 
 void WholeFile::Refuse(int error) const { RefuseFile(path_, "write", error); }
@@ -103,7 +100,7 @@ void WholeFile::Append(std::string_view bytes) {
 }
 
 void WholeFile::Flush() {
-  const int error = WriteBytes(fd_, waiting_);
+  const int error = WriteBytes(file_.Get(), waiting_);
   if (error != 0) Refuse(error);
   waiting_.clear();
 }
@@ -111,13 +108,13 @@ void WholeFile::Flush() {
 void WholeFile::Finish() {
   Flush();
   if (isWrittenInPlace_) {
-    close(std::exchange(fd_, -1));
+    file_.Close();
     return;
   }
   // A file system that cannot sync has written all the same.
-  if (fsync(fd_) != 0 && errno != EINVAL && errno != ENOSYS) Refuse(errno);
+  if (fsync(file_.Get()) != 0 && errno != EINVAL && errno != ENOSYS) Refuse(errno);
   if (std::rename(part_.c_str(), path_.c_str()) != 0) Refuse(errno);
-  close(std::exchange(fd_, -1));
+  file_.Close();
 }
 
 void WriteWholeFile(const std::string& path, std::string_view bytes) {
@@ -127,38 +124,24 @@ void WriteWholeFile(const std::string& path, std::string_view bytes) {
 }
 
 LineFile::LineFile(const std::string& path) : path_(path) {
-  fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-  if (fd_ < 0) RefuseFile(path, "write", errno);
+  file_ = OwnedFile(open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666));
+  if (!file_.IsOpen()) RefuseFile(path, "write", errno);
   struct stat about {};
-  if (fstat(fd_, &about) == 0) {
-    const auto end = EndOfLines(fd_, about.st_size);
-    if (end && ftruncate(fd_, *end) == 0) return;
+  if (fstat(file_.Get(), &about) == 0) {
+    const auto end = EndOfLines(file_.Get(), about.st_size);
+    if (end && ftruncate(file_.Get(), *end) == 0) return;
   }
-  const int error = errno;
-  close(fd_);
-  RefuseFile(path, "write", error);
-}
-
-LineFile::~LineFile() {
-  if (fd_ >= 0) close(fd_);
-}
-
-LineFile::LineFile(LineFile&& other) noexcept
-    : path_(std::move(other.path_)), fd_(std::exchange(other.fd_, -1)) {}
-
-LineFile& LineFile::operator=(LineFile&& other) noexcept {
-  std::swap(path_, other.path_);
-  std::swap(fd_, other.fd_);
-  return *this;
+  RefuseFile(path, "write", errno);
 }
 
 void LineFile::Append(std::string_view lines) {
-  const int error = WriteBytes(fd_, lines);
+  const int error = WriteBytes(file_.Get(), lines);
   if (error != 0) RefuseFile(path_, "write", error);
 }
 
 void LineFile::Sync() {
-  if (fdatasync(fd_) != 0 && errno != EINVAL && errno != ENOSYS) RefuseFile(path_, "sync", errno);
+  if (fdatasync(file_.Get()) != 0 && errno != EINVAL && errno != ENOSYS)
+    RefuseFile(path_, "sync", errno);
 }
 
 }  // namespace vorn::kit

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "kit/common/owned_file.h"
+
 namespace vorn::kit {
 
 /// At the end of the name that a file has until it is whole: its own, a process id, and this.
@@ -37,7 +39,7 @@ class WholeFile {
   std::string path_;
   std::string part_;  // its name until it is finished
   std::string waiting_;
-  int fd_ = -1;
+  OwnedFile file_;
   bool isWrittenInPlace_ = false;
 };
 
@@ -47,9 +49,6 @@ class LineFile {
   /// Opens the file, or makes it. A last line without its end, which a process left that was killed
   /// while it wrote, is cut off. Throws a Fault of kLimit that names the file.
   explicit LineFile(const std::string& path);
-  ~LineFile();
-  LineFile(LineFile&& other) noexcept;
-  LineFile& operator=(LineFile&& other) noexcept;
 
   /// Puts lines, each with its end, behind the last one, with as few writes as the system takes.
   /// Throws as above.
@@ -60,7 +59,7 @@ class LineFile {
 
  private:
   std::string path_;
-  int fd_ = -1;
+  OwnedFile file_;
 };
 
 }  // namespace vorn::kit

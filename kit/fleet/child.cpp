@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "kit/common/fault.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/launch/run_folder.h"
 
@@ -27,30 +28,9 @@ constexpr size_t kPieceBytes = 64 * 1024;
 
 using Clock = std::chrono::steady_clock;
 
-class OwnedFile {
- public:
-  explicit OwnedFile(int fd = -1) : fd_(fd) {}
-  ~OwnedFile() { Close(); }
-  OwnedFile(const OwnedFile&) = delete;
-  OwnedFile& operator=(const OwnedFile&) = delete;
-  OwnedFile(OwnedFile&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  OwnedFile& operator=(OwnedFile&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  [[nodiscard]] int Get() const { return fd_; }
-  void Close() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
-
 OwnedFile Open(const std::string& path, int flags) {
   OwnedFile file(open(path.c_str(), flags | O_CLOEXEC, 0666));
-  if (file.Get() >= 0) return file;
+  if (file.IsOpen()) return file;
   throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
 }
 
@@ -89,9 +69,9 @@ class Feed {
 
   // Returns whether there is more that the child did not take yet.
   bool GoOn() {
-    while (pipe_.Get() >= 0 && Write()) {
+    while (pipe_.IsOpen() && Write()) {
     }
-    return pipe_.Get() >= 0 && at_ < waiting_.size();
+    return pipe_.IsOpen() && at_ < waiting_.size();
   }
 
   // Until it may have taken some of it.

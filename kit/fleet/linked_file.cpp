@@ -11,6 +11,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/folder_names.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
 #include "kit/launch/run_folder.h"
@@ -39,20 +40,6 @@ bool IsToBeCopied(int error) {
   constexpr std::array kReasons{EXDEV, EPERM, EMLINK, EOPNOTSUPP, ENOSYS, EACCES, EINVAL};
   return std::find(kReasons.begin(), kReasons.end(), error) != kReasons.end();
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int Get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 // Returns an errno, 0 for all written.
 int WriteAll(int fd, const char* bytes, size_t count) {
@@ -87,13 +74,13 @@ bool LinkOrCopy(const std::string& from, const std::string& to) {
 
 void CopyFile(const std::string& from, const std::string& to) {
   constexpr size_t kPiece = 256 * 1024;
-  const Descriptor source(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (source.Get() < 0) RefuseSource(from, "cannot be opened: " + SystemReason(errno));
+  const OwnedFile source(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!source.IsOpen()) RefuseSource(from, "cannot be opened: " + SystemReason(errno));
   // Not synced: a loss of power is found out by who asks for the size and the hash.
   const std::string part = to + std::string(kUnfinishedSuffix);
   RemoveTree(part);
-  const Descriptor target(open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (target.Get() < 0) RefuseTarget(to, errno);
+  const OwnedFile target(open(part.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!target.IsOpen()) RefuseTarget(to, errno);
   std::string piece(kPiece, '\0');
   for (;;) {
     const ssize_t got = read(source.Get(), piece.data(), piece.size());

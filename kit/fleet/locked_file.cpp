@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -13,16 +12,14 @@
 namespace vorn::kit {
 
 LockedFile::LockedFile(const std::string& path) {
-  fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd_ >= 0) return;
+  file_ = OwnedFile(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (file_.IsOpen()) return;
   throw Fault(ExitStatus::kLimit, "cannot open " + Quoted(path) + ": " + SystemReason(errno));
 }
 
-LockedFile::~LockedFile() { close(fd_); }
-
 bool LockedFile::TryTake(Share share) const {
   const int how = share == Share::kAlone ? LOCK_EX : LOCK_SH;
-  return flock(fd_, how | LOCK_NB) == 0 || errno != EWOULDBLOCK;
+  return flock(file_.Get(), how | LOCK_NB) == 0 || errno != EWOULDBLOCK;
 }
 
 bool LockedFile::Take(Share share, StopSignals& signals) const {

@@ -4,20 +4,18 @@
 
 #include <string>
 
+#include "kit/common/owned_file.h"
 #include "kit/launch/program.h"
 
 namespace vorn::kit {
 
-/// Locked from the time it is taken until this ends, or the process does.
+/// Move-only. Locked from the time it is taken until this ends, or the process does.
 class LockedFile {
  public:
   enum class Share { kAlone, kWithOthers };
 
   /// Opens the file, or makes it. Throws a Fault of kLimit.
   explicit LockedFile(const std::string& path);
-  ~LockedFile();
-  LockedFile(const LockedFile&) = delete;
-  LockedFile& operator=(const LockedFile&) = delete;
 
   /// Whether it was free. A file system without locks has all of them free.
   [[nodiscard]] bool TryTake(Share share) const;
@@ -26,7 +24,7 @@ class LockedFile {
   [[nodiscard]] bool Take(Share share, StopSignals& signals) const;
 
  private:
-  int fd_;
+  OwnedFile file_;
 };
 
 }  // namespace vorn::kit

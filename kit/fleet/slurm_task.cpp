@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +12,7 @@
 #include <set>
 
 #include "kit/common/file_identity.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/fleet/fleet_state.h"
 #include "kit/fleet/here_board.h"
@@ -46,20 +46,15 @@ class NodeLock {
  public:
   NodeLock(const std::string& path, StopSignals& signals) {
     constexpr std::chrono::milliseconds kTick{200};
-    fd_ = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    while (fd_ >= 0 && flock(fd_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK &&
+    file_ = OwnedFile(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+    while (file_.IsOpen() && flock(file_.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK &&
            signals.Asked() == 0) {
       signals.Wait(kTick);
     }
   }
-  ~NodeLock() {
-    if (fd_ >= 0) close(fd_);
-  }
-  NodeLock(const NodeLock&) = delete;
-  NodeLock& operator=(const NodeLock&) = delete;
 
  private:
-  int fd_ = -1;
+  OwnedFile file_;
 };
 
 class SlurmTask {

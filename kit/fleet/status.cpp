@@ -1,7 +1,5 @@
 #include "kit/fleet/status.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -18,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include "kit/common/folder_lock.h"
 #include "kit/common/printable.h"
 #include "kit/common/text_table.h"
 #include "kit/fleet/board_report.h"
@@ -242,15 +241,6 @@ std::string Fitted(const std::string& text, size_t& lines) {
 // Between two attempts nothing runs for a moment, and there is more to do.
 constexpr int kQuietLooks = 5;
 
-// As far as this machine sees. Files go to boards before anything is begun there.
-bool IsAnybodyAtWork(const std::string& fleet) {
-  const int lock = open((fleet + "/.lock").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (lock < 0) return false;
-  const bool isTaken = flock(lock, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  close(lock);
-  return isTaken;
-}
-
 void WatchFleet(const StatusRequest& request, const FleetPlan& plan) {
   int quiet = 0;
   const bool isDrawn = !request.isJson && IsDrawable();
@@ -272,7 +262,8 @@ void WatchFleet(const StatusRequest& request, const FleetPlan& plan) {
     }
     quiet = status.chunksRunning + status.checksRunning == 0 ? quiet + 1 : 0;
     if (quiet > 0 && status.chunksToDo == 0) return;
-    if (quiet >= kQuietLooks && !IsAnybodyAtWork(request.fleet)) return;
+    // Files go to boards before anything is begun there.
+    if (quiet >= kQuietLooks && !IsFolderLocked(request.fleet)) return;
     std::this_thread::sleep_for(std::chrono::seconds(1));
   }
 }

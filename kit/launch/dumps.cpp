@@ -14,6 +14,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/folder_names.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/launch/checks.h"
 #include "kit/model/dump_array.h"
@@ -96,17 +97,14 @@ struct Census {
 class ArrayFile {
  public:
   ArrayFile(std::string path, std::string_view header) : path_(std::move(path)) {
-    fd_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd_ < 0) Refuse();
+    file_ = OwnedFile(open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!file_.IsOpen()) Refuse();
     Write(header);
   }
-  ~ArrayFile() { close(fd_); }
-  ArrayFile(const ArrayFile&) = delete;
-  ArrayFile& operator=(const ArrayFile&) = delete;
 
   void Write(std::string_view bytes) {
     while (!bytes.empty()) {
-      const ssize_t put = write(fd_, bytes.data(), bytes.size());
+      const ssize_t put = write(file_.Get(), bytes.data(), bytes.size());
       if (put < 0 && errno == EINTR) continue;
       if (put < 0) Refuse();
       bytes.remove_prefix(static_cast<size_t>(put));
@@ -120,7 +118,7 @@ class ArrayFile {
   }
 
   std::string path_;
-  int fd_ = -1;
+  OwnedFile file_;
 };
 
 class DumpInspector {
@@ -192,11 +190,9 @@ class DumpInspector {
       return false;
     }
     if (values == 0) return true;
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const OwnedFile text(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     char last = '\0';
-    const bool isRead = fd >= 0 && pread(fd, &last, 1, about.st_size - 1) == 1;
-    if (fd >= 0) close(fd);
-    return isRead && last == '\n';
+    return pread(text.Get(), &last, 1, about.st_size - 1) == 1 && last == '\n';
   }
 
   std::string Told(const std::string& file) const {

@@ -16,6 +16,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 
 namespace vorn::kit {
@@ -33,21 +34,16 @@ bool ReadAt(int fd, uint64_t offset, void* place, size_t size) {
 class ElfFile {
  public:
   explicit ElfFile(const std::string& path)
-      : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+      : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
     ElfW(Ehdr) header{};
-    if (fd_ < 0 || !ReadAt(fd_, 0, &header, sizeof(header))) return;
+    if (!ReadAt(file_.Get(), 0, &header, sizeof(header))) return;
     if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) return;
     for (size_t i = 0; i < std::min<size_t>(header.e_phnum, kMostParts); ++i) {
       ElfW(Phdr) part{};
-      if (!ReadAt(fd_, header.e_phoff + i * header.e_phentsize, &part, sizeof(part))) break;
+      if (!ReadAt(file_.Get(), header.e_phoff + i * header.e_phentsize, &part, sizeof(part))) break;
       parts_.push_back(part);
     }
   }
-  ~ElfFile() {
-    if (fd_ >= 0) close(fd_);
-  }
-  ElfFile(const ElfFile&) = delete;
-  ElfFile& operator=(const ElfFile&) = delete;
 
   [[nodiscard]] bool HasLoader() const {
     return std::any_of(parts_.begin(), parts_.end(),
@@ -60,13 +56,13 @@ class ElfFile {
     for (const ElfW(Phdr) & part : parts_) {
       if (part.p_type != PT_NOTE || part.p_filesz > kMostNoteBytes) continue;
       std::string bytes(part.p_filesz, '\0');
-      if (ReadAt(fd_, part.p_offset, bytes.data(), bytes.size())) notes.push_back(bytes);
+      if (ReadAt(file_.Get(), part.p_offset, bytes.data(), bytes.size())) notes.push_back(bytes);
     }
     return notes;
   }
 
  private:
-  int fd_;
+  OwnedFile file_;
   std::vector<ElfW(Phdr)> parts_;
 };
 

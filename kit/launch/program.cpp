@@ -15,6 +15,7 @@
 
 #include "kit/common/fault.h"
 #include "kit/common/folder_names.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/launch/run_folder.h"
 
@@ -39,22 +40,6 @@ int OpenForLines(const std::string& path) {
   if (fd >= 0) close(fd);
   throw Fault(ExitStatus::kLimit, "cannot write '" + Printable(path) + "': " + reason);
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() { Close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int Get() const { return fd_; }
-  void Close() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
 
 // Becomes the program. Returns only where that failed; the reason is in errno. The standard streams
 // may be closed here, so that each place is taken before it is filled.
@@ -141,14 +126,14 @@ void StopSignals::Wait(std::chrono::milliseconds longest) {
 }
 
 Program::Program(const ProgramRequest& request, const StopSignals& signals) {
-  const Descriptor out(OpenForLines(request.out));
-  const Descriptor err(OpenForLines(request.err));
+  const OwnedFile out(OpenForLines(request.out));
+  const OwnedFile err(OpenForLines(request.err));
   std::array<int, 2> pipe{};
   if (pipe2(pipe.data(), O_CLOEXEC) != 0) {
     throw Fault(ExitStatus::kLimit, "cannot make a pipe: " + SystemReason(errno));
   }
-  const Descriptor told(pipe[0]);
-  Descriptor tell(pipe[1]);
+  const OwnedFile told(pipe[0]);
+  OwnedFile tell(pipe[1]);
   const pid_t parent = getpid();
   pid_ = fork();
   if (pid_ < 0) throw Fault(ExitStatus::kLimit, "cannot start a process: " + SystemReason(errno));

@@ -50,19 +50,14 @@ struct LinePlace {
 
 RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
   MakeFolders(path);
-  lock_ = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (lock_ < 0) RefuseFolder("open the folder", path, errno);
-  try {
-    Take(isResumed);
-  } catch (...) {
-    close(lock_);
-    throw;
-  }
+  lock_ = OwnedFile(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!lock_.IsOpen()) RefuseFolder("open the folder", path, errno);
+  Take(isResumed);
 }
 
 void RunFolder::Take(bool isResumed) {
   // A file system without locks has to do without.
-  if (flock(lock_, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+  if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
     Refuse("belongs to a launch or a merge that runs now; wait for it, or name another with --run");
   }
   const std::vector<std::string> names = NamesIn(path_);
@@ -117,14 +112,13 @@ void RunFolder::CheckPlaces() const {
 void RunFolder::WaitForProgram() const {
   constexpr int kTries = 30;
   constexpr useconds_t kBetweenUs = 100000;
-  const int log = open(Path(kLogFile).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (log < 0) return;
+  const OwnedFile log(open(Path(kLogFile).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!log.IsOpen()) return;
   bool isTaken = true;
   for (int i = 0; i < kTries && isTaken; ++i) {
     if (i != 0) usleep(kBetweenUs);
-    isTaken = flock(log, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    isTaken = flock(log.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   }
-  close(log);
   if (!isTaken) return;
   Refuse("belongs to a program that an earlier launch started and that still runs, with " +
          Quoted(Path(kLogFile)) + " open; end it, or name another with --run");
@@ -133,8 +127,6 @@ void RunFolder::WaitForProgram() const {
 void RunFolder::Refuse(const std::string& what) const {
   throw Fault(ExitStatus::kUsage, Quoted(path_) + " " + what);
 }
-
-RunFolder::~RunFolder() { close(lock_); }
 
 void MakeFolders(const std::string& path) {
   for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
@@ -182,18 +174,17 @@ uint64_t SizeOfFile(const std::string& path) {
 
 std::string ReadFrom(const std::string& path, uint64_t offset, size_t most) {
   std::string bytes;
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return bytes;
+  const OwnedFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.IsOpen()) return bytes;
   bytes.resize(most);
   size_t done = 0;
   while (done < most) {
     const ssize_t got =
-        pread(fd, bytes.data() + done, most - done, static_cast<off_t>(offset + done));
+        pread(file.Get(), bytes.data() + done, most - done, static_cast<off_t>(offset + done));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
     done += static_cast<size_t>(got);
   }
-  close(fd);
   bytes.resize(done);
   return bytes;
 }

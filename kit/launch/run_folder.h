@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/common/owned_file.h"
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
@@ -19,9 +20,6 @@ class RunFolder {
   /// that is not gone on with, another launch or the program of one has it, or something else lies
   /// where a file of the run has to be, of kLimit if it cannot be made.
   RunFolder(const std::string& path, bool isResumed);
-  ~RunFolder();
-  RunFolder(const RunFolder&) = delete;
-  RunFolder& operator=(const RunFolder&) = delete;
 
   [[nodiscard]] std::string Path(const std::string& name) const { return path_ + "/" + name; }
 
@@ -35,7 +33,7 @@ class RunFolder {
   [[noreturn]] void Refuse(const std::string& what) const;
 
   std::string path_;
-  int lock_ = -1;
+  OwnedFile lock_;
   std::optional<RunFacts> before_;
 };
 

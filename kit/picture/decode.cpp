@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "kit/common/fault.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/picture/decoders.h"
 
@@ -51,14 +52,10 @@ std::string ReadPictureFile(const std::string& path, const DecodeLimits& limits)
     throw Fault(ExitStatus::kInput,
                 "the picture " + Quoted(path) + " cannot be read: " + SystemReason(error));
   };
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) refuse(errno);
-  struct Closer {
-    int fd;
-    ~Closer() { close(fd); }
-  } closer{fd};
+  const OwnedFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file.IsOpen()) refuse(errno);
   struct stat status {};
-  if (fstat(fd, &status) != 0) refuse(errno);
+  if (fstat(file.Get(), &status) != 0) refuse(errno);
   if (!S_ISREG(status.st_mode)) {
     throw Fault(ExitStatus::kInput, "the picture " + Quoted(path) + " is not a file");
   }
@@ -70,7 +67,7 @@ std::string ReadPictureFile(const std::string& path, const DecodeLimits& limits)
   std::string bytes(static_cast<size_t>(status.st_size), '\0');
   size_t taken = 0;
   while (taken < bytes.size()) {
-    const ssize_t got = read(fd, bytes.data() + taken, bytes.size() - taken);
+    const ssize_t got = read(file.Get(), bytes.data() + taken, bytes.size() - taken);
     if (got < 0 && errno == EINTR) continue;
     if (got < 0) refuse(errno);
     if (got == 0) break;  // it became shorter: the decoder will say so

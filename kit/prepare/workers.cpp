@@ -19,6 +19,7 @@
 #include <new>
 #include <vector>
 
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 
 namespace vorn::kit {
@@ -139,14 +140,14 @@ class Worker {
   Worker(const Worker&) = delete;
   Worker& operator=(const Worker&) = delete;
 
-  [[nodiscard]] int Descriptor() const { return fd_; }
+  [[nodiscard]] int Descriptor() const { return pipe_.Get(); }
   [[nodiscard]] size_t Tasks() const { return tasks_.size(); }
   [[nodiscard]] bool IsLate() const { return !tasks_.empty() && Clock::now() > deadline_; }
 
   void Give(uint64_t task) {
     tasks_.push_back(task);
     if (tasks_.size() == 1) deadline_ = Clock::now() + limits_.time;
-    const bool isSent = fd_ >= 0 && WriteAll(fd_, &task, sizeof task);
+    const bool isSent = pipe_.IsOpen() && WriteAll(pipe_.Get(), &task, sizeof task);
     if (isSent) ++sent_;
     // One that died at another task is found out when the answer to that does not come.
     if (!isSent && tasks_.size() == 1) GiveAgain();
@@ -156,10 +157,11 @@ class Worker {
   TaskAnswer Take() {
     AnswerHead head{};
     TaskAnswer answer{tasks_.front(), ExitStatus::kDone, ""};
-    if (fd_ >= 0 && ReadAll(fd_, &head, sizeof head) && head.bytes <= kMostAnswerBytes) {
+    if (pipe_.IsOpen() && ReadAll(pipe_.Get(), &head, sizeof head) &&
+        head.bytes <= kMostAnswerBytes) {
       answer.status = static_cast<ExitStatus>(head.status);
       answer.text.resize(head.bytes);
-      if (ReadAll(fd_, answer.text.data(), head.bytes)) {
+      if (ReadAll(pipe_.Get(), answer.text.data(), head.bytes)) {
         BeginNext();
         return answer;
       }
@@ -188,7 +190,7 @@ class Worker {
     tasks_.pop_front();
     if (sent_ > 0) --sent_;
     deadline_ = Clock::now() + limits_.time;
-    if (fd_ < 0 || sent_ < tasks_.size()) GiveAgain();
+    if (!pipe_.IsOpen() || sent_ < tasks_.size()) GiveAgain();
   }
 
   // To a new child. One that died between two tasks took none with it.
@@ -196,7 +198,8 @@ class Worker {
     for (int attempt = 0; attempt < 2 && sent_ < tasks_.size(); ++attempt) {
       (void)End();
       Start();
-      while (sent_ < tasks_.size() && WriteAll(fd_, &tasks_[sent_], sizeof tasks_[sent_])) ++sent_;
+      while (sent_ < tasks_.size() && WriteAll(pipe_.Get(), &tasks_[sent_], sizeof tasks_[sent_]))
+        ++sent_;
     }
   }
 
@@ -217,7 +220,7 @@ class Worker {
       Serve(pair[1], parent, limits_, work_);
     }
     close(pair[1]);
-    fd_ = pair[0];
+    pipe_ = OwnedFile(pair[0]);
   }
 
   [[noreturn]] static void RefuseStart(int error) {
@@ -225,9 +228,8 @@ class Worker {
   }
 
   int End() {
-    if (fd_ < 0) return 0;
-    close(fd_);
-    fd_ = -1;
+    if (!pipe_.IsOpen()) return 0;
+    pipe_.Close();
     sent_ = 0;
     // One that answers nobody has ended by itself, or has to be ended; the first is told.
     int status = 0;
@@ -246,7 +248,7 @@ class Worker {
 
   const WorkerLimits& limits_;
   const std::function<std::string(uint64_t)>& work_;
-  int fd_ = -1;
+  OwnedFile pipe_;
   pid_t pid_ = -1;
   std::deque<uint64_t> tasks_;
   size_t sent_ = 0;             // of them, to this child

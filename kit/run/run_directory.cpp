@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "kit/common/file_place.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/json/identity_json.h"
 #include "kit/json/json.h"
@@ -232,17 +233,14 @@ class LineReader {
       : name_(what + " '" + Printable(path) + "'"), status_(status), source_(source) {
     // Of a file's own a pipe without a writer would be waited for.
     const int wait = source == LineSource::kNamed ? 0 : O_NONBLOCK;
-    fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | wait);
-    if (fd_ < 0) throw Fault(status_, name_ + " cannot be opened: " + SystemReason(errno));
+    file_ = OwnedFile(open(path.c_str(), O_RDONLY | O_CLOEXEC | wait));
+    if (!file_.IsOpen()) throw Fault(status_, name_ + " cannot be opened: " + SystemReason(errno));
     if (source == LineSource::kNamed) return;
     struct stat about {};
-    if (fstat(fd_, &about) == 0 && (S_ISREG(about.st_mode) || S_ISDIR(about.st_mode))) return;
-    close(fd_);
+    if (fstat(file_.Get(), &about) == 0 && (S_ISREG(about.st_mode) || S_ISDIR(about.st_mode)))
+      return;
     throw Fault(status_, name_ + " is no regular file");
   }
-  ~LineReader() { close(fd_); }
-  LineReader(const LineReader&) = delete;
-  LineReader& operator=(const LineReader&) = delete;
 
   void ForEach(const std::function<void(std::string_view)>& take) {
     std::string left;
@@ -275,7 +273,7 @@ class LineReader {
   size_t Read(std::vector<char>& piece) const {
     ssize_t got = 0;
     do {
-      got = read(fd_, piece.data(), piece.size());
+      got = read(file_.Get(), piece.data(), piece.size());
     } while (got < 0 && errno == EINTR);
     if (got < 0) throw Fault(status_, name_ + " cannot be read: " + SystemReason(errno));
     return static_cast<size_t>(got);
@@ -293,7 +291,7 @@ class LineReader {
   ExitStatus status_;
   LineSource source_;
   uint64_t line_ = 0;
-  int fd_ = -1;
+  OwnedFile file_;
 };
 
 template <typename Record>

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "kit/common/fault.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/model/model_json.h"
 #include "kit/runtime/draft.h"
@@ -225,23 +226,20 @@ int AskInChild(const DescribeRequest& request, Inside& inside, int answer, int s
 // A file without a name.
 class MemoryFile {
  public:
-  explicit MemoryFile(const char* name) : fd_(memfd_create(name, MFD_CLOEXEC)) {
-    if (fd_ < 0) {
+  explicit MemoryFile(const char* name) : file_(memfd_create(name, MFD_CLOEXEC)) {
+    if (!file_.IsOpen()) {
       throw Fault(ExitStatus::kLimit, "cannot make a file in memory: " + SystemReason(errno));
     }
   }
-  ~MemoryFile() { close(fd_); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
 
-  [[nodiscard]] int Descriptor() const { return fd_; }
+  [[nodiscard]] int Descriptor() const { return file_.Get(); }
 
   [[nodiscard]] std::string Read(size_t mostBytes) const {
     std::string text;
     std::array<char, 4096> piece{};
     ssize_t got = 0;
-    while (text.size() < mostBytes &&
-           (got = pread(fd_, piece.data(), piece.size(), static_cast<off_t>(text.size()))) > 0) {
+    while (text.size() < mostBytes && (got = pread(file_.Get(), piece.data(), piece.size(),
+                                                   static_cast<off_t>(text.size()))) > 0) {
       text.append(piece.data(), static_cast<size_t>(got));
     }
     text.resize(std::min(text.size(), mostBytes));
@@ -249,7 +247,7 @@ class MemoryFile {
   }
 
  private:
-  int fd_;
+  OwnedFile file_;
 };
 
 class SharedPage {

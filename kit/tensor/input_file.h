@@ -7,6 +7,8 @@
 #include <span>
 #include <string>
 
+#include "kit/common/owned_file.h"
+
 namespace vorn::kit {
 
 /// Every fault is a Fault of kInput that says what the file is for and its path.
@@ -31,7 +33,7 @@ class InputFile {
  private:
   std::string path_;
   std::string what_;
-  int fd_ = -1;
+  OwnedFile file_;
   uint64_t bytes_ = 0;
   void* mapping_ = nullptr;
 };

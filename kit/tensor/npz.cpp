@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "kit/common/fault.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/tensor/input_file.h"
 #include "kit/tensor/npy.h"
@@ -85,22 +86,19 @@ class NamelessFile {
   explicit NamelessFile(const std::string& array) : array_(array) {
     const char* wanted = std::getenv("TMPDIR");
     folder_ = wanted != nullptr && *wanted != '\0' ? wanted : "/tmp";
-    fd_ = open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (fd_ < 0) {
+    file_ = OwnedFile(open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (!file_.IsOpen()) {
       // Not every file system makes a file without a name.
       std::string path = folder_ + "/vorn-array-XXXXXX";
-      fd_ = mkostemp(path.data(), O_CLOEXEC);
-      if (fd_ < 0) Refuse(errno);
+      file_ = OwnedFile(mkostemp(path.data(), O_CLOEXEC));
+      if (!file_.IsOpen()) Refuse(errno);
       unlink(path.c_str());
     }
   }
-  ~NamelessFile() { close(fd_); }
-  NamelessFile(const NamelessFile&) = delete;
-  NamelessFile& operator=(const NamelessFile&) = delete;
 
   void Append(std::span<const std::byte> bytes) {
     while (!bytes.empty()) {
-      const ssize_t put = write(fd_, bytes.data(), bytes.size());
+      const ssize_t put = write(file_.Get(), bytes.data(), bytes.size());
       if (put < 0 && errno == EINTR) continue;
       if (put < 0) Refuse(errno);
       bytes = bytes.subspan(static_cast<size_t>(put));
@@ -109,7 +107,7 @@ class NamelessFile {
   }
 
   [[nodiscard]] std::shared_ptr<const std::byte> Map() const {
-    void* mapping = mmap(nullptr, bytes_, PROT_READ, MAP_SHARED, fd_, 0);
+    void* mapping = mmap(nullptr, bytes_, PROT_READ, MAP_SHARED, file_.Get(), 0);
     if (mapping == MAP_FAILED) Refuse(errno);
     return {static_cast<const std::byte*>(mapping), [bytes = bytes_](const std::byte* values) {
               munmap(const_cast<std::byte*>(values), bytes);
@@ -126,7 +124,7 @@ class NamelessFile {
 
   std::string array_;
   std::string folder_;
-  int fd_ = -1;
+  OwnedFile file_;
   size_t bytes_ = 0;
 };
 

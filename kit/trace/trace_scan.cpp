@@ -37,34 +37,27 @@ std::string ReadAt(int fd, uint64_t offset, size_t size) {
 }  // namespace
 
 TraceScan::TraceScan(const std::string& path) {
-  fd_ = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe would be waited for
-  if (fd_ < 0) {
+  file_ = OwnedFile(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // of a pipe, too
+  if (!file_.IsOpen()) {
     throw Fault(ExitStatus::kInput,
                 "the trace '" + Printable(path) + "' cannot be opened: " + SystemReason(errno));
   }
-  try {
-    // What stands before the calls is read, and doubted, by the one reader of the format.
-    const std::string header = ReadAt(fd_, 0, sizeof(trace::Header));
-    trace::Header known{};
-    std::memcpy(&known, header.data(), std::min(header.size(), sizeof(known)));
-    const std::string front = ReadAt(fd_, 0, std::min(known.slotsAt, kMostFrontBytes));
-    TraceFile file = ParseTrace(front);
-    dropped_ = file.dropped;
-    monotonicNs_ = file.monotonicNs;
-    realtimeNs_ = file.realtimeNs;
-    endedNs_ = file.endedNs;
-    host_ = std::move(file.host);
-    runtime_ = std::move(file.runtime);
-    operations_ = std::move(file.operations);
-    slots_ = std::min(known.calls, known.slots);
-    slotsAt_ = known.slotsAt;
-  } catch (...) {
-    close(fd_);
-    throw;
-  }
+  // What stands before the calls is read, and doubted, by the one reader of the format.
+  const std::string header = ReadAt(file_.Get(), 0, sizeof(trace::Header));
+  trace::Header known{};
+  std::memcpy(&known, header.data(), std::min(header.size(), sizeof(known)));
+  const std::string front = ReadAt(file_.Get(), 0, std::min(known.slotsAt, kMostFrontBytes));
+  TraceFile file = ParseTrace(front);
+  dropped_ = file.dropped;
+  monotonicNs_ = file.monotonicNs;
+  realtimeNs_ = file.realtimeNs;
+  endedNs_ = file.endedNs;
+  host_ = std::move(file.host);
+  runtime_ = std::move(file.runtime);
+  operations_ = std::move(file.operations);
+  slots_ = std::min(known.calls, known.slots);
+  slotsAt_ = known.slotsAt;
 }
-
-TraceScan::~TraceScan() { close(fd_); }
 
 void TraceScan::SkipToLast(uint64_t count) {
   at_ = std::max(at_, slots_ - std::min(count, slots_));
@@ -80,7 +73,7 @@ bool TraceScan::Fill() {
   if (pieceAt_ < piece_.size()) return true;
   const size_t slots = std::min<uint64_t>(kSlotsAtOnce, slots_ - at_);
   const std::string bytes =
-      ReadAt(fd_, slotsAt_ + at_ * sizeof(trace::Slot), slots * sizeof(trace::Slot));
+      ReadAt(file_.Get(), slotsAt_ + at_ * sizeof(trace::Slot), slots * sizeof(trace::Slot));
   piece_.assign(bytes.begin(), bytes.end());
   piece_.resize(piece_.size() / sizeof(trace::Slot) * sizeof(trace::Slot));
   pieceAt_ = 0;

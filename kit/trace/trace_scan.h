@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "kit/common/owned_file.h"
+
 namespace vorn::kit {
 
 struct ScannedCall {
@@ -22,9 +24,6 @@ class TraceScan {
  public:
   /// Throws a Fault of kInput if this is no trace.
   explicit TraceScan(const std::string& path);
-  ~TraceScan();
-  TraceScan(const TraceScan&) = delete;
-  TraceScan& operator=(const TraceScan&) = delete;
 
   /// The next whole call, in the order in which they began; empty behind the last one.
   [[nodiscard]] std::optional<ScannedCall> Next();
@@ -44,7 +43,7 @@ class TraceScan {
  private:
   bool Fill();
 
-  int fd_ = -1;
+  OwnedFile file_;
   uint64_t at_ = 0;  // the slot that is read next
   uint64_t slots_ = 0;
   uint64_t slotsAt_ = 0;

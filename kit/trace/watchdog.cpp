@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "kit/common/fault.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 #include "kit/trace/under_layer.h"
 #include "shared/trace/trace_format.h"
@@ -25,23 +26,9 @@ namespace {
 
 constexpr uint64_t kMostSlots = uint64_t{1} << 24;  // as many as a layer makes room for
 
-class Descriptor {
- public:
-  explicit Descriptor(const std::string& path) : fd_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-  ~Descriptor() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  [[nodiscard]] bool Read(uint64_t at, void* bytes, size_t size) const {
-    return fd_ >= 0 &&
-           pread(fd_, bytes, size, static_cast<off_t>(at)) == static_cast<ssize_t>(size);
-  }
-
- private:
-  int fd_;
-};
+bool CanRead(const OwnedFile& file, uint64_t at, void* bytes, size_t size) {
+  return pread(file.Get(), bytes, size, static_cast<off_t>(at)) == static_cast<ssize_t>(size);
+}
 
 bool IsKnown(const trace::Header& header) {
   return std::memcmp(header.magic, trace::kMagic, sizeof(trace::kMagic)) == 0 &&
@@ -49,10 +36,10 @@ bool IsKnown(const trace::Header& header) {
          header.nameBytes == trace::kNameBytes && header.slots <= kMostSlots;
 }
 
-std::string NameOf(const Descriptor& file, const trace::Header& header, uint16_t operation) {
+std::string NameOf(const OwnedFile& file, const trace::Header& header, uint16_t operation) {
   char name[trace::kNameBytes] = "";
   const uint64_t at = header.headerBytes + uint64_t{operation} * trace::kNameBytes;
-  if (operation >= header.names || !file.Read(at, name, sizeof(name))) return "?";
+  if (operation >= header.names || !CanRead(file, at, name, sizeof(name))) return "?";
   return {name, strnlen(name, sizeof(name))};
 }
 
@@ -93,16 +80,16 @@ void Tell(const StuckCall& call) {
 
 std::vector<StuckCall> StuckFinder::Look(const std::string& path, uint64_t nowNs) {
   std::vector<StuckCall> stuck;
-  const Descriptor file(path);
+  const OwnedFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   trace::Header header;
-  if (!file.Read(0, &header, sizeof(header)) || !IsKnown(header)) return stuck;
+  if (!CanRead(file, 0, &header, sizeof(header)) || !IsKnown(header)) return stuck;
   Seen& seen = seen_[path];
   const uint64_t count = std::min(header.calls, header.slots);
   for (; seen.next < count; ++seen.next) seen.open.push_back(seen.next);
   std::vector<uint64_t> stillOpen;
   for (const uint64_t at : seen.open) {
     trace::Slot slot;
-    if (!file.Read(header.slotsAt + at * sizeof(slot), &slot, sizeof(slot))) continue;
+    if (!CanRead(file, header.slotsAt + at * sizeof(slot), &slot, sizeof(slot))) continue;
     if (slot.behind.number != 0) continue;
     const bool hasBegun = slot.before.number != 0;
     if (hasBegun && slot.before.timeNs + limitNs_ <= nowNs) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <optional>
 
 #include "kit/common/fault.h"
@@ -31,6 +32,19 @@ TEST(FolderLock, IsForOneAtATime) {
                 "'; wait for it, or give another folder");
   first.reset();
   EXPECT_EQ(FaultOf(ExitStatus::kUsage, folder.Path()), "no fault");
+}
+
+TEST(FolderLock, IsSeenByOthersWithoutATrace) {
+  const support::TempDir folder;
+  const std::string path = folder.Path().string();
+  EXPECT_FALSE(vorn::kit::IsFolderLocked(path));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+  EXPECT_FALSE(vorn::kit::IsFolderLocked(path + "/none"));
+  {
+    const FolderLock lock(path, "stow");
+    EXPECT_TRUE(vorn::kit::IsFolderLocked(path));
+  }
+  EXPECT_FALSE(vorn::kit::IsFolderLocked(path));
 }
 
 TEST(FolderLock, FollowsNoLink) {
