@@ -9,7 +9,8 @@
 
 namespace vorn::kit {
 
-/// At the end of the name that a file has until it is whole: its own, a process id, and this.
+/// At the end of the name that a file or a folder has until it is whole. Of a file there is the
+/// process id between this and its name.
 inline constexpr std::string_view kUnfinishedSuffix = ".part";
 
 /// Writes a file that appears whole or not at all: under another name in the same folder, synced,

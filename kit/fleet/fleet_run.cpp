@@ -299,7 +299,7 @@ class FleetRun {
   void RemoveParts() const {
     const auto removeIn = [](const std::string& folder) {
       for (const std::string& name : NamesIn(folder)) {
-        if (name.ends_with(".part")) RemoveTree(folder + "/" + name);
+        if (name.ends_with(kUnfinishedSuffix)) RemoveTree(folder + "/" + name);
       }
     };
     for (uint64_t chunk = 0; chunk < plan_.chunks.size(); ++chunk) {

@@ -12,6 +12,7 @@
 #include "kit/common/file_place.h"
 #include "kit/common/folder_names.h"
 #include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
 #include "kit/launch/machine.h"
 #include "kit/launch/part_list.h"
 #include "kit/launch/run_folder.h"
@@ -19,7 +20,6 @@
 namespace vorn::kit {
 namespace {
 
-constexpr std::string_view kPart = ".part";
 constexpr const char* kSaid = ".said";
 constexpr uint64_t kMostAttempts = 1000000;
 
@@ -31,10 +31,10 @@ uint64_t TakeNumber(const std::string& folder) {
     number = std::max<uint64_t>(number, std::strtoull(name.c_str(), nullptr, 10));
   }
   while (++number < kMostAttempts) {
-    const std::string part = folder + "/" + std::to_string(number) + std::string(kPart);
+    const std::string part = folder + "/" + std::to_string(number) + std::string(kUnfinishedSuffix);
     if (mkdir(part.c_str(), 0777) == 0) {
       // Whoever had the number may have ended since the names were read.
-      const std::string name = part.substr(0, part.size() - kPart.size());
+      const std::string name = part.substr(0, part.size() - kUnfinishedSuffix.size());
       if (!IsTaken(name) && !IsTaken(name + kSaid)) return number;
       (void)rmdir(part.c_str());
     } else if (errno != EEXIST) {
@@ -52,7 +52,7 @@ class Attempt {
     folder_ = request.chunk ? ChunkFolder(request.fleet, *request.chunk)
                             : CrossFolder(request.fleet, request.board);
     number_ = TakeNumber(folder_);
-    part_ = folder_ + "/" + std::to_string(number_) + std::string(kPart);
+    part_ = folder_ + "/" + std::to_string(number_) + std::string(kUnfinishedSuffix);
     end_.record.board = request.board;
     end_.record.slot = request.slot;
     end_.record.chunk = request.chunk;

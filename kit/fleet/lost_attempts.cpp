@@ -4,6 +4,7 @@
 #include <set>
 #include <utility>
 
+#include "kit/common/whole_file.h"
 #include "kit/launch/machine.h"
 #include "kit/launch/run_folder.h"
 
@@ -36,7 +37,7 @@ void NoteLostAttempts(const std::string& fleet, const std::string& reason,
     end.blame = Blame::kUnknown;
     end.reason = reason;
     journal.Note(end);
-    RemoveTree(place.first + "/" + std::to_string(place.second) + ".part");
+    RemoveTree(place.first + "/" + std::to_string(place.second) + std::string(kUnfinishedSuffix));
   }
 }
 

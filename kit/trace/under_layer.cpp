@@ -19,6 +19,7 @@
 #include "kit/common/folder_names.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
+#include "kit/common/whole_file.h"
 #include "kit/trace/preload_path.h"
 #include "kit/trace/trace_file.h"
 #include "shared/trace/trace_format.h"
@@ -29,7 +30,6 @@ namespace {
 
 constexpr int kNotFound = 127;
 constexpr int kNotStarted = 126;
-constexpr const char* kPartSuffix = ".part";
 
 std::string FolderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -60,7 +60,7 @@ Variables LayerVariables(const TraceRequest& request, std::string preload) {
   if (output[0] != '/' && getcwd(here.data(), here.size()) != nullptr) {
     output = std::string(here.data()) + "/" + output;
   }
-  variables.emplace_back("VORN_TRACE_FILE", PartPrefix(output, getpid()) + "%p" + kPartSuffix);
+  variables.emplace_back("VORN_TRACE_FILE", PartPrefix(output, getpid()) + "%p" + std::string(kUnfinishedSuffix));
   if (request.calls) variables.emplace_back("VORN_TRACE_CALLS", std::to_string(*request.calls));
   return variables;
 }
@@ -173,7 +173,7 @@ std::vector<std::string> NamesBeside(const std::string& output) {
   std::vector<std::string> names;
   const std::string prefix = FileNameOf(output) + ".";
   for (const std::string& name : NamesIn(FolderOf(output))) {
-    if (!name.starts_with(prefix) || !name.ends_with(kPartSuffix)) continue;
+    if (!name.starts_with(prefix) || !name.ends_with(kUnfinishedSuffix)) continue;
     names.push_back(name.substr(prefix.size()));
   }
   return names;
