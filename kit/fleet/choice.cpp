@@ -8,7 +8,6 @@
 #include "kit/common/printable.h"
 #include "kit/fleet/attempt.h"
 #include "kit/fleet/sample_proof.h"
-#include "kit/launch/dumps.h"
 
 namespace vorn::kit {
 namespace {

@@ -9,7 +9,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdlib>
-#include <memory>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -138,15 +138,15 @@ class Ticket {
 
   // ---- Whose turn it is at the slot -------------------------------------------------------------
 
-  std::unique_ptr<LockedFile> Turn() const {
+  LockedFile Turn() const {
     const std::string name = "turn-" + std::to_string(slot_.slot);
-    return std::make_unique<LockedFile>(BoardFileOf(fleet_, board_, name.c_str()));
+    return LockedFile(BoardFileOf(fleet_, board_, name.c_str()));
   }
 
   bool TakeTurn() {
     if (turn_) return true;
-    auto turn = Turn();
-    if (!turn->Take(LockedFile::Share::kAlone, signals_)) return false;
+    LockedFile turn = Turn();
+    if (!turn.Take(LockedFile::Share::kAlone, signals_)) return false;
     turn_ = std::move(turn);
     return true;
   }
@@ -157,8 +157,8 @@ class Ticket {
     constexpr std::chrono::milliseconds kTick{10};
     constexpr int kTicksALook = 20;
     if (turn_) return true;
-    auto turn = Turn();
-    for (int tick = 1; !turn->TryTake(LockedFile::Share::kAlone); ++tick) {
+    LockedFile turn = Turn();
+    for (int tick = 1; !turn.TryTake(LockedFile::Share::kAlone); ++tick) {
       signals_.Wait(kTick);
       if (signals_.Asked() != 0) return false;
       if (tick % kTicksALook == 0 && (IsAside() || IsAnybodyFreeFor(chunk))) return false;
@@ -382,10 +382,12 @@ class Ticket {
   Journal journal_;
   Tools tools_;
   SshBoard ssh_;
-  std::unique_ptr<LockedFile> turn_;  // empty: it is not this one's
+  std::optional<LockedFile> turn_;  // empty: it is not this one's
 };
 
 }  // namespace
+
+std::string RoundLimitFile(const std::string& fleet) { return RoundOf(fleet) + "/limit"; }
 
 void PrepareRound(const std::string& fleet, const FleetState& state, std::vector<Board> boards,
                   const std::vector<uint64_t>& chunks, StopSignals& signals) {
