@@ -1,11 +1,12 @@
 #include "kit/fleet/boards.h"
 
 #include <algorithm>
-#include <set>
+#include <map>
 
 #include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
+#include "kit/common/nearest.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
 #include "kit/json/json_members.h"
@@ -18,6 +19,8 @@ constexpr uint64_t kMostSlots = 64;
 constexpr size_t kMostNameBytes = 100;
 constexpr std::string_view kNameCharacters =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+constexpr std::string_view kVariableCharacters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_";
 
 // What a board is called where nobody called it: the host without what no file name should have.
 std::string NameOfHost(const std::string& host) {
@@ -28,96 +31,182 @@ std::string NameOfHost(const std::string& host) {
   return name.starts_with('.') ? "-" + name : name;
 }
 
-void CheckText(const std::string& text, const char* member) {
-  if (text.find_first_of(std::string_view("\n\r\0", 3)) == std::string::npos) return;
-  throw JsonError("'" + std::string(member) + "' holds a line end, which no shell would keep");
+// `member` is named as a person finds it in the file: "boards[1].slots".
+[[noreturn]] void RefuseMember(const std::string& member, const std::string& why) {
+  throw JsonError(member + ": " + why);
 }
 
-std::string TextOf(const Json& object, const char* member, const std::string& otherwise) {
-  const Json* found = object.Find(member);
-  if (found == nullptr) return otherwise;
-  CheckText(found->AsText(), member);
-  return found->AsText();
+[[noreturn]] void RefuseValue(const std::string& member, const std::string& takes,
+                              const Json& value) {
+  RefuseMember(member, "takes " + takes + ", and has " + ShownValue(value));
 }
 
-std::string PathOf(const Json& object, const char* member, const std::string& folder) {
-  const std::string path = TextOf(object, member, "");
-  return path.empty() ? path : Below(folder, path);
+std::string CheckedText(const Json& value, const std::string& member) {
+  if (!value.IsText()) RefuseValue(member, "a text", value);
+  const std::string& text = value.AsText();
+  if (text.find_first_of(std::string_view("\n\r\0", 3)) != std::string::npos) {
+    RefuseMember(member, "holds a line end or a zero, which no shell would keep; leave it out");
+  }
+  return text;
 }
 
-void CheckName(const std::string& name) {
-  const bool isFit = !name.empty() && name.size() <= kMostNameBytes && !name.starts_with('.') &&
-                     name.find_first_not_of(kNameCharacters) == std::string::npos;
-  if (isFit) return;
-  throw JsonError("'name' is " + Quoted(name) +
-                  "; it becomes a part of file names: up to 100 letters, digits and '._-'");
-}
-
-void TakeEnvironment(const Json& object, Board& board) {
-  for (const auto& [name, value] : object.Members()) {
-    const bool isName =
-        !name.empty() && name.find_first_of("0123456789") != 0 &&
-        name.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_") ==
-            std::string::npos;
-    if (!isName) throw JsonError(Quoted(name) + " is no name of an environment variable");
-    CheckText(value.AsText(), "environment");
-    board.environment.emplace_back(name, value.AsText());
+void HoldToMembers(const Json& object, const std::string& place,
+                   const std::vector<std::string>& known) {
+  for (const auto& [key, value] : object.Members()) {
+    if (std::find(known.begin(), known.end(), key) != known.end()) continue;
+    RefuseMember(place + PrintableExcerpt(key), "is not known here" + DidYouMean(key, known));
   }
 }
 
-Board ToBoard(const Json& object, const std::string& folder) {
-  HoldToKeys(object,
-             {"name", "host", "slots", "work", "runtime", "config", "tools", "environment", "ssh"});
-  Board board;
-  board.host = object.At("host").AsText();
-  CheckText(board.host, "host");
-  if (board.host.empty() || board.host.starts_with('-')) {
-    throw JsonError("'host' is " + Quoted(board.host) + ", and has to name one as ssh takes it");
+class BoardReader {
+ public:
+  /// `place` is the board's: "boards[1]".
+  BoardReader(const Json& object, std::string place, const std::string& folder)
+      : object_(object), place_(std::move(place)), folder_(folder) {}
+
+  Board Read() const {
+    if (!object_.IsObject()) RefuseValue(place_, R"(an object such as {"host": "NAME"})", object_);
+    HoldToMembers(
+        object_, Named(""),
+        {"name", "host", "slots", "work", "runtime", "config", "tools", "environment", "ssh"});
+    Board board;
+    board.host = Host();
+    board.name = Name(board.host);
+    TakeSlots(board.slots);
+    board.work = TextOf("work", board.work);
+    if (board.work.empty())
+      RefuseMember(Named("work"), "names no folder; give one, or leave it out");
+    board.runtime = TextOf("runtime", "");
+    board.config = PathOf("config");
+    board.tools = PathOf("tools");
+    TakeEnvironment(board);
+    TakeSsh(board);
+    return board;
   }
-  board.name = TextOf(object, "name", NameOfHost(board.host));
-  CheckName(board.name);
-  if (const Json* slots = object.Find("slots")) board.slots = slots->AsUnsigned();
-  if (board.slots < 1 || board.slots > kMostSlots) {
-    throw JsonError("'slots' is " + std::to_string(board.slots) + "; 1 to " +
-                    std::to_string(kMostSlots) + " attempts run on a board at once");
+
+ private:
+  std::string Named(const char* member) const { return place_ + "." + member; }
+
+  std::string TextOf(const char* member, const std::string& otherwise) const {
+    const Json* found = object_.Find(member);
+    return found == nullptr ? otherwise : CheckedText(*found, Named(member));
   }
-  board.work = TextOf(object, "work", board.work);
-  if (board.work.empty()) throw JsonError("'work' names no folder");
-  board.runtime = TextOf(object, "runtime", "");
-  board.config = PathOf(object, "config", folder);
-  board.tools = PathOf(object, "tools", folder);
-  if (const Json* environment = object.Find("environment")) TakeEnvironment(*environment, board);
-  if (const Json* words = object.Find("ssh")) {
-    for (const Json& word : words->Items()) {
-      CheckText(word.AsText(), "ssh");
-      board.ssh.push_back(word.AsText());
+
+  std::string PathOf(const char* member) const {
+    const std::string path = TextOf(member, "");
+    return path.empty() ? path : Below(folder_, path);
+  }
+
+  std::string Host() const {
+    const Json* found = object_.Find("host");
+    if (found == nullptr) {
+      RefuseMember(Named("host"), "is missing; it names the board as ssh takes it");
+    }
+    std::string host = CheckedText(*found, Named("host"));
+    if (host.empty() || host.starts_with('-')) {
+      RefuseValue(Named("host"), "the name of a host as ssh takes it", *found);
+    }
+    return host;
+  }
+
+  std::string Name(const std::string& host) const {
+    std::string name = TextOf("name", NameOfHost(host));
+    const bool isFit = !name.empty() && name.size() <= kMostNameBytes && !name.starts_with('.') &&
+                       name.find_first_not_of(kNameCharacters) == std::string::npos;
+    if (!isFit) {
+      RefuseValue(Named("name"),
+                  "up to 100 letters, digits and '._-', with no '.' in front, since it becomes a "
+                  "part of file names",
+                  Json(name));
+    }
+    return name;
+  }
+
+  void TakeSlots(uint64_t& slots) const {
+    const Json* found = object_.Find("slots");
+    if (found == nullptr) return;
+    try {
+      slots = found->AsUnsigned();
+    } catch (const JsonError&) {
+      slots = 0;
+    }
+    if (slots >= 1 && slots <= kMostSlots) return;
+    RefuseValue(Named("slots"), "a whole number of 1 to " + std::to_string(kMostSlots), *found);
+  }
+
+  void TakeEnvironment(Board& board) const {
+    const Json* found = object_.Find("environment");
+    if (found == nullptr) return;
+    if (!found->IsObject()) {
+      RefuseValue(Named("environment"), R"(an object such as {"NAME": "value"})", *found);
+    }
+    for (const auto& [name, value] : found->Members()) {
+      const std::string member = Named("environment") + "." + PrintableExcerpt(name);
+      const bool isName = !name.empty() && name.find_first_of("0123456789") != 0 &&
+                          name.find_first_not_of(kVariableCharacters) == std::string::npos;
+      if (!isName) {
+        RefuseMember(member,
+                     "is no name of a variable; give it letters, digits and '_', and no digit in "
+                     "front");
+      }
+      board.environment.emplace_back(name, CheckedText(value, member));
     }
   }
-  return board;
+
+  void TakeSsh(Board& board) const {
+    const Json* found = object_.Find("ssh");
+    if (found == nullptr) return;
+    if (!found->IsArray()) {
+      RefuseValue(Named("ssh"), R"(a list of words such as ["-p", "2222"])", *found);
+    }
+    for (const Json& word : found->Items()) {
+      board.ssh.push_back(
+          CheckedText(word, Named("ssh") + "[" + std::to_string(board.ssh.size()) + "]"));
+    }
+  }
+
+  const Json& object_;
+  std::string place_;
+  const std::string& folder_;
+};
+
+std::string PlaceOfBoard(size_t index) { return "boards[" + std::to_string(index) + "]"; }
+
+const std::vector<Json>& ItemsOf(const Json& object) {
+  constexpr const char* kExample = R"({"schema": 1, "boards": [{"host": "NAME"}]})";
+  if (!object.IsObject()) {
+    throw JsonError("takes an object such as " + std::string(kExample) + ", and has " +
+                    ShownValue(object));
+  }
+  HoldToMembers(object, "", {"schema", "boards"});
+  for (const char* needed : {"schema", "boards"}) {
+    if (object.Find(needed) != nullptr) continue;
+    RefuseMember(needed, "is missing; a whole file is " + std::string(kExample));
+  }
+  const Json& schema = object.At("schema");
+  const bool isKnown = schema.IsNumber() && schema.AsNumber() == 1;
+  if (!isKnown) RefuseValue("schema", "1", schema);
+  const Json& items = object.At("boards");
+  if (!items.IsArray()) RefuseValue("boards", R"(a list such as [{"host": "NAME"}])", items);
+  if (items.Items().empty()) RefuseMember("boards", R"(names no board; add {"host": "NAME"})");
+  return items.Items();
 }
 
 }  // namespace
 
 std::vector<Board> BoardsFromJson(const std::string& text, const std::string& folder) {
   const Json object = ParseJson(text);
-  HoldToKeys(object, {"schema", "boards"});
-  if (const uint64_t schema = object.At("schema").AsUnsigned(); schema != 1) {
-    throw JsonError("it has schema " + std::to_string(schema) + ", and this reads 1");
-  }
   std::vector<Board> boards;
-  std::set<std::string> names;
-  for (const Json& item : object.At("boards").Items()) {
-    try {
-      boards.push_back(ToBoard(item, folder));
-    } catch (const JsonError& error) {
-      throw JsonError("board " + std::to_string(boards.size() + 1) + ": " + error.what());
-    }
-    if (!names.insert(boards.back().name).second) {
-      throw JsonError("board " + std::to_string(boards.size()) + ": another one is called " +
-                      Quoted(boards.back().name) + "; give each a 'name' of its own");
+  std::map<std::string, std::string> places;  // by names
+  for (const Json& item : ItemsOf(object)) {
+    const std::string place = PlaceOfBoard(boards.size());
+    boards.push_back(BoardReader(item, place, folder).Read());
+    const std::string& name = boards.back().name;
+    if (const auto [other, isNew] = places.emplace(name, place); !isNew) {
+      RefuseMember(place + ".name", "is " + Quoted(name) + ", as that of " + other->second +
+                                        "; give each a name of its own");
     }
   }
-  if (boards.empty()) throw JsonError("it names no board");
   return boards;
 }
 
@@ -129,7 +218,7 @@ std::vector<Board> ReadBoards(const std::string& path) {
     return BoardsFromJson(
         text, slash == std::string::npos ? "" : path.substr(0, std::max<size_t>(slash, 1)));
   } catch (const JsonError& error) {
-    throw Fault(ExitStatus::kInput, "the file of boards " + Quoted(path) + ": " + error.what());
+    throw Fault(ExitStatus::kInput, Printable(path) + ": " + error.what());
   }
 }
 

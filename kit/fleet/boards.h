@@ -32,10 +32,11 @@ struct Board {
   bool operator==(const Board&) const = default;
 };
 
-/// Throws a Fault of kInput that names the file, the board and the member.
+/// Throws a Fault of kInput that names the file, the member as it stands there
+/// ("boards[1].slots", of the first board 0), what it takes and what it has.
 [[nodiscard]] std::vector<Board> ReadBoards(const std::string& path);
 
-/// The same out of a text; `folder` is the file's.
+/// The same out of a text, with a JsonError; `folder` is the file's.
 [[nodiscard]] std::vector<Board> BoardsFromJson(const std::string& text, const std::string& folder);
 
 /// As ReadBoards takes them, with all members.

@@ -9,10 +9,10 @@
 
 namespace {
 
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Pair;
+using testing::StartsWith;
 using vorn::kit::Board;
 using vorn::kit::BoardsFromJson;
 
@@ -72,56 +72,72 @@ TEST(Boards, AreCalledByTheirHostAsAFileNameCanBe) {
   EXPECT_EQ(Read(R"({"host":"u@../x"})").at(0).name, "-..-x");
 }
 
-TEST(Boards, AreRefusedWithWhatIsWrong) {
+TEST(Boards, AreRefusedByTheMemberThatIsWrong) {
   const std::string host = R"("host":"h")";
   for (const auto& [item, why] : std::vector<std::pair<std::string, std::string>>{
-           {R"({})", "board 1: 'host' is missing"},
-           {R"({"host":""})", "board 1: 'host' is ''"},
-           {R"({"host":"-oProxyCommand=sh"})", "board 1: 'host' is '-oProxyCommand=sh'"},
-           {R"({"host":"h\nx"})", "'host' holds a line end"},
-           {R"({"host":"h\u0000"})", "'host' holds a line end"},
-           {"{" + host + R"(,"work":"a\rb"})", "'work' holds a line end"},
-           {"{" + host + R"(,"work":""})", "'work' names no folder"},
-           {"{" + host + R"(,"runtime":"a\nb"})", "'runtime' holds a line end"},
-           {"{" + host + R"(,"environment":{"A":"a\nb"}})", "'environment' holds a line end"},
-           {"{" + host + R"(,"environment":{"1A":"a"}})", "'1A' is no name of an environment"},
-           {"{" + host + R"(,"environment":{"A=B":"a"}})", "is no name of an environment"},
-           {"{" + host + R"(,"environment":{"":"a"}})", "is no name of an environment"},
-           {"{" + host + R"(,"slots":0})", "'slots' is 0; 1 to 64"},
-           {"{" + host + R"(,"slots":65})", "'slots' is 65; 1 to 64"},
-           {"{" + host + R"(,"slots":-1})", "board 1: "},
-           {"{" + host + R"(,"slots":"2"})", "board 1: "},
-           {"{" + host + R"(,"slot":2})", "'slots'"},  // the nearest one
-           {"{" + host + R"(,"name":""})", "'name' is ''"},
-           {"{" + host + R"(,"name":"a/b"})", "'name' is 'a/b'"},
-           {"{" + host + R"(,"name":".."})", "'name' is '..'"},
-           {"{" + host + R"(,"name":"a b"})", "'name' is 'a b'"},
+           {"3", R"(boards[0]: takes an object such as {"host": "NAME"}, and has 3)"},
+           {R"({})", "boards[0].host: is missing; it names the board as ssh takes it"},
+           {R"({"host":7})", "boards[0].host: takes a text, and has 7"},
+           {R"({"host":""})",
+            R"(boards[0].host: takes the name of a host as ssh takes it, and has "")"},
+           {R"({"host":"-oProxyCommand=sh"})", R"(and has "-oProxyCommand=sh")"},
+           {R"({"host":"h\nx"})", "boards[0].host: holds a line end"},
+           {R"({"host":"h\u0000"})", "boards[0].host: holds a line end or a zero"},
+           {"{" + host + R"(,"work":"a\rb"})", "boards[0].work: holds a line end"},
+           {"{" + host + R"(,"work":""})", "boards[0].work: names no folder"},
+           {"{" + host + R"(,"runtime":"a\nb"})", "boards[0].runtime: holds a line end"},
+           {"{" + host + R"(,"config":null})", "boards[0].config: takes a text, and has null"},
+           {"{" + host + R"(,"environment":["A=b"]})",
+            R"(boards[0].environment: takes an object such as {"NAME": "value"}, and has ["A=b"])"},
+           {"{" + host + R"(,"environment":{"A":"a\nb"}})",
+            "boards[0].environment.A: holds a line end"},
+           {"{" + host + R"(,"environment":{"A":1}})",
+            "boards[0].environment.A: takes a text, and has 1"},
+           {"{" + host + R"(,"environment":{"1A":"a"}})",
+            "boards[0].environment.1A: is no name of a variable"},
+           {"{" + host + R"(,"environment":{"A=B":"a"}})", "is no name of a variable"},
+           {"{" + host + R"(,"environment":{"":"a"}})", "is no name of a variable"},
+           {"{" + host + R"(,"slots":0})",
+            "boards[0].slots: takes a whole number of 1 to 64, and has 0"},
+           {"{" + host + R"(,"slots":65})", "and has 65"},
+           {"{" + host + R"(,"slots":-1})", "and has -1"},
+           {"{" + host + R"(,"slots":1.5})", "and has 1.5"},
+           {"{" + host + R"(,"slots":"2"})",
+            R"(boards[0].slots: takes a whole number of 1 to 64, and has "2")"},
+           {"{" + host + R"(,"slot":2})",
+            "boards[0].slot: is not known here; did you mean 'slots'?"},
+           {"{" + host + R"(,"name":""})", R"(boards[0].name: takes up to 100 letters)"},
+           {"{" + host + R"(,"name":"a/b"})", R"(and has "a/b")"},
+           {"{" + host + R"(,"name":".."})", R"(and has "..")"},
+           {"{" + host + R"(,"name":"a b"})", R"(and has "a b")"},
            {"{" + host + R"(,"name":")" + std::string(101, 'x') + "\"}", "up to 100 letters"},
-           {"{" + host + R"(,"ssh":"-p 22"})", "board 1: "},
-           {"{" + host + R"(,"ssh":["-p",22]})", "board 1: "},
+           {"{" + host + R"(,"ssh":"-p 22"})",
+            R"(boards[0].ssh: takes a list of words such as ["-p", "2222"], and has "-p 22")"},
+           {"{" + host + R"(,"ssh":["-p",22]})", "boards[0].ssh[1]: takes a text, and has 22"},
+           {"{" + host + R"(,"ssh":["-o","A\nB"]})", "boards[0].ssh[1]: holds a line end"},
+           {"{" + host + R"(,"ssh":["a\u0000b"]})", "boards[0].ssh[0]: holds a line end"},
        }) {
     EXPECT_THAT(FaultOf(item), HasSubstr(why)) << item;
   }
   EXPECT_EQ(FaultOf("{" + host + R"(,"name":")" + std::string(100, 'x') + "\"}"), "");
-  EXPECT_THAT(FaultOf("{" + host + "},{}"), HasSubstr("board 2: "));
-}
-
-TEST(Boards, WithWordsThatNoShellWouldKeepAreRefused) {
-  EXPECT_THAT(FaultOf(R"({"host":"h","ssh":["-o","A\nB"]})"), HasSubstr("'ssh' holds a line end"));
-  EXPECT_THAT(FaultOf(R"({"host":"h","ssh":["a\u0000b"]})"), HasSubstr("'ssh' holds a line end"));
+  EXPECT_THAT(FaultOf("{" + host + "},{}"), HasSubstr("boards[1].host: is missing"));
 }
 
 TEST(Boards, HaveNamesOfTheirOwn) {
-  EXPECT_THAT(FaultOf(R"({"host":"a@h"},{"host":"b@h"})"),
-              AllOf(HasSubstr("board 2: another one is called 'h'"), HasSubstr("'name'")));
+  EXPECT_EQ(FaultOf(R"({"host":"a@h"},{"host":"b@h"})"),
+            "boards[1].name: is 'h', as that of boards[0]; give each a name of its own");
 }
 
 TEST(Boards, FileIsRefusedAsAWhole) {
-  EXPECT_EQ(FaultOf(""), "it names no board");
-  EXPECT_THAT(FaultOfText(R"({"schema":2,"boards":[]})"), HasSubstr("it has schema 2"));
-  EXPECT_THAT(FaultOfText(R"({"schema":1,"board":[]})"), HasSubstr("'boards'"));
-  EXPECT_NE(FaultOfText("[]"), "");
-  EXPECT_NE(FaultOfText(R"({"schema":1,"boards":{}})"), "");
+  EXPECT_THAT(FaultOf(""), HasSubstr("boards: names no board"));
+  EXPECT_EQ(FaultOfText(R"({"schema":2,"boards":[]})"), "schema: takes 1, and has 2");
+  EXPECT_EQ(FaultOfText(R"({"schema":"1","boards":[]})"), R"(schema: takes 1, and has "1")");
+  EXPECT_THAT(FaultOfText(R"({"boards":[]})"), HasSubstr("schema: is missing"));
+  EXPECT_THAT(FaultOfText(R"({"schema":1})"), HasSubstr("boards: is missing"));
+  EXPECT_THAT(FaultOfText(R"({"schema":1,"board":[]})"),
+              HasSubstr("board: is not known here; did you mean 'boards'?"));
+  EXPECT_THAT(FaultOfText("[]"), HasSubstr("takes an object such as"));
+  EXPECT_THAT(FaultOfText(R"({"schema":1,"boards":{}})"), HasSubstr("boards: takes a list"));
 }
 
 TEST(Boards, FaultsNameTheFile) {
@@ -134,7 +150,7 @@ TEST(Boards, FaultsNameTheFile) {
       ADD_FAILURE() << text;
     } catch (const vorn::kit::Fault& fault) {
       EXPECT_EQ(fault.Status(), vorn::kit::ExitStatus::kInput);
-      EXPECT_THAT(fault.what(), HasSubstr(path));
+      EXPECT_THAT(fault.what(), StartsWith(path + ": "));
     }
   }
   support::WriteFile(path, R"({"schema":1,"boards":[{"host":"h","config":"c"}]})");
