@@ -7,6 +7,24 @@
 
 namespace vorn::kit {
 
+namespace {
+
+// Of a word that was cut short.
+std::optional<std::string> OnlyWithBeginning(std::string_view word,
+                                             std::span<const std::string> names) {
+  constexpr size_t kLeast = 4;  // "--x" is the beginning of many
+  if (word.size() < kLeast) return std::nullopt;
+  std::optional<std::string> only;
+  for (const std::string& name : names) {
+    if (!name.starts_with(word)) continue;
+    if (only) return std::nullopt;
+    only = name;
+  }
+  return only;
+}
+
+}  // namespace
+
 size_t EditDistance(std::string_view one, std::string_view other) {
   std::vector<size_t> row(other.size() + 1);  // of the first i characters of `one`
   std::iota(row.begin(), row.end(), size_t{0});
@@ -40,7 +58,7 @@ std::optional<std::string> NearestName(std::string_view word, std::span<const st
     least = distance;
     nearest = name;
   }
-  return nearest;
+  return nearest ? nearest : OnlyWithBeginning(word, names);
 }
 
 std::string DidYouMean(std::string_view word, std::span<const std::string> names) {

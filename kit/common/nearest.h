@@ -15,7 +15,8 @@ namespace vorn::kit {
 [[nodiscard]] size_t EditDistance(std::string_view one, std::string_view other);
 
 /// The name that is least far from `word`, if it is as near as a slip of the keyboard: a third of
-/// its length, and one at least. The first of several.
+/// its length, and one at least; the first of several. Where none is, the only one that begins with
+/// `word`, of four characters or more.
 [[nodiscard]] std::optional<std::string> NearestName(std::string_view word,
                                                      std::span<const std::string> names);
 

@@ -61,6 +61,14 @@ TEST(NearestName, HasNoneForAWordThatIsTooFar) {
   EXPECT_EQ(NearestName("abcdefghi", names), std::nullopt);
 }
 
+TEST(NearestName, TakesAWordThatWasCutShortForTheOnlyOneThatBeginsSo) {
+  const std::vector<std::string> names{"status", "stow", "--model", "--model-json"};
+  EXPECT_EQ(NearestName("stat", names), "status");
+  EXPECT_EQ(NearestName("--model-", names), "--model");  // a slip is nearer
+  EXPECT_EQ(NearestName("--mod", names), std::nullopt);  // of two
+  EXPECT_EQ(NearestName("sta", names), std::nullopt);
+}
+
 TEST(DidYouMean, AsksOnlyWhereThereIsOne) {
   const std::vector<std::string> names{"batch"};
   EXPECT_EQ(DidYouMean("bacth", names), "; did you mean 'batch'?");

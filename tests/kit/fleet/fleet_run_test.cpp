@@ -755,6 +755,7 @@ TEST_F(Fleet, SaysWhatItNeeds) {
     EXPECT_FALSE(fs::exists(Path("fleet")));
   };
   refuses({}, "what of a fleet? plan, run, resume, status or merge");
+  refuses({"stat"}, "there is no 'vorn fleet stat'; did you mean 'status'?");
   refuses({"plam"}, "there is no 'vorn fleet plam'; did you mean 'plan'?");
   refuses({"plan"}, "--model");
   refuses({"plan", "-m", "model.om", "-j", "vorn.json", "-i", "list.txt"}, "--output");
