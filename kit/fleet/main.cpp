@@ -17,12 +17,12 @@
 #include "kit/fleet/slurm_task.h"
 #include "kit/fleet/status.h"
 #include "kit/launch/console.h"
+#include "kit/launch/launch_options.h"
 #include "kit/run/run_directory.h"
 
 namespace vorn::kit {
 namespace {
 
-constexpr uint64_t kMostNumber = INT32_MAX;
 constexpr uint64_t kMostCrossCheck = 1000;
 
 constexpr std::string_view kForms[] = {
@@ -35,9 +35,9 @@ constexpr std::string_view kForms[] = {
 };
 
 constexpr Option kOptions[] = {
-    {"model", 'm', "FILE", "The model."},
+    kModelOption,
     {"config", 'j', "FILE", "The runtime's JSON configuration. A board may have another one."},
-    {"list", 'i', "FILE", "The list of inputs, as vorn-run takes it."},
+    kListOption,
     {"output", 'o', "FLEET", "The folder of the plan and of all that comes of it. It is made."},
     {"chunk", 0, "N",
      "Inferences that a board gets at a time. Without it some are run here, and a chunk is as long "
@@ -45,14 +45,14 @@ constexpr Option kOptions[] = {
     {"cross-check", 0, "N",
      "Inferences that every board runs, so that one that gives other outputs is found; 5 without "
      "it."},
-    {"batch", 'b', "N", "Items of a batch, as vorn-run takes it."},
-    {"total-t", 't', "N", "Frames of a sequence, as vorn-run takes it."},
-    {"thresholds", 'r', "FILES", "Files of thresholds, with commas between them."},
-    {"profile", 'p', "", "Execute each inference 21 times, as -p 1 of vorn-run does."},
+    kBatchOption,
+    kTotalTOption,
+    kThresholdsOption,
+    kProfileOption,
     {"sample-timeout", 0, "SECONDS", "End a process that takes longer for one inference."},
-    {"no-text", 0, "", "Keep no .float files; they are most of the bytes."},
-    {"npy", 0, "", "Put a .npy array, in its shape, beside each dump."},
-    {"no-trace", 0, "", "Put no layer under the program: there are no times of executions then."},
+    kNoTextOption,
+    kArraysOption,
+    kNoTraceOption,
     {"model-json", 0, "FILE",
      "What vorn inspect --json says of the model, where no libvorn.so here can load it."},
     {"boards", 0, "FILE",
@@ -141,16 +141,6 @@ std::string FleetOf(const Arguments& arguments) {
   return fleet;
 }
 
-std::optional<std::chrono::seconds> Seconds(const Arguments& arguments, const char* name) {
-  if (!arguments.Has(name)) return std::nullopt;
-  return std::chrono::seconds(arguments.GetNumber(name, 0, 1, kMostNumber));
-}
-
-std::optional<int64_t> Number(const Arguments& arguments, const char* name) {
-  if (!arguments.Has(name)) return std::nullopt;
-  return static_cast<int64_t>(arguments.GetNumber(name, 1, 1, kMostNumber));
-}
-
 // ---- Each of them -------------------------------------------------------------------------------
 
 ExitStatus PlanFleet(const Arguments& arguments) {
@@ -161,32 +151,12 @@ ExitStatus PlanFleet(const Arguments& arguments) {
   }
   FleetPlanRequest request;
   LaunchRequest& launch = request.launch;
-  launch.model = arguments.Need("model");
-  launch.config = arguments.Need("config");
-  launch.list = arguments.Need("list");
-  launch.run = arguments.Need("output");
-  for (const auto& [name, value] : {std::pair("model", &launch.model),
-                                    {"config", &launch.config},
-                                    {"list", &launch.list},
-                                    {"output", &launch.run}}) {
-    if (value->empty()) {
-      throw Fault(ExitStatus::kUsage, "--" + std::string(name) + " names nothing");
-    }
-  }
-  while (launch.run.size() > 1 && launch.run.back() == '/') launch.run.pop_back();
+  TakeNeededFiles(arguments, "output", launch);
+  TakeLaunchOptions(arguments, launch);
   launch.program = OwnFolder() + "/vorn-run";
-  launch.thresholds = arguments.Get("thresholds");
-  launch.batch = Number(arguments, "batch");
-  launch.totalT = Number(arguments, "total-t");
-  launch.isProfiled = arguments.Has("profile");
-  launch.sampleLimit = Seconds(arguments, "sample-timeout");
-  launch.isTextKept = !arguments.Has("no-text");
-  launch.areArrays = arguments.Has("npy");
-  launch.isTraced = !arguments.Has("no-trace");
-  launch.modelJson = arguments.Get("model-json");
   launch.command = OwnCommand("fleet");
   launch.version = VORN_VERSION;
-  if (arguments.Has("chunk")) request.chunk = arguments.GetNumber("chunk", 0, 1, kMostNumber);
+  request.chunk = NumberOf(arguments, "chunk");
   request.crossCheck = arguments.GetNumber("cross-check", request.crossCheck, 0, kMostCrossCheck);
   if (!request.chunk && !launch.isTraced) {
     throw Fault(ExitStatus::kUsage,
@@ -235,15 +205,15 @@ SlurmRunRequest SlurmRequestOf(const Arguments& arguments) {
   for (std::string& word : arguments.GetAll("sbatch")) request.words.push_back(std::move(word));
   request.isWaiting = !arguments.Has("no-wait");
   request.isAgain = arguments.Has("again");
-  if (arguments.Has("after")) request.after = arguments.GetNumber("after", 0, 1, kMostNumber);
+  request.after = NumberOf(arguments, "after");
   return request;
 }
 
 ExitStatus RunTask(const Arguments& arguments) {
   return RunSlurmTask({.fleet = FleetOf(arguments),
-                       .round = arguments.GetNumber("round", 0, 1, kMostNumber),
-                       .array = arguments.GetNumber("array", 0, 0, kMostNumber),
-                       .tasks = arguments.GetNumber("tasks", 1, 1, kMostNumber)});
+                       .round = arguments.GetNumber("round", 0, 1, kMostOptionNumber),
+                       .array = arguments.GetNumber("array", 0, 0, kMostOptionNumber),
+                       .tasks = arguments.GetNumber("tasks", 1, 1, kMostOptionNumber)});
 }
 
 // ---- Runs ---------------------------------------------------------------------------------------
@@ -304,7 +274,7 @@ ExitStatus MergeAttempts(const Arguments& arguments) {
 
 ExitStatus TakeTicket(const Arguments& arguments) {
   return RunTicket({.fleet = FleetOf(arguments),
-                    .place = arguments.GetNumber("place", 1, 1, kMostNumber),
+                    .place = arguments.GetNumber("place", 1, 1, kMostOptionNumber),
                     .sockets = arguments.Need("sockets")});
 }
 

@@ -13,6 +13,7 @@
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
 #include "kit/launch/launch.h"
+#include "kit/launch/launch_options.h"
 #include "kit/launch/lifeline.h"
 #include "kit/launch/plan.h"
 #include "kit/launch/run_folder.h"
@@ -22,7 +23,6 @@
 namespace vorn::kit {
 namespace {
 
-constexpr uint64_t kMostNumber = INT32_MAX;
 constexpr uint64_t kMostRunBytes = 64 << 20;
 constexpr size_t kMostFindings = 100;
 
@@ -31,15 +31,15 @@ constexpr std::string_view kForms[] = {
 };
 
 constexpr Option kOptions[] = {
-    {"model", 'm', "FILE", "The model."},
+    kModelOption,
     {"config", 'j', "FILE", "The runtime's JSON configuration."},
-    {"list", 'i', "FILE", "The list of inputs, as vorn-run takes it."},
+    kListOption,
     {"run", 0, "RUN",
      "The run directory. It is made, and has to be empty unless --resume is given."},
-    {"batch", 'b', "N", "Items of a batch, as vorn-run takes it."},
-    {"total-t", 't', "N", "Frames of a sequence, as vorn-run takes it."},
-    {"thresholds", 'r', "FILES", "Files of thresholds, with commas between them."},
-    {"profile", 'p', "", "Execute each inference 21 times, as -p 1 of vorn-run does."},
+    kBatchOption,
+    kTotalTOption,
+    kThresholdsOption,
+    kProfileOption,
     {"chunk", 0, "N",
      "Run N inferences a process. One that ends its process is put aside and named, and the rest "
      "of "
@@ -57,11 +57,9 @@ constexpr Option kOptions[] = {
      "End the run in order, as Ctrl-C does, when standard input comes to its end or brings nothing "
      "for that long. What comes is thrown away. It is for a run over ssh, which hears of a lost "
      "connection by nothing else: the other side writes a byte now and then."},
-    {"no-text", 0, "",
-     "Remove the .float files as soon as the dump beside them is there; they are most of the "
-     "bytes."},
-    {"npy", 0, "", "Put a .npy array, in its shape, beside each dump."},
-    {"no-trace", 0, "", "Put no layer under the program: there are no times of executions then."},
+    kNoTextOption,
+    kArraysOption,
+    kNoTraceOption,
     {"program", 0, "FILE",
      "The vorn-run to run, or a script that does. Without it the one beside this program."},
     {"model-json", 0, "FILE",
@@ -109,11 +107,6 @@ constexpr Verb kLaunch{
         "-j examples/digits/host.json --run build/digits.run",
 };
 
-std::optional<std::chrono::seconds> Seconds(const Arguments& arguments, const char* name) {
-  if (!arguments.Has(name)) return std::nullopt;
-  return std::chrono::seconds(arguments.GetNumber(name, 0, 1, kMostNumber));
-}
-
 // Before any file is opened in the place of what is closed.
 void CheckLifeline() {
   const std::string why = WhyNoLifeline(STDIN_FILENO);
@@ -125,42 +118,20 @@ void CheckLifeline() {
 
 LaunchRequest RequestOf(const Arguments& arguments) {
   LaunchRequest request;
-  request.model = arguments.Need("model");
+  (void)arguments.Need("model");  // is said first
   if (!arguments.Has("config")) {
     throw Fault(ExitStatus::kUsage,
                 "-j FILE is missing, without which vorn-run does not run; a file that holds {} is "
                 "an empty configuration");
   }
-  request.config = arguments.Need("config");
-  request.list = arguments.Need("list");
-  request.run = arguments.Need("run");
-  for (const auto& [name, value] : {std::pair("model", &request.model),
-                                    {"config", &request.config},
-                                    {"list", &request.list},
-                                    {"run", &request.run}}) {
-    if (value->empty())
-      throw Fault(ExitStatus::kUsage, "--" + std::string(name) + " names nothing");
-  }
-  while (request.run.size() > 1 && request.run.back() == '/') request.run.pop_back();
+  TakeNeededFiles(arguments, "run", request);
+  TakeLaunchOptions(arguments, request);
   request.program = arguments.Get("program").value_or(OwnFolder() + "/vorn-run");
-  request.thresholds = arguments.Get("thresholds");
-  if (arguments.Has("batch")) {
-    request.batch = static_cast<int64_t>(arguments.GetNumber("batch", 1, 1, kMostNumber));
-  }
-  if (arguments.Has("total-t")) {
-    request.totalT = static_cast<int64_t>(arguments.GetNumber("total-t", 1, 1, kMostNumber));
-  }
-  if (arguments.Has("chunk")) request.chunk = arguments.GetNumber("chunk", 0, 1, kMostNumber);
-  request.isProfiled = arguments.Has("profile");
-  request.modelJson = arguments.Get("model-json");
-  request.limit = Seconds(arguments, "timeout");
-  request.sampleLimit = Seconds(arguments, "sample-timeout");
-  request.lifeline = Seconds(arguments, "lifeline");
+  request.chunk = NumberOf(arguments, "chunk");
+  request.limit = SecondsOf(arguments, "timeout");
+  request.lifeline = SecondsOf(arguments, "lifeline");
   if (request.lifeline) CheckLifeline();
   request.isResumed = arguments.Has("resume");
-  request.isTraced = !arguments.Has("no-trace");
-  request.isTextKept = !arguments.Has("no-text");
-  request.areArrays = arguments.Has("npy");
   request.isAnyway = arguments.Has("anyway");
   request.command = OwnCommand("launch");
   request.version = VORN_VERSION;
