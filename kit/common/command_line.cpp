@@ -41,10 +41,10 @@ bool PrintWhole(const std::string& text) {
          std::fflush(stdout) == 0;
 }
 
-ExitStatus PrintHelp(const Verb& verb, std::string_view form) {
+ExitStatus PrintHelp(const Verb& verb, const VerbPart* part, std::string_view form) {
   std::string text;
   if (form.empty()) {
-    text = HelpText(verb);
+    text = part == nullptr ? HelpText(verb) : HelpText(verb, *part);
   } else if (form == "page") {
     text = HelpPage(verb);
   } else if (form == "man") {
@@ -88,7 +88,32 @@ std::optional<std::string> AskedHelp(const Verb& verb, std::span<const std::stri
   return std::nullopt;
 }
 
+// The part that the first operand names; null where none does.
+const VerbPart* PartIn(const Verb& verb, std::span<const std::string> words) {
+  for (size_t at = 0; at < words.size(); ++at) {
+    if (IsOption(words[at])) {
+      if (TakesNext(verb, words[at])) ++at;
+      continue;
+    }
+    for (const VerbPart& part : verb.parts) {
+      if (part.name == words[at]) return &part;
+    }
+    break;
+  }
+  return nullptr;
+}
+
+bool IsNamedBy(const VerbPart& part, std::string_view option) {
+  return std::find(part.options.begin(), part.options.end(), option) != part.options.end();
+}
+
 }  // namespace
+
+bool TakesOption(const Verb& verb, const VerbPart& part, std::string_view option) {
+  return IsNamedBy(part, option) ||
+         std::none_of(verb.parts.begin(), verb.parts.end(),
+                      [&](const VerbPart& other) { return IsNamedBy(other, option); });
+}
 
 std::vector<Option> AllOptions(const Verb& verb) {
   std::vector<Option> options(verb.options.begin(), verb.options.end());
@@ -230,7 +255,9 @@ int RunVerb(const Verb& verb, int argc, char** argv, ExitStatus (*run)(const Arg
   std::string message;
   try {
     const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-    if (const auto form = AskedHelp(verb, words)) return static_cast<int>(PrintHelp(verb, *form));
+    if (const auto form = AskedHelp(verb, words)) {
+      return static_cast<int>(PrintHelp(verb, PartIn(verb, words), *form));
+    }
     const Arguments arguments(verb, words);
     status = run(arguments);
     // What was too much for the stream's own room has failed before.

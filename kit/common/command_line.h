@@ -17,11 +17,23 @@ namespace vorn::kit {
 // A table reads best in this order, whatever room it takes.
 // NOLINTNEXTLINE(clang-analyzer-optin.performance.Padding)
 struct Option {
-  std::string_view name;   ///< without the dashes: "model"
-  char letter = 0;         ///< 0: none
-  std::string_view value;  ///< what it takes, as help names it: "FILE"; empty: nothing
-  std::string_view help;   ///< one sentence or two
-  bool mayRepeat = false;  ///< given several times, it has several values
+  std::string_view name;    ///< without the dashes: "model"
+  char letter = 0;          ///< 0: none
+  std::string_view value;   ///< what it takes, as help names it: "FILE"; empty: nothing
+  std::string_view help;    ///< one sentence or two
+  bool mayRepeat = false;   ///< given several times, it has several values
+  bool isInternal = false;  ///< for programs of ours that call each other: no help tells of it
+};
+
+class Arguments;
+
+/// One of the things that a verb does, named by its first operand: `vorn fleet plan`.
+struct VerbPart {
+  std::string_view name;                      ///< "plan"; its forms begin with it
+  std::string_view about;                     ///< lines of at most 80 characters
+  std::span<const std::string_view> options;  ///< by name; one that no part names is of all
+  ExitStatus (*run)(const Arguments& arguments) = nullptr;
+  bool isInternal = false;  ///< as of an option
 };
 
 struct Verb {
@@ -32,6 +44,7 @@ struct Verb {
   std::span<const Option> options;
   std::string_view example;  ///< a command line that works in a checkout that was built
   size_t mostOperands = 0;
+  std::span<const VerbPart> parts = {};  ///< empty: the verb does one thing
 
   /// For a verb that runs a program of the user's: the first operand is the program, all behind it
   /// are its words, and what the verb itself fails in has status 125, as with env.
@@ -83,8 +96,14 @@ class Arguments {
 /// What a verb takes: its own options, then those of every verb.
 [[nodiscard]] std::vector<Option> AllOptions(const Verb& verb);
 
-/// As `--help` prints it.
+/// Whether a part takes an option of the verb's table.
+[[nodiscard]] bool TakesOption(const Verb& verb, const VerbPart& part, std::string_view option);
+
+/// As `--help` prints it. All of these tell of no internal part or option.
 [[nodiscard]] std::string HelpText(const Verb& verb);
+
+/// The same of a part alone.
+[[nodiscard]] std::string HelpText(const Verb& verb, const VerbPart& part);
 
 /// The same as a page of Markdown.
 [[nodiscard]] std::string HelpPage(const Verb& verb);

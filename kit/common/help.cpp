@@ -1,6 +1,8 @@
 // A verb's table as text, as Markdown, in the language of man, and as bare names.
 #include <algorithm>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "kit/common/command_line.h"
 #include "kit/common/printable.h"
@@ -55,15 +57,21 @@ std::string ForRoff(std::string_view text) {
   return escaped;
 }
 
-}  // namespace
+std::vector<Option> ShownOptions(const Verb& verb) {
+  std::vector<Option> options = AllOptions(verb);
+  std::erase_if(options, [](const Option& option) { return option.isInternal; });
+  return options;
+}
 
-std::string HelpText(const Verb& verb) {
-  const std::string name = "vorn " + std::string(verb.name);
-  std::string text = name + ": " + std::string(verb.summary) + "\n\n";
-  for (const std::string_view form : verb.forms)
-    text += "  " + name + " " + std::string(form) + "\n";
-  text += "\n" + std::string(verb.about) + "\n\n";
-  for (const Option& option : AllOptions(verb)) {
+std::string FormLines(const std::string& name, std::span<const std::string_view> forms) {
+  std::string text;
+  for (const std::string_view form : forms) text += "  " + name + " " + std::string(form) + "\n";
+  return text;
+}
+
+std::string OptionLines(const std::vector<Option>& options) {
+  std::string text;
+  for (const Option& option : options) {
     std::string line = "  " + HowToGive(option);
     if (line.size() + 2 > kHelpColumn) {
       text += line + "\n";
@@ -72,7 +80,30 @@ std::string HelpText(const Verb& verb) {
     line.resize(kHelpColumn, ' ');
     text += line + Wrapped(option.help, kHelpColumn) + "\n";
   }
-  return text + "\nFor example:\n\n  " + std::string(verb.example) + "\n";
+  return text;
+}
+
+}  // namespace
+
+std::string HelpText(const Verb& verb) {
+  const std::string name = "vorn " + std::string(verb.name);
+  return name + ": " + std::string(verb.summary) + "\n\n" + FormLines(name, verb.forms) + "\n" +
+         std::string(verb.about) + "\n\n" + OptionLines(ShownOptions(verb)) +
+         "\nFor example:\n\n  " + std::string(verb.example) + "\n";
+}
+
+std::string HelpText(const Verb& verb, const VerbPart& part) {
+  const std::string name = "vorn " + std::string(verb.name);
+  std::vector<std::string_view> forms;
+  for (const std::string_view form : verb.forms) {
+    if (form.substr(0, form.find(' ')) == part.name) forms.push_back(form);
+  }
+  std::vector<Option> options = ShownOptions(verb);
+  std::erase_if(options,
+                [&](const Option& option) { return !TakesOption(verb, part, option.name); });
+  return name + " " + std::string(part.name) + "\n\n" + FormLines(name, forms) + "\n" +
+         std::string(part.about) + "\n\n" + OptionLines(options) + "\n'" + name +
+         " --help' tells of the rest.\n";
 }
 
 std::string HelpPage(const Verb& verb) {
@@ -80,7 +111,7 @@ std::string HelpPage(const Verb& verb) {
   std::string text = "# " + name + "\n\n" + std::string(verb.summary) + "\n\n```text\n";
   for (const std::string_view form : verb.forms) text += name + " " + std::string(form) + "\n";
   text += "```\n\n" + std::string(verb.about) + "\n\n| Option | What it is |\n|---|---|\n";
-  for (const Option& option : AllOptions(verb)) {
+  for (const Option& option : ShownOptions(verb)) {
     std::string give = HowToGive(option);
     give.erase(0, give.find_first_not_of(' '));
     text += "| `" + give + "` | " + std::string(option.help) + " |\n";
@@ -96,7 +127,7 @@ std::string ManualPage(const Verb& verb) {
     text += "vorn " + ForRoff(verb.name) + " " + ForRoff(form) + "\n";
   }
   text += ".fi\n.SH DESCRIPTION\n" + ForRoff(verb.about) + "\n.SH OPTIONS\n";
-  for (const Option& option : AllOptions(verb)) {
+  for (const Option& option : ShownOptions(verb)) {
     std::string give = HowToGive(option);
     give.erase(0, give.find_first_not_of(' '));
     text += ".TP\n.B " + ForRoff(give) + "\n" + ForRoff(option.help) + "\n";
@@ -106,7 +137,7 @@ std::string ManualPage(const Verb& verb) {
 
 std::string OptionNames(const Verb& verb) {
   std::string text;
-  for (const Option& option : AllOptions(verb)) {
+  for (const Option& option : ShownOptions(verb)) {
     text += "--" + std::string(option.name) + "\n";
     if (option.letter != 0) text += std::string("-") + option.letter + "\n";
   }

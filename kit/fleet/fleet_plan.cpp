@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "kit/common/file_place.h"
 #include "kit/common/folder_names.h"
 #include "kit/common/printable.h"
 #include "kit/json/identity_json.h"
@@ -201,6 +202,11 @@ std::string IdOf(FleetPlan plan) {
 
 FleetPlan ReadFleetPlan(const std::string& fleet) {
   const std::string path = fleet + "/" + kPlanFile;
+  if (!IsTaken(path)) {
+    throw Fault(ExitStatus::kInput, Quoted(fleet) + " is no folder of a fleet: there is no " +
+                                        kPlanFile +
+                                        " in it; name one, or make one with 'vorn fleet plan -o'");
+  }
   const std::string text =
       ReadWholeFile(path, "the fleet's plan", ExitStatus::kInput, kMostPlanBytes);
   try {

@@ -77,13 +77,55 @@ constexpr Option kOptions[] = {
      "Show it until nothing runs: on a terminal in its place, elsewhere a line whenever it has "
      "changed."},
     {"json", 0, "", "Print the status as one line of JSON; of a merge run.json at its end."},
-    {"place", 0, "N", "Of ticket, which GNU parallel calls: the slot's place."},
-    {"sockets", 0, "FOLDER", "Of ticket: where connections are kept."},
-    {"round", 0, "N", "Of task, which Slurm starts: the round."},
-    {"array", 0, "N", "The same: which array of it."},
-    {"tasks", 0, "N", "The same: how many tasks the array has."},
-    {"after", 0, "N", "Of resume, as Slurm starts it: the round that is over."},
+    {"place", 0, "N", "Of ticket, which GNU parallel calls: the slot's place.", false, true},
+    {"sockets", 0, "FOLDER", "Of ticket: where connections are kept.", false, true},
+    {"round", 0, "N", "Of task, which Slurm starts: the round.", false, true},
+    {"array", 0, "N", "The same: which array of it.", false, true},
+    {"tasks", 0, "N", "The same: how many tasks the array has.", false, true},
+    {"after", 0, "N", "Of resume, as Slurm starts it: the round that is over.", false, true},
     {"quiet", 'q', "", "Say nothing on standard error but why it could not go on."},
+};
+
+constexpr std::string_view kPlanOptions[] = {
+    "model",          "config",  "list",    "output",     "chunk",
+    "cross-check",    "batch",   "total-t", "thresholds", "profile",
+    "sample-timeout", "no-text", "npy",     "no-trace",   "model-json"};
+constexpr std::string_view kRunOptions[] = {"boards",     "on",   "partition", "gres",
+                                            "constraint", "time", "sbatch",    "no-wait"};
+constexpr std::string_view kResumeOptions[] = {"boards",  "again",      "on",   "partition",
+                                               "gres",    "constraint", "time", "sbatch",
+                                               "no-wait", "after"};
+constexpr std::string_view kStatusOptions[] = {"watch", "json"};
+constexpr std::string_view kMergeOptions[] = {"run", "json"};
+constexpr std::string_view kTicketOptions[] = {"place", "sockets"};
+constexpr std::string_view kTaskOptions[] = {"round", "array", "tasks"};
+
+ExitStatus PlanFleet(const Arguments& arguments);
+ExitStatus RunFleet(const Arguments& arguments);
+ExitStatus ResumeFleet(const Arguments& arguments);
+ExitStatus TellStatus(const Arguments& arguments);
+ExitStatus MergeAttempts(const Arguments& arguments);
+ExitStatus TakeTicket(const Arguments& arguments);
+ExitStatus RunTask(const Arguments& arguments);
+
+constexpr VerbPart kParts[] = {
+    {"plan",
+     "Looks at model, configuration, list and every file, cuts the list into chunks,\n"
+     "and writes into FLEET what every board is held to. No board is touched.",
+     kPlanOptions, PlanFleet},
+    {"run",
+     "Hands the chunks out to boards, or to the nodes of a cluster, and fetches what\n"
+     "came of them. Where it was stopped, or left something undone, resume goes on.",
+     kRunOptions, RunFleet},
+    {"resume", "Looks at what is there, and does what is missing.", kResumeOptions, ResumeFleet},
+    {"status", "Tells from the journals alone how far it is, on any machine that sees FLEET.",
+     kStatusOptions, TellStatus},
+    {"merge",
+     "Puts the attempts together into one run directory, as if one machine had run\n"
+     "the list. Ends with 6 where outputs differ that should not.",
+     kMergeOptions, MergeAttempts},
+    {"ticket", "Is for GNU parallel to call.", kTicketOptions, TakeTicket, true},
+    {"task", "Is for Slurm to start.", kTaskOptions, RunTask, true},
 };
 
 constexpr Verb kFleet{
@@ -110,31 +152,25 @@ constexpr Verb kFleet{
         "build/release/vorn fleet plan -m examples/digits/digits.onnx -i examples/digits/list.txt "
         "-j examples/digits/host.json --chunk 50 -o build/digits.fleet",
     .mostOperands = 2,
+    .parts = kParts,
 };
 
 // ---- What each of them takes --------------------------------------------------------------------
 
-struct Action {
-  std::string_view name;
-  std::vector<std::string_view> options;
-  ExitStatus (*run)(const Arguments& arguments);
-};
-
-void HoldToOptions(const Arguments& arguments, const Action& action) {
+void HoldToOptions(const Arguments& arguments, const VerbPart& part) {
   for (const Option& option : kOptions) {
-    const bool isTaken = option.name == "quiet" ||
-                         std::find(action.options.begin(), action.options.end(), option.name) !=
-                             action.options.end();
-    if (isTaken || !arguments.Has(option.name)) continue;
-    throw Fault(ExitStatus::kUsage, "'vorn fleet " + std::string(action.name) + "' takes no --" +
-                                        std::string(option.name) + "; see 'vorn fleet --help'");
+    if (!arguments.Has(option.name) || TakesOption(kFleet, part, option.name)) continue;
+    const std::string action = "vorn fleet " + std::string(part.name);
+    throw Fault(ExitStatus::kUsage, "'" + action + "' takes no --" + std::string(option.name) +
+                                        "; see '" + action + " --help'");
   }
 }
 
 std::string FleetOf(const Arguments& arguments) {
   if (arguments.Operands().size() != 2 || arguments.Operands()[1].empty()) {
     throw Fault(ExitStatus::kUsage, "'vorn fleet " + arguments.Operands()[0] +
-                                        "' needs the folder of a fleet behind it");
+                                        "' needs the folder of a fleet behind it; 'vorn fleet "
+                                        "plan -o FLEET' makes one");
   }
   std::string fleet = Absolute(arguments.Operands()[1]);
   while (fleet.size() > 1 && fleet.back() == '/') fleet.pop_back();
@@ -279,36 +315,19 @@ ExitStatus TakeTicket(const Arguments& arguments) {
 }
 
 ExitStatus Run(const Arguments& arguments) {
-  static const std::array<Action, 7> kActions{{
-      {"plan",
-       {"model", "config", "list", "output", "chunk", "cross-check", "batch", "total-t",
-        "thresholds", "profile", "sample-timeout", "no-text", "npy", "no-trace", "model-json"},
-       PlanFleet},
-      {"run",
-       {"boards", "on", "partition", "gres", "constraint", "time", "sbatch", "no-wait"},
-       RunFleet},
-      {"resume",
-       {"boards", "again", "on", "partition", "gres", "constraint", "time", "sbatch", "no-wait",
-        "after"},
-       ResumeFleet},
-      {"status", {"watch", "json"}, TellStatus},
-      {"merge", {"run", "json"}, MergeAttempts},
-      {"ticket", {"place", "sockets"}, TakeTicket},
-      {"task", {"round", "array", "tasks"}, RunTask},
-  }};
   if (arguments.Operands().empty()) {
     throw Fault(ExitStatus::kUsage,
                 "what of a fleet? plan, run, resume, status or merge; see 'vorn fleet --help'");
   }
   const std::string& name = arguments.Operands()[0];
-  for (const Action& action : kActions) {
-    if (action.name != name) continue;
-    HoldToOptions(arguments, action);
-    return action.run(arguments);
-  }
   std::vector<std::string> names;
-  for (const Action& action : kActions) names.emplace_back(action.name);
-  names.resize(names.size() - 2);  // a ticket is for parallel to take, a task for Slurm
+  for (const VerbPart& part : kParts) {
+    if (part.name == name) {
+      HoldToOptions(arguments, part);
+      return part.run(arguments);
+    }
+    if (!part.isInternal) names.emplace_back(part.name);
+  }
   throw Fault(ExitStatus::kUsage,
               "there is no 'vorn fleet " + Printable(name) + "'" + DidYouMean(name, names));
 }

@@ -106,5 +106,59 @@ TEST(Help, ListsTheNames) {
   EXPECT_EQ(OptionNames(kVerb), "--model\n-m\n--a-very-long-name\n--help\n-h\n");
 }
 
+// ---- A verb that does several things ------------------------------------------------------------
+
+constexpr std::string_view kPartForms[] = {"make -m MODEL", "make --again", "makers THING"};
+constexpr Option kPartOptions[] = {
+    {"model", 'm', "FILE", "The model."},
+    {"thing", 0, "NAME", "A thing."},
+    {"number", 0, "N", "For a call.", false, true},
+    {"quiet", 'q', "", "Be quiet."},
+};
+constexpr std::string_view kOfMake[] = {"model", "number"};
+constexpr std::string_view kOfMakers[] = {"thing"};
+constexpr VerbPart kParts[] = {{"make", "Makes it.", kOfMake},
+                               {"makers", "Tells of them.", kOfMakers}};
+constexpr Verb kPartVerb{.name = "try",
+                         .summary = "a trial",
+                         .forms = kPartForms,
+                         .about = "About.",
+                         .options = kPartOptions,
+                         .example = "vorn try make",
+                         .mostOperands = 2,
+                         .parts = kParts};
+
+TEST(Help, OfAPartIsItsOwnFormsAndOptions) {
+  EXPECT_EQ(HelpText(kPartVerb, kParts[0]),
+            "vorn try make\n"
+            "\n"
+            "  vorn try make -m MODEL\n"
+            "  vorn try make --again\n"
+            "\n"
+            "Makes it.\n"
+            "\n"
+            "  -m, --model FILE        The model.\n"
+            "  -q, --quiet             Be quiet.\n"
+            "  -h, --help              Print this, and nothing else happens. --help=page,\n"
+            "                          =man and =names print the same as Markdown, as a\n"
+            "                          manual page and for completion.\n"
+            "\n"
+            "'vorn try --help' tells of the rest.\n");
+}
+
+TEST(Help, KeepsToItselfWhatIsInternal) {
+  for (const std::string& text :
+       {HelpText(kPartVerb), HelpPage(kPartVerb), ManualPage(kPartVerb), OptionNames(kPartVerb)}) {
+    EXPECT_EQ(text.find("number"), std::string::npos) << text;
+    EXPECT_NE(text.find("thing"), std::string::npos) << text;
+  }
+}
+
+TEST(TakesOption, IsSoOfItsOwnAndOfThoseOfAll) {
+  EXPECT_TRUE(TakesOption(kPartVerb, kParts[0], "number"));
+  EXPECT_TRUE(TakesOption(kPartVerb, kParts[1], "quiet"));
+  EXPECT_FALSE(TakesOption(kPartVerb, kParts[1], "model"));
+}
+
 }  // namespace
 }  // namespace vorn::kit

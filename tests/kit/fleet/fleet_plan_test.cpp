@@ -134,7 +134,7 @@ TEST_F(PlanFile, IsRefusedWhereItWasCutShort) {
 }
 
 TEST_F(PlanFile, SaysWhyItIsRefused) {
-  EXPECT_THAT(Fault(), HasSubstr("No such file"));
+  EXPECT_THAT(Fault(), HasSubstr("is no folder of a fleet: there is no plan.json in it"));
   Write("[]");
   EXPECT_THAT(Fault(), HasSubstr("make it again with 'vorn fleet plan'"));
   std::string text = ToJson(Full());

@@ -777,11 +777,31 @@ TEST_F(Fleet, SaysWhatItNeeds) {
       "give --chunk N, or leave out --no-trace");
 }
 
+TEST_F(Fleet, TellsOfEachThingThatItDoesAlone) {
+  Outcome outcome = Run({"plan", "--help"});
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("vorn fleet plan -m MODEL"), HasSubstr("--cross-check"),
+                                 HasSubstr("--quiet"), Not(HasSubstr("--boards")),
+                                 Not(HasSubstr("vorn fleet run"))));
+  outcome = Run({"merge", "-h"});
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("--run RUN"), Not(HasSubstr("--watch"))));
+  for (const char* form : {"--help", "--help=page", "--help=man", "--help=names"}) {
+    outcome = Run({form});
+    EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+    for (const char* internal : {"sockets", "ticket", "tasks", "after "}) {
+      EXPECT_THAT(outcome.out, Not(HasSubstr(internal))) << form;
+    }
+  }
+  EXPECT_THAT(Run({"resume", "--help"}).out, Not(HasSubstr("--after")));
+}
+
 TEST_F(Fleet, RefusesAFolderThatIsNoFleet) {
   for (const char* action : {"run", "resume"}) {
     const Outcome outcome = Run({action, "none", "--boards", "boards.json"});
     EXPECT_EQ(outcome.status, 3) << outcome.Describe();
-    EXPECT_THAT(outcome.err, HasSubstr("plan.json"));
+    EXPECT_THAT(outcome.err,
+                HasSubstr("none' is no folder of a fleet: there is no plan.json in it; name one, "
+                          "or make one with 'vorn fleet plan -o'"));
     EXPECT_FALSE(fs::exists(Path("none")));
   }
 }

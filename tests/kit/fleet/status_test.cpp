@@ -314,7 +314,7 @@ TEST(Status, SaysThatThereIsNoFleet) {
     FAIL();
   } catch (const vorn::kit::Fault& fault) {
     EXPECT_EQ(fault.Status(), vorn::kit::ExitStatus::kInput);
-    EXPECT_THAT(fault.what(), HasSubstr("fleet/plan.json"));
+    EXPECT_THAT(fault.what(), HasSubstr("is no folder of a fleet: there is no plan.json in it"));
   }
 }
 
