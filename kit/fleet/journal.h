@@ -44,7 +44,7 @@ struct JournalRecord {
   JournalEvent event = JournalEvent::kBegin;
   uint64_t realtimeNs = 0;
   std::string board;              ///< by its name
-  uint64_t slot = 0;              ///< of the board, from 1
+  uint64_t slot = 0;              ///< of the board, from 1; of a node the job that Slurm runs there
   std::optional<uint64_t> chunk;  ///< empty: the cross-check, or no attempt
   uint64_t attempt = 0;           ///< at that chunk, or at the cross-check of that board; from 1
   std::string host;  ///< as the board names itself; empty where it did not come to that

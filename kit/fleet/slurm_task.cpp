@@ -64,6 +64,7 @@ class SlurmTask {
         fleet_(request.fleet),
         task_(TaskOf()),
         node_(NodeOf()),
+        slot_(NumberIn(FromEnvironment("SLURM_JOB_ID")).value_or(1)),
         plan_(ReadFleetPlan(fleet_)),
         journal_(fleet_, "slurm-" + std::to_string(request.round) + "-" +
                              std::to_string(request.array) + "-" + std::to_string(task_)) {
@@ -151,7 +152,7 @@ class SlurmTask {
         .fleet = fleet_,
         .chunk = chunk,
         .board = node_,
-        .slot = 1,
+        .slot = slot_,
         .config = {},
         .limit = LimitOf(TimesIn(state), inferences),
         // One that hangs at its first chunk has others to be told by.
@@ -194,7 +195,7 @@ class SlurmTask {
     aside.event = JournalEvent::kAside;
     aside.realtimeNs = RealtimeNs();
     aside.board = node_;
-    aside.slot = 1;
+    aside.slot = slot_;
     aside.reason = Counted(board->second.failuresInARow, "failure") +
                    " one after the other, the last one: " + record.reason;
     journal_.Note(aside);
@@ -224,6 +225,7 @@ class SlurmTask {
   StopSignals signals_;
   uint64_t task_;
   std::string node_;
+  uint64_t slot_;  // several jobs may run on a node at once
   FleetPlan plan_;
   Journal journal_;
   std::vector<uint64_t> chunks_;

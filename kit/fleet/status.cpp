@@ -96,16 +96,33 @@ bool IsLeft(ChunkStatus status) {
   return status == ChunkStatus::kPartial || status == ChunkStatus::kAside;
 }
 
-void TakeChunks(const FleetPlan& plan, const FleetState& state, FleetStatus& status) {
-  std::map<std::string, uint64_t> running;
+// The slot that a board began a chunk at last.
+using SlotsOfChunks = std::map<std::pair<std::string, uint64_t>, uint64_t>;
+
+// A slot begins the next one while what came of the one before is on its way here.
+void TakeRunning(const FleetState& state, const SlotsOfChunks& slots, FleetStatus& status) {
+  std::map<std::string, std::set<uint64_t>> running;
+  std::map<std::string, uint64_t> attempts;
+  for (size_t i = 0; i < state.chunks.size(); ++i) {
+    for (const std::string& board : state.chunks[i].running) {
+      const auto slot = slots.find({board, i});
+      running[board].insert(slot == slots.end() ? 0 : slot->second);
+      ++attempts[board];
+    }
+  }
+  for (BoardStatus& board : status.boards) {
+    board.running = running[board.name].size();
+    board.fetching = attempts[board.name] - board.running;
+  }
+}
+
+void TakeLeft(const FleetPlan& plan, const FleetState& state, FleetStatus& status) {
   for (size_t i = 0; i < state.chunks.size(); ++i) {
     const ChunkState& chunk = state.chunks[i];
-    for (const std::string& board : chunk.running) ++running[board];
     if (!IsLeft(chunk.status)) continue;
     status.aside += plan.chunks[i].inferences - std::min(chunk.done, plan.chunks[i].inferences);
     status.left.push_back({.chunk = i, .about = plan.chunks[i], .state = chunk});
   }
-  for (BoardStatus& board : status.boards) board.running = running[board.name];
 }
 
 void EstimateTime(FleetStatus& status) {
@@ -143,15 +160,16 @@ std::string BoardTable(const FleetStatus& status) {
                    {.title = "state", .holdsNumbers = false},
                    {.title = "chunks", .holdsNumbers = true},
                    {.title = "running", .holdsNumbers = true},
+                   {.title = "fetching", .holdsNumbers = true},
                    {.title = "failed", .holdsNumbers = true},
                    {.title = "inferences", .holdsNumbers = true},
                    {.title = "a second", .holdsNumbers = true},
                    {.title = "trouble", .holdsNumbers = false}});
   for (const BoardStatus& board : status.boards) {
     table.Add({board.name, StateName(board), std::to_string(board.state.done),
-               std::to_string(board.running), std::to_string(board.state.failed),
-               std::to_string(board.state.samples), RateText(board.samplesPerSecond),
-               board.state.reason});
+               std::to_string(board.running), std::to_string(board.fetching),
+               std::to_string(board.state.failed), std::to_string(board.state.samples),
+               RateText(board.samplesPerSecond), board.state.reason});
   }
   return table.Text();
 }
@@ -178,6 +196,7 @@ Json FromBoardStatus(const BoardStatus& board) {
                               {"state", StateName(board)},
                               {"chunksDone", board.state.done},
                               {"running", board.running},
+                              {"fetching", board.fetching},
                               {"failedAttempts", board.state.failed},
                               {"samples", board.state.samples}});
   if (board.samplesPerSecond) object.Set("samplesPerSecond", *board.samplesPerSecond);
@@ -275,11 +294,15 @@ FleetStatus ReadFleetStatus(const std::string& fleet, const FleetPlan& plan) {
   BoardTimes times;
   FleetStatus status;
   std::set<std::pair<std::string, uint64_t>> checks;
+  SlotsOfChunks slots;
   state.unreadableLines = ReadJournals(fleet, [&](const JournalRecord& record) {
     TakeRecord(record, plan, state);
     if (!record.chunk && record.attempt > 0) {
       const std::pair check(record.board, record.attempt);
       record.event == JournalEvent::kBegin ? (void)checks.insert(check) : (void)checks.erase(check);
+    }
+    if (record.chunk && record.event == JournalEvent::kBegin) {
+      slots[{record.board, *record.chunk}] = record.slot;
     }
     times.Take(record);
     status.lastNotedNs = std::max(status.lastNotedNs.value_or(0), record.realtimeNs);
@@ -300,9 +323,11 @@ FleetStatus ReadFleetStatus(const std::string& fleet, const FleetPlan& plan) {
     status.boards.push_back({.name = name,
                              .state = board,
                              .running = 0,
+                             .fetching = 0,
                              .samplesPerSecond = times.SamplesPerSecond(name)});
   }
-  TakeChunks(plan, state, status);
+  TakeRunning(state, slots, status);
+  TakeLeft(plan, state, status);
   EstimateTime(status);
   return status;
 }

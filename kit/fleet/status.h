@@ -23,7 +23,8 @@ struct StatusRequest {
 struct BoardStatus {
   std::string name;
   BoardState state;
-  uint64_t running = 0;  ///< attempts at chunks
+  uint64_t running = 0;   ///< slots that are at chunks
+  uint64_t fetching = 0;  ///< attempts that are on their way back from slots which run others
   std::optional<double> samplesPerSecond;
 };
 

@@ -123,12 +123,36 @@ TEST(Status, TellsHowFastItIsAndWhatIsLeft) {
       "30 of 1000 inferences (3.0 %); 3 of 100 chunks, 2 running, 95 to do; 3.00/s, 5:23 left\n"
       "last noted 0:01 ago\n"
       "\n"
-      "board  state    chunks  running  failed  inferences  a second  trouble\n"
-      "b1     running       2        1       0          20      2.00\n"
-      "b2     running       1        1       0          10      1.00\n");
+      "board  state    chunks  running  fetching  failed  inferences  a second  trouble\n"
+      "b1     running       2        1         0       0          20      2.00\n"
+      "b2     running       1        1         0       0          10      1.00\n");
   const Json json = JsonOf(status);
   EXPECT_EQ(json.At("leftSeconds").AsUnsigned(), 323U);
   EXPECT_EQ(json.At("boards").Items()[1].At("running").AsUnsigned(), 1U);
+}
+
+// A slot begins its next chunk while what came of the one before is on its way.
+TEST(Status, TellsOfASlotThatItRunsOneChunkAtATime) {
+  const MadeFleet fleet(40, 10);
+  const auto beginAt = [&](uint64_t slot, uint64_t chunk, uint64_t second) {
+    JournalRecord begin = Begin("b1", chunk, 1, second);
+    begin.slot = slot;
+    fleet.Note(begin);
+  };
+  beginAt(1, 0, 100);
+  beginAt(1, 1, 110);
+  FleetStatus status = Read(fleet);
+  EXPECT_EQ(status.boards.at(0).running, 1U);
+  EXPECT_EQ(status.boards.at(0).fetching, 1U);
+  EXPECT_EQ(JsonOf(status).At("boards").Items()[0].At("fetching").AsUnsigned(), 1U);
+  beginAt(2, 2, 111);
+  status = Read(fleet);
+  EXPECT_EQ(status.boards.at(0).running, 2U);
+  EXPECT_EQ(status.boards.at(0).fetching, 1U);
+  fleet.Note(Done("b1", 0, 1, 112, 10));
+  status = Read(fleet);
+  EXPECT_EQ(status.boards.at(0).running, 2U);
+  EXPECT_EQ(status.boards.at(0).fetching, 0U);
 }
 
 TEST(Status, TakesABoardOfWhichNothingIsKnownForOneInTheMiddle) {
