@@ -53,7 +53,7 @@ std::string OutputsHash(const std::vector<SampleRecord>& samples) {
 }
 
 AttemptFound LookAtAttempt(const std::string& run, const std::vector<SampleRecord>& planned,
-                           uint64_t outputs) {
+                           uint64_t outputs, const std::function<bool()>& isStopped) {
   AttemptFound found;
   try {
     found.samples = ReadSamples(run);
@@ -66,7 +66,7 @@ AttemptFound LookAtAttempt(const std::string& run, const std::vector<SampleRecor
                   Counted(planned.size(), "inference");
     return found;
   }
-  for (size_t i = 0; i < planned.size(); ++i) {
+  for (size_t i = 0; i < planned.size() && !isStopped(); ++i) {
     const SampleRecord& sample = found.samples[i];
     if (sample.status != SampleStatus::kDone) {
       found.notDone += sample.status == SampleStatus::kMissing ? 0 : 1;

@@ -32,10 +32,11 @@ struct AttemptFound {
 
 /// Looks at an attempt's run directory. It counts if it has every inference, made of inputs with
 /// the planned hashes, and every output has the size and hash that was noted, which is read to see.
-/// `planned` are the records of inputs.jsonl.
-[[nodiscard]] AttemptFound LookAtAttempt(const std::string& run,
-                                         const std::vector<SampleRecord>& planned,
-                                         uint64_t outputs);
+/// `planned` are the records of inputs.jsonl. Asked before each inference, `isStopped` ends it, and
+/// what was found is not the whole then.
+[[nodiscard]] AttemptFound LookAtAttempt(
+    const std::string& run, const std::vector<SampleRecord>& planned, uint64_t outputs,
+    const std::function<bool()>& isStopped = [] { return false; });
 
 }  // namespace vorn::kit
 

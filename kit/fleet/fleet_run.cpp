@@ -62,11 +62,13 @@ JournalRecord NoteOf(JournalEvent event, const std::string& board, std::optional
 
 class Verifier {
  public:
-  Verifier(const std::string& fleet, const FleetPlan& plan, bool isAgain, Console& console)
+  Verifier(const std::string& fleet, const FleetPlan& plan, bool isAgain, Console& console,
+           StopSignals& signals)
       : fleet_(fleet),
         plan_(plan),
         isAgain_(isAgain),
         console_(console),
+        signals_(signals),
         journal_(fleet, "control") {
     uint64_t lastNs = 0;
     ReadJournals(fleet, [&](const JournalRecord& record) {
@@ -77,18 +79,21 @@ class Verifier {
     journal_.Shift(ShiftBehind(lastNs, RealtimeNs()));
   }
 
-  void Run() {
+  // False where it was stopped: what it noted until then is so all the same.
+  bool Run() {
     for (uint64_t chunk = 0; chunk < plan_.chunks.size(); ++chunk) {
       Look(chunk, "", ChunkFolder(fleet_, chunk));
     }
     for (const std::string& board : NamesIn(fleet_ + "/" + kCrossFolder)) {
       Look(std::nullopt, board, CrossFolder(fleet_, board));
     }
+    if (IsStopped()) return false;
     NoteBack();
-    if (lost_ + found_ == 0) return;
+    if (lost_ + found_ == 0) return true;
     console_.Say("looked at what is there: " + std::to_string(lost_) +
                  " attempts do not verify any more, " + std::to_string(found_) +
                  " had no end in the journals");
+    return true;
   }
 
  private:
@@ -98,6 +103,11 @@ class Verifier {
     bool isThere = false;  // by the journals
   };
   using Place = std::pair<std::string, uint64_t>;  // folder, attempt
+
+  bool IsStopped() const {
+    signals_.Wait(std::chrono::milliseconds(0));
+    return signals_.Asked() != 0;
+  }
 
   void TakeKnown(const JournalRecord& record) {
     if (record.attempt == 0) return;
@@ -120,7 +130,7 @@ class Verifier {
          known != known_.end() && known->first.first == folder; ++known) {
       if (known->second.isThere) attempts.insert(known->first.second);
     }
-    if (attempts.empty()) return;
+    if (attempts.empty() || IsStopped()) return;
     const std::vector<SampleRecord> planned = ReadPlanned(fleet_, plan_, chunk);
     for (const uint64_t attempt : attempts) LookAt(chunk, board, folder, attempt, planned);
   }
@@ -129,7 +139,9 @@ class Verifier {
               uint64_t attempt, const std::vector<SampleRecord>& planned) {
     const Known known = known_[{folder, attempt}];
     const std::string run = folder + "/" + std::to_string(attempt);
-    const AttemptFound found = LookAtAttempt(run, planned, plan_.outputs);
+    const AttemptFound found =
+        LookAtAttempt(run, planned, plan_.outputs, [this] { return IsStopped(); });
+    if (IsStopped()) return;
     const bool counts = found.fault.empty() && found.done > 0;
     JournalRecord record =
         NoteOf(JournalEvent::kLost, known.board.empty() ? board : known.board, chunk, attempt);
@@ -176,6 +188,7 @@ class Verifier {
   const FleetPlan& plan_;
   bool isAgain_;
   Console& console_;
+  StopSignals& signals_;
   Journal journal_;
   std::map<Place, Known> known_;
   uint64_t lost_ = 0;
@@ -221,7 +234,9 @@ class FleetRun {
   ExitStatus Run() {
     TakeBoards();
     CheckPrograms();
-    VerifyAttempts(fleet_, plan_, request_.isAgain, console_);
+    if (!VerifyAttempts(fleet_, plan_, request_.isAgain, console_, signals_)) {
+      return TellOfStop(request_.named, console_);
+    }
     RemoveParts();
     FleetState state = ReadFleetState(fleet_, plan_);
     progress_.Begin(state);
@@ -368,9 +383,17 @@ class FleetRun {
 
 }  // namespace
 
-void VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgain,
-                    Console& console) {
-  Verifier(fleet, plan, isAgain, console).Run();
+bool VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgain, Console& console,
+                    StopSignals& signals) {
+  return Verifier(fleet, plan, isAgain, console, signals).Run();
+}
+
+ExitStatus TellOfStop(const std::string& named, Console& console) {
+  console.Say(
+      "was stopped while it looked at what is there, and nothing is lost; go on with "
+      "'vorn fleet resume " +
+      QuotedCommand({named}) + "'");
+  return ExitStatus::kPartial;
 }
 
 std::vector<uint64_t> ChunksToDo(const FleetState& state) {

@@ -10,6 +10,7 @@
 #include "kit/fleet/fleet_plan.h"
 #include "kit/fleet/fleet_state.h"
 #include "kit/launch/console.h"
+#include "kit/launch/program.h"
 
 namespace vorn::kit {
 
@@ -26,10 +27,13 @@ struct FleetRunRequest {
 [[nodiscard]] ExitStatus RunFleetBySsh(const FleetRunRequest& request, Console& console);
 
 /// Looks at every attempt that is there: one that does not verify any more is noted as lost, and
-/// stays, since it may verify another time; one that does and has no end is noted as found. Throws
-/// a Fault.
-void VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgain,
-                    Console& console);
+/// stays, since it may verify another time; one that does and has no end is noted as found. False
+/// where it was stopped before it was through: another one begins anew. Throws a Fault.
+[[nodiscard]] bool VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgain,
+                                  Console& console, StopSignals& signals);
+
+/// What is said then. Returns the status of it.
+[[nodiscard]] ExitStatus TellOfStop(const std::string& named, Console& console);
 
 /// The chunks that an engine is to take on, ascending.
 [[nodiscard]] std::vector<uint64_t> ChunksToDo(const FleetState& state);

@@ -101,7 +101,9 @@ class SlurmRun {
     maxArraySize_ = slurm_.MaxArraySize();
     if (signals_.Asked() != 0) return ExitStatus::kPartial;
     EndWhatWasBefore();
-    if (!request_.after) VerifyAttempts(fleet_, plan_, request_.isAgain, console_);
+    if (!request_.after && !VerifyAttempts(fleet_, plan_, request_.isAgain, console_, signals_)) {
+      return TellOfStop(fleet_, console_);
+    }
     FleetState state = ReadFleetState(fleet_, plan_);
     progress_.Begin(state);
     int withoutEnd =

@@ -61,6 +61,13 @@ TEST_F(LookAt, TellsWhatWasTriedFromWhatWasNot) {
   EXPECT_EQ(found.notDone, 2U);
 }
 
+TEST_F(LookAt, EndsBeforeTheNextInferenceWhenItIsStopped) {
+  int asked = 0;
+  const AttemptFound found = LookAtAttempt(Make(), planned_, 1, [&] { return ++asked > 2; });
+  EXPECT_EQ(found.fault, "");
+  EXPECT_EQ(found.done, 2U);
+}
+
 TEST_F(LookAt, RefusesWhatIsNoRun) {
   EXPECT_THAT(Look(fleet_.Path("none")).fault, HasSubstr("samples.jsonl"));
   const std::string run = Make();

@@ -20,6 +20,7 @@
 #include "kit/fleet/fleet_plan.h"
 #include "kit/fleet/fleet_state.h"
 #include "kit/fleet/journal.h"
+#include "kit/fleet/made_fleet.h"
 #include "kit/fleet/make_plan.h"
 #include "kit/fleet/ssh_board.h"
 #include "kit/fleet/tools.h"
@@ -61,10 +62,18 @@ void Await(const std::function<bool()>& isSo) {
 /// A process that runs beside the test.
 class Running {
  public:
-  explicit Running(const support::Command& command) {
+  /// With `asked` it finds that signal waiting for it.
+  explicit Running(const support::Command& command, int asked = 0) {
     pid_ = fork();
     if (pid_ != 0) return;
     for (const int number : {SIGHUP, SIGINT, SIGTERM}) signal(number, SIG_DFL);
+    if (asked != 0) {
+      sigset_t held;
+      sigemptyset(&held);
+      sigaddset(&held, asked);
+      sigprocmask(SIG_BLOCK, &held, nullptr);
+      raise(asked);
+    }
     for (const auto& [name, value] : command.environment) {
       value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
     }
@@ -742,6 +751,44 @@ TEST_F(Fleet, PlansNothingThatCannotBeRun) {
   refuses(2, "is not empty; name another folder with -o");
   fs::remove(Path("fleet/mine"));
   EXPECT_EQ(Plan().status, 0);
+}
+
+// ---- What is there ------------------------------------------------------------------------------
+
+TEST(VerifyAttempts, NotesNothingMoreOnceItIsStopped) {
+  const fleet_test::MadeFleet fleet(8, 4);
+  fleet.AllDone();
+  support::WriteFile(fleet.Folder() + "/chunks/1/1/samples.jsonl", "damaged\n");
+  const auto lost = [&] {
+    size_t count = 0;
+    (void)vorn::kit::ReadJournals(fleet.Folder(), [&](const JournalRecord& record) {
+      if (record.event == JournalEvent::kLost) ++count;
+    });
+    return count;
+  };
+  vorn::kit::Console console(true, "fleet");
+  signal(SIGTERM, SIG_DFL);
+  {
+    vorn::kit::StopSignals signals;
+    raise(SIGTERM);
+    EXPECT_FALSE(VerifyAttempts(fleet.Folder(), fleet.Plan(), false, console, signals));
+    EXPECT_EQ(lost(), 0U);
+  }
+  vorn::kit::StopSignals signals;
+  EXPECT_TRUE(VerifyAttempts(fleet.Folder(), fleet.Plan(), false, console, signals));
+  EXPECT_EQ(lost(), 1U);
+}
+
+TEST_F(Fleet, EndsWithALineWhenItIsStoppedWhileItLooks) {
+  Samples("abcd");
+  ASSERT_EQ(Plan().status, 0);
+  support::WriteFile(Path("fleet/boards.json"), R"({"schema":1,"boards":[{"host":"none"}]})");
+  fs::create_directories(Path("fleet/chunks/0/1"));
+  Running resume(CommandFor({"resume", "fleet"}), SIGINT);
+  EXPECT_EQ(resume.Wait(), 8);
+  EXPECT_EQ(support::ReadFile(Path("said")),
+            "vorn fleet: was stopped while it looked at what is there, and nothing is lost; go on "
+            "with 'vorn fleet resume fleet'\n");
 }
 
 // ---- What is refused ----------------------------------------------------------------------------
