@@ -34,8 +34,8 @@ void HoldToConfig(const Board& board) {
   (void)IdentifyFile(board.config, "the configuration of board " + board.name, ExitStatus::kModel);
 }
 
-// parallel runs no more tickets at once than it may have three files for, and the 1,024 that are
-// usual are too few for two tickets each of 171 slots.
+// parallel runs no more tickets at once than it may have three files for: the 1,024 that are usual
+// are enough for two tickets each of about 170 slots.
 void MakeRoomForFiles() {
   constexpr rlim_t kEnough = 65536;  // some programs walk through as many as they may have
   rlimit files{};
@@ -357,6 +357,12 @@ class FleetRun {
                                           request_.named + "'");
     }
     const std::string said = LastLineOf(fleet_ + "/round/parallel.err");
+    if (IsThere(RoundLimitFile(fleet_))) {
+      constexpr std::string_view kFront = "vorn fleet: ";
+      throw Fault(ExitStatus::kLimit,
+                  (said.starts_with(kFront) ? said.substr(kFront.size()) : "a limit was met") +
+                      "; go on with 'vorn fleet resume " + request_.named + "'");
+    }
     if (!said.empty() && signals_.Asked() == 0) console_.Say("the last ticket said: " + said);
   }
 

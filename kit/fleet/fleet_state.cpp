@@ -14,6 +14,7 @@ bool IsCounted(ChunkStatus status) {
 
 void TakeSuccess(const JournalRecord& record, BoardState& board) {
   board.failuresInARow = 0;
+  board.areProgramsInDoubt = false;
   if (!record.chunk) {
     board.checked = record.attempt;
     board.checkOutputs = record.outputs;
@@ -31,6 +32,7 @@ void TakeFailure(const JournalRecord& record, BoardState& board) {
   if (record.blame == Blame::kNobody) return;
   ++board.failed;
   board.reason = record.reason;
+  board.areProgramsInDoubt = MayBeOfPrograms(record);
   // Samples that end their process are no fault of the board while it does others.
   if (record.blame != Blame::kSamples) ++board.failuresInARow;
 }
@@ -91,6 +93,10 @@ void TakeEndForChunk(const JournalRecord& record, ChunkState& chunk) {
 }
 
 }  // namespace
+
+bool MayBeOfPrograms(const JournalRecord& end) {
+  return end.blame == Blame::kBoard && end.phases.contains("launch");
+}
 
 uint64_t FleetState::CountOf(ChunkStatus status) const {
   return static_cast<uint64_t>(

@@ -44,7 +44,8 @@ struct BoardState {
   uint64_t failed = 0;   ///< attempts that were not done, by whatever fault
   uint64_t samples = 0;  ///< inferences
   uint64_t failuresInARow = 0;
-  uint64_t busyNs = 0;  ///< in attempts that have ended
+  bool areProgramsInDoubt = false;  ///< the last launch there left nothing: they may be damaged
+  uint64_t busyNs = 0;              ///< in attempts that have ended
   uint64_t firstNs = 0;
   uint64_t lastNs = 0;
   std::map<std::string, uint64_t> phases;
@@ -76,6 +77,10 @@ struct FleetState {
 
 /// Adds what a record tells. They have to come in the order of their times.
 void TakeRecord(const JournalRecord& record, const FleetPlan& plan, FleetState& state);
+
+/// Whether an attempt may have failed by the programs on its board, which nobody reads to see
+/// whether they are what was sent.
+[[nodiscard]] bool MayBeOfPrograms(const JournalRecord& end);
 
 /// Behind the last record.
 void Settle(const FleetPlan& plan, FleetState& state);

@@ -98,7 +98,10 @@ class Ticket {
         if (!running.Take(LockedFile::Share::kWithOthers, signals_) || TakeAndRun()) return;
       } catch (const Fault& fault) {
         // The others would fail by the same.
-        if (fault.Status() == ExitStatus::kLimit) Append(RoundOf(fleet_) + "/over", "");
+        if (fault.Status() == ExitStatus::kLimit) {
+          Append(RoundLimitFile(fleet_), "");
+          Append(RoundOf(fleet_) + "/over", "");
+        }
         throw;
       }
       turn_.reset();
@@ -294,11 +297,7 @@ class Ticket {
       return;
     }
     if (end.hasOtherInputs) Forget(end);
-    // It may be the programs there: nobody reads them to see whether they are what was sent.
-    const bool wasLaunched = record.phases.contains("launch");
-    if (wasLaunched && record.blame == Blame::kBoard) {
-      Append(BoardFileOf(fleet_, board_, "stale"), "");
-    }
+    if (MayBeOfPrograms(record)) Append(BoardFileOf(fleet_, board_, "stale"), "");
     const bool isChunks = record.blame == Blame::kSamples || record.blame == Blame::kUnknown;
     if (chunk && isChunks) {
       Append(BoardFileOf(fleet_, board_, "failed"), std::to_string(*chunk) + "\n");
@@ -410,6 +409,7 @@ void PrepareRound(const std::string& fleet, const FleetState& state, std::vector
     for (const double ns : known->second.sampleNs) times.push_back(static_cast<uint64_t>(ns));
     Append(BoardFileOf(fleet, board, "times"), LinesOf(times));
     Append(BoardFileOf(fleet, board, "row"), std::string(known->second.failuresInARow, 'x'));
+    if (known->second.areProgramsInDoubt) Append(BoardFileOf(fleet, board, "stale"), "");
     if (known->second.checked) Append(BoardFileOf(fleet, board, "checked"), "");
     if (known->second.isAside) Append(BoardFileOf(fleet, board, "aside"), "");
   }

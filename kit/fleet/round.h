@@ -18,6 +18,7 @@
 //     waiting/N       the ticket at place N has nothing that it could take
 //     running         locked by every ticket that is at work
 //     over            there is nothing left to take
+//     limit           this machine could not go on
 #ifndef VORN_KIT_FLEET_ROUND_H_
 #define VORN_KIT_FLEET_ROUND_H_
 
@@ -36,6 +37,9 @@ namespace vorn::kit {
 /// Makes FLEET/round anew. The boards' tools are archives no more behind it. Throws a Fault.
 void PrepareRound(const std::string& fleet, const FleetState& state, std::vector<Board> boards,
                   const std::vector<uint64_t>& chunks, StopSignals& signals);
+
+/// Is there once a ticket has met a limit of this machine.
+[[nodiscard]] std::string RoundLimitFile(const std::string& fleet);
 
 /// A line a ticket, for so many chunks: every slot gets one that finds nothing left to take, even
 /// where others were spent on boards that failed their cross-check.

@@ -17,6 +17,9 @@ namespace vorn::kit {
 namespace {
 
 constexpr int kSshFailed = 255;
+constexpr int kLacksProgram = 4;  // as kLook ends then
+constexpr int kNotPacked = 7;     // as kRun ends where tar fails there
+constexpr int kNotTaken = 111;    // as kRun ends where nobody takes what it sends
 constexpr int kConnectTries = 4;
 constexpr std::chrono::minutes kToLook{2};
 constexpr std::chrono::minutes kToSend{60};
@@ -49,6 +52,7 @@ set -f
 for file in $(cat); do
   [ -s "$file" ] || printf "lacks %s\n" "$file"
 done
+echo over
 exit 0
 )sh";
 
@@ -95,9 +99,13 @@ XDG_CACHE_HOME=$top/cache
 export XDG_CACHE_HOME
 env "$@" >&2
 status=$?
+[ "$status" != 0 ] || [ -e run/run.json ] || status=1
 [ -e run/run.json ] || exit "$status"
 printf "%s\n" "$mark"
-tar -cf - run || exit 7
+tar -cf - run
+sent=$?
+[ "$sent" -lt 128 ] || exit 111
+[ "$sent" = 0 ] || exit 7
 exit "$status"
 )sh";
 
@@ -128,6 +136,14 @@ uint64_t FindRun(const std::string& file) {
   return at == std::string::npos ? 0 : at + kMark.size();
 }
 
+// tar takes one that ends behind one of its files for whole.
+bool HasEndOfArchive(const std::string& file, uint64_t from) {
+  constexpr uint64_t kEndBytes = 1024;
+  const uint64_t size = SizeOfFile(file);
+  return size >= from + kEndBytes &&
+         ReadFrom(file, size - kEndBytes, kEndBytes) == std::string(kEndBytes, '\0');
+}
+
 // No board is to be blamed for what was changed here.
 void HoldToPlan(const std::vector<BoardFile>& files) {
   for (const BoardFile& file : files) {
@@ -139,10 +155,27 @@ void HoldToPlan(const std::vector<BoardFile>& files) {
   }
 }
 
-// No board is to be blamed for a disk that is full here: what came did not find room.
+// No board is to be blamed for a disk that is full here: what came did not find room. Whoever else
+// wrote there may have made some since, and what a program of this machine said found none, either.
 void HoldToRoom(const std::string& folder) {
   if (!IsDiskFull(folder)) return;
   throw Fault(ExitStatus::kLimit, "no room is left on the disk of " + Quoted(folder));
+}
+
+void HoldToRoom(const std::string& folder, const ChildEnd& ofHere, const std::string& err) {
+  HoldToRoom(folder);
+  constexpr size_t kMostSaid = 64 << 10;
+  const std::string said = ReadFrom(err, 0, kMostSaid);
+  const bool isFull =
+      ofHere.status && (said.empty() || said.find(SystemReason(ENOSPC)) != said.npos);
+  if (!isFull) return;
+  throw Fault(ExitStatus::kLimit, "no room was left on the disk of " + Quoted(folder));
+}
+
+// What came from a board has not come to its end here.
+[[noreturn]] void RefuseToWrite(const std::string& file) {
+  throw Fault(ExitStatus::kLimit, "what came from the board could not be written to " +
+                                      Quoted(file) + ", most likely for want of room");
 }
 
 // Links to the files by the names that they have on the board: tar follows them.
@@ -260,6 +293,7 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
   std::set<std::string> lacking;
   const std::string text =
       ReadWholeFile(request.out, "the board's answer", ExitStatus::kLimit, kMostLookBytes);
+  if (!text.ends_with("over\n")) RefuseToWrite(request.out);
   for (size_t at = 0; at < text.size();) {
     const size_t stop = std::min(text.find('\n', at), text.size());
     const std::string line = text.substr(at, stop - at);
@@ -304,6 +338,7 @@ bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing
     return false;
   }
   if (!packed.IsDone()) {
+    HoldToRoom(work.folder, packed, pack.err);
     throw Fault(ExitStatus::kInput, "the files for the boards cannot be packed" + Said(pack.err));
   }
   const ChildRequest send{.command = Ssh(kReceive, {board_.work, board_.name}),
@@ -375,8 +410,12 @@ bool SshBoard::Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& e
   end.fetchedBytes = SizeOfFile(request.out) - runAt_;
   if (child.wasStopped) return false;
   if (child.status != 0) HoldToRoom(work.folder);
+  if (child.status == kNotTaken) RefuseToWrite(request.out);
   const bool isLost = child.wasLate || !child.status || child.status == kSshFailed;
   end.hasRun = !isLost && runAt_ > 0 && end.fetchedBytes > 0;
+  const bool isPacked = end.hasRun && child.status != kNotPacked;
+  const bool isCut = isPacked && !HasEndOfArchive(request.out, runAt_);
+  if (isCut || (child.status == 0 && !end.hasRun)) RefuseToWrite(request.out);
   if (child.status == 0 && end.hasRun) return true;
   end.blame = isLost || end.hasRun ? Blame::kUnknown : Blame::kBoard;
   end.reason = (isLost ? "the board was lost on the way: ssh " : "the launch ") +
@@ -396,9 +435,9 @@ bool SshBoard::Fetch(const BoardWork& work, BoardEnd& end) {
                             .limit = kToFetch};
   const ChildEnd child = RunChild(unpack, signals_);
   end.phases["fetch"] = Ns(child);
+  if (!child.IsDone() && !child.wasStopped) HoldToRoom(work.folder, child, unpack.err);
   RemoveTree(work.folder + "/run.tar");
   if (child.IsDone()) return true;
-  if (!child.wasStopped) HoldToRoom(work.folder);
   end.wasStopped = child.wasStopped;
   end.blame = child.wasStopped ? Blame::kNobody : Blame::kUnknown;
   end.reason =

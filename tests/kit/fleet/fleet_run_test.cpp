@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -625,6 +626,82 @@ TEST_F(FleetOnBoards, GetAFileAgainThatIsNotWhatItsNameSays) {
   support::WriteFile(Path("work of b1/files/") + hash, "Xother");
   Outcome outcome = RunFleet();
   if (outcome.status != 0) outcome = Resume();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+}
+
+TEST_F(FleetOnBoards, GetProgramsAgainThatWereDamaged) {
+  Samples("abcd");
+  ASSERT_EQ(Plan({"--chunk", "4", "--cross-check", "0"}).status, 0);
+  ASSERT_EQ(Plan({"--chunk", "4", "--cross-check", "0", "-o", "second"}).status, 0);
+  Start(1);
+  Outcome outcome = RunFleet();
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  const fs::path tools = fs::directory_iterator(Path("work of b1/tools"))->path();
+  support::WriteFile(tools / "vorn-launch", "#!/bin/sh\nexit 99\n");
+  fleet_ = "second";
+  outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  ASSERT_EQ(Ends().size(), 2U);  // the first one found it out
+  EXPECT_EQ(Ends()[0].blame, Blame::kBoard);
+  EXPECT_THAT(Ends()[0].reason, HasSubstr("status 99"));
+  EXPECT_GT(Ends()[1].sentBytes, 0U);
+}
+
+// ---- A disk that is full ------------------------------------------------------------------------
+
+/// A file system of its own, with room for `bytes`; empty where nobody may make one.
+class SmallDisk {
+ public:
+  SmallDisk(std::string path, uint64_t bytes) : path_(std::move(path)) {
+    fs::create_directories(path_);
+    isThere_ =
+        mount("tmpfs", path_.c_str(), "tmpfs", 0, ("size=" + std::to_string(bytes)).c_str()) == 0;
+  }
+  ~SmallDisk() {
+    if (isThere_) umount2(path_.c_str(), MNT_DETACH);
+  }
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
+  [[nodiscard]] bool IsThere() const { return isThere_; }
+
+  /// Puts so much onto it that so much is left.
+  void Leave(uint64_t bytes) const {
+    const std::string ballast = path_ + "/ballast";
+    fs::remove(ballast);
+    const uint64_t room = fs::space(path_).available;
+    support::WriteFile(ballast, std::string(room - std::min(room, bytes), 'x'));
+  }
+
+ private:
+  std::string path_;
+  bool isThere_ = false;
+};
+
+// Whatever it is that finds no room first.
+TEST_F(FleetOnBoards, AreNotBlamedForADiskThatIsFullHere) {
+  constexpr uint64_t kDisk = 8 << 20;
+  const SmallDisk disk(Path("disk"), kDisk);
+  if (!disk.IsThere()) GTEST_SKIP() << "this user may not mount a small disk";
+  Samples("abcdef");
+  fleet_ = "disk/fleet";
+  ASSERT_EQ(Plan({"--chunk", "2", "-o", fleet_}).status, 0);
+  StartWithTools(2);
+  int refused = 0;
+  Outcome outcome;
+  for (uint64_t left = 8 << 10; left < kDisk; left *= 2) {
+    disk.Leave(left);
+    outcome = Resume({"--boards", "boards.json"});
+    if (outcome.status == 0) break;
+    ++refused;
+    EXPECT_EQ(outcome.status, 7) << left << ": " << outcome.Describe();
+    for (const auto& [name, board] : State().boards) {
+      EXPECT_EQ(board.failed, 0U) << left << ": " << name << ": " << board.reason;
+      EXPECT_FALSE(board.isAside) << left << ": " << name;
+    }
+  }
+  EXPECT_GT(refused, 0);
   EXPECT_EQ(outcome.status, 0) << outcome.Describe();
   EXPECT_EQ(Outputs(), kinds_);
 }
