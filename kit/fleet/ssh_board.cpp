@@ -36,6 +36,12 @@ constexpr uint64_t kMostBeforeMark = 1 << 20;
 // server has for all of them: of their jobs nobody here knows whether they run.
 constexpr const char* kLook = R"sh(umask 077
 unset CDPATH
+for needed in tar find sed env; do
+  command -v "$needed" >/dev/null && continue
+  printf "there is no %s on the board, or not in the PATH of its login; install it there\n" \
+    "$needed" >&2
+  exit 4
+done
 mkdir -p -- "$1/files" "$1/tools" "$1/jobs" "$1/cache" && cd -- "$1" || exit 3
 boot=$(cat /proc/sys/kernel/random/boot_id 2>/dev/null)
 printf "host %s\n" "$(uname -n)"
@@ -116,11 +122,31 @@ while IFS= read -r file; do rm -f -- "$file"; done
 exit 0
 )sh";
 
+// A byte as all shells leave it between single quotes, and printf %b takes it: csh reads '!', line
+// ends and what is no ASCII in them otherwise, and fish the backslash.
+std::string PrintfByte(char c) {
+  constexpr std::string_view kSpecial = "'\\!";
+  const auto byte = static_cast<unsigned char>(c);
+  const bool isPlain = byte >= ' ' && byte < 0x7F && kSpecial.find(c) == kSpecial.npos;
+  if (isPlain) return {c};
+  const auto digit = [&](unsigned shift) {
+    return static_cast<char>('0' + ((byte >> shift) & 7U));
+  };
+  return {'\\', '0', digit(6), digit(3), digit(0)};
+}
+
 uint64_t Ns(const ChildEnd& end) { return static_cast<uint64_t>(end.time.count()); }
 
 std::string Said(const std::string& file) {
   const std::string line = LastLineOf(file);
   return line.empty() ? "" : "; it said: " + line;
+}
+
+std::string WhyNotLookedAt(const ChildEnd& child, const std::string& host, const std::string& err) {
+  if (child.status == kLacksProgram) return LastLineOf(err);
+  return (child.status == kSshFailed ? "no connection to " + Quoted(host)
+                                     : "looking at the board " + DescribeChildEnd(child)) +
+         Said(err);
 }
 
 // What of a line of the board's answer stands behind `key`.
@@ -198,6 +224,22 @@ std::string ShellWord(const std::string& word) {
   return text + "'";
 }
 
+std::string BoardCommand(const std::string& script, const std::vector<std::string>& words) {
+  constexpr size_t kMostPieceBytes = 500;  // some shells take no long words
+  std::string text = "set --";
+  for (const std::string& word : words) text += " " + ShellWord(word);
+  text += "\n" + script;
+  std::string command = R"sh(exec /bin/sh -c 'eval "$(printf %b "$@")"' vorn-fleet)sh";
+  std::string piece;
+  for (const char c : text) {
+    piece += PrintfByte(c);
+    if (piece.size() < kMostPieceBytes) continue;
+    command += " '" + piece + "'";
+    piece.clear();
+  }
+  return command + " '" + piece + "'";
+}
+
 std::string FileInJob(const std::string& hash) { return "../../files/" + hash; }
 
 SshBoard::SshBoard(const Board& board, const Tools& tools, uint64_t slot, std::string sockets,
@@ -221,9 +263,7 @@ std::vector<std::string> SshBoard::Ssh(const std::string& script,
     command.insert(command.end(), {"-o", option});
   }
   command.insert(command.end(), {"-o", "ControlPath=" + sockets_ + "/%C-" + std::to_string(slot_)});
-  std::string text = "exec /bin/sh -c " + ShellWord(script) + " vorn-fleet";
-  for (const std::string& word : words) text += " " + ShellWord(word);
-  command.insert(command.end(), {"--", board_.host, text});
+  command.insert(command.end(), {"--", board_.host, BoardCommand(script, words)});
   return command;
 }
 
@@ -285,9 +325,7 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
   end.wasStopped = child.wasStopped;
   if (!child.IsDone()) {
     end.blame = child.wasStopped ? Blame::kNobody : Blame::kBoard;
-    end.reason = (child.status == kSshFailed ? "no connection to " + Quoted(board_.host)
-                                             : "looking at the board " + DescribeChildEnd(child)) +
-                 Said(request.err);
+    end.reason = WhyNotLookedAt(child, board_.host, request.err);
     return false;
   }
   std::set<std::string> lacking;

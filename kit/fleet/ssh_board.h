@@ -33,6 +33,11 @@ namespace vorn::kit {
 /// The word as a POSIX shell takes it, whatever it holds.
 [[nodiscard]] std::string ShellWord(const std::string& word);
 
+/// What ssh is to hand to the login's shell, so that /bin/sh runs the script with these words,
+/// whatever shell that is: a POSIX one, csh or fish.
+[[nodiscard]] std::string BoardCommand(const std::string& script,
+                                       const std::vector<std::string>& words);
+
 /// A file that has to be on the board.
 struct BoardFile {
   std::string hash;  ///< of XXH3-128

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -54,6 +55,53 @@ TEST(ShellWordTest, PassesAsManyShellsAsThereAre) {
   command.program = "/bin/sh";
   command.arguments = {"-c", "/bin/sh -c " + ShellWord("printf '%s.' " + ShellWord(word))};
   EXPECT_EQ(RunCommand(command).out, word + ".");
+}
+
+std::string AnswerOf(const std::vector<std::string>& shell, const std::string& text) {
+  support::Command command;
+  command.program = shell.at(0);
+  command.arguments.assign(shell.begin() + 1, shell.end());
+  command.arguments.insert(command.arguments.end(), {"-c", text});
+  const support::Outcome outcome = RunCommand(command);
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  return outcome.out;
+}
+
+TEST(BoardCommandTest, HandsOverWordsOfAnyByteToEveryShell) {
+  std::string all;
+  for (int byte = 1; byte < 256; ++byte) all += static_cast<char>(byte);
+  const std::vector<std::string> words{all, "", "-n", "it's \"a\" $word\n`", "!!", "\\", "a\n\n"};
+  std::string expected;
+  for (const std::string& word : words) expected += word + "|";
+  const std::string script = "for word in \"$@\"; do printf '%s|' \"$word\"; done\n";
+  const std::string command = vorn::kit::BoardCommand(script, words);
+  for (const std::vector<std::string>& shell :
+       std::vector<std::vector<std::string>>{{"/bin/sh"},
+                                             {"/bin/bash"},
+                                             {"/bin/csh", "-f"},
+                                             {"/bin/busybox", "sh"},
+                                             {"/bin/zsh"},
+                                             {"/usr/bin/fish"}}) {
+    if (!fs::exists(shell[0])) continue;
+    EXPECT_EQ(AnswerOf(shell, command), expected) << shell[0];
+  }
+}
+
+// Of what stands between single quotes csh takes '!' and line ends for itself, and fish the
+// backslash before a quote.
+TEST(BoardCommandTest, HasNothingThatAShellTakesForItself) {
+  const std::string command = vorn::kit::BoardCommand("[ ! -d x ] &&\n  echo \xC3\xA4",
+                                                      {"it's", "a!b", std::string(2000, 'x')});
+  for (const char c : command) EXPECT_TRUE(c >= ' ' && c < 0x7F) << int{c};
+  EXPECT_EQ(command.find('!'), std::string::npos);
+  EXPECT_EQ(command.find("\\'"), std::string::npos);
+  size_t longest = 0;
+  for (size_t at = 0; at < command.size();) {
+    const size_t end = std::min(command.find('\'', at), command.size());
+    longest = std::max(longest, end - at);
+    at = end + 1;
+  }
+  EXPECT_LT(longest, 1024U);  // as much as the word of an old csh holds
 }
 
 TEST(BoardFileTest, LiesByItsHash) { EXPECT_EQ(vorn::kit::FileInJob("0123"), "../../files/0123"); }
@@ -175,6 +223,36 @@ TEST_F(SshBoardTest, MayBeOneThatAPersonHasACommandFor) {
                          config);
   board_.ssh = {"-F", Path("config")};
   ExpectToRun();
+}
+
+TEST_F(SshBoardTest, MayHaveALoginOfCsh) {
+  if (!fs::exists("/bin/csh")) GTEST_SKIP() << "there is no csh";
+  Start({"ForceCommand exec /bin/csh -c \"$SSH_ORIGINAL_COMMAND\""});
+  board_.environment = {{"WORD", "it's! \\$x"}};
+  ExpectToRun();
+}
+
+TEST_F(SshBoardTest, MayHaveALoginOfBusybox) {
+  if (!fs::exists("/bin/busybox")) GTEST_SKIP() << "there is no busybox";
+  Start({"ForceCommand exec /bin/busybox sh -c \"$SSH_ORIGINAL_COMMAND\""});
+  board_.environment = {{"WORD", "it's! \\$x"}};
+  ExpectToRun();
+}
+
+TEST_F(SshBoardTest, IsToldWhatItLacks) {
+  fs::create_directories(Path("bin"));
+  for (const char* name : {"cat", "env", "find", "mkdir", "rm", "sed", "sh", "uname"}) {
+    fs::create_symlink(fs::exists(std::string("/bin/") + name) ? std::string("/bin/") + name
+                                                               : std::string("/usr/bin/") + name,
+                       Path("bin/") + name);
+  }
+  Start({"ForceCommand PATH=" + Path("bin") +
+         "; export PATH; exec /bin/sh -c \"$SSH_ORIGINAL_COMMAND\""});
+  const BoardEnd end = Run();
+  EXPECT_FALSE(end.hasRun);
+  EXPECT_EQ(end.blame, Blame::kBoard);
+  EXPECT_EQ(end.reason,
+            "there is no tar on the board, or not in the PATH of its login; install it there");
 }
 
 // By which a cd goes elsewhere, and says so.
