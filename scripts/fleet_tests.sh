@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # fleet_tests.sh [ROUNDS]: a fleet over real boards and a real cluster, all on this machine: an sshd each,
 # and Slurm with three nodes. Boards lose their power and their connections, nodes theirs, jobs are
-# cancelled, and what runs on boards is killed, and so is the process that hands all out, each at a moment
-# that is drawn; then the fleet is resumed until it is done. Each time what is merged has to be a run in one piece. ROUNDS each, 5 without.
+# cancelled, and what runs on boards is killed, and so is the process that hands all out, each at a
+# moment that is drawn; then the fleet is resumed until it is done. Each time what is merged has to be
+# a run in one piece. ROUNDS each, 5 without.
 #
-# What it needs: the release build, sshd, GNU parallel, Slurm and munge
-# (apt-get install openssh-server parallel slurm-wlm munge). VORN_FLEET_SEED repeats the moments.
+# What it needs: the release build, sshd, GNU parallel, Slurm and munge, and shells for logins
+# (apt-get install openssh-server parallel slurm-wlm munge csh busybox). VORN_FLEET_SEED repeats the
+# moments.
 set -euo pipefail
 cd -P "$(dirname "$0")/.."
 readonly kBuild=${VORN_TESTED_BUILD:-build/release}
@@ -21,7 +23,8 @@ die() { say "$*"; exit 1; }
 # A short path: sockets are made in it.
 work=$(mktemp -d /tmp/fleet-tests.XXXXXX)
 clean_up() {
-  [ ! -e "$work/ssh" ] || tests/beds/sshd.sh stop "$work/ssh"
+  local bed
+  for bed in "$work"/ssh*; do [ ! -d "$bed" ] || tests/beds/sshd.sh stop "$bed"; done
   [ ! -e "$work/slurm" ] || tests/beds/slurm.sh stop "$work/slurm"
   rm -rf "$work"
 }
@@ -62,17 +65,18 @@ expect_whole() { # FLEET
   rm -rf "$work/merged"
 }
 
-write_boards() {
-  local board
+write_boards() { # BED BOARD...
+  local bed=$1 board between=
+  shift
   {
     echo '{"schema": 1, "boards": ['
-    for board in b1 b2 b3; do
-      [ "$board" = b1 ] || echo ','
-      printf '{"name": "%s", "host": "%s", "work": "%s", "ssh": ["-F", "%s"], "runtime": "%s"}\n' \
-        "$board" "$board" "$work/on-$board" "$work/ssh/ssh_config" "$PWD/$kBuild/libvorn.so"
+    for board in "$@"; do
+      printf '%s{"name": "%s", "host": "%s", "work": "%s", "ssh": ["-F", "%s"], "runtime": "%s"}\n' \
+        "$between" "$board" "$board" "$bed-on-$board" "$bed/ssh_config" "$PWD/$kBuild/libvorn.so"
+      between=,
     done
     echo ']}'
-  } >"$work/boards.json"
+  } >"$bed.json"
 }
 
 moment() { sleep "$((RANDOM % 4)).$((RANDOM % 10))"; }
@@ -140,6 +144,18 @@ torment() {
   expect_whole "$fleet"
 }
 
+# hold_login NAME SHELL: a board whose login has another shell than a POSIX one.
+hold_login() {
+  local bed=$work/ssh-$1 fleet=$work/$1.fleet
+  tests/beds/sshd.sh start "$bed" 1 "ForceCommand exec $2 -c \"\$SSH_ORIGINAL_COMMAND\""
+  write_boards "$bed" b1
+  make_plan "$fleet"
+  vorn fleet run "$fleet" --boards "$bed.json" --quiet || die "a login of $1: run ended with status $?"
+  expect_whole "$fleet"
+  tests/beds/sshd.sh stop "$bed"
+  say "a board with a login of $1"
+}
+
 hold_requeue() {
   local fleet=$work/requeued job control
   make_plan "$fleet"
@@ -167,16 +183,18 @@ hold_without_waiting() {
 
 make_list
 run_in_one_piece
+hold_login csh /bin/csh
+hold_login busybox "/bin/busybox sh"
 tests/beds/sshd.sh start "$work/ssh" 3
-write_boards
+write_boards "$work/ssh" b1 b2 b3
 SLURM_CONF=$(tests/beds/slurm.sh start "$work/slurm" 3)
 export SLURM_CONF
 hold_requeue
 hold_without_waiting
 for ((round = 1; round <= kRounds; ++round)); do
   say "boards over ssh, round $round"
-  torment ssh disturb_ssh --boards "$work/boards.json"
+  torment ssh disturb_ssh --boards "$work/ssh.json"
   say "nodes of Slurm, round $round"
   torment slurm disturb_slurm --on slurm
 done
-say "all $((kRounds * 2 + 2)) merges are the run in one piece"
+say "all $((kRounds * 2 + 4)) merges are the run in one piece"
