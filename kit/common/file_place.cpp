@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
@@ -66,6 +67,33 @@ std::string Absolute(const std::string& path) {
     begin = end + 1;
   }
   return parts.empty() ? "/" : parts;
+}
+
+std::string WithoutDetours(const std::string& path) {
+  if (path.empty()) return path;
+  const std::string root = path.starts_with('/') ? "/" : "";
+  std::vector<std::string> parts;
+  const auto joined = [&] {
+    std::string whole = root;
+    for (size_t i = 0; i < parts.size(); ++i) whole += (i == 0 ? "" : "/") + parts[i];
+    return whole;
+  };
+  for (size_t begin = 0; begin < path.size();) {
+    const size_t end = std::min(path.find('/', begin), path.size());
+    std::string part = path.substr(begin, end - begin);
+    begin = end + 1;
+    if (part.empty() || part == ".") continue;
+    struct stat about {};
+    const bool isBack = part == ".." && !parts.empty() && parts.back() != ".." &&
+                        lstat(joined().c_str(), &about) == 0 && S_ISDIR(about.st_mode);
+    if (isBack) {
+      parts.pop_back();
+    } else {
+      parts.push_back(std::move(part));
+    }
+  }
+  const std::string whole = joined();
+  return whole.empty() ? "." : whole;
 }
 
 void ClearPlace(const std::string& path) {

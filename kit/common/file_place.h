@@ -23,6 +23,10 @@ namespace vorn::kit {
 /// it leads elsewhere than its spelling says. The path as it is where nobody knows where here is.
 [[nodiscard]] std::string Absolute(const std::string& path);
 
+/// The path without empty parts, "." and each "x/.." of which x is a folder and no link, so that it
+/// leads to the same place; "." of one that leads to where it begins.
+[[nodiscard]] std::string WithoutDetours(const std::string& path);
+
 /// Makes a place in a folder that others may have written to fit for a file: removes a link, which
 /// would lead to a file that nobody named. Throws a Fault of kLimit for what is there and is no
 /// file, such as a pipe, which would be waited for.

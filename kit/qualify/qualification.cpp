@@ -30,6 +30,12 @@ constexpr const char* kLibrary = "libvorn.so";
 
 // ---- The file -----------------------------------------------------------------------------------
 
+// From here on, as a person would say it.
+std::string Here(const std::string& folder, const std::string& path) {
+  const std::string placed = Below(folder, path);
+  return placed.find("..") == std::string::npos ? placed : WithoutDetours(placed);
+}
+
 // Sources of a job are from the folder of the qualification on, and the job lies elsewhere.
 Json WithPaths(const Json& inputs, const std::string& folder) {
   Json placed = Json::Array();
@@ -42,20 +48,20 @@ Json WithPaths(const Json& inputs, const std::string& folder) {
           // With more to be said of it the path is a member.
           Json listed = path;
           if (path.IsObject()) {
-            listed.Set("path", Absolute(Below(folder, path.At("path").AsText())));
+            listed.Set("path", Absolute(Here(folder, path.At("path").AsText())));
           } else {
-            listed = Absolute(Below(folder, path.AsText()));
+            listed = Absolute(Here(folder, path.AsText()));
           }
           placedSource.Append(std::move(listed));
         }
       } else {
-        placedSource = Absolute(Below(folder, source->AsText()));
+        placedSource = Absolute(Here(folder, source->AsText()));
       }
       one.Set("source", std::move(placedSource));
     }
     const Json* recipe = input.Find("recipe");
     if (recipe != nullptr && recipe->IsText()) {
-      const std::string path = Below(folder, recipe->AsText());
+      const std::string path = Here(folder, recipe->AsText());
       if (IsTaken(path)) one.Set("recipe", Absolute(path));
     }
     placed.Append(one);
@@ -66,11 +72,11 @@ Json WithPaths(const Json& inputs, const std::string& folder) {
 QualifiedSide SideFrom(const Json& json, const std::string& folder) {
   HoldToKeys(json, {"model", "config", "runtime", "program", "inputs"});
   QualifiedSide side;
-  side.model = Below(folder, json.At("model").AsText());
-  if (const Json* config = json.Find("config")) side.config = Below(folder, config->AsText());
-  if (const Json* runtime = json.Find("runtime")) side.runtime = Below(folder, runtime->AsText());
+  side.model = Here(folder, json.At("model").AsText());
+  if (const Json* config = json.Find("config")) side.config = Here(folder, config->AsText());
+  if (const Json* runtime = json.Find("runtime")) side.runtime = Here(folder, runtime->AsText());
   if (const Json* program = json.Find("program")) {
-    side.program = Below(folder, program->AsText());
+    side.program = Here(folder, program->AsText());
   }
   if (const Json* inputs = json.Find("inputs")) side.job = WithPaths(*inputs, folder);
   return side;
@@ -90,15 +96,15 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
     throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
   }
   Qualification qualification;
-  if (const Json* run = json.Find("run")) qualification.run = Below(folder, run->AsText());
+  if (const Json* run = json.Find("run")) qualification.run = Here(folder, run->AsText());
   qualification.device = SideFrom(json.At("device"), folder);
   if (const Json* reference = json.Find("reference")) {
     qualification.reference = SideFrom(*reference, folder);
     if (!qualification.reference->job) qualification.reference->job = qualification.device.job;
   }
-  if (const Json* floor = json.Find("floor")) qualification.floor = Below(folder, floor->AsText());
+  if (const Json* floor = json.Find("floor")) qualification.floor = Here(folder, floor->AsText());
   if (const Json* expected = json.Find("expected")) {
-    qualification.expected = Below(folder, expected->AsText());
+    qualification.expected = Here(folder, expected->AsText());
   }
   if (const Json* batch = json.Find("batch")) qualification.batch = batch->AsUnsigned();
   if (const Json* most = json.Find("most")) qualification.most = most->AsUnsigned();
@@ -112,7 +118,7 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
     const std::string& text = value->AsText();
     qualification.judgeWords.insert(
         qualification.judgeWords.end(),
-        {std::string("--") + key.key, key.isPath ? Below(folder, text) : text});
+        {std::string("--") + key.key, key.isPath ? Here(folder, text) : text});
   }
   return qualification;
 }
@@ -122,7 +128,9 @@ Qualification QualificationFrom(const Json& json, const std::string& folder) {
 class Steps {
  public:
   Steps(const Qualification& qualification, const std::function<void(const QualifyStep&)>& show)
-      : qualification_(qualification), show_(show), run_(Absolute(qualification.run)) {
+      : qualification_(qualification),
+        show_(show),
+        run_(WithoutDetours(Absolute(qualification.run))) {
     if (!qualification.reference || !qualification.floor) return;
     floor_ = *qualification.reference;
     floor_->config = qualification.floor;

@@ -17,6 +17,7 @@ using vorn::kit::ClearPlace;
 using vorn::kit::IsSameFile;
 using vorn::kit::IsTaken;
 using vorn::kit::IsThere;
+using vorn::kit::WithoutDetours;
 
 TEST(IsThere, FollowsLinksAndIsTakenDoesNot) {
   const support::TempDir folder;
@@ -68,6 +69,23 @@ TEST(Absolute, LeadsWhereThePathDoes) {
   ASSERT_EQ(symlink("real/inner", path("link").c_str()), 0);
   EXPECT_EQ(Absolute(path("link/../file")), path("link/../file"));
   EXPECT_TRUE(IsThere(Absolute(path("link/../file"))));
+}
+
+TEST(WithoutDetours, LeadsWhereThePathDoes) {
+  const support::TempDir folder;
+  const auto path = [&](const char* name) { return (folder.Path() / name).string(); };
+  std::filesystem::create_directories(path("real/inner"));
+  support::WriteFile(path("real/file"), "one");
+  ASSERT_EQ(symlink("real/inner", path("link").c_str()), 0);
+  EXPECT_EQ(WithoutDetours(path("real/./inner/../../real//file")), path("real/file"));
+  // Behind a link, or what is not there or no folder, it leads elsewhere or nowhere.
+  for (const char* kept : {"link/../file", "none/../real/file", "real/file/../file"}) {
+    EXPECT_EQ(WithoutDetours(path(kept)), path(kept));
+  }
+  EXPECT_EQ(WithoutDetours("../../a/./b/"), "../../a/b");
+  EXPECT_EQ(WithoutDetours("./"), ".");
+  EXPECT_EQ(WithoutDetours("/"), "/");
+  EXPECT_EQ(WithoutDetours(""), "");
 }
 
 class ClearedPlace : public testing::Test {
