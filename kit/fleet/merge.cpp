@@ -357,10 +357,7 @@ class Merger {
     samples_->Append(ToLine(record));
     CountSample(record.status, facts_.Facts().counts);
     if (IsRepeated(before_, record)) {
-      Warn(kRepeatedWarning, 1,
-           "outputs are those of the inference before, and the inputs are others; first "
-           "inference " +
-               std::to_string(record.index) + " (" + PlaceOf(FirstLineOf(record)) + ")");
+      Warn(kRepeatedWarning, 1, RepeatedText(record.index, PlaceOf(FirstLineOf(record))));
     }
     before_ = record;
     if (record.status == SampleStatus::kDone) {

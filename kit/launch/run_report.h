@@ -17,7 +17,6 @@ namespace vorn::kit {
 
 // Warnings that a later process may make untrue.
 inline constexpr const char* kProgramEndWarning = "program-end";
-inline constexpr const char* kRepeatedWarning = "output-repeated";
 inline constexpr const char* kNotTracedWarning = "not-traced";
 inline constexpr const char* kDroppedWarning = "calls-dropped";
 

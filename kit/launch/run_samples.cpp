@@ -35,19 +35,6 @@ void CountSample(SampleStatus status, SampleCounts& counts) {
   }
 }
 
-bool IsRepeated(const SampleRecord& before, const SampleRecord& now) {
-  const bool areDone = before.status == SampleStatus::kDone && now.status == SampleStatus::kDone &&
-                       now.index == before.index + 1;
-  if (!areDone || now.outputs.empty() || now.outputs.size() != before.outputs.size()) return false;
-  const bool areSame =
-      std::equal(now.outputs.begin(), now.outputs.end(), before.outputs.begin(),
-                 [](const auto& one, const auto& other) { return one.xxh3 == other.xxh3; });
-  if (!areSame || now.inputs.size() != before.inputs.size()) return false;
-  return !std::equal(
-      now.inputs.begin(), now.inputs.end(), before.inputs.begin(),
-      [](const auto& one, const auto& other) { return one.file.xxh3 == other.file.xxh3; });
-}
-
 RunSamples::RunSamples(const LaunchRequest& request, const Plan& plan, const RunFolder& folder,
                        RunReport& report)
     : request_(request),
@@ -167,10 +154,7 @@ void RunSamples::Finish() {
       [&](const SampleRecord& record) {
         CountSample(record.status, counts);
         if (IsRepeated(before, record)) {
-          report_.Warn(kRepeatedWarning, 1,
-                       "outputs are those of the inference before, and the inputs are others; "
-                       "first inference " +
-                           std::to_string(record.index) + " (" + report_.PlaceOf(record) + ")");
+          report_.Warn(kRepeatedWarning, 1, RepeatedText(record.index, report_.PlaceOf(record)));
         }
         before = record;
       });

@@ -22,9 +22,6 @@ namespace vorn::kit {
 /// Adds an inference to those of its status.
 void CountSample(SampleStatus status, SampleCounts& counts);
 
-/// Whether an inference has the outputs of the one right before it, and other inputs.
-[[nodiscard]] bool IsRepeated(const SampleRecord& before, const SampleRecord& now);
-
 class RunSamples {
  public:
   /// All outlive it. Opens the file, or makes it. Throws a Fault of kLimit, as do all that write.

@@ -307,6 +307,26 @@ std::vector<Record> ReadRecords(const std::string& run, const char* file, const 
 
 // ---- samples.jsonl ------------------------------------------------------------------------------
 
+bool IsRepeated(const SampleRecord& before, const SampleRecord& now) {
+  const bool areDone = before.status == SampleStatus::kDone && now.status == SampleStatus::kDone &&
+                       now.index == before.index + 1;
+  if (!areDone || now.outputs.empty() || now.outputs.size() != before.outputs.size()) return false;
+  const bool areSame =
+      std::equal(now.outputs.begin(), now.outputs.end(), before.outputs.begin(),
+                 [](const auto& one, const auto& other) { return one.xxh3 == other.xxh3; });
+  if (!areSame || now.inputs.size() != before.inputs.size()) return false;
+  return !std::equal(
+      now.inputs.begin(), now.inputs.end(), before.inputs.begin(),
+      [](const auto& one, const auto& other) { return one.file.xxh3 == other.file.xxh3; });
+}
+
+std::string RepeatedText(uint64_t index, const std::string& place) {
+  return "outputs are byte for byte those of the inference before, and the inputs are others: "
+         "either it was not executed, or both have the same answer, as of networks that are very "
+         "sure; vorn judge tells which; first inference " +
+         std::to_string(index) + " (" + place + ")";
+}
+
 std::string ToLine(const SampleRecord& record) {
   Json object = Json::Object({{"schema", kSchema},
                               {"index", record.index},

@@ -93,6 +93,13 @@ struct SampleRecord {
 /// Throws a JsonError that tells what is wrong with the line.
 [[nodiscard]] SampleRecord SampleFromLine(std::string_view line);
 
+/// Whether an inference has the outputs of the one right before it to the byte, and other inputs.
+[[nodiscard]] bool IsRepeated(const SampleRecord& before, const SampleRecord& now);
+
+/// The warning of a run about such inferences; it counts them all, and names the first one.
+inline constexpr const char* kRepeatedWarning = "output-repeated";
+[[nodiscard]] std::string RepeatedText(uint64_t index, const std::string& place);
+
 /// What stands in front of a sample's line.
 struct SampleFront {
   uint64_t index = 0;
