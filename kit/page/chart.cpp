@@ -445,7 +445,9 @@ Html Key(const Chart& chart, const Scale& y) {
 
 // ---- The data as a table ------------------------------------------------------------------------
 
+// What is no number breaks a line, and is a dash here: not known, or not to be measured.
 std::string Said(double value, Quantity quantity) {
+  if (std::isnan(value)) return "–";
   return std::isfinite(value) ? QuantityText(value, quantity) : NumberText(value);
 }
 

@@ -119,6 +119,12 @@ std::string PercentText(double fraction) {
   return (text == "-0" ? "0" : text) + " %";
 }
 
+std::string PercentagePointsText(double difference) {
+  const double points = difference * 100;
+  std::string text = NumberText(points, 3);
+  return text + (text == "1" || text == "-1" ? " percentage point" : " percentage points");
+}
+
 std::string PlaceText(double value) {
   if (!std::isfinite(value)) return "0";
   std::string text = Printed(std::clamp(value, -1e6, 1e6), std::chars_format::fixed, 2);

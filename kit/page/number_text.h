@@ -34,6 +34,9 @@ enum class Quantity {
 /// "12.5 %" of 0.125. What is not quite all or none does not read as 100 % or 0 %.
 [[nodiscard]] std::string PercentText(double fraction);
 
+/// "1 percentage point", "-0.5 percentage points": the difference of two shares.
+[[nodiscard]] std::string PercentagePointsText(double difference);
+
 /// By its quantity.
 [[nodiscard]] std::string QuantityText(double value, Quantity quantity);
 

@@ -48,6 +48,10 @@ Cell CountCell(uint64_t count) { return {Text(CountText(count)), static_cast<dou
 
 Cell NumberCell(double value) { return {Text(NumberText(value)), value}; }
 
+Cell MeasureCell(double value, int digits) {
+  return {Text(std::isnan(value) ? "–" : NumberText(value, digits)), value};
+}
+
 Cell TimeCell(double nanoseconds) { return {Text(TimeText(nanoseconds)), nanoseconds}; }
 
 Cell TextCell(std::string_view text) {
@@ -87,15 +91,15 @@ Html Draw(const Table& table) {
 
 namespace {
 
-// As few characters as tell it: a report of ten thousand samples is to stay small.
+// As few characters as tell it: a report of ten thousand samples is to stay small. A script shows
+// the digits that stand here, so that a number reads alike with scripts and without.
 std::string ShortNumber(double value, int digits) {
   if (std::isnan(value)) return "\"NaN\"";
   if (std::isinf(value)) return value > 0 ? "\"Infinity\"" : "\"-Infinity\"";
-  if (value == std::floor(value) && std::abs(value) < 9e15) {
-    return std::to_string(static_cast<int64_t>(value));
-  }
   return NumberText(value, digits);
 }
+
+std::string WholeNumber(double value) { return std::to_string(static_cast<int64_t>(value)); }
 
 template <typename Values, typename Print>
 std::string ListOf(const Values& values, Print print) {
@@ -133,8 +137,10 @@ std::string ColumnJson(const DataColumn& column) {
   switch (column.kind) {
     case Kind::kNumbers:
       return json + "\"number\",\"values\":" + ListOf(column.numbers, number) + "}";
+    case Kind::kCounts:
+      return json + "\"count\",\"values\":" + ListOf(column.numbers, WholeNumber) + "}";
     case Kind::kSamples:
-      return json + "\"sample\",\"values\":" + ListOf(column.numbers, number) +
+      return json + "\"sample\",\"values\":" + ListOf(column.numbers, WholeNumber) +
              ",\"linked\":" + ListOf(column.linked, whole) + "}";
     case Kind::kChoice:
       return json + "\"choice\",\"words\":" + ListOf(column.words, JsonText) +

@@ -21,6 +21,8 @@ struct Cell {
 /// A cell of a count, of a number with four digits, of a time, of any text.
 [[nodiscard]] Cell CountCell(uint64_t count);
 [[nodiscard]] Cell NumberCell(double value);
+/// A number that is none where nothing could be measured: a dash then.
+[[nodiscard]] Cell MeasureCell(double value, int digits = 4);
 [[nodiscard]] Cell TimeCell(double nanoseconds);
 [[nodiscard]] Cell TextCell(std::string_view text);
 [[nodiscard]] Cell NameCell(std::string_view name);
@@ -49,7 +51,8 @@ struct Table {
 /// A column of very many rows.
 struct DataColumn {
   enum class Kind {
-    kNumbers,  ///< `numbers`, four digits each; NaN and infinities too
+    kNumbers,  ///< `numbers`, `digits` each; a dash of NaN, for what could not be measured
+    kCounts,   ///< `numbers`, whole ones
     kTexts,    ///< `texts`; what all begin with is stored once
     kChoice,   ///< `choices[i]` is a place in `words`
     kSamples,  ///< `numbers`; those of `linked` lead to an id of the page

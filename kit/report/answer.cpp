@@ -1,23 +1,25 @@
 #include "kit/report/answer.h"
 
 #include <algorithm>
-#include <map>
+#include <cmath>
 #include <utility>
 #include <vector>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/page/number_text.h"
+#include "kit/report/fault_kinds.h"
 
 namespace vorn::kit {
 namespace {
 
 // ---- Parts of a sentence ------------------------------------------------------------------------
 
-// "'digits.onnx' on board-7 (Cortex-A55)".
+// "'digits.onnx', rounded to int8, on 'board-7' (Cortex-A55)".
 std::string Subject(const ReportRun& run) {
   const RunFacts& facts = run.facts;
   std::string text = FileName(facts.model.path);
+  if (!run.precision.empty()) text += ", rounded to " + run.precision + ",";
   if (!facts.machine.host.empty()) text += " on " + InQuotes(facts.machine.host);
   if (!facts.machine.processor.empty()) text += " (" + facts.machine.processor + ")";
   return text;
@@ -56,7 +58,22 @@ std::string WrongPart(const ReportOutput& output) {
   return "in " + SomeOf(output.wrongSamples, all) + " of " + InQuotes(output.name);
 }
 
-// "wrong in 2 of 200 samples of 'probabilities', measured against 'build/reference'".
+// ": NaN in sample 17, the output of the sample before in samples 58 and 59".
+std::string KindsText(const ReportJudgement& judgement) {
+  constexpr size_t kMostKinds = 6;
+  const std::vector<FaultKind> kinds = FaultKindsOf(judgement);
+  std::string text;
+  for (size_t i = 0; i < std::min(kinds.size(), kMostKinds); ++i) {
+    text += (i == 0 ? ": " : ", ") + kinds[i].words + " in " + SamplesText(kinds[i].samples);
+  }
+  if (kinds.size() > kMostKinds) {
+    text += " and " + Counted(kinds.size() - kMostKinds, "further kind") + " of fault";
+  }
+  return text + (kinds.empty() ? ", measured" : "; measured");
+}
+
+// "wrong in 2 of 200 samples of 'probabilities': NaN in samples 17 and 18; measured against
+// 'build/reference'".
 std::string WrongText(const ReportJudgement& judgement) {
   constexpr size_t kMostNamed = 2;
   const auto wrong = WrongOutputs(judgement);
@@ -69,7 +86,7 @@ std::string WrongText(const ReportJudgement& judgement) {
     text += "in " + std::to_string(wrong.size()) + " of " +
             std::to_string(judgement.outputs.size()) + " outputs, first " + WrongPart(*wrong[0]);
   }
-  return text + ", measured against " + InQuotes(judgement.expected);
+  return text + KindsText(judgement) + " against " + InQuotes(judgement.expected);
 }
 
 bool IsCountedOut(const SampleCounts& counts) { return counts.done < counts.inferences; }
@@ -84,36 +101,19 @@ std::string CountsText(const SampleCounts& counts) {
 
 // ---- What belongs to it -------------------------------------------------------------------------
 
-// Causes by the samples that have them first; the most frequent ones.
-void TellCauses(const ReportJudgement& judgement, ReportAnswer& answer) {
-  constexpr size_t kMostCauses = 3;
-  struct Count {
-    size_t samples = 0;
-    const ReportCause* surest = nullptr;
-  };
-  std::map<std::string, Count> byId;
-  size_t looked = 0;
-  for (const ReportOutput& output : judgement.outputs) {
-    for (const ReportFault& fault : output.wrong) {
-      if (fault.causes.empty()) continue;
-      ++looked;
-      const ReportCause& cause = fault.causes.front();
-      Count& count = byId[cause.id];
-      ++count.samples;
-      const bool isSurer = count.surest == nullptr || cause.certainty > count.surest->certainty;
-      if (isSurer) count.surest = &cause;
+// The most frequent kinds first.
+void TellKinds(const ReportJudgement& judgement, ReportAnswer& answer) {
+  constexpr size_t kMostKinds = 5;
+  const std::vector<FaultKind> kinds = FaultKindsOf(judgement);
+  for (size_t i = 0; i < std::min(kinds.size(), kMostKinds); ++i) {
+    const FaultKind& kind = kinds[i];
+    std::string text = SamplesText(kind.samples);
+    text[0] = 'S';
+    text += ": " + kind.sentence;
+    if (kind.explained > 0) {
+      text += ". That " + ExplainedText(kind.explained);
     }
-  }
-  std::vector<Count> counts;
-  for (const auto& [id, count] : byId) counts.push_back(count);
-  std::stable_sort(counts.begin(), counts.end(), [](const Count& one, const Count& other) {
-    return one.samples > other.samples;
-  });
-  for (size_t i = 0; i < std::min(counts.size(), kMostCauses); ++i) {
-    const ReportCause& cause = *counts[i].surest;
-    answer.more.push_back("Likely: " + cause.text + " (" + PercentText(cause.certainty) + "), in " +
-                          std::to_string(counts[i].samples) + " of " +
-                          Counted(looked, "wrong sample") + " looked at.");
+    answer.more.push_back(text + ".");
   }
 }
 
@@ -137,12 +137,28 @@ void TellFloor(const ReportJudgement& judgement, ReportAnswer& answer) {
                        (worse == 1 ? "s" : "") + " more than " + precision + " has to lose.");
 }
 
+// "top 1" and "top 5" are of the field; what they count is said.
+std::string AccuracyText(const ReportAccuracy& accuracy) {
+  std::string has = " has a " + accuracy.metric + " of ";
+  const char* of = "one of ";
+  if (accuracy.metric == "top 1" || accuracy.metric == "top 5") {
+    has = std::string(" has the label's class ") +
+          (accuracy.metric == "top 1" ? "first" : "among its first five") + " in ";
+    of = "in ";
+  }
+  const double difference = accuracy.difference;
+  return "By the labels " + InQuotes(accuracy.output) + has + PercentText(accuracy.actual) +
+         ", and what it is measured against " + of + PercentText(accuracy.expected) + ": " +
+         (difference == 0
+              ? std::string("no difference")
+              : PercentagePointsText(std::abs(difference)) + (difference < 0 ? " less" : " more")) +
+         ".";
+}
+
 void TellAccuracy(const ReportJudgement& judgement, ReportAnswer& answer) {
   if (judgement.accuracy.empty()) return;
   const ReportAccuracy& accuracy = judgement.accuracy.front();
-  answer.more.push_back("Against the labels " + InQuotes(accuracy.output) + " has " +
-                        accuracy.metric + " " + NumberText(accuracy.actual) + ", and " +
-                        NumberText(accuracy.expected) + " on the expected side.");
+  answer.more.push_back(AccuracyText(accuracy));
 }
 
 void TellMissing(const ReportRun& run, ReportAnswer& answer) {
@@ -297,7 +313,7 @@ ReportAnswer AnswerOf(const ReportRun& run) {
   ReportAnswer answer = run.judgement ? Judged(run, *run.judgement) : Unjudged(run);
   if (run.judgement) {
     const ReportJudgement& judgement = *run.judgement;
-    TellCauses(judgement, answer);
+    TellKinds(judgement, answer);
     TellInside(judgement, answer);
     TellFloor(judgement, answer);
     for (const std::string& one : judgement.preparation)

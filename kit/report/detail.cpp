@@ -16,6 +16,7 @@
 #include "kit/judge/map.h"
 #include "kit/judge/paired_tensor.h"
 #include "kit/judge/top_agreement.h"
+#include "kit/report/picture_fit.h"
 #include "kit/report/tensor_view.h"
 #include "kit/report/thumbnail.h"
 #include "kit/run/run_directory.h"
@@ -29,11 +30,13 @@ constexpr uint32_t kNhwc = 1;  // of vorn_format
 
 // ---- Which of them ------------------------------------------------------------------------------
 
-// Wrong before right, then by what is farthest off; what could not be measured is farthest.
+// By what is farthest off: what could not be measured, then what is no number, of which the
+// measures of all others tell nothing.
 bool IsWorse(const DetailChoice& one, const DetailChoice& other) {
   if (std::isnan(one.rmse) || std::isnan(other.rmse)) {
     return std::isnan(one.rmse) && !std::isnan(other.rmse);
   }
+  if (one.notFinite != other.notFinite) return one.notFinite > other.notFinite;
   return one.rmse > other.rmse;
 }
 
@@ -47,13 +50,14 @@ std::vector<DetailChoice> ChoicesOf(const ReportOutput& output, size_t place, bo
     if (!areWrong && !(columns.rmse[row] > 0)) continue;
     const uint64_t sample = columns.sample[row];
     const uint64_t expected = columns.expectedSample.empty() ? sample : columns.expectedSample[row];
-    choices.push_back({sample, expected, place, columns.rmse[row]});
+    const uint64_t notFinite = columns.notFinite.empty() ? 0 : columns.notFinite[row];
+    choices.push_back({sample, expected, place, columns.rmse[row], notFinite});
     taken.insert(sample);
   }
   // A verdict of an older version has no columns, and what could not be compared stands in none.
   for (const ReportFault& fault : output.wrong) {
     if (areWrong && columns.samplesPerRow == 1 && taken.count(fault.sample) == 0) {
-      choices.push_back({fault.sample, fault.sample, place, kNan});
+      choices.push_back({fault.sample, fault.sample, place, kNan, fault.nan + fault.infinite});
     }
   }
   std::stable_sort(choices.begin(), choices.end(), IsWorse);
@@ -179,12 +183,14 @@ struct OpenPair {
 
 // ---- What is shown of a pair --------------------------------------------------------------------
 
-std::vector<ReportLabel> TopOf(std::span<const float> values) {
+std::vector<ReportLabel> TopOf(std::span<const float> values, std::span<const float> others) {
   TopFive top;
   for (size_t i = 0; i < values.size(); ++i) top.Take(values[i], i);
   std::vector<ReportLabel> labels;
   for (size_t rank = 0; rank < top.Count(); ++rank) {
-    labels.push_back({top.Index(rank), static_cast<double>(values[top.Index(rank)])});
+    const uint64_t label = top.Index(rank);
+    labels.push_back(
+        {label, static_cast<double>(values[label]), static_cast<double>(others[label])});
   }
   return labels;
 }
@@ -194,8 +200,10 @@ void TakeLabels(const OpenPair& pair, ReportDetail& detail) {
   const auto classes = ClassesOf(pair.shape);
   if (!classes || pair.actual.size() % *classes != 0) return;
   for (size_t at = 0; at < pair.actual.size(); at += *classes) {
-    const auto actual = TopOf(std::span(pair.actual).subspan(at, *classes));
-    const auto expected = TopOf(std::span(pair.expected).subspan(at, *classes));
+    const auto actualValues = std::span(pair.actual).subspan(at, *classes);
+    const auto expectedValues = std::span(pair.expected).subspan(at, *classes);
+    const auto actual = TopOf(actualValues, expectedValues);
+    const auto expected = TopOf(expectedValues, actualValues);
     const bool isFirst = detail.actualTop.empty();
     const bool isOther =
         !actual.empty() && !expected.empty() && actual.front().label != expected.front().label;
@@ -268,8 +276,18 @@ uint32_t ClassAt(std::span<const float> values, uint64_t classes, uint64_t place
   return static_cast<uint32_t>(best);
 }
 
-// Of a batch the first item, classes before rows and columns.
-std::optional<ReportMask> MaskOf(const OpenPair& pair) {
+// Of `count` places drawn as `drawn` the one in the middle of what place `at` stands for; behind
+// the last where a fit leads out of the tensor.
+uint64_t MaskPlace(uint64_t at, uint64_t drawn, uint64_t count, const AxisFit* fit) {
+  if (fit == nullptr) return (2 * at + 1) * count / (2 * drawn);
+  const double middle = (static_cast<double>(at) + 0.5) / static_cast<double>(drawn);
+  const double place = std::floor(fit->ToInput(middle) * static_cast<double>(count));
+  return place >= 0 && place < static_cast<double>(count) ? static_cast<uint64_t>(place) : count;
+}
+
+// Of a batch the first item, classes before rows and columns. With a fit it covers the picture, and
+// what of that the network has not seen is of class 0.
+std::optional<ReportMask> MaskOf(const OpenPair& pair, const std::optional<PictureFit>& fit) {
   const Shape& shape = pair.shape;
   if (shape.size() < 2) return std::nullopt;
   const uint64_t rows = shape[shape.size() - 2];
@@ -282,11 +300,12 @@ std::optional<ReportMask> MaskOf(const OpenPair& pair) {
   mask.columns = static_cast<uint32_t>(std::min<uint64_t>(columns, kMostReportHeatmap));
   for (uint64_t row = 0; row < mask.rows; ++row) {
     for (uint64_t column = 0; column < mask.columns; ++column) {
-      // The middle of what a place stands for.
-      const uint64_t place = (2 * row + 1) * rows / (2 * mask.rows) * columns +
-                             (2 * column + 1) * columns / (2 * mask.columns);
-      mask.actual.push_back(ClassAt(pair.actual, classes, places, place));
-      mask.expected.push_back(ClassAt(pair.expected, classes, places, place));
+      const uint64_t y = MaskPlace(row, mask.rows, rows, fit ? &fit->y : nullptr);
+      const uint64_t x = MaskPlace(column, mask.columns, columns, fit ? &fit->x : nullptr);
+      const bool isSeen = y < rows && x < columns;
+      const uint64_t place = y * columns + x;
+      mask.actual.push_back(isSeen ? ClassAt(pair.actual, classes, places, place) : 0);
+      mask.expected.push_back(isSeen ? ClassAt(pair.expected, classes, places, place) : 0);
     }
   }
   return mask;
@@ -398,8 +417,15 @@ class DetailMaker {
       const auto size = SizeOfInput(*actual_.source);
       detail.actualBoxes = BoxesIn(pair.actual, size);
       detail.expectedBoxes = BoxesIn(pair.expected, size);
+      if (const auto fit = FitOfPicture(choice.sample)) {
+        for (auto* boxes : {&detail.actualBoxes, &detail.expectedBoxes}) {
+          for (ReportBox& box : *boxes) box = fit->ToPicture(box);
+        }
+      }
     }
-    if (IsMeasured(judgement_, output.name, "IoU")) detail.mask = MaskOf(pair);
+    if (IsMeasured(judgement_, output.name, "IoU")) {
+      detail.mask = MaskOf(pair, FitOfPicture(choice.sample));
+    }
   }
 
   OpenPair Open(const DetailChoice& choice, const ReportOutput& output, ReportDetail& detail) {
@@ -471,9 +497,9 @@ class DetailMaker {
       if (const auto* items = SourcesOf(tensor)) {
         for (const SourceOfItem& item : *items) {
           if (item.path.empty() || detail.pictures.size() == kMostPictures) continue;
-          detail.pictures.push_back(ThumbnailOf(item.path, item.xxh3));
+          TakeThumbnail(item, detail);
         }
-        if (!items->empty() && !items->front().path.empty()) return;
+        if (!detail.pictures.empty()) return;
       }
     } catch (const Fault& fault) {
       detail.pictureObstacle = fault.what();
@@ -486,6 +512,28 @@ class DetailMaker {
     } catch (const Fault& fault) {
       if (detail.pictureObstacle.empty()) detail.pictureObstacle = fault.what();
     }
+  }
+
+  // A picture that the recipe did not turn as its file says would not lie below what was found.
+  void TakeThumbnail(const SourceOfItem& item, ReportDetail& detail) {
+    ReportPicture picture = ThumbnailOf(item.path, item.xxh3);
+    std::optional<PictureFit> fit;
+    if (const auto size = InputSize(); size && item.geometry) {
+      fit = FitOf(*item.geometry, size->width, size->height);
+    }
+    if (fit && (fit->width != picture.sourceWidth || fit->height != picture.sourceHeight)) return;
+    if (fit && detail.pictures.empty()) fits_[detail.sample] = *fit;
+    detail.pictures.push_back(std::move(picture));
+  }
+
+  [[nodiscard]] std::optional<PictureSize> InputSize() const {
+    return actual_.source ? SizeOfInput(*actual_.source) : std::nullopt;
+  }
+
+  // Of the first picture that is shown of the sample, where it is one that a recipe was about.
+  [[nodiscard]] std::optional<PictureFit> FitOfPicture(uint64_t sample) const {
+    const auto at = fits_.find(sample);
+    return at == fits_.end() ? std::nullopt : std::optional(at->second);
   }
 
   const std::vector<SourceOfItem>* SourcesOf(const std::string& tensor) {
@@ -535,6 +583,7 @@ class DetailMaker {
   Map map_;
   std::map<uint64_t, SampleRecord> records_;
   std::map<uint64_t, ReportDetail> pictures_;  // of samples that were shown before
+  std::map<uint64_t, PictureFit> fits_;
   Manifests manifests_;
 };
 
@@ -572,10 +621,14 @@ std::string DetailsRule(const ReportJudgement& judgement) {
   if (!IsAnyWrong(judgement)) {
     return "Nothing is wrong; these are the samples with the greatest RMSE.";
   }
-  return FirstInside(judgement)
-             ? "The first tensor that is wrong, then of each wrong output the samples with the "
-               "greatest RMSE."
-             : "Of each wrong output the samples with the greatest RMSE.";
+  const bool isAnyNotFinite =
+      std::any_of(judgement.outputs.begin(), judgement.outputs.end(),
+                  [](const ReportOutput& output) { return !output.columns.notFinite.empty(); });
+  const std::string which = std::string("of each wrong output the samples ") +
+                            (isAnyNotFinite ? "with NaN or infinities, then those " : "") +
+                            "with the greatest RMSE.";
+  return FirstInside(judgement) ? "The first tensor that is wrong, then " + which
+                                : "O" + which.substr(1);
 }
 
 std::vector<ReportDetail> MakeDetails(const DetailSource& source,

@@ -18,11 +18,13 @@ struct DetailChoice {
   uint64_t expectedSample = 0;  ///< its number on the other side
   size_t output = 0;            ///< of the judgement
   double rmse = 0;              ///< as judged, to six digits; NaN where it is not known
+  uint64_t notFinite = 0;       ///< elements that are wrong by a NaN or an infinity
 };
 
-/// At most `most`: wrong outputs by turns, of each the samples with the greatest RMSE; where
-/// tensors inside were compared, the first that is wrong comes before all others. Of a verdict
-/// without a wrong sample those with the greatest difference, `kMostRightDetails` at most.
+/// At most `most`: wrong outputs by turns, of each first the samples in which a NaN or an infinity
+/// stands that was not expected, then those with the greatest RMSE; where tensors inside were
+/// compared, the first that is wrong comes before all others. Of a verdict without a wrong sample
+/// those with the greatest difference, `kMostRightDetails` at most.
 [[nodiscard]] std::vector<DetailChoice> ChooseDetails(const ReportJudgement& judgement,
                                                       size_t most);
 inline constexpr size_t kMostRightDetails = 3;

@@ -92,9 +92,12 @@ Json CauseJson(const ReportCause& cause) {
 }
 
 Json FaultJson(const ReportFault& fault) {
-  return Json::Object({{"sample", fault.sample},
-                       {"reasons", All(fault.reasons)},
-                       {"causes", Each(fault.causes, CauseJson)}});
+  Json json = Json::Object({{"sample", fault.sample},
+                            {"reasons", All(fault.reasons)},
+                            {"causes", Each(fault.causes, CauseJson)}});
+  if (fault.nan > 0) json.Set("nan", fault.nan);
+  if (fault.infinite > 0) json.Set("infinite", fault.infinite);
+  return json;
 }
 
 Json ElementJson(const ReportElement& element) {
@@ -148,6 +151,7 @@ Json ColumnsJson(const ReportColumns& columns) {
                             {"rmse", All(columns.rmse)},
                             {"cosine", All(columns.cosine)}});
   if (!columns.expectedSample.empty()) json.Set("expectedSample", All(columns.expectedSample));
+  if (!columns.notFinite.empty()) json.Set("notFinite", All(columns.notFinite));
   return json;
 }
 
@@ -180,7 +184,9 @@ Json OutputJson(const ReportOutput& output) {
   if (output.agreement) {
     json.Set("agreement", Json::Object({{"items", output.agreement->items},
                                         {"top1", output.agreement->top1},
-                                        {"top5", output.agreement->top5}}));
+                                        {"top5", output.agreement->top5},
+                                        {"tied1", output.agreement->tied1},
+                                        {"tied5", output.agreement->tied5}}));
   }
   SetConfusion(output, json);
   return json;
@@ -309,7 +315,7 @@ Json EnvelopeJson(const ReportEnvelope& envelope) {
 }
 
 Json LabelJson(const ReportLabel& label) {
-  return Json::Object({{"label", label.label}, {"value", label.value}});
+  return Json::Object({{"label", label.label}, {"value", label.value}, {"other", label.other}});
 }
 
 Json BoxJson(const ReportBox& box) {
@@ -393,6 +399,19 @@ Json SeriesJson(const ReportSeries& series) {
   json.Set("leastOfAllNs", series.leastOfAllNs);
   json.Set("mostOfAllNs", series.mostOfAllNs);
   json.Set("outliers", series.outliers);
+  json.Set("sumNs", series.sumNs);
+  json.Set("steps", Each(series.steps, [](const ReportSeries::Step& step) {
+             return Json::Object({{"execution", step.execution},
+                                  {"sample", step.sample},
+                                  {"countBefore", step.countBefore},
+                                  {"countBehind", step.countBehind},
+                                  {"beforeNs", step.beforeNs},
+                                  {"behindNs", step.behindNs}});
+           }));
+  json.Set("slowest", Each(series.slowest, [](const ReportSeries::Slow& slow) {
+             return Json::Object(
+                 {{"execution", slow.execution}, {"sample", slow.sample}, {"timeNs", slow.timeNs}});
+           }));
   SetKnown(json, "drift", series.drift);
   json.Set("histogramLowNs", series.histogramLowNs);
   json.Set("histogramHighNs", series.histogramHighNs);
@@ -546,6 +565,7 @@ Json RunJson(const ReportRun& run) {
        {"undone", Each(run.undone, UndoneJson)},
        {"times", TimesJson(run.times)},
        {"commands", Each(run.commands, CommandJson)}});
+  SetText(json, "precision", run.precision);
   if (run.judgement) json.Set("judgement", JudgementJson(*run.judgement));
   if (run.machine) json.Set("machine", MachineJson(*run.machine));
   if (run.trace) json.Set("trace", TraceJson(*run.trace));

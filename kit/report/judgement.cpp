@@ -116,6 +116,7 @@ ReportColumns ColumnsOf(const Json& json) {
   columns.isWrong = ColumnOf<uint8_t>(
       json, "isRight", [](const Json& item) { return item.AsUnsigned() == 0 ? 1 : 0; });
   columns.outside = ColumnOf<uint64_t>(json, "outside", whole);
+  columns.notFinite = ColumnOf<uint64_t>(json, "notFinite", whole);
   columns.maxAbs = ColumnOf<double>(json, "maxAbs", number);
   columns.rmse = ColumnOf<double>(json, "rmse", number);
   columns.cosine = ColumnOf<double>(json, "cosine", number);
@@ -123,6 +124,7 @@ ReportColumns ColumnsOf(const Json& json) {
   if (columns.isWrong.size() != rows || columns.outside.size() != rows ||
       columns.maxAbs.size() != rows || columns.rmse.size() != rows ||
       columns.cosine.size() != rows ||
+      (!columns.notFinite.empty() && columns.notFinite.size() != rows) ||
       (!columns.expectedSample.empty() && columns.expectedSample.size() != rows)) {
     throw JsonError("its columns are of different lengths");
   }
@@ -132,7 +134,11 @@ ReportColumns ColumnsOf(const Json& json) {
 std::vector<ReportFault> FaultsOf(const Json& output, const char* key) {
   std::vector<ReportFault> faults;
   ForEachOf(output, key, kMostReportFaults, [&](const Json& fault) {
-    faults.push_back({fault.At("sample").AsUnsigned(), TextsAt(fault, "reasons", 20), {}});
+    faults.push_back({fault.At("sample").AsUnsigned(),
+                      TextsAt(fault, "reasons", 20),
+                      {},
+                      CountAt(fault, "nan"),
+                      CountAt(fault, "infinite")});
   });
   return faults;
 }
@@ -191,7 +197,8 @@ ReportOutput OutputOf(const Json& json) {
   if (const Json* columns = json.Find("columns")) output.columns = ColumnsOf(*columns);
   if (const Json* agreement = json.Find("agreement")) {
     output.agreement = ReportOutput::Agreement{
-        CountAt(*agreement, "items"), CountAt(*agreement, "top1"), CountAt(*agreement, "top5")};
+        CountAt(*agreement, "items"), CountAt(*agreement, "top1"), CountAt(*agreement, "top5"),
+        CountAt(*agreement, "tied1"), CountAt(*agreement, "tied5")};
     TakeConfusion(*agreement, output);
   }
   output.wrong = FaultsOf(json, "wrong");

@@ -26,9 +26,10 @@ struct Part {
   Html (*make)(const RunOnPage&);
 };
 
-constexpr std::array<Part, 10> kParts{{
+constexpr std::array<Part, 11> kParts{{
     {"outputs", "Outputs", OutputsPart},
     {"worst", "Worst samples", DetailsPart},
+    {"samples", "All samples", SamplesPart},
     {"inside", "Inside the network", InsidePart},
     {"boards", "Boards", BoardsPart},
     {"times", "Times", TimesPart},

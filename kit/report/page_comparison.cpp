@@ -123,43 +123,68 @@ Html TimesInWords(const ReportFacts& facts, const ReportComparison& comparison) 
   return Paragraph(Text(text));
 }
 
-std::optional<ChartSeries> BarsOf(const ReportRun& run, std::string name, Ink ink) {
-  if (run.times.series.empty()) return {};
-  const ReportSeries& series = run.times.series[0];
-  const size_t bins = series.histogram.size();
-  if (bins == 0 || !(series.histogramLowNs > 0)) return {};
-  uint64_t all = 0;
-  for (const uint64_t count : series.histogram) all += count;
-  if (all == 0) return {};
-  ChartSeries bars{.name = std::move(name), .style = ChartSeries::Style::kBars, .ink = ink};
+// A stretch of times by their logarithms.
+struct LogStretch {
+  double from = 0;
+  double to = 0;
+
+  [[nodiscard]] double Width() const { return to - from; }
+};
+
+// Null where there is no histogram; of equal times it has one bin.
+std::optional<LogStretch> StretchOf(const ReportFacts& facts, size_t run) {
+  if (run >= facts.runs.size() || facts.runs[run].times.series.empty()) return {};
+  const ReportSeries& series = facts.runs[run].times.series[0];
+  if (series.histogram.empty() || !(series.histogramLowNs > 0)) return {};
   const double high = std::max(series.histogramHighNs, series.histogramLowNs * 1.0001);
-  for (size_t i = 0; i <= bins; ++i) {
-    const double share = static_cast<double>(i) / static_cast<double>(bins);
-    bars.x.push_back(series.histogramLowNs * std::pow(high / series.histogramLowNs, share));
+  return LogStretch{std::log(series.histogramLowNs), std::log(high)};
+}
+
+// The shares of a run's executions in bars that both runs have: each of its own bins is divided
+// over those that it covers.
+ChartSeries BarsOf(const ReportSeries& series, const LogStretch& own, const LogStretch& all,
+                   std::string name, Ink ink) {
+  constexpr size_t kBars = 48;
+  ChartSeries bars{.name = std::move(name), .style = ChartSeries::Style::kBars, .ink = ink};
+  const double width = all.Width() / kBars;
+  for (size_t i = 0; i <= kBars; ++i) {
+    bars.x.push_back(std::exp(all.from + width * static_cast<double>(i)));
   }
-  // A run with narrower bins has fewer in each: shares by width can be compared.
-  const double width = std::log10(high / series.histogramLowNs) / static_cast<double>(bins);
-  for (const uint64_t count : series.histogram) {
-    bars.y.push_back(static_cast<double>(count) / static_cast<double>(all) / width);
+  bars.y.assign(kBars, 0);
+  uint64_t sum = 0;
+  for (const uint64_t count : series.histogram) sum += count;
+  const double bin = own.Width() / static_cast<double>(series.histogram.size());
+  for (size_t b = 0; b < series.histogram.size() && sum > 0; ++b) {
+    const double from = own.from + bin * static_cast<double>(b);
+    const double share = static_cast<double>(series.histogram[b]) / static_cast<double>(sum);
+    for (size_t i = 0; i < kBars; ++i) {
+      const double left = all.from + width * static_cast<double>(i);
+      const double covered = std::min(from + bin, left + width) - std::max(from, left);
+      if (covered > 0) bars.y[i] += share * covered / bin;
+    }
   }
   return bars;
 }
 
 Html SpreadChart(const ReportFacts& facts, const ReportComparison& comparison, size_t number) {
+  const auto base = StretchOf(facts, comparison.base);
+  const auto other = StretchOf(facts, comparison.other);
+  if (!base || !other) return {};
+  const LogStretch all{std::min(base->from, other->from), std::max(base->to, other->to)};
   Chart chart;
   chart.id = "comparison-" + std::to_string(number) + "-spread";
   chart.title = "How the times of both are spread";
-  chart.description = "The share of executions by their time, of both runs, without warm-ups.";
+  chart.description =
+      "Which share of the executions took how long, of both runs, without warm-ups.";
   chart.x = {.label = "time", .quantity = Quantity::kNanoseconds, .isLogarithmic = true};
-  chart.y = {.label = "share a decade"};
-  const auto add = [&](size_t run, Ink ink) {
-    if (run >= facts.runs.size()) return;
-    auto bars = BarsOf(facts.runs[run], RunName(facts, run), ink);
-    if (bars) chart.series.push_back(std::move(*bars));
+  chart.y = {.label = "share of the executions in a bar", .quantity = Quantity::kFraction};
+  const auto add = [&](size_t run, const LogStretch& own, Ink ink) {
+    chart.series.push_back(
+        BarsOf(facts.runs[run].times.series[0], own, all, RunName(facts, run), ink));
   };
-  add(comparison.base, Ink::kFirst);
-  add(comparison.other, Ink::kSecond);
-  return chart.series.size() == 2 ? Draw(chart) : Html();
+  add(comparison.base, *base, Ink::kFirst);
+  add(comparison.other, *other, Ink::kSecond);
+  return Draw(chart);
 }
 
 Html ChangeTable(const std::vector<ReportChange>& changes, const std::string& caption,

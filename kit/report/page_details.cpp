@@ -7,6 +7,7 @@
 #include "kit/page/chart.h"
 #include "kit/page/heatmap.h"
 #include "kit/page/table.h"
+#include "kit/report/fault_kinds.h"
 #include "kit/report/page_parts.h"
 
 namespace vorn::kit {
@@ -231,7 +232,7 @@ Html EnvelopeChart(const ReportEnvelope& envelope, const std::string& id) {
     }
     table.rows.push_back(
         {{CountCell(static_cast<uint64_t>(edges[begin])),
-          CountCell(static_cast<uint64_t>(edges[end])), NumberCell(least), NumberCell(most)}});
+          CountCell(static_cast<uint64_t>(edges[end])), MeasureCell(least), MeasureCell(most)}});
   }
   return Draw(chart) + Details(Text("Data as a table"), Draw(table));
 }
@@ -258,7 +259,7 @@ Html HeatmapsOf(const ReportDetail& detail) {
         3, "Channel " + map.place +
                (map.rows < map.sourceRows || map.columns < map.sourceColumns ? ", drawn smaller"
                                                                              : "") +
-               ", RMSE " + NumberText(map.rmse));
+               (std::isnan(map.rmse) ? ", of no finite pair" : ", RMSE " + NumberText(map.rmse)));
     html += Element(
         "div", {{"class", "maps"}},
         figure("expected", map.expected, map.least, map.most, Palette::kScale) +
@@ -271,6 +272,17 @@ Html HeatmapsOf(const ReportDetail& detail) {
                       " channels. The same colours mean the same on both sides; NaN is magenta."));
   }
   return html;
+}
+
+// Where the class that is expected at a place has the value of the one that stands there.
+bool IsTied(const ReportDetail& detail, size_t place) {
+  return detail.expectedTop[place].other == detail.actualTop[place].value;
+}
+
+bool HasEqualValues(const std::vector<ReportLabel>& top) {
+  return std::adjacent_find(top.begin(), top.end(), [](const auto& one, const auto& other) {
+           return one.value == other.value;
+         }) != top.end();
 }
 
 Html LabelTable(const ReportDetail& detail) {
@@ -293,10 +305,13 @@ Html LabelTable(const ReportDetail& detail) {
       row.cells.push_back(i < side->size() ? NumberCell((*side)[i].value) : Cell{});
     }
     row.isBad = i < detail.actualTop.size() && i < detail.expectedTop.size() &&
-                detail.actualTop[i].label != detail.expectedTop[i].label;
+                detail.actualTop[i].label != detail.expectedTop[i].label && !IsTied(detail, i);
     table.rows.push_back(std::move(row));
   }
-  return Draw(table);
+  const bool isAnyTied = HasEqualValues(detail.actualTop) || HasEqualValues(detail.expectedTop);
+  return Draw(table) +
+         (isAnyTied ? Note(Text("Classes of equal values stand in the order of their numbers."))
+                    : Html());
 }
 
 Html ElementTable(const ReportDetail& detail) {
@@ -308,7 +323,7 @@ Html ElementTable(const ReportDetail& detail) {
   for (const ReportElement& element : detail.worst) {
     table.rows.push_back(
         {{TextCell(element.place), NumberCell(element.actual), NumberCell(element.expected),
-          NumberCell(element.actual - element.expected)}});
+          MeasureCell(element.actual - element.expected)}});
   }
   return Draw(table);
 }
@@ -316,11 +331,23 @@ Html ElementTable(const ReportDetail& detail) {
 Html CauseWords(const ReportDetail& detail) {
   Html html;
   for (const ReportCause& cause : detail.causes) {
-    html +=
-        Paragraph(Text(html.IsEmpty() ? "Likely: " : "Or: ") + Element("strong", Text(cause.text)) +
-                  Text(" (") + Text(PercentText(cause.certainty)) + Text(")"));
+    html += Paragraph(Text(html.IsEmpty() ? "What fits: " : "Or: ") +
+                      Element("strong", Text(cause.text)) +
+                      Text("; " + ExplainedText(cause.certainty) + "."));
   }
   return html.IsEmpty() ? html : Element("div", {{"class", "callout"}}, html);
+}
+
+bool HasOddPairs(const ReportDetail& detail) {
+  const auto& odd = detail.envelope.hasNotFinite;
+  return std::find(odd.begin(), odd.end(), 1) != odd.end();
+}
+
+std::string MeasuresText(const ReportDetail& detail) {
+  if (std::isnan(detail.rmse)) return "no pair of them is finite on both sides.";
+  return std::string(HasOddPairs(detail) ? "of the finite ones the " : "") +
+         "greatest difference " + NumberText(detail.maxAbs) + ", RMSE " + NumberText(detail.rmse) +
+         ", cosine " + NumberText(detail.cosine, 6) + ".";
 }
 
 Html WordsOf(const ReportDetail& detail) {
@@ -329,9 +356,7 @@ Html WordsOf(const ReportDetail& detail) {
     html += Paragraph(Text("There is no more to show: " + detail.obstacle));
   } else {
     html += Note(Text(CountText(detail.outside) + " of " + CountText(detail.elements) +
-                      " elements are outside of the tolerance; greatest difference " +
-                      NumberText(detail.maxAbs) + ", RMSE " + NumberText(detail.rmse) +
-                      ", cosine " + NumberText(detail.cosine, 6) + "."));
+                      " elements are outside of the tolerance; " + MeasuresText(detail)));
   }
   return html;
 }
@@ -411,7 +436,7 @@ Html SampleCard(const RunOnPage& on, const std::vector<const ReportDetail*>& det
         detail == details[0] ? pictures : Html());
   }
   Html summary = VerdictPill(WorstVerdict(details)) + Raw(" ") +
-                 Element("strong", Text("Sample " + CountText(sample)));
+                 Element("strong", Text("Sample " + std::to_string(sample)));
   if (const std::string cause = ShortCause(details); !cause.empty()) {
     summary += Text(": " + cause);
   }

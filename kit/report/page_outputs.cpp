@@ -8,6 +8,7 @@
 #include "kit/page/chart.h"
 #include "kit/page/heatmap.h"
 #include "kit/page/table.h"
+#include "kit/report/fault_kinds.h"
 #include "kit/report/page_parts.h"
 
 namespace vorn::kit {
@@ -15,6 +16,9 @@ namespace {
 
 /// Of all outputs together; beyond it the worst rows stand in the tables.
 constexpr size_t kMostRowsOnPage = 30000;
+
+/// What is right differs from 1 far behind the point.
+constexpr int kCosineDigits = 6;
 
 std::string ShapeText(const std::vector<uint64_t>& shape) {
   std::string text;
@@ -29,11 +33,11 @@ const ReportMeasure* FindMeasure(const ReportOutput& output, std::string_view na
   return nullptr;
 }
 
-Cell MeasureCell(const ReportOutput& output, std::string_view name) {
+Cell NamedMeasure(const ReportOutput& output, std::string_view name) {
   const ReportMeasure* measure = FindMeasure(output, name);
   if (measure == nullptr) return {};
   return measure->isCount && measure->value >= 0 ? CountCell(static_cast<uint64_t>(measure->value))
-                                                 : NumberCell(measure->value);
+                                                 : MeasureCell(measure->value);
 }
 
 Html RulesText(const ReportOutput& output) {
@@ -71,11 +75,11 @@ Html VerdictTable(const RunOnPage& on) {
                            {VerdictPill(output.verdict), {}},
                            CountCell(output.samples),
                            CountCell(output.wrongSamples),
-                           MeasureCell(output, "outside"),
-                           MeasureCell(output, "maxAbs"),
-                           MeasureCell(output, "rmse"),
-                           MeasureCell(output, "cosine"),
-                           MeasureCell(output, "snrDb")},
+                           NamedMeasure(output, "outside"),
+                           NamedMeasure(output, "maxAbs"),
+                           NamedMeasure(output, "rmse"),
+                           NamedMeasure(output, "cosine"),
+                           NamedMeasure(output, "snrDb")},
                           output.verdict == ReportVerdict::kWrong});
   }
   table.isFilterable = table.rows.size() > 10;
@@ -124,12 +128,16 @@ Html DifferencesChart(const ReportOutput& output, const std::string& id) {
 
 // ---- All samples --------------------------------------------------------------------------------
 
-// Wrong before right, the greatest difference first, what is no number before that.
+// Wrong before right, the greatest difference first, and before that what a NaN or an infinity
+// stands in: no measure tells of these.
 std::vector<size_t> WorstRows(const ReportColumns& columns, size_t most) {
   std::vector<size_t> rows(columns.sample.size());
   for (size_t i = 0; i < rows.size(); ++i) rows[i] = i;
   const auto isWorse = [&](size_t a, size_t b) {
     if (columns.isWrong[a] != columns.isWrong[b]) return columns.isWrong[a] > columns.isWrong[b];
+    if (!columns.notFinite.empty() && columns.notFinite[a] != columns.notFinite[b]) {
+      return columns.notFinite[a] > columns.notFinite[b];
+    }
     const bool isNanA = std::isnan(columns.rmse[a]);
     const bool isNanB = std::isnan(columns.rmse[b]);
     if (isNanA != isNanB) return isNanA;
@@ -163,54 +171,38 @@ std::vector<uint64_t> DetailedSamples(const ReportRun& run) {
 }
 
 Cell SampleCell(const RunOnPage& on, uint64_t sample, const std::vector<uint64_t>& detailed) {
-  Html text = Text(CountText(sample));
+  Html text = Text(std::to_string(sample));
   if (std::binary_search(detailed.begin(), detailed.end(), sample)) {
     text = LinkTo(on.SampleId(sample), text);
   }
   return {std::move(text), static_cast<double>(sample)};
 }
 
-std::string CauseText(const std::vector<ReportCause>& causes) {
-  if (causes.empty()) return {};
-  return causes[0].text + " (" + PercentText(causes[0].certainty) + ")";
+std::string FitText(const ReportFault& fault) {
+  if (fault.causes.empty()) return {};
+  const ReportCause& cause = fault.causes[0];
+  return cause.text + "; " + ExplainedText(cause.certainty);
 }
 
-// Causes with the samples that they were found in, the most frequent first.
-Html CauseTable(const RunOnPage& on, const std::vector<ReportFault>& faults) {
-  struct Group {
-    std::string text;
-    std::vector<uint64_t> samples;
-    double certainty = 0;
-  };
-  std::map<std::string, Group> groups;
-  for (const ReportFault& fault : faults) {
-    if (fault.causes.empty()) continue;
-    // The words of one cause may differ by their numbers.
-    Group& group = groups[fault.causes[0].id];
-    if (group.text.empty()) group.text = fault.causes[0].text;
-    group.certainty = std::max(group.certainty, fault.causes[0].certainty);
-    group.samples.push_back(fault.sample);
-  }
-  if (groups.empty()) return {};
-  std::vector<const Group*> sorted;
-  for (const auto& [id, group] : groups) sorted.push_back(&group);
-  std::stable_sort(sorted.begin(), sorted.end(), [](const Group* a, const Group* b) {
-    return a->samples.size() > b->samples.size();
-  });
+// The kinds of fault with the samples that have them, the most frequent first.
+Html KindsTable(const RunOnPage& on, const ReportOutput& output) {
+  constexpr size_t kMostNamed = 5;
   const std::vector<uint64_t> detailed = DetailedSamples(on.run);
-  Html html;
-  for (const Group* group : sorted) {
+  Html items;
+  for (const FaultKind& kind : FaultKindsOf(output)) {
     Html samples;
-    for (size_t i = 0; i < group->samples.size() && i < 5; ++i) {
-      samples += Text(i == 0 ? " " : ", ") + SampleCell(on, group->samples[i], detailed).content;
+    for (size_t i = 0; i < kind.samples.size() && i < kMostNamed; ++i) {
+      samples += Text(i == 0 ? " " : ", ") + SampleCell(on, kind.samples[i], detailed).content;
     }
-    if (group->samples.size() > 5) {
-      samples += Text(" and " + CountText(group->samples.size() - 5) + " more");
+    if (kind.samples.size() > kMostNamed) {
+      samples += Text(" and " + CountText(kind.samples.size() - kMostNamed) + " more");
     }
-    html += Paragraph(Text("Likely: ") + Element("strong", Text(group->text)) +
-                      Text(" (" + PercentText(group->certainty) + "), seen in sample") + samples);
+    Html item = Text(kind.samples.size() == 1 ? "Sample" : "Samples") + samples + Text(": ") +
+                Element("strong", Text(kind.sentence));
+    if (kind.explained > 0) item += Text(", which " + ExplainedText(kind.explained));
+    items += Paragraph(item + Text("."));
   }
-  return Element("div", {{"class", "callout"}}, html);
+  return items.IsEmpty() ? items : Element("div", {{"class", "callout"}}, items);
 }
 
 Html FaultTable(const RunOnPage& on, const std::vector<ReportFault>& faults, uint64_t all,
@@ -222,7 +214,7 @@ Html FaultTable(const RunOnPage& on, const std::vector<ReportFault>& faults, uin
   Table table;
   table.caption = caption;
   table.showsCaption = faults.size() <= kMostOpen;
-  table.columns = {{"sample", true}, {"why"}, {"likely cause"}};
+  table.columns = {{"sample", true}, {"why"}, {"what fits"}};
   for (const ReportFault& fault : faults) {
     if (table.rows.size() == kMost) break;
     Html why;
@@ -231,8 +223,7 @@ Html FaultTable(const RunOnPage& on, const std::vector<ReportFault>& faults, uin
       why += Text(PrintableExcerpt(reason));
     }
     table.rows.push_back(
-        {{SampleCell(on, fault.sample, detailed), {why, {}}, TextCell(CauseText(fault.causes))},
-         isBad});
+        {{SampleCell(on, fault.sample, detailed), {why, {}}, TextCell(FitText(fault))}, isBad});
   }
   table.isFilterable = table.rows.size() > kMostOpen;
   Html html = Draw(table);
@@ -285,12 +276,15 @@ Html SamplesTable(const RunOnPage& on, const ReportOutput& output, const std::st
   table.caption = "Samples of " + NameExcerpt(output.name, 60);
   table.linkBase = on.SampleId(0);
   table.linkBase.pop_back();
-  table.columns = {std::move(samples),
-                   std::move(verdicts),
-                   {.title = "outside", .numbers = Taken(columns.outside, rows)},
-                   {.title = "max abs", .numbers = Taken(columns.maxAbs, rows)},
-                   {.title = "RMSE", .numbers = Taken(columns.rmse, rows)},
-                   {.title = "cosine", .numbers = Taken(columns.cosine, rows), .digits = 6}};
+  table.columns = {
+      std::move(samples),
+      std::move(verdicts),
+      {.title = "outside",
+       .kind = DataColumn::Kind::kCounts,
+       .numbers = Taken(columns.outside, rows)},
+      {.title = "max abs", .numbers = Taken(columns.maxAbs, rows)},
+      {.title = "RMSE", .numbers = Taken(columns.rmse, rows)},
+      {.title = "cosine", .numbers = Taken(columns.cosine, rows), .digits = kCosineDigits}};
 
   // Without scripts the wrong ones, or the ten that differ most.
   const auto wrong = static_cast<size_t>(std::count_if(
@@ -305,8 +299,8 @@ Html SamplesTable(const RunOnPage& on, const ReportOutput& output, const std::st
     const bool isWrong = columns.isWrong[row] != 0;
     fallback.rows.push_back(
         {{SampleCell(on, columns.sample[row], detailed), TextCell(isWrong ? "wrong" : "right"),
-          CountCell(columns.outside[row]), NumberCell(columns.maxAbs[row]),
-          NumberCell(columns.rmse[row]), NumberCell(columns.cosine[row])},
+          CountCell(columns.outside[row]), MeasureCell(columns.maxAbs[row]),
+          MeasureCell(columns.rmse[row]), MeasureCell(columns.cosine[row], kCosineDigits)},
          isWrong});
   }
   table.fallback = Draw(fallback);
@@ -316,7 +310,7 @@ Html SamplesTable(const RunOnPage& on, const ReportOutput& output, const std::st
                   " rows; with scripts all of them stand here. " + CountText(rows.size() - wrong) +
                   " of all rows are right."));
   }
-  Html html = Heading(3, "All samples");
+  Html html;
   if (columns.samplesPerRow > 1) {
     html += Note(Text("A summary: each row stands for " + CountText(columns.samplesPerRow) +
                       " neighbouring samples and tells the worst of them."));
@@ -341,8 +335,8 @@ Html CensusTables(const ReportOutput& output) {
                        {"median", true}, {"95 %", true},  {"most", true}};
     for (const ReportSpread& spread : output.spreads) {
       spreads.rows.push_back(
-          {{TextCell(spread.name), NumberCell(spread.least), NumberCell(spread.p5),
-            NumberCell(spread.median), NumberCell(spread.p95), NumberCell(spread.most)}});
+          {{TextCell(spread.name), MeasureCell(spread.least), MeasureCell(spread.p5),
+            MeasureCell(spread.median), MeasureCell(spread.p95), MeasureCell(spread.most)}});
     }
     html += Draw(spreads);
   }
@@ -353,7 +347,7 @@ Html CensusTables(const ReportOutput& output) {
     census.isSortable = false;
     census.columns = {{"measure"}, {"value", true}};
     for (const ReportMeasure& measure : output.census) {
-      census.rows.push_back({{TextCell(measure.name), MeasureCell(output, measure.name)}});
+      census.rows.push_back({{TextCell(measure.name), NamedMeasure(output, measure.name)}});
     }
     html += Draw(census);
   }
@@ -370,7 +364,7 @@ Html WorstElements(const RunOnPage& on, const ReportOutput& output) {
   for (const ReportElement& element : output.worst) {
     table.rows.push_back({{SampleCell(on, element.sample, detailed), TextCell(element.place),
                            NumberCell(element.actual), NumberCell(element.expected),
-                           NumberCell(element.actual - element.expected)}});
+                           MeasureCell(element.actual - element.expected)}});
   }
   return Details(Text("Worst elements"), Draw(table));
 }
@@ -425,7 +419,11 @@ Html Confusion(const ReportOutput& output) {
   Html html = Heading(3, "First class, both sides");
   html += Paragraph(
       Text("The same class is first in " + CountText(same) + " of " +
-           CountText(output.confusionItems) + " items." +
+           CountText(output.confusionItems) + " items" +
+           (output.agreement && output.agreement->tied1 > 0
+                ? ", beside " + CountText(output.agreement->tied1) +
+                      " in which equal values share the first place."
+                : ".") +
            (output.confusionLeftOut > 0 ? " " + CountText(output.confusionLeftOut) +
                                               " items of rarer pairs are not counted here."
                                         : "")));
@@ -437,14 +435,20 @@ Html Agreement(const ReportOutput& output) {
   if (!output.agreement || output.agreement->items == 0) return {};
   const auto& agreement = *output.agreement;
   const auto items = static_cast<double>(agreement.items);
-  return Paragraph(Text("Of " + CountText(agreement.items) + " items " +
-                        PercentText(static_cast<double>(agreement.top1) / items) +
-                        " have the same class first (" + CountText(agreement.top1) + "), and " +
-                        PercentText(static_cast<double>(agreement.top5) / items) +
-                        " have it among the first five."));
+  const auto counted = [&](uint64_t count) {
+    return PercentText(static_cast<double>(count) / items) + " (" + CountText(count) + ")";
+  };
+  Html html = Paragraph(Text("Of " + CountText(agreement.items) + " items " +
+                             counted(agreement.top1) + " have the same class first, and " +
+                             counted(agreement.top5) + " have it among the first five."));
+  if (agreement.tied1 + agreement.tied5 == 0) return html;
+  // Which of equal values stands first is chance.
+  return html + Note(Text("Of equal values none comes first: of the others, " +
+                          CountText(agreement.tied1) + " and " + CountText(agreement.tied5) +
+                          " would agree if equal values stood in another order."));
 }
 
-Html OutputCard(const RunOnPage& on, size_t place, size_t mostRows) {
+Html OutputCard(const RunOnPage& on, size_t place) {
   const ReportOutput& output = on.run.judgement->outputs[place];
   const std::string id = on.Id("output-" + std::to_string(place));
   Html content =
@@ -452,7 +456,7 @@ Html OutputCard(const RunOnPage& on, size_t place, size_t mostRows) {
            RulesText(output));
   content += OddValues(output);
   content += Agreement(output);
-  content += CauseTable(on, output.wrong);
+  content += KindsTable(on, output);
   content += DifferencesChart(output, id + "-differences");
   content +=
       FaultTable(on, output.wrong, std::max<uint64_t>(output.wrongSamples, output.wrong.size()),
@@ -460,7 +464,6 @@ Html OutputCard(const RunOnPage& on, size_t place, size_t mostRows) {
   content += FaultTable(on, output.notJudged, output.notJudged.size(),
                         "Samples that could not be judged", false);
   content += Confusion(output);
-  content += SamplesTable(on, output, id + "-samples", mostRows);
   content += WorstElements(on, output);
   content += CensusTables(output);
   const bool isOpen = output.verdict != ReportVerdict::kRight || place == 0;
@@ -481,11 +484,12 @@ Html AccuracyTable(const ReportJudgement& judgement) {
   table.columns = {
       {"output"}, {"measure"}, {"actual", true}, {"expected", true}, {"difference", true}};
   for (const ReportAccuracy& accuracy : judgement.accuracy) {
-    table.rows.push_back({{NameCell(accuracy.output),
-                           TextCell(accuracy.metric),
-                           {Text(PercentText(accuracy.actual)), accuracy.actual},
-                           {Text(PercentText(accuracy.expected)), accuracy.expected},
-                           {Text(PercentText(accuracy.difference)), accuracy.difference}}});
+    table.rows.push_back(
+        {{NameCell(accuracy.output),
+          TextCell(accuracy.metric),
+          {Text(PercentText(accuracy.actual)), accuracy.actual},
+          {Text(PercentText(accuracy.expected)), accuracy.expected},
+          {Text(PercentagePointsText(accuracy.difference)), accuracy.difference}}});
   }
   return Draw(table);
 }
@@ -508,8 +512,8 @@ Html FloorTable(const ReportJudgement& judgement) {
     table.rows.push_back(
         {{NameCell(output.name),
           TextCell(output.answer + (output.leftOut.empty() ? "" : ": " + output.leftOut)),
-          CountCell(output.samples), NumberCell(output.rmse), NumberCell(output.floorRmse),
-          NumberCell(output.times), NumberCell(output.snrDb), NumberCell(output.floorSnrDb)},
+          CountCell(output.samples), MeasureCell(output.rmse), MeasureCell(output.floorRmse),
+          MeasureCell(output.times), MeasureCell(output.snrDb), MeasureCell(output.floorSnrDb)},
          output.answer == "worse"});
   }
   return Draw(table) + Note(Text("Within is up to " + NumberText(floor.most) +
@@ -622,13 +626,13 @@ Html InsideTable(const ReportInside& inside) {
     std::vector<Cell> cells{CountCell(i),
                             NameCell(tensor.name),
                             {verdict, {}},
-                            NumberCell(tensor.snrDb),
-                            NumberCell(tensor.relativeRmse),
-                            NumberCell(tensor.maxAbs),
+                            MeasureCell(tensor.snrDb),
+                            MeasureCell(tensor.relativeRmse),
+                            MeasureCell(tensor.maxAbs),
                             {Text(PercentText(tensor.outsideShare)), tensor.outsideShare}};
     if (hasFloor) {
       cells.push_back(TextCell(tensor.floor));
-      cells.push_back(tensor.timesFloor ? NumberCell(*tensor.timesFloor) : Cell{});
+      cells.push_back(tensor.timesFloor ? MeasureCell(*tensor.timesFloor) : Cell{});
     }
     table.rows.push_back({std::move(cells), tensor.verdict == ReportVerdict::kWrong});
   }
@@ -678,9 +682,22 @@ Html OutputsPart(const RunOnPage& on) {
   html += Sentences(judgement.unfinished);
   html += MissingTable(judgement);
   html += UndoneTable(run);
-  const size_t outputs = std::max<size_t>(judgement.outputs.size(), 1);
-  for (size_t i = 0; i < judgement.outputs.size(); ++i) {
-    html += OutputCard(on, i, std::max<size_t>(kMostRowsOnPage / outputs, 100));
+  for (size_t i = 0; i < judgement.outputs.size(); ++i) html += OutputCard(on, i);
+  return html;
+}
+
+Html SamplesPart(const RunOnPage& on) {
+  if (!on.run.judgement) return {};
+  const auto& outputs = on.run.judgement->outputs;
+  const size_t most = std::max<size_t>(kMostRowsOnPage / std::max<size_t>(outputs.size(), 1), 100);
+  Html html;
+  for (size_t i = 0; i < outputs.size(); ++i) {
+    const std::string id = on.Id("output-" + std::to_string(i) + "-samples");
+    const Html table = SamplesTable(on, outputs[i], id, most);
+    if (table.IsEmpty()) continue;
+    const Html title = Text("Each sample of ") + Name(outputs[i].name);
+    html += Element("details", {{"class", "card"}},
+                    Element("summary", title) + Element("div", {{"class", "inside"}}, table));
   }
   return html;
 }

@@ -28,8 +28,10 @@ struct RunOnPage {
 /// Sentences, an item each; nothing of none.
 [[nodiscard]] Html Sentences(const std::vector<std::string>& sentences);
 
-/// page_outputs.cpp: the verdict by output, differences over samples, all samples.
+/// page_outputs.cpp: the verdict by output, differences over samples.
 [[nodiscard]] Html OutputsPart(const RunOnPage& on);
+/// All samples, behind a fold an output.
+[[nodiscard]] Html SamplesPart(const RunOnPage& on);
 /// Inner tensors along the graph.
 [[nodiscard]] Html InsidePart(const RunOnPage& on);
 

@@ -88,7 +88,8 @@ std::string EndText(const RunFacts& facts) {
   if (facts.programStatus) text += "; vorn-run ended with " + std::to_string(*facts.programStatus);
   if (facts.signal) text += "; ended by " + *facts.signal;
   if (facts.endRealtimeNs && *facts.endRealtimeNs > facts.startRealtimeNs) {
-    text += "; took " + TimeText(static_cast<double>(*facts.endRealtimeNs - facts.startRealtimeNs));
+    text += "; vorn launch took " +
+            TimeText(static_cast<double>(*facts.endRealtimeNs - facts.startRealtimeNs));
   }
   return text;
 }
@@ -281,8 +282,15 @@ std::vector<Tile> RunTiles(const ReportRun& run) {
                        "of all zones"});
     }
     uint64_t rss = 0;
-    for (const auto& value : run.machine->rssBytes) rss = std::max(rss, value.value_or(0));
-    if (rss > 0) tiles.push_back({"memory", SizeText(rss), "resident at most"});
+    size_t readings = 0;
+    for (const auto& value : run.machine->rssBytes) {
+      rss = std::max(rss, value.value_or(0));
+      readings += value ? 1 : 0;
+    }
+    if (rss > 0) {
+      tiles.push_back(
+          {"memory", SizeText(rss), readings == 1 ? "resident, read once" : "resident at most"});
+    }
   }
   if (run.trace && run.trace->peakBytes > 0) {
     tiles.push_back({"device memory", SizeText(run.trace->peakBytes), "held at most"});
@@ -348,6 +356,11 @@ Html CommandsPart(const RunOnPage& on) {
   Html html;
   for (const ReportCommand& command : on.run.commands) {
     html += Paragraph(Text(command.purpose + ":")) + Printout(command.purpose, command.command);
+  }
+  if (!html.IsEmpty()) {
+    html +=
+        Note(Text("Paths that do not begin with / count from the folder that vorn was called "
+                  "in."));
   }
   return html;
 }

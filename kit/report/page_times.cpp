@@ -142,6 +142,29 @@ Html SpreadChart(const RunOnPage& on, const ReportTimes& times) {
   return chart.series.empty() ? Html() : Draw(chart);
 }
 
+std::string SlowestText(const ReportSeries& series) {
+  std::string text;
+  for (size_t i = 0; i < series.slowest.size(); ++i) {
+    const ReportSeries::Slow& slow = series.slowest[i];
+    text += (i == 0 ? "the slowest: sample " : ", sample ") + std::to_string(slow.sample) +
+            " with " + TimeText(slow.timeNs);
+  }
+  return text;
+}
+
+// "From execution 120 (sample 119) on one takes 35 µs, and took 22 µs before".
+std::vector<std::string> StepTexts(const ReportSeries& series) {
+  std::vector<std::string> texts;
+  for (const ReportSeries::Step& step : series.steps) {
+    texts.push_back("From sample " + std::to_string(step.sample) + " on an execution takes " +
+                    TimeText(step.behindNs) + " (median of " + CountText(step.countBehind) +
+                    "), and took " + TimeText(step.beforeNs) + " before (median of " +
+                    CountText(step.countBefore) +
+                    "): " + NumberText(step.behindNs / step.beforeNs, 3) + " times as long.");
+  }
+  return texts;
+}
+
 Html SeriesFacts(const ReportSeries& series) {
   std::vector<Fact> facts;
   if (series.count > 0) {
@@ -172,21 +195,26 @@ Html SeriesFacts(const ReportSeries& series) {
   facts.push_back({"executions", Text(counted)});
   std::string odd;
   if (series.outliers > 0) {
-    odd = CountedText(series.outliers, "time") + " far off";
+    const std::string slowest = SlowestText(series);
+    odd =
+        CountedText(series.outliers, "time") + " far off" + (slowest.empty() ? "" : ", " + slowest);
   }
-  if (series.drift) {
+  // A step is no drift, and tells more.
+  if (series.drift && series.steps.empty()) {
     odd += (odd.empty() ? "" : "; ") + std::string("the last third takes ") +
            PercentText(std::abs(*series.drift)) +
            (*series.drift > 0 ? " longer than the first" : " less than the first");
   }
   if (!odd.empty()) facts.push_back({"odd", Text(odd)});
-  return FactList(facts);
+  const Html steps = Sentences(StepTexts(series));
+  return (steps.IsEmpty() ? steps : Element("div", {{"class", "callout"}}, steps)) +
+         FactList(facts);
 }
 
 Html PhasePlot(const ReportTimes& times) {
   if (times.phases.empty() || times.wholeNs == 0) return {};
   RowPlot plot;
-  plot.title = "Where the run's time went";
+  plot.title = "Where the time of vorn-run's process went";
   plot.labelTitle = "part";
   plot.valueTitle = "time, share";
   plot.axis = {.label = "since the start",
@@ -203,9 +231,33 @@ Html PhasePlot(const ReportTimes& times) {
                            .ink = phase.id == "execute" ? Ink::kSecond : Ink::kFirst}},
                          TimeText(duration) + ", " + PercentText(duration / whole)});
   }
-  plot.rows.push_back(
-      {Text("the whole"), {{.from = 0, .to = whole, .ink = Ink::kQuiet}}, TimeText(whole), true});
+  plot.rows.push_back({Text("the whole process"),
+                       {{.from = 0, .to = whole, .ink = Ink::kQuiet}},
+                       TimeText(whole),
+                       true});
   return Draw(plot);
+}
+
+// Each length by its name, from the longest on: what is longer holds what is shorter.
+Html Lengths(const ReportRun& run) {
+  const RunFacts& facts = run.facts;
+  std::vector<Fact> lengths;
+  if (facts.endRealtimeNs && *facts.endRealtimeNs > facts.startRealtimeNs) {
+    lengths.push_back({"vorn launch", Text(TimeText(static_cast<double>(*facts.endRealtimeNs -
+                                                                        facts.startRealtimeNs)) +
+                                           " from its start to its end")});
+  }
+  if (run.times.wholeNs > 0) {
+    lengths.push_back(
+        {"vorn-run's process", Text(TimeText(static_cast<double>(run.times.wholeNs)) +
+                                    " from its start to its end; of several processes the sum")});
+  }
+  double sum = 0;
+  for (const ReportSeries& series : run.times.series) sum += series.sumNs;
+  if (sum > 0) {
+    lengths.push_back({"all executions", Text(TimeText(sum) + " in sum, warm-ups among them")});
+  }
+  return FactList(lengths);
 }
 
 // ---- Over the run -------------------------------------------------------------------------------
@@ -265,14 +317,30 @@ ChartSeries OverMoments(const ReportMachine& machine,
                         Ink ink) {
   ChartSeries series{
       .name = std::move(name), .x = {}, .y = {}, .style = ChartSeries::Style::kLine, .ink = ink};
-  bool isKnown = false;
+  // What is not known in between breaks the line; before the first and behind the last there is
+  // nothing to break.
+  size_t known = 0;
   for (size_t i = 0; i < machine.atNs.size() && i < values.size(); ++i) {
+    if (values[i]) known = series.x.size() + 1;
+    if (!values[i] && known == 0) continue;
     series.x.push_back(static_cast<double>(machine.atNs[i]));
     series.y.push_back(values[i] ? static_cast<double>(*values[i]) : NAN);
-    isKnown |= values[i].has_value();
   }
-  if (!isKnown) return {};
+  series.x.resize(known);
+  series.y.resize(known);
   return series;
+}
+
+// One reading is no line over time.
+Html OneReading(const char* title, const std::vector<ChartSeries>& series, Quantity quantity) {
+  std::string text;
+  for (const ChartSeries& one : series) {
+    text += (text.empty() ? "" : ", ") + (one.name.empty() ? "" : one.name + " ") +
+            QuantityText(one.y[0], quantity);
+  }
+  return Paragraph(
+      Element("strong", Text(title)) +
+      Text(": " + text + ". It was read once, " + TimeText(series[0].x[0]) + " after the start."));
 }
 
 Html MomentsChart(const std::string& id, const char* title, const char* description, ChartAxis x,
@@ -281,6 +349,10 @@ Html MomentsChart(const std::string& id, const char* title, const char* descript
                               [](const ChartSeries& one) { return one.x.empty(); }),
                series.end());
   if (series.empty()) return {};
+  const bool isOne = std::all_of(series.begin(), series.end(), [&](const ChartSeries& one) {
+    return one.x.size() == 1 && one.x == series[0].x;
+  });
+  if (isOne) return OneReading(title, series, y.quantity);
   Chart chart;
   chart.id = id;
   chart.title = title;
@@ -410,8 +482,8 @@ Html TimelineOf(const RunOnPage& on, const ReportTrace& trace) {
 
 Html TimesPart(const RunOnPage& on) {
   const ReportTimes& times = on.run.times;
-  if (times.series.empty()) return PhasePlot(times);
-  Html html;
+  Html html = Lengths(on.run);
+  if (times.series.empty()) return html + PhasePlot(times);
   for (const ReportSeries& series : times.series) {
     if (times.series.size() > 1) html += Heading(3, SeriesName(series));
     html += SeriesFacts(series);
@@ -449,7 +521,8 @@ Html CallsPart(const RunOnPage& on) {
   if (!on.run.trace) return {};
   const ReportTrace& trace = *on.run.trace;
   Html html = Paragraph(Text(
-      CountedText(trace.calls, "call") + " in " + TimeText(static_cast<double>(trace.wholeNs)) +
+      CountedText(trace.calls, "call") + " in the " + TimeText(static_cast<double>(trace.wholeNs)) +
+      " of vorn-run's process" +
       (trace.isEnded ? "" : "; the process was not taken down in order") +
       (trace.dropped > 0 ? "; " + CountedText(trace.dropped, "call") + " could not be kept" : "") +
       ". A reading of the clock takes " + TimeText(static_cast<double>(trace.clockNs)) + "."));

@@ -18,6 +18,9 @@ class Places {
   /// here; as it is where nothing is there.
   [[nodiscard]] std::string Find(const std::string& path) const;
 
+  /// The folder that they were told from, with a slash behind it; empty where it is not known.
+  [[nodiscard]] const std::string& Folder() const { return folder_; }
+
  private:
   std::string folder_;  // empty: not known
 };

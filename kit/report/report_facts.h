@@ -93,13 +93,16 @@ struct ReportSpread {
 };
 
 /// Differences over all samples, columns. Of many samples (or of many outputs) each row stands for
-/// `samplesPerRow` neighbours and is the worst of them: wrong before right, then by RMSE.
+/// `samplesPerRow` neighbours and is the worst of them: wrong before right, then by elements that
+/// are not finite, then by RMSE.
 struct ReportColumns {
   uint64_t samplesPerRow = 1;
   std::vector<uint64_t> sample;
   std::vector<uint64_t> expectedSample;  ///< its number on that side; empty where they are the same
   std::vector<uint8_t> isWrong;          ///< 0 or 1
   std::vector<uint64_t> outside;         ///< elements outside of the tolerance
+  std::vector<uint64_t>
+      notFinite;  ///< elements wrong by a NaN or an infinity; empty: none anywhere
   std::vector<double> maxAbs;
   std::vector<double> rmse;
   std::vector<double> cosine;
@@ -117,6 +120,8 @@ struct ReportFault {
   uint64_t sample = 0;
   std::vector<std::string> reasons;
   std::vector<ReportCause> causes;  ///< of the first few wrong ones
+  uint64_t nan = 0;                 ///< elements that are wrong by a NaN
+  uint64_t infinite = 0;            ///< and by an infinity
 };
 inline constexpr size_t kMostReportFaults = 1000;  ///< as many as verdict.json names
 
@@ -150,13 +155,16 @@ struct ReportOutput {
     uint64_t items = 0;
     uint64_t top1 = 0;
     uint64_t top5 = 0;
+    uint64_t tied1 = 0;  ///< not so, and would be if equal values stood in another order
+    uint64_t tied5 = 0;
   };
   std::optional<Agreement> agreement;
   std::vector<ReportFault> wrong;      ///< the first kMostReportFaults
   std::vector<ReportFault> notJudged;  ///< likewise
   std::vector<ReportElement> worst;
 
-  /// Which class was first on either side, over all items: pairs by count, most frequent first.
+  /// Which class was first on either side, over all items but those of tied1: pairs by count, most
+  /// frequent first.
   struct ConfusionPair {
     uint64_t expectedClass = 0;
     uint64_t actualClass = 0;
@@ -329,6 +337,7 @@ inline constexpr size_t kMostReportHeatmaps = 4;  ///< a sample and output, the 
 struct ReportLabel {
   uint64_t label = 0;  ///< number of the class
   double value = 0;
+  double other = 0;  ///< of the other side
 };
 
 /// One output of one sample, with all that is worth looking at.
@@ -379,6 +388,21 @@ inline constexpr size_t kMostReportUndone = 200;
 
 /// One series of executions.
 struct ReportSeries {
+  /// From one execution on the times stand at another level.
+  struct Step {
+    uint64_t execution = 0;  ///< its number, warm-ups counted, from 0 on
+    uint64_t sample = 0;
+    uint64_t countBefore = 0;  ///< times on either side, up to the next step
+    uint64_t countBehind = 0;
+    double beforeNs = 0;  ///< medians
+    double behindNs = 0;
+  };
+  /// One that took longer than most.
+  struct Slow {
+    uint64_t execution = 0;
+    uint64_t sample = 0;
+    double timeNs = 0;
+  };
   std::string name;  ///< empty; "A" or "B" of a run that took turns
   /// In the order in which they ran. With more executions than kMostReportTimes each row stands for
   /// `executionsPerRow` of them.
@@ -407,6 +431,9 @@ struct ReportSeries {
   double leastOfAllNs = 0;
   double mostOfAllNs = 0;
   uint64_t outliers = 0;
+  double sumNs = 0;             ///< of all executions, warm-ups among them
+  std::vector<Step> steps;      ///< at most kMostReportSteps, in order
+  std::vector<Slow> slowest;    ///< of those that count, far off: at most kMostReportSlow
   std::optional<double> drift;  ///< last third by the first, less 1, where it is clear
   /// How the times that count are spread: edges of bins are low·(high/low)^(i/bins), logarithmic.
   double histogramLowNs = 0;
@@ -414,6 +441,8 @@ struct ReportSeries {
   std::vector<uint64_t> histogram;
 };
 inline constexpr size_t kMostReportTimes = 10000;
+inline constexpr size_t kMostReportSteps = 8;
+inline constexpr size_t kMostReportSlow = 5;
 
 /// A part of the run's whole time. All parts of a run add up to ReportTimes::wholeNs.
 struct ReportPhase {
@@ -546,10 +575,11 @@ struct ReportTensor {
 };
 
 struct ReportRun {
-  std::string path;     ///< of the run directory, as it was given
-  std::string name;     ///< short, and unlike that of any other run of the report
-  ReportAnswer answer;  ///< of this run alone
-  RunFacts facts;       ///< run.json: state, files, machine, versions, counts, warnings, …
+  std::string path;       ///< of the run directory, as it was given
+  std::string name;       ///< short, and unlike that of any other run of the report
+  ReportAnswer answer;    ///< of this run alone
+  RunFacts facts;         ///< run.json: state, files, machine, versions, counts, warnings, …
+  std::string precision;  ///< that the run says it was rounded to: "int8"; empty where it says none
   std::vector<ReportTensor> tensors;  ///< of model.json
   std::vector<ReportRemark> remarks;  ///< warnings first
   std::optional<ReportJudgement> judgement;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <string_view>
 #include <utility>
 
@@ -12,9 +13,11 @@
 #include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
+#include "kit/judge/inside.h"
 #include "kit/model/model_json.h"
 #include "kit/report/answer.h"
 #include "kit/report/detail.h"
+#include "kit/report/fault_kinds.h"
 #include "kit/report/findings.h"
 #include "kit/report/fleet_facts.h"
 #include "kit/report/judgement.h"
@@ -55,10 +58,14 @@ class Gathering {
   ReportRun Run() {
     run_.path = place_.given;
     run_.facts = ReadRun(place_.run);
+    run_.precision = PrecisionIn(run_.facts.standardError);
+    told_ = OptionValues(run_.facts.command, "--run");
     TellState();
+    LookForProgram();
     TakeModel();
     TakeJudgement();
     TakeUndone();
+    TellOfRepeated();
     TakeTimes();
     TakeMachine();
     TakeTrace();
@@ -66,6 +73,7 @@ class Gathering {
     TakeFleet();
     TakeWarnings();
     TakeCommands();
+    TakeDetoursOut();
     run_.answer = AnswerOf(run_);
     return std::move(run_);
   }
@@ -162,9 +170,8 @@ class Gathering {
     }
     Try([&] {
       KeptJudgement kept = ReadJudgement(place_.verdict);
-      std::vector<std::string> told = OptionValues(run_.facts.command, "--run");
-      told.push_back(kept.facts.actual);
-      const Places places(place_.run, told);
+      told_.push_back(kept.facts.actual);
+      const Places places(place_.run, told_);
       const auto choices = ChooseDetails(kept.facts, most_);
       run_.detailsRule = DetailsRule(kept.facts);
       run_.details = MakeDetails({place_.run, &kept, &places}, choices);
@@ -242,6 +249,47 @@ class Gathering {
     for (const SampleInput& input : record.inputs) one.inputs.push_back(input.path);
   }
 
+  // The run warns of outputs that are those of the inference before without knowing what was
+  // expected. A verdict knows.
+  void TellOfRepeated() {
+    const auto& warnings = run_.facts.warnings;
+    const bool isWarned =
+        std::any_of(warnings.begin(), warnings.end(),
+                    [](const RunWarning& warning) { return warning.id == kRepeatedWarning; });
+    if (!isWarned || !run_.judgement) return;
+    std::set<uint64_t> wrong;
+    for (const ReportOutput& output : run_.judgement->outputs) {
+      if (output.wrong.size() < output.wrongSamples || !output.notJudged.empty()) return;
+      for (const ReportFault& fault : output.wrong) wrong.insert(fault.sample);
+    }
+    uint64_t repeated = 0;
+    std::vector<uint64_t> wrongOnes;
+    SampleRecord before;
+    Try([&] {
+      ForEachLine(File(kSamplesFile), "the samples of the run", ExitStatus::kInput,
+                  [&](std::string_view line) {
+                    SampleRecord record = SampleFromLine(line);
+                    if (IsRepeated(before, record)) {
+                      ++repeated;
+                      if (wrong.count(record.index) > 0) wrongOnes.push_back(record.index);
+                    }
+                    before = std::move(record);
+                  });
+    });
+    if (repeated > 0) repeatedText_ = RepeatedByVerdict(repeated, wrongOnes);
+  }
+
+  static std::string RepeatedByVerdict(uint64_t repeated, const std::vector<uint64_t>& wrong) {
+    const uint64_t right = repeated - wrong.size();
+    return Counted(repeated, "sample") + (repeated == 1 ? " has" : " have") +
+           ", byte for byte, the outputs of the one before, and other inputs; by the verdict " +
+           (wrong.empty() ? "all of them are right: the answers are the same"
+            : right == 0  ? SamplesText(wrong) + (wrong.size() == 1 ? " is" : " are") + " wrong"
+                          : std::to_string(right) + " of them " + (right == 1 ? "is" : "are") +
+                               " right, the answers being the same, and " + SamplesText(wrong) +
+                               (wrong.size() == 1 ? " is wrong" : " are wrong"));
+  }
+
   // ---- Times, machine, trace --------------------------------------------------------------------
 
   void TakeTimes() {
@@ -261,7 +309,26 @@ class Gathering {
                     "known");
     }
     const auto moments = LinesOf(kMachineFile, "what the machine was like", MachineFromLine);
-    if (!moments.empty()) run_.machine = MachineOf(moments, run_.facts.startRealtimeNs);
+    if (moments.empty()) return;
+    run_.machine = MachineOf(moments, run_.facts.startRealtimeNs);
+    if (!isProgramSeen_) {
+      for (auto& bytes : run_.machine->rssBytes) bytes.reset();
+    }
+  }
+
+  // The process that is looked at may be a script that runs the program, or still begin: the
+  // libraries and the memory of that would pass for those of the program.
+  void LookForProgram() {
+    std::vector<MappedFile>& mapped = run_.facts.mapped;
+    isProgramSeen_ =
+        mapped.empty() || std::any_of(mapped.begin(), mapped.end(), [](const MappedFile& file) {
+          return file.path.substr(file.path.rfind('/') + 1).starts_with("libvorn.so");
+        });
+    if (isProgramSeen_) return;
+    mapped.clear();
+    Remark(Kind::kMissing,
+           "the process that was looked at had no libvorn.so, as a script that runs the program, "
+           "or one that has just begun: libraries and memory of the program are not known");
   }
 
   void TakeTrace() {
@@ -300,6 +367,10 @@ class Gathering {
   void TakeWarnings() {
     std::vector<ReportRemark> all;
     for (const RunWarning& warning : run_.facts.warnings) {
+      if (warning.id == kRepeatedWarning && !repeatedText_.empty()) {
+        all.push_back({Kind::kWarning, warning.id, 0, repeatedText_});
+        continue;
+      }
       all.push_back({Kind::kWarning, warning.id, warning.count, warning.message});
     }
     for (const Kind kind : {Kind::kWarning, Kind::kMissing, Kind::kNote}) {
@@ -316,10 +387,33 @@ class Gathering {
     run_.commands.push_back({purpose, QuotedCommand(words)});
   }
 
+  // What was typed counts its paths from the folder where that was, if it is known and another one.
+  void ToldCommand(const char* purpose, std::vector<std::string> words) {
+    for (std::string& word : words) {
+      if (word.find("..") != std::string::npos) word = WithoutDetours(word);
+    }
+    const std::string folder = Places(place_.run, told_).Folder();
+    const bool isHere = folder.empty() || Absolute(folder) == Absolute(".");
+    run_.commands.push_back(
+        {purpose, (isHere ? "" : "cd " + QuotedCommand({folder}) + " && ") + QuotedCommand(words)});
+  }
+
+  // A run is never made over another one.
+  std::vector<std::string> CommandForAnother() const {
+    std::vector<std::string> words;
+    for (const std::string& word : run_.facts.command) {
+      if (word == "--resume") continue;
+      const bool isRun = !words.empty() && words.back() == "--run";
+      const bool isOne = word.starts_with("--run=");
+      words.push_back(isRun || isOne ? WithoutSlashes(word) + ".again" : word);
+    }
+    return words;
+  }
+
   void TakeCommands() {
-    if (!run_.facts.command.empty()) Command("run it again", run_.facts.command);
+    if (!run_.facts.command.empty()) ToldCommand("run it again", CommandForAnother());
     if (run_.judgement && !run_.judgement->command.empty()) {
-      Command("judge it again", run_.judgement->command);
+      ToldCommand("judge it again", run_.judgement->command);
     } else if (run_.judgement) {
       Command("judge it again",
               {"vorn", "judge", place_.run, "--expected", run_.judgement->expected});
@@ -333,8 +427,42 @@ class Gathering {
     Command("make this report again", {"vorn", "report", place_.given, "-o", "report.html"});
   }
 
+  // ---- Paths ------------------------------------------------------------------------------------
+
+  // As a person would give it: from here on what lies below, else from the root on.
+  static void Straighten(std::string& path) {
+    if (path.find("..") != std::string::npos) path = WithoutDetours(path);
+    const std::string here = Absolute(".") + "/";
+    if (path.starts_with(here)) path.erase(0, here.size());
+  }
+
+  void TakeDetoursOut() {
+    RunFacts& facts = run_.facts;
+    Straighten(facts.model.path);
+    for (auto* file : {&facts.configuration, &facts.list, &facts.runtime, &facts.program}) {
+      if (*file) Straighten((*file)->path);
+    }
+    if (run_.judgement) {
+      Straighten(run_.judgement->actual);
+      Straighten(run_.judgement->expected);
+      if (run_.judgement->floor) Straighten(run_.judgement->floor->path);
+    }
+    for (ReportDetail& detail : run_.details) {
+      Straighten(detail.actualPath);
+      Straighten(detail.expectedPath);
+      for (std::string& input : detail.inputs) Straighten(input);
+      for (ReportPicture& picture : detail.pictures) Straighten(picture.name);
+    }
+    for (ReportUndone& undone : run_.undone) {
+      for (std::string& input : undone.inputs) Straighten(input);
+    }
+  }
+
   const RunPlace& place_;
   size_t most_;
+  std::vector<std::string> told_;  // how the run's own files call it
+  bool isProgramSeen_ = true;
+  std::string repeatedText_;  // what the verdict says of a warning; empty: nothing
   ReportRun run_;
 };
 

@@ -27,6 +27,9 @@ struct Execution {
   bool isWarmUp = false;
 };
 
+// Smaller differences of two levels are those of any machine.
+constexpr double kLeastStepRatio = 1.1;
+
 uint64_t Since(uint64_t startRealtimeNs, uint64_t realtimeNs) {
   return realtimeNs > startRealtimeNs ? realtimeNs - startRealtimeNs : 0;
 }
@@ -55,7 +58,7 @@ std::vector<Execution> ExecutionsOf(const std::vector<TimesRecord>& records,
   return executions;
 }
 
-void TakeRow(std::span<const Execution> row, ReportSeries& series) {
+void TakeExecutionsRow(std::span<const Execution> row, ReportSeries& series) {
   std::vector<double> times;
   bool isWarmUp = false;
   for (const Execution& execution : row) {
@@ -76,7 +79,7 @@ void TakeRows(const std::vector<Execution>& executions, ReportSeries& series) {
       std::max<size_t>((executions.size() + kMostReportTimes - 1) / kMostReportTimes, 1);
   for (size_t first = 0; first < executions.size(); first += series.executionsPerRow) {
     const size_t count = std::min<size_t>(series.executionsPerRow, executions.size() - first);
-    TakeRow(std::span(executions).subspan(first, count), series);
+    TakeExecutionsRow(std::span(executions).subspan(first, count), series);
   }
 }
 
@@ -93,6 +96,67 @@ void TakeHistogram(const std::vector<double>& times, ReportSeries& series) {
     ++series.histogram[std::min(bin, series.histogram.size() - 1)];
   }
 }
+
+// Executions in the order in which they ran, without warm-ups, and what they are between steps.
+class TimeLevels {
+ public:
+  explicit TimeLevels(const std::vector<Execution>& executions) : executions_(executions) {
+    for (size_t i = 0; i < executions.size(); ++i) {
+      if (executions[i].isWarmUp) continue;
+      times_.push_back(executions[i].timeNs);
+      places_.push_back(i);
+    }
+    begins_ = FindSteps(times_, kLeastStepRatio, kMostReportSteps);
+    begins_.insert(begins_.begin(), 0);
+    begins_.push_back(times_.size());
+  }
+
+  void Take(ReportSeries& series) const {
+    for (size_t level = 1; level + 1 < begins_.size(); ++level) {
+      const auto before = Of(level - 1);
+      const auto behind = Of(level);
+      series.steps.push_back({.execution = places_[begins_[level]],
+                              .sample = executions_[places_[begins_[level]]].sample,
+                              .countBefore = before.size(),
+                              .countBehind = behind.size(),
+                              .beforeNs = Median(before),
+                              .behindNs = Median(behind)});
+    }
+    TakeFarOff(series);
+  }
+
+ private:
+  [[nodiscard]] std::span<const double> Of(size_t level) const {
+    return std::span(times_).subspan(begins_[level], begins_[level + 1] - begins_[level]);
+  }
+
+  // Far off from their own level: a level that lies above the others is no row of outliers.
+  void TakeFarOff(ReportSeries& series) const {
+    uint64_t outliers = 0;
+    std::vector<size_t> slow;
+    for (size_t level = 0; level + 1 < begins_.size(); ++level) {
+      const auto times = Of(level);
+      if (times.empty()) continue;
+      const double middle = Median(times);
+      for (const size_t at : FindOutliers(times)) {
+        ++outliers;
+        if (times[at] > middle) slow.push_back(begins_[level] + at);
+      }
+    }
+    if (!series.steps.empty()) series.outliers = outliers;
+    std::stable_sort(slow.begin(), slow.end(),
+                     [&](size_t one, size_t other) { return times_[one] > times_[other]; });
+    slow.resize(std::min(slow.size(), kMostReportSlow));
+    for (const size_t at : slow) {
+      series.slowest.push_back({places_[at], executions_[places_[at]].sample, times_[at]});
+    }
+  }
+
+  const std::vector<Execution>& executions_;
+  std::vector<double> times_;
+  std::vector<size_t> places_;  // among all executions
+  std::vector<size_t> begins_;  // of levels, and behind the last one the end
+};
 
 void TakeStatistics(const Times& times, ReportSeries& series) {
   series.warmUps = times.firstNs.size();
@@ -177,6 +241,8 @@ std::vector<ReportSeries> SeriesOf(const std::vector<TimesRecord>& records,
     if (executions.empty()) continue;
     TakeRows(executions, series);
     TakeStatistics(times, series);
+    TimeLevels(executions).Take(series);
+    for (const Execution& execution : executions) series.sumNs += execution.timeNs;
     all.push_back(std::move(series));
   }
   return all;

@@ -99,7 +99,7 @@ SummaryTable OutputTable(const ReportJudgement& judgement, size_t most) {
 SummaryTable WorstTable(const ReportRun& run) {
   SummaryTable table;
   table.columns = {{"sample", true},  {"output"},     {"outside", true},
-                   {"max abs", true}, {"RMSE", true}, {"likely, or why"}};
+                   {"max abs", true}, {"RMSE", true}, {"what fits, or why"}};
   if (!run.judgement) return table;
   for (const ReportDetail& detail : run.details) {
     const bool isOpen = detail.obstacle.empty();

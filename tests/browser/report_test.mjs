@@ -75,7 +75,7 @@ describe('without scripts', () => {
   test('the verdict, the wrong samples and the data of charts are there', async () => {
     await visit('wrong', { javaScriptEnabled: false }, async (page) => {
       const text = await page.locator('body').innerText();
-      assert.match(text, /2 of 40 samples are wrong/);
+      assert.match(text, /wrong in 2 of 40 samples/);
       assert.match(text, /WRONG/);
       assert.match(text, /it is the output of the sample before/);
       assert.ok(await page.locator('.fallback td', { hasText: /^wrong$/ }).count() >= 2);
@@ -123,6 +123,7 @@ describe('tables', () => {
 
   test('of very many rows show a hundred, and sort and filter over all', async () => {
     await visit('large', {}, async (page) => {
+      await page.locator('#samples summary').first().click();
       const place = page.locator('.large').first();
       const rows = () => place.locator('tbody tr').count();
       const told = () => place.locator('[role=status]').innerText();
@@ -141,16 +142,67 @@ describe('tables', () => {
     });
   });
 
+  test('have the same texts with scripts and without', async () => {
+    const rowsOf = (page, place) => page.locator(`${place} tbody tr`)
+      .evaluateAll((rows) => rows.map((row) => [...row.cells].map((cell) => cell.textContent)));
+    let without = [];
+    await visit('numbers', { javaScriptEnabled: false }, async (page) => {
+      without = await rowsOf(page, '.fallback');
+    });
+    await visit('numbers', {}, async (page) => {
+      const all = await rowsOf(page, '.large');
+      assert.ok(without.length > 5);
+      assert.deepEqual(all.slice(0, without.length), without);
+      const columns = all.flat();
+      for (const text of ['–', '∞', '1.235e+07', '1.234e-05', '12,345', '12345']) {
+        assert.ok(columns.includes(text), `no cell says ${text}`);
+      }
+    });
+  });
+
+  test('of all samples are folded, behind the worst ones', async () => {
+    await visit('wrong', {}, async (page) => {
+      assert.equal(await page.locator('#samples .large').isVisible(), false);
+      assert.ok(await page.evaluate(() => Boolean(document.querySelector('#worst')
+        .compareDocumentPosition(document.querySelector('#samples')) & Node.DOCUMENT_POSITION_FOLLOWING)));
+    });
+  });
+
   test('lead to the detail of a sample and open it', async () => {
     await visit('wrong', {}, async (page) => {
       assert.equal(await page.locator('#sample-27 details').first().evaluate((fold) => {
         fold.open = false;
         return fold.open;
       }), false);
+      await page.locator('#samples summary').first().click();
       await page.locator('.large a', { hasText: /^27$/ }).first().click();
       await page.waitForFunction(() => document.querySelector('#sample-27 details').open);
     });
   });
+});
+
+describe('links within the page', () => {
+  for (const [name, viewport] of [['a desktop', { width: 1100, height: 800 }], ['a phone', { width: 390, height: 700 }]]) {
+    test(`lead to what the bar does not cover, on ${name}`, async () => {
+      await visit('wrong', { viewport, reducedMotion: 'reduce' }, async (page) => {
+        const targets = await page.evaluate(() => [...new Set([...document.querySelectorAll('main a[href^="#"], nav a')]
+          .map((link) => link.getAttribute('href').slice(1)))]);
+        assert.ok(targets.length > 8);
+        for (const target of targets) {
+          await page.evaluate((id) => { location.hash = ''; location.hash = id; }, target);
+          const places = await page.evaluate(async (id) => {
+            await new Promise((done) => { requestAnimationFrame(() => requestAnimationFrame(done)); });
+            return {
+              bar: document.querySelector('nav').getBoundingClientRect().bottom,
+              top: document.getElementById(id).getBoundingClientRect().top,
+            };
+          }, target);
+          // Where the bar does not fit it has a scroll bar of 15 points, which is hidden here.
+          assert.ok(places.top >= places.bar + 15, `${target} stands at ${places.top}, and the bar ends at ${places.bar}`);
+        }
+      });
+    });
+  }
 });
 
 describe('the timeline', () => {

@@ -53,7 +53,6 @@
     target.scrollIntoView();
   };
   addEventListener('hashchange', follow);
-  if (location.hash) follow();
   let folded = [];
   addEventListener('beforeprint', () => {
     folded = all('details:not([open])');
@@ -129,22 +128,26 @@
   // ---- Very many rows: columns of data, of which a hundred rows stand on the page
   const kShown = 100;
   const count = (n) => n.toLocaleString('en-US');
-  // As the rest of the page writes them.
+  // As the rest of the page writes them: kit/page/number_text.cpp.
   const numberText = (value) => {
+    if (value === 'NaN') return '–';
     if (typeof value === 'string') return value.replace('-', '−').replace('Infinity', '∞');
-    if (value === 0 || Math.abs(value) >= 1e-4) return String(value);
-    return value.toExponential().replace(/e-(\d)$/, 'e-0$1');
+    const size = Math.abs(value);
+    if (size === 0 || (size >= 1e-4 && size < 1e7)) return String(value);
+    return value.toExponential().replace(/e([+-])(\d)$/, 'e$10$2');
   };
   const large = (place) => {
     const data = JSON.parse(document.getElementById(place.dataset.from).textContent);
     const columns = data.columns.map((column) => {
-      const isNumber = column.kind === 'number' || column.kind === 'sample';
+      const isNumber = ['number', 'count', 'sample'].includes(column.kind);
       const linked = new Set(column.linked || []);
       const beginning = column.beginning || '';
       const text = (row) => {
         const value = column.values[row];
         if (column.kind === 'choice') return column.words[value];
         if (column.kind === 'text') return beginning + value;
+        if (column.kind === 'count') return count(value);
+        if (column.kind === 'sample') return String(value);
         return numberText(value);
       };
       const key = isNumber ? (row) => Number(column.values[row])
@@ -218,7 +221,7 @@
 
     const heads = columns.map((column) =>
       make('th', column.isNumber ? { scope: 'col', class: 'n' } : { scope: 'col' }, column.title));
-    makeSortable(heads, (column) => columns[column].kind === 'number', (column, sign) => {
+    makeSortable(heads, (column) => ['number', 'count'].includes(columns[column].kind), (column, sign) => {
       const keys = Array.from({ length: total }, (_, row) => columns[column].key(row));
       order = order.slice().sort((a, b) => compare(keys[a], keys[b], sign) || a - b);
       choose();
@@ -230,5 +233,7 @@
     place.replaceChildren(tools, scroll);
   };
   for (const place of all('.large')) large(place);
+  // Behind all that makes the page longer or shorter.
+  if (location.hash) follow();
   document.documentElement.dataset.ready = 'yes';
 })();

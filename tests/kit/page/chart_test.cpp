@@ -98,7 +98,7 @@ TEST(Draw, TellsEachValueInTheTable) {
   chart.y.quantity = Quantity::kNumber;
   const std::string html = Draw(chart).Bytes();
   EXPECT_THAT(html, HasSubstr(">1.5</td>"));
-  EXPECT_THAT(html, HasSubstr(">NaN</td>"));
+  EXPECT_THAT(html, HasSubstr(">–</td>"));
   EXPECT_THAT(html, HasSubstr(">−∞</td>"));
 }
 

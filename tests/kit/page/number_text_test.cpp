@@ -56,6 +56,13 @@ TEST(PercentText, SaysNeitherAllNorNoneOfWhatIsNearly) {
   EXPECT_EQ(PercentText(0.05), "5 %");
 }
 
+TEST(PercentagePointsText, IsTheDifferenceOfShares) {
+  EXPECT_EQ(PercentagePointsText(0.98 - 0.99), "-1 percentage point");
+  EXPECT_EQ(PercentagePointsText(0.01), "1 percentage point");
+  EXPECT_EQ(PercentagePointsText(-0.005), "-0.5 percentage points");
+  EXPECT_EQ(PercentagePointsText(0), "0 percentage points");
+}
+
 TEST(QuantityText, GoesByTheQuantity) {
   EXPECT_EQ(QuantityText(10000, Quantity::kCount), "10,000");
   EXPECT_EQ(QuantityText(1800000, Quantity::kKilohertz), "1.8 GHz");

@@ -86,6 +86,25 @@ TEST(DrawDataTable, KeepsColumnsAsData) {
   EXPECT_THAT(html.Bytes(), HasSubstr("<div class=\"fallback\">without scripts</div>"));
 }
 
+// A script prints the digits that stand here, and the table without scripts has the same.
+TEST(DrawDataTable, HasTheDigitsThatTheRestOfThePageHas) {
+  DataTable table;
+  table.columns = {
+      {.title = "RMSE", .numbers = {12345678, 123456, 0.000123456, 1.5}},
+      {.title = "cosine", .numbers = {0.99999912, 1, 0, 0.5}, .digits = 6},
+      {.title = "outside", .kind = DataColumn::Kind::kCounts, .numbers = {12345678, 1, 0, 2}}};
+  const std::string html = Draw(table).Bytes();
+  EXPECT_THAT(html, HasSubstr("[1.235e+07,123456,0.0001235,1.5]"));
+  EXPECT_THAT(html, HasSubstr("[0.999999,1,0,0.5]"));
+  EXPECT_THAT(html, HasSubstr("\"kind\":\"count\",\"values\":[12345678,1,0,2]"));
+}
+
+TEST(MeasureCell, IsADashOfWhatCouldNotBeMeasured) {
+  EXPECT_EQ(MeasureCell(NAN).content.Bytes(), "–");
+  EXPECT_EQ(MeasureCell(0.98765432).content.Bytes(), "0.9877");
+  EXPECT_EQ(MeasureCell(0.98765432, 6).content.Bytes(), "0.987654");
+}
+
 TEST(DrawDataTable, SharesBeginningsOfWholeCharacters) {
   DataTable table;
   table.columns = {{.title = "t",

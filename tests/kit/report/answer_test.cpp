@@ -92,17 +92,34 @@ TEST(AnswerOf, CountsManyWrongOutputs) {
               HasSubstr("wrong in 5 of 5 outputs, first in 2 of 200 samples of 'x',"));
 }
 
-TEST(AnswerOf, TellsTheCauseThatMostSamplesHave) {
-  ReportRun run = Judged(6, ReportVerdict::kWrong, 3);
-  run.judgement->outputs[0].wrong = {{1, {}, {{"stale", "it is stale", 0.8}}},
-                                     {2, {}, {{"scaled", "it is scaled", 1}}},
-                                     {3, {}, {{"stale", "it is stale", 0.9}}},
-                                     {4, {}, {}}};
+TEST(AnswerOf, NamesTheWrongSamplesAndEveryKindOfFault) {
+  ReportRun run = Judged(6, ReportVerdict::kWrong, 4);
+  run.precision = "int8";
+  run.judgement->outputs[0].wrong = {{17, {"1 NaN"}, {}, 1, 0},
+                                     {58, {}, {{"stale", "it is stale", 0.8}}},
+                                     {59, {}, {{"stale", "it is stale", 0.9}}},
+                                     {130, {}, {{"constant", "every element is 0.1", 1}}}};
   run.judgement->preparation = {"the input"};
-  EXPECT_THAT(AnswerOf(run).more,
-              ElementsAre("Likely: it is stale (90 %), in 2 of 3 wrong samples looked at.",
-                          "Likely: it is scaled (100 %), in 1 of 3 wrong samples looked at.",
-                          "Suspect: the input."));
+  const ReportAnswer answer = AnswerOf(run);
+  EXPECT_EQ(answer.sentence,
+            "'net.onnx', rounded to int8, on 'b' is wrong in 4 of 200 samples of 'x': the output "
+            "of the sample before in samples 58 and 59, NaN in sample 17, one value throughout in "
+            "sample 130; measured against 'ref'.");
+  EXPECT_THAT(
+      answer.more,
+      ElementsAre("Samples 58 and 59: it is stale. That explains at least 90 % of what differs.",
+                  "Sample 17: 1 element is wrong by NaN.",
+                  "Sample 130: every element is 0.1. That explains all that differs.",
+                  "Suspect: the input."));
+}
+
+TEST(AnswerOf, NamesTheFirstOfManySamples) {
+  ReportRun run = Judged(6, ReportVerdict::kWrong, 30);
+  for (uint64_t sample = 0; sample < 30; ++sample) {
+    run.judgement->outputs[0].wrong.push_back({sample, {"far off"}, {}});
+  }
+  EXPECT_THAT(AnswerOf(run).sentence,
+              HasSubstr(": differences in samples 0, 1, 2, 3, 4 and 25 more; measured against"));
 }
 
 TEST(AnswerOf, TellsInsideFloorAndAccuracy) {
@@ -119,7 +136,8 @@ TEST(AnswerOf, TellsInsideFloorAndAccuracy) {
   EXPECT_THAT(AnswerOf(run).more,
               ElementsAre("Along the graph the difference begins at 'conv'.",
                           "1 of 2 outputs loses more than int8 has to lose.",
-                          "Against the labels 'x' has top 1 0.5, and 0.75 on the expected side."));
+                          "By the labels 'x' has the label's class first in 50 %, and what it is "
+                          "measured against in 75 %: 25 percentage points less."));
 }
 
 TEST(AnswerOf, IsBadWhereAVerdictGotWorseThoughFaster) {

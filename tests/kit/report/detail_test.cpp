@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/common/file_identity.h"
 #include "kit/report/made_run.h"
 #include "support/files.h"
 
@@ -47,6 +48,18 @@ TEST(ChooseDetails, TakesWrongOutputsByTurnsAndTheWorstSamplesOfEach) {
               ElementsAre(Pair(0, 10), Pair(2, 0), Pair(0, 20), Pair(2, 10), Pair(0, 0)));
   EXPECT_THAT(Chosen(judgement, 2), ElementsAre(Pair(0, 10), Pair(2, 0)));
   EXPECT_THAT(Chosen(judgement, 0), IsEmpty());
+}
+
+// Their other elements may be right to the bit.
+TEST(ChooseDetails, TakesSamplesWithNanBeforeOthers) {
+  ReportJudgement judgement;
+  judgement.outputs = {Output("a", {1, 0, 9, 0}, {1, 1, 1, 1})};
+  EXPECT_EQ(DetailsRule(judgement), "Of each wrong output the samples with the greatest RMSE.");
+  judgement.outputs[0].columns.notFinite = {0, 1, 0, 3};
+  EXPECT_THAT(Chosen(judgement, 8), ElementsAre(Pair(0, 30), Pair(0, 10), Pair(0, 20), Pair(0, 0)));
+  EXPECT_EQ(DetailsRule(judgement),
+            "Of each wrong output the samples with NaN or infinities, then those with the greatest "
+            "RMSE.");
 }
 
 TEST(ChooseDetails, BeginsWhereTheDifferenceDoes) {
@@ -162,6 +175,82 @@ TEST_F(DetailTest, DoesNotShowWhatWasNotJudged) {
   const auto dump = run_.folder / "dumps/1/prob.0.1.bin";
   support::WriteFile(dump, support::Bytes(std::vector<float>(24, 5)));
   EXPECT_THAT(Only(run_.folder.string()).obstacle, HasSubstr("no longer those that were judged"));
+}
+
+// A manifest as vorn prepare leaves it beside the tensors: 8 x 4 pixels, letterboxed into 4 x 4.
+class LetterboxTest : public DetailTest {
+ protected:
+  void WriteManifest(const std::string& picture) {
+    const std::string bytes = picture + std::string(32, 'a');
+    const std::string path = (folder_.Path() / "wide.pgm").string();
+    support::WriteFile(path, bytes);
+    std::string tensors;
+    for (int i = 0; i < 3; ++i) {
+      tensors += std::string(i == 0 ? "" : ",") + R"({"file": {"path": "inputs/)" +
+                 std::to_string(i) + R"(.bin"}, "items": [{"source": {"path": ")" + path +
+                 R"(", "xxh3_128": ")" + Xxh3Of(bytes) +
+                 R"("}, "geometry": {"orientation": 1, "picture": [4, 8], "resized": [2, 4], )"
+                 R"("cut": [0, 0], "placed": [1, 0]}}]})";
+    }
+    support::WriteFile(folder_.Path() / "manifest.json",
+                       R"({"schema": 1, "batch": 1, "tensors": [)" + tensors + "]}");
+  }
+
+  // As if labels had been given, of which no more is asked than what the output is.
+  [[nodiscard]] ReportDetail OnlyOf(const char* metric) const {
+    KeptJudgement kept = ReadJudgement(run_.folder.string() + "/verdict.json");
+    kept.facts.accuracy = {{"prob", metric, 0, 1, -1}};
+    const Places places(run_.folder.string(), {kept.facts.actual});
+    const auto details =
+        MakeDetails({run_.folder.string(), &kept, &places}, ChooseDetails(kept.facts, 8));
+    EXPECT_THAT(details, SizeIs(1));
+    return details.at(0);
+  }
+};
+
+TEST_F(LetterboxTest, DrawsBoxesWhereTheyLieInThePicture) {
+  reference_.shape = run_.shape = {1, 1, 6};
+  reference_.samples.assign(3,
+                            {0, 1, 4, 3, 0.9F, 7});  // all of the picture, in pixels of the input
+  run_.samples = reference_.samples;
+  run_.samples[1] = {2, 2, 4, 3, 0.8F, 7};
+  Judge();
+  WriteManifest("P5 8 4 255\n");
+  const ReportDetail detail = OnlyOf("mAP");
+  ASSERT_THAT(detail.pictures, SizeIs(1));
+  EXPECT_FALSE(detail.pictures[0].isTensor);
+  ASSERT_THAT(detail.expectedBoxes, SizeIs(1));
+  EXPECT_DOUBLE_EQ(detail.expectedBoxes[0].left, 0);
+  EXPECT_DOUBLE_EQ(detail.expectedBoxes[0].top, 0);
+  EXPECT_DOUBLE_EQ(detail.expectedBoxes[0].right, 1);
+  EXPECT_DOUBLE_EQ(detail.expectedBoxes[0].bottom, 1);
+  ASSERT_THAT(detail.actualBoxes, SizeIs(1));
+  EXPECT_DOUBLE_EQ(detail.actualBoxes[0].left, 0.5);
+  EXPECT_DOUBLE_EQ(detail.actualBoxes[0].top, 0.5);
+}
+
+TEST_F(LetterboxTest, DrawsMasksWhereTheyLieInThePicture) {
+  reference_.shape = run_.shape = {1, 1, 4, 4};
+  // The filled rows above and below are of another class, and are no part of the picture.
+  const std::vector<float> mask{9, 9, 9, 9, 1, 1, 2, 2, 3, 3, 4, 4, 9, 9, 9, 9};
+  reference_.samples.assign(3, mask);
+  run_.samples = reference_.samples;
+  run_.samples[1][4] = 5;
+  Judge();
+  WriteManifest("P5 8 4 255\n");
+  const ReportDetail detail = OnlyOf("mean IoU");
+  ASSERT_TRUE(detail.mask.has_value());
+  EXPECT_THAT(detail.mask->expected, ElementsAre(1, 1, 2, 2, 1, 1, 2, 2, 3, 3, 4, 4, 3, 3, 4, 4));
+  EXPECT_THAT(detail.mask->actual, ElementsAre(5, 1, 2, 2, 5, 1, 2, 2, 3, 3, 4, 4, 3, 3, 4, 4));
+}
+
+// Turned by a recipe that leaves it as it is stored, or changed since: nothing can lie over it.
+TEST_F(LetterboxTest, DrawsTheTensorWhereThePictureHasAnotherSize) {
+  Judge();
+  WriteManifest("P5 4 8 255\n");
+  const ReportDetail detail = OnlyOf("mAP");
+  ASSERT_THAT(detail.pictures, SizeIs(1));
+  EXPECT_TRUE(detail.pictures[0].isTensor);
 }
 
 TEST_F(DetailTest, DoesNotDrawAnInputOfAnotherSize) {

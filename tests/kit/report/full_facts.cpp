@@ -20,9 +20,9 @@ ReportJudgement Judgement() {
   output.wrongSamples = 1;
   output.census = {{"elements", 24, true}, {"maxAbs", 0.5, false}, {"rmse", NAN, false}};
   output.spreads = {{"maxAbs", 0, 0.1, 0.2, 0.3, 0.5}};
-  output.columns = {1, {7, 8}, {17, 18}, {1, 0}, {3, 0}, {0.5, 0}, {NAN, 0}, {0.5, 1}};
-  output.agreement = ReportOutput::Agreement{200, 199, 200};
-  output.wrong = {{7, {kHostileName}, {{"stale", kHostileName, 0.9}}}};
+  output.columns = {1, {7, 8}, {17, 18}, {1, 0}, {3, 0}, {1, 0}, {0.5, 0}, {NAN, 0}, {0.5, 1}};
+  output.agreement = ReportOutput::Agreement{200, 198, 199, 1, 1};
+  output.wrong = {{7, {kHostileName}, {{"stale", kHostileName, 0.9}}, 1, 2}};
   output.notJudged = {{9, {"gone"}, {}}};
   output.worst = {{7, 3, "[0, 0, 0, 3]", INFINITY, 1}};
   output.confusion = {{3, 4, 2}};
@@ -96,6 +96,9 @@ void TakeMeasured(ReportRun& run) {
   series.medianOfAllNs = series.lowNs = series.highNs = 100;
   series.p90Ns = 100;
   series.drift = 0.1;
+  series.sumNs = 300;
+  series.steps = {{1, 1, 10, 10, 200, 100}};
+  series.slowest = {{0, 0, 200}};
   series.histogramLowNs = 50;
   series.histogramHighNs = 150;
   series.histogram = {0, 1, 5};
@@ -124,6 +127,7 @@ ReportFacts FullFacts() {
   ReportRun run;
   run.path = kHostileName;
   run.name = kHostileName;
+  run.precision = kHostileName;
   run.answer = {
       ReportTone::kBad, "wrong", std::string("the answer of ") + kHostileName, {kHostileName}};
   run.facts.model.path = kHostileName;

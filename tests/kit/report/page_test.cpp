@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <cmath>
 #include <regex>
 
 #include "kit/report/made_report.h"
@@ -96,7 +97,7 @@ TEST(ReportPage, IsTheSameInEveryLocaleAndTimeZone) {
 
 TEST(ReportPage, SaysTheAnswerFirst) {
   const std::string page = ReportPage(MadeWrongRun());
-  const size_t answer = page.find("<h1>2 of 40 samples are wrong");
+  const size_t answer = page.find("<h1>&#39;detector.onnx&#39; on &#39;board-7&#39; is wrong in 2");
   ASSERT_NE(answer, std::string::npos);
   EXPECT_LT(page.find("WRONG</span>"), answer);
   EXPECT_LT(answer, page.find("<h2"));
@@ -179,6 +180,80 @@ TEST(ReportPage, SaysThatRowsWereDrawnTogether) {
   facts.runs[0].judgement->outputs[0].columns.samplesPerRow = 100;
   EXPECT_THAT(ReportPage(facts), HasSubstr("each row stands for 100 neighbouring samples"));
   EXPECT_THAT(ReportPage(MadeWrongRun()), Not(HasSubstr("each row stands for")));
+}
+
+TEST(ReportPage, TellsOneReadingInASentence) {
+  ReportFacts facts = MadeWrongRun();
+  ReportMachine& machine = *facts.runs[0].machine;
+  machine = {};
+  machine.atNs = {100'000'000, 220'000'000};
+  machine.rssBytes = {std::nullopt, uint64_t{8} << 20};
+  machine.memoryAvailableBytes = {uint64_t{1} << 30, uint64_t{1} << 30};
+  machine.leastFrequencyKhz = machine.mostFrequencyKhz = {std::nullopt, std::nullopt};
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page, HasSubstr("Memory of the program</strong>: 8 MiB. It was read once, 220 ms "
+                              "after the start."));
+  EXPECT_THAT(page, HasSubstr("resident, read once"));
+  EXPECT_THAT(page, Not(HasSubstr("id=\"over-memory\"")));
+  EXPECT_THAT(page, HasSubstr("id=\"over-available\""));
+}
+
+// What is not a value of the network is not known, or could not be measured.
+TEST(ReportPage, HasNoNanButValues) {
+  ReportFacts facts = MadeRightRun();
+  ReportOutput& output = facts.runs[0].judgement->outputs[0];
+  output.columns.rmse[3] = output.columns.maxAbs[3] = output.columns.cosine[3] = NAN;
+  output.spreads[0].least = NAN;
+  facts.runs[0].machine->rssBytes[5].reset();
+  const std::string page = Emptied(ReportPage(facts), "<script>", "</script>");
+  EXPECT_THAT(page, Not(HasSubstr(">NaN<")));
+  EXPECT_THAT(page, Not(HasSubstr("NaN ")));
+  facts = MadeWrongRun();
+  EXPECT_THAT(ReportPage(facts), HasSubstr(">NaN<"));  // a worst element is one
+}
+
+TEST(ReportPage, HasAllSamplesBehindTheWorstOnesAndFolded) {
+  const std::string page = ReportPage(MadeWrongRun());
+  const size_t worst = page.find("<section id=\"worst\"");
+  const size_t all = page.find("<section id=\"samples\"");
+  ASSERT_NE(all, std::string::npos);
+  EXPECT_LT(worst, all);
+  EXPECT_EQ(page.find("class=\"large\"", all) != std::string::npos, true);
+  EXPECT_LT(all, page.find("class=\"large\""));
+  EXPECT_EQ(page.substr(page.find("<details", all), 22), "<details class=\"card\">");
+}
+
+TEST(ReportPage, TellsStepsAndTheSlowestExecutions) {
+  ReportFacts facts = MadeWrongRun();
+  ReportSeries& series = facts.runs[0].times.series[0];
+  series.steps = {{120, 119, 118, 80, 22000, 35000}};
+  series.outliers = 2;
+  series.slowest = {{61, 60, 400000}, {31, 30, 300000}};
+  series.drift = 0.5;
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page, HasSubstr("From sample 119 on an execution takes 35 µs (median of 80), and "
+                              "took 22 µs before (median of 118): 1.59 times as long."));
+  EXPECT_THAT(
+      page,
+      HasSubstr("2 times far off, the slowest: sample 60 with 400 µs, sample 30 with 300 µs"));
+  EXPECT_THAT(page, Not(HasSubstr("the last third takes")));
+}
+
+TEST(ReportPage, CallsNoClassWrongThatEqualValuesDecide) {
+  ReportFacts facts = MadeWrongRun();
+  facts.runs[0].judgement->outputs[0].agreement = ReportOutput::Agreement{40, 30, 35, 8, 4};
+  ReportDetail& detail = facts.runs[0].details[0];
+  EXPECT_THAT(ReportPage(facts), HasSubstr("of the others, 8 and 4 would agree if equal values "
+                                           "stood in another order"));
+  detail.expectedTop = {{7, 0.5, 0.5}, {3, 0.5, 0.5}};
+  detail.actualTop = {{3, 0.5}, {7, 0.5}};
+  const std::string tied = ReportPage(facts);
+  EXPECT_THAT(tied, HasSubstr("Classes of equal values stand in the order of their numbers."));
+  detail.actualTop = {{3, 0.6}, {7, 0.4}};
+  detail.expectedTop = {{7, 0.5, 0.4}, {3, 0.5, 0.6}};
+  // Two rows more, of which each has another class.
+  EXPECT_EQ(CountOf(ReportPage(facts), "<tr class=\"bad\">"),
+            CountOf(tied, "<tr class=\"bad\">") + 2);
 }
 
 TEST(ReportPage, OfNothingButARunSaysWhatThereIs) {

@@ -17,6 +17,7 @@ TEST(Places, FindsWhatWasToldFromTheRunsOwnFolder) {
   EXPECT_EQ(places.Find("build/nothing"), "build/nothing");
   EXPECT_EQ(places.Find("/abs"), "/abs");
   EXPECT_EQ(places.Find(""), "");
+  EXPECT_EQ(places.Folder(), top + "/there/");
 }
 
 TEST(Places, LeavesPathsOfARunThatWasMoved) {

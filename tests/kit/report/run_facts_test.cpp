@@ -58,7 +58,7 @@ TEST_F(RunFactsTest, TellsARunThatIsWrong) {
   EXPECT_EQ(run.answer.tone, ReportTone::kBad);
   EXPECT_THAT(run.answer.sentence,
               HasSubstr("'digits.onnx' on 'board-7' (Cortex-A55) is wrong in 1 of 4 samples of "
-                        "'prob', measured against '"));
+                        "'prob': the output of another sample in sample 2; measured against '"));
   EXPECT_THAT(run.answer.sentence, HasSubstr("an execution takes 1.01 µs (median of 3)"));
   ASSERT_TRUE(run.judgement.has_value());
   ASSERT_THAT(run.judgement->outputs, SizeIs(1));
@@ -189,6 +189,71 @@ TEST_F(RunFactsTest, DoubtsAVerdictThatIsOlderThanTheRun) {
       std::filesystem::file_time_type::clock::from_sys(
           std::chrono::sys_seconds(std::chrono::seconds(1'600'000'000))));
   EXPECT_TRUE(HasRemark(Gather(), kWarning, "older than the end of the run"));
+}
+
+// Outputs of neighbours may be the same bytes, which a run cannot tell from a fault, and a verdict
+// can.
+TEST_F(RunFactsTest, LetsTheVerdictSayWhichRepeatedOutputsAreWrong) {
+  reference_.samples[1] = reference_.samples[0];
+  reference_.Write();
+  MadeRun run(folder_.Path() / "run");
+  run.samples[1] = run.samples[0];
+  run.samples[3] = run.samples[2];
+  run.facts.warnings = {{kRepeatedWarning, 2, "whatever"}};
+  run.Write();
+  const std::string told = "2 samples have, byte for byte, the outputs of the one before";
+  EXPECT_FALSE(HasRemark(Gather(), kWarning, told));
+  EXPECT_TRUE(HasRemark(Gather(), kWarning, "whatever"));
+  JudgeRuns(run.folder, reference_.folder);
+  EXPECT_TRUE(HasRemark(Gather(), kWarning, told));
+  EXPECT_TRUE(HasRemark(Gather(), kWarning,
+                        "1 of them is right, the answers being the same, and sample 3 is wrong"));
+  EXPECT_FALSE(HasRemark(Gather(), kWarning, "whatever"));
+}
+
+TEST_F(RunFactsTest, TakesAScriptForNoProgram) {
+  MadeRun run(folder_.Path() / "run");
+  run.facts.mapped = {{"/lib/ld-linux.so.2", "aa"}, {"/usr/lib/libvorn.so.1", "bb"}};
+  run.Write();
+  EXPECT_THAT(Gather().facts.mapped, SizeIs(2));
+  EXPECT_EQ(Gather().machine->rssBytes.at(0), uint64_t{40} << 20);
+  run.facts.mapped = {{"/lib/ld-linux.so.2", "aa"}};
+  run.Write();
+  const ReportRun gathered = Gather();
+  EXPECT_THAT(gathered.facts.mapped, IsEmpty());
+  EXPECT_EQ(gathered.machine->rssBytes.at(0), std::nullopt);
+  EXPECT_TRUE(HasRemark(gathered, kMissing, "had no libvorn.so"));
+}
+
+TEST_F(RunFactsTest, SaysWhatTheRunWasRoundedTo) {
+  MadeRun run(folder_.Path() / "run");
+  run.facts.standardError =
+      "vorn: vorn_mdl_load: rounded 7 weights, 0 inputs and 8 results to int8\n";
+  run.Write();
+  EXPECT_EQ(Gather().precision, "int8");
+  EXPECT_THAT(Gather().answer.sentence, HasSubstr("'digits.onnx', rounded to int8, on 'board-7'"));
+}
+
+TEST_F(RunFactsTest, TellsPathsWithoutDetours) {
+  MadeRun run(folder_.Path() / "run");
+  run.facts.model.path = (folder_.Path() / "run/../run/net.onnx").string();
+  run.facts.command = {
+      "vorn", "launch", "-m", run.facts.model.path, "--run", run.folder.string(), "--resume"};
+  run.Write();
+  const ReportRun gathered = Gather();
+  EXPECT_EQ(gathered.facts.model.path, (folder_.Path() / "run/net.onnx").string());
+  ASSERT_FALSE(gathered.commands.empty());
+  EXPECT_EQ(gathered.commands[0].command, "vorn launch -m " +
+                                              (folder_.Path() / "run/net.onnx").string() +
+                                              " --run " + run.folder.string() + ".again");
+}
+
+TEST_F(RunFactsTest, SaysFromWhereACommandCountsItsPaths) {
+  MadeRun run(folder_.Path() / "run");
+  run.facts.command = {"vorn", "launch", "-m", "net.onnx", "--run", "run"};
+  run.Write();
+  EXPECT_EQ(Gather().commands.at(0).command,
+            "cd " + folder_.Path().string() + "/ && vorn launch -m net.onnx --run run.again");
 }
 
 TEST_F(RunFactsTest, TakesTheDeviceOfAQualification) {

@@ -71,6 +71,34 @@ TEST(SeriesOf, DrawsManyExecutionsTogether) {
   EXPECT_EQ(series.leastNs[2], 1000);
 }
 
+TEST(SeriesOf, TellsWhereTheLevelChangesAndTheSlowestExecutions) {
+  std::vector<TimesRecord> records;
+  for (uint64_t i = 0; i < 200; ++i) {
+    const uint64_t level = i < 120 ? 22000 : 35000;
+    records.push_back(Record(i, 0, {level + (i * 37) % 1000}));
+  }
+  records[0].executeNs = {900000};  // warms up
+  records[60].executeNs = {400000};
+  records[30].executeNs = {300000};
+  records[70].executeNs = {1};  // far off, and not slow
+  const ReportSeries series = SeriesOf(records, kStartNs).at(0);
+  ASSERT_THAT(series.steps, SizeIs(1));
+  EXPECT_EQ(series.steps[0].execution, 120U);
+  EXPECT_EQ(series.steps[0].sample, 120U);
+  EXPECT_EQ(series.steps[0].countBefore, 119U);
+  EXPECT_EQ(series.steps[0].countBehind, 80U);
+  EXPECT_NEAR(series.steps[0].beforeNs, 22500, 100);
+  EXPECT_NEAR(series.steps[0].behindNs, 35500, 100);
+  ASSERT_THAT(series.slowest, SizeIs(2));
+  EXPECT_EQ(series.slowest[0].sample, 60U);
+  EXPECT_EQ(series.slowest[0].timeNs, 400000);
+  EXPECT_EQ(series.slowest[1].sample, 30U);
+  EXPECT_EQ(series.outliers, 3U);
+  double sum = 0;
+  for (const TimesRecord& record : records) sum += static_cast<double>(record.executeNs[0]);
+  EXPECT_DOUBLE_EQ(series.sumNs, sum);
+}
+
 TEST(SeriesOf, KeepsTurnsApart) {
   TimesRecord one = Record(0, 0, {10, 11});
   one.series = "A";

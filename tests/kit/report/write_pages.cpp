@@ -42,6 +42,22 @@ std::string MadeHistory() {
                       .nowNs = support::kNovemberNs});
 }
 
+/// Samples whose figures have every form that a number takes on a page.
+ReportFacts MadeNumbers() {
+  ReportFacts facts = MadeWrongRun();
+  ReportColumns& columns = facts.runs[0].judgement->outputs[0].columns;
+  constexpr double kRmse[] = {12345678, 12345.6,    1.23412e-05, 0.000123456, NAN,
+                              INFINITY, 0.12345678, 1e-300,      3,           123456};
+  for (size_t i = 0; i < std::size(kRmse); ++i) {
+    columns.isWrong[i] = 1;
+    columns.rmse[i] = columns.maxAbs[i] = kRmse[i];
+    columns.cosine[i] = i == 4 ? NAN : 0.123456789 * static_cast<double>(i);
+    columns.outside[i] = 12345 * i;
+  }
+  columns.sample[9] = 12345;
+  return facts;
+}
+
 }  // namespace
 }  // namespace vorn::kit
 
@@ -60,6 +76,7 @@ int main(int argc, char** argv) {
   };
   write("wrong", MadeWrongRun());
   write("right", MadeRightRun());
+  write("numbers", MadeNumbers());
   write("comparison", MadeComparison());
   write("fleet", MadeFleet());
   write("hostile", MadeOfName(hostile));

@@ -1,0 +1,38 @@
+// What kinds of fault a verdict tells of, and which samples have each: NaN and infinities by their
+// counts, else the cause that fits best, else nothing but that they differ.
+#ifndef VORN_KIT_REPORT_FAULT_KINDS_H_
+#define VORN_KIT_REPORT_FAULT_KINDS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "kit/report/report_facts.h"
+
+namespace vorn::kit {
+
+struct FaultKind {
+  std::string words;              ///< a few, as they stand before "in sample 17": "NaN"
+  std::string sentence;           ///< what is wrong, without a full stop; names may be in it
+  double explained = 0;           ///< of what differs, at least; 0 where it is no cause
+  std::vector<uint64_t> samples;  ///< rising
+};
+
+/// Of one output, the most frequent first. Of more than kMostReportFaults wrong samples only these
+/// are told.
+[[nodiscard]] std::vector<FaultKind> FaultKindsOf(const ReportOutput& output);
+
+/// The same of all outputs together, each sample once a kind. What has a kind in one output is not
+/// told as a mere difference of another.
+[[nodiscard]] std::vector<FaultKind> FaultKindsOf(const ReportJudgement& judgement);
+
+/// "sample 17", "samples 17, 58 and 130", "samples 1, 2, 3, 4, 5 and 12 more".
+[[nodiscard]] std::string SamplesText(const std::vector<uint64_t>& samples, size_t most = 5);
+
+/// "explains all that differs", "explains at least 90 % of what differs".
+[[nodiscard]] std::string ExplainedText(double explained);
+
+}  // namespace vorn::kit
+
+#endif  // VORN_KIT_REPORT_FAULT_KINDS_H_

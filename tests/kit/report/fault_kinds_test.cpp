@@ -1,0 +1,70 @@
+#include "kit/report/fault_kinds.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace vorn::kit {
+namespace {
+
+using testing::ElementsAre;
+using testing::SizeIs;
+
+ReportFault Odd(uint64_t sample, uint64_t nan, uint64_t infinite) {
+  return {sample, {"r"}, {}, nan, infinite};
+}
+
+ReportFault Caused(uint64_t sample, const char* id, const char* text, double certainty) {
+  return {sample, {"r"}, {{id, text, certainty}, {"second", "or this", 0.1}}};
+}
+
+TEST(FaultKindsOf, TellsNanBesideCausesAndWhatHasNone) {
+  ReportOutput output;
+  output.wrong = {Odd(17, 1, 0),
+                  Odd(18, 4, 2),
+                  Caused(58, "stale", "it is stale", 0.8),
+                  Caused(60, "stale", "it is stale, too", 0.9),
+                  Caused(61, "stale", "it is stale", 0.7),
+                  Odd(70, 0, 3),
+                  {90, {"r"}, {}},
+                  Caused(95, "of-tomorrow", "what nobody knows yet", 1)};
+  const auto kinds = FaultKindsOf(output);
+  ASSERT_THAT(kinds, SizeIs(5));
+  EXPECT_EQ(kinds[0].words, "the output of the sample before");
+  EXPECT_EQ(kinds[0].sentence, "it is stale, too");
+  EXPECT_EQ(kinds[0].explained, 0.9);
+  EXPECT_THAT(kinds[0].samples, ElementsAre(58, 60, 61));
+  EXPECT_EQ(kinds[1].words, "NaN");
+  EXPECT_EQ(kinds[1].sentence, "1 to 4 elements are wrong by NaN");
+  EXPECT_THAT(kinds[1].samples, ElementsAre(17, 18));
+  EXPECT_EQ(kinds[2].sentence, "3 elements are wrong by infinities");
+  EXPECT_EQ(kinds[3].words, "differences");
+  EXPECT_THAT(kinds[3].samples, ElementsAre(90));
+  EXPECT_EQ(kinds[4].words, "what nobody knows yet");
+}
+
+TEST(FaultKindsOf, TellsASampleOfSeveralOutputsOnceAKind) {
+  ReportJudgement judgement;
+  judgement.outputs.resize(2);
+  judgement.outputs[0].wrong = {Caused(3, "stale", "s", 1), {5, {"r"}, {}}};
+  judgement.outputs[1].wrong = {Caused(3, "stale", "s", 1), {3, {"r"}, {}}, Odd(5, 1, 0)};
+  const auto kinds = FaultKindsOf(judgement);
+  ASSERT_THAT(kinds, SizeIs(2));
+  EXPECT_THAT(kinds[0].samples, ElementsAre(3));
+  EXPECT_EQ(kinds[1].sentence, "1 element is wrong by NaN");
+}
+
+TEST(SamplesText, NamesTheFirst) {
+  EXPECT_EQ(SamplesText({17}), "sample 17");
+  EXPECT_EQ(SamplesText({17, 58}), "samples 17 and 58");
+  EXPECT_EQ(SamplesText({1, 2, 3, 4, 5}), "samples 1, 2, 3, 4 and 5");
+  EXPECT_EQ(SamplesText({1, 2, 3, 4, 5, 6, 7}), "samples 1, 2, 3, 4, 5 and 2 more");
+  EXPECT_EQ(SamplesText({1, 2, 3}, 2), "samples 1, 2 and 1 more");
+}
+
+TEST(ExplainedText, SaysHowMuch) {
+  EXPECT_EQ(ExplainedText(1), "explains all that differs");
+  EXPECT_EQ(ExplainedText(0.9), "explains at least 90 % of what differs");
+}
+
+}  // namespace
+}  // namespace vorn::kit
