@@ -115,6 +115,59 @@ bool TakesOption(const Verb& verb, const VerbPart& part, std::string_view option
                       [&](const VerbPart& other) { return IsNamedBy(other, option); });
 }
 
+namespace {
+
+// "plan, run and merge".
+std::string Listed(std::span<const std::string> names, std::string_view lastJoin) {
+  std::string text;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (i != 0) text += i + 1 == names.size() ? lastJoin : std::string_view(", ");
+    text += names[i];
+  }
+  return text;
+}
+
+const VerbPart& PartNamed(const Verb& verb, const Arguments& arguments) {
+  std::vector<std::string> names;
+  for (const VerbPart& part : verb.parts) {
+    if (!part.isInternal) names.emplace_back(part.name);
+  }
+  const std::string of = "vorn " + std::string(verb.name);
+  if (arguments.Operands().empty()) {
+    throw Fault(ExitStatus::kUsage,
+                "what to do is missing: " + Listed(names, " or ") + "; see '" + of + " --help'");
+  }
+  const std::string& name = arguments.Operands().front();
+  for (const VerbPart& part : verb.parts) {
+    if (part.name == name) return part;
+  }
+  const std::string meant = DidYouMean(name, names);
+  throw Fault(ExitStatus::kUsage,
+              "there is no '" + of + " " + Printable(name) + "'" +
+                  (meant.empty() ? "; " + Listed(names, " and ") + " are there" : meant));
+}
+
+}  // namespace
+
+ExitStatus RunPart(const Verb& verb, const Arguments& arguments) {
+  const VerbPart& part = PartNamed(verb, arguments);
+  const std::string name = "vorn " + std::string(verb.name) + " " + std::string(part.name);
+  for (const Option& option : verb.options) {
+    if (!arguments.Has(option.name) || TakesOption(verb, part, option.name)) continue;
+    throw Fault(ExitStatus::kUsage, "'" + name + "' takes no --" + std::string(option.name) +
+                                        "; see '" + name + " --help'");
+  }
+  const size_t operands = arguments.Operands().size() - 1;
+  if (operands < part.leastOperands || operands > part.mostOperands) {
+    const char* wanted = part.mostOperands == 0   ? "nothing"
+                         : part.mostOperands == 1 ? "one word"
+                                                  : "a word or more";
+    throw Fault(ExitStatus::kUsage, "'" + name + "' takes " + wanted + " behind it, and got " +
+                                        std::to_string(operands) + "; see '" + name + " --help'");
+  }
+  return part.run(arguments);
+}
+
 std::vector<Option> AllOptions(const Verb& verb) {
   std::vector<Option> options(verb.options.begin(), verb.options.end());
   options.insert(options.end(), std::begin(kCommonOptions), std::end(kCommonOptions));

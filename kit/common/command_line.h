@@ -4,6 +4,7 @@
 #define VORN_KIT_COMMON_COMMAND_LINE_H_
 
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string>
@@ -34,6 +35,9 @@ struct VerbPart {
   std::span<const std::string_view> options;  ///< by name; one that no part names is of all
   ExitStatus (*run)(const Arguments& arguments) = nullptr;
   bool isInternal = false;  ///< as of an option
+  /// Words behind the name; a part that says nothing here looks at them itself.
+  size_t leastOperands = 0;
+  size_t mostOperands = std::numeric_limits<size_t>::max();
 };
 
 struct Verb {
@@ -98,6 +102,10 @@ class Arguments {
 
 /// Whether a part takes an option of the verb's table.
 [[nodiscard]] bool TakesOption(const Verb& verb, const VerbPart& part, std::string_view option);
+
+/// Runs the part that the first operand names. Throws a Fault of kUsage where there is none, or it
+/// takes no such options or not so many operands.
+[[nodiscard]] ExitStatus RunPart(const Verb& verb, const Arguments& arguments);
 
 /// As `--help` prints it. All of these tell of no internal part or option.
 [[nodiscard]] std::string HelpText(const Verb& verb);

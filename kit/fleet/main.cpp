@@ -5,7 +5,6 @@
 
 #include "kit/common/command_line.h"
 #include "kit/common/file_place.h"
-#include "kit/common/nearest.h"
 #include "kit/common/own_command.h"
 #include "kit/common/own_folder.h"
 #include "kit/common/printable.h"
@@ -157,15 +156,6 @@ constexpr Verb kFleet{
 
 // ---- What each of them takes --------------------------------------------------------------------
 
-void HoldToOptions(const Arguments& arguments, const VerbPart& part) {
-  for (const Option& option : kOptions) {
-    if (!arguments.Has(option.name) || TakesOption(kFleet, part, option.name)) continue;
-    const std::string action = "vorn fleet " + std::string(part.name);
-    throw Fault(ExitStatus::kUsage, "'" + action + "' takes no --" + std::string(option.name) +
-                                        "; see '" + action + " --help'");
-  }
-}
-
 std::string FleetOf(const Arguments& arguments) {
   if (arguments.Operands().size() != 2 || arguments.Operands()[1].empty()) {
     throw Fault(ExitStatus::kUsage, "'vorn fleet " + arguments.Operands()[0] +
@@ -314,23 +304,7 @@ ExitStatus TakeTicket(const Arguments& arguments) {
                     .sockets = arguments.Need("sockets")});
 }
 
-ExitStatus Run(const Arguments& arguments) {
-  if (arguments.Operands().empty()) {
-    throw Fault(ExitStatus::kUsage,
-                "what of a fleet? plan, run, resume, status or merge; see 'vorn fleet --help'");
-  }
-  const std::string& name = arguments.Operands()[0];
-  std::vector<std::string> names;
-  for (const VerbPart& part : kParts) {
-    if (part.name == name) {
-      HoldToOptions(arguments, part);
-      return part.run(arguments);
-    }
-    if (!part.isInternal) names.emplace_back(part.name);
-  }
-  throw Fault(ExitStatus::kUsage,
-              "there is no 'vorn fleet " + Printable(name) + "'" + DidYouMean(name, names));
-}
+ExitStatus Run(const Arguments& arguments) { return RunPart(kFleet, arguments); }
 
 }  // namespace
 }  // namespace vorn::kit

@@ -74,6 +74,97 @@ constexpr Option kOptions[] = {
     {"quiet", 'q', "", "Print nothing but faults, and what --json asks for."},
 };
 
+constexpr std::string_view kAddOptions[] = {"as-board", "dry-run", "json"};
+constexpr std::string_view kListOptions[] = {"model", "board",  "outcome", "since", "before",
+                                             "last",  "series", "by",      "json"};
+constexpr std::string_view kShowOptions[] = {"json"};
+constexpr std::string_view kSeriesOptions[] = {"model", "board",    "series", "by",
+                                               "ratio", "absolute", "share",  "json"};
+constexpr std::string_view kChangesOptions[] = {"model", "board",    "since", "series", "by",
+                                                "ratio", "absolute", "share", "json"};
+constexpr std::string_view kLevelOptions[] = {"reason", "remove"};
+constexpr std::string_view kReportOptions[] = {"output", "model", "board",    "since", "series",
+                                               "by",     "ratio", "absolute", "share"};
+constexpr std::string_view kExportOptions[] = {"since", "before", "output"};
+constexpr std::string_view kImportOptions[] = {"dry-run", "json"};
+constexpr std::string_view kPruneOptions[] = {"keep",   "before", "model",  "board",
+                                              "series", "by",     "dry-run"};
+
+ExitStatus Add(const Arguments& arguments);
+ExitStatus List(const Arguments& arguments);
+ExitStatus Show(const Arguments& arguments);
+ExitStatus ShowSeries(const Arguments& arguments);
+ExitStatus ShowChanges(const Arguments& arguments);
+ExitStatus SetLevel(const Arguments& arguments);
+ExitStatus Report(const Arguments& arguments);
+ExitStatus Export(const Arguments& arguments);
+ExitStatus ImportExports(const Arguments& arguments);
+ExitStatus Prune(const Arguments& arguments);
+
+constexpr size_t kMostFolders = 100000;
+
+constexpr VerbPart kParts[] = {
+    {.name = "add",
+     .about = "Takes run directories, and finds those beneath other folders. One that is\n"
+              "known is not added twice, and one that has gone on is brought up to date.\n"
+              "Ends with 3 if a run could not be read.",
+     .options = kAddOptions,
+     .run = Add,
+     .leastOperands = 1,
+     .mostOperands = kMostFolders},
+    {.name = "list",
+     .about = "Shows runs by their start, a line each.",
+     .options = kListOptions,
+     .run = List,
+     .mostOperands = 0},
+    {.name = "show",
+     .about = "Tells all that is known of the run of that number.",
+     .options = kShowOptions,
+     .run = Show,
+     .leastOperands = 1,
+     .mostOperands = 1},
+    {.name = "series",
+     .about = "Shows which runs are compared with each other, and where each series stands.",
+     .options = kSeriesOptions,
+     .run = ShowSeries,
+     .mostOperands = 0},
+    {.name = "changes",
+     .about = "Tells when times, accuracies and verdicts stepped, the runs on both sides,\n"
+              "and what differs between them. Ends with 6 if outputs stand worse than before\n"
+              "and nobody accepted it, else 10 if times do, else 9 if nothing was measured,\n"
+              "else 11 if no series has enough runs, else 0.",
+     .options = kChangesOptions,
+     .run = ShowChanges,
+     .mostOperands = 0},
+    {.name = "level",
+     .about = "Says that a new level begins with the run of that number, and why.",
+     .options = kLevelOptions,
+     .run = SetLevel,
+     .leastOperands = 1,
+     .mostOperands = 1},
+    {.name = "report",
+     .about = "Writes a page of all series, what got worse first. Ends as changes does.",
+     .options = kReportOptions,
+     .run = Report,
+     .mostOperands = 0},
+    {.name = "export",
+     .about = "Writes all runs as lines of JSON, docs/schema/history_run.json.",
+     .options = kExportOptions,
+     .run = Export,
+     .mostOperands = 0},
+    {.name = "import",
+     .about = "Takes what export wrote, of another machine or as a copy.",
+     .options = kImportOptions,
+     .run = ImportExports,
+     .leastOperands = 1,
+     .mostOperands = kMostFolders},
+    {.name = "prune",
+     .about = "Forgets runs. Their directories are left as they are.",
+     .options = kPruneOptions,
+     .run = Prune,
+     .mostOperands = 0},
+};
+
 constexpr Verb kHistory{
     .name = "history",
     .summary = "a memory of all runs, and what changed when",
@@ -95,18 +186,11 @@ constexpr Verb kHistory{
         "11 if no series has enough runs, else 0. add ends with 3 if a run could not be read.",
     .options = kOptions,
     .example = "build/release/vorn history add build/digits.run --db build/history.sqlite",
-    .mostOperands = 100000,
+    .mostOperands = kMostFolders + 1,
+    .parts = kParts,
 };
 
 // ---- What each of them takes --------------------------------------------------------------------
-
-struct Action {
-  std::string_view name;
-  std::vector<std::string_view> options;
-  size_t leastOperands;
-  size_t mostOperands;
-  ExitStatus (*run)(const Arguments& arguments);
-};
 
 std::span<const std::string> OperandsOf(const Arguments& arguments) {
   return arguments.Operands().subspan(1);
@@ -553,65 +637,7 @@ ExitStatus Report(const Arguments& arguments) {
 ExitStatus History(const Arguments& arguments) {
   // A limit of a file's size is told by the write that meets it, and not by an end at once.
   (void)std::signal(SIGXFSZ, SIG_IGN);
-  const size_t many = kHistory.mostOperands;
-  const std::vector<Action> actions{
-      {"add", {"as-board", "dry-run", "json"}, 1, many, Add},
-      {"list",
-       {"model", "board", "outcome", "since", "before", "last", "series", "by", "json"},
-       0,
-       0,
-       List},
-      {"show", {"json"}, 1, 1, Show},
-      {"series",
-       {"model", "board", "series", "by", "ratio", "absolute", "share", "json"},
-       0,
-       0,
-       ShowSeries},
-      {"changes",
-       {"model", "board", "since", "series", "by", "ratio", "absolute", "share", "json"},
-       0,
-       0,
-       ShowChanges},
-      {"level", {"reason", "remove"}, 1, 1, SetLevel},
-      {"report",
-       {"output", "model", "board", "since", "series", "by", "ratio", "absolute", "share"},
-       0,
-       0,
-       Report},
-      {"export", {"since", "before", "output"}, 0, 0, Export},
-      {"import", {"dry-run", "json"}, 1, many, ImportExports},
-      {"prune", {"keep", "before", "model", "board", "series", "by", "dry-run"}, 0, 0, Prune},
-  };
-  std::vector<std::string> names;
-  for (const Action& action : actions) names.emplace_back(action.name);
-  const std::string word = arguments.Operands().empty() ? "" : arguments.Operands().front();
-  const auto action = std::find_if(actions.begin(), actions.end(),
-                                   [&](const Action& one) { return one.name == word; });
-  if (action == actions.end()) {
-    throw Fault(ExitStatus::kUsage,
-                (word.empty() ? "what to do is missing" : "there is no '" + Printable(word) + "'") +
-                    DidYouMean(word, names) +
-                    ": add, list, show, series, changes, level, report, export, import or prune; "
-                    "see 'vorn history --help'");
-  }
-  for (const Option& option : kOptions) {
-    const bool isTaken = option.name == "db" || option.name == "quiet" ||
-                         std::find(action->options.begin(), action->options.end(), option.name) !=
-                             action->options.end();
-    if (isTaken || !arguments.Has(option.name)) continue;
-    throw Fault(ExitStatus::kUsage, "'vorn history " + word + "' takes no --" +
-                                        std::string(option.name) + "; see 'vorn history --help'");
-  }
-  const size_t operands = arguments.Operands().size() - 1;
-  if (operands < action->leastOperands || operands > action->mostOperands) {
-    const std::string wanted = action->mostOperands == 0   ? "nothing"
-                               : action->mostOperands == 1 ? "one word"
-                                                           : "a word or more";
-    throw Fault(ExitStatus::kUsage, "'vorn history " + word + "' takes " + wanted +
-                                        " behind it, and got " + std::to_string(operands) +
-                                        "; see 'vorn history --help'");
-  }
-  return action->run(arguments);
+  return RunPart(kHistory, arguments);
 }
 
 }  // namespace

@@ -878,7 +878,8 @@ TEST_F(Fleet, SaysWhatItNeeds) {
     EXPECT_THAT(outcome.err, HasSubstr(why));
     EXPECT_FALSE(fs::exists(Path("fleet")));
   };
-  refuses({}, "what of a fleet? plan, run, resume, status or merge");
+  refuses({}, "what to do is missing: plan, run, resume, status or merge");
+  refuses({"fly"}, "there is no 'vorn fleet fly'; plan, run, resume, status and merge are there");
   refuses({"stat"}, "there is no 'vorn fleet stat'; did you mean 'status'?");
   refuses({"plam"}, "there is no 'vorn fleet plam'; did you mean 'plan'?");
   refuses({"plan"}, "--model");
