@@ -4,6 +4,7 @@ measured what more boards would do.
     PYTHONPATH=bench python3 -m fleet BUILD_FOLDER OUT.json [--quick] [PART...]
 """
 import json
+import os
 import shutil
 from dataclasses import asdict, replace
 
@@ -51,14 +52,14 @@ def measure_overhead(build, quick):
     does so for as long as this machine makes of it, so that the time is measured."""
     costs = measure_costs(build, quick)
     rows = []
-    chunk = 100 if quick else 1000
+    chunk, rounds = (100, 2) if quick else (625, 20)
     for count in 1, 2, 4, 8:
-        samples = 100000 if count == 8 and not quick else count * chunk * (2 if quick else 8)
+        samples = count * chunk * rounds
         seconds, chunks = run_fleet(build, count, samples, chunk, SAMPLE_SECONDS)
         runs = sum(one["vorn-run"] for one in chunks)
         means = {phase: sum(one[phase] for one in chunks) / len(chunks) for phase in chunks[0]}
         ideal = runs / count
-        reckoned = simulate(Fleet(samples, count, chunk, cores=2),
+        reckoned = simulate(Fleet(samples, count, chunk, cores=os.cpu_count()),
                             replace(costs, sample=runs / samples, sent=0, fetched=0)).seconds
         rows.append({"boards": count, "samples": samples, "chunk": chunk, "seconds": seconds,
                      "idealSeconds": ideal, "overhead": seconds / ideal - 1,

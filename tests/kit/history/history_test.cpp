@@ -229,7 +229,8 @@ TEST_F(History, RefusesWordsThatMeanNothing) {
     return ended.err;
   };
   EXPECT_THAT(refusal({}), HasSubstr("what to do is missing"));
-  EXPECT_THAT(refusal({"lost"}), HasSubstr("there is no 'vorn history lost'; did you mean 'list'?"));
+  EXPECT_THAT(refusal({"lost"}),
+              HasSubstr("there is no 'vorn history lost'; did you mean 'list'?"));
   EXPECT_THAT(refusal({"list", "more"}), HasSubstr("takes nothing behind it, and got 1"));
   EXPECT_THAT(refusal({"show"}), HasSubstr("takes one word behind it, and got 0"));
   EXPECT_THAT(refusal({"show", "first"}), HasSubstr("'first' is none"));
