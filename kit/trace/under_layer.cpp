@@ -60,7 +60,8 @@ Variables LayerVariables(const TraceRequest& request, std::string preload) {
   if (output[0] != '/' && getcwd(here.data(), here.size()) != nullptr) {
     output = std::string(here.data()) + "/" + output;
   }
-  variables.emplace_back("VORN_TRACE_FILE", PartPrefix(output, getpid()) + "%p" + std::string(kUnfinishedSuffix));
+  variables.emplace_back("VORN_TRACE_FILE",
+                         PartPrefix(output, getpid()) + "%p" + std::string(kUnfinishedSuffix));
   if (request.calls) variables.emplace_back("VORN_TRACE_CALLS", std::to_string(*request.calls));
   return variables;
 }
