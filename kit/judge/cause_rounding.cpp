@@ -111,8 +111,9 @@ double UsualStepOf(std::span<const float> values) {
   return 0;
 }
 
-// The share of elements that are the expected ones in such steps; empty where too few are.
-std::optional<double> ShareInSteps(const CauseQuestion& question, double step) {
+// The share of elements that are the expected ones in such steps; empty where too few are. Those
+// that ended at the least or the greatest value count where `maySaturate`.
+std::optional<double> ShareInSteps(const CauseQuestion& question, double step, bool maySaturate) {
   const auto [least, most] = std::minmax_element(question.actual.begin(), question.actual.end());
   uint64_t explained = 0;
   uint64_t differing = 0;
@@ -120,8 +121,9 @@ std::optional<double> ShareInSteps(const CauseQuestion& question, double step) {
   for (size_t i = 0; i < question.actual.size(); ++i) {
     const auto a = static_cast<double>(question.actual[i]);
     const auto e = static_cast<double>(question.expected[i]);
-    const bool isSaturated = *least < *most && ((question.actual[i] == *most && e > a) ||
-                                                (question.actual[i] == *least && e < a));
+    const bool isSaturated =
+        maySaturate && *least < *most &&
+        ((question.actual[i] == *most && e > a) || (question.actual[i] == *least && e < a));
     const bool isExplained = std::abs(a - e) <= 0.51 * step || isSaturated;
     explained += isExplained ? 1 : 0;
     differing += a != e ? 1 : 0;
@@ -176,7 +178,7 @@ void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) 
   if (StepOf(question.expected) != 0) return;
   double step = StepOf(question.actual);
   if (step == 0 && UsualStepOf(question.expected) == 0) step = UsualStepOf(question.actual);
-  if (const auto share = step != 0 ? ShareInSteps(question, step) : std::nullopt) {
+  if (const auto share = step != 0 ? ShareInSteps(question, step, true) : std::nullopt) {
     causes.push_back({"rounded-int8",
                       "the values are the expected ones in steps of " + NumberText(step) +
                           ", at most 256 of them: rounded to 8 bits",
@@ -185,7 +187,8 @@ void FindIntRounding(const CauseQuestion& question, std::vector<Cause>& causes) 
   }
   step = FaintStepOf(question);
   if (step == 0 || !AreMostlyNoughts(question)) return;
-  const auto share = ShareInSteps(question, step);
+  // Of so few levels the greatest may be any value, and no end of a type.
+  const auto share = ShareInSteps(question, step, false);
   if (!share) return;
   constexpr double kCertainty = 0.7;  // anything that is nearly 0 would look like this
   causes.push_back({"rounded-int8",

@@ -22,7 +22,9 @@ namespace vorn::kit {
 namespace {
 
 constexpr size_t kBlock = 32 * 1024;
-constexpr size_t kMostCauses = 3;  // samples an output
+constexpr size_t kFewestCauses = 3;  // samples of an output that are looked into
+constexpr size_t kMostCauses = 64;
+constexpr uint64_t kCauseElements = 1 << 20;  // of an output's samples together, beyond the fewest
 constexpr uint64_t kMostCauseElements = 1 << 24;
 constexpr uint64_t kMostLabelledElements = 1 << 26;
 constexpr size_t kPrintSize = 32;  // values that tell an output from others
@@ -854,9 +856,21 @@ class Judging {
     return best;
   }
 
+  // From the first to the last of them: a fault that began later may be another one.
+  static std::vector<uint64_t> SamplesToLookInto(const OutputState& state) {
+    const std::vector<uint64_t>& wrong = state.wrongSamples;
+    const uint64_t samples = std::max<uint64_t>(state.verdict.samples.size(), 1);
+    const uint64_t elements = std::max<uint64_t>(state.verdict.census.elements / samples, 1);
+    const size_t most =
+        std::clamp(static_cast<size_t>(kCauseElements / elements), kFewestCauses, kMostCauses);
+    if (wrong.size() <= most) return wrong;
+    std::vector<uint64_t> chosen;
+    for (size_t i = 0; i < most; ++i) chosen.push_back(wrong[i * (wrong.size() - 1) / (most - 1)]);
+    return chosen;
+  }
+
   void FindCausesOf(OutputState& state) {
-    for (const uint64_t sample : state.wrongSamples) {
-      if (state.verdict.causes.size() == kMostCauses) break;
+    for (const uint64_t sample : SamplesToLookInto(state)) {
       const size_t pair = PairOf(sample);
       auto loaded = Load(pair, state.verdict.name);
       if (!loaded) continue;
@@ -878,6 +892,27 @@ class Judging {
       if (question.otherSample) other = Load(PairOf(*question.otherSample), state.verdict.name);
       if (other) question.other = other->second;
       state.verdict.causes.push_back({sample, FindCauses(question)});
+    }
+    PreferShared(state.verdict.causes);
+  }
+
+  // One fault of a device mostly spoils several samples, and what explains them all is likelier
+  // than what fits a little better and each in its own way: among sure scores of few classes a copy
+  // of some other sample is found for nearly everything.
+  static void PreferShared(std::vector<SampleCauses>& samples) {
+    constexpr double kAsGood = 0.05;
+    std::map<std::pair<std::string, std::string>, size_t> counts;
+    for (const SampleCauses& sample : samples) {
+      for (const Cause& cause : sample.causes) ++counts[{cause.id, cause.text}];
+    }
+    for (SampleCauses& sample : samples) {
+      if (sample.causes.empty()) continue;
+      const double least = sample.causes.front().certainty - kAsGood;
+      const auto last = std::find_if(sample.causes.begin(), sample.causes.end(),
+                                     [&](const Cause& cause) { return cause.certainty < least; });
+      std::stable_sort(sample.causes.begin(), last, [&](const Cause& one, const Cause& other) {
+        return counts.at({one.id, one.text}) > counts.at({other.id, other.text});
+      });
     }
   }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <utility>
 
+#include "kit/common/number_ranges.h"
 #include "kit/common/printable.h"
 #include "kit/common/text_table.h"
 #include "kit/json/json.h"
@@ -137,6 +138,55 @@ const Cause* RoundingOf(const OutputVerdict& output) {
   return first;
 }
 
+// Samples that the same cause explains best.
+struct CauseGroup {
+  std::vector<uint64_t> samples;
+  std::vector<Cause> causes;  // of the first of them, the first one with the least certainty of all
+  bool haveOneText = true;    // else the texts differ by their numbers
+};
+
+std::vector<CauseGroup> GroupsOf(const OutputVerdict& output) {
+  std::vector<CauseGroup> groups;
+  for (const SampleCauses& sample : output.causes) {
+    const std::string id = sample.causes.empty() ? "" : sample.causes.front().id;
+    const auto group = std::find_if(groups.begin(), groups.end(), [&](const CauseGroup& one) {
+      return id == (one.causes.empty() ? "" : one.causes.front().id);
+    });
+    if (group == groups.end()) {
+      groups.push_back({{sample.sample}, sample.causes});
+      continue;
+    }
+    group->samples.push_back(sample.sample);
+    if (sample.causes.empty()) continue;
+    Cause& cause = group->causes.front();
+    group->haveOneText = group->haveOneText && cause.text == sample.causes.front().text;
+    cause.certainty = std::min(cause.certainty, sample.causes.front().certainty);
+  }
+  return groups;
+}
+
+void AddCauses(std::string& text, const OutputVerdict& output) {
+  for (const CauseGroup& group : GroupsOf(output)) {
+    const bool isOne = group.samples.size() == 1;
+    const std::string who =
+        (isOne ? "  sample " : "  samples ") + RangesText(group.samples, kMostSamplesShown);
+    // What else one of many might be is in verdict.json.
+    const size_t shown = isOne ? group.causes.size() : std::min<size_t>(group.causes.size(), 1);
+    for (size_t i = 0; i < shown; ++i) {
+      text += who + ", likely: " + group.causes[i].text + " (" +
+              CertaintyText(group.causes[i].certainty) + ")" +
+              (group.haveOneText ? "" : ", and others with other numbers") + "\n";
+    }
+    if (group.causes.empty()) {
+      text += who + ": no known cause explains " + (isOne ? "it" : "them") + "\n";
+    }
+  }
+  if (output.causes.size() < output.wrong.size() && !output.causes.empty()) {
+    text += "  causes were looked for in " + std::to_string(output.causes.size()) + " of " +
+            CountText(output.wrong.size(), "wrong sample", "wrong samples") + "\n";
+  }
+}
+
 std::string OutputText(const OutputVerdict& output) {
   std::string text = Printable(output.name) + ": ";
   if (!output.samples.empty()) {
@@ -178,15 +228,7 @@ std::string OutputText(const OutputVerdict& output) {
             NumberText(static_cast<double>(worst.difference.actual)) + ", expected " +
             NumberText(static_cast<double>(worst.difference.expected)) + "\n";
   }
-  for (const SampleCauses& sample : output.causes) {
-    for (const Cause& cause : sample.causes) {
-      text += "  sample " + std::to_string(sample.sample) + ", likely: " + cause.text + " (" +
-              CertaintyText(cause.certainty) + ")\n";
-    }
-    if (sample.causes.empty()) {
-      text += "  sample " + std::to_string(sample.sample) + ": no known cause explains it\n";
-    }
-  }
+  AddCauses(text, output);
   return text;
 }
 

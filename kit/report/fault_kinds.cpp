@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "kit/common/number_ranges.h"
 #include "kit/page/number_text.h"
 
 namespace vorn::kit {
@@ -165,15 +166,7 @@ std::vector<FaultKind> FaultKindsOf(const ReportJudgement& judgement) {
 }
 
 std::string SamplesText(const std::vector<uint64_t>& samples, size_t most) {
-  if (samples.size() == 1) return "sample " + std::to_string(samples[0]);
-  std::string text = "samples ";
-  const size_t named = std::min(samples.size(), most);
-  for (size_t i = 0; i < named; ++i) {
-    const bool isLast = i + 1 == named && named == samples.size();
-    text += (i == 0 ? "" : isLast ? " and " : ", ") + std::to_string(samples[i]);
-  }
-  if (named < samples.size()) text += " and " + CountText(samples.size() - named) + " more";
-  return text;
+  return (samples.size() == 1 ? "sample " : "samples ") + RangesText(samples, most);
 }
 
 std::string ExplainedText(double explained) {

@@ -27,7 +27,7 @@ struct FaultKind {
 /// told as a mere difference of another.
 [[nodiscard]] std::vector<FaultKind> FaultKindsOf(const ReportJudgement& judgement);
 
-/// "sample 17", "samples 17, 58 and 130", "samples 1, 2, 3, 4, 5 and 12 more".
+/// "sample 17", "samples 17, 58 and 130 to 199", "samples 1, 3, 5, 7, 9 and 12 more".
 [[nodiscard]] std::string SamplesText(const std::vector<uint64_t>& samples, size_t most = 5);
 
 /// "explains all that differs", "explains at least 90 % of what differs".

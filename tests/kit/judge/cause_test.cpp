@@ -207,6 +207,19 @@ TEST(FindCauses, IsNotMisledByFaintSamples) {
   EXPECT_EQ(FirstText(FindCauses(question)), "constant: every element is 0");
 }
 
+// A sure classifier at half of its only value: far more than a step of any 8 bits.
+TEST(FindCauses, TakesNoHalvedValueForRounding) {
+  const Values expected{9e-9F, 2e-8F,     5e-11F, 4e-8F, 7e-9F,
+                        5e-7F, 0.999975F, 4e-13F, 2e-5F, 3e-11F};
+  const Values actual{0, 0, 0, 0, 0, 0, 0.5F, 0, 0, 0};
+  CauseQuestion question;
+  question.actual = actual;
+  question.expected = expected;
+  question.shape = {1, 10};
+  question.reach = 1;
+  for (const Cause& cause : FindCauses(question)) EXPECT_NE(cause.id, "rounded-int8") << cause.text;
+}
+
 // One class of ten stood where another one was expected: a single value was moved.
 TEST(FindCauses, TellsStaleScoresOfFewLevels) {
   const Values before{0, 0, 0, 0.9999F, 0, 0.0001F, 0, 0, 0, 0};

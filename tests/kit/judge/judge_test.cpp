@@ -750,12 +750,48 @@ TEST_F(Judgement, TellsACopyOfAnotherFromTheNearlySameBefore) {
   EXPECT_EQ(verdict.outputs[0].causes[0].causes[0].text, "it is the output of sample 1");
 }
 
-TEST_F(Judgement, LooksForTheCauseOfAFewSamples) {
+TEST_F(Judgement, LooksForTheCauseOfEachSampleWhereTheyAreFew) {
   for (int sample = 0; sample < 6; ++sample) {
     Dump("expected/" + std::to_string(sample), Wave(50, static_cast<float>(sample)));
     Dump("actual/" + std::to_string(sample), Values(50, 0));
   }
-  EXPECT_THAT(CauseIdsOf(Run()), testing::ElementsAre("constant", "constant", "constant"));
+  EXPECT_THAT(CauseIdsOf(Run()), testing::ElementsAre("constant", "constant", "constant",
+                                                      "constant", "constant", "constant"));
+}
+
+// Each of them is, of so few classes, nearly the output of another sample, too.
+TEST_F(Judgement, PrefersTheCauseThatSamplesShare) {
+  constexpr size_t kClasses = 10;
+  const auto sure = [](size_t place, float noise) {
+    Values values(kClasses, noise);
+    values[place] = 1 - 9 * noise;
+    return values;
+  };
+  for (size_t sample = 0; sample < 12; ++sample) {
+    const auto noise = 1e-6F * static_cast<float>(sample + 1);
+    Dump("expected/" + std::to_string(sample), sure((sample * 3 + 1) % kClasses, noise));
+    // From the eighth on everything comes one element late.
+    const size_t late = sample < 8 ? 0 : 1;
+    Dump("actual/" + std::to_string(sample), sure((sample * 3 + 1 + late) % kClasses, noise));
+  }
+  const Verdict verdict = Run();
+  ASSERT_THAT(verdict.outputs[0].causes, SizeIs(4));
+  for (const SampleCauses& sample : verdict.outputs[0].causes) {
+    ASSERT_THAT(sample.causes, Not(testing::IsEmpty())) << sample.sample;
+    EXPECT_EQ(sample.causes[0].id, "shifted") << sample.sample << ": " << sample.causes[0].text;
+  }
+}
+
+TEST_F(Judgement, LooksIntoLargeOutputsFromTheFirstToTheLast) {
+  constexpr size_t kLarge = 400000;  // two of them are most of what is looked into
+  for (int sample = 0; sample < 6; ++sample) {
+    Dump("expected/" + std::to_string(sample), Wave(kLarge, static_cast<float>(sample)));
+    Dump("actual/" + std::to_string(sample), Values(kLarge, 0));
+  }
+  const Verdict verdict = Run();
+  std::vector<uint64_t> samples;
+  for (const SampleCauses& sample : verdict.outputs[0].causes) samples.push_back(sample.sample);
+  EXPECT_THAT(samples, testing::ElementsAre(0, 2, 5));
 }
 
 TEST_F(Judgement, TellsHowFarItIs) {

@@ -100,6 +100,29 @@ TEST(VerdictText, FoldsWhatRoundingExplains) {
   EXPECT_THAT(text, HasSubstr("  sample 7 at"));
 }
 
+TEST(VerdictText, TellsOnceOfCausesThatSamplesShare) {
+  OutputVerdict output = WrongOutput("bad");
+  const Cause stale{"stale", "it is the output of the sample before: stale", 0.9};
+  output.causes = {{7, {{"isolated", "1 element is wrong", 0.95}}},
+                   {8, {stale}},
+                   {9, {{"isolated", "2 elements are wrong", 0.875}}},
+                   {10, {stale}},
+                   {11, {stale}},
+                   {12, {stale}},
+                   {14, {}},
+                   {16, {}}};
+  const auto text = [&] { return VerdictText(VerdictOf({output})); };
+  EXPECT_THAT(text(),
+              HasSubstr("  samples 7 and 9, likely: 1 element is wrong (87.5 %), and others "
+                        "with other numbers\n"
+                        "  samples 8 and 10 to 12, likely: it is the output of the sample "
+                        "before: stale (90 %)\n"
+                        "  samples 14 and 16: no known cause explains them\n"));
+  EXPECT_THAT(text(), Not(HasSubstr("looked for")));
+  output.wrong.resize(20, output.wrong.front());
+  EXPECT_THAT(text(), HasSubstr("  causes were looked for in 8 of 20 wrong samples\n"));
+}
+
 TEST(VerdictText, ShowsNothingThatSteersATerminal) {
   EXPECT_THAT(VerdictText(VerdictOf({WrongOutput("\x1b[31m")})), Not(HasSubstr("\x1b")));
 }

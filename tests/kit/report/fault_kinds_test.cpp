@@ -56,9 +56,9 @@ TEST(FaultKindsOf, TellsASampleOfSeveralOutputsOnceAKind) {
 TEST(SamplesText, NamesTheFirst) {
   EXPECT_EQ(SamplesText({17}), "sample 17");
   EXPECT_EQ(SamplesText({17, 58}), "samples 17 and 58");
-  EXPECT_EQ(SamplesText({1, 2, 3, 4, 5}), "samples 1, 2, 3, 4 and 5");
-  EXPECT_EQ(SamplesText({1, 2, 3, 4, 5, 6, 7}), "samples 1, 2, 3, 4, 5 and 2 more");
-  EXPECT_EQ(SamplesText({1, 2, 3}, 2), "samples 1, 2 and 1 more");
+  EXPECT_EQ(SamplesText({1, 2, 3, 4, 5}), "samples 1 to 5");
+  EXPECT_EQ(SamplesText({1, 3, 5, 7, 9, 11, 13}), "samples 1, 3, 5, 7, 9 and 2 more");
+  EXPECT_EQ(SamplesText({1, 2, 4}, 2), "samples 1, 2 and 1 more");
 }
 
 TEST(ExplainedText, SaysHowMuch) {
