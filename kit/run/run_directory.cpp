@@ -530,7 +530,7 @@ std::vector<MachineMoment> ReadMachine(const std::string& run) {
 
 std::string VerdictPathOf(const std::string& run) {
   const std::string folder = Absolute(run);
-  const std::string own = folder + "/" + kVerdictFile;
+  std::string own = folder + "/" + kVerdictFile;
   const size_t slash = folder.rfind('/');
   if (IsThere(own) || folder.substr(slash + 1) != kDeviceFolder) return own;
   const std::string above = folder.substr(0, slash + 1);
