@@ -190,8 +190,8 @@ void HoldToRoom(const std::string& folder) {
 
 void HoldToRoom(const std::string& folder, const ChildEnd& ofHere, const std::string& err) {
   HoldToRoom(folder);
-  constexpr size_t kMostSaid = 64 << 10;
-  const std::string said = ReadFrom(err, 0, kMostSaid);
+  constexpr size_t kMostLastWords = 64 << 10;
+  const std::string said = ReadFrom(err, 0, kMostLastWords);
   const bool isFull =
       ofHere.status && (said.empty() || said.find(SystemReason(ENOSPC)) != said.npos);
   if (!isFull) return;
