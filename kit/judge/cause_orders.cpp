@@ -281,10 +281,32 @@ class OrderFinder {
     const std::string text = "everything stands " + std::to_string(std::abs(many)) +
                              (isRows ? " row" : " element") + (std::abs(many) == 1 ? "" : "s") +
                              (by > 0 ? " too late" : " too early");
-    Try("shifted", text, [=](uint64_t element) {
-      const int64_t place = static_cast<int64_t>(element) - by;
-      return place < 0 || place >= size ? kNowhere : static_cast<uint64_t>(place);
-    });
+    if (GoesRound(by)) {
+      Try("shifted", text + ", and what is beyond one end comes in at the other", [=](uint64_t i) {
+        return static_cast<uint64_t>((static_cast<int64_t>(i) - by + size) % size);
+      });
+    } else {
+      Try("shifted", text, [=](uint64_t element) {
+        const int64_t place = static_cast<int64_t>(element) - by;
+        return place < 0 || place >= size ? kNowhere : static_cast<uint64_t>(place);
+      });
+    }
+  }
+
+  // Whether what came in is what went out, and neither blank nor there anyway.
+  bool GoesRound(int64_t by) const {
+    const auto size = static_cast<int64_t>(count_);
+    const int64_t first = by > 0 ? 0 : size + by;
+    bool isAnyNew = false;
+    for (int64_t i = first; i < first + std::abs(by); ++i) {
+      const float actual = question_.actual[static_cast<size_t>(i)];
+      const auto source = static_cast<size_t>((i - by + size) % size);
+      if (!likeness_.AreAlike(actual, question_.expected[source])) return false;
+      const bool isBlank = majority_ && likeness_.AreAlike(actual, *majority_);
+      const bool wasThere = likeness_.AreAlike(actual, question_.expected[static_cast<size_t>(i)]);
+      isAnyNew = isAnyNew || !(isBlank || wasThere);
+    }
+    return isAnyNew;
   }
 
   void FindShifts() {

@@ -175,7 +175,7 @@ void AddCauses(std::string& text, const OutputVerdict& output) {
     for (size_t i = 0; i < shown; ++i) {
       text += who + ", likely: " + group.causes[i].text + " (" +
               CertaintyText(group.causes[i].certainty) + ")" +
-              (group.haveOneText ? "" : ", and others with other numbers") + "\n";
+              (group.haveOneText ? "" : ", others alike") + "\n";
     }
     if (group.causes.empty()) {
       text += who + ": no known cause explains " + (isOne ? "it" : "them") + "\n";

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 #include <utility>
 #include <vector>
 
 #include "kit/common/fault.h"
+#include "kit/common/number_ranges.h"
 #include "kit/common/printable.h"
 #include "kit/page/number_text.h"
 #include "kit/report/fault_kinds.h"
@@ -100,6 +102,21 @@ std::string CountsText(const SampleCounts& counts) {
 }
 
 // ---- What belongs to it -------------------------------------------------------------------------
+
+// Since when, and whether it ended: "Of 200 samples 60 to 63 and 150 to 199 are wrong.".
+void TellWrongSamples(const ReportJudgement& judgement, ReportAnswer& answer) {
+  constexpr size_t kFewest = 3;
+  constexpr size_t kMostPlaces = 12;
+  std::set<uint64_t> all;
+  for (const ReportOutput& output : judgement.outputs) {
+    if (output.wrong.size() < output.wrongSamples) return;  // not all are named
+    for (const ReportFault& fault : output.wrong) all.insert(fault.sample);
+  }
+  if (all.size() < kFewest) return;
+  const std::vector<uint64_t> wrong(all.begin(), all.end());
+  answer.more.push_back("Of " + Counted(judgement.samples, "sample") + " " +
+                        RangesText(wrong, kMostPlaces) + " are wrong.");
+}
 
 // The most frequent kinds first.
 void TellKinds(const ReportJudgement& judgement, ReportAnswer& answer) {
@@ -313,6 +330,7 @@ ReportAnswer AnswerOf(const ReportRun& run) {
   ReportAnswer answer = run.judgement ? Judged(run, *run.judgement) : Unjudged(run);
   if (run.judgement) {
     const ReportJudgement& judgement = *run.judgement;
+    TellWrongSamples(judgement, answer);
     TellKinds(judgement, answer);
     TellInside(judgement, answer);
     TellFloor(judgement, answer);

@@ -16,6 +16,7 @@
 #include "kit/judge/map.h"
 #include "kit/judge/paired_tensor.h"
 #include "kit/judge/top_agreement.h"
+#include "kit/report/fault_kinds.h"
 #include "kit/report/picture_fit.h"
 #include "kit/report/tensor_view.h"
 #include "kit/report/thumbnail.h"
@@ -40,6 +41,20 @@ bool IsWorse(const DetailChoice& one, const DetailChoice& other) {
   return one.rmse > other.rmse;
 }
 
+// The worst sample of each kind of fault first: many that are alike would hide a rarer one.
+void PutKindsFirst(const ReportOutput& output, std::vector<DetailChoice>& choices) {
+  auto end = choices.begin();
+  for (const FaultKind& kind : FaultKindsOf(output)) {
+    const auto worst = std::find_if(end, choices.end(), [&](const DetailChoice& choice) {
+      return std::binary_search(kind.samples.begin(), kind.samples.end(), choice.sample);
+    });
+    if (worst == choices.end()) continue;
+    std::rotate(end, worst, worst + 1);
+    ++end;
+  }
+  std::stable_sort(choices.begin(), end, IsWorse);
+}
+
 std::vector<DetailChoice> ChoicesOf(const ReportOutput& output, size_t place, bool areWrong) {
   constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
   const ReportColumns& columns = output.columns;
@@ -61,6 +76,7 @@ std::vector<DetailChoice> ChoicesOf(const ReportOutput& output, size_t place, bo
     }
   }
   std::stable_sort(choices.begin(), choices.end(), IsWorse);
+  if (areWrong) PutKindsFirst(output, choices);
   return choices;
 }
 
@@ -624,9 +640,9 @@ std::string DetailsRule(const ReportJudgement& judgement) {
   const bool isAnyNotFinite =
       std::any_of(judgement.outputs.begin(), judgement.outputs.end(),
                   [](const ReportOutput& output) { return !output.columns.notFinite.empty(); });
-  const std::string which = std::string("of each wrong output the samples ") +
-                            (isAnyNotFinite ? "with NaN or infinities, then those " : "") +
-                            "with the greatest RMSE.";
+  const std::string which =
+      std::string("of each wrong output the worst sample of each kind of fault, then those ") +
+      (isAnyNotFinite ? "with NaN or infinities and those " : "") + "with the greatest RMSE.";
   return FirstInside(judgement) ? "The first tensor that is wrong, then " + which
                                 : "O" + which.substr(1);
 }

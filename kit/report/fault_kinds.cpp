@@ -95,17 +95,23 @@ FaultKind& KindOf(const ReportFault& fault, ByKind& kinds) {
   if (fault.causes.empty()) {
     FaultKind& kind = kinds[std::string(kOther)];
     kind.words = "differences";
-    kind.sentence = "what differs fits nothing that is looked for, or was not looked into";
+    kind.sentence = "what differs fits no cause that is known here";
     return kind;
   }
   const ReportCause& cause = fault.causes.front();
   FaultKind& kind = kinds[cause.id];
-  // The words of one cause may differ by their numbers.
-  if (kind.samples.empty() || cause.certainty > kind.explained) {
+  if (kind.samples.empty()) {
     kind.words = KnownWords(cause);
     kind.sentence = cause.text;
     kind.explained = cause.certainty;
   }
+  // The words of one cause may differ by their numbers.
+  constexpr std::string_view kOthers = ", others alike";
+  if (!cause.text.empty() && !kind.sentence.starts_with(cause.text) &&
+      !kind.sentence.ends_with(kOthers)) {
+    kind.sentence += kOthers;
+  }
+  kind.explained = std::min(kind.explained, cause.certainty);
   return kind;
 }
 

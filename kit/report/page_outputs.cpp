@@ -443,9 +443,10 @@ Html Agreement(const ReportOutput& output) {
                              counted(agreement.top5) + " have it among the first five."));
   if (agreement.tied1 + agreement.tied5 == 0) return html;
   // Which of equal values stands first is chance.
-  return html + Note(Text("Of equal values none comes first: of the others, " +
-                          CountText(agreement.tied1) + " and " + CountText(agreement.tied5) +
-                          " would agree if equal values stood in another order."));
+  return html +
+         Note(Text("Equal values count as a miss. If they stood in another order, " +
+                   CountText(agreement.tied1) + " more could have the same class first, and " +
+                   CountText(agreement.tied5) + " more have it among the first five."));
 }
 
 Html OutputCard(const RunOnPage& on, size_t place) {

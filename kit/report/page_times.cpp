@@ -146,8 +146,9 @@ std::string SlowestText(const ReportSeries& series) {
   std::string text;
   for (size_t i = 0; i < series.slowest.size(); ++i) {
     const ReportSeries::Slow& slow = series.slowest[i];
-    text += (i == 0 ? "the slowest: sample " : ", sample ") + std::to_string(slow.sample) +
-            " with " + TimeText(slow.timeNs);
+    const bool areAll = series.slowest.size() >= series.outliers;
+    text += i > 0 ? ", " : areAll ? "the slowest: " : "the slowest of them: ";
+    text += "sample " + std::to_string(slow.sample) + " with " + TimeText(slow.timeNs);
   }
   return text;
 }

@@ -207,6 +207,20 @@ TEST(FindCauses, IsNotMisledByFaintSamples) {
   EXPECT_EQ(FirstText(FindCauses(question)), "constant: every element is 0");
 }
 
+// The only value stood last, and comes first.
+TEST(FindCauses, TellsAShiftThatGoesRound) {
+  const Values expected{9e-9F, 2e-8F, 5e-11F, 4e-8F, 7e-9F, 5e-7F, 1e-9F, 4e-13F, 2e-5F, 0.999975F};
+  const Values actual{0.999975F, 9e-9F, 2e-8F, 5e-11F, 4e-8F, 7e-9F, 5e-7F, 1e-9F, 4e-13F, 2e-5F};
+  CauseQuestion question;
+  question.actual = actual;
+  question.expected = expected;
+  question.shape = {1, 10};
+  question.reach = 1;
+  EXPECT_EQ(FirstText(FindCauses(question)),
+            "shifted: everything stands 1 element too late, and what is beyond one end comes in at "
+            "the other");
+}
+
 // A sure classifier at half of its only value: far more than a step of any 8 bits.
 TEST(FindCauses, TakesNoHalvedValueForRounding) {
   const Values expected{9e-9F, 2e-8F,     5e-11F, 4e-8F, 7e-9F,

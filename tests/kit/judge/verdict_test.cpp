@@ -113,8 +113,7 @@ TEST(VerdictText, TellsOnceOfCausesThatSamplesShare) {
                    {16, {}}};
   const auto text = [&] { return VerdictText(VerdictOf({output})); };
   EXPECT_THAT(text(),
-              HasSubstr("  samples 7 and 9, likely: 1 element is wrong (87.5 %), and others "
-                        "with other numbers\n"
+              HasSubstr("  samples 7 and 9, likely: 1 element is wrong (87.5 %), others alike\n"
                         "  samples 8 and 10 to 12, likely: it is the output of the sample "
                         "before: stale (90 %)\n"
                         "  samples 14 and 16: no known cause explains them\n"));

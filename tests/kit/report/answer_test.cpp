@@ -107,7 +107,8 @@ TEST(AnswerOf, NamesTheWrongSamplesAndEveryKindOfFault) {
             "sample 130; measured against 'ref'.");
   EXPECT_THAT(
       answer.more,
-      ElementsAre("Samples 58 and 59: it is stale. That explains at least 90 % of what differs.",
+      ElementsAre("Of 200 samples 17, 58, 59 and 130 are wrong.",
+                  "Samples 58 and 59: it is stale. That explains at least 80 % of what differs.",
                   "Sample 17: 1 element is wrong by NaN.",
                   "Sample 130: every element is 0.1. That explains all that differs.",
                   "Suspect: the input."));
@@ -120,6 +121,7 @@ TEST(AnswerOf, NamesTheFirstOfManySamples) {
   }
   EXPECT_THAT(AnswerOf(run).sentence,
               HasSubstr(": differences in samples 0 to 29; measured against"));
+  EXPECT_EQ(AnswerOf(run).more.front(), "Of 200 samples 0 to 29 are wrong.");
 }
 
 TEST(AnswerOf, TellsInsideFloorAndAccuracy) {

@@ -54,12 +54,24 @@ TEST(ChooseDetails, TakesWrongOutputsByTurnsAndTheWorstSamplesOfEach) {
 TEST(ChooseDetails, TakesSamplesWithNanBeforeOthers) {
   ReportJudgement judgement;
   judgement.outputs = {Output("a", {1, 0, 9, 0}, {1, 1, 1, 1})};
-  EXPECT_EQ(DetailsRule(judgement), "Of each wrong output the samples with the greatest RMSE.");
+  EXPECT_EQ(DetailsRule(judgement),
+            "Of each wrong output the worst sample of each kind of fault, then those with the "
+            "greatest RMSE.");
   judgement.outputs[0].columns.notFinite = {0, 1, 0, 3};
   EXPECT_THAT(Chosen(judgement, 8), ElementsAre(Pair(0, 30), Pair(0, 10), Pair(0, 20), Pair(0, 0)));
   EXPECT_EQ(DetailsRule(judgement),
-            "Of each wrong output the samples with NaN or infinities, then those with the greatest "
-            "RMSE.");
+            "Of each wrong output the worst sample of each kind of fault, then those with NaN or "
+            "infinities and those with the greatest RMSE.");
+}
+
+// Nine of one kind would leave no room for the one of another.
+TEST(ChooseDetails, TakesOneOfEachKindOfFaultBeforeMoreOfAny) {
+  ReportJudgement judgement;
+  judgement.outputs = {Output("a", {5, 6, 7, 1, 2}, {1, 1, 1, 1, 1})};
+  auto& wrong = judgement.outputs[0].wrong;
+  for (const uint64_t sample : {0, 10, 20}) wrong.push_back({sample, {}, {{"stale", "", 1}}});
+  for (const uint64_t sample : {30, 40}) wrong.push_back({sample, {}, {}});
+  EXPECT_THAT(Chosen(judgement, 3), ElementsAre(Pair(0, 20), Pair(0, 40), Pair(0, 10)));
 }
 
 TEST(ChooseDetails, BeginsWhereTheDifferenceDoes) {

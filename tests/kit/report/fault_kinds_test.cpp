@@ -30,8 +30,8 @@ TEST(FaultKindsOf, TellsNanBesideCausesAndWhatHasNone) {
   const auto kinds = FaultKindsOf(output);
   ASSERT_THAT(kinds, SizeIs(5));
   EXPECT_EQ(kinds[0].words, "the output of the sample before");
-  EXPECT_EQ(kinds[0].sentence, "it is stale, too");
-  EXPECT_EQ(kinds[0].explained, 0.9);
+  EXPECT_EQ(kinds[0].sentence, "it is stale, others alike");
+  EXPECT_EQ(kinds[0].explained, 0.7);
   EXPECT_THAT(kinds[0].samples, ElementsAre(58, 60, 61));
   EXPECT_EQ(kinds[1].words, "NaN");
   EXPECT_EQ(kinds[1].sentence, "1 to 4 elements are wrong by NaN");

@@ -243,8 +243,8 @@ TEST(ReportPage, CallsNoClassWrongThatEqualValuesDecide) {
   ReportFacts facts = MadeWrongRun();
   facts.runs[0].judgement->outputs[0].agreement = ReportOutput::Agreement{40, 30, 35, 8, 4};
   ReportDetail& detail = facts.runs[0].details[0];
-  EXPECT_THAT(ReportPage(facts), HasSubstr("of the others, 8 and 4 would agree if equal values "
-                                           "stood in another order"));
+  EXPECT_THAT(ReportPage(facts), HasSubstr("in another order, 8 more could have the same class "
+                                           "first, and 4 more have it among the first five."));
   detail.expectedTop = {{7, 0.5, 0.5}, {3, 0.5, 0.5}};
   detail.actualTop = {{3, 0.5}, {7, 0.5}};
   const std::string tied = ReportPage(facts);
