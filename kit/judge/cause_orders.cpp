@@ -293,9 +293,12 @@ class OrderFinder {
     }
   }
 
-  // Whether what came in is what went out, and neither blank nor there anyway.
+  // Whether what came in is what went out, and neither blank nor there anyway. By a few only: of
+  // one value among blanks any place is reached by going round far enough.
   bool GoesRound(int64_t by) const {
+    constexpr int64_t kMostRound = 2;
     const auto size = static_cast<int64_t>(count_);
+    if (std::abs(by) > kMostRound) return false;
     const int64_t first = by > 0 ? 0 : size + by;
     bool isAnyNew = false;
     for (int64_t i = first; i < first + std::abs(by); ++i) {
