@@ -26,10 +26,8 @@ class OwnedFile {
   [[nodiscard]] int Get() const { return fd_; }
   [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
 
-  void Close() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-  }
+  /// False, with errno set, where only now it shows that not all of it could be written.
+  bool Close() { return fd_ < 0 || close(std::exchange(fd_, -1)) == 0; }
 
  private:
   int fd_;

@@ -34,15 +34,6 @@ int WriteBytes(int fd, std::string_view bytes) {
   return 0;
 }
 
-// The file that is made under a name of this process's own, whatever a dead one of its number left
-// there: no link is followed, and two processes that write the same file do not meet.
-OwnedFile OpenPart(const std::string& path) {
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  int fd = open(path.c_str(), kFlags, 0666);
-  if (fd < 0 && errno == EEXIST && unlink(path.c_str()) == 0) fd = open(path.c_str(), kFlags, 0666);
-  return OwnedFile(fd);
-}
-
 // Where the last line that has an end stops.
 std::optional<off_t> EndOfLines(int fd, off_t size) {
   std::array<char, 4096> piece{};
@@ -70,6 +61,13 @@ std::optional<off_t> EndOfLines(int fd, off_t size) {
 
 }  // namespace
 
+OwnedFile OpenUnfinished(const std::string& path) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  int fd = open(path.c_str(), kFlags, 0666);
+  if (fd < 0 && errno == EEXIST && unlink(path.c_str()) == 0) fd = open(path.c_str(), kFlags, 0666);
+  return OwnedFile(fd);
+}
+
 WholeFile::WholeFile(std::string path) : path_(std::move(path)) {
   struct stat about {};
   if (stat(path_.c_str(), &about) == 0) {
@@ -83,7 +81,7 @@ WholeFile::WholeFile(std::string path) : path_(std::move(path)) {
     return;
   }
   part_ = path_ + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
-  file_ = OpenPart(part_);
+  file_ = OpenUnfinished(part_);
   if (!file_.IsOpen()) Refuse(errno);
 }
 

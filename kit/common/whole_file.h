@@ -13,6 +13,11 @@ namespace vorn::kit {
 /// process id between this and its name.
 inline constexpr std::string_view kUnfinishedSuffix = ".part";
 
+/// Makes the file, whose name is of this process's own, for writing, whatever a dead one of its
+/// number left there: no link is followed, and two processes that write the same file do not meet.
+/// Not open, with errno set, where that fails.
+[[nodiscard]] OwnedFile OpenUnfinished(const std::string& path);
+
 /// Writes a file that appears whole or not at all: under another name in the same folder, synced,
 /// then renamed. Replaces what was there: of a link what it leads to. What is no regular file, such
 /// as a device or a pipe, is written to as it is. Throws a Fault of kLimit that names the file.

@@ -123,11 +123,8 @@ std::string AdviceFor(int error) {
 // hashed and written while it is in the processor's cache.
 std::string WriteTensor(const std::string& path, std::span<const std::byte> bytes) {
   const std::string part = path + "." + std::to_string(getpid()) + std::string(kUnfinishedSuffix);
-  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
-  int fd = open(part.c_str(), kFlags, 0666);
-  // What a dead one of this number left.
-  if (fd < 0 && errno == EEXIST && unlink(part.c_str()) == 0) fd = open(part.c_str(), kFlags, 0666);
-  int error = fd < 0 ? errno : 0;
+  OwnedFile file = OpenUnfinished(part);
+  int error = file.IsOpen() ? 0 : errno;
   Xxh3Stream hash;
   size_t hashed = 0;
   size_t done = 0;
@@ -136,11 +133,11 @@ std::string WriteTensor(const std::string& path, std::span<const std::byte> byte
       hashed = std::min(bytes.size(), done + kHashedBytes);
       hash.Add({reinterpret_cast<const char*>(bytes.data()) + done, hashed - done});
     }
-    const ssize_t written = write(fd, bytes.data() + done, hashed - done);
+    const ssize_t written = write(file.Get(), bytes.data() + done, hashed - done);
     if (written < 0 && errno != EINTR) error = errno;
     if (written > 0) done += static_cast<size_t>(written);
   }
-  if (fd >= 0 && close(fd) != 0 && error == 0) error = errno;
+  if (!file.Close() && error == 0) error = errno;
   if (error == 0 && rename(part.c_str(), path.c_str()) != 0) error = errno;
   if (error == 0) return hash.Digits();
   (void)unlink(part.c_str());

@@ -95,7 +95,7 @@ FaultKind& KindOf(const ReportFault& fault, ByKind& kinds) {
   if (fault.causes.empty()) {
     FaultKind& kind = kinds[std::string(kOther)];
     kind.words = "differences";
-    kind.sentence = "what differs fits no cause that is known here";
+    kind.sentence = "what differs fits no cause that is known here, or was not looked into";
     return kind;
   }
   const ReportCause& cause = fault.causes.front();
@@ -106,11 +106,7 @@ FaultKind& KindOf(const ReportFault& fault, ByKind& kinds) {
     kind.explained = cause.certainty;
   }
   // The words of one cause may differ by their numbers.
-  constexpr std::string_view kOthers = ", others alike";
-  if (!cause.text.empty() && !kind.sentence.starts_with(cause.text) &&
-      !kind.sentence.ends_with(kOthers)) {
-    kind.sentence += kOthers;
-  }
+  kind.areOthersAlike = kind.areOthersAlike || kind.sentence != cause.text;
   kind.explained = std::min(kind.explained, cause.certainty);
   return kind;
 }
@@ -139,6 +135,7 @@ std::vector<FaultKind> Sorted(ByKind& byKind) {
   for (auto& [id, kind] : byKind) {
     std::sort(kind.samples.begin(), kind.samples.end());
     kind.samples.erase(std::unique(kind.samples.begin(), kind.samples.end()), kind.samples.end());
+    if (kind.areOthersAlike) kind.sentence += ", others alike";
     if (!kind.samples.empty()) kinds.push_back(std::move(kind));
   }
   std::stable_sort(kinds.begin(), kinds.end(), [](const FaultKind& one, const FaultKind& other) {

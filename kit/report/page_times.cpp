@@ -153,7 +153,7 @@ std::string SlowestText(const ReportSeries& series) {
   return text;
 }
 
-// "From execution 120 (sample 119) on one takes 35 µs, and took 22 µs before".
+// "From sample 119 on an execution takes 35 µs (median of 80), and took 22 µs before …".
 std::vector<std::string> StepTexts(const ReportSeries& series) {
   std::vector<std::string> texts;
   for (const ReportSeries::Step& step : series.steps) {

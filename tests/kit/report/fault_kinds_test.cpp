@@ -22,7 +22,7 @@ TEST(FaultKindsOf, TellsNanBesideCausesAndWhatHasNone) {
   output.wrong = {Odd(17, 1, 0),
                   Odd(18, 4, 2),
                   Caused(58, "stale", "it is stale", 0.8),
-                  Caused(60, "stale", "it is stale, too", 0.9),
+                  Caused(60, "stale", "it is", 0.9),
                   Caused(61, "stale", "it is stale", 0.7),
                   Odd(70, 0, 3),
                   {90, {"r"}, {}},
