@@ -52,11 +52,31 @@ std::string OutputsHash(const std::vector<SampleRecord>& samples) {
   return hash.Digits();
 }
 
-AttemptFound LookAtAttempt(const std::string& run, const std::vector<SampleRecord>& planned,
-                           uint64_t outputs, const std::function<bool()>& isStopped) {
+AttemptSaid ReadAttempt(const std::string& run) {
+  for (const char* file : {kRunFile, kSamplesFile}) {
+    if (IsOwnFile(run + "/" + file)) continue;
+    throw Fault(ExitStatus::kInput,
+                "its " + std::string(file) + " is not there, or no regular file");
+  }
+  return {.facts = ReadRun(run), .samples = ReadSamples(run)};
+}
+
+std::string WhyNotOfPlan(const RunFacts& facts, const FleetPlan& plan) {
+  if (facts.model.xxh3 == plan.model.xxh3) return "";
+  return "it ran another model (" + Quoted(facts.model.path) + ")";
+}
+
+AttemptFound LookAtAttempt(const std::string& run, const FleetPlan& plan,
+                           const std::vector<SampleRecord>& planned,
+                           const std::function<bool()>& isStopped) {
   AttemptFound found;
   try {
-    found.samples = ReadSamples(run);
+    AttemptSaid said = ReadAttempt(run);
+    found.samples = std::move(said.samples);
+    found.facts = std::move(said.facts);
+    found.fault = WhyNotOfPlan(*found.facts, plan);
+    found.hasOtherFiles = !found.fault.empty();
+    if (found.hasOtherFiles) return found;
   } catch (const Fault& fault) {
     found.fault = fault.what();
     return found;
@@ -73,8 +93,8 @@ AttemptFound LookAtAttempt(const std::string& run, const std::vector<SampleRecor
       continue;
     }
     ++found.done;
-    found.hasOtherInputs = sample.index == i && !HasPlannedInputs(planned[i], sample);
-    const std::string fault = sample.index == i ? WhyNotDone(run, planned[i], sample, outputs)
+    found.hasOtherFiles = sample.index == i && !HasPlannedInputs(planned[i], sample);
+    const std::string fault = sample.index == i ? WhyNotDone(run, planned[i], sample, plan.outputs)
                                                 : "it stands where another belongs";
     if (fault.empty()) continue;
     found.fault = "inference " + std::to_string(planned[i].index) + ": " + fault;

@@ -12,14 +12,6 @@
 namespace vorn::kit {
 namespace {
 
-// Why nothing of an attempt counts, by what it says of the whole.
-std::string WhyNotOfPlan(const AttemptLook& look, const FleetPlan& plan) {
-  if (look.facts->model.xxh3 != plan.model.xxh3) {
-    return "it ran another model (" + Quoted(look.facts->model.path) + ")";
-  }
-  return "";
-}
-
 void TakeRecords(AttemptLook& look, std::vector<SampleRecord> records) {
   for (SampleRecord& record : records) {
     if (record.index >= look.records.size()) {
@@ -33,19 +25,13 @@ void TakeRecords(AttemptLook& look, std::vector<SampleRecord> records) {
 }
 
 void Read(AttemptLook& look) {
-  const std::string& run = look.place.folder;
-  for (const char* file : {kRunFile, kSamplesFile}) {
-    if (IsOwnFile(run + "/" + file)) continue;
-    look.fault = "its " + std::string(file) + " is not there, or no regular file";
-    return;
-  }
-  look.facts = ReadRun(run);
-  std::vector<SampleRecord> records = ReadSamples(run);
-  if (!look.place.outputs.empty() && OutputsHash(records) != look.place.outputs) {
+  AttemptSaid said = ReadAttempt(look.place.folder);
+  look.facts = std::move(said.facts);
+  if (!look.place.outputs.empty() && OutputsHash(said.samples) != look.place.outputs) {
     look.fault = "its samples are not those that were noted when it ended";
     return;
   }
-  TakeRecords(look, std::move(records));
+  TakeRecords(look, std::move(said.samples));
 }
 
 SampleRecord AsPlanned(const SampleRecord& planned, SampleStatus status) {
@@ -162,7 +148,7 @@ AttemptLook LookInto(const AttemptPlace& place, const FleetPlan& plan,
   } catch (const Fault& fault) {
     look.fault = fault.what();
   }
-  if (look.fault.empty()) look.fault = WhyNotOfPlan(look, plan);
+  if (look.fault.empty()) look.fault = WhyNotOfPlan(*look.facts, plan);
   if (!look.fault.empty()) return look;
   for (size_t at = 0; at < planned.size(); ++at) {
     const SampleRecord& found = look.records[at];

@@ -101,6 +101,7 @@ class Verifier {
     std::string board;
     uint64_t slot = 0;
     bool isThere = false;  // by the journals
+    std::string outputs;   // the same: OutputsHash
   };
   using Place = std::pair<std::string, uint64_t>;  // folder, attempt
 
@@ -118,6 +119,7 @@ class Verifier {
     known.slot = record.slot;
     if (record.event == JournalEvent::kEnd || record.event == JournalEvent::kFound) {
       known.isThere = record.outcome != AttemptOutcome::kFailed;
+      known.outputs = record.outputs;
     } else if (record.event == JournalEvent::kLost) {
       known.isThere = false;
     }
@@ -139,10 +141,12 @@ class Verifier {
               uint64_t attempt, const std::vector<SampleRecord>& planned) {
     const Known known = known_[{folder, attempt}];
     const std::string run = folder + "/" + std::to_string(attempt);
-    const AttemptFound found =
-        LookAtAttempt(run, planned, plan_.outputs, [this] { return IsStopped(); });
+    const AttemptFound found = LookAtAttempt(run, plan_, planned, [this] { return IsStopped(); });
     if (IsStopped()) return;
-    const bool counts = found.fault.empty() && found.done > 0;
+    // A merge takes no others than those that were noted.
+    const bool isNoted = !known.isThere || known.outputs.empty() || !found.fault.empty() ||
+                         known.outputs == OutputsHash(found.samples);
+    const bool counts = found.fault.empty() && found.done > 0 && isNoted;
     JournalRecord record =
         NoteOf(JournalEvent::kLost, known.board.empty() ? board : known.board, chunk, attempt);
     record.slot = known.slot;
@@ -156,7 +160,8 @@ class Verifier {
       journal_.Note(record);
       ++found_;
     } else if (!counts && known.isThere) {
-      record.reason = found.fault;
+      record.reason =
+          isNoted ? found.fault : "its samples are not those that were noted when it ended";
       journal_.Note(record);
       ++lost_;
     }

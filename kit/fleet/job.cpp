@@ -153,13 +153,13 @@ class Attempt {
     work.limit = request_.limit;
     work.laterLimit = request_.laterLimit;
     work.begin = [this] { Begin(); };
-    FileIdentity config = plan_.configuration;
-    std::string configPath = Here(config);
+    config_ = plan_.configuration;
+    std::string configPath = Here(config_);
     if (!request_.config.empty()) {
-      config = IdentifyFile(request_.config, "the configuration of the board", ExitStatus::kModel);
+      config_ = IdentifyFile(request_.config, "the configuration of the board", ExitStatus::kModel);
       configPath = request_.config;
     }
-    work.words = {"-m", Place(plan_.model, Here(plan_.model)), "-j", Place(config, configPath)};
+    work.words = {"-m", Place(plan_.model, Here(plan_.model)), "-j", Place(config_, configPath)};
     AddOptions(work.words);
     for (const FileIdentity& file : plan_.configurationFiles) {
       const std::string here = Here(file);
@@ -202,6 +202,7 @@ class Attempt {
         const std::string& path = paths_.at(at++);
         const bool isHere = files_ == FilesOnBoard::kHere;
         const std::string place = isHere ? list.PathTo(path) : Place(input.file, path);
+        if (!isHere) end_.files.back().isInput = true;
         work.list.push_back((plan_.areNamesKept && input.name ? *input.name + ":" : "") + place);
       }
     }
@@ -224,12 +225,18 @@ class Attempt {
       if (board.wasStopped) record.reason = "was stopped";
       return;
     }
-    const AttemptFound found = LookAtAttempt(part_ + "/run", planned_, plan_.outputs);
+    AttemptFound found = LookAtAttempt(part_ + "/run", plan_, planned_);
+    if (found.fault.empty()) {
+      found.fault = WhyNotConfigured(*found.facts);
+      found.hasOtherFiles = !found.fault.empty();
+    }
     record.done = found.done;
     record.notDone = found.notDone;
     if (!found.fault.empty()) {
-      Fail(Blame::kUnknown, "its outputs do not count: " + found.fault);
-      end_.hasOtherInputs = found.hasOtherInputs;
+      // What the board had before it was asked is no fault of the chunk's.
+      const bool isBoards = found.hasOtherFiles && files_ == FilesOnBoard::kByHash;
+      Fail(isBoards ? Blame::kBoard : Blame::kUnknown, "its outputs do not count: " + found.fault);
+      end_.hasOtherFiles = found.hasOtherFiles;
     } else if (found.done == planned_.size()) {
       Keep(found, AttemptOutcome::kDone);
     } else if (found.done + found.notDone == 0) {
@@ -243,6 +250,23 @@ class Attempt {
       record.reason = WhyNotDone(found);
       Keep(found, AttemptOutcome::kPartial);
     }
+  }
+
+  // Empty: it ran with the configuration that it was given, and with what that names beside it.
+  std::string WhyNotConfigured(const RunFacts& facts) const {
+    if (facts.configuration && facts.configuration->xxh3 != config_.xxh3) {
+      return "it ran with another configuration than it was given";
+    }
+    if (!request_.config.empty() || !facts.configurationFiles) return "";
+    for (const FileIdentity& planned : plan_.configurationFiles) {
+      for (const FileIdentity& found : *facts.configurationFiles) {
+        // One from the root on is the board's own.
+        const bool isIt = found.path == planned.path && !planned.path.starts_with('/');
+        if (!isIt || found.xxh3 == planned.xxh3) continue;
+        return "it ran with another " + Quoted(planned.path) + " than planned";
+      }
+    }
+    return "";
   }
 
   std::string WhyNotDone(const AttemptFound& found) const {
@@ -283,6 +307,7 @@ class Attempt {
   uint64_t number_ = 0;
   std::vector<SampleRecord> planned_;
   std::vector<std::string> paths_;
+  FileIdentity config_;  // of the configuration that is to be taken
   bool hasBegun_ = false;
   AttemptEnd end_;
 };

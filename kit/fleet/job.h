@@ -41,8 +41,8 @@ enum class FilesOnBoard { kByHash, kHere };
 struct AttemptEnd {
   JournalRecord record;  ///< as it was noted
   bool wasStopped = false;
-  bool wasGivenUp = false;      ///< before it began, so that the journal has nothing of it
-  bool hasOtherInputs = false;  ///< the board's files are not what their names say
+  bool wasGivenUp = false;     ///< before it began, so that the journal has nothing of it
+  bool hasOtherFiles = false;  ///< the board's files are not what their names say
   std::vector<BoardFile> files;
 };
 

@@ -266,8 +266,14 @@ class Ticket {
     return RunAttempt(
         plan_, attempt, FilesOnBoard::kByHash,
         [&](BoardWork work) {
-          work.areToolsStale = IsThere(BoardFileOf(fleet_, board_, "stale"));
-          return ssh_.Run(work, turn);
+          work.areFilesStale = IsThere(BoardFileOf(fleet_, board_, "stale"));
+          BoardEnd board = ssh_.Run(work, turn);
+          // Once: it is something else where they do not run then, either.
+          if (work.areFilesStale && board.phases.contains("launch")) {
+            Append(BoardFileOf(fleet_, board_, "anew"), "");
+            (void)unlink(BoardFileOf(fleet_, board_, "stale").c_str());
+          }
+          return board;
         },
         journal_);
   }
@@ -288,7 +294,9 @@ class Ticket {
     const JournalRecord& record = end.record;
     if (record.outcome == AttemptOutcome::kDone) {
       (void)unlink(row.c_str());
-      (void)unlink(BoardFileOf(fleet_, board_, "stale").c_str());
+      for (const char* what : {"stale", "anew"}) {
+        (void)unlink(BoardFileOf(fleet_, board_, what).c_str());
+      }
       const auto launch = record.phases.find("launch");
       if (launch != record.phases.end() && record.done > 0) {
         Append(BoardFileOf(fleet_, board_, "times"),
@@ -296,8 +304,10 @@ class Ticket {
       }
       return;
     }
-    if (end.hasOtherInputs) Forget(end);
-    if (MayBeOfPrograms(record)) Append(BoardFileOf(fleet_, board_, "stale"), "");
+    if (end.hasOtherFiles) Forget(end);
+    if (MayBeOfPrograms(record) && !IsThere(BoardFileOf(fleet_, board_, "anew"))) {
+      Append(BoardFileOf(fleet_, board_, "stale"), "");
+    }
     const bool isChunks = record.blame == Blame::kSamples || record.blame == Blame::kUnknown;
     if (chunk && isChunks) {
       Append(BoardFileOf(fleet_, board_, "failed"), std::to_string(*chunk) + "\n");

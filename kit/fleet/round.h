@@ -14,7 +14,8 @@
 //     boards/NAME.*   failed: chunks, a line each; row: a byte a failure since the last success;
 //                     times: nanoseconds an inference, a line a success; checked, aside: are there
 //                     once that is so; lock: see SshBoard; turn-S: locked by whoever runs at
-//                     slot S; stale: the programs there did not run
+//                     slot S; stale: the programs there did not run, and are to be sent
+//                     anew, with model and configuration; anew: they were
 //     waiting/N       the ticket at place N has nothing that it could take
 //     running         locked by every ticket that is at work
 //     over            there is nothing left to take

@@ -277,7 +277,7 @@ BoardEnd SshBoard::Run(const BoardWork& work, const LaunchTurn& turn) {
       return end;
     }
     std::vector<BoardFile> missing;
-    bool areToolsMissing = work.areToolsStale;
+    bool areToolsMissing = work.areFilesStale;
     if (!Look(work, end, missing, areToolsMissing)) return end;
     const bool isAllThere = missing.empty() && !areToolsMissing;
     if (!isAllThere && !Send(work, missing, areToolsMissing, end)) return end;
@@ -343,7 +343,8 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
     at = stop + 1;
   }
   for (const BoardFile& file : work.files) {
-    if (lacking.erase(FileInWork(file.hash)) != 0) missing.push_back(file);
+    const bool isStale = work.areFilesStale && !file.isInput;
+    if (lacking.erase(FileInWork(file.hash)) != 0 || isStale) missing.push_back(file);
   }
   return true;
 }

@@ -42,6 +42,7 @@ namespace vorn::kit {
 struct BoardFile {
   std::string hash;  ///< of XXH3-128
   std::string path;  ///< here
+  bool isInput = false;
 };
 
 /// What is to be done there.
@@ -57,7 +58,8 @@ struct BoardWork {
   std::optional<std::chrono::seconds> limit;
   /// Where there is none: asked while it runs whether there is one by now.
   std::function<std::optional<std::chrono::seconds>()> laterLimit{};
-  bool areToolsStale = false;     ///< they are sent although they are there
+  /// Programs, and files that are no inputs, are sent although they are there.
+  bool areFilesStale = false;
   std::function<void()> begin{};  ///< notes that it begins, where that was left to whoever does it
 };
 

@@ -30,7 +30,9 @@ class LookAt : public testing::Test {
     return fleet_.Attempt(1, 1, attempt);
   }
 
-  AttemptFound Look(const std::string& run) const { return LookAtAttempt(run, planned_, 1); }
+  AttemptFound Look(const std::string& run) const {
+    return LookAtAttempt(run, fleet_.Plan(), planned_);
+  }
 
   /// The same with something in samples.jsonl replaced.
   AttemptFound LookChanged(const std::string& what, const std::string& by) const {
@@ -63,16 +65,36 @@ TEST_F(LookAt, TellsWhatWasTriedFromWhatWasNot) {
 
 TEST_F(LookAt, EndsBeforeTheNextInferenceWhenItIsStopped) {
   int asked = 0;
-  const AttemptFound found = LookAtAttempt(Make(), planned_, 1, [&] { return ++asked > 2; });
+  const AttemptFound found =
+      LookAtAttempt(Make(), fleet_.Plan(), planned_, [&] { return ++asked > 2; });
   EXPECT_EQ(found.fault, "");
   EXPECT_EQ(found.done, 2U);
 }
 
 TEST_F(LookAt, RefusesWhatIsNoRun) {
-  EXPECT_THAT(Look(fleet_.Path("none")).fault, HasSubstr("samples.jsonl"));
+  EXPECT_THAT(Look(fleet_.Path("none")).fault, HasSubstr("run.json is not there"));
   const std::string run = Make();
   support::WriteFile(run + "/samples.jsonl", "{\n");
   EXPECT_THAT(Look(run).fault, HasSubstr("samples.jsonl"));
+}
+
+// What a merge does not take must not count before, or nobody makes it again.
+TEST_F(LookAt, RefusesOneWhoseRunJsonCannotBeRead) {
+  const std::string run = Make();
+  for (const char* text : {"", "{", "{}"}) {
+    support::WriteFile(run + "/run.json", text);
+    EXPECT_THAT(Look(run).fault, HasSubstr("run.json")) << text;
+  }
+  fs::remove(run + "/run.json");
+  EXPECT_EQ(Look(run).fault, "its run.json is not there, or no regular file");
+}
+
+TEST_F(LookAt, RefusesOneOfAnotherModel) {
+  MadeAttempt attempt;
+  attempt.change = [](vorn::kit::RunFacts& facts) { facts.model.xxh3 = std::string(32, '0'); };
+  const AttemptFound found = Look(fleet_.Attempt(1, 1, attempt));
+  EXPECT_EQ(found.fault, "it ran another model ('model.om')");
+  EXPECT_TRUE(found.hasOtherFiles);
 }
 
 TEST_F(LookAt, RefusesOneWithoutAllInferences) {
@@ -102,8 +124,9 @@ TEST_F(LookAt, RefusesOneWhoseOutputsChanged) {
 }
 
 TEST_F(LookAt, RefusesOneWithFewerOutputsThanTheModelHas) {
-  const std::string run = Make();
-  EXPECT_EQ(LookAtAttempt(run, planned_, 2).fault, "inference 3: it has 1 of 2 outputs");
+  vorn::kit::FleetPlan plan = fleet_.Plan();
+  plan.outputs = 2;
+  EXPECT_EQ(LookAtAttempt(Make(), plan, planned_).fault, "inference 3: it has 1 of 2 outputs");
 }
 
 // A board's word for where a file is leads nowhere else.
@@ -118,7 +141,6 @@ TEST_F(LookAt, RefusesOutputsThatLieElsewhere) {
   }
 }
 
-// What the merge would not take must not count before, or nobody makes it again.
 TEST_F(LookAt, RefusesOutputsThatAreLinks) {
   const std::string run = Make();
   const std::string output = run + "/dumps/1/same.0.17.bin";

@@ -576,11 +576,24 @@ TEST_F(FleetOnBoards, DoAnewWhatWasDamagedMeanwhile) {
   ASSERT_EQ(RunFleet().status, 0);
   const std::string run = Path("fleet/chunks/1/1/");
   support::WriteFile(run + vorn::kit::ReadSamples(run).at(0).outputs.at(0).path, "damaged");
-  const Outcome outcome = Resume();
+  Outcome outcome = Resume();
   EXPECT_EQ(outcome.status, 0) << outcome.Describe();
   EXPECT_THAT(outcome.err, HasSubstr("1 attempts do not verify any more"));
   EXPECT_EQ(Outputs(), kinds_);
   EXPECT_THAT(DoneChunks(), ElementsAre(0, 1, 1));
+  // All that a merge holds against an attempt.
+  support::WriteFile(Path("fleet/chunks/0/1/run.json"), "{");
+  const std::string samples = Path("fleet/chunks/1/2/samples.jsonl");
+  std::string text = support::ReadFile(samples);
+  const size_t at = text.find("\"status\":\"done\"");
+  ASSERT_NE(at, text.npos) << text;
+  support::WriteFile(samples, text.replace(at, 15, "\"status\":\"failed\""));
+  outcome = Resume();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("2 attempts do not verify any more"));
+  outcome = Run({"merge", "fleet", "--run", "whole"});
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("'whole' has 4 of 4 inferences"));
 }
 
 TEST_F(FleetOnBoards, RefuseASecondRunMeanwhileAndBehindIt) {
@@ -626,10 +639,40 @@ TEST_F(FleetOnBoards, GetAFileAgainThatIsNotWhatItsNameSays) {
   StartWithTools(1);
   const std::string hash = vorn::kit::Xxh3Of(support::ReadFile(Path("in/2.bin")));
   support::WriteFile(Path("work of b1/files/") + hash, "Xother");
-  Outcome outcome = RunFleet();
-  if (outcome.status != 0) outcome = Resume();
+  const Outcome outcome = RunFleet();
   EXPECT_EQ(outcome.status, 0) << outcome.Describe();
   EXPECT_EQ(Outputs(), kinds_);
+}
+
+// As a loss of power or a card that grows old leaves them.
+TEST_F(FleetOnBoards, GetModelAndConfigurationAgainThatWereDamaged) {
+  Samples("abcd");
+  StartWithTools(1);
+  for (const char* name : {"model.om", "vorn.json"}) {
+    fleet_ = std::string("fleet of ") + name;
+    ASSERT_EQ(Plan({"--chunk", "4", "--cross-check", "0", "-o", fleet_}).status, 0);
+    const std::string bytes = support::ReadFile(Path(name));
+    const std::string there = Path("work of b1/files/") + vorn::kit::Xxh3Of(bytes);
+    support::WriteFile(there, bytes + " ");  // it can be loaded all the same
+    Outcome outcome = RunFleet();
+    EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+    EXPECT_EQ(Outputs(), kinds_);
+    EXPECT_EQ(support::ReadFile(there), bytes);
+    outcome = Run({"merge", fleet_, "--run", fleet_ + ".whole"});
+    EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  }
+}
+
+TEST_F(FleetOnBoards, GetAConfigurationAgainByWhichNothingRuns) {
+  Samples("abcd");
+  ASSERT_EQ(Plan({"--chunk", "4", "--cross-check", "0"}).status, 0);
+  StartWithTools(1);
+  const std::string hash = vorn::kit::Xxh3Of("{}");
+  support::WriteFile(Path("work of b1/files/") + hash, "{");
+  const Outcome outcome = RunFleet();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(Outputs(), kinds_);
+  EXPECT_THAT(Ends(), SizeIs(2));  // the first one found it out
 }
 
 TEST_F(FleetOnBoards, GetProgramsAgainThatWereDamaged) {

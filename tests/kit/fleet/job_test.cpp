@@ -157,14 +157,46 @@ TEST_F(Attempt, WhoseOutputsDoNotVerifyFails) {
   EXPECT_EQ(end.record.blame, Blame::kUnknown);
   EXPECT_THAT(end.record.reason,
               AllOf(HasSubstr("its outputs do not count"), HasSubstr("has not the size and hash")));
-  EXPECT_FALSE(end.hasOtherInputs);
+  EXPECT_FALSE(end.hasOtherFiles);
 }
 
 TEST_F(Attempt, OfOtherInputsTellsSo) {
   const AttemptEnd end = Run([&](const BoardWork& work) { return Leave(work, "abc"); }, 1);
   EXPECT_EQ(end.record.outcome, AttemptOutcome::kFailed);
-  EXPECT_TRUE(end.hasOtherInputs);
+  EXPECT_EQ(end.record.blame, Blame::kBoard);  // the chunk may be right
+  EXPECT_TRUE(end.hasOtherFiles);
   EXPECT_THAT(end.files, testing::SizeIs(5));  // model, configuration, inputs
+}
+
+TEST_F(Attempt, WithAnotherConfigurationTellsSo) {
+  const auto leaveWith = [&](const std::function<void(vorn::kit::RunFacts&)>& change) {
+    return Run([&](const BoardWork& work) {
+      BoardEnd left = Leave(work, "abc");
+      vorn::kit::RunFacts facts = vorn::kit::ReadRun(work.folder + "/run");
+      change(facts);
+      support::WriteFile(work.folder + "/run/run.json", ToJson(facts));
+      return left;
+    });
+  };
+  AttemptEnd end = leaveWith([](auto& facts) { facts.configuration->xxh3 = std::string(32, '0'); });
+  EXPECT_EQ(end.record.outcome, AttemptOutcome::kFailed);
+  EXPECT_THAT(end.record.reason, HasSubstr("it ran with another configuration"));
+  EXPECT_TRUE(end.hasOtherFiles);
+
+  const auto file = [](const char* path, char digit) {
+    return vorn::kit::FileIdentity{.path = path, .sizeBytes = 3, .xxh3 = std::string(32, digit)};
+  };
+  plan_.configurationFiles = {file("dims.txt", '1'), file("/etc/own.txt", '1')};
+  end = leaveWith([&](auto& facts) {
+    facts.configurationFiles = {file("dims.txt", '2'), file("/etc/own.txt", '1')};
+  });
+  EXPECT_THAT(end.record.reason, HasSubstr("it ran with another 'dims.txt' than planned"));
+  EXPECT_TRUE(end.hasOtherFiles);
+  // One from the root on is the board's own.
+  end = leaveWith([&](auto& facts) {
+    facts.configurationFiles = {file("dims.txt", '1'), file("/etc/own.txt", '2')};
+  });
+  EXPECT_EQ(end.record.outcome, AttemptOutcome::kDone) << end.record.reason;
 }
 
 TEST_F(Attempt, SaysWhatTheBoardFailedBy) {
