@@ -76,7 +76,17 @@ class BoardReader {
     board.work = TextOf("work", board.work);
     if (board.work.empty())
       RefuseMember(Named("work"), "names no folder; give one, or leave it out");
+    // Words are handed over as they are, so that no shell there makes a folder of it.
+    if (board.work.starts_with('~')) {
+      RefuseMember(Named("work"),
+                   "begins with '~', which means nothing there; what does not begin with '/' "
+                   "counts from the home of the login on");
+    }
     board.runtime = TextOf("runtime", "");
+    if (!board.runtime.empty() && !board.runtime.starts_with('/')) {
+      RefuseValue(Named("runtime"), "the path of a libvorn.so there, from '/' on",
+                  Json(board.runtime));
+    }
     board.config = PathOf("config");
     board.tools = PathOf("tools");
     TakeEnvironment(board);

@@ -43,7 +43,9 @@ void CheckFindings(const std::vector<Finding>& findings, Console& console) {
 
 // What goes into JSON has to come out of it as it was.
 void CheckPath(const std::string& path, const std::string& what) {
-  if (Printable(path) == path || path.find('\\') != std::string::npos) return;
+  std::string plain = path;
+  std::erase(plain, '\\');  // which Printable doubles, and JSON keeps
+  if (Printable(plain) == plain) return;
   throw Fault(ExitStatus::kUsage, what + " " + Quoted(path) +
                                       " has a name that a plan cannot hold; give it another one");
 }
@@ -90,6 +92,7 @@ class Maker {
     CheckPath(launch.model, "the model");
     CheckPath(launch.config, "the configuration");
     CheckPath(launch.list, "the list");
+    CheckPath(Absolute("."), "the current folder");  // from which all files of the plan count
     CheckFolder(fleet_);
     look_ = MakePlan(launch);
     CheckFindings(look_.findings, console_);

@@ -85,7 +85,12 @@ TEST(Boards, AreRefusedByTheMemberThatIsWrong) {
            {R"({"host":"h\u0000"})", "boards[0].host: holds a line end or a zero"},
            {"{" + host + R"(,"work":"a\rb"})", "boards[0].work: holds a line end"},
            {"{" + host + R"(,"work":""})", "boards[0].work: names no folder"},
+           {"{" + host + R"(,"work":"~/fleet"})", "boards[0].work: begins with '~'"},
            {"{" + host + R"(,"runtime":"a\nb"})", "boards[0].runtime: holds a line end"},
+           {"{" + host + R"(,"runtime":"lib/libvorn.so"})",
+            "boards[0].runtime: takes the path of a libvorn.so there, from '/' on, and has "
+            "\"lib/libvorn.so\""},
+           {"{" + host + R"(,"runtime":"~/libvorn.so"})", "boards[0].runtime: takes the path"},
            {"{" + host + R"(,"config":null})", "boards[0].config: takes a text, and has null"},
            {"{" + host + R"(,"environment":["A=b"]})",
             R"(boards[0].environment: takes an object such as {"NAME": "value"}, and has ["A=b"])"},

@@ -875,6 +875,33 @@ TEST_F(Fleet, PlansNothingThatCannotBeRun) {
   EXPECT_EQ(Plan().status, 0);
 }
 
+// What cannot be told of a path in plan.json, or in a line of paths.txt, would be found missing
+// board by board.
+TEST_F(Fleet, PlansNothingOfPathsThatItCannotHold) {
+  for (const char* name : {"line\nend", "no \xFF UTF-8", "both \\ and \xFF"}) {
+    const std::string folder = Path(name);
+    fs::create_directories(folder + "/in");
+    support::WriteFile(folder + "/in/0.bin", "abcdef");
+    support::WriteFile(folder + "/list.txt", "in/0.bin\n");
+    support::WriteFile(folder + "/model.om", "24 bytes of a model file");
+    support::WriteFile(folder + "/vorn.json", "{}");
+    support::Command command = CommandFor({"plan", "-m", "model.om", "-j", "vorn.json", "-i",
+                                           "list.txt", "-o", "fleet", "--chunk", "1"});
+    command.directory = folder;
+    const Outcome outcome = RunCommand(command);
+    EXPECT_EQ(outcome.status, 2) << outcome.Describe();
+    EXPECT_THAT(outcome.err, HasSubstr("has a name that a plan cannot hold")) << name;
+    EXPECT_FALSE(fs::exists(folder + "/fleet/plan.json"));
+  }
+  // A backslash is a character as any other.
+  Samples("a");
+  fs::rename(Path("model.om"), Path("a\\b.om"));
+  const Outcome outcome = Run({"plan", "-m", "a\\b.om", "-j", "vorn.json", "-i", "list.txt", "-o",
+                               "fleet", "--chunk", "1"});
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+  EXPECT_EQ(ReadPlan().model.path, "a\\b.om");
+}
+
 // ---- What is there ------------------------------------------------------------------------------
 
 TEST(VerifyAttempts, NotesNothingMoreOnceItIsStopped) {
