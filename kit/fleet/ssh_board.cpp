@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <set>
 
 #include "kit/common/fault.h"
@@ -18,7 +19,6 @@ namespace {
 
 constexpr int kSshFailed = 255;
 constexpr int kLacksProgram = 4;  // as kLook ends then
-constexpr int kNotPacked = 7;     // as kRun ends where tar fails there
 constexpr int kNotTaken = 111;    // as kRun ends where nobody takes what it sends
 constexpr int kConnectTries = 4;
 constexpr std::chrono::minutes kToLook{2};
@@ -28,7 +28,8 @@ constexpr uint64_t kMostLookBytes = 64 << 20;
 constexpr const char* kLifelineS = "60";
 
 // Stands before the run directory on standard output: a login may have said something by then.
-constexpr std::string_view kMark = "vorn-fleet: the run directory\n";
+// Behind it, in its line, stands what the launch ended with.
+constexpr std::string_view kMark = "vorn-fleet: the run directory of a launch that ended with ";
 constexpr uint64_t kMostBeforeMark = 1 << 20;
 
 // WORK BOARD; on its input a line a file. Says what the board is and what it lacks, and removes
@@ -83,8 +84,9 @@ exit 0
 
 // WORK BOARD ID MARK [PATH FILE]... -- WORD...; on its input the list, an empty line, and then
 // whatever keeps it alive, of which sed may take some with it: the shell's own read takes a pipe a
-// byte at a time. The words are those of env: settings, the program, its own words. The
-// run directory goes to standard output.
+// byte at a time. The words are those of env: settings, the program, its own words. The run
+// directory goes to standard output, and whoever sent all of it ends with 0: what the launch ended
+// with is not to be taken for what became of the directory.
 constexpr const char* kRun = R"sh(umask 077
 unset CDPATH
 cd -- "$1" || exit 3
@@ -94,7 +96,8 @@ mark=$4
 shift 4
 mkdir -- "$job" && cd -- "$job" || exit 7
 trap "cd / && rm -rf -- \"\$job\"" EXIT
-trap "exit 8" HUP INT TERM PIPE
+trap "exit 8" HUP INT TERM
+trap "exit 111" PIPE
 sed -n -e "/^\$/q" -e p >list.txt
 while [ "$1" != -- ]; do
   mkdir -p -- "$(dirname -- "$1")" && ln -s -- "$top/files/$2" "$1" || exit 7
@@ -107,12 +110,12 @@ env "$@" >&2
 status=$?
 [ "$status" != 0 ] || [ -e run/run.json ] || status=1
 [ -e run/run.json ] || exit "$status"
-printf "%s\n" "$mark"
+printf "%s%s\n" "$mark" "$status"
 tar -cf - run
 sent=$?
 [ "$sent" -lt 128 ] || exit 111
 [ "$sent" = 0 ] || exit 7
-exit "$status"
+exit 0
 )sh";
 
 // WORK; on its input a line a file.
@@ -156,10 +159,24 @@ void TakeAnswer(const std::string& line, const std::string& key, std::string& va
 
 std::string FileInWork(const std::string& hash) { return "files/" + hash; }
 
-// Where the run directory begins in what came from the board; 0: none came.
-uint64_t FindRun(const std::string& file) {
-  const size_t at = ReadFrom(file, 0, kMostBeforeMark).find(kMark);
-  return at == std::string::npos ? 0 : at + kMark.size();
+// The run directory in what came from the board.
+struct SentRun {
+  uint64_t at = 0;       // 0: none came
+  int launchStatus = 0;  // as a shell has it
+};
+
+SentRun FindRun(const std::string& file) {
+  const std::string text = ReadFrom(file, 0, kMostBeforeMark);
+  const size_t mark = text.find(kMark);
+  const size_t end = mark == std::string::npos ? mark : text.find('\n', mark);
+  if (end == std::string::npos) return {};
+  return {.at = end + 1, .launchStatus = std::atoi(text.c_str() + mark + kMark.size())};
+}
+
+std::string WhyNotLaunched(bool isLost, bool isSent, const SentRun& run, const ChildEnd& child) {
+  if (isLost) return "the board was lost on the way: ssh " + DescribeChildEnd(child);
+  if (isSent) return "the launch ended with status " + std::to_string(run.launchStatus);
+  return (run.at > 0 ? "packing what the launch left " : "the launch ") + DescribeChildEnd(child);
 }
 
 // tar takes one that ends behind one of its files for whole.
@@ -400,8 +417,7 @@ bool SshBoard::Send(const BoardWork& work, const std::vector<BoardFile>& missing
 }
 
 bool SshBoard::Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& end) {
-  std::vector<std::string> words{board_.work, board_.name, work.id,
-                                 std::string(kMark.substr(0, kMark.size() - 1))};
+  std::vector<std::string> words{board_.work, board_.name, work.id, std::string(kMark)};
   for (const auto& [path, hash] : work.links) {
     words.insert(words.end(), {path, hash});
   }
@@ -438,27 +454,27 @@ bool SshBoard::Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& e
                              .laterLimit = work.laterLimit,
                              // What it left is on its way: the slot is free.
                              .tick = [&, wasEnded = false]() mutable {
-                               if (wasEnded || !turn.end || FindRun(out) == 0) return;
+                               if (wasEnded || !turn.end || FindRun(out).at == 0) return;
                                wasEnded = true;
                                turn.end();
                              }};
   const ChildEnd child = RunChild(request, signals_);
   end.phases["launch"] = Ns(child);
   end.wasStopped = child.wasStopped;
-  runAt_ = FindRun(request.out);
+  const SentRun run = FindRun(request.out);
+  runAt_ = run.at;
   end.fetchedBytes = SizeOfFile(request.out) - runAt_;
   if (child.wasStopped) return false;
   if (child.status != 0) HoldToRoom(work.folder);
   if (child.status == kNotTaken) RefuseToWrite(request.out);
   const bool isLost = child.wasLate || !child.status || child.status == kSshFailed;
+  const bool isSent = child.status == 0 && !child.wasLate;
+  const bool isHere = runAt_ > 0 && HasEndOfArchive(request.out, runAt_);
+  if (isSent && !isHere) RefuseToWrite(request.out);
   end.hasRun = !isLost && runAt_ > 0 && end.fetchedBytes > 0;
-  const bool isPacked = end.hasRun && child.status != kNotPacked;
-  const bool isCut = isPacked && !HasEndOfArchive(request.out, runAt_);
-  if (isCut || (child.status == 0 && !end.hasRun)) RefuseToWrite(request.out);
-  if (child.status == 0 && end.hasRun) return true;
+  if (isSent && run.launchStatus == 0) return true;
   end.blame = isLost || end.hasRun ? Blame::kUnknown : Blame::kBoard;
-  end.reason = (isLost ? "the board was lost on the way: ssh " : "the launch ") +
-               DescribeChildEnd(child) + Said(request.err);
+  end.reason = WhyNotLaunched(isLost, isSent, run, child) + Said(request.err);
   return end.hasRun;
 }
 

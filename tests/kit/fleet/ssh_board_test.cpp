@@ -1,5 +1,6 @@
 #include "kit/fleet/ssh_board.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using testing::HasSubstr;
 using vorn::kit::Blame;
 using vorn::kit::Board;
 using vorn::kit::BoardEnd;
@@ -130,6 +132,10 @@ class SshBoardTest : public testing::Test {
   }
 
   std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
+  static const std::string& PathBefore() {
+    static const std::string path = getenv("PATH");
+    return path;
+  }
   std::string ToolsId() { return vorn::kit::FindTools(Path("tools"), Path(""), signals_).id; }
 
   BoardEnd Run(std::vector<vorn::kit::BoardFile> files = {}) {
@@ -187,6 +193,34 @@ TEST_F(SshBoardTest, LeavesJobsOfOtherBoardsAlone) {
   EXPECT_TRUE(fs::exists(Path("work/jobs/b2=x" + none + nobody)));
   EXPECT_FALSE(fs::exists(Path("work/in.b1=" + none + nobody)));
   EXPECT_TRUE(fs::exists(Path("work/in.b2=" + none + nobody)));
+}
+
+// As where ssh could write none of what came, which the board had sent before it heard of that; and
+// there is room again by the time anybody looks.
+TEST_F(SshBoardTest, IsNotBlamedForWhatCouldNotBeWrittenHere) {
+  for (const char* status : {"0", "7", "8"}) {
+    support::WriteFile(
+        Path("tools/vorn-launch"),
+        "#!/bin/sh\nmkdir run\necho {} >run/run.json\nexit " + std::string(status) + "\n");
+    support::WriteFile(Path("calls"), "");
+    // It looks, sends, and launches.
+    support::WriteFile(Path("bin/ssh"), "#!/bin/sh\necho >>'" + Path("calls") +
+                                            "'\n[ \"$(wc -l <'" + Path("calls") +
+                                            "')\" != 3 ] || exec >/dev/null\nPATH=" + PathBefore() +
+                                            " exec ssh \"$@\"\n");
+    fs::permissions(Path("bin/ssh"), fs::perms::owner_all);
+    if (boards_ == nullptr) Start();
+    setenv("PATH", (Path("bin") + ":" + PathBefore()).c_str(), 1);
+    std::string said = "nothing";
+    try {
+      said = "ended: " + Run().reason;
+    } catch (const vorn::kit::Fault& fault) {
+      EXPECT_EQ(fault.Status(), vorn::kit::ExitStatus::kLimit);
+      said = fault.what();
+    }
+    setenv("PATH", PathBefore().c_str(), 1);
+    EXPECT_THAT(said, HasSubstr("what came from the board could not be written")) << status;
+  }
 }
 
 // As a loss of power leaves files that were written just before it.
