@@ -143,6 +143,15 @@ void Become(const ChildRequest& request, int in, int out, int err, const sigset_
   _exit(kNotStarted);
 }
 
+// Takes it off the text, with what ends it.
+std::string TakeLastLine(std::string& text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+  const size_t end = text.rfind('\n');
+  std::string line = end == std::string::npos ? text : text.substr(end + 1);
+  text.resize(end == std::string::npos ? 0 : end);
+  return line;
+}
+
 }  // namespace
 
 ChildEnd RunChild(const ChildRequest& request, StopSignals& signals) {
@@ -222,9 +231,11 @@ std::string LastLineOf(const std::string& path) {
   constexpr uint64_t kMost = 4096;
   const uint64_t size = SizeOfFile(path);
   std::string text = ReadFrom(path, size - std::min(size, kMost), kMost);
-  while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  const size_t start = text.rfind('\n');
-  return PrintableExcerpt(start == std::string::npos ? text : text.substr(start + 1));
+  std::string last = TakeLastLine(text);
+  // tar's last words tell nothing; those before them do.
+  const bool isOfTar = last.ends_with("due to previous errors");
+  const std::string before = isOfTar ? TakeLastLine(text) : "";
+  return PrintableExcerpt(before.empty() ? last : before);
 }
 
 }  // namespace vorn::kit

@@ -49,7 +49,8 @@ struct ChildEnd {
 /// "ended with status 1", "ended by SIGKILL", "took longer than 20 s", "was stopped".
 [[nodiscard]] std::string DescribeChildEnd(const ChildEnd& end);
 
-/// The last line that is not empty of a file, printable; empty where there is none.
+/// The last line that is not empty of a file, printable; empty where there is none. Where that is
+/// tar's, that there were errors, the line before it, which tells of one.
 [[nodiscard]] std::string LastLineOf(const std::string& path);
 
 }  // namespace vorn::kit

@@ -301,6 +301,10 @@ TEST_F(Child, LastLineIsWhatASuccessorCanPrint) {
   EXPECT_EQ(last("one"), "one");
   EXPECT_EQ(last("one\ntwo\r\n\n"), "two");
   EXPECT_EQ(last("one\n\x1B[2Jtwo\n"), "\\x1B[2Jtwo");
+  const std::string ofTar = "tar: Exiting with failure status due to previous errors\n";
+  EXPECT_EQ(last("tar: x: Cannot write: No space left on device\n" + ofTar),
+            "tar: x: Cannot write: No space left on device");
+  EXPECT_EQ(last(ofTar), ofTar.substr(0, ofTar.size() - 1));
   EXPECT_EQ(last(std::string(9000, '\n') + "end\n" + std::string(100, '\n')), "end");
 }
 
