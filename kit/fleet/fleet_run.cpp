@@ -44,6 +44,16 @@ void MakeRoomForFiles() {
   (void)setrlimit(RLIMIT_NOFILE, &files);  // it says itself where there are too few
 }
 
+// Those of the run before. The file is not a person's, who could not tell how to mend it.
+std::vector<Board> ReadKeptBoards(const std::string& path) {
+  try {
+    return ReadBoards(path);
+  } catch (const Fault& fault) {
+    throw Fault(fault.Status(),
+                std::string(fault.what()) + "; name a file of boards with --boards once more");
+  }
+}
+
 constexpr const char* kBoardsFile = "boards.json";
 constexpr size_t kMostTold = 10;
 
@@ -272,7 +282,7 @@ class FleetRun {
       }
       WriteWholeFile(kept, ToJson(boards_));
     } else if (IsThere(kept)) {
-      boards_ = ReadBoards(kept);
+      boards_ = ReadKeptBoards(kept);
     } else {
       throw Fault(ExitStatus::kUsage,
                   Quoted(fleet_) + " was not run yet; name a file of boards with --boards");

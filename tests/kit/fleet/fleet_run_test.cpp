@@ -1003,6 +1003,19 @@ TEST_F(Fleet, RefusesAFolderThatIsNoFleet) {
   }
 }
 
+TEST_F(Fleet, SaysWhatToDoWithoutTheBoardsOfBefore) {
+  Samples("abc");
+  ASSERT_EQ(Plan().status, 0);
+  Outcome outcome = Run({"resume", "fleet"});
+  EXPECT_EQ(outcome.status, 2) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("was not run yet; name a file of boards with --boards"));
+  support::WriteFile(Path("fleet/boards.json"), "{");
+  outcome = Run({"resume", "fleet"});
+  EXPECT_EQ(outcome.status, 3) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("fleet/boards.json"));
+  EXPECT_THAT(outcome.err, HasSubstr("name a file of boards with --boards once more"));
+}
+
 TEST_F(Fleet, RefusesBoardsBeforeAnythingIsTouched) {
   Samples("ab");
   ASSERT_EQ(Plan().status, 0);
