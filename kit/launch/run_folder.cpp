@@ -46,6 +46,29 @@ struct LinePlace {
   uint32_t length = 0;  // 0: there is none
 };
 
+// Less where the file ends before.
+std::string ReadPart(const OwnedFile& file, uint64_t offset, size_t most) {
+  struct stat about {};
+  const bool isKnown = fstat(file.Get(), &about) == 0 && about.st_size > 0;
+  // Room for what is there: most of the time that is far less than what may be. The kernel's own
+  // files tell no size.
+  if (isKnown) {
+    const auto size = static_cast<uint64_t>(about.st_size);
+    most = std::min<uint64_t>(most, size - std::min(size, offset));
+  }
+  std::string bytes(most, '\0');
+  size_t done = 0;
+  while (done < most) {
+    const ssize_t got =
+        pread(file.Get(), bytes.data() + done, most - done, static_cast<off_t>(offset + done));
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;
+    done += static_cast<size_t>(got);
+  }
+  bytes.resize(done);
+  return bytes;
+}
+
 }  // namespace
 
 RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
@@ -149,11 +172,17 @@ void RemoveTree(const std::string& path) {
   if (rmdir(path.c_str()) != 0 && errno != ENOENT) RefuseFolder("remove", path, errno);
 }
 
-void MoveFolder(const std::string& from, const std::string& to) {
-  // Nearly always nothing is there.
-  if (std::rename(from.c_str(), to.c_str()) == 0) return;
+bool MoveFolderIfThere(const std::string& from, const std::string& to) {
+  // Nearly always nothing is in its place.
+  if (std::rename(from.c_str(), to.c_str()) == 0) return true;
+  if (access(from.c_str(), F_OK) != 0) return false;
   RemoveTree(to);
   if (std::rename(from.c_str(), to.c_str()) != 0) RefuseFolder("move", from, errno);
+  return true;
+}
+
+void MoveFolder(const std::string& from, const std::string& to) {
+  if (!MoveFolderIfThere(from, to)) RefuseFolder("move", from, ENOENT);
 }
 
 bool IsDiskFull(const std::string& folder) {
@@ -173,20 +202,8 @@ uint64_t SizeOfFile(const std::string& path) {
 }
 
 std::string ReadFrom(const std::string& path, uint64_t offset, size_t most) {
-  std::string bytes;
   const OwnedFile file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.IsOpen()) return bytes;
-  bytes.resize(most);
-  size_t done = 0;
-  while (done < most) {
-    const ssize_t got =
-        pread(file.Get(), bytes.data() + done, most - done, static_cast<off_t>(offset + done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    done += static_cast<size_t>(got);
-  }
-  bytes.resize(done);
-  return bytes;
+  return file.IsOpen() ? ReadPart(file, offset, most) : "";
 }
 
 void SortSamples(const std::string& path, uint64_t count,
@@ -203,12 +220,13 @@ void SortSamples(const std::string& path, uint64_t count,
       offset += line.size() + 1;
     });
   }
+  const OwnedFile unsorted(open(path.c_str(), O_RDONLY | O_CLOEXEC));
   WholeFile sorted(path);
   for (uint64_t index = 0; index < count; ++index) {
     const LinePlace& place = places[index];
-    const SampleRecord record = place.length == 0
-                                    ? missing(index)
-                                    : SampleFromLine(ReadFrom(path, place.offset, place.length));
+    const SampleRecord record =
+        place.length == 0 ? missing(index)
+                          : SampleFromLine(ReadPart(unsorted, place.offset, place.length));
     sorted.Append(ToLine(record));
     show(record);
   }

@@ -47,6 +47,9 @@ void RemoveTree(const std::string& path);
 /// Moves a folder to a place where something may be already, which goes. Throws a Fault of kLimit.
 void MoveFolder(const std::string& from, const std::string& to);
 
+/// The same; false where there is none, and all stays as it is.
+[[nodiscard]] bool MoveFolderIfThere(const std::string& from, const std::string& to);
+
 /// Whether hardly any room is left on the disk of a folder: a write there has failed for want of
 /// it, or would.
 [[nodiscard]] bool IsDiskFull(const std::string& folder);

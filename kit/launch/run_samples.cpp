@@ -95,11 +95,7 @@ void RunSamples::TakeFound(uint64_t index, const std::string& dumps, DumpsFound 
   SampleRecord record = RecordOf(index, true);
   const std::string name = std::string(kDumpsFolder) + "/" + std::to_string(index);
   if (dumps != folder_.Path(name)) {
-    if (SizeOfFile(dumps) != 0) {
-      MoveFolder(dumps, folder_.Path(name));
-    } else {
-      RemoveTree(folder_.Path(name));
-    }
+    if (!MoveFolderIfThere(dumps, folder_.Path(name))) RemoveTree(folder_.Path(name));
   }
   for (SampleOutput& output : found.outputs) {
     output.path = name + "/" + output.path;
