@@ -19,7 +19,7 @@
 namespace vorn::kit {
 namespace {
 
-constexpr std::chrono::milliseconds kChildTick{50};
+constexpr std::chrono::milliseconds kChildTick{20};
 constexpr std::chrono::seconds kBeat{5};
 constexpr std::chrono::seconds kFirstAsk{1};  // for a limit; then rarer and rarer
 constexpr std::chrono::seconds kLastAsk{32};

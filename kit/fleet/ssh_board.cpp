@@ -12,6 +12,7 @@
 #include "kit/common/printable.h"
 #include "kit/fleet/child.h"
 #include "kit/fleet/locked_file.h"
+#include "kit/launch/lifeline.h"
 #include "kit/launch/run_folder.h"
 
 namespace vorn::kit {
@@ -106,7 +107,7 @@ done
 shift
 XDG_CACHE_HOME=$top/cache
 export XDG_CACHE_HOME
-env "$@" >&2
+env "$@"
 status=$?
 [ "$status" != 0 ] || [ -e run/run.json ] || status=1
 [ -e run/run.json ] || exit "$status"
@@ -171,6 +172,13 @@ SentRun FindRun(const std::string& file) {
   const size_t end = mark == std::string::npos ? mark : text.find('\n', mark);
   if (end == std::string::npos) return {};
   return {.at = end + 1, .launchStatus = std::atoi(text.c_str() + mark + kMark.size())};
+}
+
+// Whether what came from the board says that its device is free.
+bool HasProgramEnded(const std::string& file) {
+  if (SizeOfFile(file) == 0) return false;  // as while it runs, when this is asked again and again
+  return ReadFrom(file, 0, kMostBeforeMark).find(kLastProcessEnded) != std::string::npos ||
+         FindRun(file).at > 0;
 }
 
 std::string WhyNotLaunched(bool isLost, bool isSent, const SentRun& run, const ChildEnd& child) {
@@ -452,9 +460,9 @@ bool SshBoard::Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& e
                              .err = work.folder + "/run.err",
                              .limit = limit,
                              .laterLimit = work.laterLimit,
-                             // What it left is on its way: the slot is free.
+                             // What it left is looked at there, or on its way: the slot is free.
                              .tick = [&, wasEnded = false]() mutable {
-                               if (wasEnded || !turn.end || FindRun(out).at == 0) return;
+                               if (wasEnded || !turn.end || !HasProgramEnded(out)) return;
                                wasEnded = true;
                                turn.end();
                              }};

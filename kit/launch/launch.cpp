@@ -118,6 +118,9 @@ class Launcher {
   // For a reason that lies elsewhere.
   void Stop() { isOver_ = true; }
 
+  // To be called before the first chunk.
+  void TellOfLastProcessOnceEnded() { tellsOfLastProcess_ = true; }
+
   ExitStatus End() {
     if (hasRun_) {
       Finish();
@@ -342,6 +345,7 @@ class Launcher {
           if (!request_.isTextKept) RemoveTexts(job, log.Dumped(), withoutTexts);
           Look(pid, log);
         });
+    if (tellsOfLastProcess_ && IsLastProcess(job, end, chunk)) TellOfLastProcess();
     if (!plan_.isModelKnown) LearnModel(job, end);
     TakeTimes(job, end, chunk, attempt);
     std::vector<uint64_t> left = TakeSamples(job, end);
@@ -356,6 +360,18 @@ class Launcher {
     report_.Facts().counts = samples_->CountsSoFar(0);
     WriteRun();
     return left;
+  }
+
+  // Whether the device is needed no more.
+  bool IsLastProcess(const Job& job, const JobEnd& end, uint64_t chunk) const {
+    return plan_.isModelKnown && !job.indices.empty() && chunk + 1 == Chunks() &&
+           end.reason == JobEnd::Reason::kEnded && end.program.status == 0 &&
+           end.log.Dumped() >= job.indices.size();
+  }
+
+  static void TellOfLastProcess() {
+    std::fputs(kLastProcessEnded, stdout);
+    (void)std::fflush(stdout);  // whoever reads it may be gone, which the lifeline is for
   }
 
   // They are most of the bytes. Those of inferences that are done, and of outputs that are.
@@ -473,8 +489,13 @@ class Launcher {
     return {job.indices.begin() + static_cast<ptrdiff_t>(resolved), job.indices.end()};
   }
 
+  // Asked for each inference, of which there may be thousands a second.
   bool IsStopped() {
-    signals_.Wait(std::chrono::milliseconds(0));
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= signalsAgain_) {
+      signals_.Wait(std::chrono::milliseconds(0));
+      signalsAgain_ = now + std::chrono::milliseconds(10);
+    }
     return signals_.Asked() != 0;
   }
 
@@ -592,6 +613,7 @@ class Launcher {
   uint64_t asideInARow_ = 0;
   bool asideNow_ = false;
   bool isOver_ = false;
+  bool tellsOfLastProcess_ = false;
   bool isBegun_ = false;          // the run directory is this run's to write to
   bool isToBeTakenOver_ = false;  // a process has dumped what nobody has looked at
   bool hasRun_ = false;           // it came to its first chunk
@@ -602,7 +624,8 @@ class Launcher {
   bool isLookedAt_ = false;
   bool isLookedAtLoaded_ = false;  // once the model of the process was there
   SteadyTime lookedAt_;
-  SteadyTime countAgain_;  // not before
+  SteadyTime countAgain_;    // not before
+  SteadyTime signalsAgain_;  // neither
 };
 
 std::optional<Lifeline> LifelineOf(const LaunchRequest& request) {
@@ -621,6 +644,7 @@ ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
   std::optional<Lifeline> lifeline = LifelineOf(request);
   StopSignals signals(lifeline ? &*lifeline : nullptr);
   Launcher launcher(request, std::move(plan), console, signals);
+  if (lifeline) launcher.TellOfLastProcessOnceEnded();
   try {
     launcher.Begin();
     // Of a model that is learned of in the first chunk the list is run in that one.

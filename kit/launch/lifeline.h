@@ -7,6 +7,9 @@
 
 namespace vorn::kit {
 
+/// What they read on standard output once the device is free.
+inline constexpr const char* kLastProcessEnded = "vorn launch: the last process has ended\n";
+
 /// Why nobody can hold a lifeline by this descriptor; empty: somebody can.
 [[nodiscard]] std::string WhyNoLifeline(int descriptor);
 

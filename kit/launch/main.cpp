@@ -56,7 +56,9 @@ constexpr Option kOptions[] = {
     {"lifeline", 0, "SECONDS",
      "End the run in order, as Ctrl-C does, when standard input comes to its end or brings nothing "
      "for that long. What comes is thrown away. It is for a run over ssh, which hears of a lost "
-     "connection by nothing else: the other side writes a byte now and then."},
+     "connection by nothing else: the other side writes a byte now and then. On standard output "
+     "it reads a line when the last process has ended well: the device is free while the dumps are "
+     "looked at."},
     kNoTextOption,
     kArraysOption,
     kNoTraceOption,

@@ -250,13 +250,15 @@ class FleetOnBoards : public Fleet {
   }
 
   /// The same with tools that lie there already: they need not be sent each time.
-  void StartWithTools(int count) {
+  void StartWithTools(
+      int count, const std::function<void()>& change = [] {}) {
     Start(count);
     const fs::path build = fs::path(VORN_COMMAND).parent_path();
     fs::create_directories(Path("tools"));
     for (const char* name : {"vorn-launch", "vorn-run", "libvorn-trace.so"}) {
       fs::copy_file(build / name, Path("tools/") + name);  // else libvorn.so is looked for there
     }
+    change();
     vorn::kit::StopSignals signals;
     const std::string id = vorn::kit::FindTools(Path("tools"), Path("none"), signals).id;
     for (Json& item : items_) {
@@ -385,6 +387,31 @@ TEST_F(FleetOnBoards, AreBroughtTheNextFilesWhileOneRuns) {
   EXPECT_EQ(fleet.Wait(), 0) << support::ReadFile(Path("said"));
   EXPECT_EQ(Outputs(), kinds_);
   EXPECT_THAT(Ends(), SizeIs(2));
+}
+
+TEST_F(FleetOnBoards, BeginTheNextWhileTheDumpsOfOneAreLookedAt) {
+  Samples("ab");
+  ASSERT_EQ(Plan({"--chunk", "1", "--cross-check", "0"}).status, 0);
+  StartWithTools(1, [&] {
+    fs::rename(Path("tools/vorn-launch"), Path("tools/real"));
+    support::WriteFile(
+        Path("tools/vorn-launch"),
+        "#!/bin/sh\n"
+        "\"$(dirname \"$0\")/real\" --program \"$(dirname \"$0\")/vorn-run\" \"$@\"\n"
+        "while [ ! -e '" +
+            Path("looked") + "' ]; do sleep 0.05; done\n");
+    fs::permissions(Path("tools/vorn-launch"), fs::perms::owner_all);
+  });
+  Running fleet(CommandFor(RunWords()));
+  // Two began and none has ended.
+  Await([&] {
+    return Records([](const JournalRecord& record) { return record.chunk.has_value(); }).size() ==
+           2;
+  });
+  EXPECT_THAT(Ends(), IsEmpty());
+  support::WriteFile(Path("looked"), "");
+  EXPECT_EQ(fleet.Wait(), 0) << support::ReadFile(Path("said"));
+  EXPECT_EQ(Outputs(), kinds_);
 }
 
 // ---- Boards that fail ---------------------------------------------------------------------------

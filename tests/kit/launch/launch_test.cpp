@@ -229,7 +229,8 @@ class Running {
     std::vector<char*> words{const_cast<char*>(command.program.c_str())};
     for (const auto& word : command.arguments) words.push_back(const_cast<char*>(word.c_str()));
     words.push_back(nullptr);
-    if (chdir(command.directory.c_str()) == 0 && freopen("launched", "w", stderr) != nullptr) {
+    if (chdir(command.directory.c_str()) == 0 && freopen("launched", "w", stderr) != nullptr &&
+        freopen("told", "w", stdout) != nullptr) {
       execv(words[0], words.data());
     }
     _exit(99);
@@ -1034,6 +1035,26 @@ TEST_F(Launch, RunsToItsEndWhileItsLifelineHolds) {
   Running launch(CommandFor({"--chunk", "1", "--lifeline", "1000"}), Running::Stdin::kPipe);
   EXPECT_EQ(launch.Wait(), 0);
   EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone));
+}
+
+TEST_F(Launch, TellsItsLifelineOnceTheDeviceIsFree) {
+  const auto toldOf = [&](const std::string& kinds, const std::vector<std::string>& more) {
+    fs::remove_all(RunPath());
+    Samples(kinds);
+    std::vector<std::string> words{"--lifeline", "1000", "--quiet"};
+    words.insert(words.end(), more.begin(), more.end());
+    (void)Running(CommandFor(words), Running::Stdin::kPipe).Wait();
+    return support::ReadFile(Path("told"));
+  };
+  const std::string line = "vorn launch: the last process has ended\n";
+  EXPECT_EQ(toldOf("abc", {}), line);
+  EXPECT_EQ(toldOf("abc", {"--chunk", "1"}), line);
+  EXPECT_EQ(toldOf("aSc", {"--chunk", "1"}), line);
+  // Of others the run may start one more.
+  EXPECT_EQ(toldOf("abS", {}), "");
+  EXPECT_EQ(toldOf("aEc", {"--chunk", "2"}), line);
+  EXPECT_EQ(toldOf("abE", {}), "");
+  EXPECT_EQ(toldOf("abc", {"--interleave"}), "");
 }
 
 // Nothing is started for nobody.
