@@ -8,7 +8,7 @@
 #   warnings    all C and C++ files that the build knows, by the front end of clang++; with --all by that
 #               of g++, too, which the build has anyway
 #   clang-tidy  files of uncommitted changes and of the last commits, the newest first: products, which
-#               CMake puts together, by the last 30 commits and for some four minutes, tests by the last
+#               CMake puts together, by the last 30 commits and for some three minutes, tests by the last
 #               ten and for one; with --since those that came after that revision. What is left out for
 #               the time is said. With --all every file
 set -euo pipefail
@@ -17,8 +17,8 @@ readonly kProgram=lint
 . scripts/packages.sh
 
 readonly kClang=14            # another version lays out and finds otherwise
-readonly kTidyUnitedACore=6   # at some 40 s each, or 90 for the longest
-readonly kTidyFilesACore=2    # at some 20 s each, or a minute for the longest
+readonly kTidyUnitedACore=4   # at some 40 s each, or 90 for the longest
+readonly kTidyFilesACore=1    # at some 20 s each, or a minute for the longest
 readonly kBuild=build/lint
 readonly kUnited=UnifiedSources # by this name the analyzer looks into what a file includes
 
