@@ -82,6 +82,7 @@ Json FromPlan(const FleetPlan& plan) {
                               {"list", FromIdentity(plan.list)}});
   if (plan.runtime) object.Set("runtime", FromIdentity(*plan.runtime));
   if (plan.program) object.Set("program", FromIdentity(*plan.program));
+  if (!plan.ownFiles.empty()) object.Set("ownFiles", FromIdentities(plan.ownFiles));
   object.Set("options", FromOptions(plan.options));
   object.Set("inferences", plan.inferences);
   object.Set("inputsEach", plan.perInference);
@@ -120,6 +121,7 @@ FleetPlan ToPlan(const Json& object) {
   plan.list = ToIdentity(object.At("list"));
   TakeFile(object, "runtime", plan.runtime);
   TakeFile(object, "program", plan.program);
+  if (const Json* files = object.Find("ownFiles")) plan.ownFiles = ToIdentities(*files);
   plan.options = ToOptions(object.At("options"));
   plan.inferences = object.At("inferences").AsUnsigned();
   plan.perInference = object.At("inputsEach").AsUnsigned();
@@ -217,6 +219,18 @@ FleetPlan ReadFleetPlan(const std::string& fleet) {
   } catch (const JsonError& error) {
     throw Fault(ExitStatus::kInput, "the fleet's plan " + Quoted(path) + ": " + error.what() +
                                         "; make it again with 'vorn fleet plan'");
+  }
+}
+
+void HoldToOwnFiles(const std::string& fleet, const FleetPlan& plan) {
+  for (const FileIdentity& file : plan.ownFiles) {
+    const std::string path = fleet + "/" + file.path;
+    const FileIdentity now = IdentifyFile(path, "a file of the plan", ExitStatus::kInput);
+    if (now.xxh3 == file.xxh3) continue;
+    throw Fault(ExitStatus::kInput,
+                Quoted(path) +
+                    " was changed since the plan was made; put back what it was: the same plan "
+                    "made once more, in another folder, has it");
   }
 }
 

@@ -76,6 +76,7 @@ struct FleetPlan {
   FileIdentity list;
   std::optional<FileIdentity> runtime;  ///< that the plan was checked with
   std::optional<FileIdentity> program;  ///< the same
+  std::vector<FileIdentity> ownFiles;   ///< inputs.jsonl and model.json, by their names in FLEET
   FleetOptions options;
   uint64_t inferences = 0;
   uint64_t perInference = 0;  ///< lines of the list
@@ -97,6 +98,9 @@ struct FleetPlan {
 /// FLEET/plan.json. Throws a Fault of kInput that names the file: what is no plan, of another
 /// schema, changed since it was written, or with chunks that are not the list.
 [[nodiscard]] FleetPlan ReadFleetPlan(const std::string& fleet);
+
+/// Throws a Fault of kInput where one of the plan's own files is not what it was made with.
+void HoldToOwnFiles(const std::string& fleet, const FleetPlan& plan);
 
 /// Inferences of inputs.jsonl from one byte on, `count` of them, in their order. Throws a Fault of
 /// kInput.

@@ -406,6 +406,7 @@ class FleetRun {
 
 bool VerifyAttempts(const std::string& fleet, const FleetPlan& plan, bool isAgain, Console& console,
                     StopSignals& signals) {
+  HoldToOwnFiles(fleet, plan);
   return Verifier(fleet, plan, isAgain, console, signals).Run();
 }
 

@@ -112,6 +112,11 @@ class Maker {
     plan_.chunks = ChunksOf(request_.chunk.value_or(look_.inferences));
     if (!request_.chunk) Measure();
     WriteWholeFile(fleet_ + "/" + kModelFile, ToJson(look_.model));
+    for (const char* name : {kInputsFile, kModelFile}) {
+      plan_.ownFiles.push_back(
+          IdentifyFile(fleet_ + "/" + name, "a file of the plan", ExitStatus::kLimit));
+      plan_.ownFiles.back().path = name;
+    }
     plan_.id = IdOf(plan_);
     WriteWholeFile(fleet_ + "/" + kPlanFile, ToJson(plan_));
     return std::move(plan_);

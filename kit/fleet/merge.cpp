@@ -91,6 +91,7 @@ class Merger {
 
   ExitStatus Merge() {
     if (folder_.Before()) CheckMergedBefore(request_.run, *folder_.Before(), plan_);
+    HoldToOwnFiles(request_.fleet, plan_);
     try {
       Begin();
       ReadNotes();

@@ -43,6 +43,7 @@ FleetPlan Full() {
   plan.list = File("l");
   plan.runtime = File("r");
   plan.program = File("p");
+  plan.ownFiles = {File("inputs.jsonl")};
   plan.options = {.batch = 2,
                   .totalT = 3,
                   .isProfiled = true,
@@ -164,6 +165,21 @@ TEST_F(PlanFile, HasChunksThatFollowEachOther) {
     Write(change);
     EXPECT_THAT(Fault(), HasSubstr(why));
   }
+}
+
+TEST_F(PlanFile, KnowsTheFilesBesideIt) {
+  const FleetPlan plan = Full();
+  support::WriteFile(Fleet() + "/inputs.jsonl", "inputs.jsonl");  // as File has it
+  HoldToOwnFiles(Fleet(), plan);
+  for (const char* text : {"inputs.jsonk", "inputs", ""}) {
+    support::WriteFile(Fleet() + "/inputs.jsonl", text);
+    EXPECT_THAT([&] { HoldToOwnFiles(Fleet(), plan); },
+                testing::ThrowsMessage<vorn::kit::Fault>(
+                    HasSubstr("inputs.jsonl' was changed since the plan was made")))
+        << text;
+  }
+  std::filesystem::remove(Fleet() + "/inputs.jsonl");
+  EXPECT_THROW(HoldToOwnFiles(Fleet(), plan), vorn::kit::Fault);
 }
 
 TEST(FleetPlanId, IsOfAllButItself) {

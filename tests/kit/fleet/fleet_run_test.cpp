@@ -1030,6 +1030,25 @@ TEST_F(Fleet, RefusesAFolderThatIsNoFleet) {
   }
 }
 
+TEST_F(Fleet, TakesNoFileOfItsPlanThatWasDamaged) {
+  Samples("abc");
+  ASSERT_EQ(Plan().status, 0);
+  for (const char* name : {"inputs.jsonl", "model.json"}) {
+    const std::string path = Path(std::string("fleet/") + name);
+    const std::string text = support::ReadFile(path);
+    std::string damaged = text;
+    damaged.at(damaged.rfind("image") == damaged.npos ? damaged.find("in/1") + 3
+                                                      : damaged.rfind("image")) = 'j';
+    support::WriteFile(path, damaged);
+    const Outcome outcome = Run({"merge", "fleet", "--run", "run"});
+    EXPECT_EQ(outcome.status, 3) << outcome.Describe();
+    EXPECT_THAT(outcome.err, HasSubstr(std::string(name) + "' was changed since the plan"));
+    EXPECT_FALSE(fs::exists(Path("run/run.json")));
+    support::WriteFile(path, text);
+  }
+  EXPECT_EQ(Run({"merge", "fleet", "--run", "run"}).status, 8);
+}
+
 TEST_F(Fleet, SaysWhatToDoWithoutTheBoardsOfBefore) {
   Samples("abc");
   ASSERT_EQ(Plan().status, 0);
