@@ -110,6 +110,26 @@ TEST_F(SlurmTaskTest, NotesWhatItWasAtWhenItWasCutOff) {
   EXPECT_THAT(state.chunks[1].failed, ElementsAre("b2"));
 }
 
+TEST_F(SlurmTaskTest, HasTheLastWordWhereTheClockOfItsNodeIsBehind) {
+  Chunks("0\n1\n");
+  JournalRecord record;
+  record.event = JournalEvent::kBegin;
+  record.realtimeNs = uint64_t{1} << 62;
+  record.board = "b2";
+  record.chunk = 1;
+  record.attempt = 1;
+  fleet_.Note(record);
+  record.event = JournalEvent::kBack;
+  record.attempt = 0;
+  fleet_.Note(record);
+  fleet_.Attempt(1, 2);
+  EXPECT_EQ(RunTask(), ExitStatus::kDone);
+  EXPECT_THAT(Records().back().reason, HasSubstr("Slurm started its job again"));
+  EXPECT_GT(Records().back().realtimeNs, uint64_t{1} << 62);
+  const auto state = vorn::kit::ReadFleetState(fleet_.Folder(), fleet_.Plan());
+  EXPECT_THAT(state.chunks[1].failed, ElementsAre("b2"));
+}
+
 TEST_F(SlurmTaskTest, GivesNothingToANodeThatIsAside) {
   Chunks("0\n1\n2\n3\n");
   JournalRecord aside;
