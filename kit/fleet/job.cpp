@@ -218,7 +218,7 @@ class Attempt {
     record.phases = std::move(board.phases);
     record.sentBytes = board.sentBytes;
     record.fetchedBytes = board.fetchedBytes;
-    record.blame = board.blame;
+    record.blame = board.wasStopped ? Blame::kNobody : board.blame;
     record.reason = board.reason;
     end_.wasStopped = board.wasStopped;
     if (board.wasStopped || !board.hasRun) {

@@ -163,11 +163,19 @@ class SlurmTask {
         plan_, attempt, FilesOnBoard::kHere,
         [&](const BoardWork& work) {
           BoardEnd end = RunHere(work, plan_.from, signals_);
-          // Slurm sends its signals to all processes of a job: the launch may be gone first.
-          if (signals_.Asked() != 0 && !end.reason.empty()) end.wasStopped = true;
+          if (!end.reason.empty() && WasAskedToStop()) end.wasStopped = true;
           return end;
         },
         journal_);
+  }
+
+  // Slurm sends its signals to all processes of a job, one after the other: the launch may be gone
+  // before this one hears of it.
+  bool WasAskedToStop() {
+    constexpr int kTicks = 10;
+    constexpr std::chrono::milliseconds kTick{50};
+    for (int i = 0; i < kTicks && signals_.Asked() == 0; ++i) signals_.Wait(kTick);
+    return signals_.Asked() != 0;
   }
 
   // This node's, or all where it has none yet.

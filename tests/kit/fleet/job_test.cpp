@@ -215,9 +215,13 @@ TEST_F(Attempt, ThatWasStoppedIsNobodysFault) {
   const AttemptEnd end = Run([&](const BoardWork& work) {
     BoardEnd left = Leave(work, "abc");
     left.wasStopped = true;
+    // Of a launch that the same signal ended first.
+    left.blame = Blame::kUnknown;
+    left.reason = "the launch ended by SIGTERM";
     return left;
   });
   EXPECT_TRUE(end.wasStopped);
+  EXPECT_EQ(end.record.reason, "was stopped");
   EXPECT_EQ(end.record.outcome, AttemptOutcome::kFailed);
   EXPECT_EQ(end.record.blame, Blame::kNobody);
   EXPECT_THAT(vorn::kit::AttemptsIn(fleet_.Folder() + "/chunks/0"), IsEmpty());
