@@ -64,8 +64,8 @@ constexpr Option kOptions[] = {
     {"gres", 0, "LIST", "The same."},
     {"constraint", 0, "LIST", "The same."},
     {"time", 0, "LIMIT",
-     "The same: the time of a job, which has to be enough for some chunks. A minute before its end "
-     "the job ends in order, and is queued again."},
+     "The same: the time of a job, which has to be enough for some chunks. A minute or two before "
+     "its end the job ends in order, and is queued again."},
     {"sbatch", 0, "WORD", "Any other word for sbatch, as --sbatch=--account=NAME.", true},
     {"no-wait", 0, "",
      "Hand all to Slurm and end; a job that Slurm starts behind the others goes on."},
