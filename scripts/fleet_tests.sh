@@ -181,6 +181,30 @@ hold_without_waiting() {
   say "jobs went on by themselves"
 }
 
+# A launch that hears no signal: Slurm asks at the time limit and kills KillWait later. The word of a
+# minute before is replaced, or it would end in order. Limits are whole minutes, and looked at twice a
+# minute: this takes a minute and a half.
+hold_time_limit() {
+  local fleet=$work/limited bin=$work/hanging
+  mkdir "$bin"
+  cp "$kBuild/vorn-fleet" "$bin" # which runs the vorn-launch beside it
+  cat >"$bin/vorn-launch" <<END
+#!/bin/sh
+if mkdir "$bin/hung" 2>/dev/null; then trap "" HUP TERM; while :; do sleep 1; done; fi
+exec "$PWD/$kBuild/vorn-launch" "\$@"
+END
+  chmod +x "$bin/vorn-launch"
+  make_plan "$fleet"
+  "$bin/vorn-fleet" run "$fleet" --on slurm --time 1 --sbatch=--signal=B:CONT@60 --quiet ||
+    die "a job beyond its time limit: run ended with status $?"
+  grep -q 'DUE TO TIME LIMIT' "$fleet"/slurm/1/*.log || die "no job met its time limit"
+  # Its launch may be killed a moment before the task, which notes that then.
+  grep -qE 'its job ended without a word|was stopped' "$fleet"/journal/*.jsonl ||
+    die "nothing tells of the attempt that a time limit ended"
+  expect_whole "$fleet"
+  say "others did what a job left that met its time limit"
+}
+
 make_list
 run_in_one_piece
 hold_login csh /bin/csh
@@ -191,10 +215,11 @@ SLURM_CONF=$(tests/beds/slurm.sh start "$work/slurm" 3)
 export SLURM_CONF
 hold_requeue
 hold_without_waiting
+hold_time_limit
 for ((round = 1; round <= kRounds; ++round)); do
   say "boards over ssh, round $round"
   torment ssh disturb_ssh --boards "$work/ssh.json"
   say "nodes of Slurm, round $round"
   torment slurm disturb_slurm --on slurm
 done
-say "all $((kRounds * 2 + 4)) merges are the run in one piece"
+say "all $((kRounds * 2 + 5)) merges are the run in one piece"
