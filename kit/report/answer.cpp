@@ -10,6 +10,7 @@
 #include "kit/common/number_ranges.h"
 #include "kit/common/printable.h"
 #include "kit/page/number_text.h"
+#include "kit/report/bounds.h"
 #include "kit/report/fault_kinds.h"
 
 namespace vorn::kit {
@@ -172,6 +173,17 @@ std::string AccuracyText(const ReportAccuracy& accuracy) {
          ".";
 }
 
+// The first of them; the part about outputs has all.
+void TellSome(const std::vector<std::string>& sentences, const char* front, ReportAnswer& answer) {
+  constexpr size_t kMost = 5;
+  for (size_t i = 0; i < std::min(sentences.size(), kMost); ++i) {
+    answer.more.push_back(front + sentences[i] + ".");
+  }
+  if (sentences.size() > kMost) {
+    answer.more.push_back("And " + CountText(sentences.size() - kMost) + " more of this kind.");
+  }
+}
+
 void TellAccuracy(const ReportJudgement& judgement, ReportAnswer& answer) {
   if (judgement.accuracy.empty()) return;
   const ReportAccuracy& accuracy = judgement.accuracy.front();
@@ -319,7 +331,12 @@ bool IsAnyWorse(const ReportComparison& comparison) {
 
 }  // namespace
 
-std::string InQuotes(const std::string& text) { return "'" + text + "'"; }
+std::string InQuotes(const std::string& text) {
+  constexpr size_t kMostInASentence = 240;
+  std::string shown = text;
+  CutText(shown, kMostInASentence);
+  return "'" + shown + "'";
+}
 
 std::string FileName(const std::string& path) {
   const size_t slash = path.rfind('/');
@@ -334,10 +351,9 @@ ReportAnswer AnswerOf(const ReportRun& run) {
     TellKinds(judgement, answer);
     TellInside(judgement, answer);
     TellFloor(judgement, answer);
-    for (const std::string& one : judgement.preparation)
-      answer.more.push_back("Suspect: " + one + ".");
+    TellSome(judgement.preparation, "Suspect: ", answer);
     TellAccuracy(judgement, answer);
-    for (const std::string& one : judgement.unfinished) answer.more.push_back(one + ".");
+    TellSome(judgement.unfinished, "", answer);
   }
   TellMissing(run, answer);
   return answer;

@@ -10,6 +10,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
 #include "kit/report/answer.h"
+#include "kit/report/bounds.h"
 #include "kit/timing/times.h"
 
 namespace vorn::kit {
@@ -290,6 +291,7 @@ std::vector<ReportComparison> CompareRuns(const std::vector<RunPlace>& places,
     comparisons[i].times = found[i];
     comparisons[i].gates = gates;
     comparisons[i].confidence = Bootstrap().confidence;
+    BoundComparison(comparisons[i]);
     comparisons[i].answer = AnswerOf(comparisons[i], runs[0], runs[comparisons[i].other]);
   }
   return comparisons;

@@ -565,6 +565,7 @@ Json RunJson(const ReportRun& run) {
        {"undone", Each(run.undone, UndoneJson)},
        {"times", TimesJson(run.times)},
        {"commands", Each(run.commands, CommandJson)}});
+  if (run.librariesLeftOut > 0) json.Set("librariesLeftOut", run.librariesLeftOut);
   SetText(json, "precision", run.precision);
   if (run.judgement) json.Set("judgement", JudgementJson(*run.judgement));
   if (run.machine) json.Set("machine", MachineJson(*run.machine));

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "kit/common/number_ranges.h"
+#include "kit/page/html.h"
 #include "kit/page/number_text.h"
 
 namespace vorn::kit {
@@ -55,7 +56,7 @@ std::string KnownWords(const ReportCause& cause) {
   for (const KnownCause& known : kKnownCauses) {
     if (known.id == cause.id) return std::string(known.words);
   }
-  return cause.text;  // of a later version
+  return NameExcerpt(cause.text);  // of a later version
 }
 
 // In the order in which a fault is taken for one of them.

@@ -131,9 +131,15 @@ ReportColumns ColumnsOf(const Json& json) {
   return columns;
 }
 
-std::vector<ReportFault> FaultsOf(const Json& output, const char* key) {
+// Of many outputs fewer each, and a hundred at least.
+size_t FaultsAnOutput(size_t outputs) {
+  constexpr size_t kMostOfAll = 20 * kMostReportFaults;
+  return std::clamp<size_t>(kMostOfAll / std::max<size_t>(outputs, 1), 100, kMostReportFaults);
+}
+
+std::vector<ReportFault> FaultsOf(const Json& output, const char* key, size_t most) {
   std::vector<ReportFault> faults;
-  ForEachOf(output, key, kMostReportFaults, [&](const Json& fault) {
+  ForEachOf(output, key, most, [&](const Json& fault) {
     faults.push_back({fault.At("sample").AsUnsigned(),
                       TextsAt(fault, "reasons", 20),
                       {},
@@ -176,7 +182,7 @@ void TakeConfusion(const Json& agreement, ReportOutput& output) {
   output.confusionItems += output.confusionLeftOut;
 }
 
-ReportOutput OutputOf(const Json& json) {
+ReportOutput OutputOf(const Json& json, size_t mostFaults) {
   ReportOutput output;
   output.name = json.At("name").AsText();
   output.expectedName = TextAt(json, "expectedName");
@@ -201,8 +207,8 @@ ReportOutput OutputOf(const Json& json) {
         CountAt(*agreement, "tied1"), CountAt(*agreement, "tied5")};
     TakeConfusion(*agreement, output);
   }
-  output.wrong = FaultsOf(json, "wrong");
-  output.notJudged = FaultsOf(json, "notJudged");
+  output.wrong = FaultsOf(json, "wrong", mostFaults);
+  output.notJudged = FaultsOf(json, "notJudged", mostFaults);
   ForEachOf(json, "worst", kMostReportFaults,
             [&](const Json& element) { output.worst.push_back(ElementOf(element)); });
   TakeCauses(json, output);
@@ -333,9 +339,11 @@ KeptJudgement ParseJudgement(std::string_view text, const std::string& path) {
     judgement.missing.push_back(
         {missing.At("sample").AsUnsigned(), TextAt(missing, "side"), TextAt(missing, "reason")});
   });
-  ForEachOf(json, "outputs", kMostReportTensors,
-            [&](const Json& output) { judgement.outputs.push_back(OutputOf(output)); });
-  judgement.outputsLeftOut = json.At("outputs").Items().size() - judgement.outputs.size();
+  const size_t outputs = json.At("outputs").Items().size();
+  ForEachOf(json, "outputs", kMostReportTensors, [&](const Json& output) {
+    judgement.outputs.push_back(OutputOf(output, FaultsAnOutput(outputs)));
+  });
+  judgement.outputsLeftOut = outputs - judgement.outputs.size();
   ForEachOf(json, "accuracy", kMostReportFaults, [&](const Json& one) {
     judgement.accuracy.push_back({TextAt(one, "output"), TextAt(one, "metric"),
                                   NumberAt(one, "actual"), NumberAt(one, "expected"),

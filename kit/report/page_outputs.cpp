@@ -3,6 +3,7 @@
 #include <array>
 #include <cmath>
 #include <map>
+#include <numeric>
 
 #include "kit/common/printable.h"
 #include "kit/page/chart.h"
@@ -16,6 +17,10 @@ namespace {
 
 /// Of all outputs together; beyond it the worst rows stand in the tables.
 constexpr size_t kMostRowsOnPage = 30000;
+
+/// Outputs that have a part of their own: the wrong ones first.
+constexpr size_t kMostCards = 16;
+constexpr size_t kMostVerdicts = 200;
 
 /// What is right differs from 1 far behind the point.
 constexpr int kCosineDigits = 6;
@@ -52,6 +57,28 @@ Html RulesText(const ReportOutput& output) {
   return text;
 }
 
+// Places of at most that many outputs, in their order; of more the wrong ones before those that
+// were not judged, and these before the right ones.
+std::vector<size_t> ShownOutputs(const ReportJudgement& judgement, size_t most) {
+  const auto& outputs = judgement.outputs;
+  std::vector<size_t> places(outputs.size());
+  std::iota(places.begin(), places.end(), 0);
+  if (places.size() <= most) return places;
+  const auto rank = [&](size_t place) {
+    const ReportVerdict verdict = outputs[place].verdict;
+    return verdict == ReportVerdict::kWrong ? 0 : verdict == ReportVerdict::kNotJudged ? 1 : 2;
+  };
+  std::stable_sort(places.begin(), places.end(),
+                   [&](size_t one, size_t other) { return rank(one) < rank(other); });
+  places.resize(most);
+  std::sort(places.begin(), places.end());
+  return places;
+}
+
+size_t CardCount(const RunOnPage& on) {
+  return std::min(on.run.judgement->outputs.size(), kMostCards);
+}
+
 Html VerdictTable(const RunOnPage& on) {
   const ReportJudgement& judgement = *on.run.judgement;
   Table table;
@@ -65,9 +92,13 @@ Html VerdictTable(const RunOnPage& on) {
                    {"RMSE", true, "root of the mean square of the differences"},
                    {"cosine", true},
                    {"SNR dB", true, "signal to noise"}};
-  for (size_t i = 0; i < judgement.outputs.size(); ++i) {
+  const std::vector<size_t> cards = ShownOutputs(judgement, kMostCards);
+  for (const size_t i : ShownOutputs(judgement, kMostVerdicts)) {
     const ReportOutput& output = judgement.outputs[i];
-    Cell name{LinkTo(on.Id("output-" + std::to_string(i)), Name(output.name)), {}};
+    const bool hasCard = std::binary_search(cards.begin(), cards.end(), i);
+    Cell name{hasCard ? LinkTo(on.Id("output-" + std::to_string(i)), Name(output.name))
+                      : Name(output.name),
+              {}};
     if (!output.expectedName.empty() && output.expectedName != output.name) {
       name.content += Text(" against ") + Name(output.expectedName);
     }
@@ -83,7 +114,13 @@ Html VerdictTable(const RunOnPage& on) {
                           output.verdict == ReportVerdict::kWrong});
   }
   table.isFilterable = table.rows.size() > 10;
-  return Draw(table);
+  Html html = Draw(table);
+  const uint64_t all = judgement.outputs.size() + judgement.outputsLeftOut;
+  if (all > table.rows.size()) {
+    html += Note(Text("and " + CountedText(all - table.rows.size(), "more output") +
+                      " in verdict.json; here stand the wrong ones first."));
+  }
+  return html;
 }
 
 // ---- Differences over samples -------------------------------------------------------------------
@@ -181,15 +218,18 @@ Cell SampleCell(const RunOnPage& on, uint64_t sample, const std::vector<uint64_t
 std::string FitText(const ReportFault& fault) {
   if (fault.causes.empty()) return {};
   const ReportCause& cause = fault.causes[0];
-  return cause.text + "; " + ExplainedText(cause.certainty);
+  return NameExcerpt(cause.text, 160) + "; " + ExplainedText(cause.certainty);
 }
 
 // The kinds of fault with the samples that have them, the most frequent first.
 Html KindsTable(const RunOnPage& on, const ReportOutput& output) {
   constexpr size_t kMostNamed = 5;
+  constexpr size_t kMostKinds = 8;
   const std::vector<uint64_t> detailed = DetailedSamples(on.run);
   Html items;
-  for (const FaultKind& kind : FaultKindsOf(output)) {
+  const std::vector<FaultKind> kinds = FaultKindsOf(output);
+  for (size_t k = 0; k < std::min(kinds.size(), kMostKinds); ++k) {
+    const FaultKind& kind = kinds[k];
     Html samples;
     for (size_t i = 0; i < kind.samples.size() && i < kMostNamed; ++i) {
       samples += Text(i == 0 ? " " : ", ") + SampleCell(on, kind.samples[i], detailed).content;
@@ -198,9 +238,13 @@ Html KindsTable(const RunOnPage& on, const ReportOutput& output) {
       samples += Text(" and " + CountText(kind.samples.size() - kMostNamed) + " more");
     }
     Html item = Text(kind.samples.size() == 1 ? "Sample" : "Samples") + samples + Text(": ") +
-                Element("strong", Text(kind.sentence));
+                Element("strong", Text(NameExcerpt(kind.sentence, 200)));
     if (kind.explained > 0) item += Text(", which " + ExplainedText(kind.explained));
     items += Paragraph(item + Text("."));
+  }
+  if (kinds.size() > kMostKinds) {
+    items += Paragraph(
+        Text("And " + CountedText(kinds.size() - kMostKinds, "further kind") + " of fault."));
   }
   return items.IsEmpty() ? items : Element("div", {{"class", "callout"}}, items);
 }
@@ -208,20 +252,23 @@ Html KindsTable(const RunOnPage& on, const ReportOutput& output) {
 Html FaultTable(const RunOnPage& on, const std::vector<ReportFault>& faults, uint64_t all,
                 const char* caption, bool isBad) {
   if (faults.empty()) return {};
-  constexpr size_t kMost = 200;
+  constexpr size_t kMostOfAll = 600;
   constexpr size_t kMostOpen = 12;
+  constexpr size_t kMostReasons = 2;
+  const size_t most = std::min<size_t>(kMostOfAll / CardCount(on), 200);
   const std::vector<uint64_t> detailed = DetailedSamples(on.run);
   Table table;
   table.caption = caption;
   table.showsCaption = faults.size() <= kMostOpen;
   table.columns = {{"sample", true}, {"why"}, {"what fits"}};
   for (const ReportFault& fault : faults) {
-    if (table.rows.size() == kMost) break;
+    if (table.rows.size() == most) break;
     Html why;
-    for (const std::string& reason : fault.reasons) {
+    for (size_t i = 0; i < std::min(fault.reasons.size(), kMostReasons); ++i) {
       if (!why.IsEmpty()) why += Text("; ");
-      why += Text(PrintableExcerpt(reason));
+      why += Text(NameExcerpt(fault.reasons[i], 160));
     }
+    if (fault.reasons.size() > kMostReasons) why += Text("; …");
     table.rows.push_back(
         {{SampleCell(on, fault.sample, detailed), {why, {}}, TextCell(FitText(fault))}, isBad});
   }
@@ -289,7 +336,9 @@ Html SamplesTable(const RunOnPage& on, const ReportOutput& output, const std::st
   // Without scripts the wrong ones, or the ten that differ most.
   const auto wrong = static_cast<size_t>(std::count_if(
       rows.begin(), rows.end(), [&](size_t row) { return columns.isWrong[row] != 0; }));
-  const size_t told = std::min(rows.size(), std::clamp<size_t>(wrong, 10, 100));
+  constexpr size_t kMostOfAll = 1000;
+  const size_t mostTold = std::clamp<size_t>(kMostOfAll / CardCount(on), 10, 100);
+  const size_t told = std::min(rows.size(), std::clamp<size_t>(wrong, 10, mostTold));
   Table fallback;
   fallback.caption = table.caption;
   fallback.columns = {{"sample", true},  {"verdict"},    {"outside", true},
@@ -361,12 +410,18 @@ Html WorstElements(const RunOnPage& on, const ReportOutput& output) {
   table.caption = "Worst elements";
   table.columns = {
       {"sample", true}, {"place"}, {"actual", true}, {"expected", true}, {"difference", true}};
+  constexpr size_t kMostOfAll = 1000;
   for (const ReportElement& element : output.worst) {
+    if (table.rows.size() == kMostOfAll / CardCount(on)) break;
     table.rows.push_back({{SampleCell(on, element.sample, detailed), TextCell(element.place),
                            NumberCell(element.actual), NumberCell(element.expected),
                            MeasureCell(element.actual - element.expected)}});
   }
-  return Details(Text("Worst elements"), Draw(table));
+  Html html = Draw(table);
+  if (output.worst.size() > table.rows.size()) {
+    html += Note(Text("verdict.json has " + CountText(output.worst.size()) + " of them."));
+  }
+  return Details(Text("Worst elements"), html);
 }
 
 // A square of counts, where the classes are few enough to be seen.
@@ -401,7 +456,9 @@ Html ConfusionMap(const ReportOutput& output) {
                                                         "the left and top")));
 }
 
-Html Confusion(const ReportOutput& output) {
+Html Confusion(const RunOnPage& on, const ReportOutput& output) {
+  constexpr size_t kMostOfAll = 1000;
+  const size_t most = std::min<size_t>(kMostOfAll / CardCount(on), 100);
   if (output.confusionItems == 0) return {};
   uint64_t same = 0;
   Table table;
@@ -412,7 +469,7 @@ Html Confusion(const ReportOutput& output) {
       same += pair.count;
       continue;
     }
-    if (table.rows.size() == 100) continue;
+    if (table.rows.size() == most) continue;
     table.rows.push_back(
         {{CountCell(pair.expectedClass), CountCell(pair.actualClass), CountCell(pair.count)}});
   }
@@ -464,7 +521,7 @@ Html OutputCard(const RunOnPage& on, size_t place) {
                  "Wrong samples", true);
   content += FaultTable(on, output.notJudged, output.notJudged.size(),
                         "Samples that could not be judged", false);
-  content += Confusion(output);
+  content += Confusion(on, output);
   content += WorstElements(on, output);
   content += CensusTables(output);
   const bool isOpen = output.verdict != ReportVerdict::kRight || place == 0;
@@ -510,6 +567,7 @@ Html FloorTable(const ReportJudgement& judgement) {
                    {"SNR dB", true},
                    {"floor's SNR dB", true}};
   for (const ReportFloor::Output& output : floor.outputs) {
+    if (table.rows.size() == kMostVerdicts) break;
     table.rows.push_back(
         {{NameCell(output.name),
           TextCell(output.answer + (output.leftOut.empty() ? "" : ": " + output.leftOut)),
@@ -517,9 +575,14 @@ Html FloorTable(const ReportJudgement& judgement) {
           MeasureCell(output.times), MeasureCell(output.snrDb), MeasureCell(output.floorSnrDb)},
          output.answer == "worse"});
   }
-  return Draw(table) + Note(Text("Within is up to " + NumberText(floor.most) +
-                                 " times the floor's RMSE. The floor: ") +
-                            Name(floor.path));
+  Html html = Draw(table);
+  if (floor.outputs.size() > table.rows.size()) {
+    html += Note(Text("and " + CountText(floor.outputs.size() - table.rows.size()) +
+                      " more in verdict.json"));
+  }
+  return html + Note(Text("Within is up to " + NumberText(floor.most) +
+                          " times the floor's RMSE. The floor: ") +
+                     Name(floor.path));
 }
 
 Html MissingTable(const ReportJudgement& judgement) {
@@ -683,16 +746,16 @@ Html OutputsPart(const RunOnPage& on) {
   html += Sentences(judgement.unfinished);
   html += MissingTable(judgement);
   html += UndoneTable(run);
-  for (size_t i = 0; i < judgement.outputs.size(); ++i) html += OutputCard(on, i);
+  for (const size_t i : ShownOutputs(judgement, kMostCards)) html += OutputCard(on, i);
   return html;
 }
 
 Html SamplesPart(const RunOnPage& on) {
   if (!on.run.judgement) return {};
   const auto& outputs = on.run.judgement->outputs;
-  const size_t most = std::max<size_t>(kMostRowsOnPage / std::max<size_t>(outputs.size(), 1), 100);
+  const size_t most = kMostRowsOnPage / std::max<size_t>(CardCount(on), 1);
   Html html;
-  for (size_t i = 0; i < outputs.size(); ++i) {
+  for (const size_t i : ShownOutputs(*on.run.judgement, kMostCards)) {
     const std::string id = on.Id("output-" + std::to_string(i) + "-samples");
     const Html table = SamplesTable(on, outputs[i], id, most);
     if (table.IsEmpty()) continue;

@@ -94,17 +94,28 @@ std::string EndText(const RunFacts& facts) {
   return text;
 }
 
-Html MappedTable(const RunFacts& facts) {
+// A table of more rows is read by nobody, and makes the page large.
+constexpr size_t kMostRows = 200;
+
+Html MoreRows(const Table& table, uint64_t all) {
+  if (all <= table.rows.size()) return {};
+  return Note(Text("and " + CountText(all - table.rows.size()) + " more"));
+}
+
+Html MappedTable(const ReportRun& run) {
+  const RunFacts& facts = run.facts;
   if (facts.mapped.empty()) return {};
   Table table;
   table.caption = "Files that the program had mapped";
   table.columns = {{"file"}, {"build id"}};
   for (const MappedFile& mapped : facts.mapped) {
+    if (table.rows.size() == kMostRows) break;
     table.rows.push_back({{NameCell(mapped.path), TextCell(mapped.buildId.value_or(""))}});
   }
   table.isFilterable = table.rows.size() > 10;
-  return Details(Text("Libraries that were mapped (" + CountText(facts.mapped.size()) + ")"),
-                 Draw(table));
+  const uint64_t all = facts.mapped.size() + run.librariesLeftOut;
+  return Details(Text("Libraries that were mapped (" + CountText(all) + ")"),
+                 Draw(table) + MoreRows(table, all));
 }
 
 Html TensorTable(const ReportRun& run) {
@@ -115,10 +126,11 @@ Html TensorTable(const ReportRun& run) {
   table.isFilterable = run.tensors.size() > 20;
   table.columns = {{"role"}, {"name"}, {"type"}, {"shape"}, {"format"}};
   for (const ReportTensor& tensor : run.tensors) {
+    if (table.rows.size() == kMostRows) break;
     table.rows.push_back({{TextCell(tensor.role), NameCell(tensor.name), TextCell(tensor.type),
                            TextCell(tensor.shape), TextCell(tensor.format)}});
   }
-  return Draw(table);
+  return Draw(table) + MoreRows(table, run.tensors.size());
 }
 
 // ---- Boards -------------------------------------------------------------------------------------
@@ -139,6 +151,7 @@ Html BoardTable(const ReportFleet& fleet) {
                    {"hottest", true},
                    {"slowest clock", true}};
   for (const ReportBoard& board : fleet.boards) {
+    if (table.rows.size() == kMostRows) break;
     Html state;
     if (board.isAside) state += Pill(Tone::kBad, "aside");
     if (!board.disagreesAt.empty()) state += Pill(Tone::kBad, "disagrees");
@@ -167,7 +180,7 @@ Html BoardTable(const ReportFleet& fleet) {
               : Cell{}},
          board.isAside || !board.disagreesAt.empty()});
   }
-  return Draw(table);
+  return Draw(table) + MoreRows(table, fleet.boards.size() + fleet.boardsLeftOut);
 }
 
 Html BoardPhases(const ReportFleet& fleet) {
@@ -199,9 +212,10 @@ Html CrossCheck(const ReportFleet& fleet) {
     html += Paragraph(Text("All boards ran " + CountedText(fleet.crossCheck.size(), "sample") +
                            " alike, to see whether they agree."));
   }
+  constexpr size_t kMostSentences = 50;  // the table tells which others disagree
   std::vector<std::string> disagreements;
   for (const ReportBoard& board : fleet.boards) {
-    if (board.disagreesAt.empty()) continue;
+    if (board.disagreesAt.empty() || disagreements.size() == kMostSentences) continue;
     std::string samples;
     for (size_t i = 0; i < board.disagreesAt.size() && i < 10; ++i) {
       samples += (i == 0 ? "" : ", ") + std::to_string(board.disagreesAt[i]);
@@ -314,11 +328,7 @@ Html FindingsPart(const RunOnPage& on) {
 Html BoardsPart(const RunOnPage& on) {
   if (!on.run.fleet) return {};
   const ReportFleet& fleet = *on.run.fleet;
-  Html html = CrossCheck(fleet) + BoardTable(fleet);
-  if (fleet.boardsLeftOut > 0) {
-    html += Note(Text(CountedText(fleet.boardsLeftOut, "board") + " more are not shown."));
-  }
-  return html + BoardPhases(fleet);
+  return CrossCheck(fleet) + BoardTable(fleet) + BoardPhases(fleet);
 }
 
 Html MachinePart(const RunOnPage& on) {
@@ -349,7 +359,7 @@ Html MachinePart(const RunOnPage& on) {
       {"vorn", OptionalText(facts.version)},
       {"fleet", OptionalText(facts.fleet.value_or(""))},
   };
-  return FactList(list) + TensorTable(on.run) + MappedTable(facts);
+  return FactList(list) + TensorTable(on.run) + MappedTable(on.run);
 }
 
 Html CommandsPart(const RunOnPage& on) {

@@ -15,8 +15,9 @@
 //  4. Vectors that stand for columns of one table have equal lengths.
 //  5. What is not known is an empty optional, an empty vector or an empty text. Why something is
 //     missing that one would look for stands in ReportRun::remarks, or in an `obstacle` beside it.
-//  6. All of it is bounded: no vector grows beyond the constant that is named with it, whatever the
-//     number of samples. Where something was left out or drawn together, a count beside it says so.
+//  6. All of it is bounded: no vector grows beyond the constant that is named with it, and no text
+//     beyond what bounds.cpp has for it, whatever files of a run hold. Where something was left out
+//     or drawn together, a count beside it says so, or the last text of a list.
 #ifndef VORN_KIT_REPORT_REPORT_FACTS_H_
 #define VORN_KIT_REPORT_REPORT_FACTS_H_
 
@@ -159,7 +160,7 @@ struct ReportOutput {
     uint64_t tied5 = 0;
   };
   std::optional<Agreement> agreement;
-  std::vector<ReportFault> wrong;      ///< the first kMostReportFaults
+  std::vector<ReportFault> wrong;      ///< the first kMostReportFaults, fewer of many outputs
   std::vector<ReportFault> notJudged;  ///< likewise
   std::vector<ReportElement> worst;
 
@@ -222,7 +223,7 @@ struct ReportInside {
   std::optional<double> largestStepFallDb;
   std::vector<std::string> unpaired;  ///< sentences: "'x' is on the expected side only"
 };
-inline constexpr size_t kMostReportTensors = 2000;
+inline constexpr size_t kMostReportTensors = 1000;
 
 struct ReportAccuracy {
   std::string output;
@@ -517,7 +518,7 @@ struct ReportFinding {
   std::string message;
   std::string operation;  ///< where it was seen; may be empty
 };
-inline constexpr size_t kMostReportFindings = 500;
+inline constexpr size_t kMostReportFindings = 200;
 
 // ---- Boards of a fleet --------------------------------------------------------------------------
 
@@ -574,13 +575,18 @@ struct ReportTensor {
   std::string format;  ///< "NCHW"; may be empty
 };
 
+/// Of lists for which no other bound is named: warnings, sentences, files of a configuration.
+inline constexpr size_t kMostReportListed = 100;
+inline constexpr size_t kMostReportLibraries = 1000;
+
 struct ReportRun {
   std::string path;       ///< of the run directory, as it was given
   std::string name;       ///< short, and unlike that of any other run of the report
   ReportAnswer answer;    ///< of this run alone
   RunFacts facts;         ///< run.json: state, files, machine, versions, counts, warnings, …
   std::string precision;  ///< that the run says it was rounded to: "int8"; empty where it says none
-  std::vector<ReportTensor> tensors;  ///< of model.json
+  std::vector<ReportTensor> tensors;  ///< of model.json, at most kMostReportTensors
+  uint64_t librariesLeftOut = 0;      ///< of facts.mapped, beyond kMostReportLibraries
   std::vector<ReportRemark> remarks;  ///< warnings first
   std::optional<ReportJudgement> judgement;
   std::vector<ReportDetail> details;  ///< the worst first, at most `--samples`

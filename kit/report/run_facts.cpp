@@ -16,6 +16,7 @@
 #include "kit/judge/inside.h"
 #include "kit/model/model_json.h"
 #include "kit/report/answer.h"
+#include "kit/report/bounds.h"
 #include "kit/report/detail.h"
 #include "kit/report/fault_kinds.h"
 #include "kit/report/findings.h"
@@ -74,6 +75,7 @@ class Gathering {
     TakeWarnings();
     TakeCommands();
     TakeDetoursOut();
+    BoundRun(run_);
     run_.answer = AnswerOf(run_);
     return std::move(run_);
   }

@@ -9,6 +9,7 @@
 #include <tuple>
 #include <utility>
 
+#include "kit/page/number_text.h"
 #include "kit/timing/ratio_interval.h"
 #include "kit/timing/statistics.h"
 #include "kit/timing/times.h"
@@ -273,8 +274,23 @@ std::vector<ReportPhase> PhasesOf(const std::map<std::string, uint64_t>& phases,
     const auto at = phases.find(id);
     if (at != phases.end()) add(id, text, at->second);
   }
-  for (const auto& [id, duration] : phases) {
-    if (told.count(id) == 0) add(id, id, duration);
+  // The longest of those of another version; what is left of them is one part.
+  constexpr size_t kMostOthers = 20;
+  std::vector<std::pair<std::string, uint64_t>> others;
+  for (const auto& phase : phases) {
+    if (told.count(phase.first) == 0) others.emplace_back(phase);
+  }
+  std::stable_sort(others.begin(), others.end(),
+                   [](const auto& one, const auto& other) { return one.second > other.second; });
+  const size_t shown = std::min(others.size(), kMostOthers);
+  std::sort(others.begin(), others.begin() + static_cast<std::ptrdiff_t>(shown));
+  for (size_t i = 0; i < shown; ++i) add(others[i].first, others[i].first, others[i].second);
+  if (others.size() > shown) {
+    uint64_t restNs = 0;
+    for (size_t i = shown; i < others.size(); ++i) {
+      restNs += std::min(others[i].second, UINT64_MAX - restNs);
+    }
+    add("further", CountedText(others.size() - shown, "further phase"), restNs);
   }
   const auto whole = phases.find("whole");
   if (whole != phases.end() && whole->second > sumNs) {

@@ -18,7 +18,8 @@ namespace vorn::kit {
                                                  uint64_t startRealtimeNs);
 
 /// The phases of run.json in the order of a run, so that they add up to the whole; what the run
-/// does not tell of its whole time is a part of its own. Empty where it tells no phases.
+/// does not tell of its whole time is a part of its own, and so are together all but the longest
+/// of those that are not known here. Empty where it tells no phases.
 [[nodiscard]] std::vector<ReportPhase> PhasesOf(const std::map<std::string, uint64_t>& phases,
                                                 uint64_t& wholeNs);
 
