@@ -9,6 +9,7 @@
 #include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 #include "kit/timing/statistics.h"
 #include "kit/timing/times.h"
 
@@ -103,6 +104,7 @@ void AddMetric(RunEntry& run, std::map<std::pair<std::string, std::string>, size
 
 void TakeVerdict(std::string_view text, RunEntry& run) {
   const Json verdict = ParseJson(text);
+  HoldToSchema(verdict, kVerdictSchema);
   run.verdict = VerdictWord(verdict.At("status").AsSigned());
   std::map<std::pair<std::string, std::string>, size_t> places;
   for (const Json& accuracy : verdict.At("accuracy").Items()) {

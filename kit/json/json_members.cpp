@@ -13,6 +13,13 @@
 
 namespace vorn::kit {
 
+void HoldToSchema(const Json& object, uint64_t schema) {
+  const Json& own = object.At("schema");
+  if (own.IsNumber() && own.AsUnsigned() == schema) return;
+  throw JsonError("its schema is " + ShownValue(own) + ", and this program reads " +
+                  std::to_string(schema));
+}
+
 void HoldToKeys(const Json& object, std::initializer_list<const char*> keys) {
   HoldToKeys(object, "there is", {keys.begin(), keys.end()});
 }

@@ -14,6 +14,9 @@
 
 namespace vorn::kit {
 
+/// Throws a JsonError that names both where the object's "schema" is another one, or none.
+void HoldToSchema(const Json& object, uint64_t schema);
+
 /// Throws a JsonError that names a key that is none of these, and the nearest one: a misspelt key
 /// would be passed over, and something else be done than was meant.
 void HoldToKeys(const Json& object, std::initializer_list<const char*> keys);

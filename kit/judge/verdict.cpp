@@ -9,6 +9,7 @@
 #include "kit/common/text_table.h"
 #include "kit/json/json.h"
 #include "kit/judge/columns.h"
+#include "kit/run/run_directory.h"
 
 namespace vorn::kit {
 namespace {
@@ -507,7 +508,7 @@ std::string VerdictJson(const Verdict& verdict) {
                                   {"expected", one.expected},
                                   {"difference", one.actual - one.expected}}));
   }
-  Json json = Json::Object({{"schema", 1},
+  Json json = Json::Object({{"schema", kVerdictSchema},
                             {"status", static_cast<int>(verdict.Status())},
                             {"actual", verdict.actualPath},
                             {"expected", verdict.expectedPath},

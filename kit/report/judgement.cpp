@@ -8,7 +8,9 @@
 #include "kit/common/file_identity.h"
 #include "kit/common/printable.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 #include "kit/report/answer.h"
+#include "kit/run/run_directory.h"
 
 namespace vorn::kit {
 namespace {
@@ -327,6 +329,7 @@ ReportInside InsideOf(const Json& json) {
 
 KeptJudgement ParseJudgement(std::string_view text, const std::string& path) {
   const Json json = ParseJson(text);
+  HoldToSchema(json, kVerdictSchema);
   KeptJudgement kept;
   ReportJudgement& judgement = kept.facts;
   judgement.path = path;

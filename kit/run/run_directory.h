@@ -39,6 +39,7 @@ inline constexpr const char* kTraceFile = "trace.vtrace";
 inline constexpr const char* kChunksFolder = "chunks";  ///< while it runs
 inline constexpr const char* kDumpsFolder = "dumps";
 inline constexpr const char* kVerdictFile = "verdict.json";
+inline constexpr uint64_t kVerdictSchema = 1;
 inline constexpr const char* kQualifyFile = "qualify.json";  ///< of a qualification
 inline constexpr const char* kDeviceFolder = "device";       ///< its run of the device
 

@@ -137,9 +137,10 @@ TEST_F(ReadRunEntryTest, NamesTheRunWhoseNumbersNothingReaches) {
 
 TEST(TakeVerdict, TakesACensusWithoutMeasures) {
   RunEntry run;
-  TakeVerdict(R"({"status":0,"accuracy":[],"outputs":[{"name":"a","census":{"elements":1}},)"
-              R"({"name":"b","census":{"rmse":0.5}}]})",
-              run);
+  TakeVerdict(
+      R"({"schema":1,"status":0,"accuracy":[],"outputs":[{"name":"a","census":{"elements":1}},)"
+      R"({"name":"b","census":{"rmse":0.5}}]})",
+      run);
   ASSERT_EQ(run.metrics.size(), 1U);
   EXPECT_EQ(run.metrics[0].output, "b");
 }
@@ -147,7 +148,9 @@ TEST(TakeVerdict, TakesACensusWithoutMeasures) {
 TEST(TakeVerdict, TellsTheStatusInAWord) {
   const auto word = [](int status) {
     RunEntry run;
-    TakeVerdict(R"({"status":)" + std::to_string(status) + R"(,"accuracy":[],"outputs":[]})", run);
+    TakeVerdict(
+        R"({"schema":1,"status":)" + std::to_string(status) + R"(,"accuracy":[],"outputs":[]})",
+        run);
     return run.verdict;
   };
   EXPECT_EQ(word(0), "right");
@@ -157,6 +160,17 @@ TEST(TakeVerdict, TellsTheStatusInAWord) {
   EXPECT_EQ(word(3), "not judged");
 }
 
+TEST(TakeVerdict, RefusesAnotherSchema) {
+  for (const char* schema : {"0", "2", "\"1\"", "null"}) {
+    RunEntry run;
+    EXPECT_THROW(TakeVerdict(std::string(R"({"schema":)") + schema +
+                                 R"(,"status":0,"accuracy":[],"outputs":[]})",
+                             run),
+                 JsonError)
+        << schema;
+  }
+}
+
 TEST(TakeVerdict, KeepsFiguresOfTheFirstOutputsThatHaveThem) {
   std::string outputs;
   for (size_t i = 0; i < kMostOutputsKept + 3; ++i) {
@@ -164,7 +178,7 @@ TEST(TakeVerdict, KeepsFiguresOfTheFirstOutputsThatHaveThem) {
                R"(","census":{"rmse":)" + (i == 1 ? "\"NaN\"" : "1") + "}}";
   }
   RunEntry run;
-  TakeVerdict(R"({"status":0,"accuracy":[],"outputs":[)" + outputs + "]}", run);
+  TakeVerdict(R"({"schema":1,"status":0,"accuracy":[],"outputs":[)" + outputs + "]}", run);
   EXPECT_EQ(run.metrics.size(), kMostOutputsKept - 1);
 }
 

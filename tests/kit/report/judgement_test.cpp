@@ -106,6 +106,20 @@ TEST(ParseJudgement, ReadsAVerdictOfAnOlderVersion) {
   EXPECT_EQ(kept.map, "");
 }
 
+TEST(ParseJudgement, RefusesAnotherSchema) {
+  for (const char* schema : {"0", "2", "\"1\"", "null"}) {
+    std::string text = std::string(kLeast) + "]}";
+    text.replace(text.find(": 1") + 2, 1, schema);
+    try {
+      (void)ParseJudgement(text, "");
+      FAIL() << schema;
+    } catch (const JsonError& error) {
+      EXPECT_EQ(std::string(error.what()),
+                "its schema is " + std::string(schema) + ", and this program reads 1");
+    }
+  }
+}
+
 TEST(ParseJudgement, RefusesWhatIsNone) {
   EXPECT_THROW((void)ParseJudgement("{}", ""), JsonError);
   EXPECT_THROW((void)ParseJudgement(std::string(kLeast) + "{}]}", ""), JsonError);
