@@ -153,6 +153,11 @@ std::string WhyNotLookedAt(const ChildEnd& child, const std::string& host, const
          Said(err);
 }
 
+// Whether a line of the board's answer begins so: a login may say something before and behind it.
+bool HasLine(const std::string& text, const std::string& front) {
+  return text.starts_with(front) || text.find("\n" + front) != std::string::npos;
+}
+
 // What of a line of the board's answer stands behind `key`.
 void TakeAnswer(const std::string& line, const std::string& key, std::string& value) {
   if (line.starts_with(key + " ")) value = PrintableExcerpt(line.substr(key.size() + 1));
@@ -338,11 +343,16 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
                              .err = work.folder + "/look.err",
                              .limit = kToLook};
   ChildEnd child;
+  std::string text;
   for (int tried = 1;; ++tried) {
     child = RunChild(request, signals_);
     end.phases["connect"] += Ns(child);
-    const bool isWorthATry = child.status == kSshFailed && !child.wasStopped;
-    if (!isWorthATry || tried == kConnectTries) break;
+    text = ReadWholeFile(request.out, "the board's answer", ExitStatus::kLimit, kMostLookBytes);
+    const bool isCut = child.IsDone() && !HasLine(text, "over\n");
+    if (isCut) HoldToRoom(work.folder);
+    const bool mayBeOfHere = isCut && (text.empty() || HasLine(text, "host "));
+    const bool isNotConnected = child.status == kSshFailed && !child.wasStopped;
+    if ((!isNotConnected && !mayBeOfHere) || tried == kConnectTries) break;
     for (int i = 0; i < 10 << tried && signals_.Asked() == 0; ++i) {
       signals_.Wait(std::chrono::milliseconds(50));
     }
@@ -353,10 +363,14 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
     end.reason = WhyNotLookedAt(child, board_.host, request.err);
     return false;
   }
+  if (!HasLine(text, "over\n")) {
+    if (HasLine(text, "host ")) RefuseToWrite(request.out);
+    end.blame = Blame::kBoard;
+    end.reason = "the login of " + Quoted(board_.host) +
+                 " does not run what it is asked to, and ends with status 0" + Said(request.out);
+    return false;
+  }
   std::set<std::string> lacking;
-  const std::string text =
-      ReadWholeFile(request.out, "the board's answer", ExitStatus::kLimit, kMostLookBytes);
-  if (!text.ends_with("over\n")) RefuseToWrite(request.out);
   for (size_t at = 0; at < text.size();) {
     const size_t stop = std::min(text.find('\n', at), text.size());
     const std::string line = text.substr(at, stop - at);

@@ -238,6 +238,17 @@ TEST_F(SshBoardTest, MayHaveALoginThatTalks) {
   ExpectToRun();
 }
 
+// It is put aside as any other that fails, and the rest goes on.
+TEST_F(SshBoardTest, MayHaveALoginThatDoesNothingElse) {
+  Start({"ForceCommand echo Welcome; echo Bye"});
+  const BoardEnd end = Run();
+  EXPECT_FALSE(end.hasRun);
+  EXPECT_EQ(end.blame, Blame::kBoard);
+  EXPECT_EQ(end.reason,
+            "the login of 'b1' does not run what it is asked to, and ends with status 0; it said: "
+            "Bye");
+}
+
 TEST_F(SshBoardTest, MayHaveALoginThatTalksWhereTheLaunchFails) {
   support::WriteFile(Path("tools/vorn-launch"), "#!/bin/sh\necho no device >&2\nexit 5\n");
   fs::permissions(Path("tools/vorn-launch"), fs::perms::owner_all);
