@@ -180,6 +180,7 @@ ExitStatus PlanFleet(const Arguments& arguments) {
   TakeNeededFiles(arguments, "output", launch);
   TakeLaunchOptions(arguments, launch);
   launch.program = OwnFolder() + "/vorn-run";
+  launch.runOption = "-o";
   launch.command = OwnCommand("fleet");
   launch.version = VORN_VERSION;
   request.chunk = NumberOf(arguments, "chunk");

@@ -141,7 +141,8 @@ class Planner {
 
   void CheckRunFolder() {
     if (request_.run.find('\n') != std::string::npos) {
-      Find(ExitStatus::kUsage, "--run '" + Printable(request_.run) + "' holds a line end");
+      Find(ExitStatus::kUsage,
+           request_.runOption + " '" + Printable(request_.run) + "' holds a line end");
     }
     existing_ = request_.run;
     while (access(existing_.c_str(), F_OK) != 0 && errno == ENOENT && existing_ != "/" &&
@@ -150,11 +151,11 @@ class Planner {
     }
     struct stat about {};
     if (stat(existing_.c_str(), &about) != 0 || !S_ISDIR(about.st_mode)) {
-      Find(ExitStatus::kUsage, "--run '" + Printable(request_.run) + "' cannot be made: '" +
-                                   Printable(existing_) + "' is no folder");
+      Find(ExitStatus::kUsage, request_.runOption + " '" + Printable(request_.run) +
+                                   "' cannot be made: '" + Printable(existing_) + "' is no folder");
     } else if (access(existing_.c_str(), W_OK | X_OK) != 0) {
-      Find(ExitStatus::kLimit,
-           "--run '" + Printable(request_.run) + "' cannot be written: " + SystemReason(errno));
+      Find(ExitStatus::kLimit, request_.runOption + " '" + Printable(request_.run) +
+                                   "' cannot be written: " + SystemReason(errno));
     }
   }
 
@@ -194,7 +195,7 @@ class Planner {
       Find(ExitStatus::kLimit, "the disk of '" + Printable(existing_) + "' has room for " +
                                    Counted(disk.f_favail, "file") + ", and the run makes " +
                                    std::to_string(static_cast<uint64_t>(files)) +
-                                   "; name another with --run");
+                                   "; name another with " + request_.runOption);
     }
     const std::string text = "'" + Printable(existing_) + "' has " + SizeText(free) + " left";
     if (least > static_cast<double>(free)) {
@@ -214,7 +215,7 @@ class Planner {
 
   std::string Advice() const {
     if (request_.isTextKept) return "--no-text keeps a fifth of it";
-    return "name another disk with --run";
+    return "name another disk with " + request_.runOption;
   }
 
   void Find(ExitStatus status, const std::string& message) {

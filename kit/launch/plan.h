@@ -35,6 +35,7 @@ struct LaunchRequest {
   bool isTextKept = true;
   bool areArrays = false;
   std::string series;                ///< "A" or "B" of two that take turns
+  std::string runOption = "--run";   ///< that named `run`
   uint64_t runsOfDisk = 1;           ///< that find their room on the disk together
   bool isAnyway = false;             ///< what speaks against it is said, and it runs
   std::vector<std::string> command;  ///< of the verb

@@ -899,6 +899,9 @@ TEST_F(Fleet, PlansNothingThatCannotBeRun) {
   support::WriteFile(Path("fleet/mine"), "");
   refuses(2, "is not empty; name another folder with -o");
   fs::remove(Path("fleet/mine"));
+  const Outcome outcome = Plan({"--chunk", "4", "-o", "line\nend"});
+  EXPECT_EQ(outcome.status, 2) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("-o 'line\\x0Aend' holds a line end"));
   EXPECT_EQ(Plan().status, 0);
 }
 
