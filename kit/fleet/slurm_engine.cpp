@@ -60,6 +60,22 @@ std::vector<std::string> LinesIn(const std::string& path) {
   return lines;
 }
 
+// Slurm replaces what stands behind a '%' in all of the path, and in the folder of a file that is
+// named without one, too.
+std::string OutputWord(const std::string& folder, const std::string& file) {
+  std::string word = "--output=";
+  for (const char c : folder) word += c == '%' ? std::string("%%") : std::string(1, c);
+  return word + "/" + file;
+}
+
+// Behind a backslash it replaces nothing more, not even the number of the task.
+void CheckPathForSlurm(const std::string& fleet) {
+  if (fleet.find('\\') == std::string::npos) return;
+  throw Fault(ExitStatus::kUsage, "the path " + Quoted(fleet) +
+                                      " holds a backslash, by which Slurm writes no files of "
+                                      "jobs; give the folder another name");
+}
+
 // The last round that was begun; 0: none was.
 uint64_t LastRound(const std::string& fleet) {
   uint64_t last = 0;
@@ -96,6 +112,7 @@ class SlurmRun {
         journal_(fleet_, "control") {}
 
   ExitStatus Run() {
+    CheckPathForSlurm(fleet_);
     TakeWords();
     nodes_ = slurm_.Nodes();
     maxArraySize_ = slurm_.MaxArraySize();
@@ -272,7 +289,7 @@ class SlurmRun {
     std::vector<std::string> words{"--dependency=afterany:" + TextOf(jobs_, ":"),
                                    "--job-name=vorn-fleet-after",
                                    "--chdir=" + SlurmRound(fleet_, round_),
-                                   "--output=after.log",
+                                   OutputWord(SlurmRound(fleet_, round_), "after.log"),
                                    "--open-mode=append",
                                    "--requeue"};
     words.insert(words.end(), words_.begin(), words_.end());
@@ -422,11 +439,13 @@ std::vector<ArrayOfChunks> ArraysOf(const FleetState& state, const std::vector<u
 std::vector<std::string> ArrayWords(const std::string& folder, uint64_t array, uint64_t tasks,
                                     const std::set<std::string>& without,
                                     const std::vector<std::string>& more) {
-  std::vector<std::string> words{
-      "--array=0-" + std::to_string(tasks - 1), "--job-name=vorn-fleet", "--chdir=" + folder,
-      // From there on: a path may hold what sbatch would replace.
-      "--output=" + std::to_string(array) + ".%a.log", "--open-mode=append", "--requeue",
-      std::string("--signal=B:HUP@") + kEndInOrder};
+  std::vector<std::string> words{"--array=0-" + std::to_string(tasks - 1),
+                                 "--job-name=vorn-fleet",
+                                 "--chdir=" + folder,
+                                 OutputWord(folder, std::to_string(array) + ".%a.log"),
+                                 "--open-mode=append",
+                                 "--requeue",
+                                 std::string("--signal=B:HUP@") + kEndInOrder};
   // The last --exclude wins.
   constexpr std::string_view kExclude = "--exclude=";
   std::vector<std::string> excluded(without.begin(), without.end());

@@ -54,10 +54,10 @@ TEST(ArraysOf, LeaveOutWhatNoNodeIsLeftFor) {
 }
 
 TEST(ArrayWords, TellSbatchOfTheArray) {
-  EXPECT_THAT(
-      ArrayWords("/shared/fl%t/slurm/2", 1, 40, {}, {}),
-      ElementsAre("--array=0-39", "--job-name=vorn-fleet", "--chdir=/shared/fl%t/slurm/2",
-                  "--output=1.%a.log", "--open-mode=append", "--requeue", "--signal=B:HUP@60"));
+  EXPECT_THAT(ArrayWords("/shared/fl%t/slurm/2", 1, 40, {}, {}),
+              ElementsAre("--array=0-39", "--job-name=vorn-fleet", "--chdir=/shared/fl%t/slurm/2",
+                          "--output=/shared/fl%%t/slurm/2/1.%a.log", "--open-mode=append",
+                          "--requeue", "--signal=B:HUP@60"));
 }
 
 TEST(ArrayWords, EndWithThoseOfTheUser) {
