@@ -9,8 +9,16 @@ shift || true
 log=build/$preset.log
 mkdir -p build
 printf 'build: %s, into build/%s (log: %s)\n' "$preset" "$preset" "$log"
-if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${@:+--target "$@"}; } \
-  >"$log" 2>&1; then
+
+# Configures, unless nothing was changed since it last did, by hand or in the presets: what else it
+# depends on the build looks at by itself.
+configure() {
+  local stamp=build/$preset/configured cache=build/$preset/CMakeCache.txt
+  [ "$stamp" -nt CMakePresets.json ] && [ -e "$cache" ] && [ ! "$cache" -nt "$stamp" ] && return
+  cmake --preset "$preset" && touch "$stamp"
+}
+
+if ! { configure && cmake --build --preset "$preset" ${@:+--target "$@"}; } >"$log" 2>&1; then
   tail -n 60 "$log"
   printf 'build: failed; the whole log is %s\n' "$log" >&2
   exit 1
