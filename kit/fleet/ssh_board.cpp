@@ -1,5 +1,6 @@
 #include "kit/fleet/ssh_board.h"
 
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -47,6 +48,7 @@ done
 mkdir -p -- "$1/files" "$1/tools" "$1/jobs" "$1/cache" && cd -- "$1" || exit 3
 boot=$(cat /proc/sys/kernel/random/boot_id 2>/dev/null)
 printf "host %s\n" "$(uname -n)"
+printf "processor %s\n" "$(uname -m)"
 printf "machine %s\n" "$(cat /etc/machine-id 2>/dev/null)"
 printf "boot %s\n" "$boot"
 for left in jobs/"$2"=* in."$2"=*; do
@@ -190,6 +192,15 @@ std::string WhyNotLaunched(bool isLost, bool isSent, const SentRun& run, const C
   if (isLost) return "the board was lost on the way: ssh " + DescribeChildEnd(child);
   if (isSent) return "the launch ended with status " + std::to_string(run.launchStatus);
   return (run.at > 0 ? "packing what the launch left " : "the launch ") + DescribeChildEnd(child);
+}
+
+// A shell there takes a program for another processor for a script, and tells of its syntax.
+std::string WhyOfProcessor(const std::string& there) {
+  utsname here{};
+  if (uname(&here) != 0 || there.empty() || there == here.machine) return "";
+  return "; the programs are those for this machine (" + std::string(here.machine) +
+         "), and the board is another one (" + there +
+         "): name some for it as 'tools' of the board";
 }
 
 // tar takes one that ends behind one of its files for whole.
@@ -377,6 +388,7 @@ bool SshBoard::Look(const BoardWork& work, BoardEnd& end, std::vector<BoardFile>
     TakeAnswer(line, "host", end.host);
     TakeAnswer(line, "machine", end.machineId);
     TakeAnswer(line, "boot", end.bootId);
+    TakeAnswer(line, "processor", processor_);
     if (line.starts_with("lacks " + tools)) areToolsMissing = true;
     if (line.starts_with("lacks ")) lacking.insert(line.substr(sizeof "lacks " - 1));
     at = stop + 1;
@@ -497,6 +509,7 @@ bool SshBoard::Launch(const BoardWork& work, const LaunchTurn& turn, BoardEnd& e
   if (isSent && run.launchStatus == 0) return true;
   end.blame = isLost || end.hasRun ? Blame::kUnknown : Blame::kBoard;
   end.reason = WhyNotLaunched(isLost, isSent, run, child) + Said(request.err);
+  if (end.blame == Blame::kBoard && board_.tools.empty()) end.reason += WhyOfProcessor(processor_);
   return end.hasRun;
 }
 

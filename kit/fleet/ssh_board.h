@@ -120,7 +120,8 @@ class SshBoard {
   uint64_t slot_;
   std::string sockets_;
   std::string lock_;
-  uint64_t runAt_ = 0;  // in what came from the board
+  std::string processor_;  // as the board calls it
+  uint64_t runAt_ = 0;     // in what came from the board
   StopSignals& signals_;
 };
 

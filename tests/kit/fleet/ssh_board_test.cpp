@@ -18,6 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+using testing::AllOf;
 using testing::HasSubstr;
 using vorn::kit::Blame;
 using vorn::kit::Board;
@@ -298,6 +299,26 @@ TEST_F(SshBoardTest, IsToldWhatItLacks) {
   EXPECT_EQ(end.blame, Blame::kBoard);
   EXPECT_EQ(end.reason,
             "there is no tar on the board, or not in the PATH of its login; install it there");
+}
+
+TEST_F(SshBoardTest, IsToldThatItsProcessorIsAnotherOne) {
+  support::WriteFile(Path("tools/vorn-launch"), "#!/bin/sh\necho 1: Syntax error >&2\nexit 2\n");
+  support::WriteFile(Path("bin/uname"),
+                     "#!/bin/sh\n[ \"$1\" != -m ] || exec echo vax\nexec /usr/bin/uname \"$@\"\n");
+  for (const char* program : {"tools/vorn-launch", "bin/uname"}) {
+    fs::permissions(Path(program), fs::perms::owner_all);
+  }
+  Start({"ForceCommand PATH=" + Path("bin") +
+         ":$PATH; export PATH; exec /bin/sh -c \"$SSH_ORIGINAL_COMMAND\""});
+  const BoardEnd end = Run();
+  EXPECT_EQ(end.blame, Blame::kBoard);
+  EXPECT_THAT(
+      end.reason,
+      AllOf(HasSubstr("the launch ended with status 2; it said: 1: Syntax error; the programs"),
+            HasSubstr("the board is another one (vax): name some for it as 'tools'")));
+  // Where they are for the board it is something else.
+  board_.tools = Path("tools");
+  EXPECT_EQ(Run().reason, "the launch ended with status 2; it said: 1: Syntax error");
 }
 
 // By which a cd goes elsewhere, and says so.
