@@ -99,6 +99,11 @@ std::string CountsText(const SampleCounts& counts) {
   if (counts.failed > 0) text += ", " + std::to_string(counts.failed) + " failed";
   if (counts.aside > 0) text += ", " + std::to_string(counts.aside) + " put aside";
   if (counts.missing > 0) text += ", " + std::to_string(counts.missing) + " missing";
+  if (counts.done > counts.inferences) {
+    // "5 of 3 samples done" is no sentence.
+    text = Counted(counts.done, "sample") + " done where there are " +
+           std::to_string(counts.inferences);
+  }
   return text;
 }
 
@@ -245,6 +250,13 @@ ReportAnswer Judged(const ReportRun& run, const ReportJudgement& judgement) {
   }
   const std::string against = ", measured against " + InQuotes(judgement.expected);
   const std::string outputs = Counted(judgement.outputs.size(), "output");
+  if (judgement.status == static_cast<int>(ExitStatus::kDone) && !run.contradictions.empty()) {
+    return {ReportTone::kOpen,
+            "does not fit",
+            subject + " is called right, and what files of the run say does not fit together" +
+                against + Speed(run) + ".",
+            {}};
+  }
   if (judgement.status == static_cast<int>(ExitStatus::kDone)) {
     return {ReportTone::kGood,
             "right",
@@ -345,6 +357,7 @@ std::string FileName(const std::string& path) {
 
 ReportAnswer AnswerOf(const ReportRun& run) {
   ReportAnswer answer = run.judgement ? Judged(run, *run.judgement) : Unjudged(run);
+  TellSome(run.contradictions, "Does not fit: ", answer);
   if (run.judgement) {
     const ReportJudgement& judgement = *run.judgement;
     TellWrongSamples(judgement, answer);

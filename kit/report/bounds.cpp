@@ -279,6 +279,7 @@ void BoundRun(ReportRun& run) {
     }
   }
   BoundRemarks(run.remarks);
+  CutSentences(run.contradictions, kFewTexts);
   if (run.judgement) BoundJudgement(*run.judgement);
   for (ReportDetail& detail : run.details) BoundDetail(detail);
   for (ReportUndone& undone : run.undone) {

@@ -565,6 +565,7 @@ Json RunJson(const ReportRun& run) {
        {"undone", Each(run.undone, UndoneJson)},
        {"times", TimesJson(run.times)},
        {"commands", Each(run.commands, CommandJson)}});
+  if (!run.contradictions.empty()) json.Set("contradictions", All(run.contradictions));
   if (run.librariesLeftOut > 0) json.Set("librariesLeftOut", run.librariesLeftOut);
   SetText(json, "precision", run.precision);
   if (run.judgement) json.Set("judgement", JudgementJson(*run.judgement));

@@ -240,7 +240,7 @@ Html CrossCheck(const ReportFleet& fleet) {
 Tile CountTile(const RunFacts& facts) {
   const SampleCounts& counts = facts.counts;
   Tile tile{"inferences done", CountText(counts.done), "of " + CountText(counts.inferences)};
-  if (counts.done < counts.inferences) {
+  if (counts.done != counts.inferences) {
     tile.isToned = true;
     tile.tone = Tone::kBad;
     std::string more;

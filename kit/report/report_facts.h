@@ -588,6 +588,8 @@ struct ReportRun {
   std::vector<ReportTensor> tensors;  ///< of model.json, at most kMostReportTensors
   uint64_t librariesLeftOut = 0;      ///< of facts.mapped, beyond kMostReportLibraries
   std::vector<ReportRemark> remarks;  ///< warnings first
+  /// What its files say that cannot all be so, sentences without a full stop.
+  std::vector<std::string> contradictions;
   std::optional<ReportJudgement> judgement;
   std::vector<ReportDetail> details;  ///< the worst first, at most `--samples`
   std::string detailsRule;            ///< how these were chosen, a sentence

@@ -17,6 +17,7 @@
 #include "kit/model/model_json.h"
 #include "kit/report/answer.h"
 #include "kit/report/bounds.h"
+#include "kit/report/contradictions.h"
 #include "kit/report/detail.h"
 #include "kit/report/fault_kinds.h"
 #include "kit/report/findings.h"
@@ -30,6 +31,7 @@ namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kMostModelBytes = 256 << 20;
+constexpr uint64_t kMostCounted = 1 << 26;  // samples
 
 std::string WithoutSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
@@ -75,6 +77,7 @@ class Gathering {
     TakeWarnings();
     TakeCommands();
     TakeDetoursOut();
+    run_.contradictions = ContradictionsOf(run_, doneSamples_);
     BoundRun(run_);
     run_.answer = AnswerOf(run_);
     return std::move(run_);
@@ -229,26 +232,43 @@ class Gathering {
       return Remark(Kind::kMissing, "there is no samples.jsonl: single samples are not known");
     }
     std::map<uint64_t, ReportUndone> undone;
+    std::vector<bool> areDone;
+    bool areCounted = run_.facts.state == RunState::kDone;
     Try([&] {
+      const bool isWanted = std::exchange(areCounted, false);
+      bool areKnown = true;
       ForEachLine(File(kSamplesFile), "the samples of the run", ExitStatus::kInput,
-                  [&](std::string_view line) { TakeSample(line, undone); });
+                  [&](std::string_view line) {
+                    const SampleFront front = TakeSample(line, undone);
+                    // An index that a damaged file tells may be anything.
+                    areKnown = areKnown && front.index < kMostCounted;
+                    if (!isWanted || !areKnown) return;
+                    if (areDone.size() <= front.index) areDone.resize(front.index + 1);
+                    areDone[front.index] = front.isDone;
+                  });
+      areCounted = isWanted && areKnown;
     });
+    if (areCounted) {
+      doneSamples_ = static_cast<uint64_t>(std::count(areDone.begin(), areDone.end(), true));
+    }
     for (auto& [index, one] : undone) run_.undone.push_back(std::move(one));
   }
 
-  static void TakeSample(std::string_view line, std::map<uint64_t, ReportUndone>& undone) {
+  static SampleFront TakeSample(std::string_view line, std::map<uint64_t, ReportUndone>& undone) {
     if (const auto front = FrontOfSample(line); front && front->isDone) {
       undone.erase(front->index);
-      return;
+      return *front;
     }
     const SampleRecord record = SampleFromLine(line);
+    const SampleFront front{record.index, record.status == SampleStatus::kDone};
     undone.erase(record.index);
-    if (record.status == SampleStatus::kDone || undone.size() == kMostReportUndone) return;
+    if (front.isDone || undone.size() == kMostReportUndone) return front;
     ReportUndone& one = undone[record.index];
     one.sample = record.index;
     one.status = StatusText(record.status);
     one.reason = record.reason.value_or("");
     for (const SampleInput& input : record.inputs) one.inputs.push_back(input.path);
+    return front;
   }
 
   // The run warns of outputs that are those of the inference before without knowing what was
@@ -462,7 +482,8 @@ class Gathering {
 
   const RunPlace& place_;
   size_t most_;
-  std::vector<std::string> told_;  // how the run's own files call it
+  std::vector<std::string> told_;        // how the run's own files call it
+  std::optional<uint64_t> doneSamples_;  // by samples.jsonl
   bool isProgramSeen_ = true;
   std::string repeatedText_;  // what the verdict says of a warning; empty: nothing
   ReportRun run_;
