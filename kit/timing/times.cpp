@@ -69,8 +69,9 @@ using Process = std::tuple<std::string, uint64_t, uint64_t>;
 // A series of a run, and for each of its times what it stands beside in the other one.
 struct RunSeries {
   Times times;
-  std::vector<std::pair<uint64_t, size_t>> places;  // index, and which of its executions
-  std::map<uint64_t, uint64_t> begunNs;             // each inference that counts
+  // Of a named one alone: index, and which of its executions; each inference that counts.
+  std::vector<std::pair<uint64_t, size_t>> places;
+  std::map<uint64_t, uint64_t> begunNs;
 };
 
 Process ProcessOf(const TimesRecord& record) { return {record.host, record.chunk, record.attempt}; }
@@ -99,7 +100,7 @@ RunSeries CollectSeries(const std::vector<TimesRecord>& records,
   for (const TimesRecord& record : records) {
     if (!name || record.series == name) own.push_back(&record);
   }
-  const std::map<uint64_t, const TimesRecord*> counting = ThoseThatCount(own);
+  std::map<uint64_t, const TimesRecord*> counting = ThoseThatCount(own);
   // The same process cannot have run an inference twice: what it began with stays its first.
   std::map<Process, uint64_t> firstOf;
   for (const TimesRecord* record : own) {
@@ -107,12 +108,16 @@ RunSeries CollectSeries(const std::vector<TimesRecord>& records,
   }
   RunSeries series;
   series.times.name = name.value_or("");
-  std::set<uint64_t> taken;
+  series.times.repeated = own.size() - counting.size();
   for (const TimesRecord* line : own) {
-    if (!taken.insert(line->index).second) continue;
-    const TimesRecord& record = *counting.at(line->index);
+    // Each inference once, where its first line stands.
+    const auto counts = counting.find(line->index);
+    if (counts == counting.end()) continue;
+    const TimesRecord& record = *counts->second;
+    counting.erase(counts);
     const auto begun = firstOf.find(ProcessOf(record));
-    series.begunNs[record.index] = record.startRealtimeNs;
+    // A single series stands beside nothing, and may be of millions.
+    if (name) series.begunNs[record.index] = record.startRealtimeNs;
     const bool isFirst = begun != firstOf.end() && begun->second == record.index;
     for (size_t i = 0; i < record.executeNs.size(); ++i) {
       const double time =
@@ -121,11 +126,10 @@ RunSeries CollectSeries(const std::vector<TimesRecord>& records,
         series.times.firstNs.push_back(time);
       } else {
         series.times.timesNs.push_back(time);
-        series.places.emplace_back(record.index, i);
+        if (name) series.places.emplace_back(record.index, i);
       }
     }
   }
-  series.times.repeated = own.size() - counting.size();
   return series;
 }
 
