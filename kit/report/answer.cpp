@@ -18,12 +18,24 @@ namespace {
 
 // ---- Parts of a sentence ------------------------------------------------------------------------
 
-// "'digits.onnx', rounded to int8, on 'board-7' (Cortex-A55)".
+// A library's own name is the same of each runtime: with the folder that it lies in.
+std::string RuntimeName(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const size_t before =
+      slash == std::string::npos || slash == 0 ? std::string::npos : path.rfind('/', slash - 1);
+  return InQuotes(before == std::string::npos ? path : path.substr(before + 1));
+}
+
+// "'digits.onnx', rounded to int8, by the runtime 'npu/libvorn.so' on the host 'board-7'
+// (Cortex-A55)". A host is no device: which one answers is the runtime's affair.
 std::string Subject(const ReportRun& run) {
   const RunFacts& facts = run.facts;
   std::string text = FileName(facts.model.path);
   if (!run.precision.empty()) text += ", rounded to " + run.precision + ",";
-  if (!facts.machine.host.empty()) text += " on " + InQuotes(facts.machine.host);
+  if (facts.runtime && !facts.runtime->path.empty()) {
+    text += " by the runtime " + RuntimeName(facts.runtime->path);
+  }
+  if (!facts.machine.host.empty()) text += " on the host " + InQuotes(facts.machine.host);
   if (!facts.machine.processor.empty()) text += " (" + facts.machine.processor + ")";
   return text;
 }
@@ -35,12 +47,18 @@ const ReportSeries* MeasuredSeries(const ReportRun& run) {
   return nullptr;
 }
 
-// "; an execution takes 36.7 µs (median of 199)".
+// "; an execution takes 36.7 µs (median of 199, its 95 % interval 36.5 µs to 36.9 µs; no target was
+// given)". Nothing is fast or slow by itself.
 std::string Speed(const ReportRun& run) {
   const ReportSeries* series = MeasuredSeries(run);
   if (series == nullptr) return "";
-  return "; an execution takes " + TimeText(series->medianOfAllNs) + " (median of " +
-         std::to_string(series->count) + ")";
+  std::string text = "; an execution takes " + TimeText(series->medianOfAllNs) + " (median of " +
+                     std::to_string(series->count);
+  if (series->lowNs > 0 && series->highNs > 0) {
+    text += ", its " + PercentText(series->confidence) + " interval " + TimeText(series->lowNs) +
+            " to " + TimeText(series->highNs);
+  }
+  return text + "; no target was given)";
 }
 
 // "7 of 200 samples".
@@ -61,13 +79,15 @@ std::string WrongPart(const ReportOutput& output) {
   return "in " + SomeOf(output.wrongSamples, all) + " of " + InQuotes(output.name);
 }
 
-// ": NaN in sample 17, the output of the sample before in samples 58 and 59".
+// ": NaN in 1 sample, the output of the sample before in 2": which these are stands beneath.
 std::string KindsText(const ReportJudgement& judgement) {
   constexpr size_t kMostKinds = 6;
   const std::vector<FaultKind> kinds = FaultKindsOf(judgement);
   std::string text;
   for (size_t i = 0; i < std::min(kinds.size(), kMostKinds); ++i) {
-    text += (i == 0 ? ": " : ", ") + kinds[i].words + " in " + SamplesText(kinds[i].samples);
+    text += (i == 0 ? ": " : ", ") + kinds[i].words + " in " +
+            (i == 0 ? Counted(kinds[i].samples.size(), "sample")
+                    : std::to_string(kinds[i].samples.size()));
   }
   if (kinds.size() > kMostKinds) {
     text += " and " + Counted(kinds.size() - kMostKinds, "further kind") + " of fault";
@@ -75,7 +95,7 @@ std::string KindsText(const ReportJudgement& judgement) {
   return text + (kinds.empty() ? ", measured" : "; measured");
 }
 
-// "wrong in 2 of 200 samples of 'probabilities': NaN in samples 17 and 18; measured against
+// "wrong in 2 of 200 samples of 'probabilities': NaN in 2 samples; measured against
 // 'build/reference'".
 std::string WrongText(const ReportJudgement& judgement) {
   constexpr size_t kMostNamed = 2;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kit/common/fault.h"
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/report/answer.h"
 #include "kit/report/compare.h"
@@ -53,8 +54,21 @@ std::vector<std::string> ShortNames(const std::vector<ReportRun>& runs) {
   return names;
 }
 
+// "digits.onnx, build/demo.run": many a folder is called "run".
+std::string TitleOf(const ReportRun& run) {
+  std::string path = Absolute(run.path);
+  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  const size_t slash = path.rfind('/');
+  const size_t above =
+      slash == 0 || slash == std::string::npos ? slash : path.rfind('/', slash - 1);
+  const std::string folder = above == std::string::npos ? path : path.substr(above + 1);
+  const std::string& model = run.facts.model.path;
+  return model.empty() ? folder : model.substr(model.rfind('/') + 1) + ", " + folder;
+}
+
 std::string TitleOf(const std::vector<ReportRun>& runs) {
   constexpr size_t kMostNamed = 3;
+  if (runs.size() == 1) return TitleOf(runs.front());
   std::string title;
   for (size_t i = 0; i < std::min(runs.size(), kMostNamed); ++i) {
     title += (i == 0 ? "" : ", ") + runs[i].name;

@@ -223,6 +223,13 @@ std::string FitText(const ReportFault& fault) {
 
 // The kinds of fault with the samples that have them, the most frequent first.
 Html KindsTable(const RunOnPage& on, const ReportOutput& output) {
+  // Of the only output that is wrong all of them stand beneath the answer.
+  constexpr size_t kMostInAnswer = 5;
+  const auto& outputs = on.run.judgement->outputs;
+  const auto wrong = std::count_if(outputs.begin(), outputs.end(), [](const ReportOutput& one) {
+    return one.verdict == ReportVerdict::kWrong;
+  });
+  if (wrong == 1 && FaultKindsOf(output).size() <= kMostInAnswer) return {};
   constexpr size_t kMostNamed = 5;
   constexpr size_t kMostKinds = 8;
   const std::vector<uint64_t> detailed = DetailedSamples(on.run);

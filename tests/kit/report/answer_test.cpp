@@ -42,7 +42,7 @@ TEST(AnswerOf, SaysThatARunWasNotJudged) {
   const ReportAnswer answer = AnswerOf(Ran());
   EXPECT_EQ(answer.tone, ReportTone::kOpen);
   EXPECT_EQ(answer.sentence,
-            "'net.onnx' on 'b' ran, with 200 of 200 samples done, and was not judged.");
+            "'net.onnx' on the host 'b' ran, with 200 of 200 samples done, and was not judged.");
   EXPECT_THAT(answer.more, IsEmpty());
 }
 
@@ -56,7 +56,8 @@ TEST(AnswerOf, SaysHowARunStopped) {
   const ReportAnswer answer = AnswerOf(run);
   EXPECT_EQ(answer.tone, ReportTone::kBad);
   EXPECT_EQ(answer.sentence,
-            "'net.onnx' on 'b' failed, ended by SIGSEGV, with 7 of 200 samples done, 193 missing.");
+            "'net.onnx' on the host 'b' failed, ended by SIGSEGV, with 7 of 200 samples done, 193 "
+            "missing.");
   EXPECT_THAT(answer.more, ElementsAre("Sample 7: the program ended."));
   run.facts.warnings = {{"w", 1, "the program ended with status 127"}};
   EXPECT_THAT(AnswerOf(run).more, Contains("the program ended with status 127."));
@@ -72,17 +73,44 @@ TEST(AnswerOf, SaysRightAndWrong) {
   const ReportAnswer right = AnswerOf(Judged(0, ReportVerdict::kRight, 0));
   EXPECT_EQ(right.tone, ReportTone::kGood);
   EXPECT_EQ(right.sentence,
-            "'net.onnx' on 'b' is right in all 200 samples of 1 output, measured against 'ref'.");
+            "'net.onnx' on the host 'b' is right in all 200 samples of 1 output, measured against "
+            "'ref'.");
   const ReportAnswer wrong = AnswerOf(Judged(6, ReportVerdict::kWrong, 2));
   EXPECT_EQ(wrong.tone, ReportTone::kBad);
-  EXPECT_EQ(wrong.sentence,
-            "'net.onnx' on 'b' is wrong in 2 of 200 samples of 'x', measured against 'ref'.");
+  EXPECT_EQ(
+      wrong.sentence,
+      "'net.onnx' on the host 'b' is wrong in 2 of 200 samples of 'x', measured against 'ref'.");
   const ReportAnswer open = AnswerOf(Judged(9, ReportVerdict::kNotJudged, 0));
   EXPECT_EQ(open.verdict, "not judged");
   const ReportAnswer partial = AnswerOf(Judged(8, ReportVerdict::kRight, 0));
   EXPECT_EQ(partial.verdict, "not whole");
   EXPECT_EQ(partial.tone, ReportTone::kOpen);
   EXPECT_EQ(AnswerOf(Judged(8, ReportVerdict::kWrong, 1)).tone, ReportTone::kBad);
+}
+
+TEST(AnswerOf, NamesTheRuntimeBeforeTheHost) {
+  ReportRun run = Ran();
+  run.facts.runtime.emplace();
+  run.facts.runtime->path = "/opt/npu/libvorn.so";
+  run.facts.machine.processor = "Cortex-A55";
+  EXPECT_THAT(AnswerOf(run).sentence,
+              testing::StartsWith(
+                  "'net.onnx' by the runtime 'npu/libvorn.so' on the host 'b' (Cortex-A55) ran,"));
+  run.facts.runtime->path = "libvorn.so";
+  EXPECT_THAT(AnswerOf(run).sentence, HasSubstr("by the runtime 'libvorn.so' on"));
+}
+
+TEST(AnswerOf, TellsTheMedianWithItsIntervalAndThatThereIsNoTarget) {
+  ReportRun run = Ran();
+  ReportSeries series;
+  series.count = 199;
+  series.medianOfAllNs = 36700;
+  series.lowNs = 36500;
+  series.highNs = 36900;
+  run.times.series = {series};
+  EXPECT_THAT(AnswerOf(run).sentence,
+              HasSubstr("; an execution takes 36.7 µs (median of 199, its 95 % interval 36.5 µs to "
+                        "36.9 µs; no target was given)."));
 }
 
 TEST(AnswerOf, CountsManyWrongOutputs) {
@@ -102,9 +130,10 @@ TEST(AnswerOf, NamesTheWrongSamplesAndEveryKindOfFault) {
   run.judgement->preparation = {"the input"};
   const ReportAnswer answer = AnswerOf(run);
   EXPECT_EQ(answer.sentence,
-            "'net.onnx', rounded to int8, on 'b' is wrong in 4 of 200 samples of 'x': the output "
-            "of the sample before in samples 58 and 59, NaN in sample 17, one value throughout in "
-            "sample 130; measured against 'ref'.");
+            "'net.onnx', rounded to int8, on the host 'b' is wrong in 4 of 200 samples of 'x': the "
+            "output "
+            "of the sample before in 2 samples, NaN in 1, one value throughout in 1; measured "
+            "against 'ref'.");
   EXPECT_THAT(
       answer.more,
       ElementsAre("Of 200 samples 17, 58, 59 and 130 are wrong.",
@@ -119,8 +148,7 @@ TEST(AnswerOf, NamesTheFirstOfManySamples) {
   for (uint64_t sample = 0; sample < 30; ++sample) {
     run.judgement->outputs[0].wrong.push_back({sample, {"far off"}, {}});
   }
-  EXPECT_THAT(AnswerOf(run).sentence,
-              HasSubstr(": differences in samples 0 to 29; measured against"));
+  EXPECT_THAT(AnswerOf(run).sentence, HasSubstr(": differences in 30 samples; measured against"));
   EXPECT_EQ(AnswerOf(run).more.front(), "Of 200 samples 0 to 29 are wrong.");
 }
 

@@ -49,9 +49,16 @@ TEST_F(GatherTest, AnswersWithTheComparisonOfTwo) {
   EXPECT_EQ(facts.title, "one, two");
   EXPECT_EQ(facts.answer.verdict, "cannot tell");
   EXPECT_THAT(facts.answer.more, SizeIs(2));
-  EXPECT_THAT(facts.answer.more[1], HasSubstr("'two': 'digits.onnx' on 'board-7'"));
+  EXPECT_THAT(facts.answer.more[1], HasSubstr("'two': 'digits.onnx' on the host 'board-7'"));
   request.title = "A title";
   EXPECT_EQ(GatherReport(request).title, "A title");
+}
+
+TEST_F(GatherTest, IsTitledByModelAndFolder) {
+  MadeRun(folder_.Path() / "demo/run").Write();
+  ReportRequest request;
+  request.runs = {Path("demo/run/")};
+  EXPECT_EQ(GatherReport(request).title, "digits.onnx, demo/run");
 }
 
 TEST_F(GatherTest, GivesTheSameBytesForTheSameRuns) {

@@ -97,7 +97,8 @@ TEST(ReportPage, IsTheSameInEveryLocaleAndTimeZone) {
 
 TEST(ReportPage, SaysTheAnswerFirst) {
   const std::string page = ReportPage(MadeWrongRun());
-  const size_t answer = page.find("<h1>&#39;detector.onnx&#39; on &#39;board-7&#39; is wrong in 2");
+  const size_t answer =
+      page.find("<h1>&#39;detector.onnx&#39; by the runtime &#39;npu/libvorn.so&#39; on the host");
   ASSERT_NE(answer, std::string::npos);
   EXPECT_LT(page.find("WRONG</span>"), answer);
   EXPECT_LT(answer, page.find("<h2"));

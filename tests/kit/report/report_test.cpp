@@ -42,8 +42,9 @@ class ReportVerb : public testing::Test {
 TEST_F(ReportVerb, TellsTheTopPartWithoutAFile) {
   const support::Outcome ended = Report({"run"});
   EXPECT_EQ(ended.status, 0) << ended.Describe();
-  EXPECT_THAT(ended.out, StartsWith("WRONG  'digits.onnx' on 'board-7' (Cortex-A55) is wrong in 1 "
-                                    "of 4 samples of 'prob'"));
+  EXPECT_THAT(ended.out,
+              StartsWith("WRONG  'digits.onnx' on the host 'board-7' (Cortex-A55) is wrong in 1 "
+                         "of 4 samples of 'prob'"));
   EXPECT_THAT(ended.out, HasSubstr("vorn report run -o report.html"));
   EXPECT_THAT(ended.out, Not(HasSubstr("\x1b")));
   EXPECT_THAT(Report({"run", "--quiet"}).out, Not(HasSubstr("the whole page")));

@@ -57,9 +57,10 @@ TEST_F(RunFactsTest, TellsARunThatIsWrong) {
   const ReportRun run = Gather();
   EXPECT_EQ(run.answer.tone, ReportTone::kBad);
   EXPECT_THAT(run.answer.sentence,
-              HasSubstr("'digits.onnx' on 'board-7' (Cortex-A55) is wrong in 1 of 4 samples of "
-                        "'prob': the output of another sample in sample 2; measured against '"));
-  EXPECT_THAT(run.answer.sentence, HasSubstr("an execution takes 1.01 µs (median of 3)"));
+              HasSubstr("'digits.onnx' on the host 'board-7' (Cortex-A55) is wrong in 1 of 4 "
+                        "samples of 'prob': the output of another sample in 1 sample; measured "
+                        "against '"));
+  EXPECT_THAT(run.answer.sentence, HasSubstr("an execution takes 1.01 µs (median of 3, its"));
   ASSERT_TRUE(run.judgement.has_value());
   ASSERT_THAT(run.judgement->outputs, SizeIs(1));
   const ReportOutput& output = run.judgement->outputs[0];
@@ -231,7 +232,8 @@ TEST_F(RunFactsTest, SaysWhatTheRunWasRoundedTo) {
       "vorn: vorn_mdl_load: rounded 7 weights, 0 inputs and 8 results to int8\n";
   run.Write();
   EXPECT_EQ(Gather().precision, "int8");
-  EXPECT_THAT(Gather().answer.sentence, HasSubstr("'digits.onnx', rounded to int8, on 'board-7'"));
+  EXPECT_THAT(Gather().answer.sentence,
+              HasSubstr("'digits.onnx', rounded to int8, on the host 'board-7'"));
 }
 
 TEST_F(RunFactsTest, TellsPathsWithoutDetours) {
