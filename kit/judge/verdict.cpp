@@ -110,8 +110,12 @@ void AddFaults(std::string& text, const std::vector<SampleFault>& faults, const 
   }
 }
 
-std::string CertaintyText(double certainty) {
-  return NumberText(std::floor(certainty * 1000) / 10) + " %";
+// In the words of the page: what fits need not be what it was.
+std::string FitText(const Cause& cause, const char* alike = "") {
+  const std::string text = cause.text + alike;
+  if (cause.certainty >= 1) return text + "; that explains all that differs";
+  return text + "; that explains at least " + NumberText(std::floor(cause.certainty * 1000) / 10) +
+         " % of what differs";
 }
 
 // Where only other metrics have bounds, what is outside is counted and decides nothing.
@@ -174,9 +178,8 @@ void AddCauses(std::string& text, const OutputVerdict& output) {
     // What else one of many might be is in verdict.json.
     const size_t shown = isOne ? group.causes.size() : std::min<size_t>(group.causes.size(), 1);
     for (size_t i = 0; i < shown; ++i) {
-      text += who + ", likely: " + group.causes[i].text + " (" +
-              CertaintyText(group.causes[i].certainty) + ")" +
-              (group.haveOneText ? "" : ", others alike") + "\n";
+      text += who + (i == 0 ? ": " : ", or: ") +
+              FitText(group.causes[i], group.haveOneText ? "" : ", others alike") + "\n";
     }
     if (group.causes.empty()) {
       text += who + ": no known cause explains " + (isOne ? "it" : "them") + "\n";
@@ -220,7 +223,7 @@ std::string OutputText(const OutputVerdict& output) {
   AddFaults(text, output.notJudged, " is not judged");
   if (const Cause* rounding = RoundingOf(output)) {
     return text + "  " + CountText(output.wrong.size(), "sample is", "samples are") +
-           " wrong, likely: " + rounding->text + " (" + CertaintyText(rounding->certainty) + ")\n";
+           " wrong: " + FitText(*rounding) + "\n";
   }
   AddFaults(text, output.wrong, "");
   for (const WorstElement& worst : output.worst) {

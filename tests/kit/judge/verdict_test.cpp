@@ -79,7 +79,8 @@ TEST(VerdictText, TellsPeopleWhatIsWrong) {
   EXPECT_THAT(text, HasSubstr("|a − r| ≤ 1e-05 + 1.3e-06·|r| (float32, as torch.testing"));
   EXPECT_THAT(text, HasSubstr("  sample 7: 1 NaN where a number is expected\n"));
   EXPECT_THAT(text, HasSubstr("  sample 7 at [1, 1]: nan, expected 5\n"));
-  EXPECT_THAT(text, HasSubstr("  sample 7, likely: 1 element is wrong (95 %)\n"));
+  EXPECT_THAT(text, HasSubstr("  sample 7: 1 element is wrong; that explains at least 95 % of what "
+                              "differs\n"));
   EXPECT_THAT(text, HasSubstr("sample 3 is missing: ended by SIGSEGV\n"));
   EXPECT_THAT(text, HasSubstr("bad, top 1: 0.75, expected side 1, difference -0.25\n"));
   EXPECT_THAT(text, HasSubstr("1 sample, 3 outputs: 1 wrong, 1 not judged everywhere, "
@@ -92,7 +93,9 @@ TEST(VerdictText, FoldsWhatRoundingExplains) {
   output.causes = {{7, {{"rounded-bfloat16", "it is rounded to bfloat16", 0.99}}},
                    {8, {{"rounded-bfloat16", "it is rounded to bfloat16", 0.98}}}};
   std::string text = VerdictText(VerdictOf({output}));
-  EXPECT_THAT(text, HasSubstr("  1 sample is wrong, likely: it is rounded to bfloat16 (98 %)\n"));
+  EXPECT_THAT(text,
+              HasSubstr("  1 sample is wrong: it is rounded to bfloat16; that explains at least "
+                        "98 % of what differs\n"));
   EXPECT_THAT(text, Not(HasSubstr("  sample 7")));
   // Another cause among them is worth its lines.
   output.causes[1].causes[0].id = "stale";
@@ -113,9 +116,10 @@ TEST(VerdictText, TellsOnceOfCausesThatSamplesShare) {
                    {16, {}}};
   const auto text = [&] { return VerdictText(VerdictOf({output})); };
   EXPECT_THAT(text(),
-              HasSubstr("  samples 7 and 9, likely: 1 element is wrong (87.5 %), others alike\n"
-                        "  samples 8 and 10 to 12, likely: it is the output of the sample "
-                        "before: stale (90 %)\n"
+              HasSubstr("  samples 7 and 9: 1 element is wrong, others alike; that explains at "
+                        "least 87.5 % of what differs\n"
+                        "  samples 8 and 10 to 12: it is the output of the sample before: stale; "
+                        "that explains at least 90 % of what differs\n"
                         "  samples 14 and 16: no known cause explains them\n"));
   EXPECT_THAT(text(), Not(HasSubstr("looked for")));
   output.wrong.resize(20, output.wrong.front());
