@@ -22,6 +22,7 @@ struct CauseQuestion {
   /// What was expected of the sample before, and of another one that this looks like; empty where
   /// there is none.
   std::span<const float> before;
+  std::span<const float> former;  ///< what came of the sample before, on the actual side
   std::span<const float> other;
   std::optional<uint64_t> otherSample;
 

@@ -2,6 +2,7 @@
 // taken from.
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <numeric>
 
 #include "kit/judge/cause_evidence.h"
@@ -94,9 +95,15 @@ class OrderFinder {
 
   void FindSamples() {
     const auto same = [](uint64_t element) { return element; };
-    const bool isStale =
-        question_.before.size() == count_ &&
-        Try("stale", "it is the output of the sample before: stale", question_.before, same);
+    // What came before may be known not to stand here again: then it is no old output.
+    const bool isAgain =
+        question_.former.size() != count_ ||
+        std::memcmp(question_.actual.data(), question_.former.data(), count_ * sizeof(float)) == 0;
+    const bool isStale = question_.before.size() == count_ &&
+                         Try(isAgain ? "stale" : "other-sample",
+                             isAgain ? "it is the output of the sample before: stale"
+                                     : "it is what was expected of the sample before",
+                             question_.before, same);
     const bool isOther =
         question_.other.size() == count_ && question_.otherSample &&
         Try("other-sample", "it is the output of sample " + std::to_string(*question_.otherSample),

@@ -886,7 +886,10 @@ class Judging {
       }
       std::optional<Sides> before;
       if (pair > 0) before = Load(pair - 1, state.verdict.name);
-      if (before) question.before = before->second;
+      if (before) {
+        question.before = before->second;
+        question.former = before->first;
+      }
       question.otherSample = SampleLike(state, sample, loaded->first, question.tolerance);
       std::optional<Sides> other;
       if (question.otherSample) other = Load(PairOf(*question.otherSample), state.verdict.name);

@@ -732,6 +732,21 @@ TEST_F(Judgement, TellsTheSampleBeforeFromAnother) {
   EXPECT_EQ(verdict.outputs[0].causes[1].causes[0].text, "it is the output of sample 0");
 }
 
+// Old bytes are those that stood there, not those that should have.
+TEST_F(Judgement, CallsNoOutputStaleThatIsAnotherThanTheOneBefore) {
+  for (int sample = 0; sample < 6; ++sample) {
+    const auto own = static_cast<float>(sample);
+    Dump("expected/" + std::to_string(sample), Wave(50, own));
+    Dump("actual/" + std::to_string(sample), Wave(50, sample == 4 ? 3 : own));
+  }
+  EXPECT_THAT(CauseIdsOf(Run()), testing::ElementsAre("stale"));
+  Values before = Wave(50, 3);
+  before[7] += 1e-6F;
+  Dump("actual/3", before);
+  const Verdict verdict = Run();
+  EXPECT_THAT(CauseIdsOf(verdict), testing::ElementsAre("other-sample"));
+}
+
 // Of two inputs of one class the outputs are nearly the same.
 TEST_F(Judgement, TellsACopyOfAnotherFromTheNearlySameBefore) {
   for (int sample = 0; sample < 6; ++sample) {
