@@ -901,16 +901,27 @@ class Judging {
 
   // One fault of a device mostly spoils several samples, and what explains them all is likelier
   // than what fits a little better and each in its own way: among sure scores of few classes a copy
-  // of some other sample is found for nearly everything.
+  // of some other sample is found for nearly everything. Where it fits nearly all of them, however
+  // much better something else fits some.
   static void PreferShared(std::vector<SampleCauses>& samples) {
     constexpr double kAsGood = 0.05;
+    constexpr size_t kLeastShared = 5;
+    constexpr double kNearlyAll = 0.8;
     std::map<std::pair<std::string, std::string>, size_t> counts;
     for (const SampleCauses& sample : samples) {
       for (const Cause& cause : sample.causes) ++counts[{cause.id, cause.text}];
     }
+    const auto told = static_cast<double>(
+        std::count_if(samples.begin(), samples.end(),
+                      [](const SampleCauses& sample) { return !sample.causes.empty(); }));
     for (SampleCauses& sample : samples) {
       if (sample.causes.empty()) continue;
-      const double least = sample.causes.front().certainty - kAsGood;
+      const bool isOfNearlyAll =
+          std::any_of(sample.causes.begin(), sample.causes.end(), [&](const Cause& cause) {
+            const size_t count = counts.at({cause.id, cause.text});
+            return count >= kLeastShared && static_cast<double>(count) >= kNearlyAll * told;
+          });
+      const double least = isOfNearlyAll ? 0 : sample.causes.front().certainty - kAsGood;
       const auto last = std::find_if(sample.causes.begin(), sample.causes.end(),
                                      [&](const Cause& cause) { return cause.certainty < least; });
       std::stable_sort(sample.causes.begin(), last, [&](const Cause& one, const Cause& other) {

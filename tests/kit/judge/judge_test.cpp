@@ -797,6 +797,26 @@ TEST_F(Judgement, PrefersTheCauseThatSamplesShare) {
   }
 }
 
+// Two of them are to the bit what was expected of other samples.
+TEST_F(Judgement, PrefersWhatFitsNearlyAllToWhatFitsSomeBetter) {
+  constexpr size_t kClasses = 11;
+  constexpr float kHeight = 0.9F;
+  constexpr float kHigher = 0.909F;
+  const auto sure = [](size_t place, float height) {
+    Values values(kClasses, 1e-6F);
+    values[place] = height;
+    return values;
+  };
+  for (size_t sample = 0; sample < 10; ++sample) {
+    const bool isRight = sample >= 8;
+    const size_t place = isRight ? sample - 6 : sample + 1;
+    const Values expected = sure(place, isRight ? kHigher : kHeight);
+    Dump("expected/" + std::to_string(sample), expected);
+    Dump("actual/" + std::to_string(sample), isRight ? expected : sure(place + 1, kHigher));
+  }
+  EXPECT_THAT(CauseIdsOf(Run()), testing::AllOf(SizeIs(8), testing::Each("shifted")));
+}
+
 TEST_F(Judgement, LooksIntoLargeOutputsFromTheFirstToTheLast) {
   constexpr size_t kLarge = 400000;  // two of them are most of what is looked into
   for (int sample = 0; sample < 6; ++sample) {
