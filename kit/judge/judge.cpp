@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <map>
 #include <set>
 #include <utility>
@@ -252,6 +253,67 @@ struct OutputState {
   bool isPaired = false;  ///< in a sample at least
   bool isActual = false;  ///< where it is not: the side that has it
 };
+
+// By what the value with the greatest magnitude was multiplied, where that explains the others.
+struct SampleScale {
+  size_t place = 0;  ///< in OutputVerdict::causes
+  double scale = 0;
+  double explained = 0;
+};
+
+std::optional<SampleScale> ScaleOf(const CauseQuestion& question, size_t place) {
+  constexpr double kMostLeft = 0.15;  // of the sum of differences
+  constexpr double kLeastOff = 0.02;
+  constexpr double kMostScale = 1000;
+  size_t greatest = 0;
+  for (size_t i = 0; i < question.expected.size(); ++i) {
+    if (std::abs(question.expected[i]) > std::abs(question.expected[greatest])) greatest = i;
+  }
+  const double scale = static_cast<double>(question.actual[greatest]) /
+                       static_cast<double>(question.expected[greatest]);
+  const bool isScale = scale > 1 / kMostScale && scale < kMostScale;
+  if (!isScale || std::abs(scale - 1) < kLeastOff) return std::nullopt;
+  double left = 0;
+  double plain = 0;
+  for (size_t i = 0; i < question.actual.size(); ++i) {
+    const auto actual = static_cast<double>(question.actual[i]);
+    const auto expected = static_cast<double>(question.expected[i]);
+    left += std::abs(actual - scale * expected);
+    plain += std::abs(actual - expected);
+  }
+  // What is not finite explains nothing.
+  if (!(left <= kMostLeft * plain)) return std::nullopt;
+  return SampleScale{place, scale, 1 - left / plain};
+}
+
+// One large value alone may be anything, and so is never called scaled. Where those of several
+// samples were multiplied by the same number, all of them were.
+void AddSharedScale(const std::vector<SampleScale>& scales, std::vector<SampleCauses>& samples) {
+  constexpr size_t kFewest = 3;
+  constexpr double kAlike = 0.005;
+  std::vector<SampleScale> shared;
+  for (const SampleScale& one : scales) {
+    std::vector<SampleScale> alike;
+    std::copy_if(scales.begin(), scales.end(), std::back_inserter(alike), [&](const auto& other) {
+      return std::abs(other.scale - one.scale) <= kAlike * one.scale;
+    });
+    if (alike.size() > shared.size()) shared = std::move(alike);
+  }
+  if (shared.size() < kFewest) return;
+  const double scale = shared[shared.size() / 2].scale;
+  for (const SampleScale& one : shared) {
+    std::vector<Cause>& causes = samples[one.place].causes;
+    const auto isScaled = [](const Cause& cause) { return cause.id == "scaled"; };
+    if (std::any_of(causes.begin(), causes.end(), isScaled)) continue;
+    std::erase_if(causes, [](const Cause& cause) { return cause.id == "isolated"; });
+    const auto place = std::find_if(causes.begin(), causes.end(), [&](const Cause& cause) {
+      return cause.certainty < one.explained;
+    });
+    causes.insert(place,
+                  {"scaled", "every value is " + NumberText(scale) + " times the expected one",
+                   one.explained});
+  }
+}
 
 class Judging {
  public:
@@ -870,6 +932,7 @@ class Judging {
   }
 
   void FindCausesOf(OutputState& state) {
+    std::vector<SampleScale> scales;
     for (const uint64_t sample : SamplesToLookInto(state)) {
       const size_t pair = PairOf(sample);
       auto loaded = Load(pair, state.verdict.name);
@@ -894,8 +957,11 @@ class Judging {
       std::optional<Sides> other;
       if (question.otherSample) other = Load(PairOf(*question.otherSample), state.verdict.name);
       if (other) question.other = other->second;
+      const auto scale = ScaleOf(question, state.verdict.causes.size());
+      if (scale) scales.push_back(*scale);
       state.verdict.causes.push_back({sample, FindCauses(question)});
     }
+    AddSharedScale(scales, state.verdict.causes);
     PreferShared(state.verdict.causes);
   }
 

@@ -817,6 +817,30 @@ TEST_F(Judgement, PrefersWhatFitsNearlyAllToWhatFitsSomeBetter) {
   EXPECT_THAT(CauseIdsOf(Run()), testing::AllOf(SizeIs(8), testing::Each("shifted")));
 }
 
+// A single value of each that is not near nought tells nothing alone.
+TEST_F(Judgement, FindsTheScaleThatSingleLargeValuesShare) {
+  const auto sure = [](size_t place, float value) {
+    Values values(10, 0);
+    values[place] = value;
+    return values;
+  };
+  const auto write = [&](size_t halved) {
+    for (size_t sample = 0; sample < 8; ++sample) {
+      const float value = 1 - 0.001F * static_cast<float>(sample);
+      const bool isHalved = sample >= 8 - halved;
+      Dump("expected/" + std::to_string(sample), sure(sample, value));
+      Dump("actual/" + std::to_string(sample), sure(sample, isHalved ? value / 2 : value));
+    }
+  };
+  write(4);
+  Verdict verdict = Run();
+  EXPECT_THAT(CauseIdsOf(verdict), testing::ElementsAre("scaled", "scaled", "scaled", "scaled"));
+  EXPECT_EQ(verdict.outputs[0].causes[0].causes[0].text,
+            "every value is 0.5 times the expected one");
+  write(1);
+  EXPECT_THAT(CauseIdsOf(Run()), testing::Not(testing::Contains("scaled")));
+}
+
 TEST_F(Judgement, LooksIntoLargeOutputsFromTheFirstToTheLast) {
   constexpr size_t kLarge = 400000;  // two of them are most of what is looked into
   for (int sample = 0; sample < 6; ++sample) {
