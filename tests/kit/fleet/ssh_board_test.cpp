@@ -134,7 +134,8 @@ class SshBoardTest : public testing::Test {
 
   std::string Path(const std::string& name) const { return (folder_.Path() / name).string(); }
   static const std::string& PathBefore() {
-    static const std::string path = getenv("PATH");
+    const char* found = getenv("PATH");
+    static const std::string path = found == nullptr ? "/usr/bin:/bin" : found;
     return path;
   }
   std::string ToolsId() { return vorn::kit::FindTools(Path("tools"), Path(""), signals_).id; }
