@@ -47,18 +47,12 @@ const ReportSeries* MeasuredSeries(const ReportRun& run) {
   return nullptr;
 }
 
-// "; an execution takes 36.7 µs (median of 199, its 95 % interval 36.5 µs to 36.9 µs; no target was
-// given)". Nothing is fast or slow by itself.
+// "; an execution takes 36.7 µs (median of 199)".
 std::string Speed(const ReportRun& run) {
   const ReportSeries* series = MeasuredSeries(run);
   if (series == nullptr) return "";
-  std::string text = "; an execution takes " + TimeText(series->medianOfAllNs) + " (median of " +
-                     std::to_string(series->count);
-  if (series->lowNs > 0 && series->highNs > 0) {
-    text += ", its " + PercentText(series->confidence) + " interval " + TimeText(series->lowNs) +
-            " to " + TimeText(series->highNs);
-  }
-  return text + "; no target was given)";
+  return "; an execution takes " + TimeText(series->medianOfAllNs) + " (median of " +
+         std::to_string(series->count) + ")";
 }
 
 // "7 of 200 samples".
@@ -138,7 +132,8 @@ void TellWrongSamples(const ReportJudgement& judgement, ReportAnswer& answer) {
     if (output.wrong.size() < output.wrongSamples) return;  // not all are named
     for (const ReportFault& fault : output.wrong) all.insert(fault.sample);
   }
-  if (all.size() < kFewest) return;
+  // Of one kind the line about it tells the same.
+  if (all.size() < kFewest || FaultKindsOf(judgement).size() == 1) return;
   const std::vector<uint64_t> wrong(all.begin(), all.end());
   answer.more.push_back("Of " + Counted(judgement.samples, "sample") + " " +
                         RangesText(wrong, kMostPlaces) + " are wrong.");
@@ -213,6 +208,16 @@ void TellAccuracy(const ReportJudgement& judgement, ReportAnswer& answer) {
   if (judgement.accuracy.empty()) return;
   const ReportAccuracy& accuracy = judgement.accuracy.front();
   answer.more.push_back(AccuracyText(accuracy));
+}
+
+// Nothing is fast or slow by itself.
+void TellSpeed(const ReportRun& run, ReportAnswer& answer) {
+  const ReportSeries* series = MeasuredSeries(run);
+  if (series == nullptr || !(series->lowNs > 0)) return;
+  answer.more.push_back("The median of an execution lies between " + TimeText(series->lowNs) +
+                        " and " + TimeText(series->highNs) + " (" +
+                        PercentText(series->confidence) +
+                        " sure); no target was given that would call it fast or slow.");
 }
 
 void TellMissing(const ReportRun& run, ReportAnswer& answer) {
@@ -388,6 +393,7 @@ ReportAnswer AnswerOf(const ReportRun& run) {
     TellAccuracy(judgement, answer);
     TellSome(judgement.unfinished, "", answer);
   }
+  TellSpeed(run, answer);
   TellMissing(run, answer);
   return answer;
 }

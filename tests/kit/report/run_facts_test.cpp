@@ -60,7 +60,7 @@ TEST_F(RunFactsTest, TellsARunThatIsWrong) {
               HasSubstr("'digits.onnx' on the host 'board-7' (Cortex-A55) is wrong in 1 of 4 "
                         "samples of 'prob': the output of another sample in 1 sample; measured "
                         "against '"));
-  EXPECT_THAT(run.answer.sentence, HasSubstr("an execution takes 1.01 µs (median of 3, its"));
+  EXPECT_THAT(run.answer.sentence, HasSubstr("an execution takes 1.01 µs (median of 3)"));
   ASSERT_TRUE(run.judgement.has_value());
   ASSERT_THAT(run.judgement->outputs, SizeIs(1));
   const ReportOutput& output = run.judgement->outputs[0];
