@@ -4,6 +4,8 @@
 #include <sys/file.h>
 
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "kit/common/fault.h"
 #include "kit/common/printable.h"
@@ -16,7 +18,13 @@ FolderLock::FolderLock(const std::string& folder, const std::string& verb) {
   if (!file_.IsOpen()) {
     throw Fault(ExitStatus::kLimit, Quoted(path) + " cannot be written: " + SystemReason(errno));
   }
-  if (flock(file_.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
+  // Whoever asks whether it is locked has it for a moment, too.
+  constexpr int kTries = 10;
+  constexpr std::chrono::milliseconds kBetween{10};
+  for (int i = 0; i < kTries; ++i) {
+    if (flock(file_.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
+    std::this_thread::sleep_for(kBetween);
+  }
   throw Fault(ExitStatus::kUsage, "another vorn " + verb + " is at work in " + Quoted(folder) +
                                       "; wait for it, or give another folder");
 }
