@@ -261,7 +261,7 @@ struct SampleScale {
   double explained = 0;
 };
 
-std::optional<SampleScale> ScaleOf(const CauseQuestion& question, size_t place) {
+std::optional<SampleScale> ScaleOfSample(const CauseQuestion& question, size_t place) {
   constexpr double kMostLeft = 0.15;  // of the sum of differences
   constexpr double kLeastOff = 0.02;
   constexpr double kMostScale = 1000;
@@ -957,7 +957,7 @@ class Judging {
       std::optional<Sides> other;
       if (question.otherSample) other = Load(PairOf(*question.otherSample), state.verdict.name);
       if (other) question.other = other->second;
-      const auto scale = ScaleOf(question, state.verdict.causes.size());
+      const auto scale = ScaleOfSample(question, state.verdict.causes.size());
       if (scale) scales.push_back(*scale);
       state.verdict.causes.push_back({sample, FindCauses(question)});
     }
