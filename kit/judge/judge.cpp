@@ -262,9 +262,12 @@ struct SampleScale {
 };
 
 std::optional<SampleScale> ScaleOfSample(const CauseQuestion& question, size_t place) {
-  constexpr double kMostLeft = 0.15;  // of the sum of differences
+  constexpr double kMostUnexplained = 0.15;  // of the sum of differences
   constexpr double kLeastOff = 0.02;
   constexpr double kMostScale = 1000;
+  if (question.expected.empty() || question.actual.size() != question.expected.size()) {
+    return std::nullopt;
+  }
   size_t greatest = 0;
   for (size_t i = 0; i < question.expected.size(); ++i) {
     if (std::abs(question.expected[i]) > std::abs(question.expected[greatest])) greatest = i;
@@ -282,7 +285,7 @@ std::optional<SampleScale> ScaleOfSample(const CauseQuestion& question, size_t p
     plain += std::abs(actual - expected);
   }
   // What is not finite explains nothing.
-  if (!(left <= kMostLeft * plain)) return std::nullopt;
+  if (!(left <= kMostUnexplained * plain)) return std::nullopt;
   return SampleScale{place, scale, 1 - left / plain};
 }
 
