@@ -24,6 +24,7 @@ struct CauseQuestion {
   std::span<const float> before;
   std::span<const float> former;  ///< what came of the sample before, on the actual side
   std::span<const float> other;
+  std::optional<uint64_t> sample;  ///< its own number, where it is one of several
   std::optional<uint64_t> otherSample;
 
   double reach = 0;  ///< the greatest magnitude that was expected of any sample; 0 if not known

@@ -93,6 +93,12 @@ class OrderFinder {
     return Try(id, text, question_.expected, placeOf);
   }
 
+  std::string OtherSampleText() const {
+    const bool isNext = question_.sample && *question_.otherSample == *question_.sample + 1;
+    return "it is the output of sample " + std::to_string(*question_.otherSample) +
+           (isNext ? ", the next one" : "");
+  }
+
   void FindSamples() {
     const auto same = [](uint64_t element) { return element; };
     // What came before may be known not to stand here again: then it is no old output.
@@ -104,10 +110,8 @@ class OrderFinder {
                              isAgain ? "it is the output of the sample before: stale"
                                      : "it is what was expected of the sample before",
                              question_.before, same);
-    const bool isOther =
-        question_.other.size() == count_ && question_.otherSample &&
-        Try("other-sample", "it is the output of sample " + std::to_string(*question_.otherSample),
-            question_.other, same);
+    const bool isOther = question_.other.size() == count_ && question_.otherSample &&
+                         Try("other-sample", OtherSampleText(), question_.other, same);
     if (!isStale || !isOther) return;
     // One of them. The sample before may be the other one, or only nearly like it.
     const size_t last = causes_.size() - 1;

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "kit/common/fault.h"
@@ -902,7 +903,9 @@ class Judging {
                                             const Tolerance& tolerance) {
     std::optional<uint64_t> best;
     constexpr size_t kHalf = kPrintSize / 2;
-    std::pair<size_t, size_t> most{0, kHalf};
+    // Whether all are equal, how many are alike, and how near it is: a device mixes up samples that
+    // it has at one time.
+    std::tuple<bool, size_t, uint64_t> most;
     for (const auto& [sample, print] : state.prints) {
       if (sample == own) continue;
       size_t equal = 0;
@@ -913,8 +916,10 @@ class Judging {
         equal += a == e ? 1 : 0;
         alike += std::abs(a - e) <= tolerance.atol + tolerance.rtol * std::abs(e) ? 1 : 0;
       }
-      if (alike > kHalf && std::pair(equal, alike) > most) {
-        most = {equal, alike};
+      const uint64_t distance = sample > own ? sample - own : own - sample;
+      const std::tuple now{equal == kPrintSize, alike, UINT64_MAX - distance};
+      if (alike > kHalf && (!best || now > most)) {
+        most = now;
         best = sample;
       }
     }
@@ -956,6 +961,7 @@ class Judging {
         question.before = before->second;
         question.former = before->first;
       }
+      question.sample = sample;
       question.otherSample = SampleLike(state, sample, loaded->first, question.tolerance);
       std::optional<Sides> other;
       if (question.otherSample) other = Load(PairOf(*question.otherSample), state.verdict.name);

@@ -732,6 +732,26 @@ TEST_F(Judgement, TellsTheSampleBeforeFromAnother) {
   EXPECT_EQ(verdict.outputs[0].causes[1].causes[0].text, "it is the output of sample 0");
 }
 
+// Sure scores of few classes are like those of many another sample.
+TEST_F(Judgement, TellsANeighbourFromOthersThatAreLikeIt) {
+  for (int sample = 0; sample < 12; ++sample) {
+    const auto kind = static_cast<float>(sample % 3);
+    const int given = sample < 6 ? sample : sample % 2 == 0 ? sample + 1 : sample - 1;
+    Values rounded = Wave(50, static_cast<float>(given % 3));
+    for (float& value : rounded) value += 0.0004F;
+    Dump("expected/" + std::to_string(sample), Wave(50, kind));
+    Dump("actual/" + std::to_string(sample), rounded);
+  }
+  request_.rules =
+      ParseRules(R"({"schema": 1, "rules": [{"output": "*", "atol": 0.001}]})", "the rules");
+  const Verdict verdict = Run();
+  const auto& causes = verdict.outputs[0].causes;
+  ASSERT_EQ(causes.size(), 6U);
+  EXPECT_EQ(causes[0].causes[0].text, "it is the output of sample 7, the next one");
+  EXPECT_EQ(causes[1].causes[0].text, "it is what was expected of the sample before");
+  EXPECT_EQ(causes[4].causes[0].text, "it is the output of sample 11, the next one");
+}
+
 // Old bytes are those that stood there, not those that should have.
 TEST_F(Judgement, CallsNoOutputStaleThatIsAnotherThanTheOneBefore) {
   for (int sample = 0; sample < 6; ++sample) {
