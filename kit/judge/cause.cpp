@@ -30,7 +30,8 @@ constexpr size_t kQuick = 512;            // elements looked at first
 
 }  // namespace
 
-Likeness::Likeness(std::span<const float> values) {
+Likeness::Likeness(std::span<const float> values, const Tolerance& tolerance)
+    : tolerance_(tolerance) {
   double sum = 0;
   size_t count = 0;
   for (const float value : values) {
@@ -54,7 +55,7 @@ size_t Likeness::LevelOf(float one, float other) const {
     const LevelRow& row = kLevelRows[level];
     if (apart <= row.relative * size + row.absolute * scale_) return level;
   }
-  return kLevels;
+  return apart <= tolerance_.atol + tolerance_.rtol * std::abs(b) ? kLevels - 1 : kLevels;
 }
 
 namespace {
@@ -76,7 +77,8 @@ struct LevelCounts {
 
 }  // namespace
 
-Scales::Scales(const CauseQuestion& question) : question_(question), likeness_(question.expected) {
+Scales::Scales(const CauseQuestion& question)
+    : question_(question), likeness_(question.expected, question.tolerance) {
   std::vector<uint64_t> all;
   for (uint64_t element = 0; element < question.actual.size(); ++element) {
     if (likeness_.LevelOf(question.actual[element], question.expected[element]) > 0) {

@@ -35,6 +35,7 @@ struct Cause {
   std::string text;      ///< for people, without a full stop
   double certainty = 0;  ///< 0 to 1: the share of what differs that this explains, less what was
                          ///< given way to noise
+  bool isOfNeighbour = false;  ///< another sample's output, of the one before or behind it
 };
 
 /// Likely causes, the likeliest first, at most three; none where nothing known explains enough.

@@ -28,8 +28,9 @@ inline constexpr size_t kLevels = 3;
 /// Compares elements at each level.
 class Likeness {
  public:
-  /// `values`: what the noise is in proportion to.
-  explicit Likeness(std::span<const float> values);
+  /// `values`: what the noise is in proportion to. What the rules let pass is alike at the last
+  /// level at least.
+  explicit Likeness(std::span<const float> values, const Tolerance& tolerance = {});
 
   /// The strictest level at which both are alike; kLevels if they are not. NaN is like NaN.
   [[nodiscard]] size_t LevelOf(float one, float other) const;
@@ -38,6 +39,7 @@ class Likeness {
   }
 
  private:
+  Tolerance tolerance_;
   double scale_ = 0;  ///< root of the mean square of all finite values
 };
 

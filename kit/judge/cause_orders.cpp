@@ -93,10 +93,11 @@ class OrderFinder {
     return Try(id, text, question_.expected, placeOf);
   }
 
+  bool IsNext() const { return question_.sample && question_.otherSample == *question_.sample + 1; }
+
   std::string OtherSampleText() const {
-    const bool isNext = question_.sample && *question_.otherSample == *question_.sample + 1;
     return "it is the output of sample " + std::to_string(*question_.otherSample) +
-           (isNext ? ", the next one" : "");
+           (IsNext() ? ", the next one" : "");
   }
 
   void FindSamples() {
@@ -110,8 +111,10 @@ class OrderFinder {
                              isAgain ? "it is the output of the sample before: stale"
                                      : "it is what was expected of the sample before",
                              question_.before, same);
+    if (isStale) causes_.back().isOfNeighbour = true;
     const bool isOther = question_.other.size() == count_ && question_.otherSample &&
                          Try("other-sample", OtherSampleText(), question_.other, same);
+    if (isOther) causes_.back().isOfNeighbour = IsNext();
     if (!isStale || !isOther) return;
     // One of them. The sample before may be the other one, or only nearly like it.
     const size_t last = causes_.size() - 1;

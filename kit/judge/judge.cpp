@@ -982,9 +982,14 @@ class Judging {
     constexpr double kAsGood = 0.05;
     constexpr size_t kLeastShared = 5;
     constexpr double kNearlyAll = 0.8;
+    // Where neighbours are exchanged, half of them have the one before and half the one behind.
+    const auto keyOf = [](const Cause& cause) {
+      return cause.isOfNeighbour ? std::pair<std::string, std::string>("neighbour", "")
+                                 : std::pair(cause.id, cause.text);
+    };
     std::map<std::pair<std::string, std::string>, size_t> counts;
     for (const SampleCauses& sample : samples) {
-      for (const Cause& cause : sample.causes) ++counts[{cause.id, cause.text}];
+      for (const Cause& cause : sample.causes) ++counts[keyOf(cause)];
     }
     const auto told = static_cast<double>(
         std::count_if(samples.begin(), samples.end(),
@@ -993,14 +998,14 @@ class Judging {
       if (sample.causes.empty()) continue;
       const bool isOfNearlyAll =
           std::any_of(sample.causes.begin(), sample.causes.end(), [&](const Cause& cause) {
-            const size_t count = counts.at({cause.id, cause.text});
+            const size_t count = counts.at(keyOf(cause));
             return count >= kLeastShared && static_cast<double>(count) >= kNearlyAll * told;
           });
       const double least = isOfNearlyAll ? 0 : sample.causes.front().certainty - kAsGood;
       const auto last = std::find_if(sample.causes.begin(), sample.causes.end(),
                                      [&](const Cause& cause) { return cause.certainty < least; });
       std::stable_sort(sample.causes.begin(), last, [&](const Cause& one, const Cause& other) {
-        return counts.at({one.id, one.text}) > counts.at({other.id, other.text});
+        return counts.at(keyOf(one)) > counts.at(keyOf(other));
       });
     }
   }

@@ -752,6 +752,23 @@ TEST_F(Judgement, TellsANeighbourFromOthersThatAreLikeIt) {
   EXPECT_EQ(causes[4].causes[0].text, "it is the output of sample 11, the next one");
 }
 
+// A sure score that stands in another place may be shifted, or turned about, too.
+TEST_F(Judgement, TellsExchangedNeighboursAsOneFault) {
+  for (int sample = 0; sample < 20; ++sample) {
+    const auto scores = [](int of, float sure) {
+      Values values(10, 0);
+      values[static_cast<size_t>(of * 7 % 10)] = sure;
+      values[static_cast<size_t>(of * 3 % 10)] += 0.006F;
+      return values;
+    };
+    Dump("expected/" + std::to_string(sample), scores(sample, 0.994F));
+    Dump("actual/" + std::to_string(sample), scores(sample ^ 1, 0.99F));
+  }
+  request_.rules =
+      ParseRules(R"({"schema": 1, "rules": [{"output": "*", "atol": 0.03}]})", "the rules");
+  EXPECT_THAT(CauseIdsOf(Run()), testing::Each("other-sample"));
+}
+
 // Old bytes are those that stood there, not those that should have.
 TEST_F(Judgement, CallsNoOutputStaleThatIsAnotherThanTheOneBefore) {
   for (int sample = 0; sample < 6; ++sample) {
