@@ -111,7 +111,7 @@ void AddFaults(std::string& text, const std::vector<SampleFault>& faults, const 
 }
 
 // In the words of the page: what fits need not be what it was.
-std::string FitText(const Cause& cause, const char* alike = "") {
+std::string FitText(const Cause& cause, const std::string& alike = "") {
   const std::string text = cause.text + alike;
   if (cause.certainty >= 1) return text + "; that explains all that differs";
   return text + "; that explains at least " + NumberText(std::floor(cause.certainty * 1000) / 10) +
@@ -148,6 +148,7 @@ struct CauseGroup {
   std::vector<uint64_t> samples;
   std::vector<Cause> causes;  // of the first of them, the first one with the least certainty of all
   bool haveOneText = true;    // else the texts differ by their numbers
+  std::string further{};      // then, behind the first text
 };
 
 std::vector<CauseGroup> GroupsOf(const OutputVerdict& output) {
@@ -164,8 +165,15 @@ std::vector<CauseGroup> GroupsOf(const OutputVerdict& output) {
     group->samples.push_back(sample.sample);
     if (sample.causes.empty()) continue;
     Cause& cause = group->causes.front();
-    group->haveOneText = group->haveOneText && cause.text == sample.causes.front().text;
-    cause.certainty = std::min(cause.certainty, sample.causes.front().certainty);
+    const Cause& its = sample.causes.front();
+    if (group->haveOneText && cause.text != its.text) {
+      group->haveOneText = false;
+      // One alone does not tell samples that were exchanged from those that came too late.
+      group->further = its.id != "other-sample" ? ", others alike"
+                                                : "; sample " + std::to_string(sample.sample) +
+                                                      ": " + its.text + "; others alike";
+    }
+    cause.certainty = std::min(cause.certainty, its.certainty);
   }
   return groups;
 }
@@ -178,8 +186,7 @@ void AddCauses(std::string& text, const OutputVerdict& output) {
     // What else one of many might be is in verdict.json.
     const size_t shown = isOne ? group.causes.size() : std::min<size_t>(group.causes.size(), 1);
     for (size_t i = 0; i < shown; ++i) {
-      text += who + (i == 0 ? ": " : ", or: ") +
-              FitText(group.causes[i], group.haveOneText ? "" : ", others alike") + "\n";
+      text += who + (i == 0 ? ": " : ", or: ") + FitText(group.causes[i], group.further) + "\n";
     }
     if (group.causes.empty()) {
       text += who + ": no known cause explains " + (isOne ? "it" : "them") + "\n";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <map>
 #include <set>
 #include <string_view>
@@ -63,6 +64,7 @@ std::string KnownWords(const ReportCause& cause) {
 constexpr std::string_view kNan = "nan";
 constexpr std::string_view kInfinite = "infinite";
 constexpr std::string_view kOther = "~";
+constexpr std::string_view kOtherSample = "other-sample";
 
 using ByKind = std::map<std::string, FaultKind, std::less<>>;
 
@@ -107,7 +109,14 @@ FaultKind& KindOf(const ReportFault& fault, ByKind& kinds) {
     kind.explained = cause.certainty;
   }
   // The words of one cause may differ by their numbers.
-  kind.areOthersAlike = kind.areOthersAlike || kind.sentence != cause.text;
+  if (!kind.areOthersAlike && kind.sentence != cause.text) {
+    kind.areOthersAlike = true;
+    // One alone does not tell samples that were exchanged from those that came too late.
+    if (cause.id == kOtherSample) {
+      kind.further =
+          "; sample " + std::to_string(fault.sample) + ": " + cause.text + "; others alike";
+    }
+  }
   kind.explained = std::min(kind.explained, cause.certainty);
   return kind;
 }
@@ -136,7 +145,9 @@ std::vector<FaultKind> Sorted(ByKind& byKind) {
   for (auto& [id, kind] : byKind) {
     std::sort(kind.samples.begin(), kind.samples.end());
     kind.samples.erase(std::unique(kind.samples.begin(), kind.samples.end()), kind.samples.end());
-    if (kind.areOthersAlike) kind.sentence += ", others alike";
+    if (kind.areOthersAlike) {
+      kind.sentence += kind.further.empty() ? ", others alike" : kind.further;
+    }
     if (!kind.samples.empty()) kinds.push_back(std::move(kind));
   }
   std::stable_sort(kinds.begin(), kinds.end(), [](const FaultKind& one, const FaultKind& other) {
@@ -175,7 +186,8 @@ std::string SamplesText(const std::vector<uint64_t>& samples, size_t most) {
 
 std::string ExplainedText(double explained) {
   if (explained >= 1) return "explains all that differs";
-  return "explains at least " + PercentText(explained) + " of what differs";
+  return "explains at least " + PercentText(std::floor(explained * 1000) / 1000) +
+         " of what differs";
 }
 
 }  // namespace vorn::kit

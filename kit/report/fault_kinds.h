@@ -16,6 +16,7 @@ struct FaultKind {
   std::string words;              ///< a few, as they stand before "in sample 17": "NaN"
   std::string sentence;           ///< what is wrong, without a full stop; names may be in it
   bool areOthersAlike = false;    ///< the same of some samples by other numbers, and it says so
+  std::string further{};          ///< then, behind the sentence of the first of them
   double explained = 0;           ///< of what differs, at least; 0 where it is no cause
   std::vector<uint64_t> samples;  ///< rising
 };

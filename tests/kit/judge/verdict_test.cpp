@@ -126,6 +126,18 @@ TEST(VerdictText, TellsOnceOfCausesThatSamplesShare) {
   EXPECT_THAT(text(), HasSubstr("  causes were looked for in 8 of 20 wrong samples\n"));
 }
 
+TEST(VerdictText, ShowsTwoOfSamplesThatAreThoseOfOthers) {
+  OutputVerdict output = WrongOutput("bad");
+  const auto copied = [](const std::string& text) {
+    return std::vector<Cause>{{"other-sample", text, 0.9}};
+  };
+  output.causes = {{8, copied("it is A")}, {9, copied("it is B")}, {10, copied("it is C")}};
+  EXPECT_THAT(
+      VerdictText(VerdictOf({output})),
+      HasSubstr("  samples 8 to 10: it is A; sample 9: it is B; others alike; that explains "
+                "at least 90 % of what differs\n"));
+}
+
 TEST(VerdictText, ShowsNothingThatSteersATerminal) {
   EXPECT_THAT(VerdictText(VerdictOf({WrongOutput("\x1b[31m")})), Not(HasSubstr("\x1b")));
 }

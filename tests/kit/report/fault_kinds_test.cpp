@@ -53,6 +53,16 @@ TEST(FaultKindsOf, TellsASampleOfSeveralOutputsOnceAKind) {
   EXPECT_EQ(kinds[1].sentence, "1 element is wrong by NaN");
 }
 
+TEST(FaultKindsOf, ShowsTwoOfSamplesThatAreThoseOfOthers) {
+  ReportOutput output;
+  output.wrong = {Caused(8, "other-sample", "it is A", 0.9),
+                  Caused(9, "other-sample", "it is B", 0.9),
+                  Caused(10, "other-sample", "it is C", 0.9)};
+  const auto kinds = FaultKindsOf(output);
+  ASSERT_THAT(kinds, SizeIs(1));
+  EXPECT_EQ(kinds[0].sentence, "it is A; sample 9: it is B; others alike");
+}
+
 TEST(SamplesText, NamesTheFirst) {
   EXPECT_EQ(SamplesText({17}), "sample 17");
   EXPECT_EQ(SamplesText({17, 58}), "samples 17 and 58");
@@ -64,6 +74,7 @@ TEST(SamplesText, NamesTheFirst) {
 TEST(ExplainedText, SaysHowMuch) {
   EXPECT_EQ(ExplainedText(1), "explains all that differs");
   EXPECT_EQ(ExplainedText(0.9), "explains at least 90 % of what differs");
+  EXPECT_EQ(ExplainedText(0.99999), "explains at least 99.9 % of what differs");
 }
 
 }  // namespace
