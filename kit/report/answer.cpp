@@ -26,8 +26,8 @@ std::string RuntimeName(const std::string& path) {
   return InQuotes(before == std::string::npos ? path : path.substr(before + 1));
 }
 
-// "'digits.onnx', rounded to int8, by the runtime 'npu/libvorn.so' on the host 'board-7'
-// (Cortex-A55)". A host is no device: which one answers is the runtime's affair.
+// "'digits.onnx', rounded to int8, by the runtime 'npu/libvorn.so' through 'run.sh' on the host
+// 'board-7' (Cortex-A55)". A host is no device: which one answers is the runtime's affair.
 std::string Subject(const ReportRun& run) {
   const RunFacts& facts = run.facts;
   std::string text = FileName(facts.model.path);
@@ -35,6 +35,10 @@ std::string Subject(const ReportRun& run) {
   if (facts.runtime && !facts.runtime->path.empty()) {
     text += " by the runtime " + RuntimeName(facts.runtime->path);
   }
+  // Another program stands between, as a script that runs vorn-run does: a fault may be its own.
+  const std::string program = facts.program ? facts.program->path : "";
+  const bool isAnother = !program.empty() && program.substr(program.rfind('/') + 1) != "vorn-run";
+  if (isAnother) text += " through " + FileName(program);
   if (!facts.machine.host.empty()) text += " on the host " + InQuotes(facts.machine.host);
   if (!facts.machine.processor.empty()) text += " (" + facts.machine.processor + ")";
   return text;

@@ -98,6 +98,11 @@ TEST(AnswerOf, NamesTheRuntimeBeforeTheHost) {
                   "'net.onnx' by the runtime 'npu/libvorn.so' on the host 'b' (Cortex-A55) ran,"));
   run.facts.runtime->path = "libvorn.so";
   EXPECT_THAT(AnswerOf(run).sentence, HasSubstr("by the runtime 'libvorn.so' on"));
+  run.facts.program = FileIdentity{.path = "/opt/bin/vorn-run", .sizeBytes = {}, .xxh3 = {}};
+  EXPECT_THAT(AnswerOf(run).sentence, HasSubstr("by the runtime 'libvorn.so' on"));
+  run.facts.program->path = "board/spoil.sh";
+  EXPECT_THAT(AnswerOf(run).sentence,
+              HasSubstr("by the runtime 'libvorn.so' through 'spoil.sh' on"));
 }
 
 TEST(AnswerOf, TellsTheMedianWithItsIntervalAndThatThereIsNoTarget) {
