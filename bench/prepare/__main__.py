@@ -17,9 +17,12 @@ from measure.scratch import in_memory, scratch_folder
 
 PHOTOGRAPHS = (Path(__file__).resolve().parents[2] / "build/release/photographs/photographs")
 FLOAT32 = 0
-CAMERA, WEB = 1920, 640  # pixels of the longer side
+PHONE, CAMERA, WEB = 4032, 1920, 640  # pixels of the longer side
 # Case: the longer side, the recipe, and the model's input.
 CASES = {
+    "phone, imagenet-torchvision": (PHONE, "imagenet-torchvision", (224, 224)),
+    "phone, imagenet-opencv": (PHONE, "imagenet-opencv", (224, 224)),
+    "phone, detector-letterbox": (PHONE, "detector-letterbox", (640, 640)),
     "camera, imagenet-torchvision": (CAMERA, "imagenet-torchvision", (224, 224)),
     "camera, imagenet-opencv": (CAMERA, "imagenet-opencv", (224, 224)),
     "camera, detector-letterbox": (CAMERA, "detector-letterbox", (640, 640)),
@@ -56,7 +59,8 @@ def describe_model(path, size):
 def measure(build, name, quick):
     longer, recipe, size = CASES[name]
     with scratch_folder(in_memory()) as scratch:
-        pictures = write_pictures(scratch / "pictures", longer, 20 if quick else 200)
+        count = 20 if quick else 60 if longer == PHONE else 200
+        pictures = write_pictures(scratch / "pictures", longer, count)
         describe_model(scratch / "model.json", size)
         made = scratch / "made"
 
