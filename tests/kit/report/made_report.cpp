@@ -347,7 +347,7 @@ ReportRun MadeRun(uint64_t samples, bool isRight) {
                                       "'detector.onnx' by the runtime 'npu/libvorn.so' on the host "
                                       "'board-7' is wrong in 2 of 40 samples of 'scores': the "
                                       "output of the sample before in 2 samples; measured against "
-                                      "'../reference'; an execution takes 8.1 ms (median of 39).",
+                                      "'../reference'; an execution takes 8.184 ms (median of 39).",
                                       {"Samples 7 and 27: it is the output of the sample before. "
                                        "That explains all that differs."}};
   return run;
