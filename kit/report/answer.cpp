@@ -222,6 +222,14 @@ void TellSpeed(const ReportRun& run, ReportAnswer& answer) {
                         " and " + TimeText(series->highNs) + " (" +
                         PercentText(series->confidence) +
                         " sure); no target was given that would call it fast or slow.");
+  const MachineFacts& machine = run.facts.machine;
+  const bool isBusy = machine.loadAverage && machine.cores &&
+                      *machine.loadAverage >= static_cast<double>(*machine.cores);
+  if (isBusy) {
+    answer.more.push_back("The host was busy before the run (load " +
+                          NumberText(*machine.loadAverage) + " of " +
+                          Counted(*machine.cores, "core") + "): alone it may take less.");
+  }
 }
 
 void TellMissing(const ReportRun& run, ReportAnswer& answer) {

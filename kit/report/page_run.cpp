@@ -88,8 +88,9 @@ std::string EndText(const RunFacts& facts) {
   if (facts.programStatus) text += "; vorn-run ended with " + std::to_string(*facts.programStatus);
   if (facts.signal) text += "; ended by " + *facts.signal;
   if (facts.endRealtimeNs && *facts.endRealtimeNs > facts.startRealtimeNs) {
-    text += "; vorn launch took " +
-            TimeText(static_cast<double>(*facts.endRealtimeNs - facts.startRealtimeNs));
+    text += "; vorn launch ended " +
+            TimeText(static_cast<double>(*facts.endRealtimeNs - facts.startRealtimeNs)) +
+            " after it was first started";
   }
   return text;
 }

@@ -218,7 +218,8 @@ Html PhasePlot(const ReportTimes& times) {
   plot.title = "Where the time of vorn-run's process went";
   plot.labelTitle = "part";
   plot.valueTitle = "time, share";
-  plot.axis = {.label = "since the start",
+  // No moments: an execution here and there makes one of them.
+  plot.axis = {.label = "sums, one behind the other",
                .quantity = Quantity::kNanoseconds,
                .from = 0.0,
                .to = static_cast<double>(times.wholeNs)};
@@ -239,6 +240,14 @@ Html PhasePlot(const ReportTimes& times) {
   return Draw(plot);
 }
 
+// A run that was gone on with may have rested for days.
+const char* LaunchEnds(const RunFacts& facts) {
+  const auto& words = facts.command;
+  const bool wasGoneOnWith = std::find(words.begin(), words.end(), "--resume") != words.end();
+  return wasGoneOnWith ? " from its first start to its last end, whatever lay between"
+                       : " from its start to its end";
+}
+
 // Each length by its name, from the longest on: what is longer holds what is shorter.
 Html Lengths(const ReportRun& run) {
   const RunFacts& facts = run.facts;
@@ -246,7 +255,7 @@ Html Lengths(const ReportRun& run) {
   if (facts.endRealtimeNs && *facts.endRealtimeNs > facts.startRealtimeNs) {
     lengths.push_back({"vorn launch", Text(TimeText(static_cast<double>(*facts.endRealtimeNs -
                                                                         facts.startRealtimeNs)) +
-                                           " from its start to its end")});
+                                           LaunchEnds(facts))});
   }
   if (run.times.wholeNs > 0) {
     lengths.push_back(
@@ -405,7 +414,7 @@ Html DeviceMemoryChart(const RunOnPage& on, const ReportTrace& trace) {
   chart.title = "Device memory";
   chart.description =
       "Blocks of device memory that were held, at most " + SizeText(trace.peakBytes) + ".";
-  chart.x = {.label = "since the layer was loaded",
+  chart.x = {.label = "since the trace began",
              .quantity = Quantity::kNanoseconds,
              .from = 0.0,
              .to = std::max(static_cast<double>(trace.wholeNs), 1.0)};

@@ -118,6 +118,13 @@ TEST(AnswerOf, TellsTheMedianWithItsIntervalAndThatThereIsNoTarget) {
       AnswerOf(run).more,
       ElementsAre("The median of an execution lies between 36.5 µs and 36.9 µs (95 % sure); "
                   "no target was given that would call it fast or slow."));
+  run.facts.machine.cores = 2;
+  run.facts.machine.loadAverage = 1.9;
+  EXPECT_THAT(AnswerOf(run).more, testing::SizeIs(1));
+  run.facts.machine.loadAverage = 4.07;
+  EXPECT_THAT(AnswerOf(run).more,
+              testing::Contains("The host was busy before the run (load 4.07 of 2 cores): alone it "
+                                "may take less."));
 }
 
 TEST(AnswerOf, CountsManyWrongOutputs) {
