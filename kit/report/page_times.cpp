@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numeric>
 #include <utility>
 
 #include "kit/common/printable.h"
@@ -463,6 +464,20 @@ Html OperationTable(const ReportTrace& trace) {
                  trace.operations.size() <= 12);
 }
 
+// Of each operation its place among them, what fills most of the timeline first: the key has room
+// for some, and so have the colours that are told apart.
+std::vector<uint32_t> PlacesByTime(const ReportTrace& trace) {
+  std::vector<uint64_t> sums(trace.names.size());
+  for (const ReportSpan& span : trace.spans) sums[span.operation] += span.durationNs;
+  std::vector<uint32_t> order(sums.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](uint32_t one, uint32_t other) { return sums[one] > sums[other]; });
+  std::vector<uint32_t> places(order.size());
+  for (size_t i = 0; i < order.size(); ++i) places[order[i]] = static_cast<uint32_t>(i);
+  return places;
+}
+
 Html TimelineOf(const RunOnPage& on, const ReportTrace& trace) {
   if (trace.spans.empty()) return {};
   Timeline timeline;
@@ -471,13 +486,15 @@ Html TimelineOf(const RunOnPage& on, const ReportTrace& trace) {
   timeline.withoutScripts =
       "With scripts a timeline of all calls stands here, to be zoomed. What took "
       "how long stands in the table of operations.";
-  timeline.names = trace.names;
+  const std::vector<uint32_t> places = PlacesByTime(trace);
+  timeline.names.resize(trace.names.size());
+  for (size_t i = 0; i < places.size(); ++i) timeline.names[places[i]] = trace.names[i];
   timeline.wholeNs = trace.wholeNs;
   uint32_t lanes = 0;
   for (const ReportSpan& span : trace.spans) {
     lanes = std::max(lanes, span.lane + 1);
-    timeline.spans.push_back({span.beginNs, span.durationNs, span.operation, span.lane, span.calls,
-                              span.isFailed || span.isOpen});
+    timeline.spans.push_back({span.beginNs, span.durationNs, places[span.operation], span.lane,
+                              span.calls, span.isFailed || span.isOpen});
   }
   constexpr uint32_t kMostLanes = 16;
   for (TimelineSpan& span : timeline.spans) span.lane = std::min(span.lane, kMostLanes - 1);

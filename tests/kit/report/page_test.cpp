@@ -104,6 +104,19 @@ TEST(ReportPage, SaysTheAnswerFirst) {
   EXPECT_LT(answer, page.find("<h2"));
 }
 
+// The key of the timeline has room for some.
+TEST(ReportPage, NamesTheOperationsFirstThatTookLongest) {
+  ReportFacts facts = MadeWrongRun();
+  ReportTrace& trace = *facts.runs.at(0).trace;
+  trace.names = {"vorn_short", "vorn_not", "vorn_long"};
+  trace.spans = {{.beginNs = 0, .durationNs = 5, .operation = 0},
+                 {.beginNs = 5, .durationNs = 50, .operation = 2},
+                 {.beginNs = 60, .durationNs = 6, .operation = 0}};
+  const std::string page = ReportPage(facts);
+  EXPECT_NE(page.find("\"names\":[\"vorn_long\",\"vorn_short\",\"vorn_not\"]"), std::string::npos);
+  EXPECT_NE(page.find("\"name\":[1,0,1]"), std::string::npos);
+}
+
 TEST(ReportPage, HasEachIdOnce) {
   for (const ReportFacts& facts :
        {MadeWrongRun(), MadeComparison(), MadeFleet(), MadeLargeRun(100)}) {
