@@ -18,8 +18,9 @@ FolderLock::FolderLock(const std::string& folder, const std::string& verb) {
   if (!file_.IsOpen()) {
     throw Fault(ExitStatus::kLimit, Quoted(path) + " cannot be written: " + SystemReason(errno));
   }
-  // Whoever asks whether it is locked has it for a moment, too.
-  constexpr int kTries = 10;
+  // Whoever asks whether it is locked has it for a moment, too, and so has what a process was about
+  // to start as it was killed.
+  constexpr int kTries = 50;
   constexpr std::chrono::milliseconds kBetween{10};
   for (int i = 0; i < kTries; ++i) {
     if (flock(file_.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;

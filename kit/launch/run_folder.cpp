@@ -69,6 +69,17 @@ std::string ReadPart(const OwnedFile& file, uint64_t offset, size_t most) {
   return bytes;
 }
 
+// Whether another process has the lock of the file, asked so often, each a tenth of a second behind
+// the one before. A file system without locks has to do without.
+bool IsTaken(const OwnedFile& file, int tries) {
+  constexpr useconds_t kBetweenUs = 100000;
+  for (int i = 0; i < tries; ++i) {
+    if (i != 0) usleep(kBetweenUs);
+    if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
@@ -79,8 +90,8 @@ RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
 }
 
 void RunFolder::Take(bool isResumed) {
-  // A file system without locks has to do without.
-  if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+  // A launch that was killed while it started a process has its lock until that one has begun.
+  if (IsTaken(lock_, 10)) {
     Refuse("belongs to a launch or a merge that runs now; wait for it, or name another with --run");
   }
   const std::vector<std::string> names = NamesIn(path_);
@@ -133,16 +144,8 @@ void RunFolder::CheckPlaces() const {
 // What a program that outlived its launch writes would get among what is written now: a script that
 // was killed leaves the program that it started. The log is locked as long as one has it.
 void RunFolder::WaitForProgram() const {
-  constexpr int kTries = 30;
-  constexpr useconds_t kBetweenUs = 100000;
   const OwnedFile log(open(Path(kLogFile).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!log.IsOpen()) return;
-  bool isTaken = true;
-  for (int i = 0; i < kTries && isTaken; ++i) {
-    if (i != 0) usleep(kBetweenUs);
-    isTaken = flock(log.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-  }
-  if (!isTaken) return;
+  if (!log.IsOpen() || !IsTaken(log, 30)) return;
   Refuse("belongs to a program that an earlier launch started and that still runs, with " +
          Quoted(Path(kLogFile)) + " open; end it, or name another with --run");
 }
