@@ -10,6 +10,7 @@
 #include "kit/common/printable.h"
 #include "kit/json/identity_json.h"
 #include "kit/json/json.h"
+#include "kit/json/json_members.h"
 
 namespace vorn::kit {
 namespace {
@@ -105,10 +106,7 @@ Json FromPlan(const FleetPlan& plan) {
 }
 
 FleetPlan ToPlan(const Json& object) {
-  if (const uint64_t schema = object.At("schema").AsUnsigned(); schema != kPlanSchema) {
-    throw JsonError("it has schema " + std::to_string(schema) + ", and this reads " +
-                    std::to_string(kPlanSchema));
-  }
+  HoldToSchema(object, kPlanSchema);
   FleetPlan plan;
   plan.id = object.At("id").AsText();
   plan.version = object.At("version").AsText();

@@ -98,7 +98,7 @@ std::vector<OutputLabels> ParseLabels(std::string_view text, const std::string& 
     if (first == std::string_view::npos) throw JsonError("there is nothing in it");
     if (text[first] != '{') return {ParseClassLines(text)};
     const Json object = ParseJson(text);
-    if (object.At("schema").AsUnsigned() != 1) throw JsonError("the schema is not 1");
+    HoldToSchema(object, 1);
     std::vector<OutputLabels> labels;
     for (const Json& output : object.At("outputs").Items()) {
       labels.push_back(ParseOutputLabels(output, folder));

@@ -156,7 +156,7 @@ Map ParseMap(std::string_view text, const std::string& what) {
   try {
     const Json object = ParseJson(text);
     HoldToKeys(object, {"schema", "samples", "outputs"});
-    if (object.At("schema").AsUnsigned() != 1) throw JsonError("the schema is not 1");
+    HoldToSchema(object, 1);
     Map map;
     if (const Json* samples = object.Find("samples")) SetSamples(*samples, map);
     if (const Json* outputs = object.Find("outputs")) {

@@ -176,7 +176,7 @@ Rules ParseRules(std::string_view text, const std::string& what) {
   size_t number = 0;
   try {
     const Json object = ParseJson(text);
-    if (object.At("schema").AsUnsigned() != 1) throw JsonError("the schema is not 1");
+    HoldToSchema(object, 1);
     for (const auto& [key, value] : object.Members()) {
       if (key != "schema" && key != "rules") {
         throw JsonError("there is no key '" + Printable(key) + "'; schema and rules are known");

@@ -146,9 +146,7 @@ Job ReadJob(const std::string& path) {
   try {
     const Json json = ParseJson(text);
     HoldToKeys(json, {"schema", "inputs", "count", "thresholds"});
-    if (json.At("schema").AsUnsigned() != 1) {
-      throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
-    }
+    HoldToSchema(json, 1);
     Job job;
     job.inputs =
         InputsFromJson(json.At("inputs"), slash == std::string::npos ? "" : path.substr(0, slash));

@@ -347,9 +347,7 @@ bool Recipe::NeedsPicture() const { return resize || crop; }
 Recipe RecipeFromJson(const Json& json) {
   HoldToKeys(json, {"schema", "name", "version", "orientation", "depth", "colours", "alpha",
                     "resize", "crop", "values", "layout", "quantisation"});
-  if (json.At("schema").AsUnsigned() != kRecipeSchema) {
-    throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
-  }
+  HoldToSchema(json, kRecipeSchema);
   Recipe recipe;
   recipe.name = json.At("name").AsText();
   if (recipe.name.empty()) throw JsonError("name is empty");

@@ -92,9 +92,7 @@ constexpr std::array kJudgeKeys{JudgeKey{"map", true}, JudgeKey{"rules", true},
 Qualification QualificationFrom(const Json& json, const std::string& folder) {
   HoldToKeys(json, {"schema", "run", "device", "reference", "floor", "expected", "batch", "most",
                     "chunk", "map", "rules", "preset", "labels"});
-  if (json.At("schema").AsUnsigned() != 1) {
-    throw JsonError("schema is " + ShownValue(json.At("schema")) + ", and this program reads 1");
-  }
+  HoldToSchema(json, 1);
   Qualification qualification;
   if (const Json* run = json.Find("run")) qualification.run = Here(folder, run->AsText());
   qualification.device = SideFrom(json.At("device"), folder);

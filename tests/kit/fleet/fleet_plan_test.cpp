@@ -141,7 +141,7 @@ TEST_F(PlanFile, SaysWhyItIsRefused) {
   std::string text = ToJson(Full());
   text.replace(text.find("\"schema\": 1"), 11, "\"schema\": 2");
   Write(text);
-  EXPECT_THAT(Fault(), HasSubstr("it has schema 2, and this reads 1"));
+  EXPECT_THAT(Fault(), HasSubstr("its schema is 2, and this program reads 1"));
   text = ToJson(Full());
   text.replace(text.find("/home/me"), 8, "/home/us");
   Write(text);

@@ -59,7 +59,8 @@ TEST(ParseLabels, RefusesWhatItDoesNotKnow) {
   EXPECT_THAT(Refusal(""), HasSubstr("the labels 'l': there is nothing in it"));
   EXPECT_THAT(Refusal("1\nseven\n"), HasSubstr("line 2 is 'seven', and no number of a class"));
   EXPECT_THAT(Refusal("1\n\n2\n"), HasSubstr("line 2 is ''"));
-  EXPECT_THAT(Refusal(R"({"schema": 2, "outputs": []})"), HasSubstr("the schema is not 1"));
+  EXPECT_THAT(Refusal(R"({"schema": 2, "outputs": []})"),
+              HasSubstr("its schema is 2, and this program reads 1"));
   EXPECT_THAT(RefusalOfOutput(""), HasSubstr("one of: classes, masks, boxes"));
   EXPECT_THAT(RefusalOfOutput(R"(, "classes": [], "boxes": [])"), HasSubstr("one of: "));
   EXPECT_THAT(RefusalOfOutput(R"(, "classes": [], "clases": 1)"), HasSubstr("no key 'clases'"));

@@ -86,7 +86,7 @@ TEST(ParseMap, RefusesWhatItDoesNotKnow) {
               HasSubstr("no key 'output'; did you mean 'outputs'?"));
   EXPECT_THAT(RefusalOfOutput(R"({"actual": {"name": "a", "zeropoint": 1}})"),
               HasSubstr("no key 'zeropoint'; did you mean 'zeroPoint'?"));
-  EXPECT_THAT(Refusal(R"({"schema": 2})"), HasSubstr("the schema is not 1"));
+  EXPECT_THAT(Refusal(R"({"schema": 2})"), HasSubstr("its schema is 2, and this program reads 1"));
   EXPECT_THAT(Refusal(R"({"schema": 1, "samples": "name"})"), HasSubstr("not by \"name\""));
   EXPECT_THAT(Refusal("[]"), HasSubstr("expected an object"));
   EXPECT_THAT(Refusal("{"), HasSubstr("the map 'm': "));

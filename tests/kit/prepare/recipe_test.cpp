@@ -101,7 +101,7 @@ TEST(FindRecipe, ReadsAFileAndNamesItsFaults) {
   } catch (const Fault& fault) {
     EXPECT_EQ(fault.Status(), ExitStatus::kInput);
     EXPECT_EQ(std::string(fault.what()),
-              "the recipe '" + path + "': schema is 2, and this program reads 1");
+              "the recipe '" + path + "': its schema is 2, and this program reads 1");
   }
 }
 
