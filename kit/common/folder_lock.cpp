@@ -4,7 +4,6 @@
 #include <sys/file.h>
 
 #include <cerrno>
-#include <chrono>
 #include <thread>
 
 #include "kit/common/fault.h"
@@ -12,20 +11,23 @@
 
 namespace vorn::kit {
 
+bool TakeLock(const OwnedFile& file, std::chrono::milliseconds longest) {
+  constexpr std::chrono::milliseconds kBetween{10};
+  const auto end = std::chrono::steady_clock::now() + longest;
+  while (flock(file.Get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(kBetween);
+  }
+  return true;
+}
+
 FolderLock::FolderLock(const std::string& folder, const std::string& verb) {
   const std::string path = folder + "/" + kFolderLockFile;
   file_ = OwnedFile(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
   if (!file_.IsOpen()) {
     throw Fault(ExitStatus::kLimit, Quoted(path) + " cannot be written: " + SystemReason(errno));
   }
-  // Whoever asks whether it is locked has it for a moment, too, and so has what a process was about
-  // to start as it was killed.
-  constexpr int kTries = 50;
-  constexpr std::chrono::milliseconds kBetween{10};
-  for (int i = 0; i < kTries; ++i) {
-    if (flock(file_.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return;
-    std::this_thread::sleep_for(kBetween);
-  }
+  if (TakeLock(file_, std::chrono::milliseconds(500))) return;
   throw Fault(ExitStatus::kUsage, "another vorn " + verb + " is at work in " + Quoted(folder) +
                                       "; wait for it, or give another folder");
 }

@@ -2,6 +2,7 @@
 #ifndef VORN_KIT_COMMON_FOLDER_LOCK_H_
 #define VORN_KIT_COMMON_FOLDER_LOCK_H_
 
+#include <chrono>
 #include <string>
 
 #include "kit/common/owned_file.h"
@@ -9,6 +10,11 @@
 namespace vorn::kit {
 
 inline constexpr const char* kFolderLockFile = ".lock";
+
+/// Takes the lock of an open file; false where others have it for `longest`. Whoever asks whether
+/// it is locked has it for a moment, and so has what a process was about to start as it was killed.
+/// A file system without locks has to do without.
+[[nodiscard]] bool TakeLock(const OwnedFile& file, std::chrono::milliseconds longest);
 
 /// Holds a file of the folder, which stays behind. What is looked at in the folder is to be looked
 /// at with the lock taken. A file system without locks has to do without.

@@ -1,19 +1,20 @@
 #include "kit/launch/run_folder.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <memory>
 
 #include "kit/common/fault.h"
+#include "kit/common/folder_lock.h"
 #include "kit/common/folder_names.h"
 #include "kit/common/printable.h"
 #include "kit/common/whole_file.h"
@@ -69,17 +70,6 @@ std::string ReadPart(const OwnedFile& file, uint64_t offset, size_t most) {
   return bytes;
 }
 
-// Whether another process has the lock of the file, asked so often, each a tenth of a second behind
-// the one before. A file system without locks has to do without.
-bool IsTaken(const OwnedFile& file, int tries) {
-  constexpr useconds_t kBetweenUs = 100000;
-  for (int i = 0; i < tries; ++i) {
-    if (i != 0) usleep(kBetweenUs);
-    if (flock(file.Get(), LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
@@ -90,8 +80,7 @@ RunFolder::RunFolder(const std::string& path, bool isResumed) : path_(path) {
 }
 
 void RunFolder::Take(bool isResumed) {
-  // A launch that was killed while it started a process has its lock until that one has begun.
-  if (IsTaken(lock_, 10)) {
+  if (!TakeLock(lock_, std::chrono::seconds(1))) {
     Refuse("belongs to a launch or a merge that runs now; wait for it, or name another with --run");
   }
   const std::vector<std::string> names = NamesIn(path_);
@@ -145,7 +134,7 @@ void RunFolder::CheckPlaces() const {
 // was killed leaves the program that it started. The log is locked as long as one has it.
 void RunFolder::WaitForProgram() const {
   const OwnedFile log(open(Path(kLogFile).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!log.IsOpen() || !IsTaken(log, 30)) return;
+  if (!log.IsOpen() || TakeLock(log, std::chrono::seconds(3))) return;
   Refuse("belongs to a program that an earlier launch started and that still runs, with " +
          Quoted(Path(kLogFile)) + " open; end it, or name another with --run");
 }
