@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "kit/judge/cause_evidence.h"
+#include "kit/judge/rules.h"
 
 namespace vorn::kit {
 namespace {
@@ -145,6 +146,13 @@ Cause MakeCause(const char* id, std::string text, const Evidence& evidence) {
   // Of two that explain the same, the one that knows of more elements.
   const double known = 0.95 + 0.05 * evidence.told;
   return {id, std::move(text), evidence.explained * kLevelRows[evidence.level].certainty * known};
+}
+
+std::string ExplainedText(double certainty) {
+  if (certainty >= 1) return "explains all that differs";
+  // Rounding up would say more than is true.
+  return "explains at least " + NumberText(std::floor(certainty * 1000) / 10) +
+         " % of what differs";
 }
 
 std::vector<Cause> FindCauses(const CauseQuestion& question) {

@@ -38,6 +38,9 @@ struct Cause {
   bool isOfNeighbour = false;  ///< another sample's output, of the one before or behind it
 };
 
+/// Of a certainty: "explains all that differs", "explains at least 90 % of what differs".
+[[nodiscard]] std::string ExplainedText(double certainty);
+
 /// Likely causes, the likeliest first, at most three; none where nothing known explains enough.
 [[nodiscard]] std::vector<Cause> FindCauses(const CauseQuestion& question);
 

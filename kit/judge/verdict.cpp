@@ -112,10 +112,7 @@ void AddFaults(std::string& text, const std::vector<SampleFault>& faults, const 
 
 // In the words of the page: what fits need not be what it was.
 std::string FitText(const Cause& cause, const std::string& alike = "") {
-  const std::string text = cause.text + alike;
-  if (cause.certainty >= 1) return text + "; that explains all that differs";
-  return text + "; that explains at least " + NumberText(std::floor(cause.certainty * 1000) / 10) +
-         " % of what differs";
+  return cause.text + alike + "; that " + ExplainedText(cause.certainty);
 }
 
 // Where only other metrics have bounds, what is outside is counted and decides nothing.

@@ -9,6 +9,7 @@
 #include "kit/common/fault.h"
 #include "kit/common/number_ranges.h"
 #include "kit/common/printable.h"
+#include "kit/judge/cause.h"
 #include "kit/page/number_text.h"
 #include "kit/report/bounds.h"
 #include "kit/report/fault_kinds.h"
@@ -18,14 +19,6 @@ namespace {
 
 // ---- Parts of a sentence ------------------------------------------------------------------------
 
-// A library's own name is the same of each runtime: with the folder that it lies in.
-std::string RuntimeName(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  const size_t before =
-      slash == std::string::npos || slash == 0 ? std::string::npos : path.rfind('/', slash - 1);
-  return InQuotes(before == std::string::npos ? path : path.substr(before + 1));
-}
-
 // "'digits.onnx', rounded to int8, by the runtime 'npu/libvorn.so' through 'run.sh' on the host
 // 'board-7' (Cortex-A55)". A host is no device: which one answers is the runtime's affair.
 std::string Subject(const ReportRun& run) {
@@ -33,7 +26,7 @@ std::string Subject(const ReportRun& run) {
   std::string text = FileName(facts.model.path);
   if (!run.precision.empty()) text += ", rounded to " + run.precision + ",";
   if (facts.runtime && !facts.runtime->path.empty()) {
-    text += " by the runtime " + RuntimeName(facts.runtime->path);
+    text += " by the runtime " + InQuotes(WithFolderAbove(facts.runtime->path));
   }
   // Another program stands between, as a script that runs vorn-run does: a fault may be its own.
   const std::string program = facts.program ? facts.program->path : "";
@@ -385,6 +378,13 @@ std::string InQuotes(const std::string& text) {
   std::string shown = text;
   CutText(shown, kMostInASentence);
   return "'" + shown + "'";
+}
+
+std::string WithFolderAbove(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const size_t before =
+      slash == std::string::npos || slash == 0 ? std::string::npos : path.rfind('/', slash - 1);
+  return before == std::string::npos ? path : path.substr(before + 1);
 }
 
 std::string FileName(const std::string& path) {

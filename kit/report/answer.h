@@ -18,7 +18,11 @@ namespace vorn::kit {
 /// The text between quotes, whatever is in it: it is escaped where it is shown.
 [[nodiscard]] std::string InQuotes(const std::string& text);
 
-/// The last part of a path, likewise.
+/// The last two parts of a path: a library's own name is the same of each runtime, and many a run
+/// is called "run".
+[[nodiscard]] std::string WithFolderAbove(const std::string& path);
+
+/// The last part of a path, in quotes.
 [[nodiscard]] std::string FileName(const std::string& path);
 
 }  // namespace vorn::kit

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <map>
 #include <set>
 #include <string_view>
@@ -182,12 +181,6 @@ std::vector<FaultKind> FaultKindsOf(const ReportJudgement& judgement) {
 
 std::string SamplesText(const std::vector<uint64_t>& samples, size_t most) {
   return (samples.size() == 1 ? "sample " : "samples ") + RangesText(samples, most);
-}
-
-std::string ExplainedText(double explained) {
-  if (explained >= 1) return "explains all that differs";
-  return "explains at least " + PercentText(std::floor(explained * 1000) / 1000) +
-         " of what differs";
 }
 
 }  // namespace vorn::kit

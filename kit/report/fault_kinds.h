@@ -32,9 +32,6 @@ struct FaultKind {
 /// "sample 17", "samples 17, 58 and 130 to 199", "samples 1, 3, 5, 7, 9 and 12 more".
 [[nodiscard]] std::string SamplesText(const std::vector<uint64_t>& samples, size_t most = 5);
 
-/// "explains all that differs", "explains at least 90 % of what differs".
-[[nodiscard]] std::string ExplainedText(double explained);
-
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_REPORT_FAULT_KINDS_H_

@@ -58,10 +58,7 @@ std::vector<std::string> ShortNames(const std::vector<ReportRun>& runs) {
 std::string TitleOf(const ReportRun& run) {
   std::string path = Absolute(run.path);
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
-  const size_t slash = path.rfind('/');
-  const size_t above =
-      slash == 0 || slash == std::string::npos ? slash : path.rfind('/', slash - 1);
-  const std::string folder = above == std::string::npos ? path : path.substr(above + 1);
+  const std::string folder = WithFolderAbove(path);
   const std::string& model = run.facts.model.path;
   return model.empty() ? folder : model.substr(model.rfind('/') + 1) + ", " + folder;
 }

@@ -4,6 +4,7 @@
 #include <map>
 
 #include "kit/common/printable.h"
+#include "kit/judge/cause.h"
 #include "kit/page/chart.h"
 #include "kit/page/heatmap.h"
 #include "kit/page/table.h"

@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "kit/common/printable.h"
+#include "kit/judge/cause.h"
 #include "kit/page/chart.h"
 #include "kit/page/heatmap.h"
 #include "kit/page/table.h"

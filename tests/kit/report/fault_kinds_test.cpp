@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "kit/judge/cause.h"
+
 namespace vorn::kit {
 namespace {
 
