@@ -35,7 +35,7 @@ struct Cause {
   std::string text;      ///< for people, without a full stop
   double certainty = 0;  ///< 0 to 1: the share of what differs that this explains, less what was
                          ///< given way to noise
-  bool isOfNeighbour = false;  ///< another sample's output, of the one before or behind it
+  int neighbour = 0;     ///< the output of the sample before (-1) or behind (1); 0: of none of them
 };
 
 /// Of a certainty: "explains all that differs", "explains at least 90 % of what differs".

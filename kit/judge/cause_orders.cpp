@@ -94,6 +94,10 @@ class OrderFinder {
   }
 
   bool IsNext() const { return question_.sample && question_.otherSample == *question_.sample + 1; }
+  bool IsBefore() const {
+    return question_.sample && question_.otherSample &&
+           *question_.otherSample + 1 == *question_.sample;
+  }
 
   std::string OtherSampleText() const {
     return "it is the output of sample " + std::to_string(*question_.otherSample) +
@@ -111,10 +115,10 @@ class OrderFinder {
                              isAgain ? "it is the output of the sample before: stale"
                                      : "it is what was expected of the sample before",
                              question_.before, same);
-    if (isStale) causes_.back().isOfNeighbour = true;
+    if (isStale) causes_.back().neighbour = -1;
     const bool isOther = question_.other.size() == count_ && question_.otherSample &&
                          Try("other-sample", OtherSampleText(), question_.other, same);
-    if (isOther) causes_.back().isOfNeighbour = IsNext();
+    if (isOther) causes_.back().neighbour = IsNext() ? 1 : IsBefore() ? -1 : 0;
     if (!isStale || !isOther) return;
     // One of them. The sample before may be the other one, or only nearly like it.
     const size_t last = causes_.size() - 1;

@@ -972,6 +972,60 @@ class Judging {
     }
     AddSharedScale(scales, state.verdict.causes);
     PreferShared(state.verdict.causes);
+    FindStretchesOf(state);
+  }
+
+  // Where samples hold what belongs to their neighbours, those between them that pass need not be
+  // their own.
+  void FindStretchesOf(OutputState& state) {
+    std::map<uint64_t, int> wrong;
+    for (const uint64_t sample : state.wrongSamples) wrong[sample] = 0;
+    for (const SampleCauses& sample : state.verdict.causes) {
+      if (!sample.causes.empty()) wrong[sample.sample] = sample.causes.front().neighbour;
+    }
+    std::vector<uint64_t> right;
+    for (const SampleSketch& sample : state.verdict.samples) {
+      if (sample.isRight) right.push_back(sample.sample);
+    }
+    std::sort(right.begin(), right.end());
+    Effort left;
+    state.verdict.stretches = FindStretches(wrong, right, [&](uint64_t sample, uint64_t other) {
+      return WouldPassFor(sample, other, state.verdict, left);
+    });
+  }
+
+  // That may be made to hold outputs of one name against those of other samples.
+  struct Effort {
+    uint64_t questions = 2048;
+    uint64_t elements = 1 << 24;
+  };
+
+  // Whether what came of a sample would be right if it were that of another one. Nothing of what
+  // cannot be looked at, or is too much to be.
+  std::optional<bool> WouldPassFor(uint64_t sample, uint64_t other, const OutputVerdict& verdict,
+                                   Effort& left) {
+    const size_t own = PairOf(sample);
+    const size_t partner = PairOf(other);
+    if (own == pairs_.size() || partner == pairs_.size()) return std::nullopt;
+    if (left.elements == 0 || left.questions == 0) return std::nullopt;
+    --left.questions;
+    const auto ownSides = Load(own, verdict.name);
+    const auto otherSides = Load(partner, verdict.name);
+    if (!ownSides || !otherSides || ownSides->first.size() != otherSides->second.size()) {
+      return std::nullopt;
+    }
+    left.elements -= std::min<uint64_t>(left.elements, ownSides->first.size());
+    CensusTaker taker(verdict.rules.tolerance.tolerance, 0);
+    taker.Take(ownSides->first, otherSides->second);
+    const auto classes = ClassesOf(verdict.shape);
+    TopAgreementTaker top(classes.value_or(1));
+    if (classes) top.Take(ownSides->first, otherSides->second);
+    // Of another sample there is no floor to be held against.
+    OutputRules rules = verdict.rules;
+    std::erase_if(rules.metrics,
+                  [](const MetricRule& rule) { return rule.metric == Metric::kOverFloor; });
+    if (rules.metrics.empty()) return std::nullopt;
+    return BrokenRules(rules, taker.Result(), top.Result()).empty();
   }
 
   // One fault of a device mostly spoils several samples, and what explains them all is likelier
@@ -984,8 +1038,8 @@ class Judging {
     constexpr double kNearlyAll = 0.8;
     // Where neighbours are exchanged, half of them have the one before and half the one behind.
     const auto keyOf = [](const Cause& cause) {
-      return cause.isOfNeighbour ? std::pair<std::string, std::string>("neighbour", "")
-                                 : std::pair(cause.id, cause.text);
+      return cause.neighbour != 0 ? std::pair<std::string, std::string>("neighbour", "")
+                                  : std::pair(cause.id, cause.text);
     };
     std::map<std::pair<std::string, std::string>, size_t> counts;
     for (const SampleCauses& sample : samples) {

@@ -148,9 +148,32 @@ struct CauseGroup {
   std::string further{};      // then, behind the first text
 };
 
+// The exchange of neighbours that a wrong sample is one of.
+const NeighbourStretch* ExchangeOf(const OutputVerdict& output, uint64_t sample) {
+  for (const NeighbourStretch& stretch : output.stretches) {
+    if (stretch.pattern == NeighbourPattern::kExchanged &&
+        std::binary_search(stretch.wrong.begin(), stretch.wrong.end(), sample)) {
+      return &stretch;
+    }
+  }
+  return nullptr;
+}
+
+// The likeliest cause of all samples of an exchange in the same words.
+std::vector<SampleCauses> CausesInWords(const OutputVerdict& output) {
+  std::vector<SampleCauses> causes = output.causes;
+  for (SampleCauses& sample : causes) {
+    const NeighbourStretch* exchange = ExchangeOf(output, sample.sample);
+    if (exchange == nullptr || sample.causes.empty()) continue;
+    sample.causes.front().id = "exchanged-neighbours";
+    sample.causes.front().text = ExchangedText(*exchange);
+  }
+  return causes;
+}
+
 std::vector<CauseGroup> GroupsOf(const OutputVerdict& output) {
   std::vector<CauseGroup> groups;
-  for (const SampleCauses& sample : output.causes) {
+  for (const SampleCauses& sample : CausesInWords(output)) {
     const std::string id = sample.causes.empty() ? "" : sample.causes.front().id;
     const auto group = std::find_if(groups.begin(), groups.end(), [&](const CauseGroup& one) {
       return id == (one.causes.empty() ? "" : one.causes.front().id);
@@ -188,6 +211,9 @@ void AddCauses(std::string& text, const OutputVerdict& output) {
     if (group.causes.empty()) {
       text += who + ": no known cause explains " + (isOne ? "it" : "them") + "\n";
     }
+  }
+  for (const NeighbourStretch& stretch : output.stretches) {
+    for (const std::string& sentence : PassingTexts(stretch)) text += "  " + sentence + "\n";
   }
   if (output.causes.size() < output.wrong.size() && !output.causes.empty()) {
     text += "  causes were looked for in " + std::to_string(output.causes.size()) + " of " +
@@ -348,6 +374,22 @@ Json CausesJson(const OutputVerdict& output) {
   return array;
 }
 
+Json StretchesJson(const OutputVerdict& output) {
+  Json array = Json::Array();
+  const auto some = [](std::vector<uint64_t> samples) {
+    samples.resize(std::min(samples.size(), kMostSamplesTold));
+    return Json::ArrayOf(samples);
+  };
+  for (size_t i = 0; i < std::min(output.stretches.size(), kMostSamplesTold); ++i) {
+    const NeighbourStretch& stretch = output.stretches[i];
+    array.Append(Json::Object({{"pattern", std::string(NeighbourPatternName(stretch.pattern))},
+                               {"wrong", some(stretch.wrong)},
+                               {"undecided", some(stretch.undecided)},
+                               {"right", some(stretch.right)}}));
+  }
+  return array;
+}
+
 Json OutputJson(const OutputVerdict& output, size_t mostRows) {
   Json json = Json::Object({{"name", output.name},
                             {"verdict", IsWrong(output)       ? "wrong"
@@ -380,6 +422,7 @@ Json OutputJson(const OutputVerdict& output, size_t mostRows) {
   json.Set("notJudged", JsonOf(output.notJudged));
   json.Set("worst", WorstJson(output));
   json.Set("causes", CausesJson(output));
+  if (!output.stretches.empty()) json.Set("stretches", StretchesJson(output));
   return json;
 }
 

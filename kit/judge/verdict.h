@@ -11,6 +11,7 @@
 #include "kit/judge/census.h"
 #include "kit/judge/floor.h"
 #include "kit/judge/inside.h"
+#include "kit/judge/neighbours.h"
 #include "kit/judge/preparation.h"
 #include "kit/judge/rules.h"
 #include "kit/judge/top_agreement.h"
@@ -62,6 +63,7 @@ struct OutputVerdict {
   std::vector<SampleFault> wrong;
   std::vector<SampleFault> notJudged;
   std::vector<SampleCauses> causes;
+  std::vector<NeighbourStretch> stretches;  ///< as far as causes were looked for
 };
 
 /// A sample that is on one side only.

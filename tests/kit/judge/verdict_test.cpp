@@ -138,6 +138,27 @@ TEST(VerdictText, ShowsTwoOfSamplesThatAreThoseOfOthers) {
                 "at least 90 % of what differs\n"));
 }
 
+TEST(VerdictText, TellsAnExchangeInOneLineAndWhatMayBelongToIt) {
+  OutputVerdict output = WrongOutput("bad");
+  for (const uint64_t sample : {8, 9, 12, 13}) {
+    output.causes.push_back({sample, {{"other-sample", "it is " + std::to_string(sample), 0.9}}});
+  }
+  output.stretches = {{NeighbourPattern::kExchanged, {8, 9, 12, 13}, {10, 11}, {}}};
+  const Verdict verdict = VerdictOf({output});
+  EXPECT_THAT(VerdictText(verdict),
+              HasSubstr("  samples 8, 9, 12 and 13: each holds the output of its neighbour, 8 that "
+                        "of 9 and 9 that of 8, and so on by pairs; that explains at least 90 % of "
+                        "what differs\n"
+                        "  Whether samples 10 and 11 among these were exchanged, too, cannot be "
+                        "decided: their neighbours' outputs are alike, and what came passes as "
+                        "either.\n"));
+  EXPECT_EQ(support::FaultBySchema("verdict", VerdictJson(verdict)), "");
+  const Json json = ParseJson(VerdictJson(verdict));
+  const Json& stretch = json.At("outputs").Items()[0].At("stretches").Items()[0];
+  EXPECT_EQ(stretch.At("pattern").AsText(), "exchanged");
+  EXPECT_EQ(stretch.At("undecided").Items().size(), 2U);
+}
+
 TEST(VerdictText, ShowsNothingThatSteersATerminal) {
   EXPECT_THAT(VerdictText(VerdictOf({WrongOutput("\x1b[31m")})), Not(HasSubstr("\x1b")));
 }
