@@ -1061,7 +1061,17 @@ class Judging {
       std::stable_sort(sample.causes.begin(), last, [&](const Cause& one, const Cause& other) {
         return counts.at(keyOf(one)) > counts.at(keyOf(other));
       });
+      KeepBehindTheFirst(sample.causes, kAsGood);
     }
+  }
+
+  // Another possibility that seems better than what is told first would leave a reader with two
+  // answers: what fits one sample alone is left out, and of what fits nearly as well no more is
+  // claimed.
+  static void KeepBehindTheFirst(std::vector<Cause>& causes, double nearly) {
+    const double most = causes.front().certainty;
+    std::erase_if(causes, [&](const Cause& cause) { return cause.certainty > most + nearly; });
+    for (Cause& cause : causes) cause.certainty = std::min(cause.certainty, most);
   }
 
   const JudgeRequest& request_;

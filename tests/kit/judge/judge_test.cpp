@@ -869,6 +869,12 @@ TEST_F(Judgement, PrefersWhatFitsNearlyAllToWhatFitsSomeBetter) {
   }
   const Verdict verdict = Run();
   EXPECT_THAT(CauseIdsOf(verdict), testing::AllOf(SizeIs(8), testing::Each("shifted")));
+  // What is told as another possibility never seems the better one.
+  for (const SampleCauses& sample : verdict.outputs[0].causes) {
+    for (const Cause& cause : sample.causes) {
+      EXPECT_LE(cause.certainty, sample.causes[0].certainty) << sample.sample << cause.text;
+    }
+  }
 }
 
 // A single value of each that is not near nought tells nothing alone.
