@@ -152,6 +152,28 @@ void TellKinds(const ReportJudgement& judgement, ReportAnswer& answer) {
   }
 }
 
+// That a sample passes among those that hold what belongs to their neighbours need not mean that
+// it is its own.
+void TellPassing(const ReportJudgement& judgement, ReportAnswer& answer) {
+  constexpr size_t kMostSentences = 4;
+  std::vector<std::string> sentences;
+  const bool areSeveral = WrongOutputs(judgement).size() > 1;
+  for (const ReportOutput& output : judgement.outputs) {
+    for (const NeighbourStretch& stretch : output.stretches) {
+      for (const std::string& text : PassingTexts(stretch)) {
+        sentences.push_back(areSeveral ? "Of " + InQuotes(output.name) + ": " + text : text);
+      }
+    }
+  }
+  for (size_t i = 0; i < std::min(sentences.size(), kMostSentences); ++i) {
+    answer.more.push_back(sentences[i]);
+  }
+  if (sentences.size() > kMostSentences) {
+    answer.more.push_back("And " + CountText(sentences.size() - kMostSentences) +
+                          " more of this kind, which stand with their outputs.");
+  }
+}
+
 void TellInside(const ReportJudgement& judgement, ReportAnswer& answer) {
   if (!judgement.inside || !judgement.inside->begin) return;
   const auto& inside = *judgement.inside;
@@ -399,6 +421,7 @@ ReportAnswer AnswerOf(const ReportRun& run) {
     const ReportJudgement& judgement = *run.judgement;
     TellWrongSamples(judgement, answer);
     TellKinds(judgement, answer);
+    TellPassing(judgement, answer);
     TellInside(judgement, answer);
     TellFloor(judgement, answer);
     TellSome(judgement.preparation, "Suspect: ", answer);

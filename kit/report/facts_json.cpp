@@ -166,6 +166,13 @@ void SetConfusion(const ReportOutput& output, Json& json) {
                                        })}}));
 }
 
+Json StretchJson(const NeighbourStretch& stretch) {
+  return Json::Object({{"pattern", std::string(NeighbourPatternName(stretch.pattern))},
+                       {"wrong", All(stretch.wrong)},
+                       {"undecided", All(stretch.undecided)},
+                       {"right", All(stretch.right)}});
+}
+
 Json OutputJson(const ReportOutput& output) {
   Json json = Json::Object({{"name", output.name},
                             {"verdict", NameOf(output.verdict)},
@@ -189,6 +196,7 @@ Json OutputJson(const ReportOutput& output) {
                                         {"tied5", output.agreement->tied5}}));
   }
   SetConfusion(output, json);
+  if (!output.stretches.empty()) json.Set("stretches", Each(output.stretches, StretchJson));
   return json;
 }
 

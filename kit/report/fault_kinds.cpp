@@ -64,6 +64,7 @@ constexpr std::string_view kNan = "nan";
 constexpr std::string_view kInfinite = "infinite";
 constexpr std::string_view kOther = "~";
 constexpr std::string_view kOtherSample = "other-sample";
+constexpr std::string_view kExchanged = "exchanged-neighbours";
 
 using ByKind = std::map<std::string, FaultKind, std::less<>>;
 
@@ -83,7 +84,30 @@ struct Counts {
   }
 };
 
-FaultKind& KindOf(const ReportFault& fault, ByKind& kinds) {
+// The exchange of neighbours that a wrong sample is one of.
+const NeighbourStretch* ExchangeOf(const ReportOutput& output, uint64_t sample) {
+  for (const NeighbourStretch& stretch : output.stretches) {
+    if (stretch.pattern == NeighbourPattern::kExchanged &&
+        std::binary_search(stretch.wrong.begin(), stretch.wrong.end(), sample)) {
+      return &stretch;
+    }
+  }
+  return nullptr;
+}
+
+// All of an exchange have one sentence, whatever their own ones say.
+FaultKind& KindOfExchange(const NeighbourStretch& exchange, double explained, ByKind& kinds) {
+  FaultKind& kind = kinds[std::string(kExchanged)];
+  if (kind.samples.empty()) {
+    kind.words = "exchanged neighbours";
+    kind.sentence = ExchangedText(exchange);
+    kind.explained = explained;
+  }
+  kind.explained = std::min(kind.explained, explained);
+  return kind;
+}
+
+FaultKind& KindOf(const ReportOutput& output, const ReportFault& fault, ByKind& kinds) {
   if (fault.nan > 0) {
     FaultKind& kind = kinds[std::string(kNan)];
     kind.words = "NaN";
@@ -101,6 +125,9 @@ FaultKind& KindOf(const ReportFault& fault, ByKind& kinds) {
     return kind;
   }
   const ReportCause& cause = fault.causes.front();
+  if (const NeighbourStretch* exchange = ExchangeOf(output, fault.sample)) {
+    return KindOfExchange(*exchange, cause.certainty, kinds);
+  }
   FaultKind& kind = kinds[cause.id];
   if (kind.samples.empty()) {
     kind.words = KnownWords(cause);
@@ -124,7 +151,7 @@ void TakeOutput(const ReportOutput& output, ByKind& kinds) {
   Counts nan;
   Counts infinite;
   for (const ReportFault& fault : output.wrong) {
-    KindOf(fault, kinds).samples.push_back(fault.sample);
+    KindOf(output, fault, kinds).samples.push_back(fault.sample);
     if (fault.nan > 0) {
       nan.Take(fault.nan);
     } else if (fault.infinite > 0) {

@@ -168,6 +168,25 @@ void TakeCauses(const Json& json, ReportOutput& output) {
   });
 }
 
+std::vector<uint64_t> SamplesAt(const Json& object, const char* key) {
+  std::vector<uint64_t> samples;
+  ForEachOf(object, key, kMostReportFaults,
+            [&](const Json& item) { samples.push_back(item.AsUnsigned()); });
+  // They are looked up.
+  if (!std::is_sorted(samples.begin(), samples.end())) {
+    throw JsonError("samples of a stretch are not in their order");
+  }
+  return samples;
+}
+
+void TakeStretches(const Json& json, ReportOutput& output) {
+  ForEachOf(json, "stretches", kMostReportStretches, [&](const Json& one) {
+    NeighbourStretch stretch{NeighbourPatternOf(TextAt(one, "pattern")), SamplesAt(one, "wrong"),
+                             SamplesAt(one, "undecided"), SamplesAt(one, "right")};
+    if (!stretch.wrong.empty()) output.stretches.push_back(std::move(stretch));
+  });
+}
+
 ReportElement ElementOf(const Json& json) {
   return {json.At("sample").AsUnsigned(), json.At("index").AsUnsigned(), TextAt(json, "place"),
           NumberAt(json, "actual"), NumberAt(json, "expected")};
@@ -214,6 +233,7 @@ ReportOutput OutputOf(const Json& json, size_t mostFaults) {
   ForEachOf(json, "worst", kMostReportFaults,
             [&](const Json& element) { output.worst.push_back(ElementOf(element)); });
   TakeCauses(json, output);
+  TakeStretches(json, output);
   return output;
 }
 

@@ -254,6 +254,9 @@ Html KindsTable(const RunOnPage& on, const ReportOutput& output) {
     items += Paragraph(
         Text("And " + CountedText(kinds.size() - kMostKinds, "further kind") + " of fault."));
   }
+  for (const NeighbourStretch& stretch : output.stretches) {
+    for (const std::string& sentence : PassingTexts(stretch)) items += Paragraph(Text(sentence));
+  }
   return items.IsEmpty() ? items : Element("div", {{"class", "callout"}}, items);
 }
 

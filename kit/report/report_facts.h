@@ -27,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/judge/neighbours.h"
 #include "kit/run/run_directory.h"
 #include "kit/timing/comparison.h"
 #include "kit/trace/trace_summary.h"
@@ -163,6 +164,9 @@ struct ReportOutput {
   std::vector<ReportFault> wrong;      ///< the first kMostReportFaults, fewer of many outputs
   std::vector<ReportFault> notJudged;  ///< likewise
   std::vector<ReportElement> worst;
+  /// Where samples hold what belongs to their neighbours: at most kMostReportStretches, each list
+  /// of at most kMostReportFaults.
+  std::vector<NeighbourStretch> stretches;
 
   /// Which class was first on either side, over all items but those of tied1: pairs by count, most
   /// frequent first.
@@ -176,6 +180,7 @@ struct ReportOutput {
   uint64_t confusionLeftOut = 0;         ///< items of pairs that are not among them
 };
 inline constexpr size_t kMostReportConfusion = 400;
+inline constexpr size_t kMostReportStretches = 100;
 
 /// With `vorn judge --floor`: what is lost beside what the precision has to lose.
 struct ReportFloor {

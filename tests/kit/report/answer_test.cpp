@@ -157,6 +157,16 @@ TEST(AnswerOf, NamesTheWrongSamplesAndEveryKindOfFault) {
                   "Suspect: the input."));
 }
 
+TEST(AnswerOf, DoesNotLeaveThoseThatPassAmongAnExchangeUntold) {
+  ReportRun run = Judged(6, ReportVerdict::kWrong, 4);
+  ReportOutput& output = run.judgement->outputs.at(0);
+  output.stretches = {{NeighbourPattern::kExchanged, {80, 81, 84, 85}, {82, 83}, {}}};
+  EXPECT_THAT(AnswerOf(run).more,
+              testing::Contains("Whether samples 82 and 83 among these were exchanged, too, cannot "
+                                "be decided: their neighbours' outputs are alike, and what came "
+                                "passes as either."));
+}
+
 TEST(AnswerOf, NamesTheFirstOfManySamples) {
   ReportRun run = Judged(6, ReportVerdict::kWrong, 30);
   for (uint64_t sample = 0; sample < 30; ++sample) {

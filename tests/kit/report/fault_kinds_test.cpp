@@ -65,6 +65,23 @@ TEST(FaultKindsOf, ShowsTwoOfSamplesThatAreThoseOfOthers) {
   EXPECT_EQ(kinds[0].sentence, "it is A; sample 9: it is B; others alike");
 }
 
+// The words of each tell of another sample; that they are each other's is what is wrong.
+TEST(FaultKindsOf, TellsAnExchangeOfNeighboursAsOne) {
+  ReportOutput output;
+  output.wrong = {Caused(8, "other-sample", "it is 9", 0.9), Caused(9, "stale", "it is 8", 0.8),
+                  Caused(30, "other-sample", "it is 2", 1)};
+  output.stretches = {{NeighbourPattern::kExchanged, {8, 9}, {}, {}}};
+  const auto kinds = FaultKindsOf(output);
+  ASSERT_THAT(kinds, SizeIs(2));
+  EXPECT_EQ(kinds[0].words, "exchanged neighbours");
+  EXPECT_EQ(kinds[0].sentence,
+            "each holds the output of its neighbour, 8 that of 9 and 9 that of 8, and so on by "
+            "pairs");
+  EXPECT_THAT(kinds[0].samples, ElementsAre(8, 9));
+  EXPECT_EQ(kinds[0].explained, 0.8);
+  EXPECT_THAT(kinds[1].samples, ElementsAre(30));
+}
+
 TEST(SamplesText, NamesTheFirst) {
   EXPECT_EQ(SamplesText({17}), "sample 17");
   EXPECT_EQ(SamplesText({17, 58}), "samples 17 and 58");

@@ -25,6 +25,7 @@ ReportJudgement Judgement() {
   output.wrong = {{7, {kHostileName}, {{"stale", kHostileName, 0.9}}, 1, 2}};
   output.notJudged = {{9, {"gone"}, {}}};
   output.worst = {{7, 3, "[0, 0, 0, 3]", INFINITY, 1}};
+  output.stretches = {{NeighbourPattern::kExchanged, {7, 8}, {9}, {10}}};
   output.confusion = {{3, 4, 2}};
   output.confusionItems = 200;
   ReportJudgement judgement;

@@ -34,6 +34,7 @@ Verdict WrongVerdict() {
   output.notJudged.push_back({9, {"unreadable"}, true});
   output.worst.push_back({4, {2, NAN, 3, INFINITY}});
   output.causes.push_back({4, {{"stale", "it is the output of the sample before", 0.9}}});
+  output.stretches = {{NeighbourPattern::kBefore, {4}, {5, 6}, {7}}};
   output.agreement = {.items = 2, .top1 = 1, .top5 = 2, .pairs = {{{7, 2}, 1}, {{3, 3}, 4}}};
   Verdict verdict;
   verdict.actualPath = "run";
@@ -75,6 +76,11 @@ TEST(ParseJudgement, ReadsWhatJudgeWrites) {
   EXPECT_THAT(output.columns.rmse, ElementsAre(0.125, 0.25));
   ASSERT_THAT(output.wrong, SizeIs(1));
   EXPECT_EQ(output.wrong[0].causes.at(0).id, "stale");
+  ASSERT_THAT(output.stretches, SizeIs(1));
+  EXPECT_EQ(output.stretches[0].pattern, NeighbourPattern::kBefore);
+  EXPECT_THAT(output.stretches[0].wrong, ElementsAre(4));
+  EXPECT_THAT(output.stretches[0].undecided, ElementsAre(5, 6));
+  EXPECT_THAT(output.stretches[0].right, ElementsAre(7));
   EXPECT_THAT(output.notJudged, SizeIs(1));
   EXPECT_TRUE(std::isnan(output.worst.at(0).actual));
   EXPECT_EQ(output.agreement->top5, 2U);
