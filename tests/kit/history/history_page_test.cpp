@@ -88,6 +88,12 @@ TEST_F(HistoryPageTest, LetsNoNameBecomeMarkup) {
   EXPECT_THAT(page, Not(HasSubstr("<img src=x>")));
 }
 
+// The same sentence goes to a terminal.
+TEST_F(HistoryPageTest, LetsNoNameSteerATerminal) {
+  Add("\x1b[31mboard", 1.2);
+  EXPECT_THAT(HistoryAnswer(all_, 0), HasSubstr(R"(\x1B[31mboard since)"));
+}
+
 TEST_F(HistoryPageTest, TellsOfNoRunAtAll) {
   EXPECT_THAT(Page(), HasSubstr("No run was timed or judged, of 0 series with 0 runs."));
 }
