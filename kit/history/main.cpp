@@ -196,9 +196,17 @@ std::span<const std::string> OperandsOf(const Arguments& arguments) {
   return arguments.Operands().subspan(1);
 }
 
-Ledger ReadLedger(const Arguments& arguments) {
-  return Ledger::ForReading(LedgerPath(arguments.Get("db").value_or("")));
+// An empty word is most likely a variable that is not set, and the history of all other runs is not
+// what is meant then.
+std::string PathOf(const Arguments& arguments) {
+  const auto named = arguments.Get("db");
+  if (named && named->empty()) {
+    throw Fault(ExitStatus::kUsage, "--db is empty; name a file, or leave it out");
+  }
+  return LedgerPath(named.value_or(""));
 }
+
+Ledger ReadLedger(const Arguments& arguments) { return Ledger::ForReading(PathOf(arguments)); }
 
 uint64_t WhenOf(const Arguments& arguments, const char* name, uint64_t otherwise) {
   const auto text = arguments.Get(name);
@@ -373,7 +381,7 @@ ExitStatus Import(
     const std::function<ImportCounts(Ledger*, const OnImported&, const OnRefused&)>& import) {
   const bool isDry = arguments.Has("dry-run");
   const bool isQuiet = arguments.Has("quiet");
-  const std::string path = LedgerPath(arguments.Get("db").value_or(""));
+  const std::string path = PathOf(arguments);
   std::optional<Ledger> ledger;
   if (!isDry) {
     if (!arguments.Has("db")) MakeFoldersOf(path);
@@ -540,7 +548,7 @@ ExitStatus SetLevel(const Arguments& arguments) {
   if (reason && reason->find_first_not_of(" \t\n") == std::string::npos) {
     throw Fault(ExitStatus::kUsage, "--reason is empty; say why the level is another one");
   }
-  Ledger ledger = Ledger::ForChanging(LedgerPath(arguments.Get("db").value_or("")));
+  Ledger ledger = Ledger::ForChanging(PathOf(arguments));
   if (reason) {
     ledger.SetLevel(id, {.reason = *reason, .setRealtimeNs = NowNs()});
   } else if (!ledger.RemoveLevel(id)) {
@@ -589,7 +597,7 @@ ExitStatus Prune(const Arguments& arguments) {
   const Choice choice(arguments);
   choice.HoldToSeries();
   const bool isDry = arguments.Has("dry-run");
-  const std::string path = LedgerPath(arguments.Get("db").value_or(""));
+  const std::string path = PathOf(arguments);
   Ledger ledger = isDry ? Ledger::ForReading(path) : Ledger::ForChanging(path);
   std::vector<RunSeriesPoints> meant;
   for (RunSeriesPoints& series : ledger.Series(choice.Parts(), {})) {

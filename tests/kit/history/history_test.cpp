@@ -243,6 +243,13 @@ TEST_F(History, RefusesWordsThatMeanNothing) {
   EXPECT_THAT(refusal({"level", "1", "--reason", " "}), HasSubstr("--reason is empty"));
   EXPECT_THAT(refusal({"prune"}), HasSubstr("either --keep N"));
   EXPECT_THAT(refusal({"report"}), HasSubstr("--output FILE is missing"));
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"list"}, {"prune", "--keep", "0"}, {"level", "1", "--remove"}}) {
+    std::vector<std::string> unnamed = words;
+    unnamed.insert(unnamed.end(), {"--db", ""});
+    EXPECT_THAT(refusal(unnamed), HasSubstr("--db is empty"));
+  }
+  EXPECT_EQ(CountRuns(), 1U);
   EXPECT_EQ(Run({"show", "99"}).status, 3);
   EXPECT_EQ(Run({"level", "99", "--reason", "why"}).status, 3);
 }
