@@ -171,6 +171,11 @@ RunMetric MetricOfRow(const Statement& row, int column) {
   return metric;
 }
 
+// Figures of a run that went wrong say nothing.
+bool IsDone(RunOutcome outcome) {
+  return outcome != RunOutcome::kFailed && outcome != RunOutcome::kUnfinished;
+}
+
 std::unique_ptr<Database> OpenDatabase(const std::string& path, DatabaseUse use) {
   HoldToLocalFile(path);
   return std::make_unique<Database>(path, use);
@@ -506,9 +511,7 @@ std::vector<RunSeriesPoints> Ledger::Series(std::span<const KeyPart> parts,
     point.id = rows.Integer(0);
     point.startRealtimeNs = Unsigned(rows, 1);
     point.outcome = OutcomeOf(rows.Text(2), rows.Text(3));
-    const bool counts =
-        point.outcome != RunOutcome::kFailed && point.outcome != RunOutcome::kUnfinished;
-    if (counts && !rows.IsNull(4)) point.medianNs = rows.Number(4);
+    if (IsDone(point.outcome) && !rows.IsNull(4)) point.medianNs = rows.Number(4);
     point.beginsLevel = levels.contains(point.id);
     all[place->second].runs.push_back(point);
   }
@@ -533,8 +536,7 @@ void Ledger::TakeMetrics(std::vector<RunSeriesPoints>& series) const {
   std::unordered_map<int64_t, Place> places;
   for (size_t i = 0; i < series.size(); ++i) {
     for (size_t run = 0; run < series[i].runs.size(); ++run) {
-      const bool counts = series[i].runs[run].outcome != RunOutcome::kUnfinished;
-      if (counts) places[series[i].runs[run].id] = {i, run};
+      if (IsDone(series[i].runs[run].outcome)) places[series[i].runs[run].id] = {i, run};
     }
   }
   using Name = std::pair<std::string, std::string>;

@@ -54,6 +54,7 @@ struct MetricPoints {
   std::vector<double> values;
 };
 
+/// `metrics` are of runs that are done alone.
 struct RunSeriesPoints {
   std::vector<std::string> key;
   std::vector<RunPoint> runs;         ///< by their start

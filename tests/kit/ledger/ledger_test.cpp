@@ -214,6 +214,22 @@ TEST_F(LedgerTest, PutsLikeRunsIntoSeries) {
   EXPECT_EQ(Read().Series(KeyPartsOf("model,runtime"), {}).size(), 2U);
 }
 
+TEST_F(LedgerTest, CountsNoFigureOfARunThatIsNotDone) {
+  unsigned day = 3;
+  for (const char* state : {"failed", "interrupted", "running"}) {
+    RunEntry run = MadeEntry(day++, 1e6);
+    run.state = state;
+    run.metrics = {{.output = "p", .metric = "top 1", .value = 0.5, .expected = {}}};
+    AddOne(run);
+  }
+  const auto series = Read().Series(parts_, {});
+  ASSERT_EQ(series.size(), 1U);
+  ASSERT_EQ(series[0].runs.size(), 3U);
+  EXPECT_EQ(series[0].runs[0].outcome, RunOutcome::kFailed);
+  EXPECT_TRUE(std::isnan(series[0].runs[0].medianNs));
+  EXPECT_TRUE(series[0].metrics.empty());
+}
+
 TEST_F(LedgerTest, FindsTheLastRunOfTheSeriesBefore) {
   const int64_t first = AddOne(MadeEntry(3, 1e6));
   RunEntry failed = MadeEntry(4, 1e6);
