@@ -167,9 +167,13 @@ std::vector<HistoryChange> ChangesOf(const SeriesHistory& series) {
   }
   for (size_t i = 0; i < series.turns.size(); ++i) {
     const OutcomeTurn& turn = series.turns[i];
-    const bool isLast = std::none_of(
-        series.turns.begin() + static_cast<ptrdiff_t>(i) + 1, series.turns.end(),
-        [&](const OutcomeTurn& later) { return IsOfFailure(later) == IsOfFailure(turn); });
+    // Behind a level by hand nothing is compared with what was before it.
+    const bool isLast =
+        std::none_of(
+            series.turns.begin() + static_cast<ptrdiff_t>(i) + 1, series.turns.end(),
+            [&](const OutcomeTurn& later) { return IsOfFailure(later) == IsOfFailure(turn); }) &&
+        std::none_of(series.runs.begin() + static_cast<ptrdiff_t>(turn.after) + 1,
+                     series.runs.end(), [](const RunPoint& run) { return run.beginsLevel; });
     changes.push_back({.figure = nullptr,
                        .turn = &turn,
                        .level = 0,

@@ -58,7 +58,8 @@ struct HistoryChange {
   size_t toldAt = 0;
   bool isWorse = false;
   bool isByHand = false;
-  bool isLast = false;  ///< of its figure, or of its kind of turn: the series stands there now
+  /// Of its figure, or of its kind of turn, and in the last level: the series stands there now.
+  bool isLast = false;
 };
 
 /// By the start of the first run behind each. Points into `series`, which has to stay.

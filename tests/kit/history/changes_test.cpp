@@ -139,6 +139,20 @@ TEST(ChangesOf, TakesATurnAsAcceptedToo) {
   EXPECT_EQ(Status(series), ExitStatus::kDone);
 }
 
+// As a step of a figure is.
+TEST(ChangesOf, TakesATurnBeforeALevelByHandAsAccepted) {
+  using enum RunOutcome;
+  RunSeriesPoints points = Outcomes({kRight, kWrong, kWrong, kFailed, kFailed, kWrong});
+  points.runs[2].beginsLevel = true;
+  const SeriesHistory series = History(points);
+  ASSERT_EQ(ChangesOf(series).size(), 3U);
+  EXPECT_FALSE(ChangesOf(series)[0].isLast);
+  EXPECT_TRUE(ChangesOf(series)[2].isLast);
+  EXPECT_EQ(Status(series), ExitStatus::kDone);
+  points.runs[2].beginsLevel = false;
+  EXPECT_EQ(Status(History(std::move(points))), ExitStatus::kDiffers);
+}
+
 TEST(StatusOf, LooksAtHowTheSeriesStandNow) {
   std::vector<double> back = Stepped(1.2);
   const std::vector<double> more = bench::MakeRuns(bench::RunNoise::kLogNormal, 20, 0, 1, 8);
