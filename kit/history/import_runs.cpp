@@ -13,8 +13,8 @@ constexpr size_t kTogether = 64;
 
 class Importer {
  public:
-  Importer(Ledger* ledger, const OnImported& onImported)
-      : ledger_(ledger), onImported_(onImported) {}
+  Importer(Ledger* ledger, BoardOf board, const OnImported& onImported)
+      : ledger_(ledger), board_(board), onImported_(onImported) {}
 
   void Take(RunEntry run) {
     waiting_.push_back(std::move(run));
@@ -25,7 +25,7 @@ class Importer {
     if (waiting_.empty()) return;
     const std::vector<Addition> additions =
         ledger_ == nullptr ? std::vector<Addition>(waiting_.size(), Addition::kAdded)
-                           : ledger_->Add(waiting_);
+                           : ledger_->Add(waiting_, board_);
     for (size_t i = 0; i < waiting_.size(); ++i) {
       Count(additions[i]);
       onImported_(waiting_[i], additions[i]);
@@ -54,6 +54,7 @@ class Importer {
   }
 
   Ledger* ledger_;
+  BoardOf board_;
   const OnImported& onImported_;
   std::vector<RunEntry> waiting_;
   ImportCounts counts_;
@@ -64,7 +65,8 @@ class Importer {
 ImportCounts ImportRuns(Ledger* ledger, const std::vector<std::string>& runs,
                         const std::optional<std::string>& board, const OnImported& onImported,
                         const OnRefused& onRefused) {
-  Importer importer(ledger, onImported);
+  // A name that was given stays, also where the run is added again by a line that gives none.
+  Importer importer(ledger, board ? BoardOf::kRun : BoardOf::kLedger, onImported);
   for (const std::string& path : runs) {
     std::optional<RunEntry> run;
     try {
@@ -83,7 +85,7 @@ ImportCounts ImportRuns(Ledger* ledger, const std::vector<std::string>& runs,
 }
 
 ImportCounts ImportLines(Ledger* ledger, const std::string& path, const OnImported& onImported) {
-  Importer importer(ledger, onImported);
+  Importer importer(ledger, BoardOf::kRun, onImported);
   try {
     // It may come through a pipe, and one that was cut short is not taken for a whole one.
     ForEachLine(

@@ -216,7 +216,7 @@ class Ledger::Writer {
         putLevel_(database,
                   "INSERT OR IGNORE INTO levels(run, reason, setRealtimeNs) VALUES(?, ?, ?)") {}
 
-  Addition Add(RunEntry& run) {
+  Addition Add(RunEntry& run, BoardOf board) {
     find_.Bind(1, std::string_view(run.identity));
     if (!find_.Step()) {
       PutColumns(insert_, run);
@@ -226,6 +226,7 @@ class Ledger::Writer {
       return Addition::kAdded;
     }
     run.id = find_.Integer(0);
+    if (board == BoardOf::kLedger) run.board = find_.Text(3);
     const bool isSame = find_.Text(1) == run.content && find_.Text(3) == run.board;
     const std::string before = find_.Text(2);
     find_.Reset();
@@ -298,12 +299,12 @@ class Ledger::Writer {
   Statement putLevel_;
 };
 
-std::vector<Addition> Ledger::Add(std::span<RunEntry> runs) {
+std::vector<Addition> Ledger::Add(std::span<RunEntry> runs, BoardOf board) {
   if (writer_ == nullptr) writer_ = std::make_unique<Writer>(*database_);
   Transaction transaction(*database_);
   std::vector<Addition> additions;
   additions.reserve(runs.size());
-  for (RunEntry& run : runs) additions.push_back(writer_->Add(run));
+  for (RunEntry& run : runs) additions.push_back(writer_->Add(run, board));
   transaction.Commit();
   return additions;
 }

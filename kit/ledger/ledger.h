@@ -28,6 +28,12 @@ enum class Addition {
   kOlder,    ///< it is there, and further: a copy that was made while it ran
 };
 
+/// Which board a run is of that is there already.
+enum class BoardOf {
+  kRun,     ///< what the run says
+  kLedger,  ///< what it was given there
+};
+
 /// Whether a run counts in a series, and what is told of it there.
 enum class RunOutcome {
   kRight,
@@ -91,8 +97,9 @@ class Ledger {
 
   [[nodiscard]] const std::string& Path() const;
 
-  /// All of these or none; writes the id into each. Returns what became of each.
-  std::vector<Addition> Add(std::span<RunEntry> runs);
+  /// All of these or none; writes the id into each, and the board that it is of. Returns what
+  /// became of each.
+  std::vector<Addition> Add(std::span<RunEntry> runs, BoardOf board = BoardOf::kRun);
 
   /// All runs by their start.
   void ForEach(const StartSpan& span, RunDetail detail,

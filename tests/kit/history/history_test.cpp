@@ -220,6 +220,19 @@ TEST_F(History, AddsABoardByAnotherName) {
   EXPECT_THAT(Run({"list"}).out, HasSubstr("rack 3"));
 }
 
+// A nightly job that adds all there is does not know what was said of one.
+TEST_F(History, KeepsTheNameThatABoardWasGiven) {
+  MakeDays(2, 99);
+  EXPECT_EQ(Run({"add", Path("runs/1"), "--as-board", "rack 3"}).status, 0);
+  EXPECT_THAT(Run({"add", Path("runs")}).err, HasSubstr("1 added, 1 known already"));
+  EXPECT_EQ(Run({"list", "--board", "rack 3"}).err, "vorn history: 1 run\n");
+  MakeVerdict(Path("runs/1"), 0);
+  EXPECT_THAT(Run({"add", Path("runs")}).err, HasSubstr("1 brought up to date, 1 known already"));
+  EXPECT_EQ(Run({"list", "--board", "rack 3", "--outcome", "right"}).err, "vorn history: 1 run\n");
+  EXPECT_EQ(Run({"add", Path("runs"), "--as-board", "board7"}).status, 0);
+  EXPECT_EQ(Run({"list", "--board", "board7"}).err, "vorn history: 2 runs\n");
+}
+
 TEST_F(History, RefusesWordsThatMeanNothing) {
   AddDays(1, 99);
   const auto refusal = [&](const std::vector<std::string>& words) {
