@@ -128,6 +128,14 @@ void HoldToTimes(const RunEntry& run) {
   hold("madNs", run.madNs);
 }
 
+// Of the executions all are kept, or told how many are not: a line of `list` has none of them.
+void HoldToExecutions(const RunEntry& run) {
+  const uint64_t told = run.times.timesNs.size() + run.times.leftOut;
+  if (run.executions == told) return;
+  throw JsonError("'executions' is " + std::to_string(run.executions) + ", and 'times' tells " +
+                  std::to_string(told) + "; what vorn history export writes has all of them");
+}
+
 void AddBytes(size_t& bytes, const std::string& text) { bytes += text.size(); }
 template <typename Value>
 void AddBytes(size_t& /*bytes*/, const Value& /*value*/) {}
@@ -247,6 +255,7 @@ RunEntry EntryFromJson(const Json& object) {
   }
   HoldToWords(run);
   HoldToTimes(run);
+  HoldToExecutions(run);
   if (const std::string why = WhyNotKept(run); !why.empty()) throw JsonError(why);
   return run;
 }

@@ -150,6 +150,16 @@ TEST_F(History, GoesOutAndComesIn) {
   }
 }
 
+// They lack the single times, and a run that came so would never get them.
+TEST_F(History, TakesNoLinesOfAListForAnExport) {
+  AddDays(2, 99);
+  support::WriteFile(Path("lines"), Run({"list", "--json"}).out);
+  const Outcome refused = Run({"import", Path("lines"), "--db", Path("other")});
+  EXPECT_EQ(refused.status, 3) << refused.Describe();
+  EXPECT_THAT(refused.err, HasSubstr("line 1: 'executions' is 40, and 'times' tells 0"));
+  EXPECT_EQ(Run({"list", "--db", Path("other")}).err, "vorn history: 0 runs\n");
+}
+
 TEST_F(History, WritesNothingInItsOwnPlace) {
   AddDays(2, 99);
   std::filesystem::create_symlink(Db(), Path("link"));

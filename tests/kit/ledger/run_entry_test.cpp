@@ -128,6 +128,9 @@ TEST(RunEntryJson, RefusesWhatNoRunTells) {
   EXPECT_EQ(refusal("startRealtimeNs", INT64_MAX - 1), "none");
   EXPECT_EQ(refusal("endRealtimeNs", INT64_MAX),
             "'endRealtimeNs' is a number that no clock or counter reaches");
+  EXPECT_EQ(refusal("executions", 3),
+            "'executions' is 3, and 'times' tells 2; what vorn history export writes has all of "
+            "them");
   EXPECT_EQ(refusal("kernel", std::string(33 << 20, 'k')), "its names have 33.0 MiB in all");
 }
 
