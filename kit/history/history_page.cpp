@@ -4,7 +4,9 @@
 #include <cmath>
 #include <filesystem>
 #include <limits>
+#include <map>
 #include <set>
+#include <utility>
 
 #include "kit/common/file_place.h"
 #include "kit/common/printable.h"
@@ -86,20 +88,38 @@ std::vector<Told> TellAll(const HistoryPageRequest& request) {
 
 // ---- Links --------------------------------------------------------------------------------------
 
-// The run's own report where there is one, else its folder where that is there.
-Html LinkToRun(const RunEntry& run, const std::string& folder, const Html& content) {
-  for (const char* name : {"/report.html", ""}) {
-    const std::string path = run.path + name;
-    const bool isThere = *name != 0 ? IsThere(path) : IsThere(path + "/" + kRunFile);
-    if (!isThere) continue;
-    const std::string relative = std::filesystem::path(path).lexically_relative(folder).string();
-    return LinkToFile(relative, content);
-  }
-  return content;
-}
+class RunLinks {
+ public:
+  /// In a page that will lie in this folder.
+  explicit RunLinks(std::string folder) : folder_(std::move(folder)) {}
 
-Html RunText(const RunEntry& run, const std::string& folder) {
-  return LinkToRun(run, folder, Text("run " + std::to_string(run.id))) +
+  // The run's own report where there is one, else its folder; neither where another run lies by
+  // now. A report may be all that was kept of a run.
+  Html To(const RunEntry& run, const Html& content) const {
+    const bool isThere = IsThere(run.path + "/" + kRunFile);
+    if (isThere && !IsOfRun(run)) return content;
+    if (IsThere(run.path + "/report.html")) return ToPath(run.path + "/report.html", content);
+    return isThere ? ToPath(run.path, content) : content;
+  }
+
+ private:
+  // Each is asked for in several tables, and where a folder is used again by many runs.
+  bool IsOfRun(const RunEntry& run) const {
+    const auto [place, isNew] = isOfRun_.emplace(std::pair(run.path, run.identity), false);
+    if (isNew) place->second = HoldsRun(run.path, run.identity);
+    return place->second;
+  }
+
+  Html ToPath(const std::string& path, const Html& content) const {
+    return LinkToFile(std::filesystem::path(path).lexically_relative(folder_).string(), content);
+  }
+
+  std::string folder_;
+  mutable std::map<std::pair<std::string, std::string>, bool> isOfRun_;
+};
+
+Html RunText(const RunEntry& run, const RunLinks& links) {
+  return links.To(run, Text("run " + std::to_string(run.id))) +
          Text(", " + MomentText(run.startRealtimeNs));
 }
 
@@ -118,8 +138,8 @@ Html DifferencesHtml(const ToldChange& told) {
   return Element("ul", list);
 }
 
-Html ChangesTable(const std::string& caption, const std::vector<Told>& all,
-                  const std::string& folder, bool (*isMeant)(const HistoryChange&)) {
+Html ChangesTable(const std::string& caption, const std::vector<Told>& all, const RunLinks& links,
+                  bool (*isMeant)(const HistoryChange&)) {
   Table table;
   table.caption = caption;
   table.columns = {{"when"},
@@ -137,8 +157,8 @@ Html ChangesTable(const std::string& caption, const std::vector<Told>& all,
       row.cells = {TextCell(MomentText(change.after.startRealtimeNs)),
                    {LinkTo(IdOf(*told.series), Name(told.series->text)), std::nullopt},
                    TextCell(TextOf(change.change)),
-                   {RunText(change.before, folder), static_cast<double>(change.before.id)},
-                   {RunText(change.after, folder), static_cast<double>(change.after.id)},
+                   {RunText(change.before, links), static_cast<double>(change.before.id)},
+                   {RunText(change.after, links), static_cast<double>(change.after.id)},
                    {DifferencesHtml(change), std::nullopt}};
       table.rows.push_back(std::move(row));
     }
@@ -211,7 +231,7 @@ Html StandingPill(const Told& told) {
 }
 
 Html SmallMultiples(const std::vector<Told>& all, const HistoryPageRequest& request,
-                    size_t detailed) {
+                    const RunLinks& links, size_t detailed) {
   Table table;
   table.caption = "All series: a small picture each, upright lines where a level begins";
   table.columns = {{"series"}, {"stands"},     {"over its runs"},
@@ -240,7 +260,7 @@ Html SmallMultiples(const std::vector<Told>& all, const HistoryPageRequest& requ
         {pictures, std::nullopt},
         {values, std::nullopt},
         CountCell(series.runs.size()),
-        {RunText(last, request.folder), static_cast<double>(last.startRealtimeNs)}};
+        {RunText(last, links), static_cast<double>(last.startRealtimeNs)}};
     table.rows.push_back(std::move(row));
   }
   return Draw(table);
@@ -274,7 +294,8 @@ Chart ChartOf(const SeriesHistory& series, const FigureHistory& figure, size_t n
   return chart;
 }
 
-Html LatestRuns(const SeriesHistory& series, const HistoryPageRequest& request) {
+Html LatestRuns(const SeriesHistory& series, const HistoryPageRequest& request,
+                const RunLinks& links) {
   Table table;
   table.caption = "The latest runs of the series";
   table.columns = {{"run", true},    {"started"}, {"outcome"}, {"done", true},
@@ -288,14 +309,13 @@ Html LatestRuns(const SeriesHistory& series, const HistoryPageRequest& request) 
                                                       : run.verdict;
     Table::Row row;
     row.isBad = outcome == "failed" || outcome == "wrong";
-    row.cells = {
-        {LinkToRun(run, request.folder, Text(std::to_string(run.id))), static_cast<double>(run.id)},
-        TextCell(MomentText(run.startRealtimeNs)),
-        TextCell(outcome),
-        TextCell(std::to_string(run.done) + "/" + std::to_string(run.inferences)),
-        run.medianNs ? TimeCell(*run.medianNs) : TextCell("-"),
-        TextCell(run.runtimeXxh3.substr(0, kDigits)),
-        NameCell(run.path)};
+    row.cells = {{links.To(run, Text(std::to_string(run.id))), static_cast<double>(run.id)},
+                 TextCell(MomentText(run.startRealtimeNs)),
+                 TextCell(outcome),
+                 TextCell(std::to_string(run.done) + "/" + std::to_string(run.inferences)),
+                 run.medianNs ? TimeCell(*run.medianNs) : TextCell("-"),
+                 TextCell(run.runtimeXxh3.substr(0, kDigits)),
+                 NameCell(run.path)};
     table.rows.push_back(std::move(row));
   }
   return Details(
@@ -303,7 +323,7 @@ Html LatestRuns(const SeriesHistory& series, const HistoryPageRequest& request) 
       Draw(table));
 }
 
-Html AtLength(const Told& told, const HistoryPageRequest& request) {
+Html AtLength(const Told& told, const HistoryPageRequest& request, const RunLinks& links) {
   const SeriesHistory& series = *told.series;
   Html content = Element("h3", {{"id", IdOf(series)}}, Name(series.text));
   size_t number = 0;
@@ -311,14 +331,14 @@ Html AtLength(const Told& told, const HistoryPageRequest& request) {
     content += Draw(ChartOf(series, *figure, number++));
   }
   const std::vector<Told> own{told};
-  content += ChangesTable("Changes of the series", own, request.folder,
-                          [](const HistoryChange&) { return true; });
+  content +=
+      ChangesTable("Changes of the series", own, links, [](const HistoryChange&) { return true; });
   if (told.changes.size() < told.changesInAll) {
     content += Note(Text("The other " + CountText(told.changesInAll - told.changes.size()) +
                          " changes of the series are told by vorn history changes --series " +
                          series.name + "."));
   }
-  return content + LatestRuns(series, request);
+  return content + LatestRuns(series, request, links);
 }
 
 size_t RunsOf(std::span<const SeriesHistory> all) {
@@ -410,8 +430,9 @@ std::string HistoryPage(const HistoryPageRequest& request) {
   const size_t detailed =
       std::min(std::max(changed, std::min<size_t>(all.size(), 6)), kMostDetailed);
   const size_t shown = std::min(detailed, all.size());
+  const RunLinks links(request.folder);
   Html atLength;
-  for (size_t i = 0; i < shown; ++i) atLength += AtLength(all[i], request);
+  for (size_t i = 0; i < shown; ++i) atLength += AtLength(all[i], request, links);
   if (shown < all.size()) {
     atLength += Note(Text("The other " + CountText(all.size() - shown) +
                           " series are in the table of all; vorn history changes tells the rest."));
@@ -423,12 +444,10 @@ std::string HistoryPage(const HistoryPageRequest& request) {
   page.answer = HistoryAnswer(request.all, request.sinceNs);
   page.head = TilesOf(request, all);
   page.sections = {
-      {"worse", "What got worse",
-       ChangesTable("Stands worse now", all, request.folder, StandsWorse)},
-      {"better", "What got better",
-       ChangesTable("Stands better now", all, request.folder, StandsBetter)},
+      {"worse", "What got worse", ChangesTable("Stands worse now", all, links, StandsWorse)},
+      {"better", "What got better", ChangesTable("Stands better now", all, links, StandsBetter)},
       {"perhaps", "Too early to tell", SuspicionsHtml(all)},
-      {"all", "All series", all.empty() ? Html() : SmallMultiples(all, request, shown)},
+      {"all", "All series", all.empty() ? Html() : SmallMultiples(all, request, links, shown)},
       {"length", "Series at length", atLength},
   };
   page.foot = Paragraph(Text("Made by vorn history report of " + request.ledger + ", " +

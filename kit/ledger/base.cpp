@@ -1,6 +1,7 @@
 #include "kit/ledger/base.h"
 
 #include "kit/common/fault.h"
+#include "kit/common/file_place.h"
 #include "kit/common/printable.h"
 #include "kit/ledger/ledger.h"
 #include "kit/ledger/ledger_place.h"
@@ -17,12 +18,9 @@ bool IsFit(const RunEntry& run, BaseUse use) {
 
 // Folders are used again: build/digits.run is another run tomorrow.
 void HoldToOutputs(const RunEntry& base) {
-  std::string why = "is gone";
-  try {
-    if (EntryOf(ReadRun(base.path), "").identity == base.identity) return;
-    why = "holds another run by now";
-  } catch (const Fault&) {
-  }
+  if (HoldsRun(base.path, base.identity)) return;
+  const bool isThere = IsThere(base.path + "/" + kRunFile);
+  const std::string why = isThere ? "holds another run by now" : "is gone";
   throw Fault(ExitStatus::kNothing, "the base is run " + std::to_string(base.id) +
                                         " of the history, and its directory " + Quoted(base.path) +
                                         " " + why +

@@ -256,7 +256,7 @@ class Ledger::Writer {
 
   // A run that was moved is found where it is now; a copy is not taken for it.
   void KeepPlace(const RunEntry& run, const std::string& before) {
-    if (run.path == before || IsThere(before + "/" + kRunFile)) return;
+    if (run.path == before || HoldsRun(before, run.identity)) return;
     move_.Bind(1, std::string_view(run.path)).Bind(2, run.id).Run();
   }
 

@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "kit/common/fault.h"
 #include "kit/common/file_identity.h"
 #include "kit/common/file_place.h"
 #include "kit/common/printable.h"
@@ -191,6 +192,14 @@ RunEntry EntryOf(const RunFacts& facts, const std::string& side) {
   run.aside = facts.counts.aside;
   run.missing = facts.counts.missing;
   return run;
+}
+
+bool HoldsRun(const std::string& folder, const std::string& identity) {
+  try {
+    return IdentityOf(ReadRun(folder)) == identity;
+  } catch (const Fault&) {
+    return false;  // it is gone, or damaged
+  }
 }
 
 std::string SideOf(const std::string& run) {

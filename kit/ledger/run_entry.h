@@ -156,6 +156,9 @@ void VisitColumns(Entry& run, Visit&& visit) {
 /// and a verdict tell is left as it is.
 [[nodiscard]] RunEntry EntryOf(const RunFacts& facts, const std::string& side);
 
+/// Whether the run of that identity lies in the folder now: folders are used again.
+[[nodiscard]] bool HoldsRun(const std::string& folder, const std::string& identity);
+
 /// "A" or "B" where the folder is one of a run that took turns, else empty.
 [[nodiscard]] std::string SideOf(const std::string& run);
 

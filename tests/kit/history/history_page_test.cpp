@@ -35,6 +35,14 @@ class HistoryPageTest : public testing::Test {
     all_.push_back(HistoryOf(std::move(points), KeyPartsOf("model,board"), {}));
   }
 
+  // The run that began then, into the folder; its identity is that of the entry from then on.
+  static void Lay(RunEntry& run, const std::string& folder) {
+    RunFacts facts = support::MadeFacts(1);
+    facts.startRealtimeNs = run.startRealtimeNs;
+    support::MakeRun(folder, facts, {});
+    run.identity = EntryOf(facts, "").identity;
+  }
+
   std::string Page() const {
     return HistoryPage({.all = all_,
                         .find = [&](int64_t id) { return runs_[static_cast<size_t>(id - 1)]; },
@@ -71,12 +79,26 @@ TEST_F(HistoryPageTest, SaysThatNothingChanged) {
 
 TEST_F(HistoryPageTest, LinksToRunsThatAreThere) {
   Add("board7", 1.2);
-  support::WriteFile(runs_[29].path + "/run.json", "{}");
+  Lay(runs_[29], runs_[29].path);
   support::WriteFile(runs_[30].path + "/report.html", "");
   const std::string page = Page();
   EXPECT_THAT(page, HasSubstr(R"(href="./../runs/30")"));
   EXPECT_THAT(page, HasSubstr(R"(href="./../runs/31/report.html")"));
   EXPECT_THAT(page, Not(HasSubstr(R"(href="./../runs/29")")));
+}
+
+// Folders are used again, and what lies there by now is not what the page tells of.
+TEST_F(HistoryPageTest, LinksToNoOtherRun) {
+  Add("board7", 1.2);
+  for (size_t i : {29, 30}) {
+    runs_[i].path = folder_.Path() / "runs/latest";
+    Lay(runs_[i], runs_[i].path);
+  }
+  EXPECT_THAT(Page(), HasSubstr(R"(href="./../runs/latest">run 31<)"));
+  EXPECT_THAT(Page(), Not(HasSubstr(R"(href="./../runs/latest">run 30<)")));
+  support::WriteFile(runs_[30].path + "/report.html", "");
+  EXPECT_THAT(Page(), HasSubstr(R"(href="./../runs/latest/report.html">run 31<)"));
+  EXPECT_THAT(Page(), Not(HasSubstr(R"(href="./../runs/latest/report.html">run 30<)")));
 }
 
 TEST_F(HistoryPageTest, LetsNoNameBecomeMarkup) {

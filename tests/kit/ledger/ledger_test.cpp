@@ -100,7 +100,7 @@ TEST_F(LedgerTest, TakesTheLaterVerdict) {
 TEST_F(LedgerTest, FollowsARunThatWasMovedAndNotItsCopy) {
   RunEntry run = MadeEntry(3, 1e6);
   run.path = folder_.Path() / "here";
-  support::WriteFile(run.path + "/run.json", "{}");
+  support::MakeRun(run.path, support::MadeFacts(3), {});
   const std::string here = run.path;
   const int64_t id = AddOne(run);
   run.path = folder_.Path() / "there";
@@ -109,6 +109,12 @@ TEST_F(LedgerTest, FollowsARunThatWasMovedAndNotItsCopy) {
   std::filesystem::remove_all(here);
   EXPECT_EQ(Add(run), Addition::kKnown);
   EXPECT_EQ(Read().Get(id).path, run.path);
+  // Where it was another one lies by now.
+  support::MakeRun(run.path, support::MadeFacts(4), {});
+  run.path = here;
+  support::MakeRun(here, support::MadeFacts(3), {});
+  EXPECT_EQ(Add(run), Addition::kKnown);
+  EXPECT_EQ(Read().Get(id).path, here);
 }
 
 TEST_F(LedgerTest, AddsAllOrNone) {
