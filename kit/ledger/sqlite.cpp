@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+#include <memory>
 #include <new>
 
 #include "kit/common/fault.h"
@@ -14,6 +16,18 @@ constexpr int kMostWaitMs = 10000;
 
 // Longer texts than any run makes; what is damaged does not have the library take all memory.
 constexpr int kMostTextBytes = 64 << 20;
+
+// Whether the library asked for more than there is. Of tables that are damaged in some ways it says
+// the same.
+bool IsMemoryShort() {
+  constexpr sqlite3_int64 kPlenty = 64 << 20;
+  sqlite3_int64 now = 0;
+  sqlite3_int64 most = 0;  // that it asked for at once
+  (void)sqlite3_status64(SQLITE_STATUS_MALLOC_SIZE, &now, &most, 0);
+  const auto bytes = static_cast<size_t>(std::max(kPlenty, 2 * most));
+  const std::unique_ptr<char[]> probe(new (std::nothrow) char[bytes]);
+  return probe == nullptr;
+}
 
 }  // namespace
 
@@ -175,6 +189,7 @@ void Database::Refuse(int result) const {
   const std::string reason = error == 0 ? sqlite3_errstr(result) : SystemReason(error);
   switch (result & 0xff) {
     case SQLITE_NOMEM:
+      if (!IsMemoryShort()) RefuseDamaged("its tables cannot be read");
       throw std::bad_alloc();
     case SQLITE_NOTADB:
       throw Fault(ExitStatus::kInput,
