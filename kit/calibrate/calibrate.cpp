@@ -44,7 +44,6 @@ namespace fs = std::filesystem;
 constexpr uint64_t kMostListBytes = uint64_t{1} << 30;
 constexpr uint64_t kMostConfigBytes = 64 << 20;
 constexpr size_t kPiece = 1 << 16;
-constexpr size_t kMostFindings = 100;
 
 Json Without(const Json& object, const std::vector<std::string>& keys) {
   Json rest = Json::Object();
@@ -257,46 +256,37 @@ class Calibration {
   void ReadList(const ModelDescription& model) {
     if (DataInputs(model, 0) == 0) throw Fault(ExitStatus::kModel, "the model takes no files");
     perInference_ = DataInputs(model, thresholds_.size());
-    lines_ = SplitListLines(
-        ReadWholeFile(request_.list, "the list", ExitStatus::kInput, kMostListBytes));
-    if (lines_.empty())
+    list_ = InputList::OfBytes(
+        ReadWholeFile(request_.list, "the list", ExitStatus::kInput, kMostListBytes),
+        FolderOfList(request_.list));
+    if (list_.Lines() == 0)
       throw Fault(ExitStatus::kInput, "the list " + Quoted(request_.list) + " is empty");
     // With another number of thresholds than the model takes it is these to blame.
-    if (perInference_ == 0 || lines_.size() % perInference_ != 0) {
+    if (perInference_ == 0 || list_.Lines() % perInference_ != 0) {
       CheckFiles(model);
       throw Fault(ExitStatus::kInput,
-                  "the list " + Quoted(request_.list) + " has " + Counted(lines_.size(), "line") +
+                  "the list " + Quoted(request_.list) + " has " + Counted(list_.Lines(), "line") +
                       ", and the model takes " + std::to_string(perInference_) + " an inference");
     }
   }
 
   void TakeMost() {
-    const uint64_t inferences = lines_.size() / perInference_;
+    const uint64_t inferences = list_.Lines() / perInference_;
     all_ = std::min(inferences, request_.most.value_or(inferences));
-    lines_.resize(all_ * perInference_);
+    list_ = list_.FirstOf(all_ * perInference_);
   }
 
   // By the person's list and its lines, before a part of it is told of.
   void CheckFiles(const ModelDescription& model) const {
-    const ResolvedList list = ResolveList(lines_, FolderOfList(request_.list), NamedInputs(model));
-    const std::vector<Finding> found = CheckList({.listPath = request_.list,
-                                                  .batch = static_cast<int64_t>(request_.batch),
-                                                  .totalT = request_.totalT,
-                                                  .thresholds = thresholds_},
-                                                 model, lines_, list, LookAtFile);
-    const ExitStatus status = StatusOf(found);
-    if (status == ExitStatus::kDone) {
-      for (const Finding& remark : found) watch_.say(remark.message);
-      return;
+    const Findings found = CheckList({.listPath = request_.list,
+                                      .batch = static_cast<int64_t>(request_.batch),
+                                      .totalT = request_.totalT,
+                                      .thresholds = thresholds_},
+                                     model, list_.SortedBy(NamedInputs(model)), LookAtFile);
+    if (found.Status() != ExitStatus::kDone) {
+      throw Fault(found.Status(), found.Text("vorn calibrate"));
     }
-    std::string text;
-    for (size_t i = 0; i < std::min(found.size(), kMostFindings); ++i) {
-      text += (i == 0 ? "" : "\nvorn calibrate: ") + found[i].message;
-    }
-    if (found.size() > kMostFindings) {
-      text += "\nvorn calibrate: and " + std::to_string(found.size() - kMostFindings) + " more";
-    }
-    throw Fault(status, text);
+    for (const Finding& remark : found.First()) watch_.say(remark.message);
   }
 
   uint64_t ChoosePart(const ModelDescription& model) const {
@@ -344,7 +334,7 @@ class Calibration {
     }
     std::string text;
     for (uint64_t i = first * perInference_; i < (first + count) * perInference_; ++i) {
-      const std::string& line = lines_[i].text;
+      const std::string& line = list_.Input(i).text;
       const auto name = NameInLine(line);
       const size_t path = name ? name->size() + 1 : 0;
       text += line.substr(0, path) + kFolder + "/" + line.substr(path) + "\n";
@@ -376,7 +366,7 @@ class Calibration {
       throw Fault(end.status, "the run of inferences " + std::to_string(first) + " to " +
                                   std::to_string(first + count - 1) + " (" +
                                   Printable(request_.list) + ":" +
-                                  std::to_string(lines_[first * perInference_].number) +
+                                  std::to_string(list_.Input(first * perInference_).line) +
                                   " on) failed: " + (why.empty() ? CommandText(call) : why));
     }
     // Ranges go by the names of the model.
@@ -435,7 +425,7 @@ class Calibration {
   std::vector<CheckRequest::Thresholds> thresholds_;
   uint64_t perInference_ = 0;
   uint64_t all_ = 0;  // inferences
-  std::vector<ListLine> lines_;
+  InputList list_;
   Ranges ranges_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <fstream>
 #include <utility>
 
 #include "kit/common/fault.h"
@@ -21,24 +22,16 @@
 namespace vorn::kit {
 namespace {
 
-constexpr size_t kMostFindings = 100;
 constexpr uint64_t kMeasured = 16;
 constexpr const char* kMeasuring = "here";
 
 // What a chunk costs beside its process: a connection, files there and back, two journal lines.
 constexpr uint64_t kTransferNs = 500'000'000;
 
-void CheckFindings(const std::vector<Finding>& findings, Console& console) {
-  std::string text;
-  for (size_t i = 0; i < std::min(findings.size(), kMostFindings); ++i) {
-    text += (i == 0 ? "" : "\nvorn fleet: ") + findings[i].message;
-  }
-  if (findings.size() > kMostFindings) {
-    text += "\nvorn fleet: and " + std::to_string(findings.size() - kMostFindings) + " more";
-  }
-  const ExitStatus status = StatusOf(findings);
-  if (status != ExitStatus::kDone) throw Fault(status, text);
-  if (!text.empty()) console.Say(text);
+void CheckFindings(const Findings& findings, Console& console) {
+  const std::string text = findings.Text("vorn fleet");
+  if (findings.Status() != ExitStatus::kDone) throw Fault(findings.Status(), text);
+  if (!findings.IsEmpty()) console.Say(text);
 }
 
 // What goes into JSON has to come out of it as it was.
@@ -70,10 +63,10 @@ void CheckConfigurationFile(const FileIdentity& file) {
   }
 }
 
-SampleRecord RecordOf(const Plan& plan, uint64_t index) {
+SampleRecord RecordOf(const std::vector<ListedInput>& inputs, uint64_t index) {
   SampleRecord record{.index = index, .status = {}, .inputs = {}, .outputs = {}, .reason = {}};
   record.status = SampleStatus::kMissing;
-  for (const ListedInput& input : plan.InputsOf(index)) {
+  for (const ListedInput& input : inputs) {
     record.inputs.push_back({.line = input.line,
                              .name = input.name,
                              .path = input.path,
@@ -81,6 +74,28 @@ SampleRecord RecordOf(const Plan& plan, uint64_t index) {
   }
   return record;
 }
+
+// Where the lines of a file begin that was just written, asked for in their order.
+class LineBegins {
+ public:
+  explicit LineBegins(const std::string& path) : path_(path), file_(path, std::ios::binary) {}
+
+  uint64_t ByteOf(uint64_t line) {
+    for (std::string text; line_ < line; ++line_) {
+      if (!std::getline(file_, text)) {
+        throw Fault(ExitStatus::kLimit, Quoted(path_) + " cannot be read again");
+      }
+      at_ += text.size() + 1;
+    }
+    return at_;
+  }
+
+ private:
+  std::string path_;
+  std::ifstream file_;
+  uint64_t line_ = 0;
+  uint64_t at_ = 0;
+};
 
 class Maker {
  public:
@@ -167,18 +182,10 @@ class Maker {
     WholeFile inputs(fleet_ + "/" + kInputsFile);
     WholeFile paths(fleet_ + "/" + kPathsFile);
     const auto began = std::chrono::steady_clock::now();
-    uint64_t inputsAt = 0;
-    uint64_t pathsAt = 0;
     for (uint64_t index = 0; index < look_.inferences; ++index) {
-      places_.push_back({inputsAt, pathsAt});
-      const std::string line = ToLine(RecordOf(look_, index));
-      inputs.Append(line);
-      inputsAt += line.size();
-      for (const ListedInput& input : look_.InputsOf(index)) {
-        const std::string path = Absolute(input.file) + "\n";
-        paths.Append(path);
-        pathsAt += path.size();
-      }
+      const std::vector<ListedInput> listed = look_.InputsOf(index);
+      inputs.Append(ToLine(RecordOf(listed, index)));
+      for (const ListedInput& input : listed) paths.Append(Absolute(input.file) + "\n");
       console_.Show({.series = {},
                      .done = index + 1,
                      .all = look_.inferences,
@@ -189,15 +196,21 @@ class Maker {
     }
     inputs.Finish();
     paths.Finish();
+    const FileIdentity now = IdentifyFile(request_.launch.list, "the list", ExitStatus::kInput);
+    if (now.xxh3 == plan_.list.xxh3) return;
+    throw Fault(ExitStatus::kInput, "the list " + Quoted(request_.launch.list) +
+                                        " was changed while it was read; make the plan again");
   }
 
   std::vector<FleetChunk> ChunksOf(uint64_t size) const {
+    LineBegins inputs(fleet_ + "/" + kInputsFile);
+    LineBegins paths(fleet_ + "/" + kPathsFile);
     std::vector<FleetChunk> chunks;
     for (uint64_t first = 0; first < look_.inferences; first += chunks.back().inferences) {
       chunks.push_back({.first = first,
                         .inferences = std::min(size, look_.inferences - first),
-                        .inputsAt = places_[first].first,
-                        .pathsAt = places_[first].second});
+                        .inputsAt = inputs.ByteOf(first),
+                        .pathsAt = paths.ByteOf(first * plan_.perInference)});
     }
     return chunks;
   }
@@ -255,7 +268,6 @@ class Maker {
   Console& console_;
   Plan look_;
   FleetPlan plan_;
-  std::vector<std::pair<uint64_t, uint64_t>> places_;  // bytes in the two files, by inference
 };
 
 }  // namespace

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <set>
 #include <sstream>
 
 #include "kit/common/nearest.h"
@@ -58,21 +57,23 @@ constexpr std::string_view kMark = "\xEF\xBB\xBF";
 enum class Mark { kNone, kUtf8, kUtf16 };
 
 // A file whose name begins with one may well be there.
-Mark MarkOf(const std::vector<ListLine>& lines, const ResolvedList& list, const FileLook& look) {
-  if (lines.empty() || lines.front().number != 1) return Mark::kNone;
-  const std::string& text = lines.front().text;
-  const bool isUtf16 = (text.starts_with("\xFF\xFE") || text.starts_with("\xFE\xFF")) &&
-                       text.find('\0') != std::string::npos;
-  if (!isUtf16 && !text.starts_with(kMark)) return Mark::kNone;
-  for (const ListedInput& input : list.inputs) {
-    if (input.line == 1 && look(input.file).fault.empty()) return Mark::kNone;
+Mark MarkOf(const InputList& list, uint64_t inputs, const FileLook& look) {
+  for (uint64_t i = 0; i < std::min(list.Lines(), std::max<uint64_t>(inputs, 1)); ++i) {
+    const ListedInput& input = list.Input(i);
+    if (input.line != 1) continue;
+    const bool isUtf16 =
+        (input.text.starts_with("\xFF\xFE") || input.text.starts_with("\xFE\xFF")) &&
+        input.text.find('\0') != std::string::npos;
+    const bool isMarked = isUtf16 || input.text.starts_with(kMark);
+    if (!isMarked || look(input.file).fault.empty()) return Mark::kNone;
+    return isUtf16 ? Mark::kUtf16 : Mark::kUtf8;
   }
-  return isUtf16 ? Mark::kUtf16 : Mark::kUtf8;
+  return Mark::kNone;
 }
 
-Finding FindingOf(Mark mark, const std::string& listPath, const std::vector<ListLine>& lines) {
+Finding FindingOf(Mark mark, const std::string& listPath, const InputList& list) {
   const std::string front = Printable(listPath) + ":1: the list begins with a byte order mark";
-  const bool isName = NameInLine(lines.front().text).has_value();
+  const bool isName = NameInLine(list.SortedBy({}).Input(0).text).has_value();
   return {.status = ExitStatus::kInput,
           .message =
               front +
@@ -82,19 +83,13 @@ Finding FindingOf(Mark mark, const std::string& listPath, const std::vector<List
               "; save it as UTF-8 without the mark"};
 }
 
-std::vector<ListLine> WithoutMark(std::vector<ListLine> lines) {
-  lines.front().text.erase(0, kMark.size());
-  if (lines.front().text.empty()) lines.erase(lines.begin());
-  return lines;
-}
-
 class ListChecker {
  public:
-  ListChecker(const CheckRequest& request, const ModelDescription& model,
-              const std::vector<ListLine>& lines, const ResolvedList& list, const FileLook& look)
-      : request_(request), model_(model), lines_(lines), list_(list), look_(look) {}
+  ListChecker(const CheckRequest& request, const ModelDescription& model, const InputList& list,
+              const FileLook& look)
+      : request_(request), model_(model), list_(list), look_(look), names_(NamedInputs(model)) {}
 
-  std::vector<Finding> Check() {
+  Findings Check() {
     if (model_.inputs.size() <= kScratchInputs) {
       Add(ExitStatus::kModel, "the model tells of " + Counted(model_.inputs.size(), "input") +
                                   ", and a run needs one for data and two buffers");
@@ -102,20 +97,19 @@ class ListChecker {
     }
     CheckOptions();
     CheckThresholds();
-    if (lines_.empty()) {
+    if (list_.Lines() == 0) {
       Add(ExitStatus::kInput,
           Quoted(request_.listPath) + ": the list is empty; a line for each input file is needed");
       return findings_;
     }
     CheckCount();
-    CheckNames();
-    CheckFiles();
+    CheckLines();
     return findings_;
   }
 
  private:
   void Add(ExitStatus status, std::string message) {
-    findings_.push_back({.status = status, .message = std::move(message)});
+    findings_.Add({.status = status, .message = std::move(message)});
   }
 
   void AddAt(uint64_t line, const std::string& message) {
@@ -198,11 +192,11 @@ class ListChecker {
 
   void CheckCount() {
     const uint64_t each = PerInference();
-    if (each == 0 || each > model_.inputs.size() || lines_.size() % each == 0) return;
-    AddAt(lines_.back().number, "the list has " + Counted(lines_.size(), "line") +
-                                    ", and an inference takes " + std::to_string(each) + " (" +
-                                    InputNames() + "): " + Counted(lines_.size() % each, "line") +
-                                    " at the end would be left out");
+    if (each == 0 || list_.Lines() % each == 0) return;
+    AddAt(list_.LastNumber(), "the list has " + Counted(list_.Lines(), "line") +
+                                  ", and an inference takes " + std::to_string(each) + " (" +
+                                  InputNames() + "): " + Counted(list_.Lines() % each, "line") +
+                                  " at the end would be left out");
   }
 
   std::string InputNames() const {
@@ -213,87 +207,82 @@ class ListChecker {
     return names;
   }
 
-  // Whoever names inputs names all of them.
-  void CheckNames() {
-    const std::vector<std::string> names = NamedInputs(model_);
-    if (list_.areNamesUsed) {
-      CheckPlaces();
-      return;
-    }
-    const auto named =
-        static_cast<uint64_t>(std::count_if(lines_.begin(), lines_.end(), [](const ListLine& line) {
-          return NameInLine(line.text).has_value();
-        }));
-    if (named == 0) return;
-    // The odd ones out are the ones to blame.
-    const bool areMostNamed = named * 2 >= lines_.size();
-    for (const ListLine& line : lines_) CheckName(line, names, areMostNamed);
-    if (faulty_.empty() && lines_.size() % names.size() != 0) {
-      AddAt(lines_.back().number,
-            "names are used where the lines divide by all inputs of the model, thresholds "
-            "included, and " +
-                Counted(lines_.size(), "line") + " do not divide by " +
-                std::to_string(names.size()) + "; leave out the names");
-      areFilesKnown_ = false;
-    }
-  }
-
-  void CheckName(const ListLine& line, const std::vector<std::string>& names, bool areMostNamed) {
-    const auto name = NameInLine(line.text);
-    const bool isKnown =
-        name && std::find(names.begin(), names.end(), std::string(*name)) != names.end();
-    if (name && !isKnown) {
-      AddAt(line.number, "the model has no input " + Quoted(*name) + DidYouMean(*name, names) +
-                             "; what stands before the first ':' of a line is a name. A path with "
-                             "a ':' needs a link without one");
-    } else if (name && !areMostNamed) {
-      AddAt(line.number, Quoted(line.text) +
-                             " names an input, and most lines name none; name one "
-                             "in every line or in none");
-    } else if (!name && areMostNamed) {
-      AddAt(line.number, Quoted(line.text) +
-                             " names no input, and other lines do; name one in "
-                             "every line or in none");
-    } else {
-      return;
-    }
-    faulty_.insert(line.number);
-  }
-
-  // Sorting puts a name that a group has twice where another belongs.
-  void CheckPlaces() {
+  void CheckLines() {
     const uint64_t each = PerInference();
-    if (each == 0 || each > model_.inputs.size()) return;
-    for (size_t i = 0; i < list_.inputs.size(); ++i) {
-      const ListedInput& input = list_.inputs[i];
-      const std::string& wanted = model_.inputs[i % each].name;
-      if (input.name == wanted) continue;
-      faulty_.insert(input.line);
-      AddAt(input.line, "inference " + std::to_string(i / each) + " names " +
-                            Quoted(input.name.value_or("")) + " where " + Quoted(wanted) +
-                            " is missing; name each input once");
-    }
-  }
-
-  // ---- Files ------------------------------------------------------------------------------------
-
-  void CheckFiles() {
-    if (!areFilesKnown_) return;
-    const uint64_t each = PerInference();
-    if (each == 0 || each > model_.inputs.size()) {
+    if (each == 0) {
       Add(ExitStatus::kUsage, "-r names " + Counted(request_.thresholds.size(), "file") +
                                   ", and the model has " +
                                   Counted(model_.inputs.size() - kScratchInputs, "input"));
+    }
+    const bool areNamesAlike = list_.LinesNamedRightly() == list_.Lines();
+    if (!list_.AreNamesUsed() && areNamesAlike && list_.Lines() % names_.size() != 0) {
+      AddAt(list_.LastNumber(),
+            "names are used where the lines divide by all inputs of the model, thresholds "
+            "included, and " +
+                Counted(list_.Lines(), "line") + " do not divide by " +
+                std::to_string(names_.size()) + "; leave out the names");
       return;
     }
+    bool areNamesRight = true;
+    for (uint64_t place = 0; place < list_.Lines(); ++place) {
+      const ListedInput& listed = list_.Input(place);
+      const std::string fault = FaultOfName(listed, place);
+      if (fault.empty()) continue;
+      AddAt(listed.line, fault);
+      areNamesRight = false;
+    }
+    if (each == 0) return;
     uint64_t frames = 0;
-    for (size_t i = 0; i < list_.inputs.size(); ++i) {
-      const ListedInput& listed = list_.inputs[i];
-      if (i % each == 0) frames = 0;
-      if (faulty_.contains(listed.line)) continue;
-      CheckFile(listed, i % each, frames);
+    for (uint64_t place = 0; place < list_.Lines(); ++place) {
+      const ListedInput& listed = list_.Input(place);
+      if (place % each == 0) frames = 0;
+      if (!areNamesRight && !FaultOfName(listed, place).empty()) continue;
+      // A right name stands before a path until all of them are.
+      if (!areNamesRight && !list_.AreNamesUsed() && NameInLine(listed.text)) continue;
+      CheckFile(listed, place % each, frames);
     }
   }
+
+  std::string FaultOfName(const ListedInput& listed, uint64_t place) const {
+    return list_.AreNamesUsed() ? FaultOfPlace(listed, place) : FaultOfUse(listed);
+  }
+
+  // Whoever names inputs names all of them.
+  std::string FaultOfUse(const ListedInput& listed) const {
+    if (list_.NamedLines() == 0) return "";
+    // The odd ones out are the ones to blame.
+    const bool areMostNamed = list_.NamedLines() * 2 >= list_.Lines();
+    const auto name = NameInLine(listed.text);
+    const bool isKnown =
+        name && std::find(names_.begin(), names_.end(), std::string(*name)) != names_.end();
+    if (name && !isKnown) {
+      return "the model has no input " + Quoted(*name) + DidYouMean(*name, names_) +
+             "; what stands before the first ':' of a line is a name. A path with a ':' needs a "
+             "link without one";
+    }
+    if (name && !areMostNamed) {
+      return Quoted(listed.text) +
+             " names an input, and most lines name none; name one in every line or in none";
+    }
+    if (!name && areMostNamed) {
+      return Quoted(listed.text) +
+             " names no input, and other lines do; name one in every line or in none";
+    }
+    return "";
+  }
+
+  // Sorting puts a name that a group has twice where another belongs.
+  std::string FaultOfPlace(const ListedInput& listed, uint64_t place) const {
+    const uint64_t each = PerInference();
+    if (each == 0) return "";
+    const std::string& wanted = model_.inputs[place % each].name;
+    if (listed.name == wanted) return "";
+    return "inference " + std::to_string(place / each) + " names " +
+           Quoted(listed.name.value_or("")) + " where " + Quoted(wanted) +
+           " is missing; name each input once";
+  }
+
+  // ---- Files ------------------------------------------------------------------------------------
 
   void CheckFile(const ListedInput& listed, size_t index, uint64_t& frames) {
     const TensorDescription& input = model_.inputs[index];
@@ -422,12 +411,10 @@ class ListChecker {
 
   const CheckRequest& request_;
   const ModelDescription& model_;
-  const std::vector<ListLine>& lines_;
-  const ResolvedList& list_;
+  const InputList& list_;
   const FileLook& look_;
-  std::vector<Finding> findings_;
-  std::set<uint64_t> faulty_;  // lines whose name is wrong: nothing more is said of them
-  bool areFilesKnown_ = true;
+  const std::vector<std::string> names_;
+  Findings findings_;
 };
 
 // Bytes of the elements that vorn-run reads an output's rows as.
@@ -482,41 +469,36 @@ std::vector<std::string> NamedInputs(const ModelDescription& model) {
   return names;
 }
 
-std::vector<Finding> CheckList(const CheckRequest& request, const ModelDescription& model,
-                               const std::vector<ListLine>& lines, const ResolvedList& list,
-                               const FileLook& look) {
-  const Mark mark = MarkOf(lines, list, look);
-  if (mark == Mark::kNone) return ListChecker(request, model, lines, list, look).Check();
-  std::vector<Finding> findings{FindingOf(mark, request.listPath, lines)};
+Findings CheckList(const CheckRequest& request, const ModelDescription& model,
+                   const InputList& list, const FileLook& look) {
+  const Mark mark = MarkOf(list, model.inputs.size(), look);
+  if (mark == Mark::kNone) return ListChecker(request, model, list, look).Check();
+  Findings findings;
+  findings.Add(FindingOf(mark, request.listPath, list));
   if (mark == Mark::kUtf16) return findings;
   // What else is wrong is told of the list as it is going to be.
-  const std::vector<ListLine> plain = WithoutMark(lines);
-  const ResolvedList resolved =
-      ResolveList(plain, FolderOfList(request.listPath), NamedInputs(model));
-  const auto more = ListChecker(request, model, plain, resolved, look).Check();
-  findings.insert(findings.end(), more.begin(), more.end());
+  findings.Add(ListChecker(request, model, list.Without(kMark.size()), look).Check());
   return findings;
 }
 
-std::vector<Finding> CheckFilesAlone(const std::string& listPath,
-                                     const std::vector<ListLine>& lines, const FileLook& look) {
-  const ResolvedList list = ResolveList(lines, FolderOfList(listPath), {});
-  const Mark mark = MarkOf(lines, list, look);
-  if (mark == Mark::kUtf16) return {FindingOf(mark, listPath, lines)};
+Findings CheckFilesAlone(const std::string& listPath, const InputList& list, const FileLook& look) {
+  Findings findings;
+  const Mark mark = MarkOf(list, 1, look);
+  if (mark != Mark::kNone) findings.Add(FindingOf(mark, listPath, list));
+  if (mark == Mark::kUtf16) return findings;
   if (mark == Mark::kUtf8) {
-    std::vector<Finding> findings = CheckFilesAlone(listPath, WithoutMark(lines), look);
-    findings.insert(findings.begin(), FindingOf(mark, listPath, lines));
+    findings.Add(CheckFilesAlone(listPath, list.Without(kMark.size()), look));
     return findings;
   }
-  std::vector<Finding> findings;
-  for (const ListedInput& input : list.inputs) {
+  for (uint64_t place = 0; place < list.Lines(); ++place) {
+    const ListedInput& input = list.Input(place);
     // What stands before a ':' may be a name or not.
     if (input.path.empty() || NameInLine(input.file)) continue;
     const FileState state = look(input.file);
     if (state.fault.empty()) continue;
-    findings.push_back({.status = ExitStatus::kInput,
-                        .message = Printable(listPath) + ":" + std::to_string(input.line) + ": " +
-                                   WithCause(input, state.fault)});
+    findings.Add({.status = ExitStatus::kInput,
+                  .message = Printable(listPath) + ":" + std::to_string(input.line) + ": " +
+                             WithCause(input, state.fault)});
   }
   return findings;
 }

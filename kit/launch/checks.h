@@ -9,18 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "kit/common/fault.h"
+#include "kit/launch/findings.h"
 #include "kit/launch/input_list.h"
 #include "kit/model/model_description.h"
 
 namespace vorn::kit {
-
-struct Finding {
-  ExitStatus status = ExitStatus::kInput;  ///< kDone: a remark, nothing is wrong
-  std::string message;                     ///< one line, with file and line of the list in front
-
-  bool operator==(const Finding&) const = default;
-};
 
 /// What a file is, as the checks have to know it.
 struct FileState {
@@ -48,16 +41,14 @@ struct CheckRequest {
 /// Names of all inputs but the scratch buffers, which is what vorn-run sorts a list by.
 [[nodiscard]] std::vector<std::string> NamedInputs(const ModelDescription& model);
 
-/// All faults, in the order of the lines, one a line at most.
-[[nodiscard]] std::vector<Finding> CheckList(const CheckRequest& request,
-                                             const ModelDescription& model,
-                                             const std::vector<ListLine>& lines,
-                                             const ResolvedList& list, const FileLook& look);
+/// All faults, one a line at most: those of names first, then those of files. The list is sorted by
+/// the model's NamedInputs. Throws a Fault of kInput where it cannot be read to its end.
+[[nodiscard]] Findings CheckList(const CheckRequest& request, const ModelDescription& model,
+                                 const InputList& list, const FileLook& look);
 
 /// What can be said of a list where the model is not known: which files are not there.
-[[nodiscard]] std::vector<Finding> CheckFilesAlone(const std::string& listPath,
-                                                   const std::vector<ListLine>& lines,
-                                                   const FileLook& look);
+[[nodiscard]] Findings CheckFilesAlone(const std::string& listPath, const InputList& list,
+                                       const FileLook& look);
 
 /// How many 32-bit values a dump of an output holds, counted as vorn-run does.
 [[nodiscard]] uint64_t DumpValues(const TensorDescription& output, uint64_t batch);

@@ -589,7 +589,7 @@ class Launcher {
           : hasFailed ? RunState::kFailed
                       : RunState::kDone,
           report_.Status());
-    report_.Summarise(plan_.isModelKnown ? std::nullopt : std::optional(plan_.lines.size()));
+    report_.Summarise(plan_.isModelKnown ? std::nullopt : std::optional(plan_.inputs.Lines()));
   }
 
   void ForgetWhatWasTraced() {
@@ -641,6 +641,7 @@ void SayWhyStopped(const StopSignals& signals, Console& console) {
 }  // namespace
 
 ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
+  HoldList(plan);
   std::optional<Lifeline> lifeline = LifelineOf(request);
   StopSignals signals(lifeline ? &*lifeline : nullptr);
   Launcher launcher(request, std::move(plan), console, signals);
@@ -662,6 +663,7 @@ ExitStatus Launch(const LaunchRequest& request, Plan plan, Console& console) {
 
 ExitStatus LaunchInTurns(const std::array<LaunchRequest, 2>& requests, std::array<Plan, 2> plans,
                          Console& console) {
+  for (Plan& plan : plans) HoldList(plan);
   std::optional<Lifeline> lifeline = LifelineOf(requests[0]);
   StopSignals signals(lifeline ? &*lifeline : nullptr);
   Launcher one(requests[0], std::move(plans[0]), console, signals);

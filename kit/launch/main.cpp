@@ -24,7 +24,6 @@ namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kMostRunBytes = 64 << 20;
-constexpr size_t kMostFindings = 100;
 
 constexpr std::string_view kForms[] = {
     "-m MODEL -j CONFIG -i LIST --run RUN [OPTION...]",
@@ -140,23 +139,11 @@ LaunchRequest RequestOf(const Arguments& arguments) {
   return request;
 }
 
-// All of them as one text, as a Fault prints it: a line each.
-std::string TextOf(const std::vector<Finding>& findings) {
-  std::string text;
-  for (size_t i = 0; i < std::min(findings.size(), kMostFindings); ++i) {
-    text += (i == 0 ? "" : "\nvorn launch: ") + findings[i].message;
-  }
-  if (findings.size() > kMostFindings) {
-    text += "\nvorn launch: and " + std::to_string(findings.size() - kMostFindings) + " more";
-  }
-  return text;
-}
-
-void SayFindings(const LaunchRequest& request, const std::vector<Finding>& findings,
-                 Console& console) {
-  const ExitStatus status = StatusOf(findings);
-  if (status != ExitStatus::kDone && !request.isAnyway) throw Fault(status, TextOf(findings));
-  if (!findings.empty()) console.Say(TextOf(findings));
+void SayFindings(const LaunchRequest& request, const Findings& findings, Console& console) {
+  const ExitStatus status = findings.Status();
+  const std::string text = findings.Text("vorn launch");
+  if (status != ExitStatus::kDone && !request.isAnyway) throw Fault(status, text);
+  if (!findings.IsEmpty()) console.Say(text);
 }
 
 // What is A's is B's where nothing else is said of it.
@@ -204,17 +191,6 @@ void CheckFolderOfTurns(const std::string& run, bool isResumed) {
   }
 }
 
-// What is wrong with both is told once.
-std::vector<Finding> FindingsOf(const std::array<Plan, 2>& plans) {
-  std::vector<Finding> findings = plans[0].findings;
-  for (const Finding& finding : plans[1].findings) {
-    const auto& told = plans[0].findings;
-    if (std::find(told.begin(), told.end(), finding) != told.end()) continue;
-    findings.push_back({.status = finding.status, .message = "B: " + finding.message});
-  }
-  return findings;
-}
-
 std::string RecordOf(const std::string& run) {
   return ReadWholeFile(run + "/" + kRunFile, "the record of the run", ExitStatus::kOwnFault,
                        kMostRunBytes);
@@ -236,7 +212,8 @@ ExitStatus RunInTurns(const Arguments& arguments) {
   CheckFolderOfTurns(run, requests[0].isResumed);
   Console console(arguments.Has("quiet"));
   std::array<Plan, 2> plans{MakePlan(requests[0]), MakePlan(requests[1])};
-  const std::vector<Finding> findings = FindingsOf(plans);
+  Findings findings = plans[0].findings;
+  findings.AddNew(plans[1].findings, "B: ");  // what is wrong with both is told once
   SayFindings(requests[0], findings, console);
   for (size_t i = 0; i < plans.size(); ++i) CheckAnyway(requests[i], plans[i]);
   if (plans[0].inferences != plans[1].inferences) {
@@ -245,7 +222,7 @@ ExitStatus RunInTurns(const Arguments& arguments) {
                                         " for B; --interleave needs models with as many inputs");
   }
   if (arguments.Has("dry-run")) {
-    const ExitStatus status = StatusOf(findings);
+    const ExitStatus status = findings.Status();
     if (status == ExitStatus::kDone) {
       console.Say("nothing speaks against " + Counted(plans[0].inferences, "inference") +
                   " of A and of B");
@@ -271,7 +248,7 @@ ExitStatus RunLaunch(const Arguments& arguments) {
   Plan plan = MakePlan(request);
   SayFindings(request, plan.findings, console);
   if (arguments.Has("dry-run")) {
-    const ExitStatus status = StatusOf(plan.findings);
+    const ExitStatus status = plan.findings.Status();
     if (status == ExitStatus::kDone) {
       console.Say("nothing speaks against " + Counted(plan.inferences, "inference"));
     }

@@ -65,14 +65,11 @@ class Planner {
     CheckRunFolder();
     if (plan_.isModelKnown && plan_.list) {
       Try([&] {
-        const std::vector<Finding> found =
-            CheckList(ListRequest(), plan_.model, plan_.lines, plan_.inputs, LookAtFile);
-        plan_.findings.insert(plan_.findings.end(), found.begin(), found.end());
+        plan_.findings.Add(CheckList(ListRequest(), plan_.model, plan_.inputs, LookAtFile));
       });
       CheckDisk();
     } else if (plan_.list) {
-      const auto found = CheckFilesAlone(request_.list, plan_.lines, LookAtFile);
-      plan_.findings.insert(plan_.findings.end(), found.begin(), found.end());
+      Try([&] { plan_.findings.Add(CheckFilesAlone(request_.list, plan_.inputs, LookAtFile)); });
     }
     return std::move(plan_);
   }
@@ -83,7 +80,7 @@ class Planner {
     try {
       step();
     } catch (const Fault& fault) {
-      plan_.findings.push_back({.status = fault.Status(), .message = fault.what()});
+      Find(fault.Status(), fault.what());
     }
   }
 
@@ -114,8 +111,7 @@ class Planner {
 
   void ReadList() {
     plan_.list = IdentifyFile(request_.list, "the list", ExitStatus::kInput);
-    plan_.lines = SplitListLines(
-        ReadWholeFile(request_.list, "the list", ExitStatus::kInput, kMostListBytes));
+    plan_.inputs = InputList::OfFile(request_.list);
   }
 
   // Without one of the files there is nothing to describe, and that was said already.
@@ -219,7 +215,7 @@ class Planner {
   }
 
   void Find(ExitStatus status, const std::string& message) {
-    plan_.findings.push_back({.status = status, .message = message});
+    plan_.findings.Add({.status = status, .message = message});
   }
 
   const LaunchRequest& request_;
@@ -244,8 +240,11 @@ FileState LookAtFile(const std::string& path) {
 }
 
 std::vector<ListedInput> Plan::InputsOf(uint64_t inference) const {
-  const auto first = inputs.inputs.begin() + static_cast<ptrdiff_t>(inference * perInference);
-  return {first, first + static_cast<ptrdiff_t>(perInference)};
+  std::vector<ListedInput> listed;
+  for (uint64_t i = 0; i < perInference; ++i) {
+    listed.push_back(inputs.Input(inference * perInference + i));
+  }
+  return listed;
 }
 
 std::vector<CheckRequest::Thresholds> LookAtThresholds(const std::string& files) {
@@ -272,13 +271,24 @@ void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model)
   if (!model.runtime) model.runtime = plan.model.runtime;
   plan.model = std::move(model);
   plan.isModelKnown = true;
-  plan.inputs = ResolveList(plan.lines, FolderOfList(request.list), NamedInputs(plan.model));
+  plan.inputs = plan.inputs.SortedBy(NamedInputs(plan.model));
   plan.perInference = DataInputs(plan.model, SplitAtCommas(request.thresholds.value_or("")).size());
-  plan.inferences = plan.perInference == 0 ? 0 : plan.inputs.inputs.size() / plan.perInference;
+  plan.inferences = plan.perInference == 0 ? 0 : plan.inputs.Lines() / plan.perInference;
+}
+
+void HoldList(Plan& plan) {
+  if (!plan.list) return;
+  const std::string& path = plan.list->path;
+  std::string bytes = ReadWholeFile(path, "the list", ExitStatus::kInput, kMostListBytes);
+  if (Xxh3Of(bytes) != plan.list->xxh3) {
+    throw Fault(ExitStatus::kInput,
+                "the list " + Quoted(path) + " was changed while it was looked at; start again");
+  }
+  plan.inputs = plan.inputs.HeldIn(std::move(bytes));
 }
 
 bool AreNamesKept(const Plan& plan) {
-  return plan.inputs.areNamesUsed && NamedInputs(plan.model).size() == plan.perInference;
+  return plan.inputs.AreNamesUsed() && NamedInputs(plan.model).size() == plan.perInference;
 }
 
 uint64_t BatchOf(const Plan& plan, const LaunchRequest& request) {
@@ -288,23 +298,6 @@ uint64_t BatchOf(const Plan& plan, const LaunchRequest& request) {
 
 uint64_t ExecutionsEach(const LaunchRequest& request) {
   return request.isProfiled ? kProfiledExecutions : 1;
-}
-
-ExitStatus FirstOf(ExitStatus one, ExitStatus other) {
-  constexpr std::array kOrder{ExitStatus::kUsage,      ExitStatus::kInput,    ExitStatus::kModel,
-                              ExitStatus::kRuntime,    ExitStatus::kLimit,    ExitStatus::kPartial,
-                              ExitStatus::kDiffers,    ExitStatus::kSlower,   ExitStatus::kNothing,
-                              ExitStatus::kCannotTell, ExitStatus::kOwnFault, ExitStatus::kDone};
-  for (const ExitStatus status : kOrder) {
-    if (status == one || status == other) return status;
-  }
-  return ExitStatus::kOwnFault;
-}
-
-ExitStatus StatusOf(const std::vector<Finding>& findings) {
-  auto status = ExitStatus::kDone;
-  for (const Finding& finding : findings) status = FirstOf(status, finding.status);
-  return status;
 }
 
 }  // namespace vorn::kit

@@ -47,12 +47,11 @@ struct Plan {
   ModelDescription model;  ///< with the identity of model, configuration and runtime
   std::optional<FileIdentity> list;
   std::optional<FileIdentity> program;
-  std::vector<ListLine> lines;
-  ResolvedList inputs;
+  InputList inputs;           ///< in its lines' order while the model is not known
   uint64_t perInference = 0;  ///< inputs; 0 while the model is not known
   uint64_t inferences = 0;
   std::vector<MappedFile> libraries;  ///< that the program is linked with
-  std::vector<Finding> findings;
+  Findings findings;
 
   [[nodiscard]] std::vector<ListedInput> InputsOf(uint64_t inference) const;
 };
@@ -69,6 +68,10 @@ struct Plan {
 /// Puts a description into a plan that was made without one, and divides the list by it.
 void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model);
 
+/// Reads the list once more and keeps it in memory: whoever changes the file from there on does not
+/// change the run. Throws a Fault of kInput where it is not what the plan was made with.
+void HoldList(Plan& plan);
+
 /// Whether the list of a part names its inputs, as the whole list does: vorn-run sorts by all
 /// inputs, thresholds included, and only where these are the same is a part sorted as the whole is.
 [[nodiscard]] bool AreNamesKept(const Plan& plan);
@@ -78,12 +81,6 @@ void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model)
 
 /// How often an inference is executed.
 [[nodiscard]] uint64_t ExecutionsEach(const LaunchRequest& request);
-
-/// The worst of the findings by the table of ExitStatus; kDone if there are only remarks.
-[[nodiscard]] ExitStatus StatusOf(const std::vector<Finding>& findings);
-
-/// The one of two that stands first in the table of ExitStatus.
-[[nodiscard]] ExitStatus FirstOf(ExitStatus one, ExitStatus other);
 
 }  // namespace vorn::kit
 

@@ -181,10 +181,10 @@ void ReadList(const std::string& bytes) {
   std::istringstream stream(text);
   std::vector<std::string> expected = vorn::run::ReadInputEntries(stream, "folder");
   vorn::run::SortInputsByName(expected, names);
-  const auto lines = kit::SplitListLines(text);
-  const auto list = kit::ResolveList(lines, "folder", names);
-  Require(std::ranges::equal(list.inputs, expected, {}, &kit::ListedInput::file),
-          "a list is taken as vorn-run takes it");
+  const kit::InputList list = kit::InputList::OfBytes(text, "folder").SortedBy(names);
+  std::vector<std::string> files;
+  for (uint64_t i = 0; i < list.Lines(); ++i) files.push_back(list.Input(i).file);
+  Require(files == expected, "a list is taken as vorn-run takes it");
   kit::CheckRequest request;
   request.listPath = "list";
   kit::ModelDescription model;
@@ -194,7 +194,7 @@ void ReadList(const std::string& bytes) {
     model.inputs.push_back(input);
   }
   const auto look = [](const std::string&) { return kit::FileState{.fault = "", .sizeBytes = 4}; };
-  for (const kit::Finding& finding : kit::CheckList(request, model, lines, list, look)) {
+  for (const kit::Finding& finding : kit::CheckList(request, model, list, look).First()) {
     Require(!finding.message.empty() &&
                 std::ranges::none_of(finding.message,
                                      [](unsigned char c) { return c < 0x20 || c == 0x7f; }),

@@ -13,13 +13,17 @@
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::StartsWith;
 using vorn::kit::CheckRequest;
 using vorn::kit::ExitStatus;
 using vorn::kit::FileState;
 using vorn::kit::Finding;
+using vorn::kit::Findings;
+using vorn::kit::InputList;
 using vorn::kit::ModelDescription;
 using vorn::kit::TensorDescription;
 
@@ -59,11 +63,12 @@ class Checks : public testing::Test {
 
   void File(const std::string& name, uint64_t size) { files_["d/" + name] = {"", size}; }
 
-  std::vector<Finding> Check(const std::string& list) {
+  std::vector<Finding> Check(const std::string& list) { return CheckAll(list).First(); }
+
+  Findings CheckAll(const std::string& list) {
     AssignRoles(model_);
-    const auto lines = vorn::kit::SplitListLines(list);
-    const auto resolved = ResolveList(lines, "d", NamedInputs(model_));
-    return CheckList(request_, model_, lines, resolved, [this](const std::string& path) {
+    const InputList sorted = InputList::OfBytes(list, "d").SortedBy(NamedInputs(model_));
+    return CheckList(request_, model_, sorted, [this](const std::string& path) {
       const auto found = files_.find(path);
       return found == files_.end() ? FileState{.fault = "is not there", .sizeBytes = 0}
                                    : found->second;
@@ -160,9 +165,7 @@ TEST_F(Checks, KnowTheNameThatWasMeant) {
       Messages("pictrue:p\nscale:s\n"),
       ElementsAre("d/list.txt:1: the model has no input 'pictrue'; did you mean 'picture'?; "
                   "what stands before the first ':' of a line is a name. A path with a ':' "
-                  "needs a link without one",
-                  // Names are used where all are known.
-                  "d/list.txt:2: 'scale:d/s' is not there"));
+                  "needs a link without one"));
 }
 
 TEST_F(Checks, BlameTheOddOneOut) {
@@ -346,25 +349,77 @@ TEST_F(Checks, RefuseAModelWithoutInputs) {
                           "and two buffers"));
 }
 
+TEST_F(Checks, KeepAHundredFaultsOfMany) {
+  std::string list;
+  for (int i = 0; i < 1000; ++i) list += "none\n";
+  SetInputs({Tensor("picture", {1, 6}, 4, 8, 8)});
+  const Findings findings = CheckAll(list);
+  EXPECT_THAT(findings.First(), SizeIs(100));
+  EXPECT_EQ(findings.Status(), ExitStatus::kInput);
+  const std::string text = findings.Text("vorn x");
+  EXPECT_THAT(text, StartsWith("d/list.txt:1: 'd/none' is not there\nvorn x: d/list.txt:2: "));
+  EXPECT_THAT(text, EndsWith("\nvorn x: and 900 more"));
+}
+
+// What vorn-run makes of a line with a right name is not told until the other names are right.
+TEST_F(Checks, TellOfNamesBeforeFiles) {
+  File("p", 6);
+  File("s", 16);
+  EXPECT_THAT(Messages("picture:none\nscale:s\np\nscale:s\n"),
+              ElementsAre("d/list.txt:3: 'p' names no input, and other lines do; name one in "
+                          "every line or in none"));
+  EXPECT_THAT(Messages("none\ns\nscole:s\ns\np\ns\n"),
+              ElementsAre(HasSubstr("list.txt:3: the model has no input 'scole'"),
+                          HasSubstr("list.txt:1: 'd/none' is not there")));
+}
+
+// ---- Findings -----------------------------------------------------------------------------------
+
+TEST(ManyFindings, ArePutTogether) {
+  Findings one;
+  one.Add({.status = ExitStatus::kDone, .message = "a remark"});
+  EXPECT_EQ(one.Status(), ExitStatus::kDone);
+  one.Add({.status = ExitStatus::kRuntime, .message = "no runtime"});
+  Findings other;
+  EXPECT_TRUE(other.IsEmpty());
+  other.Add({.status = ExitStatus::kDone, .message = "a remark"});
+  other.Add({.status = ExitStatus::kInput, .message = "no file"});
+  Findings both = one;
+  both.AddNew(other, "B: ");
+  EXPECT_EQ(both.Text("v"), "a remark\nv: no runtime\nv: B: no file");
+  EXPECT_EQ(both.Status(), ExitStatus::kInput);
+  one.Add(other);
+  EXPECT_EQ(one.Text("v"), "a remark\nv: no runtime\nv: a remark\nv: no file");
+  for (int i = 0; i < 100; ++i) other.Add({.status = ExitStatus::kModel, .message = "m"});
+  other.Add({.status = ExitStatus::kUsage, .message = "the worst comes last"});
+  one.Add(other);
+  EXPECT_THAT(one.First(), SizeIs(100));
+  EXPECT_EQ(one.Status(), ExitStatus::kUsage);
+  EXPECT_THAT(one.Text("v"), EndsWith("v: and 7 more"));
+}
+
 // ---- Without a model ----------------------------------------------------------------------------
 
 TEST(ChecksWithoutModel, FindFilesThatAreMissing) {
-  const auto lines = vorn::kit::SplitListLines("a\nname:b\n/c\nd\n");
-  const auto found = vorn::kit::CheckFilesAlone("x/l", lines, [](const std::string& path) {
+  const auto list = InputList::OfBytes("a\nname:b\n/c\nd\n", "x");
+  const auto all = vorn::kit::CheckFilesAlone("x/l", list, [](const std::string& path) {
     return FileState{.fault = path == "x/d" ? "" : "is not there", .sizeBytes = 0};
   });
+  const std::vector<Finding>& found = all.First();
   ASSERT_THAT(found, SizeIs(2));
   EXPECT_EQ(found[0].message, "x/l:1: 'x/a' is not there");
   EXPECT_EQ(found[1].message.substr(0, 25), "x/l:3: 'x//c' is not ther");
 }
 
 TEST(ChecksWithoutModel, TellOfAByteOrderMark) {
-  const auto lines = vorn::kit::SplitListLines(
+  const auto list = InputList::OfBytes(
       "\xEF\xBB\xBF"
-      "d\na\n");
-  const auto found = vorn::kit::CheckFilesAlone("x/l", lines, [](const std::string& path) {
+      "d\na\n",
+      "x");
+  const auto all = vorn::kit::CheckFilesAlone("x/l", list, [](const std::string& path) {
     return FileState{.fault = path == "x/d" ? "" : "is not there", .sizeBytes = 0};
   });
+  const std::vector<Finding>& found = all.First();
   ASSERT_THAT(found, SizeIs(2));
   EXPECT_THAT(found[0].message, HasSubstr("x/l:1: the list begins with a byte order mark"));
   EXPECT_EQ(found[1].message, "x/l:2: 'x/a' is not there");
