@@ -3,14 +3,13 @@ since eight boards of one machine have no more processors than one."""
 import contextlib
 import json
 import os
-import re
 import subprocess
 import sys
-import threading
 import time
 from dataclasses import dataclass
 from pathlib import Path
 
+from measure.memory import PeakMemory
 from measure.vorn_run import Shapes
 
 HERE = Path(__file__).resolve().parent
@@ -18,37 +17,19 @@ BED = HERE.parents[1] / "tests/beds/sshd.sh"
 SMALL = Shapes(input=(1, 8), output=(1, 8))
 
 
-def watch_memory(process, peaks):
-    """Appends what the kernel says of the peak, until the process has ended. What wait4 tells begins
-    with the memory of this program, from which the process was made."""
-    while True:
-        try:
-            text = Path(f"/proc/{process}/status").read_text()
-        except OSError:
-            return
-        found = re.search(r"^VmHWM:\s*(\d+) kB", text, re.MULTILINE)
-        if found is None:
-            return
-        peaks.append(1024 * int(found[1]))
-        time.sleep(0.005)
-
-
 def call(*words, environment=None):
     """Ends the benchmark where the command fails; returns seconds and the peak of memory."""
     start = time.perf_counter()
     child = subprocess.Popen([str(word) for word in words], env=environment,
                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-    peaks = [0]
-    watch = threading.Thread(target=watch_memory, args=(child.pid, peaks))
-    watch.start()
+    memory = PeakMemory(child.pid)
     said = child.stderr.read()
     status = child.wait()
     seconds = time.perf_counter() - start
-    watch.join()
     if status != 0:
         sys.exit(f"bench: {' '.join(map(str, words))} ended with status {status}: "
                  f"{said.decode(errors='replace')}")
-    return seconds, max(peaks)
+    return seconds, memory.bytes()
 
 
 @contextlib.contextmanager

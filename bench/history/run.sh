@@ -12,14 +12,17 @@ seconds() {
   local best='' least_memory='' i measured
   for ((i = 0; i < rounds; ++i)); do
     # Steps end some questions with a status of their own.
-    measured=$(/usr/bin/python3 - "$@" <<'PY'
-import resource, subprocess, sys, time
+    measured=$(PYTHONPATH=bench /usr/bin/python3 - "$@" <<'PY'
+import subprocess, sys, time
+from measure.memory import PeakMemory
 begun = time.monotonic()
-ended = subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+child = subprocess.Popen(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+memory = PeakMemory(child.pid)
+child.wait()
 took = time.monotonic() - begun
-if ended.returncode not in (0, 6, 10):
-    sys.exit(f"{sys.argv[1:]} ended with status {ended.returncode}")
-print(f"{took:.3f} {resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss // 1024}")
+if child.returncode not in (0, 6, 10):
+    sys.exit(f"{sys.argv[1:]} ended with status {child.returncode}")
+print(f"{took:.3f} {memory.bytes() // 2**20}")
 PY
     ) || return 1
     if [ -z "$best" ] || [ "$(printf '%s\n' "${measured%% *}" "$best" | sort -g | head -n 1)" != "$best" ]; then
