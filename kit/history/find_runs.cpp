@@ -1,8 +1,11 @@
 #include "kit/history/find_runs.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "kit/common/fault.h"
 #include "kit/common/file_place.h"
@@ -25,21 +28,37 @@ bool IsFleet(const std::string& folder) {
   return IsThere(folder + "/plan.json") && IsThere(folder + "/inputs.jsonl");
 }
 
-void Gather(const std::string& folder, int depth, std::vector<std::string>& runs) {
-  if (IsThere(folder + "/" + kRunFile)) {
-    runs.push_back(folder);
-    return;
+class Search {
+ public:
+  explicit Search(const std::function<void(const std::string&)>& onClosed) : onClosed_(onClosed) {}
+
+  void In(const std::string& folder, int depth = 0) {
+    if (IsThere(folder + "/" + kRunFile)) {
+      runs_.push_back(folder);
+      return;
+    }
+    if (depth > kMostDepth || IsFleet(folder)) return;
+    if (faccessat(AT_FDCWD, folder.c_str(), R_OK | X_OK, AT_EACCESS) != 0) {
+      onClosed_("the folder " + Quoted(folder) + " cannot be read: " + SystemReason(errno));
+      return;
+    }
+    for (const std::string& name : NamesIn(folder)) {
+      const std::string path = folder + "/" + name;
+      if (IsOwnFolder(path)) In(path, depth + 1);
+    }
   }
-  if (depth > kMostDepth || IsFleet(folder)) return;
-  for (const std::string& name : NamesIn(folder)) {
-    const std::string path = folder + "/" + name;
-    if (IsOwnFolder(path)) Gather(path, depth + 1, runs);
-  }
-}
+
+  std::vector<std::string> TakeRuns() { return std::move(runs_); }
+
+ private:
+  const std::function<void(const std::string&)>& onClosed_;
+  std::vector<std::string> runs_;
+};
 
 }  // namespace
 
-std::vector<std::string> FindRuns(const std::string& folder) {
+std::vector<std::string> FindRuns(const std::string& folder,
+                                  const std::function<void(const std::string& message)>& onClosed) {
   struct stat about {};
   if (stat(folder.c_str(), &about) != 0) {
     throw Fault(ExitStatus::kInput, "the run " + Quoted(folder) + ": " + SystemReason(errno));
@@ -51,9 +70,9 @@ std::vector<std::string> FindRuns(const std::string& folder) {
   }
   std::string top = folder;
   while (top.size() > 1 && top.back() == '/') top.pop_back();
-  std::vector<std::string> runs;
-  Gather(top, 0, runs);
-  return runs;
+  Search search(onClosed);
+  search.In(top);
+  return search.TakeRuns();
 }
 
 }  // namespace vorn::kit

@@ -413,9 +413,12 @@ ExitStatus Import(
 
 ExitStatus Add(const Arguments& arguments) {
   std::vector<std::string> runs;
+  std::vector<std::string> closed;
   for (const std::string& folder : OperandsOf(arguments)) {
-    const std::vector<std::string> found = FindRuns(folder);
-    if (found.empty()) {
+    const size_t closedBefore = closed.size();
+    const std::vector<std::string> found =
+        FindRuns(folder, [&](const std::string& message) { closed.push_back(message); });
+    if (found.empty() && closed.size() == closedBefore) {
       throw Fault(ExitStatus::kInput, "beneath " + Quoted(folder) +
                                           " there is no run directory, none has a run.json; name "
                                           "what vorn launch --run was given");
@@ -424,7 +427,11 @@ ExitStatus Add(const Arguments& arguments) {
   }
   return Import(arguments,
                 [&](Ledger* ledger, const OnImported& onImported, const OnRefused& onRefused) {
-                  return ImportRuns(ledger, runs, arguments.Get("as-board"), onImported, onRefused);
+                  for (const std::string& message : closed) onRefused(message);
+                  ImportCounts counts =
+                      ImportRuns(ledger, runs, arguments.Get("as-board"), onImported, onRefused);
+                  counts.refused += closed.size();
+                  return counts;
                 });
 }
 
