@@ -109,9 +109,10 @@ ExitStatus Report(const Arguments& arguments) {
   std::fwrite(text.data(), 1, text.size(), stdout);
   const bool isTopPart = !arguments.Has("json") && !arguments.Has("markdown");
   if (isTopPart && !isQuiet) {
-    std::printf(
-        "\nthe whole page: %s\n",
-        QuotedCommand({"vorn", "report", request.runs.front(), "-o", "report.html"}).c_str());
+    std::vector<std::string> command{"vorn", "report"};
+    command.insert(command.end(), request.runs.begin(), request.runs.end());
+    command.insert(command.end(), {"-o", "report.html"});
+    std::printf("\nthe whole page: %s\n", QuotedCommand(command).c_str());
   }
   return ExitStatus::kDone;
 }

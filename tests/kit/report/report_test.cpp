@@ -48,6 +48,8 @@ TEST_F(ReportVerb, TellsTheTopPartWithoutAFile) {
   EXPECT_THAT(ended.out, HasSubstr("vorn report run -o report.html"));
   EXPECT_THAT(ended.out, Not(HasSubstr("\x1b")));
   EXPECT_THAT(Report({"run", "--quiet"}).out, Not(HasSubstr("the whole page")));
+  EXPECT_THAT(Report({"reference", "run"}).out,
+              HasSubstr("the whole page: vorn report reference run -o report.html"));
 }
 
 TEST_F(ReportVerb, WritesAPageWholeAndTheSameEachTime) {
