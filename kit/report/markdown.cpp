@@ -27,7 +27,9 @@ bool EndsInWww(std::string_view text, size_t last) {
 
 std::string CellText(const std::string& text) {
   if (text.size() <= kMostCellBytes) return EscapedMarkdown(text);
-  return EscapedMarkdown(PrintableExcerpt(text));
+  size_t end = kMostCellBytes;
+  while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;
+  return EscapedMarkdown(text.substr(0, end)) + "...";
 }
 
 std::string TableText(const SummaryTable& table) {
@@ -107,11 +109,16 @@ std::string RunMarkdown(const ReportRun& run, bool isOneOfSeveral) {
   return text + RemarksText(run);
 }
 
-// Cut between lines: half of a table reads, half of a line may not.
+// Cut between lines: half of a table reads, half of a line may not. In a fold what is behind the
+// cut would be folded, too, and be code; no line of a name begins as one does.
 std::string Shortened(std::string text) {
   constexpr size_t kMostBytes = 60000;
   if (text.size() <= kMostBytes) return text;
   text.resize(text.rfind('\n', kMostBytes) + 1);
+  const size_t fold = text.rfind("\n<details>");
+  if (fold != std::string::npos && text.find("\n</details>", fold) == std::string::npos) {
+    text.resize(fold + 1);
+  }
   return text + "\n\nThe rest is left out; the page has it.\n";
 }
 

@@ -72,5 +72,24 @@ TEST(MarkdownText, FitsIntoAComment) {
   EXPECT_THAT(text, HasSubstr("The rest is left out"));
 }
 
+// There it would be folded, and a line of code.
+TEST(MarkdownText, IsNotCutInAFold) {
+  ReportFacts facts = FullFacts();
+  facts.runs.resize(1);
+  facts.comparisons.clear();
+  facts.runs[0].commands = {{.purpose = "run it again", .command = std::string(70000, 'x')}};
+  const std::string text = MarkdownText(facts);
+  EXPECT_THAT(text, HasSubstr("worst samples</summary>"));
+  EXPECT_THAT(text, Not(HasSubstr("```sh")));
+  EXPECT_THAT(text, Not(HasSubstr("commands that repeat it")));
+  EXPECT_THAT(text, HasSubstr("The rest is left out"));
+}
+
+TEST(MarkdownText, CutsALongCellBeforeItEscapesIt) {
+  ReportFacts facts = FullFacts();
+  facts.answer.more = {"a\n" + std::string(297, 'b') + "µ"};
+  EXPECT_THAT(MarkdownText(facts), HasSubstr("\n- a\\\\x0A" + std::string(297, 'b') + "...\n"));
+}
+
 }  // namespace
 }  // namespace vorn::kit
