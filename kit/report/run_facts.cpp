@@ -1,8 +1,11 @@
 #include "kit/report/run_facts.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <set>
 #include <string_view>
@@ -511,6 +514,11 @@ std::vector<RunPlace> FindRuns(const std::string& path) {
       places.push_back({run, VerdictPathOf(run), run, turns});
     }
     return places;
+  }
+  // What lies in it cannot be asked for then.
+  const bool isClosed = faccessat(AT_FDCWD, (folder + "/.").c_str(), X_OK, AT_EACCESS) != 0;
+  if (isClosed && errno == EACCES) {
+    throw Fault(ExitStatus::kInput, Quoted(path) + " cannot be read: " + SystemReason(errno));
   }
   throw Fault(
       ExitStatus::kInput,

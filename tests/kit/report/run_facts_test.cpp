@@ -2,8 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 
 #include "kit/common/fault.h"
@@ -114,6 +116,27 @@ TEST_F(RunFactsTest, NeedsRunJson) {
   Remove(kRunFile);
   EXPECT_THROW((void)FindRuns(Run()), Fault);
   EXPECT_THROW((void)FindRuns((folder_.Path() / "nowhere").string()), Fault);
+}
+
+TEST_F(RunFactsTest, SaysThatAFolderMayNotBeRead) {
+  namespace fs = std::filesystem;
+  const fs::path closed = folder_.Path() / "closed";
+  fs::create_directory(closed);
+  fs::permissions(closed, fs::perms::none);
+  fs::permissions(folder_.Path(), fs::perms::all);
+  const uid_t user = geteuid();
+  constexpr uid_t kNobody = 65534;
+  // Who may look into all of them, is none to try it with.
+  ASSERT_EQ(seteuid(user == 0 ? kNobody : user), 0);
+  std::string message;
+  try {
+    (void)FindRuns(closed.string());
+  } catch (const Fault& fault) {
+    message = fault.what();
+  }
+  ASSERT_EQ(seteuid(user), 0);
+  fs::permissions(closed, fs::perms::all);
+  EXPECT_EQ(message, "'" + closed.string() + "' cannot be read: Permission denied");
 }
 
 // Each part alone: the others are told as if nothing was.
