@@ -165,9 +165,12 @@ std::string FindingsText(const ReportRun& run) {
 
 std::string RunText(const ReportRun& run, const TerminalLook& look) {
   std::string text;
-  if (run.judgement) text += "\n" + LinesOf(OutputTable(*run.judgement, kShownOutputs));
+  const std::string outputs =
+      run.judgement ? LinesOf(OutputTable(*run.judgement, kShownOutputs)) : "";
+  if (!outputs.empty()) text += "\n" + outputs;
   text += WorstText(run, look) + UndoneText(run);
-  if (run.fleet) text += "\n" + LinesOf(BoardTable(*run.fleet, kShownBoards));
+  const std::string boards = run.fleet ? LinesOf(BoardTable(*run.fleet, kShownBoards)) : "";
+  if (!boards.empty()) text += "\n" + boards;
   return text;
 }
 
@@ -217,9 +220,10 @@ std::string TerminalText(const ReportFacts& facts, const TerminalLook& look) {
   for (const ReportComparison& comparison : facts.comparisons) text += ComparisonText(comparison);
   const bool areSeveral = facts.runs.size() > 1;
   for (const ReportRun& run : facts.runs) {
-    if (areSeveral) text += "\n== " + Printable(run.name) + "\n";
-    text += RunText(run, look);
-    if (areSeveral) text += FindingsText(run) + WarningsText(run);
+    std::string own = RunText(run, look);
+    if (areSeveral) own += FindingsText(run) + WarningsText(run);
+    if (areSeveral && !own.empty()) text += "\n== " + Printable(run.name) + "\n";
+    text += own;
   }
   if (const std::string times = LinesOf(TimesTable(facts.runs)); !times.empty()) {
     text += "\n" + times;

@@ -54,5 +54,18 @@ TEST(TerminalText, TellsOneRunFromItsAnswerToItsWarnings) {
   EXPECT_THAT(text, Not(HasSubstr("no trace")));
 }
 
+TEST(TerminalText, NamesARunOfSeveralWhereThereIsMoreToTellOfIt) {
+  ReportFacts facts = FullFacts();
+  ASSERT_EQ(facts.runs.size(), 2U);
+  facts.runs[0].name = "first";
+  facts.runs[1] = {};
+  facts.runs[1].name = "second";
+  facts.runs[1].judgement.emplace();  // of no output
+  const std::string text = TerminalText(facts, {});
+  EXPECT_THAT(text, HasSubstr("\n== first\n"));
+  EXPECT_THAT(text, Not(HasSubstr("== second")));
+  EXPECT_THAT(text, Not(HasSubstr("\n\n\n")));
+}
+
 }  // namespace
 }  // namespace vorn::kit
