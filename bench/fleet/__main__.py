@@ -59,8 +59,9 @@ def measure_overhead(build, quick):
         runs = sum(one["vorn-run"] for one in chunks)
         means = {phase: sum(one[phase] for one in chunks) / len(chunks) for phase in chunks[0]}
         ideal = runs / count
-        reckoned = simulate(Fleet(samples, count, chunk, cores=os.cpu_count()),
-                            replace(costs, sample=runs / samples, sent=0, fetched=0)).seconds
+        fleet = Fleet(samples, count, chunk, cores=os.cpu_count(), are_here=True)
+        reckoned = simulate(fleet, replace(costs, sample=runs / samples, sent=0,
+                                           fetched=0)).seconds
         rows.append({"boards": count, "samples": samples, "chunk": chunk, "seconds": seconds,
                      "idealSeconds": ideal, "overhead": seconds / ideal - 1,
                      "reckonedSeconds": reckoned, "chunkMeansSeconds": means})

@@ -4,8 +4,9 @@ A chunk takes a ticket of a slot, a connection, the files that go there, a launc
 the files that come back, and the looking at them. Connections, files and looking at take processor
 time of the control host, which has a few cores, and bytes share its one link. A slot has two
 tickets: while one runs, the other brings the next chunk, as long as there are chunks enough for all
-boards. A board is lost now and then, and what it was at is done again elsewhere after somebody has
-noticed; some boards are slow.
+boards, and runs it once the device is free: what the board makes of the dumps of one goes on beside
+the next. Boards that are one machine with the control host share its cores. A board is lost now and
+then, and what it was at is done again elsewhere after somebody has noticed; some boards are slow.
 
 All times are in seconds, all sizes in bytes.
 """
@@ -22,7 +23,7 @@ class Costs:
     connect_wait: float = 0.02  # of the network and the board
     launch: float = 0.15        # of the board: processes, loading the model
     sample: float = 0.05        # an inference
-    launch_sample: float = 0    # of the board, an inference: what the launch makes of it
+    launch_sample: float = 0    # of the board, an inference: what the launch makes of its dumps
     look: float = 40e-6         # of the control host, an inference: packing, unpacking, hashing
     sent: float = 150e3         # bytes of an inference's inputs
     fetched: float = 20e3       # bytes of its outputs
@@ -39,6 +40,7 @@ class Fleet:
     hours_to_loss: float = 0.0    # of a board, on average; 0: never
     slow_part: float = 0.0        # of the boards
     slow_factor: float = 3.0
+    are_here: bool = False        # boards of the control host itself
 
 
 class Server:
@@ -109,14 +111,21 @@ def simulate(fleet, costs, seed=1):
             at = link.take(now, size * costs.sent / fleet.link)
             following = "run"
         elif what == "run":
-            time = costs.launch + size * (costs.launch_sample + costs.sample) * speed[board]
-            begin = max(now, free[board])
-            following, at = "fetch", begin + time
+            if free[board] > now:
+                serial += 1
+                heapq.heappush(events, (free[board], serial, board, "run", size))
+                continue
+            begin = cpu.take(now, costs.launch) if fleet.are_here else now + costs.launch
+            following, at = "dumps", begin + size * costs.sample * speed[board]
             if fleet.hours_to_loss:
                 loss = rng.expovariate(1 / (3600 * fleet.hours_to_loss))
-                if loss < time:
-                    following, at = "lost", begin + loss + costs.notice
+                if now + loss < at:
+                    following, at = "lost", now + loss + costs.notice
             free[board] = at
+        elif what == "dumps":
+            time = size * costs.launch_sample * speed[board]
+            at = cpu.take(now, time) if fleet.are_here else now + time
+            following = "fetch"
         elif what == "fetch":
             at = link.take(now, size * costs.fetched / fleet.link)
             following = "look"
