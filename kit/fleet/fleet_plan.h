@@ -3,12 +3,11 @@
 //     FLEET/plan.json      FleetPlan, written once
 //     FLEET/model.json     the description of the model
 //     FLEET/inputs.jsonl   a line an inference: a SampleRecord that was not run, as the one of a
-//     run in
-//                          one piece begins
+//                          run in one piece begins
 //     FLEET/paths.txt      a line an input of an inference, in their order: the file, from the root
-//     on,
-//                          byte for byte, which JSON cannot hold of every name
+//                          on, byte for byte, which JSON cannot hold of every name
 //     FLEET/journal/       what happened                             kit/fleet/journal.h
+//     FLEET/sockets        where the sockets of a run lie, while it runs
 //     FLEET/chunks/C/A/    the run directory of attempt A at chunk C, whole
 //     FLEET/cross/B/A/     the same of the cross-check on board B
 #ifndef VORN_KIT_FLEET_FLEET_PLAN_H_

@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <map>
 #include <set>
+#include <string_view>
 
 #include "kit/common/file_place.h"
 #include "kit/common/folder_lock.h"
@@ -55,6 +57,8 @@ std::vector<Board> ReadKeptBoards(const std::string& path) {
 }
 
 constexpr const char* kBoardsFile = "boards.json";
+constexpr const char* kSocketsFile = "sockets";
+constexpr std::string_view kSocketsPattern = "/tmp/vorn-fleet.XXXXXX";
 constexpr size_t kMostTold = 10;
 
 JournalRecord NoteOf(JournalEvent event, const std::string& board, std::optional<uint64_t> chunk,
@@ -212,19 +216,23 @@ class Verifier {
 
 // ---- Rounds -------------------------------------------------------------------------------------
 
-// A folder for sockets, whose paths have to be short.
+// A folder for sockets, whose paths have to be short. The fleet, whose lock is held, knows where it
+// is: that of a run that was killed is removed with the next one's.
 class SocketsFolder {
  public:
-  SocketsFolder() {
-    std::string path = "/tmp/vorn-fleet.XXXXXX";
+  explicit SocketsFolder(const std::string& fleet) : note_(fleet + "/" + kSocketsFile) {
+    RemoveThatOfBefore();
+    std::string path(kSocketsPattern);
     if (mkdtemp(path.data()) == nullptr) {
       throw Fault(ExitStatus::kLimit, "cannot make a folder in /tmp: " + SystemReason(errno));
     }
     path_ = path;
+    WriteWholeFile(note_, path_ + "\n");
   }
   ~SocketsFolder() {
     try {
       RemoveTree(path_);
+      RemoveTree(note_);
     } catch (const Fault&) {
       // It is empty but for sockets that nobody listens at.
     }
@@ -234,6 +242,23 @@ class SocketsFolder {
   [[nodiscard]] const std::string& Path() const { return path_; }
 
  private:
+  // Nothing else is removed, whatever stands in the note, and whoever wrote it.
+  void RemoveThatOfBefore() const {
+    std::string path = ReadFrom(note_, 0, kSocketsPattern.size() + 1);
+    if (path.empty() || path.back() != '\n') return;
+    path.pop_back();
+    const size_t front = kSocketsPattern.find('X');
+    struct stat about {};
+    const bool isOne = path.size() == kSocketsPattern.size() &&
+                       path.starts_with(kSocketsPattern.substr(0, front)) &&
+                       std::all_of(path.begin() + static_cast<ptrdiff_t>(front), path.end(),
+                                   [](unsigned char c) { return std::isalnum(c) != 0; }) &&
+                       lstat(path.c_str(), &about) == 0 && S_ISDIR(about.st_mode) &&
+                       about.st_uid == geteuid();
+    if (isOne) RemoveTree(path);
+  }
+
+  std::string note_;
   std::string path_;
 };
 
@@ -284,8 +309,9 @@ class FleetRun {
     } else if (IsThere(kept)) {
       boards_ = ReadKeptBoards(kept);
     } else {
-      throw Fault(ExitStatus::kUsage,
-                  Quoted(fleet_) + " was not run yet; name a file of boards with --boards");
+      throw Fault(
+          ExitStatus::kUsage,
+          Quoted(fleet_) + " holds no boards of a run before; name a file of boards with --boards");
     }
     if (!request_.isResumed) HoldToFirstRun(fleet_);
   }
@@ -398,7 +424,7 @@ class FleetRun {
   Console& console_;
   FleetProgress progress_{fleet_, plan_, "board", console_};
   StopSignals signals_;
-  SocketsFolder sockets_;
+  SocketsFolder sockets_{fleet_};
   std::vector<Board> boards_;
 };
 

@@ -588,12 +588,34 @@ TEST_F(FleetOnBoards, AreLeftByNobodyAndGoOnWhenTheControlIsKilled) {
   }
   AwaitNobodyOnBoards();
   OpenGates();
+  std::string sockets = support::ReadFile(Path("fleet/sockets"));
+  sockets.pop_back();  // the line's end
+  EXPECT_TRUE(fs::exists(sockets));
   const Outcome outcome = Resume();
   EXPECT_EQ(outcome.status, 0) << outcome.Describe();
   EXPECT_EQ(Outputs(), kinds_);
   EXPECT_THAT(DoneChunks(), ElementsAre(0, 1));
   EXPECT_THAT(JobsOn("b1"), IsEmpty());
   ExpectWhatTheSchemasSay();
+  EXPECT_FALSE(fs::exists(sockets));
+  EXPECT_FALSE(fs::exists(Path("fleet/sockets")));
+}
+
+TEST_F(FleetOnBoards, RemoveNothingThatIsNoFolderOfSockets) {
+  Samples("a");
+  ASSERT_EQ(Plan().status, 0);
+  StartWithTools(1);
+  support::TempDir stranger;  // in /tmp as well
+  support::WriteFile(stranger.Path() / "kept", "kept");
+  const fs::path link =
+      "/tmp/vorn-fleet.aaaa" + stranger.Path().string().substr(stranger.Path().string().size() - 2);
+  fs::create_directory_symlink(stranger.Path(), link);
+  for (const std::string& path : {stranger.Path().string(), link.string()}) {
+    support::WriteFile(Path("fleet/sockets"), path + "\n");
+    (void)Resume();
+    EXPECT_TRUE(fs::exists(stranger.Path() / "kept")) << path;
+  }
+  fs::remove(link);
 }
 
 TEST_F(FleetOnBoards, DoAnewWhatWasDamagedMeanwhile) {
@@ -1057,7 +1079,8 @@ TEST_F(Fleet, SaysWhatToDoWithoutTheBoardsOfBefore) {
   ASSERT_EQ(Plan().status, 0);
   Outcome outcome = Run({"resume", "fleet"});
   EXPECT_EQ(outcome.status, 2) << outcome.Describe();
-  EXPECT_THAT(outcome.err, HasSubstr("was not run yet; name a file of boards with --boards"));
+  EXPECT_THAT(outcome.err,
+              HasSubstr("holds no boards of a run before; name a file of boards with --boards"));
   support::WriteFile(Path("fleet/boards.json"), "{");
   outcome = Run({"resume", "fleet"});
   EXPECT_EQ(outcome.status, 3) << outcome.Describe();
@@ -1076,7 +1099,7 @@ TEST_F(Fleet, RefusesBoardsBeforeAnythingIsTouched) {
   EXPECT_THAT(outcome.err, HasSubstr("bad.json: boards[0].host: takes "));
   outcome = Run({"resume", "fleet"});
   EXPECT_EQ(outcome.status, 2) << outcome.Describe();
-  EXPECT_THAT(outcome.err, HasSubstr("was not run yet"));
+  EXPECT_THAT(outcome.err, HasSubstr("holds no boards"));
 }
 
 }  // namespace
