@@ -3,6 +3,7 @@
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <deque>
 #include <functional>
 
 #include "kit/common/command_line.h"
@@ -454,7 +455,7 @@ ExitStatus List(const Arguments& arguments) {
   const Ledger ledger = ReadLedger(arguments);
   const bool isJson = arguments.Has("json");
   const uint64_t last = arguments.GetNumber("last", kMostRuns, 1, kMostRuns);
-  std::vector<RunEntry> runs;
+  std::deque<RunEntry> latest;
   RunTable table;
   size_t count = 0;
   const auto show = [&](const RunEntry& run) {
@@ -471,14 +472,14 @@ ExitStatus List(const Arguments& arguments) {
   const RunDetail detail = areAllNeeded ? RunDetail::kAll : RunDetail::kTable;
   ledger.ForEach(SpanOf(arguments), detail, [&](RunEntry& run) {
     if (!choice.IsMeant(run)) return;
-    if (isCut) {
-      runs.push_back(std::move(run));
-    } else {
+    if (!isCut) {
       show(run);
+      return;
     }
+    latest.push_back(std::move(run));
+    if (latest.size() > last) latest.pop_front();
   });
-  const size_t from = runs.size() > last ? runs.size() - static_cast<size_t>(last) : 0;
-  for (size_t i = from; i < runs.size(); ++i) show(runs[i]);
+  for (const RunEntry& run : latest) show(run);
   if (!isJson && !arguments.Has("quiet")) {
     if (count > 0) Print(table.Text());
     std::fprintf(stderr, "vorn history: %s\n", Counted(count, "run").c_str());
