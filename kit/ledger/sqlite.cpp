@@ -207,7 +207,7 @@ void Database::Refuse(int result) const {
       throw Fault(ExitStatus::kLimit, name + " was held by another process for 10 s; try again");
     case SQLITE_FULL:
       throw Fault(ExitStatus::kLimit,
-                  name + " cannot grow, the disk is full; it is as it was before");
+                  name + " cannot grow, the disk is full; what was written before stays");
     case SQLITE_READONLY:
     case SQLITE_PERM:
     case SQLITE_AUTH:
@@ -216,7 +216,7 @@ void Database::Refuse(int result) const {
       throw Fault(ExitStatus::kLimit, name + " cannot be opened: " + reason);
     case SQLITE_IOERR:
       throw Fault(ExitStatus::kLimit,
-                  name + " cannot be read or written: " + reason + "; it is as it was before");
+                  name + " cannot be read or written: " + reason + "; what was written before stays");
     default:
       throw std::logic_error("SQLite: " + std::string(sqlite3_errstr(result)));
   }
