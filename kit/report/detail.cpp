@@ -41,18 +41,24 @@ bool IsWorse(const DetailChoice& one, const DetailChoice& other) {
   return one.rmse > other.rmse;
 }
 
-// The worst sample of each kind of fault first: many that are alike would hide a rarer one.
-void PutKindsFirst(const ReportOutput& output, std::vector<DetailChoice>& choices) {
-  auto end = choices.begin();
-  for (const FaultKind& kind : FaultKindsOf(output)) {
-    const auto worst = std::find_if(end, choices.end(), [&](const DetailChoice& choice) {
-      return std::binary_search(kind.samples.begin(), kind.samples.end(), choice.sample);
+// The worst sample of each kind of fault, then the next one of each: many that are alike would hide
+// the others. What has no kind that is told is one more.
+void TakeKindsByTurns(const ReportOutput& output, std::vector<DetailChoice>& choices) {
+  std::vector<FaultKind> kinds = FaultKindsOf(output);
+  std::vector<std::vector<DetailChoice>> groups(kinds.size() + 1);
+  for (const DetailChoice& choice : choices) {
+    const auto kind = std::find_if(kinds.begin(), kinds.end(), [&](const FaultKind& one) {
+      return std::binary_search(one.samples.begin(), one.samples.end(), choice.sample);
     });
-    if (worst == choices.end()) continue;
-    std::rotate(end, worst, worst + 1);
-    ++end;
+    groups[static_cast<size_t>(kind - kinds.begin())].push_back(choice);
   }
-  std::stable_sort(choices.begin(), end, IsWorse);
+  choices.clear();
+  for (size_t turn = 0; !groups.empty(); ++turn) {
+    std::erase_if(groups, [&](const auto& group) { return group.size() <= turn; });
+    const size_t begin = choices.size();
+    for (const auto& group : groups) choices.push_back(group[turn]);
+    std::stable_sort(choices.begin() + static_cast<ptrdiff_t>(begin), choices.end(), IsWorse);
+  }
 }
 
 std::vector<DetailChoice> ChoicesOf(const ReportOutput& output, size_t place, bool areWrong) {
@@ -76,7 +82,7 @@ std::vector<DetailChoice> ChoicesOf(const ReportOutput& output, size_t place, bo
     }
   }
   std::stable_sort(choices.begin(), choices.end(), IsWorse);
-  if (areWrong) PutKindsFirst(output, choices);
+  if (areWrong) TakeKindsByTurns(output, choices);
   return choices;
 }
 
@@ -199,6 +205,21 @@ struct OpenPair {
 
 // ---- What is shown of a pair --------------------------------------------------------------------
 
+// Of the last value of the five there may be more classes than have room: which of them would stand
+// there is chance, and so it is of classes that have nothing. They are one entry.
+void FoldEqual(std::span<const float> values, std::vector<ReportLabel>& labels) {
+  if (labels.empty()) return;
+  const double last = labels.back().value;
+  const auto isLast = [&](double value) { return value == last; };
+  const auto all = static_cast<uint64_t>(std::count_if(values.begin(), values.end(), isLast));
+  const auto first = std::find_if(labels.begin(), labels.end(),
+                                  [&](const ReportLabel& label) { return isLast(label.value); });
+  const auto listed = static_cast<uint64_t>(labels.end() - first);
+  if (all == listed && (last != 0 || all == 1)) return;
+  first->sharing = all;
+  labels.erase(first + 1, labels.end());
+}
+
 std::vector<ReportLabel> TopOf(std::span<const float> values, std::span<const float> others) {
   TopFive top;
   for (size_t i = 0; i < values.size(); ++i) top.Take(values[i], i);
@@ -208,6 +229,7 @@ std::vector<ReportLabel> TopOf(std::span<const float> values, std::span<const fl
     labels.push_back(
         {label, static_cast<double>(values[label]), static_cast<double>(others[label])});
   }
+  FoldEqual(values, labels);
   return labels;
 }
 
@@ -480,7 +502,7 @@ class DetailMaker {
     if (std::isnan(judged) || std::isnan(found)) return;
     if (std::abs(found - judged) <= kSlack * std::max(found, judged)) return;
     Stop("its files are no longer those that were judged: their RMSE is " + std::to_string(found) +
-         ", and was " + std::to_string(judged) + "; judge the run again");
+         ", and was " + std::to_string(judged) + "; vorn judge makes a verdict on what is there now");
   }
 
   // ---- Pictures ---------------------------------------------------------------------------------
@@ -637,12 +659,8 @@ std::string DetailsRule(const ReportJudgement& judgement) {
   if (!IsAnyWrong(judgement)) {
     return "Nothing is wrong; these are the samples with the greatest RMSE.";
   }
-  const bool isAnyNotFinite =
-      std::any_of(judgement.outputs.begin(), judgement.outputs.end(),
-                  [](const ReportOutput& output) { return !output.columns.notFinite.empty(); });
   const std::string which =
-      std::string("of each wrong output the worst sample of each kind of fault, then those ") +
-      (isAnyNotFinite ? "with NaN or infinities and those " : "") + "with the greatest RMSE.";
+      "of each wrong output the worst sample of each kind of fault, then the next worst of each.";
   return FirstInside(judgement) ? "The first tensor that is wrong, then " + which
                                 : "O" + which.substr(1);
 }

@@ -21,9 +21,10 @@ struct DetailChoice {
   uint64_t notFinite = 0;       ///< elements that are wrong by a NaN or an infinity
 };
 
-/// At most `most`: wrong outputs by turns, of each first the samples in which a NaN or an infinity
-/// stands that was not expected, then those with the greatest RMSE; where tensors inside were
-/// compared, the first that is wrong comes before all others. Of a verdict without a wrong sample
+/// At most `most`: wrong outputs by turns, of each the kinds of fault by turns, of each kind first
+/// the samples in which a NaN or an infinity stands that was not expected, then those with the
+/// greatest RMSE; where tensors inside were compared, the first that is wrong comes before all
+/// others. Of a verdict without a wrong sample
 /// those with the greatest difference, `kMostRightDetails` at most.
 [[nodiscard]] std::vector<DetailChoice> ChooseDetails(const ReportJudgement& judgement,
                                                       size_t most);

@@ -323,7 +323,10 @@ Json EnvelopeJson(const ReportEnvelope& envelope) {
 }
 
 Json LabelJson(const ReportLabel& label) {
-  return Json::Object({{"label", label.label}, {"value", label.value}, {"other", label.other}});
+  Json json =
+      Json::Object({{"label", label.label}, {"value", label.value}, {"other", label.other}});
+  if (label.sharing > 1) json.Set("sharing", label.sharing);
+  return json;
 }
 
 Json BoxJson(const ReportBox& box) {

@@ -277,6 +277,7 @@ Html HeatmapsOf(const ReportDetail& detail) {
 
 // Where the class that is expected at a place has the value of the one that stands there.
 bool IsTied(const ReportDetail& detail, size_t place) {
+  if (detail.expectedTop[place].sharing > 1) return true;  // one of them may be it
   return detail.expectedTop[place].other == detail.actualTop[place].value;
 }
 
@@ -284,6 +285,30 @@ bool HasEqualValues(const std::vector<ReportLabel>& top) {
   return std::adjacent_find(top.begin(), top.end(), [](const auto& one, const auto& other) {
            return one.value == other.value;
          }) != top.end();
+}
+
+bool IsEqualTo(const std::vector<ReportLabel>& top, size_t place, size_t other) {
+  return other < top.size() && top[place].value == top[other].value;
+}
+
+// A class and its value; of classes that have it together how many they are.
+void AddLabelCells(const std::vector<ReportLabel>& top, size_t place, Table::Row& row) {
+  if (place >= top.size()) {
+    row.cells.insert(row.cells.end(), 2, Cell{});
+    return;
+  }
+  const ReportLabel& label = top[place];
+  const std::string value = NumberText(label.value);
+  if (label.sharing > 1) {
+    row.cells.push_back(
+        {Text(CountText(label.sharing) + (place == 0 ? " classes" : " others")), {}});
+    row.cells.push_back({Text(value + " each"), label.value});
+    return;
+  }
+  const bool isTied =
+      IsEqualTo(top, place, place + 1) || (place > 0 && IsEqualTo(top, place, place - 1));
+  row.cells.push_back(CountCell(label.label));
+  row.cells.push_back({Text(value + (isTied ? ", equal" : "")), label.value});
 }
 
 Html LabelTable(const ReportDetail& detail) {
@@ -302,8 +327,7 @@ Html LabelTable(const ReportDetail& detail) {
     Table::Row row;
     row.cells.push_back(CountCell(i + 1));
     for (const auto* side : {&detail.expectedTop, &detail.actualTop}) {
-      row.cells.push_back(i < side->size() ? CountCell((*side)[i].label) : Cell{});
-      row.cells.push_back(i < side->size() ? NumberCell((*side)[i].value) : Cell{});
+      AddLabelCells(*side, i, row);
     }
     row.isBad = i < detail.actualTop.size() && i < detail.expectedTop.size() &&
                 detail.actualTop[i].label != detail.expectedTop[i].label && !IsTied(detail, i);
@@ -311,7 +335,8 @@ Html LabelTable(const ReportDetail& detail) {
   }
   const bool isAnyTied = HasEqualValues(detail.actualTop) || HasEqualValues(detail.expectedTop);
   return Draw(table) +
-         (isAnyTied ? Note(Text("Classes of equal values stand in the order of their numbers."))
+         (isAnyTied ? Note(Text("Classes of equal values share their places; they stand in the "
+                                "order of their numbers."))
                     : Html());
 }
 

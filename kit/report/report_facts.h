@@ -344,6 +344,8 @@ struct ReportLabel {
   uint64_t label = 0;  ///< number of the class
   double value = 0;
   double other = 0;  ///< of the other side
+  /// Where it stands for several: how many classes have the value, of which it is the first.
+  uint64_t sharing = 1;
 };
 
 /// One output of one sample, with all that is worth looking at.

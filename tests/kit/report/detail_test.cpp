@@ -55,23 +55,21 @@ TEST(ChooseDetails, TakesSamplesWithNanBeforeOthers) {
   ReportJudgement judgement;
   judgement.outputs = {Output("a", {1, 0, 9, 0}, {1, 1, 1, 1})};
   EXPECT_EQ(DetailsRule(judgement),
-            "Of each wrong output the worst sample of each kind of fault, then those with the "
-            "greatest RMSE.");
+            "Of each wrong output the worst sample of each kind of fault, then the next worst of "
+            "each.");
   judgement.outputs[0].columns.notFinite = {0, 1, 0, 3};
   EXPECT_THAT(Chosen(judgement, 8), ElementsAre(Pair(0, 30), Pair(0, 10), Pair(0, 20), Pair(0, 0)));
-  EXPECT_EQ(DetailsRule(judgement),
-            "Of each wrong output the worst sample of each kind of fault, then those with NaN or "
-            "infinities and those with the greatest RMSE.");
 }
 
-// Nine of one kind would leave no room for the one of another.
-TEST(ChooseDetails, TakesOneOfEachKindOfFaultBeforeMoreOfAny) {
+// Nine of one kind would leave no room for those of another.
+TEST(ChooseDetails, TakesKindsOfFaultByTurns) {
   ReportJudgement judgement;
   judgement.outputs = {Output("a", {5, 6, 7, 1, 2}, {1, 1, 1, 1, 1})};
   auto& wrong = judgement.outputs[0].wrong;
   for (const uint64_t sample : {0, 10, 20}) wrong.push_back({sample, {}, {{"stale", "", 1}}});
   for (const uint64_t sample : {30, 40}) wrong.push_back({sample, {}, {}});
-  EXPECT_THAT(Chosen(judgement, 3), ElementsAre(Pair(0, 20), Pair(0, 40), Pair(0, 10)));
+  EXPECT_THAT(Chosen(judgement, 5),
+              ElementsAre(Pair(0, 20), Pair(0, 40), Pair(0, 10), Pair(0, 30), Pair(0, 0)));
 }
 
 TEST(ChooseDetails, BeginsWhereTheDifferenceDoes) {
@@ -169,6 +167,19 @@ TEST_F(DetailTest, ShowsTheFirstClassesOfBothSides) {
     isConfused = isConfused || (pair.expectedClass == 3 && pair.actualClass == 0);
   }
   EXPECT_TRUE(isConfused);
+}
+
+// Of classes that have nothing none is among the first.
+TEST_F(DetailTest, NamesNoClassOfManyThatShareAValue) {
+  run_ = MadeRun(run_.folder);
+  reference_ = MadeRun(reference_.folder);
+  run_.samples[3] = {1, 0, 0, 0};
+  Judge();
+  const ReportDetail detail = Only(run_.folder.string());
+  ASSERT_THAT(detail.actualTop, SizeIs(2));
+  EXPECT_EQ(detail.actualTop[0].sharing, 1U);
+  EXPECT_EQ(detail.actualTop[1].sharing, 3U);
+  EXPECT_EQ(detail.actualTop[1].value, 0);
 }
 
 TEST_F(DetailTest, SaysWhereADumpIsGone) {

@@ -74,7 +74,7 @@ ReportDetail Detail() {
   map.difference = {0, NAN};
   detail.heatmaps = {map};
   detail.worst = {{7, 3, "[0]", NAN, 1}};
-  detail.actualTop = {{3, 0.5}};
+  detail.actualTop = {{3, 0.5}, {0, 0, 0.1, 9}};
   detail.expectedTop = {{4, 0.6}};
   detail.actualBoxes = {{0, 0, 0.5, 1, 2, 0.9}};
   detail.mask = ReportMask{1, 1, {2}, {3}};

@@ -262,12 +262,25 @@ TEST(ReportPage, CallsNoClassWrongThatEqualValuesDecide) {
   detail.expectedTop = {{7, 0.5, 0.5}, {3, 0.5, 0.5}};
   detail.actualTop = {{3, 0.5}, {7, 0.5}};
   const std::string tied = ReportPage(facts);
-  EXPECT_THAT(tied, HasSubstr("Classes of equal values stand in the order of their numbers."));
+  EXPECT_THAT(tied, HasSubstr("Classes of equal values share their places; they stand in the "));
+  EXPECT_THAT(tied, HasSubstr(">0.5, equal<"));
   detail.actualTop = {{3, 0.6}, {7, 0.4}};
   detail.expectedTop = {{7, 0.5, 0.4}, {3, 0.5, 0.6}};
   // Two rows more, of which each has another class.
   EXPECT_EQ(CountOf(ReportPage(facts), "<tr class=\"bad\">"),
             CountOf(tied, "<tr class=\"bad\">") + 2);
+}
+
+// Which of nine classes that have nothing would be second is chance.
+TEST(ReportPage, ListsNoClassesThatShareOneValue) {
+  ReportFacts facts = MadeWrongRun();
+  ReportDetail& detail = facts.runs[0].details[0];
+  detail.expectedTop = {{3, 1, 1}, {6, 1e-6, 0}};
+  detail.actualTop = {{3, 1}, {0, 0, 0, 9}};
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page, HasSubstr(">9 others<"));
+  EXPECT_THAT(page, HasSubstr(">0 each<"));
+  EXPECT_THAT(page, Not(HasSubstr("Classes of equal values")));
 }
 
 TEST(ReportPage, OfNothingButARunSaysWhatThereIs) {
