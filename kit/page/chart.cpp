@@ -1,8 +1,10 @@
 #include "kit/page/chart.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 #include "kit/page/table.h"
@@ -319,20 +321,82 @@ Html YTicks(const Scale& scale, const ChartAxis& axis, const Unit& unit, unsigne
   return html;
 }
 
-Html XTicks(const Scale& scale, const ChartAxis& axis, const Unit& unit) {
-  Html html;
-  for (const double tick : TicksOf(scale, unit, 5)) {
-    const double share = scale.At(tick);
-    const std::string at = Percent(share);
-    html += Element("line", {{"class", "grid"}, {"x1", at}, {"x2", at}, {"y2", "100%"}});
+// A tick of an axis along the page, and how its text stands by it.
+struct Tick {
+  double share = 0;
+  std::string text;
+  const char* anchor = "middle";
+  const char* kind = nullptr;  ///< style.css hides some where it is narrow; none: no room anywhere
+
+  // Whether two texts have room beside each other in a drawing so wide, in pixels.
+  [[nodiscard]] bool HasRoomBeside(const Tick& other, double width) const {
+    constexpr double kGap = 8;
+    const auto [from, to] = Reach(width);
+    const auto [otherFrom, otherTo] = other.Reach(width);
+    return from >= otherTo + kGap || otherFrom >= to + kGap;
+  }
+
+ private:
+  [[nodiscard]] std::pair<double, double> Reach(double width) const {
+    constexpr double kCharacter = 7.5;  // of 12 pixels, at most what digits take
+    const auto isFirstByte = [](char byte) {
+      return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
+    };
+    const double length =
+        kCharacter * static_cast<double>(std::count_if(text.begin(), text.end(), isFirstByte));
+    const std::string_view how = anchor;
+    const double begin = share * width - (how == "end" ? length : how == "middle" ? length / 2 : 0);
+    return {begin, begin + length};
+  }
+};
+
+// From which width on a text is shown, as style.css has it.
+struct TickWidth {
+  double pixels;
+  const char* kind;
+};
+using TickWidths = std::array<TickWidth, 4>;
+
+// The same drawing stands on a desk and on a phone: what has no room on the narrow one is shown
+// from that width on at which it has, beside those that are shown there already.
+std::vector<Tick> XTicksOf(const Scale& scale, const ChartAxis& axis, const Unit& unit,
+                           double firstEnd, double lastBegin, const TickWidths& widths) {
+  std::vector<Tick> ticks;
+  for (const double at : TicksOf(scale, unit, 5)) {
+    const double share = scale.At(at);
     // At the ends a text must not reach out of a phone's screen.
+    ticks.push_back({.share = share,
+                     .text = TickText(at, axis, unit),
+                     .anchor = share > lastBegin  ? "end"
+                               : share < firstEnd ? "start"
+                                                  : "middle"});
+  }
+  for (const TickWidth& width : widths) {
+    for (Tick& tick : ticks) {
+      const bool hasRoom = std::all_of(ticks.begin(), ticks.end(), [&](const Tick& other) {
+        return other.kind == nullptr || tick.HasRoomBeside(other, width.pixels);
+      });
+      if (tick.kind == nullptr && hasRoom) tick.kind = width.kind;
+    }
+  }
+  return ticks;
+}
+
+Html XTicks(const Scale& scale, const ChartAxis& axis, const Unit& unit) {
+  constexpr TickWidths kWidths{
+      {{200, "tick"}, {270, "tick w1"}, {380, "tick w2"}, {640, "tick w3"}}};
+  Html html;
+  for (const Tick& tick : XTicksOf(scale, axis, unit, -1, 0.97, kWidths)) {
+    const std::string at = Percent(tick.share);
+    html += Element("line", {{"class", "grid"}, {"x1", at}, {"x2", at}, {"y2", "100%"}});
+    if (tick.kind == nullptr) continue;
     html += Element("text",
-                    {{"class", "tick"},
+                    {{"class", tick.kind},
                      {"x", at},
                      {"y", "100%"},
                      {"dy", "1.4em"},
-                     {"text-anchor", share > 0.97 ? "end" : "middle"}},
-                    Text(TickText(tick, axis, unit)));
+                     {"text-anchor", tick.anchor}},
+                    Text(tick.text));
   }
   return html;
 }
@@ -660,19 +724,15 @@ Html Draw(const RowPlot& plot) {
 
   Html ticks;
   Html lines;
-  for (const double tick : TicksOf(scale, unit, 5)) {
-    const double share = scale.At(tick);
-    lines += Element(
-        "line",
-        {{"class", "grid"}, {"x1", Percent(share)}, {"x2", Percent(share)}, {"y2", "100%"}});
+  constexpr TickWidths kWidths{
+      {{100, "tick"}, {135, "tick w1"}, {260, "tick w2"}, {480, "tick w3"}}};
+  for (const Tick& tick : XTicksOf(scale, plot.axis, unit, 0.06, 0.94, kWidths)) {
+    const std::string at = Percent(tick.share);
+    lines += Element("line", {{"class", "grid"}, {"x1", at}, {"x2", at}, {"y2", "100%"}});
+    if (tick.kind == nullptr) continue;
     ticks += Element("text",
-                     {{"class", "tick"},
-                      {"x", Percent(share)},
-                      {"y", "14"},
-                      {"text-anchor", share > 0.94   ? "end"
-                                      : share < 0.06 ? "start"
-                                                     : "middle"}},
-                     Text(TickText(tick, plot.axis, unit)));
+                     {{"class", tick.kind}, {"x", at}, {"y", "14"}, {"text-anchor", tick.anchor}},
+                     Text(tick.text));
   }
   if (plot.reference) {
     const std::string at = Percent(scale.At(*plot.reference));
@@ -694,7 +754,7 @@ Html Draw(const RowPlot& plot) {
       "tr", Element("th", {{"scope", "col"}}, Text(plot.labelTitle)) +
                 Element("th", {{"scope", "col"}, {"class", "drawn"}},
                         Element("span", {{"class", "axis"}}, Text(AxisLabel(plot.axis, unit))) +
-                            RowDrawing(ticks, "row ticks")) +
+                            Element("div", {{"class", "fit"}}, RowDrawing(ticks, "row ticks"))) +
                 Element("th", {{"scope", "col"}, {"class", "n"}}, Text(plot.valueTitle)));
   Html table = Element(
       "table", {{"class", "rows"}},

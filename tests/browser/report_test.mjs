@@ -61,6 +61,30 @@ describe('every page', () => {
       });
     }
 
+    for (const width of [320, 390, 700, 1100]) {
+      test(`${name} has no axis at ${width} points on which texts touch`, async () => {
+        await visit(name, { viewport: { width, height: 700 } }, async (page) => {
+          const touching = await page.evaluate(() => {
+            for (const fold of document.querySelectorAll('details')) fold.open = true;
+            const found = [];
+            for (const drawing of document.querySelectorAll('svg')) {
+              const ticks = [...drawing.querySelectorAll(':scope > .tick:not([text-anchor="end"][x="-6"])')]
+                .map((tick) => ({ text: tick.textContent, box: tick.getBoundingClientRect() }))
+                .filter(({ box }) => box.width > 0);
+              ticks.sort((one, other) => one.box.left - other.box.left);
+              for (let i = 1; i < ticks.length; ++i) {
+                if (ticks[i - 1].box.right + 2 > ticks[i].box.left) {
+                  found.push(`${drawing.querySelector('title')?.textContent}: ${ticks[i - 1].text} and ${ticks[i].text}`);
+                }
+              }
+            }
+            return found;
+          });
+          assert.deepEqual(touching, []);
+        });
+      });
+    }
+
     test(`${name} says its answer without scripts`, async () => {
       await visit(name, { javaScriptEnabled: false }, async (page) => {
         assert.ok((await page.locator('h1').innerText()).length > 0);
@@ -178,6 +202,17 @@ describe('tables', () => {
       await page.locator('.large a', { hasText: /^27$/ }).first().click();
       await page.waitForFunction(() => document.querySelector('#sample-27 details').open);
     });
+  });
+});
+
+describe('a table that is wider than a phone', () => {
+  test('says that it goes on', async () => {
+    const hinted = (page) => page.locator('#outputs .scroll').first().evaluate((box) => box.hasAttribute('data-wider'));
+    await visit('wrong', { viewport: { width: 390, height: 700 } }, async (page) => {
+      await page.waitForFunction(() => document.querySelector('#outputs .scroll[data-wider]'));
+      assert.equal(await hinted(page), true);
+    });
+    await visit('wrong', {}, async (page) => assert.equal(await hinted(page), false));
   });
 });
 

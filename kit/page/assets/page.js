@@ -38,6 +38,19 @@
     });
   }
 
+  // ---- Tables that are wider than their place
+  const wider = new ResizeObserver((entries) => {
+    for (const { target } of entries) {
+      const box = target.closest('.scroll');
+      box.toggleAttribute('data-wider', box.scrollWidth > box.clientWidth + 1);
+    }
+  });
+  const watch = (box) => {
+    wider.observe(box);
+    for (const table of box.children) wider.observe(table);
+  };
+  all('.scroll').forEach(watch);
+
   // ---- Folds
   const openTo = (element) => {
     for (let at = element; at; at = at.parentElement) if (at.tagName === 'DETAILS') at.open = true;
@@ -231,6 +244,7 @@
     const scroll = make('div', { class: 'scroll', tabindex: '0', role: 'group', 'aria-label': data.caption }, table);
     fill();
     place.replaceChildren(tools, scroll);
+    watch(scroll);
   };
   for (const place of all('.large')) large(place);
   // Behind all that makes the page longer or shorter.

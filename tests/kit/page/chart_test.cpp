@@ -59,6 +59,21 @@ TEST(RoundTicks, AreFewWhateverTheRange) {
   EXPECT_LE(RoundTicks(1e15, 1e15 + 1, 5).size(), 24U);
 }
 
+// From 100 µs to 100 ms there are ten, of which a phone has room for some.
+TEST(Draw, TellsWhichTextsOfAnAxisNeedRoom) {
+  Chart chart;
+  chart.id = "c";
+  chart.x = {.quantity = Quantity::kNanoseconds, .isLogarithmic = true, .from = 1e5, .to = 1e8};
+  chart.series = {{.x = {1e5, 1e8}, .y = {1, 2}}};
+  const std::string html = Draw(chart).Bytes();
+  EXPECT_THAT(html, HasSubstr("class=\"tick\" x=\"0%\""));
+  EXPECT_THAT(html, HasSubstr("class=\"tick w3\" x=\"10.03%\""));
+  EXPECT_THAT(html, HasSubstr("class=\"tick w2\" x=\"43.37%\""));
+  // A few whole numbers have room anywhere.
+  chart.x = {.quantity = Quantity::kCount, .from = 0, .to = 4};
+  EXPECT_THAT(Draw(chart).Bytes(), Not(HasSubstr("tick w")));
+}
+
 TEST(Draw, PutsALineWhereItsValuesAre) {
   EXPECT_EQ(PathOf(Draw(ChartOf({0, 5, 10})), "line"), "M0 1000h0L100 500L200 0");
 }
