@@ -30,8 +30,9 @@ std::string DataOf(const Timeline& timeline) {
     return by;
   };
   return "{\"names\":" + Names(timeline.names) + ",\"lanes\":" + Names(timeline.lanes) +
-         ",\"wholeNs\":" + std::to_string(timeline.wholeNs) +
-         ",\"later\":" + Column(timeline, later) +
+         ",\"axis\":" + ToText(Json(timeline.axis)) +
+         ",\"fromNs\":" + std::to_string(timeline.fromNs) +
+         ",\"toNs\":" + std::to_string(timeline.toNs) + ",\"later\":" + Column(timeline, later) +
          ",\"duration\":" + Column(timeline, [](const auto& span) { return span.durationNs; }) +
          ",\"name\":" + Column(timeline, [](const auto& span) { return span.name; }) +
          ",\"lane\":" + Column(timeline, [](const auto& span) { return span.lane; }) +

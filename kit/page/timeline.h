@@ -14,7 +14,7 @@
 namespace vorn::kit {
 
 struct TimelineSpan {
-  uint64_t beginNs = 0;
+  uint64_t beginNs = 0;  ///< on the axis
   uint64_t durationNs = 0;
   uint32_t name = 0;  ///< place in Timeline::names
   uint32_t lane = 0;  ///< place in Timeline::lanes
@@ -29,7 +29,9 @@ struct Timeline {
   std::vector<std::string> names;
   std::vector<std::string> lanes;
   std::vector<TimelineSpan> spans;  ///< by begin
-  uint64_t wholeNs = 0;
+  std::string axis;                 ///< what time counts from: "since the start of the run"
+  uint64_t fromNs = 0;              ///< ends of the axis
+  uint64_t toNs = 0;
 };
 [[nodiscard]] Html Draw(const Timeline& timeline);
 

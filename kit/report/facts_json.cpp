@@ -481,7 +481,7 @@ Json SpansJson(const std::vector<ReportSpan>& spans) {
 }
 
 Json TraceJson(const ReportTrace& trace) {
-  return Json::Object(
+  Json json = Json::Object(
       {{"path", trace.path},
        {"calls", trace.calls},
        {"dropped", trace.dropped},
@@ -495,6 +495,8 @@ Json TraceJson(const ReportTrace& trace) {
        {"memoryBytes", Each(trace.memory, [](const auto& one) { return Json(one.bytes); })},
        {"peakBytes", trace.peakBytes},
        {"leftBytes", trace.leftBytes}});
+  SetKnown(json, "beganNs", trace.beganNs);
+  return json;
 }
 
 // ---- Boards -------------------------------------------------------------------------------------

@@ -10,16 +10,6 @@
 namespace vorn::kit {
 namespace {
 
-std::string DayAndTime(uint64_t realtimeNs) {
-  const auto seconds = static_cast<time_t>(realtimeNs / 1'000'000'000);
-  std::tm moment{};
-  if (gmtime_r(&seconds, &moment) == nullptr) return {};
-  std::array<char, 40> text{};
-  // Digits alone, so that no locale has a say.
-  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &moment);
-  return text.data();
-}
-
 struct Part {
   const char* id;
   const char* title;
@@ -73,6 +63,16 @@ bool HasTimeline(const ReportFacts& facts) {
 }
 
 }  // namespace
+
+std::string DayAndTime(uint64_t realtimeNs) {
+  const auto seconds = static_cast<time_t>(realtimeNs / 1'000'000'000);
+  std::tm moment{};
+  if (gmtime_r(&seconds, &moment) == nullptr) return {};
+  std::array<char, 40> text{};
+  // Digits alone, so that no locale has a say.
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &moment);
+  return text.data();
+}
 
 Tone ToneOf(ReportTone tone) {
   switch (tone) {

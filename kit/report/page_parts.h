@@ -25,6 +25,9 @@ struct RunOnPage {
 [[nodiscard]] Tone ToneOf(ReportTone tone);
 [[nodiscard]] Html VerdictPill(ReportVerdict verdict);
 
+/// "2026-11-23 13:00:12 UTC".
+[[nodiscard]] std::string DayAndTime(uint64_t realtimeNs);
+
 /// Sentences, an item each; nothing of none.
 [[nodiscard]] Html Sentences(const std::vector<std::string>& sentences);
 

@@ -288,7 +288,44 @@ double EndOf(const ReportRun& run) {
   for (const ReportSeries& series : run.times.series) {
     for (const uint64_t start : series.startNs) end = std::max(end, static_cast<double>(start));
   }
+  if (run.trace && run.trace->beganNs) {
+    end = std::max(
+        end, static_cast<double>(*run.trace->beganNs) + static_cast<double>(run.trace->wholeNs));
+  }
   return end;
+}
+
+// What a reader has to know before anything is held against it.
+Html WhatZeroIs(const ReportRun& run) {
+  const bool isFleet = run.fleet || run.facts.fleet;
+  std::string text = std::string("Time counts from the start of the run, when vorn ") +
+                     (isFleet ? "fleet" : "launch") + " began it";
+  if (run.facts.startRealtimeNs > 0) text += " (" + DayAndTime(run.facts.startRealtimeNs) + ")";
+  if (run.trace && run.trace->beganNs) {
+    text += "; vorn-run's process began " + TimeText(static_cast<double>(*run.trace->beganNs)) +
+            " later, and its calls are on the same line of time";
+  }
+  return Note(Text(text + "."));
+}
+
+// The axis of what a trace tells: that of the run, if both clocks tell the same.
+struct TraceAxis {
+  std::string label;
+  uint64_t shiftNs = 0;  ///< of the trace's own moments
+  uint64_t fromNs = 0;
+  uint64_t toNs = 1;
+};
+
+TraceAxis AxisOfTrace(const ReportRun& run) {
+  const ReportTrace& trace = *run.trace;
+  if (!trace.beganNs) {
+    return {"since vorn-run's process began to be traced", 0, 0,
+            std::max<uint64_t>(trace.wholeNs, 1)};
+  }
+  // Where the process began late its calls have the room.
+  const uint64_t began = *trace.beganNs;
+  return {"since the start of the run", began, began > trace.wholeNs ? began : 0,
+          std::max<uint64_t>(began + trace.wholeNs, 1)};
 }
 
 Html TimesOverRun(const RunOnPage& on, double endNs) {
@@ -404,10 +441,11 @@ Html Temperatures(const RunOnPage& on, const ReportMachine& machine, double endN
 
 Html DeviceMemoryChart(const RunOnPage& on, const ReportTrace& trace) {
   if (trace.memory.size() < 2) return {};
+  const TraceAxis axis = AxisOfTrace(on.run);
   ChartSeries series{
       .name = "", .x = {}, .y = {}, .style = ChartSeries::Style::kSteps, .ink = Ink::kThird};
   for (const MemoryMoment& moment : trace.memory) {
-    series.x.push_back(static_cast<double>(moment.monotonicNs));
+    series.x.push_back(static_cast<double>(axis.shiftNs + moment.monotonicNs));
     series.y.push_back(static_cast<double>(moment.bytes));
   }
   Chart chart;
@@ -415,10 +453,10 @@ Html DeviceMemoryChart(const RunOnPage& on, const ReportTrace& trace) {
   chart.title = "Device memory";
   chart.description =
       "Blocks of device memory that were held, at most " + SizeText(trace.peakBytes) + ".";
-  chart.x = {.label = "since the trace began",
+  chart.x = {.label = axis.label,
              .quantity = Quantity::kNanoseconds,
-             .from = 0.0,
-             .to = std::max(static_cast<double>(trace.wholeNs), 1.0)};
+             .from = static_cast<double>(axis.fromNs),
+             .to = static_cast<double>(axis.toNs)};
   chart.y = {.label = "held", .quantity = Quantity::kBytes, .from = 0.0};
   chart.height = 150;
   chart.series = {std::move(series)};
@@ -489,12 +527,15 @@ Html TimelineOf(const RunOnPage& on, const ReportTrace& trace) {
   const std::vector<uint32_t> places = PlacesByTime(trace);
   timeline.names.resize(trace.names.size());
   for (size_t i = 0; i < places.size(); ++i) timeline.names[places[i]] = trace.names[i];
-  timeline.wholeNs = trace.wholeNs;
+  const TraceAxis axis = AxisOfTrace(on.run);
+  timeline.axis = axis.label;
+  timeline.fromNs = axis.fromNs;
+  timeline.toNs = axis.toNs;
   uint32_t lanes = 0;
   for (const ReportSpan& span : trace.spans) {
     lanes = std::max(lanes, span.lane + 1);
-    timeline.spans.push_back({span.beginNs, span.durationNs, places[span.operation], span.lane,
-                              span.calls, span.isFailed || span.isOpen});
+    timeline.spans.push_back({axis.shiftNs + span.beginNs, span.durationNs, places[span.operation],
+                              span.lane, span.calls, span.isFailed || span.isOpen});
   }
   constexpr uint32_t kMostLanes = 16;
   for (TimelineSpan& span : timeline.spans) span.lane = std::min(span.lane, kMostLanes - 1);
@@ -526,7 +567,7 @@ Html MachineOverTimePart(const RunOnPage& on) {
   const bool hasMoments = on.run.machine && !on.run.machine->atNs.empty();
   if (!hasMoments) return {};
   const ReportMachine& machine = *on.run.machine;
-  Html html = TimesOverRun(on, endNs);
+  Html html = WhatZeroIs(on.run) + TimesOverRun(on, endNs);
   html +=
       MomentsChart(on.Id("over-frequency"), "Frequency", "Of the slowest and of the fastest core.",
                    RunAxis(endNs), {.label = "frequency", .quantity = Quantity::kKilohertz},
@@ -550,6 +591,12 @@ Html CallsPart(const RunOnPage& on) {
   Html html = Paragraph(Text(
       CountedText(trace.calls, "call") + " in the " + TimeText(static_cast<double>(trace.wholeNs)) +
       " of vorn-run's process" +
+      (trace.beganNs ? ", which began " + TimeText(static_cast<double>(*trace.beganNs)) +
+                           " after the start of the run" +
+                           (on.run.facts.startRealtimeNs > 0
+                                ? " (" + DayAndTime(on.run.facts.startRealtimeNs) + ")"
+                                : std::string())
+                     : std::string()) +
       (trace.isEnded ? "" : "; the process was not taken down in order") +
       (trace.dropped > 0 ? "; " + CountedText(trace.dropped, "call") + " could not be kept" : "") +
       ". A reading of the clock takes " + TimeText(static_cast<double>(trace.clockNs)) + "."));

@@ -505,7 +505,9 @@ struct ReportTrace {
   uint64_t dropped = 0;  ///< for which there was no room, or that were cut
   uint64_t clockNs = 0;  ///< one reading of the clock
   uint64_t wholeNs = 0;
-  bool isEnded = false;                    ///< the process was taken down in order
+  uint64_t beganRealtimeNs = 0;     ///< when the layer was loaded; 0: not known
+  std::optional<uint64_t> beganNs;  ///< the same since the run's start, where that fits together
+  bool isEnded = false;             ///< the process was taken down in order
   std::vector<OperationTimes> operations;  ///< the largest total first
   std::vector<std::string> names;          ///< of operations, for spans
   std::vector<ReportSpan> spans;           ///< by begin

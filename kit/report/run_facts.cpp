@@ -363,6 +363,7 @@ class Gathering {
                     "makes none");
     }
     Try([&] { run_.trace = ReadTraceFacts(File(kTraceFile)); });
+    if (run_.trace) run_.trace->beganNs = SinceStartOf(run_.facts, *run_.trace);
   }
 
   void TakeFindings() {

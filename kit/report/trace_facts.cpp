@@ -153,6 +153,7 @@ ReportTrace FactsOfTrace(const TraceFile& file, const std::string& path, size_t 
   trace.dropped = file.dropped + file.cut;
   trace.clockNs = file.clockNs;
   trace.wholeNs = After(file.monotonicNs, end);
+  trace.beganRealtimeNs = file.realtimeNs;
   trace.isEnded = file.endedNs.has_value();
   trace.operations = TimesByOperation(file);
   trace.names = file.operations;
@@ -170,6 +171,14 @@ ReportTrace FactsOfTrace(const TraceFile& file, const std::string& path, size_t 
   trace.leftBytes = memory.leftBytes;
   trace.memory = ThinnedOut(MemoryOverTime(file), file.monotonicNs);
   return trace;
+}
+
+std::optional<uint64_t> SinceStartOf(const RunFacts& run, const ReportTrace& trace) {
+  constexpr uint64_t kMostTimesWhole = 20;
+  if (run.startRealtimeNs == 0 || trace.beganRealtimeNs < run.startRealtimeNs) return std::nullopt;
+  if (run.endRealtimeNs && trace.beganRealtimeNs > *run.endRealtimeNs) return std::nullopt;
+  const uint64_t began = trace.beganRealtimeNs - run.startRealtimeNs;
+  return began / kMostTimesWhole > trace.wholeNs ? std::nullopt : std::optional(began);
 }
 
 ReportTrace ReadTraceFacts(const std::string& path) {

@@ -18,6 +18,11 @@ namespace vorn::kit {
 /// to be drawn.
 [[nodiscard]] ReportTrace ReadTraceFacts(const std::string& path);
 
+/// When a trace began, since the start of the run: empty where the clocks do not tell one line of
+/// time, and where the run rested so long before, to be gone on with, that the trace would be
+/// nothing beside that.
+[[nodiscard]] std::optional<uint64_t> SinceStartOf(const RunFacts& run, const ReportTrace& trace);
+
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_REPORT_TRACE_FACTS_H_

@@ -256,7 +256,7 @@ describe('the timeline', () => {
       await page.keyboard.press('0');
       assert.equal(await width(page), whole);
       await page.keyboard.press('n');
-      assert.match(await page.locator('.timeline .told').innerText(), /^vorn_mdl_load_from_mem: 1\.7 s, at 300 ms/);
+      assert.match(await page.locator('.timeline .told').innerText(), /^vorn_mdl_load_from_mem: 1\.7 s, at 340 ms/);
     });
   });
 

@@ -13,6 +13,13 @@
     const [unit, factor] = ns >= 1e9 ? ['s', 1e9] : ns >= 1e6 ? ['ms', 1e6] : ns >= 1e3 ? ['µs', 1e3] : ['ns', 1];
     return Number((ns / factor).toPrecision(4)) + ' ' + unit;
   };
+  // As many digits as tell ticks apart that are `step` from each other.
+  const tickText = (ns, step) => {
+    if (ns === 0) return '0';
+    const [unit, factor] = ns >= 1e9 ? ['s', 1e9] : ns >= 1e6 ? ['ms', 1e6] : ns >= 1e3 ? ['µs', 1e3] : ['ns', 1];
+    const digits = step > 0 ? Math.min(Math.max(Math.ceil(-Math.log10(step / factor) - 1e-9), 0), 9) : 0;
+    return (ns / factor).toFixed(digits) + ' ' + unit;
+  };
   // As many hues as there are common operations; far apart, and light or dark with the theme.
   const hues = [212, 28, 160, 285, 0, 50, 190, 330, 95, 250];
 
@@ -21,7 +28,8 @@
     const count = data.later.length;
     const begin = new Float64Array(count);
     for (let i = 0, at = 0; i < count; ++i) begin[i] = at += data.later[i];
-    const whole = Math.max(data.wholeNs, count ? begin[count - 1] + data.duration[count - 1] : 0, 1);
+    const first = data.fromNs;
+    const last = Math.max(data.toNs, count ? begin[count - 1] + data.duration[count - 1] : 0, first + 1);
     const lanes = Math.max(data.lanes.length, 1);
     const kLane = 34;
     // Of each lane its spans, by begin.
@@ -94,14 +102,16 @@
       'aria-label': 'Timeline of calls. Arrow keys move, plus and minus zoom, zero shows all, N and P go to the next and the previous call.' });
     const options = {
       width: 600,
-      height: lanes * kLane + 50,
+      height: lanes * kLane + 34,
       legend: { show: false },
       cursor: { y: false, points: { show: false }, drag: { x: true, y: false, dist: 4 } },
-      scales: { x: { time: false, min: 0, max: whole }, y: { range: [0, 1] } },
+      scales: { x: { time: false, min: first, max: last }, y: { range: [0, 1] } },
       axes: [
         { stroke: () => css('--quiet'), grid: { stroke: () => css('--line') }, ticks: { stroke: () => css('--line') },
-          values: (_, values) => values.map((v) => (v < 0 ? '' : timeText(v))), space: 90 },
-        { show: false },
+          values: (_, values) => values.map((v, i) => tickText(v, values[i ? i : 1] - values[i ? i - 1 : 0])), space: 90, size: 28 },
+        // Names of threads where there are several.
+        { show: lanes > 1, stroke: () => css('--quiet'), grid: { show: false }, ticks: { show: false }, size: 92,
+          splits: () => spans.map((_, l) => 1 - (l + 0.5) / lanes), values: () => data.lanes },
       ],
       series: [{}, { show: true, paths: () => null, points: { show: false } }],
       hooks: {
@@ -120,10 +130,10 @@
         }],
       },
     };
-    const plot = new uPlot(options, [[0, whole], [0, 1]], stage);
+    const plot = new uPlot(options, [[first, last], [0, 1]], stage);
     const show = (min, max) => {
-      const width = Math.min(Math.max(max - min, 100), whole);
-      const from = Math.min(Math.max(min, 0), whole - width);
+      const width = Math.min(Math.max(max - min, 100), last - first);
+      const from = Math.min(Math.max(min, first), last - width);
       plot.setScale('x', { min: from, max: from + width });
     };
     const zoom = (factor, at) => {
@@ -145,7 +155,7 @@
       else plot.redraw();
     };
     const keys = {
-      '+': () => zoom(0.5), '=': () => zoom(0.5), '-': () => zoom(2), 0: () => show(0, whole),
+      '+': () => zoom(0.5), '=': () => zoom(0.5), '-': () => zoom(2), 0: () => show(first, last),
       ArrowLeft: () => move(-0.2), ArrowRight: () => move(0.2), Home: () => move(-1e9), End: () => move(1e9),
       n: () => step(1), p: () => step(-1),
     };
@@ -161,7 +171,7 @@
       event.preventDefault();
       zoom((event.deltaY || event.deltaX) < 0 ? 0.7 : 1 / 0.7, plot.posToVal(event.offsetX, 'x'));
     }, { passive: false });
-    plot.over.addEventListener('dblclick', () => show(0, whole));
+    plot.over.addEventListener('dblclick', () => show(first, last));
 
     const button = (text, label, act) => {
       const element = make('button', { type: 'button', class: 'button', 'aria-label': label }, text);
@@ -171,7 +181,7 @@
     const tools = make('div', { class: 'tools' },
       button('+', 'Zoom in', () => zoom(0.5)), button('−', 'Zoom out', () => zoom(2)),
       button('◀', 'Earlier', () => move(-0.5)), button('▶', 'Later', () => move(0.5)),
-      button('All', 'Show all', () => show(0, whole)),
+      button('All', 'Show all', () => show(first, last)),
       make('span', {}, 'Drag to zoom in; with Ctrl or Shift the wheel zooms.'));
     const key = make('ul', { class: 'key' });
     const paint = () => {
@@ -188,6 +198,7 @@
       }
       plot.redraw();
     };
+    stage.append(make('div', { class: 'axis x' }, data.axis));
     place.querySelector('.fallback').replaceWith(tools, key, stage, told);
     const fit = () => plot.setSize({ width: Math.max(stage.clientWidth - 14, 200), height: options.height });
     new ResizeObserver(fit).observe(stage);
@@ -195,7 +206,7 @@
     matchMedia('(prefers-color-scheme: dark)').addEventListener('change', paint);
     fit();
     paint();
-    show(0, whole);
+    show(first, last);
   };
   for (const place of document.querySelectorAll('.timeline')) draw(place);
 })();

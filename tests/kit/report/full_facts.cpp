@@ -119,6 +119,7 @@ void TakeMeasured(ReportRun& run) {
   trace.names = {kHostileName};
   trace.spans = {{0, 10, 0, 0, 1, true, false}};
   trace.memory = {{0, 5}};
+  trace.beganNs = 40;
   run.trace = trace;
 }
 

@@ -146,6 +146,7 @@ ReportTrace MadeTrace(size_t calls) {
     at += duration + 200'000;
   }
   trace.wholeNs = at;
+  trace.beganNs = 40'000'000;
   trace.operations = {
       {"vorn_mdl_execute", calls / 4, 0, 30 * kSecond, 8'000'000, 9'500'000, 14'000'000},
       {"vorn_mdl_load_from_mem", 1, 0, 1'700'000'000, 1'700'000'000, {}, 1'700'000'000},

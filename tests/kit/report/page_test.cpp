@@ -271,6 +271,22 @@ TEST(ReportPage, CallsNoClassWrongThatEqualValuesDecide) {
             CountOf(tied, "<tr class=\"bad\">") + 2);
 }
 
+// One second 0 for all that stands over time, and words that tell which.
+TEST(ReportPage, SaysWhereItsTimeBegins) {
+  ReportFacts facts = MadeWrongRun();
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page,
+              HasSubstr("Time counts from the start of the run, when vorn launch began it ("));
+  EXPECT_THAT(page, HasSubstr("which began 40 ms after the start of the run ("));
+  EXPECT_THAT(page, HasSubstr("\"axis\":\"since the start of the run\",\"fromNs\":0,"));
+  EXPECT_THAT(page, HasSubstr("\"later\":[340000000,"));
+  // Where both clocks do not fit together the trace has a beginning of its own.
+  facts.runs[0].trace->beganNs.reset();
+  const std::string apart = ReportPage(facts);
+  EXPECT_THAT(apart, HasSubstr("\"axis\":\"since vorn-run's process began to be traced\""));
+  EXPECT_THAT(apart, HasSubstr("\"later\":[300000000,"));
+}
+
 // Which of nine classes that have nothing would be second is chance.
 TEST(ReportPage, ListsNoClassesThatShareOneValue) {
   ReportFacts facts = MadeWrongRun();

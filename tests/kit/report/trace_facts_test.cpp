@@ -54,6 +54,29 @@ TEST(FactsOfTrace, DrawsEachCallWhereThereIsRoom) {
   EXPECT_EQ(trace.calls, 3U);
 }
 
+TEST(FactsOfTrace, StandsOnTheLineOfTimeOfItsRun) {
+  constexpr uint64_t kStart = 1'000'000'000'000;
+  TraceFile file = EmptyTrace();
+  file.realtimeNs = kStart + 400;
+  file.endedNs = 1500;
+  const ReportTrace trace = FactsOfTrace(file, "t");
+  RunFacts run;
+  run.startRealtimeNs = kStart;
+  EXPECT_EQ(SinceStartOf(run, trace), 400U);
+  run.endRealtimeNs = kStart + 1000;
+  EXPECT_EQ(SinceStartOf(run, trace), 400U);
+  // A clock that was set, a trace of another run, one behind a rest of hours.
+  run.startRealtimeNs = kStart + 500;
+  EXPECT_EQ(SinceStartOf(run, trace), std::nullopt);
+  run.startRealtimeNs = kStart;
+  run.endRealtimeNs = kStart + 300;
+  EXPECT_EQ(SinceStartOf(run, trace), std::nullopt);
+  run.endRealtimeNs.reset();
+  run.startRealtimeNs = kStart - 1'000'000;
+  EXPECT_EQ(SinceStartOf(run, trace), std::nullopt);
+  EXPECT_EQ(SinceStartOf({}, trace), std::nullopt);
+}
+
 // Long calls stay as they are; every call is in some span, and none lies outside of its own.
 TEST(FactsOfTrace, PutsShortCallsTogether) {
   TraceFile file = EmptyTrace();
