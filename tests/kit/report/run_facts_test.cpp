@@ -74,7 +74,8 @@ TEST_F(RunFactsTest, TellsARunThatIsWrong) {
   EXPECT_EQ(run.times.wholeNs, 100U);
   EXPECT_TRUE(run.machine.has_value());
   EXPECT_THAT(run.tensors, Contains(Field(&ReportTensor::name, "picture")));
-  EXPECT_THAT(run.commands, Contains(Field(&ReportCommand::purpose, "run it again")));
+  EXPECT_THAT(run.commands,
+              Contains(Field(&ReportCommand::purpose, HasSubstr("once more, into a folder"))));
 }
 
 TEST_F(RunFactsTest, TellsARunThatIsRight) {
@@ -231,8 +232,15 @@ TEST_F(RunFactsTest, LetsTheVerdictSayWhichRepeatedOutputsAreWrong) {
   JudgeRuns(run.folder, reference_.folder);
   EXPECT_TRUE(HasRemark(Gather(), kWarning, told));
   EXPECT_TRUE(HasRemark(Gather(), kWarning,
-                        "1 of them is right, the answers being the same, and sample 3 is wrong"));
+                        "1 of them is right, the answers being the same, and sample 3 is wrong, of "
+                        "which the answer on top says what fits"));
   EXPECT_FALSE(HasRemark(Gather(), kWarning, "whatever"));
+  // What the verdict has cleared is nothing to be warned of.
+  reference_.samples[3] = reference_.samples[2];
+  reference_.Write();
+  JudgeRuns(run.folder, reference_.folder);
+  EXPECT_FALSE(HasRemark(Gather(), kWarning, told));
+  EXPECT_TRUE(HasRemark(Gather(), ReportRemark::Kind::kNote, told));
 }
 
 TEST_F(RunFactsTest, TakesAScriptForNoProgram) {
@@ -247,6 +255,14 @@ TEST_F(RunFactsTest, TakesAScriptForNoProgram) {
   EXPECT_THAT(gathered.facts.mapped, IsEmpty());
   EXPECT_EQ(gathered.machine->rssBytes.at(0), std::nullopt);
   EXPECT_TRUE(HasRemark(gathered, kMissing, "had no libvorn.so"));
+  // Of a script of which nothing was seen the memory is its own all the same.
+  run.facts.mapped.clear();
+  run.facts.program = FileIdentity{"/home/a/run.sh", {}, {}};
+  run.Write();
+  EXPECT_EQ(Gather().machine->rssBytes.at(0), std::nullopt);
+  run.facts.program->path = "/usr/bin/vorn-run";
+  run.Write();
+  EXPECT_EQ(Gather().machine->rssBytes.at(0), uint64_t{40} << 20);
 }
 
 TEST_F(RunFactsTest, SaysWhatTheRunWasRoundedTo) {
