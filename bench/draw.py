@@ -3,8 +3,8 @@
 
     draw.py FOLDER
 
-Reads results.json and scale.json of the folder, whichever is there, and leaves ratios.png and
-scale.png beside them. Needs python3-matplotlib as Debian has it.
+Reads results.json, scale.json and fleet.json of the folder, whichever is there, and leaves
+ratios.png, scale.png and fleet.png beside them. Needs python3-matplotlib as Debian has it.
 """
 import json
 import sys
@@ -106,12 +106,18 @@ def draw_scale(scale, path):
     figure.savefig(path, dpi=130)
 
 
+def draw_fleet(fleet, path):
+    if "growth" in fleet:
+        draw_scale(fleet["growth"], path)
+
+
 def main():
     if len(sys.argv) != 2:
         sys.exit("draw.py FOLDER")
     folder = Path(sys.argv[1])
     for name, draw, picture in (("results.json", draw_ratios, "ratios.png"),
-                                ("scale.json", draw_scale, "scale.png")):
+                                ("scale.json", draw_scale, "scale.png"),
+                                ("fleet.json", draw_fleet, "fleet.png")):
         if (folder / name).exists():
             draw(json.loads((folder / name).read_text()), folder / picture)
             print(f"bench: {folder / picture}")

@@ -14,6 +14,7 @@ provide_tools() {
   local missing=()
   [ -e /usr/include/benchmark/benchmark.h ] || missing+=(libbenchmark-dev)
   [ -x /usr/bin/python3 ] || missing+=(python3)
+  [ -x /usr/bin/time ] || missing+=(time)
   /usr/bin/python3 -c 'import matplotlib' 2>/dev/null || missing+=(python3-matplotlib)
   [ "${#missing[@]}" = 0 ] || install_packages "${missing[@]}"
 }

@@ -12,6 +12,7 @@ from fleet import real
 from fleet.simulate import Costs, Fleet, best_chunk, simulate
 from measure.options import parse
 from measure.scratch import in_memory, scratch_folder
+from scale import slope
 
 SAMPLE_SECONDS = 0.01
 
@@ -70,24 +71,39 @@ def measure_overhead(build, quick):
     return {"costs": asdict(costs), "runs": rows}
 
 
+def measure_steps(build, samples):
+    """(seconds, bytes of memory) of each step over four boards."""
+    with scratch_folder(in_memory()) as folder:
+        network = real.Network(folder / "network").make(samples)
+        fleet, vorn = folder / "fleet", build.folder / "vorn"
+        with real.boards(build, folder, 4, 0) as path:
+            steps = {"plan": real.plan(build, network, fleet, max(samples // 50, 100)),
+                     "run": real.call(vorn, "fleet", "run", fleet, "--boards", path)}
+        steps["status"] = real.call(vorn, "fleet", "status", fleet)
+        steps["merge"] = real.call(vorn, "fleet", "merge", fleet, "--run", folder / "run")
+        shutil.rmtree(folder / "run")
+    print(f"{samples} inferences: " + ", ".join(
+        f"{step} {seconds:.2f} s {memory / 2**20:.1f} MiB"
+        for step, (seconds, memory) in steps.items()), flush=True)
+    return steps
+
+
 def measure_growth(build, quick):
-    """Seconds and bytes of memory of plan, status and merge, by the inferences."""
+    """A series a step, as those of bench/scale are."""
+    start = measure_steps(build, 10)
+    counts = (200, 2000) if quick else (1000, 3000, 10_000, 30_000, 100_000)
+    measured = [(count, measure_steps(build, count)) for count in counts]
     rows = []
-    for samples in (200, 2000) if quick else (1000, 10000, 100000):
-        with scratch_folder(in_memory()) as folder:
-            network = real.Network(folder / "network").make(samples)
-            fleet, vorn = folder / "fleet", build.folder / "vorn"
-            with real.boards(build, folder, 4, 0) as path:
-                row = {"samples": samples,
-                       "plan": real.plan(build, network, fleet, max(samples // 50, 100))}
-                row["run"] = real.call(vorn, "fleet", "run", fleet, "--boards", path)
-            row["status"] = real.call(vorn, "fleet", "status", fleet)
-            row["merge"] = real.call(vorn, "fleet", "merge", fleet, "--run", folder / "run")
-            shutil.rmtree(folder / "run")
-        rows.append(row)
-        print(f"{samples} inferences: " + ", ".join(
-            f"{step} {row[step][0]:.2f} s {row[step][1] / 2**20:.0f} MiB"
-            for step in ("plan", "run", "status", "merge")), flush=True)
+    for step, (seconds, memory) in start.items():
+        points = [{"quantity": count, "seconds": steps[step][0], "bytes": steps[step][1]}
+                  for count, steps in measured]
+        rows.append({"series": step, "unit": f"inferences, vorn fleet {step}", "points": points,
+                     "time": slope.of(points, "seconds", seconds),
+                     "memory": slope.of(points, "bytes", memory)})
+        for quantity in "time", "memory":
+            one = rows[-1][quantity]["slope"]
+            print(f"{step}, slope of {quantity}: "
+                  f"{'too flat to fit' if one is None else f'{one:.3f}'}", flush=True)
     return rows
 
 

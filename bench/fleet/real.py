@@ -19,16 +19,14 @@ SMALL = Shapes(input=(1, 8), output=(1, 8))
 
 def call(*words, environment=None):
     """Ends the benchmark where the command fails; returns seconds and the peak of memory."""
+    memory = PeakMemory(*words)
     start = time.perf_counter()
-    child = subprocess.Popen([str(word) for word in words], env=environment,
-                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-    memory = PeakMemory(child.pid)
-    said = child.stderr.read()
-    status = child.wait()
+    ended = subprocess.run(memory.words, env=environment, stdout=subprocess.DEVNULL,
+                           stderr=subprocess.PIPE)
     seconds = time.perf_counter() - start
-    if status != 0:
-        sys.exit(f"bench: {' '.join(map(str, words))} ended with status {status}: "
-                 f"{said.decode(errors='replace')}")
+    if ended.returncode != 0:
+        sys.exit(f"bench: {' '.join(map(str, words))} ended with status {ended.returncode}: "
+                 f"{ended.stderr.decode(errors='replace')}")
     return seconds, memory.bytes()
 
 

@@ -15,13 +15,12 @@ seconds() {
     measured=$(PYTHONPATH=bench /usr/bin/python3 - "$@" <<'PY'
 import subprocess, sys, time
 from measure.memory import PeakMemory
+memory = PeakMemory(*sys.argv[1:])
 begun = time.monotonic()
-child = subprocess.Popen(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-memory = PeakMemory(child.pid)
-child.wait()
+ended = subprocess.run(memory.words, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
 took = time.monotonic() - begun
-if child.returncode not in (0, 6, 10):
-    sys.exit(f"{sys.argv[1:]} ended with status {child.returncode}")
+if ended.returncode not in (0, 6, 10):
+    sys.exit(f"{sys.argv[1:]} ended with status {ended.returncode}")
 print(f"{took:.3f} {memory.bytes() // 2**20}")
 PY
     ) || return 1

@@ -1,32 +1,20 @@
 """How much memory a process took. What wait4 tells of it begins with the memory of the process that
-made it, which is this program."""
-import re
-import threading
-import time
+made it, which is this program; GNU time is small."""
+import tempfile
 from pathlib import Path
 
 
-class PeakMemory(threading.Thread):
-    """Looks at a process until it has ended, two hundred times a second."""
+class PeakMemory:
+    """Of one command, which is to be called by `words`; it ends with its own status."""
 
-    def __init__(self, process):
-        super().__init__(daemon=True)
-        self._status = Path(f"/proc/{process}/status")
-        self._peak = 0
-        self.start()
-
-    def run(self):
-        while (found := re.search(r"^VmHWM:\s*(\d+) kB", self._read(), re.MULTILINE)) is not None:
-            self._peak = 1024 * int(found[1])
-            time.sleep(0.005)
-
-    def _read(self):
-        try:
-            return self._status.read_text()
-        except OSError:
-            return ""
+    def __init__(self, *words):
+        with tempfile.NamedTemporaryFile(prefix="vorn-bench.", delete=False) as report:
+            self._report = Path(report.name)
+        self.words = ["/usr/bin/time", "--quiet", "--format=%M", f"--output={self._report}",
+                      *map(str, words)]
 
     def bytes(self):
-        """Of a process that has ended."""
-        self.join()
-        return self._peak
+        """To be called once, after it ended."""
+        kibibytes = int(self._report.read_text())
+        self._report.unlink()
+        return 1024 * kibibytes

@@ -46,12 +46,6 @@ def measure_point(one, build, quantity, quick):
                 "bytes": run.memory().resident}
 
 
-def slopes_of(points, key, constant):
-    quantities, figures = [p["quantity"] for p in points], [p[key] for p in points]
-    return {"slope": slope.fit(quantities, figures, constant),
-            "lastSlope": slope.last(quantities, figures, constant), "constant": constant}
-
-
 def measure_series(one, build, start, quick):
     points = []
     for quantity in one.points:
@@ -62,8 +56,8 @@ def measure_series(one, build, start, quick):
         print(f"  {quantity:>11,} {one.unit:<22} {1e3 * point['seconds']:12.2f} ms "
               f"{point['bytes'] / MIB:10.1f} MiB", flush=True)
     return {"series": one.name, "unit": one.unit, "points": points,
-            "time": slopes_of(points, "seconds", start[0]),
-            "memory": slopes_of(points, "bytes", start[1])}
+            "time": slope.of(points, "seconds", start[0]),
+            "memory": slope.of(points, "bytes", start[1])}
 
 
 def verdict(slopes):

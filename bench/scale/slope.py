@@ -23,3 +23,10 @@ def last(xs, ys, constant):
     """The slope from the last but one of the rising points to the last; None for fewer than two."""
     points = rising(xs, ys, constant)[-2:]
     return fit([x for x, _ in points], [y for _, y in points], 0) if len(points) == 2 else None
+
+
+def of(points, key, constant):
+    """Both slopes of a series of points."""
+    quantities, figures = [p["quantity"] for p in points], [p[key] for p in points]
+    return {"slope": fit(quantities, figures, constant),
+            "lastSlope": last(quantities, figures, constant), "constant": constant}
