@@ -310,8 +310,8 @@ std::vector<Addition> Ledger::Add(std::span<RunEntry> runs, BoardOf board) {
 }
 
 void Ledger::SetLevel(int64_t id, const RunLevel& level) {
-  HoldToRun(id);
   Transaction transaction(*database_);
+  HoldToRun(id);
   Statement put(*database_,
                 "INSERT OR REPLACE INTO levels(run, reason, setRealtimeNs) VALUES(?, ?, ?)");
   put.Bind(1, id).Bind(2, std::string_view(level.reason));
@@ -321,8 +321,8 @@ void Ledger::SetLevel(int64_t id, const RunLevel& level) {
 }
 
 bool Ledger::RemoveLevel(int64_t id) {
-  HoldToRun(id);
   Transaction transaction(*database_);
+  HoldToRun(id);
   Statement remove(*database_, "DELETE FROM levels WHERE run = ?");
   remove.Bind(1, id).Run();
   const bool wasThere = database_->Changes() > 0;

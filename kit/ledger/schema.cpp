@@ -105,14 +105,13 @@ void HoldToLayout(const Database& database, int64_t version) {
   database.RefuseDamaged("its tables are not those of version " + std::to_string(version));
 }
 
-// What is cut off may be of a table that nobody asks for today.
-void HoldToSize(Database& database) {
-  database.Run("BEGIN");  // so that nobody makes it smaller meanwhile
+// What is cut off may be of a table that nobody asks for today. In a transaction, so that nobody
+// makes it smaller meanwhile.
+void HoldToSize(const Database& database) {
   const int64_t whole =
       database.Integer("PRAGMA page_count") * database.Integer("PRAGMA page_size");
   struct stat about {};
   const bool isKnown = stat(database.Path().c_str(), &about) == 0;
-  database.Run("COMMIT");
   if (!isKnown || about.st_size >= whole) return;
   database.RefuseDamaged("it has " + std::to_string(about.st_size) + " bytes of " +
                          std::to_string(whole));
@@ -147,8 +146,12 @@ std::string MigrationFrom(int64_t from) {
 }
 
 bool IsUpToDate(Database& database) {
+  // Of one moment: another process may be making the tables.
+  database.Run("BEGIN");
   HoldToSize(database);
-  return VersionOf(database) == kSchemaVersion;
+  const int64_t version = VersionOf(database);
+  database.Run("COMMIT");
+  return version == kSchemaVersion;
 }
 
 void BringUpToDate(Database& database) {

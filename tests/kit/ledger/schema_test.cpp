@@ -3,6 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <barrier>
+#include <string>
+#include <thread>
+#include <vector>
+
 #include "kit/common/fault.h"
 #include "kit/ledger/ledger.h"
 #include "support/files.h"
@@ -117,6 +123,30 @@ TEST_F(Schema, IsBroughtUpToDateWhollyOrNot) {
   Database(Path(), DatabaseUse::kWrite).Run("CREATE TABLE levels(a)");
   EXPECT_THAT(Refusal(), HasSubstr("is damaged"));
   EXPECT_EQ(Database(Path(), DatabaseUse::kRead).Integer("PRAGMA user_version"), 1);
+}
+
+// Those that come second look at the file while its tables are made.
+TEST_F(Schema, IsMadeByOneOfManyAtOnce) {
+  constexpr int kRounds = 60;
+  constexpr int kAtOnce = 4;
+  for (int round = 0; round < kRounds; ++round) {
+    const std::string path = Path() + std::to_string(round);
+    std::barrier start(kAtOnce);
+    std::array<std::string, kAtOnce> refusals;
+    std::vector<std::jthread> threads;
+    for (std::string& refusal : refusals) {
+      threads.emplace_back([&] {
+        start.arrive_and_wait();
+        try {
+          (void)Ledger::ForWriting(path);
+        } catch (const Fault& fault) {
+          refusal = fault.what();
+        }
+      });
+    }
+    threads.clear();
+    EXPECT_THAT(refusals, testing::Each("")) << round;
+  }
 }
 
 }  // namespace
