@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <map>
 
-#include "kit/common/printable.h"
 #include "kit/history/moment.h"
 #include "kit/history/step_chart.h"
 
@@ -198,8 +197,8 @@ std::string TextOf(const HistoryChange& change) {
   const double before = figure.levels[change.level - 1].median;
   const double after = figure.levels[change.level].median;
   const bool isDifferent = before != after;
-  return (figure.output.empty() ? "" : Printable(figure.output) + ", ") + Printable(figure.metric) +
-         ": " + ValueText(figure.kind, before) + " -> " + ValueText(figure.kind, after) + ", " +
+  return (figure.output.empty() ? "" : figure.output + ", ") + figure.metric + ": " +
+         ValueText(figure.kind, before) + " -> " + ValueText(figure.kind, after) + ", " +
          DifferenceText(figure.kind, before, after) +
          (isDifferent ? ", " + DirectionText(figure.kind, change.isWorse) : "");
 }

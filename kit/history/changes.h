@@ -65,7 +65,7 @@ struct HistoryChange {
 /// By the start of the first run behind each. Points into `series`, which has to stay.
 [[nodiscard]] std::vector<HistoryChange> ChangesOf(const SeriesHistory& series);
 
-/// "time: 1.234 ms -> 1.456 ms, +18.0 %, slower"
+/// "time: 1.234 ms -> 1.456 ms, +18.0 %, slower", names as they are.
 [[nodiscard]] std::string TextOf(const HistoryChange& change);
 
 /// What a look at all series ends with: kDiffers where one stands at worse outputs since a step

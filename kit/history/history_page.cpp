@@ -402,7 +402,7 @@ std::string HistoryAnswer(std::span<const SeriesHistory> all, uint64_t sinceNs) 
       isWorse = true;
       if (BadnessOf(change) <= badness) continue;
       badness = BadnessOf(change);
-      worst = Printable(series.text) + " since " + MomentText(start) + " (" + TextOf(change) + ")";
+      worst = series.text + " since " + MomentText(start) + " (" + TextOf(change) + ")";
     }
     worse += isWorse ? 1 : 0;
   }

@@ -25,8 +25,8 @@ struct HistoryPageRequest {
 /// the others the last run; it says so.
 [[nodiscard]] std::string HistoryPage(const HistoryPageRequest& request);
 
-/// The sentence that a person can repeat: how many series stand worse, and which the most. It is
-/// for a terminal, too: names are as Printable has them.
+/// The sentence that a person can repeat: how many series stand worse, and which the most. Names
+/// are as they are.
 [[nodiscard]] std::string HistoryAnswer(std::span<const SeriesHistory> all, uint64_t sinceNs);
 
 }  // namespace vorn::kit

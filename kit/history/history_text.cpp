@@ -110,7 +110,8 @@ std::string RunPlace(const RunEntry& run) {
 
 std::string ToldText(const ToldChange& told) {
   const HistoryChange& change = told.change;
-  std::string text = "  " + MomentText(told.after.startRealtimeNs) + "  " + TextOf(change) + "\n";
+  std::string text =
+      "  " + MomentText(told.after.startRealtimeNs) + "  " + Printable(TextOf(change)) + "\n";
   if (change.isByHand) {
     text += "      a new level, set by hand" +
             (told.after.level ? ": " + Printable(told.after.level->reason) : "") + "\n";
@@ -268,9 +269,9 @@ std::vector<ToldChange> TellChanges(const SeriesHistory& series, uint64_t sinceN
 std::string SuspicionText(const FigureHistory& figure) {
   const Suspicion& suspicion = *figure.suspicion;
   const bool isUp = suspicion.after > suspicion.before;
-  std::string text = figure.output.empty() ? "" : Printable(figure.output) + ", ";
-  text += Printable(figure.metric) + ": the last " + std::to_string(suspicion.count) +
-          " runs all lie " + (isUp ? "above" : "below") + " all others of their level, ";
+  std::string text = figure.output.empty() ? "" : figure.output + ", ";
+  text += figure.metric + ": the last " + std::to_string(suspicion.count) + " runs all lie " +
+          (isUp ? "above" : "below") + " all others of their level, ";
   if (figure.kind == FigureKind::kTime) {
     text += DurationText(suspicion.before) + " -> " + DurationText(suspicion.after);
   } else {
@@ -283,7 +284,7 @@ std::string ChangesText(const SeriesHistory& series, std::span<const ToldChange>
   std::string text;
   for (const ToldChange& change : changes) text += ToldText(change);
   for (const FigureHistory& figure : series.figures) {
-    if (figure.suspicion) text += "  perhaps           " + SuspicionText(figure) + "\n";
+    if (figure.suspicion) text += "  perhaps           " + Printable(SuspicionText(figure)) + "\n";
   }
   if (text.empty()) return "";
   return Printable(series.text) + " (series " + series.name + ", " +

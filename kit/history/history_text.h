@@ -60,7 +60,7 @@ struct ToldChange {
 /// A line of JSON a change; docs/schema/history_change.json.
 [[nodiscard]] std::string ChangeLine(const SeriesHistory& series, const ToldChange& change);
 
-/// "time lies 12.3 % higher in the last 3 runs; about 4 more tell" and the like.
+/// "time: the last 3 runs all lie above all others of their level, ...", names as they are.
 [[nodiscard]] std::string SuspicionText(const FigureHistory& figure);
 
 }  // namespace vorn::kit

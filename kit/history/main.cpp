@@ -645,7 +645,7 @@ ExitStatus Report(const Arguments& arguments) {
                                       .folder = folder.empty() ? "/" : folder,
                                       .nowNs = NowNs()}));
   if (!arguments.Has("quiet")) {
-    std::fprintf(stderr, "vorn history: %s\n", HistoryAnswer(all, span.sinceNs).c_str());
+    std::fprintf(stderr, "vorn history: %s\n", Printable(HistoryAnswer(all, span.sinceNs)).c_str());
   }
   return StatusOf(all, span.sinceNs);
 }

@@ -138,6 +138,35 @@ TEST_F(History, WritesAPage) {
   EXPECT_EQ(support::ReadFile(Path("history.html")), page);
 }
 
+TEST_F(History, LetsNoNameSteerTheTerminal) {
+  for (unsigned day = 1; day <= 8; ++day) {
+    const std::string run = Path("runs/" + std::to_string(day));
+    vorn::kit::RunFacts facts = MadeFacts(day);
+    facts.machine.host = "\x1b[31mboard\n";
+    MakeRun(run, facts, {});
+    const std::string name = R"("\u001b[31mp\n")";
+    support::WriteFile(run + "/verdict.json", R"({"schema":1,"status":0,"accuracy":[{"output":)" +
+                                                  name + R"(,"metric":)" + name + R"(,"actual":)" +
+                                                  (day < 8 ? "0.5" : "0.25") +
+                                                  R"(,"expected":1}],"outputs":[]})");
+  }
+  const auto told = [&](const std::vector<std::string>& words) {
+    const Outcome ended = Run(words);
+    std::string text = ended.out + ended.err;
+    EXPECT_THAT(text, Not(HasSubstr("\x1b"))) << words[0];
+    EXPECT_THAT(text, Not(HasSubstr("board\n"))) << words[0];
+    EXPECT_THAT(text, Not(HasSubstr(R"(\\x1B)"))) << words[0];
+    return text;
+  };
+  told({"add", Path("runs")});
+  EXPECT_THAT(told({"list"}), HasSubstr(R"(\x1B[31mboard\x0A)"));
+  EXPECT_THAT(told({"series"}), HasSubstr(R"(\x1B[31mboard\x0A)"));
+  EXPECT_THAT(told({"show", "8"}), HasSubstr(R"(\x1B[31mboard\x0A)"));
+  EXPECT_THAT(told({"changes"}), HasSubstr(R"(\x1B[31mp\x0A: 0.5 -> 0.25)"));
+  EXPECT_THAT(told({"report", "-o", Path("history.html")}),
+              HasSubstr(R"(\x1B[31mboard\x0A since)"));
+}
+
 TEST_F(History, GoesOutAndComesIn) {
   AddDays(3, 2);
   Run({"level", "2", "--reason", "why"});
