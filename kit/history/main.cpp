@@ -413,6 +413,10 @@ ExitStatus Import(
 }
 
 ExitStatus Add(const Arguments& arguments) {
+  const auto board = arguments.Get("as-board");
+  if (board && board->empty()) {
+    throw Fault(ExitStatus::kUsage, "--as-board is empty; name a board, or leave it out");
+  }
   std::vector<std::string> runs;
   std::vector<std::string> closed;
   for (const std::string& folder : OperandsOf(arguments)) {
@@ -429,8 +433,7 @@ ExitStatus Add(const Arguments& arguments) {
   return Import(arguments,
                 [&](Ledger* ledger, const OnImported& onImported, const OnRefused& onRefused) {
                   for (const std::string& message : closed) onRefused(message);
-                  ImportCounts counts =
-                      ImportRuns(ledger, runs, arguments.Get("as-board"), onImported, onRefused);
+                  ImportCounts counts = ImportRuns(ledger, runs, board, onImported, onRefused);
                   counts.refused += closed.size();
                   return counts;
                 });
