@@ -4,7 +4,10 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
+#include <filesystem>
 #include <functional>
+#include <optional>
+#include <system_error>
 
 #include "kit/common/command_line.h"
 #include "kit/common/duration.h"
@@ -376,6 +379,25 @@ const char* WordOf(Addition addition) {
   return "";
 }
 
+const char* WordOfTrying(Addition addition) {
+  switch (addition) {
+    case Addition::kAdded:
+      return "would add";
+    case Addition::kUpdated:
+      return "would update";
+    default:
+      return WordOf(addition);
+  }
+}
+
+// What is to be looked into before anything is added; nothing where there is none yet.
+std::optional<Ledger> TryLedger(const std::string& path) {
+  std::error_code error;
+  const auto bytes = std::filesystem::file_size(path, error);
+  if (!IsThere(path) || (!error && bytes == 0)) return std::nullopt;
+  return Ledger::ForTrying(path);
+}
+
 // Tells of each run, and what became of all.
 ExitStatus Import(
     const Arguments& arguments,
@@ -384,20 +406,24 @@ ExitStatus Import(
   const bool isQuiet = arguments.Has("quiet");
   const std::string path = PathOf(arguments);
   std::optional<Ledger> ledger;
-  if (!isDry) {
+  if (isDry) {
+    ledger = TryLedger(path);
+  } else {
     if (!arguments.Has("db")) MakeFoldersOf(path);
     ledger.emplace(Ledger::ForWriting(path));
   }
   const bool isJson = arguments.Has("json");
   const auto onImported = [&](const RunEntry& run, Addition addition) {
     if (isJson) {
-      Json line = Json::Object({{"schema", 1}, {"what", isDry ? "read" : WordOf(addition)}});
+      Json line = Json::Object({{"schema", 1}, {"what", WordOf(addition)}});
+      if (isDry) line.Set("isDryRun", true);
       if (!isDry) line.Set("id", run.id);
       line.Set("identity", run.identity);
       line.Set("path", run.path);
       Print(ToText(line) + "\n");
     } else if (!isQuiet && addition != Addition::kKnown) {
-      Print((isDry ? "would add" : std::string(WordOf(addition)) + " " + std::to_string(run.id)) +
+      Print((isDry ? WordOfTrying(addition)
+                   : std::string(WordOf(addition)) + " " + std::to_string(run.id)) +
             "  " + Printable(run.path) + "\n");
     }
   };
@@ -407,7 +433,8 @@ ExitStatus Import(
   const ImportCounts counts = import(ledger ? &*ledger : nullptr, onImported, onRefused);
   if (!isQuiet) {
     std::fprintf(stderr, "vorn history: %s: %s\n",
-                 isDry ? "nothing is written" : Quoted(path).c_str(), TextOf(counts).c_str());
+                 isDry ? "nothing is written, it would be" : Quoted(path).c_str(),
+                 TextOf(counts).c_str());
   }
   return counts.refused > 0 ? ExitStatus::kInput : ExitStatus::kDone;
 }

@@ -305,7 +305,7 @@ std::vector<Addition> Ledger::Add(std::span<RunEntry> runs, BoardOf board) {
   std::vector<Addition> additions;
   additions.reserve(runs.size());
   for (RunEntry& run : runs) additions.push_back(writer_->Add(run, board));
-  transaction.Commit();
+  if (!isTried_) transaction.Commit();
   return additions;
 }
 
@@ -386,6 +386,12 @@ Ledger Ledger::ForChanging(const std::string& path) {
   auto database = OpenDatabase(path, DatabaseUse::kWrite);
   BringUpToDate(*database);
   return Ledger(std::move(database));
+}
+
+Ledger Ledger::ForTrying(const std::string& path) {
+  Ledger ledger = ForChanging(path);
+  ledger.isTried_ = true;
+  return ledger;
 }
 
 // ---- Questions ----------------------------------------------------------------------------------

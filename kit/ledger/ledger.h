@@ -91,6 +91,9 @@ class Ledger {
   /// The same where it has to be there.
   [[nodiscard]] static Ledger ForChanging(const std::string& path);
 
+  /// The same to see what additions would become: none stays.
+  [[nodiscard]] static Ledger ForTrying(const std::string& path);
+
   Ledger(Ledger&&) noexcept;
   Ledger& operator=(Ledger&&) noexcept;
   ~Ledger();
@@ -141,6 +144,7 @@ class Ledger {
   void HoldToRun(int64_t id) const;
 
   std::unique_ptr<Database> database_;
+  bool isTried_ = false;
   std::unique_ptr<Writer> writer_;
   mutable std::unique_ptr<Getter> getter_;  // the statements of Get, prepared once
 };

@@ -242,6 +242,29 @@ TEST_F(History, AddsWhatItCanAndSaysWhatItCannot) {
   EXPECT_THAT(Run({"add", Path("empty")}).err, HasSubstr("there is no run directory"));
 }
 
+TEST_F(History, SaysWhatWouldBeAdded) {
+  MakeDays(3, 99);
+  const std::string all = "vorn history: nothing is written, it would be: 3 added\n";
+  EXPECT_EQ(Run({"add", Path("runs"), "--dry-run"}).err, all);
+  EXPECT_FALSE(std::filesystem::exists(Db()));
+  support::WriteFile(Db(), "");
+  EXPECT_EQ(Run({"add", Path("runs"), "--dry-run"}).err, all);
+  EXPECT_EQ(Run({"add", Path("runs/1"), Path("runs/2")}).status, 0);
+  const std::string before = support::ReadFile(Db());
+  MakeVerdict(Path("runs/2"), 0);
+  const Outcome told = Run({"add", Path("runs"), "--dry-run"});
+  EXPECT_EQ(told.status, 0) << told.Describe();
+  EXPECT_EQ(told.out, "would update  " + Path("runs/2") + "\nwould add  " + Path("runs/3") + "\n");
+  EXPECT_EQ(told.err,
+            "vorn history: nothing is written, it would be: 1 added, 1 brought up to date, 1 known "
+            "already\n");
+  const auto lines = support::SplitLines(Run({"add", Path("runs"), "--dry-run", "--json"}).out);
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_THAT(lines[0], HasSubstr(R"("what":"known","isDryRun":true,"identity")"));
+  EXPECT_EQ(support::ReadFile(Db()), before);
+  EXPECT_EQ(Run({"add", Path("runs"), "--as-board", ""}).status, 2);
+}
+
 TEST_F(History, IsMadeWhereNobodyNamesIt) {
   MakeDays(1, 99);
   support::Command command;
