@@ -126,15 +126,35 @@ Html VerdictTable(const RunOnPage& on) {
 
 // ---- Differences over samples -------------------------------------------------------------------
 
+constexpr const char* kUndecided = "right, or a neighbour's";
+
+// Whether a row is of one sample that passes and may have been exchanged all the same.
+bool IsUndecided(const ReportOutput& output, size_t row) {
+  const ReportColumns& columns = output.columns;
+  if (columns.samplesPerRow > 1 || columns.isWrong[row] != 0) return false;
+  return std::any_of(output.stretches.begin(), output.stretches.end(),
+                     [&](const NeighbourStretch& stretch) {
+                       return std::binary_search(stretch.undecided.begin(), stretch.undecided.end(),
+                                                 columns.sample[row]);
+                     });
+}
+
 Html DifferencesChart(const ReportOutput& output, const std::string& id) {
   const ReportColumns& columns = output.columns;
+  ChartSeries undecided{.name = kUndecided,
+                        .x = {},
+                        .y = {},
+                        .style = ChartSeries::Style::kDots,
+                        .ink = Ink::kSecond};
   ChartSeries right{.name = "right", .x = {}, .y = {}, .style = ChartSeries::Style::kDots};
   ChartSeries wrong{
       .name = "wrong", .x = {}, .y = {}, .style = ChartSeries::Style::kDots, .ink = Ink::kBad};
   double least = INFINITY;
   double most = 0;
   for (size_t i = 0; i < columns.sample.size(); ++i) {
-    ChartSeries& series = columns.isWrong[i] != 0 ? wrong : right;
+    ChartSeries& series = columns.isWrong[i] != 0  ? wrong
+                          : IsUndecided(output, i) ? undecided
+                                                   : right;
     series.x.push_back(static_cast<double>(columns.sample[i]));
     series.y.push_back(columns.rmse[i]);
     if (std::isfinite(columns.rmse[i]) && columns.rmse[i] > 0) {
@@ -158,7 +178,7 @@ Html DifferencesChart(const ReportOutput& output, const std::string& id) {
   const bool hasZero =
       std::any_of(columns.rmse.begin(), columns.rmse.end(), [](double v) { return v == 0; });
   chart.y.isLogarithmic = !hasZero && most > 30 * least;
-  for (ChartSeries* series : {&right, &wrong}) {
+  for (ChartSeries* series : {&right, &undecided, &wrong}) {
     if (!series->x.empty()) chart.series.push_back(std::move(*series));
   }
   return Draw(chart);
@@ -323,7 +343,11 @@ Html SamplesTable(const RunOnPage& on, const ReportOutput& output, const std::st
 
   DataColumn verdicts{.title = "verdict", .kind = DataColumn::Kind::kChoice};
   verdicts.words = {"right", "wrong"};
-  for (const size_t row : rows) verdicts.choices.push_back(columns.isWrong[row] != 0 ? 1 : 0);
+  for (const size_t row : rows) {
+    const bool isUndecided = IsUndecided(output, row);
+    if (isUndecided && verdicts.words.size() == 2) verdicts.words.emplace_back(kUndecided);
+    verdicts.choices.push_back(columns.isWrong[row] != 0 ? 1 : isUndecided ? 2 : 0);
+  }
   DataColumn samples{.title = "sample",
                      .kind = DataColumn::Kind::kSamples,
                      .numbers = Taken(columns.sample, rows)};
@@ -358,7 +382,10 @@ Html SamplesTable(const RunOnPage& on, const ReportOutput& output, const std::st
     const size_t row = rows[i];
     const bool isWrong = columns.isWrong[row] != 0;
     fallback.rows.push_back(
-        {{SampleCell(on, columns.sample[row], detailed), TextCell(isWrong ? "wrong" : "right"),
+        {{SampleCell(on, columns.sample[row], detailed),
+          TextCell(isWrong                    ? "wrong"
+                   : IsUndecided(output, row) ? kUndecided
+                                              : "right"),
           CountCell(columns.outside[row]), MeasureCell(columns.maxAbs[row]),
           MeasureCell(columns.rmse[row]), MeasureCell(columns.cosine[row], kCosineDigits)},
          isWrong});

@@ -304,6 +304,20 @@ TEST(ReportPage, SaysWhoseMemoryItShows) {
   EXPECT_THAT(ReportPage(facts), HasSubstr("resident at most, of run.sh"));
 }
 
+TEST(ReportPage, TellsSamplesThatMayBeANeighboursFromRightOnes) {
+  ReportFacts facts = MadeWrongRun();
+  ReportOutput& output = facts.runs[0].judgement->outputs[0];
+  const auto right = std::find(output.columns.isWrong.begin(), output.columns.isWrong.end(), 0);
+  const uint64_t sample =
+      output.columns.sample.at(static_cast<size_t>(right - output.columns.isWrong.begin()));
+  const std::string told = "right, or a neighbour";
+  EXPECT_THAT(ReportPage(facts), Not(HasSubstr(told)));
+  output.stretches = {{NeighbourPattern::kExchanged, {1, 2, 3, 4}, {sample}, {}}};
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page, HasSubstr("\"words\":[\"right\",\"wrong\",\"right, or a neighbour's\"]"));
+  EXPECT_THAT(page, HasSubstr("right, or a neighbour&#39;s</li>"));
+}
+
 // Which of nine classes that have nothing would be second is chance.
 TEST(ReportPage, ListsNoClassesThatShareOneValue) {
   ReportFacts facts = MadeWrongRun();
