@@ -343,9 +343,36 @@ class Gathering {
     const auto moments = LinesOf(kMachineFile, "what the machine was like", MachineFromLine);
     if (moments.empty()) return;
     run_.machine = MachineOf(moments, run_.facts.startRealtimeNs);
-    if (!isProgramSeen_) {
-      for (auto& bytes : run_.machine->rssBytes) bytes.reset();
+    if (!isProgramSeen_) return ForgetMemory();
+    if (!IsMemoryOfARun()) {
+      ForgetMemory();
+      Remark(Kind::kMissing,
+             "the program's memory was read before its first execution alone, where it is not yet "
+             "what the run takes");
     }
+  }
+
+  void ForgetMemory() {
+    for (auto& bytes : run_.machine->rssBytes) bytes.reset();
+  }
+
+  // Whether any reading is of a program that executes; where no moment of that is known, all are.
+  [[nodiscard]] bool IsMemoryOfARun() const {
+    uint64_t first = UINT64_MAX;
+    for (const ReportSeries& series : run_.times.series) {
+      for (const uint64_t start : series.startNs) {
+        if (start > 0) first = std::min(first, start);
+      }
+    }
+    if (first == UINT64_MAX) return true;
+    const ReportMachine& machine = *run_.machine;
+    bool isAny = false;
+    for (size_t i = 0; i < machine.atNs.size(); ++i) {
+      if (!machine.rssBytes[i]) continue;
+      if (machine.atNs[i] >= first) return true;
+      isAny = true;
+    }
+    return !isAny;
   }
 
   // The process that is looked at may be a script that runs the program, or still begin: the

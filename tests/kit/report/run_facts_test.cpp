@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <regex>
 #include <string>
 
 #include "kit/common/fault.h"
@@ -263,6 +264,21 @@ TEST_F(RunFactsTest, TakesAScriptForNoProgram) {
   run.facts.program->path = "/usr/bin/vorn-run";
   run.Write();
   EXPECT_EQ(Gather().machine->rssBytes.at(0), uint64_t{40} << 20);
+}
+
+// A program that has just begun holds a few pages, which are no figure to show.
+TEST_F(RunFactsTest, TakesNoMemoryThatWasReadBeforeTheFirstExecution) {
+  MadeRun run(folder_.Path() / "run");
+  run.Write();
+  EXPECT_NE(Gather().machine->rssBytes.at(0), std::nullopt);
+  const std::string times = support::ReadFile(run.folder / "times.jsonl");
+  const std::string later =
+      std::regex_replace(times, std::regex("\"startRealtimeNs\":\\d"), "\"startRealtimeNs\":9");
+  ASSERT_NE(times, later);
+  support::WriteFile(run.folder / "times.jsonl", later);
+  const ReportRun gathered = Gather();
+  EXPECT_EQ(gathered.machine->rssBytes.at(0), std::nullopt);
+  EXPECT_TRUE(HasRemark(gathered, kMissing, "before its first execution alone"));
 }
 
 TEST_F(RunFactsTest, SaysWhatTheRunWasRoundedTo) {
