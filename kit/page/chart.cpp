@@ -300,17 +300,22 @@ std::string AxisLabel(const ChartAxis& axis, const Unit& unit) {
 }
 
 // At numbers that are round in the unit that is shown.
-std::vector<double> TicksOf(const Scale& scale, const Unit& unit, size_t wanted) {
+std::vector<double> TicksOf(const Scale& scale, const ChartAxis& axis, const Unit& unit,
+                            size_t wanted) {
   const double factor = scale.IsLogarithmic() ? 1 : unit.factor;
   std::vector<double> ticks =
       RoundTicks(scale.From() * factor, scale.To() * factor, wanted, scale.IsLogarithmic());
   for (double& tick : ticks) tick /= factor;
+  // Between two of what is counted there is nothing.
+  if (axis.quantity == Quantity::kCount) {
+    std::erase_if(ticks, [](double tick) { return std::abs(tick - std::round(tick)) > 1e-6; });
+  }
   return ticks;
 }
 
 Html YTicks(const Scale& scale, const ChartAxis& axis, const Unit& unit, unsigned height) {
   Html html;
-  for (const double tick : TicksOf(scale, unit, height / 40)) {
+  for (const double tick : TicksOf(scale, axis, unit, height / 40)) {
     const std::string at = Percent(1 - scale.At(tick));
     html += Element("line", {{"class", "grid"}, {"x2", "100%"}, {"y1", at}, {"y2", at}});
     html += Element(
@@ -362,7 +367,7 @@ using TickWidths = std::array<TickWidth, 4>;
 std::vector<Tick> XTicksOf(const Scale& scale, const ChartAxis& axis, const Unit& unit,
                            double firstEnd, double lastBegin, const TickWidths& widths) {
   std::vector<Tick> ticks;
-  for (const double at : TicksOf(scale, unit, 5)) {
+  for (const double at : TicksOf(scale, axis, unit, 5)) {
     const double share = scale.At(at);
     // At the ends a text must not reach out of a phone's screen.
     ticks.push_back({.share = share,

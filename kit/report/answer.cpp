@@ -312,8 +312,10 @@ ReportAnswer Judged(const ReportRun& run, const ReportJudgement& judgement) {
   if (judgement.status == static_cast<int>(ExitStatus::kDone)) {
     return {ReportTone::kGood,
             "right",
-            subject + " is right in all " + Counted(judgement.samples, "sample") + " of " +
-                outputs + against + Speed(run) + ".",
+            subject + " is right in " +
+                (judgement.samples == 1 ? "its one sample"
+                                        : "all " + Counted(judgement.samples, "sample")) +
+                " of " + outputs + against + Speed(run) + ".",
             {}};
   }
   if (judgement.status == static_cast<int>(ExitStatus::kPartial) && judgement.samples > 0) {

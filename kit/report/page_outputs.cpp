@@ -511,10 +511,12 @@ Html Confusion(const RunOnPage& on, const ReportOutput& output) {
     table.rows.push_back(
         {{CountCell(pair.expectedClass), CountCell(pair.actualClass), CountCell(pair.count)}});
   }
+  // Of one item that agrees nothing is left to say.
+  if (same == 1 && output.confusionItems == 1) return {};
   Html html = Heading(3, "First class, both sides");
   html += Paragraph(
       Text("The same class is first in " + CountText(same) + " of " +
-           CountText(output.confusionItems) + " items" +
+           CountedText(output.confusionItems, "item") +
            (output.agreement && output.agreement->tied1 > 0
                 ? ", beside " + CountText(output.agreement->tied1) +
                       " in which equal values share the first place."
@@ -533,15 +535,28 @@ Html Agreement(const ReportOutput& output) {
   const auto counted = [&](uint64_t count) {
     return PercentText(static_cast<double>(count) / items) + " (" + CountText(count) + ")";
   };
-  Html html = Paragraph(Text("Of " + CountText(agreement.items) + " items " +
+  if (agreement.items == 1 && agreement.tied1 + agreement.tied5 == 0) {
+    return Paragraph(Text(agreement.top1 == 1   ? "The same class is first on both sides."
+                          : agreement.top5 == 1 ? "Another class is first, and the expected one is "
+                                                  "among the first five."
+                                                : "Another class is first, and the expected one is "
+                                                  "not among the first five."));
+  }
+  Html html = Paragraph(Text("Of " + CountedText(agreement.items, "item") + " " +
                              counted(agreement.top1) + " have the same class first, and " +
                              counted(agreement.top5) + " have it among the first five."));
   if (agreement.tied1 + agreement.tied5 == 0) return html;
   // Which of equal values stands first is chance.
-  return html +
-         Note(Text("Equal values count as a miss. If they stood in another order, " +
-                   CountText(agreement.tied1) + " more could have the same class first, and " +
-                   CountText(agreement.tied5) + " more have it among the first five."));
+  return html + Note(Text("Equal values count as a miss. If they stood in another order, " +
+                          (agreement.tied1 > 0 ? CountText(agreement.tied1) +
+                                                     " more could have the same class first" +
+                                                     (agreement.tied5 > 0 ? ", and " : ".")
+                                               : std::string()) +
+                          (agreement.tied5 > 0 ? CountText(agreement.tied5) +
+                                                     (agreement.tied1 > 0 ? " more have it"
+                                                                          : " more could have it") +
+                                                     " among the first five."
+                                               : std::string())));
 }
 
 Html OutputCard(const RunOnPage& on, size_t place) {

@@ -62,6 +62,11 @@ void AddWarmUps(const ReportSeries& series, std::vector<ChartRegion>& regions) {
 }
 
 Html OrderChart(const RunOnPage& on, const ReportTimes& times) {
+  // A single dot is no order.
+  if (std::all_of(times.series.begin(), times.series.end(),
+                  [](const ReportSeries& series) { return series.medianNs.size() < 2; })) {
+    return {};
+  }
   Chart chart;
   chart.id = on.Id("times-order");
   chart.title = "Executions in their order";
@@ -187,9 +192,16 @@ Html SeriesFacts(const ReportSeries& series) {
     add("99th", series.p99Ns);
     if (!percentiles.empty()) facts.push_back({"percentiles", Text(percentiles)});
   }
-  std::string counted = CountText(series.count) + " executions count";
-  if (series.warmUps > 0) {
-    counted += ", " + CountText(series.warmUps) + " for warming up do not (the first took " +
+  std::string counted =
+      CountedText(series.count, "execution") + (series.count == 1 ? " counts" : " count");
+  if (series.count == 0 && series.warmUps > 0) {
+    counted = "none counts: " +
+              (series.warmUps == 1 ? std::string("the only one") : CountText(series.warmUps)) +
+              " warmed up, and took " + TimeText(series.firstNs) +
+              (series.warmUps == 1 ? "" : " at first");
+  } else if (series.warmUps > 0) {
+    counted += ", " + CountText(series.warmUps) + " for warming up do" +
+               (series.warmUps == 1 ? "es not (it took " : " not (the first took ") +
                TimeText(series.firstNs) + ")";
   }
   if (series.failed > 0) counted += ", " + CountText(series.failed) + " failed";
@@ -354,7 +366,7 @@ Html TimesOverRun(const RunOnPage& on, double endNs) {
       dots.x.push_back(x);
       dots.y.push_back(y);
     }
-    if (!dots.x.empty()) chart.series.push_back(std::move(dots));
+    if (dots.x.size() > 1) chart.series.push_back(std::move(dots));
   }
   return chart.series.empty() ? Html() : Draw(chart);
 }

@@ -74,6 +74,15 @@ TEST(Draw, TellsWhichTextsOfAnAxisNeedRoom) {
   EXPECT_THAT(Draw(chart).Bytes(), Not(HasSubstr("tick w")));
 }
 
+TEST(Draw, CountsInWholeNumbers) {
+  Chart chart;
+  chart.id = "c";
+  chart.x = {.quantity = Quantity::kCount, .from = 0, .to = 1.5};
+  chart.series = {{.x = {0, 1}, .y = {1, 2}}};
+  EXPECT_EQ(Draw(chart).Bytes().find("x=\"33.33%\""), std::string::npos);  // of 0.5
+  EXPECT_NE(Draw(chart).Bytes().find("x=\"66.67%\""), std::string::npos);
+}
+
 TEST(Draw, PutsALineWhereItsValuesAre) {
   EXPECT_EQ(PathOf(Draw(ChartOf({0, 5, 10})), "line"), "M0 1000h0L100 500L200 0");
 }

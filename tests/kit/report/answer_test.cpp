@@ -75,6 +75,9 @@ TEST(AnswerOf, SaysRightAndWrong) {
   EXPECT_EQ(right.sentence,
             "'net.onnx' on the host 'b' is right in all 200 samples of 1 output, measured against "
             "'ref'.");
+  ReportRun one = Judged(0, ReportVerdict::kRight, 0);
+  one.judgement->samples = 1;
+  EXPECT_THAT(AnswerOf(one).sentence, HasSubstr("is right in its one sample of 1 output, "));
   const ReportAnswer wrong = AnswerOf(Judged(6, ReportVerdict::kWrong, 2));
   EXPECT_EQ(wrong.tone, ReportTone::kBad);
   EXPECT_EQ(

@@ -259,6 +259,9 @@ TEST(ReportPage, CallsNoClassWrongThatEqualValuesDecide) {
   ReportDetail& detail = facts.runs[0].details[0];
   EXPECT_THAT(ReportPage(facts), HasSubstr("in another order, 8 more could have the same class "
                                            "first, and 4 more have it among the first five."));
+  facts.runs[0].judgement->outputs[0].agreement->tied1 = 0;
+  EXPECT_THAT(ReportPage(facts),
+              HasSubstr("in another order, 4 more could have it among the first five."));
   detail.expectedTop = {{7, 0.5, 0.5}, {3, 0.5, 0.5}};
   detail.actualTop = {{3, 0.5}, {7, 0.5}};
   const std::string tied = ReportPage(facts);
@@ -316,6 +319,23 @@ TEST(ReportPage, TellsSamplesThatMayBeANeighboursFromRightOnes) {
   const std::string page = ReportPage(facts);
   EXPECT_THAT(page, HasSubstr("\"words\":[\"right\",\"wrong\",\"right, or a neighbour's\"]"));
   EXPECT_THAT(page, HasSubstr("right, or a neighbour&#39;s</li>"));
+}
+
+TEST(ReportPage, SpeaksOfOneSampleAsOfOne) {
+  ReportFacts facts = MadeRightRun();
+  ReportRun& run = facts.runs[0];
+  run.judgement->outputs[0].agreement = ReportOutput::Agreement{1, 1, 1, 0, 0};
+  ReportSeries& series = run.times.series.at(0);
+  series.count = 0;
+  series.warmUps = 1;
+  series.medianNs.resize(1);
+  series.startNs.resize(1);
+  series.isWarmUp = {1};
+  series.sample.resize(1);
+  const std::string page = ReportPage(facts);
+  EXPECT_THAT(page, HasSubstr("The same class is first on both sides."));
+  EXPECT_THAT(page, HasSubstr("none counts: the only one warmed up, and took "));
+  EXPECT_THAT(page, Not(HasSubstr("id=\"times-order\"")));
 }
 
 // Which of nine classes that have nothing would be second is chance.
