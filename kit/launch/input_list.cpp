@@ -1,20 +1,24 @@
 #include "kit/launch/input_list.h"
 
+#include <fcntl.h>
 #include <libgen.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "kit/common/fault.h"
+#include "kit/common/owned_file.h"
 #include "kit/common/printable.h"
 
 namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kLinesAMark = 4096;
+constexpr size_t kPieceBytes = 64 * 1024;
+constexpr size_t kMostLineBytes = 1 << 20;
 
 // A name is looked for in the line and then once more in what became of it, where a ':' of the
 // folder counts too.
@@ -51,69 +55,130 @@ std::string FolderOfList(const std::string& listFile) {
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-class InputList::Reader {
- public:
-  explicit Reader(std::shared_ptr<const Source> source) : source_(std::move(source)) {
-    if (source_ == nullptr) return;  // there is no list
-    const std::string& bytes = source_->bytes;
-    if (!source_->path.empty()) {
-      file_.reset(std::fopen(source_->path.c_str(), "rbe"));
-    } else if (bytes.empty()) {
-      return;  // which fmemopen may refuse
-    } else {
-      file_.reset(fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb"));
-    }
-    if (file_ == nullptr) Refuse("cannot be opened: " + SystemReason(errno));
-  }
-  ~Reader() { std::free(text_); }
-  Reader(const Reader&) = delete;
-  Reader& operator=(const Reader&) = delete;
+// One open file for all lists that are made of it: who puts another in its place changes none.
+struct InputList::Source {
+  std::string bytes;  // of a list in memory
+  OwnedFile file;     // of one that is not
+  FileIdentity identity;
+  struct stat opened {};
 
-  void GoTo(const Mark& mark) {
-    here_ = mark;
-    if (file_ == nullptr || fseeko(file_.get(), static_cast<off_t>(mark.at), SEEK_SET) == 0) return;
-    Refuse("cannot be read: " + SystemReason(errno));
+  // Throws a Fault of kInput.
+  static std::shared_ptr<const Source> OfFile(const std::string& path) {
+    auto source = std::make_shared<Source>();
+    source->identity.path = path;
+    // Without O_NONBLOCK a pipe without a writer would be waited for.
+    source->file = OwnedFile(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!source->file.IsOpen() || fstat(source->file.Get(), &source->opened) != 0) {
+      source->Refuse("cannot be opened: " + SystemReason(errno));
+    }
+    if (S_ISDIR(source->opened.st_mode)) source->Refuse("is a folder, and a file is needed");
+    if (!S_ISREG(source->opened.st_mode)) source->Refuse("is no regular file");
+    source->TakeHash();
+    return source;
   }
 
-  // The next line that is not empty; false behind the last one. `begin` is where it stands.
-  bool Next(ListedInput& line, Mark& begin) {
-    while (file_ != nullptr) {
-      begin = here_;
-      const ssize_t got = getline(&text_, &room_, file_.get());
-      if (got < 0) {
-        if (std::ferror(file_.get()) != 0) Refuse("cannot be read: " + SystemReason(errno));
-        return false;
-      }
-      auto length = static_cast<size_t>(got);
-      here_.at += length;
-      ++here_.number;
-      if (text_[length - 1] == '\n') --length;
-      if (length == 0) continue;
-      line.line = here_.number;
-      line.text.assign(text_, length);
-      return true;
-    }
-    return false;
+  static std::shared_ptr<const Source> OfBytes(std::string bytes) {
+    auto source = std::make_shared<Source>();
+    source->bytes = std::move(bytes);
+    return source;
+  }
+
+  // What stands from a byte on, as much as there is room for; all of it if it is in memory. Nothing
+  // behind the end.
+  std::string_view Read(uint64_t at, std::string& room) const {
+    if (!file.IsOpen()) return std::string_view(bytes).substr(std::min<uint64_t>(at, bytes.size()));
+    room.resize(kPieceBytes);
+    ssize_t got = 0;
+    do {
+      got = pread(file.Get(), room.data(), room.size(), static_cast<off_t>(at));
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) Refuse("cannot be read: " + SystemReason(errno));
+    // Asked behind the reading, so that what was read is what was there when it was opened.
+    struct stat now {};
+    const bool isSame = fstat(file.Get(), &now) == 0 && now.st_size == opened.st_size &&
+                        now.st_mtim.tv_sec == opened.st_mtim.tv_sec &&
+                        now.st_mtim.tv_nsec == opened.st_mtim.tv_nsec;
+    if (!isSame) RefuseAsChanged();
+    return std::string_view(room).substr(0, static_cast<size_t>(got));
   }
 
   [[noreturn]] void RefuseAsChanged() const {
     Refuse("was changed while it was read; start again");
   }
 
- private:
-  struct CloseFile {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-
   [[noreturn]] void Refuse(const std::string& why) const {
-    throw Fault(ExitStatus::kInput, "the list " + Quoted(source_->path) + " " + why);
+    throw Fault(ExitStatus::kInput, "the list " + Quoted(identity.path) + " " + why);
   }
 
-  std::shared_ptr<const Source> source_;
-  std::unique_ptr<std::FILE, CloseFile> file_;
+ private:
+  void TakeHash() {
+    Xxh3Stream hash;
+    std::string room;
+    uint64_t at = 0;
+    for (std::string_view piece; !(piece = Read(at, room)).empty(); at += piece.size()) {
+      hash.Add(piece);
+    }
+    identity.sizeBytes = at;
+    identity.xxh3 = hash.Digits();
+  }
+};
+
+class InputList::Reader {
+ public:
+  explicit Reader(std::shared_ptr<const Source> source) : source_(std::move(source)) {}
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+
+  void GoTo(const Mark& mark) {
+    here_ = mark;
+    left_ = {};
+  }
+
+  // The next line that is not empty; false behind the last one. `begin` is where it stands.
+  bool Next(ListedInput& line, Mark& begin) {
+    while (source_ != nullptr) {
+      begin = here_;
+      line.text.clear();
+      if (!TakeLine(line.text)) return false;
+      if (line.text.empty()) continue;
+      line.line = here_.number;
+      return true;
+    }
+    return false;
+  }
+
+  [[noreturn]] void RefuseAsChanged() const { source_->RefuseAsChanged(); }
+
+ private:
+  bool TakeLine(std::string& text) {
+    for (bool isBegun = false;; isBegun = true) {
+      if (left_.empty()) left_ = source_->Read(here_.at, room_);
+      if (left_.empty()) {
+        if (isBegun) ++here_.number;
+        return isBegun;
+      }
+      const size_t end = left_.find('\n');
+      const bool isWhole = end != left_.npos;
+      const size_t length = isWhole ? end : left_.size();
+      if (text.size() + length > kMostLineBytes) RefuseLine();
+      text.append(left_.substr(0, length));
+      here_.at += length + (isWhole ? 1 : 0);
+      left_.remove_prefix(length + (isWhole ? 1 : 0));
+      if (!isWhole) continue;
+      ++here_.number;
+      return true;
+    }
+  }
+
+  [[noreturn]] void RefuseLine() const {
+    source_->Refuse("has more than " + SizeText(kMostLineBytes) + " in line " +
+                    std::to_string(here_.number + 1) + "; a list has a path in each line");
+  }
+
+  std::shared_ptr<const Source> source_;  // null: there is no list
   Mark here_;
-  char* text_ = nullptr;  // of getline
-  size_t room_ = 0;
+  std::string room_;
+  std::string_view left_;  // of what was read, from here on
 };
 
 // ---- The list -----------------------------------------------------------------------------------
@@ -143,14 +208,14 @@ InputList::InputList(Recipe recipe)
 
 InputList InputList::OfFile(const std::string& path) {
   Recipe recipe;
-  recipe.source = std::make_shared<const Source>(Source{.path = path, .bytes = ""});
+  recipe.source = Source::OfFile(path);
   recipe.folder = FolderOfList(path);
   return InputList(std::move(recipe));
 }
 
 InputList InputList::OfBytes(std::string bytes, const std::string& folder) {
   Recipe recipe;
-  recipe.source = std::make_shared<const Source>(Source{.path = "", .bytes = std::move(bytes)});
+  recipe.source = Source::OfBytes(std::move(bytes));
   recipe.folder = folder;
   return InputList(std::move(recipe));
 }
@@ -175,8 +240,12 @@ InputList InputList::Without(uint64_t bytes) const {
 
 InputList InputList::HeldIn(std::string bytes) const {
   Recipe recipe = recipe_;
-  recipe.source = std::make_shared<const Source>(Source{.path = "", .bytes = std::move(bytes)});
+  recipe.source = Source::OfBytes(std::move(bytes));
   return InputList(std::move(recipe));
+}
+
+FileIdentity InputList::File() const {
+  return recipe_.source == nullptr ? FileIdentity{} : recipe_.source->identity;
 }
 
 const ListedInput& InputList::Input(uint64_t place) const {
@@ -188,16 +257,17 @@ const ListedInput& InputList::Input(uint64_t place) const {
 void InputList::ReadGroup(uint64_t first) const {
   group_.clear();
   const uint64_t mark = first / kLinesAMark;
-  if (next_ > first || next_ / kLinesAMark != mark) {
+  uint64_t next = std::exchange(next_, lines_);  // nothing goes on behind a line that failed
+  if (next > first || next / kLinesAMark != mark) {
     reader_->GoTo(marks_.at(mark));
-    next_ = mark * kLinesAMark;
+    next = mark * kLinesAMark;
   }
   const uint64_t end = first + GroupSize();
   std::vector<ListedInput> group;
   Mark begin;
-  for (ListedInput line; next_ < end; ++next_) {
+  for (ListedInput line; next < end; ++next) {
     if (!reader_->Next(line, begin)) reader_->RefuseAsChanged();
-    if (next_ >= first) group.push_back(TakeApart(std::move(line)));
+    if (next >= first) group.push_back(TakeApart(std::move(line)));
   }
   if (areNamesUsed_) {
     std::stable_sort(group.begin(), group.end(), [&](const auto& one, const auto& other) {
@@ -206,6 +276,7 @@ void InputList::ReadGroup(uint64_t first) const {
   }
   group_ = std::move(group);
   groupAt_ = first;
+  next_ = end;
 }
 
 ListedInput InputList::TakeApart(ListedInput line) const {

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "kit/common/file_identity.h"
+
 namespace vorn::kit {
 
 /// What stands before the first ':' of a line, if that is a name as vorn-run sees it.
@@ -41,7 +43,8 @@ class InputList {
   InputList(InputList&&) noexcept;
   InputList& operator=(InputList&&) noexcept;
 
-  /// Of a file, which has to stay as it is. Throws a Fault of kInput.
+  /// Of a file, which has to stay as it is; another one that is put in its place is not seen.
+  /// Throws a Fault of kInput.
   static InputList OfFile(const std::string& path);
 
   /// Of what stood in a file in that folder.
@@ -70,16 +73,16 @@ class InputList {
   [[nodiscard]] uint64_t LinesNamedRightly() const { return known_; }  ///< have one of `names`
   [[nodiscard]] bool AreNamesUsed() const { return areNamesUsed_; }
 
+  /// What it is read of, with the hash of all of it; without a path where that is memory.
+  [[nodiscard]] FileIdentity File() const;
+
   /// By the order in which they are taken, below Lines(); quick one behind the other. It stays
   /// until the next one is asked for. Throws a Fault of kInput where the file cannot be read, or
   /// was changed.
   [[nodiscard]] const ListedInput& Input(uint64_t place) const;
 
  private:
-  struct Source {
-    std::string path;  // empty: it is in memory
-    std::string bytes;
-  };
+  struct Source;
   // What a list is made of.
   struct Recipe {
     std::shared_ptr<const Source> source;

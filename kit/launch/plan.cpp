@@ -110,8 +110,8 @@ class Planner {
   }
 
   void ReadList() {
-    plan_.list = IdentifyFile(request_.list, "the list", ExitStatus::kInput);
     plan_.inputs = InputList::OfFile(request_.list);
+    plan_.list = plan_.inputs.File();
   }
 
   // Without one of the files there is nothing to describe, and that was said already.
@@ -214,8 +214,12 @@ class Planner {
     return "name another disk with " + request_.runOption;
   }
 
+  // Several steps read the list, and it is changed once.
   void Find(ExitStatus status, const std::string& message) {
-    plan_.findings.Add({.status = status, .message = message});
+    const Finding finding{.status = status, .message = message};
+    const std::vector<Finding>& before = plan_.findings.First();
+    if (std::find(before.begin(), before.end(), finding) != before.end()) return;
+    plan_.findings.Add(finding);
   }
 
   const LaunchRequest& request_;

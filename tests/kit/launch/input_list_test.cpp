@@ -3,8 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <random>
 #include <sstream>
 
@@ -18,6 +20,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using vorn::kit::ExitStatus;
 using vorn::kit::Fault;
 using vorn::kit::InputList;
 using vorn::kit::ListedInput;
@@ -136,7 +139,17 @@ std::string FaultOf(const InputList& list, uint64_t place) {
   try {
     (void)list.Input(place);
   } catch (const Fault& fault) {
-    EXPECT_EQ(fault.Status(), vorn::kit::ExitStatus::kInput);
+    EXPECT_EQ(fault.Status(), ExitStatus::kInput);
+    return fault.what();
+  }
+  return "";
+}
+
+std::string FaultOfOpening(const std::string& path) {
+  try {
+    (void)InputList::OfFile(path);
+  } catch (const Fault& fault) {
+    EXPECT_EQ(fault.Status(), ExitStatus::kInput);
     return fault.what();
   }
   return "";
@@ -162,6 +175,55 @@ TEST(InputList, SaysThatItsFileWasChanged) {
   EXPECT_EQ(held.Input(9999).path, "two");
   EXPECT_THROW((void)InputList::OfFile(folder.Path() / "none"), Fault);
   EXPECT_THROW((void)InputList::OfFile(folder.Path()), Fault);  // a folder
+}
+
+// Lists that are made of one another are of one file, whatever lies at its path meanwhile.
+TEST(InputList, GoesOnWithTheFileThatItBeganWith) {
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "list.txt";
+  support::WriteFile(path, "b:1\na:2\n");
+  const InputList list = InputList::OfFile(path);
+  EXPECT_EQ(list.File(), vorn::kit::IdentifyFile(path, "the list", ExitStatus::kInput));
+  support::WriteFile(folder.Path() / "other", "c\nd\n");
+  std::filesystem::rename(folder.Path() / "other", path);
+  EXPECT_THAT(All(list.SortedBy({"a", "b"}), &ListedInput::path), ElementsAre("2", "1"));
+  std::filesystem::remove(path);
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_THAT(All(list.FirstOf(1), &ListedInput::path), ElementsAre("1"));
+  EXPECT_THAT(FaultOfOpening(path), HasSubstr("list.txt' is no regular file"));
+  std::filesystem::remove(path);
+  EXPECT_THAT(FaultOfOpening(path), HasSubstr("list.txt' cannot be opened: No such file"));
+  EXPECT_THAT(FaultOfOpening(folder.Path()), HasSubstr("' is a folder, and a file is needed"));
+}
+
+TEST(InputList, SeesThatOtherBytesOfTheSameLengthWereWritten) {
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "list.txt";
+  support::WriteFile(path, "a\nb\n");
+  std::filesystem::last_write_time(path, std::filesystem::file_time_type{});  // not of this second
+  const InputList list = InputList::OfFile(path);
+  support::WriteFile(path, "c\nd\n");
+  EXPECT_THAT(FaultOf(list, 0), HasSubstr("list.txt' was changed while it was read; start again"));
+  EXPECT_THAT(FaultOf(list, 1), HasSubstr("list.txt' was changed while it was read; start again"));
+}
+
+// A line goes over pieces that are read at once, and ends where one does.
+TEST(InputList, TakesLinesOfAnyLengthUntilTheyAreNone) {
+  constexpr size_t kPiece = 64 * 1024;
+  constexpr size_t kMost = 1 << 20;
+  const support::TempDir folder;
+  const std::string path = folder.Path() / "list.txt";
+  for (const size_t length : {kPiece - 2, kPiece - 1, kPiece, kPiece + 1, 3 * kPiece, kMost}) {
+    const std::string line(length, 'x');
+    support::WriteFile(path, "a\n" + line + "\nb\n\n" + line);
+    const InputList list = InputList::OfFile(path);
+    EXPECT_THAT(All(list, &ListedInput::path), ElementsAre("a", line, "b", line));
+    EXPECT_THAT(Numbers(list), ElementsAre(1, 2, 3, 5));
+    EXPECT_EQ(list.LastNumber(), 5U);
+  }
+  support::WriteFile(path, "a\n\n" + std::string(kMost + 1, 'x') + "\n");
+  EXPECT_THAT(FaultOfOpening(path), HasSubstr("list.txt' has more than 1.0 MiB in line 3; a list "
+                                              "has a path in each line"));
 }
 
 TEST(InputList, FindsTheFolderOfAList) {
