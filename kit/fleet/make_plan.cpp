@@ -1,6 +1,7 @@
 #include "kit/fleet/make_plan.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <fstream>
@@ -24,6 +25,8 @@ namespace {
 
 constexpr uint64_t kMeasured = 16;
 constexpr const char* kMeasuring = "here";
+constexpr std::array kFilesOfPlan{kInputsFile, kPathsFile,   kModelFile,
+                                  kPlanFile,   kCrossFolder, kJournalFolder};
 
 // What a chunk costs beside its process: a connection, files there and back, two journal lines.
 constexpr uint64_t kTransferNs = 500'000'000;
@@ -122,6 +125,17 @@ class Maker {
     MakeFolders(fleet_);
     const FolderLock lock(fleet_, "fleet");
     CheckFolder(fleet_);
+    try {
+      Write();
+    } catch (...) {
+      RemoveFiles();
+      throw;
+    }
+    return std::move(plan_);
+  }
+
+ private:
+  void Write() {
     FillPlan();
     WriteInputs();
     plan_.chunks = ChunksOf(request_.chunk.value_or(look_.inferences));
@@ -134,10 +148,17 @@ class Maker {
     }
     plan_.id = IdOf(plan_);
     WriteWholeFile(fleet_ + "/" + kPlanFile, ToJson(plan_));
-    return std::move(plan_);
   }
 
- private:
+  // Whoever mends what was wrong takes the same folder.
+  void RemoveFiles() const {
+    try {
+      for (const char* name : kFilesOfPlan) RemoveTree(fleet_ + "/" + name);
+    } catch (const Fault&) {
+      // The first fault is the one to tell of.
+    }
+  }
+
   void FillPlan() {
     const LaunchRequest& launch = request_.launch;
     plan_.version = launch.version;
@@ -199,7 +220,7 @@ class Maker {
     const FileIdentity now = IdentifyFile(request_.launch.list, "the list", ExitStatus::kInput);
     if (now.xxh3 == plan_.list.xxh3) return;
     throw Fault(ExitStatus::kInput, "the list " + Quoted(request_.launch.list) +
-                                        " was changed while it was read; make the plan again");
+                                        " was changed while it was read; start again");
   }
 
   std::vector<FleetChunk> ChunksOf(uint64_t size) const {

@@ -903,6 +903,17 @@ TEST_F(Fleet, PlansByWhatItMeasures) {
   ExpectWhatTheSchemasSay();
 }
 
+TEST_F(Fleet, TakesTheFolderOfAPlanThatCouldNotBeMade) {
+  Samples("abc");
+  script_.Answer("vorn_mdl_execute", "always", "3");
+  Outcome outcome = Plan({"--cross-check", "0"});
+  EXPECT_EQ(outcome.status, 5) << outcome.Describe();
+  EXPECT_THAT(outcome.err, HasSubstr("a chunk cannot be sized by what a process costs here"));
+  EXPECT_THAT(outcome.err, HasSubstr("say how many inferences with --chunk"));
+  outcome = Plan();
+  EXPECT_EQ(outcome.status, 0) << outcome.Describe();
+}
+
 TEST_F(Fleet, PlansNothingThatCannotBeRun) {
   Samples("abc");
   const auto refuses = [&](int status, const std::string& why) {
