@@ -38,16 +38,29 @@ bool IsRecurrent(const ModelDescription& model) {
 }
 
 // Why a file that a line names may not be where vorn-run looks for it.
-std::string WithCause(const ListedInput& listed, const std::string& fault) {
-  std::string message = Quoted(listed.file) + " " + fault;
-  if (listed.path.ends_with('\r')) {
-    message +=
-        "; the line ends with a carriage return, which counts: write the list with plain "
-        "line ends";
-  } else if (listed.path.starts_with('/')) {
-    message += "; paths count from the folder of the list, also those that begin with '/'";
+std::string CauseOf(std::string_view path) {
+  constexpr std::string_view kBlanks = " \t";
+  if (path.ends_with('\r')) {
+    return "; the line ends with a carriage return, which counts: write the list with plain "
+           "line ends";
   }
-  return message;
+  if (path.starts_with('/')) {
+    return "; paths count from the folder of the list, also those that begin with '/'";
+  }
+  if (path.starts_with('#')) return "; a list has no comments";
+  if (path.starts_with('"') || path.starts_with('\'')) {
+    return "; quotation marks count: write the path without them";
+  }
+  if (kBlanks.find(path.front()) != kBlanks.npos) return "; the blank in front of the path counts";
+  if (kBlanks.find(path.back()) != kBlanks.npos) return "; the blank behind the path counts";
+  if (path.starts_with("~/") || path.find_first_of("*?") != path.npos) {
+    return "; '~', '*' and '?' stand for themselves";
+  }
+  return "";
+}
+
+std::string WithCause(const ListedInput& listed, const std::string& fault) {
+  return Quoted(listed.file) + " " + fault + (listed.path.empty() ? "" : CauseOf(listed.path));
 }
 
 // ---- A byte order mark --------------------------------------------------------------------------
@@ -102,12 +115,30 @@ class ListChecker {
           Quoted(request_.listPath) + ": the list is empty; a line for each input file is needed");
       return findings_;
     }
+    if (IsNoText()) return findings_;
     CheckCount();
     CheckLines();
     return findings_;
   }
 
  private:
+  // Of a model that was given for a list every line would be told of.
+  bool IsNoText() {
+    constexpr uint64_t kLooked = 100;
+    constexpr uint64_t kLeast = 5;
+    constexpr uint64_t kShare = 4;  // one of so many lines
+    const uint64_t looked = std::min(list_.Lines(), kLooked);
+    uint64_t zeros = 0;
+    for (uint64_t i = 0; i < looked; ++i) {
+      if (list_.Input(i).text.find('\0') != std::string::npos) ++zeros;
+    }
+    if (zeros < kLeast || zeros * kShare < looked) return false;
+    Add(ExitStatus::kInput, Quoted(request_.listPath) + " is no list: " + std::to_string(zeros) +
+                                " of its first " + Counted(looked, "line") +
+                                " hold zero bytes, and a list is text with a path in each line");
+    return true;
+  }
+
   void Add(ExitStatus status, std::string message) {
     findings_.Add({.status = status, .message = std::move(message)});
   }
@@ -212,7 +243,8 @@ class ListChecker {
     if (each == 0) {
       Add(ExitStatus::kUsage, "-r names " + Counted(request_.thresholds.size(), "file") +
                                   ", and the model has " +
-                                  Counted(model_.inputs.size() - kScratchInputs, "input"));
+                                  Counted(model_.inputs.size() - kScratchInputs, "input") +
+                                  ": none is left for the list");
     }
     const bool areNamesAlike = list_.LinesNamedRightly() == list_.Lines();
     if (!list_.AreNamesUsed() && areNamesAlike && list_.Lines() % names_.size() != 0) {
@@ -256,17 +288,18 @@ class ListChecker {
     const bool isKnown =
         name && std::find(names_.begin(), names_.end(), std::string(*name)) != names_.end();
     if (name && !isKnown) {
-      return "the model has no input " + Quoted(*name) + DidYouMean(*name, names_) +
-             "; what stands before the first ':' of a line is a name. A path with a ':' needs a "
-             "link without one";
+      const std::string meant = DidYouMean(*name, names_);
+      return "the model has no input '" + PrintableExcerpt(*name) + "'" +
+             (meant.empty() ? "; what stands before the first ':' of a line is a name. A path with "
+                              "a ':' needs a link without one"
+                            : meant);
     }
+    const std::string text = "'" + PrintableExcerpt(listed.text) + "'";
     if (name && !areMostNamed) {
-      return Quoted(listed.text) +
-             " names an input, and most lines name none; name one in every line or in none";
+      return text + " names an input, and most lines name none; name one in every line or in none";
     }
     if (!name && areMostNamed) {
-      return Quoted(listed.text) +
-             " names no input, and other lines do; name one in every line or in none";
+      return text + " names no input, and other lines do; name one in every line or in none";
     }
     return "";
   }

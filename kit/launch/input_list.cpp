@@ -72,7 +72,8 @@ struct InputList::Source {
       source->Refuse("cannot be opened: " + SystemReason(errno));
     }
     if (S_ISDIR(source->opened.st_mode)) source->Refuse("is a folder, and a file is needed");
-    if (!S_ISREG(source->opened.st_mode)) source->Refuse("is no regular file");
+    if (!S_ISREG(source->opened.st_mode))
+      source->Refuse("is no regular file; it is read more than once, so write it into one");
     source->TakeHash();
     return source;
   }

@@ -125,6 +125,38 @@ TEST_F(Checks, NameEveryFileThatIsMissing) {
                   "d/list.txt:7: 'd/folder' is a folder, and a file is needed"));
 }
 
+// What a person takes for the same path.
+TEST_F(Checks, SayWhatCountsInAPath) {
+  const auto why = [&](const std::string& line) { return Messages(line + "\nt\n").at(0); };
+  File("p", 6);
+  File("t", 16);
+  EXPECT_EQ(why(" p"), "d/list.txt:1: 'd/ p' is not there; the blank in front of the path counts");
+  EXPECT_EQ(why("p\t"), "d/list.txt:1: 'd/p\\x09' is not there; the blank behind the path counts");
+  EXPECT_EQ(why("\"p\""),
+            "d/list.txt:1: 'd/\"p\"' is not there; quotation marks count: write the path without "
+            "them");
+  EXPECT_EQ(why("# p"), "d/list.txt:1: 'd/# p' is not there; a list has no comments");
+  EXPECT_EQ(why("~/p"),
+            "d/list.txt:1: 'd/~/p' is not there; '~', '*' and '?' stand for themselves");
+  EXPECT_EQ(why("*.p"),
+            "d/list.txt:1: 'd/*.p' is not there; '~', '*' and '?' stand for themselves");
+  EXPECT_EQ(why("p~1"), "d/list.txt:1: 'd/p~1' is not there");
+}
+
+TEST_F(Checks, CutWhatIsNoName) {
+  EXPECT_THAT(Messages(std::string(5000, 'x') + ":p\nscale:s\n").at(0),
+              StartsWith("d/list.txt:1: the model has no input '" + std::string(200, 'x') +
+                         "...'; what stands before the first ':'"));
+}
+
+TEST_F(Checks, TakeNoModelForAList) {
+  std::string bytes;
+  for (int i = 0; i < 20; ++i) bytes += "a:b\nc\nd\n" + std::string("\0:\n", 3);
+  EXPECT_THAT(Messages(bytes),
+              ElementsAre("'d/list.txt' is no list: 20 of its first 80 lines hold zero bytes, and "
+                          "a list is text with a path in each line"));
+}
+
 TEST_F(Checks, TellOfAByteOrderMark) {
   File("p", 6);
   File("s", 16);
@@ -162,10 +194,10 @@ TEST_F(Checks, KnowTheNameThatWasMeant) {
   File("p", 6);
   File("s", 16);
   EXPECT_THAT(
-      Messages("pictrue:p\nscale:s\n"),
-      ElementsAre("d/list.txt:1: the model has no input 'pictrue'; did you mean 'picture'?; "
-                  "what stands before the first ':' of a line is a name. A path with a ':' "
-                  "needs a link without one"));
+      Messages("pictrue:p\nscale:s\nD:\\q\nscale:s\n"),
+      ElementsAre("d/list.txt:1: the model has no input 'pictrue'; did you mean 'picture'?",
+                  "d/list.txt:3: the model has no input 'D'; what stands before the first ':' of a "
+                  "line is a name. A path with a ':' needs a link without one"));
 }
 
 TEST_F(Checks, BlameTheOddOneOut) {
@@ -339,7 +371,8 @@ TEST_F(Checks, RefuseThresholdsOfAModelWithoutThem) {
             "the model takes 0 inputs of thresholds, and -r names 1 file; files are separated by "
             "commas");
   request_.thresholds.assign(7, {.path = "t", .fault = "", .values = 4});
-  EXPECT_FALSE(Check("p\n").empty());
+  EXPECT_EQ(Messages("p\n").back(),
+            "-r names 7 files, and the model has 2 inputs: none is left for the list");
 }
 
 TEST_F(Checks, RefuseAModelWithoutInputs) {
