@@ -707,6 +707,21 @@ Html MarkOf(const RowPlot::Mark& mark, const Scale& scale) {
   return html;
 }
 
+// "2 s, 14 %": a number stays with its unit where the line is too short for both.
+std::string WithUnits(const std::string& value) {
+  constexpr std::array<std::string_view, 7> kUnits{"ns", "µs", "ms", "s", "min", "h", "%"};
+  constexpr std::string_view kNoBreak = "\xC2\xA0";
+  std::string text;
+  for (size_t i = 0; i < value.size(); ++i) {
+    const size_t end = std::min(value.find_first_of(" ,", i + 1), value.size());
+    const auto word = std::string_view(value).substr(i + 1, end - i - 1);
+    const bool isUnit =
+        value[i] == ' ' && std::find(kUnits.begin(), kUnits.end(), word) != kUnits.end();
+    text += isUnit ? kNoBreak : std::string_view(value).substr(i, 1);
+  }
+  return text;
+}
+
 Html RowDrawing(const Html& marks, const char* kind) {
   return Element("svg",
                  {{"class", kind}, {"aria-hidden", "true"}, {"width", "100%"}, {"height", "22"}},
@@ -753,7 +768,7 @@ Html Draw(const RowPlot& plot) {
     rows += ElementOf("tr", attributes,
                       Element("th", {{"scope", "row"}}, row.label) +
                           Element("td", {{"class", "drawn"}}, RowDrawing(marks, "row")) +
-                          Element("td", {{"class", "n"}}, Text(row.value)));
+                          Element("td", {{"class", "n"}}, Text(WithUnits(row.value))));
   }
   Html head = Element(
       "tr", Element("th", {{"scope", "col"}}, Text(plot.labelTitle)) +

@@ -175,6 +175,13 @@ TEST(Draw, EscapesItsTexts) {
   EXPECT_THAT(Draw(chart).Bytes(), Not(HasSubstr("<b>")));
 }
 
+TEST(DrawRowPlot, KeepsNumbersAndTheirUnitsOnOneLine) {
+  RowPlot plot;
+  plot.rows = {{Text("a"), {}, "sending 2 s, 14 % of 3 samples, 1 to 2", false}};
+  EXPECT_THAT(Draw(plot).Bytes(),
+              HasSubstr("sending 2\xC2\xA0s, 14\xC2\xA0% of 3 samples, 1 to 2"));
+}
+
 TEST(DrawRowPlot, PutsMarksAtTheirPlacesByShare) {
   RowPlot plot;
   plot.axis = {.label = "time", .from = 0.0, .to = 10.0};
