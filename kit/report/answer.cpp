@@ -395,6 +395,14 @@ bool IsAnyWorse(const ReportComparison& comparison) {
                      [](const ReportChange& change) { return change.other == "wrong"; });
 }
 
+// What is wrong is not "alike" or "faster", whatever its times are.
+std::string ComparisonWord(const ReportComparison& comparison, const ReportRun& other) {
+  if (IsAnyWorse(comparison)) return "wrong now";
+  if (other.answer.tone == ReportTone::kBad) return other.answer.verdict;
+  const TimingVerdict times = comparison.times.verdict;
+  return times == TimingVerdict::kAlike ? "as fast" : std::string(VerdictName(times));
+}
+
 }  // namespace
 
 std::string InQuotes(const std::string& text) {
@@ -438,7 +446,7 @@ ReportAnswer AnswerOf(const ReportRun& run) {
 ReportAnswer AnswerOf(const ReportComparison& comparison, const ReportRun& base,
                       const ReportRun& other) {
   ReportAnswer answer;
-  answer.verdict = std::string(VerdictName(comparison.times.verdict));
+  answer.verdict = ComparisonWord(comparison, other);
   answer.sentence = TimesText(comparison, InQuotes(other.name), InQuotes(base.name)) +
                     OutputsText(comparison) + ".";
   switch (comparison.times.verdict) {

@@ -502,7 +502,8 @@ class DetailMaker {
     if (std::isnan(judged) || std::isnan(found)) return;
     if (std::abs(found - judged) <= kSlack * std::max(found, judged)) return;
     Stop("its files are no longer those that were judged: their RMSE is " + std::to_string(found) +
-         ", and was " + std::to_string(judged) + "; vorn judge makes a verdict on what is there now");
+         ", and was " + std::to_string(judged) +
+         "; vorn judge makes a verdict on what is there now");
   }
 
   // ---- Pictures ---------------------------------------------------------------------------------

@@ -208,13 +208,27 @@ TEST(AnswerOf, IsBadWhereAVerdictGotWorseThoughFaster) {
   other.name = "new";
   ReportAnswer answer = AnswerOf(comparison, base, other);
   EXPECT_EQ(answer.tone, ReportTone::kGood);
+  EXPECT_EQ(answer.verdict, "faster");
   EXPECT_EQ(answer.sentence,
             "'new' is faster than 'old': 0.5 times its time (0.4 to 0.6); no sample of both has "
             "outputs to compare.");
   comparison.verdicts = {{"x", "right", "wrong"}};
   answer = AnswerOf(comparison, base, other);
   EXPECT_EQ(answer.tone, ReportTone::kBad);
+  EXPECT_EQ(answer.verdict, "wrong now");
   EXPECT_THAT(answer.more, ElementsAre("'x' was right and is wrong."));
+  // Wrong before and behind.
+  comparison.verdicts.clear();
+  other.answer.tone = ReportTone::kBad;
+  other.answer.verdict = "wrong";
+  EXPECT_EQ(AnswerOf(comparison, base, other).verdict, "wrong");
+}
+
+// Outputs may have changed all the same.
+TEST(AnswerOf, SaysAsFastOfTimesThatAreAlike) {
+  ReportComparison comparison;
+  comparison.times.verdict = TimingVerdict::kAlike;
+  EXPECT_EQ(AnswerOf(comparison, ReportRun{}, ReportRun{}).verdict, "as fast");
 }
 
 }  // namespace
