@@ -248,8 +248,8 @@ RunEntry EntryFromJson(const Json& object) {
   if (!isHash) throw JsonError("'identity' is no hash of 32 hexadecimal digits");
   VisitColumns(run, [&](const char* name, auto& member) {
     // A count is always told; what is not known is left out.
-    constexpr bool isCount = std::is_same_v<decltype(member), uint64_t&>;
-    const Json* value = isCount ? &object.At(name) : object.Find(name);
+    constexpr bool kIsCount = std::is_same_v<decltype(member), uint64_t&>;
+    const Json* value = kIsCount ? &object.At(name) : object.Find(name);
     if (value != nullptr) TakeMember(*value, member);
   });
   for (const Json& metric : object.At("metrics").Items()) run.metrics.push_back(MetricOf(metric));
