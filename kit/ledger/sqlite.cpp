@@ -215,8 +215,8 @@ void Database::Refuse(int result) const {
     case SQLITE_CANTOPEN:
       throw Fault(ExitStatus::kLimit, name + " cannot be opened: " + reason);
     case SQLITE_IOERR:
-      throw Fault(ExitStatus::kLimit,
-                  name + " cannot be read or written: " + reason + "; what was written before stays");
+      throw Fault(ExitStatus::kLimit, name + " cannot be read or written: " + reason +
+                                          "; what was written before stays");
     default:
       throw std::logic_error("SQLite: " + std::string(sqlite3_errstr(result)));
   }
