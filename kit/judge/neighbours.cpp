@@ -112,14 +112,15 @@ class StretchFinder {
   const WouldPass& wouldPass_;
 };
 
+// Beside which of them they stand: the sentence is read behind others.
 std::string WhereText(const NeighbourStretch& stretch) {
   const auto isAmong = [&](uint64_t sample) {
     return sample > stretch.wrong.front() && sample < stretch.wrong.back();
   };
   const auto& undecided = stretch.undecided;
-  if (std::all_of(undecided.begin(), undecided.end(), isAmong)) return " among these ";
-  if (std::none_of(undecided.begin(), undecided.end(), isAmong)) return " beside these ";
-  return " among and beside these ";
+  if (std::all_of(undecided.begin(), undecided.end(), isAmong)) return " among ";
+  if (std::none_of(undecided.begin(), undecided.end(), isAmong)) return " beside ";
+  return " among and beside ";
 }
 
 }  // namespace
@@ -187,14 +188,15 @@ std::vector<std::string> PassingTexts(const NeighbourStretch& stretch) {
   const auto who = [](const std::vector<uint64_t>& samples) {
     return (samples.size() == 1 ? "sample " : "samples ") + RangesText(samples, kMostPlaces);
   };
+  const bool isExchange = stretch.pattern == NeighbourPattern::kExchanged;
+  const std::string these =
+      isExchange ? "the exchanged ones" : "those that hold a neighbour's output";
   std::vector<std::string> texts;
   if (!stretch.undecided.empty()) {
     const bool isOne = stretch.undecided.size() == 1;
-    const bool isExchange = stretch.pattern == NeighbourPattern::kExchanged;
-    const char* what = isExchange
-                           ? (isOne ? "was exchanged" : "were exchanged")
-                           : (isOne ? "holds a neighbour's output" : "hold a neighbour's output");
-    texts.push_back("Whether " + who(stretch.undecided) + WhereText(stretch) + what +
+    const char* what = isExchange ? (isOne ? " was exchanged" : " were exchanged")
+                                  : (isOne ? " holds one" : " hold one");
+    texts.push_back("Whether " + who(stretch.undecided) + WhereText(stretch) + these + what +
                     ", too, cannot be decided: " +
                     (isOne ? "the neighbour's output is" : "their neighbours' outputs are") +
                     " alike, and what came passes as either.");
@@ -203,7 +205,8 @@ std::vector<std::string> PassingTexts(const NeighbourStretch& stretch) {
     const bool isOne = stretch.right.size() == 1;
     std::string text = who(stretch.right);
     text[0] = 'S';
-    texts.push_back(text + " among these " + (isOne ? "is" : "are") + " right: what came is not " +
+    texts.push_back(text + " among " + these + (isOne ? " is" : " are") +
+                    " right: what came is not " +
                     (isOne ? "the neighbour's." : "their neighbours'."));
   }
   return texts;

@@ -118,17 +118,18 @@ TEST(FindStretches, EndsAtTheFirstSample) {
 TEST(PassingTexts, SayWhatIsTrueOfThem) {
   const NeighbourStretch stretch = Exchange().Find().at(0);
   EXPECT_THAT(PassingTexts(stretch),
-              ElementsAre("Whether samples 84, 85, 92 and 93 among and beside these were "
-                          "exchanged, too, cannot be decided: their neighbours' outputs are alike, "
-                          "and what came passes as either.",
-                          "Samples 88 and 89 among these are right: what came is not their "
-                          "neighbours'."));
+              ElementsAre("Whether samples 84, 85, 92 and 93 among and beside the exchanged ones "
+                          "were exchanged, too, cannot be decided: their neighbours' outputs are "
+                          "alike, and what came passes as either.",
+                          "Samples 88 and 89 among the exchanged ones are right: what came is not "
+                          "their neighbours'."));
   EXPECT_THAT(PassingTexts({NeighbourPattern::kBefore, {1, 2, 3, 4}, {5}, {}}),
-              ElementsAre("Whether sample 5 beside these holds a neighbour's output, too, cannot "
-                          "be decided: the neighbour's output is alike, and what came passes as "
-                          "either."));
+              ElementsAre("Whether sample 5 beside those that hold a neighbour's output holds one, "
+                          "too, cannot be decided: the neighbour's output is alike, and what came "
+                          "passes as either."));
   EXPECT_THAT(PassingTexts({NeighbourPattern::kEither, {1, 2, 4, 5}, {}, {3}}),
-              ElementsAre("Sample 3 among these is right: what came is not the neighbour's."));
+              ElementsAre("Sample 3 among those that hold a neighbour's output is right: what came "
+                          "is not the neighbour's."));
   EXPECT_THAT(PassingTexts({NeighbourPattern::kExchanged, {1, 2, 3, 4}, {}, {}}), IsEmpty());
 }
 

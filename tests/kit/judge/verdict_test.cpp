@@ -145,13 +145,15 @@ TEST(VerdictText, TellsAnExchangeInOneLineAndWhatMayBelongToIt) {
   }
   output.stretches = {{NeighbourPattern::kExchanged, {8, 9, 12, 13}, {10, 11}, {}}};
   const Verdict verdict = VerdictOf({output});
-  EXPECT_THAT(VerdictText(verdict),
-              HasSubstr("  samples 8, 9, 12 and 13: each holds the output of its neighbour, 8 that "
-                        "of 9 and 9 that of 8, and so on by pairs; that explains at least 90 % of "
-                        "what differs\n"
-                        "  Whether samples 10 and 11 among these were exchanged, too, cannot be "
-                        "decided: their neighbours' outputs are alike, and what came passes as "
-                        "either.\n"));
+  EXPECT_THAT(
+      VerdictText(verdict),
+      HasSubstr(
+          "  samples 8, 9, 12 and 13: each holds the output of its neighbour, 8 that "
+          "of 9 and 9 that of 8, and so on by pairs; that explains at least 90 % of "
+          "what differs\n"
+          "  Whether samples 10 and 11 among the exchanged ones were exchanged, too, cannot be "
+          "decided: their neighbours' outputs are alike, and what came passes as "
+          "either.\n"));
   EXPECT_EQ(support::FaultBySchema("verdict", VerdictJson(verdict)), "");
   const Json json = ParseJson(VerdictJson(verdict));
   const Json& stretch = json.At("outputs").Items()[0].At("stretches").Items()[0];

@@ -165,9 +165,10 @@ TEST(AnswerOf, DoesNotLeaveThoseThatPassAmongAnExchangeUntold) {
   ReportOutput& output = run.judgement->outputs.at(0);
   output.stretches = {{NeighbourPattern::kExchanged, {80, 81, 84, 85}, {82, 83}, {}}};
   EXPECT_THAT(AnswerOf(run).more,
-              testing::Contains("Whether samples 82 and 83 among these were exchanged, too, cannot "
-                                "be decided: their neighbours' outputs are alike, and what came "
-                                "passes as either."));
+              testing::Contains(
+                  "Whether samples 82 and 83 among the exchanged ones were exchanged, too, cannot "
+                  "be decided: their neighbours' outputs are alike, and what came "
+                  "passes as either."));
 }
 
 TEST(AnswerOf, NamesTheFirstOfManySamples) {
