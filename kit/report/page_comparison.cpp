@@ -234,8 +234,9 @@ Html OneComparison(const ReportFacts& facts, const ReportComparison& comparison,
   html += OutputTable(comparison);
   html +=
       comparison.environment.empty()
-          ? Paragraph(Text("Nothing that is known of machine, runtime, model and configuration "
-                           "is different."))
+          ? Paragraph(
+                Text("Nothing that is known of machine, runtime, program, model and configuration "
+                     "is different."))
           : ChangeTable(comparison.environment, "What is not the same around them", base, other);
   html += Sentences(comparison.remarks);
   if (isOnly) return html;
@@ -277,7 +278,7 @@ std::vector<Tile> ComparisonTiles(const ReportFacts& facts) {
                      Tone::kOpen, different > 0});
   }
   tiles.push_back({"changes around it", CountText(comparison.environment.size()),
-                   "machine, runtime, model, configuration", Tone::kOpen,
+                   "machine, runtime, program, model, configuration", Tone::kOpen,
                    !comparison.environment.empty()});
   return tiles;
 }
