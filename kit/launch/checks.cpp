@@ -248,6 +248,7 @@ class ListChecker {
     }
     const bool areNamesAlike = list_.LinesNamedRightly() == list_.Lines();
     if (!list_.AreNamesUsed() && areNamesAlike && list_.Lines() % names_.size() != 0) {
+      if (each == names_.size()) return;  // it was said that they do not divide
       AddAt(list_.LastNumber(),
             "names are used where the lines divide by all inputs of the model, thresholds "
             "included, and " +

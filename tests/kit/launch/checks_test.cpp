@@ -190,6 +190,12 @@ TEST_F(Checks, RefusePathsThatNoProgramCanOpen) {
 
 // ---- Names --------------------------------------------------------------------------------------
 
+// Where an inference takes all inputs, leaving out the names would help nobody.
+TEST_F(Checks, TellOnceThatNamedLinesDoNotDivide) {
+  EXPECT_THAT(Messages("picture:p\nscale:s\npicture:p\n"),
+              ElementsAre(EndsWith("1 line at the end would be left out")));
+}
+
 TEST_F(Checks, KnowTheNameThatWasMeant) {
   File("p", 6);
   File("s", 16);
