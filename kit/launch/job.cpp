@@ -86,6 +86,11 @@ class Watcher {
     // What a runtime refuses it tells of where it is asked to.
     if (std::getenv("VORN_LOG") == nullptr) program.environment.emplace_back("VORN_LOG", "1");
     WatchProgram(program);
+    if (isOfOtherList_) {
+      RemoveTree(job_.folder);  // that nobody takes it over
+      throw Fault(ExitStatus::kInput, "the list " + Quoted(request_.list) +
+                                          " was changed while the program started; start again");
+    }
     CollectWords();
     return std::move(end_);
   }
@@ -103,6 +108,7 @@ class Watcher {
     sampleBegan_ = std::chrono::steady_clock::now();
     while (true) {
       ReadLog();
+      if (isOfOtherList_) return;
       if (watch_) watch_(program.Pid(), end_.log);
       signals_.Wait(kTick);
       if (const auto ended = program.Poll()) {
@@ -118,7 +124,7 @@ class Watcher {
       if (isKilled) program.Send(SIGKILL);
     }
     ReadLog();
-    if (watch_) watch_(program.Pid(), end_.log);
+    if (watch_ && !isOfOtherList_) watch_(program.Pid(), end_.log);
   }
 
   // By a signal first that it may end by itself of.
@@ -151,10 +157,24 @@ class Watcher {
   void ReadLog() {
     while (true) {
       const std::string piece = ReadFrom(job_.log, logAt_, kPieceBytes);
-      if (piece.empty()) return;
+      if (piece.empty()) break;
       end_.log.Take(piece);
       logAt_ += piece.size();
     }
+    CheckWholeList();
+  }
+
+  // It opens the list by itself, and later than that was looked at.
+  void CheckWholeList() {
+    const bool isKnown = job_.takesWholeList && plan_.isModelKnown && !request_.isAnyway;
+    if (!isKnown || isListChecked_ || end_.log.Begun(1) == 0) return;
+    isListChecked_ = true;
+    if (end_.log.Listed().Files() == 0) return;  // it says less than vorn-run
+    FilesTrace planned;
+    for (uint64_t place = 0; place < plan_.inputs.Lines(); ++place) {
+      planned.Add(plan_.inputs.Input(place).file);
+    }
+    isOfOtherList_ = end_.log.Listed() != planned;
   }
 
   void CollectWords() {
@@ -176,6 +196,8 @@ class Watcher {
   std::unique_ptr<PreloadPath> layer_;
   std::optional<TraceRequest> trace_;
   JobEnd end_;
+  bool isListChecked_ = false;
+  bool isOfOtherList_ = false;
   uint64_t logAt_ = 0;
   uint64_t errorsAt_ = 0;
   uint64_t dumped_ = 0;

@@ -5,9 +5,17 @@
 namespace vorn::kit {
 namespace {
 
+constexpr std::string_view kPathFront = "[INFO]  inputPath: ";
 constexpr size_t kMostKeptBytes = 512;  // of a line; a path may be megabytes long
 
 }  // namespace
+
+void FilesTrace::Add(std::string_view file) {
+  const auto take = [&](unsigned char byte) { hash_ = (hash_ ^ byte) * 1099511628211U; };
+  for (const char c : file) take(static_cast<unsigned char>(c));
+  take('\n');
+  ++files_;
+}
 
 void ProgramLog::Take(std::string_view piece) {
   while (!piece.empty()) {
@@ -41,6 +49,8 @@ void ProgramLog::TakeLine(std::string_view line) {
     cause_.clear();
   } else if (line == "[INFO]  create model description success") {
     isModelLoaded_ = true;
+  } else if (isModelLoaded_ && files_ == 0 && line.starts_with(kPathFront)) {
+    listed_.Add(line.substr(kPathFront.size()));
   } else if (IsWarningOrError(line)) {
     Complain(line);
   }

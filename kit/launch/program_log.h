@@ -12,6 +12,19 @@
 
 namespace vorn::kit {
 
+/// The files of a list, in their order: two lists of other files have another one.
+class FilesTrace {
+ public:
+  void Add(std::string_view file);
+  [[nodiscard]] uint64_t Files() const { return files_; }
+
+  bool operator==(const FilesTrace&) const = default;
+
+ private:
+  uint64_t files_ = 0;
+  uint64_t hash_ = 14695981039346656037U;  // FNV-1a's
+};
+
 /// Takes a log in pieces, cut anywhere. Copyable plain data but for the table it looks into.
 class ProgramLog {
  public:
@@ -19,6 +32,8 @@ class ProgramLog {
 
   /// Inferences of which the first file was begun.
   [[nodiscard]] uint64_t Begun(uint64_t inputsAnInference) const;
+  /// The files of its list, which it names before it begins the first one.
+  [[nodiscard]] const FilesTrace& Listed() const { return listed_; }
   [[nodiscard]] uint64_t Executed() const { return executed_; }
   [[nodiscard]] uint64_t Dumped() const { return dumped_; }
   [[nodiscard]] bool IsModelLoaded() const { return isModelLoaded_; }
@@ -45,6 +60,7 @@ class ProgramLog {
   void TakeLine(std::string_view line);
   void Complain(std::string_view line);
 
+  FilesTrace listed_;
   std::string cut_;  // the beginning of a line whose end has not come
   uint64_t files_ = 0;
   uint64_t executed_ = 0;

@@ -614,6 +614,40 @@ TEST_F(Launch, RunsAScriptThatRunsTheProgram) {
   EXPECT_THAT(ended.err, HasSubstr("list.txt:4: 'in/3.bin' has 1 byte"));
 }
 
+// The program opens the list by itself.
+TEST_F(Launch, TakesNoOutputsOfAListThatWasPutInThePlaceOfItsOwn) {
+  Samples("abc");
+  ASSERT_EQ(Run({"--run", "first"}).status, 0);
+  fs::copy_file(Path("first/model.json"), Path("model.json"));
+  const std::string list = support::ReadFile(Path("list.txt"));
+  const std::vector<std::string> words{"--program", "./wrapper", "--model-json", "model.json"};
+  for (const char* other : {"in/0.bin\nin/2.bin\nin/1.bin\n", "in/0.bin\nin/1.bin\n",
+                            "in/0.bin\nin/1.bin\nin/2.bin\nin/0.bin\n"}) {
+    support::WriteFile(Path("list.txt"), list);
+    support::WriteFile(Path("other.txt"), other);
+    support::WriteFile(Path("wrapper"), "#!/bin/sh\ncp other.txt list.txt\nexec '" +
+                                            support::VornRunPath() + "' \"$@\"\n");
+    fs::permissions(Path("wrapper"), fs::perms::owner_all);
+    fs::remove_all(RunPath());
+    const Outcome ended = Run(words);
+    EXPECT_EQ(ended.status, 3) << ended.Describe();
+    EXPECT_THAT(ended.err, HasSubstr("list.txt' was changed while the program started; start "
+                                     "again\n"));
+    EXPECT_THAT(Statuses(), IsEmpty());
+    EXPECT_TRUE(fs::is_empty(RunPath() + "/chunks"));
+    EXPECT_TRUE(fs::is_empty(RunPath() + "/dumps"));
+  }
+  // Once it has read it, what becomes of the file is of no matter.
+  support::WriteFile(Path("list.txt"), list);
+  support::WriteFile(Path("wrapper"), "#!/bin/sh\n'" + support::VornRunPath() +
+                                          "' \"$@\" && cp other.txt list.txt\n");
+  fs::remove_all(RunPath());
+  const Outcome ended = Run(words);
+  EXPECT_EQ(ended.status, 0) << ended.Describe();
+  EXPECT_THAT(Statuses(), ElementsAre(kDone, kDone, kDone));
+  EXPECT_NE(support::ReadFile(Path("list.txt")), list);
+}
+
 TEST_F(Launch, CountsNoInferencesThatItDoesNotKnow) {
   Samples("abc");
   support::WriteFile(Path("wrapper"), "#!/bin/sh\nexit 3\n");

@@ -7,6 +7,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using vorn::kit::FilesTrace;
 using vorn::kit::ProgramLog;
 
 constexpr std::string_view kLines =
@@ -41,6 +42,24 @@ TEST(ProgramLog, CountsWhatWasDone) {
   EXPECT_EQ(log.Begun(0), 0U);
   EXPECT_EQ(log.Executed(), 1U);
   EXPECT_EQ(log.Dumped(), 1U);
+}
+
+TEST(ProgramLog, TracesTheFilesOfTheList) {
+  FilesTrace expected;
+  expected.Add("d/a");
+  expected.Add("d/b");
+  ProgramLog log;
+  EXPECT_EQ(log.Listed().Files(), 0U);
+  log.Take("[INFO]  inputPath: model\n[INFO]  create model description success\n");
+  EXPECT_EQ(log.Listed(), FilesTrace());
+  log.Take("[INFO]  inputPath: d/a\n[INFO]  resolved path: /d/a\n[INFO]  inputPath: d/b\n");
+  log.Take("[INFO]  start to process file:/d/a\n[INFO]  inputPath: d/c\n");
+  EXPECT_EQ(log.Listed().Files(), 2U);
+  EXPECT_EQ(log.Listed(), expected);
+  FilesTrace other;
+  other.Add("d/");
+  other.Add("ad/b");
+  EXPECT_NE(log.Listed(), other);
 }
 
 TEST(ProgramLog, CountsComplaintsById) {
