@@ -17,7 +17,7 @@ namespace vorn::kit {
 namespace {
 
 constexpr uint64_t kLinesAMark = 4096;
-constexpr size_t kPieceBytes = 64 * 1024;
+constexpr size_t kListPieceBytes = 64 * 1024;
 constexpr size_t kMostLineBytes = 1 << 20;
 
 // A name is looked for in the line and then once more in what became of it, where a ':' of the
@@ -88,7 +88,7 @@ struct InputList::Source {
   // behind the end.
   std::string_view Read(uint64_t at, std::string& room) const {
     if (!file.IsOpen()) return std::string_view(bytes).substr(std::min<uint64_t>(at, bytes.size()));
-    room.resize(kPieceBytes);
+    room.resize(kListPieceBytes);
     ssize_t got = 0;
     do {
       got = pread(file.Get(), room.data(), room.size(), static_cast<off_t>(at));
