@@ -170,7 +170,14 @@ std::vector<NeighbourStretch> FindStretches(const std::map<uint64_t, int>& wrong
   return stretches;
 }
 
-std::string ExchangedText(const NeighbourStretch& stretch) {
+std::string StretchText(const NeighbourStretch& stretch) {
+  if (stretch.pattern == NeighbourPattern::kEither) return {};
+  if (stretch.pattern == NeighbourPattern::kBefore) {
+    return "each holds what belongs to the sample before it";
+  }
+  if (stretch.pattern == NeighbourPattern::kBehind) {
+    return "each holds what belongs to the sample behind it";
+  }
   // Of the first two that are each other's.
   const auto& wrong = stretch.wrong;
   const auto pair = std::adjacent_find(wrong.begin(), wrong.end(),

@@ -47,9 +47,10 @@ using WouldPass = std::function<std::optional<bool>(uint64_t sample, uint64_t ot
                                                           const std::vector<uint64_t>& right,
                                                           const WouldPass& wouldPass);
 
-/// What is wrong with those of an exchange, as half a sentence: "each holds the output of its
-/// neighbour, 80 that of 81 and 81 that of 80, and so on by pairs".
-[[nodiscard]] std::string ExchangedText(const NeighbourStretch& stretch);
+/// What is wrong with all of them, as half a sentence: "each holds the output of its neighbour, 80
+/// that of 81 and 81 that of 80, and so on by pairs", "each holds what belongs to the sample
+/// before it". Empty of kEither.
+[[nodiscard]] std::string StretchText(const NeighbourStretch& stretch);
 
 /// About those that pass: a sentence of the undecided ones, and one of the right ones; none where
 /// there are none.

@@ -148,10 +148,10 @@ struct CauseGroup {
   std::string further{};      // then, behind the first text
 };
 
-// The exchange of neighbours that a wrong sample is one of.
-const NeighbourStretch* ExchangeOf(const OutputVerdict& output, uint64_t sample) {
+// The stretch of one pattern that a wrong sample is one of.
+const NeighbourStretch* StretchOf(const OutputVerdict& output, uint64_t sample) {
   for (const NeighbourStretch& stretch : output.stretches) {
-    if (stretch.pattern == NeighbourPattern::kExchanged &&
+    if (stretch.pattern != NeighbourPattern::kEither &&
         std::binary_search(stretch.wrong.begin(), stretch.wrong.end(), sample)) {
       return &stretch;
     }
@@ -159,14 +159,14 @@ const NeighbourStretch* ExchangeOf(const OutputVerdict& output, uint64_t sample)
   return nullptr;
 }
 
-// The likeliest cause of all samples of an exchange in the same words.
+// The likeliest cause of all samples of a stretch in the same words.
 std::vector<SampleCauses> CausesInWords(const OutputVerdict& output) {
   std::vector<SampleCauses> causes = output.causes;
   for (SampleCauses& sample : causes) {
-    const NeighbourStretch* exchange = ExchangeOf(output, sample.sample);
-    if (exchange == nullptr || sample.causes.empty()) continue;
-    sample.causes.front().id = "exchanged-neighbours";
-    sample.causes.front().text = ExchangedText(*exchange);
+    const NeighbourStretch* stretch = StretchOf(output, sample.sample);
+    if (stretch == nullptr || sample.causes.empty()) continue;
+    sample.causes.front().id = "neighbours-" + std::string(NeighbourPatternName(stretch->pattern));
+    sample.causes.front().text = StretchText(*stretch);
   }
   return causes;
 }

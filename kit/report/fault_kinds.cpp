@@ -64,7 +64,6 @@ constexpr std::string_view kNan = "nan";
 constexpr std::string_view kInfinite = "infinite";
 constexpr std::string_view kOther = "~";
 constexpr std::string_view kOtherSample = "other-sample";
-constexpr std::string_view kExchanged = "exchanged-neighbours";
 
 using ByKind = std::map<std::string, FaultKind, std::less<>>;
 
@@ -84,10 +83,10 @@ struct Counts {
   }
 };
 
-// The exchange of neighbours that a wrong sample is one of.
-const NeighbourStretch* ExchangeOf(const ReportOutput& output, uint64_t sample) {
+// The stretch of one pattern that a wrong sample is one of.
+const NeighbourStretch* StretchOf(const ReportOutput& output, uint64_t sample) {
   for (const NeighbourStretch& stretch : output.stretches) {
-    if (stretch.pattern == NeighbourPattern::kExchanged &&
+    if (stretch.pattern != NeighbourPattern::kEither &&
         std::binary_search(stretch.wrong.begin(), stretch.wrong.end(), sample)) {
       return &stretch;
     }
@@ -95,12 +94,14 @@ const NeighbourStretch* ExchangeOf(const ReportOutput& output, uint64_t sample) 
   return nullptr;
 }
 
-// All of an exchange have one sentence, whatever their own ones say.
-FaultKind& KindOfExchange(const NeighbourStretch& exchange, double explained, ByKind& kinds) {
-  FaultKind& kind = kinds[std::string(kExchanged)];
+// All of a stretch have one sentence, whatever their own ones say.
+FaultKind& KindOfStretch(const NeighbourStretch& stretch, double explained, ByKind& kinds) {
+  FaultKind& kind = kinds["neighbours-" + std::string(NeighbourPatternName(stretch.pattern))];
   if (kind.samples.empty()) {
-    kind.words = "exchanged neighbours";
-    kind.sentence = ExchangedText(exchange);
+    kind.words = stretch.pattern == NeighbourPattern::kExchanged ? "exchanged neighbours"
+                 : stretch.pattern == NeighbourPattern::kBefore  ? "the output of the sample before"
+                                                                : "the output of the sample behind";
+    kind.sentence = StretchText(stretch);
     kind.explained = explained;
   }
   kind.explained = std::min(kind.explained, explained);
@@ -125,8 +126,8 @@ FaultKind& KindOf(const ReportOutput& output, const ReportFault& fault, ByKind& 
     return kind;
   }
   const ReportCause& cause = fault.causes.front();
-  if (const NeighbourStretch* exchange = ExchangeOf(output, fault.sample)) {
-    return KindOfExchange(*exchange, cause.certainty, kinds);
+  if (const NeighbourStretch* stretch = StretchOf(output, fault.sample)) {
+    return KindOfStretch(*stretch, cause.certainty, kinds);
   }
   FaultKind& kind = kinds[cause.id];
   if (kind.samples.empty()) {

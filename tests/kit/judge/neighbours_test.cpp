@@ -133,12 +133,15 @@ TEST(PassingTexts, SayWhatIsTrueOfThem) {
   EXPECT_THAT(PassingTexts({NeighbourPattern::kExchanged, {1, 2, 3, 4}, {}, {}}), IsEmpty());
 }
 
-TEST(ExchangedText, NamesTwoThatAreEachOthers) {
-  EXPECT_EQ(ExchangedText({NeighbourPattern::kExchanged, {79, 82, 83, 90}, {}, {}}),
+TEST(StretchText, NamesTwoThatAreEachOthers) {
+  EXPECT_EQ(StretchText({NeighbourPattern::kExchanged, {79, 82, 83, 90}, {}, {}}),
             "each holds the output of its neighbour, 82 that of 83 and 83 that of 82, and so on by "
             "pairs");
-  EXPECT_EQ(ExchangedText({NeighbourPattern::kExchanged, {1, 5, 9, 13}, {}, {}}),
+  EXPECT_EQ(StretchText({NeighbourPattern::kExchanged, {1, 5, 9, 13}, {}, {}}),
             "each holds the output of its neighbour");
+  EXPECT_EQ(StretchText({NeighbourPattern::kBefore, {1, 2, 3, 4}, {}, {}}),
+            "each holds what belongs to the sample before it");
+  EXPECT_EQ(StretchText({NeighbourPattern::kEither, {1, 2, 3, 4}, {}, {}}), "");
 }
 
 }  // namespace

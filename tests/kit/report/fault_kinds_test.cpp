@@ -82,6 +82,18 @@ TEST(FaultKindsOf, TellsAnExchangeOfNeighboursAsOne) {
   EXPECT_THAT(kinds[1].samples, ElementsAre(30));
 }
 
+// The first of them still has the old bytes, all others have none that stood there before.
+TEST(FaultKindsOf, TellsSamplesThatComeLateAsOne) {
+  ReportOutput output;
+  output.wrong = {Caused(8, "stale", "it is stale", 0.9),
+                  Caused(9, "other-sample", "it is what was expected of the sample before", 0.9)};
+  output.stretches = {{NeighbourPattern::kBefore, {8, 9}, {}, {}}};
+  const auto kinds = FaultKindsOf(output);
+  ASSERT_THAT(kinds, SizeIs(1));
+  EXPECT_EQ(kinds[0].words, "the output of the sample before");
+  EXPECT_EQ(kinds[0].sentence, "each holds what belongs to the sample before it");
+}
+
 TEST(SamplesText, NamesTheFirst) {
   EXPECT_EQ(SamplesText({17}), "sample 17");
   EXPECT_EQ(SamplesText({17, 58}), "samples 17 and 58");
