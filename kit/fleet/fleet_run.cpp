@@ -221,15 +221,28 @@ class Verifier {
 class SocketsFolder {
  public:
   explicit SocketsFolder(const std::string& fleet) : note_(fleet + "/" + kSocketsFile) {
+    struct stat about {};
+    if (stat(fleet.c_str(), &about) == 0) end_ = " " + std::to_string(about.st_ino) + "\n";
     RemoveThatOfBefore();
     std::string path(kSocketsPattern);
     if (mkdtemp(path.data()) == nullptr) {
       throw Fault(ExitStatus::kLimit, "cannot make a folder in /tmp: " + SystemReason(errno));
     }
     path_ = path;
-    WriteWholeFile(note_, path_ + "\n");
+    try {
+      WriteWholeFile(note_, path_ + end_);
+    } catch (const Fault&) {
+      Remove();
+      throw;
+    }
   }
-  ~SocketsFolder() {
+  ~SocketsFolder() { Remove(); }
+  SocketsFolder(const SocketsFolder&) = delete;
+  SocketsFolder& operator=(const SocketsFolder&) = delete;
+  [[nodiscard]] const std::string& Path() const { return path_; }
+
+ private:
+  void Remove() const {
     try {
       RemoveTree(path_);
       RemoveTree(note_);
@@ -237,16 +250,12 @@ class SocketsFolder {
       // It is empty but for sockets that nobody listens at.
     }
   }
-  SocketsFolder(const SocketsFolder&) = delete;
-  SocketsFolder& operator=(const SocketsFolder&) = delete;
-  [[nodiscard]] const std::string& Path() const { return path_; }
 
- private:
   // Nothing else is removed, whatever stands in the note, and whoever wrote it.
   void RemoveThatOfBefore() const {
-    std::string path = ReadFrom(note_, 0, kSocketsPattern.size() + 1);
-    if (path.empty() || path.back() != '\n') return;
-    path.pop_back();
+    std::string path = ReadFrom(note_, 0, kSocketsPattern.size() + end_.size() + 1);
+    if (!path.ends_with(end_)) return;  // it was copied with the fleet
+    path.resize(path.size() - end_.size());
     const size_t front = kSocketsPattern.find('X');
     struct stat about {};
     const bool isOne = path.size() == kSocketsPattern.size() &&
@@ -259,6 +268,7 @@ class SocketsFolder {
   }
 
   std::string note_;
+  std::string end_;  // of the note: the inode of the fleet that it is of
   std::string path_;
 };
 

@@ -139,7 +139,7 @@ class Maker {
     FillPlan();
     WriteInputs();
     plan_.chunks = ChunksOf(request_.chunk.value_or(look_.inferences));
-    if (!request_.chunk) Measure();
+    if (!request_.chunk && look_.inferences > 1) Measure();
     WriteWholeFile(fleet_ + "/" + kModelFile, ToJson(look_.model));
     for (const char* name : {kInputsFile, kModelFile}) {
       plan_.ownFiles.push_back(

@@ -30,7 +30,7 @@ void Findings::AddNew(const Findings& later, const std::string& front) {
   const std::vector<Finding> here = first_;
   for (const Finding& finding : later.first_) {
     if (std::find(here.begin(), here.end(), finding) != here.end()) continue;
-    Add({.status = finding.status, .message = front + finding.message});
+    first_.push_back({.status = finding.status, .message = front + finding.message});
   }
   // Where there are many it is for the same reason, as a rule.
   status_ = FirstOf(status_, later.status_);

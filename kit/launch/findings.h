@@ -17,7 +17,8 @@ struct Finding {
   bool operator==(const Finding&) const = default;
 };
 
-/// Every line of a list may have its fault: the first hundred are kept, and the others counted.
+/// Every line of a list may have its fault: the first hundred are kept, and the others counted; of
+/// two that are put together a hundred of each.
 class Findings {
  public:
   void Add(Finding finding);

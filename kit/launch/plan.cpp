@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <limits>
 
 #include "kit/common/printable.h"
 #include "kit/launch/execution_times.h"
@@ -20,7 +21,6 @@
 namespace vorn::kit {
 namespace {
 
-constexpr uint64_t kMostListBytes = 1 << 30;
 constexpr uint64_t kMostThresholdBytes = 1 << 20;
 constexpr uint64_t kProfiledExecutions = 21;
 constexpr uint64_t kTracedCallBytes = 128;
@@ -283,7 +283,8 @@ void TakeModel(Plan& plan, const LaunchRequest& request, ModelDescription model)
 void HoldList(Plan& plan) {
   if (!plan.list) return;
   const std::string& path = plan.list->path;
-  std::string bytes = ReadWholeFile(path, "the list", ExitStatus::kInput, kMostListBytes);
+  std::string bytes =
+      ReadWholeFile(path, "the list", ExitStatus::kInput, std::numeric_limits<uint64_t>::max());
   if (Xxh3Of(bytes) != plan.list->xxh3) {
     throw Fault(ExitStatus::kInput,
                 "the list " + Quoted(path) + " was changed while it was looked at; start again");

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -589,7 +590,7 @@ TEST_F(FleetOnBoards, AreLeftByNobodyAndGoOnWhenTheControlIsKilled) {
   AwaitNobodyOnBoards();
   OpenGates();
   std::string sockets = support::ReadFile(Path("fleet/sockets"));
-  sockets.pop_back();  // the line's end
+  sockets.resize(sockets.find(' '));
   EXPECT_TRUE(fs::exists(sockets));
   const Outcome outcome = Resume();
   EXPECT_EQ(outcome.status, 0) << outcome.Describe();
@@ -611,11 +612,19 @@ TEST_F(FleetOnBoards, RemoveNothingThatIsNoFolderOfSockets) {
       "/tmp/vorn-fleet.aaaa" + stranger.Path().string().substr(stranger.Path().string().size() - 2);
   fs::create_directory_symlink(stranger.Path(), link);
   for (const std::string& path : {stranger.Path().string(), link.string()}) {
-    support::WriteFile(Path("fleet/sockets"), path + "\n");
+    struct stat about {};
+    ASSERT_EQ(stat(Path("fleet").c_str(), &about), 0);
+    support::WriteFile(Path("fleet/sockets"), path + " " + std::to_string(about.st_ino) + "\n");
     (void)Resume();
     EXPECT_TRUE(fs::exists(stranger.Path() / "kept")) << path;
   }
   fs::remove(link);
+  // One that was copied with its note leaves what the other needs.
+  const fs::path other = link;
+  fs::create_directory(other);
+  support::WriteFile(Path("fleet/sockets"), other.string() + " 1\n");
+  (void)Resume();
+  EXPECT_TRUE(fs::remove(other));
 }
 
 TEST_F(FleetOnBoards, DoAnewWhatWasDamagedMeanwhile) {
@@ -888,6 +897,15 @@ TEST_F(FleetOnBoards, FindWhatTheConfigurationNames) {
 }
 
 // ---- Plans --------------------------------------------------------------------------------------
+
+TEST_F(Fleet, PlansOneInferenceAsOneChunk) {
+  Samples("a");
+  const Outcome outcome = Plan({"--cross-check", "0"});
+  ASSERT_EQ(outcome.status, 0) << outcome.Describe();
+  ASSERT_EQ(ReadPlan().chunks.size(), 1U);
+  EXPECT_EQ(ReadPlan().chunks[0].inferences, 1U);
+  EXPECT_FALSE(ReadPlan().cost);
+}
 
 TEST_F(Fleet, PlansByWhatItMeasures) {
   Samples("abc");

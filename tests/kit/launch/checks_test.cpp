@@ -435,6 +435,10 @@ TEST(ManyFindings, ArePutTogether) {
   EXPECT_THAT(one.First(), SizeIs(100));
   EXPECT_EQ(one.Status(), ExitStatus::kUsage);
   EXPECT_THAT(one.Text("v"), EndsWith("v: and 7 more"));
+  Findings last;
+  last.Add({.status = ExitStatus::kRuntime, .message = "what is B's own"});
+  one.AddNew(last, "B: ");
+  EXPECT_THAT(one.Text("v"), EndsWith("v: B: what is B's own\nv: and 7 more"));
 }
 
 // ---- Without a model ----------------------------------------------------------------------------
