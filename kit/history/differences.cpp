@@ -59,22 +59,15 @@ std::map<std::string, std::string> LibrariesOf(std::string_view lines) {
 }
 
 void CompareLibraries(const RunEntry& before, const RunEntry& after, Comparer& comparer) {
-  const auto of = [](const std::map<std::string, std::string>& libraries, const std::string& name) {
-    const auto found = libraries.find(name);
-    return found == libraries.end() ? "" : found->second;
-  };
   const auto one = LibrariesOf(before.mapped);
   const auto other = LibrariesOf(after.mapped);
-  if (one.empty() || other.empty()) return;
-  std::map<std::string, std::string> all = one;
-  all.insert(other.begin(), other.end());
   size_t told = 0;
-  for (const auto& [name, id] : all) {
-    const std::string then = of(one, name);
-    const std::string now = of(other, name);
-    if (then == now) continue;
+  for (const auto& [name, id] : one) {
+    const auto now = other.find(name);
+    // The program is looked at now and then: one that was brief has mapped more than was seen.
+    if (now == other.end() || id == now->second) continue;
     if (++told > kMostLibraries) break;
-    comparer.Note("the build-id of " + name, then, now);
+    comparer.Note("the build-id of " + name, id, now->second);
   }
 }
 

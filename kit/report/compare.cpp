@@ -83,16 +83,12 @@ void AddLibraries(const RunFacts& base, const RunFacts& other, std::vector<Repor
   const auto ofBase = LibrariesOf(base);
   const auto ofOther = LibrariesOf(other);
   size_t told = 0;
-  const auto add = [&](const std::string& name, const std::string& one, const std::string& two) {
-    if (one == two || ++told > kMostLibraries) return;
-    changes.push_back({"library " + name, one, two});
-  };
   for (const auto& [name, buildId] : ofBase) {
     const auto at = ofOther.find(name);
-    add(name, buildId, at == ofOther.end() ? "none" : at->second);
-  }
-  for (const auto& [name, buildId] : ofOther) {
-    if (ofBase.count(name) == 0) add(name, "none", buildId);
+    // The program is looked at now and then: one that was brief has mapped more than was seen.
+    if (at == ofOther.end() || buildId == at->second) continue;
+    if (++told > kMostLibraries) return;
+    changes.push_back({"library " + name, buildId, at->second});
   }
 }
 

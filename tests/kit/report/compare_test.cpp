@@ -40,6 +40,7 @@ TEST(EnvironmentChanges, NamesWhatIsNotTheSame) {
   other.machine.governor = "powersave";
   other.machine.cores.reset();
   other.mapped[1].buildId = "cc";
+  other.mapped.push_back({"/lib/libdl.so.2", "dd"});  // of a process that lasted longer
   const auto changes = EnvironmentChanges(base, other);
   EXPECT_THAT(WhatChanged(changes),
               ElementsAre("configuration", "runtime", "cores", "governor", "library libm.so.6"));
