@@ -1,6 +1,7 @@
 #include "kit/history/import_runs.h"
 
 #include "kit/common/fault.h"
+#include "kit/common/told_time.h"
 #include "kit/history/moment.h"
 #include "kit/history/read_run.h"
 #include "kit/json/json.h"
@@ -77,7 +78,7 @@ ImportCounts ImportRuns(Ledger* ledger, const std::vector<std::string>& runs,
       onRefused(fault.what());
       continue;
     }
-    run->addedRealtimeNs = NowNs();
+    run->addedRealtimeNs = ToldTimeNs();
     importer.Take(std::move(*run));
   }
   importer.Flush();

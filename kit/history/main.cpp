@@ -14,6 +14,7 @@
 #include "kit/common/file_place.h"
 #include "kit/common/nearest.h"
 #include "kit/common/printable.h"
+#include "kit/common/told_time.h"
 #include "kit/common/whole_file.h"
 #include "kit/history/changes.h"
 #include "kit/history/find_runs.h"
@@ -215,7 +216,7 @@ Ledger ReadLedger(const Arguments& arguments) { return Ledger::ForReading(PathOf
 uint64_t WhenOf(const Arguments& arguments, const char* name, uint64_t otherwise) {
   const auto text = arguments.Get(name);
   if (!text) return otherwise;
-  if (const auto moment = MomentOf(*text, NowNs())) return *moment;
+  if (const auto moment = MomentOf(*text, ToldTimeNs())) return *moment;
   throw Fault(ExitStatus::kUsage,
               "--" + std::string(name) +
                   " takes a day (2026-11-23), a moment (2026-11-23T02:22), or how long ago (36h, "
@@ -588,7 +589,7 @@ ExitStatus SetLevel(const Arguments& arguments) {
   }
   Ledger ledger = Ledger::ForChanging(PathOf(arguments));
   if (reason) {
-    ledger.SetLevel(id, {.reason = *reason, .setRealtimeNs = NowNs()});
+    ledger.SetLevel(id, {.reason = *reason, .setRealtimeNs = ToldTimeNs()});
   } else if (!ledger.RemoveLevel(id)) {
     throw Fault(ExitStatus::kInput,
                 "nobody said that a level begins with run " + std::to_string(id));
@@ -673,7 +674,7 @@ ExitStatus Report(const Arguments& arguments) {
                                       .sinceNs = span.sinceNs,
                                       .ledger = ledger.Path(),
                                       .folder = folder.empty() ? "/" : folder,
-                                      .nowNs = NowNs()}));
+                                      .nowNs = ToldTimeNs()}));
   if (!arguments.Has("quiet")) {
     std::fprintf(stderr, "vorn history: %s\n", Printable(HistoryAnswer(all, span.sinceNs)).c_str());
   }

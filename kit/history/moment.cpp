@@ -4,8 +4,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <limits>
 
 namespace vorn::kit {
 namespace {
@@ -87,20 +85,6 @@ std::optional<uint64_t> MomentOf(std::string_view text, uint64_t nowNs) {
     if (!text.empty()) return std::nullopt;
   }
   return seconds * kSecondNs;
-}
-
-uint64_t NowNs() {
-  if (const char* epoch = std::getenv("SOURCE_DATE_EPOCH")) {
-    const std::string_view text(epoch);
-    uint64_t seconds = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-    const bool isNumber = error == std::errc{} && end == text.data() + text.size();
-    constexpr uint64_t kMost = std::numeric_limits<int64_t>::max() / kSecondNs;
-    if (isNumber && seconds <= kMost) return seconds * kSecondNs;
-  }
-  return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                   std::chrono::system_clock::now().time_since_epoch())
-                                   .count());
 }
 
 std::string DurationText(double ns) {

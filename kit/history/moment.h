@@ -17,9 +17,6 @@ namespace vorn::kit {
 /// is none of these, or there is no such day.
 [[nodiscard]] std::optional<uint64_t> MomentOf(std::string_view text, uint64_t nowNs);
 
-/// What the clock says, or SOURCE_DATE_EPOCH where that is set.
-[[nodiscard]] uint64_t NowNs();
-
 /// "1.234 ms", in the unit that suits it.
 [[nodiscard]] std::string DurationText(double ns);
 

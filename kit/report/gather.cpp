@@ -1,9 +1,6 @@
 #include "kit/report/gather.h"
 
 #include <algorithm>
-#include <charconv>
-#include <chrono>
-#include <cstdlib>
 #include <map>
 #include <string_view>
 #include <utility>
@@ -17,8 +14,6 @@
 
 namespace vorn::kit {
 namespace {
-
-constexpr uint64_t kBillion = 1000000000;
 
 // The last parts of the paths, as few as tell them apart.
 std::vector<std::string> ShortNames(const std::vector<ReportRun>& runs) {
@@ -112,24 +107,6 @@ ReportFacts GatherReport(const ReportRequest& request) {
   if (places.size() > 1) facts.comparisons = CompareRuns(places, facts.runs);
   facts.answer = AnswerOfAll(facts);
   return facts;
-}
-
-uint64_t MomentOfReport() {
-  const char* told = std::getenv("SOURCE_DATE_EPOCH");
-  if (told == nullptr || *told == '\0') {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(now).count());
-  }
-  const std::string_view text(told);
-  uint64_t seconds = 0;
-  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  if (error != std::errc{} || stop != text.data() + text.size() ||
-      seconds > UINT64_MAX / kBillion) {
-    throw Fault(
-        ExitStatus::kUsage,
-        "SOURCE_DATE_EPOCH is a whole number of seconds since 1970, and is " + Quoted(text));
-  }
-  return seconds * kBillion;
 }
 
 }  // namespace vorn::kit

@@ -25,10 +25,6 @@ struct ReportRequest {
 /// two tensors.
 [[nodiscard]] ReportFacts GatherReport(const ReportRequest& request);
 
-/// Now, or what SOURCE_DATE_EPOCH says, so that what is made of the same is the same. Throws a
-/// Fault of kUsage where that is no whole number of seconds.
-[[nodiscard]] uint64_t MomentOfReport();
-
 }  // namespace vorn::kit
 
 #endif  // VORN_KIT_REPORT_GATHER_H_

@@ -6,6 +6,7 @@
 #include "kit/common/command_line.h"
 #include "kit/common/file_place.h"
 #include "kit/common/printable.h"
+#include "kit/common/told_time.h"
 #include "kit/common/whole_file.h"
 #include "kit/report/facts_json.h"
 #include "kit/report/gather.h"
@@ -75,7 +76,7 @@ ReportRequest TakeRequest(const Arguments& arguments) {
   request.title = arguments.Get("title").value_or("");
   request.samples = arguments.GetNumber("samples", kDetails, 0, kMostDetails);
   request.version = VORN_VERSION;
-  request.nowRealtimeNs = MomentOfReport();
+  request.nowRealtimeNs = ToldTimeNs();
   return request;
 }
 

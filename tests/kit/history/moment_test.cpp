@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 
 #include "kit/history/made_run.h"
 
@@ -40,14 +39,6 @@ TEST(MomentOf, RefusesWhatIsNoMoment) {
         "2026-11-01T02:30:10ZZ", "18446744073709551616d"}) {
     EXPECT_EQ(MomentOf(text, kNovemberNs), std::nullopt) << text;
   }
-}
-
-TEST(NowNs, IsWhatTheEnvironmentSays) {
-  setenv("SOURCE_DATE_EPOCH", "1793491200", 1);
-  EXPECT_EQ(NowNs(), kNovemberNs);
-  setenv("SOURCE_DATE_EPOCH", "soon", 1);
-  EXPECT_GT(NowNs(), uint64_t{1500000000000000000});
-  unsetenv("SOURCE_DATE_EPOCH");
 }
 
 TEST(DurationText, TakesTheUnitThatSuits) {

@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "kit/common/fault.h"
@@ -86,17 +85,6 @@ TEST_F(GatherTest, RefusesARunThatIsNone) {
     EXPECT_EQ(fault.Status(), ExitStatus::kInput);
     EXPECT_THAT(fault.what(), HasSubstr("is not there"));
   }
-}
-
-TEST(MomentOfReport, IsWhatSourceDateEpochSays) {
-  setenv("SOURCE_DATE_EPOCH", "1700000000", 1);
-  EXPECT_EQ(MomentOfReport(), 1'700'000'000'000'000'000U);
-  for (const char* wrong : {"soon", "-1", "1.5", "99999999999999999999", "99999999999"}) {
-    setenv("SOURCE_DATE_EPOCH", wrong, 1);
-    EXPECT_THROW((void)MomentOfReport(), Fault) << wrong;
-  }
-  unsetenv("SOURCE_DATE_EPOCH");
-  EXPECT_GT(MomentOfReport(), 1'700'000'000'000'000'000U);
 }
 
 }  // namespace
