@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-
 #include "kit/history/made_run.h"
 
 namespace vorn::kit {
