@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kit/common/fault.h"
@@ -25,7 +26,8 @@ class Findings {
   void Add(const Findings& others);
 
   [[nodiscard]] bool IsEmpty() const { return first_.empty(); }
-  [[nodiscard]] const std::vector<Finding>& First() const { return first_; }
+  [[nodiscard]] const std::vector<Finding>& First() const& { return first_; }
+  [[nodiscard]] std::vector<Finding> First() && { return std::move(first_); }
 
   /// Those of `later` that are not found here, too, with `front` in front of each.
   void AddNew(const Findings& later, const std::string& front);
