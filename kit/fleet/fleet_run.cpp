@@ -347,6 +347,7 @@ class FleetRun {
           !RunChild(ask, signals_).IsDone() ||
           (words[0] == "parallel" && !ReadFrom(ask.out, 0, 64).starts_with("GNU parallel"));
       if (!isOther || signals_.Asked() != 0) continue;
+      HoldToRoom();  // for its answer
       throw Fault(ExitStatus::kUsage, (words[0] == "parallel" ? "GNU parallel" : words[0]) +
                                           " is not here, and the boards are reached with it; "
                                           "install the package " +
@@ -399,14 +400,17 @@ class FleetRun {
                                           "'");
   }
 
+  void HoldToRoom() const {
+    if (!IsDiskFull(fleet_)) return;
+    throw Fault(ExitStatus::kLimit, "no room is left on the disk of " + Quoted(fleet_) +
+                                        "; make some and go on with 'vorn fleet resume " +
+                                        request_.named + "'");
+  }
+
   // What this machine could not do is noted as nobody's fault.
   void TellOfTickets() {
     // Where there is no room what tickets say finds none either.
-    if (IsDiskFull(fleet_)) {
-      throw Fault(ExitStatus::kLimit, "no room is left on the disk of " + Quoted(fleet_) +
-                                          "; make some and go on with 'vorn fleet resume " +
-                                          request_.named + "'");
-    }
+    HoldToRoom();
     const std::string said = LastLineOf(fleet_ + "/round/parallel.err");
     if (IsThere(RoundLimitFile(fleet_))) {
       constexpr std::string_view kFront = "vorn fleet: ";
