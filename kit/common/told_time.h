@@ -7,8 +7,8 @@
 namespace vorn::kit {
 
 /// Nanoseconds since 1970: what SOURCE_DATE_EPOCH says, in seconds, or the clock where it is not
-/// set, or empty. Throws a Fault of kUsage for what is no such number, or past the year 2262.
-/// https://reproducible-builds.org/specs/source-date-epoch/
+/// set, or empty. Throws a Fault of kUsage for what is no such number, or past the year 2262. The
+/// variable is that of the Reproducible Builds project.
 [[nodiscard]] uint64_t ToldTimeNs();
 
 }  // namespace vorn::kit
